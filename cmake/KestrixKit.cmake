@@ -1,0 +1,87 @@
+# What every target of the project has in common.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_AUTOMOC ON)
+set(CMAKE_AUTORCC ON)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
+set(CMAKE_UNITY_BUILD_BATCH_SIZE 12)
+
+find_program(KX_CCACHE ccache)
+if(KX_CCACHE)
+    # Precompiled headers are only cached when time stamps inside them do not count.
+    set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env CCACHE_SLOPPINESS=pch_defines,time_macros
+        CCACHE_BASEDIR=${CMAKE_SOURCE_DIR} CCACHE_NOHASHDIR=1 ${KX_CCACHE})
+endif()
+
+# Flags and definitions of the whole project; hosts do not inherit them.
+add_library(kx_build INTERFACE)
+target_compile_options(kx_build INTERFACE -Wall -Wextra -Wpedantic -Wshadow=local -Wnon-virtual-dtor -Woverloaded-virtual
+    $<$<COMPILE_LANGUAGE:CXX>:-fpch-preprocess> -march=x86-64-v2)
+target_compile_definitions(kx_build INTERFACE QT_NO_KEYWORDS QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII QT_NO_FOREACH
+    $<$<BOOL:${KX_CHECKS}>:KX_CHECKS=1>)
+if(KX_SANITIZE)
+    target_compile_options(kx_build INTERFACE -fsanitize=${KX_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+    target_link_options(kx_build INTERFACE -fsanitize=${KX_SANITIZE})
+    target_compile_definitions(kx_build INTERFACE KX_SANITIZED=1)
+endif()
+
+# kx_library(Core FOLDERS foundation store LINKS Qt6::Core PRIVATE_LINKS SQLite::SQLite3)
+# makes the shared library KestrixKit::Core of the folders' sources; each folder's CMakeLists.txt lists
+# its files with kx_sources(). Public headers (all but *_p.h) are installed.
+function(kx_library name)
+    cmake_parse_arguments(ARG "" "" "FOLDERS;LINKS;PRIVATE_LINKS" ${ARGN})
+    set(target KestrixKit${name})
+    add_library(${target} SHARED)
+    add_library(KestrixKit::${name} ALIAS ${target})
+    string(TOUPPER ${name} upper)
+    set_target_properties(${target} PROPERTIES EXPORT_NAME ${name} VERSION ${PROJECT_VERSION} SOVERSION 0
+        UNITY_BUILD_UNIQUE_ID KX_UNITY_ID)
+    target_compile_definitions(${target} PRIVATE KX_BUILD_${upper})
+    target_include_directories(${target} PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+    target_compile_features(${target} PUBLIC cxx_std_20)
+    target_link_libraries(${target} PUBLIC ${ARG_LINKS} PRIVATE ${ARG_PRIVATE_LINKS} $<BUILD_INTERFACE:kx_build>)
+    kx_pch(${target})
+    set(KX_TARGET ${target})
+    foreach(folder IN LISTS ARG_FOLDERS)
+        string(REPLACE "/" "_" flat ${folder})
+        add_subdirectory(${folder})
+        install(DIRECTORY ${folder}/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kestrixkit/${folder}
+            FILES_MATCHING PATTERN "*.h" PATTERN "*_p.h" EXCLUDE PATTERN "views" EXCLUDE PATTERN "controls" EXCLUDE)
+    endforeach()
+    install(TARGETS ${target} EXPORT KestrixKitTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+    set_property(GLOBAL APPEND PROPERTY KX_LIBRARIES ${name})
+endfunction()
+
+# Names the files of the folder whose CMakeLists.txt calls it.
+function(kx_sources)
+    target_sources(${KX_TARGET} PRIVATE ${ARGN})
+endfunction()
+
+# One precompiled header of Qt's and the standard library's most used headers, made once and reused.
+function(kx_pch target)
+    if(NOT TARGET kx_pch_${CMAKE_BUILD_TYPE})
+        file(WRITE ${CMAKE_BINARY_DIR}/pch/pch.cpp "")
+        add_library(kx_pch_${CMAKE_BUILD_TYPE} OBJECT ${CMAKE_BINARY_DIR}/pch/pch.cpp)
+        target_link_libraries(kx_pch_${CMAKE_BUILD_TYPE} PRIVATE kx_build Qt6::Core)
+        set_target_properties(kx_pch_${CMAKE_BUILD_TYPE} PROPERTIES AUTOMOC OFF UNITY_BUILD OFF)
+        target_precompile_headers(kx_pch_${CMAKE_BUILD_TYPE} PRIVATE
+            <QByteArray> <QDateTime> <QHash> <QList> <QObject> <QPointer> <QString> <QStringList> <QUrl> <QVariant>
+            <algorithm> <atomic> <functional> <memory> <mutex> <optional> <span> <string> <thread> <unordered_map> <vector>)
+    endif()
+    target_precompile_headers(${target} REUSE_FROM kx_pch_${CMAKE_BUILD_TYPE})
+endfunction()
+
+# kx_program(name SOURCES … LINKS …): an executable of the project (host, tool, bench).
+function(kx_program name)
+    cmake_parse_arguments(ARG "" "" "SOURCES;LINKS" ${ARGN})
+    add_executable(${name} ${ARG_SOURCES})
+    target_link_libraries(${name} PRIVATE kx_build ${ARG_LINKS})
+    set_target_properties(${name} PROPERTIES UNITY_BUILD_UNIQUE_ID KX_UNITY_ID)
+    kx_pch(${name})
+endfunction()

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <exception>
+
+#include <QByteArray>
+#include <QString>
+
+#include <kestrixkit/foundation/KXGlobal.h>
+
+/// Thrown for mistakes of the programmer only: an unknown entity, template or key, an object of another
+/// context. Whatever can go wrong at run time is a KXError value instead.
+class KX_CORE_EXPORT KXException : public std::exception
+{
+public:
+    KXException(QString name, QString reason);
+    ~KXException() override;
+
+    [[nodiscard]] const QString &name() const { return m_name; }
+    [[nodiscard]] const QString &reason() const { return m_reason; }
+
+    /// "name: reason" in UTF-8.
+    [[nodiscard]] const char *what() const noexcept override { return m_what.constData(); }
+
+private:
+    QString m_name;
+    QString m_reason;
+    QByteArray m_what;
+};
