@@ -6,6 +6,8 @@
 
 #include <kestrixkit/store/KXManagedObject.h>
 
+class KXPersistentStoreCoordinator;
+
 /// The result of a fetch: identifiers and their number, eight bytes a row; objects come into being as they are
 /// touched, a batch at a time, and are not kept by the list.
 ///
@@ -62,7 +64,7 @@ private:
         std::weak_ptr<KXManagedObjectContext> context;
         KXManagedObjectContext *borrowed; // the same, to be used only after the weak one was asked
         const KXEntityDescription *entity;
-        std::shared_ptr<const KXStoreIdentity> store;
+        std::shared_ptr<KXPersistentStoreCoordinator> coordinator; // keeps the entity alive
         std::vector<qint64> keys;
         int batchSize;
     };

@@ -1,11 +1,15 @@
 #pragma once
 
 #include <atomic>
+#include <memory>
+#include <optional>
 
 #include <QDateTime>
 #include <QList>
 #include <QSet>
 #include <QString>
+#include <QUrl>
+#include <QUuid>
 #include <QVariant>
 
 #include <kestrixkit/foundation/KXObservable.h>
@@ -44,12 +48,22 @@ public:
         if (m_references.fetch_sub(1, std::memory_order_acq_rel) == 1)
             destroyUnreferenced();
     }
+    /// For weak handles: takes a reference unless the object is about to go.
+    [[nodiscard]] bool tryRef() const noexcept
+    {
+        qint32 references = m_references.load(std::memory_order_relaxed);
+        while (references > 0) {
+            if (m_references.compare_exchange_weak(references, references + 1, std::memory_order_acq_rel))
+                return true;
+        }
+        return false;
+    }
 
     [[nodiscard]] const KXEntityDescription *entity() const { return m_entity; }
     /// Null for a temporary instance. Valid also after the object left its context.
     [[nodiscard]] KXManagedObjectID objectID() const;
     /// nullptr for a temporary instance, for one whose deletion was saved, and after the context is gone.
-    [[nodiscard]] KXManagedObjectContext *managedObjectContext() const { return m_context; }
+    [[nodiscard]] KXManagedObjectContext *managedObjectContext() const { return m_flags & Detached ? nullptr : m_context; }
 
     [[nodiscard]] bool isInserted() const { return m_flags & Inserted; }
     /// Whether a stored object has unsaved changes.
@@ -79,6 +93,8 @@ public:
     /// Of a stored class's C++ class: see KXManagedObjectOf::registerEntity().
     using Factory = KXManagedObject *(*)();
     static void registerClass(const QString &className, Factory factory);
+    /// nullptr where none is registered.
+    [[nodiscard]] static Factory registeredClass(const QString &className);
 
 protected:
     // For subclasses; the base does nothing.
@@ -103,22 +119,26 @@ protected:
     [[nodiscard]] KXPropertyPlace resolve(QStringView key, Kind kind) const;
     template<class Class, auto name, Kind kind> [[nodiscard]] KXPropertyPlace placeOf() const;
 
-    void observationDidBegin() override;
-    void observationDidEnd() override;
+    void observationDidBegin() const override;
+    void observationDidEnd() const override;
 
 private:
     friend class KXManagedObjectContext;
     friend class KXManagedObjectContextPrivate;
+    friend class KXContextFetcher;
+    friend class KXContextSaver;
+    using StoreHolder = std::shared_ptr<const KXStoreIdentity>;
 
     enum Flag : quint32 {
         Inserted = 1 << 0,
         Updated = 1 << 1,
         Deleted = 1 << 2,
         Missing = 1 << 3,
-        Announced = 1 << 4, ///< among the pending objects of the next objects-did-change
-        Resident = 1 << 5, ///< the context holds a reference because of the entity
-        HeldForObservers = 1 << 6,
-        Recent = 1 << 7, ///< among the context's last touched
+        InsertPending = 1 << 4, ///< to be named as inserted in the next objects-did-change
+        HeldForObservers = 1 << 5, ///< the context holds a reference while somebody observes
+        Detached = 1 << 6, ///< in no context: see m_store
+        DeletePending = 1 << 7, ///< to be named as deleted in the next objects-did-change
+        Touched = 1 << 8, ///< asked for since the context last considered letting it go
     };
 
     /// The value block, read from the store where it must be; nullptr where there is nothing to read.
@@ -140,16 +160,22 @@ private:
     }
     [[nodiscard]] QString textAt(int offset) const;
     [[nodiscard]] QVariant attributeAt(int index) const;
+    void detach(StoreHolder store);
     void setInteger(KXPropertyPlace place, std::optional<qint64> value);
     void setDouble(KXPropertyPlace place, std::optional<double> value);
     void setText(KXPropertyPlace place, const std::optional<QString> &value);
     void setAttributeAt(int index, const QVariant &value);
+    void announceUnchanged(const KXPropertyDescription &property);
     template<typename Write> void change(const KXPropertyDescription &property, Write &&write);
     [[nodiscard]] KXRowValues *values() const { return reinterpret_cast<KXRowValues *>(m_values); }
 
     mutable std::atomic<qint32> m_references { 0 };
     mutable quint32 m_flags = 0;
-    KXManagedObjectContext *m_context = nullptr;
+    /// What keeps the entity alive: the context, or for an object without one a reference of its own.
+    union {
+        KXManagedObjectContext *m_context = nullptr;
+        StoreHolder *m_store;
+    };
     const KXEntityDescription *m_entity = nullptr;
     qint64 m_key = 0;
     mutable char *m_values = nullptr;

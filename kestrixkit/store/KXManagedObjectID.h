@@ -12,6 +12,7 @@ struct KXStoreIdentity
 {
     QString uuid;
     KXManagedObjectModel::Ref model;
+    quint64 serial = 0; ///< of this opening of the store; never reused in a process
 };
 
 /// Names one stored object, in memory, between threads and as a URI.

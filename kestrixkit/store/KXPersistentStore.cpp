@@ -64,7 +64,10 @@ std::unique_ptr<KXPersistentStorePrivate> KXPersistentStorePrivate::open(const Q
     }
 
     auto store = std::make_unique<KXPersistentStorePrivate>(url, path, vfs);
-    store->identity = std::make_shared<KXStoreIdentity>(KXStoreIdentity { metadata.uuid, model });
+    static std::atomic<quint64> nextSerial { 1 };
+    store->identity = std::make_shared<KXStoreIdentity>(KXStoreIdentity { metadata.uuid, model, nextSerial++ });
+    for (const KXEntityDescription *entity : model->entities())
+        store->codecs.emplace_back(*entity);
     store->connections.setWriter(std::move(writer));
     return store;
 }

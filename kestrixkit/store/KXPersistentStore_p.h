@@ -2,6 +2,7 @@
 
 #include <kestrixkit/store/KXKeySequence_p.h>
 #include <kestrixkit/store/KXPersistentStore.h>
+#include <kestrixkit/store/KXRowCodec_p.h>
 #include <kestrixkit/store/KXStoreConnections_p.h>
 
 /// What an open store consists of.
@@ -16,8 +17,12 @@ public:
     [[nodiscard]] static std::unique_ptr<KXPersistentStorePrivate> open(const QUrl &url, const KXManagedObjectModel::Ref &model,
         const QByteArray &vfs, KXError *error);
 
+    /// Of an entity of the store's model.
+    [[nodiscard]] const KXRowCodec &codec(const KXEntityDescription &entity) const { return codecs[size_t(entity.number() - 1)]; }
+
     const QUrl url;
     std::shared_ptr<const KXStoreIdentity> identity;
+    std::vector<KXRowCodec> codecs; // by the entities' numbers
     KXStoreConnections connections;
     KXKeySequence keys { connections };
 };

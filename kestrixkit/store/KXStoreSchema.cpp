@@ -38,8 +38,25 @@ QByteArray columnType(const KXPropertyDescription &property)
     }
 }
 
-/// Each column of the root's table once, whichever entity of the family declares it.
-QList<const KXPropertyDescription *> columnsOfTable(const KXEntityDescription &root)
+QMap<QByteArray, QByteArray> wantedIndexes(const KXManagedObjectModel &model)
+{
+    QMap<QByteArray, QByteArray> indexes;
+    for (const KXEntityDescription *root : model.entities()) {
+        if (root->parent())
+            continue;
+        for (const KXPropertyDescription *column : KXStoreSchema::columnsOfTable(*root)) {
+            if (!column->isIndexed() && !column->isToOne())
+                continue;
+            QByteArray name = "kx_i_" + root->table().mid(1, root->table().size() - 2) + '_' + column->column().mid(1, column->column().size() - 2);
+            indexes.insert(name, "CREATE INDEX \"" + name + "\" ON " + root->table() + '(' + column->column() + ')');
+        }
+    }
+    return indexes;
+}
+
+}
+
+QList<const KXPropertyDescription *> KXStoreSchema::columnsOfTable(const KXEntityDescription &root)
 {
     QList<const KXPropertyDescription *> columns;
     QSet<QByteArray> seen;
@@ -52,24 +69,6 @@ QList<const KXPropertyDescription *> columnsOfTable(const KXEntityDescription &r
         }
     }
     return columns;
-}
-
-QMap<QByteArray, QByteArray> wantedIndexes(const KXManagedObjectModel &model)
-{
-    QMap<QByteArray, QByteArray> indexes;
-    for (const KXEntityDescription *root : model.entities()) {
-        if (root->parent())
-            continue;
-        for (const KXPropertyDescription *column : columnsOfTable(*root)) {
-            if (!column->isIndexed() && !column->isToOne())
-                continue;
-            QByteArray name = "kx_i_" + root->table().mid(1, root->table().size() - 2) + '_' + column->column().mid(1, column->column().size() - 2);
-            indexes.insert(name, "CREATE INDEX \"" + name + "\" ON " + root->table() + '(' + column->column() + ')');
-        }
-    }
-    return indexes;
-}
-
 }
 
 KXError KXStoreSchema::inspectFile(const QString &path, bool &fresh)

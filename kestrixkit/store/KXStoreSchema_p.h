@@ -22,6 +22,9 @@ struct Metadata
     QMap<QString, QByteArray> versionHashes;
 };
 
+/// Each column of the root's table once, whichever entity of the family declares it.
+[[nodiscard]] QList<const KXPropertyDescription *> columnsOfTable(const KXEntityDescription &root);
+
 /// Looks at the first bytes alone: an error for folders, unreadable files, files of other programs and files that
 /// are shorter than they say. No error for a missing or empty file, which `fresh` tells.
 [[nodiscard]] KXError inspectFile(const QString &path, bool &fresh);
