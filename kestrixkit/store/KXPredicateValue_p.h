@@ -13,7 +13,7 @@ class KXObservable;
 /// Names a row wherever it is met: as an object of some context or as an identifier.
 struct KXObjectKey
 {
-    quint64 store = 0; ///< stands for the store's UUID
+    quint64 store = 0; ///< serial number of the open store, never reused in a process
     quint32 layout = 0; ///< KXEntityDescription::layoutSerial of its entity
     qint64 key = 0; ///< of the row; 0 for no row
 
