@@ -78,7 +78,7 @@ QVariant normalisedConstant(const QVariant &value)
     case KXPredicateValue::Decimal:
         return QVariant::fromValue(comparable.decimal());
     case KXPredicateValue::Object:
-        return KXPredicateObjectHooks().constant ? KXPredicateObjectHooks().constant(value) : value;
+        return KXConstantFromObject(value);
     default:
         return value;
     }
@@ -215,6 +215,11 @@ KXExpression KXExpression::expressionWithSubstitutionVariables(const QVariantMap
     default:
         return *this;
     }
+}
+
+QVariant KXExpression::expressionValueWithObject(const KXObservable *object, const QVariantMap &variables) const
+{
+    return KXPredicateEvaluator(variables).value(*this, object);
 }
 
 bool operator==(const KXExpression &a, const KXExpression &b)

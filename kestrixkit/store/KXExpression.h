@@ -8,6 +8,7 @@
 #include <kestrixkit/foundation/KXGlobal.h>
 
 class KXExpressionData;
+class KXObservable;
 
 /// What an expression stands for. The numbers are part of stored trees: append only.
 enum class KXExpressionType : quint8 {
@@ -69,6 +70,10 @@ public:
     [[nodiscard]] const QList<KXExpression> &arguments() const;
     /// Levels of expressions inside each other, 1 for most.
     [[nodiscard]] int depth() const;
+
+    /// What the expression stands for: a list where it reaches through a to-many relationship, as
+    /// KXPredicate describes it. Throws KXException for a variable that is not among those given.
+    [[nodiscard]] QVariant expressionValueWithObject(const KXObservable *object, const QVariantMap &variables = {}) const;
 
     /// Text that reads back as an equal expression; see KXPredicate::predicateFormat.
     [[nodiscard]] QString expressionFormat() const;

@@ -124,7 +124,7 @@ public:
 
     /// Text that predicateWithText reads back as an equal tree; empty when absent. Key paths that are no plain
     /// names stand in backquotes, values without a literal of their own as DATE("…"), DECIMAL("…"), URL("…"), UUID("…"),
-    /// DATA("base64"), DOUBLE("nan"), OBJECT("…").
+    /// DATA("base64"), DOUBLE("nan"). Objects print as OBJECT("URI"), which does not read back.
     [[nodiscard]] QString predicateFormat() const;
 
     /// The predicate with the variables replaced. Throws KXException for a variable that is not among them.

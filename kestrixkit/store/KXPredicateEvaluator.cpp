@@ -124,8 +124,9 @@ int KXPredicateEvaluator::foldingOptions(KXPredicateOperator comparisonOperator,
 
 QRegularExpression KXPredicateEvaluator::regularExpression(const QString &pattern, int options)
 {
-    return QRegularExpression(QRegularExpression::anchoredPattern(pattern), QRegularExpression::UseUnicodePropertiesOption
+    const QRegularExpression expression(QRegularExpression::anchoredPattern(pattern), QRegularExpression::UseUnicodePropertiesOption
             | (options & KXCaseInsensitive ? QRegularExpression::CaseInsensitiveOption : QRegularExpression::NoPatternOption));
+    return expression.isValid() ? expression : QRegularExpression(u"(?!)"_s);
 }
 
 bool KXPreparedSide::contains(const KXPredicateValue &value) const

@@ -11,7 +11,6 @@
 #include <kestrixkit/foundation/KXDecimal.h>
 #include <kestrixkit/foundation/KXException.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
-#include <kestrixkit/store/KXPredicateValue_p.h>
 
 using namespace Qt::StringLiterals;
 
@@ -569,8 +568,6 @@ QVariant KXPredicateParser::valueFromCall(const QString &name, const QVariant &a
         const QUuid uuid = QUuid::fromString(text);
         return uuid.isNull() && !text.startsWith("00000000-"_L1) ? QVariant() : QVariant(uuid);
     }
-    if (name == "OBJECT"_L1)
-        return KXPredicateObjectHooks().fromText ? KXPredicateObjectHooks().fromText(text) : QVariant();
     if (name != "DATA"_L1 && name != "CBOR"_L1)
         return {};
     const auto decoded = QByteArray::fromBase64Encoding(text.toLatin1(), QByteArray::AbortOnBase64DecodingErrors);

@@ -7,6 +7,7 @@
 #include <QUrl>
 #include <QUuid>
 
+#include <kestrixkit/store/KXManagedObjectID.h>
 #include <kestrixkit/store/KXPredicateParser_p.h>
 #include <kestrixkit/store/KXPredicateValue_p.h>
 #include <kestrixkit/store/KXValueConversion_p.h>
@@ -233,7 +234,7 @@ void KXPredicatePrinter::printConstant(const QVariant &value)
     if (comparable.kind() == KXPredicateValue::Decimal)
         call("DECIMAL"_L1, comparable.decimal().toString());
     else if (comparable.kind() == KXPredicateValue::Object)
-        call("OBJECT"_L1, KXPredicateObjectHooks().text ? KXPredicateObjectHooks().text(value) : QString());
+        call("OBJECT"_L1, value.value<KXManagedObjectID>().URIRepresentation().toString());
     else
         call("CBOR"_L1, QString::fromLatin1(QCborValue::fromVariant(value).toCbor().toBase64()));
 }

@@ -11,12 +11,14 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// SQLite's parser keeps 100 open places; a piece of text with parentheses takes some of them.
-constexpr int sqlNestingLimit = 85;
+// SQLite's parser keeps 100 open places, of which each piece of text inside another takes some. The limit leaves
+// room for a single value at the bottom and for the caller's text around the whole.
+constexpr int sqlNestingLimit = 65;
+constexpr int sqlNestingOfParenthesis = 1;
 constexpr int sqlNestingOfJunction = 3;
-constexpr int sqlNestingOfQuery = 12;
+constexpr int sqlNestingOfQuery = 10;
 
-constexpr qsizetype sqlFlatJunction = 200; // longer ones are cut, because SQLite limits the depth of trees to 1000
+constexpr qsizetype sqlJunctionParts = 32; // longer ones become trees, because SQLite limits the depth of chains to 1000
 constexpr size_t sqlMostParameters = 32'000; // SQLite's limit is 32766, and the caller has some of its own
 
 [[noreturn]] void sqlRefuse(const QString &reason) { throw KXPredicateSQLRefusal { KXPredicateSQL::NotInSQL, reason }; }
@@ -190,7 +192,7 @@ void KXPredicateSQLCompiler::compile(const KXPredicate &predicate)
         const KXPredicate &part = sqlUnwrapped(inner.subpredicates().first());
         if (part.type() == KXPredicateType::Not)
             return compile(part.subpredicates().first());
-        const Nesting nesting(*this, sqlNestingOfJunction);
+        const Nesting nesting(*this, sqlNestingOfParenthesis);
         m_text += '(';
         compile(part);
         m_text += ") IS NOT TRUE";
@@ -208,24 +210,27 @@ void KXPredicateSQLCompiler::compileParts(const QList<KXPredicate> &parts, bool 
     sqlFlatten(parts, isAnd ? KXPredicateType::And : KXPredicateType::Or, flat);
     if (!isAnd)
         flat = sqlWithLists(flat);
-    join(flat.constData(), flat.size(), isAnd);
+    join(0, flat.size(), isAnd, [this, &flat](qsizetype i) { compile(flat[i]); });
 }
 
-void KXPredicateSQLCompiler::join(const KXPredicate *parts, qsizetype count, bool isAnd)
+/// Writes the pieces from `from` to `to`, joined in a tree that is nowhere wider than sqlJunctionParts.
+template<typename Write> void KXPredicateSQLCompiler::join(qsizetype from, qsizetype to, bool isAnd, const Write &write)
 {
-    if (count == 0) {
+    if (from == to) {
         m_text += isAnd ? '1' : '0';
         return;
     }
-    if (count == 1)
-        return compile(*parts);
-    const qsizetype step = count > sqlFlatJunction ? qsizetype(std::ceil(std::sqrt(double(count)))) : 1;
+    if (from + 1 == to)
+        return write(from);
+    qsizetype step = 1;
+    while ((to - from + step - 1) / step > sqlJunctionParts)
+        step *= sqlJunctionParts;
     const Nesting nesting(*this, sqlNestingOfJunction);
     m_text += '(';
-    for (qsizetype i = 0; i < count; i += step) {
-        if (i > 0)
+    for (qsizetype i = from; i < to; i += step) {
+        if (i > from)
             m_text += isAnd ? " AND " : " OR ";
-        join(parts + i, std::min(step, count - i), isAnd);
+        join(i, std::min(i + step, to), isAnd, write);
     }
     m_text += ')';
 }
@@ -335,7 +340,7 @@ void KXPredicateSQLCompiler::apply(const KXPredicateSQLPath &path, KXPredicateMo
     if (modifier != KXPredicateModifier::All || !path.isToMany())
         return applyToSome(path, 0, m_row, condition);
     // All match when there is none that does not.
-    const Nesting nesting(*this, sqlNestingOfJunction);
+    const Nesting nesting(*this, sqlNestingOfParenthesis);
     condition.inverted = true;
     m_text += '(';
     applyToSome(path, 0, m_row, condition);
@@ -375,7 +380,7 @@ void KXPredicateSQLCompiler::applyToSome(const KXPredicateSQLPath &path, qsizety
         if (!fitsAbsent(condition))
             return applyToSome(path, from + 1, next, condition);
         // A missing object must be let through as well: leave out those that are there and do not fit.
-        const Nesting nesting(*this, sqlNestingOfJunction);
+        const Nesting nesting(*this, sqlNestingOfParenthesis);
         Condition opposite = condition;
         opposite.inverted = !condition.inverted;
         m_text += '(';
@@ -389,7 +394,7 @@ void KXPredicateSQLCompiler::applyToSome(const KXPredicateSQLPath &path, qsizety
 
 void KXPredicateSQLCompiler::applyToMembers(const KXPredicateSQLPath &path, qsizetype from, qsizetype toMany, const KXPredicateSQLRow &row, const Condition &condition)
 {
-    const Nesting nesting(*this, sqlNestingOfQuery);
+    const Nesting nesting(*this, sqlNestingOfQuery + sqlNestingOfJunction);
     const KXPropertyDescription &relationship = *path[toMany].property;
     const bool joined = !relationship.joinTable().isEmpty();
     const KXEntityDescription *destination = relationship.destinationEntity();
@@ -461,21 +466,17 @@ void KXPredicateSQLCompiler::applyValues(const Operand &operand, const Condition
         m_text += ')';
         return;
     }
-    m_text += values.size() == 1 ? "" : "(0";
-    for (const KXPredicateValue &value : values) {
-        if (values.size() != 1)
-            m_text += " OR ";
+    join(0, qsizetype(values.size()), false, [&](qsizetype i) {
         if (condition.comparisonOperator == KXPredicateOperator::In) {
             Condition part = condition;
             part.reversed = true;
-            textRelation(operand, KXPredicateOperator::Contains, value, part);
+            textRelation(operand, KXPredicateOperator::Contains, values[size_t(i)], part);
         } else if (sqlIsRelation(condition.comparisonOperator)) {
-            relation(operand, condition.comparisonOperator, value, condition);
+            relation(operand, condition.comparisonOperator, values[size_t(i)], condition);
         } else {
-            textRelation(operand, condition.comparisonOperator, value, condition);
+            textRelation(operand, condition.comparisonOperator, values[size_t(i)], condition);
         }
-    }
-    m_text += values.size() == 1 ? "" : ")";
+    });
 }
 
 void KXPredicateSQLCompiler::relation(const Operand &operand, KXPredicateOperator comparisonOperator, const KXPredicateValue &value, const Condition &condition)

@@ -45,7 +45,7 @@ private:
     class Nesting;
 
     void compileParts(const QList<KXPredicate> &parts, bool isAnd);
-    void join(const KXPredicate *parts, qsizetype count, bool isAnd);
+    template<typename Write> void join(qsizetype from, qsizetype to, bool isAnd, const Write &write);
     void compileComparison(const KXPredicate &predicate);
     void compareValuesWithPath(const Side &left, KXPredicateModifier modifier, const KXPredicateSQLPath &path, Condition condition);
     void comparePaths(const KXPredicateSQLPath &left, KXPredicateModifier modifier, const KXPredicateSQLPath &right, Condition condition);
