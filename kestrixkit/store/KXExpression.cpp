@@ -51,8 +51,8 @@ QVariant normalisedConstant(const QVariant &value)
     case QMetaType::QByteArray:
         return value;
     case QMetaType::Float:
-    case QMetaType::Double: // of the numbers that are none one is enough
-        return std::isnan(value.toDouble()) ? std::numeric_limits<double>::quiet_NaN() : value.toDouble();
+    case QMetaType::Double: // of the numbers that are none one is enough, and of zeros
+        return std::isnan(value.toDouble()) ? std::numeric_limits<double>::quiet_NaN() : value.toDouble() + 0.0;
     case QMetaType::QChar:
         return value.toString();
     case QMetaType::QDate:

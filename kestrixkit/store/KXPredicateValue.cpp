@@ -1,6 +1,5 @@
 #include <kestrixkit/store/KXPredicateValue_p.h>
 
-#include <bit>
 #include <cmath>
 
 #include <QDateTime>
@@ -216,8 +215,8 @@ bool KXConstantsAreEqual(const QVariant &a, const QVariant &b)
 {
     if (a.metaType() != b.metaType())
         return false;
-    if (a.typeId() == QMetaType::Double) // to the bit: 0.0 and -0.0 differ, a number that is none is itself
-        return std::bit_cast<quint64>(a.toDouble()) == std::bit_cast<quint64>(b.toDouble());
+    if (a.typeId() == QMetaType::Double && std::isnan(a.toDouble()))
+        return std::isnan(b.toDouble());
     if (a.typeId() == QMetaType::QVariantList) {
         const QVariantList left = a.toList();
         const QVariantList right = b.toList();

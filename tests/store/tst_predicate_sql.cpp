@@ -284,7 +284,8 @@ TEST(PredicateSQL, staysWithinSQLitesLimits)
     QVariantList texts { u"a\"\\\n\u0001"_s }, numbers, reals;
     for (int i = 0; i < 10'000; ++i) {
         equal.append(KXPredicate::predicateWithFormat("title == %@", QString(u"id-"_s + QString::number(i))));
-        ordered.append(KXPredicate::predicateWithFormat("title BEGINSWITH %@ AND bpm < %d", QString(u"id-"_s + QString::number(i)), i));
+        if (i < 1500) // parameters outside of lists cost SQLite time by their square
+            ordered.append(KXPredicate::predicateWithFormat("title BEGINSWITH %@ AND bpm < %d", QString(u"id-"_s + QString::number(i)), i));
         texts.append(u"id-"_s + QString::number(i));
         reals.append(i + 0.5);
     }
