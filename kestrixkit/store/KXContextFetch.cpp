@@ -55,7 +55,7 @@ KXContextFetcher::KXContextFetcher(KXManagedObjectContextPrivate &context, const
 {
     context.checkThread();
     if (!context.store)
-        m_error = KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::CannotOpen, u"The store is not open"_s);
+        m_error = KXManagedObjectContextPrivate::notOpen();
 }
 
 bool KXContextFetcher::compile()

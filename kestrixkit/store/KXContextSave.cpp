@@ -405,7 +405,7 @@ bool KXManagedObjectContextPrivate::save(KXError *error)
     if (!saver.collect())
         return true;
     if (!store)
-        return KXSetError(error, KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::CannotOpen, u"The store is not open"_s));
+        return KXSetError(error, notOpen());
     if (KXError problem = saver.validate())
         return KXSetError(error, problem);
     std::shared_ptr<const KXStoreChange> change;
