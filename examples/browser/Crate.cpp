@@ -1,9 +1,6 @@
 #include "Crate.h"
 
-#include <atomic>
 #include <filesystem>
-#include <mutex>
-#include <thread>
 
 #include <QDateTime>
 #include <QDir>
@@ -19,6 +16,8 @@
 #include <popularimeterframe.h>
 #include <tpropertymap.h>
 #include <wavfile.h>
+
+#include "Parallel.h"
 
 using namespace Qt::StringLiterals;
 
@@ -146,26 +145,14 @@ std::string Crate::make(const QString &cachesFolder, QString *error)
     for (const CrateTrack &track : tracks())
         QDir(making.path()).mkpath(track.fileName().section(u'/', 0, 0));
     const std::string folder = QFile::encodeName(making.path()).toStdString();
-    std::atomic<uint32_t> next = 0;
-    std::mutex errorLock;
-    const auto work = [&] {
-        for (uint32_t i; (i = next++) < tracks().size();) {
-            const QString problem = writeTrack(tracks()[i], i + 1, folder);
-            if (problem.isEmpty())
-                continue;
-            const std::lock_guard lock(errorLock);
+    std::vector<QString> problems(tracks().size());
+    forEachInParallel(problems.size(), [&](size_t i) { problems[i] = writeTrack(tracks()[i], uint32_t(i + 1), folder); });
+    for (const QString &problem : problems) {
+        if (!problem.isEmpty()) {
             *error = problem;
-            next = uint32_t(tracks().size());
+            return {};
         }
-    };
-    std::vector<std::thread> workers;
-    for (unsigned i = 1; i < std::thread::hardware_concurrency(); ++i)
-        workers.emplace_back(work);
-    work();
-    for (std::thread &worker : workers)
-        worker.join();
-    if (!error->isEmpty())
-        return {};
+    }
 
     std::error_code code;
     std::filesystem::rename(folder, path, code);

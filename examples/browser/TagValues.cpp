@@ -16,6 +16,9 @@ constexpr std::array<QLatin1StringView, 12> minorNames { "Abm"_L1, "Ebm"_L1, "Bb
 constexpr std::array<QLatin1StringView, 12> majorNames { "B"_L1, "F#"_L1, "Db"_L1, "Ab"_L1, "Eb"_L1, "Bb"_L1, "F"_L1,
     "C"_L1, "G"_L1, "D"_L1, "A"_L1, "E"_L1 };
 
+// Nobody has more genres, and each of them becomes an object.
+constexpr qsizetype maximumNames = 32;
+
 // The leading number of a tag text; what may follow it is the caller's business.
 std::optional<double> tagNumber(QString text)
 {
@@ -40,7 +43,7 @@ QStringList split(const QStringList &fields, const QRegularExpression &separator
         for (const QString &part : field.split(separator)) {
             const QString name = TagValues::clean(part, 200);
             const QString key = TagValues::nameKey(name);
-            if (key.isEmpty() || seen.contains(key))
+            if (key.isEmpty() || seen.contains(key) || result.size() == maximumNames)
                 continue;
             seen.insert(key);
             result.append(name);
