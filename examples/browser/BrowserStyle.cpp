@@ -1,6 +1,7 @@
 #include "BrowserStyle.h"
 
 #include <QApplication>
+#include <QFont>
 #include <QPalette>
 #include <QStyleFactory>
 
@@ -9,7 +10,8 @@ using namespace Qt::StringLiterals;
 QColor BrowserStyle::keyColour(const MusicalKey &key)
 {
     const float hue = float((key.number + 4) % 12) / 12.0F;
-    return QColor::fromHslF(hue, key.minor ? 0.55F : 0.70F, key.minor ? 0.62F : 0.72F);
+    const float blue = hue > 0.55F && hue < 0.80F ? 0.08F : 0.0F; // looks darker than it is
+    return QColor::fromHslF(hue, key.minor ? 0.58F : 0.72F, (key.minor ? 0.64F : 0.74F) + blue);
 }
 
 void BrowserStyle::apply(QApplication &application)

@@ -21,7 +21,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr int columnWidths[TrackTableModel::ColumnCount] = { 240, 200, 170, 140, 70, 92, 100, 70, 130, 60, 96 };
+constexpr int columnWidths[TrackTableModel::ColumnCount] = { 268, 212, 190, 152, 70, 92, 100, 70, 132, 60, 92 };
 constexpr int refreshMilliseconds = 250;
 constexpr int shownReasons = 20; // in the tool tip of the summary
 

@@ -139,16 +139,16 @@ std::optional<MusicalKey> TagValues::key(const QString &text)
     }
 
     static const QRegularExpression written(
-        u"^([A-Ga-g])\\s*(#|b|\\s?sharp|\\s?flat)?[\\s-]*(m|min|minor|moll|maj|major|dur|M)?$"_s);
+        u"^([A-Ga-g])\\s*(#|b|(?i:sharp|flat))?[\\s-]*([mM]|(?i:min|minor|moll|maj|major|dur))?$"_s);
     const auto match = written.match(key);
     if (!match.hasMatch())
         return std::nullopt;
     constexpr std::array<int, 7> semitones { 9, 11, 0, 2, 4, 5, 7 }; // of A to G
     const int letter = match.captured(1).at(0).toUpper().unicode() - u'A';
-    const QString sign = match.captured(2).trimmed();
+    const QString sign = match.captured(2).toLower();
     const int shift = sign.isEmpty() ? 0 : sign == u'#' || sign == "sharp"_L1 ? 1 : -1;
-    const QString mode = match.captured(3);
-    const bool minor = mode == u'm' || mode.startsWith("min"_L1) || mode == "moll"_L1;
+    const QString mode = match.captured(3); // a single letter is minor or major by its case
+    const bool minor = mode == u'm' || mode.startsWith("min"_L1, Qt::CaseInsensitive) || mode.compare("moll"_L1, Qt::CaseInsensitive) == 0;
     return MusicalKey { wheelNumber((semitones[size_t(letter)] + shift + 12) % 12, minor), minor };
 }
 
