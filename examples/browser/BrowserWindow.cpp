@@ -140,14 +140,11 @@ void BrowserWindow::importFolder(const std::string &folder)
     m_cancel->setEnabled(true);
     m_cancel->show();
     m_progress->show();
-    m_import = std::make_shared<KXBlockOperation>();
-    const KXBlockOperation *operation = m_import.get(); // the queue keeps it while its block runs
-    m_import->addExecutionBlock([this, operation, importer = Importer(m_coordinator, folder)] {
-        const ImportResult result = importer.run([operation] { return operation->isCancelled(); },
+    m_import = m_queue.addBlock([this, importer = Importer(m_coordinator, folder)](KXAbstractOperation &operation) {
+        const ImportResult result = importer.run([&] { return operation.isCancelled(); },
             [this](qint64 done, qint64 total) { KXMainQueue::async(this, [this, done, total] { showProgress(done, total); }); });
-        KXMainQueue::async(this, [this, result] { finishImport(result); });
+        KXMainQueue::async(this, [this, result, &operation] { finishImport(&operation, result); });
     });
-    m_queue.addOperation(m_import);
 }
 
 void BrowserWindow::cancelImport()
@@ -220,8 +217,10 @@ void BrowserWindow::showProgress(qint64 done, qint64 total)
     m_status->setText(total == 0 ? tr("Looking for music…") : tr("Importing %1 of %2").arg(locale.toString(done), locale.toString(total)));
 }
 
-void BrowserWindow::finishImport(const ImportResult &result)
+void BrowserWindow::finishImport(const KXAbstractOperation *operation, const ImportResult &result)
 {
+    if (m_import.get() != operation)
+        return; // another one took its place
     m_import.reset();
     m_lastResult = result;
     m_progress->hide();

@@ -47,7 +47,7 @@ private:
     void refresh();
     void showSummary();
     void showProgress(qint64 done, qint64 total);
-    void finishImport(const ImportResult &result);
+    void finishImport(const KXAbstractOperation *operation, const ImportResult &result);
 
     KXPersistentStoreCoordinator::Ref m_coordinator;
     KXManagedObjectContext::Ref m_context;
