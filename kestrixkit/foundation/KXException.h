@@ -5,6 +5,7 @@
 #include <QByteArray>
 #include <QString>
 
+#include <kestrixkit/foundation/KXCallStack.h>
 #include <kestrixkit/foundation/KXGlobal.h>
 
 /// Thrown for mistakes of the programmer only: an unknown entity, template or key, an object of another
@@ -18,6 +19,9 @@ public:
     [[nodiscard]] const QString &name() const { return m_name; }
     [[nodiscard]] const QString &reason() const { return m_reason; }
 
+    /// Where it was made, innermost frame first.
+    [[nodiscard]] const KXCallStack &callStack() const { return m_callStack; }
+
     /// "name: reason" in UTF-8.
     [[nodiscard]] const char *what() const noexcept override { return m_what.constData(); }
 
@@ -25,4 +29,10 @@ private:
     QString m_name;
     QString m_reason;
     QByteArray m_what;
+    KXCallStack m_callStack;
 };
+
+/// An argument that the function cannot work with.
+inline constexpr QLatin1StringView KXInvalidArgumentException { "KXInvalidArgumentException" };
+/// A state that should have been impossible.
+inline constexpr QLatin1StringView KXInternalInconsistencyException { "KXInternalInconsistencyException" };

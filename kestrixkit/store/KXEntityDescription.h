@@ -1,7 +1,6 @@
 #pragma once
 
 #include <QByteArray>
-#include <QHash>
 #include <QList>
 #include <QString>
 
@@ -69,7 +68,6 @@ private:
     QString m_renamingIdentifier;
     KXResidence m_residence = KXResidence::Released;
     QList<KXPropertyDescription> m_properties;
-    QHash<QString, int> m_indexByName;
     const KXEntityDescription *m_parent = nullptr;
     const KXEntityDescription *m_root = nullptr;
     QList<const KXEntityDescription *> m_family;

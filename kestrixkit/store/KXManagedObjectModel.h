@@ -14,6 +14,9 @@
 
 class KXBundle;
 
+/// Key of the shared model in KXMainThreadDictionary.
+inline constexpr QLatin1StringView KXNSManagedObjectModelMainThreadKey { "KXNSManagedObjectModelMainThreadKey" };
+
 /// A fetch that a model keeps under a name: an entity and a predicate that may hold variables.
 struct KXFetchTemplate
 {

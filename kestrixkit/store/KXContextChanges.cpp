@@ -1,0 +1,369 @@
+// What a context does when its objects change: both ends of relationships, delete rules, announcements.
+
+#include <algorithm>
+
+#include <kestrixkit/foundation/KXException.h>
+#include <kestrixkit/foundation/KXLog.h>
+#include <kestrixkit/foundation/KXMainQueue.h>
+#include <kestrixkit/foundation/KXNotificationCenter.h>
+#include <kestrixkit/foundation/KXStringWithFormat.h>
+#include <kestrixkit/store/KXManagedObjectContext_p.h>
+
+using Object = KXManagedObject;
+
+void KXManagedObjectContextPrivate::willChange(Object *object, int property)
+{
+    checkThread();
+    // A new object is written whole, and one that is deleted not at all.
+    if (object->m_flags & (Object::Deleted | Object::InsertPending))
+        return;
+    Change &change = changes[object];
+    if (!change.object) {
+        change.object = KXRef<Object>(object);
+        if (!(object->m_flags & Object::Inserted)) {
+            change.before = KXRowValues::Owner(KXRowValues::clone(*object->values(), *object->m_entity), { object->m_entity });
+            object->m_flags |= Object::Updated;
+        }
+    }
+    if (change.unannounced.none())
+        m_announcements.push_back(change.object);
+    change.changed.set(size_t(property));
+    change.unannounced.set(size_t(property));
+    scheduleProcessing();
+}
+
+// Relationships
+
+bool KXManagedObjectContextPrivate::mayConnect(Object *object, const KXPropertyDescription &property, Object *other) const
+{
+    if (!other)
+        return true;
+    if (other->managedObjectContext() != q) {
+        if (other->managedObjectContext()) {
+            throw KXException(QStringLiteral("KXInvalidArgumentException"),
+                KXStringWithFormat("\"%@\" of \"%@\" cannot hold an object of another context", property.name(), object->entity()->name()));
+        }
+        KXLogWarning(store, "\"%@\" of \"%@\" cannot hold an object without context", property.name(), object->entity()->name());
+        return false;
+    }
+    if (!other->entity()->isKindOf(property.destinationEntity())) {
+        throw KXException(QStringLiteral("KXInvalidArgumentException"), KXStringWithFormat("\"%@\" of \"%@\" cannot hold an object of the entity \"%@\"",
+            property.name(), object->entity()->name(), other->entity()->name()));
+    }
+    return !other->isDeleted() && other->loadedValues();
+}
+
+void KXManagedObjectContextPrivate::assignToOne(Object *object, const KXPropertyDescription &property, qint64 key)
+{
+    if (object->m_flags & Object::Deleted || !object->loadedValues())
+        return; // a deleted object keeps its values
+    object->willChangeValueForKey(property.name());
+    willChange(object, property.index());
+    object->values()->setToOne(property, key);
+    object->didChangeValueForKey(property.name());
+}
+
+void KXManagedObjectContextPrivate::linkToMany(Object *object, const KXPropertyDescription &property, Object *other, bool add)
+{
+    if (object->m_flags & Object::Deleted || !object->loadedValues())
+        return;
+    const KXChangeKind kind = add ? KXChangeKind::Insertion : KXChangeKind::Removal;
+    const QVariantList member = object->isObserved() ? QVariantList { KXVariantFromRef(KXRef<Object>(other)) } : QVariantList();
+    object->willChangeValueForKey(property.name(), kind, add ? QVariantList() : member);
+    willChange(object, property.index());
+    KXToManyKeys &keys = object->values()->toMany(property);
+    const qint64 key = other->m_key;
+    QSet<qint64> &undone = add ? keys.removed : keys.added;
+    if (!undone.remove(key))
+        (add ? keys.added : keys.removed).insert(key);
+    if (keys.loaded) {
+        if (add)
+            keys.members.insert(key);
+        else
+            keys.members.remove(key);
+    }
+    object->didChangeValueForKey(property.name(), kind, add ? QVariantList() : member, add ? member : QVariantList());
+}
+
+void KXManagedObjectContextPrivate::setToOne(Object *object, const KXPropertyDescription &property, Object *other)
+{
+    checkThread();
+    if (!mayConnect(object, property, other))
+        return;
+    const qint64 before = object->values()->toOne(property);
+    const qint64 after = other ? other->m_key : 0;
+    if (before == after) {
+        object->announceUnchanged(property);
+        return;
+    }
+    const KXRef<Object> held(object);
+    const KXRef<Object> heldOther(other);
+    assignToOne(object, property, after);
+    const KXPropertyDescription *inverse = property.inverse();
+    if (!inverse)
+        return;
+    const KXRef<Object> partner = before ? this->object(*property.destinationEntity(), before) : KXRef<Object>();
+    if (inverse->isToMany()) {
+        if (partner)
+            linkToMany(partner.get(), *inverse, object, false);
+        if (other)
+            linkToMany(other, *inverse, object, true);
+        return;
+    }
+    if (partner && partner->loadedValues() && partner->values()->toOne(*inverse) == object->m_key)
+        assignToOne(partner.get(), *inverse, 0);
+    if (other) {
+        // Whoever was the partner of the new partner loses it.
+        if (const qint64 robbed = other->values()->toOne(*inverse); robbed && robbed != object->m_key) {
+            if (const KXRef<Object> loser = this->object(*inverse->destinationEntity(), robbed))
+                assignToOne(loser.get(), property, 0);
+        }
+        assignToOne(other, *inverse, object->m_key);
+    }
+}
+
+void KXManagedObjectContextPrivate::addToMany(Object *object, const KXPropertyDescription &property, Object *other)
+{
+    checkThread();
+    if (!mayConnect(object, property, other) || isMember(object, property, other->m_key))
+        return;
+    const KXPropertyDescription *inverse = property.inverse();
+    if (inverse && inverse->isToOne()) {
+        setToOne(other, *inverse, object);
+        return;
+    }
+    linkToMany(object, property, other, true);
+    if (inverse && !(inverse == &property && other == object))
+        linkToMany(other, *inverse, object, true);
+}
+
+void KXManagedObjectContextPrivate::removeFromMany(Object *object, const KXPropertyDescription &property, Object *other)
+{
+    checkThread();
+    if (other->managedObjectContext() != q || !isMember(object, property, other->m_key))
+        return;
+    const KXPropertyDescription *inverse = property.inverse();
+    if (inverse && inverse->isToOne()) {
+        setToOne(other, *inverse, nullptr);
+        return;
+    }
+    linkToMany(object, property, other, false);
+    if (inverse && !(inverse == &property && other == object))
+        linkToMany(other, *inverse, object, false);
+}
+
+bool KXManagedObjectContextPrivate::isMember(Object *object, const KXPropertyDescription &property, qint64 key)
+{
+    const KXRowValues &values = *object->values();
+    const KXToManyKeys *keys = values.existingToMany(property);
+    if (keys && (keys->loaded || keys->added.contains(key) || keys->removed.contains(key)))
+        return keys->loaded ? keys->members.contains(key) : keys->added.contains(key);
+    if (values.version == 0)
+        return false; // never stored: it has only what was added
+    const KXPropertyDescription *inverse = property.inverse();
+    if (Object *other = inverse ? registered(key) : nullptr; other && other->loadedValues()) {
+        // The other end may know without a look into the store.
+        if (inverse->isToOne())
+            return other->values()->toOne(*inverse) == object->m_key;
+        const KXToManyKeys *back = other->values()->existingToMany(*inverse);
+        if (back ? back->loaded : other->values()->version == 0)
+            return back && back->members.contains(object->m_key);
+    }
+    // A look at the one pair, not at all members: a genre may have half a million tracks.
+    KXError error;
+    const KXStoreConnections::Reader reader = store->connections.reader(&error);
+    KXStatement query = reader ? reader->prepare("SELECT 1 FROM " + property.joinTable() + " WHERE " + property.joinSource() + " = ? AND " + property.joinTarget() + " = ?")
+                               : KXStatement();
+    if (!query) {
+        KXLogError(store, "Cannot read \"%@\": %@", property.name(), reader ? reader->lastError() : error);
+        return false;
+    }
+    query.bind(1, object->m_key);
+    query.bind(2, key);
+    return query.step() == SQLITE_ROW;
+}
+
+KXToManyKeys &KXManagedObjectContextPrivate::loadedToMany(Object *object, const KXPropertyDescription &property)
+{
+    KXToManyKeys &keys = object->values()->toMany(property);
+    if (keys.loaded)
+        return keys;
+    if (object->values()->version != 0 && store) {
+        const QByteArray sql = property.joinTable().isEmpty()
+            ? "SELECT kx_id FROM " + property.destinationEntity()->table() + " WHERE " + property.inverse()->column() + " = ?"
+            : "SELECT " + property.joinTarget() + " FROM " + property.joinTable() + " WHERE " + property.joinSource() + " = ?";
+        KXError error;
+        const KXStoreConnections::Reader reader = store->connections.reader(&error);
+        KXStatement query = reader ? reader->prepare(sql) : KXStatement();
+        if (!query) {
+            KXLogError(store, "Cannot read \"%@\": %@", property.name(), reader ? reader->lastError() : error);
+            return keys; // stays unloaded: the next call tries again
+        }
+        query.bind(1, object->m_key);
+        int code;
+        while ((code = query.step()) == SQLITE_ROW)
+            keys.members.insert(query.integer(0));
+        if (code != SQLITE_DONE) {
+            KXLogError(store, "Cannot read \"%@\": %@", property.name(), reader->lastError());
+            keys.members.clear();
+            return keys;
+        }
+    }
+    keys.members.unite(keys.added).subtract(keys.removed);
+    keys.loaded = true;
+    return keys;
+}
+
+KXRef<Object> KXManagedObjectContextPrivate::toOne(const Object *object, const KXPropertyDescription &property)
+{
+    checkThread();
+    const qint64 key = object->values()->toOne(property);
+    return key ? this->object(*property.destinationEntity(), key) : KXRef<Object>();
+}
+
+QList<KXRef<Object>> KXManagedObjectContextPrivate::toMany(Object *object, const KXPropertyDescription &property)
+{
+    checkThread();
+    const QSet<qint64> &members = loadedToMany(object, property).members;
+    std::vector<qint64> keys(members.begin(), members.end());
+    std::sort(keys.begin(), keys.end());
+    fill(*property.destinationEntity(), keys);
+    QList<KXRef<Object>> list;
+    list.reserve(qsizetype(keys.size()));
+    for (const qint64 key : keys) {
+        if (KXRef<Object> member = this->object(*property.destinationEntity(), key))
+            list.append(std::move(member));
+    }
+    return list;
+}
+
+// Deleting
+
+void KXManagedObjectContextPrivate::remove(Object *object)
+{
+    checkThread();
+    if (!object || object->managedObjectContext() != q || object->isDeleted() || !object->loadedValues())
+        return;
+    const KXRef<Object> held(object);
+    object->prepareForDeletion();
+    if (object->isDeleted())
+        return; // by its own preparation
+
+    if (!(object->m_flags & Object::InsertPending)) {
+        object->m_flags |= Object::DeletePending;
+        m_announcements.push_back(held);
+    }
+    object->m_flags = (object->m_flags & ~quint32(Object::Inserted | Object::InsertPending | Object::Updated)) | Object::Deleted;
+    deleted.push_back(held);
+    scheduleProcessing();
+
+    for (const KXPropertyDescription &property : object->m_entity->properties()) {
+        const KXPropertyDescription *inverse = property.inverse();
+        if (!property.isRelationship() || property.deleteRule() == KXDeleteRule::Deny || (property.deleteRule() == KXDeleteRule::Nullify && !inverse))
+            continue;
+        QList<KXRef<Object>> others;
+        if (property.isToMany())
+            others = toMany(object, property);
+        else if (const KXRef<Object> other = toOne(object, property))
+            others.append(other);
+        for (const KXRef<Object> &other : others) {
+            if (property.deleteRule() == KXDeleteRule::Cascade)
+                remove(other.get());
+            if (!inverse || !other->loadedValues())
+                continue;
+            if (inverse->isToMany())
+                linkToMany(other.get(), *inverse, object, false);
+            else if (other->values()->toOne(*inverse) == object->m_key)
+                assignToOne(other.get(), *inverse, 0);
+        }
+    }
+}
+
+// Announcing
+
+void KXManagedObjectContextPrivate::scheduleProcessing()
+{
+    if (m_processingScheduled || !KXMainQueue::isMainThread())
+        return; // a background context announces when it saves
+    m_processingScheduled = true;
+    KXMainQueue::async([this, alive = std::weak_ptr(m_alive)] {
+        if (!alive.expired())
+            processPendingChanges();
+    });
+}
+
+void KXManagedObjectContextPrivate::processPendingChanges()
+{
+    checkThread();
+    m_processingScheduled = false;
+    m_processingDue = true;
+    if (m_processing)
+        return;
+    struct Guard
+    {
+        bool &flag;
+        ~Guard() { flag = false; }
+    } guard { m_processing };
+    m_processing = true;
+    while (std::exchange(m_processingDue, false)) {
+        KXObjectsDidChange did;
+        for (const KXRef<Object> &object : std::exchange(m_announcements, {})) {
+            const quint32 flags = object->m_flags;
+            const auto found = changes.find(object.get());
+            if (flags & Object::DeletePending) {
+                object->m_flags &= ~quint32(Object::DeletePending);
+                did.deleted.append(object);
+            } else if (flags & Object::InsertPending) {
+                object->m_flags &= ~quint32(Object::InsertPending);
+                did.inserted.append(object);
+            } else if (!(flags & Object::Deleted) && found != changes.end() && found->second.unannounced.any()) {
+                QSet<QString> &keys = did.changedKeys[object.get()];
+                for (const KXPropertyDescription &property : object->m_entity->properties()) {
+                    if (found->second.unannounced.test(size_t(property.index())))
+                        keys.insert(property.name());
+                }
+                found->second.unannounced.reset();
+                did.updated.append(object);
+            }
+        }
+        if (!did.inserted.isEmpty() || !did.updated.isEmpty() || !did.deleted.isEmpty())
+            KXNotificationCenter::defaultCenter().post(QString(KXManagedObjectContextObjectsDidChangeNotification), q, did);
+    }
+}
+
+void KXManagedObjectContextPrivate::rollback()
+{
+    checkThread();
+    for (const KXRef<Object> &object : std::exchange(inserted, {})) {
+        if (!(object->m_flags & Object::Detached)) {
+            objects.remove(object->m_key);
+            object->detach(store->identity);
+        }
+    }
+    for (const KXRef<Object> &object : std::exchange(deleted, {})) {
+        object->m_flags &= ~quint32(Object::Deleted | Object::DeletePending);
+        if (object->m_flags & Object::Detached)
+            continue; // it was inserted, too
+    }
+    for (auto &[object, change] : std::exchange(changes, {})) {
+        if (object->m_flags & Object::Detached || !change.before)
+            continue;
+        object->m_flags &= ~quint32(Object::Updated);
+        for (const KXPropertyDescription &property : object->m_entity->properties()) {
+            if (!change.changed.test(size_t(property.index())))
+                continue;
+            object->willChangeValueForKey(property.name());
+            if (property.isToMany()) {
+                KXToManyKeys &keys = object->values()->toMany(property);
+                if (keys.loaded)
+                    keys.members.subtract(keys.added).unite(keys.removed);
+                keys.added.clear();
+                keys.removed.clear();
+            } else {
+                object->values()->copy(*change.before, property);
+            }
+            object->didChangeValueForKey(property.name());
+        }
+    }
+    m_announcements.clear();
+}

@@ -1,0 +1,422 @@
+// Saving: one transaction that writes what changed, conflicts settled on the way, then the change feed.
+
+#include <algorithm>
+#include <cmath>
+
+#include <kestrixkit/foundation/KXLog.h>
+#include <kestrixkit/foundation/KXNotificationCenter.h>
+#include <kestrixkit/foundation/KXStringWithFormat.h>
+#include <kestrixkit/store/KXManagedObjectContext_p.h>
+
+using namespace Qt::StringLiterals;
+
+using Object = KXManagedObject;
+
+/// One save under way. Nothing of the context changes before the transaction was committed.
+class KXContextSaver
+{
+public:
+    explicit KXContextSaver(KXManagedObjectContextPrivate &context) : m_context(context) { }
+
+    /// Whether there is anything to save.
+    bool collect();
+    KXError validate();
+    KXError write(KXSQLiteConnection &connection);
+    [[nodiscard]] std::vector<KXEntityChange> takeChanges() { return std::move(m_changes); }
+    /// Makes what was committed the state of the context.
+    void finish();
+
+private:
+    /// An updated object and what becomes of it.
+    struct Update
+    {
+        Object *object;
+        KXManagedObjectContextPrivate::Change *change;
+        qint64 version = 0; ///< of the row once it is written; 0: no column changes
+        bool vanished = false; ///< somebody deleted the row
+        KXRowValues::Owner merged; ///< the row as somebody else left it, with our changes, where both had changed it
+    };
+
+    KXError validateObject(const Object &object);
+    KXError writeInserted(KXSQLiteConnection &connection);
+    KXError writeUpdated(KXSQLiteConnection &connection, Update &update);
+    KXError settleConflict(KXSQLiteConnection &connection, Update &update, std::vector<const KXPropertyDescription *> &columns);
+    KXError writeDeleted(KXSQLiteConnection &connection);
+    KXError writeJoins(KXSQLiteConnection &connection, Object &object);
+    void noteUpdate(const Update &update);
+    KXEntityChange &changeOf(const KXEntityDescription *entity);
+
+    KXManagedObjectContextPrivate &m_context;
+    std::vector<Object *> m_inserted;
+    std::vector<Update> m_updated;
+    std::vector<Object *> m_deleted; // stored ones only
+    std::vector<KXEntityChange> m_changes;
+    QByteArray m_buffer; // for texts while they are bound
+};
+
+namespace {
+
+KXError saveValidationError(const Object &object, const KXPropertyDescription &property, QLatin1StringView problem)
+{
+    return KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::ValidationFailed,
+        KXStringWithFormat("\"%@\" of \"%@\" %@", property.name(), object.entity()->name(), problem),
+        { { u"object"_s, object.objectID().URIRepresentation() }, { u"key"_s, property.name() } });
+}
+
+/// By table, then key: neighbours in the file are written together.
+bool liesBefore(const Object *a, const Object *b, qint64 keyOfA, qint64 keyOfB)
+{
+    const int tableOfA = a->entity()->root()->number();
+    const int tableOfB = b->entity()->root()->number();
+    return tableOfA != tableOfB ? tableOfA < tableOfB : keyOfA < keyOfB;
+}
+
+}
+
+bool KXContextSaver::collect()
+{
+    for (const KXRef<Object> &object : m_context.inserted) {
+        if (object->isInserted())
+            m_inserted.push_back(object.get());
+    }
+    for (auto &[object, change] : m_context.changes) {
+        if (object->isUpdated())
+            m_updated.push_back({ object, &change });
+    }
+    for (const KXRef<Object> &object : m_context.deleted) {
+        if (object->isDeleted() && object->values()->version != 0)
+            m_deleted.push_back(object.get());
+    }
+    const auto earlier = [](const Object *a, const Object *b) { return liesBefore(a, b, a->m_key, b->m_key); };
+    std::stable_sort(m_inserted.begin(), m_inserted.end(), earlier);
+    std::sort(m_updated.begin(), m_updated.end(), [&](const Update &a, const Update &b) { return earlier(a.object, b.object); });
+    return !m_inserted.empty() || !m_updated.empty() || !m_context.deleted.empty();
+}
+
+KXError KXContextSaver::validateObject(const Object &object)
+{
+    const KXRowValues &values = *object.values();
+    for (const KXPropertyDescription &property : object.entity()->properties()) {
+        if (property.isTransient() || property.isToMany())
+            continue;
+        if (!values.isPresent(property.index())) {
+            if (!property.isOptional())
+                return saveValidationError(object, property, "must have a value"_L1);
+        } else if (property.isAttribute() && property.type() == KXAttributeType::Double && std::isnan(values.slot<double>(property.offset()))) {
+            return saveValidationError(object, property, "is not a number"_L1);
+        }
+    }
+    return {};
+}
+
+KXError KXContextSaver::validate()
+{
+    for (const Object *object : m_inserted) {
+        if (KXError error = validateObject(*object))
+            return error;
+    }
+    for (const Update &update : m_updated) {
+        if (KXError error = validateObject(*update.object))
+            return error;
+    }
+    for (const KXRef<Object> &object : m_context.deleted) {
+        for (const KXPropertyDescription &property : object->entity()->properties()) {
+            if (!property.isRelationship() || property.deleteRule() != KXDeleteRule::Deny || !object->isDeleted())
+                continue;
+            QList<KXRef<Object>> others = property.isToMany() ? m_context.toMany(object.get(), property) : QList { m_context.toOne(object.get(), property) };
+            others.removeIf([](const KXRef<Object> &other) { return !other || other->isDeleted() || other->isMissing(); });
+            if (!others.isEmpty())
+                return saveValidationError(*object, property, "still has members, which forbids its deletion"_L1);
+        }
+    }
+    return {};
+}
+
+KXEntityChange &KXContextSaver::changeOf(const KXEntityDescription *entity)
+{
+    if (m_changes.empty() || m_changes.back().entity != entity) {
+        const auto found = std::find_if(m_changes.begin(), m_changes.end(), [entity](const KXEntityChange &change) { return change.entity == entity; });
+        if (found != m_changes.end())
+            return *found;
+        m_changes.push_back({ .entity = entity });
+    }
+    return m_changes.back();
+}
+
+KXError KXContextSaver::writeInserted(KXSQLiteConnection &connection)
+{
+    const KXEntityDescription *entity = nullptr;
+    KXStatement statement;
+    for (Object *object : m_inserted) {
+        const KXRowCodec &codec = m_context.store->codec(*object->entity());
+        if (object->entity() != entity) {
+            entity = object->entity();
+            statement = connection.prepare(codec.insert());
+            if (!statement)
+                return connection.lastError();
+        }
+        codec.bindInsert(statement, object->m_key, *object->values(), m_buffer);
+        const int code = statement.step();
+        statement.reset();
+        if (code != SQLITE_DONE)
+            return connection.lastError();
+        changeOf(entity).inserted.append(object->m_key);
+    }
+    return {};
+}
+
+/// The row has another version than the one that was read: what both sides changed keeps the store's value.
+KXError KXContextSaver::settleConflict(KXSQLiteConnection &connection, Update &update, std::vector<const KXPropertyDescription *> &columns)
+{
+    Object &object = *update.object;
+    const KXRowCodec &codec = m_context.store->codec(*object.entity());
+    KXStatement row = connection.prepare(codec.select() + " WHERE t0.kx_id = ?");
+    if (!row)
+        return connection.lastError();
+    row.bind(1, object.m_key);
+    const int code = row.step();
+    if (code == SQLITE_DONE) {
+        update.vanished = true;
+        return {};
+    }
+    if (code != SQLITE_ROW)
+        return connection.lastError();
+    update.merged = KXRowValues::Owner(KXRowValues::create(*object.entity()), { object.entity() });
+    codec.read(row, *update.merged);
+    std::erase_if(columns, [&](const KXPropertyDescription *property) {
+        return !KXRowValues::isEqual(*update.merged, *update.change->before, *property);
+    });
+    for (const KXPropertyDescription *property : columns)
+        update.merged->copy(*object.values(), *property);
+    return {};
+}
+
+KXError KXContextSaver::writeUpdated(KXSQLiteConnection &connection, Update &update)
+{
+    Object &object = *update.object;
+    const KXRowCodec &codec = m_context.store->codec(*object.entity());
+    std::vector<const KXPropertyDescription *> columns;
+    for (const KXPropertyDescription &property : object.entity()->properties()) {
+        if (property.hasColumn() && update.change->changed.test(size_t(property.index()))
+            && !KXRowValues::isEqual(*object.values(), *update.change->before, property))
+            columns.push_back(&property);
+    }
+    qint64 version = object.values()->version;
+    while (!columns.empty()) {
+        KXStatement statement = connection.prepare(codec.update(columns));
+        if (!statement)
+            return connection.lastError();
+        if (m_buffer.capacity() < 16 << 10)
+            m_buffer.reserve(16 << 10);
+        m_buffer.resize(0);
+        int parameter = 1;
+        for (const KXPropertyDescription *property : columns)
+            KXRowCodec::bind(statement, parameter++, *object.values(), *property, m_buffer);
+        statement.bind(parameter++, object.m_key);
+        statement.bind(parameter++, version);
+        if (statement.step() != SQLITE_DONE)
+            return connection.lastError();
+        if (connection.changes() == 1) {
+            update.version = version + 1;
+            break;
+        }
+        // The transaction holds the write lock, so the row cannot change a second time.
+        statement.reset();
+        if (KXError error = settleConflict(connection, update, columns))
+            return error;
+        if (update.vanished)
+            return {};
+        version = update.version = update.merged->version;
+    }
+    return {};
+}
+
+KXError KXContextSaver::writeJoins(KXSQLiteConnection &connection, Object &object)
+{
+    for (const KXPropertyDescription &property : object.entity()->properties()) {
+        // Each pair stands in the sets of both ends; one of them writes it.
+        if (property.joinTable().isEmpty() || (property.inverse() && property.inverse() != &property && property.joinSource() != "a"))
+            continue;
+        const KXToManyKeys *keys = object.values()->existingToMany(property);
+        if (!keys || !keys->isChanged())
+            continue;
+        const QByteArray columns = '(' + property.joinSource() + ", " + property.joinTarget() + ')';
+        const std::pair<const QSet<qint64> &, QByteArray> steps[] = {
+            { keys->added, "INSERT OR IGNORE INTO " + property.joinTable() + columns + " VALUES(?, ?)" },
+            { keys->removed, "DELETE FROM " + property.joinTable() + " WHERE " + columns + " = (?, ?)" },
+        };
+        for (const auto &[others, sql] : steps) {
+            if (others.isEmpty())
+                continue;
+            KXStatement statement = connection.prepare(sql);
+            if (!statement)
+                return connection.lastError();
+            for (const qint64 other : others) {
+                statement.bind(1, object.m_key);
+                statement.bind(2, other);
+                const int code = statement.step();
+                statement.reset();
+                if (code != SQLITE_DONE)
+                    return connection.lastError();
+            }
+        }
+    }
+    return {};
+}
+
+KXError KXContextSaver::writeDeleted(KXSQLiteConnection &connection)
+{
+    for (Object *object : m_deleted) {
+        QByteArrayList statements { "DELETE FROM " + object->entity()->table() + " WHERE kx_id = ?" };
+        for (const KXPropertyDescription &property : object->entity()->properties()) {
+            if (!property.joinTable().isEmpty()) {
+                statements.append("DELETE FROM " + property.joinTable() + " WHERE " + property.joinSource() + " = ?");
+                if (property.inverse() == &property)
+                    statements.append("DELETE FROM " + property.joinTable() + " WHERE " + property.joinTarget() + " = ?");
+            }
+        }
+        for (const QByteArray &sql : statements) {
+            KXStatement statement = connection.prepare(sql);
+            if (!statement)
+                return connection.lastError();
+            statement.bind(1, object->m_key);
+            if (statement.step() != SQLITE_DONE)
+                return connection.lastError();
+        }
+        changeOf(object->entity()).deleted.append(object->m_key);
+    }
+    return {};
+}
+
+void KXContextSaver::noteUpdate(const Update &update)
+{
+    const Object &object = *update.object;
+    const KXRowValues &after = update.merged ? *update.merged : *object.values();
+    const KXRowValues &before = *update.change->before;
+    KXRowChange row { .key = object.m_key };
+    for (const KXPropertyDescription &property : object.entity()->properties()) {
+        if (property.isToMany()) {
+            const KXToManyKeys *keys = object.values()->existingToMany(property);
+            if (keys && keys->isChanged())
+                row.properties.push_back({ &property, {}, {}, keys->added.values(), keys->removed.values() });
+        } else if (property.hasColumn() && !KXRowValues::isEqual(after, before, property)) {
+            const auto value = [&property](const KXRowValues &values) {
+                if (property.isAttribute())
+                    return values.attribute(property);
+                return values.isPresent(property.index()) ? QVariant(values.toOne(property)) : QVariant();
+            };
+            row.properties.push_back({ &property, value(before), value(after), {}, {} });
+        }
+    }
+    if (!row.properties.empty())
+        changeOf(object.entity()).updated.push_back(std::move(row));
+}
+
+KXError KXContextSaver::write(KXSQLiteConnection &connection)
+{
+    KXTransaction transaction(connection);
+    if (KXError error = transaction.begin())
+        return error;
+    if (KXError error = writeInserted(connection))
+        return error;
+    for (Update &update : m_updated) {
+        if (KXError error = writeUpdated(connection, update))
+            return error;
+    }
+    for (Object *object : m_inserted) {
+        if (KXError error = writeJoins(connection, *object))
+            return error;
+    }
+    for (Update &update : m_updated) {
+        if (update.vanished)
+            continue;
+        if (KXError error = writeJoins(connection, *update.object))
+            return error;
+        noteUpdate(update);
+    }
+    if (KXError error = writeDeleted(connection))
+        return error;
+    return transaction.commit();
+}
+
+void KXContextSaver::finish()
+{
+    const auto settle = [](Object *object) {
+        for (const KXPropertyDescription &property : object->entity()->properties()) {
+            if (!property.isToMany())
+                continue;
+            if (KXToManyKeys *keys = object->values()->existingToMany(property)) {
+                keys->added.clear();
+                keys->removed.clear();
+            }
+        }
+    };
+    for (Object *object : m_inserted) {
+        object->m_flags &= ~quint32(Object::Inserted);
+        // What was added to a relationship of a new object is all there is of it.
+        for (const KXPropertyDescription &property : object->entity()->properties()) {
+            KXToManyKeys *keys = property.isToMany() ? object->values()->existingToMany(property) : nullptr;
+            if (keys && !keys->loaded) {
+                keys->members = keys->added;
+                keys->loaded = true;
+            }
+        }
+        settle(object);
+        object->values()->version = 1;
+        m_context.touch(object);
+    }
+    for (Update &update : m_updated) {
+        Object *object = update.object;
+        object->m_flags &= ~quint32(Object::Updated);
+        settle(object);
+        if (update.vanished) {
+            m_context.turnIntoFault(object);
+            object->m_flags |= Object::Missing;
+            continue;
+        }
+        if (update.merged) {
+            for (const KXPropertyDescription &property : object->entity()->properties()) {
+                if (!property.hasColumn() || KXRowValues::isEqual(*object->values(), *update.merged, property))
+                    continue;
+                object->willChangeValueForKey(property.name());
+                object->values()->copy(*update.merged, property);
+                object->didChangeValueForKey(property.name());
+            }
+        }
+        if (update.version)
+            object->values()->version = update.version;
+        m_context.touch(object);
+    }
+    const auto deleted = std::exchange(m_context.deleted, {});
+    m_context.changes.clear();
+    m_context.inserted.clear();
+    for (const KXRef<Object> &object : deleted) {
+        m_context.objects.remove(object->m_key);
+        m_context.turnIntoFault(object.get());
+        object->m_flags |= Object::Missing;
+        object->detach(m_context.store->identity);
+    }
+}
+
+bool KXManagedObjectContextPrivate::save(KXError *error)
+{
+    processPendingChanges();
+    KXContextSaver saver(*this);
+    if (!saver.collect())
+        return true;
+    if (!store)
+        return KXSetError(error, KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::CannotOpen, u"The store is not open"_s));
+    if (KXError problem = saver.validate())
+        return KXSetError(error, problem);
+    std::shared_ptr<const KXStoreChange> change;
+    {
+        const KXStoreConnections::Writer writer = store->connections.writer();
+        if (KXError problem = saver.write(*writer))
+            return KXSetError(error, problem);
+        change = coordinator->enqueueChange(q, saver.takeChanges());
+    }
+    saver.finish();
+    coordinator->deliverChanges();
+    KXNotificationCenter::defaultCenter().post(QString(KXManagedObjectContextDidSaveNotification), q, change);
+    return true;
+}

@@ -1,0 +1,85 @@
+#include <kestrixkit/store/KXKeySequence_p.h>
+
+namespace {
+constexpr qint64 largestKeyBlock = 65'536;
+}
+
+KXKeySequence::~KXKeySequence()
+{
+    if (m_thread.joinable())
+        m_thread.join();
+}
+
+KXError KXKeySequence::reserve(qint64 size, Block &block)
+{
+    const KXStoreConnections::Writer writer = m_connections.writer();
+    KXTransaction transaction(*writer);
+    if (KXError error = transaction.begin())
+        return error;
+    KXStatement advance = writer->prepare("UPDATE kx_sequence SET next = next + ?1 RETURNING next");
+    if (!advance)
+        return writer->lastError();
+    advance.bind(1, size);
+    if (advance.step() != SQLITE_ROW)
+        return writer->lastError();
+    const qint64 end = advance.integer(0);
+    if (advance.step() != SQLITE_DONE)
+        return writer->lastError();
+    advance.reset();
+    if (KXError error = transaction.commit())
+        return error;
+    block = { end - size, end };
+    return {};
+}
+
+qint64 KXKeySequence::next(KXError *error)
+{
+    std::unique_lock lock(m_mutex);
+    while (m_current.first == m_current.end) {
+        if (m_following.first != m_following.end) {
+            m_current = std::exchange(m_following, {});
+        } else if (m_reserving) {
+            m_reserved.wait(lock);
+        } else {
+            m_reserving = true;
+            lock.unlock();
+            Block block;
+            const KXError problem = reserve(m_blockSize, block);
+            lock.lock();
+            m_reserving = false;
+            m_reserved.notify_all();
+            if (problem) {
+                KXSetError(error, problem);
+                return 0;
+            }
+            m_current = block;
+        }
+    }
+    const qint64 key = m_current.first++;
+    if (m_following.first == m_following.end && !m_reserving && m_current.end - m_current.first <= m_blockSize / 2)
+        reserveInBackground(lock);
+    return key;
+}
+
+void KXKeySequence::reserveInBackground(std::unique_lock<std::mutex> &lock)
+{
+    m_reserving = true;
+    m_blockSize = std::min(2 * m_blockSize, largestKeyBlock);
+    std::thread before = std::move(m_thread);
+    m_thread = std::thread([this, size = m_blockSize] {
+        Block block;
+        // A failure is not reported here: whoever needs the block tries again and gets the error.
+        const bool failed = bool(reserve(size, block));
+        const std::lock_guard inner(m_mutex);
+        if (!failed)
+            m_following = block;
+        m_reserving = false;
+        m_reserved.notify_all();
+    });
+    if (before.joinable()) {
+        // It has done its work, but may need the mutex to say so.
+        lock.unlock();
+        before.join();
+        lock.lock();
+    }
+}

@@ -1,0 +1,548 @@
+#include <kestrixkit/store/KXManagedObjectContext.h>
+
+#include <kestrixkit/foundation/KXApplication.h>
+#include <kestrixkit/foundation/KXBundle.h>
+#include <kestrixkit/foundation/KXException.h>
+#include <kestrixkit/foundation/KXLog.h>
+#include <kestrixkit/foundation/KXMainQueue.h>
+#include <kestrixkit/foundation/KXStringWithFormat.h>
+#include <kestrixkit/foundation/KXUserDefaults.h>
+#include <kestrixkit/store/KXMainThreadDictionary.h>
+#include <kestrixkit/store/KXManagedObjectContext_p.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+/// Clean objects of released entities that nobody holds are kept until so many others were touched.
+constexpr size_t recentObjects = 20'000;
+
+/// Rows between the first and the last key are read in one go when they are not many more than those wanted.
+constexpr qint64 denseFactor = 4;
+
+/// Gives the rows of the keys, which are sorted, to `take`. Answers SQLITE_DONE or the code of what went wrong.
+template<typename Take> int readRows(KXSQLiteConnection &connection, const QByteArray &select, const std::vector<qint64> &keys, Take &&take)
+{
+    int code = SQLITE_DONE;
+    if (keys.size() > 1 && keys.back() - keys.front() < denseFactor * qint64(keys.size())) {
+        KXStatement rows = connection.prepare(select + " WHERE t0.kx_id BETWEEN ? AND ?");
+        if (!rows)
+            return SQLITE_ERROR;
+        rows.bind(1, keys.front());
+        rows.bind(2, keys.back());
+        auto next = keys.begin();
+        while ((code = rows.step()) == SQLITE_ROW) {
+            const qint64 key = rows.integer(KXRowCodec::KeyColumn);
+            while (next != keys.end() && *next < key)
+                ++next;
+            if (next != keys.end() && *next == key)
+                take(rows, key);
+        }
+        return code;
+    }
+    KXStatement row = connection.prepare(select + " WHERE t0.kx_id = ?");
+    if (!row)
+        return SQLITE_ERROR;
+    for (const qint64 key : keys) {
+        row.bind(1, key);
+        code = row.step();
+        if (code == SQLITE_ROW)
+            take(row, key);
+        else if (code != SQLITE_DONE)
+            return code;
+        row.reset();
+    }
+    return SQLITE_DONE;
+}
+
+}
+
+// Contexts
+
+KXManagedObjectContext::KXManagedObjectContext(KXPersistentStoreCoordinator::Ref coordinator)
+    : m_p(std::make_unique<KXManagedObjectContextPrivate>(this, std::move(coordinator)))
+{
+}
+
+KXManagedObjectContext::~KXManagedObjectContext() = default;
+
+KXManagedObjectContext::Ref KXManagedObjectContext::contextWithPersistentStoreCoordinator(const KXPersistentStoreCoordinator::Ref &coordinator)
+{
+    return coordinator ? Ref(new KXManagedObjectContext(coordinator)) : nullptr;
+}
+
+KXManagedObjectContext::Ref KXManagedObjectContext::contextWithStoreURL(const QUrl &url, const QList<const KXBundle *> &mergedModelFromBundles,
+    const QString &configuration, KXError *error)
+{
+    const auto coordinator = KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(url, mergedModelFromBundles, configuration, error);
+    if (!coordinator)
+        KXLogError(store, "Unabled to get a NSPersistentStoreCoordinator");
+    return contextWithPersistentStoreCoordinator(coordinator);
+}
+
+KXManagedObjectContext::Ref KXManagedObjectContext::mainContext()
+{
+    return KXMainThreadDictionary::get<Ref>(KLNSManagedObjectContextMainThreadKey);
+}
+
+KXManagedObjectContext::Ref KXManagedObjectContext::setupMainContext()
+{
+    if (const Ref before = mainContext()) {
+        KXLogDebug(store, "Closing context: %@", before->d().description());
+        if (before->commitEditing() && before->hasChanges()) {
+            KXLogDebug(store, "Doing a final save for context: %@", before->d().description());
+            before->save();
+        }
+        KXMainThreadDictionary::remove(KLNSManagedObjectContextMainThreadKey);
+    }
+    const QString name = KXBundle::mainBundle().name();
+    const Ref context = contextWithPersistentStoreCoordinator(KXPersistentStoreCoordinator::persistentStoreCoordinatorWithName(KXStringWithFormat("%@.db", name)));
+    KXMainThreadDictionary::setValue(KLNSManagedObjectContextMainThreadKey, context);
+    KXLogDebug(store, "Created context for: %@", name);
+    return context;
+}
+
+const KXPersistentStoreCoordinator::Ref &KXManagedObjectContext::persistentStoreCoordinator() const { return m_p->coordinator; }
+void KXManagedObjectContext::setCommitEditingHandler(std::function<bool()> handler) { m_p->commitEditing = std::move(handler); }
+bool KXManagedObjectContext::commitEditing() { return !m_p->commitEditing || m_p->commitEditing(); }
+
+// Saving
+
+bool KXManagedObjectContext::save()
+{
+    KXError error;
+    if (save(&error))
+        return true;
+    KXLogError(store, "Failed to save: %@", error);
+    KXApplication::presentError(error);
+    return false;
+}
+
+bool KXManagedObjectContext::save(KXError *error) { return m_p->save(error); }
+
+bool KXManagedObjectContext::hasChanges() const { return !insertedObjects().isEmpty() || !m_p->deleted.empty() || !updatedObjects().isEmpty(); }
+
+QList<KXRef<KXManagedObject>> KXManagedObjectContext::insertedObjects() const
+{
+    QList<KXRef<KXManagedObject>> list;
+    std::copy_if(m_p->inserted.begin(), m_p->inserted.end(), std::back_inserter(list), [](const auto &object) { return object->isInserted(); });
+    return list;
+}
+
+QList<KXRef<KXManagedObject>> KXManagedObjectContext::updatedObjects() const
+{
+    QList<KXRef<KXManagedObject>> list;
+    for (const auto &[object, change] : m_p->changes) {
+        if (object->isUpdated())
+            list.append(change.object);
+    }
+    return list;
+}
+
+QList<KXRef<KXManagedObject>> KXManagedObjectContext::deletedObjects() const
+{
+    return QList<KXRef<KXManagedObject>>(m_p->deleted.begin(), m_p->deleted.end());
+}
+
+void KXManagedObjectContext::rollback() { m_p->rollback(); }
+void KXManagedObjectContext::processPendingChanges() { m_p->processPendingChanges(); }
+
+// Creating and deleting
+
+KXRef<KXManagedObject> KXManagedObjectContext::managedObjectForEntity(const QString &entityName, KXError *error)
+{
+    m_p->checkThread();
+    const KXEntityDescription &entity = m_p->entity(entityName);
+    KXError problem(KXKestrixKitErrorDomain, KXStoreErrorCode::CannotOpen, u"The store is not open"_s);
+    const qint64 key = m_p->store ? m_p->store->keys.next(&problem) : 0;
+    if (key == 0) {
+        KXLogError(store, "Cannot insert into \"%@\": %@", entityName, problem);
+        KXSetError(error, problem);
+        return {};
+    }
+    KXRef<KXManagedObject> object = m_p->makeObject(entity, key);
+    m_p->insertNew(object);
+    return object;
+}
+
+KXRef<KXManagedObject> KXManagedObjectContext::temporaryInstanceOfEntity(const QString &entityName)
+{
+    m_p->checkThread();
+    return m_p->makeTemporary(m_p->entity(entityName));
+}
+
+void KXManagedObjectContext::removeManagedObject(KXManagedObject *object) { m_p->remove(object); }
+
+void KXManagedObjectContext::deleteObjects(const QList<KXRef<KXManagedObject>> &objects)
+{
+    for (const KXRef<KXManagedObject> &object : objects)
+        m_p->remove(object.get());
+}
+
+// Fetching
+
+KXFetchedList KXManagedObjectContext::fetch(const KXFetchRequest &request, KXError *error) { return m_p->fetch(request, error); }
+qint64 KXManagedObjectContext::count(const KXFetchRequest &request, KXError *error) { return m_p->count(request, error); }
+
+KXFetchedList KXManagedObjectContext::fetchAllForEntity(const QString &entityName)
+{
+    KXError error;
+    const KXFetchedList list = fetch(KXFetchRequest(entityName), &error);
+    if (list.isNull())
+        KXLogError(store, "%@: %@", entityName, error);
+    return list;
+}
+
+KXFetchedList KXManagedObjectContext::fetchForEntity(const QString &entityName, const KXPredicate &usingPredicate)
+{
+    KXError error;
+    const KXFetchedList list = fetch(KXFetchRequest(entityName, usingPredicate), &error);
+    if (list.isNull())
+        KXLogError(store, "%@: %@ %@", entityName, usingPredicate.predicateFormat(), error);
+    return list;
+}
+
+KXRef<KXManagedObject> KXManagedObjectContext::fetchFirstForEntity(const QString &entityName, const KXPredicate &usingPredicate)
+{
+    KXError error;
+    const KXFetchedList list = fetch(KXFetchRequest(entityName, usingPredicate).setFetchLimit(1), &error);
+    if (list.isNull())
+        KXLogError(store, "%@: %@ %@", entityName, usingPredicate.predicateFormat(), error);
+    return list.first();
+}
+
+qint64 KXManagedObjectContext::countForEntity(const QString &entityName, const KXPredicate &usingPredicate)
+{
+    KXError error;
+    const qint64 number = count(KXFetchRequest(entityName, usingPredicate), &error);
+    if (number < 0)
+        KXLogError(store, "%@: %@", usingPredicate.predicateFormat(), error);
+    return std::max<qint64>(0, number);
+}
+
+// Templates
+
+namespace {
+
+KXFetchRequest requestFromTemplate(const KXManagedObjectContextPrivate &context, const QString &name, const QVariantMap &variables)
+{
+    const KXFetchTemplate &fetch = context.coordinator->model()->fetchTemplate(name);
+    return KXFetchRequest(fetch.entityName, fetch.predicate.predicateWithSubstitutionVariables(variables));
+}
+
+KXRef<KXManagedObject> firstOrLog(const KXFetchedList &list, const QString &templateName, const KXError &error)
+{
+    if (list.isNull())
+        KXLogError(store, "%@: %@", templateName, error);
+    return list.first();
+}
+
+}
+
+qint64 KXManagedObjectContext::countFor(const QVariant &identifier, const QString &usingTemplate)
+{
+    const QString user = KXUserDefaults::standard().stringForKey(u"kestrixUsername"_s).value_or(u"*"_s);
+    KXError error;
+    const qint64 number = count(requestFromTemplate(*m_p, usingTemplate, { { u"IDENTIFIER"_s, identifier }, { u"USER"_s, user } }), &error);
+    if (number < 0)
+        KXLogError(store, "%@: %@", usingTemplate, error);
+    return number;
+}
+
+qint64 KXManagedObjectContext::countUsingTemplate(const QString &templateName)
+{
+    KXError error;
+    const qint64 number = count(requestFromTemplate(*m_p, templateName, {}), &error);
+    if (number < 0)
+        KXLogError(store, "%@: %@", templateName, error);
+    return std::max<qint64>(0, number);
+}
+
+KXRef<KXManagedObject> KXManagedObjectContext::fetchFirstUsingTemplate(const QString &templateName)
+{
+    KXError error;
+    const KXFetchedList list = fetch(requestFromTemplate(*m_p, templateName, {}).setFetchLimit(1), &error);
+    return firstOrLog(list, templateName, error);
+}
+
+KXRef<KXManagedObject> KXManagedObjectContext::fetchFirstFor(const QVariant &identifier, const QString &usingTemplate)
+{
+    KXError error;
+    const KXFetchedList list = fetch(requestFromTemplate(*m_p, usingTemplate, { { u"IDENTIFIER"_s, identifier } }).setFetchLimit(1), &error);
+    return firstOrLog(list, usingTemplate, error);
+}
+
+KXFetchedList KXManagedObjectContext::fetchUsingTemplate(const QString &templateName, const QVariantMap &variables, KXError *error)
+{
+    return fetch(requestFromTemplate(*m_p, templateName, variables), error);
+}
+
+KXFetchedList KXManagedObjectContext::fetchUsingTemplate(const QString &templateName, const QVariantMap &variables, const QString &sortBy, bool ascending, KXError *error)
+{
+    KXFetchRequest request = requestFromTemplate(*m_p, templateName, variables);
+    if (!sortBy.isEmpty())
+        request.setSortDescriptors({ { sortBy, ascending } });
+    return fetch(request, error);
+}
+
+KXRef<KXManagedObject> KXManagedObjectContext::fetchFirstUsingTemplate(const QString &templateName, const QVariantMap &variables, KXError *error)
+{
+    return fetch(requestFromTemplate(*m_p, templateName, variables).setFetchLimit(1), error).first();
+}
+
+// Resolving references
+
+KXRef<KXManagedObject> KXManagedObjectContext::objectWithID(const KXManagedObjectID &id)
+{
+    m_p->checkThread();
+    if (!id || !m_p->store || !id.store() || id.store()->uuid != m_p->store->identity->uuid)
+        return {};
+    // The identifier may come from another opening of the store, with a model of its own.
+    const KXEntityDescription *entity = m_p->coordinator->model()->entity(id.entity()->name());
+    if (!entity)
+        return {};
+    if (KXManagedObject *object = m_p->registered(id.key()))
+        return KXRef<KXManagedObject>(object);
+    return m_p->makeObject(*entity, id.key());
+}
+
+KXRef<KXManagedObject> KXManagedObjectContext::registeredObjectWithID(const KXManagedObjectID &id) const
+{
+    m_p->checkThread();
+    const bool ours = m_p->store && id.store() && id.store()->uuid == m_p->store->identity->uuid;
+    return KXRef<KXManagedObject>(ours ? m_p->registered(id.key()) : nullptr);
+}
+
+QList<KXRef<KXManagedObject>> KXManagedObjectContext::objectInstancesFromURIRepresentations(const QList<QUrl> &uris)
+{
+    QList<KXRef<KXManagedObject>> list;
+    for (const QUrl &uri : uris) {
+        if (auto object = objectWithID(m_p->coordinator->managedObjectIDForURIRepresentation(uri)))
+            list.append(std::move(object));
+    }
+    return list;
+}
+
+QList<KXRef<KXManagedObject>> KXManagedObjectContext::existingObjectsWithIDs(const QList<KXManagedObjectID> &ids)
+{
+    QList<KXRef<KXManagedObject>> list;
+    for (const KXManagedObjectID &id : ids) {
+        auto object = objectWithID(id);
+        if (object && !object->isMissing() && !object->isDeleted())
+            list.append(std::move(object));
+    }
+    return list;
+}
+
+bool KXManagedObjectContext::obtainPermanentIDsForObjects(const QList<KXRef<KXManagedObject>> &objects, KXError *error)
+{
+    const bool all = std::all_of(objects.begin(), objects.end(), [this](const auto &object) { return object && object->managedObjectContext() == this; });
+    return all || KXSetError(error, KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::Other, u"An object is not in this context"_s));
+}
+
+void KXManagedObjectContext::refreshObject(KXManagedObject *object)
+{
+    m_p->checkThread();
+    if (object && object->managedObjectContext() == this && !object->hasChanges())
+        m_p->turnIntoFault(object);
+}
+
+// The objects in memory
+
+KXManagedObjectContextPrivate::KXManagedObjectContextPrivate(KXManagedObjectContext *context, KXPersistentStoreCoordinator::Ref storeCoordinator)
+    : q(context)
+    , coordinator(std::move(storeCoordinator))
+    , store(coordinator->store() ? &coordinator->store()->d() : nullptr)
+{
+    if (coordinator->model())
+        m_factories.resize(size_t(coordinator->model()->entities().size()));
+}
+
+KXManagedObjectContextPrivate::~KXManagedObjectContextPrivate()
+{
+    checkThread();
+    // Whoever still holds an object keeps what it has read; the rest goes with the references below.
+    objects.forEach([this](KXManagedObject *object) { object->detach(store->identity); });
+}
+
+void KXManagedObjectContextPrivate::checkThread() const
+{
+    KX_CHECK(std::this_thread::get_id() == thread, "A context is used on thread %llu but belongs to thread %llu",
+        quint64(std::hash<std::thread::id>()(std::this_thread::get_id())), quint64(std::hash<std::thread::id>()(thread)));
+}
+
+QString KXManagedObjectContextPrivate::description() const
+{
+    return KXStringWithFormat("%@", store ? store->url.toString() : u"no store"_s);
+}
+
+const KXEntityDescription &KXManagedObjectContextPrivate::entity(const QString &name) const
+{
+    const KXEntityDescription *entity = coordinator->model() ? coordinator->model()->entity(name) : nullptr;
+    if (!entity)
+        throw KXException(u"KXUnknownEntityException"_s, KXStringWithFormat("The model has no entity \"%@\"", name));
+    return *entity;
+}
+
+KXManagedObject *KXManagedObjectContextPrivate::instantiate(const KXEntityDescription &entity)
+{
+    KXManagedObject::Factory &factory = m_factories[size_t(entity.number() - 1)];
+    // The nearest ancestor's class serves an entity without one of its own.
+    for (const KXEntityDescription *ancestor = &entity; ancestor && !factory; ancestor = ancestor->parent())
+        factory = KXManagedObject::registeredClass(ancestor->className());
+    if (!factory)
+        factory = []() -> KXManagedObject * { return new KXManagedObject; };
+    KXManagedObject *object = factory();
+    object->m_entity = &entity;
+    return object;
+}
+
+KXRef<KXManagedObject> KXManagedObjectContextPrivate::makeObject(const KXEntityDescription &entity, qint64 key)
+{
+    KXRef<KXManagedObject> object(instantiate(entity));
+    object->m_key = key;
+    object->m_context = q;
+    objects.insert(object.get());
+    if (entity.residence() == KXResidence::Resident)
+        m_resident.push_back(object);
+    return object;
+}
+
+void KXManagedObjectContextPrivate::setDefaults(KXManagedObject *object)
+{
+    object->m_values = reinterpret_cast<char *>(KXRowValues::create(*object->m_entity));
+    for (const KXPropertyDescription &property : object->m_entity->properties()) {
+        if (property.isAttribute() && property.defaultValue().isValid())
+            object->values()->setAttribute(property, property.defaultValue());
+    }
+}
+
+void KXManagedObjectContextPrivate::insertNew(const KXRef<KXManagedObject> &object)
+{
+    setDefaults(object.get());
+    object->m_flags |= KXManagedObject::Inserted | KXManagedObject::InsertPending;
+    inserted.push_back(object);
+    m_announcements.push_back(object);
+    scheduleProcessing();
+    object->awakeFromInsert();
+}
+
+KXRef<KXManagedObject> KXManagedObjectContextPrivate::makeTemporary(const KXEntityDescription &entity)
+{
+    KXRef<KXManagedObject> object(instantiate(entity));
+    setDefaults(object.get());
+    object->detach(std::make_shared<KXStoreIdentity>(KXStoreIdentity { {}, coordinator->model() }));
+    return object;
+}
+
+KXRef<KXManagedObject> KXManagedObjectContextPrivate::object(const KXEntityDescription &entity, qint64 key)
+{
+    if (KXManagedObject *object = registered(key)) {
+        object->m_flags |= KXManagedObject::Touched;
+        return KXRef<KXManagedObject>(object);
+    }
+    if (entity.family().size() == 1)
+        return makeObject(entity, key);
+    // Which entity of the family it is stands in the row.
+    fill(entity, std::span(&key, 1));
+    return KXRef<KXManagedObject>(registered(key));
+}
+
+void KXManagedObjectContextPrivate::touch(KXManagedObject *object)
+{
+    if (object->m_entity->residence() == KXResidence::Resident)
+        return;
+    if (m_recent.size() < recentObjects) {
+        m_recent.emplace_back(object);
+        return;
+    }
+    // The next of the ring gives way, unless it was asked for since the last round: then the one after it.
+    while (m_recent[m_recentNext]->m_flags & KXManagedObject::Touched) {
+        m_recent[m_recentNext]->m_flags &= ~quint32(KXManagedObject::Touched);
+        m_recentNext = (m_recentNext + 1) % recentObjects;
+    }
+    m_recent[m_recentNext] = KXRef<KXManagedObject>(object);
+    m_recentNext = (m_recentNext + 1) % recentObjects;
+}
+
+void KXManagedObjectContextPrivate::setObserved(KXManagedObject *object, bool observed)
+{
+    if (observed)
+        m_observed.try_emplace(object, KXRef<KXManagedObject>(object));
+    else
+        m_observed.erase(object);
+}
+
+void KXManagedObjectContextPrivate::turnIntoFault(KXManagedObject *object)
+{
+    if (!object->m_values)
+        return;
+    KXRowValues::destroy(object->values(), *object->m_entity);
+    object->m_values = nullptr;
+}
+
+void KXManagedObjectContextPrivate::fillFault(KXManagedObject *object)
+{
+    checkThread();
+    const KXRef<KXManagedObject> held(object);
+    fill(*object->m_entity, std::span(&object->m_key, 1));
+}
+
+void KXManagedObjectContextPrivate::fill(const KXEntityDescription &entity, std::span<const qint64> keys)
+{
+    checkThread();
+    std::vector<qint64> wanted;
+    wanted.reserve(keys.size());
+    for (const qint64 key : keys) {
+        const KXManagedObject *object = registered(key);
+        if (!object || object->isFault())
+            wanted.push_back(key);
+    }
+    if (wanted.empty() || !store)
+        return;
+    std::sort(wanted.begin(), wanted.end());
+
+    KXError error;
+    const KXStoreConnections::Reader reader = store->connections.reader(&error);
+    if (!reader) {
+        KXLogError(store, "Cannot read rows of \"%@\": %@", entity.name(), error);
+        return;
+    }
+    const KXRowCodec &codec = store->codec(entity);
+    const bool discriminator = entity.hasDiscriminator();
+    std::vector<KXRef<KXManagedObject>> filled;
+    const auto take = [&](const KXStatement &row, qint64 key) {
+        const KXEntityDescription *actual = discriminator ? coordinator->model()->entities().value(row.integer(KXRowCodec::EntityColumn) - 1) : &entity;
+        KXManagedObject *object = registered(key);
+        if (!actual || (object && object->m_entity != actual))
+            return; // an identifier that names the wrong entity
+        KXRef<KXManagedObject> held(object);
+        if (!held)
+            held = makeObject(*actual, key);
+        KXRowValues *values = KXRowValues::create(*actual);
+        store->codec(*actual).read(row, *values);
+        held->m_values = reinterpret_cast<char *>(values);
+        filled.push_back(std::move(held));
+    };
+
+    const int code = readRows(*reader, codec.select(), wanted, take);
+    for (const KXRef<KXManagedObject> &object : filled) {
+        touch(object.get());
+        object->awakeFromFetch(); // without a reading statement open: it may read
+    }
+    if (code != SQLITE_DONE) {
+        // Not read is not gone: the objects stay faults and are asked for again.
+        KXLogError(store, "Cannot read rows of \"%@\": %s", entity.name(), sqlite3_errstr(code));
+        return;
+    }
+    for (const qint64 key : wanted) {
+        KXManagedObject *object = registered(key);
+        if (!object && entity.family().size() == 1) {
+            const KXRef<KXManagedObject> gone = makeObject(entity, key);
+            gone->m_flags |= KXManagedObject::Missing;
+            touch(gone.get());
+        } else if (object && object->isFault()) {
+            object->m_flags |= KXManagedObject::Missing;
+        }
+    }
+}

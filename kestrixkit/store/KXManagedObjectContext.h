@@ -1,0 +1,147 @@
+#pragma once
+
+#include <any>
+#include <functional>
+#include <memory>
+
+#include <QList>
+#include <QSet>
+#include <QVariantMap>
+
+#include <kestrixkit/foundation/KXError.h>
+#include <kestrixkit/store/KXFetchRequest.h>
+#include <kestrixkit/store/KXFetchedList.h>
+#include <kestrixkit/store/KXManagedObject.h>
+#include <kestrixkit/store/KXPersistentStoreCoordinator.h>
+
+class KXManagedObjectContextPrivate;
+
+/// Key of the main context in KXMainThreadDictionary.
+inline constexpr QLatin1StringView KLNSManagedObjectContextMainThreadKey { "KLNSManagedObjectContextMainThreadKey" };
+
+/// Posted by a context when its pending changes are processed: before a save, at an explicit call and at the end of
+/// the main thread's turn. Sender: the context; payload: KXObjectsDidChange.
+inline constexpr QLatin1StringView KXManagedObjectContextObjectsDidChangeNotification { "KXManagedObjectContextObjectsDidChangeNotification" };
+/// Posted after a save, on the saving thread. Sender: the context; payload: std::shared_ptr<const KXStoreChange>.
+inline constexpr QLatin1StringView KXManagedObjectContextDidSaveNotification { "KXManagedObjectContextDidSaveNotification" };
+
+/// The objects that changed since the last such notification. At that moment isInserted() and isDeleted() still hold.
+struct KXObjectsDidChange
+{
+    QList<KXRef<KXManagedObject>> inserted;
+    QList<KXRef<KXManagedObject>> updated;
+    QList<KXRef<KXManagedObject>> deleted;
+    QList<KXRef<KXManagedObject>> refreshed;
+    /// Of each updated or refreshed object the keys that changed.
+    QHash<const KXManagedObject *, QSet<QString>> changedKeys;
+};
+
+/// A working set of stored objects: in it they are created, fetched, changed and saved.
+///
+/// Held by shared_ptr. Belongs to the thread that made it; every call is made there (checked in checking builds).
+/// Fetches and counts see the context's unsaved changes. A save is all or nothing, and durable when it returns.
+/// Conflicts with other savers end in favour of the store, property by property: what only this context changed is
+/// written, what both changed keeps the store's value, and a row that was deleted meanwhile stays deleted.
+class KX_CORE_EXPORT KXManagedObjectContext : public std::enable_shared_from_this<KXManagedObjectContext>
+{
+public:
+    using Ref = std::shared_ptr<KXManagedObjectContext>;
+
+    ~KXManagedObjectContext();
+    KXManagedObjectContext(const KXManagedObjectContext &) = delete;
+    KXManagedObjectContext &operator=(const KXManagedObjectContext &) = delete;
+
+    // Making and finding contexts.
+
+    /// Saves and closes the registered main context, if there is one, opens the store named after the application
+    /// and registers a new main context on it. Main thread.
+    static Ref setupMainContext();
+    /// The registered main context; nullptr before setupMainContext(). Any thread may ask, only the main one may use it.
+    [[nodiscard]] static Ref mainContext();
+    /// A context of the calling thread; nullptr without coordinator.
+    [[nodiscard]] static Ref contextWithPersistentStoreCoordinator(const KXPersistentStoreCoordinator::Ref &coordinator);
+    /// A context of the main thread on a store of its own; nullptr and an error where the store cannot be opened.
+    [[nodiscard]] static Ref contextWithStoreURL(const QUrl &url, const QList<const KXBundle *> &mergedModelFromBundles = {},
+        const QString &configuration = {}, KXError *error = nullptr);
+
+    [[nodiscard]] const KXPersistentStoreCoordinator::Ref &persistentStoreCoordinator() const;
+
+    /// Asked before setupMainContext() saves for the last time: an editor with unfinished input ends it here, or answers
+    /// false, and the context is not saved. Without one, true.
+    void setCommitEditingHandler(std::function<bool()> handler);
+    [[nodiscard]] bool commitEditing();
+
+    // Saving.
+
+    /// False on failure, which is logged and presented to the user; pending changes then stay for another try.
+    /// Without changes nothing is written or posted.
+    bool save();
+    /// The same, with the error in the slot instead of before the user.
+    bool save(KXError *error);
+    [[nodiscard]] bool hasChanges() const;
+    [[nodiscard]] QList<KXRef<KXManagedObject>> insertedObjects() const;
+    [[nodiscard]] QList<KXRef<KXManagedObject>> updatedObjects() const;
+    [[nodiscard]] QList<KXRef<KXManagedObject>> deletedObjects() const;
+    /// Forgets all unsaved changes: inserted objects leave, the others take their stored values again.
+    void rollback();
+    /// Posts objects-did-change for what changed since the last time. A call while it is being posted marks it due.
+    void processPendingChanges();
+
+    // Creating and deleting.
+
+    /// A new object of the entity, with its identifier for good. Empty, with a log line and an error, where the store
+    /// gives no key (locked, full, read-only). Throws KXException for an unknown entity.
+    [[nodiscard]] KXRef<KXManagedObject> managedObjectForEntity(const QString &entityName, KXError *error = nullptr);
+    /// An object that is in no context and is never saved.
+    [[nodiscard]] KXRef<KXManagedObject> temporaryInstanceOfEntity(const QString &entityName);
+    /// Marks the object and whatever its delete rules reach as deleted. Nothing for missing, deleted or temporary objects.
+    void removeManagedObject(KXManagedObject *object);
+    void removeManagedObject(const KXRef<KXManagedObject> &object) { removeManagedObject(object.get()); }
+    /// Each object in the order of the list.
+    void deleteObjects(const QList<KXRef<KXManagedObject>> &objects);
+
+    // Fetching and counting. A failure is logged and answers a null list, an empty handle or 0.
+
+    [[nodiscard]] KXFetchedList fetch(const KXFetchRequest &request, KXError *error = nullptr);
+    /// -1 on failure.
+    [[nodiscard]] qint64 count(const KXFetchRequest &request, KXError *error = nullptr);
+    [[nodiscard]] KXFetchedList fetchAllForEntity(const QString &entityName);
+    [[nodiscard]] KXFetchedList fetchForEntity(const QString &entityName, const KXPredicate &usingPredicate);
+    [[nodiscard]] KXRef<KXManagedObject> fetchFirstForEntity(const QString &entityName, const KXPredicate &usingPredicate);
+    [[nodiscard]] qint64 countForEntity(const QString &entityName, const KXPredicate &usingPredicate = {});
+
+    // By a template of the model; an unknown one throws KXException. IDENTIFIER is the identifier given, USER the user
+    // default "kestrixUsername" or "*".
+
+    /// -1 on failure, unlike all other counts.
+    [[nodiscard]] qint64 countFor(const QVariant &identifier, const QString &usingTemplate);
+    [[nodiscard]] qint64 countUsingTemplate(const QString &templateName);
+    [[nodiscard]] KXRef<KXManagedObject> fetchFirstUsingTemplate(const QString &templateName);
+    [[nodiscard]] KXRef<KXManagedObject> fetchFirstFor(const QVariant &identifier, const QString &usingTemplate);
+    [[nodiscard]] KXFetchedList fetchUsingTemplate(const QString &templateName, const QVariantMap &variables, KXError *error = nullptr);
+    [[nodiscard]] KXFetchedList fetchUsingTemplate(const QString &templateName, const QVariantMap &variables, const QString &sortBy, bool ascending, KXError *error = nullptr);
+    [[nodiscard]] KXRef<KXManagedObject> fetchFirstUsingTemplate(const QString &templateName, const QVariantMap &variables, KXError *error = nullptr);
+
+    // Resolving references.
+
+    /// The object of each URI that names one of this store, in order; the others are skipped. Rows are not looked up.
+    [[nodiscard]] QList<KXRef<KXManagedObject>> objectInstancesFromURIRepresentations(const QList<QUrl> &uris);
+    /// The objects that still exist in the store, in order.
+    [[nodiscard]] QList<KXRef<KXManagedObject>> existingObjectsWithIDs(const QList<KXManagedObjectID> &ids);
+    /// The object of the identifier, possibly a fault; empty for a null identifier or one of another store.
+    [[nodiscard]] KXRef<KXManagedObject> objectWithID(const KXManagedObjectID &id);
+    /// Only where the context holds it already.
+    [[nodiscard]] KXRef<KXManagedObject> registeredObjectWithID(const KXManagedObjectID &id) const;
+    /// Whether an identifier that lasts could be given to each of the objects. They have one since they were inserted,
+    /// so this fails only for objects that are in no context.
+    bool obtainPermanentIDsForObjects(const QList<KXRef<KXManagedObject>> &objects, KXError *error = nullptr);
+    /// Drops the object's values, so that the next access reads the row again; unsaved changes of it are kept.
+    void refreshObject(KXManagedObject *object);
+
+    /// The framework's own access; see KXManagedObjectContext_p.h.
+    [[nodiscard]] KXManagedObjectContextPrivate &d() const { return *m_p; }
+
+private:
+    explicit KXManagedObjectContext(KXPersistentStoreCoordinator::Ref coordinator);
+    std::unique_ptr<KXManagedObjectContextPrivate> m_p;
+};

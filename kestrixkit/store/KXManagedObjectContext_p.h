@@ -1,0 +1,114 @@
+#pragma once
+
+#include <bitset>
+#include <memory>
+#include <span>
+#include <thread>
+#include <unordered_map>
+#include <vector>
+
+#include <kestrixkit/store/KXIdentityMap_p.h>
+#include <kestrixkit/store/KXManagedObjectContext.h>
+#include <kestrixkit/store/KXPersistentStore_p.h>
+#include <kestrixkit/store/KXRowValues_p.h>
+
+/// One bit for each property of an entity.
+using KXPropertySet = std::bitset<256>;
+
+/// What a context consists of: the objects it holds, what is unsaved of them, and how they are read and written.
+class KXManagedObjectContextPrivate
+{
+public:
+    KXManagedObjectContextPrivate(KXManagedObjectContext *context, KXPersistentStoreCoordinator::Ref storeCoordinator);
+    ~KXManagedObjectContextPrivate();
+
+    /// The calling thread must be the context's (in checking builds).
+    void checkThread() const;
+    [[nodiscard]] QString description() const;
+    /// Throws KXException for a name that the model does not have.
+    [[nodiscard]] const KXEntityDescription &entity(const QString &name) const;
+
+    // Objects in memory: KXManagedObjectContext.cpp.
+
+    static qint64 keyOf(const KXManagedObject *object) { return object->m_key; }
+    [[nodiscard]] KXManagedObject *registered(qint64 key) const { return objects.find(key); }
+    /// The object of the key, made as a fault where the context does not hold it. Of a family the entity is read
+    /// from the row; empty where there is no row then.
+    [[nodiscard]] KXRef<KXManagedObject> object(const KXEntityDescription &entity, qint64 key);
+    [[nodiscard]] KXRef<KXManagedObject> makeObject(const KXEntityDescription &entity, qint64 key);
+    /// Reads the newest rows of those keys whose values are not in memory, making objects where needed. All are then
+    /// held for a while.
+    void fill(const KXEntityDescription &entity, std::span<const qint64> keys);
+    void fillFault(KXManagedObject *object);
+    void turnIntoFault(KXManagedObject *object);
+    void insertNew(const KXRef<KXManagedObject> &object);
+    [[nodiscard]] KXRef<KXManagedObject> makeTemporary(const KXEntityDescription &entity);
+    /// Keeps the object until many others were touched.
+    void touch(KXManagedObject *object);
+    /// The last reference is gone.
+    void forget(KXManagedObject *object) { objects.remove(object->m_key); }
+    void setObserved(KXManagedObject *object, bool observed);
+
+    // Changes: KXContextChanges.cpp.
+
+    struct Change
+    {
+        KXRef<KXManagedObject> object;
+        KXRowValues::Owner before; ///< the stored values; none for an inserted object
+        KXPropertySet changed; ///< since the last save
+        KXPropertySet unannounced; ///< since the last objects-did-change
+    };
+    /// To be called before a property of a loaded object changes.
+    void willChange(KXManagedObject *object, int property);
+    void setToOne(KXManagedObject *object, const KXPropertyDescription &property, KXManagedObject *other);
+    void addToMany(KXManagedObject *object, const KXPropertyDescription &property, KXManagedObject *other);
+    void removeFromMany(KXManagedObject *object, const KXPropertyDescription &property, KXManagedObject *other);
+    /// The relationship with all its members in memory.
+    KXToManyKeys &loadedToMany(KXManagedObject *object, const KXPropertyDescription &property);
+    [[nodiscard]] bool isMember(KXManagedObject *object, const KXPropertyDescription &property, qint64 key);
+    [[nodiscard]] KXRef<KXManagedObject> toOne(const KXManagedObject *object, const KXPropertyDescription &property);
+    [[nodiscard]] QList<KXRef<KXManagedObject>> toMany(KXManagedObject *object, const KXPropertyDescription &property);
+    void remove(KXManagedObject *object);
+    void scheduleProcessing();
+    void processPendingChanges();
+    void rollback();
+
+    // Fetching: KXContextFetch.cpp.
+
+    [[nodiscard]] KXFetchedList fetch(const KXFetchRequest &request, KXError *error);
+    [[nodiscard]] qint64 count(const KXFetchRequest &request, KXError *error);
+
+    // Saving: KXContextSave.cpp.
+
+    [[nodiscard]] bool save(KXError *error);
+
+    KXManagedObjectContext *const q;
+    const KXPersistentStoreCoordinator::Ref coordinator;
+    KXPersistentStorePrivate *const store; ///< nullptr where the coordinator has none
+    const std::thread::id thread = std::this_thread::get_id();
+    std::function<bool()> commitEditing;
+
+    KXIdentityMap<KXManagedObject, keyOf> objects;
+    std::vector<KXRef<KXManagedObject>> inserted; ///< in order; those since deleted are no longer flagged so
+    std::vector<KXRef<KXManagedObject>> deleted;
+    std::unordered_map<KXManagedObject *, Change> changes; ///< of stored objects, and of inserted ones once announced
+
+private:
+    void linkToMany(KXManagedObject *object, const KXPropertyDescription &property, KXManagedObject *other, bool add);
+    void assignToOne(KXManagedObject *object, const KXPropertyDescription &property, qint64 key);
+    [[nodiscard]] bool mayConnect(KXManagedObject *object, const KXPropertyDescription &property, KXManagedObject *other) const;
+    [[nodiscard]] KXManagedObject *instantiate(const KXEntityDescription &entity);
+    void setDefaults(KXManagedObject *object);
+    friend class KXContextSaver;
+
+    std::vector<KXManagedObject::Factory> m_factories; // by the entities' numbers; looked up once
+    std::vector<KXRef<KXManagedObject>> m_resident;
+    std::unordered_map<KXManagedObject *, KXRef<KXManagedObject>> m_observed;
+    std::vector<KXRef<KXManagedObject>> m_recent; // a ring
+    size_t m_recentNext = 0;
+    std::vector<KXRef<KXManagedObject>> m_announcements; // whatever changed since the last objects-did-change, in order
+    bool m_processing = false;
+    bool m_processingDue = false;
+    bool m_processingScheduled = false;
+    const std::shared_ptr<char> m_alive = std::make_shared<char>(); // for calls queued on the main thread
+};

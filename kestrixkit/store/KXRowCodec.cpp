@@ -1,0 +1,159 @@
+#include <kestrixkit/store/KXRowCodec_p.h>
+
+#include <QStringEncoder>
+
+#include <kestrixkit/foundation/KXDecimal.h>
+#include <kestrixkit/store/KXStoreSchema_p.h>
+#include <kestrixkit/store/KXValueConversion_p.h>
+
+namespace {
+
+/// Most that one row's texts are converted into before they are bound with copies instead.
+constexpr qsizetype rowBufferBytes = 16 << 10;
+
+void bindEncoded(KXStatement &statement, int parameter, QStringView text, QByteArray &buffer)
+{
+    const qsizetype room = 3 * text.size();
+    if (buffer.size() + room > buffer.capacity()) {
+        const QByteArray utf8 = text.toUtf8();
+        sqlite3_bind_text64(statement.get(), parameter, utf8.constData(), sqlite3_uint64(utf8.size()), SQLITE_TRANSIENT, SQLITE_UTF8);
+        return;
+    }
+    const qsizetype start = buffer.size();
+    buffer.resize(start + room); // within the capacity: texts bound before stay where they are
+    QStringEncoder encoder(QStringEncoder::Utf8, QStringEncoder::Flag::Stateless);
+    char *end = encoder.appendToBuffer(buffer.data() + start, text);
+    buffer.resize(end - buffer.constData());
+    statement.bindText(parameter, std::string_view(buffer.constData() + start, size_t(buffer.size() - start)));
+}
+
+}
+
+KXRowCodec::KXRowCodec(const KXEntityDescription &entity) : m_entity(entity)
+{
+    const bool discriminator = entity.hasDiscriminator();
+    const auto columns = KXStoreSchema::columnsOfTable(*entity.root());
+    m_select = "SELECT t0.kx_id, t0.kx_version";
+    if (discriminator)
+        m_select += ", t0.kx_entity";
+    QHash<QByteArray, int> positions;
+    for (const KXPropertyDescription *column : columns) {
+        positions.insert(column->column(), int(positions.size()) + (discriminator ? 3 : 2));
+        m_select += ", t0." + column->column();
+    }
+    m_select += " FROM " + entity.table() + " t0";
+
+    m_insert = "INSERT INTO " + entity.table() + "(kx_id, kx_version";
+    QByteArray parameters = "?, 1";
+    if (discriminator) {
+        m_insert += ", kx_entity";
+        parameters += ", " + QByteArray::number(entity.number());
+    }
+    for (const KXPropertyDescription &property : entity.properties()) {
+        if (!property.hasColumn())
+            continue;
+        m_columns.push_back({ &property, positions.value(property.column()) });
+        m_insert += ", " + property.column();
+        parameters += ", ?";
+    }
+    m_insert += ") VALUES(" + parameters + ')';
+}
+
+QByteArray KXRowCodec::update(const std::vector<const KXPropertyDescription *> &properties) const
+{
+    QByteArray sql = "UPDATE " + m_entity.table() + " SET kx_version = kx_version + 1";
+    for (const KXPropertyDescription *property : properties)
+        sql += ", " + property->column() + " = ?";
+    return sql + " WHERE kx_id = ? AND kx_version = ?";
+}
+
+void KXRowCodec::read(const KXStatement &row, KXRowValues &values) const
+{
+    sqlite3_stmt *statement = row.get();
+    values.version = row.integer(VersionColumn);
+    for (const auto &[property, index] : m_columns) {
+        const int type = sqlite3_column_type(statement, index);
+        if (type == SQLITE_NULL)
+            continue;
+        const int offset = property->offset();
+        if (property->isRelationship()) {
+            values.setToOne(*property, row.integer(index));
+            continue;
+        }
+        switch (property->type()) {
+        case KXAttributeType::Double:
+            values.slot<double>(offset) = row.real(index);
+            break;
+        case KXAttributeType::String:
+        case KXAttributeType::URI:
+            values.slot<KXTextSlot>(offset).assign(row.text(index));
+            break;
+        case KXAttributeType::UUID:
+            values.slot<QUuid>(offset) = QUuid::fromString(row.text(index));
+            break;
+        case KXAttributeType::Decimal:
+        case KXAttributeType::Binary:
+        case KXAttributeType::Variant: {
+            QVariant value;
+            if (property->type() == KXAttributeType::Decimal)
+                value = QVariant::fromValue(KXDecimal::fromString(row.text(index)).value_or(KXDecimal()));
+            else if (property->type() == KXAttributeType::Binary)
+                value = row.bytes(index);
+            else
+                value = KXValueConversion::variantFromBytes(row.bytes(index));
+            values.slot<QVariant *>(offset) = new QVariant(std::move(value));
+            break;
+        }
+        default:
+            values.slot<qint64>(offset) = row.integer(index);
+        }
+        values.setPresent(property->index(), true);
+    }
+}
+
+void KXRowCodec::bind(KXStatement &statement, int parameter, const KXRowValues &values, const KXPropertyDescription &property, QByteArray &buffer)
+{
+    const int offset = property.offset();
+    if (!values.isPresent(property.index())) {
+        statement.bindNull(parameter);
+        return;
+    }
+    if (property.isRelationship()) {
+        statement.bind(parameter, values.slot<qint64>(offset));
+        return;
+    }
+    switch (property.type()) {
+    case KXAttributeType::Double:
+        statement.bind(parameter, values.slot<double>(offset));
+        break;
+    case KXAttributeType::String:
+    case KXAttributeType::URI:
+        bindEncoded(statement, parameter, values.slot<KXTextSlot>(offset).view(), buffer);
+        break;
+    case KXAttributeType::UUID:
+        bindEncoded(statement, parameter, values.slot<QUuid>(offset).toString(QUuid::WithoutBraces), buffer);
+        break;
+    case KXAttributeType::Decimal:
+        bindEncoded(statement, parameter, values.slot<QVariant *>(offset)->value<KXDecimal>().toString(), buffer);
+        break;
+    case KXAttributeType::Binary:
+        statement.bindVariant(parameter, *values.slot<QVariant *>(offset));
+        break;
+    case KXAttributeType::Variant:
+        statement.bindVariant(parameter, KXValueConversion::bytesFromVariant(*values.slot<QVariant *>(offset)));
+        break;
+    default:
+        statement.bind(parameter, values.slot<qint64>(offset));
+    }
+}
+
+void KXRowCodec::bindInsert(KXStatement &statement, qint64 key, const KXRowValues &values, QByteArray &buffer) const
+{
+    if (buffer.capacity() < rowBufferBytes)
+        buffer.reserve(rowBufferBytes);
+    buffer.resize(0);
+    int parameter = 1;
+    statement.bind(parameter++, key);
+    for (const Column &column : m_columns)
+        bind(statement, parameter++, values, *column.property, buffer);
+}

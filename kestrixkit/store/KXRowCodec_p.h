@@ -1,0 +1,43 @@
+#pragma once
+
+#include <vector>
+
+#include <kestrixkit/store/KXRowValues_p.h>
+#include <kestrixkit/store/KXSQLite_p.h>
+
+/// Between the rows of a table and the value blocks of one entity. Immutable; any thread.
+class KXRowCodec
+{
+public:
+    explicit KXRowCodec(const KXEntityDescription &entity);
+
+    // The first columns of every row that is read.
+    static constexpr int KeyColumn = 0;
+    static constexpr int VersionColumn = 1;
+    static constexpr int EntityColumn = 2; ///< only where the table names the entity of its rows
+
+    /// "SELECT … FROM table t0": all columns of the root's table, the same for all entities of a family.
+    [[nodiscard]] const QByteArray &select() const { return m_select; }
+    [[nodiscard]] const QByteArray &insert() const { return m_insert; }
+    /// Sets the columns of the marked properties and counts the version up, if it is still the one given. Parameters:
+    /// the values in the order of the properties, then key and version.
+    [[nodiscard]] QByteArray update(const std::vector<const KXPropertyDescription *> &properties) const;
+
+    /// The values of the row that the statement stands on.
+    void read(const KXStatement &row, KXRowValues &values) const;
+    /// Text converted for binding lives in `buffer` until the statement was stepped.
+    static void bind(KXStatement &statement, int parameter, const KXRowValues &values, const KXPropertyDescription &property, QByteArray &buffer);
+    /// Binds a whole new row.
+    void bindInsert(KXStatement &statement, qint64 key, const KXRowValues &values, QByteArray &buffer) const;
+
+private:
+    struct Column
+    {
+        const KXPropertyDescription *property;
+        int index; // in the result of select()
+    };
+    const KXEntityDescription &m_entity;
+    std::vector<Column> m_columns;
+    QByteArray m_select;
+    QByteArray m_insert;
+};

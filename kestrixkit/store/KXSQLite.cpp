@@ -1,0 +1,202 @@
+#include <kestrixkit/store/KXSQLite_p.h>
+
+#include <QFile>
+
+#include <kestrixkit/foundation/KXLog.h>
+#include <kestrixkit/foundation/KXStringWithFormat.h>
+#include <kestrixkit/store/KXPredicateSQL_p.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr size_t statementsKept = 200;
+constexpr int busyTimeoutMilliseconds = 5000;
+
+int errorCodeFromSQLite(int code)
+{
+    switch (code & 0xff) {
+    case SQLITE_NOTADB:
+        return KXStoreErrorCode::NotAStore;
+    case SQLITE_CORRUPT:
+        return KXStoreErrorCode::Damaged;
+    case SQLITE_BUSY:
+    case SQLITE_LOCKED:
+        return KXStoreErrorCode::Busy;
+    case SQLITE_FULL:
+        return KXStoreErrorCode::DiskFull;
+    case SQLITE_READONLY:
+    case SQLITE_PERM:
+        return KXStoreErrorCode::ReadOnly;
+    case SQLITE_CANTOPEN:
+    case SQLITE_AUTH:
+        return KXStoreErrorCode::CannotOpen;
+    case SQLITE_INTERRUPT:
+        return KXStoreErrorCode::Interrupted;
+    case SQLITE_IOERR:
+        return KXStoreErrorCode::InputOutput;
+    default:
+        return KXStoreErrorCode::Other;
+    }
+}
+
+}
+
+void KXStatement::bindVariant(int parameter, const QVariant &value)
+{
+    switch (value.typeId()) {
+    case QMetaType::UnknownType:
+        bindNull(parameter);
+        break;
+    case QMetaType::QString: {
+        const QByteArray utf8 = value.toString().toUtf8();
+        sqlite3_bind_text64(m_statement, parameter, utf8.constData(), sqlite3_uint64(utf8.size()), SQLITE_TRANSIENT, SQLITE_UTF8);
+        break;
+    }
+    case QMetaType::QByteArray: {
+        const QByteArray bytes = value.toByteArray();
+        sqlite3_bind_blob64(m_statement, parameter, bytes.constData(), sqlite3_uint64(bytes.size()), SQLITE_TRANSIENT);
+        break;
+    }
+    case QMetaType::Double:
+    case QMetaType::Float:
+        bind(parameter, value.toDouble());
+        break;
+    default:
+        bind(parameter, value.toLongLong());
+    }
+}
+
+QString KXStatement::text(int column) const
+{
+    const auto *utf8 = reinterpret_cast<const char *>(sqlite3_column_text(m_statement, column));
+    return QString::fromUtf8(utf8, sqlite3_column_bytes(m_statement, column));
+}
+
+QByteArray KXStatement::bytes(int column) const
+{
+    const auto *data = static_cast<const char *>(sqlite3_column_blob(m_statement, column));
+    return QByteArray(data, sqlite3_column_bytes(m_statement, column));
+}
+
+void KXStatement::finish()
+{
+    if (m_statement)
+        m_connection->handBack(m_statement);
+    m_statement = nullptr;
+}
+
+KXSQLiteConnection::~KXSQLiteConnection()
+{
+    for (auto &[sql, cached] : m_statements)
+        sqlite3_finalize(cached.statement);
+    sqlite3_close_v2(m_database);
+}
+
+KXError KXSQLiteConnection::open(const QString &path, const Options &options)
+{
+    const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE | (options.create ? SQLITE_OPEN_CREATE : 0);
+    const int code = sqlite3_open_v2(QFile::encodeName(path).constData(), &m_database, flags, options.vfs.isEmpty() ? nullptr : options.vfs.constData());
+    if (code != SQLITE_OK)
+        return lastError();
+    sqlite3_busy_timeout(m_database, busyTimeoutMilliseconds);
+    if (options.untouched)
+        sqlite3_db_config(m_database, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+    // A predicate's text never comes from outside, but a value that looks like a name must never become one.
+    sqlite3_db_config(m_database, SQLITE_DBCONFIG_DQS_DML, 0, nullptr);
+    sqlite3_db_config(m_database, SQLITE_DBCONFIG_DQS_DDL, 0, nullptr);
+    KXPredicateSQL::registerFunctions(m_database);
+    if (options.create) {
+        // Before the log is switched on, so that the mark is in the file itself from the start.
+        const QByteArray mark = "PRAGMA application_id=" + QByteArray::number(options.applicationId);
+        if (KXError error = execute(mark.constData()))
+            return error;
+    }
+    sqlite3_wal_hook(
+        m_database, [](void *connection, sqlite3 *, const char *, int pages) { static_cast<KXSQLiteConnection *>(connection)->m_logPages = pages; return SQLITE_OK; }, this);
+    // The writer checkpoints by its own measure: the hook above takes the place of the automatic one.
+    return execute("PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL; PRAGMA cache_size=-32768; PRAGMA temp_store=MEMORY");
+}
+
+KXStatement KXSQLiteConnection::prepare(const QByteArray &sql)
+{
+    const auto [from, to] = m_statements.equal_range(std::string_view(sql.constData(), size_t(sql.size())));
+    for (auto it = from; it != to; ++it) {
+        if (!it->second.inUse) {
+            it->second.inUse = true;
+            it->second.lastUse = ++m_uses;
+            return KXStatement(this, it->second.statement);
+        }
+    }
+    sqlite3_stmt *statement = nullptr;
+    if (sqlite3_prepare_v3(m_database, sql.constData(), int(sql.size()) + 1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr) != SQLITE_OK) {
+        KXLogError(store, "Cannot prepare \"%@\": %s", sql, sqlite3_errmsg(m_database));
+        return {};
+    }
+    if (m_statements.size() >= statementsKept) {
+        auto oldest = m_statements.end();
+        for (auto it = m_statements.begin(); it != m_statements.end(); ++it) {
+            if (!it->second.inUse && (oldest == m_statements.end() || it->second.lastUse < oldest->second.lastUse))
+                oldest = it;
+        }
+        if (oldest != m_statements.end()) {
+            sqlite3_stmt *unused = oldest->second.statement;
+            m_statements.erase(oldest); // before its text, the key, goes
+            sqlite3_finalize(unused);
+        }
+    }
+    m_statements.emplace(std::string_view(sqlite3_sql(statement), size_t(sql.size())), Cached { statement, true, ++m_uses });
+    return KXStatement(this, statement);
+}
+
+void KXSQLiteConnection::handBack(sqlite3_stmt *statement)
+{
+    sqlite3_reset(statement);
+    sqlite3_clear_bindings(statement);
+    const std::string_view sql(sqlite3_sql(statement));
+    const auto [from, to] = m_statements.equal_range(sql);
+    for (auto it = from; it != to; ++it) {
+        if (it->second.statement == statement)
+            it->second.inUse = false;
+    }
+}
+
+KXError KXSQLiteConnection::execute(const char *sql)
+{
+    return sqlite3_exec(m_database, sql, nullptr, nullptr, nullptr) == SQLITE_OK ? KXError() : lastError();
+}
+
+qint64 KXSQLiteConnection::integer(const QByteArray &sql, qint64 fallback)
+{
+    KXStatement statement = prepare(sql);
+    return statement && statement.step() == SQLITE_ROW ? statement.integer(0) : fallback;
+}
+
+KXError KXSQLiteConnection::lastError() const
+{
+    const int code = m_database ? sqlite3_extended_errcode(m_database) : SQLITE_NOMEM;
+    return KXError(KXKestrixKitErrorDomain, errorCodeFromSQLite(code),
+        KXStringWithFormat("%s (SQLite %d)", m_database ? sqlite3_errmsg(m_database) : "out of memory", code));
+}
+
+KXTransaction::~KXTransaction()
+{
+    if (m_open && m_connection.execute("ROLLBACK"))
+        KXLogWarning(store, "Rolling back: %@", m_connection.lastError());
+}
+
+KXError KXTransaction::begin()
+{
+    KXError error = m_connection.execute("BEGIN IMMEDIATE");
+    m_open = !error;
+    return error;
+}
+
+KXError KXTransaction::commit()
+{
+    KXError error = m_connection.execute("COMMIT");
+    // A commit that found the disk full may have rolled back already.
+    if (!error || sqlite3_get_autocommit(m_connection.handle()))
+        m_open = false;
+    return error;
+}

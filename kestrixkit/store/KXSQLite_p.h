@@ -1,0 +1,145 @@
+#pragma once
+
+#include <atomic>
+#include <list>
+#include <memory>
+#include <string_view>
+#include <unordered_map>
+
+#include <QByteArray>
+#include <QString>
+#include <QVariant>
+
+#include <sqlite3.h>
+
+#include <kestrixkit/foundation/KXError.h>
+#include <kestrixkit/store/KXPropertyDescription.h>
+
+class KXSQLiteConnection;
+
+/// Codes of store errors, in KXKestrixKitErrorDomain.
+namespace KXStoreErrorCode {
+inline constexpr int IncompatibleModel = 134100; ///< the file was written with another model
+inline constexpr int CannotOpen = 1110; ///< missing, a folder, unreadable, no permission
+inline constexpr int NotAStore = 1111; ///< something else than a store of ours
+inline constexpr int Damaged = 1112;
+inline constexpr int Busy = 1113; ///< another connection kept the file locked for five seconds
+inline constexpr int DiskFull = 1114;
+inline constexpr int ReadOnly = 1115;
+inline constexpr int Interrupted = 1116; ///< the running query was cancelled
+inline constexpr int InputOutput = 1117;
+inline constexpr int ValidationFailed = 1120; ///< a required value is missing, a number is none, a deletion is denied
+inline constexpr int Other = 1199;
+}
+
+/// A prepared statement in use: bound, stepped and read, then handed back to its connection's cache when the
+/// handle goes, reset and without values, so that no reading transaction stays open behind it.
+class KXStatement
+{
+public:
+    KXStatement() = default;
+    KXStatement(KXSQLiteConnection *connection, sqlite3_stmt *statement) : m_connection(connection), m_statement(statement) { }
+    KXStatement(KXStatement &&other) noexcept : m_connection(other.m_connection), m_statement(std::exchange(other.m_statement, nullptr)) { }
+    KXStatement &operator=(KXStatement &&other) noexcept
+    {
+        std::swap(m_connection, other.m_connection);
+        std::swap(m_statement, other.m_statement);
+        return *this;
+    }
+    ~KXStatement() { finish(); }
+
+    explicit operator bool() const { return m_statement; }
+    [[nodiscard]] sqlite3_stmt *get() const { return m_statement; }
+
+    // Parameters count from 1. Texts and bytes are not copied: they must live until the statement is reset.
+    void bind(int parameter, qint64 value) { sqlite3_bind_int64(m_statement, parameter, value); }
+    void bind(int parameter, double value) { sqlite3_bind_double(m_statement, parameter, value); }
+    void bindText(int parameter, std::string_view utf8) { sqlite3_bind_text64(m_statement, parameter, utf8.data() ? utf8.data() : "", utf8.size(), SQLITE_STATIC, SQLITE_UTF8); }
+    void bindNull(int parameter) { sqlite3_bind_null(m_statement, parameter); }
+    /// A value in its storage form: integer, double, text or bytes. Copies.
+    void bindVariant(int parameter, const QVariant &value);
+
+    /// SQLITE_ROW, SQLITE_DONE or an error code.
+    int step() { return sqlite3_step(m_statement); }
+    void reset() { sqlite3_reset(m_statement); }
+
+    // Columns count from 0.
+    [[nodiscard]] bool isNull(int column) const { return sqlite3_column_type(m_statement, column) == SQLITE_NULL; }
+    [[nodiscard]] qint64 integer(int column) const { return sqlite3_column_int64(m_statement, column); }
+    [[nodiscard]] double real(int column) const { return sqlite3_column_double(m_statement, column); }
+    [[nodiscard]] QString text(int column) const;
+    [[nodiscard]] QByteArray bytes(int column) const;
+
+private:
+    void finish();
+    KXSQLiteConnection *m_connection = nullptr;
+    sqlite3_stmt *m_statement = nullptr;
+};
+
+/// One connection to a store file, used by one thread at a time, with a cache of prepared statements.
+class KXSQLiteConnection
+{
+public:
+    struct Options
+    {
+        bool create = false; ///< makes the file where there is none
+        int applicationId = 0; ///< written into the header of a file that is made
+        bool untouched = false; ///< for a look at a file that may turn out not to be ours: never checkpoints it
+        QByteArray vfs; ///< name of a registered SQLite VFS; empty for the default
+    };
+
+    KXSQLiteConnection() = default;
+    ~KXSQLiteConnection();
+    KXSQLiteConnection(const KXSQLiteConnection &) = delete;
+    KXSQLiteConnection &operator=(const KXSQLiteConnection &) = delete;
+
+    /// Opens with the pragmas of every store connection, write-ahead log included, and registers the functions
+    /// that predicates use.
+    [[nodiscard]] KXError open(const QString &path, const Options &options);
+
+    /// The statement for the text, from the cache where it was used before; empty on failure, see lastError().
+    [[nodiscard]] KXStatement prepare(const QByteArray &sql);
+    /// Runs statements that answer nothing.
+    [[nodiscard]] KXError execute(const char *sql);
+    /// The single number that a query answers; `fallback` where it answers none or fails.
+    [[nodiscard]] qint64 integer(const QByteArray &sql, qint64 fallback = 0);
+
+    /// What went wrong in the last call that failed, as an error of ours.
+    [[nodiscard]] KXError lastError() const;
+    [[nodiscard]] int changes() const { return sqlite3_changes(m_database); }
+    [[nodiscard]] sqlite3 *handle() const { return m_database; }
+    /// Size of the write-ahead log after the connection's last commit, in pages.
+    [[nodiscard]] int logPages() const { return m_logPages; }
+    /// Makes a query that runs on the connection fail with Interrupted soon. Any thread.
+    void interrupt() { sqlite3_interrupt(m_database); }
+
+private:
+    friend class KXStatement;
+    void handBack(sqlite3_stmt *statement);
+
+    struct Cached
+    {
+        sqlite3_stmt *statement;
+        bool inUse;
+        quint64 lastUse;
+    };
+    sqlite3 *m_database = nullptr;
+    std::unordered_multimap<std::string_view, Cached> m_statements; // keys point into the statements' own texts
+    quint64 m_uses = 0;
+    int m_logPages = 0;
+};
+
+/// Rolls a write transaction back unless it was committed.
+class KXTransaction
+{
+public:
+    explicit KXTransaction(KXSQLiteConnection &connection) : m_connection(connection) { }
+    ~KXTransaction();
+    [[nodiscard]] KXError begin();
+    [[nodiscard]] KXError commit();
+
+private:
+    KXSQLiteConnection &m_connection;
+    bool m_open = false;
+};
+

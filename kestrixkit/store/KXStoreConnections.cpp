@@ -1,0 +1,84 @@
+#include <kestrixkit/store/KXStoreConnections_p.h>
+
+#include <kestrixkit/foundation/KXMainQueue.h>
+
+namespace {
+/// Background readers beyond this wait for one another: more would only fight for two or four cores.
+constexpr int mostReaders = 4;
+/// The log is folded into the file when it has grown to 64 MiB of 4 KiB pages.
+constexpr int checkpointPages = 16 << 10;
+}
+
+KXStoreConnections::Reader KXStoreConnections::reader(KXError *error)
+{
+    const bool main = KXMainQueue::isMainThread();
+    {
+        std::unique_lock lock(m_mutex);
+        if (main) {
+            if (m_mainIdle)
+                return Reader(this, std::move(m_mainIdle), true);
+        } else {
+            m_changed.wait(lock, [this] { return !m_idle.empty() || m_readers < mostReaders; });
+            if (!m_idle.empty()) {
+                auto connection = std::move(m_idle.back());
+                m_idle.pop_back();
+                return Reader(this, std::move(connection), false);
+            }
+            ++m_readers;
+        }
+    }
+    auto connection = std::make_unique<KXSQLiteConnection>();
+    KXError problem = connection->open(m_path, { .vfs = m_vfs });
+    if (!problem)
+        problem = connection->execute("PRAGMA query_only=1");
+    if (problem) {
+        if (!main) {
+            const std::lock_guard lock(m_mutex);
+            --m_readers;
+            m_changed.notify_all();
+        }
+        KXSetError(error, problem);
+        return {};
+    }
+    return Reader(this, std::move(connection), main);
+}
+
+void KXStoreConnections::handBack(std::unique_ptr<KXSQLiteConnection> connection, bool main)
+{
+    const std::lock_guard lock(m_mutex);
+    if (main) {
+        // A query inside a query opened a second connection; one is enough to keep.
+        if (!m_mainIdle)
+            m_mainIdle = std::move(connection);
+        return;
+    }
+    m_idle.push_back(std::move(connection));
+    m_changed.notify_all();
+}
+
+KXStoreConnections::Writer KXStoreConnections::writer()
+{
+    const bool main = KXMainQueue::isMainThread();
+    std::unique_lock lock(m_mutex);
+    if (main) {
+        ++m_mainWaiting;
+        m_changed.wait(lock, [this] { return !m_writing; });
+        --m_mainWaiting;
+    } else {
+        const quint64 ticket = m_nextTicket++;
+        m_changed.wait(lock, [this, ticket] { return !m_writing && m_mainWaiting == 0 && ticket == m_served; });
+        ++m_served;
+    }
+    m_writing = true;
+    return Writer(this);
+}
+
+void KXStoreConnections::releaseWriter()
+{
+    // Readers keep what they see; what the log holds beyond them is folded in the next time.
+    if (m_writer->logPages() > checkpointPages)
+        sqlite3_wal_checkpoint_v2(m_writer->handle(), nullptr, SQLITE_CHECKPOINT_PASSIVE, nullptr, nullptr);
+    const std::lock_guard lock(m_mutex);
+    m_writing = false;
+    m_changed.notify_all();
+}

@@ -1,0 +1,85 @@
+#pragma once
+
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include <kestrixkit/store/KXSQLite_p.h>
+
+/// The connections of one open store: one that writes and a few that read.
+///
+/// The writer is given out fairly, except that the main thread goes before all others: a user who renames a
+/// playlist does not queue behind an import. Readers are made as they are needed; one is kept for the main
+/// thread alone, so that it never waits for a background query.
+class KXStoreConnections
+{
+public:
+    KXStoreConnections(QString path, QByteArray vfs) : m_path(std::move(path)), m_vfs(std::move(vfs)) { }
+    KXStoreConnections(const KXStoreConnections &) = delete;
+    KXStoreConnections &operator=(const KXStoreConnections &) = delete;
+
+    /// Takes over the connection with which the store was opened.
+    void setWriter(std::unique_ptr<KXSQLiteConnection> writer) { m_writer = std::move(writer); }
+    /// Answers queries on the store until it goes; not to be kept across calls. Empty with an error where no
+    /// connection could be opened.
+    class Reader;
+    [[nodiscard]] Reader reader(KXError *error = nullptr);
+    /// The one writer; waits for its turn.
+    class Writer;
+    [[nodiscard]] Writer writer();
+
+private:
+    void handBack(std::unique_ptr<KXSQLiteConnection> connection, bool main);
+    void releaseWriter();
+
+    const QString m_path;
+    const QByteArray m_vfs;
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    std::unique_ptr<KXSQLiteConnection> m_writer;
+    std::vector<std::unique_ptr<KXSQLiteConnection>> m_idle;
+    std::unique_ptr<KXSQLiteConnection> m_mainIdle;
+    int m_readers = 0; // given out or idle, without the main thread's
+    bool m_writing = false;
+    quint64 m_nextTicket = 0; // of those who wait for the writer, in order of arrival
+    quint64 m_served = 0;
+    int m_mainWaiting = 0;
+};
+
+class KXStoreConnections::Reader
+{
+public:
+    Reader() = default;
+    Reader(KXStoreConnections *owner, std::unique_ptr<KXSQLiteConnection> connection, bool main)
+        : m_owner(owner), m_connection(std::move(connection)), m_main(main) { }
+    Reader(Reader &&) = default;
+    Reader &operator=(Reader &&) = delete;
+    ~Reader()
+    {
+        if (m_connection)
+            m_owner->handBack(std::move(m_connection), m_main);
+    }
+    explicit operator bool() const { return bool(m_connection); }
+    KXSQLiteConnection *operator->() const { return m_connection.get(); }
+    KXSQLiteConnection &operator*() const { return *m_connection; }
+
+private:
+    KXStoreConnections *m_owner = nullptr;
+    std::unique_ptr<KXSQLiteConnection> m_connection;
+    bool m_main = false;
+};
+
+class KXStoreConnections::Writer
+{
+public:
+    explicit Writer(KXStoreConnections *owner) : m_owner(owner) { }
+    Writer(const Writer &) = delete;
+    Writer &operator=(const Writer &) = delete;
+    ~Writer() { m_owner->releaseWriter(); }
+    KXSQLiteConnection *operator->() const { return m_owner->m_writer.get(); }
+    KXSQLiteConnection &operator*() const { return *m_owner->m_writer; }
+
+private:
+    KXStoreConnections *m_owner;
+};

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <QByteArray>
+#include <QDateTime>
+#include <QUrl>
+#include <QVariant>
+
+#include <kestrixkit/store/KXPropertyDescription.h>
+
+/// Between the types that callers use and the forms that values have in memory and in the store.
+namespace KXValueConversion {
+
+/// The value in the attribute's public type (qint64, bool, double, KXDecimal, QString, QDateTime in UTC, QUrl, QUuid,
+/// QByteArray, any); invalid when there is no such value: a text that is no number, an integer out of the
+/// type's range. Never changes a value silently: 2.5 is no integer.
+[[nodiscard]] QVariant convert(const QVariant &value, KXAttributeType type);
+
+/// Microseconds since 1970 UTC; QDateTime carries milliseconds, so the last three digits come out as 0.
+[[nodiscard]] inline qint64 microsecondsFromDate(const QDateTime &date) { return date.toMSecsSinceEpoch() * 1000; }
+[[nodiscard]] inline QDateTime dateFromMicroseconds(qint64 microseconds)
+{
+    // Rounded down, also before 1970.
+    const qint64 milliseconds = microseconds / 1000 - (microseconds % 1000 < 0);
+    return QDateTime::fromMSecsSinceEpoch(milliseconds, Qt::UTC);
+}
+
+[[nodiscard]] inline QString textFromUrl(const QUrl &url) { return url.toString(QUrl::FullyEncoded); }
+
+/// The CBOR form in which variants are stored; it keeps strings and numbers, decimals and dates apart.
+[[nodiscard]] QByteArray bytesFromVariant(const QVariant &value);
+[[nodiscard]] QVariant variantFromBytes(const QByteArray &bytes);
+
+}
