@@ -1,5 +1,6 @@
 #include "TrackTableModel.h"
 
+#include <QCoreApplication>
 #include <QLocale>
 
 #include <kestrixkit/foundation/KXClock.h>

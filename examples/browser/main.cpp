@@ -4,6 +4,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -155,6 +156,11 @@ Arguments readArguments(int argc, char **argv)
         arguments.query = KXPredicate::predicateWithText(parser.value(query), &error);
         if (error || !arguments.query)
             throw Ending { WrongInput, u"--query: %1"_s.arg(error ? error.localizedDescription() : u"empty predicate"_s) };
+        try {
+            arguments.query = arguments.query.predicateWithSubstitutionVariables({});
+        } catch (const KXException &exception) {
+            throw Ending { WrongInput, u"--query: %1"_s.arg(exception.reason()) };
+        }
         if (const QString unknown = Report::unknownName(arguments.query); !unknown.isEmpty())
             throw Ending { WrongInput, u"--query: tracks have no “%1”"_s.arg(unknown) };
     }

@@ -4,6 +4,7 @@
 
 #include <QDir>
 #include <QImage>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
@@ -82,7 +83,6 @@ TEST(Browser, reportsItsCrateTheSameTwiceAndCountsLikeALoop)
     const Answer query = browser({ u"--store"_s, store, u"--query"_s, u"bpm >= 124 AND ANY genres.name == \"House\""_s });
     ASSERT_EQ(query.status, 0) << query.errors.toStdString();
     EXPECT_EQ(query.json(), (QJsonObject { { u"count"_s, fastHouse } }));
-    // Other music beside the crate: from then on the library is the user's, and the crate is not brought back into it.
     EXPECT_GT(fastHouse, 0);
 }
 
@@ -139,7 +139,7 @@ TEST(Browser, wrongInputIsSaidInOneLineAndNothingIsWritten)
         EXPECT_EQ(answer.output, QByteArray());
         EXPECT_EQ(answer.errors.trimmed().count('\n'), 0) << answer.errors.toStdString();
         EXPECT_FALSE(answer.errors.trimmed().isEmpty());
-        EXPECT_EQ(contents(folder.path()), before);
+        ASSERT_TRUE(contents(folder.path()) == before);
     }
 }
 

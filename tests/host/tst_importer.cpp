@@ -1,5 +1,6 @@
 // What imports do to a library: once, again, and after the music changed.
 
+#include <QJsonArray>
 #include <QTemporaryDir>
 
 #include <kestrixkit/store/KXManagedObjectContext.h>
