@@ -1,0 +1,20 @@
+#pragma once
+
+#include <functional>
+
+#include <kestrixkit/foundation/KXAbstractOperation.h>
+
+/// An operation whose work is a function, which is let go as soon as it has run.
+class KX_CORE_EXPORT KXBlockOperation : public KXAbstractOperation
+{
+public:
+    explicit KXBlockOperation(std::function<void()> block);
+    /// The function is given the operation, to ask whether it is cancelled or to add cancel handlers.
+    explicit KXBlockOperation(std::function<void(KXAbstractOperation &)> block);
+    ~KXBlockOperation() override;
+
+    void main() override;
+
+private:
+    std::function<void(KXAbstractOperation &)> m_block;
+};
