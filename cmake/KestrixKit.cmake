@@ -21,7 +21,7 @@ endif()
 
 # Flags and definitions of the whole project; hosts do not inherit them.
 add_library(kx_build INTERFACE)
-target_compile_options(kx_build INTERFACE -Wall -Wextra -Wpedantic -Wshadow=local -Wnon-virtual-dtor -Woverloaded-virtual
+target_compile_options(kx_build INTERFACE -Wall -Wextra -Wpedantic -Wshadow=local -Wno-missing-field-initializers -Wnon-virtual-dtor -Woverloaded-virtual
     $<$<COMPILE_LANGUAGE:CXX>:-fpch-preprocess> -march=x86-64-v2)
 target_compile_definitions(kx_build INTERFACE QT_NO_KEYWORDS QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII QT_NO_FOREACH
     $<$<BOOL:${KX_CHECKS}>:KX_CHECKS=1>)

@@ -60,7 +60,7 @@ void KXManagedObject::destroyUnreferenced() const noexcept
     delete self;
 }
 
-void KXManagedObject::detach(StoreHolder store)
+void KXManagedObject::detach(std::shared_ptr<const KXStoreIdentity> store)
 {
     m_flags = (m_flags & Missing) | Detached;
     m_store = new StoreHolder(std::move(store));

@@ -8,6 +8,8 @@
 #include <QList>
 #include <QSet>
 #include <QString>
+#include <QUrl>
+#include <QUuid>
 #include <QVariant>
 
 #include <kestrixkit/foundation/KXObservable.h>
@@ -125,6 +127,7 @@ private:
     friend class KXManagedObjectContextPrivate;
     friend class KXContextFetcher;
     friend class KXContextSaver;
+    using StoreHolder = std::shared_ptr<const KXStoreIdentity>;
 
     enum Flag : quint32 {
         Inserted = 1 << 0,
@@ -168,7 +171,6 @@ private:
 
     mutable std::atomic<qint32> m_references { 0 };
     mutable quint32 m_flags = 0;
-    using StoreHolder = std::shared_ptr<const KXStoreIdentity>;
     /// What keeps the entity alive: the context, or for an object without one a reference of its own.
     union {
         KXManagedObjectContext *m_context = nullptr;

@@ -103,8 +103,7 @@ KXManagedObjectContext::Ref KXManagedObjectContext::setupMainContext()
 }
 
 const KXPersistentStoreCoordinator::Ref &KXManagedObjectContext::persistentStoreCoordinator() const { return m_p->coordinator; }
-void KXManagedObjectContext::setCommitEditingHandler(std::function<bool()> handler) { m_p->commitEditing = std::move(handler); }
-bool KXManagedObjectContext::commitEditing() { return !m_p->commitEditing || m_p->commitEditing(); }
+bool KXManagedObjectContext::commitEditing() const { return KXApplication::commitEditing(this); }
 
 // Saving
 

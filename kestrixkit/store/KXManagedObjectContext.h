@@ -1,7 +1,6 @@
 #pragma once
 
 #include <any>
-#include <functional>
 #include <memory>
 
 #include <QList>
@@ -66,10 +65,8 @@ public:
 
     [[nodiscard]] const KXPersistentStoreCoordinator::Ref &persistentStoreCoordinator() const;
 
-    /// Asked before setupMainContext() saves for the last time: an editor with unfinished input ends it here, or answers
-    /// false, and the context is not saved. Without one, true.
-    void setCommitEditingHandler(std::function<bool()> handler);
-    [[nodiscard]] bool commitEditing();
+    /// Asks the editors that registered for the context with KXApplication to end their editing; false when one refuses.
+    [[nodiscard]] bool commitEditing() const;
 
     // Saving.
 

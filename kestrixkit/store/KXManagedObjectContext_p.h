@@ -86,7 +86,6 @@ public:
     const KXPersistentStoreCoordinator::Ref coordinator;
     KXPersistentStorePrivate *const store; ///< nullptr where the coordinator has none
     const std::thread::id thread = std::this_thread::get_id();
-    std::function<bool()> commitEditing;
 
     KXIdentityMap<KXManagedObject, keyOf> objects;
     std::vector<KXRef<KXManagedObject>> inserted; ///< in order; those since deleted are no longer flagged so

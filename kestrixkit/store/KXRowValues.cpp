@@ -39,7 +39,7 @@ static_assert(sizeof(KXTextSlot) == 16 && sizeof(QUuid) == 16 && sizeof(KXRowVal
 
 void KXTextSlot::assign(QString text)
 {
-    QString::Data *before = m_data;
+    Data *before = m_data;
     m_data = nullptr;
     m_size = text.size();
     if (m_size > 0) {
@@ -54,7 +54,7 @@ void KXTextSlot::assign(QString text)
         m_data->ref();
     }
     if (before && !before->deref())
-        QString::Data::deallocate(before);
+        Data::deallocate(before);
 }
 
 int KXRowValues::layOut(const KXEntityDescription &entity, const std::function<void(int, int)> &place)

@@ -21,10 +21,10 @@ public:
         if (!m_data)
             return QString(QLatin1StringView(""));
         m_data->ref();
-        return QString(QString::DataPointer(m_data, m_data->data(), m_size));
+        return QString(QString::DataPointer(m_data, start(), m_size));
     }
 
-    [[nodiscard]] QStringView view() const { return m_data ? QStringView(m_data->data(), m_size) : QStringView(u""); }
+    [[nodiscard]] QStringView view() const { return m_data ? QStringView(start(), m_size) : QStringView(u""); }
 
     /// Shares the text where it owns an allocation that is not much too large, else copies it.
     void assign(QString text);
@@ -37,7 +37,10 @@ public:
     }
 
 private:
-    QString::Data *m_data; // nullptr: empty
+    using Data = QTypedArrayData<char16_t>;
+    [[nodiscard]] char16_t *start() const { return Data::dataStart(m_data, alignof(Data)); }
+
+    Data *m_data; // nullptr: empty
     qsizetype m_size;
 };
 

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <limits>
 
+#include <QCborArray>
 #include <QCborMap>
 #include <QCborValue>
 #include <QUuid>

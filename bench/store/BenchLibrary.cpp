@@ -1,0 +1,139 @@
+#include "store/BenchLibrary.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <kestrixkit/store/KXPersistentStore.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QString benchFolder()
+{
+    const QString folder = qEnvironmentVariable("KX_BENCH_DATA", u"bench-data"_s);
+    QDir().mkpath(folder);
+    return folder;
+}
+
+}
+
+PlainTrack BenchLibrary::Source::next()
+{
+    static const QString genres[] = { u"House"_s, u"Deep House"_s, u"Tech House"_s, u"Techno"_s, u"Minimal"_s, u"Trance"_s, u"Drum & Bass"_s,
+        u"Breaks"_s, u"Electro"_s, u"Ambient"_s, u"Dub"_s, u"Disco"_s, u"Hip-Hop"_s, u"Downtempo"_s, u"Hardcore"_s, u"Garage"_s };
+    static const QString words[] = { u"Night"_s, u"Signal"_s, u"Velvet"_s, u"Machine"_s, u"Ocean"_s, u"Mirror"_s, u"Über"_s, u"Static"_s,
+        u"Garden"_s, u"Nova"_s, u"Echo"_s, u"Paper"_s, u"Amber"_s, u"Circuit"_s, u"Saudade"_s, u"North"_s };
+    const auto word = [&] { return words[m_random() % std::size(words)]; };
+    const auto number = [&](int below) { return int(m_random() % uint(below)); };
+    PlainTrack track;
+    track.title = word() + u' ' + word() + u' ' + QString::number(m_number++);
+    track.artist = word() + u' ' + QString::number(number(20'000));
+    track.album = word() + u' ' + word() + u' ' + QString::number(number(80'000));
+    track.genre = genres[number(int(std::size(genres)))];
+    track.comment = number(3) ? QString() : u"Bought in "_s + QString::number(2000 + number(26)) + u", plays well after "_s + word();
+    track.year = 1970 + number(56);
+    track.rating = number(6);
+    track.plays = number(300);
+    track.bpm = 60 + number(14'000) / 100.0;
+    track.duration = 90 + number(600'000) / 1000.0;
+    track.gain = number(2'000) / 100.0 - 10;
+    track.energy = number(10'000) / 10'000.0;
+    return track;
+}
+
+KXManagedObjectModel::Ref BenchLibrary::model(bool indexed)
+{
+    BenchTrack::registerEntity();
+    KXEntityDescription track(u"Track"_s);
+    for (const auto name : { "title"_L1, "artist"_L1, "album"_L1, "genre"_L1, "comment"_L1 }) {
+        auto property = KXPropertyDescription::attribute(QString(name), KXAttributeType::String);
+        if (indexed && name == "genre"_L1)
+            property.indexed();
+        track.add(property);
+    }
+    for (const auto name : { "year"_L1, "rating"_L1, "plays"_L1 })
+        track.add(KXPropertyDescription::attribute(QString(name), KXAttributeType::Integer64));
+    for (const auto name : { "bpm"_L1, "duration"_L1, "gain"_L1, "energy"_L1 }) {
+        auto property = KXPropertyDescription::attribute(QString(name), KXAttributeType::Double);
+        if (indexed && name == "bpm"_L1)
+            property.indexed();
+        track.add(property);
+    }
+    return KXManagedObjectModel::make({ track });
+}
+
+QString BenchLibrary::storePath(bool indexed) { return benchFolder() + (indexed ? u"/indexed.db"_s : u"/plain.db"_s); }
+QString BenchLibrary::emptyStorePath() { return benchFolder() + u"/empty.db"_s; }
+
+KXManagedObjectContext::Ref BenchLibrary::open(const QString &path, bool indexed)
+{
+    KXError error;
+    const auto coordinator = KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(QUrl::fromLocalFile(path), model(indexed), &error);
+    if (!coordinator) {
+        std::fprintf(stderr, "%s\n", qPrintable(error.localizedDescription()));
+        std::exit(1);
+    }
+    return KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
+}
+
+void BenchLibrary::prepare()
+{
+    for (const bool indexed : { false, true }) {
+        if (QFile::exists(storePath(indexed)))
+            continue;
+        const QString making = storePath(indexed) + u".making"_s;
+        QFile::remove(making);
+        {
+            const auto context = open(making, indexed);
+            Source source;
+            for (int i = 0; i < Rows; ++i) {
+                const PlainTrack plain = source.next();
+                auto track = BenchTrack::createInContext(*context);
+                track->setTitle(plain.title);
+                track->setArtist(plain.artist);
+                track->setAlbum(plain.album);
+                track->setGenre(plain.genre);
+                track->setComment(plain.comment);
+                track->setYear(plain.year);
+                track->setRating(plain.rating);
+                track->setPlays(plain.plays);
+                track->setBpm(plain.bpm);
+                track->setDuration(plain.duration);
+                track->setGain(plain.gain);
+                track->setEnergy(plain.energy);
+                if (i % 50'000 == 49'999 && !context->save())
+                    std::exit(1);
+            }
+        }
+        QFile::rename(making, storePath(indexed));
+    }
+    if (!QFile::exists(emptyStorePath()))
+        open(emptyStorePath());
+}
+
+QString BenchLibrary::scratchCopy(const QString &path)
+{
+    static QTemporaryDir folder(benchFolder() + u"/scratch-XXXXXX"_s);
+    const QString copy = folder.filePath(u"copy.db"_s);
+    QFile::remove(copy);
+    if (!QFile::copy(path, copy))
+        std::exit(1);
+    return copy;
+}
+
+std::vector<qint64> BenchLibrary::randomKeys(int count)
+{
+    // The store was filled by one context with one entity, so its keys are 1 to Rows.
+    std::mt19937 random(7);
+    std::vector<qint64> keys(size_t(Rows), 0);
+    for (size_t i = 0; i < keys.size(); ++i)
+        keys[i] = qint64(i + 1);
+    std::shuffle(keys.begin(), keys.end(), random);
+    keys.resize(size_t(count));
+    return keys;
+}

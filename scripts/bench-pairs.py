@@ -1,0 +1,60 @@
+"""bench-pairs.py PROGRAM AREA [--json] [--only FIGURE] [--pairs N]: runs a benchmark program's figures.
+
+A figure "area.name" is the benchmark "area.name/ours" and, where it has one, "area.name/peer". Each run is a process of
+its own with a fresh heap; ours and the peer's alternate, and the ratio is the median of the pairs' ratios. `spread`
+is half the distance between the quartiles of the ratios over their median.
+"""
+import argparse
+import json
+import pathlib
+import statistics
+import subprocess
+import sys
+
+arguments = argparse.ArgumentParser()
+arguments.add_argument('program')
+arguments.add_argument('area')
+arguments.add_argument('--json', action='store_true')
+arguments.add_argument('--only')
+arguments.add_argument('--pairs', type=int, default=15)
+options = arguments.parse_args()
+
+figures = json.loads(pathlib.Path('bench/figures.json').read_text())
+figures = [f for f in figures if f['name'].startswith(options.area + '.') and (not options.only or f['name'] == options.only)]
+if not figures:
+    sys.exit(f'bench: no figures for {options.area}')
+subprocess.run([options.program, '--prepare'], check=True)
+
+
+def run(name):
+    out = subprocess.run([options.program, f'--benchmark_filter=^{name}/', '--benchmark_format=json'],
+                         capture_output=True, text=True, check=True).stdout
+    results = json.loads(out)['benchmarks']
+    if len(results) != 1 or results[0].get('error_occurred'):
+        sys.exit(f'bench: {name}: {results and results[0].get("error_message")}')
+    return results[0]['real_time']
+
+
+rows = []
+for figure in figures:
+    name = figure['name']
+    row = {'name': name, 'ours': None, 'peer': None, 'peer_name': figure.get('peer_name'), 'ratio': None, 'pairs': 0,
+           'spread': None, 'unit': figure['unit'], 'better': figure.get('better', 'lower'), 'aim': figure['aim']}
+    if 'peer_name' in figure:
+        run(name + '/ours'), run(name + '/peer')  # warm the page cache
+        pairs = [(run(name + '/ours'), run(name + '/peer')) for _ in range(options.pairs)]
+        ratios = [ours / peer for ours, peer in pairs]
+        quartiles = statistics.quantiles(ratios, n=4)
+        row.update(ours=statistics.median(p[0] for p in pairs), peer=statistics.median(p[1] for p in pairs),
+                   ratio=statistics.median(ratios), pairs=len(pairs),
+                   spread=(quartiles[2] - quartiles[0]) / 2 / statistics.median(ratios))
+    else:
+        values = [run(name + '/ours') for _ in range(5)]
+        row.update(ours=statistics.median(values), pairs=0)
+    rows.append({k: round(v, 4) if isinstance(v, float) else v for k, v in row.items()})
+    if not options.json:
+        shown = f'{row["ratio"]:.3f} (at most {row["aim"]}, spread {row["spread"]:.3f}, {row["ours"]:.1f} against {row["peer"]:.1f} {row["unit"]})' \
+            if row['ratio'] else f'{row["ours"]:.1f} {row["unit"]} (aim {row["aim"]})'
+        print(f'{name}: {shown}', flush=True)
+if options.json:
+    print(json.dumps(rows, indent=1))

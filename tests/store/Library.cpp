@@ -1,0 +1,95 @@
+#include "store/Library.h"
+
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+using Property = KXPropertyDescription;
+using Type = KXAttributeType;
+
+KXManagedObjectModel::Ref Library::model()
+{
+    static const KXManagedObjectModel::Ref model = [] {
+        Person::registerEntity();
+        Producer::registerEntity();
+        Track::registerEntity();
+        Album::registerEntity();
+        Genre::registerEntity();
+        Tag::registerEntity();
+        return KXManagedObjectModel::make(
+            {
+                KXEntityDescription(u"Person"_s)
+                    .resident()
+                    .add(Property::attribute(u"name"_s, Type::String).required().withDefault(u"Nobody"_s).indexed())
+                    .add(Property::toMany(u"albums"_s, u"Album"_s, u"artist"_s).deleteRule(KXDeleteRule::Nullify)),
+                KXEntityDescription(u"Producer"_s, u"Person"_s).add(Property::attribute(u"studio"_s, Type::String)),
+                KXEntityDescription(u"Track"_s)
+                    .add(Property::attribute(u"title"_s, Type::String).required())
+                    .add(Property::attribute(u"comment"_s, Type::String))
+                    .add(Property::attribute(u"identifier"_s, Type::String).indexed())
+                    .add(Property::attribute(u"bpm"_s, Type::Double).indexed())
+                    .add(Property::attribute(u"year"_s, Type::Integer16))
+                    .add(Property::attribute(u"plays"_s, Type::Integer64).withDefault(0))
+                    .add(Property::attribute(u"loved"_s, Type::Boolean).withDefault(false))
+                    .add(Property::attribute(u"added"_s, Type::Date))
+                    .add(Property::attribute(u"price"_s, Type::Decimal).indexed())
+                    .add(Property::attribute(u"file"_s, Type::URI))
+                    .add(Property::attribute(u"uuid"_s, Type::UUID))
+                    .add(Property::attribute(u"cover"_s, Type::Binary))
+                    .add(Property::attribute(u"extra"_s, Type::Variant))
+                    .add(Property::attribute(u"scratch"_s, Type::String).transient())
+                    .add(Property::toOne(u"album"_s, u"Album"_s, u"tracks"_s))
+                    .add(Property::toOne(u"original"_s, u"Track"_s, u"remix"_s))
+                    .add(Property::toOne(u"remix"_s, u"Track"_s, u"original"_s))
+                    .add(Property::toMany(u"genres"_s, u"Genre"_s, u"tracks"_s))
+                    .add(Property::toMany(u"neighbours"_s, u"Track"_s, u"neighbours"_s))
+                    .add(Property::toMany(u"tags"_s, u"Tag"_s)),
+                KXEntityDescription(u"Album"_s)
+                    .add(Property::attribute(u"title"_s, Type::String).required())
+                    .add(Property::toOne(u"artist"_s, u"Person"_s, u"albums"_s))
+                    .add(Property::toMany(u"tracks"_s, u"Track"_s, u"album"_s).deleteRule(KXDeleteRule::Cascade)),
+                KXEntityDescription(u"Genre"_s)
+                    .add(Property::attribute(u"name"_s, Type::String).required())
+                    .add(Property::toMany(u"tracks"_s, u"Track"_s, u"genres"_s)),
+                KXEntityDescription(u"Tag"_s)
+                    .add(Property::attribute(u"name"_s, Type::String).required())
+                    .add(Property::toMany(u"members"_s, u"Track"_s).deleteRule(KXDeleteRule::Deny)),
+            },
+            {
+                { u"byIdentifier"_s, u"Track"_s, KXPredicate::predicateWithFormat("identifier == $IDENTIFIER") },
+                { u"commentedBy"_s, u"Track"_s, KXPredicate::predicateWithFormat("identifier == $IDENTIFIER AND comment LIKE $USER") },
+                { u"loved"_s, u"Track"_s, KXPredicate::predicateWithFormat("loved == TRUE") },
+            });
+    }();
+    return model;
+}
+
+LibraryTest::LibraryTest() { open(); }
+
+void LibraryTest::open()
+{
+    KXError error;
+    coordinator = KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(url(), Library::model(), &error);
+    EXPECT_TRUE(coordinator) << error.localizedDescription().toStdString();
+    context = otherContext();
+}
+
+void LibraryTest::reopen()
+{
+    context.reset();
+    coordinator.reset();
+    open();
+}
+
+KXRef<Track> LibraryTest::track(const QString &title)
+{
+    auto track = Track::createInContext(*context);
+    track->setTitle(title);
+    return track;
+}
+
+KXRef<Genre> LibraryTest::genre(const QString &name)
+{
+    auto genre = Genre::createInContext(*context);
+    genre->setName(name);
+    return genre;
+}
