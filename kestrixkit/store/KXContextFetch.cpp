@@ -64,11 +64,8 @@ bool KXContextFetcher::compile()
         return false;
     const quint64 serial = m_context.store->identity->serial;
     m_predicate = KXPredicateSQL::compile(m_request.predicate(), m_entity, serial);
-    QList<KXSQLSortKey> keys;
-    for (const KXSortDescriptor &descriptor : m_request.sortDescriptors())
-        keys.append({ descriptor.key, descriptor.ascending });
-    if (!keys.isEmpty())
-        m_order = KXPredicateSQL::compileOrder(keys, m_entity);
+    if (!m_request.sortDescriptors().isEmpty())
+        m_order = KXPredicateSQL::compileOrder(m_request.sortDescriptors(), m_entity);
     for (const KXPredicateSQL *part : { &m_predicate, &m_order }) {
         if (part->status == KXPredicateSQL::UnknownKey)
             throw KXException(u"KXUnknownKeyException"_s, part->reason);

@@ -139,18 +139,23 @@ bool KXPreparedSide::contains(const KXPredicateValue &value) const
     return std::any_of(from, to, [&](const auto &entry) { return KXPredicateValue::isEqual(value, values[size_t(entry.second)]); });
 }
 
-KXPreparedSide KXPredicateEvaluator::prepare(const KXPredicate &predicate, const KXObservable *object) const
+KXPreparedSide KXPredicateEvaluator::side(const KXExpression &expression, const KXObservable *object, int folding) const
 {
-    const KXPredicateOperator comparisonOperator = predicate.comparisonOperator();
-    const int folding = foldingOptions(comparisonOperator, predicate.options());
     KXPreparedSide side;
-    side.isList = predicate.rightExpression().type() == KXExpressionType::Aggregate
-        || predicate.rightExpression().constantValue().typeId() == QMetaType::QVariantList; // perhaps an empty one
-    visit(predicate.rightExpression(), object, [&](const QVariant &value, bool fromList) {
+    side.isList = expression.type() == KXExpressionType::Aggregate
+        || expression.constantValue().typeId() == QMetaType::QVariantList; // perhaps an empty one
+    visit(expression, object, [&side, folding](const QVariant &value, bool fromList) {
         side.values.emplace_back(value, folding);
         side.isList = side.isList || fromList;
         return true;
     });
+    return side;
+}
+
+KXPreparedSide KXPredicateEvaluator::prepareRight(const KXPredicate &predicate, const KXObservable *object) const
+{
+    const KXPredicateOperator comparisonOperator = predicate.comparisonOperator();
+    KXPreparedSide side = this->side(predicate.rightExpression(), object, foldingOptions(comparisonOperator, predicate.options()));
     if (comparisonOperator == KXPredicateOperator::In && side.values.size() >= longListSize) {
         for (size_t i = 0; i < side.values.size(); ++i)
             side.table.emplace_back(side.values[i].hash(), qsizetype(i));
@@ -216,10 +221,10 @@ bool KXPredicateEvaluator::compare(const KXPredicate &predicate, const KXObserva
     const KXPreparedSide *right = &ownSide;
     if (predicate.rightExpression().isConstant()) {
         std::call_once(predicate.d->preparedOnce,
-            [&] { predicate.d->preparedRight = std::make_unique<const KXPreparedSide>(prepare(predicate, nullptr)); });
+            [&] { predicate.d->preparedRight = std::make_unique<const KXPreparedSide>(prepareRight(predicate, nullptr)); });
         right = predicate.d->preparedRight.get();
     } else {
-        ownSide = prepare(predicate, object);
+        ownSide = prepareRight(predicate, object);
     }
 
     const auto matches = [&](const QVariant &variant, bool fromList) {

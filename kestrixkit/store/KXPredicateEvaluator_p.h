@@ -31,6 +31,8 @@ public:
     [[nodiscard]] bool evaluate(const KXPredicate &predicate, const KXObservable *object) const;
     /// The value of an expression, a list where it reaches through to-many relationships.
     [[nodiscard]] QVariant value(const KXExpression &expression, const KXObservable *object) const;
+    /// The values that an expression stands for, with texts folded by the options.
+    [[nodiscard]] KXPreparedSide side(const KXExpression &expression, const KXObservable *object, int folding) const;
     /// Throws KXException for a variable that is not there.
     [[nodiscard]] static QVariant variable(const QString &name, const QVariantMap &variables);
 
@@ -45,7 +47,7 @@ public:
 
 private:
     [[nodiscard]] bool compare(const KXPredicate &predicate, const KXObservable *object) const;
-    [[nodiscard]] KXPreparedSide prepare(const KXPredicate &predicate, const KXObservable *object) const;
+    [[nodiscard]] KXPreparedSide prepareRight(const KXPredicate &predicate, const KXObservable *object) const;
     template<typename Visitor>
     bool visit(const KXExpression &expression, const KXObservable *object, Visitor &&visitor, bool fromList = false) const;
 

@@ -4,34 +4,22 @@
 
 #include <QByteArray>
 #include <QString>
-#include <QVariant>
 
-#include <kestrixkit/foundation/KXGlobal.h>
+#include <kestrixkit/store/KXFetchRequest.h>
+#include <kestrixkit/store/KXPredicate.h>
 
 class KXEntityDescription;
-class KXPredicate;
 struct sqlite3;
 struct sqlite3_stmt;
 
 /// A value in the form in which SQLite binds it.
 struct KXSQLValue
 {
-    enum Type : quint8 { Null, Integer, Real, Text, Blob };
-    Type type = Null;
+    enum Type : quint8 { Integer, Real, Text, Blob };
+    Type type = Integer;
     qint64 integer = 0;
     double real = 0;
     QByteArray bytes; ///< UTF-8 for a text, which may hold NUL characters
-
-    friend bool operator==(const KXSQLValue &, const KXSQLValue &) = default;
-};
-
-/// One level of an order: a key path through to-one relationships and attributes, absent values first when
-/// ascending.
-struct KXSQLSortKey
-{
-    QString keyPath;
-    bool ascending = true;
-    int options = 0; ///< bits of KXPredicateOption, for texts
 };
 
 /// SQL for a predicate or an order over one entity's table, with the values to bind to its parameters.
@@ -41,7 +29,7 @@ struct KXSQLSortKey
 /// the caller does where a table holds several. Parameters are "?" in the order of `values`.
 ///
 /// Equal predicates give equal texts, and predicates that differ only in values (other than absent ones and
-/// lengths of lists) usually do too, so that prepared statements can be kept by text.
+/// lengths of short lists) usually do too, so that prepared statements can be kept by text.
 class KX_CORE_EXPORT KXPredicateSQL
 {
 public:
@@ -51,11 +39,11 @@ public:
         UnknownKey, ///< a key path names something that the entity does not have
     };
 
-    /// `store` is the serial number that the store's objects carry in their KXObjectKey. Variables must have been
-    /// replaced before; one that is left throws KXException.
+    /// `store` is the number that the store's objects carry in their KXObjectKey. Variables must have been replaced
+    /// before; one that is left throws KXException.
     [[nodiscard]] static KXPredicateSQL compile(const KXPredicate &predicate, const KXEntityDescription &entity, quint64 store);
-    /// Ends with the row's identifier, so that the order is total.
-    [[nodiscard]] static KXPredicateSQL compileOrder(const QList<KXSQLSortKey> &keys, const KXEntityDescription &entity);
+    /// Ends with the row's key, so that the order is total.
+    [[nodiscard]] static KXPredicateSQL compileOrder(const QList<KXSortDescriptor> &descriptors, const KXEntityDescription &entity);
 
     /// Adds to a connection what the compiled texts use: functions and the collation KX_DECIMAL, which orders
     /// canonical decimal texts as numbers. Answers a SQLite code.
@@ -69,6 +57,6 @@ public:
     QByteArray text; ///< "1" for a predicate that lets everything through
     std::vector<KXSQLValue> values;
     QString reason; ///< for people, unless compiled
-    /// The entities whose rows the text looks at besides those of t0's, each once.
+    /// The entities whose rows the text looks at besides those of t0, each once.
     std::vector<const KXEntityDescription *> entities;
 };

@@ -31,7 +31,9 @@ std::partial_ordering compareIntegerWithReal(qint64 integer, double real)
 std::partial_ordering compareRealWithDecimal(double real, const KXDecimal &decimal)
 {
     const double nearest = decimal.toDouble();
-    if (real != nearest || std::isinf(real))
+    if (std::isinf(real))
+        return real <=> 0.0;
+    if (real != nearest)
         return real <=> nearest;
     return KXDecimal::fromDouble(real) <=> decimal;
 }

@@ -1,0 +1,142 @@
+#include <kestrixkit/store/KXPredicateSQLPath_p.h>
+
+#include <algorithm>
+
+#include <kestrixkit/foundation/KXStringWithFormat.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+bool sqlPathIsSame(const KXPropertyDescription &a, const KXPropertyDescription &b)
+{
+    if (a.isToMany() != b.isToMany() || a.isTransient() != b.isTransient())
+        return false;
+    return a.isToMany() ? a.joinTable() == b.joinTable() && a.joinSource() == b.joinSource() && a.inverse() == b.inverse()
+                        : a.column() == b.column();
+}
+
+/// The property of the entity, or of those of its sub-entities that have one of that name: rows of the others
+/// have no value there.
+const KXPropertyDescription &sqlPathProperty(const KXEntityDescription &entity, const QString &key)
+{
+    const KXPropertyDescription *found = entity.property(key);
+    for (qsizetype i = 0; i < entity.family().size() && (!found || !entity.property(key)); ++i) {
+        const KXPropertyDescription *property = entity.family()[i]->property(key);
+        if (found && property && !sqlPathIsSame(*found, *property)) {
+            throw KXPredicateSQLRefusal { KXPredicateSQL::NotInSQL,
+                KXStringWithFormat("several sub-entities of %@ have a property \"%@\"", entity.name(), key) };
+        }
+        found = found ? found : property;
+    }
+    if (!found)
+        throw KXPredicateSQLRefusal { KXPredicateSQL::UnknownKey, KXStringWithFormat("%@ has no property \"%@\"", entity.name(), key) };
+    if (found->isTransient())
+        throw KXPredicateSQLRefusal { KXPredicateSQL::NotInSQL, KXStringWithFormat("\"%@\" is not stored", key) };
+    return *found;
+}
+
+}
+
+KXPredicateSQLPath::KXPredicateSQLPath(const QStringList &keys, const KXEntityDescription &entity) : m_entity(&entity)
+{
+    const KXEntityDescription *here = &entity;
+    for (const QString &key : keys) {
+        if (key.isEmpty() || (!m_steps.empty() && m_steps.back().kind == Step::Absent)) {
+            m_steps.push_back({ Step::Absent });
+        } else if (key == "@count"_L1 && !m_steps.empty() && m_steps.back().kind == Step::ToMany) {
+            m_steps.back().kind = Step::Count;
+            here = nullptr;
+        } else if (!here) {
+            throw KXPredicateSQLRefusal { KXPredicateSQL::UnknownKey, KXStringWithFormat("values have no key \"%@\"", key) };
+        } else {
+            const KXPropertyDescription &property = sqlPathProperty(*here, key);
+            m_steps.push_back({ property.isToMany() ? Step::ToMany : property.isToOne() ? Step::ToOne : Step::Attribute, &property });
+            here = property.destinationEntity();
+        }
+    }
+}
+
+qsizetype KXPredicateSQLPath::toMany(qsizetype from) const
+{
+    while (from < size() && (*this)[from].kind != Step::ToMany)
+        ++from;
+    return from;
+}
+
+void KXPredicateSQLPath::collectEntities(std::vector<const KXEntityDescription *> &entities) const
+{
+    for (const Step &step : m_steps) {
+        const KXEntityDescription *destination = step.property ? step.property->destinationEntity() : nullptr;
+        if (destination && std::find(entities.begin(), entities.end(), destination) == entities.end())
+            entities.push_back(destination);
+    }
+}
+
+KXPredicateValue::Kind KXPredicateSQLPath::kind() const
+{
+    if (m_steps.empty())
+        return KXPredicateValue::Object;
+    const Step &last = m_steps.back();
+    if (last.kind == Step::Absent)
+        return KXPredicateValue::Null;
+    if (last.kind == Step::Count)
+        return KXPredicateValue::Integer;
+    if (last.kind != Step::Attribute)
+        return KXPredicateValue::Object;
+    switch (last.property->type()) {
+    case KXAttributeType::Integer16:
+    case KXAttributeType::Integer32:
+    case KXAttributeType::Integer64:
+    case KXAttributeType::Boolean:
+        return KXPredicateValue::Integer;
+    case KXAttributeType::Double:
+        return KXPredicateValue::Real;
+    case KXAttributeType::Decimal:
+        return KXPredicateValue::Decimal;
+    case KXAttributeType::String:
+    case KXAttributeType::URI:
+    case KXAttributeType::UUID:
+        return KXPredicateValue::Text;
+    case KXAttributeType::Date:
+        return KXPredicateValue::Date;
+    case KXAttributeType::Binary:
+        return KXPredicateValue::Binary;
+    case KXAttributeType::Variant:
+        break;
+    }
+    return KXPredicateValue::Other;
+}
+
+const KXEntityDescription *KXPredicateSQLPath::destination() const
+{
+    return m_steps.empty() ? m_entity : m_steps.back().property->destinationEntity();
+}
+
+QByteArray KXPredicateSQLPath::scalar(const KXPredicateSQLRow &row, qsizetype from, qsizetype to, int &aliases) const
+{
+    if (from == to)
+        return row.key;
+    const Step &step = (*this)[from];
+    if (step.kind == Step::Absent)
+        return "NULL";
+    if (step.kind == Step::Count) {
+        const QByteArray alias = 't' + QByteArray::number(++aliases);
+        const bool joined = !step.property->joinTable().isEmpty();
+        const QByteArray &table = joined ? step.property->joinTable() : step.property->destinationEntity()->table();
+        const QByteArray &column = joined ? step.property->joinSource() : step.property->inverse()->column();
+        return "(SELECT count(*) FROM " + table + ' ' + alias + " WHERE " + alias + '.' + column + '=' + row.key + ')';
+    }
+    if (row.alias.isEmpty()) { // the row is known by its key alone
+        const QByteArray alias = 't' + QByteArray::number(++aliases);
+        return "(SELECT " + scalar({ alias + ".kx_id", alias, row.entity }, from, to, aliases) + " FROM " + row.entity->table() + ' ' + alias
+            + " WHERE " + alias + ".kx_id=" + row.key + ')';
+    }
+    const QByteArray column = row.alias + '.' + step.property->column();
+    if (step.kind == Step::Attribute || from + 1 == to)
+        return column;
+    const Step &next = (*this)[from + 1];
+    if (next.kind == Step::Count) // no object has no number of members
+        return "CASE WHEN " + column + " IS NOT NULL THEN " + scalar({ column, {}, step.property->destinationEntity() }, from + 1, to, aliases) + " END";
+    return scalar({ column, {}, step.property->destinationEntity() }, from + 1, to, aliases);
+}
