@@ -451,6 +451,7 @@ void KXManagedObjectContextPrivate::touch(KXManagedObject *object)
 {
     if (object->m_entity->residence() == KXResidence::Resident)
         return;
+    object->m_flags |= KXManagedObject::Touched;
     if (m_recent.size() < recentObjects) {
         m_recent.emplace_back(object);
         return;
