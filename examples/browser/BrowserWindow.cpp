@@ -13,6 +13,7 @@
 
 #include <kestrixkit/foundation/KXClock.h>
 #include <kestrixkit/foundation/KXMainQueue.h>
+#include <kestrixkit/store/KXPersistentStore.h>
 
 #include "BrowserStyle.h"
 #include "TrackDelegate.h"
@@ -21,7 +22,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr int columnWidths[TrackTableModel::ColumnCount] = { 268, 212, 190, 152, 70, 92, 100, 70, 132, 60, 92 };
+constexpr int columnWidths[TrackTableModel::ColumnCount] = { 250, 204, 180, 146, 66, 94, 100, 70, 126, 62, 112 };
 constexpr int refreshMilliseconds = 250;
 constexpr int shownReasons = 20; // in the tool tip of the summary
 
@@ -117,7 +118,7 @@ void BrowserWindow::buildTable()
 void BrowserWindow::buildStatus()
 {
     statusBar()->setSizeGripEnabled(false);
-    m_status = new QLabel;
+    m_status = new QLabel(m_coordinator->store()->URL().toLocalFile());
     m_status->setContentsMargins(BrowserStyle::margin, 0, 0, 0);
     m_progress = new QProgressBar;
     m_progress->setAccessibleName(tr("Progress of the import"));
