@@ -1,6 +1,7 @@
 #include "BrowserWindow.h"
 
 #include <QBoxLayout>
+#include <QElapsedTimer>
 #include <QHeaderView>
 #include <QLabel>
 #include <QLocale>
@@ -34,16 +35,18 @@ BrowserWindow::BrowserWindow(KXPersistentStoreCoordinator::Ref coordinator)
 {
     setWindowTitle(tr("Music Browser"));
     resize(1440, 860);
-    buildHeader();
-    buildTable();
-    buildStatus();
     m_queue.setMaxConcurrentOperationCount(1);
     m_refreshTimer.setSingleShot(true);
+    m_refreshTimer.setInterval(refreshMilliseconds);
     connect(&m_refreshTimer, &QTimer::timeout, this, &BrowserWindow::refresh);
+    // Before the first fetch: what is saved after it is heard of.
     m_changeToken = m_coordinator->addChangeObserver([this](const std::shared_ptr<const KXStoreChange> &change) {
         KXMainQueue::async(this, [this, change] { storeDidChange(*change); });
     });
-    refresh();
+    buildHeader();
+    buildTable();
+    buildStatus();
+    showSummary();
     m_table->setFocus();
 }
 
@@ -134,18 +137,25 @@ void BrowserWindow::buildStatus()
     m_cancel->hide();
 }
 
-void BrowserWindow::importFolder(const std::string &folder)
+void BrowserWindow::importMusic(const MusicSource &source)
 {
     cancelImport();
+    m_import = m_queue.addBlock([this, source](KXAbstractOperation &operation) {
+        ImportResult result;
+        QString error;
+        const std::string folder = source(&error);
+        if (!error.isEmpty())
+            result.error = KXError(KXKestrixKitErrorDomain, 0, error);
+        else if (!folder.empty())
+            result = Importer(m_coordinator, folder).run([&] { return operation.isCancelled(); },
+                [this](qint64 done, qint64 total) { KXMainQueue::async(this, [this, done, total] { showProgress(done, total); }); });
+        KXMainQueue::async(this, [this, result, &operation] { finishImport(&operation, result); });
+    });
     showProgress(0, 0);
     m_cancel->setEnabled(true);
     m_cancel->show();
     m_progress->show();
-    m_import = m_queue.addBlock([this, importer = Importer(m_coordinator, folder)](KXAbstractOperation &operation) {
-        const ImportResult result = importer.run([&] { return operation.isCancelled(); },
-            [this](qint64 done, qint64 total) { KXMainQueue::async(this, [this, done, total] { showProgress(done, total); }); });
-        KXMainQueue::async(this, [this, result, &operation] { finishImport(&operation, result); });
-    });
+    m_emptyText->hide();
 }
 
 void BrowserWindow::cancelImport()
@@ -227,10 +237,11 @@ void BrowserWindow::finishImport(const KXAbstractOperation *operation, const Imp
     m_progress->hide();
     m_cancel->hide();
     const QLocale locale = KXClock::locale();
+    QString error;
     if (result.error) {
-        m_status->setText(tr("Import failed: %1").arg(result.error.localizedDescription()));
+        error = tr("Import failed: %1").arg(result.error.localizedDescription());
     } else if (result.cancelled) {
-        m_status->setText(tr("Import cancelled"));
+        error = tr("Import cancelled");
     } else {
         QStringList parts;
         const auto count = [&](qint64 number, const QString &what) {
@@ -243,7 +254,9 @@ void BrowserWindow::finishImport(const KXAbstractOperation *operation, const Imp
         count(result.returned, tr("%1 back"));
         m_status->setText(parts.isEmpty() ? tr("Up to date") : parts.join(u"  ·  "_s));
     }
+    if (!error.isEmpty())
+        m_status->setText(error);
     m_refreshTimer.stop();
     refresh();
-    Q_EMIT importFinished(!result.error && !result.cancelled);
+    Q_EMIT importFinished(error);
 }

@@ -1,10 +1,9 @@
 #pragma once
 
-#include <atomic>
+#include <functional>
 #include <memory>
 #include <string>
 
-#include <QElapsedTimer>
 #include <QMainWindow>
 #include <QTimer>
 
@@ -28,16 +27,20 @@ public:
     explicit BrowserWindow(KXPersistentStoreCoordinator::Ref coordinator);
     ~BrowserWindow() override;
 
-    /// Starts to bring the library up to date with a folder, in the bytes of the file system.
-    void importFolder(const std::string &folder);
+    /// Answers the folder to import, in the bytes of the file system; an empty one where there is nothing to do or
+    /// where the error is filled. Called in the background.
+    using MusicSource = std::function<std::string(QString *error)>;
+
+    /// Starts to bring the library up to date with a folder of music. An import that runs is cancelled.
+    void importMusic(const MusicSource &source);
     void cancelImport();
 
     [[nodiscard]] TrackTableModel *model() const { return m_model; }
     [[nodiscard]] QTableView *table() const { return m_table; }
 
 Q_SIGNALS:
-    /// The import ended and the table shows what it did.
-    void importFinished(bool succeeded);
+    /// The import ended and the table shows what it did. The error is empty unless it failed or was cancelled.
+    void importFinished(const QString &error);
 
 private:
     void buildHeader();

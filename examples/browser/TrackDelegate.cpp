@@ -24,13 +24,15 @@ QPainterPath starPath(QPointF centre, double radius)
     return path;
 }
 
-void paintStars(QPainter *painter, const QRect &cell, int stars, bool missing)
+void paintStars(QPainter *painter, const QStyleOptionViewItem &option, int stars, bool missing)
 {
-    constexpr double radius = 6, step = 15;
+    constexpr int size = 12, step = 15;
+    const QRect &cell = option.rect;
     for (int i = 0; i < 5; ++i) {
-        const QPointF centre(cell.left() + BrowserStyle::margin + radius + i * step, cell.center().y() + 1);
+        const QRect box(cell.left() + BrowserStyle::margin + i * step, cell.center().y() - size / 2 + 1, size, size);
+        const QPointF centre = QRectF(QStyle::visualRect(option.direction, cell, box)).center();
         const QColor bright = missing ? BrowserStyle::missingText : BrowserStyle::accent;
-        painter->fillPath(starPath(centre, radius), i < stars ? bright : BrowserStyle::emptyStar);
+        painter->fillPath(starPath(centre, size / 2.0), i < stars ? bright : BrowserStyle::emptyStar);
     }
 }
 
@@ -61,14 +63,14 @@ void TrackDelegate::paint(QPainter *painter, const QStyleOptionViewItem &option,
     const QString text = index.data(Qt::DisplayRole).toString();
     const int key = index.data(TrackTableModel::KeyRole).toInt();
     if (index.column() == TrackTableModel::Rating) {
-        paintStars(painter, option.rect, index.data(TrackTableModel::StarsRole).toInt(), missing);
+        paintStars(painter, option, index.data(TrackTableModel::StarsRole).toInt(), missing);
     } else if (key != 0) {
         paintKey(painter, option.rect, { std::abs(key), key < 0 }, text, missing);
     } else {
         const bool primary = index.column() == TrackTableModel::Title || selected;
         painter->setPen(missing ? BrowserStyle::missingText : primary ? BrowserStyle::text : BrowserStyle::secondaryText);
         const QRect box = option.rect.adjusted(BrowserStyle::margin, 0, -BrowserStyle::margin, 0);
-        const auto alignment = index.data(Qt::TextAlignmentRole).value<Qt::Alignment>();
+        const auto alignment = QStyle::visualAlignment(option.direction, index.data(Qt::TextAlignmentRole).value<Qt::Alignment>());
         painter->drawText(box, int(alignment) | Qt::TextSingleLine, option.fontMetrics.elidedText(text, Qt::ElideRight, box.width()));
     }
     painter->restore();

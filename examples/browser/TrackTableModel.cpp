@@ -33,6 +33,8 @@ constexpr ColumnDescription columnDescriptions[TrackTableModel::ColumnCount] = {
     { QT_TRANSLATE_NOOP("TrackTable", "Added"), "added", Qt::AlignRight },
 };
 
+constexpr int searchableRows = 20'000;
+
 QString lengthText(double seconds)
 {
     const qint64 whole = qRound64(seconds);
@@ -74,7 +76,7 @@ QVariant TrackTableModel::data(const QModelIndex &index, int role) const
     }
     case Qt::AccessibleTextRole: {
         const Row &track = row(index.row());
-        const QString text = column == Rating ? tr("%n star(s)", nullptr, track.stars) : track.texts[column];
+        const QString text = column == Rating ? tr("%1 of 5 stars").arg(track.stars) : track.texts[column];
         return track.missing ? tr("%1, file missing").arg(text) : text;
     }
     case MissingRole:
@@ -106,6 +108,11 @@ void TrackTableModel::sort(int column, Qt::SortOrder order)
     m_sortColumn = column;
     m_sortOrder = order;
     refetch();
+}
+
+QModelIndexList TrackTableModel::match(const QModelIndex &start, int role, const QVariant &value, int hits, Qt::MatchFlags flags) const
+{
+    return rowCount() > searchableRows ? QModelIndexList() : QAbstractTableModel::match(start, role, value, hits, flags);
 }
 
 void TrackTableModel::refetch()

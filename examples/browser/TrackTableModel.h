@@ -33,6 +33,9 @@ public:
     /// Fetches the tracks in the order of that column.
     void sort(int column, Qt::SortOrder order = Qt::AscendingOrder) override;
 
+    /// Typing looks for a row by its text only in libraries small enough to be read through.
+    QModelIndexList match(const QModelIndex &start, int role, const QVariant &value, int hits, Qt::MatchFlags flags) const override;
+
     /// Fetches the tracks again, in the same order.
     void refetch();
     [[nodiscard]] KXManagedObjectID trackID(int row) const;

@@ -82,6 +82,15 @@ bool wasGiven(int argc, char **argv, const char *option)
     return false;
 }
 
+bool hasDisplay()
+{
+    for (const char *name : { "QT_QPA_PLATFORM", "DISPLAY", "WAYLAND_DISPLAY" }) {
+        if (!qEnvironmentVariableIsEmpty(name))
+            return true;
+    }
+    return false;
+}
+
 // The bytes of an option's value: a folder's name need not be text.
 std::string rawValue(int argc, char **argv, const std::string &option)
 {
@@ -182,13 +191,15 @@ KXPersistentStoreCoordinator::Ref openLibrary(const QString &file)
     KXError error;
     const auto coordinator = Library::open(file, &error);
     KXKestrixKitLogLevel = level;
-    if (!coordinator)
-        throw Ending { WrongInput, u"%1: %2"_s.arg(file, error.localizedDescription()) };
+    if (!coordinator) {
+        const QString reason = error.localizedDescription();
+        throw Ending { WrongInput, reason.contains(file) ? reason : u"%1: %2"_s.arg(file, reason) };
+    }
     return coordinator;
 }
 
 // The folder to import: the one that was named; else the crate, unless the library already holds other music.
-std::string musicFolder(const Arguments &arguments, const KXPersistentStoreCoordinator::Ref &coordinator)
+std::string musicFolder(const Arguments &arguments, const KXPersistentStoreCoordinator::Ref &coordinator, QString *error)
 {
     if (!arguments.music.empty())
         return arguments.music;
@@ -196,14 +207,10 @@ std::string musicFolder(const Arguments &arguments, const KXPersistentStoreCoord
     const QString tracks(Track::entityName);
     const auto context = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
     const QString below = QString::fromLatin1(urlOfPath(QFile::encodeName(caches).toStdString()).toEncoded());
-    if (context->countForEntity(tracks) > 0
-        && context->countForEntity(tracks, KXPredicate::predicateWithFormat("location BEGINSWITH %@", below)) == 0)
+    const auto inCaches = KXPredicate::predicateWithFormat("location BEGINSWITH %@", below);
+    if (context->countForEntity(tracks) > 0 && context->countForEntity(tracks, inCaches) == 0)
         return {};
-    QString error;
-    const std::string crate = Crate::make(caches, &error);
-    if (crate.empty())
-        throw Ending { Failed, error };
-    return crate;
+    return Crate::make(caches, error);
 }
 
 ImportResult importNow(const KXPersistentStoreCoordinator::Ref &coordinator, const std::string &folder)
@@ -223,7 +230,10 @@ ImportResult importNow(const KXPersistentStoreCoordinator::Ref &coordinator, con
 
 void printAnswer(const Arguments &arguments, const KXPersistentStoreCoordinator::Ref &coordinator)
 {
-    const std::string folder = musicFolder(arguments, coordinator);
+    QString problem;
+    const std::string folder = musicFolder(arguments, coordinator, &problem);
+    if (!problem.isEmpty())
+        throw Ending { Failed, problem };
     const ImportResult result = importNow(coordinator, folder);
     const auto context = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
     KXError error;
@@ -242,19 +252,20 @@ void runWindow(QApplication &application, const Arguments &arguments, const KXPe
     BrowserWindow window(coordinator);
     QSocketNotifier notifier(interruptPipe[0], QSocketNotifier::Read);
     QObject::connect(&notifier, &QSocketNotifier::activated, &application, [] { QCoreApplication::exit(Failed); });
+    QString problem;
     if (!arguments.screenshot.isEmpty()) {
         // Queued: the table lays itself out on the turn after its last change.
-        QObject::connect(&window, &BrowserWindow::importFinished, &window, [&](bool succeeded) {
-            QCoreApplication::exit(succeeded && window.grab().save(arguments.screenshot, "PNG") ? Done : Failed);
+        QObject::connect(&window, &BrowserWindow::importFinished, &window, [&](const QString &error) {
+            problem = error;
+            if (problem.isEmpty() && !window.grab().save(arguments.screenshot, "PNG"))
+                problem = u"%1: cannot be written"_s.arg(arguments.screenshot);
+            QCoreApplication::exit(problem.isEmpty() ? Done : Failed);
         }, Qt::QueuedConnection);
     }
     window.show();
-    if (const std::string folder = musicFolder(arguments, coordinator); !folder.empty())
-        window.importFolder(folder);
-    else
-        Q_EMIT window.importFinished(true);
+    window.importMusic([arguments, coordinator](QString *error) { return musicFolder(arguments, coordinator, error); });
     if (QApplication::exec() != Done)
-        throw Ending { Failed, interrupted ? u"interrupted"_s : u"%1: no picture could be made"_s.arg(arguments.screenshot) };
+        throw Ending { Failed, interrupted ? u"interrupted"_s : problem };
 }
 
 void run(int argc, char **argv, QCoreApplication &application)
@@ -283,6 +294,13 @@ int main(int argc, char **argv)
     QCoreApplication::setApplicationName(u"browser"_s);
     // Questions are answered on machines without a display too.
     const bool windowless = wasGiven(argc, argv, "--report") || wasGiven(argc, argv, "--query") || wasGiven(argc, argv, "--help");
+    if (!windowless && !hasDisplay()) {
+        if (!wasGiven(argc, argv, "--screenshot")) {
+            std::fputs("browser: there is no display for the window; --screenshot, --report and --query need none\n", stderr);
+            return WrongInput;
+        }
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    }
     const std::unique_ptr<QCoreApplication> application(windowless ? new QCoreApplication(argc, argv) : new QApplication(argc, argv));
     try {
         run(argc, argv, *application);

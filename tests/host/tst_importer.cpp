@@ -14,8 +14,6 @@
 using namespace Qt::StringLiterals;
 namespace fs = std::filesystem;
 
-namespace {
-
 class ImporterTest : public ::testing::Test
 {
 protected:
@@ -60,8 +58,6 @@ protected:
     QTemporaryDir music, stores;
     KXPersistentStoreCoordinator::Ref coordinator;
 };
-
-} // namespace
 
 TEST_F(ImporterTest, secondImportAddsNothing)
 {
