@@ -164,7 +164,7 @@ KXScopeToken KXAbstractOperation::addCancelHandler(std::function<void()> handler
 
 bool KXAbstractOperation::isExecuting() const { return m_state->executing.load(std::memory_order_acquire); }
 
-bool KXAbstractOperation::isFinished() const { return isDone(); }
+bool KXAbstractOperation::isFinished() const { return m_state->finished || isDone(); }
 
 bool KXAbstractOperation::isReady() const
 {
@@ -273,6 +273,7 @@ void KXAbstractOperation::setPlainExecuting(bool executing)
     willChangeValueForKey(u"isExecuting");
     willChangeValueForKey(u"isFinished");
     m_state->executing.store(executing, std::memory_order_release);
+    m_state->finished.store(!executing, std::memory_order_release);
     didChangeValueForKey(u"isExecuting");
     didChangeValueForKey(u"isFinished");
 }

@@ -39,6 +39,7 @@ public:
     QString name;
 
     std::atomic<bool> executing { false }; // of the plain kind
+    std::atomic<bool> finished { false }; // likewise
     std::atomic<bool> cancelled { false };
 
     std::recursive_mutex announceMutex; // observers of one operation are called one at a time

@@ -112,6 +112,9 @@ public:
 
     /// For KXWeakRef.
     [[nodiscard]] std::shared_ptr<KXWeakAnchor> weakAnchor() const;
+    /// Weak handles answer nothing from now on. To be called before a counted object is deleted, since another
+    /// thread may be asking its count meanwhile; KXRefCounted does.
+    void endWeakHandles() const;
 
 protected:
     /// The first observer came, the last one went. A store keeps an observed object alive by these; the
