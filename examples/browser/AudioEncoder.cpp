@@ -83,7 +83,8 @@ private:
     {
         const std::string url = "file:" + path;
         const AVCodec *codec = avcodec_find_encoder_by_name(m_format.encoder);
-        int error = codec ? avformat_alloc_output_context2(&m_file, nullptr, m_format.muxer, url.c_str()) : AVERROR_ENCODER_NOT_FOUND;
+        int error = codec ? avformat_alloc_output_context2(&m_file, nullptr, m_format.muxer, url.c_str())
+                          : AVERROR_ENCODER_NOT_FOUND;
         if (error < 0)
             return error;
         m_file->flags |= AVFMT_FLAG_BITEXACT; // no times, versions or random serial numbers
@@ -164,15 +165,9 @@ private:
 
 } // namespace
 
-QString fileExtension(AudioFormat format)
-{
-    return QLatin1StringView(encoderFormat(format).extension);
-}
+QString fileExtension(AudioFormat format) { return QLatin1StringView(encoderFormat(format).extension); }
 
-int preferredSampleRate(AudioFormat format)
-{
-    return format == AudioFormat::Opus ? 48000 : 44100;
-}
+int preferredSampleRate(AudioFormat format) { return format == AudioFormat::Opus ? 48000 : 44100; }
 
 QString encodeAudio(const AudioBuffer &sound, AudioFormat format, const std::string &path)
 {

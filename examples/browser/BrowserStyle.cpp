@@ -26,7 +26,8 @@ void BrowserStyle::apply(QApplication &application)
     palette.setColor(QPalette::ToolTipBase, panel);
     palette.setColor(QPalette::Highlight, selection);
     palette.setColor(QPalette::Link, accent);
-    for (const QPalette::ColorRole role : { QPalette::WindowText, QPalette::Text, QPalette::ButtonText, QPalette::ToolTipText, QPalette::HighlightedText })
+    for (const QPalette::ColorRole role : { QPalette::WindowText, QPalette::Text, QPalette::ButtonText,
+             QPalette::ToolTipText, QPalette::HighlightedText })
         palette.setColor(role, text);
     palette.setColor(QPalette::PlaceholderText, secondaryText);
     for (const QPalette::ColorRole role : { QPalette::WindowText, QPalette::Text, QPalette::ButtonText })

@@ -147,8 +147,11 @@ void BrowserWindow::importMusic(const MusicSource &source)
         if (!error.isEmpty())
             result.error = KXError(KXKestrixKitErrorDomain, 0, error);
         else if (!folder.empty())
-            result = Importer(m_coordinator, folder).run([&] { return operation.isCancelled(); },
-                [this](qint64 done, qint64 total) { KXMainQueue::async(this, [this, done, total] { showProgress(done, total); }); });
+            result = Importer(m_coordinator, folder)
+                         .run([&] { return operation.isCancelled(); },
+                             [this](qint64 done, qint64 total) {
+                                 KXMainQueue::async(this, [this, done, total] { showProgress(done, total); });
+                             });
         KXMainQueue::async(this, [this, result, &operation] { finishImport(&operation, result); });
     });
     showProgress(0, 0);
@@ -225,7 +228,8 @@ void BrowserWindow::showProgress(qint64 done, qint64 total)
     const QLocale locale = KXClock::locale();
     m_progress->setRange(0, int(total));
     m_progress->setValue(int(done));
-    m_status->setText(total == 0 ? tr("Looking for music…") : tr("Importing %1 of %2").arg(locale.toString(done), locale.toString(total)));
+    m_status->setText(total == 0 ? tr("Looking for music…")
+                                 : tr("Importing %1 of %2").arg(locale.toString(done), locale.toString(total)));
 }
 
 void BrowserWindow::finishImport(const KXAbstractOperation *operation, const ImportResult &result)

@@ -26,10 +26,7 @@ namespace {
 // Changes with the records below, so that an older crate is not taken for this one.
 constexpr QLatin1StringView crateFolderName { "crate-1" };
 
-TagLib::String tagText(const QString &text)
-{
-    return TagLib::String(text.toStdString(), TagLib::String::UTF8);
-}
+TagLib::String tagText(const QString &text) { return TagLib::String(text.toStdString(), TagLib::String::UTF8); }
 
 TagLib::StringList tagTexts(const char *parted)
 {
@@ -146,7 +143,8 @@ std::string Crate::make(const QString &cachesFolder, QString *error)
         QDir(making.path()).mkpath(track.fileName().section(u'/', 0, 0));
     const std::string folder = QFile::encodeName(making.path()).toStdString();
     std::vector<QString> problems(tracks().size());
-    forEachInParallel(problems.size(), [&](size_t i) { problems[i] = writeTrack(tracks()[i], uint32_t(i + 1), folder); });
+    forEachInParallel(
+        problems.size(), [&](size_t i) { problems[i] = writeTrack(tracks()[i], uint32_t(i + 1), folder); });
     for (const QString &problem : problems) {
         if (!problem.isEmpty()) {
             *error = problem;
@@ -167,6 +165,7 @@ const std::vector<CrateTrack> &Crate::tracks()
 {
     using enum LoopStyle;
     using F = AudioFormat;
+    // clang-format off
     static const std::vector<CrateTrack> all {
         { "Glass Harbour", "Ostra Lume", "Night Ferry", "House", "Quay Nine", "Am", House, 124, 2019, 4, F::Flac },
         { "Second Deck", "Ostra Lume;Mirela Vance", "Night Ferry", "House;Deep House", "Quay Nine", "Em", House, 123, 2019, 5, F::Flac },
@@ -207,5 +206,6 @@ const std::vector<CrateTrack> &Crate::tracks()
         { "Porch Light (Stems)", "Sable Row", "Slow Furniture", "Downtempo", "Low Ceiling", "C", Downtempo, 88, 2012, 4, F::Flac, true },
         { "Rookery (Stems)", "Brackish", "Estuary Dubs", "Drum & Bass", "Saltmarsh", "Em", DrumAndBass, 174, 2018, 5, F::Wav, true },
     };
+    // clang-format on
     return all;
 }

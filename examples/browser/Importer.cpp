@@ -23,7 +23,7 @@ constexpr int objectsPerSave = 1500;
 constexpr size_t filesPerBatch = 64;
 
 /// Objects of an entity by their names, made when a name is new. It keeps identifiers, not objects.
-template<class Class> class NameIndex
+template <class Class> class NameIndex
 {
 public:
     explicit NameIndex(KXManagedObjectContext &context)
@@ -36,7 +36,7 @@ public:
     }
 
     /// fill sets a new object's values. Empty where the store gives no identifier.
-    template<class Fill> KXRef<Class> object(const QString &key, const Fill &fill, KXError *error)
+    template <class Fill> KXRef<Class> object(const QString &key, const Fill &fill, KXError *error)
     {
         if (const KXManagedObjectID id = m_ids.value(key)) {
             if (const KXRef<Class> known = Class::cast(m_context.objectWithID(id)); known && !known->isMissing())
@@ -50,11 +50,13 @@ public:
         return made;
     }
 
-    template<class Fill> QList<KXRef<KXManagedObject>> objects(const QStringList &names, const Fill &fill, KXError *error)
+    template <class Fill>
+    QList<KXRef<KXManagedObject>> objects(const QStringList &names, const Fill &fill, KXError *error)
     {
         QList<KXRef<KXManagedObject>> result;
         for (const QString &name : names) {
-            if (const KXRef<Class> named = object(TagValues::nameKey(name), [&](Class &made) { fill(made, name); }, error))
+            if (const KXRef<Class> named = object(
+                    TagValues::nameKey(name), [&](Class &made) { fill(made, name); }, error))
                 result.append(named);
         }
         return result;
@@ -73,10 +75,7 @@ private:
     QHash<QString, KXManagedObjectID> m_ids;
 };
 
-std::optional<QString> present(const QString &text)
-{
-    return text.isEmpty() ? std::nullopt : std::optional(text);
-}
+std::optional<QString> present(const QString &text) { return text.isEmpty() ? std::nullopt : std::optional(text); }
 
 constexpr auto setNameOf = [](auto &object, const QString &name) { object.setName(name); };
 
@@ -84,7 +83,8 @@ constexpr auto setNameOf = [](auto &object, const QString &name) { object.setNam
 class Import
 {
 public:
-    Import(const KXPersistentStoreCoordinator::Ref &coordinator, const Importer::Stop &stop, const Importer::Progress &progress)
+    Import(const KXPersistentStoreCoordinator::Ref &coordinator, const Importer::Stop &stop,
+        const Importer::Progress &progress)
         : m_context(KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator))
         , m_artists(*m_context)
         , m_albums(*m_context)
@@ -139,11 +139,13 @@ private:
     void loadKnown()
     {
         const QUrl below = urlOfPath(m_scan.root.back() == '/' ? m_scan.root : m_scan.root + '/');
-        const auto predicate = KXPredicate::predicateWithFormat("location BEGINSWITH %@", QString::fromLatin1(below.toEncoded()));
+        const auto predicate
+            = KXPredicate::predicateWithFormat("location BEGINSWITH %@", QString::fromLatin1(below.toEncoded()));
         for (const KXRef<KXManagedObject> &object : m_context->fetchForEntity(QString(Track::entityName), predicate)) {
             const KXRef<Track> track = Track::cast(object);
             if (track)
-                m_known.insert({ pathOfUrl(track->location()), { track->objectID(), track->fileSize(), track->fileModified(), track->missing() } });
+                m_known.insert({ pathOfUrl(track->location()),
+                    { track->objectID(), track->fileSize(), track->fileModified(), track->missing() } });
         }
     }
 
@@ -181,7 +183,7 @@ private:
     {
         const auto known = m_known.find(file.path);
         if (!reading.tags) {
-            m_result.skipped.push_back({ m_scan.shownPath(file.path), reading.refusal });
+            m_result.skipped.push_back({ shownPath(file.path, m_scan.root), reading.refusal });
             // A track whose file was spoilt cannot be played; it comes back when the file can be read again.
             if (known != m_known.end() && !known->second.missing)
                 setMissing(known->second, true);
@@ -189,7 +191,8 @@ private:
         }
         KXError *error = &m_result.error;
         const bool isNew = known == m_known.end();
-        const KXRef<Track> track = isNew ? Track::createInContext(*m_context, error) : Track::cast(m_context->objectWithID(known->second.id));
+        const KXRef<Track> track = isNew ? Track::createInContext(*m_context, error)
+                                         : Track::cast(m_context->objectWithID(known->second.id));
         if (!track)
             return;
         if (isNew) {
@@ -241,21 +244,27 @@ private:
         if (tags.album.isEmpty())
             return {};
         const QString key = TagValues::nameKey(tags.album) + u'\n' + TagValues::nameKey(tags.albumArtist);
-        return m_albums.object(key, [&](Album &album) {
-            album.setTitle(tags.album);
-            album.setArtistText(tags.albumArtist);
-        }, error);
+        return m_albums.object(
+            key,
+            [&](Album &album) {
+                album.setTitle(tags.album);
+                album.setArtistText(tags.albumArtist);
+            },
+            error);
     }
 
     KXRef<Key> keyOf(const TrackTags &tags, KXError *error)
     {
         if (!tags.key)
             return {};
-        return m_keys.object(TagValues::nameKey(tags.key->name()), [&](Key &key) {
-            key.setName(tags.key->name());
-            key.setNumber(tags.key->number);
-            key.setIsMinor(tags.key->minor);
-        }, error);
+        return m_keys.object(
+            TagValues::nameKey(tags.key->name()),
+            [&](Key &key) {
+                key.setName(tags.key->name());
+                key.setNumber(tags.key->number);
+                key.setIsMinor(tags.key->minor);
+            },
+            error);
     }
 
     void setMissing(const Known &known, bool missing)
@@ -273,7 +282,7 @@ private:
     {
         const auto cannotTell = [this](const std::string &path) {
             return std::any_of(m_scan.unreadableFolders.begin(), m_scan.unreadableFolders.end(),
-                [&](const std::string &folder) { return path.compare(0, folder.size(), folder) == 0; });
+                [&](const std::string &folder) { return isBelow(path, folder); });
         };
         for (const auto &[path, known] : m_known) {
             if (!known.found && !known.missing && !cannotTell(path))

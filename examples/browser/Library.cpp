@@ -79,5 +79,6 @@ KXManagedObjectModel::Ref Library::model()
 
 KXPersistentStoreCoordinator::Ref Library::open(const QString &path, KXError *error)
 {
-    return KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(QUrl::fromLocalFile(path), model(), error);
+    return KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(
+        QUrl::fromLocalFile(path), model(), error);
 }

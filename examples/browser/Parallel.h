@@ -7,7 +7,7 @@
 
 /// Calls work(0) to work(count - 1), each once, on as many threads as the machine has cores, and returns when
 /// all are done. work must not throw.
-template<class Work> void forEachInParallel(size_t count, const Work &work)
+template <class Work> void forEachInParallel(size_t count, const Work &work)
 {
     std::atomic<size_t> next = 0;
     const auto run = [&] {

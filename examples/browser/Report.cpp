@@ -1,5 +1,7 @@
 #include "Report.h"
 
+#include <filesystem>
+
 #include <QJsonArray>
 
 #include <kestrixkit/store/KXManagedObjectContext.h>
@@ -30,7 +32,8 @@ bool isKeyPathOfTracks(const QString &keyPath)
 
 } // namespace
 
-QJsonObject Report::ofLibrary(KXManagedObjectContext &context, const ImportResult &result, const std::string &folder, const QString &store)
+QJsonObject Report::ofLibrary(
+    KXManagedObjectContext &context, const ImportResult &result, const std::string &folder, const QString &store)
 {
     QJsonArray skipped;
     for (const SkippedFile &file : result.skipped)
@@ -46,12 +49,14 @@ QJsonObject Report::ofLibrary(KXManagedObjectContext &context, const ImportResul
     }
 
     QJsonArray notes;
-    const Scan scan { folder, {}, {}, {}, true };
-    const auto noted = KXFetchRequest(tracks, KXPredicate::predicateWithFormat("importNotes != nil AND missing == FALSE"))
-                           .setSortDescriptors({ { u"location"_s, true } });
+    std::error_code error;
+    const std::string root = std::filesystem::canonical(folder, error).native();
+    const auto noted
+        = KXFetchRequest(tracks, KXPredicate::predicateWithFormat("importNotes != nil AND missing == FALSE"))
+              .setSortDescriptors({ { u"location"_s, true } });
     for (const KXRef<KXManagedObject> &object : context.fetch(noted)) {
         const KXRef<Track> track = Track::cast(object);
-        notes.append(QJsonObject { { u"file"_s, scan.shownPath(pathOfUrl(track->location())) },
+        notes.append(QJsonObject { { u"file"_s, shownPath(pathOfUrl(track->location()), root) },
             { u"notes"_s, QJsonArray::fromStringList(track->importNotes().value_or(QString()).split(u'\n')) } });
     }
 

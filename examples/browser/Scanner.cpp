@@ -26,7 +26,8 @@ bool hasMusicExtension(std::string_view name)
     if (dot == std::string_view::npos || dot == 0)
         return false;
     std::string extension(name.substr(dot + 1));
-    std::transform(extension.begin(), extension.end(), extension.begin(), [](char c) { return c >= 'A' && c <= 'Z' ? char(c + 32) : c; });
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+        [](char c) { return c >= 'A' && c <= 'Z' ? char(c + 32) : c; });
     return std::find(extensions.begin(), extensions.end(), extension) != extensions.end();
 }
 
@@ -54,7 +55,7 @@ public:
 private:
     void visit(const std::string &path, bool isLink)
     {
-        struct stat status {};
+        struct stat status = {};
         if (::stat(path.c_str(), &status) != 0) {
             skip(path, errno);
         } else if (S_ISDIR(status.st_mode)) {
@@ -62,9 +63,10 @@ private:
                 list(path);
         } else if (hasMusicExtension(path)) {
             if (!S_ISREG(status.st_mode))
-                m_scan.skipped.push_back({ m_scan.shownPath(path), u"not a regular file"_s });
+                m_scan.skipped.push_back({ shownPath(path, m_scan.root), u"not a regular file"_s });
             else if (m_seen.insert(identity(status)).second || !isLink) // hard links are files of their own
-                m_scan.files.push_back({ path, status.st_size, status.st_mtim.tv_sec * 1'000'000LL + status.st_mtim.tv_nsec / 1000 });
+                m_scan.files.push_back(
+                    { path, status.st_size, status.st_mtim.tv_sec * 1'000'000LL + status.st_mtim.tv_nsec / 1000 });
         }
     }
 
@@ -108,7 +110,7 @@ private:
     // Some file systems do not tell the kind along with the name.
     static unsigned char kindOf(const std::string &path)
     {
-        struct stat status {};
+        struct stat status = {};
         if (::lstat(path.c_str(), &status) != 0)
             return DT_UNKNOWN;
         return S_ISLNK(status.st_mode) ? DT_LNK : S_ISDIR(status.st_mode) ? DT_DIR : DT_REG;
@@ -126,7 +128,8 @@ private:
     {
         const bool folder = !m_scan.unreadableFolders.empty() && m_scan.unreadableFolders.back() == path;
         if (folder || hasMusicExtension(path))
-            m_scan.skipped.push_back({ m_scan.shownPath(path), u"cannot be read: %1"_s.arg(QString::fromLocal8Bit(std::strerror(error))) });
+            m_scan.skipped.push_back({ shownPath(path, m_scan.root),
+                u"cannot be read: %1"_s.arg(QString::fromLocal8Bit(std::strerror(error))) });
     }
 
     Scan &m_scan;
@@ -138,10 +141,17 @@ private:
 
 } // namespace
 
-QString Scan::shownPath(const std::string &path) const
+bool isBelow(const std::string &path, const std::string &folder)
 {
-    const size_t prefix = path.compare(0, root.size(), root) == 0 && path.size() > root.size() ? root.size() + (root.back() != '/') : 0;
-    return displayPath(path.substr(prefix));
+    return path.compare(0, folder.size(), folder) == 0
+        && (path.size() == folder.size() || folder.back() == '/' || path[folder.size()] == '/');
+}
+
+QString shownPath(const std::string &path, const std::string &folder)
+{
+    if (folder.empty() || path.size() <= folder.size() || !isBelow(path, folder))
+        return displayPath(path);
+    return displayPath(path.substr(folder.size() + (folder.back() != '/')));
 }
 
 Scan scanFolder(const std::string &root, const std::function<bool()> &stop)

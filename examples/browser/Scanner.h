@@ -29,14 +29,16 @@ struct Scan
     /// Folders that cannot be looked into: nothing is known about what they hold.
     std::vector<std::string> unreadableFolders;
     bool complete = true; ///< false when it was stopped
-
-    /// How a file below the root is shown.
-    [[nodiscard]] QString shownPath(const std::string &path) const;
 };
 
 /// Looks for music below a folder, by the files' extensions. Hidden files are left alone; links are followed,
 /// and each folder is visited once, so that links may lead in circles. Any thread; stop is asked now and then.
 Scan scanFolder(const std::string &root, const std::function<bool()> &stop = {});
+
+/// Whether a path is that of a folder or leads through it.
+bool isBelow(const std::string &path, const std::string &folder);
+/// How a path is shown to people: relative to the folder where it is below it.
+QString shownPath(const std::string &path, const std::string &folder);
 
 /// File URL of a path, byte for byte, and back.
 QUrl urlOfPath(const std::string &path);

@@ -23,6 +23,7 @@ struct Style
 
 const Style &styleOf(LoopStyle style)
 {
+    // clang-format off
     static constexpr Style styles[] = {
         { "x...x...x...x...", "....x.......x...", "..x...x...x...x.", "1..1..1.1..15.8.", "x..x..x...x..x..", "1...5..3..1.6...", { 0, 5, 2, 6 }, 0.10, 2600, 0.7 },
         { "x...x...x...x...", "....o.......o..o", "o.x.o.x.o.x.o.x.", ".11..11..11..118", "x...............", "1.1...1.3.1...8.", { 0, 0, 5, 0 }, 0.00, 1500, 0.8 },
@@ -35,6 +36,7 @@ const Style &styleOf(LoopStyle style)
         { "................", "................", "o.......o.......", "1...............", "x...............", "1.....5...8.3...", { 0, 3, 5, 2 }, 0.00, 1100, 0.0 },
         { "x.......x.......", "........x.......", "..o...o...o...o.", "1..1..5.....8...", "..x...x...x...x.", "......5.......3.", { 0, 0, 3, 3 }, 0.18, 1700, 0.3 },
     };
+    // clang-format on
     return styles[size_t(style)];
 }
 
@@ -98,9 +100,21 @@ public:
         , m_k(2 - 1.9 * resonance)
     {
     }
-    double low(double in) { run(in); return m_low; }
-    double high(double in) { run(in); return in - m_k * m_band - m_low; }
-    double band(double in) { run(in); return m_band; }
+    double low(double in)
+    {
+        run(in);
+        return m_low;
+    }
+    double high(double in)
+    {
+        run(in);
+        return in - m_k * m_band - m_low;
+    }
+    double band(double in)
+    {
+        run(in);
+        return m_band;
+    }
 
 private:
     void run(double in)
@@ -242,7 +256,8 @@ private:
     {
         Filter filter(7800, 0.2, m_rate);
         for (size_t i = 0; i < size_t(decay * 5 * m_rate); ++i)
-            drums.add(at + i, level * 0.22 * std::exp(-double(i) / m_rate / decay) * filter.high(m_noise.sample()), 0.25);
+            drums.add(
+                at + i, level * 0.22 * std::exp(-double(i) / m_rate / decay) * filter.high(m_noise.sample()), 0.25);
     }
 
     void bassNote(size_t at, double hertz, double seconds)
@@ -264,7 +279,8 @@ private:
         const double attack = std::min(0.15, seconds * 0.2), release = 0.2;
         for (size_t i = 0; i < size_t((seconds + release) * m_rate); ++i) {
             const double t = double(i) / m_rate;
-            const double gate = std::min(t / attack, 1.0) * (t < seconds ? 1 : std::max(0.0, 1 - (t - seconds) / release));
+            const double gate
+                = std::min(t / attack, 1.0) * (t < seconds ? 1 : std::max(0.0, 1 - (t - seconds) / release));
             chords.add(at + i, 0.085 * gate * filter.low(one.next() + two.next()), pan);
         }
     }
@@ -332,8 +348,10 @@ AudioBuffer renderLoop(const LoopRecipe &recipe, int sampleRate)
     AudioBuffer mix { sampleRate, { loop.drums.left, loop.drums.right } };
     for (size_t i = 0; i < mix.frames(); ++i) {
         // A soft ceiling glues the parts together and keeps the kick from setting the level alone.
-        mix.channels[0][i] = std::tanh(1.1F * (mix.channels[0][i] + loop.bass.left[i] + loop.chords.left[i] + loop.lead.left[i]));
-        mix.channels[1][i] = std::tanh(1.1F * (mix.channels[1][i] + loop.bass.right[i] + loop.chords.right[i] + loop.lead.right[i]));
+        mix.channels[0][i]
+            = std::tanh(1.1F * (mix.channels[0][i] + loop.bass.left[i] + loop.chords.left[i] + loop.lead.left[i]));
+        mix.channels[1][i]
+            = std::tanh(1.1F * (mix.channels[1][i] + loop.bass.right[i] + loop.chords.right[i] + loop.lead.right[i]));
     }
     loop.normalise({ &mix.channels[0], &mix.channels[1] }, 0.891);
     return mix;

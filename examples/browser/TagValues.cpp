@@ -59,10 +59,7 @@ QString MusicalKey::name() const
     return number < 1 || number > 12 ? QString() : QString((minor ? minorNames : majorNames)[size_t(number - 1)]);
 }
 
-QString MusicalKey::wheelCode() const
-{
-    return QString::number(number) + QChar(minor ? u'A' : u'B');
-}
+QString MusicalKey::wheelCode() const { return QString::number(number) + QChar(minor ? u'A' : u'B'); }
 
 int MusicalKey::tonic() const
 {
@@ -129,7 +126,8 @@ std::optional<MusicalKey> TagValues::key(const QString &text)
     QString key = text.trimmed().left(32);
     key.replace(u'♯', u'#').replace(u'♭', u'b');
 
-    static const QRegularExpression wheel(u"^0?([1-9]|1[0-2])\\s*([ABdm])$"_s, QRegularExpression::CaseInsensitiveOption);
+    static const QRegularExpression wheel(
+        u"^0?([1-9]|1[0-2])\\s*([ABdm])$"_s, QRegularExpression::CaseInsensitiveOption);
     if (const auto match = wheel.match(key); match.hasMatch()) {
         const int number = match.captured(1).toInt();
         const QChar mode = match.captured(2).at(0).toLower();
@@ -148,7 +146,8 @@ std::optional<MusicalKey> TagValues::key(const QString &text)
     const QString sign = match.captured(2).toLower();
     const int shift = sign.isEmpty() ? 0 : sign == u'#' || sign == "sharp"_L1 ? 1 : -1;
     const QString mode = match.captured(3); // a single letter is minor or major by its case
-    const bool minor = mode == u'm' || mode.startsWith("min"_L1, Qt::CaseInsensitive) || mode.compare("moll"_L1, Qt::CaseInsensitive) == 0;
+    const bool minor = mode == u'm' || mode.startsWith("min"_L1, Qt::CaseInsensitive)
+        || mode.compare("moll"_L1, Qt::CaseInsensitive) == 0;
     return MusicalKey { wheelNumber((semitones[size_t(letter)] + shift + 12) % 12, minor), minor };
 }
 
@@ -172,7 +171,4 @@ QStringList TagValues::names(const QStringList &fields)
     return split(fields, separator);
 }
 
-QString TagValues::nameKey(const QString &name)
-{
-    return name.simplified().toCaseFolded();
-}
+QString TagValues::nameKey(const QString &name) { return name.simplified().toCaseFolded(); }

@@ -39,14 +39,16 @@ void paintStars(QPainter *painter, const QStyleOptionViewItem &option, int stars
 void paintKey(QPainter *painter, const QRect &cell, const MusicalKey &key, const QString &text, bool missing)
 {
     const QColor colour = missing ? BrowserStyle::missingText : BrowserStyle::keyColour(key);
-    const QRectF plate(cell.left() + BrowserStyle::margin - 2, cell.center().y() - 9, cell.width() - 2 * BrowserStyle::margin + 4, 20);
+    const QRectF plate(
+        cell.left() + BrowserStyle::margin - 2, cell.center().y() - 9, cell.width() - 2 * BrowserStyle::margin + 4, 20);
     QColor fill = colour;
     fill.setAlphaF(0.20F);
     painter->setPen(Qt::NoPen);
     painter->setBrush(fill);
     painter->drawRoundedRect(plate, 5, 5);
     painter->setPen(colour);
-    painter->drawText(plate, Qt::AlignCenter, painter->fontMetrics().elidedText(text, Qt::ElideRight, int(plate.width()) - 4));
+    painter->drawText(
+        plate, Qt::AlignCenter, painter->fontMetrics().elidedText(text, Qt::ElideRight, int(plate.width()) - 4));
 }
 
 } // namespace
@@ -54,7 +56,9 @@ void paintKey(QPainter *painter, const QRect &cell, const MusicalKey &key, const
 void TrackDelegate::paint(QPainter *painter, const QStyleOptionViewItem &option, const QModelIndex &index) const
 {
     const bool selected = option.state & QStyle::State_Selected;
-    const QColor background = selected ? BrowserStyle::selection : option.features & QStyleOptionViewItem::Alternate ? BrowserStyle::alternateRow : BrowserStyle::row;
+    const QColor background = selected                      ? BrowserStyle::selection
+        : option.features & QStyleOptionViewItem::Alternate ? BrowserStyle::alternateRow
+                                                            : BrowserStyle::row;
     painter->fillRect(option.rect, background);
 
     painter->save();
@@ -68,10 +72,14 @@ void TrackDelegate::paint(QPainter *painter, const QStyleOptionViewItem &option,
         paintKey(painter, option.rect, { std::abs(key), key < 0 }, text, missing);
     } else {
         const bool primary = index.column() == TrackTableModel::Title || selected;
-        painter->setPen(missing ? BrowserStyle::missingText : primary ? BrowserStyle::text : BrowserStyle::secondaryText);
+        painter->setPen(missing ? BrowserStyle::missingText
+                : primary       ? BrowserStyle::text
+                                : BrowserStyle::secondaryText);
         const QRect box = option.rect.adjusted(BrowserStyle::margin, 0, -BrowserStyle::margin, 0);
-        const auto alignment = QStyle::visualAlignment(option.direction, index.data(Qt::TextAlignmentRole).value<Qt::Alignment>());
-        painter->drawText(box, int(alignment) | Qt::TextSingleLine, option.fontMetrics.elidedText(text, Qt::ElideRight, box.width()));
+        const auto alignment
+            = QStyle::visualAlignment(option.direction, index.data(Qt::TextAlignmentRole).value<Qt::Alignment>());
+        painter->drawText(
+            box, int(alignment) | Qt::TextSingleLine, option.fontMetrics.elidedText(text, Qt::ElideRight, box.width()));
     }
     painter->restore();
 

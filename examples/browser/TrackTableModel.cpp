@@ -39,7 +39,8 @@ QString lengthText(double seconds)
 {
     const qint64 whole = qRound64(seconds);
     const QString minutes = QString::number(whole / 60 % 60), rest = u"%1"_s.arg(whole % 60, 2, 10, QChar(u'0'));
-    return whole < 3600 ? minutes + u':' + rest : u"%1:%2:%3"_s.arg(whole / 3600).arg(minutes.rightJustified(2, u'0'), rest);
+    return whole < 3600 ? minutes + u':' + rest
+                        : u"%1:%2:%3"_s.arg(whole / 3600).arg(minutes.rightJustified(2, u'0'), rest);
 }
 
 } // namespace
@@ -50,15 +51,9 @@ TrackTableModel::TrackTableModel(std::shared_ptr<KXManagedObjectContext> context
 {
 }
 
-int TrackTableModel::rowCount(const QModelIndex &parent) const
-{
-    return parent.isValid() ? 0 : int(m_tracks.size());
-}
+int TrackTableModel::rowCount(const QModelIndex &parent) const { return parent.isValid() ? 0 : int(m_tracks.size()); }
 
-int TrackTableModel::columnCount(const QModelIndex &parent) const
-{
-    return parent.isValid() ? 0 : ColumnCount;
-}
+int TrackTableModel::columnCount(const QModelIndex &parent) const { return parent.isValid() ? 0 : ColumnCount; }
 
 QVariant TrackTableModel::data(const QModelIndex &index, int role) const
 {
@@ -72,7 +67,8 @@ QVariant TrackTableModel::data(const QModelIndex &index, int role) const
         return QVariant::fromValue(Qt::Alignment(columnDescriptions[column].alignment | Qt::AlignVCenter));
     case Qt::ToolTipRole: {
         const Row &track = row(index.row());
-        return column == Title && !track.notes.isEmpty() ? track.texts[Title] + u'\n' + track.notes : track.texts[column];
+        return column == Title && !track.notes.isEmpty() ? track.texts[Title] + u'\n' + track.notes
+                                                         : track.texts[column];
     }
     case Qt::AccessibleTextRole: {
         const Row &track = row(index.row());
@@ -110,16 +106,19 @@ void TrackTableModel::sort(int column, Qt::SortOrder order)
     refetch();
 }
 
-QModelIndexList TrackTableModel::match(const QModelIndex &start, int role, const QVariant &value, int hits, Qt::MatchFlags flags) const
+QModelIndexList TrackTableModel::match(
+    const QModelIndex &start, int role, const QVariant &value, int hits, Qt::MatchFlags flags) const
 {
-    return rowCount() > searchableRows ? QModelIndexList() : QAbstractTableModel::match(start, role, value, hits, flags);
+    return rowCount() > searchableRows ? QModelIndexList()
+                                       : QAbstractTableModel::match(start, role, value, hits, flags);
 }
 
 void TrackTableModel::refetch()
 {
     beginResetModel();
     const QString key = QLatin1StringView(columnDescriptions[m_sortColumn].sortKey);
-    m_tracks = m_context->fetch(KXFetchRequest(Track::entityName).setSortDescriptors({ { key, m_sortOrder == Qt::AscendingOrder } }));
+    m_tracks = m_context->fetch(
+        KXFetchRequest(Track::entityName).setSortDescriptors({ { key, m_sortOrder == Qt::AscendingOrder } }));
     m_rows.clear();
     endResetModel();
 }
@@ -175,6 +174,7 @@ TrackTableModel::Row TrackTableModel::makeRow(const Track &track) const
         row.texts[Length] = lengthText(*duration);
     if (const auto year = track.year())
         row.texts[Year] = QString::number(*year);
-    row.texts[Added] = KXClock::locale().toString(track.added().toTimeZone(KXClock::timeZone()).date(), QLocale::ShortFormat);
+    row.texts[Added]
+        = KXClock::locale().toString(track.added().toTimeZone(KXClock::timeZone()).date(), QLocale::ShortFormat);
     return row;
 }

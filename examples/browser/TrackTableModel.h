@@ -17,7 +17,20 @@ class TrackTableModel : public QAbstractTableModel
 {
     Q_OBJECT
 public:
-    enum Column { Title, Artist, AlbumTitle, GenreNames, Bpm, KeyName, Rating, Length, LabelNames, Year, Added, ColumnCount };
+    enum Column {
+        Title,
+        Artist,
+        AlbumTitle,
+        GenreNames,
+        Bpm,
+        KeyName,
+        Rating,
+        Length,
+        LabelNames,
+        Year,
+        Added,
+        ColumnCount
+    };
     enum Role {
         MissingRole = Qt::UserRole, ///< bool: the file is gone
         StarsRole, ///< int, 0 to 5
@@ -34,7 +47,8 @@ public:
     void sort(int column, Qt::SortOrder order = Qt::AscendingOrder) override;
 
     /// Typing looks for a row by its text only in libraries small enough to be read through.
-    QModelIndexList match(const QModelIndex &start, int role, const QVariant &value, int hits, Qt::MatchFlags flags) const override;
+    QModelIndexList match(
+        const QModelIndex &start, int role, const QVariant &value, int hits, Qt::MatchFlags flags) const override;
 
     /// Fetches the tracks again, in the same order.
     void refetch();

@@ -186,15 +186,14 @@ void fillFromProperties(TrackTags &tags, TagLib::File *file)
     tags.trackNumber = reader.value(u"track number"_s, { "TRACKNUMBER" }, TagValues::trackNumber);
     tags.rating = popularity(file);
     if (!tags.rating)
-        tags.rating = reader.value(u"rating"_s, { "FMPS_RATING" }, [](const QString &t) { return TagValues::stars(t, true); });
+        tags.rating
+            = reader.value(u"rating"_s, { "FMPS_RATING" }, [](const QString &t) { return TagValues::stars(t, true); });
     if (!tags.rating)
-        tags.rating = reader.value(u"rating"_s, { "RATING" }, [](const QString &t) { return TagValues::stars(t, false); });
+        tags.rating
+            = reader.value(u"rating"_s, { "RATING" }, [](const QString &t) { return TagValues::stars(t, false); });
 }
 
-template <class T> std::optional<T> positive(T value)
-{
-    return value > 0 ? std::optional(value) : std::nullopt;
-}
+template <class T> std::optional<T> positive(T value) { return value > 0 ? std::optional(value) : std::nullopt; }
 
 void fillAudio(TrackTags &tags, const TagLib::AudioProperties &audio)
 {
@@ -229,10 +228,7 @@ void fillFromProbe(TrackTags &tags, const AudioProbe &probe)
         tags.genres = TagValues::names({ text(u"genre"_s, "GENRE") });
 }
 
-TagReading refused(const QString &reason)
-{
-    return { std::nullopt, reason };
-}
+TagReading refused(const QString &reason) { return { std::nullopt, reason }; }
 
 TagReading readOpenFile(TagLib::FileStream &stream, const std::string &path)
 {

@@ -65,7 +65,7 @@ void catchInterrupts()
 {
     if (pipe2(interruptPipe, O_CLOEXEC | O_NONBLOCK) != 0)
         return;
-    struct sigaction action {};
+    struct sigaction action = {};
     action.sa_handler = interrupt;
     action.sa_flags = int(SA_RESETHAND | SA_RESTART);
     sigaction(SIGINT, &action, nullptr);
@@ -136,10 +136,15 @@ Arguments readArguments(int argc, char **argv)
     parser.setApplicationDescription(u"Brings a folder of music into a library and shows it.\n"
                                      "Without a folder, a small crate of synthesised loops is made and used."_s);
     const QCommandLineOption music(u"music"_s, u"The folder of music to import."_s, u"DIR"_s);
-    const QCommandLineOption store(u"store"_s, u"The library's file; without it, library.db in the application's support folder."_s, u"FILE"_s);
-    const QCommandLineOption report(u"report"_s, u"No window: import, print tracks, skipped files and genres as JSON."_s);
-    const QCommandLineOption query(u"query"_s, u"No window: import, print the number of tracks that match as JSON. For instance: bpm >= 120 AND ANY genres.name == \"House\""_s, u"FORMAT"_s);
-    const QCommandLineOption screenshot(u"screenshot"_s, u"Import, draw the window into a PNG file and exit."_s, u"FILE"_s);
+    const QCommandLineOption store(
+        u"store"_s, u"The library's file; without it, library.db in the application's support folder."_s, u"FILE"_s);
+    const QCommandLineOption report(
+        u"report"_s, u"No window: import, print tracks, skipped files and genres as JSON."_s);
+    const QCommandLineOption query(u"query"_s,
+        u"No window: import, print the number of tracks that match as JSON. For instance: bpm >= 120 AND ANY genres.name == \"House\""_s,
+        u"FORMAT"_s);
+    const QCommandLineOption screenshot(
+        u"screenshot"_s, u"Import, draw the window into a PNG file and exit."_s, u"FILE"_s);
     parser.addOptions({ music, store, report, query, screenshot });
     parser.addHelpOption();
     if (!parser.parse(QCoreApplication::arguments()))
@@ -164,7 +169,8 @@ Arguments readArguments(int argc, char **argv)
         arguments.hasQuery = true;
         arguments.query = KXPredicate::predicateWithText(parser.value(query), &error);
         if (error || !arguments.query)
-            throw Ending { WrongInput, u"--query: %1"_s.arg(error ? error.localizedDescription() : u"empty predicate"_s) };
+            throw Ending { WrongInput,
+                u"--query: %1"_s.arg(error ? error.localizedDescription() : u"empty predicate"_s) };
         try {
             arguments.query = arguments.query.predicateWithSubstitutionVariables({});
         } catch (const KXException &exception) {
@@ -199,7 +205,8 @@ KXPersistentStoreCoordinator::Ref openLibrary(const QString &file)
 }
 
 // The folder to import: the one that was named; else the crate, unless the library already holds other music.
-std::string musicFolder(const Arguments &arguments, const KXPersistentStoreCoordinator::Ref &coordinator, QString *error)
+std::string musicFolder(
+    const Arguments &arguments, const KXPersistentStoreCoordinator::Ref &coordinator, QString *error)
 {
     if (!arguments.music.empty())
         return arguments.music;
@@ -241,12 +248,16 @@ void printAnswer(const Arguments &arguments, const KXPersistentStoreCoordinator:
                                                 : Report::ofQuery(*context, arguments.query, &error);
     if (error)
         throw Ending { Failed, error.localizedDescription() };
-    const QByteArray json = QJsonDocument(answer).toJson(arguments.report ? QJsonDocument::Indented : QJsonDocument::Compact).trimmed() + '\n';
-    if (std::fwrite(json.constData(), 1, size_t(json.size()), stdout) != size_t(json.size()) || std::fflush(stdout) != 0)
+    const QByteArray json
+        = QJsonDocument(answer).toJson(arguments.report ? QJsonDocument::Indented : QJsonDocument::Compact).trimmed()
+        + '\n';
+    if (std::fwrite(json.constData(), 1, size_t(json.size()), stdout) != size_t(json.size())
+        || std::fflush(stdout) != 0)
         throw Ending { Failed, u"standard output cannot be written"_s };
 }
 
-void runWindow(QApplication &application, const Arguments &arguments, const KXPersistentStoreCoordinator::Ref &coordinator)
+void runWindow(
+    QApplication &application, const Arguments &arguments, const KXPersistentStoreCoordinator::Ref &coordinator)
 {
     BrowserStyle::apply(application);
     BrowserWindow window(coordinator);
@@ -255,12 +266,15 @@ void runWindow(QApplication &application, const Arguments &arguments, const KXPe
     QString problem;
     if (!arguments.screenshot.isEmpty()) {
         // Queued: the table lays itself out on the turn after its last change.
-        QObject::connect(&window, &BrowserWindow::importFinished, &window, [&](const QString &error) {
-            problem = error;
-            if (problem.isEmpty() && !window.grab().save(arguments.screenshot, "PNG"))
-                problem = u"%1: cannot be written"_s.arg(arguments.screenshot);
-            QCoreApplication::exit(problem.isEmpty() ? Done : Failed);
-        }, Qt::QueuedConnection);
+        QObject::connect(
+            &window, &BrowserWindow::importFinished, &window,
+            [&](const QString &error) {
+                problem = error;
+                if (problem.isEmpty() && !window.grab().save(arguments.screenshot, "PNG"))
+                    problem = u"%1: cannot be written"_s.arg(arguments.screenshot);
+                QCoreApplication::exit(problem.isEmpty() ? Done : Failed);
+            },
+            Qt::QueuedConnection);
     }
     window.show();
     window.importMusic([arguments, coordinator](QString *error) { return musicFolder(arguments, coordinator, error); });
@@ -293,15 +307,18 @@ int main(int argc, char **argv)
     QCoreApplication::setOrganizationDomain(u"kestrix.com"_s);
     QCoreApplication::setApplicationName(u"browser"_s);
     // Questions are answered on machines without a display too.
-    const bool windowless = wasGiven(argc, argv, "--report") || wasGiven(argc, argv, "--query") || wasGiven(argc, argv, "--help");
+    const bool windowless
+        = wasGiven(argc, argv, "--report") || wasGiven(argc, argv, "--query") || wasGiven(argc, argv, "--help");
     if (!windowless && !hasDisplay()) {
         if (!wasGiven(argc, argv, "--screenshot")) {
-            std::fputs("browser: there is no display for the window; --screenshot, --report and --query need none\n", stderr);
+            std::fputs(
+                "browser: there is no display for the window; --screenshot, --report and --query need none\n", stderr);
             return WrongInput;
         }
         qputenv("QT_QPA_PLATFORM", "offscreen");
     }
-    const std::unique_ptr<QCoreApplication> application(windowless ? new QCoreApplication(argc, argv) : new QApplication(argc, argv));
+    const std::unique_ptr<QCoreApplication> application(
+        windowless ? new QCoreApplication(argc, argv) : new QApplication(argc, argv));
     try {
         run(argc, argv, *application);
     } catch (const Ending &ending) {

@@ -53,7 +53,8 @@ QMap<QString, QByteArray> contents(const QString &folder)
 {
     QMap<QString, QByteArray> files;
     for (const auto &entry : std::filesystem::recursive_directory_iterator(folder.toStdString()))
-        files.insert(QString::fromStdString(entry.path()), entry.is_regular_file() ? QByteArray::fromStdString(readBytes(entry.path())) : QByteArray());
+        files.insert(QString::fromStdString(entry.path()),
+            entry.is_regular_file() ? QByteArray::fromStdString(readBytes(entry.path())) : QByteArray());
     return files;
 }
 
@@ -80,7 +81,8 @@ TEST(Browser, reportsItsCrateTheSameTwiceAndCountsLikeALoop)
     EXPECT_EQ(report.value(u"genres"_s).toObject().value(u"House"_s).toInt(), house);
     EXPECT_EQ(report.value(u"store"_s).toString(), store);
 
-    const Answer query = browser({ u"--store"_s, store, u"--query"_s, u"bpm >= 124 AND ANY genres.name == \"House\""_s });
+    const Answer query
+        = browser({ u"--store"_s, store, u"--query"_s, u"bpm >= 124 AND ANY genres.name == \"House\""_s });
     ASSERT_EQ(query.status, 0) << query.errors.toStdString();
     EXPECT_EQ(query.json(), (QJsonObject { { u"count"_s, fastHouse } }));
     EXPECT_GT(fastHouse, 0);
@@ -89,10 +91,12 @@ TEST(Browser, reportsItsCrateTheSameTwiceAndCountsLikeALoop)
 TEST(Browser, importsAFolderAndSaysWhatItSkipped)
 {
     const QTemporaryDir folder;
-    makeMusic(folder.filePath(u"music/a.flac"_s).toStdString(), { { "TITLE", "A" }, { "GENRE", "House" }, { "BPM", "fast" } });
+    makeMusic(folder.filePath(u"music/a.flac"_s).toStdString(),
+        { { "TITLE", "A" }, { "GENRE", "House" }, { "BPM", "fast" } });
     writeBytes(folder.filePath(u"music/b.mp3"_s).toStdString(), "text");
     writeBytes(folder.filePath(u"music/c.txt"_s).toStdString(), "text");
-    const Answer answer = browser({ u"--music"_s, folder.filePath(u"music"_s), u"--store"_s, folder.filePath(u"s.db"_s), u"--report"_s });
+    const Answer answer = browser(
+        { u"--music"_s, folder.filePath(u"music"_s), u"--store"_s, folder.filePath(u"s.db"_s), u"--report"_s });
     ASSERT_EQ(answer.status, 0) << answer.errors.toStdString();
     EXPECT_EQ(answer.json().value(u"tracks"_s).toInt(), 1);
     const QJsonObject skipped = answer.json().value(u"skipped"_s).toArray().at(0).toObject();
@@ -166,7 +170,8 @@ TEST(Browser, anInterruptedImportEndsCleanlyAndGoesOnNextTime)
     constexpr int files = 6000;
     makeMusic((music + u"/0.wav"_s).toStdString(), {}, AudioFormat::Wav);
     for (int i = 1; i < files; ++i)
-        std::filesystem::create_hard_link((music + u"/0.wav"_s).toStdString(), (music + u"/%1.wav"_s.arg(i)).toStdString());
+        std::filesystem::create_hard_link(
+            (music + u"/0.wav"_s).toStdString(), (music + u"/%1.wav"_s.arg(i)).toStdString());
     const QStringList arguments { u"--music"_s, music, u"--store"_s, folder.filePath(u"s.db"_s), u"--report"_s };
     QProcess process;
     process.setProcessEnvironment(quiet());

@@ -55,7 +55,8 @@ TEST(Crate, everyFileIsMusicAndTellsItsTags)
     }
     EXPECT_EQ(formats.size(), 7U);
     EXPECT_GE(stems, 2);
-    EXPECT_EQ(QDir(caches.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot).size(), 1) << "something is left over";
+    EXPECT_EQ(QDir(caches.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot).size(), 1)
+        << "something is left over";
 }
 
 TEST(Crate, isMadeOnceAndWhole)

@@ -53,7 +53,10 @@ protected:
     }
 
     // Times of files are coarse on some file systems: a change is made to show.
-    void touch(const std::string &name, int seconds) { fs::last_write_time(file(name), fs::last_write_time(file(name)) + std::chrono::seconds(seconds)); }
+    void touch(const std::string &name, int seconds)
+    {
+        fs::last_write_time(file(name), fs::last_write_time(file(name)) + std::chrono::seconds(seconds));
+    }
 
     QTemporaryDir music, stores;
     KXPersistentStoreCoordinator::Ref coordinator;
@@ -61,9 +64,14 @@ protected:
 
 TEST_F(ImporterTest, secondImportAddsNothing)
 {
-    makeMusic(file("one.flac"), { { "TITLE", "One" }, { "ARTIST", "Ann; Bob" }, { "ALBUM", "Debut" }, { "GENRE", "House" }, { "GENRE", "Disco" },
-                                    { "LABEL", "Home" }, { "INITIALKEY", "Am" }, { "BPM", "124.5" }, { "DATE", "2020" } });
-    makeMusic(file("sub/two.ogg"), { { "TITLE", "Two" }, { "ARTIST", "ann" }, { "ALBUM", "Debut" }, { "GENRE", "HOUSE" }, { "LABEL", "home" }, { "INITIALKEY", "8A" } }, AudioFormat::Vorbis);
+    makeMusic(file("one.flac"),
+        { { "TITLE", "One" }, { "ARTIST", "Ann; Bob" }, { "ALBUM", "Debut" }, { "GENRE", "House" },
+            { "GENRE", "Disco" }, { "LABEL", "Home" }, { "INITIALKEY", "Am" }, { "BPM", "124.5" },
+            { "DATE", "2020" } });
+    makeMusic(file("sub/two.ogg"),
+        { { "TITLE", "Two" }, { "ARTIST", "ann" }, { "ALBUM", "Debut" }, { "GENRE", "HOUSE" }, { "LABEL", "home" },
+            { "INITIALKEY", "8A" } },
+        AudioFormat::Vorbis);
     makeMusic(file("three.wav"), {}, AudioFormat::Wav);
     writeBytes(file("broken.mp3"), "nothing");
 

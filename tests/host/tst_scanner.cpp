@@ -30,7 +30,8 @@ TEST(Scanner, findsMusicInOrderWhateverItIsCalled)
 {
     const QTemporaryDir folder;
     const std::string root = folder.path().toStdString() + '/';
-    const std::vector<std::string> music { "B.MP3", "a.wav", "line\nbreak.opus", "no text \xff\xfe.flac", "deep/er/x.AiFf", "z/\xe9.m4a" };
+    const std::vector<std::string> music { "B.MP3", "a.wav", "line\nbreak.opus", "no text \xff\xfe.flac",
+        "deep/er/x.AiFf", "z/\xe9.m4a" };
     for (const std::string &name : music)
         writeBytes(root + name, "x");
     for (const char *name : { "cover.jpg", "notes.txt", ".hidden.mp3", "._x.mp3", ".trash/x.mp3", "mp3", "x.mp3.part" })
@@ -42,7 +43,8 @@ TEST(Scanner, findsMusicInOrderWhateverItIsCalled)
     for (const ScannedFile &file : scan.files) {
         EXPECT_EQ(file.size, 1);
         EXPECT_EQ(pathOfUrl(urlOfPath(file.path)), file.path);
-        EXPECT_EQ(pathOfUrl(QUrl(urlOfPath(file.path).toString())), file.path) << "lost when the store keeps it as text";
+        EXPECT_EQ(pathOfUrl(QUrl(urlOfPath(file.path).toString())), file.path)
+            << "lost when the store keeps it as text";
     }
     // However the folder is spelt, its files are called the same.
     EXPECT_EQ(scanFolder(root + "deep/../").files.front().path, scan.files.front().path);
@@ -88,6 +90,14 @@ TEST(Scanner, aFolderThatCannotBeReadIsSaidSo)
     EXPECT_EQ(found(scan), std::vector<std::string> { "y.mp3" });
     ASSERT_EQ(scan.skipped.size(), 1U);
     EXPECT_EQ(scan.unreadableFolders.size(), 1U);
+}
+
+TEST(Scanner, pathsAreShownFromTheirFolder)
+{
+    EXPECT_EQ(shownPath("/music/a/b.mp3", "/music"), u"a/b.mp3"_s);
+    EXPECT_EQ(shownPath("/music 2/b.mp3", "/music"), u"/music 2/b.mp3"_s);
+    EXPECT_EQ(shownPath("/b.mp3", "/"), u"b.mp3"_s);
+    EXPECT_EQ(shownPath("/b.mp3", ""), u"/b.mp3"_s);
 }
 
 TEST(Scanner, stopsWhenAsked)

@@ -86,7 +86,8 @@ TEST_F(TableTest, showsValuesTheWayDjsReadThem)
     EXPECT_TRUE(model.index(0, 0).data(Qt::ToolTipRole).toString().contains(u"fast"_s));
     EXPECT_TRUE(model.index(0, TrackTableModel::Rating).data(Qt::AccessibleTextRole).toString().contains(u"missing"_s));
     EXPECT_EQ(text(1, TrackTableModel::Length), u"1:00"_s);
-    for (const int absent : { TrackTableModel::Artist, TrackTableModel::Bpm, TrackTableModel::KeyName, TrackTableModel::Rating, TrackTableModel::Year })
+    for (const int absent : { TrackTableModel::Artist, TrackTableModel::Bpm, TrackTableModel::KeyName,
+             TrackTableModel::Rating, TrackTableModel::Year })
         EXPECT_EQ(text(1, absent), QString()) << absent;
     EXPECT_FALSE(model.index(2, 0).data().isValid());
     EXPECT_FALSE(model.index(0, TrackTableModel::ColumnCount).data().isValid());
@@ -115,7 +116,8 @@ TEST_F(TableTest, windowFollowsAnImportAndKeepsItsPlace)
 {
     QTemporaryDir music;
     for (int i = 0; i < 40; ++i)
-        makeMusic(music.filePath(u"%1.wav"_s.arg(i)).toStdString(), { { "TITLE", qPrintable(u"New %1"_s.arg(i)) }, { "ARTIST", "Zed" } }, AudioFormat::Wav);
+        makeMusic(music.filePath(u"%1.wav"_s.arg(i)).toStdString(),
+            { { "TITLE", qPrintable(u"New %1"_s.arg(i)) }, { "ARTIST", "Zed" } }, AudioFormat::Wav);
     add(u"Mine"_s)->setArtistText(u"Ann"_s);
     save();
 
@@ -133,7 +135,8 @@ TEST_F(TableTest, windowFollowsAnImportAndKeepsItsPlace)
     EXPECT_EQ(window.table()->currentIndex().row(), 40) << "the selected track, at its new place";
 
     // A change that another context saves shows without being asked for.
-    const KXRef<Track> track = Track::cast(context->fetchFirstForEntity(u"Track"_s, KXPredicate::predicateWithFormat("title == 'Mine'")));
+    const KXRef<Track> track
+        = Track::cast(context->fetchFirstForEntity(u"Track"_s, KXPredicate::predicateWithFormat("title == 'Mine'")));
     track->setTitle(u"Yours"_s);
     save();
     EXPECT_TRUE(QTest::qWaitFor([&] { return window.model()->index(40, 0).data().toString() == u"Yours"_s; }, 60000));
@@ -144,7 +147,8 @@ TEST_F(TableTest, closingTheWindowEndsItsImport)
     QTemporaryDir music;
     makeMusic(music.filePath(u"0.wav"_s).toStdString(), {}, AudioFormat::Wav);
     for (int i = 1; i < 3000; ++i)
-        std::filesystem::create_hard_link(music.filePath(u"0.wav"_s).toStdString(), music.filePath(u"%1.wav"_s.arg(i)).toStdString());
+        std::filesystem::create_hard_link(
+            music.filePath(u"0.wav"_s).toStdString(), music.filePath(u"%1.wav"_s.arg(i)).toStdString());
     {
         BrowserWindow window(coordinator);
         window.importMusic([&](QString *) { return music.path().toStdString(); });

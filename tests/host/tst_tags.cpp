@@ -22,17 +22,21 @@ QString keyName(const char *text)
 TEST(TagValues, numbersThatMakeSenseAndThoseThatDoNot)
 {
     using Numbers = std::vector<std::pair<const char *, std::optional<double>>>;
-    for (const auto &[text, expected] : Numbers { { "128", 128 }, { " 127.98 ", 127.98 }, { "127,98", 127.98 }, { "174 BPM", 174 },
-             { "fast", {} }, { "", {} }, { "0", {} }, { "-120", {} }, { "nan", {} }, { "inf", {} }, { "1e9", {} }, { "12000", {} } })
+    for (const auto &[text, expected] :
+        Numbers { { "128", 128 }, { " 127.98 ", 127.98 }, { "127,98", 127.98 }, { "174 BPM", 174 }, { "fast", {} },
+            { "", {} }, { "0", {} }, { "-120", {} }, { "nan", {} }, { "inf", {} }, { "1e9", {} }, { "12000", {} } })
         EXPECT_EQ(TagValues::tempo(QString::fromUtf8(text)), expected) << text;
 
     using Integers = std::vector<std::pair<const char *, std::optional<int>>>;
-    for (const auto &[text, expected] : Integers { { "1998", 1998 }, { "2019-05-03", 2019 }, { "2019-05-03T10:00", 2019 }, { "0", {} },
-             { "0000", {} }, { "99", {} }, { "20190503", {} }, { "-1999", {} }, { "soon", {} } })
+    for (const auto &[text, expected] :
+        Integers { { "1998", 1998 }, { "2019-05-03", 2019 }, { "2019-05-03T10:00", 2019 }, { "0", {} }, { "0000", {} },
+            { "99", {} }, { "20190503", {} }, { "-1999", {} }, { "soon", {} } })
         EXPECT_EQ(TagValues::year(QString::fromUtf8(text)), expected) << text;
-    for (const auto &[text, expected] : Integers { { "3", 3 }, { "03/12", 3 }, { "-3", {} }, { "A1", {} }, { "99999999999", {} } })
+    for (const auto &[text, expected] :
+        Integers { { "3", 3 }, { "03/12", 3 }, { "-3", {} }, { "A1", {} }, { "99999999999", {} } })
         EXPECT_EQ(TagValues::trackNumber(QString::fromUtf8(text)), expected) << text;
-    for (const auto &[text, expected] : Integers { { "0", 0 }, { "4", 4 }, { "5", 5 }, { "8", 4 }, { "80", 4 }, { "100", 5 }, { "-1", {} }, { "101", {} }, { "nan", {} } })
+    for (const auto &[text, expected] : Integers { { "0", 0 }, { "4", 4 }, { "5", 5 }, { "8", 4 }, { "80", 4 },
+             { "100", 5 }, { "-1", {} }, { "101", {} }, { "nan", {} } })
         EXPECT_EQ(TagValues::stars(QString::fromUtf8(text), false), expected) << text;
     EXPECT_EQ(TagValues::stars(u"0.8"_s, true), 4);
     EXPECT_EQ(TagValues::stars(u"1.5"_s, true), std::nullopt);
@@ -40,11 +44,12 @@ TEST(TagValues, numbersThatMakeSenseAndThoseThatDoNot)
 
 TEST(TagValues, keysInAllSpellings)
 {
-    for (const auto &[text, expected] : std::vector<std::pair<const char *, const char *>> {
-             { "Am", "8A Am" }, { "A minor", "8A Am" }, { "amin", "8A Am" }, { "8A", "8A Am" }, { "08a", "8A Am" }, { "1m", "8A Am" },
-             { "C", "8B C" }, { "Cmaj", "8B C" }, { "1d", "8B C" }, { "F#m", "11A F#m" }, { "F♯ Minor", "11A F#m" }, { "Gbm", "11A F#m" },
-             { "D♭", "3B Db" }, { "c sharp", "3B Db" }, { "Cb", "1B B" }, { "B#", "8B C" }, { "12B", "12B E" }, { "E", "12B E" },
-             { "13A", "none" }, { "0A", "none" }, { "H", "none" }, { "o", "none" }, { "", "none" }, { "Am7", "none" } })
+    for (const auto &[text, expected] : std::vector<std::pair<const char *, const char *>> { { "Am", "8A Am" },
+             { "A minor", "8A Am" }, { "amin", "8A Am" }, { "8A", "8A Am" }, { "08a", "8A Am" }, { "1m", "8A Am" },
+             { "C", "8B C" }, { "Cmaj", "8B C" }, { "1d", "8B C" }, { "F#m", "11A F#m" }, { "F♯ Minor", "11A F#m" },
+             { "Gbm", "11A F#m" }, { "D♭", "3B Db" }, { "c sharp", "3B Db" }, { "Cb", "1B B" }, { "B#", "8B C" },
+             { "12B", "12B E" }, { "E", "12B E" }, { "13A", "none" }, { "0A", "none" }, { "H", "none" },
+             { "o", "none" }, { "", "none" }, { "Am7", "none" } })
         EXPECT_EQ(keyName(text), QString::fromUtf8(expected)) << text;
     // Names, numbers and tonics agree all round the wheel.
     for (int number = 1; number <= 12; ++number) {
@@ -59,31 +64,36 @@ TEST(TagValues, keysInAllSpellings)
 TEST(TagValues, listsAreSplitWhereNamesEnd)
 {
     using List = std::vector<std::pair<QStringList, QStringList>>;
-    for (const auto &[fields, expected] : List {
-             { { u"Above & Below"_s }, { u"Above & Below"_s } },
-             { { u"Earth, Wind"_s }, { u"Earth, Wind"_s } },
-             { { u"A; B ;a"_s }, { u"A"_s, u"B"_s } },
-             { { u"A / B"_s, u"C"_s }, { u"A"_s, u"B"_s, u"C"_s } },
-             { { u"AB/CD"_s }, { u"AB/CD"_s } },
-             { { u"One feat. Two"_s }, { u"One"_s, u"Two"_s } },
-             { { u"One (ft. Two)"_s }, { u"One"_s, u"Two"_s } },
-             { { u"One vs. Two"_s }, { u"One"_s, u"Two"_s } },
-             { { u"Left Foot (Trio)"_s }, { u"Left Foot (Trio)"_s } } })
+    for (const auto &[fields, expected] :
+        List { { { u"Above & Below"_s }, { u"Above & Below"_s } }, { { u"Earth, Wind"_s }, { u"Earth, Wind"_s } },
+            { { u"A; B ;a"_s }, { u"A"_s, u"B"_s } }, { { u"A / B"_s, u"C"_s }, { u"A"_s, u"B"_s, u"C"_s } },
+            { { u"AB/CD"_s }, { u"AB/CD"_s } }, { { u"One feat. Two"_s }, { u"One"_s, u"Two"_s } },
+            { { u"One (ft. Two)"_s }, { u"One"_s, u"Two"_s } }, { { u"One vs. Two"_s }, { u"One"_s, u"Two"_s } },
+            { { u"Left Foot (Trio)"_s }, { u"Left Foot (Trio)"_s } } })
         EXPECT_EQ(TagValues::artists(fields), expected) << fields.join(u'|').toStdString();
-    EXPECT_EQ(TagValues::names({ u"House/Disco, house ;Drum & Bass"_s, u" "_s }), (QStringList { u"House"_s, u"Disco"_s, u"Drum & Bass"_s }));
-    EXPECT_LE(TagValues::names({ u"a,b,c,d,e,f,g,h,i,j,k,l,m,n,o,p,q,r,s,t,u,v,w,x,y,z,aa,bb,cc,dd,ee,ff,gg,hh,ii"_s }).size(), 32);
+    EXPECT_EQ(TagValues::names({ u"House/Disco, house ;Drum & Bass"_s, u" "_s }),
+        (QStringList { u"House"_s, u"Disco"_s, u"Drum & Bass"_s }));
+    EXPECT_LE(TagValues::names({ u"a,b,c,d,e,f,g,h,i,j,k,l,m,n,o,p,q,r,s,t,u,v,w,x,y,z,aa,bb,cc,dd,ee,ff,gg,hh,ii"_s })
+                  .size(),
+        32);
 }
 
 TEST(TrackTags, absurdTagsAreKeptAsFarAsTheyMakeSense)
 {
     const QTemporaryDir folder;
     const std::string huge = std::string(3'000'000, 'x');
-    for (const AudioFormat format : { AudioFormat::Wav, AudioFormat::Aiff, AudioFormat::Flac, AudioFormat::Mp3, AudioFormat::M4a, AudioFormat::Vorbis, AudioFormat::Opus }) {
+    for (const AudioFormat format : { AudioFormat::Wav, AudioFormat::Aiff, AudioFormat::Flac, AudioFormat::Mp3,
+             AudioFormat::M4a, AudioFormat::Vorbis, AudioFormat::Opus }) {
         const std::string path = folder.filePath(u"absurd."_s + fileExtension(format)).toStdString();
         SCOPED_TRACE(path);
-        makeMusic(path, { { "TITLE", huge.c_str() }, { "ARTIST", "One\nTwo\x01" }, { "DATE", "0" }, { "INITIALKEY", "loud" }, { "GENRE", ";;" } }, format);
+        makeMusic(path,
+            { { "TITLE", huge.c_str() }, { "ARTIST", "One\nTwo\x01" }, { "DATE", "0" }, { "INITIALKEY", "loud" },
+                { "GENRE", ";;" } },
+            format);
         if (format != AudioFormat::M4a) // where the tempo is a number and nothing else
-            setTags(path, { { "TITLE", huge.c_str() }, { "ARTIST", "One\nTwo\x01" }, { "DATE", "0" }, { "BPM", "fast" }, { "TRACKNUMBER", "-7" }, { "GENRE", ";;" } });
+            setTags(path,
+                { { "TITLE", huge.c_str() }, { "ARTIST", "One\nTwo\x01" }, { "DATE", "0" }, { "BPM", "fast" },
+                    { "TRACKNUMBER", "-7" }, { "GENRE", ";;" } });
         const TagReading reading = readTags(path);
         ASSERT_TRUE(reading.tags) << reading.refusal.toStdString();
         const TrackTags &tags = *reading.tags;
@@ -166,7 +176,8 @@ TEST(TrackTags, damagedFilesNeverHurt)
     SCOPED_TRACE("KX_TEST_SEED=" + std::to_string(seed));
     std::mt19937 random(seed);
     const QTemporaryDir folder;
-    for (const AudioFormat format : { AudioFormat::Wav, AudioFormat::Aiff, AudioFormat::Flac, AudioFormat::Mp3, AudioFormat::M4a, AudioFormat::Vorbis, AudioFormat::Opus }) {
+    for (const AudioFormat format : { AudioFormat::Wav, AudioFormat::Aiff, AudioFormat::Flac, AudioFormat::Mp3,
+             AudioFormat::M4a, AudioFormat::Vorbis, AudioFormat::Opus }) {
         const std::string path = folder.filePath(u"damaged."_s + fileExtension(format)).toStdString();
         makeMusic(path, { { "TITLE", "Damaged" }, { "ARTIST", "Some; Body" }, { "BPM", "120" } }, format);
         const std::string whole = readBytes(path);
