@@ -206,7 +206,7 @@ TEST(Operations, WaitForTheirDependenciesUnlessCancelled)
 {
     KXOperationQueue one;
     KXOperationQueue two;
-    const auto never = std::make_shared<KXBlockOperation>([] { });
+    const auto never = std::make_shared<KXBlockOperation>([] {});
     const auto waiting = std::make_shared<KXBlockOperation>([] { FAIL() << "was cancelled"; });
     waiting->addDependency(never);
     one.addOperation(waiting);
@@ -253,8 +253,9 @@ TEST(Operations, StartedByHandTheyEndAsWell)
     block->waitUntilFinished();
     EXPECT_EQ(ran, 1);
     block->cancel();
-    EXPECT_EQ(announced, QStringList({ u"isExecuting=true"_s, u"isFinished=false"_s, u"isExecuting=false"_s,
-        u"isFinished=true"_s, u"isCancelled=true"_s }));
+    EXPECT_EQ(announced,
+        QStringList({ u"isExecuting=true"_s, u"isFinished=false"_s, u"isExecuting=false"_s, u"isFinished=true"_s,
+            u"isCancelled=true"_s }));
     KXOperationQueue queue;
     EXPECT_THROW(queue.addOperation(block), KXException);
     const auto thrower = std::make_shared<KXBlockOperation>([] { throw std::runtime_error("by hand"); });
