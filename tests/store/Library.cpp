@@ -117,7 +117,7 @@ std::string Library::damage(const QString &path)
         const auto decimal = [](const void *utf8, int length) { return *KXDecimal::fromString(QString::fromUtf8(static_cast<const char *>(utf8), length)); };
         return decimal(a, size) < decimal(b, otherSize) ? -1 : int(decimal(b, otherSize) < decimal(a, size));
     });
-    if (sqlite3_exec(database, "PRAGMA integrity_check", line, &text, nullptr) != SQLITE_OK)
+    if (sqlite3_exec(database, "PRAGMA synchronous=OFF; PRAGMA integrity_check", line, &text, nullptr) != SQLITE_OK)
         text += sqlite3_errmsg(database);
     sqlite3_close(database);
     return text == "ok\n" ? std::string() : text;

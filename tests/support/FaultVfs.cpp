@@ -27,7 +27,7 @@ struct FaultVfs::Handle
     sqlite3_file file;
     FaultVfs *vfs;
     QByteArray path; // empty for temporary files, which no power cut leaves
-    bool isNewJournal; // its first sync syncs the folder, as the default VFS does it
+    bool syncsFolder; // with the first sync: journals and logs, as the default VFS does it
 
     static Handle *of(sqlite3_file *file) { return reinterpret_cast<Handle *>(file); }
     static sqlite3_file *base(sqlite3_file *file) { return reinterpret_cast<sqlite3_file *>(of(file) + 1); }
@@ -47,7 +47,7 @@ struct FaultVfs::Methods
             if (const int code = self->begin(OpenForWriting, SQLITE_CANTOPEN))
                 return code == SQLITE_FULL ? SQLITE_CANTOPEN : code;
         }
-        auto *handle = new (file) Handle { .file = {}, .vfs = self, .path = tracked ? QByteArray(path) : QByteArray(), .isNewJournal = !existed && !(flags & SQLITE_OPEN_MAIN_DB) };
+        auto *handle = new (file) Handle { .file = {}, .vfs = self, .path = tracked ? QByteArray(path) : QByteArray(), .syncsFolder = flags & SQLITE_OPEN_CREATE && !(flags & SQLITE_OPEN_MAIN_DB) };
         const int code = self->m_base->xOpen(self->m_base, path, Handle::base(file), flags, outFlags);
         if (code != SQLITE_OK || !Handle::base(file)->pMethods) {
             handle->~Handle();
@@ -108,7 +108,7 @@ struct FaultVfs::Methods
         Handle *handle = Handle::of(file);
         if (const int code = handle->vfs->begin(Sync, SQLITE_IOERR_FSYNC))
             return code;
-        handle->vfs->noteSynced(handle->path, std::exchange(handle->isNewJournal, false));
+        handle->vfs->noteSynced(handle->path, std::exchange(handle->syncsFolder, false));
         return SQLITE_OK;
     }
 
@@ -182,6 +182,12 @@ void FaultVfs::failAt(qint64 nth, int code, bool onwards, unsigned kinds)
     m_failsOnwards = onwards;
     m_failingKinds = kinds;
     m_hasFailed = false;
+}
+
+void FaultVfs::heal()
+{
+    const std::lock_guard lock(m_mutex);
+    m_untilFailure = 0;
 }
 
 bool FaultVfs::hasFailed() const

@@ -40,8 +40,8 @@ public:
     /// do, too, until heal(). SQLITE_IOERR becomes the code that belongs to the operation. A write that fails has
     /// written its first half.
     void failAt(qint64 nth, int code, bool onwards = false, unsigned kinds = All);
-    void heal() { failAt(0, SQLITE_OK); }
-    /// Whether an operation failed since failAt() or heal().
+    void heal();
+    /// Whether an operation failed since failAt().
     [[nodiscard]] bool hasFailed() const;
 
     /// Called before every operation with its number, on the thread that does it; may block.
