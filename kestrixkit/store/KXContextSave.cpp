@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <set>
+#include <tuple>
 
 #include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/foundation/KXNotificationCenter.h>
@@ -34,7 +36,8 @@ private:
         KXManagedObjectContextPrivate::Change *change;
         qint64 version = 0; ///< of the row once it is written; 0: no column changes
         bool vanished = false; ///< somebody deleted the row
-        KXRowValues::Owner merged; ///< the row as somebody else left it, with our changes, where both had changed it
+        KXRowValues::Owner stored; ///< the row as somebody else left it, where both had changed it
+        KXRowValues::Owner merged; ///< that with our changes
     };
 
     KXError validateObject(const Object &object);
@@ -44,6 +47,7 @@ private:
     KXError writeDeleted(KXSQLiteConnection &connection);
     KXError writeJoins(KXSQLiteConnection &connection, Object &object);
     void noteUpdate(const Update &update);
+    void noteVoid(const KXPropertyDescription &property, qint64 key, qint64 other);
     KXEntityChange &changeOf(const KXEntityDescription *entity);
 
     KXManagedObjectContextPrivate &m_context;
@@ -51,6 +55,9 @@ private:
     std::vector<Update> m_updated;
     std::vector<Object *> m_deleted; // stored ones only
     std::vector<KXEntityChange> m_changes;
+    /// Members of to-many relationships that came or went here, but not in the store: somebody else was first. Index of
+    /// the property, key of its object, key of the member; keys are unique among all entities.
+    std::set<std::tuple<int, qint64, qint64>> m_void;
     QByteArray m_buffer; // for texts while they are bound
 };
 
@@ -181,8 +188,15 @@ KXError KXContextSaver::settleConflict(KXSQLiteConnection &connection, Update &u
         return connection.lastError();
     update.merged = KXRowValues::Owner(KXRowValues::create(*object.entity()), { object.entity() });
     codec.read(row, *update.merged);
+    update.stored = KXRowValues::Owner(KXRowValues::clone(*update.merged, *object.entity()), { object.entity() });
     std::erase_if(columns, [&](const KXPropertyDescription *property) {
-        return !KXRowValues::isEqual(*update.merged, *update.change->before, *property);
+        if (KXRowValues::isEqual(*update.merged, *update.change->before, *property))
+            return false;
+        if (property->isToOne() && property->inverse()) {
+            noteVoid(*property, object.m_key, update.change->before->toOne(*property));
+            noteVoid(*property, object.m_key, object.values()->toOne(*property));
+        }
+        return true;
     });
     for (const KXPropertyDescription *property : columns)
         update.merged->copy(*object.values(), *property);
@@ -236,9 +250,11 @@ KXError KXContextSaver::writeJoins(KXSQLiteConnection &connection, Object &objec
         if (!keys || !keys->isChanged())
             continue;
         const QByteArray columns = '(' + property->joinSource() + ", " + property->joinTarget() + ')';
+        // Either row may be gone by somebody else's doing.
         const std::pair<const QSet<qint64> &, QByteArray> steps[] = {
-            { keys->added, "INSERT OR IGNORE INTO " + property->joinTable() + columns + " VALUES(?, ?)" },
-            { keys->removed, "DELETE FROM " + property->joinTable() + " WHERE " + columns + " = (?, ?)" },
+            { keys->added, "INSERT OR IGNORE INTO " + property->joinTable() + columns + " SELECT ?1, ?2 WHERE EXISTS (SELECT 1 FROM " + object.entity()->table()
+                    + " WHERE kx_id = ?1) AND EXISTS (SELECT 1 FROM " + property->destinationEntity()->table() + " WHERE kx_id = ?2)" },
+            { keys->removed, "DELETE FROM " + property->joinTable() + " WHERE " + columns + " = (?1, ?2)" },
         };
         for (const auto &[others, sql] : steps) {
             if (others.isEmpty())
@@ -253,6 +269,8 @@ KXError KXContextSaver::writeJoins(KXSQLiteConnection &connection, Object &objec
                 statement.reset();
                 if (code != SQLITE_DONE)
                     return connection.lastError();
+                if (connection.changes() == 0)
+                    noteVoid(*property, object.m_key, other);
             }
         }
     }
@@ -277,23 +295,40 @@ KXError KXContextSaver::writeDeleted(KXSQLiteConnection &connection)
             statement.bind(1, object->m_key);
             if (statement.step() != SQLITE_DONE)
                 return connection.lastError();
+            // The row comes first. Where somebody else deleted it before, this is no news.
+            if (&sql == &statements.first() && connection.changes() == 1)
+                changeOf(object->entity()).deleted.append(object->m_key);
         }
-        changeOf(object->entity()).deleted.append(object->m_key);
     }
     return {};
+}
+
+void KXContextSaver::noteVoid(const KXPropertyDescription &property, qint64 key, qint64 other)
+{
+    m_void.insert({ property.index(), key, other });
+    if (property.inverse())
+        m_void.insert({ property.inverse()->index(), other, key });
 }
 
 void KXContextSaver::noteUpdate(const Update &update)
 {
     const Object &object = *update.object;
     const KXRowValues &after = update.merged ? *update.merged : *object.values();
-    const KXRowValues &before = *update.change->before;
+    const KXRowValues &before = update.stored ? *update.stored : *update.change->before;
     KXRowChange row { .key = object.m_key };
     for (const KXPropertyDescription &property : object.entity()->properties()) {
         if (property.isToMany()) {
             const KXToManyKeys *keys = object.values()->existingToMany(property);
-            if (keys && keys->isChanged())
-                row.properties.push_back({ &property, {}, {}, keys->added.values(), keys->removed.values() });
+            if (!keys || !keys->isChanged())
+                continue;
+            KXPropertyChange members { &property, {}, {}, keys->added.values(), keys->removed.values() };
+            if (!m_void.empty()) {
+                const auto isVoid = [&](qint64 other) { return m_void.contains({ property.index(), object.m_key, other }); };
+                members.added.removeIf(isVoid);
+                members.removed.removeIf(isVoid);
+            }
+            if (!members.added.isEmpty() || !members.removed.isEmpty())
+                row.properties.push_back(std::move(members));
         } else if (property.hasColumn() && !KXRowValues::isEqual(after, before, property)) {
             const auto value = [&property](const KXRowValues &values) {
                 if (property.isAttribute())
@@ -323,11 +358,12 @@ KXError KXContextSaver::write(KXSQLiteConnection &connection)
             return error;
     }
     for (Update &update : m_updated) {
-        if (update.vanished)
-            continue;
-        if (KXError error = writeJoins(connection, *update.object))
+        if (KXError error = update.vanished ? KXError() : writeJoins(connection, *update.object))
             return error;
-        noteUpdate(update);
+    }
+    for (const Update &update : m_updated) {
+        if (!update.vanished)
+            noteUpdate(update);
     }
     if (KXError error = writeDeleted(connection))
         return error;

@@ -114,8 +114,11 @@ KXError KXSQLiteConnection::open(const QString &path, const Options &options)
     }
     sqlite3_wal_hook(
         m_database, [](void *connection, sqlite3 *, const char *, int pages) { static_cast<KXSQLiteConnection *>(connection)->m_logPages = pages; return SQLITE_OK; }, this);
+    // A change of the journal mode is written into the file.
+    if (KXError error = options.untouched ? KXError() : execute("PRAGMA journal_mode=WAL"))
+        return error;
     // The writer checkpoints by its own measure: the hook above takes the place of the automatic one.
-    return execute("PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL; PRAGMA cache_size=-32768; PRAGMA temp_store=MEMORY");
+    return execute("PRAGMA synchronous=FULL; PRAGMA cache_size=-32768; PRAGMA temp_store=MEMORY");
 }
 
 KXStatement KXSQLiteConnection::prepare(const QByteArray &sql)

@@ -84,7 +84,7 @@ public:
     {
         bool create = false; ///< makes the file where there is none
         int applicationId = 0; ///< written into the header of a file that is made
-        bool untouched = false; ///< for a look at a file that may turn out not to be ours: never checkpoints it
+        bool untouched = false; ///< for a look at a file that may turn out not to be ours: neither checkpoints it nor changes its journal mode
         QByteArray vfs; ///< name of a registered SQLite VFS; empty for the default
     };
 

@@ -28,6 +28,12 @@ public:
     /// The one writer; waits for its turn.
     class Writer;
     [[nodiscard]] Writer writer();
+    /// How many threads wait for the writer.
+    [[nodiscard]] int waiting() const
+    {
+        const std::lock_guard lock(m_mutex);
+        return int(m_nextTicket - m_served) + m_mainWaiting;
+    }
 
 private:
     void handBack(std::unique_ptr<KXSQLiteConnection> connection, bool main);
@@ -35,7 +41,7 @@ private:
 
     const QString m_path;
     const QByteArray m_vfs;
-    std::mutex m_mutex;
+    mutable std::mutex m_mutex;
     std::condition_variable m_changed;
     std::unique_ptr<KXSQLiteConnection> m_writer;
     std::vector<std::unique_ptr<KXSQLiteConnection>> m_idle;

@@ -95,6 +95,13 @@ KXError KXStoreSchema::inspectFile(const QString &path, bool &fresh)
     // Offsets as documented for the SQLite file format: page size at 16, change counter at 24, pages at 28,
     // application id at 68, the change counter for which the number of pages holds at 92.
     const QByteArray header = file.read(100);
+    // Beside a journal or a log the file may be half written: SQLite makes it whole when it opens it.
+    const bool journalled = QFileInfo(path + "-journal"_L1).size() > 0;
+    const bool logged = QFileInfo(path + "-wal"_L1).size() > 0;
+    if (journalled && header == QByteArray(100, '\0')) {
+        fresh = true; // a power cut in the first moments of a creation
+        return {};
+    }
     if (header.size() < 100 || !header.startsWith(QByteArrayView("SQLite format 3\0", 16)))
         return schemaError(KXStoreErrorCode::NotAStore, KXStringWithFormat("%@ is not a store", path));
     const auto number = [&header](int offset) { return qFromBigEndian<quint32>(header.constData() + offset); };
@@ -102,7 +109,7 @@ KXError KXStoreSchema::inspectFile(const QString &path, bool &fresh)
         return schemaError(KXStoreErrorCode::NotAStore, KXStringWithFormat("%@ belongs to another program", path));
     const quint32 pageField = qFromBigEndian<quint16>(header.constData() + 16);
     const qint64 pageSize = pageField == 1 ? 65'536 : pageField;
-    if (number(24) == number(92) && file.size() < pageSize * qint64(number(28)))
+    if (!journalled && !logged && number(24) == number(92) && file.size() < pageSize * qint64(number(28)))
         return schemaError(KXStoreErrorCode::Damaged, KXStringWithFormat("%@ is cut off", path));
     return {};
 }

@@ -1,6 +1,9 @@
 #include "store/Library.h"
 
+#include <QDebug>
+#include <QFile>
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 
 using namespace Qt::StringLiterals;
 using Property = KXPropertyDescription;
@@ -61,6 +64,71 @@ KXManagedObjectModel::Ref Library::model()
             });
     }();
     return model;
+}
+
+QString Library::describe(const KXManagedObject &object)
+{
+    const auto keyOf = [](const KXManagedObject *other) { return other ? QString::number(other->objectID().key()) : u"-"_s; };
+    QString line = object.entity()->name() + u' ' + keyOf(&object);
+    for (const Property &property : object.entity()->properties()) {
+        if (property.isTransient())
+            continue;
+        line += u' ' + property.name() + u'=';
+        if (property.isToMany()) {
+            for (const auto &other : object.objectsForKey(property.name()))
+                line += keyOf(other.get()) + u',';
+            continue;
+        }
+        const QVariant value = object.valueForKey(property.name());
+        if (property.isToOne())
+            line += keyOf(value.value<KXRef<KXManagedObject>>().get());
+        else if (value.typeId() == qMetaTypeId<KXDecimal>())
+            line += value.value<KXDecimal>().toString();
+        else if (value.isValid())
+            QDebug(&line).nospace() << value;
+    }
+    return line;
+}
+
+QStringList Library::dump(KXManagedObjectContext &context)
+{
+    QStringList lines;
+    for (const KXEntityDescription *entity : context.persistentStoreCoordinator()->model()->entities()) {
+        if (entity->parent())
+            continue;
+        for (const auto &object : context.fetchAllForEntity(entity->name()))
+            lines.append(describe(*object));
+    }
+    lines.sort();
+    return lines;
+}
+
+std::string Library::damage(const QString &path)
+{
+    sqlite3 *database = nullptr;
+    std::string text;
+    const auto line = [](void *lines, int, char **values, char **) {
+        *static_cast<std::string *>(lines) += std::string(values[0]) + '\n';
+        return 0;
+    };
+    sqlite3_open_v2(QFile::encodeName(path).constData(), &database, SQLITE_OPEN_READWRITE, nullptr);
+    // As the store registers it for the order of decimal columns, or their indexes could not be checked.
+    sqlite3_create_collation(database, "KX_DECIMAL", SQLITE_UTF8, nullptr, [](void *, int size, const void *a, int otherSize, const void *b) {
+        const auto decimal = [](const void *utf8, int length) { return *KXDecimal::fromString(QString::fromUtf8(static_cast<const char *>(utf8), length)); };
+        return decimal(a, size) < decimal(b, otherSize) ? -1 : int(decimal(b, otherSize) < decimal(a, size));
+    });
+    if (sqlite3_exec(database, "PRAGMA synchronous=OFF; PRAGMA integrity_check", line, &text, nullptr) != SQLITE_OK)
+        text += sqlite3_errmsg(database);
+    sqlite3_close(database);
+    return text == "ok\n" ? std::string() : text;
+}
+
+void Library::tamper(const QString &path, const char *sql)
+{
+    sqlite3 *database = nullptr;
+    sqlite3_open_v2(QFile::encodeName(path).constData(), &database, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+    ASSERT_EQ(sqlite3_exec(database, sql, nullptr, nullptr, nullptr), SQLITE_OK) << sql << ": " << sqlite3_errmsg(database);
+    sqlite3_close(database);
 }
 
 LibraryTest::LibraryTest() { open(); }

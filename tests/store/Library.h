@@ -1,6 +1,8 @@
 /// A small music library for the tests of the store: every kind of attribute and relationship.
 #pragma once
 
+#include <string>
+
 #include <QTemporaryDir>
 
 #include <kestrixkit/foundation/KXDecimal.h>
@@ -89,6 +91,16 @@ public:
 namespace Library {
 
 KXManagedObjectModel::Ref model();
+
+/// The object in a line: identifier, stored attributes and relationships by the keys at their other ends.
+QString describe(const KXManagedObject &object);
+/// All that the context's store holds, as the context sees it: a line an object, sorted.
+QStringList dump(KXManagedObjectContext &context);
+
+/// What SQLite says against the file; empty where it is sound.
+std::string damage(const QString &path);
+/// Runs SQL on the file behind the framework's back.
+void tamper(const QString &path, const char *sql);
 
 }
 

@@ -1,0 +1,512 @@
+// Which files become stores, which are refused untouched, and what a program sees of it.
+
+#include <unistd.h>
+
+#include <QDir>
+#include <QFile>
+#include <QJsonDocument>
+#include <QRandomGenerator>
+#include <gtest/gtest.h>
+
+#include <kestrixkit/foundation/KXApplication.h>
+#include <kestrixkit/foundation/KXBundle.h>
+#include <kestrixkit/foundation/KXException.h>
+#include <kestrixkit/store/KXMainThreadDictionary.h>
+#include <kestrixkit/store/KXPersistentStore.h>
+#include <kestrixkit/store/KXStoreSchema_p.h>
+
+#include "store/Library.h"
+#include "support/FaultVfs.h"
+#include "support/KXTestLog.h"
+#include "support/KXTestPrint.h"
+
+using namespace Qt::StringLiterals;
+using Coordinator = KXPersistentStoreCoordinator;
+using Property = KXPropertyDescription;
+
+namespace {
+
+KXManagedObjectModel::Ref otherModel()
+{
+    return KXManagedObjectModel::make({ KXEntityDescription(u"Track"_s).add(Property::attribute(u"title"_s, KXAttributeType::String)) });
+}
+
+/// The files of a folder and what is in them. The log's index and an empty log say nothing and do not count.
+QMap<QString, QByteArray> contents(const QString &folder)
+{
+    QMap<QString, QByteArray> files;
+    for (const QString &name : QDir(folder).entryList(QDir::AllEntries | QDir::System | QDir::Hidden | QDir::NoDotAndDotDot)) {
+        QFile file(folder + u'/' + name);
+        const QByteArray bytes = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("not readable");
+        if (!name.endsWith("-shm"_L1) && !(name.endsWith("-wal"_L1) && bytes.isEmpty()))
+            files[name] = bytes;
+    }
+    return files;
+}
+
+void writeFile(const QString &path, const QByteArray &bytes)
+{
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size());
+}
+
+/// A store with a track in it, closed.
+void makeStore(const QString &path)
+{
+    const auto coordinator = Coordinator::persistentStoreCoordinatorWithStoreURL(QUrl::fromLocalFile(path), Library::model());
+    const auto context = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
+    Track::createInContext(*context)->setTitle(u"kept"_s);
+    ASSERT_TRUE(context->save());
+}
+
+qint64 tracksIn(const QString &path)
+{
+    const auto coordinator = Coordinator::persistentStoreCoordinatorWithStoreURL(QUrl::fromLocalFile(path), Library::model());
+    return coordinator ? Track::countOfInContext(*KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator)) : -1;
+}
+
+/// Counts what would be shown to the user and end the application.
+struct Presented
+{
+    QList<KXError> errors;
+    int terminations = 0;
+    KXScopeToken presenting = KXApplication::setPresentErrorHandler([this](const KXError &error) { errors.append(error); });
+    KXScopeToken terminating = KXApplication::setTerminateHandler([this] { ++terminations; });
+};
+
+/// The main bundle's name, the user's data folder and the shared objects are this test's own.
+class OpeningByName : public ::testing::Test
+{
+protected:
+    OpeningByName()
+    {
+        qputenv("XDG_DATA_HOME", data.path().toLocal8Bit());
+        KXBundle::mainBundle().setName(u"Crates"_s);
+        KXManagedObjectModel::setManagedObjectModel(Library::model());
+    }
+    ~OpeningByName() override
+    {
+        for (const auto key : { KLNSManagedObjectContextMainThreadKey, KLNSPersistentStoreCoordinatorMainThreadKey, KXNSManagedObjectModelMainThreadKey })
+            KXMainThreadDictionary::remove(key);
+        KXBundle::mainBundle().setName({});
+        qputenv("XDG_DATA_HOME", dataBefore);
+    }
+    [[nodiscard]] QString path() const { return data.filePath(u"Crates/Crates.db"_s); }
+
+    QTemporaryDir data;
+    const QByteArray dataBefore = qgetenv("XDG_DATA_HOME");
+    Presented presented;
+};
+
+} // namespace
+
+TEST(Opening, refusesWhatIsNoStoreAndLeavesItUntouched)
+{
+    struct Row
+    {
+        const char *what;
+        int code;
+        std::function<void(const QString &)> make;
+    };
+    const auto tampered = [](const char *sql) {
+        return [sql](const QString &path) {
+            makeStore(path);
+            Library::tamper(path, sql);
+        };
+    };
+    const auto damaged = [](auto change) {
+        return [change](const QString &path) {
+            makeStore(path);
+            QFile file(path);
+            ASSERT_TRUE(file.open(QIODevice::ReadWrite));
+            change(file);
+        };
+    };
+    using namespace KXStoreErrorCode;
+    const Row rows[] = {
+        { "a folder", CannotOpen, [](const QString &path) { QDir().mkpath(path); } },
+        { "a link that leads nowhere", CannotOpen, [](const QString &path) { QFile::link(u"/nowhere/at/all"_s, path); } },
+        { "a text", NotAStore, [](const QString &path) { writeFile(path, "SQLite format 3 is what this text begins with.\n"); } },
+        { "noise", NotAStore, [](const QString &path) {
+             QByteArray noise(8192, '\0');
+             QRandomGenerator(1).fillRange(reinterpret_cast<quint32 *>(noise.data()), 2048);
+             writeFile(path, noise);
+         } },
+        { "another program's database", NotAStore, [](const QString &path) { Library::tamper(path, "PRAGMA journal_mode=WAL; CREATE TABLE t(x); INSERT INTO t VALUES(1)"); } },
+        { "nothing but the start of a header", NotAStore, [](const QString &path) { writeFile(path, QByteArray("SQLite format 3\0\x10\0", 18)); } },
+        { "a store cut in the middle", Damaged, damaged([](QFile &file) { file.resize(file.size() / 2); }) },
+        { "a store whose first page is overwritten", Damaged, damaged([](QFile &file) {
+             file.seek(100);
+             file.write(QByteArray(3000, '\xa5'));
+         }) },
+        { "a store whose pages are overwritten but for the first", Damaged, damaged([](QFile &file) {
+             file.seek(4096);
+             file.write(QByteArray(file.size() - 4096, '\xa5'));
+         }) },
+        { "a newer format", NotAStore, tampered("UPDATE kx_metadata SET value = 2 WHERE key = 'format'") },
+        { "no format", Damaged, tampered("UPDATE kx_metadata SET value = NULL WHERE key = 'format'") },
+        { "no identity", Damaged, tampered("DELETE FROM kx_metadata WHERE key = 'uuid'") },
+        { "no hashes", Damaged, tampered("UPDATE kx_metadata SET value = '{' WHERE key = 'hashes'") },
+        { "no metadata", Damaged, tampered("DROP TABLE kx_metadata") },
+        { "another model", IncompatibleModel, tampered("UPDATE kx_metadata SET value = replace(value, '\"Track\":\"', '\"Track\":\"00') WHERE key = 'hashes'") },
+        { "another model, in another journal mode", IncompatibleModel, [](const QString &path) {
+             ASSERT_TRUE(Coordinator::persistentStoreCoordinatorWithStoreURL(QUrl::fromLocalFile(path), otherModel()));
+             Library::tamper(path, "PRAGMA journal_mode=DELETE");
+         } },
+    };
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.what);
+        const QTemporaryDir folder;
+        const QString path = folder.filePath(u"library.db"_s);
+        row.make(path);
+        const auto before = contents(folder.path());
+        Presented presented;
+        const KXTestLog log;
+        KXError error;
+        EXPECT_FALSE(Coordinator::persistentStoreCoordinatorWithStoreURL(QUrl::fromLocalFile(path), Library::model(), &error));
+        EXPECT_EQ(error.code(), row.code) << error.localizedDescription().toStdString();
+        EXPECT_TRUE(log.contains(u"Failed to create Persistent Store - "_s + error.localizedDescription()));
+        EXPECT_EQ(contents(folder.path()), before);
+        EXPECT_TRUE(presented.errors.isEmpty() && presented.terminations == 0);
+    }
+}
+
+TEST(Opening, refusesPlacesWhereNoStoreCanBe)
+{
+    const KXTestLog log;
+    const QTemporaryDir folder;
+    KXError error;
+    for (const QUrl &url : { QUrl::fromLocalFile(folder.filePath(u"missing/library.db"_s)), QUrl(u"https://example.com/library.db"_s), QUrl() }) {
+        EXPECT_FALSE(Coordinator::persistentStoreCoordinatorWithStoreURL(url, Library::model(), &error));
+        EXPECT_EQ(error.code(), KXStoreErrorCode::CannotOpen) << url.toString().toStdString();
+        EXPECT_FALSE(KXManagedObjectContext::contextWithStoreURL(url, {}, {}, &error));
+    }
+    EXPECT_TRUE(contents(folder.path()).isEmpty());
+
+    // What the system would say of a file or folder without permission.
+    const QString path = folder.filePath(u"library.db"_s);
+    FaultVfs vfs;
+    for (const auto &[nth, code, expected] : { std::tuple(1, SQLITE_CANTOPEN, KXStoreErrorCode::CannotOpen), { 2, SQLITE_READONLY, KXStoreErrorCode::ReadOnly } }) {
+        vfs.failAt(nth, code, true);
+        EXPECT_FALSE(Coordinator::persistentStoreCoordinatorWithStoreURL(QUrl::fromLocalFile(path), Library::model(), &error, vfs.name()));
+        EXPECT_EQ(error.code(), expected) << error.localizedDescription().toStdString();
+        EXPECT_TRUE(contents(folder.path()).isEmpty());
+    }
+}
+
+TEST(Opening, refusesFilesThatMayNotBeReadOrWritten)
+{
+    if (geteuid() == 0)
+        GTEST_SKIP() << "permissions do not stop root";
+    const KXTestLog log;
+    const QTemporaryDir folder;
+    const QString path = folder.filePath(u"library.db"_s);
+    KXError error;
+    makeStore(path);
+    const auto before = contents(folder.path());
+    for (const auto &[permissions, expected] : { std::pair(QFile::Permissions(), KXStoreErrorCode::CannotOpen), { QFile::ReadOwner, KXStoreErrorCode::ReadOnly } }) {
+        QFile::setPermissions(path, permissions);
+        EXPECT_FALSE(Coordinator::persistentStoreCoordinatorWithStoreURL(QUrl::fromLocalFile(path), Library::model(), &error));
+        EXPECT_EQ(error.code(), expected);
+    }
+    QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner);
+    EXPECT_EQ(contents(folder.path()), before);
+}
+
+TEST(Opening, leavesNothingBehindWhereTheDiskIsFull)
+{
+    const KXTestLog log;
+    FaultVfs vfs;
+    for (const int code : { SQLITE_FULL, SQLITE_IOERR }) {
+        for (qint64 nth = 1;; ++nth) {
+            const QTemporaryDir folder;
+            const QString path = folder.filePath(u"library.db"_s);
+            vfs.failAt(nth, code, true, code == SQLITE_FULL ? FaultVfs::Write | FaultVfs::OpenForWriting : FaultVfs::All);
+            KXError error;
+            const auto coordinator = Coordinator::persistentStoreCoordinatorWithStoreURL(QUrl::fromLocalFile(path), Library::model(), &error, vfs.name());
+            if (!vfs.hasFailed()) {
+                EXPECT_GT(nth, 10);
+                break;
+            }
+            if (!coordinator) {
+                EXPECT_TRUE(contents(folder.path()).isEmpty()) << "operation " << nth;
+                EXPECT_TRUE(error);
+            }
+            vfs.heal();
+            // Another try succeeds once there is room.
+            EXPECT_TRUE(Coordinator::persistentStoreCoordinatorWithStoreURL(QUrl::fromLocalFile(path), Library::model(), &error, vfs.name()))
+                << "operation " << nth << ": " << error.localizedDescription().toStdString();
+        }
+    }
+}
+
+TEST(Opening, makesStoresOfEmptyFilesAndOfCreationsCutShort)
+{
+    const QTemporaryDir folder;
+    const QString path = folder.filePath(u"Empty & ünlike a name?.db"_s);
+    writeFile(path, {});
+    EXPECT_EQ(tracksIn(path), 0);
+    EXPECT_EQ(Library::damage(path), "");
+
+    const QString marked = folder.filePath(u"marked.db"_s);
+    Library::tamper(marked, ("PRAGMA application_id=" + QByteArray::number(KXStoreSchema::ApplicationId)).constData()); // the mark is written, then the power went
+    EXPECT_EQ(tracksIn(marked), 0);
+    makeStore(path);
+    EXPECT_EQ(tracksIn(path), 1) << "the name alone makes no new store";
+}
+
+TEST(Opening, refusesAnIncompatibleStoreWithALogThatIsNotFoldedIn)
+{
+    LibraryTest library;
+    for (int i = 0; i < 50; ++i)
+        library.track(QString::number(i));
+    ASSERT_TRUE(library.context->save());
+    // As the end of a process leaves the files: what was saved stands in the log alone.
+    const QTemporaryDir folder;
+    const QString path = folder.filePath(u"library.db"_s);
+    for (const auto suffix : { ""_L1, "-wal"_L1 })
+        ASSERT_TRUE(QFile::copy(library.path() + suffix, path + suffix));
+    const auto before = contents(folder.path());
+    ASSERT_EQ(before.size(), 2);
+
+    const KXTestLog log;
+    KXError error;
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_FALSE(Coordinator::persistentStoreCoordinatorWithStoreURL(QUrl::fromLocalFile(path), otherModel(), &error));
+        EXPECT_EQ(error.code(), 134100);
+        EXPECT_EQ(contents(folder.path()), before);
+    }
+    EXPECT_EQ(tracksIn(path), 50);
+}
+
+TEST(Opening, opensAStoreThatACheckpointLeftHalfGrown)
+{
+    // The end of a process in the middle of folding the log in: the first page tells the new size already.
+    LibraryTest library;
+    for (int i = 0; i < 500; ++i)
+        library.track(QString::number(i));
+    ASSERT_TRUE(library.context->save());
+    const QTemporaryDir folder;
+    const QString path = folder.filePath(u"library.db"_s);
+    ASSERT_TRUE(QFile::copy(library.path() + "-wal"_L1, path + "-wal"_L1));
+    library.context.reset();
+    library.coordinator.reset();
+    ASSERT_TRUE(QFile::copy(library.path(), path));
+    ASSERT_TRUE(QFile::resize(path, 4096));
+    EXPECT_EQ(tracksIn(path), 500);
+    EXPECT_EQ(Library::damage(path), "");
+}
+
+TEST(Opening, twoCoordinatorsOnOneFileShareIt)
+{
+    LibraryTest library;
+    LibraryTest second;
+    second.context.reset();
+    second.coordinator = Coordinator::persistentStoreCoordinatorWithStoreURL(library.url(), Library::model());
+    ASSERT_TRUE(second.coordinator);
+    second.context = second.otherContext();
+    EXPECT_EQ(second.coordinator->store()->identifier(), library.coordinator->store()->identifier());
+    QSet<qint64> keys;
+    for (int i = 0; i < 3000; ++i) { // more than a block of keys
+        for (LibraryTest *side : { &library, &second })
+            keys.insert(side->track(QString::number(i))->objectID().key());
+        if (i % 1000 == 0) {
+            EXPECT_TRUE(library.context->save() && second.context->save());
+            EXPECT_EQ(Library::dump(*library.context), Library::dump(*second.context));
+        }
+    }
+    EXPECT_EQ(keys.size(), 6000);
+    EXPECT_TRUE(library.context->save() && second.context->save());
+    EXPECT_EQ(Track::countOfInContext(*library.context), 6000);
+    // An identifier made by one is good for the other.
+    const auto object = second.track(u"shared"_s);
+    ASSERT_TRUE(second.context->save());
+    EXPECT_EQ(Track::cast(library.context->objectWithID(object->objectID()))->title(), u"shared"_s);
+}
+
+TEST_F(OpeningByName, opensTheStoreInTheSupportFolderAndReplacesTheContext)
+{
+    EXPECT_EQ(Coordinator::storePathForName(u"a.db"_s), data.filePath(u"Crates/a.db"_s));
+    EXPECT_FALSE(KXManagedObjectContext::mainContext());
+    const auto first = KXManagedObjectContext::setupMainContext();
+    EXPECT_EQ(KXManagedObjectContext::mainContext(), first);
+    EXPECT_EQ(first->persistentStoreCoordinator(), Coordinator::persistentStoreCoordinator());
+    EXPECT_TRUE(QFile::exists(path()));
+
+    // What is pending is saved before another context takes over, unless an editor refuses.
+    Track::createInContext(*first)->setTitle(u"pending"_s);
+    const auto second = KXManagedObjectContext::setupMainContext();
+    EXPECT_NE(second, first);
+    EXPECT_FALSE(first->hasChanges());
+    EXPECT_EQ(Track::countOfInContext(*second), 1);
+    Track::createInContext(*second)->setTitle(u"vetoed"_s);
+    {
+        const auto editor = KXApplication::registerEditor(second.get(), [] { return false; });
+        EXPECT_EQ(Track::countOfInContext(*KXManagedObjectContext::setupMainContext()), 1);
+    }
+    EXPECT_TRUE(second->hasChanges());
+    EXPECT_TRUE(presented.errors.isEmpty());
+
+    // A final save that fails is shown, and the context is replaced all the same.
+    const auto third = KXManagedObjectContext::mainContext();
+    (void)Track::createInContext(*third); // without its title
+    const KXTestLog log;
+    const auto fourth = KXManagedObjectContext::setupMainContext();
+    EXPECT_NE(fourth, third);
+    ASSERT_EQ(presented.errors.size(), 1);
+    EXPECT_EQ(presented.errors[0].code(), KXStoreErrorCode::ValidationFailed);
+    EXPECT_EQ(presented.terminations, 0);
+    EXPECT_EQ(Track::countOfInContext(*fourth), 1);
+}
+
+TEST_F(OpeningByName, presentsWhyItCannotAndGoesOnWithoutStore)
+{
+    using Make = std::function<void()>;
+    const std::tuple<const char *, int, Make> rows[] = {
+        { "a file that is no store", KXStoreErrorCode::NotAStore, [this] { writeFile(path(), "something else"); } },
+        { "a store of another model", KXStoreErrorCode::IncompatibleModel, [this] { makeStore(path()); KXManagedObjectModel::setManagedObjectModel(otherModel()); } },
+        { "no model", KXStoreErrorCode::CannotOpen, [] { KXManagedObjectModel::setManagedObjectModel(nullptr); } },
+        { "a file where the support folder should be", KXStoreErrorCode::CannotOpen, [this] {
+             QDir(data.filePath(u"Crates"_s)).removeRecursively();
+             writeFile(data.filePath(u"Crates"_s), "a file");
+         } },
+        { "a support folder that cannot be made", 0, [this] {
+             writeFile(data.filePath(u"plain"_s), {});
+             qputenv("XDG_DATA_HOME", data.filePath(u"plain"_s).toLocal8Bit());
+         } },
+    };
+    const KXTestLog log;
+    for (const auto &[what, code, make] : rows) {
+        SCOPED_TRACE(what);
+        qputenv("XDG_DATA_HOME", data.path().toLocal8Bit());
+        QDir(data.filePath(u"Crates"_s)).removeRecursively();
+        QDir(data.path()).mkdir(u"Crates"_s);
+        KXManagedObjectModel::setManagedObjectModel(Library::model());
+        make();
+        presented.errors.clear();
+        presented.terminations = 0;
+        const auto context = KXManagedObjectContext::setupMainContext();
+        EXPECT_EQ(presented.errors.size(), 1);
+        EXPECT_EQ(presented.terminations, 1);
+        if (code && !presented.errors.isEmpty()) {
+            EXPECT_EQ(presented.errors[0].code(), code) << presented.errors[0].localizedDescription().toStdString();
+            EXPECT_TRUE(log.contains(u"Failed to create Persistent Store - "_s + presented.errors[0].localizedDescription()));
+        }
+
+        // Nothing can be done with it, but nothing crashes.
+        ASSERT_TRUE(context);
+        const auto coordinator = Coordinator::persistentStoreCoordinator();
+        ASSERT_TRUE(coordinator);
+        EXPECT_EQ(context->persistentStoreCoordinator(), coordinator);
+        EXPECT_FALSE(coordinator->store());
+        EXPECT_FALSE(coordinator->managedObjectIDForURIRepresentation(QUrl(u"x-kestrix-store://a/Track/p1"_s)));
+        if (!coordinator->model()) {
+            EXPECT_THROW((void)context->fetchAllForEntity(u"Track"_s), KXException);
+            continue;
+        }
+        KXError error;
+        EXPECT_TRUE(context->fetch(KXFetchRequest(u"Track"_s), &error).isNull());
+        EXPECT_EQ(error.code(), KXStoreErrorCode::CannotOpen);
+        EXPECT_EQ(context->count(KXFetchRequest(u"Track"_s)), -1);
+        EXPECT_EQ(context->countForEntity(u"Track"_s), 0);
+        EXPECT_FALSE(context->fetchFirstForEntity(u"Track"_s, {}));
+        EXPECT_FALSE(context->managedObjectForEntity(u"Track"_s, &error));
+        EXPECT_TRUE(context->objectInstancesFromURIRepresentations({ QUrl(u"x-kestrix-store://a/Track/p1"_s) }).isEmpty());
+        const auto temporary = context->temporaryInstanceOfEntity(u"Track"_s);
+        temporary->setValueForKey(u"title"_s, u"only in memory"_s);
+        EXPECT_EQ(temporary->valueForKey(u"title"_s), u"only in memory"_s);
+        context->removeManagedObject(temporary);
+        EXPECT_TRUE(context->save(&error)) << "nothing to save";
+        context->rollback();
+    }
+    KXManagedObjectContext::setupMainContext(); // no model to fall back on was left behind by the last row
+}
+
+TEST(Models, roundTripAsJSON)
+{
+    KXError error;
+    const auto model = KXManagedObjectModel::modelWithJSON(Library::model()->toJSON(), &error);
+    ASSERT_TRUE(model) << error.localizedDescription().toStdString();
+    EXPECT_EQ(model->versionHashes(), Library::model()->versionHashes());
+    EXPECT_EQ(model->toJSON(), Library::model()->toJSON());
+    EXPECT_EQ(model->fetchTemplate(u"commentedBy"_s).predicate.predicateFormat(), Library::model()->fetchTemplate(u"commentedBy"_s).predicate.predicateFormat());
+    const Property *rule = model->entity(u"Tag"_s)->property(u"members");
+    EXPECT_EQ(rule->deleteRule(), KXDeleteRule::Deny);
+    EXPECT_EQ(model->entity(u"Producer"_s)->property(u"name")->defaultValue(), QVariant(u"Nobody"_s));
+    EXPECT_EQ(model->entity(u"Person"_s)->residence(), KXResidence::Resident);
+
+    // The order of declaration does not make another model; the type, the optionality and the inverse do.
+    const auto hash = [](const Property &a, const Property &b) {
+        return KXManagedObjectModel::make({ KXEntityDescription(u"E"_s).add(a).add(b) })->versionHashes().value(u"E"_s);
+    };
+    const Property a = Property::attribute(u"a"_s, KXAttributeType::Integer32);
+    const Property b = Property::attribute(u"b"_s, KXAttributeType::Integer32);
+    EXPECT_EQ(hash(a, b), hash(b, a));
+    EXPECT_EQ(hash(Property(a).indexed(), b), hash(a, b));
+    EXPECT_NE(hash(Property(a).required(), b), hash(a, b));
+    EXPECT_NE(hash(Property::attribute(u"a"_s, KXAttributeType::Integer64), b), hash(a, b));
+}
+
+TEST(Models, mergeTheCurrentVersionsOfTheBundles)
+{
+    const QTemporaryDir folder;
+    KXBundle &bundle = KXBundle::mainBundle();
+    const QStringList before = bundle.resourceFolders();
+    struct Restore
+    {
+        KXBundle &bundle;
+        const QStringList folders;
+        ~Restore() { bundle.setResourceFolders(folders); }
+    } restore { bundle, before };
+    bundle.setResourceFolders({ folder.path() });
+    const auto model = [](const char *attribute, const char *entity = "Crate") {
+        return QByteArray(R"({"entities": [{"name": ")") + entity + R"(", "attributes": [{"name": ")" + attribute + R"(", "type": "string"}]}]})";
+    };
+    KXError error;
+    EXPECT_FALSE(KXManagedObjectModel::mergedModelFromBundles({ &bundle }, &error));
+    EXPECT_TRUE(error);
+
+    QDir(folder.path()).mkdir(u"Crates.momd"_s);
+    writeFile(folder.filePath(u"Crates.momd/Crates.mom"_s), model("first"));
+    writeFile(folder.filePath(u"Crates.momd/Crates 2.mom"_s), model("second"));
+    writeFile(folder.filePath(u"Crates.momd/Crates 3.mom"_s), model("third"));
+    writeFile(folder.filePath(u"Labels.mom"_s), model("name", "Label"));
+    const auto attribute = [](const char *entity) {
+        KXError problem;
+        const auto merged = KXManagedObjectModel::mergedModelFromBundles({}, &problem);
+        return merged && merged->entity(QString::fromLatin1(entity)) ? merged->entity(QString::fromLatin1(entity))->properties().first().name() : problem.localizedDescription();
+    };
+    writeFile(folder.filePath(u"Crates.momd/current"_s), "Crates 2.mom\n");
+    EXPECT_EQ(attribute("Crate"), u"second"_s);
+    EXPECT_EQ(attribute("Label"), u"name"_s);
+    writeFile(folder.filePath(u"Crates.momd/current"_s), "Crates 9.mom\n");
+    EXPECT_EQ(attribute("Crate"), u"first"_s) << "sorts last";
+    const auto coordinator = Coordinator::persistentStoreCoordinatorWithStoreURL(QUrl::fromLocalFile(folder.filePath(u"store.db"_s)), QList<const KXBundle *> {}, {}, &error);
+    ASSERT_TRUE(coordinator);
+    EXPECT_TRUE(KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator)->managedObjectForEntity(u"Crate"_s)->setValueForKey(u"first"_s, u"x"_s));
+
+    // The same entity in two models must be the same.
+    writeFile(folder.filePath(u"More.mom"_s), model("first"));
+    EXPECT_EQ(attribute("Crate"), u"first"_s);
+    writeFile(folder.filePath(u"More.mom"_s), model("other"));
+    EXPECT_TRUE(attribute("Crate").contains(u"Crate"_s));
+
+    const char *const bad[] = { "", "[]", "{\"entities\": [", R"({"entities": [{"name": ""}]})", R"({"entities": [{"name": "A", "parent": "B"}]})",
+        R"({"entities": [{"name": "A", "attributes": [{"name": "a", "type": "text"}]}]})",
+        R"({"entities": [{"name": "A", "attributes": [{"name": "kx_id", "type": "string"}]}]})",
+        R"({"entities": [{"name": "A"}, {"name": "A"}]})",
+        R"({"entities": [{"name": "A", "relationships": [{"name": "r", "destination": "B"}]}]})",
+        R"({"entities": [{"name": "A", "relationships": [{"name": "r", "destination": "A", "inverse": "s"}]}]})",
+        R"({"entities": [{"name": "A"}], "templates": [{"name": "t", "entity": "A", "predicate": "x =="}]})" };
+    const KXTestLog log;
+    for (const char *json : bad) {
+        const QString path = folder.filePath(u"Bad.mom"_s);
+        writeFile(path, json);
+        error = {};
+        EXPECT_FALSE(KXManagedObjectModel::modelWithContentsOfFile(path, &error)) << json;
+        EXPECT_TRUE(error.localizedDescription().contains(path)) << json;
+        EXPECT_FALSE(Coordinator::persistentStoreCoordinatorWithStoreURL(QUrl::fromLocalFile(folder.filePath(u"store.db"_s)), QList<const KXBundle *> {}, {}, &error));
+    }
+    EXPECT_FALSE(KXManagedObjectModel::modelWithContentsOfFile(folder.filePath(u"missing.mom"_s), &error));
+    EXPECT_TRUE(error.localizedDescription().contains(u"missing.mom"_s));
+}
