@@ -13,7 +13,7 @@
 #include <kestrixkit/foundation/KXObservable.h>
 #include <kestrixkit/store/KXPredicate.h>
 
-#include "support/Random.h"
+#include "support/KXTestRandom.h"
 
 using namespace Qt::StringLiterals;
 
@@ -41,7 +41,7 @@ KXPredicate parsed(const QString &text)
 class RandomTree
 {
 public:
-    explicit RandomTree(Random &random) : m_random(random) { }
+    explicit RandomTree(KXTestRandom &random) : m_random(random) { }
 
     KXPredicate predicate(int depth)
     {
@@ -114,7 +114,7 @@ private:
         case 0:
             return QVariant();
         case 1:
-            return QDateTime::fromMSecsSinceEpoch(qint64(m_random.real(-4e14, 4e14)), Qt::UTC);
+            return QDateTime::fromMSecsSinceEpoch(qint64(m_random.between(-4e14, 4e14)), Qt::UTC);
         case 2:
             return QUrl(u"https://a.b/c%20d?e=f#g"_s);
         case 3:
@@ -130,7 +130,7 @@ private:
         }
     }
 
-    Random &m_random;
+    KXTestRandom &m_random;
 };
 
 }
@@ -206,9 +206,9 @@ TEST(Predicate, takesArguments)
 
 TEST(Predicate, printsWhatItReadsBack)
 {
-    Random random;
+    KXTestRandom random;
     RandomTree trees(random);
-    for (int round = Random::rounds(100'000); round > 0; --round) {
+    for (int round = KXTestRandom::scaled(100'000); round > 0; --round) {
         const KXPredicate tree = trees.predicate(4);
         const QString text = tree.predicateFormat();
         KXError error;
@@ -221,12 +221,12 @@ TEST(Predicate, printsWhatItReadsBack)
 
 TEST(Predicate, survivesAnyText)
 {
-    Random random;
+    KXTestRandom random;
     static const QStringList pieces { u"AND"_s, u"OR"_s, u"NOT"_s, u"ANY"_s, u"("_s, u")"_s, u"{"_s, u"}"_s, u","_s, u"a"_s, u"b.c"_s, u"=="_s, u"<"_s, u"IN"_s,
         u"BETWEEN"_s, u"[cd]"_s, u"["_s, u"1"_s, u"-"_s, u"1.5e"_s, u"'x'"_s, u"\""_s, u"`"_s, u"\\"_s, u"$V"_s, u"SELF"_s, u"nil"_s, u"FUNCTION("_s, u"DATE("_s, u"%K"_s,
         u"%@"_s, u"%"_s, u"MODIFIER("_s, u"OPERATOR(4)"_s, u"."_s, u"@count"_s, u"TRUEPREDICATE"_s, u"\u0000"_s, QString(QChar(0xD800)) };
     const Thing thing;
-    for (int round = Random::rounds(100'000); round > 0; --round) {
+    for (int round = KXTestRandom::scaled(100'000); round > 0; --round) {
         QString text;
         for (int i = random.below(14); i >= 0; --i)
             text += random.oneOf(pieces) + (random.chance(0.8) ? u" "_s : QString());

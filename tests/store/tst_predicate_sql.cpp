@@ -23,7 +23,7 @@ namespace {
 class RandomLibrary : public LibraryTest
 {
 public:
-    explicit RandomLibrary(Random &random) : random(random), predicates(random) { }
+    explicit RandomLibrary(KXTestRandom &random) : random(random), predicates(random) { }
 
     void grow(int count)
     {
@@ -104,7 +104,7 @@ public:
 
     QString text() { return predicates.value(RandomPredicates::Text).toString(); }
 
-    Random &random;
+    KXTestRandom &random;
     RandomPredicates predicates;
     std::vector<KXRef<Track>> tracks;
     std::vector<KXRef<Genre>> genres;
@@ -162,12 +162,12 @@ QByteArray plan(Database &database, const KXPredicate &predicate)
 
 TEST(PredicateSQL, agreesWithMemoryOnSavedAndUnsavedObjects)
 {
-    Random random;
+    KXTestRandom random;
     RandomLibrary library(random);
     library.grow(60);
     ASSERT_TRUE(library.context->save());
 
-    const int rounds = Random::rounds(20'000);
+    const int rounds = KXTestRandom::scaled(20'000);
     std::map<QString, int> refused;
     int refusals = 0;
     int telling = 0;
@@ -210,13 +210,17 @@ TEST(PredicateSQL, agreesWithMemoryOnSavedAndUnsavedObjects)
 
 TEST(PredicateSQL, sortsAsMemoryDoes)
 {
-    Random random;
+    KXTestRandom random;
     RandomLibrary library(random);
     library.grow(60);
-    ASSERT_TRUE(library.context->save());
     const QString keys[] = { u"title"_s, u"comment"_s, u"bpm"_s, u"plays"_s, u"price"_s, u"added"_s, u"cover"_s, u"file"_s, u"uuid"_s,
         u"album.title"_s, u"album.artist.name"_s, u"original.price"_s, u"genres.@count"_s, u"album.tracks.@count"_s };
-    for (int round = Random::rounds(500); round > 0; --round) {
+    const int rounds = KXTestRandom::scaled(500);
+    for (int round = 0; round < rounds; ++round) {
+        if (round % 2)
+            library.change();
+        else
+            ASSERT_TRUE(library.context->save());
         QList<KXSortDescriptor> order;
         for (int i = random.below(3); i >= 0; --i)
             order.append({ random.oneOf(keys), random.chance(0.5) });
@@ -229,13 +233,13 @@ TEST(PredicateSQL, sortsAsMemoryDoes)
             }
             return false;
         });
-        const KXPredicateSQL sql = KXPredicateSQL::compileOrder(order, trackEntity());
-        ASSERT_EQ(sql.status, KXPredicateSQL::Compiled) << sql.reason.toStdString();
-        Database database(library.path());
-        const std::vector<QByteArray> found = database.rows("SELECT kx_id FROM \"Track\" t0 ORDER BY " + sql.text, sql);
-        ASSERT_EQ(found.size(), expected.size());
-        for (size_t i = 0; i < found.size(); ++i)
-            ASSERT_EQ(found[i].toLongLong(), expected[i]->objectID().key()) << sql.text.constData();
+        KXError error;
+        const KXFetchedList found = library.context->fetch(KXFetchRequest(u"Track"_s).setSortDescriptors(order), &error);
+        ASSERT_EQ(size_t(found.size()), expected.size()) << error.localizedDescription().toStdString();
+        for (qsizetype i = 0; i < found.size(); ++i) {
+            ASSERT_EQ(found.key(i), expected[size_t(i)]->objectID().key())
+                << order.first().key.toStdString() << ", round " << round << (library.context->hasChanges() ? ", unsaved" : "");
+        }
     }
 }
 
