@@ -13,7 +13,10 @@ class RandomPredicates
 public:
     enum Kind { Text, Number, Date, Binary, Uri, Uuid, Object, Kinds };
 
-    explicit RandomPredicates(KXTestRandom &random) : m_random(random) { }
+    explicit RandomPredicates(KXTestRandom &random)
+        : m_random(random)
+    {
+    }
 
     [[nodiscard]] KXPredicate predicate(int depth);
     /// A value from the pool of the kind.
