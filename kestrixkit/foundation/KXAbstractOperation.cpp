@@ -39,11 +39,16 @@ void KXOperationState::announcementOpened()
     ++openAnnouncements;
 }
 
-void KXOperationState::announcementClosed(bool isExecuting)
+void KXOperationState::announcementClosed(const KXAbstractOperation &operation)
 {
     {
         const std::lock_guard lock(mutex);
         openAnnouncements = std::max(0, openAnnouncements - 1);
+    }
+    // Asked after counting down: of two threads that close at a time, the last one must see what the other did.
+    const bool isExecuting = operation.isExecuting();
+    {
+        const std::lock_guard lock(mutex);
         // What is announced of an operation that is waiting in a queue says nothing about its run to come; one
         // that nobody queued has been started by hand.
         if (phase == Phase::Waiting && !queued && isExecuting)
@@ -257,14 +262,14 @@ void KXAbstractOperation::willChangeValueForKey(QStringView key)
 
 void KXAbstractOperation::didChangeValueForKey(QStringView key)
 {
-    const auto state = m_state; // whoever is told may let the operation go
-    const bool executing = isExecuting();
+    const auto self = weak_from_this().lock(); // whoever is told may let the operation go
+    const auto state = m_state;
     if (isObserved()) {
         const std::lock_guard lock(state->announceMutex);
         KXObservable::didChangeValueForKey(key);
     }
     if (operationKeyIsState(key))
-        state->announcementClosed(executing);
+        state->announcementClosed(*this);
 }
 
 void KXAbstractOperation::setPlainExecuting(bool executing)

@@ -19,7 +19,7 @@ public:
     // An announcement is open until its didChange: the end counts when the last one closes, since whoever
     // announces still uses the operation until then.
     void announcementOpened();
-    void announcementClosed(bool executing);
+    void announcementClosed(const KXAbstractOperation &operation);
     // For an operation whose start() threw, or returned without ever executing.
     void finishUnlessRunning(bool executing);
     void finish();

@@ -24,8 +24,7 @@ Clock &clockOfProcess()
 }
 
 // Calls fn with the state, locked.
-template<typename Function>
-auto clockState(Function &&fn)
+template <typename Function> auto clockState(Function &&fn)
 {
     Clock &clock = clockOfProcess();
     const std::lock_guard lock(clock.mutex);

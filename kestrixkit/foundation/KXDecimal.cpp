@@ -259,9 +259,18 @@ KXDecimal KXDecimal::operator-() const
     return KXDecimal(isNegative() ? m_text.mid(1) : '-' + m_text);
 }
 
-KXDecimal operator+(const KXDecimal &a, const KXDecimal &b) { return KXDecimal(decimalText(decimalNumber(a) + decimalNumber(b))); }
-KXDecimal operator-(const KXDecimal &a, const KXDecimal &b) { return KXDecimal(decimalText(decimalNumber(a) - decimalNumber(b))); }
-KXDecimal operator*(const KXDecimal &a, const KXDecimal &b) { return KXDecimal(decimalText(decimalNumber(a) * decimalNumber(b))); }
+KXDecimal operator+(const KXDecimal &a, const KXDecimal &b)
+{
+    return KXDecimal(decimalText(decimalNumber(a) + decimalNumber(b)));
+}
+KXDecimal operator-(const KXDecimal &a, const KXDecimal &b)
+{
+    return KXDecimal(decimalText(decimalNumber(a) - decimalNumber(b)));
+}
+KXDecimal operator*(const KXDecimal &a, const KXDecimal &b)
+{
+    return KXDecimal(decimalText(decimalNumber(a) * decimalNumber(b)));
+}
 
 KXDecimal operator/(const KXDecimal &a, const KXDecimal &b)
 {

@@ -46,8 +46,7 @@ public:
     }
     Q_DISABLE_COPY_MOVE(ObservableAnnouncing)
 
-    template<typename Function>
-    void forEachLink(QStringView key, Function &&fn)
+    template <typename Function> void forEachLink(QStringView key, Function &&fn)
     {
         // Links added meanwhile are not called.
         for (size_t at = 0, count = m_data->links.size(); at < count && !m_data->orphaned; ++at) {

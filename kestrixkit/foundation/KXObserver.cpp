@@ -201,7 +201,8 @@ void KXObserverPrivate::start(const std::shared_ptr<KXObserver> &observer, KXObs
 void KXObserverPrivate::willChange(const KXKeyAnnouncement &announcement)
 {
     KXObservable *root = chain.root();
-    if (stopped || !root || !(options & KXObservingOptionOld) || std::exchange(lastWill, announcement.serial) == announcement.serial)
+    if (stopped || !root || !(options & KXObservingOptionOld)
+        || std::exchange(lastWill, announcement.serial) == announcement.serial)
         return;
     pending.push_back({ announcement.object, announcement.key.toString(),
         announcement.kind == KXChangeKind::Setting ? root->valueForKeyPath(keyPath) : QVariant() });
@@ -215,9 +216,8 @@ void KXObserverPrivate::didChange(const KXKeyAnnouncement &announcement)
     const bool members = announcement.kind != KXChangeKind::Setting;
     if (options & KXObservingOptionOld) {
         // The newest that fits: announcements nest, and one that was never completed must not confuse others.
-        const auto at = std::find_if(pending.rbegin(), pending.rend(), [&](const Pending &value) {
-            return value.object == announcement.object && value.key == announcement.key;
-        });
+        const auto at = std::find_if(pending.rbegin(), pending.rend(),
+            [&](const Pending &value) { return value.object == announcement.object && value.key == announcement.key; });
         if (at != pending.rend()) {
             change.oldValue = std::move(at->oldValue);
             pending.erase(std::next(at).base());

@@ -55,6 +55,7 @@ KXManagedObject::Factory KXManagedObject::registeredClass(const QString &classNa
 void KXManagedObject::destroyUnreferenced() const noexcept
 {
     auto *self = const_cast<KXManagedObject *>(this);
+    endWeakHandles();
     if (!(m_flags & Detached) && m_context)
         m_context->d().forget(self);
     delete self;

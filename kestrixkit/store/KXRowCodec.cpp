@@ -50,8 +50,15 @@ KXRowCodec::KXRowCodec(const KXEntityDescription &entity) : m_entity(entity)
         parameters += ", " + QByteArray::number(entity.number());
     }
     for (const KXPropertyDescription &property : entity.properties()) {
+        if (property.isToMany())
+            m_toMany.push_back(&property);
+        // Each pair of a join table stands in the sets of both ends; one of them writes it.
+        if (!property.joinTable().isEmpty() && (!property.inverse() || property.inverse() == &property || property.joinSource() == "a"))
+            m_joins.push_back(&property);
         if (!property.hasColumn())
             continue;
+        if (!property.isOptional() || (property.isAttribute() && property.type() == KXAttributeType::Double))
+            m_validated.push_back(&property);
         m_columns.push_back({ &property, positions.value(property.column()) });
         m_insert += ", " + property.column();
         parameters += ", ?";

@@ -41,19 +41,14 @@ void KXTextSlot::assign(QString text)
 {
     Data *before = m_data;
     m_data = nullptr;
-    m_size = text.size();
-    if (m_size > 0) {
+    m_size = 0;
+    if (!text.isEmpty()) {
         // Literals own nothing, a text cut at its front does not begin at its allocation, and one that was
         // converted from long UTF-8 may hold three times what it needs.
         QString::DataPointer *pointer = &text.data_ptr();
-        if (!pointer->d_ptr() || pointer->freeSpaceAtBegin() != 0 || pointer->constAllocatedCapacity() > 2 * m_size + 16) {
-            text = QString(text.constData(), m_size);
-            pointer = &text.data_ptr();
-        }
-        m_data = pointer->d_ptr();
-        // The argument's own reference becomes ours: its storage is forgotten, not released.
-        alignas(QString) char forgotten[sizeof(QString)];
-        new (forgotten) QString(std::move(text));
+        if (!pointer->d_ptr() || pointer->freeSpaceAtBegin() != 0 || pointer->constAllocatedCapacity() > 2 * text.size() + 16)
+            text = QString(text.constData(), text.size());
+        take(std::move(text));
     }
     if (before && !before->deref())
         Data::deallocate(before);
@@ -70,13 +65,20 @@ void KXTextSlot::assignUtf8(const char *utf8, qsizetype size)
         assign(QString::fromUtf8(utf8, size));
         return;
     }
-    const auto [data, start] = Data::allocate(size + 1);
-    Q_CHECK_PTR(data);
+    QString text(size, Qt::Uninitialized);
+    auto *start = reinterpret_cast<char16_t *>(text.data());
     for (qsizetype i = 0; i < size; ++i)
         start[i] = uchar(utf8[i]);
-    start[size] = 0; // as in every QString
-    m_data = data;
-    m_size = size;
+    take(std::move(text));
+}
+
+void KXTextSlot::take(QString &&text)
+{
+    m_data = text.data_ptr().d_ptr();
+    m_size = text.size();
+    // The argument's own reference becomes ours: its storage is forgotten, not released.
+    alignas(QString) char forgotten[sizeof(QString)];
+    new (forgotten) QString(std::move(text));
 }
 
 int KXRowValues::layOut(const KXEntityDescription &entity, const std::function<void(int, int)> &place)

@@ -40,6 +40,7 @@ public:
 
 private:
     using Data = QTypedArrayData<char16_t>;
+    void take(QString &&text);
     [[nodiscard]] char16_t *start() const { return Data::dataStart(m_data, alignof(Data)); }
 
     Data *m_data; // nullptr: empty

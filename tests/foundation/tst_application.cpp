@@ -53,8 +53,8 @@ TEST_F(Application, FoldersAreNamedAfterTheBundleAndMade)
     EXPECT_EQ(KXFileManager::applicationSupportFolderPath(), path("XDG_DATA_HOME", u"/Crate Digger"_s));
     EXPECT_EQ(KXFileManager::cachesFolderPath(), path("XDG_CACHE_HOME", u"/org.example.crates"_s));
     EXPECT_EQ(KXFileManager::temporaryFolderPath(), path("TMPDIR", u"/org.example.crates"_s));
-    for (const QString &folder : { path("XDG_DATA_HOME", u"/Crate Digger"_s), path("XDG_CACHE_HOME", u"/org.example.crates"_s),
-             path("TMPDIR", u"/org.example.crates"_s) })
+    for (const QString &folder : { path("XDG_DATA_HOME", u"/Crate Digger"_s),
+             path("XDG_CACHE_HOME", u"/org.example.crates"_s), path("TMPDIR", u"/org.example.crates"_s) })
         EXPECT_TRUE(QFileInfo(folder).isDir()) << folder.toStdString();
 }
 
@@ -102,15 +102,18 @@ TEST_F(Application, BundlesFindTheirNameAndResources)
     const QStringList former = bundle.resourceFolders();
     for (const QString &folder : { u"one"_s, u"two/Model.momd"_s })
         QDir().mkpath(m_dir.filePath(folder));
-    for (const QString &file : { u"one/b.mom"_s, u"one/a.mom"_s, u"two/a.mom"_s, u"two/c.txt"_s, u"two/Model.momd/v2.mom"_s }) {
+    for (const QString &file :
+        { u"one/b.mom"_s, u"one/a.mom"_s, u"two/a.mom"_s, u"two/c.txt"_s, u"two/Model.momd/v2.mom"_s }) {
         QFile made(m_dir.filePath(file));
         ASSERT_TRUE(made.open(QIODevice::WriteOnly));
     }
     bundle.setResourceFolders({ m_dir.filePath(u"one"_s), m_dir.filePath(u"two"_s), m_dir.filePath(u"missing"_s) });
-    EXPECT_EQ(bundle.resourcePaths(u"mom"_s), QStringList({ m_dir.filePath(u"one/a.mom"_s), m_dir.filePath(u"one/b.mom"_s),
-        m_dir.filePath(u"two/a.mom"_s) }));
+    EXPECT_EQ(bundle.resourcePaths(u"mom"_s),
+        QStringList(
+            { m_dir.filePath(u"one/a.mom"_s), m_dir.filePath(u"one/b.mom"_s), m_dir.filePath(u"two/a.mom"_s) }));
     EXPECT_EQ(bundle.resourcePaths(u"momd"_s), QStringList({ m_dir.filePath(u"two/Model.momd"_s) }));
-    EXPECT_EQ(bundle.resourcePaths(u"mom"_s, u"Model.momd"_s), QStringList({ m_dir.filePath(u"two/Model.momd/v2.mom"_s) }));
+    EXPECT_EQ(
+        bundle.resourcePaths(u"mom"_s, u"Model.momd"_s), QStringList({ m_dir.filePath(u"two/Model.momd/v2.mom"_s) }));
     EXPECT_EQ(bundle.pathForResource(u"a"_s, u"mom"_s), m_dir.filePath(u"one/a.mom"_s));
     EXPECT_EQ(bundle.pathForResource(u"c.txt"_s), m_dir.filePath(u"two/c.txt"_s));
     EXPECT_TRUE(bundle.pathForResource(u"d"_s, u"mom"_s).isNull());
@@ -147,11 +150,20 @@ TEST_F(Application, AnEditorMayRefuseToEndItsEditing)
     const int other = 0;
     EXPECT_TRUE(KXApplication::commitEditing(&subject));
     QStringList asked;
-    const auto first = KXApplication::registerEditor(&subject, [&] { asked.append(u"first"_s); return true; });
-    const auto foreign = KXApplication::registerEditor(&other, [&] { asked.append(u"foreign"_s); return false; });
+    const auto first = KXApplication::registerEditor(&subject, [&] {
+        asked.append(u"first"_s);
+        return true;
+    });
+    const auto foreign = KXApplication::registerEditor(&other, [&] {
+        asked.append(u"foreign"_s);
+        return false;
+    });
     EXPECT_TRUE(KXApplication::commitEditing(&subject));
     {
-        const auto veto = KXApplication::registerEditor(&subject, [&] { asked.append(u"veto"_s); return false; });
+        const auto veto = KXApplication::registerEditor(&subject, [&] {
+            asked.append(u"veto"_s);
+            return false;
+        });
         EXPECT_FALSE(KXApplication::commitEditing(&subject));
     }
     EXPECT_TRUE(KXApplication::commitEditing(&subject));

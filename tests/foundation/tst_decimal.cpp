@@ -18,15 +18,36 @@ QString canonical(const char *text) { return decimal(text).toString(); }
 
 TEST(Decimal, HasOneTextForEachNumber)
 {
-    const struct { const char *text; const char *canonical; } rows[] = {
-        { "5", "5" }, { "5.0", "5" }, { "005.00", "5" }, { "+5", "5" }, { "50E-1", "5" }, { "0.05e2", "5" },
-        { "0.1", "0.1" }, { "-3.250", "-3.25" }, { "-0", "0" }, { "0.000", "0" }, { "-0E5", "0" }, { "1200", "1200" },
-        { "1E3", "1000" }, { "1E39", "1000000000000000000000000000000000000000" }, { "1.50E+60", "1.5E+60" },
-        { "1E-3", "0.001" }, { "2E-41", "2E-41" }, { "2E-40", "0.0000000000000000000000000000000000000002" },
-        { "12345678901234567890123456789012345678901234567890", "1.234567890123456789012345678901234567890123456789E+49" },
-        { "0.33333333333333333333333333333333333333333333333333333", "0.33333333333333333333333333333333333333333333333333" },
+    const struct
+    {
+        const char *text;
+        const char *canonical;
+    } rows[] = {
+        { "5", "5" },
+        { "5.0", "5" },
+        { "005.00", "5" },
+        { "+5", "5" },
+        { "50E-1", "5" },
+        { "0.05e2", "5" },
+        { "0.1", "0.1" },
+        { "-3.250", "-3.25" },
+        { "-0", "0" },
+        { "0.000", "0" },
+        { "-0E5", "0" },
+        { "1200", "1200" },
+        { "1E3", "1000" },
+        { "1E39", "1000000000000000000000000000000000000000" },
+        { "1.50E+60", "1.5E+60" },
+        { "1E-3", "0.001" },
+        { "2E-41", "2E-41" },
+        { "2E-40", "0.0000000000000000000000000000000000000002" },
+        { "12345678901234567890123456789012345678901234567890",
+            "1.234567890123456789012345678901234567890123456789E+49" },
+        { "0.33333333333333333333333333333333333333333333333333333",
+            "0.33333333333333333333333333333333333333333333333333" },
         { "0.99999999999999999999999999999999999999999999999999995", "1" },
-        { "1E-10000", "0" }, { "9.5E9999", "9.5E+9999" },
+        { "1E-10000", "0" },
+        { "9.5E9999", "9.5E+9999" },
     };
     for (const auto &row : rows) {
         EXPECT_EQ(canonical(row.text), QLatin1StringView(row.canonical)) << row.text;
@@ -38,8 +59,8 @@ TEST(Decimal, HasOneTextForEachNumber)
 
 TEST(Decimal, RefusesWhatIsNoNumber)
 {
-    for (const char *text : { "", " 5", "5 ", ".5", "5.", "-", "+", "1e", "1e+", "1,5", "0x10", "nan", "inf", "--1", "1.2.3",
-             "1E10000", "1E9999999999", "½", "٣" })
+    for (const char *text : { "", " 5", "5 ", ".5", "5.", "-", "+", "1e", "1e+", "1,5", "0x10", "nan", "inf", "--1",
+             "1.2.3", "1E10000", "1E9999999999", "½", "٣" })
         EXPECT_FALSE(KXDecimal::fromString(QString::fromUtf8(text))) << text;
     EXPECT_FALSE(KXDecimal::fromString(QString(2000, u'9')));
 }
@@ -52,11 +73,21 @@ TEST(Decimal, ConvertsFromAndToBinaryNumbers)
     EXPECT_EQ(KXDecimal::fromDouble(-0.0), KXDecimal());
     EXPECT_EQ(KXDecimal::fromDouble(std::numeric_limits<double>::quiet_NaN()), KXDecimal());
     EXPECT_EQ(decimal("1E400").toDouble(), std::numeric_limits<double>::infinity());
-    const struct { const char *text; qint64 integer; bool ok; } rows[] = {
-        { "0", 0, true }, { "2.99", 2, true }, { "-2.99", -2, true }, { "-0.5", 0, true }, { "1E-50", 0, true },
+    const struct
+    {
+        const char *text;
+        qint64 integer;
+        bool ok;
+    } rows[] = {
+        { "0", 0, true },
+        { "2.99", 2, true },
+        { "-2.99", -2, true },
+        { "-0.5", 0, true },
+        { "1E-50", 0, true },
         { "9223372036854775807.9", std::numeric_limits<qint64>::max(), true },
         { "-9223372036854775808", std::numeric_limits<qint64>::min(), true },
-        { "9223372036854775808", 0, false }, { "1E45", 0, false },
+        { "9223372036854775808", 0, false },
+        { "1E45", 0, false },
     };
     for (const auto &row : rows) {
         bool ok = !row.ok;
@@ -99,9 +130,12 @@ TEST(Decimal, AgreesWithIntegerArithmetic)
         const QByteArray bText = scaledText(b, scale);
         const KXDecimal da = decimal(aText.constData());
         const KXDecimal db = decimal(bText.constData());
-        ASSERT_EQ(da + db, decimal(scaledText(a + b, scale).constData())) << aText.toStdString() << " + " << bText.toStdString();
-        ASSERT_EQ(da - db, decimal(scaledText(a - b, scale).constData())) << aText.toStdString() << " - " << bText.toStdString();
-        ASSERT_EQ(da * db, decimal(scaledText(a * b, 2 * scale).constData())) << aText.toStdString() << " * " << bText.toStdString();
+        ASSERT_EQ(da + db, decimal(scaledText(a + b, scale).constData()))
+            << aText.toStdString() << " + " << bText.toStdString();
+        ASSERT_EQ(da - db, decimal(scaledText(a - b, scale).constData()))
+            << aText.toStdString() << " - " << bText.toStdString();
+        ASSERT_EQ(da * db, decimal(scaledText(a * b, 2 * scale).constData()))
+            << aText.toStdString() << " * " << bText.toStdString();
         if (b != 0) {
             ASSERT_EQ(da * db / db, da) << aText.toStdString() << " / " << bText.toStdString();
         }
@@ -124,10 +158,12 @@ TEST(Decimal, OrdersCanonicalTextsOfEveryForm)
         }
     }
     // Foreign texts reach the comparison out of a damaged file.
-    const QList<QByteArray> rubbish { "", "-", ".", "E", "abc", "1E", "-.E-", "1.2.3E9999999999", QByteArray("\0\xff", 2) };
+    const QList<QByteArray> rubbish { "", "-", ".", "E", "abc", "1E", "-.E-", "1.2.3E9999999999",
+        QByteArray("\0\xff", 2) };
     for (const auto &a : rubbish) {
         for (const auto &b : rubbish + ascending)
-            EXPECT_EQ(KXDecimal::compare(a, b) <=> 0, 0 <=> KXDecimal::compare(b, a)) << a.toStdString() << "|" << b.toStdString();
+            EXPECT_EQ(KXDecimal::compare(a, b) <=> 0, 0 <=> KXDecimal::compare(b, a))
+                << a.toStdString() << "|" << b.toStdString();
     }
 }
 

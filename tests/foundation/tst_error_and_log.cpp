@@ -22,7 +22,8 @@ TEST(Error, IsEmptyUntilSomethingWentWrong)
     EXPECT_TRUE(error.userInfo().isEmpty());
     EXPECT_TRUE(error.callStack().isEmpty());
     EXPECT_FALSE(KXSetError(nullptr, KXError(u"d"_s, 1, u"x"_s)));
-    EXPECT_FALSE(KXSetError(&error, KXError(KXKestrixKitErrorDomain, 8001, u"No models found in bundle"_s, { { u"k"_s, 2 } })));
+    EXPECT_FALSE(
+        KXSetError(&error, KXError(KXKestrixKitErrorDomain, 8001, u"No models found in bundle"_s, { { u"k"_s, 2 } })));
     EXPECT_TRUE(error);
     EXPECT_EQ(error.domain(), u"com.kestrix.KestrixKit"_s);
     EXPECT_EQ(error.code(), 8001);
@@ -77,7 +78,8 @@ TEST(Log, IsGatedBeforeItsArgumentsAreEvaluated)
         KXLogDebug(audio, "never %@", argument());
         KXKestrixKitLogLevel = 0;
         KXLogError(store, "never %@", argument());
-        EXPECT_EQ(log.lines(), QStringList({ u"kestrix.store: Failed to save: 1"_s, u"kestrix.audio: 100% of %s%n"_s }));
+        EXPECT_EQ(
+            log.lines(), QStringList({ u"kestrix.store: Failed to save: 1"_s, u"kestrix.audio: 100% of %s%n"_s }));
     }
     EXPECT_EQ(evaluated, 1);
     KXKestrixKitLogLevel = former;

@@ -46,14 +46,16 @@ TEST(Format, PrintsEachTypeInItsShortestForm)
 TEST(Format, AbsentValuesPrintAsNothing)
 {
     const char *noText = nullptr;
-    EXPECT_EQ(KXStringWithFormat("[%@%@%@%@%@%d]", QString(), QVariant(), std::optional<int>(), noText, nullptr,
-                  std::nullopt), u"[]"_s);
+    EXPECT_EQ(KXStringWithFormat(
+                  "[%@%@%@%@%@%d]", QString(), QVariant(), std::optional<int>(), noText, nullptr, std::nullopt),
+        u"[]"_s);
     EXPECT_EQ(KXStringWithFormat("[%@]", std::optional<QString>(u"x"_s)), u"[x]"_s);
 }
 
 TEST(Format, UnderstandsTheUsualConversions)
 {
-    EXPECT_EQ(KXStringWithFormat("%d %i %u %ld %lu %lld %zu", -1, 2, 3U, 4L, 5UL, -6LL, size_t(7)), u"-1 2 3 4 5 -6 7"_s);
+    EXPECT_EQ(
+        KXStringWithFormat("%d %i %u %ld %lu %lld %zu", -1, 2, 3U, 4L, 5UL, -6LL, size_t(7)), u"-1 2 3 4 5 -6 7"_s);
     EXPECT_EQ(KXStringWithFormat("%f %.2f %05d %-3d| %x", 0.5, 2.345678, 42, 7, 255), u"0.500000 2.35 00042 7  | ff"_s);
     EXPECT_EQ(KXStringWithFormat("100%% %s", "sure"), u"100% sure"_s);
 }

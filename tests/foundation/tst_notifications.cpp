@@ -53,12 +53,13 @@ TEST(Notifications, CarryAPayload)
 {
     KXNotificationCenter center;
     int seen = 0;
-    const auto token = center.addObserver(name, KXNotificationCenter::anySender(), [&](const KXNotification &notification) {
-        const auto *list = notification.payloadAs<std::vector<int>>();
-        seen = list ? list->at(1) : -1;
-        EXPECT_EQ(notification.payloadAs<int>(), nullptr);
-        EXPECT_EQ(notification.userInfo.value(u"k"_s), u"v"_s);
-    });
+    const auto token
+        = center.addObserver(name, KXNotificationCenter::anySender(), [&](const KXNotification &notification) {
+              const auto *list = notification.payloadAs<std::vector<int>>();
+              seen = list ? list->at(1) : -1;
+              EXPECT_EQ(notification.payloadAs<int>(), nullptr);
+              EXPECT_EQ(notification.userInfo.value(u"k"_s), u"v"_s);
+          });
     center.post(name, nullptr, std::vector<int> { 4, 5 }, { { u"k"_s, u"v"_s } });
     EXPECT_EQ(seen, 5);
 }
@@ -74,11 +75,14 @@ TEST(Notifications, MayBeChangedWhileTheyAreDelivered)
         calls.append(u"self"_s);
         self.reset(); // does not wait for itself
         third.reset(); // not called any more
-        late = center.addObserver(name, KXNotificationCenter::anySender(), [&](const KXNotification &) { calls.append(u"late"_s); });
+        late = center.addObserver(
+            name, KXNotificationCenter::anySender(), [&](const KXNotification &) { calls.append(u"late"_s); });
         center.post(name); // already reaches the new one
     });
-    const auto second = center.addObserver(name, KXNotificationCenter::anySender(), [&](const KXNotification &) { calls.append(u"second"_s); });
-    third = center.addObserver(name, KXNotificationCenter::anySender(), [&](const KXNotification &) { calls.append(u"third"_s); });
+    const auto second = center.addObserver(
+        name, KXNotificationCenter::anySender(), [&](const KXNotification &) { calls.append(u"second"_s); });
+    third = center.addObserver(
+        name, KXNotificationCenter::anySender(), [&](const KXNotification &) { calls.append(u"third"_s); });
     center.post(name);
     EXPECT_EQ(calls, QStringList({ u"self"_s, u"second"_s, u"late"_s, u"second"_s }));
 }
@@ -88,8 +92,10 @@ TEST(Notifications, AnObserverThatThrowsHarmsNobody)
     const KXTestLog log;
     KXNotificationCenter center;
     int called = 0;
-    const auto bad = center.addObserver(name, KXNotificationCenter::anySender(), [](const KXNotification &) { throw std::runtime_error("no good"); });
-    const auto good = center.addObserver(name, KXNotificationCenter::anySender(), [&](const KXNotification &) { ++called; });
+    const auto bad = center.addObserver(
+        name, KXNotificationCenter::anySender(), [](const KXNotification &) { throw std::runtime_error("no good"); });
+    const auto good
+        = center.addObserver(name, KXNotificationCenter::anySender(), [&](const KXNotification &) { ++called; });
     EXPECT_NO_THROW(center.post(name));
     EXPECT_EQ(called, 1);
     EXPECT_TRUE(log.contains(u"no good"_s));
@@ -106,7 +112,8 @@ TEST(Notifications, TokensMoveAndOutliveTheirCentre)
         center.post(name);
         token = std::move(moved);
         center.post(name);
-        token = center.addObserver(name, KXNotificationCenter::anySender(), [&](const KXNotification &) { called += 10; });
+        token = center.addObserver(
+            name, KXNotificationCenter::anySender(), [&](const KXNotification &) { called += 10; });
         center.post(name); // the former subscription ended with the assignment
     }
     EXPECT_EQ(called, 12);

@@ -197,7 +197,6 @@ TEST_F(Observation, FollowsDependentKeys)
     EXPECT_EQ(last.newValue, u"leaf/middle/"_s);
     root->setValueForKey(u"name"_s, u"unrelated"_s);
     EXPECT_EQ(calls, 4);
-
 }
 
 TEST_F(Observation, ARingOfDependenciesEnds)

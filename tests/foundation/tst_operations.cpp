@@ -206,7 +206,7 @@ TEST(Operations, WaitForTheirDependenciesUnlessCancelled)
 {
     KXOperationQueue one;
     KXOperationQueue two;
-    const auto never = std::make_shared<KXBlockOperation>([] { });
+    const auto never = std::make_shared<KXBlockOperation>([] {});
     const auto waiting = std::make_shared<KXBlockOperation>([] { FAIL() << "was cancelled"; });
     waiting->addDependency(never);
     one.addOperation(waiting);
@@ -253,8 +253,9 @@ TEST(Operations, StartedByHandTheyEndAsWell)
     block->waitUntilFinished();
     EXPECT_EQ(ran, 1);
     block->cancel();
-    EXPECT_EQ(announced, QStringList({ u"isExecuting=true"_s, u"isFinished=false"_s, u"isExecuting=false"_s,
-        u"isFinished=true"_s, u"isCancelled=true"_s }));
+    EXPECT_EQ(announced,
+        QStringList({ u"isExecuting=true"_s, u"isFinished=false"_s, u"isExecuting=false"_s, u"isFinished=true"_s,
+            u"isCancelled=true"_s }));
     KXOperationQueue queue;
     EXPECT_THROW(queue.addOperation(block), KXException);
     const auto thrower = std::make_shared<KXBlockOperation>([] { throw std::runtime_error("by hand"); });
@@ -266,19 +267,19 @@ TEST(Operations, DestroyingTheQueueCancelsAndWaits)
 {
     std::atomic<int> ended { 0 };
     {
+        std::latch running(2);
         KXOperationQueue queue;
         queue.setMaxConcurrentOperationCount(2);
         for (int i = 0; i < 10; ++i)
             queue.addBlock([&](KXAbstractOperation &self) {
+                running.count_down();
                 while (!self.isCancelled())
                     std::this_thread::yield();
                 ++ended;
             });
-        while (queue.operations().isEmpty() || !queue.operations().first()->isExecuting())
-            std::this_thread::yield();
+        running.wait();
     }
-    EXPECT_GE(ended, 1);
-    EXPECT_LE(ended, 2);
+    EXPECT_EQ(ended, 2);
 
     // One of its own operations destroys the queue; the others end without it.
     auto queue = std::make_unique<KXOperationQueue>();
@@ -340,6 +341,7 @@ TEST(Operations, SurviveManyThreads)
                 thread.join();
             queue.setSuspended(false);
             queue.waitUntilAllOperationsAreFinished();
+            const std::lock_guard lock(finisherMutex); // the last one may still be on its way into the list
             for (auto &finisher : finishers)
                 finisher.join();
         }

@@ -31,9 +31,11 @@ TEST_F(UserDefaults, TypesSurvive)
 {
     const QDateTime date(QDate(2024, 5, 6), QTime(7, 8, 9, 10), Qt::UTC);
     const QVariantMap values { { u"text"_s, u"12"_s }, { u"number"_s, 12 }, { u"real"_s, 12.0 }, { u"yes"_s, true },
-        { u"data"_s, QByteArray("\0\xff", 2) }, { u"date"_s, date }, { u"list"_s, QVariantList { 1, u"1"_s, QVariantList() } },
-        { u"map"_s, QVariantMap { { u"k/x"_s, 1 } } }, { u"url"_s, QUrl(u"file:///a%20b"_s) }, { u"texts"_s, QStringList { u"a"_s, QString() } },
-        { u"empty"_s, u""_s }, { u"a//b/../%2F\\ Größe"_s, 1 }, { u"A//b/../%2F\\ Größe"_s, 2 }, { u"/x"_s, 3 }, { u"x/"_s, 4 }, { u"x"_s, 5 } };
+        { u"data"_s, QByteArray("\0\xff", 2) }, { u"date"_s, date },
+        { u"list"_s, QVariantList { 1, u"1"_s, QVariantList() } }, { u"map"_s, QVariantMap { { u"k/x"_s, 1 } } },
+        { u"url"_s, QUrl(u"file:///a%20b"_s) }, { u"texts"_s, QStringList { u"a"_s, QString() } },
+        { u"empty"_s, u""_s }, { u"a//b/../%2F\\ Größe"_s, 1 }, { u"A//b/../%2F\\ Größe"_s, 2 }, { u"/x"_s, 3 },
+        { u"x/"_s, 4 }, { u"x"_s, 5 } };
     const auto verify = [&](const KXUserDefaults &defaults) {
         EXPECT_EQ(defaults.stringForKey(u"text"_s), u"12"_s);
         EXPECT_EQ(defaults.integerForKey(u"text"_s), std::nullopt); // another type is no answer
@@ -109,8 +111,9 @@ TEST_F(UserDefaults, UnreadableFilesReadAsEmptyAndAreReplaced)
     }
     const KXTestLog log;
     int number = 0;
-    for (const QByteArray &bytes : { valid.left(valid.size() / 2), QByteArray("not cbor at all"), QByteArray(4096, '\xff'),
-             QByteArray(valid).replace("kestrix.defaults", "kestrix.somewhat"), QByteArray(17 << 20, '\0') }) {
+    for (const QByteArray &bytes :
+        { valid.left(valid.size() / 2), QByteArray("not cbor at all"), QByteArray(4096, '\xff'),
+            QByteArray(valid).replace("kestrix.defaults", "kestrix.somewhat"), QByteArray(17 << 20, '\0') }) {
         const QString path = m_dir.filePath(u"bad%1.cbor"_s.arg(++number));
         QFile file(path);
         ASSERT_TRUE(file.open(QIODevice::WriteOnly));
@@ -133,8 +136,10 @@ TEST_F(UserDefaults, ChangesAreAnnouncedPerKey)
     int told = 0;
     QVariantList observed;
     const auto token = defaults.onChange(u"k"_s, [&] { ++told; });
-    const auto observer = KXObserver::observerFor(&defaults, u"k"_s, KXObservingOptionNew | KXObservingOptionOld,
-        [&](const KXKeyValueChange &change) { observed.append({ change.oldValue, change.newValue }); });
+    const auto observer = KXObserver::observerFor(
+        &defaults, u"k"_s, KXObservingOptionNew | KXObservingOptionOld, [&](const KXKeyValueChange &change) {
+            observed.append({ change.oldValue, change.newValue });
+        });
     defaults.setValue(u"k"_s, 1);
     defaults.setValue(u"k"_s, 1); // no change
     defaults.setValue(u"other"_s, 1);

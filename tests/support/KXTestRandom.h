@@ -19,8 +19,7 @@ public:
     }
 
     /// Both ends included.
-    template<typename T>
-    T between(T least, T most)
+    template <typename T> T between(T least, T most)
     {
         if constexpr (std::is_floating_point_v<T>)
             return std::uniform_real_distribution<T>(least, most)(m_engine);
