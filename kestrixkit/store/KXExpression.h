@@ -47,8 +47,8 @@ public:
     [[nodiscard]] static KXExpression expressionForVariable(const QString &name, const QString &withKeyPath);
     [[nodiscard]] static KXExpression expressionForEvaluatedObject();
     /// The only function is "valueForKeyPath:" with one constant text; throws KXException for any other.
-    [[nodiscard]] static KXExpression expressionForFunction(const KXExpression &operand, const QString &name,
-        const QList<KXExpression> &arguments);
+    [[nodiscard]] static KXExpression expressionForFunction(
+        const KXExpression &operand, const QString &name, const QList<KXExpression> &arguments);
     /// A constant list where all the elements are constants.
     [[nodiscard]] static KXExpression expressionForAggregate(const QList<KXExpression> &elements);
 
@@ -73,7 +73,8 @@ public:
 
     /// What the expression stands for: a list where it reaches through a to-many relationship, as
     /// KXPredicate describes it. Throws KXException for a variable that is not among those given.
-    [[nodiscard]] QVariant expressionValueWithObject(const KXObservable *object, const QVariantMap &variables = {}) const;
+    [[nodiscard]] QVariant expressionValueWithObject(
+        const KXObservable *object, const QVariantMap &variables = {}) const;
 
     /// Text that reads back as an equal expression; see KXPredicate::predicateFormat.
     [[nodiscard]] QString expressionFormat() const;

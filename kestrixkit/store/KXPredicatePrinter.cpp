@@ -19,19 +19,32 @@ namespace {
 QLatin1StringView printerOperator(KXPredicateOperator comparisonOperator)
 {
     switch (comparisonOperator) {
-    case KXPredicateOperator::LessThan: return "<"_L1;
-    case KXPredicateOperator::LessThanOrEqual: return "<="_L1;
-    case KXPredicateOperator::GreaterThan: return ">"_L1;
-    case KXPredicateOperator::GreaterThanOrEqual: return ">="_L1;
-    case KXPredicateOperator::Equal: return "=="_L1;
-    case KXPredicateOperator::NotEqual: return "!="_L1;
-    case KXPredicateOperator::Matches: return "MATCHES"_L1;
-    case KXPredicateOperator::Like: return "LIKE"_L1;
-    case KXPredicateOperator::BeginsWith: return "BEGINSWITH"_L1;
-    case KXPredicateOperator::EndsWith: return "ENDSWITH"_L1;
-    case KXPredicateOperator::In: return "IN"_L1;
-    case KXPredicateOperator::Contains: return "CONTAINS"_L1;
-    case KXPredicateOperator::Between: return "BETWEEN"_L1;
+    case KXPredicateOperator::LessThan:
+        return "<"_L1;
+    case KXPredicateOperator::LessThanOrEqual:
+        return "<="_L1;
+    case KXPredicateOperator::GreaterThan:
+        return ">"_L1;
+    case KXPredicateOperator::GreaterThanOrEqual:
+        return ">="_L1;
+    case KXPredicateOperator::Equal:
+        return "=="_L1;
+    case KXPredicateOperator::NotEqual:
+        return "!="_L1;
+    case KXPredicateOperator::Matches:
+        return "MATCHES"_L1;
+    case KXPredicateOperator::Like:
+        return "LIKE"_L1;
+    case KXPredicateOperator::BeginsWith:
+        return "BEGINSWITH"_L1;
+    case KXPredicateOperator::EndsWith:
+        return "ENDSWITH"_L1;
+    case KXPredicateOperator::In:
+        return "IN"_L1;
+    case KXPredicateOperator::Contains:
+        return "CONTAINS"_L1;
+    case KXPredicateOperator::Between:
+        return "BETWEEN"_L1;
     }
     return {};
 }

@@ -12,8 +12,9 @@ bool sqlPathIsSame(const KXPropertyDescription &a, const KXPropertyDescription &
 {
     if (a.isToMany() != b.isToMany() || a.isTransient() != b.isTransient())
         return false;
-    return a.isToMany() ? a.joinTable() == b.joinTable() && a.joinSource() == b.joinSource() && a.inverse() == b.inverse()
-                        : a.column() == b.column();
+    return a.isToMany()
+        ? a.joinTable() == b.joinTable() && a.joinSource() == b.joinSource() && a.inverse() == b.inverse()
+        : a.column() == b.column();
 }
 
 /// The property of the entity, or of those of its sub-entities that have one of that name: rows of the others
@@ -30,7 +31,8 @@ const KXPropertyDescription &sqlPathProperty(const KXEntityDescription &entity, 
         found = found ? found : property;
     }
     if (!found)
-        throw KXPredicateSQLRefusal { KXPredicateSQL::UnknownKey, KXStringWithFormat("%@ has no property \"%@\"", entity.name(), key) };
+        throw KXPredicateSQLRefusal { KXPredicateSQL::UnknownKey,
+            KXStringWithFormat("%@ has no property \"%@\"", entity.name(), key) };
     if (found->isTransient())
         throw KXPredicateSQLRefusal { KXPredicateSQL::NotInSQL, KXStringWithFormat("\"%@\" is not stored", key) };
     return *found;
@@ -38,7 +40,8 @@ const KXPropertyDescription &sqlPathProperty(const KXEntityDescription &entity, 
 
 }
 
-KXPredicateSQLPath::KXPredicateSQLPath(const QStringList &keys, const KXEntityDescription &entity) : m_entity(&entity)
+KXPredicateSQLPath::KXPredicateSQLPath(const QStringList &keys, const KXEntityDescription &entity)
+    : m_entity(&entity)
 {
     constexpr qsizetype mostKeys = 50; // SQLite joins 64 tables at most
     if (keys.size() > mostKeys)
@@ -51,10 +54,14 @@ KXPredicateSQLPath::KXPredicateSQLPath(const QStringList &keys, const KXEntityDe
             m_steps.back().kind = Step::Count;
             here = nullptr;
         } else if (!here) {
-            throw KXPredicateSQLRefusal { KXPredicateSQL::UnknownKey, KXStringWithFormat("values have no key \"%@\"", key) };
+            throw KXPredicateSQLRefusal { KXPredicateSQL::UnknownKey,
+                KXStringWithFormat("values have no key \"%@\"", key) };
         } else {
             const KXPropertyDescription &property = sqlPathProperty(*here, key);
-            m_steps.push_back({ property.isToMany() ? Step::ToMany : property.isToOne() ? Step::ToOne : Step::Attribute, &property });
+            m_steps.push_back({ property.isToMany() ? Step::ToMany
+                    : property.isToOne()            ? Step::ToOne
+                                                    : Step::Attribute,
+                &property });
             here = property.destinationEntity();
         }
     }
@@ -135,8 +142,11 @@ QByteArray KXPredicateSQLPath::scalar(const KXPredicateSQLRow &row, qsizetype fr
             const bool joined = !step.property->joinTable().isEmpty();
             const QByteArray &table = joined ? step.property->joinTable() : step.property->destinationEntity()->table();
             const QByteArray &column = joined ? step.property->joinSource() : step.property->inverse()->column();
-            const QByteArray count = "(SELECT count(*) FROM " + table + ' ' + member + " WHERE " + member + '.' + column + '=' + key + ')';
-            key = i == from ? count : "CASE WHEN " + key + " IS NOT NULL THEN " + count + " END"; // no object has no number of members
+            const QByteArray count
+                = "(SELECT count(*) FROM " + table + ' ' + member + " WHERE " + member + '.' + column + '=' + key + ')';
+            key = i == from
+                ? count
+                : "CASE WHEN " + key + " IS NOT NULL THEN " + count + " END"; // no object has no number of members
             continue;
         }
         if (alias.isEmpty()) {

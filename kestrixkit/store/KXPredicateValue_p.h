@@ -43,7 +43,10 @@ public:
     [[nodiscard]] const KXDecimal &decimal() const { return m_decimal; }
     [[nodiscard]] const QString &text() const { return m_text; }
     [[nodiscard]] const QByteArray &bytes() const { return m_bytes; }
-    [[nodiscard]] const KXObjectKey &objectKey() const { return m_object; } ///< its key is 0 for an object without a row
+    [[nodiscard]] const KXObjectKey &objectKey() const
+    {
+        return m_object;
+    } ///< its key is 0 for an object without a row
 
     /// Unordered for values that cannot be compared, absent ones included.
     [[nodiscard]] static std::partial_ordering compare(const KXPredicateValue &a, const KXPredicateValue &b);

@@ -4,7 +4,7 @@
 
 #include <kestrixkit/store/KXPredicate.h>
 
-#include "support/Random.h"
+#include "support/KXTestRandom.h"
 
 /// Makes predicates over the test library's tracks in which comparisons hit and miss about equally: their constants
 /// come from the same small pools as the objects' values, and some are of a kind that does not fit.
@@ -13,7 +13,10 @@ class RandomPredicates
 public:
     enum Kind { Text, Number, Date, Binary, Uri, Uuid, Object, Kinds };
 
-    explicit RandomPredicates(Random &random) : m_random(random) { }
+    explicit RandomPredicates(KXTestRandom &random)
+        : m_random(random)
+    {
+    }
 
     [[nodiscard]] KXPredicate predicate(int depth);
     /// A value from the pool of the kind.
@@ -26,5 +29,5 @@ private:
     [[nodiscard]] KXExpression constant(Kind kind);
     [[nodiscard]] QString path(Kind kind);
 
-    Random &m_random;
+    KXTestRandom &m_random;
 };
