@@ -14,6 +14,7 @@
 #include <kestrixkit/store/KXPersistentStoreCoordinator.h>
 
 class KXManagedObjectContextPrivate;
+class KXUndoManager;
 
 /// Key of the main context in KXMainThreadDictionary.
 inline constexpr QLatin1StringView KLNSManagedObjectContextMainThreadKey { "KLNSManagedObjectContextMainThreadKey" };
@@ -30,7 +31,8 @@ struct KXObjectsDidChange
     QList<KXRef<KXManagedObject>> inserted;
     QList<KXRef<KXManagedObject>> updated;
     QList<KXRef<KXManagedObject>> deleted;
-    QList<KXRef<KXManagedObject>> refreshed;
+    QList<KXRef<KXManagedObject>> refreshed; ///< by a merge: they took over what another context saved
+    QList<qint64> insertedKeys; ///< by a merge: rows that another context inserted, as keys alone
     /// Of each updated or refreshed object the keys that changed.
     QHash<const KXManagedObject *, QSet<QString>> changedKeys;
 };
@@ -67,6 +69,20 @@ public:
 
     /// Asks the editors that registered for the context with KXApplication to end their editing; false when one refuses.
     [[nodiscard]] bool commitEditing() const;
+
+    // Undo.
+
+    /// What the user can take back; contexts of the main thread that open their own store have one, others none until it
+    /// is set. Changes are recorded while its registration is on.
+    [[nodiscard]] KXUndoManager *undoManager() const;
+    void setUndoManager(std::shared_ptr<KXUndoManager> manager);
+
+    // Merging.
+
+    /// Takes over another context's save, as the change feed and the did-save notification bring it. Objects that the
+    /// context holds take the saved values, but for properties with unsaved edits; deleted ones leave; for inserted ones no
+    /// object is made. Announced in one objects-did-change as refreshed and deleted; nothing is recorded for undo.
+    void mergeChangesFromStoreChange(const std::shared_ptr<const KXStoreChange> &change);
 
     // Saving.
 
