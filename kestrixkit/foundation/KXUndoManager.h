@@ -154,7 +154,10 @@ private:
     void openStep(bool ofTurn);
     void closeStep();
     void closeStepOfTurn();
+    void queueTurnEnd();
     void push(Stack &stack, Step step);
+    /// Takes out what is beyond the levels, for the caller to destroy.
+    [[nodiscard]] Stack trim(Stack &stack);
     void revertLast(Stack &from, Stack &onto, State state);
     QAction *createAction(QObject *parent, bool redoes);
 
