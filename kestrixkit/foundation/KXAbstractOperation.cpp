@@ -39,11 +39,16 @@ void KXOperationState::announcementOpened()
     ++openAnnouncements;
 }
 
-void KXOperationState::announcementClosed(bool isExecuting)
+void KXOperationState::announcementClosed(const KXAbstractOperation &operation)
 {
     {
         const std::lock_guard lock(mutex);
         openAnnouncements = std::max(0, openAnnouncements - 1);
+    }
+    // Asked after counting down: of two threads that close at a time, the last one must see what the other did.
+    const bool isExecuting = operation.isExecuting();
+    {
+        const std::lock_guard lock(mutex);
         // What is announced of an operation that is waiting in a queue says nothing about its run to come; one
         // that nobody queued has been started by hand.
         if (phase == Phase::Waiting && !queued && isExecuting)
@@ -164,7 +169,7 @@ KXScopeToken KXAbstractOperation::addCancelHandler(std::function<void()> handler
 
 bool KXAbstractOperation::isExecuting() const { return m_state->executing.load(std::memory_order_acquire); }
 
-bool KXAbstractOperation::isFinished() const { return isDone(); }
+bool KXAbstractOperation::isFinished() const { return m_state->finished || isDone(); }
 
 bool KXAbstractOperation::isReady() const
 {
@@ -257,14 +262,14 @@ void KXAbstractOperation::willChangeValueForKey(QStringView key)
 
 void KXAbstractOperation::didChangeValueForKey(QStringView key)
 {
-    const auto state = m_state; // whoever is told may let the operation go
-    const bool executing = isExecuting();
+    const auto self = weak_from_this().lock(); // whoever is told may let the operation go
+    const auto state = m_state;
     if (isObserved()) {
         const std::lock_guard lock(state->announceMutex);
         KXObservable::didChangeValueForKey(key);
     }
     if (operationKeyIsState(key))
-        state->announcementClosed(executing);
+        state->announcementClosed(*this);
 }
 
 void KXAbstractOperation::setPlainExecuting(bool executing)
@@ -273,6 +278,7 @@ void KXAbstractOperation::setPlainExecuting(bool executing)
     willChangeValueForKey(u"isExecuting");
     willChangeValueForKey(u"isFinished");
     m_state->executing.store(executing, std::memory_order_release);
+    m_state->finished.store(!executing, std::memory_order_release);
     didChangeValueForKey(u"isExecuting");
     didChangeValueForKey(u"isFinished");
 }

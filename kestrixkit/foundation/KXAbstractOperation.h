@@ -18,9 +18,9 @@ class KXOperationState;
 /// and go on elsewhere, and ends by setting executing back to false. It announces each change of these keys as
 /// an observable's, "isExecuting" and "isFinished" together.
 ///
-/// An operation is done when, once started, its executing was announced to go from true to false; that
-/// happens once, however often it is announced, and whatever isFinished answers before. One that is cancelled
-/// before it starts is started all the same and ends at once.
+/// An operation is done when, once started, its executing was announced to go from true to false and, under a
+/// queue, start() has returned; that happens once, however often it is announced, and whatever isFinished
+/// answers. One that is cancelled before it starts is started all the same and ends at once.
 ///
 /// Threads: cancel, dependencies, waiting and the questions may be used on any thread. Observe it before it is
 /// queued and until it is done; observers are called on whatever thread announces, one at a time.

@@ -19,7 +19,7 @@ public:
     // An announcement is open until its didChange: the end counts when the last one closes, since whoever
     // announces still uses the operation until then.
     void announcementOpened();
-    void announcementClosed(bool executing);
+    void announcementClosed(const KXAbstractOperation &operation);
     // For an operation whose start() threw, or returned without ever executing.
     void finishUnlessRunning(bool executing);
     void finish();
@@ -39,6 +39,7 @@ public:
     QString name;
 
     std::atomic<bool> executing { false }; // of the plain kind
+    std::atomic<bool> finished { false }; // likewise
     std::atomic<bool> cancelled { false };
 
     std::recursive_mutex announceMutex; // observers of one operation are called one at a time

@@ -37,8 +37,7 @@ void KXScopeToken::reset()
 namespace {
 
 // Functions in order of registration; copied out before they are called, so that they may register others.
-template<typename Function>
-class ApplicationHandlers
+template <typename Function> class ApplicationHandlers
 {
 public:
     KXScopeToken add(Function function)

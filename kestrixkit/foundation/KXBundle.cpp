@@ -89,7 +89,8 @@ QStringList KXBundle::resourcePaths(const QString &extension, const QString &sub
     QStringList paths;
     for (const QString &folder : resourceFolders()) {
         const QDir dir(subfolder.isEmpty() ? folder : folder + u'/' + subfolder);
-        for (const QString &entry : dir.entryList({ "*."_L1 + extension }, QDir::AllEntries | QDir::NoDotAndDotDot, QDir::Name))
+        for (const QString &entry :
+            dir.entryList({ "*."_L1 + extension }, QDir::AllEntries | QDir::NoDotAndDotDot, QDir::Name))
             paths.append(dir.filePath(entry));
     }
     return paths;

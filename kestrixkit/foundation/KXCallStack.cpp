@@ -30,15 +30,18 @@ QString callStackLine(void *address)
 
 }
 
-KXCallStack KXCallStack::capture(int skip)
+[[gnu::noinline]] KXCallStack KXCallStack::capture(int skip)
 {
     constexpr int mostFrames = 100;
-    std::array<void *, mostFrames + 8> frames;
-    const int first = 1 + std::clamp(skip, 0, 7); // this function is not part of the answer
-    const int count = std::min(backtrace(frames.data(), int(frames.size())), first + mostFrames);
+    constexpr int mostSkipped = 8;
+    std::array<void *, mostFrames + mostSkipped> frames;
+    const auto end = frames.begin() + backtrace(frames.data(), int(frames.size()));
+    // The caller's frame is where we return to; before it stand this function and whatever intercepts backtrace.
+    auto first = std::find(frames.begin(), end, __builtin_return_address(0));
+    first = first == end ? frames.begin() : first;
+    first += std::min<qptrdiff>(std::clamp(skip, 0, 4), end - first);
     KXCallStack stack;
-    if (count > first)
-        stack.m_addresses.assign(frames.begin() + first, frames.begin() + count);
+    stack.m_addresses.assign(first, std::min(end, first + mostFrames));
     return stack;
 }
 

@@ -11,14 +11,24 @@ struct ClockState
     std::optional<QLocale> locale;
 };
 
-// The state, and the lock on it.
-template<typename Function>
-auto clockState(Function &&fn)
+struct Clock
 {
-    static std::mutex mutex;
-    static auto *const state = new ClockState;
-    const std::lock_guard lock(mutex);
-    return fn(*state);
+    std::mutex mutex;
+    ClockState state;
+};
+
+Clock &clockOfProcess()
+{
+    static auto *const clock = new Clock; // never destroyed: threads may ask while the process ends
+    return *clock;
+}
+
+// Calls fn with the state, locked.
+template <typename Function> auto clockState(Function &&fn)
+{
+    Clock &clock = clockOfProcess();
+    const std::lock_guard lock(clock.mutex);
+    return fn(clock.state);
 }
 
 constinit std::atomic<bool> clockIsFixed { false }; // spares the running clock the lock

@@ -1,5 +1,7 @@
 #include <kestrixkit/foundation/KXDecimal.h>
 
+#include <charconv>
+
 #include <boost/multiprecision/cpp_dec_float.hpp>
 
 #include <QLocale>
@@ -228,7 +230,12 @@ KXDecimal KXDecimal::fromCanonical(QByteArray canonical)
 
 double KXDecimal::toDouble() const
 {
-    return canonical().toDouble(); // rounds correctly, and answers an infinity when out of range
+    const QByteArray text = canonical();
+    double value = 0.0;
+    const auto read = std::from_chars(text.cbegin(), text.cend(), value);
+    if (read.ec == std::errc::result_out_of_range)
+        value = text.contains("E+") ? std::numeric_limits<double>::infinity() : 0.0;
+    return isNegative() ? -std::abs(value) : value;
 }
 
 qint64 KXDecimal::toInt64(bool *ok) const
@@ -252,9 +259,18 @@ KXDecimal KXDecimal::operator-() const
     return KXDecimal(isNegative() ? m_text.mid(1) : '-' + m_text);
 }
 
-KXDecimal operator+(const KXDecimal &a, const KXDecimal &b) { return KXDecimal(decimalText(decimalNumber(a) + decimalNumber(b))); }
-KXDecimal operator-(const KXDecimal &a, const KXDecimal &b) { return KXDecimal(decimalText(decimalNumber(a) - decimalNumber(b))); }
-KXDecimal operator*(const KXDecimal &a, const KXDecimal &b) { return KXDecimal(decimalText(decimalNumber(a) * decimalNumber(b))); }
+KXDecimal operator+(const KXDecimal &a, const KXDecimal &b)
+{
+    return KXDecimal(decimalText(decimalNumber(a) + decimalNumber(b)));
+}
+KXDecimal operator-(const KXDecimal &a, const KXDecimal &b)
+{
+    return KXDecimal(decimalText(decimalNumber(a) - decimalNumber(b)));
+}
+KXDecimal operator*(const KXDecimal &a, const KXDecimal &b)
+{
+    return KXDecimal(decimalText(decimalNumber(a) * decimalNumber(b)));
+}
 
 KXDecimal operator/(const KXDecimal &a, const KXDecimal &b)
 {

@@ -19,7 +19,7 @@ class KX_CORE_EXPORT KXDelayedCall
 {
 public:
     explicit KXDelayedCall(const QObject *guard = nullptr);
-    template<typename T>
+    template <typename T>
     explicit KXDelayedCall(KXWeakRef<T> guard)
         : KXDelayedCall(Guard([guard = std::move(guard)](const std::function<void()> &call) {
             if (const KXRef<T> alive = guard.lock())

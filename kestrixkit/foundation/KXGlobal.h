@@ -35,10 +35,10 @@ QT_END_NAMESPACE
 /// the text formatted by KXStringWithFormat, and stops the process; in other builds nothing is evaluated.
 /// For mistakes of the programmer that would otherwise spread, and cheap enough for inner loops.
 #if defined(KX_CHECKS)
-#define KX_CHECK(condition, ...)                                                                                   \
-    do {                                                                                                           \
-        if (!(condition)) [[unlikely]]                                                                             \
-            KXCheckFailed(#condition, __FILE__, __LINE__, Q_FUNC_INFO, KXStringWithFormat(__VA_ARGS__));           \
+#define KX_CHECK(condition, ...)                                                                                       \
+    do {                                                                                                               \
+        if (!(condition)) [[unlikely]]                                                                                 \
+            KXCheckFailed(#condition, __FILE__, __LINE__, Q_FUNC_INFO, KXStringWithFormat(__VA_ARGS__));               \
     } while (false)
 #else
 #define KX_CHECK(condition, ...) static_cast<void>(sizeof(!(condition)))

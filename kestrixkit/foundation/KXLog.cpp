@@ -37,10 +37,18 @@ void KXLogMessage(
     const QMessageLogger logger(file, line, function, target.categoryName());
     const QByteArray utf8 = text.toUtf8();
     switch (type) {
-    case QtCriticalMsg: logger.critical("%s", utf8.constData()); break;
-    case QtWarningMsg: logger.warning("%s", utf8.constData()); break;
-    case QtInfoMsg: logger.info("%s", utf8.constData()); break;
-    default: logger.debug("%s", utf8.constData()); break;
+    case QtCriticalMsg:
+        logger.critical("%s", utf8.constData());
+        break;
+    case QtWarningMsg:
+        logger.warning("%s", utf8.constData());
+        break;
+    case QtInfoMsg:
+        logger.info("%s", utf8.constData());
+        break;
+    default:
+        logger.debug("%s", utf8.constData());
+        break;
     }
 }
 

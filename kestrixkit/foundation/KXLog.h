@@ -25,9 +25,9 @@ extern KX_CORE_EXPORT std::atomic<int> KXKestrixKitLogLevel;
 KX_CORE_EXPORT void KXLogMessage(
     KXLogLevel level, const char *category, const char *file, int line, const char *function, const QString &text);
 
-#define KX_LOG(level, folder, ...)                                                                                 \
-    do {                                                                                                           \
-        if (KXKestrixKitLogLevel.load(std::memory_order_relaxed) & (level))                                        \
+#define KX_LOG(level, folder, ...)                                                                                     \
+    do {                                                                                                               \
+        if (KXKestrixKitLogLevel.load(std::memory_order_relaxed) & (level))                                            \
             KXLogMessage(level, "kestrix." #folder, __FILE__, __LINE__, Q_FUNC_INFO, KXStringWithFormat(__VA_ARGS__)); \
     } while (false)
 

@@ -23,8 +23,7 @@ public:
     static void async(const QObject *guard, std::function<void()> task);
 
     /// As above; the object is kept alive while the task runs.
-    template<typename T>
-    static void async(KXWeakRef<T> guard, std::function<void()> task)
+    template <typename T> static void async(KXWeakRef<T> guard, std::function<void()> task)
     {
         async([guard = std::move(guard), task = std::move(task)] {
             if (const KXRef<T> alive = guard.lock())

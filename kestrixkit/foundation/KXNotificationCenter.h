@@ -20,8 +20,7 @@ public:
         : m_identity(identity)
     {
     }
-    template<typename T>
-    KXNotificationSender(const T *object)
+    template <typename T> KXNotificationSender(const T *object)
     {
         if constexpr (std::is_polymorphic_v<T>)
             m_identity = object ? dynamic_cast<const void *>(object) : nullptr;
@@ -46,11 +45,7 @@ struct KX_CORE_EXPORT KXNotification
     QVariantMap userInfo;
 
     /// The payload if it is a T, else null.
-    template<typename T>
-    [[nodiscard]] const T *payloadAs() const
-    {
-        return std::any_cast<T>(&payload);
-    }
+    template <typename T> [[nodiscard]] const T *payloadAs() const { return std::any_cast<T>(&payload); }
 };
 
 class KXNotificationCenterPrivate;
@@ -102,7 +97,8 @@ public:
     [[nodiscard]] KXNotificationToken addObserver(const QString &name, KXNotificationSender sender, Function function);
 
     void post(const KXNotification &notification);
-    void post(const QString &name, KXNotificationSender sender = nullptr, std::any payload = {}, QVariantMap userInfo = {});
+    void post(
+        const QString &name, KXNotificationSender sender = nullptr, std::any payload = {}, QVariantMap userInfo = {});
 
 private:
     std::shared_ptr<KXNotificationCenterPrivate> d;

@@ -46,8 +46,7 @@ public:
     }
     Q_DISABLE_COPY_MOVE(ObservableAnnouncing)
 
-    template<typename Function>
-    void forEachLink(QStringView key, Function &&fn)
+    template <typename Function> void forEachLink(QStringView key, Function &&fn)
     {
         // Links added meanwhile are not called.
         for (size_t at = 0, count = m_data->links.size(); at < count && !m_data->orphaned; ++at) {
@@ -67,8 +66,7 @@ KXObservable::~KXObservable()
 {
     if (!m_data)
         return;
-    if (m_data->anchor)
-        m_data->anchor->objectIsGone();
+    endWeakHandles();
     m_data->orphaned = true;
     const auto observers = std::exchange(m_data->observers, {});
     for (const auto &list : observers) {
@@ -98,6 +96,12 @@ std::shared_ptr<KXWeakAnchor> KXObservable::weakAnchor() const
     if (!anchor)
         anchor = std::make_shared<KXWeakAnchor>(const_cast<KXObservable *>(this));
     return anchor;
+}
+
+void KXObservable::endWeakHandles() const
+{
+    if (m_data && m_data->anchor)
+        m_data->anchor->objectIsGone();
 }
 
 bool KXObservable::isObserved() const { return m_data && m_data->linkCount > 0; }

@@ -112,6 +112,9 @@ public:
 
     /// For KXWeakRef.
     [[nodiscard]] std::shared_ptr<KXWeakAnchor> weakAnchor() const;
+    /// Weak handles answer nothing from now on. To be called before a counted object is deleted, since another
+    /// thread may be asking its count meanwhile; KXRefCounted does.
+    void endWeakHandles() const;
 
 protected:
     /// The first observer came, the last one went. A store keeps an observed object alive by these; the
@@ -136,16 +139,14 @@ KX_CORE_EXPORT KXObservable *KXObservableFromVariant(const QVariant &value);
 
 /// Makes variants of a handle type (a pointer or smart pointer to something that is a KXObservable) readable
 /// as objects. May be called any number of times, on any thread.
-template<typename Handle>
-void KXRegisterObservableHandle()
+template <typename Handle> void KXRegisterObservableHandle()
 {
     static const bool registered = QMetaType::registerConverter<Handle, KXObservable *>(
         [](const Handle &handle) { return static_cast<KXObservable *>(handle ? &*handle : nullptr); });
     Q_UNUSED(registered)
 }
 
-template<typename T>
-void KXRegisterObservableHandle(const KXRef<T> &)
+template <typename T> void KXRegisterObservableHandle(const KXRef<T> &)
 {
     static const bool registered = QMetaType::registerConverter<KXRef<T>, KXObservable *>(
         [](const KXRef<T> &ref) { return static_cast<KXObservable *>(ref.get()); });
@@ -153,8 +154,7 @@ void KXRegisterObservableHandle(const KXRef<T> &)
 }
 
 /// A variant that keeps the object alive and is readable by KXObservableFromVariant. Invalid for an empty handle.
-template<typename T>
-[[nodiscard]] QVariant KXVariantFromRef(const KXRef<T> &ref)
+template <typename T> [[nodiscard]] QVariant KXVariantFromRef(const KXRef<T> &ref)
 {
     KXRegisterObservableHandle(ref);
     return ref ? QVariant::fromValue(ref) : QVariant();

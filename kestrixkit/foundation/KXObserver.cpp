@@ -2,19 +2,12 @@
 
 #include <kestrixkit/foundation/KXObserver_p.h>
 
-namespace {
-
-// Depends a label on its parent's label and so on, the chains end with the objects. In a ring they would not.
-constexpr int observerDeepestDependency = 32;
-
-}
-
 // ---------------------------------------------------------------------------------------------- the chain
 
-KXKeyPathChain::KXKeyPathChain(KXObserverPrivate &observer, KXKeyPathLink *owner, int depth, const QString &keyPath)
+KXKeyPathChain::KXKeyPathChain(KXObserverPrivate &observer, KXKeyPathLink *owner, const QString &keyPath)
     : m_observer(observer)
     , m_owner(owner)
-    , m_depth(depth)
+    , m_keyPath(keyPath)
     , m_keys(keyPath.split(u'.'))
 {
 }
@@ -23,8 +16,18 @@ KXKeyPathChain::~KXKeyPathChain() = default;
 
 void KXKeyPathChain::attach(KXObservable *root)
 {
+    m_start = root;
     m_links.push_back(std::make_unique<KXKeyPathLink>(*this, 0, root));
     extend(1);
+}
+
+bool KXKeyPathChain::repeats(const KXObservable *root, const QString &keyPath) const
+{
+    for (const KXKeyPathChain *chain = this; chain; chain = chain->m_owner ? &chain->m_owner->m_chain : nullptr) {
+        if (chain->m_keyPath == keyPath && chain->m_start == root)
+            return true;
+    }
+    return false;
 }
 
 // Makes the links from the given one on fit the objects that the path leads to now.
@@ -108,11 +111,10 @@ KXKeyPathLink::KXKeyPathLink(KXKeyPathChain &chain, size_t index, KXObservable *
     const bool first = ++data.linkCount == 1;
     if (first)
         object->observationDidBegin();
-    if (chain.depth() >= observerDeepestDependency)
-        return;
     for (const QString &path : paths) {
-        m_dependencies.push_back(
-            std::make_unique<KXKeyPathChain>(chain.observer(), this, chain.depth() + 1, path));
+        if (chain.repeats(object, path))
+            continue;
+        m_dependencies.push_back(std::make_unique<KXKeyPathChain>(chain.observer(), this, path));
         m_dependencies.back()->attach(object);
     }
 }
@@ -173,7 +175,7 @@ KXObserverPrivate::KXObserverPrivate(
     , keyPath(path)
     , options(wanted)
     , block(std::move(action))
-    , chain(*this, nullptr, 0, path)
+    , chain(*this, nullptr, path)
 {
 }
 
@@ -199,7 +201,8 @@ void KXObserverPrivate::start(const std::shared_ptr<KXObserver> &observer, KXObs
 void KXObserverPrivate::willChange(const KXKeyAnnouncement &announcement)
 {
     KXObservable *root = chain.root();
-    if (stopped || !root || !(options & KXObservingOptionOld) || std::exchange(lastWill, announcement.serial) == announcement.serial)
+    if (stopped || !root || !(options & KXObservingOptionOld)
+        || std::exchange(lastWill, announcement.serial) == announcement.serial)
         return;
     pending.push_back({ announcement.object, announcement.key.toString(),
         announcement.kind == KXChangeKind::Setting ? root->valueForKeyPath(keyPath) : QVariant() });
@@ -213,9 +216,8 @@ void KXObserverPrivate::didChange(const KXKeyAnnouncement &announcement)
     const bool members = announcement.kind != KXChangeKind::Setting;
     if (options & KXObservingOptionOld) {
         // The newest that fits: announcements nest, and one that was never completed must not confuse others.
-        const auto at = std::find_if(pending.rbegin(), pending.rend(), [&](const Pending &value) {
-            return value.object == announcement.object && value.key == announcement.key;
-        });
+        const auto at = std::find_if(pending.rbegin(), pending.rend(),
+            [&](const Pending &value) { return value.object == announcement.object && value.key == announcement.key; });
         if (at != pending.rend()) {
             change.oldValue = std::move(at->oldValue);
             pending.erase(std::next(at).base());

@@ -48,7 +48,7 @@ public:
     void detach();
 
 private:
-    friend class KXObservable;
+    friend class KXKeyPathChain;
 
     KXKeyPathChain &m_chain;
     const size_t m_index;
@@ -61,7 +61,7 @@ class KXKeyPathChain
 {
 public:
     // `owner` is the link that this chain tells about changes; null for an observer's own chain.
-    KXKeyPathChain(KXObserverPrivate &observer, KXKeyPathLink *owner, int depth, const QString &keyPath);
+    KXKeyPathChain(KXObserverPrivate &observer, KXKeyPathLink *owner, const QString &keyPath);
     virtual ~KXKeyPathChain();
     Q_DISABLE_COPY_MOVE(KXKeyPathChain)
 
@@ -71,7 +71,9 @@ public:
 
     const QString &key(size_t index) const { return m_keys[qsizetype(index)]; }
     KXObserverPrivate &observer() const { return m_observer; }
-    int depth() const { return m_depth; }
+    // Whether this chain hangs, however deep, on one from the same object along the same path: objects that
+    // depend on each other in a ring.
+    bool repeats(const KXObservable *root, const QString &keyPath) const;
 
     void linkWillChange(const KXKeyAnnouncement &announcement);
     void linkDidChange(size_t index, const KXKeyAnnouncement &announcement);
@@ -82,8 +84,9 @@ private:
 
     KXObserverPrivate &m_observer;
     KXKeyPathLink *m_owner;
-    const int m_depth;
+    const QString m_keyPath;
     const QStringList m_keys;
+    const KXObservable *m_start = nullptr; // only to compare with
     std::vector<std::unique_ptr<KXKeyPathLink>> m_links;
     friend class KXKeyPathLink;
 };

@@ -148,10 +148,14 @@ void KXOperationQueuePrivate::run(const std::shared_ptr<KXAbstractOperation> &op
 {
     const KXCurrentOperation current(operation.get());
     const auto state = operation->m_state;
-    if (KXRunCaught("an operation", [&] { operation->start(); }))
-        state->finishUnlessRunning(operation->isExecuting());
-    else
+    // Open until start() has returned: it is not done before, and what it throws is logged first.
+    state->announcementOpened();
+    if (!KXRunCaught("an operation", [&] { operation->start(); })) {
         state->finish();
+        return;
+    }
+    state->announcementClosed(*operation);
+    state->finishUnlessRunning(operation->isExecuting());
 }
 
 void KXOperationQueuePrivate::close()
@@ -202,8 +206,10 @@ void KXOperationQueue::addOperations(const QList<std::shared_ptr<KXAbstractOpera
 
 void KXOperationQueue::cancelAllOperations()
 {
-    for (const auto &operation : operations())
-        operation->cancel();
+    // The last first: else the end of a running one would let another start that is to be cancelled, too.
+    const auto all = operations();
+    for (auto operation = all.rbegin(); operation != all.rend(); ++operation)
+        (*operation)->cancel();
 }
 
 void KXOperationQueue::waitUntilAllOperationsAreFinished()

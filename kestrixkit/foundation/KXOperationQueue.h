@@ -34,8 +34,7 @@ public:
     void addOperation(const std::shared_ptr<KXAbstractOperation> &operation);
     void addOperations(const QList<std::shared_ptr<KXAbstractOperation>> &operations);
     /// Queues a function, which may take the operation that runs it.
-    template<typename Function>
-    std::shared_ptr<KXBlockOperation> addBlock(Function &&function)
+    template <typename Function> std::shared_ptr<KXBlockOperation> addBlock(Function &&function)
     {
         auto operation = std::make_shared<KXBlockOperation>(std::forward<Function>(function));
         addOperation(operation);

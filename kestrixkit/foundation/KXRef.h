@@ -14,8 +14,7 @@
 /// `void deref() const noexcept`, and deref ends (or releases) the object when the last handle goes.
 ///
 /// As large as a pointer; may be empty. Whether handles of one object may live on several threads is T's matter.
-template<typename T>
-class KXRef
+template <typename T> class KXRef
 {
 public:
     using element_type = T;
@@ -45,15 +44,15 @@ public:
         : m_object(std::exchange(other.m_object, nullptr))
     {
     }
-    template<typename U>
-        requires std::convertible_to<U *, T *>
-    KXRef(const KXRef<U> &other) noexcept
+    template <typename U>
+    requires std::convertible_to<U *, T *> KXRef(const KXRef<U> &other)
+    noexcept
         : KXRef(static_cast<T *>(other.get()))
     {
     }
-    template<typename U>
-        requires std::convertible_to<U *, T *>
-    KXRef(KXRef<U> &&other) noexcept
+    template <typename U>
+    requires std::convertible_to<U *, T *> KXRef(KXRef<U> &&other)
+    noexcept
         : m_object(other.release())
     {
     }
@@ -79,8 +78,7 @@ public:
     T &operator*() const noexcept { return *m_object; }
     explicit operator bool() const noexcept { return m_object != nullptr; }
 
-    template<typename U>
-    friend bool operator==(const KXRef &a, const KXRef<U> &b) noexcept
+    template <typename U> friend bool operator==(const KXRef &a, const KXRef<U> &b) noexcept
     {
         return a.get() == b.get();
     }
@@ -96,27 +94,23 @@ private:
     T *m_object = nullptr;
 };
 
-template<typename T>
-struct std::hash<KXRef<T>>
+template <typename T> struct std::hash<KXRef<T>>
 {
     size_t operator()(const KXRef<T> &ref) const noexcept { return std::hash<T *> {}(ref.get()); }
 };
 
-template<typename T, typename U>
-[[nodiscard]] KXRef<T> KXStaticRefCast(const KXRef<U> &ref) noexcept
+template <typename T, typename U> [[nodiscard]] KXRef<T> KXStaticRefCast(const KXRef<U> &ref) noexcept
 {
     return KXRef<T>(static_cast<T *>(ref.get()));
 }
 
 /// Empty when the object is no T.
-template<typename T, typename U>
-[[nodiscard]] KXRef<T> KXDynamicRefCast(const KXRef<U> &ref) noexcept
+template <typename T, typename U> [[nodiscard]] KXRef<T> KXDynamicRefCast(const KXRef<U> &ref) noexcept
 {
     return KXRef<T>(dynamic_cast<T *>(ref.get()));
 }
 
-template<typename T, typename... Arguments>
-[[nodiscard]] KXRef<T> KXMakeRef(Arguments &&...arguments)
+template <typename T, typename... Arguments> [[nodiscard]] KXRef<T> KXMakeRef(Arguments &&...arguments)
 {
     return KXRef<T>(new T(std::forward<Arguments>(arguments)...));
 }

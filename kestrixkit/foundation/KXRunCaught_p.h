@@ -6,8 +6,7 @@
 
 /// Runs fn at the root of a thread, an event handler or a list of observers: whatever it throws is logged.
 /// True when it returned.
-template<typename Function>
-bool KXRunCaught(const char *where, Function &&fn)
+template <typename Function> bool KXRunCaught(const char *where, Function &&fn)
 {
     try {
         fn();

@@ -80,7 +80,9 @@ QString KXFormatArgument::number(const QByteArray &flags, char conversion) const
         using Number = decltype(value);
         if (wantsFraction)
             return QString::asprintf(("%" + flags + conversion).constData(), double(value));
-        const char letter = QByteArrayView("xX").contains(conversion) ? conversion : std::is_signed_v<Number> ? 'd' : 'u';
+        const char letter = QByteArrayView("xX").contains(conversion) ? conversion
+            : std::is_signed_v<Number>                                ? 'd'
+                                                                      : 'u';
         return QString::asprintf(("%" + flags + "ll" + letter).constData(), value);
     };
     if (const auto *integer = std::get_if<qint64>(&m_value))
@@ -137,17 +139,28 @@ QString KXStringWithFormatArguments(QAnyStringView formatView, std::initializer_
 QString KXDescription(const QVariant &value)
 {
     switch (value.typeId()) {
-    case QMetaType::UnknownType: return {};
-    case QMetaType::Bool: return value.toBool() ? u"1"_s : u"0"_s;
-    case QMetaType::Float: return KXFormatArgument(value.toFloat()).text();
-    case QMetaType::Double: return KXFormatArgument(value.toDouble()).text();
-    case QMetaType::QVariantList: return KXFormatArgument(value.toList()).text();
-    case QMetaType::QStringList: return KXFormatArgument(value.toStringList()).text();
-    case QMetaType::QVariantMap: return KXDescription(value.toMap());
-    case QMetaType::QUrl: return KXDescription(value.toUrl());
-    case QMetaType::QDateTime: return KXDescription(value.toDateTime());
-    case QMetaType::QDate: return KXDescription(value.toDate());
-    default: break;
+    case QMetaType::UnknownType:
+        return {};
+    case QMetaType::Bool:
+        return value.toBool() ? u"1"_s : u"0"_s;
+    case QMetaType::Float:
+        return KXFormatArgument(value.toFloat()).text();
+    case QMetaType::Double:
+        return KXFormatArgument(value.toDouble()).text();
+    case QMetaType::QVariantList:
+        return KXFormatArgument(value.toList()).text();
+    case QMetaType::QStringList:
+        return KXFormatArgument(value.toStringList()).text();
+    case QMetaType::QVariantMap:
+        return KXDescription(value.toMap());
+    case QMetaType::QUrl:
+        return KXDescription(value.toUrl());
+    case QMetaType::QDateTime:
+        return KXDescription(value.toDateTime());
+    case QMetaType::QDate:
+        return KXDescription(value.toDate());
+    default:
+        break;
     }
     if (value.metaType() == QMetaType::fromType<KXDecimal>())
         return value.value<KXDecimal>().toString();

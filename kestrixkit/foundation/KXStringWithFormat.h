@@ -37,12 +37,8 @@ public:
     /// Nothing: prints as nothing.
     KXFormatArgument() = default;
 
-    template<typename T>
-        requires(!std::same_as<std::remove_cvref_t<T>, KXFormatArgument>)
-    KXFormatArgument(const T &value)
-    {
-        set(value);
-    }
+    template <typename T>
+    requires(!std::same_as<std::remove_cvref_t<T>, KXFormatArgument>) KXFormatArgument(const T &value) { set(value); }
 
     /// As "%@" prints it: texts as they are, numbers in their shortest form.
     [[nodiscard]] QString text() const;
@@ -51,27 +47,29 @@ public:
     [[nodiscard]] QString number(const QByteArray &flags, char conversion) const;
 
 private:
-    template<typename T>
-    void set(const std::optional<T> &value)
+    template <typename T> void set(const std::optional<T> &value)
     {
         if (value)
             set(*value);
     }
 
-    template<typename T>
-    void set(const QList<T> &list)
+    template <typename T> void set(const QList<T> &list)
     {
         QString text;
         for (const T &value : list)
-            text += (text.isEmpty() ? QLatin1StringView("(") : QLatin1StringView(", ")) + KXFormatArgument(value).text();
+            text
+                += (text.isEmpty() ? QLatin1StringView("(") : QLatin1StringView(", ")) + KXFormatArgument(value).text();
         m_value = text.isEmpty() ? QStringLiteral("()") : text + QLatin1Char(')');
     }
 
-    template<typename T>
-    void set(const T &value)
+    template <typename T> void set(const T &value)
     {
-        if constexpr (requires { { KXDescription(value) } -> std::same_as<QString>; } && !std::is_arithmetic_v<T>
-            && !std::is_convertible_v<const T &, QAnyStringView> && !std::is_pointer_v<T>)
+        if constexpr (requires {
+                          {
+                              KXDescription(value)
+                              } -> std::same_as<QString>;
+                      }
+            && !std::is_arithmetic_v<T> && !std::is_convertible_v<const T &, QAnyStringView> && !std::is_pointer_v<T>)
             m_value = KXDescription(value);
         else if constexpr (std::is_same_v<T, std::nullptr_t> || std::is_same_v<T, std::nullopt_t>)
             m_value = {};
@@ -94,8 +92,7 @@ private:
     }
 
     using Value = std::variant<std::monostate, qint64, quint64, float, double, QString>;
-    template<typename T>
-    static Value setDouble(T value)
+    template <typename T> static Value setDouble(T value)
     {
         if constexpr (std::is_same_v<T, float>)
             return value;
@@ -116,7 +113,7 @@ private:
 [[nodiscard]] KX_CORE_EXPORT QString KXStringWithFormatArguments(
     QAnyStringView format, std::initializer_list<KXFormatArgument> arguments);
 
-template<typename... Arguments>
+template <typename... Arguments>
 [[nodiscard]] QString KXStringWithFormat(QAnyStringView format, const Arguments &...arguments)
 {
     return KXStringWithFormatArguments(format, { KXFormatArgument(arguments)... });

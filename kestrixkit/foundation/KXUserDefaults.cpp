@@ -49,21 +49,38 @@ bool defaultsWrite(QIODevice &device, const QSettings::SettingsMap &map)
 
 QSettings::Format defaultsFormat()
 {
-    static const QSettings::Format format = QSettings::registerFormat(u"cbor"_s, defaultsRead, defaultsWrite, Qt::CaseSensitive);
+    static const QSettings::Format format
+        = QSettings::registerFormat(u"cbor"_s, defaultsRead, defaultsWrite, Qt::CaseSensitive);
     return format;
 }
 
 // To QSettings a slash parts groups, and it tidies them; to us a key is any text.
-QString defaultsEncoded(QString key) { return key.replace(u'%', "%25"_L1).replace(u'/', "%2F"_L1).replace(u'\\', "%5C"_L1); }
+QString defaultsEncoded(QString key)
+{
+    return key.replace(u'%', "%25"_L1).replace(u'/', "%2F"_L1).replace(u'\\', "%5C"_L1);
+}
 
 bool defaultsCanStore(const QVariant &value)
 {
     switch (value.typeId()) {
-    case QMetaType::Bool: case QMetaType::Int: case QMetaType::UInt: case QMetaType::LongLong: case QMetaType::Short:
-    case QMetaType::UShort: case QMetaType::Long: case QMetaType::Float: case QMetaType::Double: case QMetaType::QString:
-    case QMetaType::QStringList: case QMetaType::QByteArray: case QMetaType::QDateTime: case QMetaType::QUrl:
-    case QMetaType::QUuid: return true;
-    case QMetaType::ULongLong: case QMetaType::ULong:
+    case QMetaType::Bool:
+    case QMetaType::Int:
+    case QMetaType::UInt:
+    case QMetaType::LongLong:
+    case QMetaType::Short:
+    case QMetaType::UShort:
+    case QMetaType::Long:
+    case QMetaType::Float:
+    case QMetaType::Double:
+    case QMetaType::QString:
+    case QMetaType::QStringList:
+    case QMetaType::QByteArray:
+    case QMetaType::QDateTime:
+    case QMetaType::QUrl:
+    case QMetaType::QUuid:
+        return true;
+    case QMetaType::ULongLong:
+    case QMetaType::ULong:
         return value.toULongLong() <= quint64(std::numeric_limits<qint64>::max());
     case QMetaType::QVariantList: {
         const QVariantList list = value.toList();
@@ -73,7 +90,8 @@ bool defaultsCanStore(const QVariant &value)
         const QVariantMap map = value.toMap();
         return std::all_of(map.begin(), map.end(), defaultsCanStore);
     }
-    default: return false;
+    default:
+        return false;
     }
 }
 
@@ -212,8 +230,13 @@ std::optional<qint64> KXUserDefaults::integerForKey(const QString &key) const
 {
     const QVariant value = valueForKey(key);
     switch (value.typeId()) {
-    case QMetaType::Int: case QMetaType::UInt: case QMetaType::Long: case QMetaType::LongLong: return value.toLongLong();
-    default: return std::nullopt;
+    case QMetaType::Int:
+    case QMetaType::UInt:
+    case QMetaType::Long:
+    case QMetaType::LongLong:
+        return value.toLongLong();
+    default:
+        return std::nullopt;
     }
 }
 
@@ -267,8 +290,7 @@ std::optional<QVariantMap> KXUserDefaults::dictionaryForKey(const QString &key) 
 
 KXNotificationToken KXUserDefaults::onChange(const QString &key, std::function<void()> function)
 {
-    return d->center.addObserver(
-        key, this, [function = std::move(function)](const KXNotification &) { function(); });
+    return d->center.addObserver(key, this, [function = std::move(function)](const KXNotification &) { function(); });
 }
 
 bool KXUserDefaults::synchronize()

@@ -17,8 +17,7 @@ public:
     }
 
     /// Runs fn while the object cannot be taken away; false when it has gone. Any thread.
-    template<typename Function>
-    bool whileAlive(Function &&fn) const
+    template <typename Function> bool whileAlive(Function &&fn) const
     {
         const std::lock_guard lock(m_mutex);
         return m_object && fn();
@@ -46,8 +45,7 @@ private:
 ///
 /// Made on the object's own thread; copied, locked and dropped on any. Costs an object nothing until the
 /// first is made.
-template<typename T>
-class KXWeakRef
+template <typename T> class KXWeakRef
 {
 public:
     KXWeakRef() = default;

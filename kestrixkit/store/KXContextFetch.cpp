@@ -55,7 +55,7 @@ KXContextFetcher::KXContextFetcher(KXManagedObjectContextPrivate &context, const
 {
     context.checkThread();
     if (!context.store)
-        m_error = KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::CannotOpen, u"The store is not open"_s);
+        m_error = KXManagedObjectContextPrivate::notOpen();
 }
 
 bool KXContextFetcher::compile()
@@ -229,7 +229,8 @@ bool KXContextFetcher::isWanted(qint64 key, KXRef<Object> &object)
 bool KXContextFetcher::precedes(const Object *a, const Object *b) const
 {
     for (const KXSortDescriptor &descriptor : m_request.sortDescriptors()) {
-        const int order = KXCompareForSorting(a->valueForKeyPath(descriptor.key), b->valueForKeyPath(descriptor.key));
+        const KXExpression path = KXExpression::expressionForKeyPath(descriptor.key);
+        const int order = KXCompareForSorting(path.expressionValueWithObject(a), path.expressionValueWithObject(b));
         if (order != 0)
             return descriptor.ascending ? order < 0 : order > 0;
     }

@@ -103,14 +103,12 @@ bool KXContextSaver::collect()
 KXError KXContextSaver::validateObject(const Object &object)
 {
     const KXRowValues &values = *object.values();
-    for (const KXPropertyDescription &property : object.entity()->properties()) {
-        if (property.isTransient() || property.isToMany())
-            continue;
-        if (!values.isPresent(property.index())) {
-            if (!property.isOptional())
-                return saveValidationError(object, property, "must have a value"_L1);
-        } else if (property.isAttribute() && property.type() == KXAttributeType::Double && std::isnan(values.slot<double>(property.offset()))) {
-            return saveValidationError(object, property, "is not a number"_L1);
+    for (const KXPropertyDescription *property : m_context.store->codec(*object.entity()).validated()) {
+        if (!values.isPresent(property->index())) {
+            if (!property->isOptional())
+                return saveValidationError(object, *property, "must have a value"_L1);
+        } else if (property->isAttribute() && property->type() == KXAttributeType::Double && std::isnan(values.slot<double>(property->offset()))) {
+            return saveValidationError(object, *property, "is not a number"_L1);
         }
     }
     return {};
@@ -247,19 +245,16 @@ KXError KXContextSaver::writeUpdated(KXSQLiteConnection &connection, Update &upd
 
 KXError KXContextSaver::writeJoins(KXSQLiteConnection &connection, Object &object)
 {
-    for (const KXPropertyDescription &property : object.entity()->properties()) {
-        // Each pair stands in the sets of both ends; one of them writes it.
-        if (property.joinTable().isEmpty() || (property.inverse() && property.inverse() != &property && property.joinSource() != "a"))
-            continue;
-        const KXToManyKeys *keys = object.values()->existingToMany(property);
+    for (const KXPropertyDescription *property : m_context.store->codec(*object.entity()).joins()) {
+        const KXToManyKeys *keys = object.values()->existingToMany(*property);
         if (!keys || !keys->isChanged())
             continue;
-        const QByteArray columns = '(' + property.joinSource() + ", " + property.joinTarget() + ')';
+        const QByteArray columns = '(' + property->joinSource() + ", " + property->joinTarget() + ')';
         // Either row may be gone by somebody else's doing.
         const std::pair<const QSet<qint64> &, QByteArray> steps[] = {
-            { keys->added, "INSERT OR IGNORE INTO " + property.joinTable() + columns + " SELECT ?1, ?2 WHERE EXISTS (SELECT 1 FROM " + object.entity()->table()
-                    + " WHERE kx_id = ?1) AND EXISTS (SELECT 1 FROM " + property.destinationEntity()->table() + " WHERE kx_id = ?2)" },
-            { keys->removed, "DELETE FROM " + property.joinTable() + " WHERE " + columns + " = (?1, ?2)" },
+            { keys->added, "INSERT OR IGNORE INTO " + property->joinTable() + columns + " SELECT ?1, ?2 WHERE EXISTS (SELECT 1 FROM " + object.entity()->table()
+                    + " WHERE kx_id = ?1) AND EXISTS (SELECT 1 FROM " + property->destinationEntity()->table() + " WHERE kx_id = ?2)" },
+            { keys->removed, "DELETE FROM " + property->joinTable() + " WHERE " + columns + " = (?1, ?2)" },
         };
         for (const auto &[others, sql] : steps) {
             if (others.isEmpty())
@@ -275,7 +270,7 @@ KXError KXContextSaver::writeJoins(KXSQLiteConnection &connection, Object &objec
                 if (code != SQLITE_DONE)
                     return connection.lastError();
                 if (connection.changes() == 0)
-                    noteVoid(property, object.m_key, other);
+                    noteVoid(*property, object.m_key, other);
             }
         }
     }
@@ -377,26 +372,22 @@ KXError KXContextSaver::write(KXSQLiteConnection &connection)
 
 void KXContextSaver::finish()
 {
-    const auto settle = [](Object *object) {
-        for (const KXPropertyDescription &property : object->entity()->properties()) {
-            if (!property.isToMany())
+    const auto settle = [this](Object *object) {
+        for (const KXPropertyDescription *property : m_context.store->codec(*object->entity()).toMany()) {
+            KXToManyKeys *keys = object->values()->existingToMany(*property);
+            if (!keys)
                 continue;
-            if (KXToManyKeys *keys = object->values()->existingToMany(property)) {
-                keys->added.clear();
-                keys->removed.clear();
+            if (object->values()->version == 0 && !keys->loaded) {
+                // What was added to a relationship of a new object is all there is of it.
+                keys->members = keys->added;
+                keys->loaded = true;
             }
+            keys->added.clear();
+            keys->removed.clear();
         }
     };
     for (Object *object : m_inserted) {
         object->m_flags &= ~quint32(Object::Inserted);
-        // What was added to a relationship of a new object is all there is of it.
-        for (const KXPropertyDescription &property : object->entity()->properties()) {
-            KXToManyKeys *keys = property.isToMany() ? object->values()->existingToMany(property) : nullptr;
-            if (keys && !keys->loaded) {
-                keys->members = keys->added;
-                keys->loaded = true;
-            }
-        }
         settle(object);
         object->values()->version = 1;
         m_context.touch(object);
@@ -441,7 +432,7 @@ bool KXManagedObjectContextPrivate::save(KXError *error)
     if (!saver.collect())
         return true;
     if (!store)
-        return KXSetError(error, KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::CannotOpen, u"The store is not open"_s));
+        return KXSetError(error, notOpen());
     if (KXError problem = saver.validate())
         return KXSetError(error, problem);
     std::shared_ptr<const KXStoreChange> change;

@@ -51,8 +51,8 @@ QVariant normalisedConstant(const QVariant &value)
     case QMetaType::QByteArray:
         return value;
     case QMetaType::Float:
-    case QMetaType::Double: // of the numbers that are none one is enough
-        return std::isnan(value.toDouble()) ? std::numeric_limits<double>::quiet_NaN() : value.toDouble();
+    case QMetaType::Double: // of the numbers that are none one is enough, and of zeros
+        return std::isnan(value.toDouble()) ? std::numeric_limits<double>::quiet_NaN() : value.toDouble() + 0.0;
     case QMetaType::QChar:
         return value.toString();
     case QMetaType::QDate:
@@ -78,7 +78,7 @@ QVariant normalisedConstant(const QVariant &value)
     case KXPredicateValue::Decimal:
         return QVariant::fromValue(comparable.decimal());
     case KXPredicateValue::Object:
-        return KXPredicateObjectHooks().constant ? KXPredicateObjectHooks().constant(value) : value;
+        return KXConstantFromObject(value);
     default:
         return value;
     }
@@ -92,7 +92,10 @@ KXExpression::KXExpression(KXExpression &&) noexcept = default;
 KXExpression &KXExpression::operator=(const KXExpression &) = default;
 KXExpression &KXExpression::operator=(KXExpression &&) noexcept = default;
 KXExpression::~KXExpression() = default;
-KXExpression::KXExpression(const KXExpressionData *data) : d(data) { }
+KXExpression::KXExpression(const KXExpressionData *data)
+    : d(data)
+{
+}
 
 KXExpression KXExpression::expressionForConstantValue(const QVariant &value)
 {
@@ -123,7 +126,8 @@ KXExpression KXExpression::expressionForVariable(const QString &name)
 
 KXExpression KXExpression::expressionForVariable(const QString &name, const QString &withKeyPath)
 {
-    return expressionForFunction(expressionForVariable(name), u"valueForKeyPath:"_s, { expressionForConstantValue(withKeyPath) });
+    return expressionForFunction(
+        expressionForVariable(name), u"valueForKeyPath:"_s, { expressionForConstantValue(withKeyPath) });
 }
 
 KXExpression KXExpression::expressionForEvaluatedObject()
@@ -133,9 +137,11 @@ KXExpression KXExpression::expressionForEvaluatedObject()
     return KXExpression(data);
 }
 
-KXExpression KXExpression::expressionForFunction(const KXExpression &operand, const QString &name, const QList<KXExpression> &arguments)
+KXExpression KXExpression::expressionForFunction(
+    const KXExpression &operand, const QString &name, const QList<KXExpression> &arguments)
 {
-    if (name != "valueForKeyPath:"_L1 || arguments.size() != 1 || arguments[0].constantValue().typeId() != QMetaType::QString) {
+    if (name != "valueForKeyPath:"_L1 || arguments.size() != 1
+        || arguments[0].constantValue().typeId() != QMetaType::QString) {
         throw KXException(u"KXInvalidArgumentException"_s,
             KXStringWithFormat("The function \"%@\" is not valueForKeyPath: with one constant text", name));
     }
@@ -182,9 +188,18 @@ const KXExpression &KXExpression::operand() const { return (d ? *d : expressionD
 const QList<KXExpression> &KXExpression::arguments() const { return (d ? *d : expressionDataOfNil()).arguments; }
 int KXExpression::depth() const { return d ? d->depth : 1; }
 
-const QString &KXExpression::keyPath() const { return (type() == KXExpressionType::KeyPath ? *d : expressionDataOfNil()).text; }
-const QString &KXExpression::variable() const { return (type() == KXExpressionType::Variable ? *d : expressionDataOfNil()).text; }
-const QString &KXExpression::function() const { return (type() == KXExpressionType::Function ? *d : expressionDataOfNil()).text; }
+const QString &KXExpression::keyPath() const
+{
+    return (type() == KXExpressionType::KeyPath ? *d : expressionDataOfNil()).text;
+}
+const QString &KXExpression::variable() const
+{
+    return (type() == KXExpressionType::Variable ? *d : expressionDataOfNil()).text;
+}
+const QString &KXExpression::function() const
+{
+    return (type() == KXExpressionType::Function ? *d : expressionDataOfNil()).text;
+}
 
 QString KXExpression::expressionFormat() const
 {
@@ -201,9 +216,11 @@ KXExpression KXExpression::expressionWithSubstitutionVariables(const QVariantMap
     case KXExpressionType::Function: {
         // The variable's own value: as a constant an object may be no more than its identifier.
         const KXExpression operand = d->operand.type() == KXExpressionType::Variable
-            ? d->operand : d->operand.expressionWithSubstitutionVariables(variables);
+            ? d->operand
+            : d->operand.expressionWithSubstitutionVariables(variables);
         if (operand.isConstant() || operand.type() == KXExpressionType::Variable)
-            return expressionForConstantValue(KXPredicateEvaluator(variables).value(expressionForFunction(operand, d->text, d->arguments), nullptr));
+            return expressionForConstantValue(
+                KXPredicateEvaluator(variables).value(expressionForFunction(operand, d->text, d->arguments), nullptr));
         return expressionForFunction(operand, d->text, d->arguments);
     }
     case KXExpressionType::Aggregate: {
@@ -215,6 +232,11 @@ KXExpression KXExpression::expressionWithSubstitutionVariables(const QVariantMap
     default:
         return *this;
     }
+}
+
+QVariant KXExpression::expressionValueWithObject(const KXObservable *object, const QVariantMap &variables) const
+{
+    return KXPredicateEvaluator(variables).value(*this, object);
 }
 
 bool operator==(const KXExpression &a, const KXExpression &b)
@@ -232,5 +254,6 @@ size_t qHash(const KXExpression &expression, size_t seed)
     if (!expression.d)
         return seed;
     seed = qHashMulti(seed, int(expression.d->type), expression.d->text, expression.d->operand);
-    return qHashRange(expression.d->arguments.begin(), expression.d->arguments.end(), KXConstantHash(expression.d->value, seed));
+    return qHashRange(
+        expression.d->arguments.begin(), expression.d->arguments.end(), KXConstantHash(expression.d->value, seed));
 }

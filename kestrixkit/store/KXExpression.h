@@ -8,6 +8,7 @@
 #include <kestrixkit/foundation/KXGlobal.h>
 
 class KXExpressionData;
+class KXObservable;
 
 /// What an expression stands for. The numbers are part of stored trees: append only.
 enum class KXExpressionType : quint8 {
@@ -46,8 +47,8 @@ public:
     [[nodiscard]] static KXExpression expressionForVariable(const QString &name, const QString &withKeyPath);
     [[nodiscard]] static KXExpression expressionForEvaluatedObject();
     /// The only function is "valueForKeyPath:" with one constant text; throws KXException for any other.
-    [[nodiscard]] static KXExpression expressionForFunction(const KXExpression &operand, const QString &name,
-        const QList<KXExpression> &arguments);
+    [[nodiscard]] static KXExpression expressionForFunction(
+        const KXExpression &operand, const QString &name, const QList<KXExpression> &arguments);
     /// A constant list where all the elements are constants.
     [[nodiscard]] static KXExpression expressionForAggregate(const QList<KXExpression> &elements);
 
@@ -69,6 +70,11 @@ public:
     [[nodiscard]] const QList<KXExpression> &arguments() const;
     /// Levels of expressions inside each other, 1 for most.
     [[nodiscard]] int depth() const;
+
+    /// What the expression stands for: a list where it reaches through a to-many relationship, as
+    /// KXPredicate describes it. Throws KXException for a variable that is not among those given.
+    [[nodiscard]] QVariant expressionValueWithObject(
+        const KXObservable *object, const QVariantMap &variables = {}) const;
 
     /// Text that reads back as an equal expression; see KXPredicate::predicateFormat.
     [[nodiscard]] QString expressionFormat() const;

@@ -30,7 +30,7 @@ public:
     [[nodiscard]] KXRef<KXManagedObject> operator[](qsizetype index) const { return at(index); }
     [[nodiscard]] KXRef<KXManagedObject> first() const { return at(0); }
     /// The object as a stored class; empty where it is of another one.
-    template<class Class> [[nodiscard]] KXRef<Class> as(qsizetype index) const { return KXRef<Class>(dynamic_cast<Class *>(at(index).get())); }
+    template<class Class> [[nodiscard]] KXRef<Class> as(qsizetype index) const { return KXDynamicRefCast<Class>(at(index)); }
 
     /// The row's key, without making an object.
     [[nodiscard]] qint64 key(qsizetype index) const { return m_data->keys[size_t(index)]; }

@@ -1,89 +1,103 @@
 #pragma once
 
+#include <algorithm>
 #include <vector>
 
 #include <QtGlobal>
 
-/// The objects of one context by the keys of their rows: an open-addressed table of bare pointers.
+/// The objects of one context by the keys of their rows.
 ///
-/// Keys come from one sequence, so neighbours are made and used together; a key is its own hash and they lie side
-/// by side. Object needs `qint64 KXIdentityMap::keyOf(const Object *)`, given as the template's second argument.
-template<class Object, qint64 (*keyOf)(const Object *)> class KXIdentityMap
+/// Keys come from one sequence, so rows that were made together have neighbouring keys and are used together:
+/// the table holds them by sevens, a cache line each, at scattered places (linear probing over lines). About
+/// 16 bytes an object when keys are dense, at most some hundred when each is alone. No call looks at an object.
+template<class Object> class KXIdentityMap
 {
 public:
     [[nodiscard]] Object *find(qint64 key) const
     {
-        if (m_slots.empty())
+        if (m_lines.empty())
             return nullptr;
-        for (size_t i = size_t(key) & m_mask;; i = (i + 1) & m_mask) {
-            Object *object = m_slots[i];
-            if (!object || keyOf(object) == key)
-                return object;
-        }
+        const Line &line = m_lines[place(idOf(key))];
+        return line.objects[key % perLine]; // an empty line holds nullptr throughout
     }
 
-    /// The key must not be in the map.
-    void insert(Object *object)
+    /// The key must be positive and not in the map.
+    void insert(qint64 key, Object *object)
     {
-        if ((m_count + 1) * 4 > m_slots.size() * 3)
-            rehash(std::max<size_t>(64, m_slots.size() * 2));
-        place(object);
-        ++m_count;
+        if ((m_used + 1) * 4 > m_lines.size() * 3)
+            rehash(std::max<size_t>(16, m_lines.size() * 2));
+        Line &line = m_lines[place(idOf(key))];
+        if (line.id == 0) {
+            line.id = idOf(key);
+            ++m_used;
+        }
+        line.objects[key % perLine] = object;
     }
 
     void remove(qint64 key)
     {
-        if (m_slots.empty())
+        if (m_lines.empty())
             return;
-        size_t hole = size_t(key) & m_mask;
-        while (m_slots[hole] && keyOf(m_slots[hole]) != key)
-            hole = (hole + 1) & m_mask;
-        if (!m_slots[hole])
+        size_t hole = place(idOf(key));
+        Line &line = m_lines[hole];
+        line.objects[key % perLine] = nullptr;
+        if (line.id == 0 || std::any_of(std::begin(line.objects), std::end(line.objects), [](Object *object) { return object; }))
             return;
-        // Whatever follows in the run and may lie further ahead is moved into the hole, so that no run is broken.
-        for (size_t i = (hole + 1) & m_mask; m_slots[i]; i = (i + 1) & m_mask) {
-            const size_t home = size_t(keyOf(m_slots[i])) & m_mask;
-            if (((i - home) & m_mask) >= ((i - hole) & m_mask)) {
-                m_slots[hole] = m_slots[i];
+        // Whatever follows and belongs at the hole or before it moves there, so that probing finds it.
+        const size_t mask = m_lines.size() - 1;
+        for (size_t i = (hole + 1) & mask; m_lines[i].id != 0; i = (i + 1) & mask) {
+            if (((i - home(m_lines[i].id)) & mask) >= ((i - hole) & mask)) {
+                m_lines[hole] = m_lines[i];
                 hole = i;
             }
         }
-        m_slots[hole] = nullptr;
-        if (--m_count == 0)
-            m_slots = {};
-        else if (m_slots.size() > 1024 && m_count * 8 < m_slots.size())
-            rehash(m_slots.size() / 2);
+        m_lines[hole] = {};
+        --m_used;
+        if (m_lines.size() > 1024 && m_used * 8 < m_lines.size())
+            rehash(m_lines.size() / 2);
     }
 
-    [[nodiscard]] size_t size() const { return m_count; }
     template<typename Function> void forEach(Function &&function) const
     {
-        for (Object *object : m_slots) {
-            if (object)
-                function(object);
+        for (const Line &line : m_lines) {
+            for (Object *object : line.objects) {
+                if (object)
+                    function(object);
+            }
         }
     }
 
 private:
-    void place(Object *object)
+    static constexpr qint64 perLine = 7;
+    struct alignas(64) Line
     {
-        size_t i = size_t(keyOf(object)) & m_mask;
-        while (m_slots[i])
-            i = (i + 1) & m_mask;
-        m_slots[i] = object;
+        quint64 id = 0; // of the seven keys, from 1; 0: empty
+        Object *objects[perLine] = {};
+    };
+
+    [[nodiscard]] static quint64 idOf(qint64 key) { return quint64(key / perLine) + 1; }
+    [[nodiscard]] size_t home(quint64 id) const
+    {
+        return size_t(id * 0x9e37'79b9'7f4a'7c15 >> 20) & (m_lines.size() - 1); // 2^64 over the golden ratio
+    }
+    /// The line of the id, or the empty one where it belongs.
+    [[nodiscard]] size_t place(quint64 id) const
+    {
+        size_t i = home(id);
+        while (m_lines[i].id != 0 && m_lines[i].id != id)
+            i = (i + 1) & (m_lines.size() - 1);
+        return i;
     }
     void rehash(size_t size)
     {
-        std::vector<Object *> before(size);
-        before.swap(m_slots);
-        m_mask = size - 1;
-        for (Object *object : before) {
-            if (object)
-                place(object);
+        std::vector<Line> before(size);
+        before.swap(m_lines);
+        for (const Line &line : before) {
+            if (line.id != 0)
+                m_lines[place(line.id)] = line;
         }
     }
 
-    std::vector<Object *> m_slots;
-    size_t m_mask = 0;
-    size_t m_count = 0;
+    std::vector<Line> m_lines; // a power of two of them
+    size_t m_used = 0;
 };

@@ -55,6 +55,7 @@ KXManagedObject::Factory KXManagedObject::registeredClass(const QString &classNa
 void KXManagedObject::destroyUnreferenced() const noexcept
 {
     auto *self = const_cast<KXManagedObject *>(this);
+    endWeakHandles();
     if (!(m_flags & Detached) && m_context)
         m_context->d().forget(self);
     delete self;
@@ -158,8 +159,14 @@ QList<KXRef<KXManagedObject>> KXManagedObject::readToMany(KXPropertyPlace place)
 QVariant KXManagedObject::valueForKey(const QString &key) const
 {
     const KXPropertyDescription *property = m_entity->property(key);
-    if (!property)
+    if (!property) {
+        // What only a sibling or sub-entity has is absent here: a key path may lead to objects of either kind.
+        for (const KXEntityDescription *relative : m_entity->root()->family()) {
+            if (relative->property(key))
+                return {};
+        }
         throw KXException(u"KXUnknownKeyException"_s, KXStringWithFormat("The entity \"%@\" has no property \"%@\"", m_entity->name(), key));
+    }
     const KXPropertyPlace place { property->index(), property->offset() };
     if (property->isAttribute())
         return attributeAt(place.index);

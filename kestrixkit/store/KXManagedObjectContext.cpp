@@ -20,34 +20,42 @@ constexpr size_t recentObjects = 20'000;
 /// Rows between the first and the last key are read in one go when they are not many more than those wanted.
 constexpr qint64 denseFactor = 4;
 
+/// A row that is to be read, and its object where there is one.
+struct Wanted
+{
+    qint64 key;
+    KXManagedObject *object;
+    bool found;
+};
+
 /// Gives the rows of the keys, which are sorted, to `take`. Answers SQLITE_DONE or the code of what went wrong.
-template<typename Take> int readRows(KXSQLiteConnection &connection, const QByteArray &select, const std::vector<qint64> &keys, Take &&take)
+template<typename Take> int readRows(KXSQLiteConnection &connection, const QByteArray &select, std::vector<Wanted> &wanted, Take &&take)
 {
     int code = SQLITE_DONE;
-    if (keys.size() > 1 && keys.back() - keys.front() < denseFactor * qint64(keys.size())) {
+    if (wanted.size() > 1 && wanted.back().key - wanted.front().key < denseFactor * qint64(wanted.size())) {
         KXStatement rows = connection.prepare(select + " WHERE t0.kx_id BETWEEN ? AND ?");
         if (!rows)
             return SQLITE_ERROR;
-        rows.bind(1, keys.front());
-        rows.bind(2, keys.back());
-        auto next = keys.begin();
+        rows.bind(1, wanted.front().key);
+        rows.bind(2, wanted.back().key);
+        auto next = wanted.begin();
         while ((code = rows.step()) == SQLITE_ROW) {
             const qint64 key = rows.integer(KXRowCodec::KeyColumn);
-            while (next != keys.end() && *next < key)
+            while (next != wanted.end() && next->key < key)
                 ++next;
-            if (next != keys.end() && *next == key)
-                take(rows, key);
+            if (next != wanted.end() && next->key == key)
+                take(rows, *next);
         }
         return code;
     }
     KXStatement row = connection.prepare(select + " WHERE t0.kx_id = ?");
     if (!row)
         return SQLITE_ERROR;
-    for (const qint64 key : keys) {
-        row.bind(1, key);
+    for (Wanted &one : wanted) {
+        row.bind(1, one.key);
         code = row.step();
         if (code == SQLITE_ROW)
-            take(row, key);
+            take(row, one);
         else if (code != SQLITE_DONE)
             return code;
         row.reset();
@@ -152,9 +160,11 @@ KXRef<KXManagedObject> KXManagedObjectContext::managedObjectForEntity(const QStr
 {
     m_p->checkThread();
     const KXEntityDescription &entity = m_p->entity(entityName);
-    KXError problem(KXKestrixKitErrorDomain, KXStoreErrorCode::CannotOpen, u"The store is not open"_s);
+    KXError problem;
     const qint64 key = m_p->store ? m_p->store->keys.next(&problem) : 0;
     if (key == 0) {
+        if (!m_p->store)
+            problem = m_p->notOpen();
         KXLogError(store, "Cannot insert into \"%@\": %@", entityName, problem);
         KXSetError(error, problem);
         return {};
@@ -324,9 +334,18 @@ QList<KXRef<KXManagedObject>> KXManagedObjectContext::objectInstancesFromURIRepr
 
 QList<KXRef<KXManagedObject>> KXManagedObjectContext::existingObjectsWithIDs(const QList<KXManagedObjectID> &ids)
 {
-    QList<KXRef<KXManagedObject>> list;
+    // All rows that are not in memory are read together.
+    QList<KXRef<KXManagedObject>> objects;
+    QHash<const KXEntityDescription *, std::vector<qint64>> faults;
     for (const KXManagedObjectID &id : ids) {
-        auto object = objectWithID(id);
+        objects.append(objectWithID(id));
+        if (objects.last() && objects.last()->isFault())
+            faults[objects.last()->entity()].push_back(id.key());
+    }
+    for (auto it = faults.cbegin(); it != faults.cend(); ++it)
+        m_p->fill(*it.key(), it.value());
+    QList<KXRef<KXManagedObject>> list;
+    for (KXRef<KXManagedObject> &object : objects) {
         if (object && !object->isMissing() && !object->isDeleted())
             list.append(std::move(object));
     }
@@ -370,6 +389,11 @@ void KXManagedObjectContextPrivate::checkThread() const
         quint64(std::hash<std::thread::id>()(std::this_thread::get_id())), quint64(std::hash<std::thread::id>()(thread)));
 }
 
+KXError KXManagedObjectContextPrivate::notOpen()
+{
+    return KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::CannotOpen, u"The store is not open"_s);
+}
+
 QString KXManagedObjectContextPrivate::description() const
 {
     return KXStringWithFormat("%@", store ? store->url.toString() : u"no store"_s);
@@ -401,7 +425,7 @@ KXRef<KXManagedObject> KXManagedObjectContextPrivate::makeObject(const KXEntityD
     KXRef<KXManagedObject> object(instantiate(entity));
     object->m_key = key;
     object->m_context = q;
-    objects.insert(object.get());
+    objects.insert(key, object.get());
     if (entity.residence() == KXResidence::Resident)
         m_resident.push_back(object);
     return object;
@@ -491,16 +515,16 @@ void KXManagedObjectContextPrivate::fillFault(KXManagedObject *object)
 void KXManagedObjectContextPrivate::fill(const KXEntityDescription &entity, std::span<const qint64> keys)
 {
     checkThread();
-    std::vector<qint64> wanted;
+    std::vector<Wanted> wanted;
     wanted.reserve(keys.size());
     for (const qint64 key : keys) {
-        const KXManagedObject *object = registered(key);
+        KXManagedObject *object = registered(key);
         if (!object || object->isFault())
-            wanted.push_back(key);
+            wanted.push_back({ key, object, false });
     }
     if (wanted.empty() || !store)
         return;
-    std::sort(wanted.begin(), wanted.end());
+    std::sort(wanted.begin(), wanted.end(), [](const Wanted &a, const Wanted &b) { return a.key < b.key; });
 
     KXError error;
     const KXStoreConnections::Reader reader = store->connections.reader(&error);
@@ -511,18 +535,16 @@ void KXManagedObjectContextPrivate::fill(const KXEntityDescription &entity, std:
     const KXRowCodec &codec = store->codec(entity);
     const bool discriminator = entity.hasDiscriminator();
     std::vector<KXRef<KXManagedObject>> filled;
-    const auto take = [&](const KXStatement &row, qint64 key) {
+    filled.reserve(wanted.size());
+    const auto take = [&](const KXStatement &row, Wanted &one) {
         const KXEntityDescription *actual = discriminator ? coordinator->model()->entities().value(row.integer(KXRowCodec::EntityColumn) - 1) : &entity;
-        KXManagedObject *object = registered(key);
-        if (!actual || (object && object->m_entity != actual))
+        if (!actual || (one.object && one.object->m_entity != actual))
             return; // an identifier that names the wrong entity
-        KXRef<KXManagedObject> held(object);
-        if (!held)
-            held = makeObject(*actual, key);
+        one.found = true;
+        KXManagedObject *object = filled.emplace_back(one.object ? KXRef<KXManagedObject>(one.object) : makeObject(*actual, one.key)).get();
         KXRowValues *values = KXRowValues::create(*actual);
-        store->codec(*actual).read(row, *values);
-        held->m_values = reinterpret_cast<char *>(values);
-        filled.push_back(std::move(held));
+        object->m_values = reinterpret_cast<char *>(values);
+        (discriminator ? store->codec(*actual) : codec).read(row, *values);
     };
 
     const int code = readRows(*reader, codec.select(), wanted, take);
@@ -535,14 +557,15 @@ void KXManagedObjectContextPrivate::fill(const KXEntityDescription &entity, std:
         KXLogError(store, "Cannot read rows of \"%@\": %s", entity.name(), sqlite3_errstr(code));
         return;
     }
-    for (const qint64 key : wanted) {
-        KXManagedObject *object = registered(key);
-        if (!object && entity.family().size() == 1) {
-            const KXRef<KXManagedObject> gone = makeObject(entity, key);
+    for (const Wanted &one : wanted) {
+        if (one.found)
+            continue;
+        if (one.object) {
+            one.object->m_flags |= KXManagedObject::Missing;
+        } else if (entity.family().size() == 1) {
+            const KXRef<KXManagedObject> gone = makeObject(entity, one.key);
             gone->m_flags |= KXManagedObject::Missing;
             touch(gone.get());
-        } else if (object && object->isFault()) {
-            object->m_flags |= KXManagedObject::Missing;
         }
     }
 }

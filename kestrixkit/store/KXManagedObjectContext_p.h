@@ -25,12 +25,12 @@ public:
     /// The calling thread must be the context's (in checking builds).
     void checkThread() const;
     [[nodiscard]] QString description() const;
+    [[nodiscard]] static KXError notOpen();
     /// Throws KXException for a name that the model does not have.
     [[nodiscard]] const KXEntityDescription &entity(const QString &name) const;
 
     // Objects in memory: KXManagedObjectContext.cpp.
 
-    static qint64 keyOf(const KXManagedObject *object) { return object->m_key; }
     [[nodiscard]] KXManagedObject *registered(qint64 key) const { return objects.find(key); }
     /// The object of the key, made as a fault where the context does not hold it. Of a family the entity is read
     /// from the row; empty where there is no row then.
@@ -87,7 +87,7 @@ public:
     KXPersistentStorePrivate *const store; ///< nullptr where the coordinator has none
     const std::thread::id thread = std::this_thread::get_id();
 
-    KXIdentityMap<KXManagedObject, keyOf> objects;
+    KXIdentityMap<KXManagedObject> objects;
     std::vector<KXRef<KXManagedObject>> inserted; ///< in order; those since deleted are no longer flagged so
     std::vector<KXRef<KXManagedObject>> deleted;
     std::unordered_map<KXManagedObject *, Change> changes; ///< of stored objects, and of inserted ones once announced

@@ -80,7 +80,11 @@ public:
     [[nodiscard]] static KXRef<Class> cast(const KXRef<KXManagedObject> &object) { return KXRef<Class>(dynamic_cast<Class *>(object.get())); }
 
 private:
-    [[nodiscard]] static QString name() { return QString(Class::entityName); }
+    [[nodiscard]] static const QString &name()
+    {
+        static const QString text(Class::entityName);
+        return text;
+    }
     [[nodiscard]] static KXPredicate identifierPredicate(const QVariant &identifier)
     {
         return KXPredicate::predicateWithFormat("identifier == %@", identifier);

@@ -63,7 +63,10 @@ KXPredicate::KXPredicate(KXPredicate &&) noexcept = default;
 KXPredicate &KXPredicate::operator=(const KXPredicate &) = default;
 KXPredicate &KXPredicate::operator=(KXPredicate &&) noexcept = default;
 KXPredicate::~KXPredicate() = default;
-KXPredicate::KXPredicate(const KXPredicateData *data) : d(data) { }
+KXPredicate::KXPredicate(const KXPredicateData *data)
+    : d(data)
+{
+}
 
 KXPredicate KXPredicate::predicateWithFormatArguments(QAnyStringView format, const QVariantList &arguments)
 {
@@ -83,8 +86,8 @@ KXPredicate KXPredicate::predicateWithText(const QString &text, KXError *error)
     return predicate;
 }
 
-KXPredicate KXPredicate::comparison(const KXExpression &left, KXPredicateOperator comparisonOperator, const KXExpression &right,
-    KXPredicateModifier modifier, int options)
+KXPredicate KXPredicate::comparison(const KXExpression &left, KXPredicateOperator comparisonOperator,
+    const KXExpression &right, KXPredicateModifier modifier, int options)
 {
     auto *data = new KXPredicateData;
     data->type = KXPredicateType::Comparison;
@@ -97,11 +100,11 @@ KXPredicate KXPredicate::comparison(const KXExpression &left, KXPredicateOperato
     return KXPredicate(data);
 }
 
-KXPredicate KXPredicate::comparison(const QString &keyPath, KXPredicateOperator comparisonOperator, const QVariant &constant,
-    KXPredicateModifier modifier, int options)
+KXPredicate KXPredicate::comparison(const QString &keyPath, KXPredicateOperator comparisonOperator,
+    const QVariant &constant, KXPredicateModifier modifier, int options)
 {
-    return comparison(KXExpression::expressionForKeyPath(keyPath), comparisonOperator, KXExpression::expressionForConstantValue(constant),
-        modifier, options);
+    return comparison(KXExpression::expressionForKeyPath(keyPath), comparisonOperator,
+        KXExpression::expressionForConstantValue(constant), modifier, options);
 }
 
 KXPredicate KXPredicate::compound(KXPredicateType type, const QList<KXPredicate> &parts)
@@ -115,7 +118,8 @@ KXPredicate KXPredicate::compound(KXPredicateType type, const QList<KXPredicate>
         data->countOfComparisons += part.countOfComparisons();
     }
     if (data->depth > MaximumDepth)
-        throw KXException(u"KXInvalidArgumentException"_s, KXStringWithFormat("Predicates nest in more than %d levels", MaximumDepth));
+        throw KXException(u"KXInvalidArgumentException"_s,
+            KXStringWithFormat("Predicates nest in more than %d levels", MaximumDepth));
     return KXPredicate(data.release());
 }
 
@@ -140,7 +144,10 @@ KXPredicateType KXPredicate::type() const { return (d ? *d : predicateDataOfAbse
 const QList<KXPredicate> &KXPredicate::subpredicates() const { return (d ? *d : predicateDataOfAbsent()).parts; }
 const KXExpression &KXPredicate::leftExpression() const { return (d ? *d : predicateDataOfAbsent()).left; }
 const KXExpression &KXPredicate::rightExpression() const { return (d ? *d : predicateDataOfAbsent()).right; }
-KXPredicateOperator KXPredicate::comparisonOperator() const { return (d ? *d : predicateDataOfAbsent()).comparisonOperator; }
+KXPredicateOperator KXPredicate::comparisonOperator() const
+{
+    return (d ? *d : predicateDataOfAbsent()).comparisonOperator;
+}
 KXPredicateModifier KXPredicate::modifier() const { return (d ? *d : predicateDataOfAbsent()).modifier; }
 int KXPredicate::options() const { return d ? d->options : 0; }
 int KXPredicate::countOfComparisons() const { return d ? d->countOfComparisons : 0; }
@@ -207,8 +214,9 @@ bool operator==(const KXPredicate &a, const KXPredicate &b)
         return true;
     if (!a.d || !b.d)
         return false;
-    return a.d->type == b.d->type && a.d->comparisonOperator == b.d->comparisonOperator && a.d->modifier == b.d->modifier
-        && a.d->options == b.d->options && a.d->left == b.d->left && a.d->right == b.d->right && a.d->parts == b.d->parts;
+    return a.d->type == b.d->type && a.d->comparisonOperator == b.d->comparisonOperator
+        && a.d->modifier == b.d->modifier && a.d->options == b.d->options && a.d->left == b.d->left
+        && a.d->right == b.d->right && a.d->parts == b.d->parts;
 }
 
 size_t qHash(const KXPredicate &predicate, size_t seed)
@@ -216,6 +224,7 @@ size_t qHash(const KXPredicate &predicate, size_t seed)
     if (!predicate.d)
         return seed;
     const KXPredicateData &data = *predicate.d;
-    seed = qHashMulti(seed, int(data.type), int(data.comparisonOperator), int(data.modifier), data.options, data.left, data.right);
+    seed = qHashMulti(
+        seed, int(data.type), int(data.comparisonOperator), int(data.modifier), data.options, data.left, data.right);
     return qHashRange(data.parts.begin(), data.parts.end(), seed);
 }

@@ -90,11 +90,11 @@ public:
     [[nodiscard]] static KXPredicate predicateWithText(const QString &text, KXError *error = nullptr);
     static constexpr int TextError = 1560;
 
-    [[nodiscard]] static KXPredicate comparison(const KXExpression &left, KXPredicateOperator comparisonOperator, const KXExpression &right,
-        KXPredicateModifier modifier = KXPredicateModifier::Direct, int options = 0);
+    [[nodiscard]] static KXPredicate comparison(const KXExpression &left, KXPredicateOperator comparisonOperator,
+        const KXExpression &right, KXPredicateModifier modifier = KXPredicateModifier::Direct, int options = 0);
     /// A key path compared with a constant.
-    [[nodiscard]] static KXPredicate comparison(const QString &keyPath, KXPredicateOperator comparisonOperator, const QVariant &constant,
-        KXPredicateModifier modifier = KXPredicateModifier::Direct, int options = 0);
+    [[nodiscard]] static KXPredicate comparison(const QString &keyPath, KXPredicateOperator comparisonOperator,
+        const QVariant &constant, KXPredicateModifier modifier = KXPredicateModifier::Direct, int options = 0);
     // Compounds keep their shape, also with one part or none; absent parts are left out. They throw KXException
     // where they would nest too deeply.
     [[nodiscard]] static KXPredicate andPredicate(const QList<KXPredicate> &parts);
@@ -123,8 +123,8 @@ public:
     [[nodiscard]] bool evaluateWithObject(const KXObservable *object, const QVariantMap &variables = {}) const;
 
     /// Text that predicateWithText reads back as an equal tree; empty when absent. Key paths that are no plain
-    /// names stand in backquotes, values without a literal of their own as DATE("…"), DECIMAL("…"), URL("…"), UUID("…"),
-    /// DATA("base64"), DOUBLE("nan"), OBJECT("…").
+    /// names stand in backquotes, values without a literal of their own as DATE("…"), DECIMAL("…"), URL("…"),
+    /// UUID("…"), DATA("base64"), DOUBLE("nan"). Objects print as OBJECT("URI"), which does not read back.
     [[nodiscard]] QString predicateFormat() const;
 
     /// The predicate with the variables replaced. Throws KXException for a variable that is not among them.

@@ -17,10 +17,13 @@ constexpr size_t longListSize = 16; // from here on a table beats comparing one 
 // A visitor gets each value and whether it came from a list; it answers false to end the visit, which then
 // answers false too.
 
-template<typename Visitor> bool evaluatorVisitKeys(const KXObservable *object, const QStringList &keys, qsizetype at, bool fromList, Visitor &visitor);
+template <typename Visitor>
+bool evaluatorVisitKeys(
+    const KXObservable *object, const QStringList &keys, qsizetype at, bool fromList, Visitor &visitor);
 
 /// Visits what the keys from `at` on reach from a value.
-template<typename Visitor> bool evaluatorVisitValue(const QVariant &value, const QStringList &keys, qsizetype at, bool fromList, Visitor &visitor)
+template <typename Visitor>
+bool evaluatorVisitValue(const QVariant &value, const QStringList &keys, qsizetype at, bool fromList, Visitor &visitor)
 {
     if (value.typeId() == QMetaType::QVariantList || value.typeId() == QMetaType::QStringList) {
         const QVariantList list = value.toList();
@@ -41,7 +44,9 @@ template<typename Visitor> bool evaluatorVisitValue(const QVariant &value, const
     return evaluatorVisitKeys(KXObservableFromVariant(value), keys, at, fromList, visitor);
 }
 
-template<typename Visitor> bool evaluatorVisitKeys(const KXObservable *object, const QStringList &keys, qsizetype at, bool fromList, Visitor &visitor)
+template <typename Visitor>
+bool evaluatorVisitKeys(
+    const KXObservable *object, const QStringList &keys, qsizetype at, bool fromList, Visitor &visitor)
 {
     if (!object || keys[at].isEmpty() || keys[at].startsWith(u'@'))
         return visitor(QVariant(), fromList);
@@ -51,8 +56,9 @@ template<typename Visitor> bool evaluatorVisitKeys(const KXObservable *object, c
 }
 
 /// Visits the values that an expression stands for; one for most, any number for lists and to-many paths.
-template<typename Visitor>
-bool KXPredicateEvaluator::visit(const KXExpression &expression, const KXObservable *object, Visitor &&visitor, bool fromList) const
+template <typename Visitor>
+bool KXPredicateEvaluator::visit(
+    const KXExpression &expression, const KXObservable *object, Visitor &&visitor, bool fromList) const
 {
     switch (expression.type()) {
     case KXExpressionType::Constant:
@@ -66,7 +72,8 @@ bool KXPredicateEvaluator::visit(const KXExpression &expression, const KXObserva
     case KXExpressionType::Function: {
         const KXExpression &operand = expression.operand();
         if (operand.type() == KXExpressionType::Variable) // not visited: the list itself may be counted
-            return evaluatorVisitValue(variable(operand.variable(), m_variables), expression.keys(), 0, fromList, visitor);
+            return evaluatorVisitValue(
+                variable(operand.variable(), m_variables), expression.keys(), 0, fromList, visitor);
         return evaluatorVisitValue(value(operand, object), expression.keys(), 0, fromList, visitor);
     }
     case KXExpressionType::Aggregate:
@@ -92,7 +99,8 @@ QVariant KXPredicateEvaluator::variable(const QString &name, const QVariantMap &
 {
     const auto found = variables.constFind(name);
     if (found == variables.constEnd())
-        throw KXException(u"KXInvalidArgumentException"_s, KXStringWithFormat("No value for the variable $%@ of a predicate", name));
+        throw KXException(
+            u"KXInvalidArgumentException"_s, KXStringWithFormat("No value for the variable $%@ of a predicate", name));
     return *found;
 }
 
@@ -124,8 +132,11 @@ int KXPredicateEvaluator::foldingOptions(KXPredicateOperator comparisonOperator,
 
 QRegularExpression KXPredicateEvaluator::regularExpression(const QString &pattern, int options)
 {
-    return QRegularExpression(QRegularExpression::anchoredPattern(pattern), QRegularExpression::UseUnicodePropertiesOption
-            | (options & KXCaseInsensitive ? QRegularExpression::CaseInsensitiveOption : QRegularExpression::NoPatternOption));
+    const QRegularExpression expression(QRegularExpression::anchoredPattern(pattern),
+        QRegularExpression::UseUnicodePropertiesOption
+            | (options & KXCaseInsensitive ? QRegularExpression::CaseInsensitiveOption
+                                           : QRegularExpression::NoPatternOption));
+    return expression.isValid() ? expression : QRegularExpression(u"(?!)"_s);
 }
 
 bool KXPreparedSide::contains(const KXPredicateValue &value) const
@@ -133,10 +144,12 @@ bool KXPreparedSide::contains(const KXPredicateValue &value) const
     if (value.isNull())
         return false;
     if (table.empty())
-        return std::any_of(values.begin(), values.end(), [&](const auto &element) { return KXPredicateValue::isEqual(value, element); });
+        return std::any_of(values.begin(), values.end(),
+            [&](const auto &element) { return KXPredicateValue::isEqual(value, element); });
     const auto [from, to] = std::equal_range(table.begin(), table.end(), std::pair(value.hash(), qsizetype(0)),
         [](const auto &a, const auto &b) { return a.first < b.first; });
-    return std::any_of(from, to, [&](const auto &entry) { return KXPredicateValue::isEqual(value, values[size_t(entry.second)]); });
+    return std::any_of(
+        from, to, [&](const auto &entry) { return KXPredicateValue::isEqual(value, values[size_t(entry.second)]); });
 }
 
 KXPreparedSide KXPredicateEvaluator::side(const KXExpression &expression, const KXObservable *object, int folding) const
@@ -155,7 +168,8 @@ KXPreparedSide KXPredicateEvaluator::side(const KXExpression &expression, const 
 KXPreparedSide KXPredicateEvaluator::prepareRight(const KXPredicate &predicate, const KXObservable *object) const
 {
     const KXPredicateOperator comparisonOperator = predicate.comparisonOperator();
-    KXPreparedSide side = this->side(predicate.rightExpression(), object, foldingOptions(comparisonOperator, predicate.options()));
+    KXPreparedSide side
+        = this->side(predicate.rightExpression(), object, foldingOptions(comparisonOperator, predicate.options()));
     if (comparisonOperator == KXPredicateOperator::In && side.values.size() >= longListSize) {
         for (size_t i = 0; i < side.values.size(); ++i)
             side.table.emplace_back(side.values[i].hash(), qsizetype(i));
@@ -168,7 +182,8 @@ KXPreparedSide KXPredicateEvaluator::prepareRight(const KXPredicate &predicate, 
     return side;
 }
 
-bool KXPredicateEvaluator::isTrue(const KXPredicateValue &left, KXPredicateOperator comparisonOperator, const KXPredicateValue &right)
+bool KXPredicateEvaluator::isTrue(
+    const KXPredicateValue &left, KXPredicateOperator comparisonOperator, const KXPredicateValue &right)
 {
     switch (comparisonOperator) {
     case KXPredicateOperator::Equal:
@@ -220,8 +235,9 @@ bool KXPredicateEvaluator::compare(const KXPredicate &predicate, const KXObserva
     KXPreparedSide ownSide;
     const KXPreparedSide *right = &ownSide;
     if (predicate.rightExpression().isConstant()) {
-        std::call_once(predicate.d->preparedOnce,
-            [&] { predicate.d->preparedRight = std::make_unique<const KXPreparedSide>(prepareRight(predicate, nullptr)); });
+        std::call_once(predicate.d->preparedOnce, [&] {
+            predicate.d->preparedRight = std::make_unique<const KXPreparedSide>(prepareRight(predicate, nullptr));
+        });
         right = predicate.d->preparedRight.get();
     } else {
         ownSide = prepareRight(predicate, object);
@@ -229,18 +245,23 @@ bool KXPredicateEvaluator::compare(const KXPredicate &predicate, const KXObserva
 
     const auto matches = [&](const QVariant &variant, bool fromList) {
         const KXPredicateValue left(variant, folding);
-        const auto anyRight = [&](auto &&test) { return std::any_of(right->values.begin(), right->values.end(), test); };
+        const auto anyRight
+            = [&](auto &&test) { return std::any_of(right->values.begin(), right->values.end(), test); };
         switch (comparisonOperator) {
         case KXPredicateOperator::In:
             if (right->isList)
                 return right->contains(left);
-            return anyRight([&](const KXPredicateValue &value) { return isTrue(value, KXPredicateOperator::Contains, left); });
+            return anyRight(
+                [&](const KXPredicateValue &value) { return isTrue(value, KXPredicateOperator::Contains, left); });
         case KXPredicateOperator::Contains:
             if (fromList && modifier == KXPredicateModifier::Direct)
-                return anyRight([&](const KXPredicateValue &value) { return !value.isNull() && KXPredicateValue::isEqual(left, value); });
+                return anyRight([&](const KXPredicateValue &value) {
+                    return !value.isNull() && KXPredicateValue::isEqual(left, value);
+                });
             break;
         case KXPredicateOperator::Between:
-            return right->isList && right->values.size() == 2 && isTrue(left, KXPredicateOperator::GreaterThanOrEqual, right->values[0])
+            return right->isList && right->values.size() == 2
+                && isTrue(left, KXPredicateOperator::GreaterThanOrEqual, right->values[0])
                 && isTrue(left, KXPredicateOperator::LessThanOrEqual, right->values[1]);
         case KXPredicateOperator::Matches:
             for (size_t i = 0; i < right->values.size(); ++i) {

@@ -26,7 +26,10 @@ class KXPredicateEvaluator
 {
 public:
     /// The variables are borrowed.
-    explicit KXPredicateEvaluator(const QVariantMap &variables) : m_variables(variables) { }
+    explicit KXPredicateEvaluator(const QVariantMap &variables)
+        : m_variables(variables)
+    {
+    }
 
     [[nodiscard]] bool evaluate(const KXPredicate &predicate, const KXObservable *object) const;
     /// The value of an expression, a list where it reaches through to-many relationships.
@@ -38,7 +41,8 @@ public:
 
     /// Whether a value fits one value of the other side; for all operators but IN, CONTAINS, BETWEEN and MATCHES.
     /// Texts have been folded before.
-    [[nodiscard]] static bool isTrue(const KXPredicateValue &left, KXPredicateOperator comparisonOperator, const KXPredicateValue &right);
+    [[nodiscard]] static bool isTrue(
+        const KXPredicateValue &left, KXPredicateOperator comparisonOperator, const KXPredicateValue &right);
     /// Which options fold the texts that the operator looks at: a regular expression minds case by itself, for
     /// folding would change what it means.
     [[nodiscard]] static int foldingOptions(KXPredicateOperator comparisonOperator, int options);
@@ -48,8 +52,9 @@ public:
 private:
     [[nodiscard]] bool compare(const KXPredicate &predicate, const KXObservable *object) const;
     [[nodiscard]] KXPreparedSide prepareRight(const KXPredicate &predicate, const KXObservable *object) const;
-    template<typename Visitor>
-    bool visit(const KXExpression &expression, const KXObservable *object, Visitor &&visitor, bool fromList = false) const;
+    template <typename Visitor>
+    bool visit(
+        const KXExpression &expression, const KXObservable *object, Visitor &&visitor, bool fromList = false) const;
 
     const QVariantMap &m_variables;
 };

@@ -10,7 +10,11 @@ class KXPredicateParser
 {
 public:
     /// With arguments "%@" and its like stand for them, without them "%" has no meaning.
-    KXPredicateParser(const QString &text, const QVariantList *arguments) : m_text(text), m_arguments(arguments) { }
+    KXPredicateParser(const QString &text, const QVariantList *arguments)
+        : m_text(text)
+        , m_arguments(arguments)
+    {
+    }
 
     /// Absent, with a problem, when the text is no predicate.
     [[nodiscard]] KXPredicate parse();
@@ -24,9 +28,26 @@ public:
 
 private:
     enum class Token : quint8 { End, Word, KeyPath, Variable, Value, Symbol };
-    struct Failure;
-    class Level;
+    struct Failure
+    {
+        QString what;
+        qsizetype at;
+    };
+    /// One more level of parentheses, lists or NOTs; ends the reading before the stack does.
+    class Level
+    {
+    public:
+        explicit Level(KXPredicateParser &parser);
+        ~Level() { --m_parser.m_level; }
 
+    private:
+        KXPredicateParser &m_parser;
+    };
+
+    [[nodiscard]] static bool isEqual(QStringView text, QLatin1StringView word)
+    {
+        return text.compare(word, Qt::CaseInsensitive) == 0;
+    }
     void next();
     void readWord();
     void readNumber();

@@ -7,6 +7,7 @@
 #include <QUrl>
 #include <QUuid>
 
+#include <kestrixkit/store/KXManagedObjectID.h>
 #include <kestrixkit/store/KXPredicateParser_p.h>
 #include <kestrixkit/store/KXPredicateValue_p.h>
 #include <kestrixkit/store/KXValueConversion_p.h>
@@ -18,19 +19,32 @@ namespace {
 QLatin1StringView printerOperator(KXPredicateOperator comparisonOperator)
 {
     switch (comparisonOperator) {
-    case KXPredicateOperator::LessThan: return "<"_L1;
-    case KXPredicateOperator::LessThanOrEqual: return "<="_L1;
-    case KXPredicateOperator::GreaterThan: return ">"_L1;
-    case KXPredicateOperator::GreaterThanOrEqual: return ">="_L1;
-    case KXPredicateOperator::Equal: return "=="_L1;
-    case KXPredicateOperator::NotEqual: return "!="_L1;
-    case KXPredicateOperator::Matches: return "MATCHES"_L1;
-    case KXPredicateOperator::Like: return "LIKE"_L1;
-    case KXPredicateOperator::BeginsWith: return "BEGINSWITH"_L1;
-    case KXPredicateOperator::EndsWith: return "ENDSWITH"_L1;
-    case KXPredicateOperator::In: return "IN"_L1;
-    case KXPredicateOperator::Contains: return "CONTAINS"_L1;
-    case KXPredicateOperator::Between: return "BETWEEN"_L1;
+    case KXPredicateOperator::LessThan:
+        return "<"_L1;
+    case KXPredicateOperator::LessThanOrEqual:
+        return "<="_L1;
+    case KXPredicateOperator::GreaterThan:
+        return ">"_L1;
+    case KXPredicateOperator::GreaterThanOrEqual:
+        return ">="_L1;
+    case KXPredicateOperator::Equal:
+        return "=="_L1;
+    case KXPredicateOperator::NotEqual:
+        return "!="_L1;
+    case KXPredicateOperator::Matches:
+        return "MATCHES"_L1;
+    case KXPredicateOperator::Like:
+        return "LIKE"_L1;
+    case KXPredicateOperator::BeginsWith:
+        return "BEGINSWITH"_L1;
+    case KXPredicateOperator::EndsWith:
+        return "ENDSWITH"_L1;
+    case KXPredicateOperator::In:
+        return "IN"_L1;
+    case KXPredicateOperator::Contains:
+        return "CONTAINS"_L1;
+    case KXPredicateOperator::Between:
+        return "BETWEEN"_L1;
     }
     return {};
 }
@@ -233,7 +247,7 @@ void KXPredicatePrinter::printConstant(const QVariant &value)
     if (comparable.kind() == KXPredicateValue::Decimal)
         call("DECIMAL"_L1, comparable.decimal().toString());
     else if (comparable.kind() == KXPredicateValue::Object)
-        call("OBJECT"_L1, KXPredicateObjectHooks().text ? KXPredicateObjectHooks().text(value) : QString());
+        call("OBJECT"_L1, value.value<KXManagedObjectID>().URIRepresentation().toString());
     else
         call("CBOR"_L1, QString::fromLatin1(QCborValue::fromVariant(value).toCbor().toBase64()));
 }

@@ -10,7 +10,10 @@ class QVariant;
 class KXPredicatePrinter
 {
 public:
-    explicit KXPredicatePrinter(QString &text) : m_text(text) { }
+    explicit KXPredicatePrinter(QString &text)
+        : m_text(text)
+    {
+    }
 
     void print(const KXPredicate &predicate);
     void print(const KXExpression &expression);

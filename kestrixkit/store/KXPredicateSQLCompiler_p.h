@@ -42,23 +42,53 @@ private:
         bool isColumn = false; ///< whether writing it twice costs next to nothing
     };
     struct Side;
-    class Nesting;
+
+    /// Keeps count of what is open. SQLite's parser keeps 100 open places, of which each piece of text inside another
+    /// takes some; the limit leaves room for a single value at the bottom and for the caller's text around the whole.
+    class Nesting
+    {
+    public:
+        static constexpr int Limit = 65;
+        static constexpr int OfParenthesis = 1;
+        static constexpr int OfJunction = 3;
+        static constexpr int OfQuery = 10;
+
+        Nesting(KXPredicateSQLCompiler &compiler, int places);
+        ~Nesting() { m_compiler.m_nesting -= m_places; }
+
+    private:
+        KXPredicateSQLCompiler &m_compiler;
+        const int m_places;
+    };
+    /// Longer junctions become trees, because SQLite limits the depth of chains to 1000.
+    static constexpr qsizetype JunctionParts = 32;
 
     void compileParts(const QList<KXPredicate> &parts, bool isAnd);
-    void join(const KXPredicate *parts, qsizetype count, bool isAnd);
+    template <typename Write> void join(qsizetype from, qsizetype to, bool isAnd, const Write &write);
+    [[nodiscard]] static bool isRelation(KXPredicateOperator comparisonOperator)
+    {
+        return comparisonOperator >= KXPredicateOperator::LessThan
+            && comparisonOperator <= KXPredicateOperator::NotEqual;
+    }
     void compileComparison(const KXPredicate &predicate);
-    void compareValuesWithPath(const Side &left, KXPredicateModifier modifier, const KXPredicateSQLPath &path, Condition condition);
-    void comparePaths(const KXPredicateSQLPath &left, KXPredicateModifier modifier, const KXPredicateSQLPath &right, Condition condition);
+    void compareValuesWithPath(
+        const Side &left, KXPredicateModifier modifier, const KXPredicateSQLPath &path, Condition condition);
+    void comparePaths(const KXPredicateSQLPath &left, KXPredicateModifier modifier, const KXPredicateSQLPath &right,
+        Condition condition);
     [[nodiscard]] Side side(const KXExpression &expression, int folding) const;
 
     void apply(const KXPredicateSQLPath &path, KXPredicateModifier modifier, Condition condition);
-    void applyToSome(const KXPredicateSQLPath &path, qsizetype from, const KXPredicateSQLRow &row, const Condition &condition);
-    void applyToMembers(const KXPredicateSQLPath &path, qsizetype from, qsizetype toMany, const KXPredicateSQLRow &row, const Condition &condition);
+    void applyToSome(
+        const KXPredicateSQLPath &path, qsizetype from, const KXPredicateSQLRow &row, const Condition &condition);
+    void applyToMembers(const KXPredicateSQLPath &path, qsizetype from, qsizetype toMany, const KXPredicateSQLRow &row,
+        const Condition &condition);
     void applyToValue(const Operand &operand, const Condition &condition);
     void applyValues(const Operand &operand, const Condition &condition);
     void applyOperand(const Operand &operand, const Condition &condition, const Operand &other);
-    void relation(const Operand &operand, KXPredicateOperator comparisonOperator, const KXPredicateValue &value, const Condition &condition);
-    void textRelation(const Operand &operand, KXPredicateOperator comparisonOperator, const KXPredicateValue &value, const Condition &condition);
+    void relation(const Operand &operand, KXPredicateOperator comparisonOperator, const KXPredicateValue &value,
+        const Condition &condition);
+    void textRelation(const Operand &operand, KXPredicateOperator comparisonOperator, const KXPredicateValue &value,
+        const Condition &condition);
     void isOneOf(const Operand &operand, const Condition &condition, bool absentToo);
 
     /// The value as the column keeps it. None when the relation is `always` true for values that are not absent, or
@@ -79,3 +109,26 @@ private:
     int m_aliases = 0;
     int m_nesting = 0;
 };
+
+/// Writes the pieces from `from` to `to`, joined in a tree that is nowhere wider than JunctionParts.
+template <typename Write>
+void KXPredicateSQLCompiler::join(qsizetype from, qsizetype to, bool isAnd, const Write &write)
+{
+    if (from == to) {
+        m_text += isAnd ? '1' : '0';
+        return;
+    }
+    if (from + 1 == to)
+        return write(from);
+    qsizetype step = 1;
+    while ((to - from + step - 1) / step > JunctionParts)
+        step *= JunctionParts;
+    const Nesting nesting(*this, Nesting::OfJunction);
+    m_text += '(';
+    for (qsizetype i = from; i < to; i += step) {
+        if (i > from)
+            m_text += isAnd ? " AND " : " OR ";
+        join(i, std::min(i + step, to), isAnd, write);
+    }
+    m_text += ')';
+}

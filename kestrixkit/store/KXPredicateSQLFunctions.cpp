@@ -14,7 +14,8 @@ namespace {
 
 QByteArrayView sqlFunctionText(sqlite3_value *value)
 {
-    const auto *text = reinterpret_cast<const char *>(sqlite3_value_text(value)); // before the size, which it may change
+    const auto *text
+        = reinterpret_cast<const char *>(sqlite3_value_text(value)); // before the size, which it may change
     return QByteArrayView(text, text ? sqlite3_value_bytes(value) : 0);
 }
 
@@ -41,7 +42,8 @@ bool sqlFunctionMatches(sqlite3_context *context, sqlite3_value **arguments)
     const bool matches = expression->match(QString::fromUtf8(sqlFunctionText(arguments[0]))).hasMatch();
     // Kept by SQLite for the statement's next rows where the pattern is constant, else let go at once.
     if (made)
-        sqlite3_set_auxdata(context, pattern, made.release(), [](void *kept) { delete static_cast<Expression *>(kept); });
+        sqlite3_set_auxdata(
+            context, pattern, made.release(), [](void *kept) { delete static_cast<Expression *>(kept); });
     return matches;
 }
 
@@ -92,7 +94,8 @@ void sqlFunctionDecimal(sqlite3_context *context, int, sqlite3_value **arguments
 
 int sqlFunctionCollateDecimals(void *, int sizeA, const void *a, int sizeB, const void *b)
 {
-    return KXDecimal::compare(QByteArrayView(static_cast<const char *>(a), sizeA), QByteArrayView(static_cast<const char *>(b), sizeB));
+    return KXDecimal::compare(
+        QByteArrayView(static_cast<const char *>(a), sizeA), QByteArrayView(static_cast<const char *>(b), sizeB));
 }
 
 }
@@ -100,13 +103,17 @@ int sqlFunctionCollateDecimals(void *, int sizeA, const void *a, int sizeB, cons
 int KXPredicateSQL::registerFunctions(sqlite3 *database)
 {
     constexpr int flags = SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_INNOCUOUS;
-    int code = sqlite3_create_function_v2(database, "kx_fold", 2, flags, nullptr, sqlFunctionFold, nullptr, nullptr, nullptr);
+    int code = sqlite3_create_function_v2(
+        database, "kx_fold", 2, flags, nullptr, sqlFunctionFold, nullptr, nullptr, nullptr);
     if (code == SQLITE_OK)
-        code = sqlite3_create_function_v2(database, "kx_text", 4, flags, nullptr, sqlFunctionCompareText, nullptr, nullptr, nullptr);
+        code = sqlite3_create_function_v2(
+            database, "kx_text", 4, flags, nullptr, sqlFunctionCompareText, nullptr, nullptr, nullptr);
     if (code == SQLITE_OK)
-        code = sqlite3_create_function_v2(database, "kx_decimal", 1, flags, nullptr, sqlFunctionDecimal, nullptr, nullptr, nullptr);
+        code = sqlite3_create_function_v2(
+            database, "kx_decimal", 1, flags, nullptr, sqlFunctionDecimal, nullptr, nullptr, nullptr);
     if (code == SQLITE_OK)
-        code = sqlite3_create_collation_v2(database, "KX_DECIMAL", SQLITE_UTF8, nullptr, sqlFunctionCollateDecimals, nullptr);
+        code = sqlite3_create_collation_v2(
+            database, "KX_DECIMAL", SQLITE_UTF8, nullptr, sqlFunctionCollateDecimals, nullptr);
     return code;
 }
 
@@ -125,7 +132,8 @@ int KXPredicateSQL::bind(sqlite3_stmt *statement, int first) const
             code = sqlite3_bind_double(statement, parameter, value.real);
             break;
         case KXSQLValue::Text:
-            code = sqlite3_bind_text64(statement, parameter, bytes, sqlite3_uint64(value.bytes.size()), SQLITE_STATIC, SQLITE_UTF8);
+            code = sqlite3_bind_text64(
+                statement, parameter, bytes, sqlite3_uint64(value.bytes.size()), SQLITE_STATIC, SQLITE_UTF8);
             break;
         case KXSQLValue::Blob:
             code = sqlite3_bind_blob64(statement, parameter, bytes, sqlite3_uint64(value.bytes.size()), SQLITE_STATIC);

@@ -12,8 +12,9 @@ bool sqlPathIsSame(const KXPropertyDescription &a, const KXPropertyDescription &
 {
     if (a.isToMany() != b.isToMany() || a.isTransient() != b.isTransient())
         return false;
-    return a.isToMany() ? a.joinTable() == b.joinTable() && a.joinSource() == b.joinSource() && a.inverse() == b.inverse()
-                        : a.column() == b.column();
+    return a.isToMany()
+        ? a.joinTable() == b.joinTable() && a.joinSource() == b.joinSource() && a.inverse() == b.inverse()
+        : a.column() == b.column();
 }
 
 /// The property of the entity, or of those of its sub-entities that have one of that name: rows of the others
@@ -30,7 +31,8 @@ const KXPropertyDescription &sqlPathProperty(const KXEntityDescription &entity, 
         found = found ? found : property;
     }
     if (!found)
-        throw KXPredicateSQLRefusal { KXPredicateSQL::UnknownKey, KXStringWithFormat("%@ has no property \"%@\"", entity.name(), key) };
+        throw KXPredicateSQLRefusal { KXPredicateSQL::UnknownKey,
+            KXStringWithFormat("%@ has no property \"%@\"", entity.name(), key) };
     if (found->isTransient())
         throw KXPredicateSQLRefusal { KXPredicateSQL::NotInSQL, KXStringWithFormat("\"%@\" is not stored", key) };
     return *found;
@@ -38,8 +40,12 @@ const KXPropertyDescription &sqlPathProperty(const KXEntityDescription &entity, 
 
 }
 
-KXPredicateSQLPath::KXPredicateSQLPath(const QStringList &keys, const KXEntityDescription &entity) : m_entity(&entity)
+KXPredicateSQLPath::KXPredicateSQLPath(const QStringList &keys, const KXEntityDescription &entity)
+    : m_entity(&entity)
 {
+    constexpr qsizetype mostKeys = 50; // SQLite joins 64 tables at most
+    if (keys.size() > mostKeys)
+        throw KXPredicateSQLRefusal { KXPredicateSQL::NotInSQL, u"a key path has too many keys"_s };
     const KXEntityDescription *here = &entity;
     for (const QString &key : keys) {
         if (key.isEmpty() || (!m_steps.empty() && m_steps.back().kind == Step::Absent)) {
@@ -48,10 +54,14 @@ KXPredicateSQLPath::KXPredicateSQLPath(const QStringList &keys, const KXEntityDe
             m_steps.back().kind = Step::Count;
             here = nullptr;
         } else if (!here) {
-            throw KXPredicateSQLRefusal { KXPredicateSQL::UnknownKey, KXStringWithFormat("values have no key \"%@\"", key) };
+            throw KXPredicateSQLRefusal { KXPredicateSQL::UnknownKey,
+                KXStringWithFormat("values have no key \"%@\"", key) };
         } else {
             const KXPropertyDescription &property = sqlPathProperty(*here, key);
-            m_steps.push_back({ property.isToMany() ? Step::ToMany : property.isToOne() ? Step::ToOne : Step::Attribute, &property });
+            m_steps.push_back({ property.isToMany() ? Step::ToMany
+                    : property.isToOne()            ? Step::ToOne
+                                                    : Step::Attribute,
+                &property });
             here = property.destinationEntity();
         }
     }
@@ -115,28 +125,44 @@ const KXEntityDescription *KXPredicateSQLPath::destination() const
 
 QByteArray KXPredicateSQLPath::scalar(const KXPredicateSQLRow &row, qsizetype from, qsizetype to, int &aliases) const
 {
-    if (from == to)
-        return row.key;
-    const Step &step = (*this)[from];
-    if (step.kind == Step::Absent)
-        return "NULL";
-    if (step.kind == Step::Count) {
-        const QByteArray alias = 't' + QByteArray::number(++aliases);
-        const bool joined = !step.property->joinTable().isEmpty();
-        const QByteArray &table = joined ? step.property->joinTable() : step.property->destinationEntity()->table();
-        const QByteArray &column = joined ? step.property->joinSource() : step.property->inverse()->column();
-        return "(SELECT count(*) FROM " + table + ' ' + alias + " WHERE " + alias + '.' + column + '=' + row.key + ')';
+    const auto newAlias = [&aliases] { return 't' + QByteArray::number(++aliases); };
+    // Where the path goes through other rows, they are joined inside one query, which has no row, so no value,
+    // when one of them is missing.
+    QByteArray key = row.key;
+    QByteArray alias = row.alias;
+    const KXEntityDescription *entity = row.entity;
+    QByteArray tables;
+    QByteArray where;
+    for (qsizetype i = from; i < to; ++i) {
+        const Step &step = (*this)[i];
+        if (step.kind == Step::Absent)
+            return "NULL";
+        if (step.kind == Step::Count) {
+            const QByteArray member = newAlias();
+            const bool joined = !step.property->joinTable().isEmpty();
+            const QByteArray &table = joined ? step.property->joinTable() : step.property->destinationEntity()->table();
+            const QByteArray &column = joined ? step.property->joinSource() : step.property->inverse()->column();
+            const QByteArray count
+                = "(SELECT count(*) FROM " + table + ' ' + member + " WHERE " + member + '.' + column + '=' + key + ')';
+            key = i == from
+                ? count
+                : "CASE WHEN " + key + " IS NOT NULL THEN " + count + " END"; // no object has no number of members
+            continue;
+        }
+        if (alias.isEmpty()) {
+            alias = newAlias();
+            const QByteArray table = entity->table() + ' ' + alias;
+            const QByteArray condition = alias + ".kx_id=" + key;
+            if (tables.isEmpty()) {
+                tables = " FROM " + table;
+                where = " WHERE " + condition;
+            } else {
+                tables += " JOIN " + table + " ON " + condition;
+            }
+        }
+        key = alias + '.' + step.property->column();
+        alias.clear();
+        entity = step.property->destinationEntity();
     }
-    if (row.alias.isEmpty()) { // the row is known by its key alone
-        const QByteArray alias = 't' + QByteArray::number(++aliases);
-        return "(SELECT " + scalar({ alias + ".kx_id", alias, row.entity }, from, to, aliases) + " FROM " + row.entity->table() + ' ' + alias
-            + " WHERE " + alias + ".kx_id=" + row.key + ')';
-    }
-    const QByteArray column = row.alias + '.' + step.property->column();
-    if (step.kind == Step::Attribute || from + 1 == to)
-        return column;
-    const Step &next = (*this)[from + 1];
-    if (next.kind == Step::Count) // no object has no number of members
-        return "CASE WHEN " + column + " IS NOT NULL THEN " + scalar({ column, {}, step.property->destinationEntity() }, from + 1, to, aliases) + " END";
-    return scalar({ column, {}, step.property->destinationEntity() }, from + 1, to, aliases);
+    return tables.isEmpty() ? key : "(SELECT " + key + tables + where + ')';
 }

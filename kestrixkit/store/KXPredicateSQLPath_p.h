@@ -14,6 +14,11 @@ struct KXPredicateSQLRefusal
 {
     KXPredicateSQL::Status status;
     QString reason;
+
+    [[noreturn]] static void refuse(const QString &reason)
+    {
+        throw KXPredicateSQLRefusal { KXPredicateSQL::NotInSQL, reason };
+    }
 };
 
 /// One key of a key path, looked up in the model.

@@ -41,9 +41,11 @@ public:
 
     /// `store` is the number that the store's objects carry in their KXObjectKey. Variables must have been replaced
     /// before; one that is left throws KXException.
-    [[nodiscard]] static KXPredicateSQL compile(const KXPredicate &predicate, const KXEntityDescription &entity, quint64 store);
+    [[nodiscard]] static KXPredicateSQL compile(
+        const KXPredicate &predicate, const KXEntityDescription &entity, quint64 store);
     /// Ends with the row's key, so that the order is total.
-    [[nodiscard]] static KXPredicateSQL compileOrder(const QList<KXSortDescriptor> &descriptors, const KXEntityDescription &entity);
+    [[nodiscard]] static KXPredicateSQL compileOrder(
+        const QList<KXSortDescriptor> &descriptors, const KXEntityDescription &entity);
 
     /// Adds to a connection what the compiled texts use: functions and the collation KX_DECIMAL, which orders
     /// canonical decimal texts as numbers. Answers a SQLite code.

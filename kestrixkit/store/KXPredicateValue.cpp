@@ -1,6 +1,5 @@
 #include <kestrixkit/store/KXPredicateValue_p.h>
 
-#include <bit>
 #include <cmath>
 
 #include <QDateTime>
@@ -8,7 +7,7 @@
 #include <QUrl>
 #include <QUuid>
 
-#include <kestrixkit/foundation/KXObservable.h>
+#include <kestrixkit/store/KXManagedObject.h>
 #include <kestrixkit/store/KXTextFolding_p.h>
 #include <kestrixkit/store/KXValueConversion_p.h>
 
@@ -42,10 +41,25 @@ std::partial_ordering reversed(std::partial_ordering order) { return 0 <=> order
 
 }
 
-KXObjectHooks &KXPredicateObjectHooks()
+std::optional<KXObjectKey> KXObjectKeyFromVariant(const QVariant &value)
 {
-    static KXObjectHooks hooks;
-    return hooks;
+    KXManagedObjectID id;
+    if (value.metaType() == QMetaType::fromType<KXManagedObjectID>())
+        id = value.value<KXManagedObjectID>();
+    else if (const auto *object = dynamic_cast<KXManagedObject *>(KXObservableFromVariant(value)))
+        id = object->objectID();
+    if (id.isNull())
+        return std::nullopt;
+    return KXObjectKey { id.store()->serial, id.entity()->layoutSerial(), id.key() };
+}
+
+QVariant KXConstantFromObject(const QVariant &object)
+{
+    auto *managed = dynamic_cast<KXManagedObject *>(KXObservableFromVariant(object));
+    if (!managed)
+        return object;
+    const KXManagedObjectID id = managed->objectID();
+    return id.isNull() ? KXVariantFromRef(KXRef<KXManagedObject>(managed)) : QVariant::fromValue(id);
 }
 
 KXPredicateValue::KXPredicateValue(const QVariant &value, int options)
@@ -111,8 +125,7 @@ KXPredicateValue::KXPredicateValue(const QVariant &value, int options)
         m_decimal = value.value<KXDecimal>();
         return;
     }
-    const KXObjectHooks &hooks = KXPredicateObjectHooks();
-    const std::optional<KXObjectKey> key = hooks.key ? hooks.key(value) : std::nullopt;
+    const std::optional<KXObjectKey> key = KXObjectKeyFromVariant(value);
     m_address = KXObservableFromVariant(value);
     if (key || m_address) {
         m_kind = Object;
@@ -202,8 +215,8 @@ bool KXConstantsAreEqual(const QVariant &a, const QVariant &b)
 {
     if (a.metaType() != b.metaType())
         return false;
-    if (a.typeId() == QMetaType::Double) // to the bit: 0.0 and -0.0 differ, a number that is none is itself
-        return std::bit_cast<quint64>(a.toDouble()) == std::bit_cast<quint64>(b.toDouble());
+    if (a.typeId() == QMetaType::Double && std::isnan(a.toDouble()))
+        return std::isnan(b.toDouble());
     if (a.typeId() == QMetaType::QVariantList) {
         const QVariantList left = a.toList();
         const QVariantList right = b.toList();

@@ -13,26 +13,17 @@ class KXObservable;
 /// Names a row wherever it is met: as an object of some context or as an identifier.
 struct KXObjectKey
 {
-    quint64 store = 0; ///< serial number of the open store, never reused in a process
+    quint64 store = 0; ///< KXStoreIdentity::serial of its store
     quint32 layout = 0; ///< KXEntityDescription::layoutSerial of its entity
     qint64 key = 0; ///< of the row; 0 for no row
 
     friend bool operator==(const KXObjectKey &, const KXObjectKey &) = default;
 };
 
-/// What predicates must know about objects and do not know by themselves; the store fills it in once, before any
-/// predicate is made. Without it objects are known by their address alone.
-struct KXObjectHooks
-{
-    /// The row of an object, reference or identifier; none for other values and for objects without a row.
-    std::optional<KXObjectKey> (*key)(const QVariant &value) = nullptr;
-    /// For a constant: the identifier of an object that has one, else the object held as it should be.
-    QVariant (*constant)(const QVariant &object) = nullptr;
-    /// Text for OBJECT("…"), and the identifier back from it; invalid where the text is none.
-    QString (*text)(const QVariant &value) = nullptr;
-    QVariant (*fromText)(const QString &text) = nullptr;
-};
-KX_CORE_EXPORT KXObjectHooks &KXPredicateObjectHooks();
+/// The row of a stored object or of an identifier; none for other values and for objects without a row.
+[[nodiscard]] std::optional<KXObjectKey> KXObjectKeyFromVariant(const QVariant &value);
+/// What a predicate keeps of an object: the identifier where it has one, else the object itself.
+[[nodiscard]] QVariant KXConstantFromObject(const QVariant &object);
 
 /// A value as predicates compare it: its kind and its comparable form.
 class KX_CORE_EXPORT KXPredicateValue
@@ -52,7 +43,10 @@ public:
     [[nodiscard]] const KXDecimal &decimal() const { return m_decimal; }
     [[nodiscard]] const QString &text() const { return m_text; }
     [[nodiscard]] const QByteArray &bytes() const { return m_bytes; }
-    [[nodiscard]] const KXObjectKey &objectKey() const { return m_object; } ///< its key is 0 for an object without a row
+    [[nodiscard]] const KXObjectKey &objectKey() const
+    {
+        return m_object;
+    } ///< its key is 0 for an object without a row
 
     /// Unordered for values that cannot be compared, absent ones included.
     [[nodiscard]] static std::partial_ordering compare(const KXPredicateValue &a, const KXPredicateValue &b);

@@ -50,8 +50,15 @@ KXRowCodec::KXRowCodec(const KXEntityDescription &entity) : m_entity(entity)
         parameters += ", " + QByteArray::number(entity.number());
     }
     for (const KXPropertyDescription &property : entity.properties()) {
+        if (property.isToMany())
+            m_toMany.push_back(&property);
+        // Each pair of a join table stands in the sets of both ends; one of them writes it.
+        if (!property.joinTable().isEmpty() && (!property.inverse() || property.inverse() == &property || property.joinSource() == "a"))
+            m_joins.push_back(&property);
         if (!property.hasColumn())
             continue;
+        if (!property.isOptional() || (property.isAttribute() && property.type() == KXAttributeType::Double))
+            m_validated.push_back(&property);
         m_columns.push_back({ &property, positions.value(property.column()) });
         m_insert += ", " + property.column();
         parameters += ", ?";
@@ -69,45 +76,45 @@ QByteArray KXRowCodec::update(const std::vector<const KXPropertyDescription *> &
 
 void KXRowCodec::read(const KXStatement &row, KXRowValues &values) const
 {
-    sqlite3_stmt *statement = row.get();
     values.version = row.integer(VersionColumn);
     for (const auto &[property, index] : m_columns) {
-        const int type = sqlite3_column_type(statement, index);
-        if (type == SQLITE_NULL)
+        // Looked up once a column, not once for its type, its value and its length.
+        sqlite3_value *column = sqlite3_column_value(row.get(), index);
+        if (sqlite3_value_type(column) == SQLITE_NULL)
             continue;
+        const auto text = [column] {
+            const auto *utf8 = reinterpret_cast<const char *>(sqlite3_value_text(column));
+            return QString::fromUtf8(utf8, sqlite3_value_bytes(column));
+        };
         const int offset = property->offset();
+        values.setPresent(property->index(), true);
         if (property->isRelationship()) {
-            values.setToOne(*property, row.integer(index));
+            values.slot<qint64>(offset) = sqlite3_value_int64(column);
             continue;
         }
         switch (property->type()) {
         case KXAttributeType::Double:
-            values.slot<double>(offset) = row.real(index);
+            values.slot<double>(offset) = sqlite3_value_double(column);
             break;
         case KXAttributeType::String:
         case KXAttributeType::URI:
-            values.slot<KXTextSlot>(offset).assign(row.text(index));
+            values.slot<KXTextSlot>(offset).assignUtf8(reinterpret_cast<const char *>(sqlite3_value_text(column)), sqlite3_value_bytes(column));
             break;
         case KXAttributeType::UUID:
-            values.slot<QUuid>(offset) = QUuid::fromString(row.text(index));
+            values.slot<QUuid>(offset) = QUuid::fromString(text());
             break;
         case KXAttributeType::Decimal:
-        case KXAttributeType::Binary:
-        case KXAttributeType::Variant: {
-            QVariant value;
-            if (property->type() == KXAttributeType::Decimal)
-                value = QVariant::fromValue(KXDecimal::fromString(row.text(index)).value_or(KXDecimal()));
-            else if (property->type() == KXAttributeType::Binary)
-                value = row.bytes(index);
-            else
-                value = KXValueConversion::variantFromBytes(row.bytes(index));
-            values.slot<QVariant *>(offset) = new QVariant(std::move(value));
+            values.slot<QVariant *>(offset) = new QVariant(QVariant::fromValue(KXDecimal::fromString(text()).value_or(KXDecimal())));
             break;
-        }
+        case KXAttributeType::Binary:
+            values.slot<QVariant *>(offset) = new QVariant(row.bytes(index));
+            break;
+        case KXAttributeType::Variant:
+            values.slot<QVariant *>(offset) = new QVariant(KXValueConversion::variantFromBytes(row.bytes(index)));
+            break;
         default:
-            values.slot<qint64>(offset) = row.integer(index);
+            values.slot<qint64>(offset) = sqlite3_value_int64(column);
         }
-        values.setPresent(property->index(), true);
     }
 }
 

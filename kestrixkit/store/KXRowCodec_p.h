@@ -23,6 +23,12 @@ public:
     /// the values in the order of the properties, then key and version.
     [[nodiscard]] QByteArray update(const std::vector<const KXPropertyDescription *> &properties) const;
 
+    /// The to-many relationships, and of these the ones whose join table rows are written from this end.
+    [[nodiscard]] const std::vector<const KXPropertyDescription *> &toMany() const { return m_toMany; }
+    [[nodiscard]] const std::vector<const KXPropertyDescription *> &joins() const { return m_joins; }
+    /// What must be looked at before a row is written: required properties and doubles.
+    [[nodiscard]] const std::vector<const KXPropertyDescription *> &validated() const { return m_validated; }
+
     /// The values of the row that the statement stands on.
     void read(const KXStatement &row, KXRowValues &values) const;
     /// Text converted for binding lives in `buffer` until the statement was stepped.
@@ -38,6 +44,9 @@ private:
     };
     const KXEntityDescription &m_entity;
     std::vector<Column> m_columns;
+    std::vector<const KXPropertyDescription *> m_toMany;
+    std::vector<const KXPropertyDescription *> m_joins;
+    std::vector<const KXPropertyDescription *> m_validated;
     QByteArray m_select;
     QByteArray m_insert;
 };

@@ -41,20 +41,44 @@ void KXTextSlot::assign(QString text)
 {
     Data *before = m_data;
     m_data = nullptr;
-    m_size = text.size();
-    if (m_size > 0) {
+    m_size = 0;
+    if (!text.isEmpty()) {
         // Literals own nothing, a text cut at its front does not begin at its allocation, and one that was
         // converted from long UTF-8 may hold three times what it needs.
         QString::DataPointer *pointer = &text.data_ptr();
-        if (!pointer->d_ptr() || pointer->freeSpaceAtBegin() != 0 || pointer->constAllocatedCapacity() > 2 * m_size + 16) {
-            text = QString(text.constData(), m_size);
-            pointer = &text.data_ptr();
-        }
-        m_data = pointer->d_ptr();
-        m_data->ref();
+        if (!pointer->d_ptr() || pointer->freeSpaceAtBegin() != 0 || pointer->constAllocatedCapacity() > 2 * text.size() + 16)
+            text = QString(text.constData(), text.size());
+        take(std::move(text));
     }
     if (before && !before->deref())
         Data::deallocate(before);
+}
+
+void KXTextSlot::assignUtf8(const char *utf8, qsizetype size)
+{
+    // Most texts of a music library are ASCII, or nearly: those are widened straight into an allocation of their size,
+    // which is what a scan of a million rows spends much of its time on.
+    uchar bits = 0;
+    for (qsizetype i = 0; i < size; ++i)
+        bits |= uchar(utf8[i]);
+    if (size == 0 || bits >= 0x80) {
+        assign(QString::fromUtf8(utf8, size));
+        return;
+    }
+    QString text(size, Qt::Uninitialized);
+    auto *start = reinterpret_cast<char16_t *>(text.data());
+    for (qsizetype i = 0; i < size; ++i)
+        start[i] = uchar(utf8[i]);
+    take(std::move(text));
+}
+
+void KXTextSlot::take(QString &&text)
+{
+    m_data = text.data_ptr().d_ptr();
+    m_size = text.size();
+    // The argument's own reference becomes ours: its storage is forgotten, not released.
+    alignas(QString) char forgotten[sizeof(QString)];
+    new (forgotten) QString(std::move(text));
 }
 
 int KXRowValues::layOut(const KXEntityDescription &entity, const std::function<void(int, int)> &place)

@@ -28,6 +28,8 @@ public:
 
     /// Shares the text where it owns an allocation that is not much too large, else copies it.
     void assign(QString text);
+    /// The same for UTF-8 of a row. The slot must be empty.
+    void assignUtf8(const char *utf8, qsizetype size);
     void release() { assign(QString()); }
     void share(const KXTextSlot &other)
     {
@@ -38,6 +40,7 @@ public:
 
 private:
     using Data = QTypedArrayData<char16_t>;
+    void take(QString &&text);
     [[nodiscard]] char16_t *start() const { return Data::dataStart(m_data, alignof(Data)); }
 
     Data *m_data; // nullptr: empty

@@ -22,7 +22,7 @@ qsizetype foldingCharacterLength(QByteArrayView text, qsizetype at)
 }
 
 /// Greedy with one point of return: only the last "*" ever needs to take more.
-template<typename View> bool foldingIsLike(View text, View pattern)
+template <typename View> bool foldingIsLike(View text, View pattern)
 {
     using Unit = typename View::value_type;
     const auto unit = [](char c) { return Unit(std::conditional_t<std::is_same_v<Unit, char>, char, char16_t>(c)); };
@@ -67,7 +67,8 @@ QString KXTextFolding::folded(const QString &text, int options)
     if (options & KXDiacriticInsensitive) {
         // Before the folding of case, which would turn some letters into others with marks of their own.
         result = result.normalized(QString::NormalizationForm_D);
-        result.removeIf([](QChar c) { return c.category() == QChar::Mark_NonSpacing || c.category() == QChar::Mark_Enclosing; });
+        result.removeIf(
+            [](QChar c) { return c.category() == QChar::Mark_NonSpacing || c.category() == QChar::Mark_Enclosing; });
     }
     if (options & KXCaseInsensitive)
         result = result.toCaseFolded();

@@ -10,4 +10,7 @@ inline void PrintTo(const QString &text, std::ostream *out)
 {
     *out << (text.isNull() ? "null" : '"' + text.toStdString() + '"');
 }
-inline void PrintTo(const QDateTime &date, std::ostream *out) { *out << date.toString(Qt::ISODateWithMs).toStdString(); }
+inline void PrintTo(const QDateTime &date, std::ostream *out)
+{
+    *out << date.toString(Qt::ISODateWithMs).toStdString();
+}

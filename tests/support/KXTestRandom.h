@@ -19,13 +19,19 @@ public:
     }
 
     /// Both ends included.
-    template<typename T>
-    T between(T least, T most)
+    template <typename T> T between(T least, T most)
     {
         if constexpr (std::is_floating_point_v<T>)
             return std::uniform_real_distribution<T>(least, most)(m_engine);
         else
             return std::uniform_int_distribution<T>(least, most)(m_engine);
+    }
+    /// From 0 to count - 1.
+    int below(int count) { return between(0, count - 1); }
+    template<typename Container>
+    const auto &oneOf(const Container &container)
+    {
+        return *(std::begin(container) + below(int(std::size(container))));
     }
     bool chance(double probability) { return between(0.0, 1.0) < probability; }
     std::mt19937_64 &engine() { return m_engine; }

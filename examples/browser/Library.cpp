@@ -1,0 +1,84 @@
+#include "Library.h"
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+using Property = KXPropertyDescription;
+using Type = KXAttributeType;
+
+// A name that tracks refer to from a to-many relationship, and the tracks.
+KXEntityDescription namedEntity(const QString &name, const QString &inverse)
+{
+    return KXEntityDescription(name)
+        .add(Property::attribute(u"name"_s, Type::String).required().indexed())
+        .add(Property::toMany(u"tracks"_s, u"Track"_s, inverse));
+}
+
+KXEntityDescription trackEntity()
+{
+    return KXEntityDescription(u"Track"_s)
+        .add(Property::attribute(u"location"_s, Type::URI).required())
+        .add(Property::attribute(u"fileSize"_s, Type::Integer64).required())
+        .add(Property::attribute(u"fileModified"_s, Type::Integer64).required())
+        .add(Property::attribute(u"missing"_s, Type::Boolean).required().withDefault(false))
+        .add(Property::attribute(u"title"_s, Type::String).required().indexed())
+        .add(Property::attribute(u"artistText"_s, Type::String).indexed())
+        .add(Property::attribute(u"albumText"_s, Type::String))
+        .add(Property::attribute(u"genreText"_s, Type::String))
+        .add(Property::attribute(u"labelText"_s, Type::String))
+        .add(Property::attribute(u"bpm"_s, Type::Double).indexed())
+        .add(Property::attribute(u"keyOrder"_s, Type::Integer16))
+        .add(Property::attribute(u"year"_s, Type::Integer16))
+        .add(Property::attribute(u"trackNumber"_s, Type::Integer16))
+        .add(Property::attribute(u"rating"_s, Type::Integer16))
+        .add(Property::attribute(u"fileRating"_s, Type::Integer16))
+        .add(Property::attribute(u"comment"_s, Type::String))
+        .add(Property::attribute(u"duration"_s, Type::Double))
+        .add(Property::attribute(u"sampleRate"_s, Type::Integer32))
+        .add(Property::attribute(u"channels"_s, Type::Integer16))
+        .add(Property::attribute(u"bitrate"_s, Type::Integer32))
+        .add(Property::attribute(u"added"_s, Type::Date).required().indexed())
+        .add(Property::attribute(u"importNotes"_s, Type::String))
+        .add(Property::toOne(u"album"_s, u"Album"_s, u"tracks"_s))
+        .add(Property::toOne(u"key"_s, u"Key"_s, u"tracks"_s))
+        .add(Property::toMany(u"artists"_s, u"Artist"_s, u"tracks"_s))
+        .add(Property::toMany(u"genres"_s, u"Genre"_s, u"tracks"_s))
+        .add(Property::toMany(u"labels"_s, u"Label"_s, u"tracks"_s));
+}
+
+} // namespace
+
+void Library::registerEntities()
+{
+    Track::registerEntity();
+    Artist::registerEntity();
+    Album::registerEntity();
+    Genre::registerEntity();
+    Label::registerEntity();
+    Key::registerEntity();
+}
+
+KXManagedObjectModel::Ref Library::model()
+{
+    static const KXManagedObjectModel::Ref model = KXManagedObjectModel::make({
+        trackEntity(),
+        namedEntity(u"Artist"_s, u"artists"_s),
+        namedEntity(u"Genre"_s, u"genres"_s),
+        namedEntity(u"Label"_s, u"labels"_s),
+        namedEntity(u"Key"_s, u"key"_s)
+            .add(Property::attribute(u"number"_s, Type::Integer16).required())
+            .add(Property::attribute(u"isMinor"_s, Type::Boolean).required()),
+        KXEntityDescription(u"Album"_s)
+            .add(Property::attribute(u"title"_s, Type::String).required().indexed())
+            .add(Property::attribute(u"artistText"_s, Type::String))
+            .add(Property::toMany(u"tracks"_s, u"Track"_s, u"album"_s)),
+    });
+    return model;
+}
+
+KXPersistentStoreCoordinator::Ref Library::open(const QString &path, KXError *error)
+{
+    return KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(
+        QUrl::fromLocalFile(path), model(), error);
+}

@@ -1,0 +1,194 @@
+// The built browser, started the way users start it.
+
+#include <csignal>
+
+#include <QDir>
+#include <QImage>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTemporaryDir>
+
+#include <Crate.h>
+
+#include "MusicFiles.h"
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+struct Answer
+{
+    int status = -1;
+    QByteArray output;
+    QByteArray errors;
+
+    [[nodiscard]] QJsonObject json() const { return QJsonDocument::fromJson(output).object(); }
+};
+
+QProcessEnvironment quiet()
+{
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(u"QT_LOGGING_RULES"_s, u"*.warning=false"_s); // the platform plugin's
+    environment.insert(u"XDG_RUNTIME_DIR"_s, QDir::tempPath());
+    return environment;
+}
+
+Answer browser(const QStringList &arguments)
+{
+    QProcess process;
+    process.setProcessEnvironment(quiet());
+    process.start(QStringLiteral(KX_BROWSER), arguments);
+    Answer answer;
+    if (process.waitForFinished(300'000) && process.exitStatus() == QProcess::NormalExit)
+        answer.status = process.exitCode();
+    answer.output = process.readAllStandardOutput();
+    answer.errors = process.readAllStandardError();
+    return answer;
+}
+
+// Everything below a folder with its contents, to see that nothing was written.
+QMap<QString, QByteArray> contents(const QString &folder)
+{
+    QMap<QString, QByteArray> files;
+    for (const auto &entry : std::filesystem::recursive_directory_iterator(folder.toStdString()))
+        files.insert(QString::fromStdString(entry.path()),
+            entry.is_regular_file() ? QByteArray::fromStdString(readBytes(entry.path())) : QByteArray());
+    return files;
+}
+
+} // namespace
+
+TEST(Browser, reportsItsCrateTheSameTwiceAndCountsLikeALoop)
+{
+    const QTemporaryDir folder;
+    const QString store = folder.filePath(u"library.db"_s);
+    const Answer first = browser({ u"--report"_s, u"--store"_s, store });
+    ASSERT_EQ(first.status, 0) << first.errors.toStdString();
+    EXPECT_EQ(first.errors, QByteArray());
+    EXPECT_EQ(browser({ u"--report"_s, u"--store"_s, store }).output, first.output);
+
+    int house = 0, fastHouse = 0;
+    for (const CrateTrack &track : Crate::tracks()) {
+        const bool isHouse = QString::fromUtf8(track.genres).split(u';').contains(u"House"_s);
+        house += isHouse;
+        fastHouse += isHouse && track.bpm >= 124;
+    }
+    const QJsonObject report = first.json();
+    EXPECT_EQ(report.value(u"tracks"_s).toInt(), int(Crate::tracks().size()));
+    EXPECT_TRUE(report.value(u"skipped"_s).isArray());
+    EXPECT_EQ(report.value(u"genres"_s).toObject().value(u"House"_s).toInt(), house);
+    EXPECT_EQ(report.value(u"store"_s).toString(), store);
+
+    const Answer query
+        = browser({ u"--store"_s, store, u"--query"_s, u"bpm >= 124 AND ANY genres.name == \"House\""_s });
+    ASSERT_EQ(query.status, 0) << query.errors.toStdString();
+    EXPECT_EQ(query.json(), (QJsonObject { { u"count"_s, fastHouse } }));
+    EXPECT_GT(fastHouse, 0);
+}
+
+TEST(Browser, importsAFolderAndSaysWhatItSkipped)
+{
+    const QTemporaryDir folder;
+    makeMusic(folder.filePath(u"music/a.flac"_s).toStdString(),
+        { { "TITLE", "A" }, { "GENRE", "House" }, { "BPM", "fast" } });
+    writeBytes(folder.filePath(u"music/b.mp3"_s).toStdString(), "text");
+    writeBytes(folder.filePath(u"music/c.txt"_s).toStdString(), "text");
+    const Answer answer = browser(
+        { u"--music"_s, folder.filePath(u"music"_s), u"--store"_s, folder.filePath(u"s.db"_s), u"--report"_s });
+    ASSERT_EQ(answer.status, 0) << answer.errors.toStdString();
+    EXPECT_EQ(answer.json().value(u"tracks"_s).toInt(), 1);
+    const QJsonObject skipped = answer.json().value(u"skipped"_s).toArray().at(0).toObject();
+    EXPECT_EQ(skipped.value(u"file"_s).toString(), u"b.mp3"_s);
+    EXPECT_FALSE(skipped.value(u"reason"_s).toString().isEmpty());
+    EXPECT_EQ(answer.json().value(u"notes"_s).toArray().at(0).toObject().value(u"file"_s).toString(), u"a.flac"_s);
+}
+
+TEST(Browser, wrongInputIsSaidInOneLineAndNothingIsWritten)
+{
+    const QTemporaryDir folder;
+    const auto path = [&](const char *name) { return folder.filePath(QString::fromUtf8(name)); };
+    makeMusic(path("music/a.flac").toStdString());
+    writeBytes(path("no store.db").toStdString(), std::string(5000, 'x'));
+    writeBytes(path("plain").toStdString(), "a file");
+    const QString music = path("music"), store = path("fresh.db");
+    const auto before = contents(folder.path());
+
+    const QList<QStringList> mistakes {
+        { u"--music"_s, path("absent"), u"--store"_s, store, u"--report"_s },
+        { u"--music"_s, path("plain"), u"--store"_s, store, u"--report"_s },
+        { u"--music="_s, u"--store"_s, store, u"--report"_s },
+        { u"--music"_s, music, u"--store"_s, music, u"--report"_s },
+        { u"--music"_s, music, u"--store"_s, path("no store.db"), u"--report"_s },
+        { u"--music"_s, music, u"--store"_s, path("absent/x.db"), u"--report"_s },
+        { u"--music"_s, music, u"--store"_s, path("plain/x.db"), u"--report"_s },
+        { u"--music"_s, music, u"--store"_s, u"/proc/x.db"_s, u"--report"_s },
+        { u"--music"_s, music, u"--store"_s, store, u"--query"_s, u"bpm >="_s },
+        { u"--music"_s, music, u"--store"_s, store, u"--query"_s, QString() },
+        { u"--music"_s, music, u"--store"_s, store, u"--query"_s, u"tempo > 3"_s },
+        { u"--music"_s, music, u"--store"_s, store, u"--query"_s, u"genres.size > 3"_s },
+        { u"--music"_s, music, u"--store"_s, store, u"--query"_s, u"bpm > $LOW"_s },
+        { u"--music"_s, music, u"--store"_s, store, u"--screenshot"_s, path("absent/x.png") },
+        { u"--music"_s, music, u"--store"_s, store, u"--screenshot"_s, music },
+        { u"--store"_s, store, u"--report"_s, u"--query"_s, u"bpm > 1"_s },
+        { u"--store"_s, store, u"--report"_s, u"--nonsense"_s },
+        { u"--store"_s, store, u"--report"_s, u"surplus"_s },
+        { u"--report"_s, u"--store"_s },
+    };
+    for (const QStringList &arguments : mistakes) {
+        SCOPED_TRACE(arguments.join(u' ').toStdString());
+        const Answer answer = browser(arguments);
+        EXPECT_EQ(answer.status, 2);
+        EXPECT_EQ(answer.output, QByteArray());
+        EXPECT_EQ(answer.errors.trimmed().count('\n'), 0) << answer.errors.toStdString();
+        EXPECT_FALSE(answer.errors.trimmed().isEmpty());
+        ASSERT_TRUE(contents(folder.path()) == before);
+    }
+}
+
+TEST(Browser, drawsItsWindowIntoAFile)
+{
+    const QTemporaryDir folder;
+    const QString picture = folder.filePath(u"window.png"_s);
+    const Answer answer = browser({ u"--store"_s, folder.filePath(u"s.db"_s), u"--screenshot"_s, picture });
+    ASSERT_EQ(answer.status, 0) << answer.errors.toStdString();
+    const QImage image(picture);
+    ASSERT_GT(image.width(), 800);
+    std::set<QRgb> colours;
+    for (int y = 0; y < image.height(); y += 2) {
+        for (int x = 0; x < image.width(); x += 2)
+            colours.insert(image.pixel(x, y));
+    }
+    EXPECT_GT(colours.size(), 200U) << "an empty window";
+}
+
+TEST(Browser, anInterruptedImportEndsCleanlyAndGoesOnNextTime)
+{
+    const QTemporaryDir folder;
+    const QString music = folder.filePath(u"music"_s);
+    constexpr int files = 6000;
+    makeMusic((music + u"/0.wav"_s).toStdString(), {}, AudioFormat::Wav);
+    for (int i = 1; i < files; ++i)
+        std::filesystem::create_hard_link(
+            (music + u"/0.wav"_s).toStdString(), (music + u"/%1.wav"_s.arg(i)).toStdString());
+    const QStringList arguments { u"--music"_s, music, u"--store"_s, folder.filePath(u"s.db"_s), u"--report"_s };
+    QProcess process;
+    process.setProcessEnvironment(quiet());
+    process.start(QStringLiteral(KX_BROWSER), arguments);
+    // Once the first save made the log grow the import is under way.
+    const QString log = folder.filePath(u"s.db-wal"_s);
+    while (process.state() != QProcess::NotRunning && QFileInfo(log).size() < 500'000)
+        process.waitForFinished(2);
+    if (process.state() != QProcess::NotRunning)
+        ::kill(pid_t(process.processId()), SIGINT);
+    ASSERT_TRUE(process.waitForFinished(300'000));
+    ASSERT_EQ(process.exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(process.exitCode(), 1);
+    EXPECT_EQ(process.readAllStandardOutput(), QByteArray());
+    EXPECT_EQ(process.readAllStandardError(), "browser: interrupted\n");
+
+    const Answer rest = browser(arguments);
+    ASSERT_EQ(rest.status, 0) << rest.errors.toStdString();
+    EXPECT_EQ(rest.json().value(u"tracks"_s).toInt(), files);
+}

@@ -1,0 +1,178 @@
+// The window's table: what it shows, in which order, and how it follows the store.
+
+#include <QAbstractItemModelTester>
+#include <QLabel>
+#include <QSignalSpy>
+#include <QTableView>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <kestrixkit/foundation/KXClock.h>
+
+#include <BrowserStyle.h>
+#include <BrowserWindow.h>
+
+#include "MusicFiles.h"
+
+using namespace Qt::StringLiterals;
+
+class TableTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        Library::registerEntities();
+        KXError error;
+        coordinator = Library::open(folder.filePath(u"library.db"_s), &error);
+        ASSERT_TRUE(coordinator) << error.localizedDescription().toStdString();
+        context = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
+    }
+
+    KXRef<Track> add(const QString &title, std::optional<double> bpm = {})
+    {
+        const KXRef<Track> track = Track::createInContext(*context);
+        track->setLocation(QUrl(u"file:///"_s + title));
+        track->setFileSize(1);
+        track->setFileModified(1);
+        track->setTitle(title);
+        track->setBpm(bpm);
+        track->setAdded(QDateTime(QDate(2024, 5, 3), QTime(12, 0), Qt::UTC));
+        return track;
+    }
+    void save()
+    {
+        KXError error;
+        ASSERT_TRUE(context->save(&error)) << error.localizedDescription().toStdString();
+    }
+    static QStringList column(const QAbstractItemModel &model, int column)
+    {
+        QStringList texts;
+        for (int row = 0; row < model.rowCount(); ++row)
+            texts.append(model.index(row, column).data().toString());
+        return texts;
+    }
+
+    QTemporaryDir folder;
+    KXPersistentStoreCoordinator::Ref coordinator;
+    KXManagedObjectContext::Ref context;
+};
+
+TEST_F(TableTest, showsValuesTheWayDjsReadThem)
+{
+    const KXClockPin pin;
+    KXClock::setLocale(QLocale(QLocale::English, QLocale::UnitedKingdom));
+    const KXRef<Track> full = add(u"Full"_s, 127.98);
+    full->setArtistText(u"Ann"_s);
+    full->setKeyOrder(22); // 11A
+    full->setRating(4);
+    full->setDuration(3725.2);
+    full->setYear(1998);
+    full->setMissing(true);
+    full->setImportNotes(u"BPM “fast” left out"_s);
+    add(u"Empty"_s)->setDuration(59.6);
+    save();
+
+    TrackTableModel model(context);
+    const QAbstractItemModelTester tester(&model, QAbstractItemModelTester::FailureReportingMode::Fatal);
+    model.sort(TrackTableModel::Title, Qt::DescendingOrder);
+    const auto text = [&](int row, int column) { return model.index(row, column).data().toString(); };
+    EXPECT_EQ(text(0, TrackTableModel::Bpm), u"128.0"_s);
+    EXPECT_EQ(text(0, TrackTableModel::KeyName), u"11A · F#m"_s);
+    EXPECT_EQ(text(0, TrackTableModel::Rating), u"★★★★"_s);
+    EXPECT_EQ(text(0, TrackTableModel::Length), u"1:02:05"_s);
+    EXPECT_EQ(text(0, TrackTableModel::Year), u"1998"_s);
+    EXPECT_EQ(text(0, TrackTableModel::Added), u"03/05/2024"_s);
+    EXPECT_TRUE(model.index(0, 0).data(TrackTableModel::MissingRole).toBool());
+    EXPECT_TRUE(model.index(0, 0).data(Qt::ToolTipRole).toString().contains(u"fast"_s));
+    EXPECT_TRUE(model.index(0, TrackTableModel::Rating).data(Qt::AccessibleTextRole).toString().contains(u"missing"_s));
+    EXPECT_EQ(text(1, TrackTableModel::Length), u"1:00"_s);
+    for (const int absent : { TrackTableModel::Artist, TrackTableModel::Bpm, TrackTableModel::KeyName,
+             TrackTableModel::Rating, TrackTableModel::Year })
+        EXPECT_EQ(text(1, absent), QString()) << absent;
+    EXPECT_FALSE(model.index(2, 0).data().isValid());
+    EXPECT_FALSE(model.index(0, TrackTableModel::ColumnCount).data().isValid());
+}
+
+TEST_F(TableTest, sortsByAnyColumn)
+{
+    add(u"b"_s, 90);
+    add(u"a"_s, 128);
+    add(u"c"_s);
+    save();
+    TrackTableModel model(context);
+    model.sort(TrackTableModel::Title, Qt::AscendingOrder);
+    EXPECT_EQ(column(model, TrackTableModel::Title), (QStringList { u"a"_s, u"b"_s, u"c"_s }));
+    model.sort(TrackTableModel::Bpm, Qt::DescendingOrder);
+    EXPECT_EQ(column(model, TrackTableModel::Title), (QStringList { u"a"_s, u"b"_s, u"c"_s }));
+    model.sort(TrackTableModel::Bpm, Qt::AscendingOrder);
+    EXPECT_EQ(column(model, TrackTableModel::Title), (QStringList { u"c"_s, u"b"_s, u"a"_s }));
+    for (int any = 0; any < TrackTableModel::ColumnCount; ++any) {
+        model.sort(any, Qt::AscendingOrder);
+        EXPECT_EQ(model.rowCount(), 3) << any;
+    }
+}
+
+TEST_F(TableTest, windowFollowsAnImportAndKeepsItsPlace)
+{
+    QTemporaryDir music;
+    for (int i = 0; i < 40; ++i)
+        makeMusic(music.filePath(u"%1.wav"_s.arg(i)).toStdString(),
+            { { "TITLE", qPrintable(u"New %1"_s.arg(i)) }, { "ARTIST", "Zed" } }, AudioFormat::Wav);
+    add(u"Mine"_s)->setArtistText(u"Ann"_s);
+    save();
+
+    BrowserWindow window(coordinator);
+    window.show();
+    ASSERT_EQ(window.model()->rowCount(), 1);
+    window.table()->setCurrentIndex(window.model()->index(0, 0));
+    window.table()->sortByColumn(TrackTableModel::Artist, Qt::DescendingOrder);
+
+    QSignalSpy finished(&window, &BrowserWindow::importFinished);
+    window.importMusic([&](QString *) { return music.path().toStdString(); });
+    ASSERT_TRUE(finished.wait(60000));
+    EXPECT_EQ(finished.at(0).at(0).toString(), QString());
+    EXPECT_EQ(window.model()->rowCount(), 41);
+    EXPECT_EQ(window.table()->currentIndex().row(), 40) << "the selected track, at its new place";
+
+    // A change that another context saves shows without being asked for.
+    const KXRef<Track> track
+        = Track::cast(context->fetchFirstForEntity(u"Track"_s, KXPredicate::predicateWithFormat("title == 'Mine'")));
+    track->setTitle(u"Yours"_s);
+    save();
+    EXPECT_TRUE(QTest::qWaitFor([&] { return window.model()->index(40, 0).data().toString() == u"Yours"_s; }, 60000));
+}
+
+TEST_F(TableTest, closingTheWindowEndsItsImport)
+{
+    QTemporaryDir music;
+    makeMusic(music.filePath(u"0.wav"_s).toStdString(), {}, AudioFormat::Wav);
+    for (int i = 1; i < 3000; ++i)
+        std::filesystem::create_hard_link(
+            music.filePath(u"0.wav"_s).toStdString(), music.filePath(u"%1.wav"_s.arg(i)).toStdString());
+    {
+        BrowserWindow window(coordinator);
+        window.importMusic([&](QString *) { return music.path().toStdString(); });
+    }
+    EXPECT_LT(context->countForEntity(u"Track"_s), 3000);
+}
+
+TEST_F(TableTest, drawsKeysStarsAndRows)
+{
+    for (int i = 0; i < 5; ++i) {
+        const KXRef<Track> track = add(u"Track %1"_s.arg(i), 120 + i);
+        track->setRating(i);
+        track->setKeyOrder(2 + i * 4);
+    }
+    save();
+    BrowserWindow window(coordinator);
+    window.show();
+    const QImage picture = window.grab().toImage();
+    std::set<QRgb> colours;
+    for (int y = 0; y < picture.height(); y += 2) {
+        for (int x = 0; x < picture.width(); x += 2)
+            colours.insert(picture.pixel(x, y));
+    }
+    EXPECT_TRUE(colours.contains(BrowserStyle::accent.rgb())) << "no star was drawn";
+    EXPECT_TRUE(colours.contains(BrowserStyle::alternateRow.rgb()) && colours.contains(BrowserStyle::row.rgb()));
+    EXPECT_GT(colours.size(), 50U);
+}
