@@ -209,6 +209,8 @@ void KXUndoManager::queueTurnEnd()
     m_turnEndQueued = true;
     KXMainQueue::async(this, [this] {
         m_turnEndQueued = false;
+        if (!m_groupsByEvent)
+            return;
         boundary();
         closeStepOfTurn();
     });

@@ -392,7 +392,7 @@ KXManagedObjectContextPrivate::KXManagedObjectContextPrivate(KXManagedObjectCont
 
 KXManagedObjectContextPrivate::~KXManagedObjectContextPrivate()
 {
-    checkThread();
+    // On any thread: an operation's context ends with the operation, wherever the last handle on that goes.
     // Whoever still holds an object keeps what it has read; the rest goes with the references below.
     objects.forEach([this](KXManagedObject *object) { object->detach(store->identity); });
 }
