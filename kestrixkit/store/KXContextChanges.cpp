@@ -14,10 +14,11 @@ using Object = KXManagedObject;
 void KXManagedObjectContextPrivate::willChange(Object *object, int property)
 {
     checkThread();
-    // A new object is written whole, and one that is deleted not at all.
-    if (object->m_flags & Object::Deleted || (object->isInserted() && object->m_flags & Object::InsertPending))
+    if (object->m_flags & Object::Deleted)
         return;
     recorder.willChange(object, property);
+    if (object->isInserted() && object->m_flags & Object::InsertPending)
+        return; // it is written and announced whole
     Change &change = changes[object];
     if (!change.object) {
         change.object = KXRef<Object>(object);
