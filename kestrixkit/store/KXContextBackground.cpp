@@ -20,8 +20,8 @@ void KXMergeOnMainThread(KXManagedObjectContext::Ref context, const KXNotificati
 
 bool KXManagedObjectContext::saveOnMainThread()
 {
-    const KXNotificationToken saves = KXNotificationCenter::defaultCenter().addObserver(QString(KXManagedObjectContextDidSaveNotification), this,
-        &KXManagedObjectContext::managedObjectContextDidSave);
+    const KXNotificationToken saves = KXNotificationCenter::defaultCenter().addObserver(
+        QString(KXManagedObjectContextDidSaveNotification), this, &KXManagedObjectContext::managedObjectContextDidSave);
     KXError error;
     if (save(&error))
         return true;

@@ -10,7 +10,7 @@ namespace {
 void operationLetGoOf(KXManagedObjectContext::Ref context)
 {
     if (context && !KXMainQueue::isMainThread())
-        KXMainQueue::async([context = std::move(context)] { });
+        KXMainQueue::async([context = std::move(context)] {});
 }
 
 }
@@ -45,11 +45,14 @@ KXManagedObjectContext::Ref KXManagedObjectContextOperation::localContext()
 {
     const std::lock_guard lock(m_mutex);
     if (!m_localContext && m_mainContext) {
-        m_localContext = KXManagedObjectContext::contextWithPersistentStoreCoordinator(m_mainContext->persistentStoreCoordinator());
+        m_localContext = KXManagedObjectContext::contextWithPersistentStoreCoordinator(
+            m_mainContext->persistentStoreCoordinator());
         // A save may be announced on one thread while another lets go of the operation: it then stays until the call
         // has returned. One that nobody shares is safe as well, since the token's end waits for the call.
-        m_saves = KXNotificationCenter::defaultCenter().addObserver(QString(KXManagedObjectContextDidSaveNotification), m_localContext.get(),
-            [this, isShared = !weak_from_this().expired(), weak = weak_from_this()](const KXNotification &notification) {
+        m_saves = KXNotificationCenter::defaultCenter().addObserver(QString(KXManagedObjectContextDidSaveNotification),
+            m_localContext.get(),
+            [this, isShared = !weak_from_this().expired(), weak = weak_from_this()](
+                const KXNotification &notification) {
                 if (const auto self = weak.lock(); self || !isShared)
                     managedObjectContextDidSave(notification);
             });

@@ -57,7 +57,8 @@ private:
 /// The host's way: each setting registers the one that undoes it.
 void setText(KXUndoManager &manager, QObject *object, const QString &text)
 {
-    manager.registerUndo(object, [&manager, object, before = object->objectName()] { setText(manager, object, before); });
+    manager.registerUndo(
+        object, [&manager, object, before = object->objectName()] { setText(manager, object, before); });
     object->setObjectName(text);
 }
 
@@ -403,7 +404,10 @@ TEST(Undo, announcesWhatMenusShow)
     Number number(manager);
     QStringList seen;
     const auto state = [&] {
-        return u"%1 %2 %3 %4"_s.arg(manager.canUndo()).arg(manager.undoActionName()).arg(manager.canRedo()).arg(manager.redoActionName());
+        return u"%1 %2 %3 %4"_s.arg(manager.canUndo())
+            .arg(manager.undoActionName())
+            .arg(manager.canRedo())
+            .arg(manager.redoActionName());
     };
     QString shown = state();
     QObject::connect(&manager, &KXUndoManager::changed, [&] { shown = state(); });
