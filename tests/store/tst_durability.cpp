@@ -7,7 +7,6 @@
 #include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
-#include <QProcess>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
@@ -314,23 +313,14 @@ TEST(Durability, processesAreKilled)
     QSet<QByteArray> keys;
     QByteArray saved;
     for (int round = 0; round < KXTestRandom::scaled(100); ++round) {
-        QProcess child;
-        startWithFork(child);
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(u"KX_TEST_STORE"_s, path);
-        environment.insert(u"KX_TEST_SEED"_s, QString::number(random.between(1, 1'000'000)));
-        child.setProcessEnvironment(environment);
-        child.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        child.start(QCoreApplication::applicationFilePath(), { u"--gtest_also_run_disabled_tests"_s, u"--gtest_filter=DurabilityChild.*"_s });
+        KXTestChild child({ "--gtest_also_run_disabled_tests", "--gtest_filter=DurabilityChild.*" },
+            { { "KX_TEST_STORE", path.toStdString() }, { "KX_TEST_SEED", std::to_string(random.between(1, 1'000'000)) } });
         // Somewhere after so many bytes: while it saves, mostly.
         QByteArray output;
         const int enough = random.between(1, 8000);
-        while (output.size() < enough && child.waitForReadyRead(-1))
-            output += child.readAllStandardOutput();
-        child.kill();
-        child.waitForFinished(-1);
-        output += child.readAllStandardOutput();
-        ASSERT_EQ(child.exitStatus(), QProcess::CrashExit) << output.toStdString();
+        for (QByteArray text = child.read(); !text.isEmpty() && output.size() < enough; text = child.read())
+            output += text;
+        ASSERT_TRUE(child.kill(output)) << output.toStdString();
 
         QByteArray tried;
         bool starts = true;
