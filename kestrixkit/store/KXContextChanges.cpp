@@ -14,9 +14,11 @@ using Object = KXManagedObject;
 void KXManagedObjectContextPrivate::willChange(Object *object, int property)
 {
     checkThread();
-    // A new object is written whole, and one that is deleted not at all.
-    if (object->m_flags & (Object::Deleted | Object::InsertPending))
+    if (object->m_flags & Object::Deleted)
         return;
+    recorder.willChange(object, property);
+    if (object->isInserted() && object->m_flags & Object::InsertPending)
+        return; // it is written and announced whole
     Change &change = changes[object];
     if (!change.object) {
         change.object = KXRef<Object>(object);
@@ -63,16 +65,24 @@ void KXManagedObjectContextPrivate::assignToOne(Object *object, const KXProperty
     object->didChangeValueForKey(property.name());
 }
 
-void KXManagedObjectContextPrivate::linkToMany(Object *object, const KXPropertyDescription &property, Object *other, bool add)
+void KXManagedObjectContextPrivate::assign(Object *object, const KXPropertyDescription &property, const KXRowValues &from)
+{
+    object->willChangeValueForKey(property.name());
+    willChange(object, property.index());
+    object->values()->copy(from, property);
+    object->didChangeValueForKey(property.name());
+}
+
+void KXManagedObjectContextPrivate::link(Object *object, const KXPropertyDescription &property, qint64 key, bool add)
 {
     if (object->m_flags & Object::Deleted || !object->loadedValues())
         return;
     const KXChangeKind kind = add ? KXChangeKind::Insertion : KXChangeKind::Removal;
-    const QVariantList member = object->isObserved() ? QVariantList { KXVariantFromRef(KXRef<Object>(other)) } : QVariantList();
+    const QVariantList member = object->isObserved() ? QVariantList { KXVariantFromRef(this->object(*property.destinationEntity(), key)) } : QVariantList();
     object->willChangeValueForKey(property.name(), kind, add ? QVariantList() : member);
     willChange(object, property.index());
+    recorder.willLink(object, property.index(), key, add);
     KXToManyKeys &keys = object->values()->toMany(property);
-    const qint64 key = other->m_key;
     QSet<qint64> &undone = add ? keys.removed : keys.added;
     if (!undone.remove(key))
         (add ? keys.added : keys.removed).insert(key);
@@ -105,9 +115,9 @@ void KXManagedObjectContextPrivate::setToOne(Object *object, const KXPropertyDes
     const KXRef<Object> partner = before ? this->object(*property.destinationEntity(), before) : KXRef<Object>();
     if (inverse->isToMany()) {
         if (partner)
-            linkToMany(partner.get(), *inverse, object, false);
+            link(partner.get(), *inverse, object->m_key, false);
         if (other)
-            linkToMany(other, *inverse, object, true);
+            link(other, *inverse, object->m_key, true);
         return;
     }
     if (partner && partner->loadedValues() && partner->values()->toOne(*inverse) == object->m_key)
@@ -132,9 +142,9 @@ void KXManagedObjectContextPrivate::addToMany(Object *object, const KXPropertyDe
         setToOne(other, *inverse, object);
         return;
     }
-    linkToMany(object, property, other, true);
+    link(object, property, other->m_key, true);
     if (inverse && !(inverse == &property && other == object))
-        linkToMany(other, *inverse, object, true);
+        link(other, *inverse, object->m_key, true);
 }
 
 void KXManagedObjectContextPrivate::removeFromMany(Object *object, const KXPropertyDescription &property, Object *other)
@@ -147,9 +157,9 @@ void KXManagedObjectContextPrivate::removeFromMany(Object *object, const KXPrope
         setToOne(other, *inverse, nullptr);
         return;
     }
-    linkToMany(object, property, other, false);
+    link(object, property, other->m_key, false);
     if (inverse && !(inverse == &property && other == object))
-        linkToMany(other, *inverse, object, false);
+        link(other, *inverse, object->m_key, false);
 }
 
 bool KXManagedObjectContextPrivate::isMember(Object *object, const KXPropertyDescription &property, qint64 key)
@@ -241,6 +251,78 @@ QList<KXRef<Object>> KXManagedObjectContextPrivate::toMany(Object *object, const
 
 // Deleting
 
+void KXManagedObjectContextPrivate::markDeleted(const KXRef<Object> &object)
+{
+    if (object->managedObjectContext() != q || object->isDeleted() || !object->loadedValues())
+        return;
+    recorder.willDelete(object.get());
+    if (!(object->m_flags & Object::InsertPending)) {
+        object->m_flags |= Object::DeletePending;
+        m_announcements.push_back(object);
+    }
+    object->m_flags = (object->m_flags & ~quint32(Object::Inserted | Object::InsertPending | Object::Updated)) | Object::Deleted;
+    deleted.push_back(object);
+    scheduleProcessing();
+}
+
+void KXManagedObjectContextPrivate::revive(const KXRef<Object> &object, const KXRowValues &values, const std::map<int, QSet<qint64>> &members)
+{
+    const KXEntityDescription &entity = *object->m_entity;
+    if (object->m_flags & Object::Detached) {
+        // Its deletion was saved: the next save inserts the row again, under its old key.
+        if (registered(object->m_key))
+            return;
+        delete object->m_store;
+        object->m_context = q;
+        object->m_flags = Object::Inserted;
+        turnIntoFault(object.get());
+        KXRowValues *restored = KXRowValues::clone(values, entity);
+        restored->version = 0;
+        object->m_values = reinterpret_cast<char *>(restored);
+        for (const auto &[index, keys] : members) {
+            KXToManyKeys &toMany = restored->toMany(entity.properties()[index]);
+            toMany.loaded = true;
+            toMany.members = toMany.added = keys;
+        }
+        objects.insert(object->m_key, object.get());
+        if (entity.residence() == KXResidence::Resident)
+            m_resident.push_back(object);
+        if (object->isObserved())
+            setObserved(object.get(), true);
+        inserted.push_back(object);
+    } else if (object->isDeleted()) {
+        std::erase(deleted, object);
+        object->m_flags &= ~quint32(Object::Deleted);
+        if (object->values()->version == 0)
+            object->m_flags |= Object::Inserted; // and is still among those to insert
+        else if (const auto found = changes.find(object.get()); found != changes.end() && found->second.before)
+            object->m_flags |= Object::Updated;
+        for (const KXPropertyDescription &property : entity.properties()) {
+            if (property.isToMany()) {
+                const auto before = members.find(property.index());
+                if (before == members.end())
+                    continue;
+                const QSet<qint64> now = loadedToMany(object.get(), property).members;
+                for (const qint64 key : before->second - now)
+                    link(object.get(), property, key, true);
+                for (const qint64 key : now - before->second)
+                    link(object.get(), property, key, false);
+            } else if (!KXRowValues::isEqual(*object->values(), values, property)) {
+                assign(object.get(), property, values);
+            }
+        }
+    } else {
+        return;
+    }
+    // Nobody was told of the deletion yet, or all were.
+    if (object->m_flags & Object::DeletePending)
+        object->m_flags &= ~quint32(Object::DeletePending);
+    else
+        object->m_flags |= Object::InsertPending;
+    m_announcements.push_back(object);
+    scheduleProcessing();
+}
+
 void KXManagedObjectContextPrivate::remove(Object *object)
 {
     checkThread();
@@ -251,14 +333,7 @@ void KXManagedObjectContextPrivate::remove(Object *object)
     if (object->isDeleted())
         return; // by its own preparation
 
-    if (!(object->m_flags & Object::InsertPending)) {
-        object->m_flags |= Object::DeletePending;
-        m_announcements.push_back(held);
-    }
-    object->m_flags = (object->m_flags & ~quint32(Object::Inserted | Object::InsertPending | Object::Updated)) | Object::Deleted;
-    deleted.push_back(held);
-    scheduleProcessing();
-
+    markDeleted(held);
     for (const KXPropertyDescription &property : object->m_entity->properties()) {
         const KXPropertyDescription *inverse = property.inverse();
         if (!property.isRelationship() || property.deleteRule() == KXDeleteRule::Deny || (property.deleteRule() == KXDeleteRule::Nullify && !inverse))
@@ -274,7 +349,7 @@ void KXManagedObjectContextPrivate::remove(Object *object)
             if (!inverse || !other->loadedValues())
                 continue;
             if (inverse->isToMany())
-                linkToMany(other.get(), *inverse, object, false);
+                link(other.get(), *inverse, object->m_key, false);
             else if (other->values()->toOne(*inverse) == object->m_key)
                 assignToOne(other.get(), *inverse, 0);
         }
@@ -298,6 +373,7 @@ void KXManagedObjectContextPrivate::processPendingChanges()
 {
     checkThread();
     m_processingScheduled = false;
+    recorder.flush();
     m_processingDue = true;
     if (m_processing)
         return;
@@ -336,6 +412,7 @@ void KXManagedObjectContextPrivate::processPendingChanges()
 void KXManagedObjectContextPrivate::rollback()
 {
     checkThread();
+    recorder.forget();
     for (const KXRef<Object> &object : std::exchange(inserted, {})) {
         if (!(object->m_flags & Object::Detached)) {
             objects.remove(object->m_key);

@@ -326,7 +326,7 @@ void KXContextSaver::noteUpdate(const Update &update)
     const Object &object = *update.object;
     const KXRowValues &after = update.merged ? *update.merged : *object.values();
     const KXRowValues &before = update.stored ? *update.stored : *update.change->before;
-    KXRowChange row { .key = object.m_key };
+    KXRowChange row { .key = object.m_key, .version = update.version };
     for (const KXPropertyDescription &property : object.entity()->properties()) {
         if (property.isToMany()) {
             const KXToManyKeys *keys = object.values()->existingToMany(property);

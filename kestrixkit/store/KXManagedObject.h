@@ -126,6 +126,7 @@ private:
     friend class KXManagedObjectContext;
     friend class KXManagedObjectContextPrivate;
     friend class KXContextFetcher;
+    friend class KXContextRecorder;
     friend class KXContextSaver;
     using StoreHolder = std::shared_ptr<const KXStoreIdentity>;
 

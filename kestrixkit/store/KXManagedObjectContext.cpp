@@ -6,6 +6,7 @@
 #include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/foundation/KXMainQueue.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
+#include <kestrixkit/foundation/KXUndoManager.h>
 #include <kestrixkit/foundation/KXUserDefaults.h>
 #include <kestrixkit/store/KXMainThreadDictionary.h>
 #include <kestrixkit/store/KXManagedObjectContext_p.h>
@@ -83,9 +84,12 @@ KXManagedObjectContext::Ref KXManagedObjectContext::contextWithStoreURL(const QU
     const QString &configuration, KXError *error)
 {
     const auto coordinator = KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(url, mergedModelFromBundles, configuration, error);
-    if (!coordinator)
+    const Ref context = contextWithPersistentStoreCoordinator(coordinator);
+    if (context)
+        context->setUndoManager(std::make_shared<KXUndoManager>());
+    else
         KXLogError(store, "Unabled to get a NSPersistentStoreCoordinator");
-    return contextWithPersistentStoreCoordinator(coordinator);
+    return context;
 }
 
 KXManagedObjectContext::Ref KXManagedObjectContext::mainContext()
@@ -105,6 +109,7 @@ KXManagedObjectContext::Ref KXManagedObjectContext::setupMainContext()
     }
     const QString name = KXBundle::mainBundle().name();
     const Ref context = contextWithPersistentStoreCoordinator(KXPersistentStoreCoordinator::persistentStoreCoordinatorWithName(KXStringWithFormat("%@.db", name)));
+    context->setUndoManager(std::make_shared<KXUndoManager>());
     KXMainThreadDictionary::setValue(KLNSManagedObjectContextMainThreadKey, context);
     KXLogDebug(store, "Created context for: %@", name);
     return context;
@@ -112,6 +117,15 @@ KXManagedObjectContext::Ref KXManagedObjectContext::setupMainContext()
 
 const KXPersistentStoreCoordinator::Ref &KXManagedObjectContext::persistentStoreCoordinator() const { return m_p->coordinator; }
 bool KXManagedObjectContext::commitEditing() const { return KXApplication::commitEditing(this); }
+
+KXUndoManager *KXManagedObjectContext::undoManager() const { return m_p->recorder.manager().get(); }
+void KXManagedObjectContext::setUndoManager(std::shared_ptr<KXUndoManager> manager) { m_p->recorder.setManager(std::move(manager)); }
+
+void KXManagedObjectContext::mergeChangesFromStoreChange(const std::shared_ptr<const KXStoreChange> &change)
+{
+    if (change)
+        m_p->mergeChanges(*change);
+}
 
 // Saving
 
@@ -378,7 +392,10 @@ KXManagedObjectContextPrivate::KXManagedObjectContextPrivate(KXManagedObjectCont
 
 KXManagedObjectContextPrivate::~KXManagedObjectContextPrivate()
 {
-    checkThread();
+    // An operation's context ends with the operation, wherever the last handle on that goes. What the main thread has
+    // queued for a context of its own is safe only there.
+    if (isOfMainThread)
+        checkThread();
     // Whoever still holds an object keeps what it has read; the rest goes with the references below.
     objects.forEach([this](KXManagedObject *object) { object->detach(store->identity); });
 }
@@ -446,6 +463,7 @@ void KXManagedObjectContextPrivate::insertNew(const KXRef<KXManagedObject> &obje
     object->m_flags |= KXManagedObject::Inserted | KXManagedObject::InsertPending;
     inserted.push_back(object);
     m_announcements.push_back(object);
+    recorder.didInsert(object.get());
     scheduleProcessing();
     object->awakeFromInsert();
 }

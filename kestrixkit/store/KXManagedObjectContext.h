@@ -14,6 +14,8 @@
 #include <kestrixkit/store/KXPersistentStoreCoordinator.h>
 
 class KXManagedObjectContextPrivate;
+class KXUndoManager;
+struct KXNotification;
 
 /// Key of the main context in KXMainThreadDictionary.
 inline constexpr QLatin1StringView KLNSManagedObjectContextMainThreadKey { "KLNSManagedObjectContextMainThreadKey" };
@@ -30,14 +32,16 @@ struct KXObjectsDidChange
     QList<KXRef<KXManagedObject>> inserted;
     QList<KXRef<KXManagedObject>> updated;
     QList<KXRef<KXManagedObject>> deleted;
-    QList<KXRef<KXManagedObject>> refreshed;
+    QList<KXRef<KXManagedObject>> refreshed; ///< by a merge: they took over what another context saved
+    QList<qint64> insertedKeys; ///< by a merge: rows that another context inserted, as keys alone
     /// Of each updated or refreshed object the keys that changed.
     QHash<const KXManagedObject *, QSet<QString>> changedKeys;
 };
 
 /// A working set of stored objects: in it they are created, fetched, changed and saved.
 ///
-/// Held by shared_ptr. Belongs to the thread that made it; every call is made there (checked in checking builds).
+/// Held by shared_ptr. Belongs to the thread that made it; every call is made there (checked in checking builds). One that
+/// nobody uses any more may end on another thread, unless it belongs to the main thread.
 /// Fetches and counts see the context's unsaved changes. A save is all or nothing, and durable when it returns.
 /// Conflicts with other savers end in favour of the store, property by property: what only this context changed is
 /// written, what both changed keeps the store's value, and a row that was deleted meanwhile stays deleted.
@@ -68,6 +72,20 @@ public:
     /// Asks the editors that registered for the context with KXApplication to end their editing; false when one refuses.
     [[nodiscard]] bool commitEditing() const;
 
+    // Undo.
+
+    /// What the user can take back; contexts of the main thread that open their own store have one, others none until it
+    /// is set. Changes are recorded while its registration is on.
+    [[nodiscard]] KXUndoManager *undoManager() const;
+    void setUndoManager(std::shared_ptr<KXUndoManager> manager);
+
+    // Merging.
+
+    /// Takes over another context's save, as the change feed and the did-save notification bring it. Objects that the
+    /// context holds take the saved values, but for properties with unsaved edits; deleted ones leave; for inserted ones no
+    /// object is made. Announced in one objects-did-change as refreshed and deleted; nothing is recorded for undo.
+    void mergeChangesFromStoreChange(const std::shared_ptr<const KXStoreChange> &change);
+
     // Saving.
 
     /// False on failure, which is logged and presented to the user; pending changes then stay for another try.
@@ -75,6 +93,12 @@ public:
     bool save();
     /// The same, with the error in the slot instead of before the user.
     bool save(KXError *error);
+    /// Saves a context other than the main one and has the main context merge it in a later turn, without waiting for
+    /// that. False on failure, which is only logged.
+    bool saveOnMainThread();
+    /// Has the registered main context merge the save that a did-save notification tells of, in the main thread's next
+    /// turn. Nothing without main context. Any thread.
+    static void managedObjectContextDidSave(const KXNotification &notification);
     [[nodiscard]] bool hasChanges() const;
     [[nodiscard]] QList<KXRef<KXManagedObject>> insertedObjects() const;
     [[nodiscard]] QList<KXRef<KXManagedObject>> updatedObjects() const;

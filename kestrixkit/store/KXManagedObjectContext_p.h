@@ -1,19 +1,18 @@
 #pragma once
 
-#include <bitset>
+#include <map>
 #include <memory>
 #include <span>
 #include <thread>
 #include <unordered_map>
 #include <vector>
 
+#include <kestrixkit/foundation/KXMainQueue.h>
+#include <kestrixkit/store/KXContextRecorder_p.h>
 #include <kestrixkit/store/KXIdentityMap_p.h>
 #include <kestrixkit/store/KXManagedObjectContext.h>
 #include <kestrixkit/store/KXPersistentStore_p.h>
 #include <kestrixkit/store/KXRowValues_p.h>
-
-/// One bit for each property of an entity.
-using KXPropertySet = std::bitset<256>;
 
 /// What a context consists of: the objects it holds, what is unsaved of them, and how they are read and written.
 class KXManagedObjectContextPrivate
@@ -72,6 +71,17 @@ public:
     void scheduleProcessing();
     void processPendingChanges();
     void rollback();
+    /// Tells what a property, or a to-many relationship, has become without asking the other end.
+    void assign(KXManagedObject *object, const KXPropertyDescription &property, const KXRowValues &from);
+    void link(KXManagedObject *object, const KXPropertyDescription &property, qint64 key, bool add);
+    /// Deletes the object without looking at delete rules or other ends.
+    void markDeleted(const KXRef<KXManagedObject> &object);
+    /// Brings an object back whose deletion is pending or was saved: the same instance under the same identifier.
+    void revive(const KXRef<KXManagedObject> &object, const KXRowValues &values, const std::map<int, QSet<qint64>> &members);
+
+    // Merging: KXContextMerge.cpp.
+
+    void mergeChanges(const KXStoreChange &change);
 
     // Fetching: KXContextFetch.cpp.
 
@@ -86,14 +96,17 @@ public:
     const KXPersistentStoreCoordinator::Ref coordinator;
     KXPersistentStorePrivate *const store; ///< nullptr where the coordinator has none
     const std::thread::id thread = std::this_thread::get_id();
+    const bool isOfMainThread = KXMainQueue::isMainThread();
 
     KXIdentityMap<KXManagedObject> objects;
     std::vector<KXRef<KXManagedObject>> inserted; ///< in order; those since deleted are no longer flagged so
     std::vector<KXRef<KXManagedObject>> deleted;
     std::unordered_map<KXManagedObject *, Change> changes; ///< of stored objects, and of inserted ones once announced
 
+    KXContextRecorder recorder { *this };
+
 private:
-    void linkToMany(KXManagedObject *object, const KXPropertyDescription &property, KXManagedObject *other, bool add);
+    void vanish(const KXRef<KXManagedObject> &object);
     void assignToOne(KXManagedObject *object, const KXPropertyDescription &property, qint64 key);
     [[nodiscard]] bool mayConnect(KXManagedObject *object, const KXPropertyDescription &property, KXManagedObject *other) const;
     [[nodiscard]] KXManagedObject *instantiate(const KXEntityDescription &entity);

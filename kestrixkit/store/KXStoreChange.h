@@ -24,6 +24,7 @@ struct KXPropertyChange
 struct KXRowChange
 {
     qint64 key = 0;
+    qint64 version = 0; ///< of the row after the save; 0 where no column changed
     std::vector<KXPropertyChange> properties;
 };
 

@@ -178,8 +178,8 @@ QString hashOf(const QStringList &state)
     return QString::fromLatin1(QCryptographicHash::hash(state.join(u'\n').toUtf8(), QCryptographicHash::Sha1).toHex());
 }
 
-/// This program again, running one test until it is killed. Not a QProcess: the thread sanitizer loses track of the
-/// locks of a thread that has started one.
+/// This program again, running one test until it is killed. Not a QProcess: even one that is started
+/// by fork makes the thread sanitizer lose track of the locks of its thread.
 class Child
 {
 public:

@@ -1,0 +1,112 @@
+// Saves of other contexts: what of them this context holds takes over what was saved, around its own unsaved edits.
+
+#include <kestrixkit/foundation/KXNotificationCenter.h>
+#include <kestrixkit/store/KXManagedObjectContext_p.h>
+
+using Object = KXManagedObject;
+
+/// The object's row is gone by somebody else's doing: it leaves the context, unsaved edits included.
+void KXManagedObjectContextPrivate::vanish(const KXRef<Object> &object)
+{
+    changes.erase(object.get());
+    std::erase(inserted, object);
+    std::erase(deleted, object);
+    std::erase(m_resident, object);
+    objects.remove(object->m_key);
+    turnIntoFault(object.get());
+    object->m_flags |= Object::Missing;
+    object->detach(store->identity);
+    m_observed.erase(object.get());
+}
+
+void KXManagedObjectContextPrivate::mergeChanges(const KXStoreChange &change)
+{
+    checkThread();
+    if (!store || change.originatingContext() == q || change.store()->uuid != store->identity->uuid)
+        return;
+    KXObjectsDidChange did;
+
+    const auto mergeColumn = [](Object *object, Change *own, const KXPropertyChange &news) {
+        const KXPropertyDescription &property = *news.property;
+        const auto take = [&](KXRowValues &values) {
+            if (property.isAttribute())
+                values.setAttribute(property, news.newValue);
+            else
+                values.setToOne(property, news.newValue.toLongLong());
+        };
+        // An unsaved edit stays; it is now an edit of what the other one saved.
+        if (own && own->before)
+            take(*own->before);
+        if (own && own->changed.test(size_t(property.index())))
+            return false;
+        object->willChangeValueForKey(property.name());
+        take(*object->values());
+        object->didChangeValueForKey(property.name());
+        return true;
+    };
+    const auto mergeMembers = [this](Object *object, const KXPropertyChange &news) {
+        const KXPropertyDescription &property = *news.property;
+        KXToManyKeys *keys = object->values()->existingToMany(property);
+        const auto announce = [&](bool before, bool add, qint64 key) {
+            if (!object->isObserved())
+                return;
+            const KXChangeKind kind = add ? KXChangeKind::Insertion : KXChangeKind::Removal;
+            const QVariantList member { KXVariantFromRef(this->object(*property.destinationEntity(), key)) };
+            if (before)
+                object->willChangeValueForKey(property.name(), kind, add ? QVariantList() : member);
+            else
+                object->didChangeValueForKey(property.name(), kind, add ? QVariantList() : member, add ? member : QVariantList());
+        };
+        for (const bool add : { true, false }) {
+            for (const qint64 key : add ? news.added : news.removed) {
+                // Both did the same: it is no longer unsaved here. Both did the opposite: the unsaved edit stays.
+                if (keys && ((add ? keys->added : keys->removed).remove(key) || (add ? keys->removed : keys->added).contains(key)))
+                    continue;
+                announce(true, add, key);
+                if (keys && keys->loaded && add)
+                    keys->members.insert(key);
+                else if (keys && keys->loaded)
+                    keys->members.remove(key);
+                announce(false, add, key);
+            }
+        }
+    };
+
+    for (const KXEntityChange &entity : change.entities()) {
+        for (const qint64 key : entity.inserted)
+            did.insertedKeys.append(key);
+        for (const KXRowChange &row : entity.updated) {
+            Object *found = registered(row.key);
+            if (!found || !found->m_values || found->isInserted())
+                continue;
+            const KXRef<Object> object(found);
+            const auto own = changes.find(found);
+            const bool newer = row.version > object->values()->version;
+            QSet<QString> keys;
+            for (const KXPropertyChange &news : row.properties) {
+                if (news.property->isToMany())
+                    mergeMembers(found, news);
+                else if (!newer || !mergeColumn(found, own == changes.end() ? nullptr : &own->second, news))
+                    continue;
+                keys.insert(news.property->name());
+                if (!found->m_values || object->managedObjectContext() != q)
+                    break; // an observer saw to that
+            }
+            if (newer && found->m_values)
+                object->values()->version = row.version;
+            if (!keys.isEmpty()) {
+                did.refreshed.append(object);
+                did.changedKeys.insert(found, keys);
+            }
+        }
+        for (const qint64 key : entity.deleted) {
+            if (Object *found = registered(key)) {
+                const KXRef<Object> object(found);
+                vanish(object);
+                did.deleted.append(object);
+            }
+        }
+    }
+    if (!did.refreshed.isEmpty() || !did.deleted.isEmpty() || !did.insertedKeys.isEmpty())
+        KXNotificationCenter::defaultCenter().post(QString(KXManagedObjectContextObjectsDidChangeNotification), q, did);
+}

@@ -1,0 +1,187 @@
+#include <kestrixkit/store/KXContextRecorder_p.h>
+
+#include <kestrixkit/foundation/KXUndoManager.h>
+#include <kestrixkit/store/KXManagedObjectContext_p.h>
+
+using Object = KXManagedObject;
+
+namespace {
+
+/// A fact of one context: reverted there as long as it lives.
+class ContextFact : public KXUndoFact
+{
+public:
+    ContextFact(std::weak_ptr<KXManagedObjectContext> context, const void *target, std::vector<KXContextRecorder::Entry> entries)
+        : m_context(std::move(context)), m_target(target), m_entries(std::move(entries)) { }
+
+    std::unique_ptr<KXUndoFact> revert() override
+    {
+        const auto context = m_context.lock();
+        if (!context)
+            return nullptr;
+        auto opposite = KXContextRecorder::revert(context->d(), std::move(m_entries));
+        return std::make_unique<ContextFact>(m_context, m_target, std::move(opposite));
+    }
+    [[nodiscard]] const void *target() const override { return m_target; }
+
+private:
+    std::weak_ptr<KXManagedObjectContext> m_context;
+    const void *m_target;
+    std::vector<KXContextRecorder::Entry> m_entries;
+};
+
+KXRowValues::Owner cloneOfValues(const Object *object, const KXRowValues *values)
+{
+    return KXRowValues::Owner(values ? KXRowValues::clone(*values, *object->entity()) : nullptr, { object->entity() });
+}
+
+}
+
+KXContextRecorder::~KXContextRecorder() = default;
+
+void KXContextRecorder::setManager(std::shared_ptr<KXUndoManager> manager)
+{
+    flush();
+    m_manager = std::move(manager);
+    m_boundary = m_manager ? m_manager->addBoundaryObserver([this] { flush(); }) : KXScopeToken();
+}
+
+bool KXContextRecorder::isRecording() const { return m_manager && !m_reverting && m_manager->isUndoRegistrationEnabled(); }
+
+KXContextRecorder::Entry &KXContextRecorder::entryOf(Object *object)
+{
+    const auto [found, fresh] = m_indexes.try_emplace(object, m_entries.size());
+    if (fresh) {
+        m_entries.push_back({ .object = KXRef<Object>(object) });
+        if (m_entries.size() == 1)
+            m_manager->willAddStep();
+    }
+    return m_entries[found->second];
+}
+
+void KXContextRecorder::didInsert(Object *object)
+{
+    if (isRecording())
+        entryOf(object).existedBefore = false;
+}
+
+void KXContextRecorder::willChange(Object *object, int property)
+{
+    if (!isRecording())
+        return;
+    Entry &entry = entryOf(object);
+    if (!entry.existedBefore)
+        return;
+    if (!entry.before)
+        entry.before = cloneOfValues(object, object->values());
+    entry.changed.set(size_t(property));
+}
+
+void KXContextRecorder::willLink(Object *object, int property, qint64 key, bool add)
+{
+    if (!isRecording())
+        return;
+    Entry &entry = entryOf(object);
+    if (!entry.existedBefore)
+        return;
+    Links &links = entry.links[property];
+    if (!(add ? links.removed : links.added).remove(key))
+        (add ? links.added : links.removed).insert(key);
+}
+
+void KXContextRecorder::willDelete(Object *object)
+{
+    if (!isRecording())
+        return;
+    Entry &entry = entryOf(object);
+    if (!entry.existedBefore)
+        return;
+    if (!entry.before)
+        entry.before = cloneOfValues(object, object->values());
+    // Once the deletion is saved nobody can say any more who the members were.
+    for (const KXPropertyDescription *property : m_context.store->codec(*object->entity()).toMany()) {
+        QSet<qint64> members = m_context.loadedToMany(object, *property).members;
+        if (const auto links = entry.links.find(property->index()); links != entry.links.end())
+            members.subtract(links->second.added).unite(links->second.removed);
+        entry.membersBefore[property->index()] = members;
+    }
+}
+
+void KXContextRecorder::flush()
+{
+    if (m_entries.empty())
+        return;
+    m_indexes.clear();
+    std::vector<Entry> entries = std::exchange(m_entries, {});
+    std::erase_if(entries, [this](Entry &entry) {
+        Object *object = entry.object.get();
+        entry.existsAfter = object->managedObjectContext() && !object->isDeleted() && !object->isMissing();
+        if (!entry.existedBefore && entry.existsAfter) {
+            for (const KXPropertyDescription *property : m_context.store->codec(*object->entity()).toMany()) {
+                if (object->values()->existingToMany(*property))
+                    entry.membersAfter[property->index()] = m_context.loadedToMany(object, *property).members;
+            }
+        }
+        if (entry.existsAfter)
+            entry.after = cloneOfValues(object, object->values());
+        return !entry.existedBefore && !entry.existsAfter;
+    });
+    if (!entries.empty() && m_manager)
+        m_manager->addStep(std::make_unique<ContextFact>(m_context.q->weak_from_this(), m_context.q, std::move(entries)));
+}
+
+void KXContextRecorder::forget()
+{
+    m_indexes.clear();
+    m_entries.clear();
+    if (m_manager)
+        m_manager->removeAllActionsWithTarget(m_context.q);
+}
+
+std::vector<KXContextRecorder::Entry> KXContextRecorder::revert(KXManagedObjectContextPrivate &context, std::vector<Entry> entries)
+{
+    context.recorder.flush();
+    struct Guard
+    {
+        bool &flag;
+        const bool before;
+        ~Guard() { flag = before; }
+    } guard { context.recorder.m_reverting, context.recorder.m_reverting };
+    context.recorder.m_reverting = true;
+
+    // Whoever comes back first, so that the others' relationships find them; whoever goes last.
+    for (Entry &entry : entries) {
+        if (entry.existedBefore && !entry.existsAfter)
+            context.revive(entry.object, *entry.before, entry.membersBefore);
+    }
+    for (Entry &entry : entries) {
+        Object *object = entry.object.get();
+        if (!entry.existedBefore || !entry.existsAfter || object->managedObjectContext() != context.q || object->isDeleted() || object->isMissing())
+            continue;
+        for (const KXPropertyDescription &property : object->entity()->properties()) {
+            if (entry.before && entry.changed.test(size_t(property.index())) && !property.isToMany())
+                context.assign(object, property, *entry.before);
+        }
+        for (const auto &[index, links] : entry.links) {
+            const KXPropertyDescription &property = object->entity()->properties()[index];
+            for (const qint64 key : links.added)
+                context.link(object, property, key, false);
+            for (const qint64 key : links.removed)
+                context.link(object, property, key, true);
+        }
+    }
+    for (Entry &entry : entries) {
+        if (!entry.existedBefore && entry.existsAfter)
+            context.markDeleted(entry.object);
+    }
+
+    for (Entry &entry : entries) {
+        std::swap(entry.existedBefore, entry.existsAfter);
+        std::swap(entry.before, entry.after);
+        std::swap(entry.membersBefore, entry.membersAfter);
+        for (auto &[index, links] : entry.links)
+            std::swap(links.added, links.removed);
+    }
+    std::reverse(entries.begin(), entries.end());
+    return entries;
+}

@@ -1,0 +1,331 @@
+// Undo and redo of stored objects, and saves of other contexts that arrive in between.
+
+#include <QCoreApplication>
+#include <gtest/gtest.h>
+
+#include <kestrixkit/foundation/KXNotificationCenter.h>
+#include <kestrixkit/foundation/KXObserver.h>
+#include <kestrixkit/foundation/KXUndoManager.h>
+
+#include "store/Library.h"
+#include "support/KXTestRandom.h"
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+/// All that the context says about tracks, genres and albums, but for what the other context edits.
+QStringList dumpOf(KXManagedObjectContext &context)
+{
+    const auto names = [](const auto &objects) {
+        QStringList list;
+        for (const auto &object : objects)
+            list.append(QString::number(object->objectID().key()));
+        list.sort();
+        return list.join(u'+');
+    };
+    const auto keyOf = [](const auto &object) { return object ? object->objectID().key() : 0; };
+    QStringList lines;
+    for (const auto &object : context.fetchAllForEntity(u"Track"_s)) {
+        const auto track = Track::cast(object);
+        lines.append(u"track %1 %2 bpm %3 album %4 original %5 remix %6 genres %7 neighbours %8 tags %9"_s.arg(keyOf(track)).arg(track->title())
+                         .arg(track->bpm().value_or(-1)).arg(keyOf(track->album())).arg(keyOf(track->original())).arg(keyOf(track->remix()))
+                         .arg(names(track->genres()), names(track->neighbours()), names(track->tags())));
+    }
+    for (const auto &object : context.fetchAllForEntity(u"Genre"_s))
+        lines.append(u"genre %1 %2 tracks %3"_s.arg(keyOf(object)).arg(Genre::cast(object)->name(), names(Genre::cast(object)->tracks())));
+    for (const auto &object : context.fetchAllForEntity(u"Album"_s))
+        lines.append(u"album %1 %2 tracks %3"_s.arg(keyOf(object)).arg(Album::cast(object)->title(), names(Album::cast(object)->tracks())));
+    lines.sort();
+    return lines;
+}
+
+/// The lines that only one of both dumps has; empty where they are equal.
+std::string difference(const QStringList &is, const QStringList &shouldBe)
+{
+    std::string text;
+    for (const QString &line : is) {
+        if (!shouldBe.contains(line))
+            text += "\n  is:        " + line.toStdString();
+    }
+    for (const QString &line : shouldBe) {
+        if (!is.contains(line))
+            text += "\n  should be: " + line.toStdString();
+    }
+    return text;
+}
+
+/// The library with an undo manager, recording by explicit groups.
+class UndoTest : public LibraryTest
+{
+public:
+    UndoTest()
+    {
+        manager->setGroupsByEvent(false);
+        context->setUndoManager(manager);
+    }
+    QStringList dump() const { return dumpOf(*context); }
+    std::shared_ptr<KXUndoManager> manager = std::make_shared<KXUndoManager>();
+};
+
+}
+
+TEST(Undo, bringsTheSameObjectsBackUnderTheirIdentifiersAlsoAfterTheSave)
+{
+    UndoTest library;
+    auto &context = *library.context;
+    auto album = Album::createInContext(context);
+    album->setTitle(u"One"_s);
+    auto house = library.genre(u"House"_s);
+    auto track = library.track(u"a"_s);
+    track->setAlbum(album);
+    track->addToGenres(house);
+    auto tag = Tag::createInContext(context);
+    tag->setName(u"t"_s);
+    track->addToTags(tag);
+    ASSERT_TRUE(context.save());
+    library.manager->removeAllActions();
+    const QStringList before = library.dump();
+    const auto id = track->objectID();
+    int counted = 0;
+    album->onChangeOf(u"tracks"_s, [&](const KXKeyValueChange &) { ++counted; });
+
+    {
+        KXUndoGroup group(library.manager.get(), u"Delete Album"_s);
+        context.removeManagedObject(album); // takes its track along
+    }
+    ASSERT_TRUE(context.save());
+    EXPECT_FALSE(track->managedObjectContext());
+    EXPECT_EQ(library.manager->undoActionName(), u"Delete Album"_s);
+    EXPECT_EQ(library.otherContext()->countForEntity(u"Track"_s), 0);
+
+    library.manager->undo();
+    EXPECT_EQ(difference(library.dump(), before), std::string());
+    EXPECT_EQ(track->objectID(), id);
+    EXPECT_TRUE(track->isInserted());
+    EXPECT_EQ(track->prepared, 1);
+    EXPECT_TRUE(context.hasChanges()) << "undo saves nothing";
+    ASSERT_TRUE(context.save());
+    EXPECT_EQ(difference(dumpOf(*library.otherContext()), before), std::string());
+
+    library.manager->redo();
+    EXPECT_EQ(track->prepared, 1) << "redo replays, it does not delete again";
+    ASSERT_TRUE(context.save());
+    EXPECT_EQ(library.otherContext()->countForEntity(u"Album"_s), 0);
+    library.manager->undo();
+    EXPECT_EQ(difference(library.dump(), before), std::string());
+    library.manager->redo();
+    library.manager->undo(); // of a deletion that was not saved
+    EXPECT_EQ(difference(library.dump(), before), std::string());
+    ASSERT_TRUE(context.save());
+    EXPECT_EQ(difference(dumpOf(*library.otherContext()), before), std::string());
+}
+
+TEST(Undo, recordsByTurnByGroupAndNotWhileSwitchedOff)
+{
+    UndoTest library;
+    library.manager->setGroupsByEvent(true);
+    auto track = library.track(u"a"_s);
+    QCoreApplication::processEvents();
+    ASSERT_TRUE(library.manager->canUndo());
+    track->setTitle(u"b"_s);
+    track->setBpm(120);
+    QCoreApplication::processEvents();
+    {
+        KXUndoRegistrationOff off(library.manager.get());
+        track->setTitle(u"c"_s);
+    }
+    track->setBpm(130);
+    library.manager->undo(); // the turn that is still open
+    EXPECT_EQ(track->bpm(), 120);
+    EXPECT_EQ(track->title(), u"c"_s);
+    library.manager->undo();
+    EXPECT_EQ(track->bpm(), std::nullopt);
+    EXPECT_EQ(track->title(), u"a"_s);
+    library.manager->undo(); // its insertion
+    EXPECT_TRUE(track->isDeleted());
+    library.manager->redo();
+    EXPECT_TRUE(track->isInserted());
+    EXPECT_EQ(track->title(), u"a"_s);
+    library.manager->redo();
+    EXPECT_EQ(track->title(), u"b"_s);
+    library.context->rollback();
+    EXPECT_FALSE(library.manager->canUndo() || library.manager->canRedo());
+
+    // Facts of a context that is gone do nothing.
+    library.track(u"x"_s);
+    QCoreApplication::processEvents();
+    library.context.reset();
+    library.manager->undo();
+    SUCCEED();
+}
+
+TEST(Merge, takesOverSavesAroundUnsavedEdits)
+{
+    UndoTest library;
+    auto &context = *library.context;
+    auto house = library.genre(u"House"_s);
+    auto mine = library.track(u"a"_s);
+    auto doomed = library.track(u"b"_s);
+    auto quiet = library.track(u"quiet"_s);
+    mine->addToGenres(house);
+    ASSERT_TRUE(context.save());
+    library.manager->removeAllActions();
+
+    std::shared_ptr<const KXStoreChange> change;
+    auto feed = library.coordinator->addChangeObserver([&](const auto &saved) { change = saved; });
+    auto other = library.otherContext();
+    auto theirs = Track::cast(other->objectWithID(mine->objectID()));
+    theirs->setTitle(u"theirs"_s);
+    theirs->setBpm(100);
+    theirs->setGenres({});
+    auto fresh = Track::createInContext(*other);
+    fresh->setTitle(u"fresh"_s);
+    fresh->addToGenres(other->objectWithID(house->objectID()));
+    other->removeManagedObject(other->objectWithID(doomed->objectID()));
+    ASSERT_TRUE(other->save());
+
+    QList<KXObjectsDidChange> posts;
+    QList<int> kinds;
+    auto token = KXNotificationCenter::defaultCenter().addObserver(QString(KXManagedObjectContextObjectsDidChangeNotification), &context,
+        [&](const KXNotification &notification) { posts.append(*notification.payloadAs<KXObjectsDidChange>()); });
+    auto observer = house->onChangeOf(u"tracks"_s, [&](const KXKeyValueChange &seen) { kinds.append(int(seen.kind)); });
+    mine->setTitle(u"mine"_s);
+    context.processPendingChanges();
+    posts.clear();
+    context.mergeChangesFromStoreChange(change);
+    context.mergeChangesFromStoreChange(change); // twice does no harm
+    EXPECT_EQ(mine->title(), u"mine"_s);
+    EXPECT_EQ(mine->bpm(), 100);
+    EXPECT_TRUE(mine->genres().isEmpty());
+    EXPECT_EQ(house->tracks().size(), 1);
+    EXPECT_EQ(house->tracks().first()->title(), u"fresh"_s);
+    EXPECT_FALSE(doomed->managedObjectContext());
+    EXPECT_EQ(doomed->title(), QString());
+    ASSERT_GE(posts.size(), 1);
+    EXPECT_EQ(posts[0].refreshed.size(), 2);
+    EXPECT_EQ(posts[0].changedKeys[mine.get()], (QSet<QString> { u"bpm"_s, u"genres"_s }));
+    EXPECT_EQ(posts[0].deleted, QList<KXRef<KXManagedObject>> { doomed });
+    EXPECT_EQ(posts[0].insertedKeys, QList<qint64> { fresh->objectID().key() });
+    EXPECT_TRUE(posts[0].inserted.isEmpty() && posts[0].updated.isEmpty());
+    EXPECT_TRUE(kinds.contains(2) && kinds.contains(3));
+
+    // A kept edit is an edit of what was merged: the save is no conflict any more. And undo knows nothing of the merge.
+    ASSERT_TRUE(context.save());
+    EXPECT_EQ(mine->title(), u"mine"_s);
+    library.manager->undo();
+    EXPECT_EQ(mine->title(), u"a"_s);
+    EXPECT_EQ(mine->bpm(), 100);
+    EXPECT_FALSE(library.manager->canUndo());
+    ASSERT_TRUE(context.save());
+    EXPECT_EQ(difference(dumpOf(*library.otherContext()), library.dump()), std::string());
+}
+
+TEST(Undo, randomWalksReturnToEqualDumps)
+{
+    KXTestRandom random;
+    const int walks = KXTestRandom::scaled(1000);
+    for (int walk = 0; walk < walks && !testing::Test::HasFailure(); ++walk) {
+        UndoTest library;
+        auto &context = *library.context;
+        const auto main = library.context;
+        std::shared_ptr<KXManagedObjectContext> background = library.otherContext();
+        auto feed = library.coordinator->addChangeObserver([&](const auto &change) {
+            main->mergeChangesFromStoreChange(change);
+            background->mergeChangesFromStoreChange(change);
+        });
+        const auto any = [&](const QString &entity) {
+            const KXFetchedList list = context.fetchAllForEntity(entity);
+            return list.isEmpty() ? KXRef<KXManagedObject>() : list.at(random.below(int(list.size())));
+        };
+        const auto edit = [&] {
+            const auto track = Track::cast(any(u"Track"_s));
+            switch (track ? random.below(12) : 0) {
+            case 0:
+            case 1:
+                library.track(QString::number(random.below(1000)));
+                break;
+            case 2:
+                library.genre(QString::number(random.below(1000)));
+                break;
+            case 3:
+                Album::createInContext(context)->setTitle(QString::number(random.below(1000)));
+                break;
+            case 4:
+                track->setTitle(QString::number(random.below(1000)));
+                break;
+            case 5:
+                track->setBpm(random.below(200));
+                break;
+            case 6:
+                track->setAlbum(Album::cast(any(u"Album"_s)));
+                break;
+            case 7:
+                track->setRemix(Track::cast(any(u"Track"_s)));
+                break;
+            case 8:
+                if (const auto genre = any(u"Genre"_s))
+                    random.chance(0.6) ? track->addToGenres(genre) : track->removeFromGenres(genre);
+                break;
+            case 9:
+                track->addToNeighbours(any(u"Track"_s));
+                break;
+            case 10:
+                context.removeManagedObject(any(random.chance(0.5) ? u"Track"_s : u"Genre"_s));
+                break;
+            default:
+                if (random.chance(0.3))
+                    context.removeManagedObject(any(u"Album"_s));
+                else if (const auto other = Track::cast(any(u"Track"_s)))
+                    other->removeFromNeighbours(track);
+            }
+        };
+
+        std::vector<QStringList> marks { library.dump() };
+        size_t at = 0;
+        for (int step = 0; step < 200 && !testing::Test::HasFailure(); ++step) {
+            const int choice = random.below(100);
+            if (choice < 45) {
+                {
+                    KXUndoGroup group(library.manager.get(), QString::number(step));
+                    for (int edits = random.between(1, 4); edits > 0; --edits)
+                        edit();
+                }
+                const QStringList now = library.dump();
+                if (now != marks[at]) {
+                    marks.resize(at + 1);
+                    marks.push_back(now);
+                    ++at;
+                } else {
+                    // A group that changed nothing to be seen may still be a step: start afresh.
+                    library.manager->removeAllActions();
+                    marks = { now };
+                    at = 0;
+                }
+            } else if (choice < 65 && at > 0) {
+                library.manager->undo();
+                EXPECT_EQ(difference(library.dump(), marks[--at]), std::string()) << "undo at step " << step;
+            } else if (choice < 80 && at + 1 < marks.size()) {
+                library.manager->redo();
+                EXPECT_EQ(difference(library.dump(), marks[++at]), std::string()) << "redo at step " << step;
+            } else if (choice < 92) {
+                EXPECT_TRUE(context.save());
+                if (random.chance(0.2)) {
+                    EXPECT_EQ(difference(dumpOf(*library.otherContext()), marks[at]), std::string()) << "save at step " << step;
+                }
+            } else {
+                // The other context edits what the dump does not show, so that the marks hold.
+                const KXFetchedList list = background->fetchAllForEntity(u"Track"_s);
+                for (qsizetype i = 0; i < list.size(); ++i) {
+                    if (random.chance(0.3))
+                        list.as<Track>(i)->setPlays(random.below(1000));
+                }
+                EXPECT_TRUE(background->save());
+                EXPECT_EQ(difference(library.dump(), marks[at]), std::string()) << "merge at step " << step;
+            }
+        }
+        EXPECT_TRUE(context.save());
+        EXPECT_EQ(difference(dumpOf(*library.otherContext()), marks[at]), std::string()) << "walk " << walk;
+        feed.reset();
+    }
+}
