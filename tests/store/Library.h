@@ -107,6 +107,8 @@ QStringList dump(KXManagedObjectContext &context);
 
 /// What SQLite says against the file; empty where it is sound.
 std::string damage(const QString &path);
+/// Makes a file of those bytes.
+void write(const QString &path, const QByteArray &bytes);
 /// Runs SQL on the file behind the framework's back.
 void tamper(const QString &path, const char *sql);
 
