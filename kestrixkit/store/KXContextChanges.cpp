@@ -16,7 +16,8 @@ void KXManagedObjectContextPrivate::willChange(Object *object, int property)
     checkThread();
     if (object->m_flags & Object::Deleted)
         return;
-    recorder.willChange(object, property);
+    if (recorder.manager())
+        recorder.willChange(object, property);
     if (object->isInserted() && object->m_flags & Object::InsertPending)
         return; // it is written and announced whole
     Change &change = changes[object];

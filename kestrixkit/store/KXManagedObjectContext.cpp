@@ -49,6 +49,7 @@ template<typename Take> int readRows(KXSQLiteConnection &connection, const QByte
         }
         return code;
     }
+    const KXReadTransaction transaction(connection, wanted.size() > 1);
     KXStatement row = connection.prepare(select + " WHERE t0.kx_id = ?");
     if (!row)
         return SQLITE_ERROR;
@@ -542,7 +543,9 @@ void KXManagedObjectContextPrivate::fill(const KXEntityDescription &entity, std:
     }
     if (wanted.empty() || !store)
         return;
-    std::sort(wanted.begin(), wanted.end(), [](const Wanted &a, const Wanted &b) { return a.key < b.key; });
+    const auto earlier = [](const Wanted &a, const Wanted &b) { return a.key < b.key; };
+    if (!std::is_sorted(wanted.begin(), wanted.end(), earlier))
+        std::sort(wanted.begin(), wanted.end(), earlier);
 
     KXError error;
     const KXStoreConnections::Reader reader = store->connections.reader(&error);

@@ -59,7 +59,8 @@ KXRowCodec::KXRowCodec(const KXEntityDescription &entity) : m_entity(entity)
             continue;
         if (!property.isOptional() || (property.isAttribute() && property.type() == KXAttributeType::Double))
             m_validated.push_back(&property);
-        m_columns.push_back({ &property, positions.value(property.column()) });
+        m_columns.push_back({ &property, positions.value(property.column()), property.index(), property.offset(),
+            property.isRelationship() ? KXAttributeType::Integer64 : property.type() });
         m_insert += ", " + property.column();
         parameters += ", ?";
     }
@@ -77,7 +78,7 @@ QByteArray KXRowCodec::update(const std::vector<const KXPropertyDescription *> &
 void KXRowCodec::read(const KXStatement &row, KXRowValues &values) const
 {
     values.version = row.integer(VersionColumn);
-    for (const auto &[property, index] : m_columns) {
+    for (const auto &[property, index, bit, offset, type] : m_columns) {
         // Looked up once a column, not once for its type, its value and its length.
         sqlite3_value *column = sqlite3_column_value(row.get(), index);
         if (sqlite3_value_type(column) == SQLITE_NULL)
@@ -86,13 +87,8 @@ void KXRowCodec::read(const KXStatement &row, KXRowValues &values) const
             const auto *utf8 = reinterpret_cast<const char *>(sqlite3_value_text(column));
             return QString::fromUtf8(utf8, sqlite3_value_bytes(column));
         };
-        const int offset = property->offset();
-        values.setPresent(property->index(), true);
-        if (property->isRelationship()) {
-            values.slot<qint64>(offset) = sqlite3_value_int64(column);
-            continue;
-        }
-        switch (property->type()) {
+        values.setPresent(bit, true);
+        switch (type) {
         case KXAttributeType::Double:
             values.slot<double>(offset) = sqlite3_value_double(column);
             break;

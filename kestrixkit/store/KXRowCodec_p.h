@@ -37,10 +37,14 @@ public:
     void bindInsert(KXStatement &statement, qint64 key, const KXRowValues &values, QByteArray &buffer) const;
 
 private:
+    /// What reading a row needs to know of a column, close together.
     struct Column
     {
         const KXPropertyDescription *property;
-        int index; // in the result of select()
+        int index; ///< in the result of select()
+        int bit; ///< of its presence
+        int offset;
+        KXAttributeType type; ///< Integer64 for the key of a to-one relationship
     };
     const KXEntityDescription &m_entity;
     std::vector<Column> m_columns;

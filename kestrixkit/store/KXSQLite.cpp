@@ -208,3 +208,18 @@ KXError KXTransaction::commit()
         m_open = false;
     return error;
 }
+
+KXReadTransaction::KXReadTransaction(KXSQLiteConnection &connection, bool wanted)
+{
+    if (wanted && sqlite3_get_autocommit(connection.handle())) {
+        if (KXStatement begin = connection.prepare("BEGIN"); begin && begin.step() == SQLITE_DONE)
+            m_connection = &connection;
+    }
+}
+
+KXReadTransaction::~KXReadTransaction()
+{
+    // Nothing was written, so either ends it; what must not happen is that the connection goes on seeing the past.
+    if (m_connection && sqlite3_exec(m_connection->handle(), "COMMIT", nullptr, nullptr, nullptr) != SQLITE_OK)
+        sqlite3_exec(m_connection->handle(), "ROLLBACK", nullptr, nullptr, nullptr);
+}

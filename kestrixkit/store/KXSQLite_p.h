@@ -146,3 +146,16 @@ private:
     bool m_open = false;
 };
 
+
+/// Has the statements of a scope see one state of the file, and take its locks once. Only for readers that are in no
+/// transaction.
+class KXReadTransaction
+{
+public:
+    explicit KXReadTransaction(KXSQLiteConnection &connection, bool wanted = true);
+    ~KXReadTransaction();
+    Q_DISABLE_COPY_MOVE(KXReadTransaction)
+
+private:
+    KXSQLiteConnection *m_connection = nullptr; // where one is open
+};
