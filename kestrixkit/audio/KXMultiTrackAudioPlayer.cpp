@@ -63,6 +63,7 @@ void KXMultiTrackAudioPlayer::playItem(const KXAudioPlayerItemPointer &item)
     setState(KXAudioPlayerStateLoading);
     if (!alive || m_session != session)
         return;
+    stopAudioQueue(); // whatever an observer has started meanwhile
     m_output->setSource(session);
     const bool started = session->start([this](const KXStreamFormat &format) { return willStartDecoding(format); });
     if (!started && alive && m_session == session)
