@@ -11,7 +11,9 @@ class KXAudioPlayer;
 
 /// Posted by a player on every assignment of its state, equal or not, on the thread that assigns. The sender is the
 /// player.
-inline constexpr QLatin1StringView KXAudioPlayerStateDidChangeNotification { "KXAudioPlayerStateDidChangeNotification" };
+inline constexpr QLatin1StringView KXAudioPlayerStateDidChangeNotification {
+    "KXAudioPlayerStateDidChangeNotification"
+};
 /// For the host's queue to post when its entries change; the framework does nothing with it.
 inline constexpr QLatin1StringView KXAudioPlayerQueueEntriesDidChangeNotification {
     "KXAudioPlayerQueueEntriesDidChangeNotification"

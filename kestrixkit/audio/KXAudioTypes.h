@@ -54,8 +54,7 @@ static_assert(sizeof(KXStreamFormat) == 40);
 /// 32-bit floats, one buffer a channel: what files are decoded to.
 constexpr KXStreamFormat KXPlanarFloatFormat(double sampleRate, quint32 channels)
 {
-    constexpr quint32 flags
-        = KXAudioFormatFlagIsFloat | KXAudioFormatFlagIsPacked | KXAudioFormatFlagIsNonInterleaved;
+    constexpr quint32 flags = KXAudioFormatFlagIsFloat | KXAudioFormatFlagIsPacked | KXAudioFormatFlagIsNonInterleaved;
     return { sampleRate, KXAudioFormatLinearPCM, flags, 4, 1, 4, channels, 32, 0 };
 }
 

@@ -80,8 +80,8 @@ public:
     /// Consumer: moves frames, across lists, into the destination's buffers or (without one) nowhere. Answers in
     /// `frames` how many there were; the rest of the destination is left as it was. The time stamp is that of the
     /// first frame, all zeros when there is none.
-    void dequeueBufferListFrames(quint32 *frames, KXAudioBufferList *destination, KXAudioTimeStamp *timestamp,
-        const KXStreamFormat &format);
+    void dequeueBufferListFrames(
+        quint32 *frames, KXAudioBufferList *destination, KXAudioTimeStamp *timestamp, const KXStreamFormat &format);
     /// Consumer: the frames stored, and the time stamp of the first.
     [[nodiscard]] quint32 peek(KXAudioTimeStamp *timestamp, const KXStreamFormat &format) const
     {

@@ -82,8 +82,8 @@ void KXCircularBuffer::produceAudioBufferList(const KXAudioTimeStamp *timestamp)
     produce(qint32(calculated));
 }
 
-bool KXCircularBuffer::copyAudioBufferList(const KXAudioBufferList &source, const KXAudioTimeStamp *timestamp,
-    quint32 frames, const KXStreamFormat &format)
+bool KXCircularBuffer::copyAudioBufferList(
+    const KXAudioBufferList &source, const KXAudioTimeStamp *timestamp, quint32 frames, const KXStreamFormat &format)
 {
     if (frames == 0)
         return true;

@@ -52,7 +52,6 @@ void KXClockAudioOutput::run(KXAudioRenderSource *source, double sampleRate)
             due.tv_nsec -= nanoseconds;
             ++due.tv_sec;
         }
-        while (!m_stops && clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &due, nullptr) == EINTR) {
-        }
+        while (!m_stops && clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &due, nullptr) == EINTR) { }
     }
 }

@@ -191,9 +191,8 @@ int KXFFmpegAudioFile::readPacket()
     }
     if (status < 0)
         return status;
-    const qint64 end = m_packet->pts == AV_NOPTS_VALUE
-        ? -1
-        : framesOf(m_packet->pts)
+    const qint64 end = m_packet->pts == AV_NOPTS_VALUE ? -1
+                                                       : framesOf(m_packet->pts)
             + (m_packet->duration > 0 ? av_rescale_q(m_packet->duration, m_timeBase, { 1, m_rate })
                                       : m_format.mFramesPerPacket);
     // While a file grows, the last packet may be half of one.
@@ -240,8 +239,8 @@ int KXFFmpegAudioFile::convert(float *const *channels, qint64 at, qint64 frames)
         layout.order = AV_CHANNEL_ORDER_UNSPEC;
         layout.nb_channels = m_channels;
         SwrContext *converter = nullptr;
-        int status = swr_alloc_set_opts2(
-            &converter, &layout, AV_SAMPLE_FMT_FLTP, m_rate, &layout, format, m_rate, 0, nullptr);
+        int status
+            = swr_alloc_set_opts2(&converter, &layout, AV_SAMPLE_FMT_FLTP, m_rate, &layout, format, m_rate, 0, nullptr);
         m_converter.reset(converter);
         m_converterFormat = AV_SAMPLE_FMT_NONE;
         if (status < 0 || (status = swr_init(converter)) < 0)

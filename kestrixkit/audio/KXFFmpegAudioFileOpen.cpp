@@ -246,9 +246,9 @@ qint64 KXFFmpegAudioFile::framesOf(qint64 timestamp) const
     return av_rescale_q(timestamp - m_startTime, m_timeBase, { 1, m_rate });
 }
 
-bool KXFFmpegAudioFile::isShortOfPromise(qint64 frame) const { return m_promise >= 0 && frame < m_promise - m_promiseSlack; }
-
-bool KXFFmpegAudioFile::isGrowing() const
+bool KXFFmpegAudioFile::isShortOfPromise(qint64 frame) const
 {
-    return KXAudioFileGrowth::of(m_path.constData(), m_options).recent;
+    return m_promise >= 0 && frame < m_promise - m_promiseSlack;
 }
+
+bool KXFFmpegAudioFile::isGrowing() const { return KXAudioFileGrowth::of(m_path.constData(), m_options).recent; }

@@ -162,7 +162,10 @@ std::shared_ptr<KXCoreAudioFileDecoder> KXMultiTrackAudioPlayer::currentFileDeco
     return m_session ? m_session->decoder() : nullptr;
 }
 
-qint64 KXMultiTrackAudioPlayer::framesRenderedLastPass() const { return m_session ? m_session->framesRenderedLastPass() : 0; }
+qint64 KXMultiTrackAudioPlayer::framesRenderedLastPass() const
+{
+    return m_session ? m_session->framesRenderedLastPass() : 0;
+}
 
 double KXMultiTrackAudioPlayer::duration() const
 {
@@ -214,7 +217,10 @@ void KXMultiTrackAudioPlayer::setChannelGain(qint64 index, float gain, const cha
         KXLogError(audio, failure, index, multiTrackNoSuchBus);
 }
 
-void KXMultiTrackAudioPlayer::muteChannel(qint64 index) { setChannelGain(index, 0, "Failed to set mute channel %ld (%i)"); }
+void KXMultiTrackAudioPlayer::muteChannel(qint64 index)
+{
+    setChannelGain(index, 0, "Failed to set mute channel %ld (%i)");
+}
 
 void KXMultiTrackAudioPlayer::unmuteChannel(qint64 index)
 {

@@ -95,7 +95,8 @@ void KXPlaybackSession::willSeekToFrame(KXCoreAudioFileDecoder &, qint64)
     m_consumer.clear(std::memory_order_release);
 }
 
-bool KXPlaybackSession::didDecodeAudioData(KXCoreAudioFileDecoder &decoder, const KXAudioBufferList &data, quint32 frames)
+bool KXPlaybackSession::didDecodeAudioData(
+    KXCoreAudioFileDecoder &decoder, const KXAudioBufferList &data, quint32 frames)
 {
     return decoder.state() != KXCoreAudioFileDecoderStateCancelled
         && m_ring.copyAudioBufferList(data, nullptr, frames, m_format);
@@ -152,9 +153,8 @@ void KXPlaybackSession::applyGain(float *left, float *right, int frames, qint64 
 {
     const float gain = m_gain.load(std::memory_order_relaxed);
     const KXGainRamp *ramp = m_ramp.load(std::memory_order_acquire);
-    const auto overlaps = [&] {
-        return firstFrame + frames > ramp->startFrame && firstFrame < ramp->startFrame + ramp->frames;
-    };
+    const auto overlaps
+        = [&] { return firstFrame + frames > ramp->startFrame && firstFrame < ramp->startFrame + ramp->frames; };
     if (ramp && overlaps()) {
         for (int i = 0; i < frames; ++i) {
             const float here = gain * float(ramp->gainAt(firstFrame + i));

@@ -91,8 +91,8 @@ KXAudioOutput::Status KXPortAudioOutput::open(double sampleRate)
     parameters.sampleFormat = paFloat32 | paNonInterleaved;
     parameters.suggestedLatency = info->defaultLowOutputLatency;
     auto stream = std::make_unique<Stream>();
-    const PaError error = Pa_OpenStream(&stream->stream, nullptr, &parameters, sampleRate, FramesPerPass, paNoFlag,
-        &Stream::render, stream.get());
+    const PaError error = Pa_OpenStream(
+        &stream->stream, nullptr, &parameters, sampleRate, FramesPerPass, paNoFlag, &Stream::render, stream.get());
     if (error != paNoError)
         return error;
     Pa_SetStreamFinishedCallback(stream->stream, [](void *self) { static_cast<Stream *>(self)->ended = true; });

@@ -22,7 +22,8 @@ using Planar = std::vector<std::vector<float>>;
 struct FileCase
 {
     AudioRecipe recipe;
-    double tolerance; // root of the mean squared difference to the source; 2: its codec adds a delay or it is not compared
+    double
+        tolerance; // root of the mean squared difference to the source; 2: its codec adds a delay or it is not compared
     bool exact;
     quint32 framesPerPacket;
     int rate = 44100;
@@ -56,7 +57,8 @@ const FileCase fileCases[] = {
     { { "vbr", "mp3", "mp3", "libmp3lame", 0, { { "global_quality", "236" } } }, 0.06, false, 1152 },
     { { "low", "mp3", "mp3", "libmp3lame", 32000 }, 2, false, 1152 },
     { { "cbr-untagged", "mp3", "mp3", "libmp3lame", 192000, { { "write_xing", "0" } } }, 2, false, 1152 },
-    { { "vbr-untagged", "mp3", "mp3", "libmp3lame", 0, { { "global_quality", "236" }, { "write_xing", "0" } } }, 2, false, 1152 },
+    { { "vbr-untagged", "mp3", "mp3", "libmp3lame", 0, { { "global_quality", "236" }, { "write_xing", "0" } } }, 2,
+        false, 1152 },
     { { "mpeg2", "mp3", "mp3", "libmp3lame", 64000 }, 0.1, false, 576, 22050 },
     { { "vorbis", "ogg", "ogg", "libvorbis", 160000 }, 0.06, true, 1 },
     { { "opus", "opus", "opus", "libopus", 160000 }, 0.06, false, 1, 48000 },

@@ -58,7 +58,8 @@ public:
     }
     KXAudioFileStatus read(float *const *channels, quint32 frames, quint32 *done) override
     {
-        *done = quint32(std::clamp<qint64>(std::min<qint64>(m_file->length, m_file->available) - m_position, 0, frames));
+        *done
+            = quint32(std::clamp<qint64>(std::min<qint64>(m_file->length, m_file->available) - m_position, 0, frames));
         for (quint32 i = 0; i < *done; ++i)
             channels[0][i] = float(m_position + i);
         m_position += *done;
@@ -79,7 +80,10 @@ private:
 class Taker : public KXCoreAudioFileDecoderDelegate
 {
 public:
-    KXStreamFormat outputDescriptionFor(KXCoreAudioFileDecoder &, const KXStreamFormat &format) override { return format; }
+    KXStreamFormat outputDescriptionFor(KXCoreAudioFileDecoder &, const KXStreamFormat &format) override
+    {
+        return format;
+    }
     void willStartDecoding(KXCoreAudioFileDecoder &decoder) override
     {
         if (cancelAtStart)
@@ -141,8 +145,8 @@ protected:
 TEST_F(Decoder, namesTheStepThatFailed)
 {
     const std::pair<const char *, const char *> steps[] = { { "open", "Failed to open file (-7)" },
-        { "format", "Failed to read file data format property (-7)" }, { "length", "Failed to read frames property (-7)" },
-        { "client", "Failed to set client data format (-7)" } };
+        { "format", "Failed to read file data format property (-7)" },
+        { "length", "Failed to read frames property (-7)" }, { "client", "Failed to set client data format (-7)" } };
     for (const auto &[step, text] : steps) {
         file->failures = { { step, -7 } };
         KXTestLog log;
@@ -174,7 +178,8 @@ TEST_F(Decoder, deliversTheFileInChunksAndCorrectsItsLength)
         taker = std::make_shared<Taker>();
         decoder->setDelegate(taker);
         ASSERT_TRUE(decoder->decode());
-        EXPECT_EQ(decoder->totalFramesIsFinal(), file->exact || decoder->state() == KXCoreAudioFileDecoderStateFinished);
+        EXPECT_EQ(
+            decoder->totalFramesIsFinal(), file->exact || decoder->state() == KXCoreAudioFileDecoderStateFinished);
         ASSERT_TRUE(waitForState(KXCoreAudioFileDecoderStateFinished));
         EXPECT_EQ(taker->notes(), (Notes { "took 0+4096", "took 4096+4096", "took 8192+1808" }));
         EXPECT_EQ(decoder->totalFrames(), 10'000);
@@ -249,8 +254,8 @@ TEST_F(Decoder, cancellingIsFinal)
     const Notes before = taker->notes();
     decoder->setState(KXCoreAudioFileDecoderStateCancelled);
     decoder->waitUntilDone();
-    for (const auto state : { KXCoreAudioFileDecoderStateRunning, KXCoreAudioFileDecoderStateWaiting,
-             KXCoreAudioFileDecoderStateFinished })
+    for (const auto state :
+        { KXCoreAudioFileDecoderStateRunning, KXCoreAudioFileDecoderStateWaiting, KXCoreAudioFileDecoderStateFinished })
         decoder->setState(state);
     decoder->wakeFromRenderThread();
     EXPECT_EQ(decoder->state(), KXCoreAudioFileDecoderStateCancelled);

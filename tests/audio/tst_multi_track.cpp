@@ -185,9 +185,8 @@ TEST_F(MultiTrack, rampsFollowTheFrameOfTheItem)
     const auto session = std::make_shared<KXPlaybackSession>(std::static_pointer_cast<FileItem>(item(sound))->url);
     session->setVolume(0.9F);
     session->setRamp({ 0, 44'100, 0, 1 });
-    ASSERT_TRUE(session->start([&](const KXStreamFormat &format) {
-        return session->prepareBuffer(format) && session->setInputPan(0, 0);
-    }));
+    ASSERT_TRUE(session->start(
+        [&](const KXStreamFormat &format) { return session->prepareBuffer(format) && session->setInputPan(0, 0); }));
     const auto expectRamp = [&](qint64 at, const std::function<double(qint64)> &ramp) {
         for (const qint64 end = at + 9000; at < end;) {
             float left[700], right[700];
@@ -395,8 +394,7 @@ TEST_F(MultiTrack, playsAFileThatGrowsAndOneThatVanishes)
     Stereo heard = hear(12'000);
     ASSERT_TRUE(QTest::qWaitFor([&] { return log.contains(u"Read status"_s); }, patience));
     float side[512];
-    while (output->crank(side, side, 512) > 0) {
-    }
+    while (output->crank(side, side, 512) > 0) { }
     EXPECT_EQ(player->state(), KXAudioPlayerStatePlaying);
     const double there = player->currentTime();
     growing.write(bytes.mid(100'000));
@@ -446,16 +444,18 @@ TEST_F(MultiTrack, keepsTimeOnTheClock)
 TEST_F(MultiTrack, randomTransportLeavesNothingBehind)
 {
     KXTestRandom random;
-    std::vector<KXAudioPlayerItemPointer> items = { item(makeSound(60'000, 4)),
-        item(makeSound(30'000, 2), { "r", "flac", "flac", "flac" }), item(makeSound(5'000, 1, 8000), { "s", "wav", "wav", "pcm_s16le" }),
-        item(makeSound(40'000, 2), { "r", "mp3", "mp3", "libmp3lame", 128000 }), std::make_shared<FileItem>(u"/nowhere.wav"_s),
-        std::make_shared<FileItem>(QString()), nullptr };
+    std::vector<KXAudioPlayerItemPointer> items
+        = { item(makeSound(60'000, 4)), item(makeSound(30'000, 2), { "r", "flac", "flac", "flac" }),
+              item(makeSound(5'000, 1, 8000), { "s", "wav", "wav", "pcm_s16le" }),
+              item(makeSound(40'000, 2), { "r", "mp3", "mp3", "libmp3lame", 128000 }),
+              std::make_shared<FileItem>(u"/nowhere.wav"_s), std::make_shared<FileItem>(QString()), nullptr };
     KXKestrixKitLogLevel = 0;
     player->playItem(items[0]);
     const int threads = entriesOf("/proc/self/task"), descriptors = entriesOf("/proc/self/fd");
     player->stop();
     for (const bool onClock : { false, true }) {
-        const std::shared_ptr<KXAudioOutput> used = onClock ? std::static_pointer_cast<KXAudioOutput>(std::make_shared<KXClockAudioOutput>()) : output;
+        const std::shared_ptr<KXAudioOutput> used
+            = onClock ? std::static_pointer_cast<KXAudioOutput>(std::make_shared<KXClockAudioOutput>()) : output;
         player = std::make_unique<KXMultiTrackAudioPlayer>(used);
         player->setContinuous(true);
         std::atomic<bool> cranking = !onClock;

@@ -26,7 +26,10 @@ struct Playlist : KXAudioPlayerPlaylist
         return index < 0 || index >= qsizetype(items.size()) ? nullptr : items[size_t(index)];
     }
     KXAudioPlayerItemPointer audioPlayerItemAfter(const KXAudioPlayerItemPointer &item) override { return at(item, 1); }
-    KXAudioPlayerItemPointer audioPlayerItemBefore(const KXAudioPlayerItemPointer &item) override { return at(item, -1); }
+    KXAudioPlayerItemPointer audioPlayerItemBefore(const KXAudioPlayerItemPointer &item) override
+    {
+        return at(item, -1);
+    }
 };
 
 /// Refuses when told to, and may go at any time.
@@ -67,8 +70,9 @@ struct PlayerFixture : ::testing::Test
     std::shared_ptr<Playlist> playlist = std::make_shared<Playlist>();
     KXAudioPlayerItemPointer first = std::make_shared<Item>(), second = std::make_shared<Item>();
     std::vector<int> states;
-    KXNotificationToken token = KXNotificationCenter::defaultCenter().addObserver(
-        KXAudioPlayerStateDidChangeNotification, player.get(), [this](const KXNotification &) { states.push_back(player->state()); });
+    KXNotificationToken token
+        = KXNotificationCenter::defaultCenter().addObserver(KXAudioPlayerStateDidChangeNotification, player.get(),
+            [this](const KXNotification &) { states.push_back(player->state()); });
     void SetUp() override { playlist->items = { first, second }; }
 };
 
@@ -79,12 +83,13 @@ TEST_F(PlayerFixture, announcesEveryAssignmentInOrder)
     EXPECT_EQ(player->state(), KXAudioPlayerStateIdle);
     EXPECT_EQ(player->volume(), 0);
     std::vector<std::string> order;
-    const auto observer = player->onChangeOf(u"state"_s, KXObservingOptionOld | KXObservingOptionNew,
-        [&](const KXKeyValueChange &change) {
+    const auto observer = player->onChangeOf(
+        u"state"_s, KXObservingOptionOld | KXObservingOptionNew, [&](const KXKeyValueChange &change) {
             order.push_back(std::to_string(change.oldValue.toInt()) + ">" + std::to_string(change.newValue.toInt()));
         });
-    const KXNotificationToken other = KXNotificationCenter::defaultCenter().addObserver(
-        KXAudioPlayerStateDidChangeNotification, player.get(), [&](const KXNotification &) { order.push_back("posted"); });
+    const KXNotificationToken other
+        = KXNotificationCenter::defaultCenter().addObserver(KXAudioPlayerStateDidChangeNotification, player.get(),
+            [&](const KXNotification &) { order.push_back("posted"); });
     player->setState(KXAudioPlayerStateStopped);
     player->setState(KXAudioPlayerStateStopped);
     EXPECT_THAT(order, ElementsAre("0>4", "posted", "4>4", "posted"));

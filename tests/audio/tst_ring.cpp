@@ -109,7 +109,8 @@ TEST(Ring, agreesWithAPlainQueue)
                 const auto source = numberedList(buffers, frames, next);
                 const KXAudioTimeStamp stamp = stampAt(next);
                 const qint32 stored = ring.fillCount();
-                const qint32 size = qint32((96 + 16 * (buffers - 1) + 15) / 16 * 16 + buffers * ((frames * 4 + 15) / 16 * 16));
+                const qint32 size
+                    = qint32((96 + 16 * (buffers - 1) + 15) / 16 * 16 + buffers * ((frames * 4 + 15) / 16 * 16));
                 ASSERT_EQ(ring.copyAudioBufferList(*source, &stamp, frames, format), stored + size <= ring.length());
                 if (stored + size <= ring.length()) {
                     blocks.push_back(int(frames));

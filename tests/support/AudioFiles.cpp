@@ -74,8 +74,9 @@ public:
 
         SwrContext *converter = nullptr;
         AVChannelLayout &layout = m_encoder->ch_layout;
-        audioCheck(swr_alloc_set_opts2(&converter, &layout, m_encoder->sample_fmt, sound.rate, &layout, AV_SAMPLE_FMT_FLTP,
-                       sound.rate, 0, nullptr), "converter");
+        audioCheck(swr_alloc_set_opts2(&converter, &layout, m_encoder->sample_fmt, sound.rate, &layout,
+                       AV_SAMPLE_FMT_FLTP, sound.rate, 0, nullptr),
+            "converter");
         m_converter.reset(converter);
         audioCheck(swr_init(converter), "converter");
         audioCheck(avio_open(&file->pb, path.c_str(), AVIO_FLAG_WRITE), "file");

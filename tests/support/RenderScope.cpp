@@ -106,14 +106,16 @@ RENDER_WRAP(mutexes, int, pthread_mutex_trylock, (pthread_mutex_t * mutex) noexc
 RENDER_WRAP(mutexes, int, pthread_mutex_unlock, (pthread_mutex_t * mutex) noexcept, (mutex))
 RENDER_WRAP(conditions, int, pthread_cond_signal, (pthread_cond_t * condition) noexcept, (condition))
 RENDER_WRAP(conditions, int, pthread_cond_broadcast, (pthread_cond_t * condition) noexcept, (condition))
-RENDER_WRAP(conditions, int, pthread_cond_wait, (pthread_cond_t * condition, pthread_mutex_t *mutex), (condition, mutex))
+RENDER_WRAP(
+    conditions, int, pthread_cond_wait, (pthread_cond_t * condition, pthread_mutex_t *mutex), (condition, mutex))
 RENDER_WRAP(writes, ssize_t, write, (int file, const void *bytes, size_t count), (file, bytes, count))
 RENDER_WRAP(systemCalls, ssize_t, read, (int file, void *bytes, size_t count), (file, bytes, count))
 RENDER_WRAP(systemCalls, int, close, (int file), (file))
 RENDER_WRAP(systemCalls, int, sched_yield, () noexcept, ())
 RENDER_WRAP(systemCalls, int, nanosleep, (const timespec *time, timespec *left), (time, left))
 RENDER_WRAP(systemCalls, int, munmap, (void *memory, size_t size) noexcept, (memory, size))
-RENDER_WRAP(systemCalls, void *, mmap, (void *memory, size_t size, int protection, int flags, int file, off_t offset) noexcept,
+RENDER_WRAP(systemCalls, void *, mmap,
+    (void *memory, size_t size, int protection, int flags, int file, off_t offset) noexcept,
     (memory, size, protection, flags, file, offset))
 
 #endif

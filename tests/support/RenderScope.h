@@ -8,10 +8,7 @@ struct RenderScopeCounts
 {
     std::atomic<long> allocations = 0, frees = 0, mutexes = 0, conditions = 0, writes = 0, systemCalls = 0;
     std::atomic<long> wakes = 0; ///< futex wake-ups, which are allowed
-    [[nodiscard]] long forbidden() const
-    {
-        return allocations + frees + mutexes + conditions + writes + systemCalls;
-    }
+    [[nodiscard]] long forbidden() const { return allocations + frees + mutexes + conditions + writes + systemCalls; }
 };
 
 class RenderScope
