@@ -1,0 +1,109 @@
+#include <kestrixkit/audio/KXAudioFile.h>
+
+#include <kestrixkit/audio/KXFFmpegAudioFile_p.h>
+#include <kestrixkit/audio/KXPCMAudioFile_p.h>
+
+namespace {
+
+std::mutex audioFileFactoryMutex;
+
+KXAudioFile::BackendFactory &audioFileFactory()
+{
+    static KXAudioFile::BackendFactory factory;
+    return factory;
+}
+
+}
+
+KXAudioFileBackend::~KXAudioFileBackend() = default;
+
+KXAudioFile::~KXAudioFile() = default;
+
+void KXAudioFile::setBackendFactory(BackendFactory factory)
+{
+    const std::lock_guard lock(audioFileFactoryMutex);
+    audioFileFactory() = std::move(factory);
+}
+
+KXAudioFileStatus KXAudioFile::open(const QUrl &url, const KXAudioFileOptions &options)
+{
+    close();
+    BackendFactory factory;
+    {
+        const std::lock_guard lock(audioFileFactoryMutex);
+        factory = audioFileFactory();
+    }
+    std::unique_ptr<KXAudioFileBackend> backend;
+    KXAudioFileStatus status = KXAudioFileNoError;
+    if (factory) {
+        backend = factory(url);
+        status = backend ? backend->open(url, options) : KXAudioFileParameterError;
+    } else {
+        // Whatever is not the plainest PCM is left to the libraries, damaged headers included.
+        backend = std::make_unique<KXPCMAudioFile>();
+        if (backend->open(url, options) != KXAudioFileNoError) {
+            backend = std::make_unique<KXFFmpegAudioFile>();
+            status = backend->open(url, options);
+        }
+    }
+    if (status == KXAudioFileNoError)
+        m_backend = std::move(backend);
+    return status;
+}
+
+void KXAudioFile::close() { m_backend.reset(); }
+
+KXAudioFileStatus KXAudioFile::dataFormat(KXStreamFormat *format) const
+{
+    return m_backend ? m_backend->dataFormat(format) : KXAudioFileParameterError;
+}
+
+KXAudioFileStatus KXAudioFile::lengthInFrames(qint64 *frames) const
+{
+    return m_backend ? m_backend->lengthInFrames(frames) : KXAudioFileParameterError;
+}
+
+bool KXAudioFile::lengthIsExact() const { return m_backend && m_backend->lengthIsExact(); }
+
+KXAudioFileStatus KXAudioFile::findExactLength()
+{
+    return m_backend ? m_backend->findExactLength() : KXAudioFileParameterError;
+}
+
+KXAudioFileStatus KXAudioFile::setClientFormat(const KXStreamFormat &format)
+{
+    return m_backend ? m_backend->setClientFormat(format) : KXAudioFileParameterError;
+}
+
+qint64 KXAudioFile::position() const { return m_backend ? m_backend->position() : 0; }
+
+bool KXAudioFile::isSeekable() const { return m_backend && m_backend->isSeekable(); }
+
+KXAudioFileStatus KXAudioFile::seek(qint64 frame)
+{
+    return m_backend ? m_backend->seek(frame) : KXAudioFileParameterError;
+}
+
+KXAudioFileStatus KXAudioFile::read(float *const *channels, quint32 frames, quint32 *framesRead)
+{
+    *framesRead = 0;
+    return m_backend ? m_backend->read(channels, frames, framesRead) : KXAudioFileParameterError;
+}
+
+KXAudioFileStatus KXAudioFile::read(KXAudioBufferList *list, quint32 frames, quint32 *framesRead)
+{
+    constexpr size_t usual = 32;
+    float *few[usual];
+    std::vector<float *> many;
+    float **channels = few;
+    if (list->mNumberBuffers > usual) {
+        many.resize(list->mNumberBuffers);
+        channels = many.data();
+    }
+    for (quint32 i = 0; i < list->mNumberBuffers; ++i)
+        channels[i] = static_cast<float *>(list->buffers()[i].mData);
+    const KXAudioFileStatus status = read(channels, frames, framesRead);
+    for (KXAudioBuffer &buffer : list->buffers())
+        buffer.mDataByteSize = *framesRead * quint32(sizeof(float));
+    return status;
+}

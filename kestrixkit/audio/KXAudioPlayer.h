@@ -1,0 +1,134 @@
+#pragma once
+
+#include <memory>
+
+#include <QPointer>
+#include <QUrl>
+
+#include <kestrixkit/foundation/KXObject.h>
+
+class KXAudioPlayer;
+
+/// Posted by a player on every assignment of its state, equal or not, on the thread that assigns. The sender is the
+/// player.
+inline constexpr QLatin1StringView KXAudioPlayerStateDidChangeNotification {
+    "KXAudioPlayerStateDidChangeNotification"
+};
+/// For the host's queue to post when its entries change; the framework does nothing with it.
+inline constexpr QLatin1StringView KXAudioPlayerQueueEntriesDidChangeNotification {
+    "KXAudioPlayerQueueEntriesDidChangeNotification"
+};
+
+/// The numbers are seen by hosts; 2 and 5 stay unused.
+enum KXAudioPlayerState : int {
+    KXAudioPlayerStateIdle = 0, ///< nothing to play, or nothing yet
+    KXAudioPlayerStateLoading = 1, ///< an item is being opened
+    KXAudioPlayerStatePlaying = 3,
+    KXAudioPlayerStateStopped = 4, ///< also when an item cannot be opened
+    KXAudioPlayerStateFinished = 6, ///< the item came to its end, or there is none before it
+};
+
+/// Something to play; the host's.
+class KX_AUDIO_EXPORT KXAudioPlayerItem
+{
+public:
+    virtual ~KXAudioPlayerItem();
+    /// A local file or a stream; an empty address when there is nothing to play.
+    [[nodiscard]] virtual QUrl audioFileURL() const = 0;
+};
+using KXAudioPlayerItemPointer = std::shared_ptr<KXAudioPlayerItem>;
+
+/// The order in which items follow each other; the host's. Null where there is none.
+class KX_AUDIO_EXPORT KXAudioPlayerPlaylist
+{
+public:
+    virtual ~KXAudioPlayerPlaylist();
+    [[nodiscard]] virtual KXAudioPlayerItemPointer audioPlayerItemAfter(const KXAudioPlayerItemPointer &item);
+    [[nodiscard]] virtual KXAudioPlayerItemPointer audioPlayerItemBefore(const KXAudioPlayerItemPointer &item);
+};
+
+/// Asked before a player changes to another item of its playlist.
+class KX_AUDIO_EXPORT KXAudioPlayerDelegate
+{
+public:
+    virtual ~KXAudioPlayerDelegate();
+    /// Also asked before the first item of a playlist.
+    virtual bool shouldPlayNextItem(KXAudioPlayer &player, const KXAudioPlayerItemPointer &item);
+    virtual bool shouldPlayPreviousItem(KXAudioPlayer &player, const KXAudioPlayerItemPointer &item);
+};
+
+/// Plays one item at a time. A base without sound: concrete players override what is marked so.
+///
+/// Properties (also keys for observers): state, volume, currentItem, continuous.
+///
+/// Threads: the main thread. Where a player announces its state elsewhere, it says so.
+class KX_AUDIO_EXPORT KXAudioPlayer : public KXObject
+{
+    Q_OBJECT
+    Q_PROPERTY(int state READ state NOTIFY stateChanged)
+    Q_PROPERTY(float volume READ volume WRITE setVolume NOTIFY volumeChanged)
+    Q_PROPERTY(bool continuous READ isContinuous WRITE setContinuous)
+    Q_PROPERTY(double duration READ duration)
+    Q_PROPERTY(double currentTime READ currentTime WRITE setTime)
+public:
+    explicit KXAudioPlayer(QObject *parent = nullptr);
+    ~KXAudioPlayer() override;
+
+    /// Whether the end of an item leads on to the next one of the playlist. False at first.
+    [[nodiscard]] bool isContinuous() const { return m_continuous; }
+    void setContinuous(bool continuous) { m_continuous = continuous; }
+    [[nodiscard]] KXAudioPlayerState state() const { return m_state; }
+    [[nodiscard]] KXAudioPlayerDelegate *delegate() const;
+    /// Borrowed. One that is a QObject may go at any time; any other must be taken away before it does.
+    void setDelegate(KXAudioPlayerDelegate *delegate);
+    [[nodiscard]] std::shared_ptr<KXAudioPlayerPlaylist> playlist() const { return m_playlist; }
+
+    // What concrete players override; nothing happens here
+    [[nodiscard]] virtual KXAudioPlayerItemPointer currentItem() const { return m_currentItem; }
+    /// From 0 to 1, applied as a gain of its third power. 0 at first: the host sets what it wants to hear.
+    [[nodiscard]] virtual float volume() const { return m_volume; }
+    virtual void setVolume(float volume);
+    virtual void playItem(const KXAudioPlayerItemPointer &item);
+    virtual void stop();
+    /// False, without a change of state, when there is nothing to go on with.
+    virtual bool resume();
+    /// Seconds; 0 when unknown.
+    [[nodiscard]] virtual double duration() const { return 0; }
+    [[nodiscard]] virtual double currentTime() const { return 0; }
+    /// Any number of seconds, also beyond either end.
+    virtual void setTime(double seconds);
+
+    /// Takes the playlist and, unless the delegate objects, plays the item.
+    void playItemFromPlaylist(
+        const KXAudioPlayerItemPointer &item, const std::shared_ptr<KXAudioPlayerPlaylist> &playlist);
+    /// Nothing happens where there is no next item or the delegate objects.
+    void playNext();
+    /// Without a previous item the state becomes Finished; when the delegate objects, the player stops.
+    void playPrevious();
+    /// Not further than a tenth of a second before the end.
+    void scanForward(double seconds);
+    void scanBackward(double seconds);
+
+Q_SIGNALS:
+    void stateChanged();
+    void volumeChanged();
+    void currentItemChanged();
+
+protected:
+    /// Assigns and announces, also what is the same as before. An observer may change the state again.
+    void setState(KXAudioPlayerState state);
+    void storeCurrentItem(const KXAudioPlayerItemPointer &item);
+    void storeVolume(float volume);
+    /// The end of the current item: Finished, and on to the next one when continuous.
+    void finish();
+
+private:
+    std::atomic<KXAudioPlayerState> m_state = KXAudioPlayerStateIdle;
+    float m_volume = 0;
+    bool m_continuous = false;
+    KXAudioPlayerItemPointer m_currentItem;
+    std::shared_ptr<KXAudioPlayerPlaylist> m_playlist;
+    KXAudioPlayerDelegate *m_delegate = nullptr;
+    QPointer<QObject> m_delegateObject;
+    bool m_delegateIsObject = false;
+};

@@ -1,0 +1,172 @@
+#include <kestrixkit/audio/KXCoreAudioFileDecoder.h>
+
+#include <system_error>
+#include <thread>
+
+#include <kestrixkit/foundation/KXLog.h>
+
+namespace {
+
+constexpr auto decoderPatience = std::chrono::milliseconds(20); // between two looks at a file that grows
+
+}
+
+static_assert(std::atomic<int>::is_always_lock_free && std::atomic<qint64>::is_always_lock_free);
+
+KXCoreAudioFileDecoderDelegate::~KXCoreAudioFileDecoderDelegate() = default;
+
+KXCoreAudioFileDecoder::KXCoreAudioFileDecoder(const QUrl &fileURL)
+    : m_fileURL(fileURL)
+{
+}
+
+KXCoreAudioFileDecoder::~KXCoreAudioFileDecoder() = default;
+
+bool KXCoreAudioFileDecoder::fail(KXError *error, const char *format, KXAudioFileStatus status)
+{
+    KXLogError(audio, format, status);
+    return KXSetError(error,
+        KXError(KXKestrixKitErrorDomain, KXAudioFileErrorCode, KXStringWithFormat(KXLocalizedString(format), status)));
+}
+
+bool KXCoreAudioFileDecoder::decode(KXError *error)
+{
+    KXAudioFileOptions options;
+    options.cancelled = m_cancelled;
+    if (const KXAudioFileStatus status = m_file.open(m_fileURL, options))
+        return fail(error, "Failed to open file (%i)", status);
+    if (const KXAudioFileStatus status = m_file.dataFormat(&m_inputDescription))
+        return fail(error, "Failed to read file data format property (%i)", status);
+    qint64 frames = 0;
+    if (const KXAudioFileStatus status = m_file.lengthInFrames(&frames))
+        return fail(error, "Failed to read frames property (%i)", status);
+    m_totalFrames = frames;
+    m_totalFramesIsFinal = m_file.lengthIsExact();
+
+    const auto delegate = m_delegate.lock();
+    m_outputDescription = delegate ? delegate->outputDescriptionFor(*this, m_inputDescription) : KXStreamFormat {};
+    if (const KXAudioFileStatus status = m_file.setClientFormat(m_outputDescription))
+        return fail(error, "Failed to set client data format (%i)", status);
+    m_chunk.reset(KXAllocateABL(m_outputDescription, ChunkFrames));
+    if (delegate)
+        delegate->willStartDecoding(*this);
+
+    m_isDecoding = true;
+    try {
+        std::thread([self = shared_from_this()] {
+            self->decodeAudioData();
+            self->m_isDecoding = false;
+            self->m_isDecoding.notify_all();
+        }).detach();
+    } catch (const std::system_error &failure) {
+        m_isDecoding = false;
+        return fail(error, "Failed to open file (%i)", -failure.code().value());
+    }
+    return true;
+}
+
+void KXCoreAudioFileDecoder::setState(State state)
+{
+    {
+        const std::lock_guard lock(m_mutex);
+        const int current = m_state;
+        if (current == KXCoreAudioFileDecoderStateCancelled
+            || (current == KXCoreAudioFileDecoderStateFinished && state != KXCoreAudioFileDecoderStateCancelled))
+            return;
+        m_state = state;
+        if (state == KXCoreAudioFileDecoderStateCancelled)
+            *m_cancelled = true;
+    }
+    m_state.notify_all();
+    m_changed.notify_all();
+}
+
+bool KXCoreAudioFileDecoder::advanceRenderedFrames(qint64 from, qint64 frames) noexcept
+{
+    // Read first: the length becomes final after it has been corrected.
+    const bool isFinal = m_totalFramesIsFinal;
+    const qint64 total = m_totalFrames;
+    const bool isAtEnd = isFinal && from + frames >= total;
+    return m_renderedFrames.compare_exchange_strong(from, isAtEnd ? total : from + frames) && isAtEnd;
+}
+
+void KXCoreAudioFileDecoder::decodeAudioData()
+{
+    while (!isCancelled()) {
+        carryOutSeek();
+        quint32 frames = 0;
+        const KXAudioFileStatus status = m_file.read(m_chunk.get(), ChunkFrames, &frames);
+        if (status == KXAudioFileInvalidFileError) {
+            waitForData(status);
+            continue;
+        }
+        m_isPending = false;
+        if (frames == 0) {
+            // Only now is it certain how long the file was.
+            m_totalFrames = m_position;
+            m_totalFramesIsFinal = true;
+            setState(KXCoreAudioFileDecoderStateFinished);
+            return;
+        }
+        m_position += frames;
+        if (m_position > m_totalFrames)
+            m_totalFrames = m_position;
+        if (!deliver(frames))
+            return;
+    }
+}
+
+void KXCoreAudioFileDecoder::carryOutSeek()
+{
+    qint64 target = m_seekToFrame;
+    if (target < 0)
+        return;
+    if (const auto delegate = m_delegate.lock())
+        delegate->willSeekToFrame(*this, target);
+    if (m_file.seek(target) != KXAudioFileNoError)
+        KXLogError(audio, "Failed to seek to frame %lld", target);
+    m_position = target;
+    m_renderedFrames = target;
+    m_seekToFrame.compare_exchange_strong(target, -1); // unless a newer one came meanwhile
+}
+
+/// Offers the chunk until it is taken or a seek makes it useless. False when decoding is to end.
+bool KXCoreAudioFileDecoder::deliver(quint32 frames)
+{
+    while (!isCancelled()) {
+        if (m_seekToFrame >= 0)
+            return true;
+        const auto delegate = m_delegate.lock();
+        if (!delegate)
+            return false;
+        if (delegate->didDecodeAudioData(*this, *m_chunk, frames))
+            return true;
+        if (!waitForRoom())
+            return false;
+    }
+    return false;
+}
+
+/// False when cancelled.
+bool KXCoreAudioFileDecoder::waitForRoom()
+{
+    {
+        // Whoever seeks or cancels does so before or after this as a whole, and wakes the decoder in the second case.
+        const std::lock_guard lock(m_mutex);
+        if (m_seekToFrame >= 0 || isCancelled())
+            return !isCancelled();
+        m_state = KXCoreAudioFileDecoderStateWaiting;
+    }
+    while (m_state == KXCoreAudioFileDecoderStateWaiting)
+        m_state.wait(KXCoreAudioFileDecoderStateWaiting);
+    return !isCancelled();
+}
+
+/// Keeps a growing file from taking a whole core. A seek or the end of the decoder cuts it short.
+void KXCoreAudioFileDecoder::waitForData(KXAudioFileStatus status)
+{
+    if (!std::exchange(m_isPending, true))
+        KXLogError(audio, "Read status %i", status);
+    std::unique_lock lock(m_mutex);
+    m_changed.wait_for(lock, decoderPatience, [this] { return isCancelled() || m_seekToFrame >= 0; });
+}

@@ -1,0 +1,128 @@
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+
+#include <kestrixkit/audio/KXAudioFile.h>
+#include <kestrixkit/audio/KXCoreAudioUtilities.h>
+#include <kestrixkit/foundation/KXError.h>
+
+class KXCoreAudioFileDecoder;
+
+enum KXCoreAudioFileDecoderState : int {
+    KXCoreAudioFileDecoderStateRunning = 0, ///< decoding
+    KXCoreAudioFileDecoderStateWaiting = 1, ///< sleeps, since the delegate had no room
+    KXCoreAudioFileDecoderStateCancelled = 2, ///< asked to end; final
+    KXCoreAudioFileDecoderStateFinished = 3, ///< the end of the file was reached
+};
+
+/// The code of errors with audio files, in KXKestrixKitErrorDomain.
+inline constexpr int KXAudioFileErrorCode = 1001;
+
+/// Takes what a decoder delivers.
+class KX_AUDIO_EXPORT KXCoreAudioFileDecoderDelegate
+{
+public:
+    virtual ~KXCoreAudioFileDecoderDelegate();
+
+    /// The format in which the file is to be delivered. On the thread that calls decode().
+    virtual KXStreamFormat outputDescriptionFor(KXCoreAudioFileDecoder &decoder, const KXStreamFormat &fileFormat) = 0;
+    /// The format is settled, the thread not yet started; cancelling here keeps it from decoding anything. On the
+    /// thread that calls decode().
+    virtual void willStartDecoding(KXCoreAudioFileDecoder &decoder) = 0;
+    /// What was delivered so far is out of date. On the decoding thread.
+    virtual void willSeekToFrame(KXCoreAudioFileDecoder &decoder, qint64 frame) = 0;
+    /// Takes a chunk, or answers false when there is no room now. On the decoding thread.
+    virtual bool didDecodeAudioData(KXCoreAudioFileDecoder &decoder, const KXAudioBufferList &data, quint32 frames) = 0;
+};
+
+/// Turns a file into chunks of at most 4096 frames, on a thread of its own, and counts for its owner how far they
+/// have been played.
+///
+/// A chunk that the delegate has no room for is kept while the decoder waits; setState(Running), or a render pass by
+/// wakeFromRenderThread(), makes it try again. The thread keeps the decoder alive until it ends; whoever wants it to
+/// end sets the state Cancelled. At the end of the file the thread ends, even though its last chunks may still be
+/// unheard: a seek requested after that is shown but not carried out.
+///
+/// Threads: decode() once, on the owner's thread; everything else on any.
+class KX_AUDIO_EXPORT KXCoreAudioFileDecoder : public std::enable_shared_from_this<KXCoreAudioFileDecoder>
+{
+public:
+    static constexpr quint32 ChunkFrames = 4096;
+    using State = KXCoreAudioFileDecoderState;
+
+    explicit KXCoreAudioFileDecoder(const QUrl &fileURL);
+    ~KXCoreAudioFileDecoder();
+    Q_DISABLE_COPY_MOVE(KXCoreAudioFileDecoder)
+
+    [[nodiscard]] QUrl fileURL() const { return m_fileURL; }
+    /// Held weakly. To be set before decode(). A decoder whose delegate has gone ends.
+    void setDelegate(const std::weak_ptr<KXCoreAudioFileDecoderDelegate> &delegate) { m_delegate = delegate; }
+
+    /// Opens the file and starts decoding. On failure the error has the code KXAudioFileErrorCode.
+    bool decode(KXError *error = nullptr);
+    /// Waits until the thread has ended, after it was cancelled. Not to be called by a delegate.
+    void waitUntilDone() const { m_isDecoding.wait(true); }
+
+    /// The file's own format, and that of the chunks. Not to be read during decode().
+    [[nodiscard]] const KXStreamFormat &inputDescription() const { return m_inputDescription; }
+    [[nodiscard]] const KXStreamFormat &outputDescription() const { return m_outputDescription; }
+
+    [[nodiscard]] State state() const { return State(m_state.load()); }
+    /// Wakes the decoder. Cancelled stays whatever comes after it, and Finished gives way to nothing else.
+    void setState(State state);
+    /// From Waiting to Running without a lock: for the render thread, on every pass.
+    void wakeFromRenderThread() noexcept
+    {
+        int waiting = KXCoreAudioFileDecoderStateWaiting;
+        if (m_state.compare_exchange_strong(waiting, KXCoreAudioFileDecoderStateRunning))
+            m_state.notify_one();
+    }
+
+    /// Frames in the file, as far as is known; at the end of the file, what it really had.
+    [[nodiscard]] qint64 totalFrames() const { return m_totalFrames; }
+    void setTotalFrames(qint64 frames) { m_totalFrames = frames; }
+    /// Whether totalFrames() will not change any more.
+    [[nodiscard]] bool totalFramesIsFinal() const { return m_totalFramesIsFinal; }
+
+    /// The frame to go to, -1 when none is pending. Set Running afterwards.
+    [[nodiscard]] qint64 seekToFrame() const { return m_seekToFrame; }
+    void setSeekToFrame(qint64 frame) { m_seekToFrame = frame; }
+
+    /// How far playing has come: the target when a seek is carried out, advanced by whoever plays.
+    [[nodiscard]] qint64 renderedFrames() const { return m_renderedFrames; }
+    void setRenderedFrames(qint64 frames) { m_renderedFrames = frames; }
+    /// Advances by the frames of a render pass, unless a seek has set the position since it was `from`. True when that
+    /// was the end of the file. Lock-free.
+    bool advanceRenderedFrames(qint64 from, qint64 frames) noexcept;
+
+private:
+    bool fail(KXError *error, const char *format, KXAudioFileStatus status);
+    void decodeAudioData();
+    void carryOutSeek();
+    bool deliver(quint32 frames);
+    bool waitForRoom();
+    void waitForData(KXAudioFileStatus status);
+    [[nodiscard]] bool isCancelled() const { return m_state == KXCoreAudioFileDecoderStateCancelled; }
+
+    const QUrl m_fileURL;
+    std::weak_ptr<KXCoreAudioFileDecoderDelegate> m_delegate;
+    KXAudioFile m_file;
+    const std::shared_ptr<std::atomic<bool>> m_cancelled = std::make_shared<std::atomic<bool>>(false);
+    KXStreamFormat m_inputDescription;
+    KXStreamFormat m_outputDescription;
+    KXAudioBufferListPointer m_chunk;
+    qint64 m_position = 0; // the decoding thread's: end of what was read, as the player counts
+    bool m_isPending = false; // the decoding thread's: the last read found a growing file's present end
+
+    std::mutex m_mutex; // held for every change of the state but the render thread's
+    std::condition_variable m_changed;
+    std::atomic<int> m_state = KXCoreAudioFileDecoderStateRunning;
+    std::atomic<qint64> m_totalFrames = 0;
+    std::atomic<bool> m_totalFramesIsFinal = false;
+    std::atomic<qint64> m_seekToFrame = -1;
+    std::atomic<qint64> m_renderedFrames = 0;
+    std::atomic<bool> m_isDecoding = false;
+};

@@ -1,0 +1,171 @@
+#include <kestrixkit/audio/KXPlaybackSession_p.h>
+
+#include <cmath>
+#include <thread>
+
+#include <kestrixkit/foundation/KXLog.h>
+
+namespace {
+
+constexpr double playbackBufferSeconds = 0.5;
+
+/// Adds a channel to one side. Apart, so that the compiler makes vector code of it.
+void playbackMix(float *__restrict side, const float *__restrict channel, int frames, float gain) noexcept
+{
+    for (int i = 0; i < frames; ++i)
+        side[i] += channel[i] * gain;
+}
+
+}
+
+KXPlaybackSession::KXPlaybackSession(const QUrl &url)
+    : m_decoder(std::make_shared<KXCoreAudioFileDecoder>(url))
+{
+}
+
+KXPlaybackSession::~KXPlaybackSession() { cancel(); }
+
+bool KXPlaybackSession::start(const std::function<bool(const KXStreamFormat &)> &willStart, KXError *error)
+{
+    m_decoder->setDelegate(weak_from_this());
+    m_willStart = &willStart;
+    const bool started = m_decoder->decode(error);
+    m_willStart = nullptr;
+    return started;
+}
+
+bool KXPlaybackSession::prepareBuffer(const KXStreamFormat &format)
+{
+    const quint32 channels = format.mChannelsPerFrame;
+    const qint64 bytes = qint64(channels * double(format.mBytesPerFrame) * format.mSampleRate * playbackBufferSeconds);
+    // At low rates half a second is less than a chunk, which would then never find room.
+    const qint64 header = 96 + 16 * (qint64(channels) - 1);
+    const qint64 chunk = header + qint64(channels) * format.mBytesPerFrame * KXCoreAudioFileDecoder::ChunkFrames;
+    constexpr qint64 most = qint64(1) << 30;
+    if (bytes > most || !m_ring.init(qint32(bytes)) || (m_ring.length() < chunk && !m_ring.init(qint32(2 * chunk))))
+        return false;
+    m_format = format;
+    m_inputCount = int(channels);
+    m_inputs = std::make_unique<Input[]>(channels);
+    for (int i = 0; i < m_inputCount; ++i)
+        m_inputs[size_t(i)].pan = i % 2 == 0 ? -1.0F : 1.0F;
+    return true;
+}
+
+bool KXPlaybackSession::setInputGain(qint64 input, float gain)
+{
+    if (input < 0 || input >= m_inputCount)
+        return false;
+    m_inputs[size_t(input)].gain.store(gain, std::memory_order_relaxed);
+    return true;
+}
+
+bool KXPlaybackSession::setInputPan(qint64 input, float pan)
+{
+    if (input < 0 || input >= m_inputCount)
+        return false;
+    m_inputs[size_t(input)].pan.store(std::clamp(pan, -1.0F, 1.0F), std::memory_order_relaxed);
+    return true;
+}
+
+void KXPlaybackSession::setRamp(const KXGainRamp &ramp) { m_ramp = &m_ramps.emplace_back(ramp); }
+
+void KXPlaybackSession::seekToFrame(qint64 frame)
+{
+    m_decoder->setSeekToFrame(frame);
+    m_decoder->setState(KXCoreAudioFileDecoderStateRunning);
+}
+
+KXStreamFormat KXPlaybackSession::outputDescriptionFor(KXCoreAudioFileDecoder &, const KXStreamFormat &fileFormat)
+{
+    return KXPlanarFloatFormat(fileFormat.mSampleRate, fileFormat.mChannelsPerFrame);
+}
+
+void KXPlaybackSession::willStartDecoding(KXCoreAudioFileDecoder &decoder)
+{
+    if (!m_willStart || !(*m_willStart)(decoder.outputDescription()))
+        cancel();
+}
+
+void KXPlaybackSession::willSeekToFrame(KXCoreAudioFileDecoder &, qint64)
+{
+    while (m_consumer.test_and_set(std::memory_order_acquire))
+        std::this_thread::yield(); // a render pass takes microseconds
+    m_ring.clear();
+    m_consumer.clear(std::memory_order_release);
+}
+
+bool KXPlaybackSession::didDecodeAudioData(
+    KXCoreAudioFileDecoder &decoder, const KXAudioBufferList &data, quint32 frames)
+{
+    return decoder.state() != KXCoreAudioFileDecoderStateCancelled
+        && m_ring.copyAudioBufferList(data, nullptr, frames, m_format);
+}
+
+int KXPlaybackSession::render(float *left, float *right, int frames) noexcept
+{
+    std::fill_n(left, frames, 0.0F);
+    std::fill_n(right, frames, 0.0F);
+    int delivered = 0;
+    if (!m_inputs) {
+        m_isFinished = true; // the item could not be opened: there is nothing to wait for
+    } else if (!m_consumer.test_and_set(std::memory_order_acquire)) {
+        // Until the token is given back the ring holds nothing older than the last seek carried out: a seek empties
+        // it first, sets the position then, and fills it last.
+        const qint64 before = m_decoder->renderedFrames();
+        delivered = mix(left, right, std::min(frames, MostFramesPerPass));
+        const qint64 first = delivered > 0 ? m_decoder->renderedFrames() : before;
+        applyGain(left, right, delivered, first);
+        if (m_decoder->advanceRenderedFrames(first, delivered))
+            m_isFinished = true;
+        m_consumer.clear(std::memory_order_release);
+    }
+    m_framesLastPass.store(delivered, std::memory_order_relaxed);
+    m_decoder->wakeFromRenderThread();
+    return delivered;
+}
+
+int KXPlaybackSession::mix(float *left, float *right, int frames) noexcept
+{
+    int done = 0;
+    while (done < frames) {
+        const KXAudioBufferList *list = m_ring.nextBufferList();
+        if (!list)
+            break;
+        const int count = std::min(frames - done, int(list->mBuffers[0].mDataByteSize / sizeof(float)));
+        const auto buffers = list->buffers();
+        for (int i = 0; i < m_inputCount; ++i) {
+            const float gain = m_inputs[size_t(i)].gain.load(std::memory_order_relaxed);
+            const float pan = m_inputs[size_t(i)].pan.load(std::memory_order_relaxed);
+            const auto *channel = static_cast<const float *>(buffers[size_t(i)].mData);
+            if (const float side = gain * std::min(1.0F, 1.0F - pan); side != 0)
+                playbackMix(left + done, channel, count, side);
+            if (const float side = gain * std::min(1.0F, 1.0F + pan); side != 0)
+                playbackMix(right + done, channel, count, side);
+        }
+        m_ring.consumeNextBufferListPartial(quint32(count), m_format);
+        done += count;
+    }
+    return done;
+}
+
+void KXPlaybackSession::applyGain(float *left, float *right, int frames, qint64 firstFrame) const noexcept
+{
+    const float gain = m_gain.load(std::memory_order_relaxed);
+    const KXGainRamp *ramp = m_ramp.load(std::memory_order_acquire);
+    const auto overlaps
+        = [&] { return firstFrame + frames > ramp->startFrame && firstFrame < ramp->startFrame + ramp->frames; };
+    if (ramp && overlaps()) {
+        for (int i = 0; i < frames; ++i) {
+            const float here = gain * float(ramp->gainAt(firstFrame + i));
+            left[i] *= here;
+            right[i] *= here;
+        }
+        return;
+    }
+    const float here = ramp ? gain * float(ramp->gainAt(firstFrame)) : gain;
+    for (int i = 0; i < frames; ++i) {
+        left[i] *= here;
+        right[i] *= here;
+    }
+}

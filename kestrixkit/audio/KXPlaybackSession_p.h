@@ -1,0 +1,106 @@
+#pragma once
+
+#include <deque>
+
+#include <kestrixkit/audio/KXAudioOutput.h>
+#include <kestrixkit/audio/KXCircularBuffer.h>
+#include <kestrixkit/audio/KXCoreAudioFileDecoder.h>
+
+/// The gain of a stretch of an item: `from` before startFrame, then in a straight line to `to`, which stays.
+struct KXGainRamp
+{
+    qint64 startFrame = 0;
+    qint64 frames = 0;
+    double from = 1;
+    double to = 1;
+
+    [[nodiscard]] double gainAt(qint64 frame) const
+    {
+        if (frame < startFrame)
+            return from;
+        return frame >= startFrame + frames ? to : from + (to - from) * double(frame - startFrame) / double(frames);
+    }
+};
+
+/// Everything that belongs to one playing item: decoder, ring, mixer and position. The engine of both players.
+///
+/// The decoder's thread fills the ring, the render thread mixes straight out of it. Each channel of the file is an
+/// input of the mixer with a gain and a pan of its own; the sum gets the volume and the ramp, which is computed for
+/// each frame from its place in the item. A session is used for one item and never again, so nothing old can finish
+/// or fill what is new.
+///
+/// Threads: everything on the main thread, unless it says otherwise.
+class KX_AUDIO_EXPORT KXPlaybackSession final : public KXCoreAudioFileDecoderDelegate,
+                                                public KXAudioRenderSource,
+                                                public std::enable_shared_from_this<KXPlaybackSession>
+{
+public:
+    /// At most this much is taken from the ring in one pass; the rest of a longer pass is silence that does not count.
+    static constexpr int MostFramesPerPass = 2048;
+
+    explicit KXPlaybackSession(const QUrl &url);
+    ~KXPlaybackSession() override;
+
+    [[nodiscard]] const std::shared_ptr<KXCoreAudioFileDecoder> &decoder() const { return m_decoder; }
+
+    /// Opens the item and starts decoding it. `willStart` is called once its format is known, to make the buffer and
+    /// an output ready; false cancels the decoder, although this then still answers true. May be called on a worker
+    /// thread, which then also runs willStart.
+    bool start(const std::function<bool(const KXStreamFormat &)> &willStart, KXError *error = nullptr);
+    /// Ends decoding for good. Any thread.
+    void cancel() { m_decoder->setState(KXCoreAudioFileDecoderStateCancelled); }
+
+    /// Makes the ring, half a second long, and inputs of gain 1 panned left and right in turn. For willStart.
+    bool prepareBuffer(const KXStreamFormat &format);
+
+    [[nodiscard]] int inputCount() const { return m_inputCount; }
+    /// Any thread. False for an input that does not exist.
+    bool setInputGain(qint64 input, float gain);
+    /// -1 left, 0 both sides at full gain, 1 right. Any thread.
+    bool setInputPan(qint64 input, float pan);
+    /// Applied as its third power, from the next pass on. Any thread.
+    void setVolume(float volume) { m_gain.store(volume * volume * volume, std::memory_order_relaxed); }
+    /// In place of the ramp before. Any thread, one at a time.
+    void setRamp(const KXGainRamp &ramp);
+
+    /// Requests a seek and wakes the decoder. Any thread.
+    void seekToFrame(qint64 frame);
+
+    /// Frames of the last pass. Any thread.
+    [[nodiscard]] qint64 framesRenderedLastPass() const { return m_framesLastPass; }
+    /// Whether a pass has reached the end since this was last asked.
+    [[nodiscard]] bool takeFinished() { return m_isFinished.exchange(false); }
+
+    // From the decoder
+    KXStreamFormat outputDescriptionFor(KXCoreAudioFileDecoder &decoder, const KXStreamFormat &fileFormat) override;
+    void willStartDecoding(KXCoreAudioFileDecoder &decoder) override;
+    void willSeekToFrame(KXCoreAudioFileDecoder &decoder, qint64 frame) override;
+    bool didDecodeAudioData(KXCoreAudioFileDecoder &decoder, const KXAudioBufferList &data, quint32 frames) override;
+
+    // On the render thread
+    int render(float *left, float *right, int frames) noexcept override;
+
+private:
+    struct Input
+    {
+        std::atomic<float> gain = 1;
+        std::atomic<float> pan = 0;
+    };
+
+    int mix(float *left, float *right, int frames) noexcept;
+    void applyGain(float *left, float *right, int frames, qint64 firstFrame) const noexcept;
+
+    const std::shared_ptr<KXCoreAudioFileDecoder> m_decoder;
+    const std::function<bool(const KXStreamFormat &)> *m_willStart = nullptr; // during start()
+    KXCircularBuffer m_ring;
+    KXStreamFormat m_format; // of the ring
+    std::unique_ptr<Input[]> m_inputs;
+    int m_inputCount = 0;
+    std::atomic<float> m_gain = 0;
+    std::atomic<const KXGainRamp *> m_ramp = nullptr;
+    std::deque<KXGainRamp> m_ramps; // all there were: the render thread may still be using one
+    /// Held by whoever takes from the ring: a render pass, which only tries, or the decoder when it empties the ring.
+    std::atomic_flag m_consumer;
+    std::atomic<qint64> m_framesLastPass = 0;
+    std::atomic<bool> m_isFinished = false;
+};

@@ -1,0 +1,172 @@
+#include <kestrixkit/audio/KXPortAudioOutput.h>
+
+#include <chrono>
+#include <thread>
+
+#include <portaudio.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr int portAudioWatchMilliseconds = 250;
+constexpr int portAudioIdleTurns = 4; // a second without a pass
+constexpr auto portAudioRefresh = std::chrono::seconds(5); // looking for devices takes long
+
+int portAudioStreams = 0; // open or being torn down; the main thread's
+
+/// PortAudio knows the devices that were there when it was initialised. Looks again when there were none.
+PaError portAudioInitialise()
+{
+    static bool initialised = false;
+    static std::chrono::steady_clock::time_point looked;
+    const auto now = std::chrono::steady_clock::now();
+    const bool missing = initialised && Pa_GetDefaultOutputDevice() == paNoDevice;
+    if (missing && portAudioStreams == 0 && now - looked > portAudioRefresh) {
+        Pa_Terminate();
+        initialised = false;
+    }
+    if (initialised)
+        return paNoError;
+    looked = now;
+    const PaError error = Pa_Initialize();
+    initialised = error == paNoError;
+    return error;
+}
+
+}
+
+/// What the render thread sees of the output.
+struct KXPortAudioOutput::Stream
+{
+    PaStream *stream = nullptr;
+    std::atomic<KXAudioRenderSource *> source = nullptr;
+    std::shared_ptr<KXAudioRenderSource> keptSource; // while the device may still be in it
+    std::atomic<unsigned> passes = 0;
+    std::atomic<bool> ended = false; // although nobody stopped it
+
+    static int render(const void *, void *output, unsigned long frames, const PaStreamCallbackTimeInfo *,
+        PaStreamCallbackFlags, void *self)
+    {
+        auto *stream = static_cast<Stream *>(self);
+        auto *const *sides = static_cast<float *const *>(output);
+        if (KXAudioRenderSource *source = stream->source.load(std::memory_order_acquire)) {
+            source->render(sides[0], sides[1], int(frames));
+        } else {
+            std::fill_n(sides[0], frames, 0.0F);
+            std::fill_n(sides[1], frames, 0.0F);
+        }
+        stream->passes.fetch_add(1, std::memory_order_relaxed);
+        return paContinue;
+    }
+};
+
+KXPortAudioOutput::KXPortAudioOutput()
+{
+    m_watchdog.setInterval(portAudioWatchMilliseconds);
+    QObject::connect(&m_watchdog, &QTimer::timeout, &m_watchdog, [this] { watch(); });
+}
+
+KXPortAudioOutput::~KXPortAudioOutput() { KXPortAudioOutput::close(); }
+
+KXAudioOutput::Status KXPortAudioOutput::prepare()
+{
+    if (const PaError error = portAudioInitialise())
+        return error;
+    return Pa_GetDefaultOutputDevice() == paNoDevice ? Status(paDeviceUnavailable) : 0;
+}
+
+KXAudioOutput::Status KXPortAudioOutput::open(double sampleRate)
+{
+    close();
+    if (const Status status = prepare())
+        return status;
+    const PaDeviceIndex device = Pa_GetDefaultOutputDevice();
+    const PaDeviceInfo *info = Pa_GetDeviceInfo(device);
+    if (!info)
+        return paDeviceUnavailable;
+    PaStreamParameters parameters = {};
+    parameters.device = device;
+    parameters.channelCount = 2;
+    parameters.sampleFormat = paFloat32 | paNonInterleaved;
+    parameters.suggestedLatency = info->defaultLowOutputLatency;
+    auto stream = std::make_unique<Stream>();
+    const PaError error = Pa_OpenStream(
+        &stream->stream, nullptr, &parameters, sampleRate, FramesPerPass, paNoFlag, &Stream::render, stream.get());
+    if (error != paNoError)
+        return error;
+    Pa_SetStreamFinishedCallback(stream->stream, [](void *self) { static_cast<Stream *>(self)->ended = true; });
+    ++portAudioStreams;
+    m_stream = std::move(stream);
+    setSampleRate(sampleRate);
+    return 0;
+}
+
+void KXPortAudioOutput::close()
+{
+    stop();
+    if (m_stream) {
+        Pa_CloseStream(m_stream->stream);
+        m_stream.reset();
+        --portAudioStreams;
+    }
+    KXAudioOutput::close();
+}
+
+KXAudioOutput::Status KXPortAudioOutput::start()
+{
+    if (m_isRunning)
+        return 0;
+    if (!m_stream) { // lost earlier, perhaps back by now
+        const Status status = isOpen() ? open(sampleRate()) : Status(paBadStreamPtr);
+        if (status != 0)
+            return status;
+    }
+    m_stream->keptSource = sharedSource();
+    m_stream->source.store(source(), std::memory_order_release);
+    m_stream->ended = false;
+    if (const PaError error = Pa_StartStream(m_stream->stream))
+        return error;
+    m_isRunning = true;
+    m_passesSeen = m_stream->passes;
+    m_idleTurns = 0;
+    m_watchdog.start();
+    return 0;
+}
+
+void KXPortAudioOutput::stop()
+{
+    if (!m_isRunning)
+        return;
+    m_isRunning = false;
+    m_watchdog.stop();
+    // A device that has gone quiet may never answer.
+    if (m_stream->passes == m_passesSeen && m_idleTurns > 0)
+        lose({});
+    else
+        Pa_AbortStream(m_stream->stream);
+}
+
+void KXPortAudioOutput::watch()
+{
+    const unsigned passes = m_stream->passes;
+    m_idleTurns = passes == std::exchange(m_passesSeen, passes) ? m_idleTurns + 1 : 0;
+    if (m_stream->ended)
+        lose(u"the device ended the stream"_s);
+    else if (m_idleTurns >= portAudioIdleTurns)
+        lose(u"the device asks for no more sound"_s);
+}
+
+/// Leaves the stream to a thread that nobody waits for: closing it may never return. Its source stays alive there.
+void KXPortAudioOutput::lose(const QString &reason)
+{
+    m_isRunning = false;
+    m_watchdog.stop();
+    m_stream->source.store(nullptr, std::memory_order_release);
+    std::thread([stream = std::move(m_stream)] {
+        Pa_AbortStream(stream->stream);
+        Pa_CloseStream(stream->stream);
+    }).detach();
+    if (!reason.isEmpty())
+        announceLost(reason);
+}

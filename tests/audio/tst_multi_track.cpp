@@ -1,0 +1,507 @@
+// The multi-track player on outputs that can be looked at: what is heard, where it stands, and how it ends.
+
+#include <dirent.h>
+
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <kestrixkit/audio/KXClockAudioOutput.h>
+#include <kestrixkit/audio/KXCoreAudioFileDecoder.h>
+#include <kestrixkit/audio/KXHandCrankedAudioOutput.h>
+#include <kestrixkit/audio/KXMultiTrackAudioPlayer.h>
+#include <kestrixkit/audio/KXPlaybackSession_p.h>
+#include <kestrixkit/foundation/KXLog.h>
+
+#include <support/AudioFiles.h>
+#include <support/KXTestLog.h>
+#include <support/KXTestRandom.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr int patience = 60'000; // milliseconds, for what must happen
+
+struct FileItem : KXAudioPlayerItem
+{
+    explicit FileItem(const QString &path)
+        : url(path.isEmpty() ? QUrl() : QUrl::fromLocalFile(path))
+    {
+    }
+    QUrl audioFileURL() const override { return url; }
+    QUrl url;
+};
+
+struct Endless : KXAudioPlayerPlaylist
+{
+    std::vector<KXAudioPlayerItemPointer> items;
+    KXAudioPlayerItemPointer audioPlayerItemAfter(const KXAudioPlayerItemPointer &item) override
+    {
+        const auto at = std::find(items.begin(), items.end(), item) + 1;
+        return at >= items.end() ? nullptr : *at;
+    }
+};
+
+struct Stereo
+{
+    std::vector<float> left, right;
+};
+
+/// An output whose device is not there, or goes.
+struct BrokenOutput : KXHandCrankedAudioOutput
+{
+    int prepareStatus = 0, openStatus = 0, startStatus = 0;
+    Status prepare() override { return prepareStatus; }
+    Status open(double rate) override { return openStatus ? openStatus : KXHandCrankedAudioOutput::open(rate); }
+    Status start() override { return startStatus ? startStatus : KXHandCrankedAudioOutput::start(); }
+    void lose()
+    {
+        stop();
+        announceLost(u"unplugged"_s);
+    }
+};
+
+class MultiTrack : public ::testing::Test
+{
+protected:
+    KXAudioPlayerItemPointer item(const AudioSamples &sound, const AudioRecipe &recipe = floats)
+    {
+        return std::make_shared<FileItem>(writeSound(sound, recipe, m_dir.path()));
+    }
+    /// Cranks passes of odd lengths until so many frames came, or the item is over.
+    Stereo hear(size_t frames)
+    {
+        Stereo heard;
+        int pass = 1;
+        while (heard.left.size() < frames && !isOver()) {
+            pass = (pass * 13 + 7) % 1999 + 1;
+            const int wanted = int(std::min<size_t>(size_t(pass), frames - heard.left.size()));
+            std::vector<float> left(4096, 9), right(4096, 9);
+            const int got = output->crank(left.data(), right.data(), wanted);
+            for (int i = got; i < wanted; ++i)
+                EXPECT_EQ(left[size_t(i)], 0); // what is not there is silence
+            heard.left.insert(heard.left.end(), left.begin(), left.begin() + got);
+            heard.right.insert(heard.right.end(), right.begin(), right.begin() + got);
+            if (got == 0)
+                std::this_thread::yield();
+        }
+        return heard;
+    }
+    bool isOver() const
+    {
+        const auto decoder = player->currentFileDecoder();
+        return decoder->totalFramesIsFinal() && decoder->renderedFrames() >= decoder->totalFrames();
+    }
+    bool waitFor(KXAudioPlayerState state)
+    {
+        return QTest::qWaitFor([&] { return player->state() == state; }, patience);
+    }
+
+    static inline const AudioRecipe floats { "floats", "wav", "wav", "pcm_f32le" };
+    QTemporaryDir m_dir;
+    std::shared_ptr<BrokenOutput> output = std::make_shared<BrokenOutput>();
+    std::unique_ptr<KXMultiTrackAudioPlayer> player = std::make_unique<KXMultiTrackAudioPlayer>(output);
+};
+
+void expectNear(const std::vector<float> &heard, const std::vector<double> &expected)
+{
+    ASSERT_EQ(heard.size(), expected.size());
+    for (size_t i = 0; i < heard.size(); ++i)
+        ASSERT_NEAR(heard[i], expected[i], 1e-6) << i;
+}
+
+int entriesOf(const char *path)
+{
+    int count = 0;
+    DIR *dir = opendir(path);
+    while (dir && readdir(dir))
+        ++count;
+    closedir(dir);
+    return count;
+}
+
+}
+
+TEST_F(MultiTrack, mixesChannelsLeftAndRightInTurn)
+{
+    for (const int channels : { 1, 2, 4, 7 }) {
+        const AudioSamples sound = makeSound(30'000, channels);
+        const float volume = channels == 4 ? 0.7F : 1.0F;
+        player->setVolume(volume);
+        player->playItem(item(sound));
+        ASSERT_EQ(player->state(), KXAudioPlayerStatePlaying);
+        EXPECT_EQ(player->numberOfChannels(), channels);
+        EXPECT_DOUBLE_EQ(player->duration(), 30'000 / 44'100.0);
+        const Stereo heard = hear(30'000);
+        std::vector<double> left(30'000), right(30'000);
+        for (int c = 0; c < channels; ++c) {
+            for (size_t i = 0; i < left.size(); ++i)
+                (c % 2 ? right : left)[i] += std::pow(double(volume), 3) * sound.channels[size_t(c)][i];
+        }
+        expectNear(heard.left, left);
+        expectNear(heard.right, right);
+        EXPECT_TRUE(waitFor(KXAudioPlayerStateFinished));
+        EXPECT_EQ(player->currentTime(), player->duration());
+    }
+}
+
+TEST_F(MultiTrack, mutesAndVolumeActFromTheNextPassOn)
+{
+    const AudioSamples sound = makeSound(20'000, 4);
+    player->playItem(item(sound)); // volume 0 unless the host sets one
+    EXPECT_THAT(hear(1000).left, ::testing::Each(0));
+    player->setVolume(0.5F);
+    player->muteChannel(2);
+    Stereo heard = hear(1000);
+    EXPECT_DOUBLE_EQ(player->currentTime(), 2000 / 44'100.0);
+    for (size_t i = 0; i < 1000; ++i) {
+        ASSERT_NEAR(heard.left[i], 0.125 * sound.channels[0][1000 + i], 1e-6);
+        ASSERT_NEAR(heard.right[i], 0.125 * (sound.channels[1][1000 + i] + sound.channels[3][1000 + i]), 1e-6);
+    }
+    player->unmuteChannel(2);
+    player->muteChannel(0);
+    KXTestLog log;
+    player->muteChannel(4);
+    player->unmuteChannel(-1);
+    player->muteChannel(5);
+    EXPECT_EQ(log.lines(),
+        (QStringList { u"kestrix.audio: Failed to set mute channel 4 (-22)"_s,
+            u"kestrix.audio: Failed to set unmute channel -1 (-22)"_s }));
+    heard = hear(1000);
+    for (size_t i = 0; i < 1000; ++i)
+        ASSERT_NEAR(heard.left[i], 0.125 * sound.channels[2][2000 + i], 1e-6);
+    player->playItem(player->currentItem()); // mutes are forgotten
+    heard = hear(500);
+    for (size_t i = 0; i < 500; ++i)
+        ASSERT_NEAR(heard.left[i], 0.125 * (sound.channels[0][i] + sound.channels[2][i]), 1e-6);
+}
+
+TEST_F(MultiTrack, rampsFollowTheFrameOfTheItem)
+{
+    const AudioSamples sound = makeSound(80'000, 1);
+    const auto session = std::make_shared<KXPlaybackSession>(std::static_pointer_cast<FileItem>(item(sound))->url);
+    session->setVolume(0.9F);
+    session->setRamp({ 0, 44'100, 0, 1 });
+    ASSERT_TRUE(session->start(
+        [&](const KXStreamFormat &format) { return session->prepareBuffer(format) && session->setInputPan(0, 0); }));
+    const auto expectRamp = [&](qint64 at, const std::function<double(qint64)> &ramp) {
+        for (const qint64 end = at + 9000; at < end;) {
+            float left[700], right[700];
+            const int got = session->render(left, right, 700);
+            for (int i = 0; i < got; ++i, ++at) {
+                ASSERT_NEAR(left[i], 0.729 * ramp(at) * sound.channels[0][size_t(at)], 1e-6) << at;
+                ASSERT_EQ(left[i], right[i]);
+            }
+        }
+    };
+    const auto seek = [&](qint64 frame) {
+        session->seekToFrame(frame);
+        while (session->decoder()->seekToFrame() >= 0)
+            std::this_thread::yield();
+    };
+    const auto fadeIn = [](qint64 frame) { return std::min(1.0, double(frame) / 44'100); };
+    expectRamp(0, fadeIn);
+    seek(40'000);
+    expectRamp(40'000, fadeIn);
+    session->setRamp({ 50'000, 44'100, 1, 0 });
+    seek(45'000);
+    expectRamp(45'000, [](qint64 frame) { return 1 - std::max(0.0, double(frame - 50'000) / 44'100); });
+    session->setRamp({ 10'000, 0, 0.25, 0.75 }); // a step
+    seek(5'000);
+    expectRamp(5'000, [](qint64 frame) { return frame < 10'000 ? 0.25 : 0.75; });
+    session->cancel();
+    session->decoder()->waitUntilDone();
+}
+
+TEST_F(MultiTrack, seeksToTheFrame)
+{
+    const AudioSamples sound = makeSound(200'000, 2);
+    player->setVolume(1);
+    player->setTime(1); // nothing to seek in yet
+    EXPECT_EQ(player->currentTime(), 0);
+    player->playItem(item(sound, { "seek", "flac", "flac", "flac" }));
+    const std::pair<double, qint64> targets[] = { { 1.5, 66'150 }, { 0.00005, 2 }, { -3.2, 0 }, { 1e9, 199'999 },
+        { 2, 88'200 }, { -std::numeric_limits<double>::infinity(), 0 } };
+    for (const auto &[seconds, frame] : targets) {
+        hear(3000);
+        player->setTime(seconds);
+        EXPECT_DOUBLE_EQ(player->currentTime(), double(frame) / 44'100); // at once
+        const auto decoder = player->currentFileDecoder();
+        ASSERT_TRUE(QTest::qWaitFor([&] { return decoder->seekToFrame() < 0; }, patience));
+        const size_t count = std::min<size_t>(5000, 200'000 - size_t(frame));
+        const Stereo heard = hear(count);
+        ASSERT_EQ(heard.left.size(), count);
+        for (size_t i = 0; i < count; ++i)
+            ASSERT_NEAR(heard.left[i], sound.channels[0][size_t(frame) + i], 4e-5) << seconds << " + " << i;
+        EXPECT_DOUBLE_EQ(player->currentTime(), double(size_t(frame) + count) / 44'100);
+        if (frame == 199'999)
+            player->playItem(player->currentItem()); // the decoder has come to its end
+    }
+    player->seekToFrame(200'000);
+    player->seekToFrame(-1);
+    player->setTime(std::nan(""));
+    EXPECT_EQ(player->currentFileDecoder()->seekToFrame(), -1);
+}
+
+TEST_F(MultiTrack, endsOnceAndGoesOnWhenContinuous)
+{
+    const AudioSamples sound = makeSound(20'000, 2);
+    const auto first = item(sound), second = item(sound, { "second", "mp3", "mp3", "libmp3lame", 128000 });
+    const auto playlist = std::make_shared<Endless>();
+    playlist->items = { first, second };
+    std::vector<int> states;
+    const auto observer = player->onChangeOf(u"state"_s, KXObservingOptionNew,
+        [&](const KXKeyValueChange &change) { states.push_back(change.newValue.toInt()); });
+    player->playItemFromPlaylist(first, playlist);
+    EXPECT_EQ(hear(30'000).left.size(), 20'000U);
+    float side[2048];
+    for (int i = 0; i < 5; ++i)
+        output->crank(side, side, 2048); // passes after the end
+    EXPECT_TRUE(waitFor(KXAudioPlayerStateFinished));
+    QTest::qWait(60);
+    EXPECT_THAT(states, ::testing::ElementsAre(4, 1, 3, 6));
+    EXPECT_FALSE(output->isRunning());
+
+    // resume() plays on from the end, which is over at once.
+    states.clear();
+    EXPECT_TRUE(player->resume());
+    output->crank(side, side, 100);
+    EXPECT_TRUE(waitFor(KXAudioPlayerStateFinished));
+    EXPECT_THAT(states, ::testing::ElementsAre(3, 6));
+
+    states.clear();
+    player->setContinuous(true);
+    player->playItem(first);
+    hear(30'000);
+    for (int i = 0; i < 5; ++i)
+        output->crank(side, side, 2048);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return player->currentItem() == second; }, patience));
+    EXPECT_EQ(player->state(), KXAudioPlayerStatePlaying);
+    EXPECT_GT(hear(30'000).left.size(), 19'900U); // the length was a guess, and too long
+    EXPECT_TRUE(waitFor(KXAudioPlayerStateFinished));
+    EXPECT_EQ(player->currentTime(), player->duration());
+    EXPECT_THAT(states, ::testing::ElementsAre(4, 1, 3, 6, 4, 1, 3, 6));
+}
+
+TEST_F(MultiTrack, stopsAndResumesWhereItWas)
+{
+    EXPECT_FALSE(player->resume());
+    const AudioSamples sound = makeSound(60'000, 2);
+    player->setVolume(1);
+    player->playItem(item(sound));
+    Stereo heard = hear(7001);
+    player->stop();
+    float side[512];
+    EXPECT_EQ(output->crank(side, side, 512), 0);
+    const double there = player->currentTime();
+    EXPECT_TRUE(player->resume());
+    EXPECT_EQ(player->currentTime(), there);
+    heard = hear(60'000);
+    EXPECT_EQ(heard.left, std::vector<float>(sound.channels[0].begin() + 7001, sound.channels[0].end()));
+
+    player->playItem(std::make_shared<FileItem>(QString())); // no address: only the first step is done
+    EXPECT_EQ(player->state(), KXAudioPlayerStateStopped);
+    player->playItem(nullptr);
+    EXPECT_EQ(player->state(), KXAudioPlayerStateIdle);
+    EXPECT_EQ(player->duration(), 0);
+}
+
+TEST_F(MultiTrack, failuresEndStopped)
+{
+    KXTestLog log;
+    const auto missing = std::make_shared<FileItem>(m_dir.filePath(u"missing.wav"_s));
+    player->playItem(missing);
+    EXPECT_EQ(player->state(), KXAudioPlayerStateStopped);
+    EXPECT_FALSE(player->resume());
+    const auto good = item(makeSound(50'000, 2));
+    const std::pair<int BrokenOutput::*, const char *> steps[] = { { &BrokenOutput::prepareStatus, "add output node" },
+        { &BrokenOutput::openStatus, "get output unit" }, { &BrokenOutput::startStatus, "initialize graph" } };
+    for (const auto &[step, text] : steps) {
+        *output.*step = -9985;
+        player->playItem(good);
+        EXPECT_EQ(player->state(), KXAudioPlayerStateStopped);
+        EXPECT_TRUE(log.contains(u"Couldn't %1 (-9985)"_s.arg(QLatin1StringView(text))));
+        player->currentFileDecoder()->waitUntilDone();
+        *output.*step = 0;
+    }
+    player->playItem(good);
+    EXPECT_EQ(player->state(), KXAudioPlayerStatePlaying);
+    hear(1000);
+    output->lose();
+    EXPECT_EQ(player->state(), KXAudioPlayerStateStopped);
+    EXPECT_TRUE(log.contains(u"Audio output lost: unplugged"_s));
+    player->resume();
+    EXPECT_EQ(hear(1000).left.size(), 1000U);
+
+    // An item that cannot be opened after one that could: nothing of the old one is heard again.
+    player->playItem(missing);
+    EXPECT_EQ(player->state(), KXAudioPlayerStateStopped);
+    EXPECT_TRUE(player->resume());
+    std::vector<float> side(2048);
+    EXPECT_EQ(output->crank(side.data(), side.data(), 2048), 0);
+    EXPECT_TRUE(waitFor(KXAudioPlayerStateFinished));
+}
+
+TEST_F(MultiTrack, playsWhatIsUnusual)
+{
+    player->setVolume(1);
+    struct Row
+    {
+        size_t frames;
+        int channels, rate;
+    };
+    for (const Row &row : { Row { 0, 2, 44'100 }, Row { 1, 1, 8000 }, Row { 30'000, 1, 8000 }, Row { 9000, 1, 11'025 },
+             Row { 30'000, 32, 8000 }, Row { 200'000, 2, 192'000 } }) {
+        const AudioSamples sound = makeSound(row.frames, row.channels, row.rate);
+        player->playItem(item(sound));
+        float side[16];
+        output->crank(side, side, 0);
+        const Stereo heard = hear(row.frames + 10'000);
+        EXPECT_EQ(heard.left.size(), row.frames) << row.rate;
+        output->crank(side, side, 16);
+        EXPECT_TRUE(waitFor(KXAudioPlayerStateFinished)) << row.rate;
+    }
+    // A pass longer than what is taken at once: the rest is silent and does not count.
+    player->playItem(item(makeSound(20'000, 2)));
+    std::vector<float> left(4096, 9), right(4096, 9);
+    while (player->currentFileDecoder()->state() != KXCoreAudioFileDecoderStateFinished
+        && player->currentFileDecoder()->state() != KXCoreAudioFileDecoderStateWaiting)
+        std::this_thread::yield();
+    EXPECT_EQ(output->crank(left.data(), right.data(), 4096), 2048);
+    EXPECT_EQ(player->framesRenderedLastPass(), 2048);
+    EXPECT_NE(left[2047], 0);
+    EXPECT_THAT(std::vector<float>(left.begin() + 2048, left.end()), ::testing::Each(0));
+    EXPECT_DOUBLE_EQ(player->currentTime(), 2048 / 44'100.0);
+}
+
+TEST_F(MultiTrack, playsAFileThatGrowsAndOneThatVanishes)
+{
+    const AudioSamples sound = makeSound(60'000, 2);
+    player->setVolume(1);
+    const auto whole = std::static_pointer_cast<FileItem>(item(sound));
+    QFile source(whole->url.toLocalFile());
+    ASSERT_TRUE(source.open(QIODevice::ReadOnly));
+    const QByteArray bytes = source.readAll();
+    QFile growing(m_dir.filePath(u"growing.wav"_s));
+    ASSERT_TRUE(growing.open(QIODevice::WriteOnly | QIODevice::Unbuffered));
+    growing.write(bytes.left(100'000));
+    KXTestLog log;
+    player->playItem(std::make_shared<FileItem>(growing.fileName()));
+    EXPECT_DOUBLE_EQ(player->duration(), 60'000 / 44'100.0);
+    Stereo heard = hear(12'000);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return log.contains(u"Read status"_s); }, patience));
+    float side[512];
+    while (output->crank(side, side, 512) > 0) { }
+    EXPECT_EQ(player->state(), KXAudioPlayerStatePlaying);
+    const double there = player->currentTime();
+    growing.write(bytes.mid(100'000));
+    heard = hear(60'000);
+    EXPECT_EQ(heard.left.size(), size_t(60'000 - std::llround(there * 44'100)));
+    EXPECT_TRUE(std::equal(heard.left.rbegin(), heard.left.rend(), sound.channels[0].rbegin()));
+
+    player->playItem(whole);
+    QFile::remove(whole->url.toLocalFile());
+    EXPECT_EQ(hear(60'000).left.size(), 60'000U);
+    EXPECT_TRUE(waitFor(KXAudioPlayerStateFinished));
+}
+
+TEST_F(MultiTrack, observersMayChangeItemsInTheMiddle)
+{
+    const auto first = item(makeSound(5000, 2)), second = item(makeSound(5000, 4), { "b", "flac", "flac", "flac" });
+    for (const int at : { KXAudioPlayerStateStopped, KXAudioPlayerStateLoading, KXAudioPlayerStatePlaying }) {
+        bool done = false;
+        const auto observer = player->onChangeOf(u"state"_s, [&](const KXKeyValueChange &) {
+            if (player->state() == at && !std::exchange(done, true))
+                player->playItem(second);
+        });
+        player->playItem(first);
+        player->removeKVOBlockObserver(observer);
+        ASSERT_TRUE(done);
+        if (at == KXAudioPlayerStateStopped)
+            continue; // the outer call goes on, with its own item
+        EXPECT_EQ(player->currentItem(), second);
+        EXPECT_EQ(player->state(), KXAudioPlayerStatePlaying);
+        EXPECT_EQ(player->numberOfChannels(), 4);
+        EXPECT_EQ(hear(6000).left.size(), 5000U);
+    }
+}
+
+TEST_F(MultiTrack, keepsTimeOnTheClock)
+{
+    const auto clock = std::make_shared<KXClockAudioOutput>();
+    player = std::make_unique<KXMultiTrackAudioPlayer>(clock);
+    const auto started = std::chrono::steady_clock::now();
+    player->playItem(item(makeSound(22'050, 2)));
+    EXPECT_TRUE(waitFor(KXAudioPlayerStateFinished));
+    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - started;
+    EXPECT_GE(took.count(), 22'050 / 44'100.0 - 0.02); // never faster than the clock
+    EXPECT_EQ(player->currentTime(), player->duration());
+}
+
+TEST_F(MultiTrack, randomTransportLeavesNothingBehind)
+{
+    KXTestRandom random;
+    std::vector<KXAudioPlayerItemPointer> items
+        = { item(makeSound(60'000, 4)), item(makeSound(30'000, 2), { "r", "flac", "flac", "flac" }),
+              item(makeSound(5'000, 1, 8000), { "s", "wav", "wav", "pcm_s16le" }),
+              item(makeSound(40'000, 2), { "r", "mp3", "mp3", "libmp3lame", 128000 }),
+              std::make_shared<FileItem>(u"/nowhere.wav"_s), std::make_shared<FileItem>(QString()), nullptr };
+    KXKestrixKitLogLevel = 0;
+    player->playItem(items[0]);
+    const int threads = entriesOf("/proc/self/task"), descriptors = entriesOf("/proc/self/fd");
+    player->stop();
+    for (const bool onClock : { false, true }) {
+        const std::shared_ptr<KXAudioOutput> used
+            = onClock ? std::static_pointer_cast<KXAudioOutput>(std::make_shared<KXClockAudioOutput>()) : output;
+        player = std::make_unique<KXMultiTrackAudioPlayer>(used);
+        player->setContinuous(true);
+        std::atomic<bool> cranking = !onClock;
+        std::thread render([&] {
+            float left[2048], right[2048];
+            while (cranking)
+                output->crank(left, right, 512);
+        });
+        for (int step = KXTestRandom::scaled(onClock ? 300 : 1000); step > 0; --step) {
+            switch (random.between(0, 9)) {
+            case 0:
+            case 1:
+                player->playItem(items[random.between<size_t>(0, items.size() - 1)]);
+                break;
+            case 2:
+                player->stop();
+                break;
+            case 3:
+                player->resume();
+                break;
+            case 4:
+                player->muteChannel(random.between(-1, 5));
+                break;
+            case 5:
+                player->setVolume(random.between(0.0F, 1.0F));
+                break;
+            case 6:
+                QTest::qWait(random.between(0, 10));
+                break;
+            default:
+                player->setTime(random.between(-0.5, 2.0));
+            }
+            ASSERT_GE(player->currentTime(), 0);
+            ASSERT_LE(player->currentTime(), std::max(player->duration(), 3.0));
+        }
+        // Whatever came before, an item plays to its end.
+        player->setContinuous(false);
+        player->playItem(items[1]);
+        EXPECT_TRUE(waitFor(KXAudioPlayerStateFinished));
+        EXPECT_EQ(player->currentTime(), player->duration());
+        cranking = false;
+        render.join();
+    }
+    player.reset();
+    output->setSource({});
+    KXKestrixKitLogLevel = KXLogLevelError | KXLogLevelWarning;
+    EXPECT_TRUE(QTest::qWaitFor([&] { return entriesOf("/proc/self/task") < threads; }, patience));
+    EXPECT_TRUE(QTest::qWaitFor([&] { return entriesOf("/proc/self/fd") < descriptors; }, patience));
+}
