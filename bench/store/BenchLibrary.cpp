@@ -67,6 +67,22 @@ KXManagedObjectModel::Ref BenchLibrary::model(bool indexed)
     return KXManagedObjectModel::make({ track });
 }
 
+void BenchTrack::take(const PlainTrack &plain)
+{
+    setTitle(plain.title);
+    setArtist(plain.artist);
+    setAlbum(plain.album);
+    setGenre(plain.genre);
+    setComment(plain.comment);
+    setYear(plain.year);
+    setRating(plain.rating);
+    setPlays(plain.plays);
+    setBpm(plain.bpm);
+    setDuration(plain.duration);
+    setGain(plain.gain);
+    setEnergy(plain.energy);
+}
+
 QString BenchLibrary::storePath(bool indexed) { return benchFolder() + (indexed ? u"/indexed.db"_s : u"/plain.db"_s); }
 QString BenchLibrary::emptyStorePath() { return benchFolder() + u"/empty.db"_s; }
 
@@ -94,18 +110,7 @@ void BenchLibrary::prepare()
             for (int i = 0; i < Rows; ++i) {
                 const PlainTrack plain = source.next();
                 auto track = BenchTrack::createInContext(*context);
-                track->setTitle(plain.title);
-                track->setArtist(plain.artist);
-                track->setAlbum(plain.album);
-                track->setGenre(plain.genre);
-                track->setComment(plain.comment);
-                track->setYear(plain.year);
-                track->setRating(plain.rating);
-                track->setPlays(plain.plays);
-                track->setBpm(plain.bpm);
-                track->setDuration(plain.duration);
-                track->setGain(plain.gain);
-                track->setEnergy(plain.energy);
+                track->take(plain);
                 if (i % 50'000 == 49'999 && !context->save())
                     std::exit(1);
             }

@@ -29,6 +29,8 @@ public:
     KX_ATTRIBUTE(double, duration, setDuration)
     KX_ATTRIBUTE(double, gain, setGain)
     KX_ATTRIBUTE(double, energy, setEnergy)
+
+    void take(const PlainTrack &plain);
 };
 
 namespace BenchLibrary {

@@ -66,19 +66,7 @@ void insertOurs(benchmark::State &state)
         BenchLibrary::Source source;
         for (int i = 0; i < insertedRows; ++i) {
             const PlainTrack plain = source.next();
-            auto track = BenchTrack::createInContext(*context);
-            track->setTitle(plain.title);
-            track->setArtist(plain.artist);
-            track->setAlbum(plain.album);
-            track->setGenre(plain.genre);
-            track->setComment(plain.comment);
-            track->setYear(plain.year);
-            track->setRating(plain.rating);
-            track->setPlays(plain.plays);
-            track->setBpm(plain.bpm);
-            track->setDuration(plain.duration);
-            track->setGain(plain.gain);
-            track->setEnergy(plain.energy);
+            BenchTrack::createInContext(*context)->take(plain);
         }
         if (!context->save())
             state.SkipWithError("not saved");

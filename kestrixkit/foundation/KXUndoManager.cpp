@@ -142,7 +142,8 @@ void KXUndoManager::setActionName(const QString &name)
     if (m_isOpen && !m_step.facts.empty()) {
         m_step.name = name;
     } else {
-        const auto step = std::find_if(m_undo.begin(), m_undo.end(), [this](const Step &s) { return s.serial == m_lastClosed; });
+        const auto step
+            = std::find_if(m_undo.begin(), m_undo.end(), [this](const Step &s) { return s.serial == m_lastClosed; });
         if (step == m_undo.end())
             return;
         step->name = name;
@@ -209,6 +210,8 @@ void KXUndoManager::queueTurnEnd()
     m_turnEndQueued = true;
     KXMainQueue::async(this, [this] {
         m_turnEndQueued = false;
+        if (!m_groupsByEvent)
+            return;
         boundary();
         closeStepOfTurn();
     });
@@ -348,7 +351,8 @@ void KXUndoManager::removeActionsOf(const void *target)
     boundary();
     Facts forgotten;
     const auto removeFrom = [&](Facts &facts) {
-        const auto end = std::stable_partition(facts.begin(), facts.end(), [target](const auto &fact) { return fact->target() != target; });
+        const auto end = std::stable_partition(
+            facts.begin(), facts.end(), [target](const auto &fact) { return fact->target() != target; });
         std::move(end, facts.end(), std::back_inserter(forgotten));
         facts.erase(end, facts.end());
     };

@@ -24,7 +24,8 @@ public:
     Q_DISABLE_COPY_MOVE(KXUndoFact)
     virtual ~KXUndoFact();
 
-    /// Takes it back, once, and answers what takes that back in turn; null where nothing does. What it throws is logged.
+    /// Takes it back, once, and answers what takes that back in turn; null where nothing does. What it throws is
+    /// logged.
     virtual std::unique_ptr<KXUndoFact> revert() = 0;
     /// What it is about, as the address of the whole object; for removeAllActionsWithTarget() only.
     [[nodiscard]] virtual const void *target() const;
@@ -36,8 +37,8 @@ public:
 /// is added outside a group forms one step per turn of the main thread's event loop; on another thread, or with
 /// groupsByEvent off, one step until a group begins or something is undone.
 ///
-/// Whoever records lazily, as a context does with its objects' changes, subscribes by addBoundaryObserver() and adds its
-/// facts when a boundary is reached.
+/// Whoever records lazily, as a context does with its objects' changes, subscribes by addBoundaryObserver() and adds
+/// its facts when a boundary is reached.
 ///
 /// Belongs to the thread that made it. Must outlive the functions that it calls.
 class KX_CORE_EXPORT KXUndoManager : public KXObject

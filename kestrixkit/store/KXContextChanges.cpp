@@ -241,7 +241,9 @@ QList<KXRef<Object>> KXManagedObjectContextPrivate::toMany(Object *object, const
     QList<KXRef<Object>> list;
     list.reserve(qsizetype(keys.size()));
     for (const qint64 key : keys) {
-        if (KXRef<Object> member = this->object(*property.destinationEntity(), key))
+        KXRef<Object> member = this->object(*property.destinationEntity(), key);
+        // Nothing tells a relationship without inverse that a member was deleted.
+        if (member && (property.inverse() || !(member->isDeleted() || member->isMissing())))
             list.append(std::move(member));
     }
     return list;

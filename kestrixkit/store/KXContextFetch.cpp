@@ -106,6 +106,15 @@ bool KXContextFetcher::followBack(const KXEntityDescription *from, const QString
         entity = property->destinationEntity();
     }
     QSet<qint64> reached;
+    const auto addDeleted = [this, &reached](const KXEntityDescription *root) {
+        for (const KXRef<Object> &object : m_context.deleted) {
+            if (object->entity()->root() == root)
+                reached.insert(object->m_key);
+        }
+    };
+    // A relationship without inverse does not become dirty when a member is deleted.
+    if (!steps.isEmpty() && steps.last().property->isRelationship() && !steps.last().property->inverse())
+        addDeleted(steps.last().property->destinationEntity()->root());
     for (qsizetype i = steps.size() - 1; i >= 0; --i) {
         if (!reached.isEmpty()) {
             QSet<qint64> starts;
@@ -114,13 +123,8 @@ bool KXContextFetcher::followBack(const KXEntityDescription *from, const QString
             reached = starts;
         }
         addDirty(steps[i].entity, steps[i].property->name(), reached);
-        if (i > 0) {
-            // A row that is deleted here still stands in the store, and whoever leads to it sees it there.
-            for (const KXRef<Object> &object : m_context.deleted) {
-                if (object->entity()->root() == steps[i].entity->root())
-                    reached.insert(object->m_key);
-            }
-        }
+        if (i > 0) // a row that is deleted here still stands in the store, and whoever leads to it sees it there
+            addDeleted(steps[i].entity->root());
     }
     affected.unite(reached);
     return true;

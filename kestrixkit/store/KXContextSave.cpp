@@ -279,13 +279,24 @@ KXError KXContextSaver::writeJoins(KXSQLiteConnection &connection, Object &objec
 
 KXError KXContextSaver::writeDeleted(KXSQLiteConnection &connection)
 {
+    const KXEntityDescription *entity = nullptr;
+    QByteArrayList statements;
     for (Object *object : m_deleted) {
-        QByteArrayList statements { "DELETE FROM " + object->entity()->table() + " WHERE kx_id = ?" };
-        for (const KXPropertyDescription &property : object->entity()->properties()) {
-            if (!property.joinTable().isEmpty()) {
-                statements.append("DELETE FROM " + property.joinTable() + " WHERE " + property.joinSource() + " = ?");
-                if (property.inverse() == &property)
-                    statements.append("DELETE FROM " + property.joinTable() + " WHERE " + property.joinTarget() + " = ?");
+        if (object->entity() != entity) {
+            entity = object->entity();
+            statements = { "DELETE FROM " + entity->table() + " WHERE kx_id = ?" };
+            const auto clear = [&statements](const KXPropertyDescription *property, const QByteArray &column) {
+                const QByteArray sql = "DELETE FROM " + property->joinTable() + " WHERE " + column + " = ?";
+                if (!property->joinTable().isEmpty() && !statements.contains(sql))
+                    statements.append(sql);
+            };
+            for (const KXPropertyDescription *property : m_context.store->codec(*entity).toMany())
+                clear(property, property->joinSource());
+            for (const KXEntityDescription *other : m_context.coordinator->model()->entities()) {
+                for (const KXPropertyDescription *property : m_context.store->codec(*other).toMany()) {
+                    if (entity->isKindOf(property->destinationEntity()))
+                        clear(property, property->joinTarget());
+                }
             }
         }
         for (const QByteArray &sql : statements) {

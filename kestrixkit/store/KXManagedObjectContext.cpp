@@ -392,7 +392,10 @@ KXManagedObjectContextPrivate::KXManagedObjectContextPrivate(KXManagedObjectCont
 
 KXManagedObjectContextPrivate::~KXManagedObjectContextPrivate()
 {
-    checkThread();
+    // An operation's context ends with the operation, wherever the last handle on that goes. What the main thread has
+    // queued for a context of its own is safe only there.
+    if (isOfMainThread)
+        checkThread();
     // Whoever still holds an object keeps what it has read; the rest goes with the references below.
     objects.forEach([this](KXManagedObject *object) { object->detach(store->identity); });
 }

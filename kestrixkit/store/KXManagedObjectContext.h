@@ -15,6 +15,7 @@
 
 class KXManagedObjectContextPrivate;
 class KXUndoManager;
+struct KXNotification;
 
 /// Key of the main context in KXMainThreadDictionary.
 inline constexpr QLatin1StringView KLNSManagedObjectContextMainThreadKey { "KLNSManagedObjectContextMainThreadKey" };
@@ -41,7 +42,8 @@ struct KXObjectsDidChange
 
 /// A working set of stored objects: in it they are created, fetched, changed and saved.
 ///
-/// Held by shared_ptr. Belongs to the thread that made it; every call is made there (checked in checking builds).
+/// Held by shared_ptr. Belongs to the thread that made it; every call is made there (checked in checking builds). One that
+/// nobody uses any more may end on another thread, unless it belongs to the main thread.
 /// Fetches and counts see the context's unsaved changes. A save is all or nothing, and durable when it returns.
 /// Conflicts with other savers end in favour of the store, property by property: what only this context changed is
 /// written, what both changed keeps the store's value, and a row that was deleted meanwhile stays deleted.
@@ -93,6 +95,12 @@ public:
     bool save();
     /// The same, with the error in the slot instead of before the user.
     bool save(KXError *error);
+    /// Saves a context other than the main one and has the main context merge it in a later turn, without waiting for
+    /// that. False on failure, which is only logged.
+    bool saveOnMainThread();
+    /// Has the registered main context merge the save that a did-save notification tells of, in the main thread's next
+    /// turn. Nothing without main context. Any thread.
+    static void managedObjectContextDidSave(const KXNotification &notification);
     [[nodiscard]] bool hasChanges() const;
     [[nodiscard]] QList<KXRef<KXManagedObject>> insertedObjects() const;
     [[nodiscard]] QList<KXRef<KXManagedObject>> updatedObjects() const;

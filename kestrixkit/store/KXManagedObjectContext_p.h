@@ -7,6 +7,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include <kestrixkit/foundation/KXMainQueue.h>
 #include <kestrixkit/store/KXContextRecorder_p.h>
 #include <kestrixkit/store/KXIdentityMap_p.h>
 #include <kestrixkit/store/KXManagedObjectContext.h>
@@ -95,6 +96,7 @@ public:
     const KXPersistentStoreCoordinator::Ref coordinator;
     KXPersistentStorePrivate *const store; ///< nullptr where the coordinator has none
     const std::thread::id thread = std::this_thread::get_id();
+    const bool isOfMainThread = KXMainQueue::isMainThread();
 
     KXIdentityMap<KXManagedObject> objects;
     std::vector<KXRef<KXManagedObject>> inserted; ///< in order; those since deleted are no longer flagged so

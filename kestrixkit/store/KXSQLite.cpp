@@ -12,6 +12,8 @@ namespace {
 
 constexpr size_t statementsKept = 200;
 constexpr int busyTimeoutMilliseconds = 5000;
+/// Between two looks whether it was interrupted: some ten microseconds of work.
+constexpr int stepsBetweenLooks = 1000;
 
 int errorCodeFromSQLite(int code)
 {
@@ -100,6 +102,8 @@ KXError KXSQLiteConnection::open(const QString &path, const Options &options)
     if (code != SQLITE_OK)
         return lastError();
     sqlite3_busy_timeout(m_database, busyTimeoutMilliseconds);
+    const auto look = [](void *flag) { return int(static_cast<const std::atomic<bool> *>(flag)->load(std::memory_order_relaxed)); };
+    sqlite3_progress_handler(m_database, stepsBetweenLooks, look, &m_interrupted);
     if (options.untouched)
         sqlite3_db_config(m_database, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
     // A predicate's text never comes from outside, but a value that looks like a name must never become one.
@@ -184,7 +188,8 @@ KXError KXSQLiteConnection::lastError() const
 
 KXTransaction::~KXTransaction()
 {
-    if (m_open && m_connection.execute("ROLLBACK"))
+    // An interruption or a full disk may have rolled back already.
+    if (m_open && !sqlite3_get_autocommit(m_connection.handle()) && m_connection.execute("ROLLBACK"))
         KXLogWarning(store, "Rolling back: %@", m_connection.lastError());
 }
 

@@ -110,8 +110,10 @@ public:
     [[nodiscard]] sqlite3 *handle() const { return m_database; }
     /// Size of the write-ahead log after the connection's last commit, in pages.
     [[nodiscard]] int logPages() const { return m_logPages; }
-    /// Makes a query that runs on the connection fail with Interrupted soon. Any thread.
-    void interrupt() { sqlite3_interrupt(m_database); }
+    /// Makes what runs on the connection, or is begun on it, fail with Interrupted at the next look of its progress
+    /// handler, until endInterrupt(). Any thread. (SQLite's own interrupt is lost when it comes just before a query.)
+    void interrupt() { m_interrupted.store(true, std::memory_order_relaxed); }
+    void endInterrupt() { m_interrupted.store(false, std::memory_order_relaxed); }
 
 private:
     friend class KXStatement;
@@ -127,6 +129,7 @@ private:
     std::unordered_multimap<std::string_view, Cached> m_statements; // keys point into the statements' own texts
     quint64 m_uses = 0;
     int m_logPages = 0;
+    std::atomic<bool> m_interrupted { false };
 };
 
 /// Rolls a write transaction back unless it was committed.

@@ -1,5 +1,6 @@
 #include <kestrixkit/store/KXStoreConnections_p.h>
 
+#include <kestrixkit/foundation/KXAbstractOperation.h>
 #include <kestrixkit/foundation/KXMainQueue.h>
 
 namespace {
@@ -7,40 +8,58 @@ namespace {
 constexpr int mostReaders = 4;
 /// The log is folded into the file when it has grown to 64 MiB of 4 KiB pages.
 constexpr int checkpointPages = 16 << 10;
+
+/// The operation that asks for a connection and is to interrupt it when it is cancelled from now on; may be null.
+KXAbstractOperation *connectionsCurrentOperation()
+{
+    KXAbstractOperation *operation = KXAbstractOperation::current();
+    return operation && !operation->isCancelled() ? operation : nullptr;
+}
+
+KXScopeToken connectionsInterruption(KXAbstractOperation *operation, KXSQLiteConnection *connection)
+{
+    // Called at once if the operation was cancelled while the connection was waited for.
+    return operation ? operation->addCancelHandler([connection] { connection->interrupt(); }) : KXScopeToken();
+}
+
 }
 
 KXStoreConnections::Reader KXStoreConnections::reader(KXError *error)
 {
     const bool main = KXMainQueue::isMainThread();
+    KXAbstractOperation *const operation = connectionsCurrentOperation();
+    std::unique_ptr<KXSQLiteConnection> connection;
     {
         std::unique_lock lock(m_mutex);
         if (main) {
-            if (m_mainIdle)
-                return Reader(this, std::move(m_mainIdle), true);
+            connection = std::move(m_mainIdle);
         } else {
             m_changed.wait(lock, [this] { return !m_idle.empty() || m_readers < mostReaders; });
-            if (!m_idle.empty()) {
-                auto connection = std::move(m_idle.back());
+            if (m_idle.empty()) {
+                ++m_readers;
+            } else {
+                connection = std::move(m_idle.back());
                 m_idle.pop_back();
-                return Reader(this, std::move(connection), false);
             }
-            ++m_readers;
         }
     }
-    auto connection = std::make_unique<KXSQLiteConnection>();
-    KXError problem = connection->open(m_path, { .vfs = m_vfs });
-    if (!problem)
-        problem = connection->execute("PRAGMA query_only=1");
-    if (problem) {
-        if (!main) {
-            const std::lock_guard lock(m_mutex);
-            --m_readers;
-            m_changed.notify_all();
+    if (!connection) {
+        connection = std::make_unique<KXSQLiteConnection>();
+        KXError problem = connection->open(m_path, { .vfs = m_vfs });
+        if (!problem)
+            problem = connection->execute("PRAGMA query_only=1");
+        if (problem) {
+            if (!main) {
+                const std::lock_guard lock(m_mutex);
+                --m_readers;
+                m_changed.notify_all();
+            }
+            KXSetError(error, problem);
+            return {};
         }
-        KXSetError(error, problem);
-        return {};
     }
-    return Reader(this, std::move(connection), main);
+    KXSQLiteConnection *const given = connection.get();
+    return Reader(this, std::move(connection), main, connectionsInterruption(operation, given));
 }
 
 void KXStoreConnections::handBack(std::unique_ptr<KXSQLiteConnection> connection, bool main)
@@ -56,9 +75,10 @@ void KXStoreConnections::handBack(std::unique_ptr<KXSQLiteConnection> connection
     m_changed.notify_all();
 }
 
-KXStoreConnections::Writer KXStoreConnections::writer()
+KXStoreConnections::Writer KXStoreConnections::writer(bool cancellable)
 {
     const bool main = KXMainQueue::isMainThread();
+    KXAbstractOperation *const operation = cancellable ? connectionsCurrentOperation() : nullptr;
     std::unique_lock lock(m_mutex);
     if (main) {
         ++m_mainWaiting;
@@ -70,7 +90,8 @@ KXStoreConnections::Writer KXStoreConnections::writer()
         ++m_served;
     }
     m_writing = true;
-    return Writer(this);
+    lock.unlock();
+    return Writer(this, connectionsInterruption(operation, m_writer.get()));
 }
 
 void KXStoreConnections::releaseWriter()

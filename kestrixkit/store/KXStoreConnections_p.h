@@ -5,6 +5,7 @@
 #include <mutex>
 #include <vector>
 
+#include <kestrixkit/foundation/KXApplication.h>
 #include <kestrixkit/store/KXSQLite_p.h>
 
 /// The connections of one open store: one that writes and a few that read.
@@ -12,6 +13,9 @@
 /// The writer is given out fairly, except that the main thread goes before all others: a user who renames a
 /// playlist does not queue behind an import. Readers are made as they are needed; one is kept for the main
 /// thread alone, so that it never waits for a background query.
+///
+/// What an operation is given is interrupted when that operation is cancelled, until it hands it back. An operation that
+/// is cancelled already is not interrupted any more: it may choose to read and save to the end.
 class KXStoreConnections
 {
 public:
@@ -25,9 +29,9 @@ public:
     /// connection could be opened.
     class Reader;
     [[nodiscard]] Reader reader(KXError *error = nullptr);
-    /// The one writer; waits for its turn.
+    /// The one writer; waits for its turn. Not `cancellable` for what others wait for as well.
     class Writer;
-    [[nodiscard]] Writer writer();
+    [[nodiscard]] Writer writer(bool cancellable = true);
     /// How many threads wait for the writer.
     [[nodiscard]] int waiting() const
     {
@@ -57,14 +61,17 @@ class KXStoreConnections::Reader
 {
 public:
     Reader() = default;
-    Reader(KXStoreConnections *owner, std::unique_ptr<KXSQLiteConnection> connection, bool main)
-        : m_owner(owner), m_connection(std::move(connection)), m_main(main) { }
+    Reader(KXStoreConnections *owner, std::unique_ptr<KXSQLiteConnection> connection, bool main, KXScopeToken interruption)
+        : m_owner(owner), m_connection(std::move(connection)), m_main(main), m_interruption(std::move(interruption)) { }
     Reader(Reader &&) = default;
     Reader &operator=(Reader &&) = delete;
     ~Reader()
     {
-        if (m_connection)
-            m_owner->handBack(std::move(m_connection), m_main);
+        if (!m_connection)
+            return;
+        m_interruption.reset(); // from here on nobody interrupts it
+        m_connection->endInterrupt();
+        m_owner->handBack(std::move(m_connection), m_main);
     }
     explicit operator bool() const { return bool(m_connection); }
     KXSQLiteConnection *operator->() const { return m_connection.get(); }
@@ -74,18 +81,25 @@ private:
     KXStoreConnections *m_owner = nullptr;
     std::unique_ptr<KXSQLiteConnection> m_connection;
     bool m_main = false;
+    KXScopeToken m_interruption;
 };
 
 class KXStoreConnections::Writer
 {
 public:
-    explicit Writer(KXStoreConnections *owner) : m_owner(owner) { }
+    Writer(KXStoreConnections *owner, KXScopeToken interruption) : m_owner(owner), m_interruption(std::move(interruption)) { }
     Writer(const Writer &) = delete;
     Writer &operator=(const Writer &) = delete;
-    ~Writer() { m_owner->releaseWriter(); }
+    ~Writer()
+    {
+        m_interruption.reset();
+        m_owner->m_writer->endInterrupt();
+        m_owner->releaseWriter();
+    }
     KXSQLiteConnection *operator->() const { return m_owner->m_writer.get(); }
     KXSQLiteConnection &operator*() const { return *m_owner->m_writer; }
 
 private:
     KXStoreConnections *m_owner;
+    KXScopeToken m_interruption;
 };

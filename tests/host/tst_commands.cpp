@@ -13,6 +13,7 @@
 #include <Crate.h>
 
 #include "MusicFiles.h"
+#include "support/KXTestProcess.h"
 
 using namespace Qt::StringLiterals;
 
@@ -38,6 +39,7 @@ QProcessEnvironment quiet()
 Answer browser(const QStringList &arguments)
 {
     QProcess process;
+    startWithFork(process);
     process.setProcessEnvironment(quiet());
     process.start(QStringLiteral(KX_BROWSER), arguments);
     Answer answer;
@@ -174,6 +176,7 @@ TEST(Browser, anInterruptedImportEndsCleanlyAndGoesOnNextTime)
             (music + u"/0.wav"_s).toStdString(), (music + u"/%1.wav"_s.arg(i)).toStdString());
     const QStringList arguments { u"--music"_s, music, u"--store"_s, folder.filePath(u"s.db"_s), u"--report"_s };
     QProcess process;
+    startWithFork(process);
     process.setProcessEnvironment(quiet());
     process.start(QStringLiteral(KX_BROWSER), arguments);
     // Once the first save made the log grow the import is under way.

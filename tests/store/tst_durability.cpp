@@ -19,6 +19,7 @@
 #include "support/KXTestLog.h"
 #include "support/KXTestPrint.h"
 #include "support/KXTestRandom.h"
+#include "support/KXTestProcess.h"
 
 using namespace Qt::StringLiterals;
 using Coordinator = KXPersistentStoreCoordinator;
@@ -314,6 +315,7 @@ TEST(Durability, processesAreKilled)
     QByteArray saved;
     for (int round = 0; round < KXTestRandom::scaled(100); ++round) {
         QProcess child;
+        startWithFork(child);
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert(u"KX_TEST_STORE"_s, path);
         environment.insert(u"KX_TEST_SEED"_s, QString::number(random.between(1, 1'000'000)));
