@@ -198,13 +198,13 @@ bool KXContextFetcher::isWanted(qint64 key, KXRef<Object> &object)
 KXSortOrder::KXSortOrder(const QList<KXSortDescriptor> &descriptors)
 {
     for (const KXSortDescriptor &descriptor : descriptors)
-        m_keys.push_back({ KXExpression::expressionForKeyPath(descriptor.key), descriptor.ascending });
+        m_keys.push_back({ KXExpression::expressionForKeyPath(descriptor.key), descriptor.ascending, descriptor.options });
 }
 
 bool KXSortOrder::precedes(const Object *a, const Object *b) const
 {
     for (const Key &key : m_keys) {
-        const int order = KXCompareForSorting(key.path.expressionValueWithObject(a), key.path.expressionValueWithObject(b));
+        const int order = KXCompareForSorting(key.path.expressionValueWithObject(a), key.path.expressionValueWithObject(b), key.options);
         if (order != 0)
             return key.ascending ? order < 0 : order > 0;
     }

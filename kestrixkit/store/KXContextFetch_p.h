@@ -24,6 +24,7 @@ private:
     {
         KXExpression path;
         bool ascending;
+        int options;
     };
     std::vector<Key> m_keys;
 };
