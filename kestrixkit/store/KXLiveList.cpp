@@ -66,6 +66,8 @@ KXLiveList::KXLiveList(const KXManagedObjectContext::Ref &context, const KXFetch
     , m_entity(&m_borrowed->entity(request.entityName()))
 {
     prepare();
+    // A fetch sees what is not announced yet; what of it is taken back before it is would never be heard of.
+    m_borrowed->processPendingChanges();
     refetch();
     m_observer = observer;
     m_token = KXNotificationCenter::defaultCenter().addObserver(QString(KXManagedObjectContextObjectsDidChangeNotification), context.get(),
@@ -142,6 +144,7 @@ void KXLiveList::setRequest(const KXFetchRequest &request)
 {
     if (m_context.expired() || m_following || &m_borrowed->entity(request.entityName()) != m_entity)
         return;
+    m_borrowed->processPendingChanges();
     m_request = request;
     prepare();
     do {
@@ -160,8 +163,8 @@ void KXLiveList::follow(const KXObjectsDidChange &did)
     }
     const Touched touched = touchedBy(did);
     const bool many = touched.keys.size() > std::max(m_keys.size() / 4, liveListRowsPlacedAnyway);
-    const bool ranged = m_request.fetchLimit() > 0 || m_request.fetchOffset() > 0;
-    if (touched.all || many || m_doubtful || (ranged && !touched.keys.empty()))
+    const bool isWhole = m_request.fetchLimit() > 0 || m_request.fetchOffset() > 0 || !m_remoteKeys.empty();
+    if (touched.all || many || m_doubtful || (isWhole && !touched.keys.empty()))
         refetch();
     else if (!touched.keys.empty())
         place(touched);

@@ -40,8 +40,8 @@ public:
 /// Holds eight bytes a row. A change costs one pass over these, a look at the changed rows and some twenty others for
 /// each of them; where most of the rows changed, or a row may have been looked at too early (when another context had
 /// saved it, but this one had not merged that yet), everything is fetched again. Either way rows keep their identity.
-/// A list with limit or offset, or one that sorts or filters by values of other entities, is fetched again when one of
-/// these changes.
+/// A list with limit or offset, or one that sorts or filters by values of other entities, is fetched again whenever a
+/// change may concern it.
 ///
 /// Follows what the context announces, so it changes at the end of the turn, before a save and with a merge. Belongs
 /// to the thread of its context; when that is gone it answers no objects.
