@@ -19,8 +19,8 @@ class TrackTableView;
 
 /// The library's window: its tracks in a sortable table, a summary above and the import's progress below.
 ///
-/// Imports run in the background; the table follows what they save row by row, so that tracks show up as they are found.
-/// Ratings, comments and names of genres can be edited and that be undone; closing saves.
+/// Imports run in the background; the table follows what they save row by row, so that tracks show up as they are
+/// found. Ratings, comments and names of genres can be edited and that be undone; closing saves.
 class BrowserWindow : public QMainWindow
 {
     Q_OBJECT

@@ -39,7 +39,8 @@ public:
         KeyRole, ///< int: number on the wheel of keys, negative for minor; 0 in columns other than KeyName
     };
 
-    /// The editor, which carries out what setData() is asked for, must outlive the model; without one nothing is edited.
+    /// The editor, which carries out what setData() is asked for, must outlive the model; without one nothing is
+    /// edited.
     explicit TrackTableModel(
         const KXManagedObjectContext::Ref &context, LibraryEditor *editor = nullptr, QObject *parent = nullptr);
 

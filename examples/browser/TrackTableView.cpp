@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr int columnWidths[TrackTableModel::ColumnCount] = { 250, 204, 180, 146, 66, 94, 100, 70, 126, 62, 112, 200 };
+constexpr int columnWidths[TrackTableModel::ColumnCount] = { 220, 170, 162, 130, 62, 92, 98, 66, 108, 58, 106, 150 };
 
 } // namespace
 

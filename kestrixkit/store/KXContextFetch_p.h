@@ -47,15 +47,16 @@ public:
     bool isWanted(qint64 key, KXRef<KXManagedObject> &object);
 
     /// The object at a place of a result, its values in memory: those of its batch are read with it.
-    [[nodiscard]] static KXRef<KXManagedObject> objectAt(KXManagedObjectContextPrivate &context, const KXEntityDescription &entity,
-        std::span<const qint64> keys, size_t place, size_t batchSize);
+    [[nodiscard]] static KXRef<KXManagedObject> objectAt(KXManagedObjectContextPrivate &context,
+        const KXEntityDescription &entity, std::span<const qint64> keys, size_t place, size_t batchSize);
 
 private:
     bool compile();
     bool findAffected();
     bool followBack(const KXEntityDescription *from, const QStringList &path, QSet<qint64> &affected);
     void addDirty(const KXEntityDescription *from, const QString &key, QSet<qint64> &dirty) const;
-    bool step(const KXEntityDescription &entity, const KXPropertyDescription &relationship, const QSet<qint64> &reached, QSet<qint64> &from);
+    bool step(const KXEntityDescription &entity, const KXPropertyDescription &relationship, const QSet<qint64> &reached,
+        QSet<qint64> &from);
     bool query(const QByteArray &sql, const std::vector<const KXPredicateSQL *> &parts, std::vector<qint64> &numbers);
     [[nodiscard]] QByteArray where(bool withPredicate) const;
     bool fetchInMemory(std::vector<qint64> &keys);

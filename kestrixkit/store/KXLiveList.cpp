@@ -19,11 +19,11 @@ constexpr size_t liveListRowsPlacedAnyway = 256;
 constexpr size_t liveListSeenAtMost = 65'536;
 
 /// A few keys to be found among many, one look at a bit for most.
-class KeyFilter
+class LiveListKeyFilter
 {
 public:
     /// The keys are sorted, and borrowed.
-    explicit KeyFilter(std::span<const qint64> keys)
+    explicit LiveListKeyFilter(std::span<const qint64> keys)
         : m_keys(keys)
     {
         for (const qint64 key : keys)
@@ -39,7 +39,7 @@ private:
     std::bitset<65'536> m_bits;
 };
 
-void sortUnique(std::vector<qint64> &keys)
+void liveListSortUnique(std::vector<qint64> &keys)
 {
     std::sort(keys.begin(), keys.end());
     keys.erase(std::unique(keys.begin(), keys.end()), keys.end());
@@ -57,7 +57,8 @@ struct KXLiveList::Touched
 
 KXLiveListObserver::~KXLiveListObserver() = default;
 
-KXLiveList::KXLiveList(const KXManagedObjectContext::Ref &context, const KXFetchRequest &request, KXLiveListObserver *observer)
+KXLiveList::KXLiveList(
+    const KXManagedObjectContext::Ref &context, const KXFetchRequest &request, KXLiveListObserver *observer)
     : m_context(context)
     , m_borrowed(&context->d())
     , m_coordinator(context->persistentStoreCoordinator())
@@ -70,11 +71,12 @@ KXLiveList::KXLiveList(const KXManagedObjectContext::Ref &context, const KXFetch
     m_borrowed->processPendingChanges();
     refetch();
     m_observer = observer;
-    m_token = KXNotificationCenter::defaultCenter().addObserver(QString(KXManagedObjectContextObjectsDidChangeNotification), context.get(),
-        [this](const KXNotification &notification) {
-            if (const auto *did = notification.payloadAs<KXObjectsDidChange>())
-                follow(*did);
-        });
+    m_token
+        = KXNotificationCenter::defaultCenter().addObserver(QString(KXManagedObjectContextObjectsDidChangeNotification),
+            context.get(), [this](const KXNotification &notification) {
+                if (const auto *did = notification.payloadAs<KXObjectsDidChange>())
+                    follow(*did);
+            });
 }
 
 KXLiveList::~KXLiveList() = default;
@@ -111,7 +113,8 @@ KXRef<Object> KXLiveList::at(qsizetype index) const
 {
     if (index < 0 || index >= size() || m_context.expired())
         return {};
-    return KXContextFetcher::objectAt(*m_borrowed, *m_entity, m_keys, size_t(index), size_t(m_request.fetchBatchSize()));
+    return KXContextFetcher::objectAt(
+        *m_borrowed, *m_entity, m_keys, size_t(index), size_t(m_request.fetchBatchSize()));
 }
 
 KXManagedObjectID KXLiveList::objectID(qsizetype index) const
@@ -129,12 +132,13 @@ std::vector<qsizetype> KXLiveList::indexesOf(std::span<const qint64> keys) const
     for (size_t i = 0; i < keys.size(); ++i)
         wanted.push_back({ keys[i], i });
     std::sort(wanted.begin(), wanted.end());
-    sortUnique(sorted);
-    const KeyFilter filter(sorted);
+    liveListSortUnique(sorted);
+    const LiveListKeyFilter filter(sorted);
     for (size_t i = 0; i < m_keys.size(); ++i) {
         if (!filter.contains(m_keys[i]))
             continue;
-        for (auto it = std::lower_bound(wanted.begin(), wanted.end(), std::pair(m_keys[i], size_t(0))); it != wanted.end() && it->first == m_keys[i]; ++it)
+        for (auto it = std::lower_bound(wanted.begin(), wanted.end(), std::pair(m_keys[i], size_t(0)));
+             it != wanted.end() && it->first == m_keys[i]; ++it)
             places[it->second] = qsizetype(i);
     }
     return places;
@@ -173,7 +177,7 @@ void KXLiveList::follow(const KXObjectsDidChange &did)
     if (!touched.keys.empty() || !touched.updated.empty()) {
         std::vector<qint64> updated = touched.updated;
         updated.insert(updated.end(), touched.keys.begin(), touched.keys.end());
-        sortUnique(updated);
+        liveListSortUnique(updated);
         announceUpdates(updated);
     }
 }
@@ -182,7 +186,8 @@ KXLiveList::Touched KXLiveList::touchedBy(const KXObjectsDidChange &did)
 {
     Touched touched;
     const auto isRemote = [this](const KXEntityDescription *entity, const auto &hasKey) {
-        return std::any_of(m_remoteKeys.begin(), m_remoteKeys.end(), [&](const Remote &remote) { return remote.root == entity->root() && hasKey(remote.key); });
+        return std::any_of(m_remoteKeys.begin(), m_remoteKeys.end(),
+            [&](const Remote &remote) { return remote.root == entity->root() && hasKey(remote.key); });
     };
     for (const auto *list : { &did.inserted, &did.deleted }) {
         for (const KXRef<Object> &object : *list) {
@@ -202,7 +207,7 @@ KXLiveList::Touched KXLiveList::touchedBy(const KXObjectsDidChange &did)
     }
     if (did.merged)
         touchByStore(*did.merged, touched);
-    sortUnique(touched.keys);
+    liveListSortUnique(touched.keys);
     return touched;
 }
 
@@ -224,14 +229,16 @@ void KXLiveList::touchByStore(const KXStoreChange &change, Touched &touched)
                 continue;
             touched.all |= !entity.deleted.isEmpty();
             for (const KXRowChange &row : entity.updated)
-                touched.all |= std::any_of(row.properties.begin(), row.properties.end(), [&](const KXPropertyChange &news) { return news.property->name() == remote.key; });
+                touched.all |= std::any_of(row.properties.begin(), row.properties.end(),
+                    [&](const KXPropertyChange &news) { return news.property->name() == remote.key; });
         }
         if (!isOurs)
             continue;
         touched.keys.insert(touched.keys.end(), entity.inserted.begin(), entity.inserted.end());
         touched.keys.insert(touched.keys.end(), entity.deleted.begin(), entity.deleted.end());
         for (const KXRowChange &row : entity.updated) {
-            const bool matters = std::any_of(row.properties.begin(), row.properties.end(), [this](const KXPropertyChange &news) { return m_directKeys.contains(news.property->name()); });
+            const bool matters = std::any_of(row.properties.begin(), row.properties.end(),
+                [this](const KXPropertyChange &news) { return m_directKeys.contains(news.property->name()); });
             (matters ? touched.keys : touched.updated).push_back(row.key);
             m_doubtful |= matters && (wasSeen(row.key, row.version) || (fetchMayHaveSeen && m_fetchedOverChanges));
         }
@@ -277,7 +284,9 @@ bool KXLiveList::isBefore(qint64 key, const Object *object)
     m_doubtful |= change != m_borrowed->changes.end() && change->second.unannounced.any();
     if (m_seen.size() >= liveListSeenAtMost)
         m_seenBefore = std::exchange(m_seen, {});
-    m_seen.try_emplace(key, Seen { row->values()->version, false });
+    const Seen now { row->values()->version, false };
+    if (const auto [known, isNew] = m_seen.try_emplace(key, now); !isNew && known->second.version < now.version)
+        known->second = now;
     return m_fetcher->sortOrder().precedes(row.get(), object);
 }
 
@@ -286,7 +295,7 @@ void KXLiveList::place(const Touched &touched)
     if (m_context.expired())
         return;
     // Without the touched rows the list is in order; each that still belongs there is put to its place again.
-    const KeyFilter filter(touched.keys);
+    const LiveListKeyFilter filter(touched.keys);
     std::vector<qint64> rest;
     rest.reserve(m_keys.size() + touched.keys.size());
     struct Old
@@ -304,7 +313,8 @@ void KXLiveList::place(const Touched &touched)
     }
     std::sort(olds.begin(), olds.end(), [](const Old &a, const Old &b) { return a.key < b.key; });
     const auto oldOf = [&olds](qint64 key) {
-        const auto found = std::lower_bound(olds.begin(), olds.end(), key, [](const Old &old, qint64 k) { return old.key < k; });
+        const auto found
+            = std::lower_bound(olds.begin(), olds.end(), key, [](const Old &old, qint64 k) { return old.key < k; });
         return found != olds.end() && found->key == key ? &*found : nullptr;
     };
 
@@ -324,7 +334,8 @@ void KXLiveList::place(const Touched &touched)
     const KXSortOrder &order = m_fetcher->sortOrder();
     const bool sorted = !order.isEmpty();
     if (sorted)
-        std::sort(wanted.begin(), wanted.end(), [&](const auto &a, const auto &b) { return order.precedes(a.get(), b.get()); });
+        std::sort(wanted.begin(), wanted.end(),
+            [&](const auto &a, const auto &b) { return order.precedes(a.get(), b.get()); });
     else // rows that stay do so where they are
         std::stable_sort(wanted.begin(), wanted.end(), [&](const auto &a, const auto &b) {
             const Old *first = oldOf(a->m_key), *second = oldOf(b->m_key);
@@ -338,7 +349,9 @@ void KXLiveList::place(const Touched &touched)
         const Old *old = oldOf(object->m_key);
         size_t to;
         if (sorted)
-            to = size_t(std::partition_point(rest.begin() + ptrdiff_t(from), rest.end(), [&](qint64 key) { return isBefore(key, object.get()); }) - rest.begin());
+            to = size_t(std::partition_point(rest.begin() + ptrdiff_t(from), rest.end(), [&](qint64 key) {
+                return isBefore(key, object.get());
+            }) - rest.begin());
         else
             to = old ? old->place : rest.size();
         keys.insert(keys.end(), rest.begin() + ptrdiff_t(from), rest.begin() + ptrdiff_t(to));
@@ -370,7 +383,8 @@ void KXLiveList::apply(const KXListStep &step, const std::function<void()> &chan
 }
 
 /// A few steps, the last of which makes the list what is given. `moved` is in the new order.
-void KXLiveList::changeStepwise(const std::vector<qint64> &keys, const std::vector<qint64> &gone, const std::vector<qint64> &come, const std::vector<qint64> &moved)
+void KXLiveList::changeStepwise(const std::vector<qint64> &keys, const std::vector<qint64> &gone,
+    const std::vector<qint64> &come, const std::vector<qint64> &moved)
 {
     const auto at = [this](qint64 key) { return std::find(m_keys.begin(), m_keys.end(), key); };
     std::vector<qsizetype> places = indexesOf(gone);
@@ -382,9 +396,10 @@ void KXLiveList::changeStepwise(const std::vector<qint64> &keys, const std::vect
             first = places.back();
             places.pop_back();
         }
-        apply({ KXListStep::Removal, first, count }, [&] { m_keys.erase(m_keys.begin() + first, m_keys.begin() + first + count); });
+        apply({ KXListStep::Removal, first, count },
+            [&] { m_keys.erase(m_keys.begin() + first, m_keys.begin() + first + count); });
     }
-    const KeyFilter comes(come);
+    const LiveListKeyFilter comes(come);
     for (const qint64 key : moved) {
         auto before = std::find(keys.begin(), keys.end(), key);
         while (before != keys.begin() && comes.contains(*(before - 1)))
@@ -407,8 +422,10 @@ void KXLiveList::changeStepwise(const std::vector<qint64> &keys, const std::vect
         while (end < keys.size() && comes.contains(keys[end]))
             ++end;
         if (end > i) {
-            apply({ KXListStep::Insertion, qsizetype(i), qsizetype(end - i) },
-                [&] { m_keys.insert(m_keys.begin() + ptrdiff_t(i), keys.begin() + ptrdiff_t(i), keys.begin() + ptrdiff_t(end)); });
+            apply({ KXListStep::Insertion, qsizetype(i), qsizetype(end - i) }, [&] {
+                m_keys.insert(
+                    m_keys.begin() + ptrdiff_t(i), keys.begin() + ptrdiff_t(i), keys.begin() + ptrdiff_t(end));
+            });
         }
         i = end + 1;
     }

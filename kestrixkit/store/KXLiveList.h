@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <span>
 #include <unordered_map>
@@ -49,7 +50,8 @@ class KX_CORE_EXPORT KXLiveList
 {
 public:
     /// Fetches at once. The observer, which may be nullptr, must outlive the list.
-    KXLiveList(const KXManagedObjectContext::Ref &context, const KXFetchRequest &request, KXLiveListObserver *observer = nullptr);
+    KXLiveList(const KXManagedObjectContext::Ref &context, const KXFetchRequest &request,
+        KXLiveListObserver *observer = nullptr);
     ~KXLiveList();
     Q_DISABLE_COPY_MOVE(KXLiveList)
 
@@ -57,7 +59,10 @@ public:
     [[nodiscard]] bool isEmpty() const { return m_keys.empty(); }
     /// The object at the place, its values in memory; empty outside the list.
     [[nodiscard]] KXRef<KXManagedObject> at(qsizetype index) const;
-    template<class Class> [[nodiscard]] KXRef<Class> as(qsizetype index) const { return KXDynamicRefCast<Class>(at(index)); }
+    template <class Class> [[nodiscard]] KXRef<Class> as(qsizetype index) const
+    {
+        return KXDynamicRefCast<Class>(at(index));
+    }
     /// Null outside the list.
     [[nodiscard]] KXManagedObjectID objectID(qsizetype index) const;
     /// All keys in the order of the list.
@@ -95,7 +100,8 @@ private:
     void place(const Touched &touched);
     [[nodiscard]] bool isBefore(qint64 key, const KXManagedObject *object);
     void changeTo(std::vector<qint64> keys, const std::vector<qint64> &gone, const std::vector<qint64> &come);
-    void changeStepwise(const std::vector<qint64> &keys, const std::vector<qint64> &gone, const std::vector<qint64> &come, const std::vector<qint64> &moved);
+    void changeStepwise(const std::vector<qint64> &keys, const std::vector<qint64> &gone,
+        const std::vector<qint64> &come, const std::vector<qint64> &moved);
     void announceUpdates(const std::vector<qint64> &keys);
     void apply(const KXListStep &step, const std::function<void()> &change);
 

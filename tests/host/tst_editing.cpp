@@ -46,14 +46,18 @@ protected:
         }
         return nullptr;
     }
-    void press(const QKeySequence &keys) const { QTest::keySequence(QApplication::focusWidget() ? QApplication::focusWidget() : window.get(), keys); }
+    void press(const QKeySequence &keys) const
+    {
+        QTest::keySequence(QApplication::focusWidget() ? QApplication::focusWidget() : window.get(), keys);
+    }
     void endOfTurn() const { QCoreApplication::processEvents(); }
     /// What another context finds in the file.
     KXRef<Track> stored(const QString &title)
     {
         const auto fresh = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
         readers.append(fresh);
-        return Track::cast(fresh->fetchFirstForEntity(u"Track"_s, KXPredicate::predicateWithFormat("title == %@", title)));
+        return Track::cast(
+            fresh->fetchFirstForEntity(u"Track"_s, KXPredicate::predicateWithFormat("title == %@", title)));
     }
 
     std::unique_ptr<BrowserWindow> window;
@@ -82,7 +86,8 @@ TEST_F(EditingTest, ratesWithKeysAndClicksAndUndoesByName)
     QStyleOptionViewItem option;
     const auto click = [&](int row, int star) {
         option.rect = table()->visualRect(window->model()->index(row, TrackTableModel::Rating));
-        QTest::mouseClick(table()->viewport(), Qt::LeftButton, Qt::NoModifier, TrackDelegate::starBox(option, star).center());
+        QTest::mouseClick(
+            table()->viewport(), Qt::LeftButton, Qt::NoModifier, TrackDelegate::starBox(option, star).center());
         endOfTurn();
     };
     click(2, 5);
@@ -230,7 +235,8 @@ TEST_F(EditingTest, theTopRowStaysWhereItIsWhileRowsArrive)
     save();
     open();
     table()->verticalScrollBar()->setValue(3017);
-    const auto topTitle = [&] { return table()->indexAt(QPoint(5, 0)).siblingAtColumn(TrackTableModel::Title).data().toString(); };
+    const auto topTitle
+        = [&] { return table()->indexAt(QPoint(5, 0)).siblingAtColumn(TrackTableModel::Title).data().toString(); };
     const int offset = table()->rowViewportPosition(table()->rowAt(0));
     const QString title = topTitle();
     for (const int batch : { 3, 200 }) { // in steps, and at once
