@@ -97,6 +97,16 @@ KXManagedObjectContext::Ref BenchLibrary::open(const QString &path, bool indexed
     return KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
 }
 
+void BenchLibrary::insert(KXManagedObjectContext &context, Source &source, int count)
+{
+    for (int i = 0; i < count; ++i) {
+        const PlainTrack plain = source.next();
+        BenchTrack::createInContext(context)->take(plain);
+    }
+    if (!context.save())
+        std::exit(1);
+}
+
 void BenchLibrary::prepare()
 {
     for (const bool indexed : { false, true }) {
@@ -107,13 +117,8 @@ void BenchLibrary::prepare()
         {
             const auto context = open(making, indexed);
             Source source;
-            for (int i = 0; i < Rows; ++i) {
-                const PlainTrack plain = source.next();
-                auto track = BenchTrack::createInContext(*context);
-                track->take(plain);
-                if (i % 50'000 == 49'999 && !context->save())
-                    std::exit(1);
-            }
+            for (int saved = 0; saved < Rows; saved += 50'000)
+                insert(*context, source, 50'000);
         }
         QFile::rename(making, storePath(indexed));
     }

@@ -56,6 +56,8 @@ QString emptyStorePath();
 void prepare();
 /// A copy to write into, in a temporary folder that goes with the process.
 QString scratchCopy(const QString &path);
+/// Saves the next tracks of the source; ends the process where it cannot.
+void insert(KXManagedObjectContext &context, Source &source, int count);
 KXManagedObjectContext::Ref open(const QString &path, bool indexed = false);
 /// 100,000 (or so many) keys of the big store in random order.
 std::vector<qint64> randomKeys(int count);

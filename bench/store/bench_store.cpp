@@ -3,10 +3,7 @@
 #include <ctime>
 #include <malloc.h>
 
-#include <QCoreApplication>
-
-#include <benchmark/benchmark.h>
-
+#include "BenchProgram.h"
 #include "peer/plain_sqlite.h"
 #include "store/BenchLibrary.h"
 
@@ -35,12 +32,6 @@ template<typename Work> void timed(benchmark::State &state, Work &&work)
         work();
         state.SetIterationTime(cpuSeconds() - start);
     }
-}
-
-void report(benchmark::State &state, double value)
-{
-    for (auto _ : state)
-        state.SetIterationTime(value * 1e-3); // the driver reads milliseconds
 }
 
 void readAll(const BenchTrack &track)
@@ -210,7 +201,7 @@ void readNanoseconds(benchmark::State &state)
         for (const auto &track : tracks)
             readAll(*track);
     }
-    report(state, (cpuSeconds() - start) * 1e9 / (rounds * double(tracks.size()) * 12));
+    BenchProgram::report(state, (cpuSeconds() - start) * 1e9 / (rounds * double(tracks.size()) * 12));
 }
 
 void rowBytes(benchmark::State &state)
@@ -220,7 +211,7 @@ void rowBytes(benchmark::State &state)
     const auto heap = [] { const struct mallinfo2 info = mallinfo2(); return info.uordblks + info.hblkhd; };
     const size_t before = heap();
     const KXFetchedList list = BenchTrack::findAllInContext(*context);
-    report(state, double(heap() - before) / double(list.size()));
+    BenchProgram::report(state, double(heap() - before) / double(list.size()));
 }
 
 void objectBytes(benchmark::State &state)
@@ -243,23 +234,14 @@ void objectBytes(benchmark::State &state)
         for (size_t j = 0; j < 5; ++j)
             texts[5 * i + j] = QString(fields[j].constData(), fields[j].size());
     }
-    report(state, (double(objects) - double(heap() - without)) / double(kept.size()));
-}
-
-void add(const char *name, void (*function)(benchmark::State &))
-{
-    benchmark::RegisterBenchmark(name, function)->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond);
+    BenchProgram::report(state, (double(objects) - double(heap() - without)) / double(kept.size()));
 }
 
 }
 
 int main(int argc, char **argv)
 {
-    QCoreApplication application(argc, argv);
-    if (argc > 1 && qstrcmp(argv[1], "--prepare") == 0) {
-        BenchLibrary::prepare();
-        return 0;
-    }
+    using BenchProgram::add;
     add("store.insert/ours", insertOurs);
     add("store.insert/peer", insertPeer);
     add("store.fetch/ours", fetchOurs);
@@ -277,7 +259,5 @@ int main(int argc, char **argv)
     add("store.read-ns/ours", readNanoseconds);
     add("store.row-bytes/ours", rowBytes);
     add("store.object-bytes/ours", objectBytes);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    return 0;
+    return BenchProgram::run(argc, argv);
 }

@@ -1,14 +1,10 @@
 #include <kestrixkit/foundation/KXUndoManager.h>
 
-#include <QAction>
 #include <QThread>
 
 #include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/foundation/KXMainQueue.h>
 #include <kestrixkit/foundation/KXRunCaught_p.h>
-#include <kestrixkit/foundation/KXStringWithFormat.h>
-
-using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -32,11 +28,6 @@ private:
     const void *const m_target;
     const std::function<void()> m_function;
 };
-
-QString undoTitle(const char *plain, const char *format, const QString &name)
-{
-    return name.isEmpty() ? KXLocalizedString(plain) : KXStringWithFormat(KXLocalizedString(format), name);
-}
 
 }
 
@@ -301,34 +292,6 @@ void KXUndoManager::revertLast(Stack &from, Stack &onto, State state)
     Q_EMIT changed();
 }
 
-QString KXUndoManager::undoActionName() const
-{
-    if (m_isOpen && m_ofTurn && !m_step.facts.empty())
-        return m_step.name;
-    return m_undo.empty() || m_announced ? QString() : m_undo.back().name;
-}
-
-QString KXUndoManager::redoActionName() const { return m_redo.empty() ? QString() : m_redo.back().name; }
-QString KXUndoManager::undoMenuItemTitle() const { return undoTitle("Undo", "Undo %@", undoActionName()); }
-QString KXUndoManager::redoMenuItemTitle() const { return undoTitle("Redo", "Redo %@", redoActionName()); }
-QAction *KXUndoManager::createUndoAction(QObject *parent) { return createAction(parent, false); }
-QAction *KXUndoManager::createRedoAction(QObject *parent) { return createAction(parent, true); }
-
-QAction *KXUndoManager::createAction(QObject *parent, bool redoes)
-{
-    auto *action = new QAction(parent);
-    const auto update = [this, action, redoes] {
-        QString title = redoes ? redoMenuItemTitle() : undoMenuItemTitle();
-        action->setText(title.replace(u'&', u"&&"_s)); // a name's own, no shortcut
-        action->setEnabled(redoes ? canRedo() : canUndo());
-    };
-    update();
-    connect(this, &KXUndoManager::changed, action, update);
-    connect(this, &QObject::destroyed, action, [action] { action->setEnabled(false); });
-    connect(action, &QAction::triggered, this, redoes ? &KXUndoManager::redo : &KXUndoManager::undo);
-    return action;
-}
-
 // ----------------------------------------------------------------------------------------------- forgetting
 
 // What is forgotten is destroyed last: it may own the last handle of an object, whose end leads back here.
@@ -372,36 +335,4 @@ void KXUndoManager::setLevelsOfUndo(int levels)
     const Stack undone = trim(m_undo);
     const Stack redone = trim(m_redo);
     Q_EMIT changed();
-}
-
-// --------------------------------------------------------------------------------------------------- guards
-
-KXUndoGroup::KXUndoGroup(KXUndoManager *manager, QString name)
-    : m_manager(manager)
-    , m_name(std::move(name))
-{
-    if (m_manager)
-        m_manager->beginUndoGrouping();
-}
-
-KXUndoGroup::~KXUndoGroup()
-{
-    if (!m_manager)
-        return;
-    if (!m_name.isEmpty())
-        m_manager->setActionName(m_name);
-    m_manager->endUndoGrouping();
-}
-
-KXUndoRegistrationOff::KXUndoRegistrationOff(KXUndoManager *manager)
-    : m_manager(manager)
-{
-    if (m_manager)
-        m_manager->disableUndoRegistration();
-}
-
-KXUndoRegistrationOff::~KXUndoRegistrationOff()
-{
-    if (m_manager)
-        m_manager->enableUndoRegistration();
 }

@@ -10,6 +10,7 @@
 
 #include <kestrixkit/foundation/KXApplication.h>
 #include <kestrixkit/foundation/KXObject.h>
+#include <kestrixkit/foundation/KXUndoGuards.h>
 #include <kestrixkit/foundation/KXWeakRef.h>
 
 QT_BEGIN_NAMESPACE
@@ -178,29 +179,4 @@ private:
     quint64 m_lastSerial = 0;
     quint64 m_lastClosed = 0; ///< serial of the step that a late name goes to; 0 for none
     std::shared_ptr<Boundary> m_boundary;
-};
-
-/// A group for a scope: begun here, named and ended on every way out. A null manager is nothing.
-class KX_CORE_EXPORT KXUndoGroup
-{
-public:
-    explicit KXUndoGroup(KXUndoManager *manager, QString name = {});
-    ~KXUndoGroup();
-    Q_DISABLE_COPY_MOVE(KXUndoGroup)
-
-private:
-    const QPointer<KXUndoManager> m_manager;
-    const QString m_name;
-};
-
-/// Registration switched off for a scope, and on again on every way out. A null manager is nothing.
-class KX_CORE_EXPORT KXUndoRegistrationOff
-{
-public:
-    explicit KXUndoRegistrationOff(KXUndoManager *manager);
-    ~KXUndoRegistrationOff();
-    Q_DISABLE_COPY_MOVE(KXUndoRegistrationOff)
-
-private:
-    const QPointer<KXUndoManager> m_manager;
 };

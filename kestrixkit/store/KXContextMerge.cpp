@@ -76,8 +76,7 @@ void KXManagedObjectContextPrivate::mergeChanges(const KXStoreChange &change)
     };
 
     for (const KXEntityChange &entity : change.entities()) {
-        for (const qint64 key : entity.inserted)
-            did.insertedKeys.append(key);
+        did.insertedKeys.append(entity.inserted);
         for (const KXRowChange &row : entity.updated) {
             Object *found = registered(row.key);
             if (!found || !found->m_values || found->isInserted())

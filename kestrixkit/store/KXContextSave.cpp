@@ -124,11 +124,11 @@ KXError KXContextSaver::validate()
         if (KXError error = validateObject(*update.object))
             return error;
     }
-    for (const KXRef<Object> &object : m_context.deleted) {
+    for (Object *object : m_deleted) {
         for (const KXPropertyDescription &property : object->entity()->properties()) {
-            if (!property.isRelationship() || property.deleteRule() != KXDeleteRule::Deny || !object->isDeleted())
+            if (!property.isRelationship() || property.deleteRule() != KXDeleteRule::Deny)
                 continue;
-            QList<KXRef<Object>> others = property.isToMany() ? m_context.toMany(object.get(), property) : QList { m_context.toOne(object.get(), property) };
+            QList<KXRef<Object>> others = property.isToMany() ? m_context.toMany(object, property) : QList { m_context.toOne(object, property) };
             others.removeIf([](const KXRef<Object> &other) { return !other || other->isDeleted() || other->isMissing(); });
             if (!others.isEmpty())
                 return saveValidationError(*object, property, "still has members, which forbids its deletion"_L1);

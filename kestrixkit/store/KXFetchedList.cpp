@@ -26,7 +26,7 @@ KXManagedObjectID KXFetchedList::objectID(qsizetype index) const
     return KXManagedObjectID(store->identity(), m_data->entity, key(index));
 }
 
-const std::vector<qint64> &KXFetchedList::keys() const
+const std::vector<qint64> &KXFetchedList::keys() const &
 {
     static const std::vector<qint64> none;
     return m_data ? m_data->keys : none;

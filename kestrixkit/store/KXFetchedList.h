@@ -36,7 +36,8 @@ public:
     [[nodiscard]] qint64 key(qsizetype index) const { return m_data->keys[size_t(index)]; }
     [[nodiscard]] KXManagedObjectID objectID(qsizetype index) const;
     /// All keys in the order of the list.
-    [[nodiscard]] const std::vector<qint64> &keys() const;
+    [[nodiscard]] const std::vector<qint64> &keys() const &;
+    [[nodiscard]] std::vector<qint64> keys() && { return std::as_const(*this).keys(); }
 
     class const_iterator
     {

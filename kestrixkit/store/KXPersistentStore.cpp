@@ -26,6 +26,7 @@ std::unique_ptr<KXPersistentStorePrivate> KXPersistentStorePrivate::open(const Q
             KXStringWithFormat("%@ is not the address of a local file", url.toString())));
     }
     const QString path = url.toLocalFile();
+    const bool existed = QFile::exists(path);
     bool fresh = false;
     if (KXError problem = KXStoreSchema::inspectFile(path, fresh))
         return refuse(problem);
@@ -56,7 +57,7 @@ std::unique_ptr<KXPersistentStorePrivate> KXPersistentStorePrivate::open(const Q
         problem = KXStoreSchema::updateIndexes(*writer, *model);
     if (problem) {
         writer.reset();
-        if (fresh) {
+        if (!existed) {
             for (const auto suffix : { ""_L1, "-wal"_L1, "-shm"_L1, "-journal"_L1 })
                 QFile::remove(path + suffix);
         }

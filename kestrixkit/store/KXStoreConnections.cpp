@@ -9,6 +9,9 @@ constexpr int mostReaders = 4;
 /// The log is folded into the file when it has grown to 64 MiB of 4 KiB pages.
 constexpr int checkpointPages = 16 << 10;
 
+/// Readers that the thread has been given, of all stores. An object that is being read may read others.
+constinit thread_local int connectionsReadersOfThread = 0;
+
 /// The operation that asks for a connection and is to interrupt it when it is cancelled from now on; may be null.
 KXAbstractOperation *connectionsCurrentOperation()
 {
@@ -34,7 +37,9 @@ KXStoreConnections::Reader KXStoreConnections::reader(KXError *error)
         if (main) {
             connection = std::move(m_mainIdle);
         } else {
-            m_changed.wait(lock, [this] { return !m_idle.empty() || m_readers < mostReaders; });
+            // Whoever holds one already must get another, or threads that hold them all would wait for one another.
+            const bool isNested = connectionsReadersOfThread > 0;
+            m_changed.wait(lock, [&] { return !m_idle.empty() || m_readers < mostReaders || isNested; });
             if (m_idle.empty()) {
                 ++m_readers;
             } else {
@@ -58,12 +63,14 @@ KXStoreConnections::Reader KXStoreConnections::reader(KXError *error)
             return {};
         }
     }
+    ++connectionsReadersOfThread;
     KXSQLiteConnection *const given = connection.get();
     return Reader(this, std::move(connection), main, connectionsInterruption(operation, given));
 }
 
 void KXStoreConnections::handBack(std::unique_ptr<KXSQLiteConnection> connection, bool main)
 {
+    --connectionsReadersOfThread;
     const std::lock_guard lock(m_mutex);
     if (main) {
         // A query inside a query opened a second connection; one is enough to keep.
@@ -71,7 +78,10 @@ void KXStoreConnections::handBack(std::unique_ptr<KXSQLiteConnection> connection
             m_mainIdle = std::move(connection);
         return;
     }
-    m_idle.push_back(std::move(connection));
+    if (m_readers > mostReaders)
+        --m_readers; // likewise
+    else
+        m_idle.push_back(std::move(connection));
     m_changed.notify_all();
 }
 

@@ -178,7 +178,7 @@ TEST_F(FollowTest, rowsEqualAFreshFetchAndKeepTheirSelection)
     int resets = 0;
     QObject::connect(&model, &QAbstractItemModel::modelReset, [&] { ++resets; });
 
-    const int steps = KXTestRandom::scaled(4000);
+    const int steps = KXTestRandom::scaled(3000);
     for (int step = 0; step < steps && !HasFailure(); ++step) {
         SCOPED_TRACE(step);
         const std::vector<qint64> rowsBefore = model.tracks().keys();

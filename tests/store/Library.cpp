@@ -123,6 +123,12 @@ std::string Library::damage(const QString &path)
     return text == "ok\n" ? std::string() : text;
 }
 
+void Library::write(const QString &path, const QByteArray &bytes)
+{
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size());
+}
+
 void Library::tamper(const QString &path, const char *sql)
 {
     sqlite3 *database = nullptr;

@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include <functional>
+
 #include <QTemporaryDir>
 
 #include <kestrixkit/foundation/KXDecimal.h>
@@ -54,10 +56,16 @@ public:
     KX_TO_MANY(Tag, tags, Tags)
 
     int awakened = 0;
+    static inline std::function<void(Track &)> whenAwakened;
     int prepared = 0;
 
 protected:
-    void awakeFromFetch() override { ++awakened; }
+    void awakeFromFetch() override
+    {
+        ++awakened;
+        if (whenAwakened)
+            whenAwakened(*this);
+    }
     void awakeFromInsert() override { ++awakened; }
     void prepareForDeletion() override { ++prepared; }
 };
@@ -99,6 +107,8 @@ QStringList dump(KXManagedObjectContext &context);
 
 /// What SQLite says against the file; empty where it is sound.
 std::string damage(const QString &path);
+/// Makes a file of those bytes.
+void write(const QString &path, const QByteArray &bytes);
 /// Runs SQL on the file behind the framework's back.
 void tamper(const QString &path, const char *sql);
 

@@ -4,7 +4,6 @@
 
 #include <QDir>
 #include <QFile>
-#include <QJsonDocument>
 #include <QRandomGenerator>
 #include <gtest/gtest.h>
 
@@ -22,20 +21,21 @@
 
 using namespace Qt::StringLiterals;
 using Coordinator = KXPersistentStoreCoordinator;
-using Property = KXPropertyDescription;
 
 namespace {
 
 KXManagedObjectModel::Ref otherModel()
 {
-    return KXManagedObjectModel::make({ KXEntityDescription(u"Track"_s).add(Property::attribute(u"title"_s, KXAttributeType::String)) });
+    return KXManagedObjectModel::make(
+        { KXEntityDescription(u"Track"_s).add(KXPropertyDescription::attribute(u"title"_s, KXAttributeType::String)) });
 }
 
 /// The files of a folder and what is in them. The log's index and an empty log say nothing and do not count.
 QMap<QString, QByteArray> contents(const QString &folder)
 {
     QMap<QString, QByteArray> files;
-    for (const QString &name : QDir(folder).entryList(QDir::AllEntries | QDir::System | QDir::Hidden | QDir::NoDotAndDotDot)) {
+    for (const QString &name :
+        QDir(folder).entryList(QDir::AllEntries | QDir::System | QDir::Hidden | QDir::NoDotAndDotDot)) {
         QFile file(folder + u'/' + name);
         const QByteArray bytes = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("not readable");
         if (!name.endsWith("-shm"_L1) && !(name.endsWith("-wal"_L1) && bytes.isEmpty()))
@@ -44,16 +44,11 @@ QMap<QString, QByteArray> contents(const QString &folder)
     return files;
 }
 
-void writeFile(const QString &path, const QByteArray &bytes)
-{
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size());
-}
-
 /// A store with a track in it, closed.
 void makeStore(const QString &path)
 {
-    const auto coordinator = Coordinator::persistentStoreCoordinatorWithStoreURL(QUrl::fromLocalFile(path), Library::model());
+    const auto coordinator
+        = Coordinator::persistentStoreCoordinatorWithStoreURL(QUrl::fromLocalFile(path), Library::model());
     const auto context = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
     Track::createInContext(*context)->setTitle(u"kept"_s);
     ASSERT_TRUE(context->save());
@@ -61,16 +56,22 @@ void makeStore(const QString &path)
 
 qint64 tracksIn(const QString &path)
 {
-    const auto coordinator = Coordinator::persistentStoreCoordinatorWithStoreURL(QUrl::fromLocalFile(path), Library::model());
-    return coordinator ? Track::countOfInContext(*KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator)) : -1;
+    const auto coordinator
+        = Coordinator::persistentStoreCoordinatorWithStoreURL(QUrl::fromLocalFile(path), Library::model());
+    return coordinator
+        ? Track::countOfInContext(*KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator))
+        : -1;
 }
+
+} // namespace
 
 /// Counts what would be shown to the user and end the application.
 struct Presented
 {
     QList<KXError> errors;
     int terminations = 0;
-    KXScopeToken presenting = KXApplication::setPresentErrorHandler([this](const KXError &error) { errors.append(error); });
+    KXScopeToken presenting
+        = KXApplication::setPresentErrorHandler([this](const KXError &error) { errors.append(error); });
     KXScopeToken terminating = KXApplication::setTerminateHandler([this] { ++terminations; });
 };
 
@@ -86,7 +87,8 @@ protected:
     }
     ~OpeningByName() override
     {
-        for (const auto key : { KLNSManagedObjectContextMainThreadKey, KLNSPersistentStoreCoordinatorMainThreadKey, KXNSManagedObjectModelMainThreadKey })
+        for (const auto key : { KLNSManagedObjectContextMainThreadKey, KLNSPersistentStoreCoordinatorMainThreadKey,
+                 KXNSManagedObjectModelMainThreadKey })
             KXMainThreadDictionary::remove(key);
         KXBundle::mainBundle().setName({});
         qputenv("XDG_DATA_HOME", dataBefore);
@@ -97,8 +99,6 @@ protected:
     const QByteArray dataBefore = qgetenv("XDG_DATA_HOME");
     Presented presented;
 };
-
-} // namespace
 
 TEST(Opening, refusesWhatIsNoStoreAndLeavesItUntouched)
 {
@@ -125,15 +125,22 @@ TEST(Opening, refusesWhatIsNoStoreAndLeavesItUntouched)
     using namespace KXStoreErrorCode;
     const Row rows[] = {
         { "a folder", CannotOpen, [](const QString &path) { QDir().mkpath(path); } },
-        { "a link that leads nowhere", CannotOpen, [](const QString &path) { QFile::link(u"/nowhere/at/all"_s, path); } },
-        { "a text", NotAStore, [](const QString &path) { writeFile(path, "SQLite format 3 is what this text begins with.\n"); } },
-        { "noise", NotAStore, [](const QString &path) {
-             QByteArray noise(8192, '\0');
-             QRandomGenerator(1).fillRange(reinterpret_cast<quint32 *>(noise.data()), 2048);
-             writeFile(path, noise);
-         } },
-        { "another program's database", NotAStore, [](const QString &path) { Library::tamper(path, "PRAGMA journal_mode=WAL; CREATE TABLE t(x); INSERT INTO t VALUES(1)"); } },
-        { "nothing but the start of a header", NotAStore, [](const QString &path) { writeFile(path, QByteArray("SQLite format 3\0\x10\0", 18)); } },
+        { "a link that leads nowhere", CannotOpen,
+            [](const QString &path) { QFile::link(u"/nowhere/at/all"_s, path); } },
+        { "a text", NotAStore,
+            [](const QString &path) { Library::write(path, "SQLite format 3 is what this text begins with.\n"); } },
+        { "noise", NotAStore,
+            [](const QString &path) {
+                QByteArray noise(8192, '\0');
+                QRandomGenerator(1).fillRange(reinterpret_cast<quint32 *>(noise.data()), 2048);
+                Library::write(path, noise);
+            } },
+        { "another program's database", NotAStore,
+            [](const QString &path) {
+                Library::tamper(path, "PRAGMA journal_mode=WAL; CREATE TABLE t(x); INSERT INTO t VALUES(1)");
+            } },
+        { "nothing but the start of a header", NotAStore,
+            [](const QString &path) { Library::write(path, QByteArray("SQLite format 3\0\x10\0", 18)); } },
         { "a store cut in the middle", Damaged, damaged([](QFile &file) { file.resize(file.size() / 2); }) },
         { "a store whose first page is overwritten", Damaged, damaged([](QFile &file) {
              file.seek(100);
@@ -148,11 +155,15 @@ TEST(Opening, refusesWhatIsNoStoreAndLeavesItUntouched)
         { "no identity", Damaged, tampered("DELETE FROM kx_metadata WHERE key = 'uuid'") },
         { "no hashes", Damaged, tampered("UPDATE kx_metadata SET value = '{' WHERE key = 'hashes'") },
         { "no metadata", Damaged, tampered("DROP TABLE kx_metadata") },
-        { "another model", IncompatibleModel, tampered("UPDATE kx_metadata SET value = replace(value, '\"Track\":\"', '\"Track\":\"00') WHERE key = 'hashes'") },
-        { "another model, in another journal mode", IncompatibleModel, [](const QString &path) {
-             ASSERT_TRUE(Coordinator::persistentStoreCoordinatorWithStoreURL(QUrl::fromLocalFile(path), otherModel()));
-             Library::tamper(path, "PRAGMA journal_mode=DELETE");
-         } },
+        { "another model", IncompatibleModel,
+            tampered("UPDATE kx_metadata SET value = replace(value, '\"Track\":\"', '\"Track\":\"00') WHERE key = "
+                     "'hashes'") },
+        { "another model, in another journal mode", IncompatibleModel,
+            [](const QString &path) {
+                ASSERT_TRUE(
+                    Coordinator::persistentStoreCoordinatorWithStoreURL(QUrl::fromLocalFile(path), otherModel()));
+                Library::tamper(path, "PRAGMA journal_mode=DELETE");
+            } },
     };
     for (const Row &row : rows) {
         SCOPED_TRACE(row.what);
@@ -163,7 +174,8 @@ TEST(Opening, refusesWhatIsNoStoreAndLeavesItUntouched)
         Presented presented;
         const KXTestLog log;
         KXError error;
-        EXPECT_FALSE(Coordinator::persistentStoreCoordinatorWithStoreURL(QUrl::fromLocalFile(path), Library::model(), &error));
+        EXPECT_FALSE(
+            Coordinator::persistentStoreCoordinatorWithStoreURL(QUrl::fromLocalFile(path), Library::model(), &error));
         EXPECT_EQ(error.code(), row.code) << error.localizedDescription().toStdString();
         EXPECT_TRUE(log.contains(u"Failed to create Persistent Store - "_s + error.localizedDescription()));
         EXPECT_EQ(contents(folder.path()), before);
@@ -176,7 +188,8 @@ TEST(Opening, refusesPlacesWhereNoStoreCanBe)
     const KXTestLog log;
     const QTemporaryDir folder;
     KXError error;
-    for (const QUrl &url : { QUrl::fromLocalFile(folder.filePath(u"missing/library.db"_s)), QUrl(u"https://example.com/library.db"_s), QUrl() }) {
+    for (const QUrl &url : { QUrl::fromLocalFile(folder.filePath(u"missing/library.db"_s)),
+             QUrl(u"https://example.com/library.db"_s), QUrl() }) {
         EXPECT_FALSE(Coordinator::persistentStoreCoordinatorWithStoreURL(url, Library::model(), &error));
         EXPECT_EQ(error.code(), KXStoreErrorCode::CannotOpen) << url.toString().toStdString();
         EXPECT_FALSE(KXManagedObjectContext::contextWithStoreURL(url, {}, {}, &error));
@@ -186,9 +199,11 @@ TEST(Opening, refusesPlacesWhereNoStoreCanBe)
     // What the system would say of a file or folder without permission.
     const QString path = folder.filePath(u"library.db"_s);
     FaultVfs vfs;
-    for (const auto &[nth, code, expected] : { std::tuple(1, SQLITE_CANTOPEN, KXStoreErrorCode::CannotOpen), { 2, SQLITE_READONLY, KXStoreErrorCode::ReadOnly } }) {
+    for (const auto &[nth, code, expected] : { std::tuple(1, SQLITE_CANTOPEN, KXStoreErrorCode::CannotOpen),
+             { 2, SQLITE_READONLY, KXStoreErrorCode::ReadOnly } }) {
         vfs.failAt(nth, code, true);
-        EXPECT_FALSE(Coordinator::persistentStoreCoordinatorWithStoreURL(QUrl::fromLocalFile(path), Library::model(), &error, vfs.name()));
+        EXPECT_FALSE(Coordinator::persistentStoreCoordinatorWithStoreURL(
+            QUrl::fromLocalFile(path), Library::model(), &error, vfs.name()));
         EXPECT_EQ(error.code(), expected) << error.localizedDescription().toStdString();
         EXPECT_TRUE(contents(folder.path()).isEmpty());
     }
@@ -204,9 +219,11 @@ TEST(Opening, refusesFilesThatMayNotBeReadOrWritten)
     KXError error;
     makeStore(path);
     const auto before = contents(folder.path());
-    for (const auto &[permissions, expected] : { std::pair(QFile::Permissions(), KXStoreErrorCode::CannotOpen), { QFile::ReadOwner, KXStoreErrorCode::ReadOnly } }) {
+    for (const auto &[permissions, expected] : { std::pair(QFile::Permissions(), KXStoreErrorCode::CannotOpen),
+             { QFile::ReadOwner, KXStoreErrorCode::ReadOnly } }) {
         QFile::setPermissions(path, permissions);
-        EXPECT_FALSE(Coordinator::persistentStoreCoordinatorWithStoreURL(QUrl::fromLocalFile(path), Library::model(), &error));
+        EXPECT_FALSE(
+            Coordinator::persistentStoreCoordinatorWithStoreURL(QUrl::fromLocalFile(path), Library::model(), &error));
         EXPECT_EQ(error.code(), expected);
     }
     QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner);
@@ -221,9 +238,11 @@ TEST(Opening, leavesNothingBehindWhereTheDiskIsFull)
         for (qint64 nth = 1;; ++nth) {
             const QTemporaryDir folder;
             const QString path = folder.filePath(u"library.db"_s);
-            vfs.failAt(nth, code, true, code == SQLITE_FULL ? FaultVfs::Write | FaultVfs::OpenForWriting : FaultVfs::All);
+            vfs.failAt(
+                nth, code, true, code == SQLITE_FULL ? FaultVfs::Write | FaultVfs::OpenForWriting : FaultVfs::All);
             KXError error;
-            const auto coordinator = Coordinator::persistentStoreCoordinatorWithStoreURL(QUrl::fromLocalFile(path), Library::model(), &error, vfs.name());
+            const auto coordinator = Coordinator::persistentStoreCoordinatorWithStoreURL(
+                QUrl::fromLocalFile(path), Library::model(), &error, vfs.name());
             if (!vfs.hasFailed()) {
                 EXPECT_GT(nth, 10);
                 break;
@@ -234,7 +253,8 @@ TEST(Opening, leavesNothingBehindWhereTheDiskIsFull)
             }
             vfs.heal();
             // Another try succeeds once there is room.
-            EXPECT_TRUE(Coordinator::persistentStoreCoordinatorWithStoreURL(QUrl::fromLocalFile(path), Library::model(), &error, vfs.name()))
+            EXPECT_TRUE(Coordinator::persistentStoreCoordinatorWithStoreURL(
+                QUrl::fromLocalFile(path), Library::model(), &error, vfs.name()))
                 << "operation " << nth << ": " << error.localizedDescription().toStdString();
         }
     }
@@ -244,12 +264,14 @@ TEST(Opening, makesStoresOfEmptyFilesAndOfCreationsCutShort)
 {
     const QTemporaryDir folder;
     const QString path = folder.filePath(u"Empty & ünlike a name?.db"_s);
-    writeFile(path, {});
+    Library::write(path, {});
     EXPECT_EQ(tracksIn(path), 0);
     EXPECT_EQ(Library::damage(path), "");
 
     const QString marked = folder.filePath(u"marked.db"_s);
-    Library::tamper(marked, ("PRAGMA application_id=" + QByteArray::number(KXStoreSchema::ApplicationId)).constData()); // the mark is written, then the power went
+    Library::tamper(marked,
+        ("PRAGMA application_id=" + QByteArray::number(KXStoreSchema::ApplicationId))
+            .constData()); // the mark is written, then the power went
     EXPECT_EQ(tracksIn(marked), 0);
     makeStore(path);
     EXPECT_EQ(tracksIn(path), 1) << "the name alone makes no new store";
@@ -272,7 +294,8 @@ TEST(Opening, refusesAnIncompatibleStoreWithALogThatIsNotFoldedIn)
     const KXTestLog log;
     KXError error;
     for (int i = 0; i < 2; ++i) {
-        EXPECT_FALSE(Coordinator::persistentStoreCoordinatorWithStoreURL(QUrl::fromLocalFile(path), otherModel(), &error));
+        EXPECT_FALSE(
+            Coordinator::persistentStoreCoordinatorWithStoreURL(QUrl::fromLocalFile(path), otherModel(), &error));
         EXPECT_EQ(error.code(), 134100);
         EXPECT_EQ(contents(folder.path()), before);
     }
@@ -363,17 +386,24 @@ TEST_F(OpeningByName, presentsWhyItCannotAndGoesOnWithoutStore)
 {
     using Make = std::function<void()>;
     const std::tuple<const char *, int, Make> rows[] = {
-        { "a file that is no store", KXStoreErrorCode::NotAStore, [this] { writeFile(path(), "something else"); } },
-        { "a store of another model", KXStoreErrorCode::IncompatibleModel, [this] { makeStore(path()); KXManagedObjectModel::setManagedObjectModel(otherModel()); } },
+        { "a file that is no store", KXStoreErrorCode::NotAStore,
+            [this] { Library::write(path(), "something else"); } },
+        { "a store of another model", KXStoreErrorCode::IncompatibleModel,
+            [this] {
+                makeStore(path());
+                KXManagedObjectModel::setManagedObjectModel(otherModel());
+            } },
         { "no model", KXStoreErrorCode::CannotOpen, [] { KXManagedObjectModel::setManagedObjectModel(nullptr); } },
-        { "a file where the support folder should be", KXStoreErrorCode::CannotOpen, [this] {
-             QDir(data.filePath(u"Crates"_s)).removeRecursively();
-             writeFile(data.filePath(u"Crates"_s), "a file");
-         } },
-        { "a support folder that cannot be made", 0, [this] {
-             writeFile(data.filePath(u"plain"_s), {});
-             qputenv("XDG_DATA_HOME", data.filePath(u"plain"_s).toLocal8Bit());
-         } },
+        { "a file where the support folder should be", KXStoreErrorCode::CannotOpen,
+            [this] {
+                QDir(data.filePath(u"Crates"_s)).removeRecursively();
+                Library::write(data.filePath(u"Crates"_s), "a file");
+            } },
+        { "a support folder that cannot be made", 0,
+            [this] {
+                Library::write(data.filePath(u"plain"_s), {});
+                qputenv("XDG_DATA_HOME", data.filePath(u"plain"_s).toLocal8Bit());
+            } },
     };
     const KXTestLog log;
     for (const auto &[what, code, make] : rows) {
@@ -390,7 +420,8 @@ TEST_F(OpeningByName, presentsWhyItCannotAndGoesOnWithoutStore)
         EXPECT_EQ(presented.terminations, 1);
         if (code && !presented.errors.isEmpty()) {
             EXPECT_EQ(presented.errors[0].code(), code) << presented.errors[0].localizedDescription().toStdString();
-            EXPECT_TRUE(log.contains(u"Failed to create Persistent Store - "_s + presented.errors[0].localizedDescription()));
+            EXPECT_TRUE(
+                log.contains(u"Failed to create Persistent Store - "_s + presented.errors[0].localizedDescription()));
         }
 
         // Nothing can be done with it, but nothing crashes.
@@ -411,7 +442,8 @@ TEST_F(OpeningByName, presentsWhyItCannotAndGoesOnWithoutStore)
         EXPECT_EQ(context->countForEntity(u"Track"_s), 0);
         EXPECT_FALSE(context->fetchFirstForEntity(u"Track"_s, {}));
         EXPECT_FALSE(context->managedObjectForEntity(u"Track"_s, &error));
-        EXPECT_TRUE(context->objectInstancesFromURIRepresentations({ QUrl(u"x-kestrix-store://a/Track/p1"_s) }).isEmpty());
+        EXPECT_TRUE(
+            context->objectInstancesFromURIRepresentations({ QUrl(u"x-kestrix-store://a/Track/p1"_s) }).isEmpty());
         const auto temporary = context->temporaryInstanceOfEntity(u"Track"_s);
         temporary->setValueForKey(u"title"_s, u"only in memory"_s);
         EXPECT_EQ(temporary->valueForKey(u"title"_s), u"only in memory"_s);
@@ -420,93 +452,4 @@ TEST_F(OpeningByName, presentsWhyItCannotAndGoesOnWithoutStore)
         context->rollback();
     }
     KXManagedObjectContext::setupMainContext(); // no model to fall back on was left behind by the last row
-}
-
-TEST(Models, roundTripAsJSON)
-{
-    KXError error;
-    const auto model = KXManagedObjectModel::modelWithJSON(Library::model()->toJSON(), &error);
-    ASSERT_TRUE(model) << error.localizedDescription().toStdString();
-    EXPECT_EQ(model->versionHashes(), Library::model()->versionHashes());
-    EXPECT_EQ(model->toJSON(), Library::model()->toJSON());
-    EXPECT_EQ(model->fetchTemplate(u"commentedBy"_s).predicate.predicateFormat(), Library::model()->fetchTemplate(u"commentedBy"_s).predicate.predicateFormat());
-    const Property *rule = model->entity(u"Tag"_s)->property(u"members");
-    EXPECT_EQ(rule->deleteRule(), KXDeleteRule::Deny);
-    EXPECT_EQ(model->entity(u"Producer"_s)->property(u"name")->defaultValue(), QVariant(u"Nobody"_s));
-    EXPECT_EQ(model->entity(u"Person"_s)->residence(), KXResidence::Resident);
-
-    // The order of declaration does not make another model; the type, the optionality and the inverse do.
-    const auto hash = [](const Property &a, const Property &b) {
-        return KXManagedObjectModel::make({ KXEntityDescription(u"E"_s).add(a).add(b) })->versionHashes().value(u"E"_s);
-    };
-    const Property a = Property::attribute(u"a"_s, KXAttributeType::Integer32);
-    const Property b = Property::attribute(u"b"_s, KXAttributeType::Integer32);
-    EXPECT_EQ(hash(a, b), hash(b, a));
-    EXPECT_EQ(hash(Property(a).indexed(), b), hash(a, b));
-    EXPECT_NE(hash(Property(a).required(), b), hash(a, b));
-    EXPECT_NE(hash(Property::attribute(u"a"_s, KXAttributeType::Integer64), b), hash(a, b));
-}
-
-TEST(Models, mergeTheCurrentVersionsOfTheBundles)
-{
-    const QTemporaryDir folder;
-    KXBundle &bundle = KXBundle::mainBundle();
-    const QStringList before = bundle.resourceFolders();
-    struct Restore
-    {
-        KXBundle &bundle;
-        const QStringList folders;
-        ~Restore() { bundle.setResourceFolders(folders); }
-    } restore { bundle, before };
-    bundle.setResourceFolders({ folder.path() });
-    const auto model = [](const char *attribute, const char *entity = "Crate") {
-        return QByteArray(R"({"entities": [{"name": ")") + entity + R"(", "attributes": [{"name": ")" + attribute + R"(", "type": "string"}]}]})";
-    };
-    KXError error;
-    EXPECT_FALSE(KXManagedObjectModel::mergedModelFromBundles({ &bundle }, &error));
-    EXPECT_TRUE(error);
-
-    QDir(folder.path()).mkdir(u"Crates.momd"_s);
-    writeFile(folder.filePath(u"Crates.momd/Crates.mom"_s), model("first"));
-    writeFile(folder.filePath(u"Crates.momd/Crates 2.mom"_s), model("second"));
-    writeFile(folder.filePath(u"Crates.momd/Crates 3.mom"_s), model("third"));
-    writeFile(folder.filePath(u"Labels.mom"_s), model("name", "Label"));
-    const auto attribute = [](const char *entity) {
-        KXError problem;
-        const auto merged = KXManagedObjectModel::mergedModelFromBundles({}, &problem);
-        return merged && merged->entity(QString::fromLatin1(entity)) ? merged->entity(QString::fromLatin1(entity))->properties().first().name() : problem.localizedDescription();
-    };
-    writeFile(folder.filePath(u"Crates.momd/current"_s), "Crates 2.mom\n");
-    EXPECT_EQ(attribute("Crate"), u"second"_s);
-    EXPECT_EQ(attribute("Label"), u"name"_s);
-    writeFile(folder.filePath(u"Crates.momd/current"_s), "Crates 9.mom\n");
-    EXPECT_EQ(attribute("Crate"), u"first"_s) << "sorts last";
-    const auto coordinator = Coordinator::persistentStoreCoordinatorWithStoreURL(QUrl::fromLocalFile(folder.filePath(u"store.db"_s)), QList<const KXBundle *> {}, {}, &error);
-    ASSERT_TRUE(coordinator);
-    EXPECT_TRUE(KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator)->managedObjectForEntity(u"Crate"_s)->setValueForKey(u"first"_s, u"x"_s));
-
-    // The same entity in two models must be the same.
-    writeFile(folder.filePath(u"More.mom"_s), model("first"));
-    EXPECT_EQ(attribute("Crate"), u"first"_s);
-    writeFile(folder.filePath(u"More.mom"_s), model("other"));
-    EXPECT_TRUE(attribute("Crate").contains(u"Crate"_s));
-
-    const char *const bad[] = { "", "[]", "{\"entities\": [", R"({"entities": [{"name": ""}]})", R"({"entities": [{"name": "A", "parent": "B"}]})",
-        R"({"entities": [{"name": "A", "attributes": [{"name": "a", "type": "text"}]}]})",
-        R"({"entities": [{"name": "A", "attributes": [{"name": "kx_id", "type": "string"}]}]})",
-        R"({"entities": [{"name": "A"}, {"name": "A"}]})",
-        R"({"entities": [{"name": "A", "relationships": [{"name": "r", "destination": "B"}]}]})",
-        R"({"entities": [{"name": "A", "relationships": [{"name": "r", "destination": "A", "inverse": "s"}]}]})",
-        R"({"entities": [{"name": "A"}], "templates": [{"name": "t", "entity": "A", "predicate": "x =="}]})" };
-    const KXTestLog log;
-    for (const char *json : bad) {
-        const QString path = folder.filePath(u"Bad.mom"_s);
-        writeFile(path, json);
-        error = {};
-        EXPECT_FALSE(KXManagedObjectModel::modelWithContentsOfFile(path, &error)) << json;
-        EXPECT_TRUE(error.localizedDescription().contains(path)) << json;
-        EXPECT_FALSE(Coordinator::persistentStoreCoordinatorWithStoreURL(QUrl::fromLocalFile(folder.filePath(u"store.db"_s)), QList<const KXBundle *> {}, {}, &error));
-    }
-    EXPECT_FALSE(KXManagedObjectModel::modelWithContentsOfFile(folder.filePath(u"missing.mom"_s), &error));
-    EXPECT_TRUE(error.localizedDescription().contains(u"missing.mom"_s));
 }

@@ -469,6 +469,31 @@ TEST(StoreOperations, aCancelledSaveLeavesItsChangesForAnotherTry)
     EXPECT_FALSE(log.contains(u"Rolling back"_s));
 }
 
+TEST(StoreOperations, objectsMayReadOthersWhileTheyAreRead)
+{
+    constexpr int threads = 6;
+    Tracks library(threads);
+    // As many as get a reader at all stand in the midst of a read before each begins another.
+    std::latch allReaders(4);
+    std::atomic<int> begun { 0 };
+    std::atomic<int> right { 0 };
+    Track::whenAwakened = [&](Track &track) {
+        if (begun++ < 4)
+            allReaders.arrive_and_wait();
+        right += track.managedObjectContext()->countForEntity(u"Track"_s) == threads;
+    };
+    KXOperationQueue queue;
+    queue.setMaxConcurrentOperationCount(threads);
+    for (int i = 0; i < threads; ++i) {
+        queue.addOperation(std::make_shared<Work>(library.context, [&](Work &self) {
+            EXPECT_EQ(Track::findFirstUsingPredicate(KXPredicate::predicateWithFormat("title == %@", u"a"_s), *self.localContext())->title(), u"a"_s);
+        }));
+    }
+    queue.waitUntilAllOperationsAreFinished();
+    Track::whenAwakened = nullptr;
+    EXPECT_GE(right, threads);
+}
+
 // Operations come and go on the same few readers while they are cancelled at random: what was not cancelled is right.
 TEST(StoreOperations, interruptionsHitNobodyElse)
 {

@@ -60,7 +60,8 @@ public:
             for (const auto &object : list) {
                 const Row row = rows->value(object->objectID().key());
                 for (auto it = row.values.begin(); it != row.values.end(); ++it)
-                    EXPECT_EQ(object->valueForKey(it.key()).toString(), it.value().toString()) << it.key().toStdString();
+                    EXPECT_EQ(object->valueForKey(it.key()).toString(), it.value().toString())
+                        << it.key().toStdString();
                 if (const auto genre = Genre::cast(object)) {
                     QSet<qint64> tracks;
                     for (const auto &track : genre->tracks())
@@ -107,7 +108,8 @@ private:
 void work(const KXPersistentStoreCoordinator::Ref &coordinator, quint64 seed, int saves)
 {
     std::mt19937_64 random(seed);
-    const auto below = [&random](qsizetype end) { return std::uniform_int_distribution<qsizetype>(0, end - 1)(random); };
+    const auto below
+        = [&random](qsizetype end) { return std::uniform_int_distribution<qsizetype>(0, end - 1)(random); };
     const auto context = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
     for (int save = 0; save < saves; ++save) {
         const KXFetchedList tracks = context->fetchAllForEntity(u"Track"_s);
@@ -207,13 +209,15 @@ TEST(Threads, theMainThreadSavesBeforeThoseWhoWait)
         QUrl::fromLocalFile(folder.filePath(u"library.db"_s)), Library::model(), nullptr, vfs.name());
     ASSERT_TRUE(coordinator);
     QList<const void *> order; // in which the contexts saved
-    const auto token = coordinator->addChangeObserver([&](const auto &change) { order.append(change->originatingContext()); });
+    const auto token
+        = coordinator->addChangeObserver([&](const auto &change) { order.append(change->originatingContext()); });
 
     constexpr int savers = 4; // the first holds the writer, the others queue up behind it
     std::vector<std::thread> threads;
     std::vector<const void *> contexts(savers);
     std::latch ready(savers);
-    std::counting_semaphore<> go[savers] { std::counting_semaphore<>(0), std::counting_semaphore<>(0), std::counting_semaphore<>(0), std::counting_semaphore<>(0) };
+    std::counting_semaphore<> go[savers] { std::counting_semaphore<>(0), std::counting_semaphore<>(0),
+        std::counting_semaphore<>(0), std::counting_semaphore<>(0) };
     for (int i = 0; i < savers; ++i) {
         threads.emplace_back([&, i] {
             const auto context = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);

@@ -10,36 +10,20 @@
 #include <kestrixkit/store/KXPersistentStore.h>
 
 #include "store/Library.h"
+#include "store/PlainModel.h"
 #include "support/KXTestLog.h"
 #include "support/KXTestPrint.h"
 #include "support/KXTestRandom.h"
 
 using namespace Qt::StringLiterals;
-using Key = qint64;
+using Key = PlainModel::Key;
 using Property = KXPropertyDescription;
+using PlainModel::Edit;
+using PlainModel::Pending;
+using PlainModel::Row;
+using PlainModel::Rows;
 
 namespace {
-
-/// An object as the model sees it.
-struct Row
-{
-    const KXEntityDescription *entity = nullptr;
-    QMap<QString, QVariant> values; // without those that are absent
-    QMap<QString, QSet<Key>> links; // without those that are empty
-
-    bool operator==(const Row &) const = default;
-};
-
-using Rows = std::map<Key, Row>;
-
-/// What a context has not saved yet of one object.
-struct Pending
-{
-    std::optional<Row> base; ///< when it was first changed; none for a new object
-    std::optional<Row> now; ///< none once deleted
-    std::optional<Row> last; ///< what a deleted one was
-    bool linked = false; ///< its relationships changed, or it is new or deleted: the other context keeps away
-};
 
 /// A context and what the model knows of it.
 struct Side
@@ -48,83 +32,14 @@ struct Side
     std::map<Key, Pending> pending;
 };
 
-/// Changes that an operation would make, kept apart until it is known whether it may be made.
-class Edit
-{
-public:
-    explicit Edit(const Rows &view) : m_view(view) { }
-
-    /// nullptr for what is not there.
-    Row *row(Key key)
-    {
-        if (const auto found = changed.find(key); found != changed.end())
-            return found->second ? &*found->second : nullptr;
-        const auto found = m_view.find(key);
-        return found == m_view.end() ? nullptr : &*(changed[key] = found->second);
-    }
-
-    void link(Key from, const Property &property, Key to)
-    {
-        if (row(from)->links[property.name()].contains(to))
-            return;
-        const Property *inverse = property.inverse();
-        if (property.isToOne())
-            unlinkAll(from, property);
-        if (inverse && inverse->isToOne())
-            unlinkAll(to, *inverse);
-        row(from)->links[property.name()].insert(to);
-        if (inverse)
-            row(to)->links[inverse->name()].insert(from);
-    }
-
-    void unlink(Key from, const Property &property, Key to)
-    {
-        drop(from, property.name(), to);
-        if (property.inverse())
-            drop(to, property.inverse()->name(), from);
-    }
-
-    void remove(Key key)
-    {
-        if (!row(key))
-            return;
-        const Row before = *row(key);
-        changed[key] = std::nullopt;
-        for (const Property &property : before.entity->properties()) {
-            if (!property.isRelationship() || property.deleteRule() == KXDeleteRule::Deny)
-                continue;
-            for (const Key other : before.links.value(property.name())) {
-                if (property.deleteRule() == KXDeleteRule::Cascade)
-                    remove(other);
-                if (property.inverse())
-                    drop(other, property.inverse()->name(), key);
-            }
-        }
-    }
-
-    std::map<Key, std::optional<Row>> changed;
-
-private:
-    void drop(Key from, const QString &name, Key to)
-    {
-        Row *const holder = row(from);
-        if (holder && holder->links.contains(name) && holder->links[name].remove(to) && holder->links[name].isEmpty())
-            holder->links.remove(name);
-    }
-
-    void unlinkAll(Key from, const Property &property)
-    {
-        for (const Key other : QSet<Key>(row(from)->links.value(property.name())))
-            unlink(from, property, other);
-    }
-
-    const Rows &m_view;
-};
-
 class Walk
 {
 public:
-    explicit Walk(KXTestRandom &r) : random(r) { reopen(); }
+    explicit Walk(KXTestRandom &r)
+        : random(r)
+    {
+        reopen();
+    }
 
     /// One random step in one of the contexts.
     void step()
@@ -152,7 +67,7 @@ public:
     }
 
 private:
-    template<typename Container> const auto &oneOf(const Container &container)
+    template <typename Container> const auto &oneOf(const Container &container)
     {
         return *std::next(std::begin(container), random.between<ptrdiff_t>(0, ptrdiff_t(std::size(container)) - 1));
     }
@@ -191,7 +106,8 @@ private:
         Row row { object.entity(), {}, {} };
         for (const Property &property : object.entity()->properties()) {
             if (property.isAttribute()) {
-                if (const QVariant value = object.valueForKey(property.name()); value.isValid() && !property.isTransient())
+                if (const QVariant value = object.valueForKey(property.name());
+                    value.isValid() && !property.isTransient())
                     row.values[property.name()] = value;
                 continue;
             }
@@ -234,7 +150,8 @@ private:
         ASSERT_TRUE(held);
         const Row found = withoutGone(rowOf(*held), view);
         const Row wanted = withoutGone(expected, view);
-        EXPECT_TRUE(found == wanted) << when << ": object " << key << "\nfound  " << text(found) << "\nwanted " << text(wanted);
+        EXPECT_TRUE(found == wanted) << when << ": object " << key << "\nfound  " << text(found) << "\nwanted "
+                                     << text(wanted);
     }
 
     void apply(const Edit &edit, bool linked)
@@ -254,9 +171,8 @@ private:
     /// Relationships change only where the other context has nothing unsaved, and nothing that is gone is involved.
     bool mayApply(const Edit &edit) const
     {
-        return std::none_of(edit.changed.begin(), edit.changed.end(), [this](const auto &change) {
-            return other().pending.contains(change.first) || isContested(change.first);
-        });
+        return std::none_of(edit.changed.begin(), edit.changed.end(),
+            [this](const auto &change) { return other().pending.contains(change.first) || isContested(change.first); });
     }
 
     void insert()
@@ -285,14 +201,18 @@ private:
         QList<const Property *> attributes;
         for (const Property &property : row.entity->properties()) {
             const auto type = property.type();
-            if (property.isAttribute() && !property.isTransient() && (type == KXAttributeType::String || type == KXAttributeType::Double || type == KXAttributeType::Integer64))
+            if (property.isAttribute() && !property.isTransient()
+                && (type == KXAttributeType::String || type == KXAttributeType::Double
+                    || type == KXAttributeType::Integer64))
                 attributes.append(&property);
         }
         const Property &property = *oneOf(attributes);
         QVariant value;
         if (!property.isOptional() || random.chance(0.8)) {
             const int number = random.between(0, 9);
-            value = property.type() == KXAttributeType::String ? QVariant(QString::number(number)) : property.type() == KXAttributeType::Double ? QVariant(double(number)) : QVariant(qint64(number));
+            value = property.type() == KXAttributeType::String ? QVariant(QString::number(number))
+                : property.type() == KXAttributeType::Double   ? QVariant(double(number))
+                                                               : QVariant(qint64(number));
         }
         Edit edit(rows);
         if (value.isValid())
@@ -339,7 +259,9 @@ private:
                 held->setValueForKey(property.name(), {});
             } else {
                 QVariantList rest = held->valueForKey(property.name()).toList();
-                rest.removeIf([gone](const QVariant &member) { return member.value<KXRef<KXManagedObject>>()->objectID().key() == gone; });
+                rest.removeIf([gone](const QVariant &member) {
+                    return member.value<KXRef<KXManagedObject>>()->objectID().key() == gone;
+                });
                 held->setValueForKey(property.name(), rest);
             }
         } else {
@@ -360,11 +282,14 @@ private:
     }
 
     /// By the typed accessors, which do not read the other members.
-    static void addMember(const KXRef<KXManagedObject> &object, const Property &property, const KXRef<KXManagedObject> &member)
+    static void addMember(
+        const KXRef<KXManagedObject> &object, const Property &property, const KXRef<KXManagedObject> &member)
     {
         const QString name = property.name();
         if (const auto track = Track::cast(object))
-            name == "genres"_L1 ? track->addToGenres(member) : name == "tags"_L1 ? track->addToTags(member) : track->addToNeighbours(member);
+            name == "genres"_L1     ? track->addToGenres(member)
+                : name == "tags"_L1 ? track->addToTags(member)
+                                    : track->addToNeighbours(member);
         else if (const auto album = Album::cast(object))
             album->addToTracks(member);
         else if (const auto genre = Genre::cast(object))
@@ -383,12 +308,14 @@ private:
         const auto &[key, row] = oneOf(rows);
         Edit edit(rows);
         edit.remove(key);
-        std::erase_if(edit.changed, [&rows](const auto &change) { return change.second && *change.second == rows.at(change.first); });
+        std::erase_if(edit.changed,
+            [&rows](const auto &change) { return change.second && *change.second == rows.at(change.first); });
         // A row that the other context only changed values of may go; what stands around it may not have changed.
         Edit around(edit);
         std::erase_if(around.changed, [this](const auto &change) {
             const auto theirs = other().pending.find(change.first);
-            return !change.second && theirs != other().pending.end() && !theirs->second.linked && !isContested(change.first);
+            return !change.second && theirs != other().pending.end() && !theirs->second.linked
+                && !isContested(change.first);
         });
         if (!mayApply(around))
             return;
@@ -404,13 +331,15 @@ private:
             const char *format;
             bool (*matches)(const Row &row, const Rows &rows);
         };
-        static constexpr auto linked = [](const Row &row, const Rows &rows, const char *name, const char *attribute, const QString &value) {
-            const QSet<Key> members = row.links.value(QString::fromLatin1(name));
-            return std::any_of(members.begin(), members.end(), [&](Key key) {
-                const auto found = rows.find(key);
-                return found != rows.end() && found->second.values.value(QString::fromLatin1(attribute)) == QVariant(value);
-            });
-        };
+        static constexpr auto linked
+            = [](const Row &row, const Rows &rows, const char *name, const char *attribute, const QString &value) {
+                  const QSet<Key> members = row.links.value(QString::fromLatin1(name));
+                  return std::any_of(members.begin(), members.end(), [&](Key key) {
+                      const auto found = rows.find(key);
+                      return found != rows.end()
+                          && found->second.values.value(QString::fromLatin1(attribute)) == QVariant(value);
+                  });
+              };
         static constexpr Query queries[] = {
             { "Track", "title == '3'", [](const Row &row, const Rows &) { return row.values[u"title"_s] == u"3"_s; } },
             { "Track", "plays >= 3 AND (bpm < 5 OR comment == nil)",
@@ -419,29 +348,42 @@ private:
                     return row.values.value(u"plays"_s).toLongLong() >= 3 && row.values.contains(u"plays"_s)
                         && ((bpm.isValid() && bpm.toDouble() < 5) || !row.values.contains(u"comment"_s));
                 } },
-            { "Track", "NOT bpm > 5", [](const Row &row, const Rows &) { return row.values.value(u"bpm"_s, 0.0).toDouble() <= 5; } },
+            { "Track", "NOT bpm > 5",
+                [](const Row &row, const Rows &) { return row.values.value(u"bpm"_s, 0.0).toDouble() <= 5; } },
             { "Track", "album == nil", [](const Row &row, const Rows &) { return !row.links.contains(u"album"_s); } },
-            { "Track", "album.title == '1'", [](const Row &row, const Rows &rows) { return linked(row, rows, "album", "title", u"1"_s); } },
-            { "Track", "ANY genres.name == '2'", [](const Row &row, const Rows &rows) { return linked(row, rows, "genres", "name", u"2"_s); } },
+            { "Track", "album.title == '1'",
+                [](const Row &row, const Rows &rows) { return linked(row, rows, "album", "title", u"1"_s); } },
+            { "Track", "ANY genres.name == '2'",
+                [](const Row &row, const Rows &rows) { return linked(row, rows, "genres", "name", u"2"_s); } },
             { "Track", "ANY neighbours.title == '2' OR remix.title == '4'",
-                [](const Row &row, const Rows &rows) { return linked(row, rows, "neighbours", "title", u"2"_s) || linked(row, rows, "remix", "title", u"4"_s); } },
+                [](const Row &row, const Rows &rows) {
+                    return linked(row, rows, "neighbours", "title", u"2"_s)
+                        || linked(row, rows, "remix", "title", u"4"_s);
+                } },
             { "Track", "album.artist.name == '5'",
                 [](const Row &row, const Rows &rows) {
                     for (const Key album : row.links.value(u"album"_s)) {
-                        if (const auto found = rows.find(album); found != rows.end() && linked(found->second, rows, "artist", "name", u"5"_s))
+                        if (const auto found = rows.find(album);
+                            found != rows.end() && linked(found->second, rows, "artist", "name", u"5"_s))
                             return true;
                     }
                     return false;
                 } },
-            { "Album", "tracks.@count >= 2", [](const Row &row, const Rows &) { return row.links.value(u"tracks"_s).size() >= 2; } },
-            { "Person", "name != '0'", [](const Row &row, const Rows &) { return row.values.value(u"name"_s) != u"0"_s; } },
-            { "Tag", "ANY members.title == '2'", [](const Row &row, const Rows &rows) { return linked(row, rows, "members", "title", u"2"_s); } },
+            { "Album", "tracks.@count >= 2",
+                [](const Row &row, const Rows &) { return row.links.value(u"tracks"_s).size() >= 2; } },
+            { "Person", "name != '0'",
+                [](const Row &row, const Rows &) { return row.values.value(u"name"_s) != u"0"_s; } },
+            { "Tag", "ANY members.title == '2'",
+                [](const Row &row, const Rows &rows) { return linked(row, rows, "members", "title", u"2"_s); } },
             { "Tag", "members.@count == 1",
                 [](const Row &row, const Rows &rows) {
                     const QSet<Key> members = row.links.value(u"members"_s);
-                    return std::count_if(members.begin(), members.end(), [&rows](Key key) { return rows.contains(key); }) == 1;
+                    return std::count_if(members.begin(), members.end(), [&rows](Key key) {
+                        return rows.contains(key);
+                    }) == 1;
                 } },
-            { "Producer", "studio == nil", [](const Row &row, const Rows &) { return !row.values.contains(u"studio"_s); } },
+            { "Producer", "studio == nil",
+                [](const Row &row, const Rows &) { return !row.values.contains(u"studio"_s); } },
         };
         const Query &query = oneOf(queries);
         const Rows rows = view();
@@ -521,7 +463,8 @@ private:
                 const Row stored = row->second;
                 for (const Property &property : stored.entity->properties()) {
                     const QString name = property.name();
-                    if (pending.now->values.value(name) == pending.base->values.value(name) || stored.values.value(name) != pending.base->values.value(name))
+                    if (pending.now->values.value(name) == pending.base->values.value(name)
+                        || stored.values.value(name) != pending.base->values.value(name))
                         continue;
                     if (pending.now->values.contains(name))
                         row->second.values[name] = pending.now->values[name];
@@ -559,7 +502,8 @@ private:
     {
         const auto read = [this](const Side &each, const std::set<Key> &which) {
             for (const Key key : which) {
-                const KXManagedObjectID id(coordinator->store()->identity(), coordinator->model()->entities().first(), key);
+                const KXManagedObjectID id(
+                    coordinator->store()->identity(), coordinator->model()->entities().first(), key);
                 if (const auto held = each.context->registeredObjectWithID(id))
                     each.context->refreshObject(held.get());
             }
@@ -601,7 +545,8 @@ private:
         for (Side &each : sides)
             each.context.reset();
         coordinator.reset();
-        coordinator = KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(QUrl::fromLocalFile(folder.filePath(u"library.db"_s)), Library::model());
+        coordinator = KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(
+            QUrl::fromLocalFile(folder.filePath(u"library.db"_s)), Library::model());
         for (Side &each : sides)
             each.context = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
     }

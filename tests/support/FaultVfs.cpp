@@ -47,7 +47,10 @@ struct FaultVfs::Methods
             if (const int code = self->begin(OpenForWriting, SQLITE_CANTOPEN))
                 return code == SQLITE_FULL ? SQLITE_CANTOPEN : code;
         }
-        auto *handle = new (file) Handle { .file = {}, .vfs = self, .path = tracked ? QByteArray(path) : QByteArray(), .syncsFolder = flags & SQLITE_OPEN_CREATE && !(flags & SQLITE_OPEN_MAIN_DB) };
+        auto *handle = new (file) Handle { .file = {},
+            .vfs = self,
+            .path = tracked ? QByteArray(path) : QByteArray(),
+            .syncsFolder = flags & SQLITE_OPEN_CREATE && !(flags & SQLITE_OPEN_MAIN_DB) };
         const int code = self->m_base->xOpen(self->m_base, path, Handle::base(file), flags, outFlags);
         if (code != SQLITE_OK || !Handle::base(file)->pMethods) {
             handle->~Handle();
@@ -131,7 +134,7 @@ struct FaultVfs::Methods
     }
 
     /// A method that is the default VFS's own.
-    template<auto method, typename... Arguments> static int forward(sqlite3_file *file, Arguments... arguments)
+    template <auto method, typename... Arguments> static int forward(sqlite3_file *file, Arguments... arguments)
     {
         sqlite3_file *base = Handle::base(file);
         return (base->pMethods->*method)(base, arguments...);

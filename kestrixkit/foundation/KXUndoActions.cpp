@@ -1,0 +1,46 @@
+// How an undo manager's steps show in menus.
+
+#include <kestrixkit/foundation/KXUndoManager.h>
+
+#include <QAction>
+
+#include <kestrixkit/foundation/KXStringWithFormat.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QString undoTitle(const char *plain, const char *format, const QString &name)
+{
+    return name.isEmpty() ? KXLocalizedString(plain) : KXStringWithFormat(KXLocalizedString(format), name);
+}
+
+}
+
+QString KXUndoManager::undoActionName() const
+{
+    if (m_isOpen && m_ofTurn && !m_step.facts.empty())
+        return m_step.name;
+    return m_undo.empty() || m_announced ? QString() : m_undo.back().name;
+}
+
+QString KXUndoManager::redoActionName() const { return m_redo.empty() ? QString() : m_redo.back().name; }
+QString KXUndoManager::undoMenuItemTitle() const { return undoTitle("Undo", "Undo %@", undoActionName()); }
+QString KXUndoManager::redoMenuItemTitle() const { return undoTitle("Redo", "Redo %@", redoActionName()); }
+QAction *KXUndoManager::createUndoAction(QObject *parent) { return createAction(parent, false); }
+QAction *KXUndoManager::createRedoAction(QObject *parent) { return createAction(parent, true); }
+
+QAction *KXUndoManager::createAction(QObject *parent, bool redoes)
+{
+    auto *action = new QAction(parent);
+    const auto update = [this, action, redoes] {
+        QString title = redoes ? redoMenuItemTitle() : undoMenuItemTitle();
+        action->setText(title.replace(u'&', u"&&"_s)); // a name's own, no shortcut
+        action->setEnabled(redoes ? canRedo() : canUndo());
+    };
+    update();
+    connect(this, &KXUndoManager::changed, action, update);
+    connect(this, &QObject::destroyed, action, [action] { action->setEnabled(false); });
+    connect(action, &QAction::triggered, this, redoes ? &KXUndoManager::redo : &KXUndoManager::undo);
+    return action;
+}
