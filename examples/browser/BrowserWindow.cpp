@@ -1,52 +1,62 @@
 #include "BrowserWindow.h"
 
 #include <QBoxLayout>
-#include <QElapsedTimer>
+#include <QCloseEvent>
 #include <QHeaderView>
 #include <QLabel>
 #include <QLocale>
+#include <QMenuBar>
 #include <QProgressBar>
 #include <QPushButton>
-#include <QScrollBar>
 #include <QStatusBar>
-#include <QTableView>
 #include <QToolBar>
 
 #include <kestrixkit/foundation/KXClock.h>
 #include <kestrixkit/foundation/KXMainQueue.h>
+#include <kestrixkit/foundation/KXUndoManager.h>
 #include <kestrixkit/store/KXPersistentStore.h>
 
 #include "BrowserStyle.h"
-#include "TrackDelegate.h"
+#include "GenreDialog.h"
+#include "TrackTableView.h"
 
 using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr int columnWidths[TrackTableModel::ColumnCount] = { 250, 204, 180, 146, 66, 94, 100, 70, 126, 62, 112 };
-constexpr int refreshMilliseconds = 250;
 constexpr int shownReasons = 20; // in the tool tip of the summary
+
+KXManagedObjectContext::Ref contextWithUndo(const KXPersistentStoreCoordinator::Ref &coordinator)
+{
+    const auto context = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
+    context->setUndoManager(std::make_shared<KXUndoManager>());
+    return context;
+}
 
 } // namespace
 
 BrowserWindow::BrowserWindow(KXPersistentStoreCoordinator::Ref coordinator)
     : m_coordinator(std::move(coordinator))
-    , m_context(KXManagedObjectContext::contextWithPersistentStoreCoordinator(m_coordinator))
+    , m_context(contextWithUndo(m_coordinator))
 {
     setWindowTitle(tr("Music Browser"));
     resize(1440, 860);
     m_queue.setMaxConcurrentOperationCount(1);
-    m_refreshTimer.setSingleShot(true);
-    m_refreshTimer.setInterval(refreshMilliseconds);
-    connect(&m_refreshTimer, &QTimer::timeout, this, &BrowserWindow::refresh);
-    // Before the first fetch: what is saved after it is heard of.
+    // Before the first fetch: what is saved after it is heard of. The import brings its own saves.
     m_changeToken = m_coordinator->addChangeObserver([this](const std::shared_ptr<const KXStoreChange> &change) {
-        KXMainQueue::async(this, [this, change] { storeDidChange(*change); });
+        if (change->originatingContext() == m_context.get())
+            return;
+        KXMainQueue::async(this, [this, change] {
+            if (!m_import || change->originatingContext() != m_import->importingContext())
+                m_context->mergeChangesFromStoreChange(change);
+        });
     });
+    buildMenu();
     buildHeader();
     buildTable();
     buildStatus();
     showSummary();
+    updateActions();
     m_table->setFocus();
 }
 
@@ -55,6 +65,44 @@ BrowserWindow::~BrowserWindow()
     m_changeToken.reset();
     cancelImport();
     m_queue.waitUntilAllOperationsAreFinished();
+    m_editor.save();
+    // The model follows the context and goes before it.
+    delete m_table;
+    delete m_model;
+}
+
+void BrowserWindow::closeEvent(QCloseEvent *event)
+{
+    m_table->commitOpenEditor();
+    if (m_editor.save())
+        QMainWindow::closeEvent(event);
+    else
+        event->ignore(); // the user has been told why
+}
+
+void BrowserWindow::buildMenu()
+{
+    QMenu *edit = menuBar()->addMenu(tr("&Edit"));
+    edit->setAccessibleName(tr("Edit"));
+    QAction *undo = m_context->undoManager()->createUndoAction(this);
+    undo->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Z));
+    QAction *redo = m_context->undoManager()->createRedoAction(this);
+    redo->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Z));
+    edit->addActions({ undo, redo });
+    edit->addSeparator();
+    QMenu *rating = edit->addMenu(tr("&Rating"));
+    rating->setAccessibleName(tr("Rating"));
+    for (int stars = 0; stars <= 5; ++stars) {
+        QAction *action = rating->addAction(stars == 0 ? tr("No Stars")
+                : stars == 1                           ? tr("1 Star")
+                                                       : tr("%1 Stars").arg(stars));
+        action->setShortcut(QKeySequence(Qt::Key(Qt::Key_0 + stars)));
+        connect(action, &QAction::triggered, this, [this, stars] { rateSelected(stars); });
+        m_ratingActions.append(action);
+    }
+    m_commentAction = edit->addAction(tr("Edit &Comment"), this, &BrowserWindow::editComment);
+    m_commentAction->setShortcut(QKeySequence(Qt::Key_F2));
+    m_genreAction = edit->addAction(tr("Rename &Genre…"), this, &BrowserWindow::renameGenre);
 }
 
 void BrowserWindow::buildHeader()
@@ -79,36 +127,23 @@ void BrowserWindow::buildHeader()
 
 void BrowserWindow::buildTable()
 {
-    m_model = new TrackTableModel(m_context, this);
-    m_table = new QTableView;
-    m_table->setAccessibleName(tr("Tracks"));
+    m_model = new TrackTableModel(m_context, &m_editor, this);
+    m_table = new TrackTableView;
     m_table->setModel(m_model);
-    m_table->setItemDelegate(new TrackDelegate(m_table));
-    m_table->setShowGrid(false);
-    m_table->setAlternatingRowColors(true);
-    m_table->setSelectionBehavior(QAbstractItemView::SelectRows);
-    m_table->setSelectionMode(QAbstractItemView::ExtendedSelection);
-    m_table->setEditTriggers(QAbstractItemView::NoEditTriggers);
-    m_table->setVerticalScrollMode(QAbstractItemView::ScrollPerPixel);
-    m_table->setHorizontalScrollMode(QAbstractItemView::ScrollPerPixel);
-    m_table->setTabKeyNavigation(false);
-    m_table->setWordWrap(false);
-    m_table->setFrameShape(QFrame::NoFrame);
-
-    // One height for all rows: nothing is measured, however many there are.
-    m_table->verticalHeader()->hide();
-    m_table->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
-    m_table->verticalHeader()->setDefaultSectionSize(BrowserStyle::rowHeight);
-
-    QHeaderView *header = m_table->horizontalHeader();
-    header->setHighlightSections(false);
-    header->setSectionsMovable(true);
-    header->setStretchLastSection(true);
-    header->setMinimumSectionSize(44);
-    for (int column = 0; column < TrackTableModel::ColumnCount; ++column)
-        header->resizeSection(column, columnWidths[column]);
-    header->setSortIndicator(TrackTableModel::Artist, Qt::AscendingOrder);
-    m_table->setSortingEnabled(true);
+    for (const auto signal : { &QAbstractItemModel::rowsInserted, &QAbstractItemModel::rowsRemoved })
+        connect(m_model, signal, this, &BrowserWindow::showSummary);
+    connect(m_table->selectionModel(), &QItemSelectionModel::selectionChanged, this, &BrowserWindow::updateActions);
+    connect(m_table->selectionModel(), &QItemSelectionModel::currentRowChanged, this, &BrowserWindow::updateActions);
+    connect(m_model, &QAbstractItemModel::dataChanged, this, &BrowserWindow::updateActions);
+    m_table->setContextMenuPolicy(Qt::CustomContextMenu);
+    connect(m_table, &QWidget::customContextMenuRequested, this, [this](const QPoint &position) {
+        auto *menu = new QMenu(m_table);
+        menu->setAttribute(Qt::WA_DeleteOnClose);
+        if (m_table->columnAt(position.x()) == TrackTableModel::GenreNames)
+            menu->addAction(m_genreAction);
+        menu->addActions({ m_commentAction });
+        menu->popup(m_table->viewport()->mapToGlobal(position));
+    });
 
     m_emptyText = new QLabel(tr("No music in the library yet"), m_table->viewport());
     m_emptyText->setAlignment(Qt::AlignCenter);
@@ -137,23 +172,66 @@ void BrowserWindow::buildStatus()
     m_cancel->hide();
 }
 
-void BrowserWindow::importMusic(const MusicSource &source)
+// Editing
+
+QList<KXRef<Track>> BrowserWindow::selectedTracks() const
+{
+    QList<KXRef<Track>> tracks;
+    for (const QModelIndex &index : m_table->selectionModel()->selectedRows()) {
+        if (const KXRef<Track> track = m_model->track(index.row()))
+            tracks.append(track);
+    }
+    return tracks;
+}
+
+QList<KXRef<Genre>> BrowserWindow::currentGenres() const
+{
+    const KXRef<Track> track = m_model->track(m_table->currentIndex().row());
+    QList<KXRef<Genre>> genres = track ? track->genres() : QList<KXRef<Genre>>();
+    std::sort(genres.begin(), genres.end(), [](const auto &a, const auto &b) { return a->name() < b->name(); });
+    return genres;
+}
+
+void BrowserWindow::updateActions()
+{
+    const bool selected = m_table->selectionModel()->hasSelection();
+    for (QAction *action : std::as_const(m_ratingActions))
+        action->setEnabled(selected);
+    m_commentAction->setEnabled(m_table->currentIndex().isValid());
+    m_genreAction->setEnabled(!currentGenres().isEmpty());
+}
+
+void BrowserWindow::rateSelected(int stars) { m_editor.rate(selectedTracks(), stars); }
+
+void BrowserWindow::editComment()
+{
+    const QModelIndex cell = m_table->currentIndex().siblingAtColumn(TrackTableModel::Comment);
+    if (!cell.isValid())
+        return;
+    m_table->selectionModel()->setCurrentIndex(cell, QItemSelectionModel::NoUpdate);
+    m_table->scrollTo(cell);
+    m_table->edit(cell);
+}
+
+void BrowserWindow::renameGenre()
+{
+    if (const QList<KXRef<Genre>> genres = currentGenres(); !genres.isEmpty())
+        (new GenreDialog(&m_editor, genres, this))->open();
+}
+
+// Importing
+
+void BrowserWindow::importMusic(const ImportOperation::Source &source)
 {
     cancelImport();
-    m_import = m_queue.addBlock([this, source](KXAbstractOperation &operation) {
-        ImportResult result;
-        QString error;
-        const std::string folder = source(&error);
-        if (!error.isEmpty())
-            result.error = KXError(KXKestrixKitErrorDomain, 0, error);
-        else if (!folder.empty())
-            result = Importer(m_coordinator, folder)
-                         .run([&] { return operation.isCancelled(); },
-                             [this](qint64 done, qint64 total) {
-                                 KXMainQueue::async(this, [this, done, total] { showProgress(done, total); });
-                             });
-        KXMainQueue::async(this, [this, result, &operation] { finishImport(&operation, result); });
+    m_import = std::make_shared<ImportOperation>(m_context, source, [this](qint64 done, qint64 total) {
+        KXMainQueue::async(this, [this, done, total] { showProgress(done, total); });
     });
+    // Queued behind the merges of its saves.
+    m_import->setCompletionBlock([this, operation = std::weak_ptr(m_import)] {
+        KXMainQueue::async(this, [this, operation] { finishImport(operation); });
+    });
+    m_queue.addOperation(m_import);
     showProgress(0, 0);
     m_cancel->setEnabled(true);
     m_cancel->show();
@@ -168,34 +246,6 @@ void BrowserWindow::cancelImport()
     m_import->cancel();
     m_cancel->setEnabled(false);
     m_status->setText(tr("Cancelling the import…"));
-}
-
-void BrowserWindow::storeDidChange(const KXStoreChange &change)
-{
-    // Rows that this window has in memory are read anew; all others cost nothing.
-    for (const KXEntityChange &entity : change.entities()) {
-        for (const KXRowChange &row : entity.updated) {
-            if (const auto object = m_context->registeredObjectWithID({ change.store(), entity.entity, row.key }))
-                m_context->refreshObject(object.get());
-        }
-    }
-    if (!m_refreshTimer.isActive())
-        m_refreshTimer.start();
-}
-
-void BrowserWindow::refresh()
-{
-    QElapsedTimer timer;
-    timer.start();
-    const KXManagedObjectID current = m_model->trackID(m_table->currentIndex().row());
-    const int scrolledTo = m_table->verticalScrollBar()->value();
-    m_model->refetch();
-    if (const int row = m_model->rowOf(current); row >= 0)
-        m_table->setCurrentIndex(m_model->index(row, m_table->horizontalHeader()->logicalIndex(0)));
-    m_table->verticalScrollBar()->setValue(scrolledTo);
-    showSummary();
-    // A big library takes longer to fetch: it is then fetched less often, so that most of the time is the user's.
-    m_refreshTimer.setInterval(int(std::max<qint64>(refreshMilliseconds, timer.elapsed() * 8)));
 }
 
 void BrowserWindow::showSummary()
@@ -232,12 +282,13 @@ void BrowserWindow::showProgress(qint64 done, qint64 total)
                                  : tr("Importing %1 of %2").arg(locale.toString(done), locale.toString(total)));
 }
 
-void BrowserWindow::finishImport(const KXAbstractOperation *operation, const ImportResult &result)
+void BrowserWindow::finishImport(const std::weak_ptr<ImportOperation> &operation)
 {
-    if (m_import.get() != operation)
+    if (!m_import || operation.lock() != m_import)
         return; // another one took its place
+    m_lastResult = m_import->result();
+    const ImportResult &result = m_lastResult;
     m_import.reset();
-    m_lastResult = result;
     m_progress->hide();
     m_cancel->hide();
     const QLocale locale = KXClock::locale();
@@ -260,7 +311,6 @@ void BrowserWindow::finishImport(const KXAbstractOperation *operation, const Imp
     }
     if (!error.isEmpty())
         m_status->setText(error);
-    m_refreshTimer.stop();
-    refresh();
+    showSummary();
     Q_EMIT importFinished(error);
 }

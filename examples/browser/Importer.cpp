@@ -21,6 +21,8 @@ namespace {
 constexpr int objectsPerSave = 1500;
 // Files whose tags are read side by side before their tracks are made.
 constexpr size_t filesPerBatch = 64;
+// Code of the store's error for a query that was cancelled.
+constexpr int queryInterrupted = 1116;
 
 /// Objects of an entity by their names, made when a name is new. It keeps identifiers, not objects.
 template <class Class> class NameIndex
@@ -83,9 +85,8 @@ constexpr auto setNameOf = [](auto &object, const QString &name) { object.setNam
 class Import
 {
 public:
-    Import(const KXPersistentStoreCoordinator::Ref &coordinator, const Importer::Stop &stop,
-        const Importer::Progress &progress)
-        : m_context(KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator))
+    Import(const KXManagedObjectContext::Ref &context, const Importer::Stop &stop, const Importer::Progress &progress)
+        : m_context(context)
         , m_artists(*m_context)
         , m_albums(*m_context)
         , m_genres(*m_context)
@@ -113,6 +114,10 @@ public:
             readBatch(changed, at, std::min(changed.size(), at + filesPerBatch));
         if (m_scan.complete && goesOn())
             markVanished();
+        if (m_result.error.code() == queryInterrupted && m_stop && m_stop()) {
+            m_stopped = true;
+            m_result.error = {};
+        }
         save();
         m_result.cancelled = !m_result.error && (!m_scan.complete || m_stopped);
         std::sort(m_result.skipped.begin(), m_result.skipped.end(),
@@ -168,7 +173,7 @@ private:
     {
         std::vector<TagReading> readings(end - begin);
         forEachInParallel(readings.size(), [&](size_t i) { readings[i] = readTags(files[begin + i]->path); });
-        for (size_t i = 0; i < readings.size() && !m_result.error; ++i)
+        for (size_t i = 0; i < readings.size() && goesOn(); ++i)
             take(*files[begin + i], readings[i]);
         m_done += qint64(readings.size());
         if (m_touched >= objectsPerSave || Clock::now() - m_lastSave > std::chrono::seconds(1))
@@ -203,6 +208,10 @@ private:
         track->setFileModified(file.modified);
         track->setMissing(false);
         fill(*track, *reading.tags, error);
+        // Stopping interrupts the query under way, so that a name may have been left out: the next import reads the
+        // file again.
+        if (m_stop && m_stop())
+            track->setFileModified(0);
         ++(isNew ? m_result.added : m_result.updated);
     }
 
@@ -292,8 +301,11 @@ private:
 
     void save()
     {
-        if (!m_result.error)
+        if (!m_result.error && !m_context->save(&m_result.error) && m_stop && m_stop()) {
+            // Interrupted by the stop, perhaps: what was read is worth another try, which nobody interrupts.
+            m_result.error = {};
             m_context->save(&m_result.error);
+        }
         m_touched = 0;
         m_lastSave = Clock::now();
     }
@@ -321,13 +333,13 @@ private:
 
 } // namespace
 
-Importer::Importer(KXPersistentStoreCoordinator::Ref coordinator, std::string folder)
-    : m_coordinator(std::move(coordinator))
+Importer::Importer(KXManagedObjectContext::Ref context, std::string folder)
+    : m_context(std::move(context))
     , m_folder(std::move(folder))
 {
 }
 
 ImportResult Importer::run(const Stop &stop, const Progress &progress) const
 {
-    return Import(m_coordinator, stop, progress).run(m_folder);
+    return Import(m_context, stop, progress).run(m_folder);
 }

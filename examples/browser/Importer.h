@@ -23,22 +23,23 @@ struct ImportResult
 /// Brings the library up to date with a folder of music: new files become tracks, changed ones are read again,
 /// vanished ones are marked. Files that neither grew, shrank nor were written are not opened.
 ///
-/// Works in a context of its own and saves as it goes, so that other contexts see the tracks arrive and a
-/// cancelled or killed import loses little and is taken up by the next one.
+/// Saves as it goes, so that other contexts see the tracks arrive and a cancelled or killed import loses little and is
+/// taken up by the next one.
 class Importer
 {
 public:
     using Stop = std::function<bool()>;
     using Progress = std::function<void(qint64 done, qint64 total)>;
 
-    /// folder is in the bytes of the file system.
-    Importer(KXPersistentStoreCoordinator::Ref coordinator, std::string folder);
+    /// The context is the import's alone. folder is in the bytes of the file system.
+    Importer(KXManagedObjectContext::Ref context, std::string folder);
 
-    /// Runs to the end or until stop answers true. Any thread; stop and progress are called on that thread, progress
+    /// Runs to the end or until stop answers true; a query that is interrupted then costs nothing. On the context's
+    /// thread; stop and progress are called on that thread, progress
     /// about twenty times a second.
     ImportResult run(const Stop &stop, const Progress &progress = {}) const;
 
 private:
-    KXPersistentStoreCoordinator::Ref m_coordinator;
+    KXManagedObjectContext::Ref m_context;
     std::string m_folder;
 };

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <numbers>
 
+#include <QMouseEvent>
 #include <QPainter>
 #include <QPainterPath>
 
@@ -26,13 +27,11 @@ QPainterPath starPath(QPointF centre, double radius)
 
 void paintStars(QPainter *painter, const QStyleOptionViewItem &option, int stars, bool missing)
 {
-    constexpr int size = 12, step = 15;
-    const QRect &cell = option.rect;
-    for (int i = 0; i < 5; ++i) {
-        const QRect box(cell.left() + BrowserStyle::margin + i * step, cell.center().y() - size / 2 + 1, size, size);
-        const QPointF centre = QRectF(QStyle::visualRect(option.direction, cell, box)).center();
-        const QColor bright = missing ? BrowserStyle::missingText : BrowserStyle::accent;
-        painter->fillPath(starPath(centre, size / 2.0), i < stars ? bright : BrowserStyle::emptyStar);
+    const QColor bright = missing ? BrowserStyle::missingText : BrowserStyle::accent;
+    for (int star = 1; star <= 5; ++star) {
+        const QRect box = TrackDelegate::starBox(option, star);
+        painter->fillPath(
+            starPath(QRectF(box).center(), box.width() / 2.0), star <= stars ? bright : BrowserStyle::emptyStar);
     }
 }
 
@@ -92,4 +91,32 @@ void TrackDelegate::paint(QPainter *painter, const QStyleOptionViewItem &option,
 QSize TrackDelegate::sizeHint(const QStyleOptionViewItem &, const QModelIndex &) const
 {
     return { 80, BrowserStyle::rowHeight };
+}
+
+QRect TrackDelegate::starBox(const QStyleOptionViewItem &option, int star)
+{
+    constexpr int size = 12, step = 15;
+    const QRect &cell = option.rect;
+    const QRect box(
+        cell.left() + BrowserStyle::margin + (star - 1) * step, cell.center().y() - size / 2 + 1, size, size);
+    return QStyle::visualRect(option.direction, cell, box);
+}
+
+bool TrackDelegate::editorEvent(
+    QEvent *event, QAbstractItemModel *model, const QStyleOptionViewItem &option, const QModelIndex &index)
+{
+    if (index.column() != TrackTableModel::Rating || event->type() != QEvent::MouseButtonRelease)
+        return QStyledItemDelegate::editorEvent(event, model, option, index);
+    const auto *mouse = static_cast<QMouseEvent *>(event);
+    if (mouse->button() != Qt::LeftButton || mouse->modifiers() != Qt::NoModifier)
+        return false;
+    for (int star = 1; star <= 5; ++star) {
+        // The gaps between stars and what is above and below belong to them.
+        if (starBox(option, star).adjusted(-2, -9, 2, 9).contains(mouse->position().toPoint())) {
+            const bool isLast = star == index.data(TrackTableModel::StarsRole).toInt();
+            model->setData(index, isLast ? 0 : star, TrackTableModel::StarsRole);
+            return true;
+        }
+    }
+    return false;
 }

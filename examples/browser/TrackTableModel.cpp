@@ -4,7 +4,6 @@
 #include <QLocale>
 
 #include <kestrixkit/foundation/KXClock.h>
-#include <kestrixkit/store/KXFetchRequest.h>
 
 #include "BrowserStyle.h"
 
@@ -31,6 +30,7 @@ constexpr ColumnDescription columnDescriptions[TrackTableModel::ColumnCount] = {
     { QT_TRANSLATE_NOOP("TrackTable", "Label"), "labelText", Qt::AlignLeft },
     { QT_TRANSLATE_NOOP("TrackTable", "Year"), "year", Qt::AlignRight },
     { QT_TRANSLATE_NOOP("TrackTable", "Added"), "added", Qt::AlignRight },
+    { QT_TRANSLATE_NOOP("TrackTable", "Comment"), "comment", Qt::AlignLeft },
 };
 
 constexpr int searchableRows = 20'000;
@@ -43,11 +43,20 @@ QString lengthText(double seconds)
                         : u"%1:%2:%3"_s.arg(whole / 3600).arg(minutes.rightJustified(2, u'0'), rest);
 }
 
+KXFetchRequest requestSortedBy(int column, Qt::SortOrder order)
+{
+    const ColumnDescription &description = columnDescriptions[column];
+    return KXFetchRequest(QString(Track::entityName))
+        .setSortDescriptors({ { QLatin1StringView(description.sortKey), order == Qt::AscendingOrder,
+            KXCaseInsensitive | KXDiacriticInsensitive } });
+}
+
 } // namespace
 
-TrackTableModel::TrackTableModel(std::shared_ptr<KXManagedObjectContext> context, QObject *parent)
+TrackTableModel::TrackTableModel(const KXManagedObjectContext::Ref &context, LibraryEditor *editor, QObject *parent)
     : QAbstractTableModel(parent)
-    , m_context(std::move(context))
+    , m_editor(editor)
+    , m_tracks(context, requestSortedBy(m_sortColumn, m_sortOrder), this)
 {
 }
 
@@ -61,6 +70,10 @@ QVariant TrackTableModel::data(const QModelIndex &index, int role) const
         return {};
     const auto column = Column(index.column());
     switch (role) {
+    case Qt::EditRole:
+        if (column == Rating)
+            return row(index.row()).stars;
+        [[fallthrough]];
     case Qt::DisplayRole:
         return row(index.row()).texts[column];
     case Qt::TextAlignmentRole:
@@ -86,6 +99,24 @@ QVariant TrackTableModel::data(const QModelIndex &index, int role) const
     }
 }
 
+bool TrackTableModel::setData(const QModelIndex &index, const QVariant &value, int role)
+{
+    if (!m_editor || !checkIndex(index, CheckIndexOption::IndexIsValid))
+        return false;
+    const KXRef<Track> edited = track(index.row());
+    if (!edited)
+        return false;
+    if (role == StarsRole || (role == Qt::EditRole && index.column() == Rating))
+        return m_editor->rate({ edited }, value.toInt());
+    return role == Qt::EditRole && index.column() == Comment && m_editor->setComment(edited, value.toString());
+}
+
+Qt::ItemFlags TrackTableModel::flags(const QModelIndex &index) const
+{
+    const Qt::ItemFlags flags = QAbstractTableModel::flags(index);
+    return m_editor && index.isValid() && index.column() == Comment ? flags | Qt::ItemIsEditable : flags;
+}
+
 QVariant TrackTableModel::headerData(int section, Qt::Orientation orientation, int role) const
 {
     if (orientation != Qt::Horizontal || section < 0 || section >= ColumnCount)
@@ -103,7 +134,7 @@ void TrackTableModel::sort(int column, Qt::SortOrder order)
         return;
     m_sortColumn = column;
     m_sortOrder = order;
-    refetch();
+    m_tracks.setRequest(requestSortedBy(column, order));
 }
 
 QModelIndexList TrackTableModel::match(
@@ -113,40 +144,63 @@ QModelIndexList TrackTableModel::match(
                                        : QAbstractTableModel::match(start, role, value, hits, flags);
 }
 
-void TrackTableModel::refetch()
+void TrackTableModel::listWillChange(const KXListStep &step)
 {
-    beginResetModel();
-    const QString key = QLatin1StringView(columnDescriptions[m_sortColumn].sortKey);
-    m_tracks = m_context->fetch(
-        KXFetchRequest(Track::entityName).setSortDescriptors({ { key, m_sortOrder == Qt::AscendingOrder } }));
-    m_rows.clear();
-    endResetModel();
-}
-
-KXManagedObjectID TrackTableModel::trackID(int row) const
-{
-    return row >= 0 && row < m_tracks.size() ? m_tracks.objectID(row) : KXManagedObjectID();
-}
-
-int TrackTableModel::rowOf(const KXManagedObjectID &track) const
-{
-    if (!track)
-        return -1;
-    const qsizetype last = std::min<qsizetype>(m_tracks.size(), 100'000);
-    for (qsizetype i = 0; i < last; ++i) {
-        if (m_tracks.objectID(i) == track)
-            return int(i);
+    const int first = int(step.first), last = int(step.first + step.count - 1);
+    switch (step.kind) {
+    case KXListStep::Insertion:
+        return beginInsertRows({}, first, last);
+    case KXListStep::Removal:
+        return beginRemoveRows({}, first, last);
+    case KXListStep::Move:
+        beginMoveRows({}, first, last, {}, int(step.to));
+        return;
+    case KXListStep::Update:
+        return;
+    case KXListStep::Reordering:
+        Q_EMIT layoutAboutToBeChanged({}, VerticalSortHint);
+        m_heldIndexes = persistentIndexList();
+        m_heldKeys.clear();
+        for (const QModelIndex &index : std::as_const(m_heldIndexes))
+            m_heldKeys.push_back(m_tracks.keys()[size_t(index.row())]);
+        return;
     }
-    return -1;
+}
+
+void TrackTableModel::listDidChange(const KXListStep &step)
+{
+    switch (step.kind) {
+    case KXListStep::Insertion:
+        return endInsertRows();
+    case KXListStep::Removal:
+        return endRemoveRows();
+    case KXListStep::Move:
+        return endMoveRows();
+    case KXListStep::Update:
+        for (qsizetype i = step.first; i < step.first + step.count; ++i)
+            m_rows.remove(m_tracks.keys()[size_t(i)]);
+        Q_EMIT dataChanged(index(int(step.first), 0), index(int(step.first + step.count - 1), ColumnCount - 1));
+        return;
+    case KXListStep::Reordering:
+        QModelIndexList moved;
+        const std::vector<qsizetype> rows = m_tracks.indexesOf(m_heldKeys);
+        for (size_t i = 0; i < rows.size(); ++i)
+            moved.append(index(int(rows[i]), m_heldIndexes[qsizetype(i)].column()));
+        changePersistentIndexList(m_heldIndexes, moved);
+        m_heldIndexes.clear();
+        Q_EMIT layoutChanged({}, VerticalSortHint);
+        return;
+    }
 }
 
 const TrackTableModel::Row &TrackTableModel::row(int number) const
 {
-    if (const Row *known = m_rows.object(number))
+    const qint64 key = m_tracks.keys()[size_t(number)];
+    if (const Row *known = m_rows.object(key))
         return *known;
-    const KXRef<Track> track = m_tracks.as<Track>(number);
-    auto *made = new Row(track ? makeRow(*track) : Row());
-    m_rows.insert(number, made);
+    const KXRef<Track> shown = track(number);
+    auto *made = new Row(shown ? makeRow(*shown) : Row());
+    m_rows.insert(key, made);
     return *made;
 }
 
@@ -160,6 +214,7 @@ TrackTableModel::Row TrackTableModel::makeRow(const Track &track) const
     row.texts[Artist] = track.artistText().value_or(QString());
     row.texts[AlbumTitle] = track.albumText().value_or(QString());
     row.texts[GenreNames] = track.genreText().value_or(QString());
+    row.texts[Comment] = track.comment().value_or(QString());
     row.texts[LabelNames] = track.labelText().value_or(QString());
     if (const auto bpm = track.bpm())
         row.texts[Bpm] = QString::number(*bpm, 'f', 1);

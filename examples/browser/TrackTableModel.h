@@ -6,14 +6,15 @@
 #include <QAbstractTableModel>
 #include <QCache>
 
-#include <kestrixkit/store/KXFetchedList.h>
-#include <kestrixkit/store/KXManagedObjectContext.h>
+#include <kestrixkit/store/KXLiveList.h>
 
-#include "Library.h"
+#include "LibraryEditor.h"
 
 /// The library's tracks as a table. It knows their identifiers and order; a row's values are looked up when it
 /// is painted, and the rows last painted are kept as texts, so that a million tracks open as fast as a hundred.
-class TrackTableModel : public QAbstractTableModel
+///
+/// Follows the context row by row, sorting included: indexes, selections and editors stay with their tracks.
+class TrackTableModel : public QAbstractTableModel, private KXLiveListObserver
 {
     Q_OBJECT
 public:
@@ -29,32 +30,36 @@ public:
         LabelNames,
         Year,
         Added,
+        Comment,
         ColumnCount
     };
     enum Role {
         MissingRole = Qt::UserRole, ///< bool: the file is gone
-        StarsRole, ///< int, 0 to 5
+        StarsRole, ///< int, 0 to 5; may be set
         KeyRole, ///< int: number on the wheel of keys, negative for minor; 0 in columns other than KeyName
     };
 
-    explicit TrackTableModel(std::shared_ptr<KXManagedObjectContext> context, QObject *parent = nullptr);
+    /// The editor, which carries out what setData() is asked for, must outlive the model; without one nothing is
+    /// edited.
+    explicit TrackTableModel(
+        const KXManagedObjectContext::Ref &context, LibraryEditor *editor = nullptr, QObject *parent = nullptr);
 
     int rowCount(const QModelIndex &parent = {}) const override;
     int columnCount(const QModelIndex &parent = {}) const override;
     QVariant data(const QModelIndex &index, int role = Qt::DisplayRole) const override;
+    bool setData(const QModelIndex &index, const QVariant &value, int role = Qt::EditRole) override;
+    Qt::ItemFlags flags(const QModelIndex &index) const override;
     QVariant headerData(int section, Qt::Orientation orientation, int role = Qt::DisplayRole) const override;
-    /// Fetches the tracks in the order of that column.
+    /// Puts the tracks in the order of that column.
     void sort(int column, Qt::SortOrder order = Qt::AscendingOrder) override;
 
     /// Typing looks for a row by its text only in libraries small enough to be read through.
     QModelIndexList match(
         const QModelIndex &start, int role, const QVariant &value, int hits, Qt::MatchFlags flags) const override;
 
-    /// Fetches the tracks again, in the same order.
-    void refetch();
-    [[nodiscard]] KXManagedObjectID trackID(int row) const;
-    /// -1 where the track is not among the first rows that are worth searching (100,000), or not there.
-    [[nodiscard]] int rowOf(const KXManagedObjectID &track) const;
+    /// Empty outside the table.
+    [[nodiscard]] KXRef<Track> track(int row) const { return m_tracks.as<Track>(row); }
+    [[nodiscard]] const KXLiveList &tracks() const { return m_tracks; }
 
 private:
     struct Row
@@ -65,12 +70,17 @@ private:
         int stars = 0;
         int key = 0;
     };
+    void listWillChange(const KXListStep &step) override;
+    void listDidChange(const KXListStep &step) override;
     const Row &row(int number) const;
     Row makeRow(const Track &track) const;
 
-    std::shared_ptr<KXManagedObjectContext> m_context;
-    KXFetchedList m_tracks;
-    mutable QCache<int, Row> m_rows { 1024 };
+    LibraryEditor *const m_editor;
     int m_sortColumn = Added;
     Qt::SortOrder m_sortOrder = Qt::DescendingOrder;
+    KXLiveList m_tracks;
+    mutable QCache<qint64, Row> m_rows { 1024 }; // by the tracks' keys
+    // While rows change places: the indexes that somebody holds, and whose they are.
+    QModelIndexList m_heldIndexes;
+    std::vector<qint64> m_heldKeys;
 };

@@ -225,7 +225,10 @@ ImportResult importNow(const KXPersistentStoreCoordinator::Ref &coordinator, con
     ImportResult result;
     if (!folder.empty()) {
         KXOperationQueue queue;
-        queue.addBlock([&] { result = Importer(coordinator, folder).run([] { return interrupted.load(); }); });
+        queue.addBlock([&] {
+            const auto context = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
+            result = Importer(context, folder).run([] { return interrupted.load(); });
+        });
         queue.waitUntilAllOperationsAreFinished();
     }
     if (result.error)

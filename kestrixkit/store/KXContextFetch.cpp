@@ -6,52 +6,18 @@
 
 #include <kestrixkit/foundation/KXException.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
-#include <kestrixkit/store/KXManagedObjectContext_p.h>
-#include <kestrixkit/store/KXPredicateSQL_p.h>
+#include <kestrixkit/store/KXContextFetch_p.h>
 #include <kestrixkit/store/KXPredicateValue_p.h>
 
 using namespace Qt::StringLiterals;
 
 using Object = KXManagedObject;
 
-/// One fetch or count under way.
-class KXContextFetcher
-{
-public:
-    KXContextFetcher(KXManagedObjectContextPrivate &context, const KXFetchRequest &request);
-
-    /// False with an error.
-    bool fetch(std::vector<qint64> &keys);
-    bool count(qint64 &number);
-    const KXEntityDescription &entity() const { return m_entity; }
-    const KXError &error() const { return m_error; }
-
-private:
-    bool compile();
-    bool findAffected();
-    bool followBack(const KXEntityDescription *from, const QStringList &path, QSet<qint64> &affected);
-    void addDirty(const KXEntityDescription *from, const QString &key, QSet<qint64> &dirty) const;
-    bool step(const KXEntityDescription &entity, const KXPropertyDescription &relationship, const QSet<qint64> &reached, QSet<qint64> &from);
-    bool query(const QByteArray &sql, const std::vector<const KXPredicateSQL *> &parts, std::vector<qint64> &numbers);
-    QByteArray where(bool withPredicate) const;
-    bool isWanted(qint64 key, KXRef<Object> &object);
-    bool precedes(const Object *a, const Object *b) const;
-    bool fetchInMemory(std::vector<qint64> &keys);
-    static void cut(std::vector<qint64> &keys, const KXFetchRequest &request);
-
-    KXManagedObjectContextPrivate &m_context;
-    const KXFetchRequest &m_request;
-    const KXEntityDescription &m_entity;
-    KXPredicateSQL m_predicate;
-    KXPredicateSQL m_order;
-    QSet<qint64> m_affected; // rows of which SQL may say the wrong thing, because of unsaved changes
-    KXError m_error;
-};
-
 KXContextFetcher::KXContextFetcher(KXManagedObjectContextPrivate &context, const KXFetchRequest &request)
     : m_context(context)
     , m_request(request)
     , m_entity(context.entity(request.entityName()))
+    , m_sortOrder(request.sortDescriptors())
 {
     context.checkThread();
     if (!context.store)
@@ -222,7 +188,6 @@ bool KXContextFetcher::query(const QByteArray &sql, const std::vector<const KXPr
 
 // In memory
 
-/// Whether an affected row is part of the result now; its object comes along.
 bool KXContextFetcher::isWanted(qint64 key, KXRef<Object> &object)
 {
     object = m_context.object(m_entity, key);
@@ -230,13 +195,18 @@ bool KXContextFetcher::isWanted(qint64 key, KXRef<Object> &object)
         && (!m_request.predicate() || m_request.predicate().evaluateWithObject(object.get()));
 }
 
-bool KXContextFetcher::precedes(const Object *a, const Object *b) const
+KXSortOrder::KXSortOrder(const QList<KXSortDescriptor> &descriptors)
 {
-    for (const KXSortDescriptor &descriptor : m_request.sortDescriptors()) {
-        const KXExpression path = KXExpression::expressionForKeyPath(descriptor.key);
-        const int order = KXCompareForSorting(path.expressionValueWithObject(a), path.expressionValueWithObject(b));
+    for (const KXSortDescriptor &descriptor : descriptors)
+        m_keys.push_back({ KXExpression::expressionForKeyPath(descriptor.key), descriptor.ascending, descriptor.options });
+}
+
+bool KXSortOrder::precedes(const Object *a, const Object *b) const
+{
+    for (const Key &key : m_keys) {
+        const int order = KXCompareForSorting(key.path.expressionValueWithObject(a), key.path.expressionValueWithObject(b), key.options);
         if (order != 0)
-            return descriptor.ascending ? order < 0 : order > 0;
+            return key.ascending ? order < 0 : order > 0;
     }
     return a->m_key < b->m_key;
 }
@@ -270,7 +240,7 @@ bool KXContextFetcher::fetchInMemory(std::vector<qint64> &keys)
         }
     }
     if (!m_request.sortDescriptors().isEmpty())
-        std::sort(objects.begin(), objects.end(), [this](const auto &a, const auto &b) { return precedes(a.get(), b.get()); });
+        std::sort(objects.begin(), objects.end(), [this](const auto &a, const auto &b) { return m_sortOrder.precedes(a.get(), b.get()); });
     for (const KXRef<Object> &object : objects)
         keys.push_back(object->m_key);
     cut(keys, m_request);
@@ -313,14 +283,14 @@ bool KXContextFetcher::fetch(std::vector<qint64> &keys)
     if (sorted) {
         // Each affected object is put to its place among the others, which SQL has sorted, from the last to the first
         // so that places found stay right.
-        std::sort(wanted.begin(), wanted.end(), [this](const auto &a, const auto &b) { return precedes(a.get(), b.get()); });
+        std::sort(wanted.begin(), wanted.end(), [this](const auto &a, const auto &b) { return m_sortOrder.precedes(a.get(), b.get()); });
         std::vector<qint64> merged;
         merged.reserve(keys.size() + wanted.size());
         auto from = keys.cbegin();
         for (const KXRef<Object> &object : wanted) {
             const auto place = std::partition_point(from, keys.cend(), [&](qint64 key) {
                 const KXRef<Object> other = m_context.object(m_entity, key);
-                return other && precedes(other.get(), object.get());
+                return other && m_sortOrder.precedes(other.get(), object.get());
             });
             merged.insert(merged.end(), from, place);
             merged.push_back(object->m_key);
@@ -377,6 +347,17 @@ bool KXContextFetcher::count(qint64 &number)
     if (m_request.fetchLimit() > 0)
         number = std::min(number, m_request.fetchLimit());
     return true;
+}
+
+KXRef<Object> KXContextFetcher::objectAt(
+    KXManagedObjectContextPrivate &context, const KXEntityDescription &entity, std::span<const qint64> keys, size_t place, size_t batchSize)
+{
+    const qint64 key = keys[place];
+    if (const Object *object = context.registered(key); !object || object->isFault()) {
+        const size_t from = place / batchSize * batchSize;
+        context.fill(entity, keys.subspan(from, std::min(batchSize, keys.size() - from)));
+    }
+    return context.object(entity, key);
 }
 
 KXFetchedList KXManagedObjectContextPrivate::fetch(const KXFetchRequest &request, KXError *error)

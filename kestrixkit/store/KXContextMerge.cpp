@@ -24,7 +24,10 @@ void KXManagedObjectContextPrivate::mergeChanges(const KXStoreChange &change)
     checkThread();
     if (!store || change.originatingContext() == q || change.store()->uuid != store->identity->uuid)
         return;
+    // What was done here before is told before.
+    processPendingChanges();
     KXObjectsDidChange did;
+    did.merged = change.weak_from_this().lock();
 
     const auto mergeColumn = [](Object *object, Change *own, const KXPropertyChange &news) {
         const KXPropertyDescription &property = *news.property;
@@ -106,6 +109,6 @@ void KXManagedObjectContextPrivate::mergeChanges(const KXStoreChange &change)
             }
         }
     }
-    if (!did.refreshed.isEmpty() || !did.deleted.isEmpty() || !did.insertedKeys.isEmpty())
+    if (!change.entities().empty())
         KXNotificationCenter::defaultCenter().post(QString(KXManagedObjectContextObjectsDidChangeNotification), q, did);
 }

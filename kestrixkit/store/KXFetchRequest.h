@@ -10,6 +10,7 @@ struct KXSortDescriptor
 {
     QString key;
     bool ascending = true;
+    int options = 0; ///< bits of KXPredicateOption, for texts; an order of folded texts is served by no index
 };
 
 /// What to fetch: an entity (with its sub-entities), a predicate, an order and a range of the result.

@@ -1,6 +1,6 @@
 #include <kestrixkit/store/KXFetchedList.h>
 
-#include <kestrixkit/store/KXManagedObjectContext_p.h>
+#include <kestrixkit/store/KXContextFetch_p.h>
 #include <kestrixkit/store/KXPersistentStore.h>
 
 KXFetchedList::KXFetchedList(std::weak_ptr<KXManagedObjectContext> context, const KXEntityDescription *entity, std::vector<qint64> keys, int batchSize)
@@ -15,13 +15,7 @@ KXRef<KXManagedObject> KXFetchedList::at(qsizetype index) const
         return {};
     // The context lives: it belongs to this thread, which is here.
     KXManagedObjectContextPrivate &context = m_data->borrowed->d();
-    const qint64 key = m_data->keys[size_t(index)];
-    if (const KXManagedObject *object = context.registered(key); object && !object->isFault())
-        return context.object(*m_data->entity, key);
-    const size_t batch = size_t(m_data->batchSize);
-    const size_t from = size_t(index) / batch * batch;
-    context.fill(*m_data->entity, std::span(m_data->keys).subspan(from, std::min(batch, m_data->keys.size() - from)));
-    return context.object(*m_data->entity, key);
+    return KXContextFetcher::objectAt(context, *m_data->entity, m_data->keys, size_t(index), size_t(m_data->batchSize));
 }
 
 KXManagedObjectID KXFetchedList::objectID(qsizetype index) const

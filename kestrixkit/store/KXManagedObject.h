@@ -127,6 +127,8 @@ private:
     friend class KXManagedObjectContextPrivate;
     friend class KXContextFetcher;
     friend class KXContextRecorder;
+    friend class KXLiveList;
+    friend class KXSortOrder;
     friend class KXContextSaver;
     using StoreHolder = std::shared_ptr<const KXStoreIdentity>;
 

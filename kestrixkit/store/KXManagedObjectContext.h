@@ -36,6 +36,8 @@ struct KXObjectsDidChange
     QList<qint64> insertedKeys; ///< by a merge: rows that another context inserted, as keys alone
     /// Of each updated or refreshed object the keys that changed.
     QHash<const KXManagedObject *, QSet<QString>> changedKeys;
+    /// The save that a merge took over; what it says of rows that the context does not hold stands only there.
+    std::shared_ptr<const KXStoreChange> merged;
 };
 
 /// A working set of stored objects: in it they are created, fetched, changed and saved.

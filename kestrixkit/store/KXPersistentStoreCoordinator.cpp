@@ -134,6 +134,12 @@ KXPersistentStoreCoordinator::ChangeToken KXPersistentStoreCoordinator::addChang
     });
 }
 
+quint64 KXPersistentStoreCoordinator::lastSerialNumber() const
+{
+    const std::lock_guard lock(m_feed->mutex);
+    return m_feed->lastSerial;
+}
+
 std::shared_ptr<const KXStoreChange> KXPersistentStoreCoordinator::enqueueChange(const void *originatingContext, std::vector<KXEntityChange> entities)
 {
     const std::lock_guard lock(m_feed->mutex);

@@ -63,6 +63,9 @@ public:
     /// It must not block, and may save itself. When the token goes, a call that runs on another thread is waited for.
     [[nodiscard]] ChangeToken addChangeObserver(ChangeObserver observer);
 
+    /// Of the newest save; 0 before the first.
+    [[nodiscard]] quint64 lastSerialNumber() const;
+
     /// For the framework: numbers and queues the change while the caller still holds the writer, so that order is that
     /// of the commits; deliverChanges() then calls the observers, without the writer.
     std::shared_ptr<const KXStoreChange> enqueueChange(const void *originatingContext, std::vector<KXEntityChange> entities);

@@ -390,7 +390,9 @@ KXPredicateSQL KXPredicateSQL::compileOrder(
             if (path.isToMany() || path.kind() == KXPredicateValue::Other)
                 KXPredicateSQLRefusal::refuse(u"sorting needs one value of a known kind"_s);
             path.collectEntities(result.entities);
-            result.text += path.scalar(row, 0, path.size(), aliases);
+            const QByteArray value = path.scalar(row, 0, path.size(), aliases);
+            const bool folds = descriptor.options != 0 && path.kind() == KXPredicateValue::Text;
+            result.text += folds ? "kx_fold(" + value + ", " + QByteArray::number(descriptor.options) + ')' : value;
             if (path.kind() == KXPredicateValue::Decimal)
                 result.text += " COLLATE KX_DECIMAL";
             result.text += descriptor.ascending ? ", " : " DESC, ";

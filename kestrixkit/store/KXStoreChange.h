@@ -40,7 +40,7 @@ struct KXEntityChange
 /// One committed save, as its coordinator publishes it.
 ///
 /// Holds keys and values, never objects; immutable, free to read on any thread and to keep.
-class KX_CORE_EXPORT KXStoreChange
+class KX_CORE_EXPORT KXStoreChange : public std::enable_shared_from_this<KXStoreChange>
 {
 public:
     KXStoreChange(std::shared_ptr<const KXStoreIdentity> store, quint64 serialNumber, const void *originatingContext, std::vector<KXEntityChange> entities)

@@ -31,7 +31,8 @@ protected:
 
     ImportResult import(const Importer::Stop &stop = {})
     {
-        ImportResult result = Importer(coordinator, root()).run(stop);
+        ImportResult result
+            = Importer(KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator), root()).run(stop);
         EXPECT_FALSE(result.error) << result.error.localizedDescription().toStdString();
         return result;
     }
@@ -166,10 +167,16 @@ TEST_F(ImporterTest, otherFoldersOfTheLibraryAreLeftAlone)
     makeMusic(file("crate/a.flac"), { { "TITLE", "A" } });
     makeMusic(file("crate 2/b.flac"), { { "TITLE", "B" } });
     import();
-    EXPECT_EQ(Importer(coordinator, file("crate")).run({}).unchanged, 1);
+    EXPECT_EQ(Importer(KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator), file("crate"))
+                  .run({})
+                  .unchanged,
+        1);
     fs::remove(file("crate/a.flac"));
     fs::remove(file("crate 2/b.flac"));
-    EXPECT_EQ(Importer(coordinator, file("crate")).run({}).vanished, 1);
+    EXPECT_EQ(Importer(KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator), file("crate"))
+                  .run({})
+                  .vanished,
+        1);
     EXPECT_EQ(count("missing == FALSE AND title == 'B'"), 1);
 }
 
@@ -208,11 +215,13 @@ TEST_F(ImporterTest, manyFilesAreSavedInSmallStepsAndCancellingKeepsWhatIsDone)
     EXPECT_EQ(count("TRUEPREDICATE"), cancelled.added);
 
     qint64 last = 0;
-    const ImportResult rest = Importer(coordinator, root()).run({}, [&](qint64 done, qint64 total) {
-        EXPECT_GE(done, last);
-        EXPECT_EQ(total, files);
-        last = done;
-    });
+    const ImportResult rest
+        = Importer(KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator), root())
+              .run({}, [&](qint64 done, qint64 total) {
+                  EXPECT_GE(done, last);
+                  EXPECT_EQ(total, files);
+                  last = done;
+              });
     EXPECT_EQ(rest.unchanged, cancelled.added);
     EXPECT_EQ(rest.added, files - cancelled.added);
     EXPECT_EQ(rest.vanished, 0);

@@ -135,14 +135,16 @@ private:
 
 TEST_F(MergeCost, isTheSameHoweverManyRowsAreNotHeld)
 {
-    EXPECT_EQ(merge(update(few(), u"second"_s)), 0);
-    EXPECT_EQ(merge(update(many(), u"second"_s)), 0);
+    // The one announcement, which carries the save along.
+    const qint64 once = merge(update(few(), u"second"_s));
+    EXPECT_LE(once, 4);
+    EXPECT_EQ(merge(update(many(), u"second"_s)), once);
     // Inserted rows are announced by their keys, in one list.
     EXPECT_EQ(merge(insert(100)), merge(insert(10'000)));
-    EXPECT_EQ(merge(remove(few())), 0);
-    EXPECT_EQ(merge(remove(many())), 0);
+    EXPECT_EQ(merge(remove(few())), once);
+    EXPECT_EQ(merge(remove(many())), once);
 
-    EXPECT_GT(merge(update(last(), u"third"_s)), 0) << "the counter counts";
+    EXPECT_GT(merge(update(last(), u"third"_s)), once) << "the counter counts";
     EXPECT_EQ(held->title(), u"third"_s);
 }
 
