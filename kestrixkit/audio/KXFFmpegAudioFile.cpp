@@ -180,8 +180,11 @@ int KXFFmpegAudioFile::readPacket()
 
     const bool isLocal = !m_path.isEmpty();
     AVIOContext *bytes = m_file->pb;
+    const qint64 reached = std::max(m_position, m_packetEnd);
+    // What fails behind the last packet does not matter.
+    if (status < 0 && status != KXAudioFileInterruptedError && m_promise >= 0 && !isShortOfPromise(reached))
+        return AVERROR_EOF;
     if (status == AVERROR_EOF) {
-        const qint64 reached = std::max(m_position, m_packetEnd);
         if (isLocal && isShortOfPromise(reached) && isGrowing())
             return waitForGrowth();
         // A connection that broke off looks like the end of the file.

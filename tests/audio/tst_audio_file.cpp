@@ -10,6 +10,7 @@
 #include <kestrixkit/audio/KXAudioFile.h>
 
 #include <support/AudioFiles.h>
+#include <support/HttpServer.h>
 #include <support/KXTestRandom.h>
 
 using namespace Qt::StringLiterals;
@@ -387,4 +388,67 @@ TEST_F(AudioFile, cancellingEndsAWait)
     const QString path = write({ "c", "flac", "flac", "flac" }, 1000);
     KXAudioFile file;
     EXPECT_EQ(file.open(QUrl::fromLocalFile(path), options), KXAudioFileInterruptedError);
+}
+
+TEST_F(AudioFile, remoteFilesSeekAsLocalOnesDo)
+{
+    KXTestRandom random;
+    for (const AudioRecipe &recipe : { AudioRecipe { "h", "wav", "wav", "pcm_s16le" },
+             AudioRecipe { "h", "mp3", "mp3", "libmp3lame", 192000 }, AudioRecipe { "h", "flac", "flac", "flac" } }) {
+        const QString path = write(recipe, 200'000);
+        KXAudioFile local;
+        ASSERT_EQ(local.open(QUrl::fromLocalFile(path)), 0);
+        const Planar expected = readFrames(local, 2);
+        for (const HttpServer::Mode mode : { HttpServer::Normal, HttpServer::NoRanges, HttpServer::CutOnce }) {
+            HttpServer server(bytesOf(path), mode);
+            KXAudioFile file;
+            ASSERT_EQ(file.open(server.url()), 0) << recipe.extension << mode;
+            EXPECT_EQ(file.isSeekable(), mode != HttpServer::NoRanges);
+            EXPECT_EQ(readFrames(file, 2), expected) << recipe.extension << mode;
+            for (int i = 0; i < 5; ++i) {
+                const auto target = random.between<qint64>(0, qint64(expected[0].size()) - 3000);
+                ASSERT_EQ(file.seek(target), 0);
+                const Planar part = readFrames(file, 2, 3000);
+                ASSERT_TRUE(std::equal(part[1].begin(), part[1].end(), expected[1].begin() + target))
+                    << recipe.extension << mode << " at " << target;
+            }
+        }
+    }
+}
+
+TEST_F(AudioFile, badServersEndInAStatusAndNeverInAWait)
+{
+    const QByteArray bytes = bytesOf(write({ "bad", "wav", "wav", "pcm_s16le" }, 200'000));
+    KXAudioFileOptions options;
+    options.secondsPerCall = 0.5;
+    for (const HttpServer::Mode mode : { HttpServer::NotFound, HttpServer::Stall }) {
+        HttpServer server(bytes, mode);
+        KXAudioFile file;
+        EXPECT_LT(file.open(server.url(), options), 0) << mode;
+    }
+    for (const HttpServer::Mode mode : { HttpServer::StallInBody, HttpServer::Cut, HttpServer::Lie }) {
+        HttpServer server(bytes, mode);
+        KXAudioFile file;
+        ASSERT_EQ(file.open(server.url(), options), 0) << mode;
+        Planar chunk(2, std::vector<float>(4096));
+        float *pointers[] = { chunk[0].data(), chunk[1].data() };
+        qint64 frames = 0;
+        int status = 0;
+        for (quint32 got = 1; got > 0 && status == 0; frames += got)
+            status = file.read(pointers, 4096, &got);
+        // What came is delivered; that there should have been more is no end of file.
+        EXPECT_EQ(status != 0, mode != HttpServer::Lie) << mode;
+        EXPECT_NEAR(double(frames), mode == HttpServer::Lie ? 200'000 : 100'000, 10'000) << mode;
+    }
+    HttpServer server(bytes, HttpServer::Stall);
+    options.secondsPerCall = 3600;
+    options.cancelled = std::make_shared<std::atomic<bool>>(false);
+    std::thread canceller([&] {
+        while (server.requests() == 0)
+            std::this_thread::yield();
+        *options.cancelled = true;
+    });
+    KXAudioFile file;
+    EXPECT_EQ(file.open(server.url(), options), KXAudioFileInterruptedError);
+    canceller.join();
 }
