@@ -101,8 +101,7 @@ TEST(RenderScope, passesNeitherLockNorAllocateNorCall)
     EXPECT_EQ(counts.conditions, 0);
     EXPECT_EQ(counts.writes, 0);
     EXPECT_EQ(counts.systemCalls, 0);
-    EXPECT_GT(counts.wakes, 0); // the decoder is woken, and by nothing else
-    RecordProperty("futex wakes", int(counts.wakes));
+    RecordProperty("futex wakes", int(counts.wakes)); // allowed; none when the decoder never got to sleep
 
     // What is forbidden would have been seen.
     output->misbehaves = true;
