@@ -118,7 +118,7 @@ int KXFFmpegAudioFile::nextFrame()
                 return 0;
         } else if (status == AVERROR_EOF) {
             // The last frame may have been there in part.
-            if (m_lengthIsExact && m_decodedEnd >= 0 && isShortOfPromise(m_decodedEnd) && isGrowing())
+            if (m_lengthIsExact && isShortOfPromise(std::max(m_position, m_decodedEnd)) && isGrowing())
                 return waitForGrowth();
             reachedEnd();
             return EndOfFile;
