@@ -5,16 +5,6 @@
 
 using namespace Qt::StringLiterals;
 
-QVariant KXVariantFromCounts(const std::optional<KXCounts> &counts)
-{
-    if (!counts)
-        return {};
-    QVariantMap map;
-    for (auto entry = counts->cbegin(); entry != counts->cend(); ++entry)
-        map.insert(entry.key(), entry.value());
-    return map;
-}
-
 void KXFacetFilterValue::setCount(qint64 count, const QString &forContextIdentifier)
 {
     willChangeValueForKey(u"counts");

@@ -1,16 +1,10 @@
 #pragma once
 
-#include <optional>
-
-#include <QMap>
-
+#include <kestrixkit/filters/KXCounts.h>
 #include <kestrixkit/store/KXManagedObjectOf.h>
 #include <kestrixkit/store/KXPredicate.h>
 
 class KXFacetFilter;
-
-/// How many objects match, by the identifier of the place that counts them.
-using KXCounts = QMap<QString, qint64>;
 
 /// One value of a facet filter. Temporary instances of it are offered as choices and never saved.
 class KX_CORE_EXPORT KXFacetFilterValue : public KXManagedObjectOf<KXFacetFilterValue>
@@ -46,6 +40,3 @@ public:
 private:
     std::optional<KXCounts> m_counts;
 };
-
-/// A map as key-value readers see it; invalid when absent.
-[[nodiscard]] KX_CORE_EXPORT QVariant KXVariantFromCounts(const std::optional<KXCounts> &counts);

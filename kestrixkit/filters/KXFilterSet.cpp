@@ -11,6 +11,26 @@ QList<KXRef<KXFilter>> KXFilterSet::sortedFilters() const
     return sorted;
 }
 
+KXPredicate KXFilterSet::representedLocalPredicateWithKeyPath(const std::optional<QString> &prefix) const
+{
+    QList<KXPredicate> parts;
+    for (const KXRef<KXFilter> &filter : sortedFilters()) {
+        if (filter->enabled())
+            parts.append(filter->representedLocalPredicateWithKeyPath(prefix));
+    }
+    return KXPredicate::andPredicate(parts);
+}
+
+KXPredicate KXFilterSet::representedRemotePredicateWithKeyPath(const std::optional<QString> &prefix) const
+{
+    QList<KXPredicate> parts;
+    for (const KXRef<KXFilter> &filter : sortedFilters()) {
+        if (filter->enabled())
+            parts.append(filter->representedRemotePredicateWithKeyPath(prefix));
+    }
+    return KXPredicate::andPredicate(parts);
+}
+
 KXRef<KXFilterSet> KXFilterSet::duplicateInContext(KXManagedObjectContext &context) const
 {
     const KXRef<KXFilterSet> copy = cast(context.managedObjectForEntity(entity()->name()));

@@ -16,6 +16,10 @@ public:
     /// By position.
     [[nodiscard]] QList<KXRef<KXFilter>> sortedFilters() const;
 
+    /// AND of the conditions of the enabled filters, by position; filters that have none are left out.
+    [[nodiscard]] KXPredicate representedLocalPredicateWithKeyPath(const std::optional<QString> &prefix = {}) const;
+    [[nodiscard]] KXPredicate representedRemotePredicateWithKeyPath(const std::optional<QString> &prefix = {}) const;
+
     /// A set of the same entity with copies of the filters and nothing else: no title, not in a folder, and the filters
     /// without their order above each other. Empty where the store gives no identifier.
     [[nodiscard]] KXRef<KXFilterSet> duplicateInContext(KXManagedObjectContext &context) const;

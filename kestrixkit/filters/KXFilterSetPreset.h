@@ -2,7 +2,7 @@
 
 #include <QUrl>
 
-#include <kestrixkit/filters/KXFacetFilterValue.h>
+#include <kestrixkit/filters/KXCounts.h>
 #include <kestrixkit/filters/KXFilterTreeObject.h>
 
 class KXFilterSet;
