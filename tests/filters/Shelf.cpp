@@ -67,13 +67,17 @@ KXRef<KXFacetFilter> Shelf::facet(const QStringList &included, const QStringList
     auto filter = make<KXFacetFilter>();
     filter->setLocalValuePredicateKeyPath(paths == ToOne ? u"key"_s : u"tags.name"_s);
     filter->setLocalValuePredicateModifier(paths == ToOne ? KXPredicateModifier::Direct : KXPredicateModifier::Any);
-    for (const QString &name : included + excluded) {
+    const auto add = [&](const QString &name, KXPredicateOperator comparisonOperator) {
         auto value = make<KXFacetFilterValue>();
         value->setName(name);
         value->setValue(name);
-        value->setOperatorType(excluded.contains(name) ? KXPredicateOperator::NotEqual : KXPredicateOperator::Equal);
+        value->setOperatorType(comparisonOperator);
         filter->addToValues(value);
-    }
+    };
+    for (const QString &name : included)
+        add(name, KXPredicateOperator::Equal);
+    for (const QString &name : excluded)
+        add(name, KXPredicateOperator::NotEqual);
     return filter;
 }
 
