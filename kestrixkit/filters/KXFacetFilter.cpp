@@ -1,6 +1,5 @@
 #include <kestrixkit/filters/KXFacetFilter.h>
 
-#include <kestrixkit/filters/KXFacetFilterValue.h>
 #include <kestrixkit/store/KXTextFolding_p.h>
 
 using namespace Qt::StringLiterals;

@@ -1,8 +1,7 @@
 #pragma once
 
+#include <kestrixkit/filters/KXFacetFilterValue.h>
 #include <kestrixkit/filters/KXFilter.h>
-
-class KXFacetFilterValue;
 
 /// A choice among values: any of those included, and none of those excluded.
 ///

@@ -4,7 +4,6 @@
 #include <QTimer>
 
 #include <kestrixkit/filters/KXFacetFilter.h>
-#include <kestrixkit/filters/KXFacetFilterValue.h>
 #include <kestrixkit/filters/KXFilterSetPresetsManager.h>
 #include <kestrixkit/foundation/KXMainQueue.h>
 

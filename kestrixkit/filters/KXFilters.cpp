@@ -2,7 +2,6 @@
 
 #include <kestrixkit/filters/KXDateFilter.h>
 #include <kestrixkit/filters/KXFacetFilter.h>
-#include <kestrixkit/filters/KXFacetFilterValue.h>
 #include <kestrixkit/filters/KXFilterSet.h>
 #include <kestrixkit/filters/KXFilterSetPreset.h>
 #include <kestrixkit/filters/KXRangeFilter.h>
