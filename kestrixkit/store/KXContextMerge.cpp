@@ -22,7 +22,7 @@ void KXManagedObjectContextPrivate::vanish(const KXRef<Object> &object)
 void KXManagedObjectContextPrivate::mergeChanges(const KXStoreChange &change)
 {
     checkThread();
-    if (!store || change.originatingContext() == q || change.store()->uuid != store->identity->uuid)
+    if (!store || parent || change.originatingContext() == q || change.store()->uuid != store->identity->uuid)
         return;
     // What was done here before is told before.
     processPendingChanges();
