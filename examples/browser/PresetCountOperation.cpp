@@ -16,7 +16,8 @@ void PresetCountOperation::loadCounts()
     QList<KXPredicate> parts = basePredicates();
     parts.append(set ? set->representedLocalPredicateWithKeyPath() : KXPredicate::falsePredicate());
     KXError error;
-    const qint64 count = context->count(KXFetchRequest(QString(Track::entityName), KXPredicate::andPredicate(parts)), &error);
+    const qint64 count
+        = context->count(KXFetchRequest(QString(Track::entityName), KXPredicate::andPredicate(parts)), &error);
     if (count < 0)
         setError(error); // or it was interrupted, because it is cancelled
     else

@@ -15,11 +15,13 @@ bool isUnderstood(const KXFilter &filter)
 bool PresetMapper::canMapFilterSet(const KXRef<KXFilterSet> &set) const
 {
     const QList<KXRef<KXFilter>> filters = set ? set->filters() : QList<KXRef<KXFilter>>();
-    return !filters.isEmpty()
-        && std::all_of(filters.begin(), filters.end(), [](const auto &filter) { return !filter->enabled() || isUnderstood(*filter); });
+    return !filters.isEmpty() && std::all_of(filters.begin(), filters.end(), [](const auto &filter) {
+        return !filter->enabled() || isUnderstood(*filter);
+    });
 }
 
-KXRef<KXFilterSet> PresetMapper::createInstanceByMappingFilterSet(const KXRef<KXFilterSet> &set, KXManagedObjectContext &inContext) const
+KXRef<KXFilterSet> PresetMapper::createInstanceByMappingFilterSet(
+    const KXRef<KXFilterSet> &set, KXManagedObjectContext &inContext) const
 {
     KXRef<KXFilterSet> copy = set->duplicateInContext(inContext);
     if (!copy)

@@ -69,7 +69,8 @@ void PresetMenu::fill()
     QMetaObject::invokeMethod(
         this,
         [this, recount] {
-            for (const KXRef<KXFilterSetPreset> &preset : recount ? m_manager->presetsCache() : QSet<KXRef<KXFilterSetPreset>>())
+            for (const KXRef<KXFilterSetPreset> &preset :
+                recount ? m_manager->presetsCache() : QSet<KXRef<KXFilterSetPreset>>())
                 m_scheduler->setPresetAsNeedingCountUpdate(preset);
             m_scheduler->enqueuePresetsNeedingCountUpdate();
             m_scheduler->loadCountsForAllPresets();

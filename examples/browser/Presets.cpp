@@ -63,8 +63,9 @@ void reportChildren(KXManagedObjectContext &context, const KXRef<KXFilterSetPres
             continue;
         }
         const KXPredicate predicate = Presets::predicate(preset->filterSet());
-        presets.append(QJsonObject { { u"path"_s, Presets::path(*preset) }, { u"predicate"_s, predicate.predicateFormat() },
-            { u"count"_s, context.countForEntity(QString(Track::entityName), predicate) } });
+        presets.append(
+            QJsonObject { { u"path"_s, Presets::path(*preset) }, { u"predicate"_s, predicate.predicateFormat() },
+                { u"count"_s, context.countForEntity(QString(Track::entityName), predicate) } });
     }
 }
 
@@ -97,9 +98,11 @@ KXRef<KXFilterSetPreset> Presets::find(KXManagedObjectContext &context, const QS
     return {};
 }
 
-QList<KXRef<KXFilterSetPreset>> Presets::children(KXManagedObjectContext &context, const KXRef<KXFilterSetPreset> &folder)
+QList<KXRef<KXFilterSetPreset>> Presets::children(
+    KXManagedObjectContext &context, const KXRef<KXFilterSetPreset> &folder)
 {
-    const auto ofFolder = KXFetchRequest(QString(KXFilterSetPreset::entityName), KXPredicate::predicateWithFormat("parent == %@", folder))
+    const auto ofFolder = KXFetchRequest(
+        QString(KXFilterSetPreset::entityName), KXPredicate::predicateWithFormat("parent == %@", folder))
                               .setSortDescriptors({ { u"position"_s } });
     QList<KXRef<KXFilterSetPreset>> presets;
     for (const KXRef<KXManagedObject> &object : context.fetch(ofFolder))
@@ -117,7 +120,8 @@ QJsonArray Presets::report(KXManagedObjectContext &context)
 QJsonObject Presets::explain(const KXFilterSetPreset &preset, const Track &track)
 {
     const bool isThere = base().evaluateWithObject(&track);
-    QJsonObject json { { u"preset"_s, path(preset) }, { u"file"_s, QString::fromStdString(pathOfUrl(track.location())) },
+    QJsonObject json { { u"preset"_s, path(preset) },
+        { u"file"_s, QString::fromStdString(pathOfUrl(track.location())) },
         { u"base"_s, QJsonObject { { u"predicate"_s, base().predicateFormat() }, { u"matches"_s, isThere } } } };
     const KXRef<KXFilterSet> set = preset.filterSet();
     if (!set || set->isMissing()) {

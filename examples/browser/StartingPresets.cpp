@@ -107,7 +107,8 @@ private:
     /// Of a track with several genres none may be that one.
     KXRef<KXFilter> withoutGenre(const QString &genre)
     {
-        const auto facet = this->facet(u"genres.name"_s, u"Genre"_s, { { genre, genre } }, KXPredicateOperator::NotEqual);
+        const auto facet
+            = this->facet(u"genres.name"_s, u"Genre"_s, { { genre, genre } }, KXPredicateOperator::NotEqual);
         facet->setLocalValuePredicateModifier(KXPredicateModifier::All);
         return facet;
     }
@@ -118,8 +119,10 @@ private:
         const auto folder = addFolder(u"Tempo"_s);
         add(folder, u"Below %1"_s.arg(bounds[0]), { range(u"bpm"_s, u"Tempo"_s, {}, bounds[0]) });
         for (size_t i = 1; i < std::size(bounds); ++i)
-            add(folder, u"%1 to %2"_s.arg(bounds[i - 1]).arg(bounds[i]), { range(u"bpm"_s, u"Tempo"_s, bounds[i - 1], bounds[i]) });
-        add(folder, u"%1 and More"_s.arg(*std::rbegin(bounds)), { range(u"bpm"_s, u"Tempo"_s, *std::rbegin(bounds), {}) });
+            add(folder, u"%1 to %2"_s.arg(bounds[i - 1]).arg(bounds[i]),
+                { range(u"bpm"_s, u"Tempo"_s, bounds[i - 1], bounds[i]) });
+        add(folder, u"%1 and More"_s.arg(*std::rbegin(bounds)),
+            { range(u"bpm"_s, u"Tempo"_s, *std::rbegin(bounds), {}) });
     }
 
     void makeGenres(const QStringList &genres)
@@ -159,14 +162,16 @@ private:
         const auto folder = addFolder(u"Without"_s);
         add(folder, u"No %1"_s.arg(genre), { withoutGenre(genre) });
         add(folder, u"No %1, 128 and More"_s.arg(genre), { withoutGenre(genre), range(u"bpm"_s, u"Tempo"_s, 128, {}) });
-        add(folder, u"No Minor Keys"_s, { facet(u"key.isMinor"_s, u"Mode"_s, { { u"Minor"_s, true } }, KXPredicateOperator::NotEqual) });
+        add(folder, u"No Minor Keys"_s,
+            { facet(u"key.isMinor"_s, u"Mode"_s, { { u"Minor"_s, true } }, KXPredicateOperator::NotEqual) });
     }
 
     /// Names of the genres with the most tracks, sorted. Each look is one pass over an index, so they are few.
     QStringList commonGenres()
     {
         QStringList names;
-        for (qint64 least = m_context.countForEntity(QString(Track::entityName)); least > 0 && names.size() < shownGenres / 2; least /= 2) {
+        for (qint64 least = m_context.countForEntity(QString(Track::entityName));
+             least > 0 && names.size() < shownGenres / 2; least /= 2) {
             names.clear();
             const auto common = KXPredicate::predicateWithFormat("tracks.@count >= %lld", least);
             for (const KXRef<KXManagedObject> &object : m_context.fetchForEntity(QString(Genre::entityName), common))

@@ -67,7 +67,9 @@ QString KXDateFilter::defaultLabel() const
         return KXLocalizedString("This Year");
     case KXDateRange::Custom: {
         const auto text = [](const QDateTime &date) {
-            return date.isValid() ? KXClock::locale().toString(date.toTimeZone(KXClock::timeZone()).date(), QLocale::ShortFormat) : QString();
+            return date.isValid()
+                ? KXClock::locale().toString(date.toTimeZone(KXClock::timeZone()).date(), QLocale::ShortFormat)
+                : QString();
         };
         return KXStringWithFormat(KXLocalizedString("%@ - %@"), text(startDate()), text(endDate()));
     }
@@ -79,7 +81,8 @@ QString KXDateFilter::detailsAsHTMLString() const { return KXStringWithFormat("%
 
 KXPredicate KXDateFilter::representedPredicateWithKeyPath(const QString &keyPath, KXPredicateModifier modifier) const
 {
-    const auto start = KXPredicate::comparison(keyPath, KXPredicateOperator::GreaterThanOrEqual, startOfRange(), modifier);
+    const auto start
+        = KXPredicate::comparison(keyPath, KXPredicateOperator::GreaterThanOrEqual, startOfRange(), modifier);
     const auto end = KXPredicate::comparison(keyPath, KXPredicateOperator::LessThanOrEqual, endOfRange(), modifier);
     return KXPredicate::andPredicate({ start, end });
 }
@@ -90,4 +93,7 @@ void KXDateFilter::copyTo(KXFilter &copy) const
     copyAttributes({ u"range"_s, u"startDate"_s, u"endDate"_s }, copy);
 }
 
-QStringList KXDateFilter::keysAffectingLabel() const { return { u"range"_s, u"startDate"_s, u"endDate"_s, u"count"_s }; }
+QStringList KXDateFilter::keysAffectingLabel() const
+{
+    return { u"range"_s, u"startDate"_s, u"endDate"_s, u"count"_s };
+}

@@ -32,7 +32,8 @@ public:
     [[nodiscard]] QString defaultLabel() const override;
     [[nodiscard]] QString detailsAsHTMLString() const override;
     /// Not before the start and not after the end; a missing end is an absent constant, which nothing fits.
-    [[nodiscard]] KXPredicate representedPredicateWithKeyPath(const QString &keyPath, KXPredicateModifier modifier) const override;
+    [[nodiscard]] KXPredicate representedPredicateWithKeyPath(
+        const QString &keyPath, KXPredicateModifier modifier) const override;
 
 protected:
     void copyTo(KXFilter &copy) const override;

@@ -12,7 +12,8 @@ struct FacetComparisons
     QList<KXPredicate> included;
     QList<KXPredicate> excluded;
 
-    void add(const QString &keyPath, KXPredicateOperator comparisonOperator, const QVariant &constant, KXPredicateModifier modifier)
+    void add(const QString &keyPath, KXPredicateOperator comparisonOperator, const QVariant &constant,
+        KXPredicateModifier modifier)
     {
         (comparisonOperator == KXPredicateOperator::NotEqual ? excluded : included)
             .append(KXPredicate::comparison(keyPath, comparisonOperator, constant, modifier));
@@ -51,7 +52,9 @@ QString KXFacetFilter::defaultLabel() const
     QStringList names;
     for (const KXRef<KXFacetFilterValue> &value : values) {
         if (const auto name = value->name())
-            names.append(value->operatorType() == KXPredicateOperator::NotEqual ? KXStringWithFormat(KXLocalizedString("NOT %@"), *name) : *name);
+            names.append(value->operatorType() == KXPredicateOperator::NotEqual
+                    ? KXStringWithFormat(KXLocalizedString("NOT %@"), *name)
+                    : *name);
     }
     return names.join(u", "_s);
 }
@@ -77,9 +80,11 @@ KXPredicate KXFacetFilter::representedRemotePredicateWithKeyPath(const std::opti
             continue;
         const auto identifier = value->valueIdentifier();
         if (identifier && identifierKeyPath)
-            comparisons.add(prefixed(prefix, identifierKeyPath), value->operatorType(), *identifier, remoteValueIdentifierPredicateModifier());
+            comparisons.add(prefixed(prefix, identifierKeyPath), value->operatorType(), *identifier,
+                remoteValueIdentifierPredicateModifier());
         else if (const QVariant constant = value->value(); constant.isValid() && valueKeyPath)
-            comparisons.add(prefixed(prefix, valueKeyPath), value->operatorType(), constant, remoteValuePredicateModifier());
+            comparisons.add(
+                prefixed(prefix, valueKeyPath), value->operatorType(), constant, remoteValuePredicateModifier());
     }
     return comparisons.joined(true);
 }

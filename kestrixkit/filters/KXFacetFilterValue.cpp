@@ -14,8 +14,9 @@ void KXFacetFilterValue::setCount(qint64 count, const QString &forContextIdentif
     didChangeValueForKey(u"counts");
 }
 
-KXRef<KXFacetFilterValue> KXFacetFilterValue::createTemporaryInstanceInContext(KXManagedObjectContext &context, const std::optional<QString> &name,
-    const QVariant &value, const std::optional<QString> &valueId, KXPredicateOperator operatorType)
+KXRef<KXFacetFilterValue> KXFacetFilterValue::createTemporaryInstanceInContext(KXManagedObjectContext &context,
+    const std::optional<QString> &name, const QVariant &value, const std::optional<QString> &valueId,
+    KXPredicateOperator operatorType)
 {
     const auto instance = createTemporaryInstanceInContext(context);
     if (!instance)

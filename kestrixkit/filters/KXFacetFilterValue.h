@@ -29,7 +29,8 @@ public:
 
     /// Empty where the context's model has no such entity.
     [[nodiscard]] static KXRef<KXFacetFilterValue> createTemporaryInstanceInContext(KXManagedObjectContext &context,
-        const std::optional<QString> &name, const QVariant &value, const std::optional<QString> &valueId, KXPredicateOperator operatorType);
+        const std::optional<QString> &name, const QVariant &value, const std::optional<QString> &valueId,
+        KXPredicateOperator operatorType);
     using KXManagedObjectOf<KXFacetFilterValue>::createTemporaryInstanceInContext;
 
     /// A copy of the same entity, without filter and counts; empty, with a log line, where the context cannot have one.

@@ -27,15 +27,20 @@ QString KXFilter::prefixed(const std::optional<QString> &prefix, const std::opti
 
 KXPredicate KXFilter::representedRemotePredicateWithKeyPath(const std::optional<QString> &prefix) const
 {
-    return representedPredicateWithKeyPath(prefixed(prefix, remoteValuePredicateKeyPath()), remoteValuePredicateModifier());
+    return representedPredicateWithKeyPath(
+        prefixed(prefix, remoteValuePredicateKeyPath()), remoteValuePredicateModifier());
 }
 
 KXPredicate KXFilter::representedLocalPredicateWithKeyPath(const std::optional<QString> &prefix) const
 {
-    return representedPredicateWithKeyPath(prefixed(prefix, localValuePredicateKeyPath()), localValuePredicateModifier());
+    return representedPredicateWithKeyPath(
+        prefixed(prefix, localValuePredicateKeyPath()), localValuePredicateModifier());
 }
 
-KXRef<KXFilter> KXFilter::duplicateInContext(KXManagedObjectContext &context) const { return duplicateInContext(context, entity()->name()); }
+KXRef<KXFilter> KXFilter::duplicateInContext(KXManagedObjectContext &context) const
+{
+    return duplicateInContext(context, entity()->name());
+}
 
 KXRef<KXFilter> KXFilter::duplicateInContext(KXManagedObjectContext &context, const QString &usingEntityName) const
 {
@@ -52,9 +57,10 @@ KXRef<KXFilter> KXFilter::duplicateInContext(KXManagedObjectContext &context, co
 
 void KXFilter::copyTo(KXFilter &copy) const
 {
-    copyAttributes({ u"name"_s, u"label"_s, u"enabled"_s, u"position"_s, u"localValuePredicateKeyPath"_s, u"localValuePredicateModifier"_s,
-                       u"remoteValuePredicateKeyPath"_s, u"remoteValuePredicateModifier"_s, u"remoteValueIdentifierPredicateKeyPath"_s,
-                       u"remoteValueIdentifierPredicateModifier"_s },
+    copyAttributes(
+        { u"name"_s, u"label"_s, u"enabled"_s, u"position"_s, u"localValuePredicateKeyPath"_s,
+            u"localValuePredicateModifier"_s, u"remoteValuePredicateKeyPath"_s, u"remoteValuePredicateModifier"_s,
+            u"remoteValueIdentifierPredicateKeyPath"_s, u"remoteValueIdentifierPredicateModifier"_s },
         copy);
 }
 
@@ -64,7 +70,8 @@ void KXFilter::copyAttributes(const QStringList &keys, KXFilter &copy) const
         if (copy.entity()->property(key))
             copy.setValueForKey(key, KXManagedObject::valueForKey(key));
         else
-            KXLogWarning(filters, "\"%@\" of a copied filter is lost: \"%@\" has no such attribute", key, copy.entity()->name());
+            KXLogWarning(
+                filters, "\"%@\" of a copied filter is lost: \"%@\" has no such attribute", key, copy.entity()->name());
     }
 }
 
@@ -97,5 +104,6 @@ QStringList KXFilter::keyPathsForValuesAffectingKey(const QString &key) const
 {
     if (key == labelKey)
         return keysAffectingLabel();
-    return key == "title"_L1 ? keysAffectingLabel() << QString(labelKey.toString()) : KXFilterTreeObject::keyPathsForValuesAffectingKey(key);
+    return key == "title"_L1 ? keysAffectingLabel() << QString(labelKey.toString())
+                             : KXFilterTreeObject::keyPathsForValuesAffectingKey(key);
 }

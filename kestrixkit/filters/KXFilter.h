@@ -9,8 +9,8 @@ class KXFilterSet;
 
 /// One stored criterion of a search: the base of range, date and facet filters.
 ///
-/// A filter turns itself into a predicate for the local library and one for the remote catalogue. Both are the same tree
-/// on key paths and modifiers of their own. Attributes that the store has no value for read as absent, 0 or false.
+/// A filter turns itself into a predicate for the local library and one for the remote catalogue. Both are the same
+/// tree on key paths and modifiers of their own. Attributes that the store has no value for read as absent, 0 or false.
 /// Belongs to the thread of its context.
 class KX_CORE_EXPORT KXFilter : public KXFilterTreeObject<KXFilter>
 {
@@ -26,7 +26,8 @@ public:
     // The same in the remote catalogue, for values and for values that have an identifier there.
     KX_ATTRIBUTE(std::optional<QString>, remoteValuePredicateKeyPath, setRemoteValuePredicateKeyPath)
     KX_ATTRIBUTE(KXPredicateModifier, remoteValuePredicateModifier, setRemoteValuePredicateModifier)
-    KX_ATTRIBUTE(std::optional<QString>, remoteValueIdentifierPredicateKeyPath, setRemoteValueIdentifierPredicateKeyPath)
+    KX_ATTRIBUTE(
+        std::optional<QString>, remoteValueIdentifierPredicateKeyPath, setRemoteValueIdentifierPredicateKeyPath)
     KX_ATTRIBUTE(KXPredicateModifier, remoteValueIdentifierPredicateModifier, setRemoteValueIdentifierPredicateModifier)
     /// The owner; a filter below another one may have none.
     KX_TO_ONE(KXFilterSet, filterSet, setFilterSet)
@@ -42,17 +43,21 @@ public:
     [[nodiscard]] virtual QString detailsAsHTMLString() const { return {}; }
 
     /// The condition on the key path; absent where the filter has none.
-    [[nodiscard]] virtual KXPredicate representedPredicateWithKeyPath(const QString &keyPath, KXPredicateModifier modifier) const;
+    [[nodiscard]] virtual KXPredicate representedPredicateWithKeyPath(
+        const QString &keyPath, KXPredicateModifier modifier) const;
     /// The condition on the filter's own key path. With a prefix that is the prefix, the key path and a final dot, with
     /// nothing put between: callers choose their prefix accordingly.
-    [[nodiscard]] virtual KXPredicate representedRemotePredicateWithKeyPath(const std::optional<QString> &prefix = {}) const;
-    [[nodiscard]] virtual KXPredicate representedLocalPredicateWithKeyPath(const std::optional<QString> &prefix = {}) const;
+    [[nodiscard]] virtual KXPredicate representedRemotePredicateWithKeyPath(
+        const std::optional<QString> &prefix = {}) const;
+    [[nodiscard]] virtual KXPredicate representedLocalPredicateWithKeyPath(
+        const std::optional<QString> &prefix = {}) const;
 
     /// A copy in that context, of the receiver's entity. Copies attributes, and values of facet filters; never the set,
     /// parent or children. Empty where the store gives no identifier.
     [[nodiscard]] KXRef<KXFilter> duplicateInContext(KXManagedObjectContext &context) const;
     /// The same as another entity, which has to be one of filters. What it has no attribute for is logged and left out.
-    [[nodiscard]] KXRef<KXFilter> duplicateInContext(KXManagedObjectContext &context, const QString &usingEntityName) const;
+    [[nodiscard]] KXRef<KXFilter> duplicateInContext(
+        KXManagedObjectContext &context, const QString &usingEntityName) const;
 
     /// The nearest parent, grandparent and so on that is of the class; empty where there is none.
     template <class Ancestor> [[nodiscard]] KXRef<Ancestor> ancestorOfClass() const

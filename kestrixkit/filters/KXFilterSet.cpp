@@ -7,7 +7,8 @@ using namespace Qt::StringLiterals;
 QList<KXRef<KXFilter>> KXFilterSet::sortedFilters() const
 {
     QList<KXRef<KXFilter>> sorted = filters();
-    std::stable_sort(sorted.begin(), sorted.end(), [](const auto &a, const auto &b) { return a->position() < b->position(); });
+    std::stable_sort(
+        sorted.begin(), sorted.end(), [](const auto &a, const auto &b) { return a->position() < b->position(); });
     return sorted;
 }
 

@@ -16,9 +16,11 @@ constexpr int checkMostAttempts = 100'000;
 /// The comparisons that a part joins by OR; none for a part of another form.
 QList<KXPredicate> checkComparisons(const KXPredicate &part)
 {
-    const QList<KXPredicate> comparisons = part.type() == KXPredicateType::Or ? part.subpredicates() : QList<KXPredicate> { part };
+    const QList<KXPredicate> comparisons
+        = part.type() == KXPredicateType::Or ? part.subpredicates() : QList<KXPredicate> { part };
     const bool isDecidable = std::all_of(comparisons.begin(), comparisons.end(), [&](const KXPredicate &comparison) {
-        return KXValueAxis::isDecidable(comparison) && comparison.leftExpression() == comparisons.first().leftExpression()
+        return KXValueAxis::isDecidable(comparison)
+            && comparison.leftExpression() == comparisons.first().leftExpression()
             && comparison.modifier() == comparisons.first().modifier();
     });
     return isDecidable ? comparisons : QList<KXPredicate>();
@@ -36,7 +38,8 @@ public:
     void add(int place, const QList<KXPredicate> &comparisons)
     {
         const KXPredicateModifier modifier = comparisons.first().modifier();
-        if (m_domain.type == KXValueDomain::Anything && (modifier == KXPredicateModifier::All || modifier == KXPredicateModifier::Any))
+        if (m_domain.type == KXValueDomain::Anything
+            && (modifier == KXPredicateModifier::All || modifier == KXPredicateModifier::Any))
             m_domain.isToMany = true;
         m_entries.push_back({ place, modifier == KXPredicateModifier::All, comparisons, {}, {} });
     }
@@ -85,7 +88,8 @@ private:
         bool isForAll; ///< of the values behind a to-many relationship every one has to match
         QList<KXPredicate> comparisons;
         KXValueRegion region; ///< values that fit any of the comparisons
-        std::vector<KXValueRegion> alternatives; ///< for isForAll: each comparison's, one of which has to hold all values
+        std::vector<KXValueRegion>
+            alternatives; ///< for isForAll: each comparison's, one of which has to hold all values
     };
 
     void resolve(QList<int> &undecided)
@@ -109,8 +113,8 @@ private:
             entry.isForAll = entry.isForAll && m_domain.isToMany;
             std::vector<KXValueRegion::Run> runs;
             for (const KXPredicate &comparison : entry.comparisons) {
-                const KXValueRegion region
-                    = axis.region(comparison.comparisonOperator(), KXPredicateValue(comparison.rightExpression().constantValue()));
+                const KXValueRegion region = axis.region(
+                    comparison.comparisonOperator(), KXPredicateValue(comparison.rightExpression().constantValue()));
                 runs.insert(runs.end(), region.runs().begin(), region.runs().end());
                 if (entry.isForAll)
                     entry.alternatives.push_back(region.intersected(m_possible));
@@ -125,10 +129,12 @@ private:
             return entry.region == m_possible;
         // No values at all fit ALL and nothing else.
         return entry.isForAll
-            && std::any_of(entry.alternatives.begin(), entry.alternatives.end(), [this](const auto &region) { return region == m_possible; });
+            && std::any_of(entry.alternatives.begin(), entry.alternatives.end(),
+                [this](const auto &region) { return region == m_possible; });
     }
 
-    /// Whether some value, or behind a to-many relationship some set of values, fits all the entries; null ones do not count.
+    /// Whether some value, or behind a to-many relationship some set of values, fits all the entries; null ones do not
+    /// count.
     [[nodiscard]] bool isSatisfiable(const std::vector<const Entry *> &entries) const
     {
         if (!m_domain.isToMany) {
@@ -168,20 +174,24 @@ private:
 
 }
 
-KXFilterSetCheck KXFilterSetCheck::check(const KXFilterSet &set, const KXEntityDescription *entity, const std::optional<QString> &prefix)
+KXFilterSetCheck KXFilterSetCheck::check(
+    const KXFilterSet &set, const KXEntityDescription *entity, const std::optional<QString> &prefix)
 {
     KXFilterSetCheck check;
     std::map<QString, KeyPathParts> keyPaths;
     for (const KXRef<KXFilter> &filter : set.sortedFilters()) {
-        const KXPredicate predicate = filter->enabled() ? filter->representedLocalPredicateWithKeyPath(prefix) : KXPredicate();
-        for (const KXPredicate &part : predicate ? KXFilterSetExplanation::partsOfPredicate(predicate) : QList<KXPredicate>()) {
+        const KXPredicate predicate
+            = filter->enabled() ? filter->representedLocalPredicateWithKeyPath(prefix) : KXPredicate();
+        for (const KXPredicate &part :
+            predicate ? KXFilterSetExplanation::partsOfPredicate(predicate) : QList<KXPredicate>()) {
             const int place = int(check.m_parts.size());
             check.m_parts.append({ filter, part });
             if (const auto comparisons = checkComparisons(part); !comparisons.isEmpty()) {
                 const KXExpression &path = comparisons.first().leftExpression();
                 keyPaths.try_emplace(path.keyPath(), entity, path.keys()).first->second.add(place, comparisons);
             } else if (part.countOfComparisons() == 0) { // AND of nothing and the like
-                check.m_findings.append({ part.evaluateWithObject(nullptr) ? Problem::AlwaysMatches : Problem::NeverMatches, { place } });
+                check.m_findings.append(
+                    { part.evaluateWithObject(nullptr) ? Problem::AlwaysMatches : Problem::NeverMatches, { place } });
             } else {
                 check.m_undecided.append(place);
             }
@@ -198,11 +208,13 @@ KXFilterSetCheck KXFilterSetCheck::check(const KXFilterSet &set, const KXEntityD
 
 bool KXFilterSetCheck::neverMatches() const
 {
-    return std::any_of(m_findings.begin(), m_findings.end(), [](const Finding &finding) { return finding.problem != Problem::AlwaysMatches; });
+    return std::any_of(m_findings.begin(), m_findings.end(),
+        [](const Finding &finding) { return finding.problem != Problem::AlwaysMatches; });
 }
 
 bool KXFilterSetCheck::alwaysMatches() const
 {
-    return std::count_if(m_findings.begin(), m_findings.end(), [](const Finding &finding) { return finding.problem == Problem::AlwaysMatches; })
-        == m_parts.size();
+    return std::count_if(m_findings.begin(), m_findings.end(), [](const Finding &finding) {
+        return finding.problem == Problem::AlwaysMatches;
+    }) == m_parts.size();
 }

@@ -4,14 +4,14 @@
 
 class KXEntityDescription;
 
-/// What is wrong with a filter set by itself, whatever the library holds: conditions that no object can fit, conditions that
-/// every object fits, and conditions that contradict each other.
+/// What is wrong with a filter set by itself, whatever the library holds: conditions that no object can fit, conditions
+/// that every object fits, and conditions that contradict each other.
 ///
 /// Looks at the local predicates of the enabled filters as they are at this moment, so that spans of dates count from
-/// now. It is exact for comparisons of a key path with a constant by "<", "<=", ">", ">=", "=" and "!=", joined by OR or
-/// not: it takes types of attributes into account, absent values, and any number of values behind a to-many relationship.
-/// Conditions of other forms are left out and named as undecided(). Each key path is looked at by itself: what two of
-/// them have to do with each other is not known here.
+/// now. It is exact for comparisons of a key path with a constant by "<", "<=", ">", ">=", "=" and "!=", joined by OR
+/// or not: it takes types of attributes into account, absent values, and any number of values behind a to-many
+/// relationship. Conditions of other forms are left out and named as undecided(). Each key path is looked at by itself:
+/// what two of them have to do with each other is not known here.
 class KX_CORE_EXPORT KXFilterSetCheck
 {
 public:
@@ -33,14 +33,14 @@ public:
         friend bool operator==(const Finding &, const Finding &) = default;
     };
 
-    /// The entity is that of the objects to be filtered; null where it is not known: then attributes may hold anything, and
-    /// a key path stands for many values if it is compared with ANY or ALL.
+    /// The entity is that of the objects to be filtered; null where it is not known: then attributes may hold anything,
+    /// and a key path stands for many values if it is compared with ANY or ALL.
     [[nodiscard]] static KXFilterSetCheck check(
         const KXFilterSet &set, const KXEntityDescription *entity, const std::optional<QString> &prefix = {});
 
     [[nodiscard]] const QList<Part> &parts() const { return m_parts; }
-    /// All single parts that never or always match and all pairs that contradict each other; for each key path where nothing
-    /// of that kind explains that nothing fits, one larger group.
+    /// All single parts that never or always match and all pairs that contradict each other; for each key path where
+    /// nothing of that kind explains that nothing fits, one larger group.
     [[nodiscard]] const QList<Finding> &findings() const { return m_findings; }
     /// Places of the parts that are not understood.
     [[nodiscard]] const QList<int> &undecided() const { return m_undecided; }

@@ -29,7 +29,8 @@ KXFilterSetExplanation KXFilterSetExplanation::explain(
             verdict.parts.append(part);
         }
         for (const QString &keyPath : predicate.keyPaths())
-            verdict.values.insert(keyPath, KXExpression::expressionForKeyPath(keyPath).expressionValueWithObject(object));
+            verdict.values.insert(
+                keyPath, KXExpression::expressionForKeyPath(keyPath).expressionValueWithObject(object));
         explanation.m_verdicts.append(verdict);
     }
     return explanation;

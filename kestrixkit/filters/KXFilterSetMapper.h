@@ -15,5 +15,6 @@ public:
     /// Whether the set, which may be empty, can be translated.
     [[nodiscard]] virtual bool canMapFilterSet(const KXRef<KXFilterSet> &set) const = 0;
     /// Makes an equivalent set in the context, which the caller saves; empty where it cannot.
-    [[nodiscard]] virtual KXRef<KXFilterSet> createInstanceByMappingFilterSet(const KXRef<KXFilterSet> &set, KXManagedObjectContext &inContext) const = 0;
+    [[nodiscard]] virtual KXRef<KXFilterSet> createInstanceByMappingFilterSet(
+        const KXRef<KXFilterSet> &set, KXManagedObjectContext &inContext) const = 0;
 };

@@ -3,6 +3,7 @@
 #include <kestrixkit/filters/KXFilterImages_p.h>
 #include <kestrixkit/filters/KXFilterSet.h>
 #include <kestrixkit/foundation/KXMainQueue.h>
+#include <kestrixkit/theme/KXThemeStyleNames.h>
 
 using namespace Qt::StringLiterals;
 
@@ -11,16 +12,23 @@ KXRef<KXFilterSet> KXFilterSetPreset::filterSet() const
     KXManagedObjectContext *context = managedObjectContext();
     if (m_filterSet || !context)
         return m_filterSet;
-    const QUrl uri = filterSetURI();
-    if (const KXManagedObjectID id = context->persistentStoreCoordinator()->managedObjectIDForURIRepresentation(uri))
-        m_filterSet = KXFilterSet::cast(context->objectWithID(id));
-    return m_filterSet;
+    const KXManagedObjectID id
+        = context->persistentStoreCoordinator()->managedObjectIDForURIRepresentation(filterSetURI());
+    const KXRef<KXFilterSet> set = id ? KXFilterSet::cast(context->objectWithID(id)) : KXRef<KXFilterSet>();
+    hold(set);
+    return set;
+}
+
+void KXFilterSetPreset::hold(const KXRef<KXFilterSet> &set) const
+{
+    // Objects of a child context last as long as it does, and a handle among them would keep it for ever.
+    m_filterSet = set && set->belongsToContext() ? KXRef<KXFilterSet>() : set;
 }
 
 void KXFilterSetPreset::setFilterSet(const KXRef<KXFilterSet> &set)
 {
     setFilterSetURI(set ? set->objectID().URIRepresentation() : QUrl());
-    m_filterSet = set;
+    hold(set);
 }
 
 std::optional<KXCounts> KXFilterSetPreset::counts() const
@@ -36,7 +44,8 @@ std::optional<KXCounts> KXFilterSetPreset::counts() const
 void KXFilterSetPreset::addCountsTo(KXCounts &sums, QList<const KXFilterSetPreset *> &visited) const
 {
     if (!isFolder()) {
-        for (auto entry = m_counts ? m_counts->cbegin() : KXCounts::const_iterator(); m_counts && entry != m_counts->cend(); ++entry)
+        for (auto entry = m_counts ? m_counts->cbegin() : KXCounts::const_iterator();
+             m_counts && entry != m_counts->cend(); ++entry)
             sums[entry.key()] += entry.value();
         return;
     }
@@ -87,7 +96,7 @@ void KXFilterSetPreset::prepareForDeletion()
 
 QIcon KXFilterSetPreset::image() const
 {
-    return KXThemeImage(isFolder() ? u"filterPresetIcons.folder"_s : u"filterPresetIcons.preset"_s);
+    return KXThemeImage(isFolder() ? KXFilterPresetFolderIcon : KXFilterPresetIcon);
 }
 
 QVariant KXFilterSetPreset::valueForKey(const QString &key) const
@@ -99,5 +108,6 @@ QVariant KXFilterSetPreset::valueForKey(const QString &key) const
 
 QStringList KXFilterSetPreset::keyPathsForValuesAffectingKey(const QString &key) const
 {
-    return key == "counts"_L1 ? QStringList { u"children"_s, u"parent"_s } : KXFilterTreeObject::keyPathsForValuesAffectingKey(key);
+    return key == "counts"_L1 ? QStringList { u"children"_s, u"parent"_s }
+                              : KXFilterTreeObject::keyPathsForValuesAffectingKey(key);
 }

@@ -29,14 +29,15 @@ public:
     KX_ATTRIBUTE(bool, isSticky, setIsSticky)
 
     /// The set that the URI names, held from then on: it is not looked up again, even if the URI changes or the set is
-    /// deleted. Empty without URI, for one that names no filter set of the store, and without context.
+    /// deleted. (In a child context, which keeps its objects itself, it is looked up each time.) Empty without URI, for
+    /// one that names no filter set of the store, and without context.
     [[nodiscard]] KXRef<KXFilterSet> filterSet() const;
     /// Names the set and holds it.
     void setFilterSet(const KXRef<KXFilterSet> &set);
 
-    /// How many objects match, by the place that counts them. A folder's are the sums over its children, made anew by each
-    /// reading and never absent; another preset's are absent before the first count. Kept in memory only. Observable
-    /// under "counts".
+    /// How many objects match, by the place that counts them. A folder's are the sums over its children, made anew by
+    /// each reading and never absent; another preset's are absent before the first count. Kept in memory only.
+    /// Observable under "counts".
     [[nodiscard]] std::optional<KXCounts> counts() const;
     /// Main thread. Announces the counts of the folder around it, too.
     void setCount(qint64 count, const QString &forContextIdentifier);
@@ -47,9 +48,15 @@ public:
 
     [[nodiscard]] bool isEditable() const override { return true; }
     [[nodiscard]] bool canBeRepositioned() const override { return isRepositionable(); }
-    [[nodiscard]] bool canBeParentForItem(const KXSourceListItem *) const override { return isFolder() && isOverwritable(); }
+    [[nodiscard]] bool canBeParentForItem(const KXSourceListItem *) const override
+    {
+        return isFolder() && isOverwritable();
+    }
     /// True for itself as well: a preset cannot be dropped onto itself.
-    [[nodiscard]] bool isDescendantOfItem(const KXSourceListItem *item) const override { return item == this || hasAncestor(item); }
+    [[nodiscard]] bool isDescendantOfItem(const KXSourceListItem *item) const override
+    {
+        return item == this || hasAncestor(item);
+    }
     /// The theme's "filterPresetIcons.folder" or "filterPresetIcons.preset".
     [[nodiscard]] QIcon image() const override;
     [[nodiscard]] QVariant valueForKey(const QString &key) const override;
@@ -60,6 +67,7 @@ protected:
     void prepareForDeletion() override;
 
 private:
+    void hold(const KXRef<KXFilterSet> &set) const;
     void addCountsTo(KXCounts &sums, QList<const KXFilterSetPreset *> &visited) const;
 
     std::optional<KXCounts> m_counts;

@@ -15,7 +15,8 @@ KXManagedObjectContext::Ref countsContextOf(const KXRef<KXFilterSetPreset> &pres
 
 }
 
-KXFilterSetPresetCountsProvider::KXFilterSetPresetCountsProvider(KXRef<KXFilterSetPreset> preset, QString contextIdentifier)
+KXFilterSetPresetCountsProvider::KXFilterSetPresetCountsProvider(
+    KXRef<KXFilterSetPreset> preset, QString contextIdentifier)
     : KXManagedObjectContextOperation(countsContextOf(preset))
     , m_contextIdentifier(std::move(contextIdentifier))
 {

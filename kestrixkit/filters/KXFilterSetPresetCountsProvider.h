@@ -6,9 +6,10 @@
 
 /// Counts what one preset matches in one place of the application, in the background: the host subclasses it.
 ///
-/// A subclass overrides loadCounts(). There it fetches the preset's filter set anew in localContext(), by filterSetURI(),
-/// turns it into a predicate (with the mapper, where the place needs one), joins that with basePredicates(), counts and
-/// hands the number to deliverCount(). The preset itself belongs to the main thread and is not touched there.
+/// A subclass overrides loadCounts(). There it fetches the preset's filter set anew in localContext(), by
+/// filterSetURI(), turns it into a predicate (with the mapper, where the place needs one), joins that with
+/// basePredicates(), counts and hands the number to deliverCount(). The preset itself belongs to the main thread and is
+/// not touched there.
 ///
 /// Made and configured on the main thread, then queued by KXFilterSetPresetCountsScheduler.
 class KX_CORE_EXPORT KXFilterSetPresetCountsProvider : public KXManagedObjectContextOperation
@@ -35,8 +36,8 @@ public:
     /// What a subclass says went wrong.
     [[nodiscard]] KXError error() const;
 
-    /// Runs loadCounts(), also when cancelled: a subclass asks isCancelled() itself. A KXException is logged and ends the
-    /// operation; what else is thrown ends it, too, and is passed on.
+    /// Runs loadCounts(), also when cancelled: a subclass asks isCancelled() itself. A KXException is logged and ends
+    /// the operation; what else is thrown ends it, too, and is passed on.
     void start() override;
     /// Whether start() was called, by now perhaps done.
     [[nodiscard]] bool hasStarted() const { return m_started.load(std::memory_order_acquire); }

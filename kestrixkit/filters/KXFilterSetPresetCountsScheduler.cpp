@@ -66,16 +66,18 @@ KXOperationQueue &KXFilterSetPresetCountsScheduler::countsQueue()
     return *holder.queue;
 }
 
-KXFilterSetPresetCountsScheduler::KXFilterSetPresetCountsScheduler(QString countsContextIdentifier, Callbacks callbacks, QString name)
+KXFilterSetPresetCountsScheduler::KXFilterSetPresetCountsScheduler(
+    QString countsContextIdentifier, Callbacks callbacks, QString name)
     : m_identifier(std::move(countsContextIdentifier))
     , m_callbacks(std::move(callbacks))
     , m_name(std::move(name))
     , m_context(countsPresetsContext())
     , m_self(std::make_shared<KXFilterSetPresetCountsScheduler *>(this))
-    , m_changes(KXNotificationCenter::defaultCenter().addObserver(KXManagedObjectContextObjectsDidChangeNotification, m_context.get(),
+    , m_changes(KXNotificationCenter::defaultCenter().addObserver(KXManagedObjectContextObjectsDidChangeNotification,
+          m_context.get(),
           [this](const KXNotification &notification) { managedObjectContextObjectsDidChange(notification); }))
-    , m_saves(KXNotificationCenter::defaultCenter().addObserver(KXManagedObjectContextDidSaveNotification, m_context.get(),
-          [this](const KXNotification &) { managedObjectContextDidSave(); }))
+    , m_saves(KXNotificationCenter::defaultCenter().addObserver(KXManagedObjectContextDidSaveNotification,
+          m_context.get(), [this](const KXNotification &) { managedObjectContextDidSave(); }))
 {
 }
 
@@ -85,7 +87,10 @@ KXFilterSetPresetCountsScheduler::~KXFilterSetPresetCountsScheduler()
         operation->cancel();
 }
 
-void KXFilterSetPresetCountsScheduler::log(const char *text, const QString &title) const { KXLogDebug(filters, text, m_name, title); }
+void KXFilterSetPresetCountsScheduler::log(const char *text, const QString &title) const
+{
+    KXLogDebug(filters, text, m_name, title);
+}
 
 void KXFilterSetPresetCountsScheduler::loadCountsForAllPresets()
 {
@@ -122,7 +127,8 @@ void KXFilterSetPresetCountsScheduler::enqueueCountsOperationForPreset(const KXR
             m_countOperations.remove(id);
         }
     }
-    const Provider operation = m_callbacks.countsProviderForFilterSetPreset ? m_callbacks.countsProviderForFilterSetPreset(preset) : nullptr;
+    const Provider operation
+        = m_callbacks.countsProviderForFilterSetPreset ? m_callbacks.countsProviderForFilterSetPreset(preset) : nullptr;
     if (!operation)
         return;
     operation->setCompletionBlock([weakOperation = std::weak_ptr(operation), weakSelf = std::weak_ptr(m_self), title] {

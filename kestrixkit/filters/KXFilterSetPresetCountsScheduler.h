@@ -16,8 +16,8 @@ class QTimer;
 /// Decides when presets are counted: while they are on screen, never twice at a time, and anew whenever their filters
 /// change. Whoever shows presets owns one.
 ///
-/// It follows the context of the presets manager that is shared when it is made. All counting of the process goes through
-/// one queue, one operation at a time. Main thread; destroying it cancels what it has queued.
+/// It follows the context of the presets manager that is shared when it is made. All counting of the process goes
+/// through one queue, one operation at a time. Main thread; destroying it cancels what it has queued.
 class KX_CORE_EXPORT KXFilterSetPresetCountsScheduler
 {
 public:
@@ -57,7 +57,10 @@ public:
 
     /// Queued or running, by preset.
     [[nodiscard]] const QHash<KXManagedObjectID, Provider> &countOperations() const { return m_countOperations; }
-    [[nodiscard]] const QSet<KXRef<KXFilterSetPreset>> &presetsNeedingCountUpdate() const { return m_presetsNeedingCountUpdate; }
+    [[nodiscard]] const QSet<KXRef<KXFilterSetPreset>> &presetsNeedingCountUpdate() const
+    {
+        return m_presetsNeedingCountUpdate;
+    }
     /// A host's timer, which is stopped when a dequeue leaves nothing pending. Null unless set.
     [[nodiscard]] QTimer *countUpdatesScheduleTimer() const;
     void setCountUpdatesScheduleTimer(QTimer *timer);
@@ -76,7 +79,8 @@ private:
     /// Operations queued for changes that were not saved yet: one that starts before the save counts what was before.
     QList<std::weak_ptr<KXFilterSetPresetCountsProvider>> m_queuedBeforeSave;
     QPointer<QTimer> m_timer;
-    std::shared_ptr<KXFilterSetPresetCountsScheduler *> m_self; ///< gone with the scheduler; for hops to the main thread
+    std::shared_ptr<KXFilterSetPresetCountsScheduler *>
+        m_self; ///< gone with the scheduler; for hops to the main thread
     KXNotificationToken m_changes;
     KXNotificationToken m_saves;
 };

@@ -27,7 +27,8 @@ KXFilterSetPresetsManager::KXFilterSetPresetsManager(KXManagedObjectContext::Ref
     : m_context(std::move(context))
 {
     setupPresetCache();
-    m_changes = KXNotificationCenter::defaultCenter().addObserver(KXManagedObjectContextObjectsDidChangeNotification, m_context.get(),
+    m_changes = KXNotificationCenter::defaultCenter().addObserver(KXManagedObjectContextObjectsDidChangeNotification,
+        m_context.get(),
         [this](const KXNotification &notification) { managedObjectContextObjectsDidChange(notification); });
 }
 
@@ -63,18 +64,21 @@ void KXFilterSetPresetsManager::managedObjectContextObjectsDidChange(const KXNot
     }
 }
 
-void KXFilterSetPresetsManager::registerFilterSetMapper(Mapper mapper, const KXManagedObjectContext::Ref &forApplicationContext)
+void KXFilterSetPresetsManager::registerFilterSetMapper(
+    Mapper mapper, const KXManagedObjectContext::Ref &forApplicationContext)
 {
     m_mappers.insert_or_assign(forApplicationContext, std::move(mapper));
 }
 
-KXFilterSetPresetsManager::Mapper KXFilterSetPresetsManager::filterSetMapperForApplicationContext(const KXManagedObjectContext::Ref &context) const
+KXFilterSetPresetsManager::Mapper KXFilterSetPresetsManager::filterSetMapperForApplicationContext(
+    const KXManagedObjectContext::Ref &context) const
 {
     const auto found = m_mappers.find(context);
     return found == m_mappers.end() ? nullptr : found->second;
 }
 
-bool KXFilterSetPresetsManager::isPresetAvailable(const KXRef<KXFilterSetPreset> &preset, const KXManagedObjectContext::Ref &inContext) const
+bool KXFilterSetPresetsManager::isPresetAvailable(
+    const KXRef<KXFilterSetPreset> &preset, const KXManagedObjectContext::Ref &inContext) const
 {
     const Mapper mapper = presetsMapper(inContext);
     try {

@@ -31,7 +31,8 @@ public:
 
     [[nodiscard]] const KXManagedObjectContext::Ref &context() const { return m_context; }
     /// All presets, folders included, that the context had at first or was told to insert; for the host. A preset stays
-    /// when the notification that brought its deletion finds it deleted no more, and one that comes by a merge is not added.
+    /// when the notification that brought its deletion finds it deleted no more, and one that comes by a merge is not
+    /// added.
     [[nodiscard]] const QSet<KXRef<KXFilterSetPreset>> &presetsCache() const { return m_presetsCache; }
     /// Fills the cache anew.
     void setupPresetCache();
@@ -50,10 +51,12 @@ public:
     // counts as one that cannot.
 
     /// Whether the context's mapper can map the preset's filter set; false without mapper or shared manager.
-    [[nodiscard]] bool isPresetAvailable(const KXRef<KXFilterSetPreset> &preset, const KXManagedObjectContext::Ref &inContext) const;
+    [[nodiscard]] bool isPresetAvailable(
+        const KXRef<KXFilterSetPreset> &preset, const KXManagedObjectContext::Ref &inContext) const;
     /// A set in the application context that stands for the preset's; the caller saves it. Empty without set, mapper or
     /// shared manager. Whether the set can be mapped is not asked first.
-    [[nodiscard]] KXRef<KXFilterSet> createFilterSetFromFilterSet(const KXRef<KXFilterSet> &set, const KXManagedObjectContext::Ref &inContext) const;
+    [[nodiscard]] KXRef<KXFilterSet> createFilterSetFromFilterSet(
+        const KXRef<KXFilterSet> &set, const KXManagedObjectContext::Ref &inContext) const;
 
 private:
     const KXManagedObjectContext::Ref m_context;

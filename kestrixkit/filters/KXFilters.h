@@ -10,12 +10,12 @@ inline constexpr qint64 KXMaxAllowDirectQueryExpressions = 1000;
 class KX_CORE_EXPORT KXFilters
 {
 public:
-    /// Registers the classes of filters, sets and presets. Call it before a store is opened; any number of times. A host's
-    /// own subclasses are registered afterwards.
+    /// Registers the classes of filters, sets and presets. Call it before a store is opened; any number of times. A
+    /// host's own subclasses are registered afterwards.
     static void registerEntities();
 
-    /// The framework's own object model. A host merges it with its own by KXManagedObjectModel::modelByMergingModels(), or
-    /// names KXBundle::frameworkBundle() where it merges the models of bundles.
+    /// The framework's own object model. A host merges it with its own by KXManagedObjectModel::modelByMergingModels(),
+    /// or names KXBundle::frameworkBundle() where it merges the models of bundles.
     [[nodiscard]] static KXManagedObjectModel::Ref managedObjectModel();
 
     KXFilters() = delete;

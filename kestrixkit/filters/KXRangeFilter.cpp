@@ -6,7 +6,8 @@ namespace {
 
 const QStringList &rangeFilterKeys()
 {
-    static const QStringList keys { u"startValue"_s, u"endValue"_s, u"startValueOperatorType"_s, u"endValueOperatorType"_s };
+    static const QStringList keys { u"startValue"_s, u"endValue"_s, u"startValueOperatorType"_s,
+        u"endValueOperatorType"_s };
     return keys;
 }
 
@@ -37,7 +38,8 @@ KXPredicate KXRangeFilter::representedPredicateWithKeyPath(const QString &keyPat
 {
     QList<KXPredicate> bounds;
     if (const auto start = startValue())
-        bounds.append(KXPredicate::comparison(keyPath, startValueOperatorType(), QVariant::fromValue(*start), modifier));
+        bounds.append(
+            KXPredicate::comparison(keyPath, startValueOperatorType(), QVariant::fromValue(*start), modifier));
     if (const auto end = endValue())
         bounds.append(KXPredicate::comparison(keyPath, endValueOperatorType(), QVariant::fromValue(*end), modifier));
     return KXPredicate::andPredicate(bounds);

@@ -18,7 +18,8 @@ public:
     [[nodiscard]] QString defaultLabel() const override;
     [[nodiscard]] QString detailsAsHTMLString() const override;
     /// AND of a comparison for each bound; without bounds AND of nothing, which is true.
-    [[nodiscard]] KXPredicate representedPredicateWithKeyPath(const QString &keyPath, KXPredicateModifier modifier) const override;
+    [[nodiscard]] KXPredicate representedPredicateWithKeyPath(
+        const QString &keyPath, KXPredicateModifier modifier) const override;
 
 protected:
     void copyTo(KXFilter &copy) const override;

@@ -131,7 +131,8 @@ KXValueRegion::KXValueRegion(std::vector<Run> runs)
 KXValueRegion KXValueRegion::intersected(const KXValueRegion &other) const
 {
     KXValueRegion both;
-    for (auto mine = m_runs.begin(), theirs = other.m_runs.begin(); mine != m_runs.end() && theirs != other.m_runs.end();) {
+    for (auto mine = m_runs.begin(), theirs = other.m_runs.begin();
+         mine != m_runs.end() && theirs != other.m_runs.end();) {
         const Run run { std::max(mine->first, theirs->first), std::min(mine->second, theirs->second) };
         if (run.first <= run.second)
             both.m_runs.push_back(run);
@@ -177,7 +178,8 @@ bool KXValueAxis::isDecidable(const KXPredicate &comparison)
     return comparison.type() == KXPredicateType::Comparison && comparison.options() == 0
         && comparison.leftExpression().type() == KXExpressionType::KeyPath && comparison.rightExpression().isConstant()
         && comparison.rightExpression().constantValue().typeId() != QMetaType::QVariantList
-        && comparison.comparisonOperator() >= KXPredicateOperator::LessThan && comparison.comparisonOperator() <= KXPredicateOperator::NotEqual;
+        && comparison.comparisonOperator() >= KXPredicateOperator::LessThan
+        && comparison.comparisonOperator() <= KXPredicateOperator::NotEqual;
 }
 
 KXValueAxis::KXValueAxis(std::vector<KXPredicateValue> constants, const KXValueDomain &domain)
@@ -186,8 +188,9 @@ KXValueAxis::KXValueAxis(std::vector<KXPredicateValue> constants, const KXValueD
 {
     std::erase_if(m_constants, [](const KXPredicateValue &value) { return groupOf(value) < 0; });
     std::sort(m_constants.begin(), m_constants.end(), isBefore);
-    m_constants.erase(
-        std::unique(m_constants.begin(), m_constants.end(), [](const auto &a, const auto &b) { return !isBefore(a, b); }), m_constants.end());
+    m_constants.erase(std::unique(m_constants.begin(), m_constants.end(),
+                          [](const auto &a, const auto &b) { return !isBefore(a, b); }),
+        m_constants.end());
 
     std::vector<KXValueRegion::Run> possible;
     const auto add = [&possible](int cell, bool isPossible) {
@@ -256,7 +259,8 @@ bool KXValueAxis::mayHold(const KXPredicateValue &value) const
 
 bool KXValueAxis::mayHoldBetween(const KXPredicateValue *low, const KXPredicateValue *high) const
 {
-    const auto isBelowHigh = [high](const KXPredicateValue &value) { return !high || KXPredicateValue::compare(value, *high) < 0; };
+    const auto isBelowHigh
+        = [high](const KXPredicateValue &value) { return !high || KXPredicateValue::compare(value, *high) < 0; };
     switch (groupOf(low ? *low : *high)) {
     case AxisNumbers:
         if (m_domain.type == KXValueDomain::Integers) {
@@ -272,7 +276,8 @@ bool KXValueAxis::mayHoldBetween(const KXPredicateValue *low, const KXPredicateV
         }
         return true;
     case AxisTexts: // right behind a text comes the same with a zero
-        return low ? !high || KXTextFolding::compare(low->text() + QChar(u'\0'), high->text()) < 0 : !high->text().isEmpty();
+        return low ? !high || KXTextFolding::compare(low->text() + QChar(u'\0'), high->text()) < 0
+                   : !high->text().isEmpty();
     case AxisDates:
         return !low || !high || low->integer() + 1 < high->integer();
     case AxisBinaries:
@@ -291,7 +296,8 @@ KXValueRegion KXValueAxis::region(KXPredicateOperator comparisonOperator, const 
         return isEquality ? Region({ { 0, 0 } }) : isInequality ? Region({ { 1, m_lastCell } }) : Region();
     const auto found = std::lower_bound(m_constants.begin(), m_constants.end(), constant, isBefore);
     const int kind = groupOf(constant);
-    const auto group = std::find_if(m_groups.begin(), m_groups.end(), [kind](const Group &candidate) { return candidate.group == kind; });
+    const auto group = std::find_if(
+        m_groups.begin(), m_groups.end(), [kind](const Group &candidate) { return candidate.group == kind; });
     if (kind < 0 || group == m_groups.end())
         return isInequality ? Region({ { 0, m_lastCell } }) : Region();
     const int cell = group->firstCell + int(size_t(found - m_constants.begin()) - group->first) * 2 + 1;

@@ -41,8 +41,9 @@ private:
     std::vector<Run> m_runs;
 };
 
-/// All values of a key path, cut into cells in which every one of some comparisons has one answer: the absent value, each
-/// constant, what lies between two constants or beyond them, for each kind of value, and whatever is of no such kind.
+/// All values of a key path, cut into cells in which every one of some comparisons has one answer: the absent value,
+/// each constant, what lies between two constants or beyond them, for each kind of value, and whatever is of no such
+/// kind.
 class KXValueAxis
 {
 public:

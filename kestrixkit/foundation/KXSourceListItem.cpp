@@ -5,7 +5,8 @@ KXSourceListItem::~KXSourceListItem() = default;
 QList<KXSourceListItem *> KXSourceListItem::ancestorItems() const
 {
     QList<KXSourceListItem *> ancestors;
-    for (KXSourceListItem *item = parentItem(); item && item != this && !ancestors.contains(item); item = item->parentItem())
+    for (KXSourceListItem *item = parentItem(); item && item != this && !ancestors.contains(item);
+         item = item->parentItem())
         ancestors.append(item);
     return ancestors;
 }

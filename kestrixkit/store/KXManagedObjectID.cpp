@@ -12,7 +12,8 @@ namespace {
 struct IdentifierStores
 {
     std::mutex mutex;
-    std::map<QString, std::weak_ptr<const KXStoreIdentity>> byName; ///< the UUID; with "/Entity" for a store that is not open
+    std::map<QString, std::weak_ptr<const KXStoreIdentity>>
+        byName; ///< the UUID; with "/Entity" for a store that is not open
 
     [[nodiscard]] std::shared_ptr<const KXStoreIdentity> find(const QString &name) const
     {
@@ -42,8 +43,8 @@ struct IdentifierParts
 std::optional<IdentifierParts> identifierParts(const QUrl &uri)
 {
     const QStringList parts = uri.path().split(u'/');
-    if (uri.scheme() != "x-kestrix-store"_L1 || uri.host().isEmpty() || parts.size() != 3 || !parts[0].isEmpty() || parts[1].isEmpty()
-        || !parts[2].startsWith(u'p'))
+    if (uri.scheme() != "x-kestrix-store"_L1 || uri.host().isEmpty() || parts.size() != 3 || !parts[0].isEmpty()
+        || parts[1].isEmpty() || !parts[2].startsWith(u'p'))
         return {};
     bool ok = false;
     const qint64 key = QStringView(parts[2]).mid(1).toLongLong(&ok);
@@ -63,7 +64,8 @@ QUrl KXManagedObjectID::URIRepresentation() const
     return url;
 }
 
-KXManagedObjectID KXManagedObjectID::identifierForURIRepresentation(const QUrl &uri, const std::shared_ptr<const KXStoreIdentity> &inStore)
+KXManagedObjectID KXManagedObjectID::identifierForURIRepresentation(
+    const QUrl &uri, const std::shared_ptr<const KXStoreIdentity> &inStore)
 {
     const auto parts = identifierParts(uri);
     if (!parts || !inStore || uri.host() != inStore->uuid)
@@ -85,8 +87,8 @@ KXManagedObjectID KXManagedObjectID::identifierForURIRepresentation(const QUrl &
         const QString name = uri.host() + u'/' + parts->entity;
         store = stores.find(name);
         if (!store) {
-            store = std::make_shared<KXStoreIdentity>(
-                KXStoreIdentity { uri.host(), KXManagedObjectModel::make({ KXEntityDescription(parts->entity) }), nextStoreSerial() });
+            store = std::make_shared<KXStoreIdentity>(KXStoreIdentity {
+                uri.host(), KXManagedObjectModel::make({ KXEntityDescription(parts->entity) }), nextStoreSerial() });
             stores.add(name, store);
         }
     }

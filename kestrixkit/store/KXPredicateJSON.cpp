@@ -17,9 +17,10 @@ namespace {
 
 // Operators that have a name in JSON: those with a name in text. Append only: files hold them.
 constexpr KXPredicateOperator jsonOperators[] = { KXPredicateOperator::LessThan, KXPredicateOperator::LessThanOrEqual,
-    KXPredicateOperator::GreaterThan, KXPredicateOperator::GreaterThanOrEqual, KXPredicateOperator::Equal, KXPredicateOperator::NotEqual,
-    KXPredicateOperator::Matches, KXPredicateOperator::Like, KXPredicateOperator::BeginsWith, KXPredicateOperator::EndsWith,
-    KXPredicateOperator::In, KXPredicateOperator::Contains, KXPredicateOperator::Between };
+    KXPredicateOperator::GreaterThan, KXPredicateOperator::GreaterThanOrEqual, KXPredicateOperator::Equal,
+    KXPredicateOperator::NotEqual, KXPredicateOperator::Matches, KXPredicateOperator::Like,
+    KXPredicateOperator::BeginsWith, KXPredicateOperator::EndsWith, KXPredicateOperator::In,
+    KXPredicateOperator::Contains, KXPredicateOperator::Between };
 
 // Writing
 
@@ -57,7 +58,8 @@ QJsonValue jsonFromExpression(const KXExpression &expression)
     case KXExpressionType::KeyPath:
         return QJsonObject { { u"keyPath"_s, expression.keyPath() } };
     case KXExpressionType::Function:
-        return QJsonObject { { u"valueForKeyPath"_s, expression.keys().join(u'.') }, { u"of"_s, jsonFromExpression(expression.operand()) } };
+        return QJsonObject { { u"valueForKeyPath"_s, expression.keys().join(u'.') },
+            { u"of"_s, jsonFromExpression(expression.operand()) } };
     case KXExpressionType::Aggregate: {
         QJsonArray list;
         for (const KXExpression &element : expression.arguments())
@@ -74,7 +76,8 @@ QJsonObject jsonFromComparison(const KXPredicate &predicate)
 {
     const QLatin1StringView name = KXPredicatePrinter::operatorName(predicate.comparisonOperator());
     QJsonObject json { { u"left"_s, jsonFromExpression(predicate.leftExpression()) },
-        { u"operator"_s, name.isEmpty() ? QJsonValue(int(predicate.comparisonOperator())) : QJsonValue(QString(name).toLower()) },
+        { u"operator"_s,
+            name.isEmpty() ? QJsonValue(int(predicate.comparisonOperator())) : QJsonValue(QString(name).toLower()) },
         { u"right"_s, jsonFromExpression(predicate.rightExpression()) } };
     if (predicate.modifier() == KXPredicateModifier::All)
         json.insert(u"modifier"_s, u"all"_s);
@@ -152,7 +155,8 @@ private:
     KXPredicate comparison(const QJsonObject &object)
     {
         for (const QString &key : object.keys()) {
-            static const QStringList known { u"left"_s, u"operator"_s, u"right"_s, u"modifier"_s, u"caseInsensitive"_s, u"diacriticInsensitive"_s };
+            static const QStringList known { u"left"_s, u"operator"_s, u"right"_s, u"modifier"_s, u"caseInsensitive"_s,
+                u"diacriticInsensitive"_s };
             if (!known.contains(key))
                 fail(KXStringWithFormat("a comparison has no \"%@\"", key));
         }
@@ -163,7 +167,8 @@ private:
         int options = 0;
         options |= flag(object, "caseInsensitive"_L1) ? KXCaseInsensitive : 0;
         options |= flag(object, "diacriticInsensitive"_L1) ? KXDiacriticInsensitive : 0;
-        return KXPredicate::comparison(left, comparisonOperator(object["operator"_L1]), right, modifier(object["modifier"_L1]), options);
+        return KXPredicate::comparison(
+            left, comparisonOperator(object["operator"_L1]), right, modifier(object["modifier"_L1]), options);
     }
 
     bool flag(const QJsonObject &object, QLatin1StringView key)
@@ -178,7 +183,8 @@ private:
     {
         for (const KXPredicateOperator candidate : jsonOperators) {
             const QLatin1StringView name = KXPredicatePrinter::operatorName(candidate);
-            if (json.toString().compare(name, Qt::CaseInsensitive) == 0 || (candidate == KXPredicateOperator::Equal && json == "="_L1))
+            if (json.toString().compare(name, Qt::CaseInsensitive) == 0
+                || (candidate == KXPredicateOperator::Equal && json == "="_L1))
                 return candidate;
         }
         return KXPredicateOperator(code(json, "\"operator\" is the name of one, or a code"_L1));
@@ -190,7 +196,8 @@ private:
             return KXPredicateModifier::Direct;
         if (json == "all"_L1)
             return KXPredicateModifier::All;
-        return json == "any"_L1 ? KXPredicateModifier::Any : KXPredicateModifier(code(json, "\"modifier\" is \"all\", \"any\" or a code"_L1));
+        return json == "any"_L1 ? KXPredicateModifier::Any
+                                : KXPredicateModifier(code(json, "\"modifier\" is \"all\", \"any\" or a code"_L1));
     }
 
     int code(const QJsonValue &json, QLatin1StringView what)
@@ -214,8 +221,8 @@ private:
         const QJsonObject object = json.toObject();
         const QJsonValue keyPath = object["valueForKeyPath"_L1];
         if (object.size() == 2 && keyPath.isString() && object.contains("of"_L1)) {
-            return KXExpression::expressionForFunction(
-                expression(object, "of"_L1), u"valueForKeyPath:"_s, { KXExpression::expressionForConstantValue(keyPath.toString()) });
+            return KXExpression::expressionForFunction(expression(object, "of"_L1), u"valueForKeyPath:"_s,
+                { KXExpression::expressionForConstantValue(keyPath.toString()) });
         }
         if (object.size() != 1)
             fail(u"an expression expected"_s);
@@ -256,7 +263,8 @@ private:
         const QJsonValue value = object.isEmpty() ? QJsonValue() : *object.begin();
         if (key == "double"_L1 && value.isDouble())
             return value.toDouble();
-        const QVariant constant = key == key.toLower() ? KXPredicateParser::valueFromCall(key.toUpper(), value.toVariant()) : QVariant();
+        const QVariant constant
+            = key == key.toLower() ? KXPredicateParser::valueFromCall(key.toUpper(), value.toVariant()) : QVariant();
         if (!constant.isValid())
             fail(key.isEmpty() ? u"an expression expected"_s : KXStringWithFormat("\"%@\" of this is no value", key));
         return constant;
@@ -303,6 +311,8 @@ KXPredicate KXPredicate::predicateWithJSON(const QJsonObject &json, KXError *err
     } catch (const KXException &exception) { // from making a node
         problem = exception.reason();
     }
-    KXSetError(error, KXError(KXKestrixKitErrorDomain, JSONError, KXStringWithFormat("%@ of the predicate: %@", reader.place(), problem)));
+    KXSetError(error,
+        KXError(KXKestrixKitErrorDomain, JSONError,
+            KXStringWithFormat("%@ of the predicate: %@", reader.place(), problem)));
     return {};
 }

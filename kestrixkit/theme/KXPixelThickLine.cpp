@@ -7,7 +7,8 @@
 
 QLineF KXPixelThickLine::line(qreal devicePixelRatio) const
 {
-    const auto aligned = [devicePixelRatio](qreal edge) { return std::round(edge * devicePixelRatio) / devicePixelRatio; };
+    const auto aligned
+        = [devicePixelRatio](qreal edge) { return std::round(edge * devicePixelRatio) / devicePixelRatio; };
     const qreal left = aligned(rect.left());
     const qreal top = aligned(rect.top());
     const qreal right = aligned(rect.right());

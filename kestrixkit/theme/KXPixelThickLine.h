@@ -18,8 +18,8 @@ struct KX_CORE_EXPORT KXPixelThickLine
     bool flip = false; ///< measured from the opposite side
     bool inFlippedView = true; ///< y grows downwards, as it does in every widget
 
-    /// Where it runs: the rectangle's edges are moved to the nearest pixels first. A horizontal line that is not flipped
-    /// runs on beyond the right edge by the inset; all other ends stay clear of theirs.
+    /// Where it runs: the rectangle's edges are moved to the nearest pixels first. A horizontal line that is not
+    /// flipped runs on beyond the right edge by the inset; all other ends stay clear of theirs.
     [[nodiscard]] QLineF line(qreal devicePixelRatio = 1) const;
     /// With the thinnest pen of the painter's device.
     void draw(QPainter &painter, const QColor &colour) const;

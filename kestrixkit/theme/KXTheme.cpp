@@ -71,37 +71,71 @@ struct ThemeProperty
 
 template <auto accessor> QVariant themeRead(const KXTheme &theme) { return themeVariant((theme.*accessor)()); }
 
-#define KX_THEME_COMPUTED(name) { u"" #name##_s, { &themeRead<&KXTheme::name>, false } }
-#define KX_THEME_STORED(name) { u"" #name##_s, { &themeRead<&KXTheme::name>, true } }
+#define KX_THEME_COMPUTED(name)                                                                                        \
+    {                                                                                                                  \
+        u"" #name##_s, { &themeRead<&KXTheme::name>, false }                                                           \
+    }
+#define KX_THEME_STORED(name)                                                                                          \
+    {                                                                                                                  \
+        u"" #name##_s, { &themeRead<&KXTheme::name>, true }                                                            \
+    }
 
 const QHash<QString, ThemeProperty> &themeProperties()
 {
     static const QHash<QString, ThemeProperty> properties {
-        KX_THEME_COMPUTED(noisePattern), KX_THEME_COMPUTED(extraNoisyPattern),
-        KX_THEME_COMPUTED(messageViewErrorGradient), KX_THEME_COMPUTED(messageViewInfoGradient),
-        KX_THEME_COMPUTED(messageViewBorderColour), KX_THEME_COMPUTED(layeredNavigationHeaderGradient),
-        KX_THEME_COMPUTED(layeredNavigationHeaderLabelColour), KX_THEME_COMPUTED(layeredNavigationHeaderLabelFont),
-        KX_THEME_COMPUTED(layeredNavigationHeaderLabelShadow), KX_THEME_COMPUTED(selectionBarGradient),
-        KX_THEME_COMPUTED(selectionBarBorderColour), KX_THEME_COMPUTED(selectionBarInsetColour),
-        KX_THEME_COMPUTED(tableRowBackgroundColours), KX_THEME_COMPUTED(sourceListCountHighlightedBackgroundColour),
-        KX_THEME_COMPUTED(sourceListCountInactiveBackgroundColour), KX_THEME_COMPUTED(sourceListCountActiveBackgroundColour),
-        KX_THEME_COMPUTED(sourceListCountTextColour), KX_THEME_COMPUTED(sourceListCountHighlightedActiveTextColour),
-        KX_THEME_COMPUTED(sourceListCountHighlightedInactiveTextColour), KX_THEME_COMPUTED(textColour),
-        KX_THEME_COMPUTED(textFont), KX_THEME_COMPUTED(highlightedTextColour), KX_THEME_COMPUTED(disabledTextColour),
-        KX_THEME_COMPUTED(textShadow), KX_THEME_COMPUTED(borderColour), KX_THEME_COMPUTED(audioTypeButtonFont),
-        KX_THEME_COMPUTED(audioTypeButtonTextColour), KX_THEME_COMPUTED(audioTypeButtonDisabledTextColour),
-        KX_THEME_COMPUTED(audioTypeTextShadow), KX_THEME_COMPUTED(audioTypeDisabledTextShadow),
-        KX_THEME_COMPUTED(audioTypeButtonMixColour), KX_THEME_COMPUTED(audioTypeButtonTrackColour),
-        KX_THEME_COMPUTED(audioTypeButtonStemColour), KX_THEME_COMPUTED(audioTypeButtonPartColour),
-        KX_THEME_COMPUTED(audioTypeButtonLoopColour), KX_THEME_COMPUTED(audioTypeButtonOneShotColour),
-        KX_THEME_COMPUTED(audioTypeButtonSFXColour), KX_THEME_COMPUTED(filterSetPresetViewDrawBlock),
-        KX_THEME_COMPUTED(filterSetPresetPlaceholderViewDrawBlock), KX_THEME_STORED(tableGridColour),
-        KX_THEME_STORED(tableHeaderTextColour), KX_THEME_STORED(tableHeaderBackgroundGradient),
-        KX_THEME_STORED(tableHeaderBorderColour), KX_THEME_STORED(tableHeaderSortIndicatorColor),
-        KX_THEME_STORED(tableSelectionActiveGradient), KX_THEME_STORED(tableSelectionInactiveGradient),
-        KX_THEME_STORED(placeholderTextFont), KX_THEME_STORED(placeholderTextColour), KX_THEME_STORED(playerHeadColour),
-        KX_THEME_STORED(playerHeaderShadowColour), KX_THEME_STORED(playerWaveformForegroundGradient),
-        KX_THEME_STORED(playerWaveformBackgroundColour), KX_THEME_STORED(filterBarBackgroundDrawBlock),
+        KX_THEME_COMPUTED(noisePattern),
+        KX_THEME_COMPUTED(extraNoisyPattern),
+        KX_THEME_COMPUTED(messageViewErrorGradient),
+        KX_THEME_COMPUTED(messageViewInfoGradient),
+        KX_THEME_COMPUTED(messageViewBorderColour),
+        KX_THEME_COMPUTED(layeredNavigationHeaderGradient),
+        KX_THEME_COMPUTED(layeredNavigationHeaderLabelColour),
+        KX_THEME_COMPUTED(layeredNavigationHeaderLabelFont),
+        KX_THEME_COMPUTED(layeredNavigationHeaderLabelShadow),
+        KX_THEME_COMPUTED(selectionBarGradient),
+        KX_THEME_COMPUTED(selectionBarBorderColour),
+        KX_THEME_COMPUTED(selectionBarInsetColour),
+        KX_THEME_COMPUTED(tableRowBackgroundColours),
+        KX_THEME_COMPUTED(sourceListCountHighlightedBackgroundColour),
+        KX_THEME_COMPUTED(sourceListCountInactiveBackgroundColour),
+        KX_THEME_COMPUTED(sourceListCountActiveBackgroundColour),
+        KX_THEME_COMPUTED(sourceListCountTextColour),
+        KX_THEME_COMPUTED(sourceListCountHighlightedActiveTextColour),
+        KX_THEME_COMPUTED(sourceListCountHighlightedInactiveTextColour),
+        KX_THEME_COMPUTED(textColour),
+        KX_THEME_COMPUTED(textFont),
+        KX_THEME_COMPUTED(highlightedTextColour),
+        KX_THEME_COMPUTED(disabledTextColour),
+        KX_THEME_COMPUTED(textShadow),
+        KX_THEME_COMPUTED(borderColour),
+        KX_THEME_COMPUTED(audioTypeButtonFont),
+        KX_THEME_COMPUTED(audioTypeButtonTextColour),
+        KX_THEME_COMPUTED(audioTypeButtonDisabledTextColour),
+        KX_THEME_COMPUTED(audioTypeTextShadow),
+        KX_THEME_COMPUTED(audioTypeDisabledTextShadow),
+        KX_THEME_COMPUTED(audioTypeButtonMixColour),
+        KX_THEME_COMPUTED(audioTypeButtonTrackColour),
+        KX_THEME_COMPUTED(audioTypeButtonStemColour),
+        KX_THEME_COMPUTED(audioTypeButtonPartColour),
+        KX_THEME_COMPUTED(audioTypeButtonLoopColour),
+        KX_THEME_COMPUTED(audioTypeButtonOneShotColour),
+        KX_THEME_COMPUTED(audioTypeButtonSFXColour),
+        KX_THEME_COMPUTED(filterSetPresetViewDrawBlock),
+        KX_THEME_COMPUTED(filterSetPresetPlaceholderViewDrawBlock),
+        KX_THEME_STORED(tableGridColour),
+        KX_THEME_STORED(tableHeaderTextColour),
+        KX_THEME_STORED(tableHeaderBackgroundGradient),
+        KX_THEME_STORED(tableHeaderBorderColour),
+        KX_THEME_STORED(tableHeaderSortIndicatorColor),
+        KX_THEME_STORED(tableSelectionActiveGradient),
+        KX_THEME_STORED(tableSelectionInactiveGradient),
+        KX_THEME_STORED(placeholderTextFont),
+        KX_THEME_STORED(placeholderTextColour),
+        KX_THEME_STORED(playerHeadColour),
+        KX_THEME_STORED(playerHeaderShadowColour),
+        KX_THEME_STORED(playerWaveformForegroundGradient),
+        KX_THEME_STORED(playerWaveformBackgroundColour),
+        KX_THEME_STORED(filterBarBackgroundDrawBlock),
     };
     return properties;
 }
@@ -111,8 +145,14 @@ const QHash<QString, ThemeProperty> &themeProperties()
 KXTheme::KXTheme() = default;
 KXTheme::~KXTheme() = default;
 
-QBrush KXTheme::noisePattern() const { return themeOnce([] { return themeNoise(0.018); }); }
-QBrush KXTheme::extraNoisyPattern() const { return themeOnce([] { return themeNoise(0.023); }); }
+QBrush KXTheme::noisePattern() const
+{
+    return themeOnce([] { return themeNoise(0.018); });
+}
+QBrush KXTheme::extraNoisyPattern() const
+{
+    return themeOnce([] { return themeNoise(0.023); });
+}
 
 // From a colour to itself: the strip is flat, painted through the gradient all the same.
 QLinearGradient KXTheme::messageViewErrorGradient() const
@@ -127,9 +167,15 @@ QLinearGradient KXTheme::messageViewInfoGradient() const
 }
 QColor KXTheme::messageViewBorderColour() const { return QColor(45, 45, 45); }
 
-QLinearGradient KXTheme::layeredNavigationHeaderGradient() const { return themeGradient(themeWhite(0.2F), themeWhite(0.28F)); }
+QLinearGradient KXTheme::layeredNavigationHeaderGradient() const
+{
+    return themeGradient(themeWhite(0.2F), themeWhite(0.28F));
+}
 QColor KXTheme::layeredNavigationHeaderLabelColour() const { return themeWhite(0.9F); }
-QFont KXTheme::layeredNavigationHeaderLabelFont() const { return themeOnce([] { return themeBoldFont(16); }); }
+QFont KXTheme::layeredNavigationHeaderLabelFont() const
+{
+    return themeOnce([] { return themeBoldFont(16); });
+}
 KXShadow KXTheme::layeredNavigationHeaderLabelShadow() const { return { themeWhite(0, 0.35F), { -1, 0 }, 1 }; }
 
 QLinearGradient KXTheme::selectionBarGradient() const { return themeGradient(themeWhite(0.85F), themeWhite(0.93F)); }
@@ -162,13 +208,19 @@ QColor KXTheme::sourceListCountHighlightedActiveTextColour() const { return QCol
 QColor KXTheme::sourceListCountHighlightedInactiveTextColour() const { return QColor::fromRgbF(0.62F, 0.659F, 0.769F); }
 
 QColor KXTheme::textColour() const { return themeWhite(0.2F); }
-QFont KXTheme::textFont() const { return themeOnce([] { return themeBoldFont(12); }); }
+QFont KXTheme::textFont() const
+{
+    return themeOnce([] { return themeBoldFont(12); });
+}
 QColor KXTheme::highlightedTextColour() const { return themeWhite(0.3F); }
 QColor KXTheme::disabledTextColour() const { return themeWhite(0.5F); }
 KXShadow KXTheme::textShadow() const { return { themeWhite(1, 0.85F), { 0, -1 }, 1 }; }
 QColor KXTheme::borderColour() const { return themeWhite(0.6F); }
 
-QFont KXTheme::audioTypeButtonFont() const { return themeOnce([] { return themeBoldFont(12); }); }
+QFont KXTheme::audioTypeButtonFont() const
+{
+    return themeOnce([] { return themeBoldFont(12); });
+}
 QColor KXTheme::audioTypeButtonTextColour() const { return themeWhite(0.98F); }
 QColor KXTheme::audioTypeButtonDisabledTextColour() const { return themeWhite(0.5F); }
 KXShadow KXTheme::audioTypeTextShadow() const { return { themeWhite(0, 0.15F), { 0, 1 }, 1 }; }

@@ -26,7 +26,8 @@ public:
     [[nodiscard]] const std::shared_ptr<KXTheme> &theme() const { return m_theme; }
     void setTheme(std::shared_ptr<KXTheme> theme);
 
-    /// A value of the theme by key ("sourceListRowStyles") or key path ("filterPresetIcons.folder"); invalid without theme.
+    /// A value of the theme by key ("sourceListRowStyles") or key path ("filterPresetIcons.folder"); invalid without
+    /// theme.
     [[nodiscard]] QVariant valueForKeyPath(const QString &keyPath) const;
 
     Q_DISABLE_COPY_MOVE(KXThemeManager)

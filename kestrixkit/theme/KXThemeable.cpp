@@ -4,7 +4,7 @@
 
 KXThemeable::KXThemeable()
     : m_themeChanges(KXNotificationCenter::defaultCenter().addObserver(KXThemeDidChangeNotification,
-          &KXThemeManager::sharedManager(), [this](const KXNotification &notification) { themeDidChange(notification); }))
+        &KXThemeManager::sharedManager(), [this](const KXNotification &notification) { themeDidChange(notification); }))
 {
 }
 

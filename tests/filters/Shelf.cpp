@@ -28,7 +28,8 @@ KXManagedObjectModel::Ref shelfModel()
         for (const KXEntityDescription *entity : KXFilters::managedObjectModel()->entities()) {
             KXEntityDescription own(entity->name(), entity->parentName());
             own.resident();
-            for (qsizetype i = entity->parent() ? entity->parent()->properties().size() : 0; i < entity->properties().size(); ++i)
+            for (qsizetype i = entity->parent() ? entity->parent()->properties().size() : 0;
+                 i < entity->properties().size(); ++i)
                 own.add(entity->properties()[i]);
             entities.append(own);
         }
@@ -47,7 +48,8 @@ void Shelf::reopen()
         context->save();
     context.reset();
     coordinator.reset();
-    coordinator = KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(QUrl::fromLocalFile(path()), shelfModel());
+    coordinator = KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(
+        QUrl::fromLocalFile(path()), shelfModel());
     context = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
 }
 

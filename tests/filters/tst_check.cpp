@@ -43,7 +43,8 @@ QVariantList worldsOf(const QString &keyPath)
             for (const int milliseconds : { -1, 0, 1 })
                 worlds << now.addDays(-days).addMSecs(milliseconds);
         }
-        worlds << QDateTime(QDate(2024, 1, 1), QTime(0, 0), Qt::UTC) << QDateTime(QDate(2024, 4, 1), QTime(0, 0), Qt::UTC) << now.addDays(5)
+        worlds << QDateTime(QDate(2024, 1, 1), QTime(0, 0), Qt::UTC)
+               << QDateTime(QDate(2024, 4, 1), QTime(0, 0), Qt::UTC) << now.addDays(5)
                << QDateTime::fromMSecsSinceEpoch(0, Qt::UTC) << QDateTime::fromMSecsSinceEpoch(-1, Qt::UTC);
     } else { // sets of names, to the size of three: "all differ from A, or from B, or from C" needs these
         worlds.clear();
@@ -74,8 +75,9 @@ protected:
 
     KXRef<KXFilter> randomFilter()
     {
-        static constexpr KXPredicateOperator operators[] = { KXPredicateOperator::LessThan, KXPredicateOperator::LessThanOrEqual,
-            KXPredicateOperator::GreaterThan, KXPredicateOperator::GreaterThanOrEqual, KXPredicateOperator::Equal, KXPredicateOperator::NotEqual };
+        static constexpr KXPredicateOperator operators[]
+            = { KXPredicateOperator::LessThan, KXPredicateOperator::LessThanOrEqual, KXPredicateOperator::GreaterThan,
+                  KXPredicateOperator::GreaterThanOrEqual, KXPredicateOperator::Equal, KXPredicateOperator::NotEqual };
         KXRef<KXFilter> filter;
         switch (random.below(5)) {
         case 0:
@@ -199,7 +201,8 @@ TEST_F(FilterSets, areCheckedAsEveryWorldSays)
             if (part.predicate.countOfComparisons() > 0)
                 ofKeyPath[part.predicate.keyPaths().first()].append(place);
         }
-        bool nothingFits = std::any_of(expected.begin(), expected.end(), [](const auto &finding) { return finding.problem == Problem::NeverMatches; });
+        bool nothingFits = std::any_of(expected.begin(), expected.end(),
+            [](const auto &finding) { return finding.problem == Problem::NeverMatches; });
         QList<QList<int>> unexplained;
         for (const QList<int> &places : ofKeyPath) {
             QList<std::vector<bool>> together;
@@ -223,8 +226,9 @@ TEST_F(FilterSets, areCheckedAsEveryWorldSays)
 
         QList<Check::Finding> findings = check.findings();
         for (const QList<int> &places : unexplained) { // which group it is, is the check's to say
-            const auto group = std::find_if(findings.begin(), findings.end(),
-                [&](const auto &finding) { return finding.parts.size() > 2 && places.contains(finding.parts.first()); });
+            const auto group = std::find_if(findings.begin(), findings.end(), [&](const auto &finding) {
+                return finding.parts.size() > 2 && places.contains(finding.parts.first());
+            });
             ASSERT_NE(group, findings.end());
             QList<std::vector<bool>> members;
             for (const int place : group->parts)
@@ -238,13 +242,17 @@ TEST_F(FilterSets, areCheckedAsEveryWorldSays)
             findings.erase(group);
         }
         const auto sorted = [](QList<Check::Finding> list) {
-            std::sort(list.begin(), list.end(), [](const auto &a, const auto &b) { return std::pair(a.problem, a.parts) < std::pair(b.problem, b.parts); });
+            std::sort(list.begin(), list.end(), [](const auto &a, const auto &b) {
+                return std::pair(a.problem, a.parts) < std::pair(b.problem, b.parts);
+            });
             return list;
         };
         ASSERT_EQ(sorted(findings), sorted(expected));
         ASSERT_TRUE(check.undecided().isEmpty());
         ASSERT_EQ(check.neverMatches(), nothingFits);
-        ASSERT_EQ(check.alwaysMatches(), std::all_of(truths.begin(), truths.end(), [](const auto &part) { return !std::count(part.begin(), part.end(), false); }));
+        ASSERT_EQ(check.alwaysMatches(), std::all_of(truths.begin(), truths.end(), [](const auto &part) {
+            return !std::count(part.begin(), part.end(), false);
+        }));
         shelf.context->rollback();
     }
 }
@@ -286,10 +294,12 @@ TEST_F(FilterSets, areExplainedAsTheStoreDecides)
             ASSERT_EQ(explanation.verdicts().size(), set->filters().size());
             for (const auto &verdict : explanation.verdicts()) {
                 ASSERT_EQ(verdict.matches, ofFilter[verdict.filter.get()].contains(key));
-                const bool isNamed = (verdict.matches ? explanation.lettingIn() : explanation.keepingOut()).contains(verdict.filter);
+                const bool isNamed
+                    = (verdict.matches ? explanation.lettingIn() : explanation.keepingOut()).contains(verdict.filter);
                 ASSERT_EQ(isNamed, verdict.filter->enabled() && !verdict.parts.isEmpty());
                 for (const auto &part : verdict.parts)
-                    ASSERT_TRUE(part.predicate.type() != KXPredicateType::Or || part.matches != part.matching.isEmpty());
+                    ASSERT_TRUE(
+                        part.predicate.type() != KXPredicateType::Or || part.matches != part.matching.isEmpty());
             }
         }
         shelf.context->rollback();
@@ -300,26 +310,28 @@ TEST_F(FilterSets, areCheckedByTheTypesOfTheirAttributes)
 {
     using Property = KXPropertyDescription;
     using Type = KXAttributeType;
-    const auto model = KXManagedObjectModel::make({ KXEntityDescription(u"Row"_s)
-                                                        .add(Property::attribute(u"year"_s, Type::Integer16))
-                                                        .add(Property::attribute(u"plays"_s, Type::Integer64).required())
-                                                        .add(Property::attribute(u"loved"_s, Type::Boolean).required())
-                                                        .add(Property::attribute(u"bpm"_s, Type::Double))
-                                                        .add(Property::attribute(u"price"_s, Type::Decimal))
-                                                        .add(Property::attribute(u"title"_s, Type::String))
-                                                        .add(Property::toMany(u"rows"_s, u"Row"_s)) });
+    const auto model
+        = KXManagedObjectModel::make({ KXEntityDescription(u"Row"_s)
+                                           .add(Property::attribute(u"year"_s, Type::Integer16))
+                                           .add(Property::attribute(u"plays"_s, Type::Integer64).required())
+                                           .add(Property::attribute(u"loved"_s, Type::Boolean).required())
+                                           .add(Property::attribute(u"bpm"_s, Type::Double))
+                                           .add(Property::attribute(u"price"_s, Type::Decimal))
+                                           .add(Property::attribute(u"title"_s, Type::String))
+                                           .add(Property::toMany(u"rows"_s, u"Row"_s)) });
     const auto bound = [this](const QString &keyPath, int comparisonOperator, const QString &value) {
         const auto filter = shelf.range(value, {});
         filter->setLocalValuePredicateKeyPath(keyPath);
         filter->setStartValueOperatorType(KXPredicateOperator(comparisonOperator));
         return filter;
     };
-    const auto text = [this](const QString &keyPath, const QStringList &included, const QStringList &excluded, int modifier) {
-        const auto filter = shelf.facet(included, excluded);
-        filter->setLocalValuePredicateKeyPath(keyPath);
-        filter->setLocalValuePredicateModifier(KXPredicateModifier(modifier));
-        return filter;
-    };
+    const auto text
+        = [this](const QString &keyPath, const QStringList &included, const QStringList &excluded, int modifier) {
+              const auto filter = shelf.facet(included, excluded);
+              filter->setLocalValuePredicateKeyPath(keyPath);
+              filter->setLocalValuePredicateModifier(KXPredicateModifier(modifier));
+              return filter;
+          };
     constexpr int less = 0, greater = 2, atLeast = 3, equal = 4, different = 5;
     const struct
     {
@@ -328,29 +340,46 @@ TEST_F(FilterSets, areCheckedByTheTypesOfTheirAttributes)
         QList<Check::Finding> known;
         QList<Check::Finding> unknown; ///< without an entity
     } rows[] = {
-        { "no integer between", { bound(u"year"_s, greater, u"5"_s), bound(u"year"_s, less, u"6"_s) }, { { Problem::Contradiction, { 0, 1 } } }, {} },
+        { "no integer between", { bound(u"year"_s, greater, u"5"_s), bound(u"year"_s, less, u"6"_s) },
+            { { Problem::Contradiction, { 0, 1 } } }, {} },
         { "no integer at all", { bound(u"year"_s, equal, u"5.5"_s) }, { { Problem::NeverMatches, { 0 } } }, {} },
-        { "out of the type's range", { bound(u"year"_s, greater, u"32767"_s) }, { { Problem::NeverMatches, { 0 } } }, {} },
+        { "out of the type's range", { bound(u"year"_s, greater, u"32767"_s) }, { { Problem::NeverMatches, { 0 } } },
+            {} },
         { "all numbers, but absent ones", { bound(u"year"_s, atLeast, u"-32768"_s) }, {}, {} },
-        { "all numbers", { bound(u"plays"_s, atLeast, u"-9223372036854775808"_s) }, { { Problem::AlwaysMatches, { 0 } } }, {} },
+        { "all numbers", { bound(u"plays"_s, atLeast, u"-9223372036854775808"_s) },
+            { { Problem::AlwaysMatches, { 0 } } }, {} },
         { "neither true nor false", { bound(u"loved"_s, different, u"0"_s), bound(u"loved"_s, different, u"1.0"_s) },
             { { Problem::Contradiction, { 0, 1 } } }, {} },
-        { "no double", { bound(u"bpm"_s, equal, u"0.1000000000000000055511151231257827"_s) }, { { Problem::NeverMatches, { 0 } } }, {} },
+        { "no double", { bound(u"bpm"_s, equal, u"0.1000000000000000055511151231257827"_s) },
+            { { Problem::NeverMatches, { 0 } } }, {} },
         { "a decimal", { bound(u"price"_s, equal, u"0.1000000000000000055511151231257827"_s) }, {}, {} },
         { "a text is no number", { bound(u"title"_s, greater, u"5"_s) }, { { Problem::NeverMatches, { 0 } } }, {} },
-        { "all texts differ from a number", { bound(u"title"_s, different, u"5"_s) }, { { Problem::AlwaysMatches, { 0 } } }, {} },
-        { "three that only pairs can fit", { text(u"title"_s, { u"a"_s, u"b"_s }, {}, 0), text(u"title"_s, {}, { u"a"_s }, 0), text(u"title"_s, {}, { u"b"_s }, 0) },
+        { "all texts differ from a number", { bound(u"title"_s, different, u"5"_s) },
+            { { Problem::AlwaysMatches, { 0 } } }, {} },
+        { "three that only pairs can fit",
+            { text(u"title"_s, { u"a"_s, u"b"_s }, {}, 0), text(u"title"_s, {}, { u"a"_s }, 0),
+                text(u"title"_s, {}, { u"b"_s }, 0) },
             { { Problem::Contradiction, { 0, 1, 2 } } }, { { Problem::Contradiction, { 0, 1, 2 } } } },
-        { "exclusions joined by OR", { text(u"title"_s, {}, { u"a"_s, u"b"_s }, 0) }, { { Problem::AlwaysMatches, { 0 } } }, { { Problem::AlwaysMatches, { 0 } } } },
-        { "many values have all of three", { text(u"rows.title"_s, { u"a"_s }, {}, 2), text(u"rows.title"_s, { u"b"_s }, {}, 2), text(u"rows.title"_s, { u"c"_s }, {}, 2) }, {}, {} },
-        { "all are one, some is another", { text(u"rows.title"_s, { u"a"_s, u"b"_s }, {}, 1), text(u"rows.title"_s, { u"c"_s }, {}, 2) },
+        { "exclusions joined by OR", { text(u"title"_s, {}, { u"a"_s, u"b"_s }, 0) },
+            { { Problem::AlwaysMatches, { 0 } } }, { { Problem::AlwaysMatches, { 0 } } } },
+        { "many values have all of three",
+            { text(u"rows.title"_s, { u"a"_s }, {}, 2), text(u"rows.title"_s, { u"b"_s }, {}, 2),
+                text(u"rows.title"_s, { u"c"_s }, {}, 2) },
+            {}, {} },
+        { "all are one, some is another",
+            { text(u"rows.title"_s, { u"a"_s, u"b"_s }, {}, 1), text(u"rows.title"_s, { u"c"_s }, {}, 2) },
             { { Problem::Contradiction, { 0, 1 } } }, { { Problem::Contradiction, { 0, 1 } } } },
-        { "all are one, some are two", { text(u"rows.title"_s, { u"a"_s, u"b"_s }, {}, 1), text(u"rows.title"_s, { u"a"_s }, {}, 2), text(u"rows.title"_s, { u"b"_s }, {}, 2) },
+        { "all are one, some are two",
+            { text(u"rows.title"_s, { u"a"_s, u"b"_s }, {}, 1), text(u"rows.title"_s, { u"a"_s }, {}, 2),
+                text(u"rows.title"_s, { u"b"_s }, {}, 2) },
             { { Problem::Contradiction, { 0, 1, 2 } } }, { { Problem::Contradiction, { 0, 1, 2 } } } },
         { "no fewer than none", { bound(u"rows.@count"_s, atLeast, u"0"_s), bound(u"rows.@count"_s, less, u"0"_s) },
-            { { Problem::NeverMatches, { 1 } }, { Problem::AlwaysMatches, { 0 } } }, { { Problem::Contradiction, { 0, 1 } } } },
-        { "a key path that leads nowhere", { bound(u"a."_s, less, u"0"_s) }, { { Problem::NeverMatches, { 0 } } }, { { Problem::NeverMatches, { 0 } } } },
-        { "nothing asked", { shelf.range({}, {}) }, { { Problem::AlwaysMatches, { 0 } } }, { { Problem::AlwaysMatches, { 0 } } } },
+            { { Problem::NeverMatches, { 1 } }, { Problem::AlwaysMatches, { 0 } } },
+            { { Problem::Contradiction, { 0, 1 } } } },
+        { "a key path that leads nowhere", { bound(u"a."_s, less, u"0"_s) }, { { Problem::NeverMatches, { 0 } } },
+            { { Problem::NeverMatches, { 0 } } } },
+        { "nothing asked", { shelf.range({}, {}) }, { { Problem::AlwaysMatches, { 0 } } },
+            { { Problem::AlwaysMatches, { 0 } } } },
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(row.name);
@@ -378,7 +407,8 @@ TEST_F(FilterSets, mayHaveAHundredThousandValues)
     ASSERT_TRUE(shelf.context->save());
     const auto counted = [&](const KXRef<KXFacetFilter> &facet) {
         const auto set = shelf.set({ facet });
-        EXPECT_EQ(Check::check(*set, nullptr).alwaysMatches(), facet->values().first()->operatorType() == KXPredicateOperator::NotEqual);
+        EXPECT_EQ(Check::check(*set, nullptr).alwaysMatches(),
+            facet->values().first()->operatorType() == KXPredicateOperator::NotEqual);
         return shelf.context->countForEntity(u"Thing"_s, set->representedLocalPredicateWithKeyPath());
     };
     EXPECT_EQ(counted(shelf.facet(values)), 1);

@@ -22,14 +22,18 @@ class Mapper : public KXFilterSetMapper
 {
 public:
     enum Mood { Willing, Refusing, Throwing };
-    explicit Mapper(Mood mood) : m_mood(mood) { }
+    explicit Mapper(Mood mood)
+        : m_mood(mood)
+    {
+    }
     bool canMapFilterSet(const KXRef<KXFilterSet> &set) const override
     {
         if (m_mood == Throwing)
             throw std::runtime_error("no");
         return m_mood == Willing && set;
     }
-    KXRef<KXFilterSet> createInstanceByMappingFilterSet(const KXRef<KXFilterSet> &set, KXManagedObjectContext &inContext) const override
+    KXRef<KXFilterSet> createInstanceByMappingFilterSet(
+        const KXRef<KXFilterSet> &set, KXManagedObjectContext &inContext) const override
     {
         return canMapFilterSet(set) ? set->duplicateInContext(inContext) : KXRef<KXFilterSet>();
     }
@@ -42,8 +46,8 @@ private:
 class Counting : public KXFilterSetPresetCountsProvider
 {
 public:
-    using KXFilterSetPresetCountsProvider::KXFilterSetPresetCountsProvider;
     using KXFilterSetPresetCountsProvider::deliverCount;
+    using KXFilterSetPresetCountsProvider::KXFilterSetPresetCountsProvider;
     enum Mood { Counts, ThrowsOurs, ThrowsOthers };
 
     std::function<void()> whenStarted;
@@ -65,7 +69,8 @@ protected:
         const auto context = localContext();
         const auto id = context->persistentStoreCoordinator()->managedObjectIDForURIRepresentation(filterSetURI());
         const auto set = KXFilterSet::cast(context->objectWithID(id));
-        deliverCount(context->countForEntity(u"Thing"_s, set ? set->representedLocalPredicateWithKeyPath() : KXPredicate::falsePredicate()));
+        deliverCount(context->countForEntity(
+            u"Thing"_s, set ? set->representedLocalPredicateWithKeyPath() : KXPredicate::falsePredicate()));
     }
 };
 
@@ -98,7 +103,8 @@ public:
         gated = false;
         openGates();
         EXPECT_TRUE(QTest::qWaitFor([this] { return scheduler->countOperations().isEmpty(); }));
-        EXPECT_TRUE(QTest::qWaitFor([this] { return KXFilterSetPresetCountsScheduler::countsQueue().operationCount() == 0; }));
+        EXPECT_TRUE(
+            QTest::qWaitFor([this] { return KXFilterSetPresetCountsScheduler::countsQueue().operationCount() == 0; }));
         QCoreApplication::processEvents();
     }
     [[nodiscard]] static bool isRunning(const Counting &operation)
@@ -161,7 +167,8 @@ TEST(PresetsManager, knowsPresetsAndMappers)
     EXPECT_FALSE(manager->isPresetAvailable(old, shelf.context)); // there is no shared one yet
     KXFilterSetPresetsManager::setSharedManager(manager);
     const KXTestLog log;
-    EXPECT_FALSE(manager->isPresetAvailable(old, shelf.context) || manager->createFilterSetFromFilterSet(old->filterSet(), shelf.context));
+    EXPECT_FALSE(manager->isPresetAvailable(old, shelf.context)
+        || manager->createFilterSetFromFilterSet(old->filterSet(), shelf.context));
     EXPECT_EQ(log.lines().size(), 2);
     EXPECT_FALSE(manager->isPresetAvailable(old, other));
 
@@ -196,7 +203,9 @@ TEST(Counting, endsWhateverItThrows)
         EXPECT_TRUE(operation.isFinished());
         EXPECT_EQ(log.contains(u"Failed to load counts: Wrong: ours"_s), mood == Counting::ThrowsOurs);
     }
-    EXPECT_EQ(KXCountBadgeText(-1) + KXCountBadgeText(0) + KXCountBadgeText(1) + KXCountBadgeText(999) + KXCountBadgeText(1000), u"1999999+"_s);
+    EXPECT_EQ(KXCountBadgeText(-1) + KXCountBadgeText(0) + KXCountBadgeText(1) + KXCountBadgeText(999)
+            + KXCountBadgeText(1000),
+        u"1999999+"_s);
 }
 
 TEST(Counting, countsWhatIsOnScreenAndNothingTwice)
@@ -293,7 +302,8 @@ TEST(Counting, followsExactlyTheChangedFilters)
     };
     EXPECT_EQ(madeAfter([&] { facet->values().first()->setEnabled(false); }), (QStringList { u"a"_s, u"a2"_s }));
     EXPECT_EQ(madeAfter([&] { range->setEndValue(KXDecimal::fromInteger(1)); }), QStringList { u"b"_s });
-    EXPECT_EQ(madeAfter([&] { facet->addToValues(shelf.make<KXFacetFilterValue>()); }), (QStringList { u"a"_s, u"a2"_s }));
+    EXPECT_EQ(
+        madeAfter([&] { facet->addToValues(shelf.make<KXFacetFilterValue>()); }), (QStringList { u"a"_s, u"a2"_s }));
     EXPECT_EQ(madeAfter([&] { b->filterSet()->setTitle(u"t"_s); }), QStringList { u"b"_s });
     EXPECT_EQ(madeAfter([&] {
         loose->values().first()->setEnabled(false);
@@ -301,7 +311,8 @@ TEST(Counting, followsExactlyTheChangedFilters)
         nested->setEndValue(KXDecimal::fromInteger(1));
         shelf.make<KXFacetFilterValue>();
         a->setTitle(u"a"_s);
-    }), QStringList());
+    }),
+        QStringList());
     EXPECT_EQ(madeAfter([&] { shelf.preset(u"new"_s, shelf.set({ shelf.range({}, {}) })); }), QStringList { u"new"_s });
 
     // A deleted preset is counted no more, nor brought back by a number that comes late.

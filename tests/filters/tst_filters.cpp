@@ -75,12 +75,15 @@ TEST(Filters, becomePredicatesAndWords)
     } rows[] = {
         { plain, u"none"_s, u""_s, u""_s },
         { empty, u"AND()"_s, u""_s, u"<i></i></br>"_s },
-        { both, u"ANY bpm > DECIMAL(\"120\") AND ANY bpm < DECIMAL(\"0.1\")"_s, u"> 120 AND < 0.1"_s, u"> 120 AND < 0.1</br>"_s },
+        { both, u"ANY bpm > DECIMAL(\"120\") AND ANY bpm < DECIMAL(\"0.1\")"_s, u"> 120 AND < 0.1"_s,
+            u"> 120 AND < 0.1</br>"_s },
         { endOnly, u"AND(bpm <= DECIMAL(\"130\"))"_s, u"Tempo"_s, u"<i>Tempo</i></br>"_s },
-        { two, u"OR(key == \"b\") AND (key != \"Y\" OR key != \"X\")"_s, u"NOT X, NOT Y, b"_s, u"X </br>Y </br>b </br>"_s },
+        { two, u"OR(key == \"b\") AND (key != \"Y\" OR key != \"X\")"_s, u"NOT X, NOT Y, b"_s,
+            u"X </br>Y </br>b </br>"_s },
         { disabled, u"none"_s, u"a"_s, u"a </br>"_s },
         { none, u"none"_s, u"Genre"_s, u"<i>Genre</i> </br>"_s },
-        { four, u"(key == \"é\" OR key == \"Z\" OR key == \"a\") AND OR(key != \"d\")"_s, u"Z, a, é"_s, u" </br>Z </br>a </br>é </br>"_s },
+        { four, u"(key == \"é\" OR key == \"Z\" OR key == \"a\") AND OR(key != \"d\")"_s, u"Z, a, é"_s,
+            u" </br>Z </br>a </br>é </br>"_s },
         { five, u"AND(key == \"b\" OR key == \"c\" OR key == \"d\" OR key == \"e\")"_s, u"Genre (5)"_s,
             u"a </br>b </br>c </br>d </br>e </br>"_s },
         { nowhere, u"AND(OR(`` == nil))"_s, u"a"_s, u"a </br>"_s },
@@ -96,7 +99,8 @@ TEST(Filters, becomePredicatesAndWords)
     both->setLabel(std::nullopt);
     EXPECT_EQ(both->title(), u"> 120 AND < 0.1"_s);
     // The prefix stands as it is, and the dot comes last.
-    EXPECT_EQ(text(endOnly->representedLocalPredicateWithKeyPath(u"release"_s)), u"AND(`releasebpm.` <= DECIMAL(\"130\"))"_s);
+    EXPECT_EQ(
+        text(endOnly->representedLocalPredicateWithKeyPath(u"release"_s)), u"AND(`releasebpm.` <= DECIMAL(\"130\"))"_s);
 }
 
 TEST(Filters, askTheRemoteCatalogueByIdentifierWhereTheyCan)
@@ -125,7 +129,9 @@ TEST(Filters, spanDates)
     const QTimeZone zone("Europe/Berlin");
     KXClock::setTimeZone(zone);
     KXClock::setLocale(QLocale(u"de_DE"_s));
-    const auto local = [&zone](int month, int day, int hour, int minute = 0) { return QDateTime(QDate(2024, month, day), QTime(hour, minute), zone); };
+    const auto local = [&zone](int month, int day, int hour, int minute = 0) {
+        return QDateTime(QDate(2024, month, day), QTime(hour, minute), zone);
+    };
     KXClock::setFixed(local(4, 2, 15, 30));
 
     const auto filter = shelf.make<KXDateFilter>();
@@ -176,7 +182,8 @@ TEST(Filters, keepTheirTree)
     const auto leaves = top->furthestDescendants();
     EXPECT_EQ(QSet<KXRef<KXFilter>>(leaves.begin(), leaves.end()), (QSet<KXRef<KXFilter>> { leaf, other }));
     EXPECT_TRUE(leaf->isDescendantOfItem(top.get()));
-    EXPECT_FALSE(top->isDescendantOfItem(top.get()) || top->isDescendantOfItem(leaf.get()) || leaf->isDescendantOfItem(other.get()));
+    EXPECT_FALSE(top->isDescendantOfItem(top.get()) || top->isDescendantOfItem(leaf.get())
+        || leaf->isDescendantOfItem(other.get()));
     EXPECT_TRUE(top->canBeParentForItem(leaf.get()));
 
     // Nothing becomes its own ancestor.
@@ -282,7 +289,8 @@ TEST(Filters, tellWhenTheirWordsChange)
     EXPECT_EQ(value->counts(), (KXCounts { { u"a.\"b"_s, 0 } }));
     EXPECT_TRUE(KXPredicate::predicateWithFormat("counts.%K == 0", u"a.\"b"_s).evaluateWithObject(value.get()));
 
-    const auto choice = KXFacetFilterValue::createTemporaryInstanceInContext(*shelf.context, u"n"_s, 7, u"id"_s, KXPredicateOperator::NotEqual);
+    const auto choice = KXFacetFilterValue::createTemporaryInstanceInContext(
+        *shelf.context, u"n"_s, 7, u"id"_s, KXPredicateOperator::NotEqual);
     EXPECT_EQ(choice->value(), QVariant(qint64(7)));
     EXPECT_FALSE(choice->managedObjectContext());
     EXPECT_FALSE(choice->isInserted());

@@ -29,7 +29,8 @@ TEST(Presets, answerTheTreesQuestions)
     EXPECT_TRUE(set->isEditable() && set->canBeParentForItem(child.get()));
 
     const auto theme = std::make_shared<KXTheme>();
-    theme->setValueForKey(u"filterPresetIcons"_s, QVariantMap { { u"folder"_s, QIcon(u":/kestrixkit/icons/filter_set.svg"_s) } });
+    theme->setValueForKey(
+        u"filterPresetIcons"_s, QVariantMap { { u"folder"_s, QIcon(u":/kestrixkit/icons/filter_set.svg"_s) } });
     KXThemeManager::sharedManager().setTheme(theme);
     EXPECT_FALSE(folder->image().isNull());
     EXPECT_TRUE(child->image().isNull());
@@ -129,6 +130,26 @@ TEST(Presets, areCopiedWithASetOfTheirOwn)
     const auto copiedFolder = folder->duplicateInContext(*shelf.context);
     EXPECT_TRUE(copiedFolder->isFolder() && copiedFolder->children().isEmpty() && !copiedFolder->filterSet());
     EXPECT_EQ(copiedFolder->counts(), KXCounts()); // the sums that were copied are not looked at
+}
+
+TEST(Presets, doNotKeepAChildContext)
+{
+    Shelf shelf;
+    const auto preset = shelf.preset(u"p"_s, shelf.set({ shelf.range(u"1"_s, {}) }));
+    auto child = KXManagedObjectContext::contextWithParentContext(shelf.context);
+    const std::weak_ptr alive = child;
+    auto edited = KXFilterSetPreset::cast(child->objectWithID(preset->objectID()));
+    EXPECT_EQ(edited->filterSet()->filters().size(), 1);
+    auto copy = edited->duplicateInContext(*child);
+    EXPECT_EQ(copy->filterSet()->filters().size(), 1);
+    edited->filterSet()->filters().first()->setEnabled(false);
+    ASSERT_TRUE(child->save());
+    EXPECT_FALSE(preset->filterSet()->filters().first()->enabled());
+    EXPECT_EQ(KXFilterSetPreset::cast(shelf.context->objectWithID(copy->objectID()))->filterSet()->filters().size(), 1);
+    copy.reset();
+    edited.reset();
+    child.reset();
+    EXPECT_TRUE(alive.expired());
 }
 
 TEST(Presets, foldersSumWhatTheirChildrenCount)

@@ -31,7 +31,8 @@ TEST_F(PresetsTest, filterTheTableFromTheMenu)
     menu->popup(QPoint(0, 0));
     const auto action = [menu](const QString &folder, const QString &title) -> QAction * {
         for (const QAction *submenu : menu->actions()) {
-            for (QAction *candidate : submenu->menu() && submenu->text() == folder ? submenu->menu()->actions() : QList<QAction *>()) {
+            for (QAction *candidate :
+                submenu->menu() && submenu->text() == folder ? submenu->menu()->actions() : QList<QAction *>()) {
                 if (candidate->text().section(u'\t', 0, 0) == title)
                     return candidate;
             }
@@ -40,7 +41,8 @@ TEST_F(PresetsTest, filterTheTableFromTheMenu)
     };
     QAction *slower = action(u"Tempo"_s, u"118 to 124"_s);
     ASSERT_TRUE(slower);
-    EXPECT_TRUE(QTest::qWaitFor([&] { return slower->text() == u"118 to 124\t4"_s; }, 60'000)) << slower->text().toStdString();
+    EXPECT_TRUE(QTest::qWaitFor([&] { return slower->text() == u"118 to 124\t4"_s; }, 60'000))
+        << slower->text().toStdString();
     EXPECT_EQ(action(u"Tempo"_s, u"160 and More"_s)->text(), u"160 and More"_s); // no badge for nothing
     slower->trigger();
     EXPECT_EQ(window.model()->rowCount(), 4);
@@ -63,7 +65,8 @@ TEST_F(PresetsTest, areCountedInTheBackgroundAsTheReportCountsThem)
     Presets::install(*context); // there are some
     const QJsonArray report = Presets::report(*context);
     const auto unusable = Presets::find(*context, u"Tempo/Below 90"_s);
-    KXRangeFilter::cast(KXRef<KXManagedObject>(unusable->filterSet()->filters().first()))->setLocalValuePredicateKeyPath(u"tempo"_s);
+    KXRangeFilter::cast(KXRef<KXManagedObject>(unusable->filterSet()->filters().first()))
+        ->setLocalValuePredicateKeyPath(u"tempo"_s);
     Presets::find(*context, u"Tempo/90 to 110"_s)->setFilterSetURI(QUrl(u"x-kestrix-store://gone/KXFilterSet/p1"_s));
     save();
 
@@ -98,6 +101,7 @@ TEST_F(PresetsTest, areCountedInTheBackgroundAsTheReportCountsThem)
         counted += count > 0;
     }
     EXPECT_GT(counted, 8);
-    EXPECT_EQ(KXFilter::countOfInContext(*context), KXFilter::countOfInContext(*KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator)));
+    EXPECT_EQ(KXFilter::countOfInContext(*context),
+        KXFilter::countOfInContext(*KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator)));
     KXFilterSetPresetsManager::setSharedManager(nullptr);
 }

@@ -54,7 +54,8 @@ TEST_F(Theme, answersByNameWhatItAnswersByAccessor)
     EXPECT_EQ(theme.valueForKey(u"textColour"_s).value<QColor>(), QColor::fromRgbF(0.2F, 0.2F, 0.2F));
     EXPECT_EQ(theme.valueForKey(u"textShadow"_s).value<KXShadow>(), theme.textShadow());
     EXPECT_TRUE(theme.valueForKey(u"textFont"_s).value<QFont>().bold());
-    EXPECT_EQ(theme.valueForKey(u"messageViewErrorGradient"_s).value<QLinearGradient>(), theme.messageViewErrorGradient());
+    EXPECT_EQ(
+        theme.valueForKey(u"messageViewErrorGradient"_s).value<QLinearGradient>(), theme.messageViewErrorGradient());
     const auto rows = theme.valueForKey(u"tableRowBackgroundColours"_s).value<QList<QColor>>();
     ASSERT_EQ(rows.size(), 2);
     EXPECT_NEAR(rows[0].redF(), 0.942, 1e-4);
@@ -73,7 +74,8 @@ TEST_F(Theme, answersByNameWhatItAnswersByAccessor)
 TEST_F(Theme, isConfiguredByName)
 {
     KXTheme theme;
-    for (const QString &key : { u"tableGridColour"_s, u"placeholderTextFont"_s, u"playerWaveformForegroundGradient"_s, u"filterBarBackgroundDrawBlock"_s })
+    for (const QString &key : { u"tableGridColour"_s, u"placeholderTextFont"_s, u"playerWaveformForegroundGradient"_s,
+             u"filterBarBackgroundDrawBlock"_s })
         EXPECT_FALSE(theme.valueForKey(key).isValid()) << key.toStdString();
     EXPECT_TRUE(theme.setValueForKey(u"tableGridColour"_s, QColor(1, 2, 3)));
     EXPECT_EQ(theme.tableGridColour(), QColor(1, 2, 3));
@@ -81,7 +83,7 @@ TEST_F(Theme, isConfiguredByName)
     EXPECT_TRUE(theme.setValueForKey(u"filterPresetIcons"_s, QVariantMap { { u"folder"_s, u"a picture"_s } }));
 
     EXPECT_FALSE(manager.valueForKeyPath(u"textColour"_s).isValid()); // no theme yet
-    manager.setTheme(std::shared_ptr<KXTheme>(&theme, [](KXTheme *) { }));
+    manager.setTheme(std::shared_ptr<KXTheme>(&theme, [](KXTheme *) {}));
     EXPECT_EQ(manager.valueForKeyPath(u"filterPresetIcons.folder"_s).toString(), u"a picture"_s);
     EXPECT_FALSE(manager.valueForKeyPath(u"filterPresetIcons.preset"_s).isValid());
 }
@@ -114,11 +116,13 @@ TEST_F(Theme, controlsFollowAndStylesStick)
     EXPECT_EQ(control.applied, 0); // no theme
 
     const auto theme = std::make_shared<KXTheme>();
-    theme->setValueForKey(u"labelStyles"_s, QVariantMap { { u"aKeyOfOthers"_s, 1 }, { u"textColor"_s, 2 }, { u"titleFont.bold"_s, true } });
+    theme->setValueForKey(u"labelStyles"_s,
+        QVariantMap { { u"aKeyOfOthers"_s, 1 }, { u"textColor"_s, 2 }, { u"titleFont.bold"_s, true } });
     theme->setValueForKey(u"plainStyles"_s, QVariantMap { { u"textColor"_s, 3 } });
     theme->setValueForKey(u"noStyle"_s, 5);
     int posted = 0;
-    const auto token = KXNotificationCenter::defaultCenter().addObserver(KXThemeDidChangeNotification, &manager, [&](const KXNotification &) { ++posted; });
+    const auto token = KXNotificationCenter::defaultCenter().addObserver(
+        KXThemeDidChangeNotification, &manager, [&](const KXNotification &) { ++posted; });
     manager.setTheme(theme);
     manager.setTheme(theme);
     EXPECT_EQ(posted, 2);
@@ -135,7 +139,11 @@ TEST_F(Theme, pixelLinesKeepTheirEnds)
 {
     const QRectF rect(10.3, 20.3, 100, 40);
     EXPECT_EQ((KXPixelThickLine { 0, 2, rect }.line()), QLineF(12, 19.5, 112, 19.5));
-    EXPECT_EQ((KXPixelThickLine { .position = 1, .inset = 2, .rect = rect, .flip = true, .inFlippedView = false }.line()), QLineF(12, 58.5, 108, 58.5));
-    EXPECT_EQ((KXPixelThickLine { .position = 3, .inset = 2, .rect = rect, .horizontal = false }.line()), QLineF(13.5, 22, 13.5, 58));
-    EXPECT_EQ((KXPixelThickLine { .position = 3, .rect = rect, .horizontal = false, .flip = true }.line(2)), QLineF(107, 20.5, 107, 60.5));
+    EXPECT_EQ(
+        (KXPixelThickLine { .position = 1, .inset = 2, .rect = rect, .flip = true, .inFlippedView = false }.line()),
+        QLineF(12, 58.5, 108, 58.5));
+    EXPECT_EQ((KXPixelThickLine { .position = 3, .inset = 2, .rect = rect, .horizontal = false }.line()),
+        QLineF(13.5, 22, 13.5, 58));
+    EXPECT_EQ((KXPixelThickLine { .position = 3, .rect = rect, .horizontal = false, .flip = true }.line(2)),
+        QLineF(107, 20.5, 107, 60.5));
 }
