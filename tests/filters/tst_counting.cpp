@@ -1,6 +1,5 @@
 // The presets manager, its mappers, and the counting of presets in the background.
 
-#include <future>
 #include <semaphore>
 
 #include <QTest>
@@ -42,23 +41,19 @@ private:
     const Mood m_mood;
 };
 
-/// Counts things by the preset's set as the store has it. Tells when it starts and waits to be let go on.
+/// Counts things by the preset's set as the store has it, once it is let go on.
 class Counting : public KXFilterSetPresetCountsProvider
 {
 public:
-    using KXFilterSetPresetCountsProvider::deliverCount;
     using KXFilterSetPresetCountsProvider::KXFilterSetPresetCountsProvider;
     enum Mood { Counts, ThrowsOurs, ThrowsOthers };
 
-    std::function<void()> whenStarted;
-    std::binary_semaphore goOn { 0 };
+    std::counting_semaphore<> goOn { 0 };
     Mood mood = Counts;
 
 protected:
     void loadCounts() override
     {
-        if (whenStarted)
-            whenStarted();
         goOn.acquire();
         if (mood == ThrowsOurs)
             throw KXException(u"Wrong"_s, u"ours"_s);
