@@ -239,12 +239,24 @@ KXRef<Object> KXManagedObjectContextPrivate::toOne(const Object *object, const K
     return key ? this->object(*property.destinationEntity(), key) : KXRef<Object>();
 }
 
-QList<KXRef<Object>> KXManagedObjectContextPrivate::toMany(Object *object, const KXPropertyDescription &property)
+std::vector<qint64> KXManagedObjectContextPrivate::keysOf(Object *object, const KXPropertyDescription &property)
 {
-    checkThread();
+    if (!object->loadedValues())
+        return {};
+    if (property.isToOne()) {
+        const qint64 key = object->values()->toOne(property);
+        return key ? std::vector<qint64> { key } : std::vector<qint64>();
+    }
     const QSet<qint64> &members = loadedToMany(object, property).members;
     std::vector<qint64> keys(members.begin(), members.end());
     std::sort(keys.begin(), keys.end());
+    return keys;
+}
+
+QList<KXRef<Object>> KXManagedObjectContextPrivate::toMany(Object *object, const KXPropertyDescription &property)
+{
+    checkThread();
+    const std::vector<qint64> keys = keysOf(object, property);
     fill(*property.destinationEntity(), keys);
     QList<KXRef<Object>> list;
     list.reserve(qsizetype(keys.size()));
@@ -369,6 +381,24 @@ void KXManagedObjectContextPrivate::followDeleteRules(Object *object)
     }
 }
 
+void KXManagedObjectContextPrivate::letGo(Object *object)
+{
+    for (const KXPropertyDescription &property : object->m_entity->properties()) {
+        const KXPropertyDescription *inverse = property.isRelationship() ? property.inverse() : nullptr;
+        if (!inverse || !object->loadedValues())
+            continue;
+        for (const qint64 key : keysOf(object, property)) {
+            const KXRef<Object> other = this->object(*property.destinationEntity(), key);
+            if (!other || other->isDeleted() || !other->loadedValues())
+                continue;
+            if (inverse->isToMany() && isMember(other.get(), *inverse, object->m_key))
+                link(other.get(), *inverse, object->m_key, false);
+            else if (inverse->isToOne() && other->values()->toOne(*inverse) == object->m_key)
+                assignToOne(other.get(), *inverse, 0);
+        }
+    }
+}
+
 // Announcing
 
 void KXManagedObjectContextPrivate::scheduleProcessing()
@@ -415,9 +445,11 @@ void KXManagedObjectContextPrivate::processPendingChanges()
                     if (found->second.unannounced.test(size_t(property.index())))
                         keys.insert(property.name());
                 }
-                found->second.unannounced.reset();
                 did.updated.append(object);
             }
+            // Also of one that comes or goes: a key left here would keep later changes of it from being announced.
+            if (found != changes.end())
+                found->second.unannounced.reset();
         }
         if (!did.inserted.isEmpty() || !did.updated.isEmpty() || !did.deleted.isEmpty())
             KXNotificationCenter::defaultCenter().post(QString(KXManagedObjectContextObjectsDidChangeNotification), q, did);

@@ -68,6 +68,8 @@ public:
     [[nodiscard]] bool isMember(KXManagedObject *object, const KXPropertyDescription &property, qint64 key);
     [[nodiscard]] KXRef<KXManagedObject> toOne(const KXManagedObject *object, const KXPropertyDescription &property);
     [[nodiscard]] QList<KXRef<KXManagedObject>> toMany(KXManagedObject *object, const KXPropertyDescription &property);
+    /// Keys of the rows at the other end of a relationship, sorted; none of a missing object.
+    [[nodiscard]] std::vector<qint64> keysOf(KXManagedObject *object, const KXPropertyDescription &property);
     void remove(KXManagedObject *object);
     void scheduleProcessing();
     void processPendingChanges();
@@ -82,6 +84,8 @@ public:
 
     /// What the deletion of an object does to others.
     void followDeleteRules(KXManagedObject *object);
+    /// Those at the other ends that still refer to a deleted object do so no more.
+    void letGo(KXManagedObject *object);
 
     // Child contexts: KXContextChild.cpp.
 

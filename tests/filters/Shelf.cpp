@@ -11,7 +11,7 @@ KXManagedObjectModel::Ref shelfModel()
     static const KXManagedObjectModel::Ref model = [] {
         KXFilters::registerEntities();
         Thing::registerEntity();
-        Tag::registerEntity();
+        Mark::registerEntity();
         ColouredValue::registerEntity();
         // A host extends the framework's entities in C++, so it takes their descriptions over.
         QList<KXEntityDescription> entities {
@@ -19,8 +19,8 @@ KXManagedObjectModel::Ref shelfModel()
                 .add(Property::attribute(u"bpm"_s, Type::Double))
                 .add(Property::attribute(u"added"_s, Type::Date))
                 .add(Property::attribute(u"key"_s, Type::String))
-                .add(Property::toMany(u"tags"_s, u"Tag"_s, u"things"_s)),
-            KXEntityDescription(u"Tag"_s)
+                .add(Property::toMany(u"tags"_s, u"Mark"_s, u"things"_s)),
+            KXEntityDescription(u"Mark"_s)
                 .add(Property::attribute(u"name"_s, Type::String))
                 .add(Property::toMany(u"things"_s, u"Thing"_s, u"tags"_s)),
             KXEntityDescription(u"ColouredValue"_s, u"KXFacetFilterValue"_s).resident(),

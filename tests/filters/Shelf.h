@@ -10,7 +10,7 @@
 #include <kestrixkit/filters/KXFilters.h>
 #include <kestrixkit/filters/KXRangeFilter.h>
 
-class Tag;
+class Mark;
 
 class Thing : public KXManagedObjectOf<Thing>
 {
@@ -19,13 +19,13 @@ public:
     KX_ATTRIBUTE(std::optional<double>, bpm, setBpm)
     KX_ATTRIBUTE(QDateTime, added, setAdded)
     KX_ATTRIBUTE(std::optional<QString>, key, setKey)
-    KX_TO_MANY(Tag, tags, Tags)
+    KX_TO_MANY(Mark, tags, Tags)
 };
 
-class Tag : public KXManagedObjectOf<Tag>
+class Mark : public KXManagedObjectOf<Mark>
 {
 public:
-    static constexpr QLatin1StringView entityName { "Tag" };
+    static constexpr QLatin1StringView entityName { "Mark" };
     KX_ATTRIBUTE(QString, name, setName)
     KX_TO_MANY(Thing, things, Things)
 };

@@ -248,9 +248,9 @@ TEST_F(FilterSets, areCheckedAsEveryWorldSays)
 
 TEST_F(FilterSets, areExplainedAsTheStoreDecides)
 {
-    QList<KXRef<Tag>> tags;
+    QList<KXRef<Mark>> tags;
     for (const QVariant &name : QVariantList { names[0], names[1], names[2], u"other"_s, QVariant() }) {
-        tags.append(shelf.make<Tag>());
+        tags.append(shelf.make<Mark>());
         tags.last()->setValueForKey(u"name"_s, name);
     }
     QList<KXRef<Thing>> things;

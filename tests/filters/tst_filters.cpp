@@ -251,8 +251,8 @@ TEST(Filters, areCopiedWithTheirValuesAndNothingElse)
     const auto asDate = shelf.range(u"1"_s, u"2"_s)->duplicateInContext(*shelf.context, u"KXDateFilter"_s);
     EXPECT_TRUE(KXDynamicRefCast<KXDateFilter>(asDate));
     EXPECT_EQ(log.lines().size(), 4);
-    EXPECT_FALSE(copy->duplicateInContext(*shelf.context, u"Tag"_s));
-    EXPECT_EQ(Tag::countOfInContext(*shelf.context), 0);
+    EXPECT_FALSE(copy->duplicateInContext(*shelf.context, u"Mark"_s));
+    EXPECT_EQ(Mark::countOfInContext(*shelf.context), 0);
 }
 
 TEST(Filters, tellWhenTheirWordsChange)
