@@ -65,8 +65,8 @@ std::unique_ptr<KXPersistentStorePrivate> KXPersistentStorePrivate::open(const Q
     }
 
     auto store = std::make_unique<KXPersistentStorePrivate>(url, path, vfs);
-    static std::atomic<quint64> nextSerial { 1 };
-    store->identity = std::make_shared<KXStoreIdentity>(KXStoreIdentity { metadata.uuid, model, nextSerial++ });
+    store->identity = std::make_shared<KXStoreIdentity>(KXStoreIdentity { metadata.uuid, model, KXManagedObjectID::nextStoreSerial() });
+    KXManagedObjectID::registerStore(store->identity);
     for (const KXEntityDescription *entity : model->entities())
         store->codecs.emplace_back(*entity);
     store->connections.setWriter(std::move(writer));

@@ -107,15 +107,7 @@ KXPersistentStoreCoordinator::Ref KXPersistentStoreCoordinator::persistentStoreC
 
 KXManagedObjectID KXPersistentStoreCoordinator::managedObjectIDForURIRepresentation(const QUrl &uri) const
 {
-    if (!m_store || uri.scheme() != "x-kestrix-store"_L1 || uri.host() != m_store->identifier())
-        return {};
-    const QStringList parts = uri.path().split(u'/');
-    if (parts.size() != 3 || !parts[0].isEmpty() || !parts[2].startsWith(u'p'))
-        return {};
-    bool ok = false;
-    const qint64 key = QStringView(parts[2]).mid(1).toLongLong(&ok);
-    const KXEntityDescription *entity = m_model->entity(parts[1]);
-    return ok && key > 0 && entity ? KXManagedObjectID(m_store->identity(), entity, key) : KXManagedObjectID();
+    return m_store ? KXManagedObjectID::identifierForURIRepresentation(uri, m_store->identity()) : KXManagedObjectID();
 }
 
 KXPersistentStoreCoordinator::ChangeToken KXPersistentStoreCoordinator::addChangeObserver(ChangeObserver observer)
