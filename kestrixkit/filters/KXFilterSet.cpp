@@ -1,5 +1,6 @@
 #include <kestrixkit/filters/KXFilterSet.h>
 
+#include <kestrixkit/filters/KXFacetFilter.h>
 #include <kestrixkit/filters/KXFilterImages_p.h>
 
 using namespace Qt::StringLiterals;
@@ -45,3 +46,14 @@ KXRef<KXFilterSet> KXFilterSet::duplicateInContext(KXManagedObjectContext &conte
 }
 
 QIcon KXFilterSet::image() const { return KXFilterImage(isFolder() ? u"filter_set_folder"_s : u"filter_set"_s); }
+
+KXRef<KXFilterSet> KXFilterSet::filterSetOfObject(const KXRef<KXManagedObject> &object)
+{
+    if (const auto set = KXFilterSet::cast(object))
+        return set;
+    if (const auto filter = KXFilter::cast(object))
+        return filter->filterSet();
+    const auto value = KXFacetFilterValue::cast(object);
+    const auto filter = value ? value->filter() : KXRef<KXFacetFilter>();
+    return filter ? filter->filterSet() : KXRef<KXFilterSet>();
+}

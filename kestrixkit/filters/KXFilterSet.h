@@ -13,6 +13,9 @@ public:
     KX_ATTRIBUTE(bool, isFolder, setIsFolder)
     KX_TO_MANY(KXFilter, filters, Filters)
 
+    /// The set that an object is or belongs to: a set, a filter or a facet's value. Empty for what belongs to none.
+    [[nodiscard]] static KXRef<KXFilterSet> filterSetOfObject(const KXRef<KXManagedObject> &object);
+
     /// By position.
     [[nodiscard]] QList<KXRef<KXFilter>> sortedFilters() const;
 

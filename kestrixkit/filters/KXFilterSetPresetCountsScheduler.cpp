@@ -39,18 +39,6 @@ KXManagedObjectContext::Ref countsPresetsContext()
     return manager ? manager->context() : nullptr;
 }
 
-/// The filter set that an object is, or belongs to; empty for what belongs to none.
-KXRef<KXFilterSet> countsFilterSetOf(const KXRef<KXManagedObject> &object)
-{
-    if (const auto set = KXFilterSet::cast(object))
-        return set;
-    if (const auto filter = KXFilter::cast(object))
-        return filter->filterSet();
-    const auto value = KXFacetFilterValue::cast(object);
-    const auto filter = value ? value->filter() : KXRef<KXFacetFilter>();
-    return filter ? filter->filterSet() : KXRef<KXFilterSet>();
-}
-
 }
 
 KXOperationQueue &KXFilterSetPresetCountsScheduler::countsQueue()
@@ -209,7 +197,7 @@ void KXFilterSetPresetCountsScheduler::managedObjectContextObjectsDidChange(cons
 
     QSet<QUrl> sets;
     const auto collect = [&sets](const KXRef<KXManagedObject> &object) {
-        if (const auto set = countsFilterSetOf(object))
+        if (const auto set = KXFilterSet::filterSetOfObject(object))
             sets.insert(set->objectID().URIRepresentation());
     };
     for (const KXRef<KXManagedObject> &object : did->updated)
