@@ -127,6 +127,7 @@ public:
 
 private:
     [[nodiscard]] bool isHeld();
+    void dropUnsavedLinks(KXManagedObject *object);
     void vanish(const KXRef<KXManagedObject> &object);
     void assignToOne(KXManagedObject *object, const KXPropertyDescription &property, qint64 key);
     [[nodiscard]] bool mayConnect(KXManagedObject *object, const KXPropertyDescription &property, KXManagedObject *other) const;
