@@ -4,6 +4,7 @@
 
 #include <kestrixkit/filters/KXFilters.h>
 #include <kestrixkit/foundation/KXClock.h>
+#include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/foundation/KXObserver.h>
 #include <kestrixkit/foundation/KXUndoGuards.h>
 
@@ -58,8 +59,9 @@ void PresetMenu::fill()
     for (QAction *action : before)
         delete action->menu(); // clear() leaves submenus
 
-    if (m_context->countForEntity(QString(Track::entityName)) > 0)
-        Presets::install(*m_context);
+    KXError error;
+    if (m_context->countForEntity(QString(Track::entityName)) > 0 && !Presets::install(*m_context, &error))
+        KXLogWarning(browser, "No presets: %@", error.localizedDescription());
     m_menu->addAction(tr("All Tracks"), this, [this] { Q_EMIT picked({}, {}); });
     m_menu->addSeparator();
     addPresets({}, m_menu);

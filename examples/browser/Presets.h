@@ -13,8 +13,9 @@ namespace Presets {
 /// The identifier under which the browser counts.
 inline constexpr QLatin1StringView contextIdentifier { "library" };
 
-/// Makes folders and presets for the music that the library holds, where it has no presets at all, and saves them.
-void install(KXManagedObjectContext &context);
+/// Makes folders and presets for the music that the library holds, where it has no presets at all, and saves them. False
+/// with an error, and without a trace, where the store takes none.
+bool install(KXManagedObjectContext &context, KXError *error = nullptr);
 
 /// What holds for every track that is shown: its file is there.
 KXPredicate base();

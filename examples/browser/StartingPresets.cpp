@@ -22,6 +22,7 @@ public:
     {
     }
 
+    /// Throws a KXError where the store gives no identifiers.
     void make()
     {
         const QStringList genres = commonGenres();
@@ -37,14 +38,23 @@ public:
 private:
     using Filters = QList<KXRef<KXFilter>>;
 
+    template <class Class> KXRef<Class> create()
+    {
+        KXError error;
+        auto object = Class::createInContext(m_context, &error);
+        if (!object)
+            throw error;
+        return object;
+    }
+
     KXRef<KXFilterSetPreset> add(const KXRef<KXFilterSetPreset> &folder, const QString &title, const Filters &filters)
     {
-        const auto preset = KXFilterSetPreset::createInContext(m_context);
+        const auto preset = create<KXFilterSetPreset>();
         preset->setTitle(title);
         preset->setPosition(folder ? folder->children().size() : m_topLevel++);
         preset->setParent(folder);
         if (!filters.isEmpty()) {
-            const auto set = KXFilterSet::createInContext(m_context);
+            const auto set = create<KXFilterSet>();
             for (qsizetype i = 0; i < filters.size(); ++i) {
                 filters[i]->setPosition(i);
                 set->addToFilters(filters[i]);
@@ -62,7 +72,7 @@ private:
 
     template <class Filter> KXRef<Filter> filter(const QString &keyPath, const QString &name)
     {
-        const auto filter = Filter::createInContext(m_context);
+        const auto filter = create<Filter>();
         filter->setName(name);
         filter->setLocalValuePredicateKeyPath(keyPath);
         return filter;
@@ -90,7 +100,7 @@ private:
     {
         const auto facet = filter<KXFacetFilter>(keyPath, name);
         for (auto entry = values.cbegin(); entry != values.cend(); ++entry) {
-            const auto value = KXFacetFilterValue::createInContext(m_context);
+            const auto value = create<KXFacetFilterValue>();
             value->setName(entry.key());
             value->setValue(entry.value());
             value->setOperatorType(comparisonOperator);
@@ -190,11 +200,18 @@ private:
 
 } // namespace
 
-void Presets::install(KXManagedObjectContext &context)
+bool Presets::install(KXManagedObjectContext &context, KXError *error)
 {
     if (KXFilterSetPreset::countOfInContext(context) > 0)
-        return;
+        return true;
+    // In a child, which goes with everything in it when the store gives no more identifiers.
+    const auto child = KXManagedObjectContext::contextWithParentContext(context.shared_from_this());
+    try {
+        StartingPresets(*child).make();
+    } catch (const KXError &problem) {
+        KXSetError(error, problem);
+        return false;
+    }
     const KXUndoRegistrationOff unrecorded(context.undoManager());
-    StartingPresets(context).make();
-    context.save();
+    return child->save(error) && context.save(error);
 }

@@ -285,9 +285,9 @@ void printAnswer(const Arguments &arguments, const KXPersistentStoreCoordinator:
         throw Ending { Failed, problem };
     const ImportResult result = importNow(coordinator, folder);
     const auto context = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
-    if (!arguments.hasQuery)
-        Presets::install(*context);
     KXError error;
+    if (!arguments.hasQuery && !Presets::install(*context, &error))
+        throw Ending { Failed, error.localizedDescription() };
     const QJsonObject answer = arguments.report ? Report::ofLibrary(*context, result, folder, arguments.store)
         : arguments.hasQuery                    ? Report::ofQuery(*context, arguments.query, &error)
                                                 : explanation(*context, arguments);

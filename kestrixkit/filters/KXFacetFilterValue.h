@@ -27,13 +27,14 @@ public:
     [[nodiscard]] const std::optional<KXCounts> &counts() const { return m_counts; }
     void setCount(qint64 count, const QString &forContextIdentifier);
 
-    /// Empty where the context's model has no such entity.
+    /// Throws KXException where the context's model has no such entity.
     [[nodiscard]] static KXRef<KXFacetFilterValue> createTemporaryInstanceInContext(KXManagedObjectContext &context,
         const std::optional<QString> &name, const QVariant &value, const std::optional<QString> &valueId,
         KXPredicateOperator operatorType);
     using KXManagedObjectOf<KXFacetFilterValue>::createTemporaryInstanceInContext;
 
-    /// A copy of the same entity, without filter and counts; empty, with a log line, where the context cannot have one.
+    /// A copy of the same entity, without filter and counts; empty, with a log line, where the store gives no
+    /// identifier. Throws KXException where the context's model has no such entity.
     [[nodiscard]] KXRef<KXFacetFilterValue> duplicateInContext(KXManagedObjectContext &context) const;
 
     [[nodiscard]] QVariant valueForKey(const QString &key) const override;

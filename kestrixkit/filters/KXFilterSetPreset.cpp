@@ -27,7 +27,7 @@ void KXFilterSetPreset::hold(const KXRef<KXFilterSet> &set) const
 
 void KXFilterSetPreset::setFilterSet(const KXRef<KXFilterSet> &set)
 {
-    setFilterSetURI(set ? set->objectID().URIRepresentation() : QUrl());
+    setValueForKey(u"filterSetURI"_s, set ? QVariant(set->objectID().URIRepresentation()) : QVariant());
     hold(set);
 }
 

@@ -63,6 +63,8 @@ QVariantList worldsOf(const QString &keyPath)
     return worlds;
 }
 
+}
+
 class FilterSets : public ::testing::Test
 {
 protected:
@@ -169,6 +171,8 @@ private:
     const KXClockPin m_pin;
     int m_toManyParts = 0;
 };
+
+namespace {
 
 using Truths = QList<std::vector<bool>>; // of parts, by world
 

@@ -39,14 +39,14 @@ public:
     QColor textColour() const override { return Qt::red; }
 };
 
+}
+
 class Theme : public ::testing::Test
 {
 protected:
     ~Theme() override { manager.setTheme(nullptr); }
     KXThemeManager &manager = KXThemeManager::sharedManager();
 };
-
-}
 
 TEST_F(Theme, answersByNameWhatItAnswersByAccessor)
 {
