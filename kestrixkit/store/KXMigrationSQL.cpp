@@ -145,7 +145,8 @@ QByteArray KXMigrationSQL::isRowOf(const QByteArray &key, const KXEntityDescript
     return rows == "0" ? rows : "EXISTS(SELECT 1 FROM " + table(family) + " x" + migrationWhere({ "x.kx_id = " + key, rows }) + ')';
 }
 
-/// The links that rows of exactly this entity have: a query of their keys (k) and those at the other ends (o).
+/// The links that rows of exactly this entity have: a query of their keys (k) and those at the other ends (o). Where nothing
+/// leads back a deletion leaves keys that lead nowhere: they are no links.
 QByteArray KXMigrationSQL::links(const KXEntityDescription *source, const KXPropertyDescription &relationship) const
 {
     const auto isSource = [source](auto *entity) { return entity == source; };
@@ -153,14 +154,18 @@ QByteArray KXMigrationSQL::links(const KXEntityDescription *source, const KXProp
         const QByteArray rows = rowsOf(source->root(), isSource, "m");
         return rows.isEmpty() ? rows : "EXISTS(SELECT 1 FROM " + table(source) + " m" + migrationWhere({ "m.kx_id = " + key, rows }) + ')';
     };
+    const auto leadsToRow = [&](const QByteArray &key) {
+        return relationship.inverse() ? QByteArray() : "EXISTS(SELECT 1 FROM " + table(relationship.destinationEntity()) + " y WHERE y.kx_id = " + key + ')';
+    };
     if (relationship.isToOne()) {
         const QByteArray column = "s." + relationship.column();
         return "SELECT s.kx_id AS k, " + column + " AS o FROM " + table(source) + " s"
-            + migrationWhere({ column + " IS NOT NULL", rowsOf(source->root(), isSource, "s") });
+            + migrationWhere({ column + " IS NOT NULL", rowsOf(source->root(), isSource, "s"), leadsToRow(column) });
     }
     if (!relationship.joinTable().isEmpty()) {
         const QByteArray key = "j." + relationship.joinSource();
-        return "SELECT " + key + " AS k, j." + relationship.joinTarget() + " AS o FROM " + m_from + relationship.joinTable() + " j" + migrationWhere({ mine(key) });
+        const QByteArray other = "j." + relationship.joinTarget();
+        return "SELECT " + key + " AS k, " + other + " AS o FROM " + m_from + relationship.joinTable() + " j" + migrationWhere({ mine(key), leadsToRow(other) });
     }
     const KXEntityDescription *other = relationship.destinationEntity();
     const QByteArray column = "t." + relationship.inverse()->column();

@@ -376,6 +376,12 @@ PlainStore::PlainStore(const QString &path, const KXManagedObjectModel &model)
         }
     }
     sqlite3_close(database);
+    for (auto &[key, row] : rows) { // keys of what was deleted, where nothing leads back, are no links
+        for (auto &links : row.links)
+            std::erase_if(links, [this](qint64 other) { return !rows.contains(other) || !rows[other].entity; });
+        row.links.removeIf([](const auto &entry) { return entry.value().empty(); });
+    }
+    std::erase_if(rows, [](const auto &entry) { return !entry.second.entity; });
 }
 
 QList<KXMigrationChange> recount(const PlainStore &before, const PlainStore &after, const KXMappingModel &mapping)

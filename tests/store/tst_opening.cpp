@@ -388,10 +388,11 @@ TEST_F(OpeningByName, presentsWhyItCannotAndGoesOnWithoutStore)
     const std::tuple<const char *, int, Make> rows[] = {
         { "a file that is no store", KXStoreErrorCode::NotAStore,
             [this] { Library::write(path(), "something else"); } },
-        { "a store of another model", KXStoreErrorCode::IncompatibleModel,
+        { "a store of a model that does not become ours by itself", KXStoreErrorCode::NoMapping,
             [this] {
                 makeStore(path());
-                KXManagedObjectModel::setManagedObjectModel(otherModel());
+                KXManagedObjectModel::setManagedObjectModel(KXManagedObjectModel::make({ KXEntityDescription(u"Track"_s)
+                        .add(KXPropertyDescription::attribute(u"title"_s, KXAttributeType::String)).add(KXPropertyDescription::attribute(u"plays"_s, KXAttributeType::Date)) }));
             } },
         { "no model", KXStoreErrorCode::CannotOpen, [] { KXManagedObjectModel::setManagedObjectModel(nullptr); } },
         { "a file where the support folder should be", KXStoreErrorCode::CannotOpen,
