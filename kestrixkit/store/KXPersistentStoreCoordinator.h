@@ -71,6 +71,9 @@ public:
     /// there. Throws KXException where the bundle has no model that the store was written with.
     static bool progressivelyMigrateURL(const QUrl &url, const QString &ofType, const KXManagedObjectModel::Ref &toModel, KXError *error = nullptr);
 
+    /// Makes today's backup of the store, see KXPersistentStore::createBackup(). Saves wait meanwhile, reading goes on.
+    void backupPersistentStores();
+
     [[nodiscard]] const KXManagedObjectModel::Ref &model() const { return m_model; }
     /// nullptr where opening failed.
     [[nodiscard]] KXPersistentStore *store() const { return m_store.get(); }

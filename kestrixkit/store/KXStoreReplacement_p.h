@@ -21,6 +21,8 @@ public:
     [[nodiscard]] KXError begin();
     /// Says that the new file is whole; syncs it first. Moves come after that.
     [[nodiscard]] KXError freshIsWhole();
+    /// Moves the old store, with what SQLite left beside it, to its other name.
+    [[nodiscard]] KXError moveOldAside() const;
     /// Removes the note, and after a failure what there is of the new file. But where the failure left nothing in the store's
     /// place while the new file is whole, note and file stay, and the next opening brings the work to its end. A note that
     /// cannot be removed does no harm.
@@ -31,7 +33,6 @@ public:
     [[nodiscard]] static KXError recover(const QString &store);
 
 private:
-    KXError moveOldAside() const;
     void discardFresh();
 
     const QString m_store;
