@@ -251,6 +251,7 @@ KXError KXMappingModel::matchProperties(KXEntityMapping &mapping, const QJsonObj
         if (from.isString() && (!source || source->isTransient() || source->isRelationship() != to->isRelationship()))
             return mappingError(KXStringWithFormat("\"%@\" cannot come from \"%@\"", mappingNameOf(mapping.destination, *to), from.toString()));
         given.insert(to, source);
+        m_given.append(to);
     }
     const auto acceptable = [this](const MappingProperty *to, const MappingProperty *from) {
         if (to->isTransient() || to->isRelationship() != from->isRelationship())
@@ -291,7 +292,7 @@ void KXMappingModel::followInverses()
 {
     for (KXEntityMapping &mapping : m_entities) {
         for (KXPropertyMapping &property : mapping.properties) {
-            if (property.source || !property.destination->inverse())
+            if (property.source || !property.destination->inverse() || m_given.contains(property.destination))
                 continue;
             const KXEntityMapping *const other = mappingTo(property.destination->destinationEntity());
             const KXPropertyMapping *const back = other ? other->mappingTo(property.destination->inverse()) : nullptr;

@@ -85,4 +85,5 @@ private:
     KXManagedObjectModel::Ref m_source;
     KXManagedObjectModel::Ref m_destination;
     QList<KXEntityMapping> m_entities;
+    QList<const KXPropertyDescription *> m_given; // whose source a file names, or denies
 };

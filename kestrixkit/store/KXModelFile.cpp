@@ -137,7 +137,7 @@ QVariant KXModelFile::valueFromJSON(const QJsonValue &value, KXAttributeType typ
     case KXAttributeType::Integer16:
     case KXAttributeType::Integer32:
     case KXAttributeType::Integer64:
-        return value.toInteger();
+        return value.isDouble() ? QVariant(value.toInteger()) : QVariant();
     case KXAttributeType::Decimal: {
         const auto decimal = KXDecimal::fromString(value.isString() ? value.toString() : value.toVariant().toString());
         return decimal ? QVariant::fromValue(*decimal) : QVariant();

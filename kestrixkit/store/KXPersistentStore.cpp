@@ -19,7 +19,9 @@ std::optional<KXStoreMetadata> KXPersistentStore::metadataForStoreURL(const QUrl
 {
     KXStoreMetadata metadata;
     bool fresh = false;
-    KXError problem = KXStoreSchema::look(url.toLocalFile(), {}, fresh, metadata);
+    KXError problem = KXStoreReplacement::recover(url.toLocalFile());
+    if (!problem)
+        problem = KXStoreSchema::look(url.toLocalFile(), {}, fresh, metadata);
     if (!problem && fresh)
         problem = KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::CannotOpen, KXStringWithFormat("There is no store at %@", url.toLocalFile()));
     if (!problem)

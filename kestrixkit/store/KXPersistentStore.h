@@ -34,8 +34,8 @@ public:
     KXPersistentStore(const KXPersistentStore &) = delete;
     KXPersistentStore &operator=(const KXPersistentStore &) = delete;
 
-    /// Of a store file that need not be open, and is left as it is. Nothing and an error where it is no store, damaged
-    /// or newer.
+    /// Of a store file that need not be open, and is left as it is; but a migration that was interrupted is finished or taken
+    /// back first. Nothing and an error where it is no store, damaged or newer.
     [[nodiscard]] static std::optional<KXStoreMetadata> metadataForStoreURL(const QUrl &url, KXError *error = nullptr);
 
     /// What is wrong in a store file, a line each: damage of the file, rows that do not keep the model's promises. Empty for a

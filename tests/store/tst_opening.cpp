@@ -15,6 +15,7 @@
 #include <kestrixkit/store/KXStoreSchema_p.h>
 
 #include "store/Library.h"
+#include "store/Versions.h"
 #include "support/FaultVfs.h"
 #include "support/KXTestLog.h"
 #include "support/KXTestPrint.h"
@@ -380,6 +381,19 @@ TEST_F(OpeningByName, opensTheStoreInTheSupportFolderAndReplacesTheContext)
     EXPECT_EQ(presented.errors[0].code(), KXStoreErrorCode::ValidationFailed);
     EXPECT_EQ(presented.terminations, 0);
     EXPECT_EQ(Track::countOfInContext(*fourth), 1);
+}
+
+TEST_F(OpeningByName, migratesInPlaceAndKeepsNothingOfTheOldFile)
+{
+    QDir(data.path()).mkdir(u"Crates"_s);
+    Versions::make(path(), 3);
+    const QStringList tracks = Versions::tracks(path());
+    KXManagedObjectModel::setManagedObjectModel(Versions::model(2));
+    const auto context = KXManagedObjectContext::setupMainContext();
+    EXPECT_TRUE(presented.errors.isEmpty());
+    EXPECT_EQ(context->countForEntity(u"Song"_s, KXPredicate::predicateWithFormat("mood == 'calm'")), 3);
+    EXPECT_EQ(Versions::tracks(path()), tracks);
+    EXPECT_EQ(Versions::files(data.filePath(u"Crates"_s)), QStringList { u"Crates.db"_s });
 }
 
 TEST_F(OpeningByName, presentsWhyItCannotAndGoesOnWithoutStore)
