@@ -8,6 +8,7 @@
 
 #include <archive.h>
 #include <archive_entry.h>
+#include <zlib.h>
 
 #include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/store/KXSQLite_p.h>
@@ -46,6 +47,33 @@ struct ArchiveSink
         archive_set_error(handle, EIO, "cannot be written");
         return -1;
     }
+};
+
+/// Where libarchive reads an archive from: zlib unpacks it, which compares its checksum, as libarchive does not.
+struct ArchiveSource
+{
+    explicit ArchiveSource(const QString &path) : file(gzopen(QFile::encodeName(path).constData(), "rbe")), block(archiveBlock, Qt::Uninitialized) { }
+    ~ArchiveSource()
+    {
+        if (file)
+            gzclose(file);
+    }
+    Q_DISABLE_COPY_MOVE(ArchiveSource)
+
+    static la_ssize_t read(archive *handle, void *source, const void **bytes)
+    {
+        auto *const self = static_cast<ArchiveSource *>(source);
+        *bytes = self->block.constData();
+        const int size = gzread(self->file, self->block.data(), unsigned(self->block.size()));
+        int problem = Z_OK;
+        const char *const text = gzerror(self->file, &problem);
+        if (size >= 0 && problem == Z_OK && !gzdirect(self->file))
+            return size;
+        archive_set_error(handle, EIO, "%s", problem == Z_OK ? "not compressed" : text);
+        return -1;
+    }
+    gzFile file;
+    QByteArray block;
 };
 
 KXError archiveAdd(archive *handle, const ArchiveSink &sink, const QString &path, const QString &name)
@@ -141,16 +169,18 @@ void KXStoreArchiver::setShared(KXStoreArchiver *archiver) { archiveShared.store
 
 KXError KXStoreArchiver::unpack(const QString &path, const QString &folder)
 {
+    ArchiveSource source(path);
+    if (!source.file)
+        return KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::CannotOpen, KXStringWithFormat("%@ cannot be opened", path));
     const ArchiveReader handle(archive_read_new(), archive_read_free);
-    archive_read_support_filter_gzip(handle.get());
     archive_read_support_format_cpio(handle.get());
-    if (archive_read_open_filename(handle.get(), QFile::encodeName(path).constData(), archiveBlock) != ARCHIVE_OK)
+    if (archive_read_open(handle.get(), &source, nullptr, ArchiveSource::read, nullptr) != ARCHIVE_OK)
         return archiveError(handle.get(), path);
     archive_entry *entry = nullptr;
     for (int entries = 0;; ++entries) {
         const int code = archive_read_next_header(handle.get(), &entry);
         if (code == ARCHIVE_EOF)
-            return {};
+            break;
         if (code != ARCHIVE_OK)
             return archiveError(handle.get(), path);
         QByteArray name(archive_entry_pathname(entry));
@@ -172,4 +202,10 @@ KXError KXStoreArchiver::unpack(const QString &path, const QString &folder)
         if (size < 0)
             return archiveError(handle.get(), path);
     }
+    // The checksum stands behind everything.
+    const void *rest = nullptr;
+    la_ssize_t size = 1;
+    while (size > 0)
+        size = ArchiveSource::read(handle.get(), &source, &rest);
+    return size == 0 ? KXError() : archiveError(handle.get(), path);
 }
