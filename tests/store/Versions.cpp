@@ -15,7 +15,7 @@ KXManagedObjectModel::Ref Versions::model(int version)
     const QString name = version == 1 ? u"Track"_s : u"Song"_s;
     KXEntityDescription track(name);
     track.add(Property::attribute(u"title"_s, Type::String).required().indexed())
-        .add(Property::attribute(u"plays"_s, version == 1 ? Type::Integer16 : Type::Integer64))
+        .add(Property::attribute(u"plays"_s, Type::Integer64))
         .add(Property::toOne(u"album"_s, u"Album"_s, u"tracks"_s));
     if (version == 1) {
         track.add(Property::attribute(u"bpm"_s, Type::Double));

@@ -111,7 +111,12 @@ void FaultDisk::renamed(const QByteArray &from, const QByteArray &to)
 {
     if (auto found = m_live.extract(from)) {
         m_live[to] = found.mapped();
-        m_pending.push_back({ Rename, from, to, {} });
+        if (faultFolderOf(from) == faultFolderOf(to)) {
+            m_pending.push_back({ Rename, from, to, {} });
+        } else { // each folder is synced by itself
+            m_pending.push_back({ Add, to, {}, found.mapped() });
+            m_pending.push_back({ Remove, from, {}, {} });
+        }
     }
 }
 
