@@ -296,7 +296,7 @@ void RandomModels::fill(const QString &path, const KXManagedObjectModel::Ref &mo
             QVariantList others;
             for (const auto &other : objects) {
                 if (other->entity()->isKindOf(property.destinationEntity()) && m_random.chance(0.2))
-                    others.append(QVariant::fromValue(other));
+                    others.append(KXVariantFromRef(other));
             }
             if (property.isToMany() && m_random.chance(0.7))
                 object->setValueForKey(property.name(), others);

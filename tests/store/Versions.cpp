@@ -47,7 +47,7 @@ void Versions::make(const QString &path, int tracks, int version, const QString 
         const auto track = context->managedObjectForEntity(version == 1 ? u"Track"_s : u"Song"_s);
         track->setValueForKey(u"title"_s, title + u' ' + QString::number(i));
         track->setValueForKey(version == 1 ? u"bpm"_s : u"tempo"_s, version == 3 ? QVariant(120 + i) : QVariant(120 + i / 2.0));
-        track->setValueForKey(u"album"_s, QVariant::fromValue(albums[i % 2]));
+        track->setValueForKey(u"album"_s, KXVariantFromRef(albums[i % 2]));
     }
     ASSERT_TRUE(context->save(&error)) << error.localizedDescription().toStdString();
 }
