@@ -23,6 +23,8 @@ struct Answer
     [[nodiscard]] QJsonObject json() const { return QJsonDocument::fromJson(output).object(); }
 };
 
+} // namespace
+
 class StoreCommands : public ::testing::Test
 {
 protected:
@@ -49,8 +51,6 @@ protected:
     const QTemporaryDir folder;
     const QString path = folder.filePath(u"crate.db"_s);
 };
-
-} // namespace
 
 TEST_F(StoreCommands, followAStoreThroughItsLife)
 {

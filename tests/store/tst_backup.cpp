@@ -23,8 +23,6 @@
 using namespace Qt::StringLiterals;
 using Coordinator = KXPersistentStoreCoordinator;
 
-namespace {
-
 /// A store in a folder of its own, on a day in May; everything is logged.
 class Backup : public ::testing::Test
 {
@@ -64,6 +62,8 @@ protected:
     const KXTestLog log;
     Coordinator::Ref coordinator;
 };
+
+namespace {
 
 /// Instead of the real one.
 struct TestArchiver : KXStoreArchiver

@@ -141,6 +141,8 @@ struct FireFolder
     const QString path = parent.filePath(u"Crates"_s);
 };
 
+} // namespace
+
 class StoreUnderFire : public ::testing::Test
 {
 protected:
@@ -156,8 +158,6 @@ protected:
     const QByteArray before = qgetenv("XDG_DATA_HOME");
     const KXTestLog log;
 };
-
-} // namespace
 
 TEST_F(StoreUnderFire, everyOperationMayFail)
 {

@@ -75,8 +75,6 @@ TEST(Migration, doesExactlyWhatThePlanSays)
     }
 }
 
-namespace {
-
 /// The main bundle's resources are a folder with the three model versions.
 class MigrationBundle : public ::testing::Test
 {
@@ -105,6 +103,8 @@ protected:
     const QStringList before = KXBundle::mainBundle().resourceFolders();
     const KXTestLog log;
 };
+
+namespace {
 
 const QByteArray lossyTempo = R"([{"destination": "Song", "properties": [{"destination": "tempo", "lossy": true}]}])";
 
