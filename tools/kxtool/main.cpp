@@ -9,6 +9,7 @@
 #include <QList>
 
 #include "Command.h"
+#include "StoreCommands.h"
 
 using namespace Qt::StringLiterals;
 
@@ -16,7 +17,7 @@ namespace {
 
 const QList<Command> &commands()
 {
-    static const QList<Command> all {};
+    static const QList<Command> all = storeCommands();
     return all;
 }
 
