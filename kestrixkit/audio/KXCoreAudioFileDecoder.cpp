@@ -22,31 +22,20 @@ KXCoreAudioFileDecoder::KXCoreAudioFileDecoder(const QUrl &fileURL)
 
 KXCoreAudioFileDecoder::~KXCoreAudioFileDecoder() = default;
 
-bool KXCoreAudioFileDecoder::fail(KXError *error, const char *format, KXAudioFileStatus status)
-{
-    KXLogError(audio, format, status);
-    return KXSetError(error,
-        KXError(KXKestrixKitErrorDomain, KXAudioFileErrorCode, KXStringWithFormat(KXLocalizedString(format), status)));
-}
-
 bool KXCoreAudioFileDecoder::decode(KXError *error)
 {
     KXAudioFileOptions options;
     options.cancelled = m_cancelled;
-    if (const KXAudioFileStatus status = m_file.open(m_fileURL, options))
-        return fail(error, "Failed to open file (%i)", status);
-    if (const KXAudioFileStatus status = m_file.dataFormat(&m_inputDescription))
-        return fail(error, "Failed to read file data format property (%i)", status);
     qint64 frames = 0;
-    if (const KXAudioFileStatus status = m_file.lengthInFrames(&frames))
-        return fail(error, "Failed to read frames property (%i)", status);
+    if (!m_file.openForReading(m_fileURL, options, &m_inputDescription, &frames, error))
+        return false;
     m_totalFrames = frames;
     m_totalFramesIsFinal = m_file.lengthIsExact();
 
     const auto delegate = m_delegate.lock();
     m_outputDescription = delegate ? delegate->outputDescriptionFor(*this, m_inputDescription) : KXStreamFormat {};
-    if (const KXAudioFileStatus status = m_file.setClientFormat(m_outputDescription))
-        return fail(error, "Failed to set client data format (%i)", status);
+    if (!m_file.useFormat(m_outputDescription, error))
+        return false;
     m_chunk.reset(KXAllocateABL(m_outputDescription, ChunkFrames));
     if (delegate)
         delegate->willStartDecoding(*this);
@@ -60,7 +49,9 @@ bool KXCoreAudioFileDecoder::decode(KXError *error)
         }).detach();
     } catch (const std::system_error &failure) {
         m_isDecoding = false;
-        return fail(error, "Failed to open file (%i)", -failure.code().value());
+        KXLogError(audio, "Failed to start decoding: %@", failure.what());
+        return KXSetError(
+            error, KXError(KXKestrixKitErrorDomain, KXAudioFileErrorCode, QString::fromLocal8Bit(failure.what())));
     }
     return true;
 }

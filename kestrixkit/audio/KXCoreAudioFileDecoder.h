@@ -7,7 +7,6 @@
 
 #include <kestrixkit/audio/KXAudioFile.h>
 #include <kestrixkit/audio/KXCoreAudioUtilities.h>
-#include <kestrixkit/foundation/KXError.h>
 
 class KXCoreAudioFileDecoder;
 
@@ -17,9 +16,6 @@ enum KXCoreAudioFileDecoderState : int {
     KXCoreAudioFileDecoderStateCancelled = 2, ///< asked to end; final
     KXCoreAudioFileDecoderStateFinished = 3, ///< the end of the file was reached
 };
-
-/// The code of errors with audio files, in KXKestrixKitErrorDomain.
-inline constexpr int KXAudioFileErrorCode = 1001;
 
 /// Takes what a decoder delivers.
 class KX_AUDIO_EXPORT KXCoreAudioFileDecoderDelegate
@@ -99,7 +95,6 @@ public:
     bool advanceRenderedFrames(qint64 from, qint64 frames) noexcept;
 
 private:
-    bool fail(KXError *error, const char *format, KXAudioFileStatus status);
     void decodeAudioData();
     void carryOutSeek();
     bool deliver(quint32 frames);
