@@ -117,6 +117,10 @@ Q_SIGNALS:
 protected:
     /// Assigns and announces, also what is the same as before. An observer may change the state again.
     void setState(KXAudioPlayerState state);
+    /// The two halves of setState() on a thread other than the main one. Observers by key and stateChanged() hear of it
+    /// on the main thread, later.
+    void assignState(KXAudioPlayerState state) { m_state = state; }
+    void announceState();
     void storeCurrentItem(const KXAudioPlayerItemPointer &item);
     void storeVolume(float volume);
     /// The end of the current item: Finished, and on to the next one when continuous.

@@ -24,12 +24,11 @@ KXCoreAudioFileDecoder::~KXCoreAudioFileDecoder() = default;
 
 bool KXCoreAudioFileDecoder::decode(KXError *error)
 {
-    KXAudioFileOptions options;
-    options.cancelled = m_cancelled;
+    m_options.cancelled = m_cancelled;
     qint64 frames = 0;
-    if (!m_file.openForReading(m_fileURL, options, &m_inputDescription, &frames, error))
+    if (!m_file.openForReading(m_fileURL, m_options, &m_inputDescription, &frames, error))
         return false;
-    m_totalFrames = frames;
+    m_totalFrames = m_promisedFrames = frames;
     m_totalFramesIsFinal = m_file.lengthIsExact();
 
     const auto delegate = m_delegate.lock();
@@ -93,11 +92,10 @@ void KXCoreAudioFileDecoder::decodeAudioData()
         }
         m_isPending = false;
         if (frames == 0) {
-            // Only now is it certain how long the file was.
-            m_totalFrames = m_position;
-            m_totalFramesIsFinal = true;
-            setState(KXCoreAudioFileDecoderStateFinished);
-            return;
+            reachEnd(status);
+            if (!m_staysAtEnd)
+                return;
+            continue;
         }
         m_position += frames;
         if (m_position > m_totalFrames)
@@ -107,14 +105,46 @@ void KXCoreAudioFileDecoder::decodeAudioData()
     }
 }
 
+void KXCoreAudioFileDecoder::reachEnd(KXAudioFileStatus status)
+{
+    if (status != KXAudioFileNoError && !isCancelled())
+        KXLogError(audio, "Failed to read frame %lld (%i)", m_position, status);
+    m_readStatus = status != KXAudioFileNoError ? status : m_seekStatus;
+    // Only now is it certain how long the file was, or how much of it can be had.
+    m_totalFrames = m_position;
+    m_totalFramesIsFinal = true;
+    if (!m_staysAtEnd) {
+        setState(KXCoreAudioFileDecoderStateFinished);
+        return;
+    }
+    std::unique_lock lock(m_mutex);
+    m_changed.wait(lock, [this] { return isCancelled() || m_seekToFrame >= 0; });
+}
+
+void KXCoreAudioFileDecoder::findExactLength()
+{
+    KXAudioFile file;
+    qint64 frames = 0;
+    if (!m_totalFramesIsFinal && file.open(m_fileURL, m_options) == KXAudioFileNoError
+        && file.findExactLength() == KXAudioFileNoError && file.lengthIsExact()
+        && file.lengthInFrames(&frames) == KXAudioFileNoError && !m_totalFramesIsFinal)
+        m_totalFrames = frames;
+}
+
 void KXCoreAudioFileDecoder::carryOutSeek()
 {
     qint64 target = m_seekToFrame;
     if (target < 0)
         return;
+    if (m_readStatus != KXAudioFileNoError) { // there may be more than what could be had
+        m_totalFramesIsFinal = false;
+        m_totalFrames = std::max<qint64>(m_promisedFrames, m_totalFrames);
+        m_readStatus = KXAudioFileNoError;
+    }
     if (const auto delegate = m_delegate.lock())
         delegate->willSeekToFrame(*this, target);
-    if (m_file.seek(target) != KXAudioFileNoError)
+    m_seekStatus = m_file.seek(target);
+    if (m_seekStatus != KXAudioFileNoError)
         KXLogError(audio, "Failed to seek to frame %lld", target);
     m_position = target;
     m_renderedFrames = target;
