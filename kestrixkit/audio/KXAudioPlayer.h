@@ -97,6 +97,8 @@ public:
     [[nodiscard]] virtual double currentTime() const { return 0; }
     /// Any number of seconds, also beyond either end.
     virtual void setTime(double seconds);
+    /// Whether a change of time is still to be carried out: until then what is heard is from where it was.
+    [[nodiscard]] virtual bool isSeeking() const { return false; }
 
     /// Takes the playlist and, unless the delegate objects, plays the item.
     void playItemFromPlaylist(

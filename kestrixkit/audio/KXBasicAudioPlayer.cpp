@@ -190,6 +190,8 @@ double KXBasicAudioPlayer::duration() const { return m_player ? m_player->durati
 
 double KXBasicAudioPlayer::currentTime() const { return m_player ? m_player->currentTime() : 0; }
 
+bool KXBasicAudioPlayer::isSeeking() const { return m_player && m_player->isSeeking(); }
+
 void KXBasicAudioPlayer::setTime(double seconds)
 {
     if (m_player)

@@ -36,6 +36,7 @@ public:
     [[nodiscard]] double currentTime() const override;
     /// Goes to the whole second, without the fraction.
     void setTime(double seconds) override;
+    [[nodiscard]] bool isSeeking() const override;
 
     /// Fades at once, in place of any other fade; nothing happens while no item is open. Played items do this by
     /// themselves.

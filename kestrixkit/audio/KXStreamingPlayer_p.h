@@ -38,6 +38,7 @@ public:
     [[nodiscard]] double currentTime() const;
     /// Goes to the whole second, within the item.
     void seekToSecond(double seconds);
+    [[nodiscard]] bool isSeeking() const { return decoder().seekToFrame() >= 0; }
 
     void setVolume(float volume) { m_session->setVolume(volume); }
     /// From silence, over the first second of the item, and to silence over its last whole one, once playing comes

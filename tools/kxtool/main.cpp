@@ -8,6 +8,7 @@
 #include <QCoreApplication>
 #include <QList>
 
+#include "AudioCommands.h"
 #include "Command.h"
 
 using namespace Qt::StringLiterals;
@@ -16,7 +17,7 @@ namespace {
 
 const QList<Command> &commands()
 {
-    static const QList<Command> all {};
+    static const QList<Command> all { audioCommand() };
     return all;
 }
 
