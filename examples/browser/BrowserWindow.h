@@ -12,6 +12,7 @@
 #include "LibraryEditor.h"
 #include "TrackTableModel.h"
 
+class Preview;
 class QLabel;
 class QProgressBar;
 class QPushButton;
@@ -67,6 +68,7 @@ private:
     QList<QAction *> m_ratingActions; // by stars
     QAction *m_commentAction;
     QAction *m_genreAction;
+    Preview *m_preview;
     QLabel *m_summary;
     QLabel *m_emptyText;
     QLabel *m_status;

@@ -118,11 +118,18 @@ void KXCoreAudioFileDecoder::reachEnd(KXAudioFileStatus status)
         return;
     }
     std::unique_lock lock(m_mutex);
+    if (!isCancelled()) {
+        m_state = KXCoreAudioFileDecoderStateWaiting;
+        m_state.notify_all();
+    }
     m_changed.wait(lock, [this] { return isCancelled() || m_seekToFrame >= 0; });
 }
 
 void KXCoreAudioFileDecoder::findExactLength()
 {
+    if (m_totalFramesIsFinal)
+        return;
+    m_state.wait(KXCoreAudioFileDecoderStateRunning); // until there is enough to be heard first
     KXAudioFile file;
     qint64 frames = 0;
     if (!m_totalFramesIsFinal && file.open(m_fileURL, m_options) == KXAudioFileNoError

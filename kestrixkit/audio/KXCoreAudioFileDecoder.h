@@ -12,7 +12,7 @@ class KXCoreAudioFileDecoder;
 
 enum KXCoreAudioFileDecoderState : int {
     KXCoreAudioFileDecoderStateRunning = 0, ///< decoding
-    KXCoreAudioFileDecoderStateWaiting = 1, ///< sleeps, since the delegate had no room
+    KXCoreAudioFileDecoderStateWaiting = 1, ///< sleeps, since the delegate had no room, or at an end that it stays at
     KXCoreAudioFileDecoderStateCancelled = 2, ///< asked to end; final
     KXCoreAudioFileDecoderStateFinished = 3, ///< the end of the file was reached
 };

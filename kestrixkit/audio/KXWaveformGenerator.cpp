@@ -90,6 +90,7 @@ bool KXWaveformGenerator::generateWaveformPaths(KXError *error)
     KXAudioFileOptions options;
     options.cancelled = m_cancelled;
     options.growthSeconds = waveformGrowthSeconds;
+    options.decodingThreads = m_decodingThreads;
     KXAudioFile file;
     KXStreamFormat format;
     qint64 frames = 0;

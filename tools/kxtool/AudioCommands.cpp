@@ -11,6 +11,7 @@
 #include <QRegularExpression>
 #include <QSaveFile>
 
+#include <kestrixkit/audio/KXAudioFile.h>
 #include <kestrixkit/audio/KXAudioFileMetadata.h>
 #include <kestrixkit/audio/KXWaveformGenerator.h>
 #include <kestrixkit/foundation/KXOperationQueue.h>
@@ -21,12 +22,15 @@ namespace {
 
 constexpr int fastCompression = 80; // of PNG: level 1, a fraction of the time for a few more bytes
 
-/// Reads the facts; throws an Ending when that fails.
-void read(KXAudioFileMetadata &metadata, const QString &file)
+int channelsOf(const QString &path)
 {
-    metadata.readMetadataFromAudioFile();
-    if (metadata.error())
-        throw Ending { WrongInput, u"%1: %2"_s.arg(file, metadata.error().localizedDescription()) };
+    KXAudioFile file;
+    KXStreamFormat format;
+    qint64 frames = 0;
+    KXError error;
+    if (!file.openForReading(audioUrl(path), {}, &format, &frames, &error))
+        throw Ending { WrongInput, u"%1: %2"_s.arg(path, error.localizedDescription()) };
+    return int(format.mChannelsPerFrame);
 }
 
 ExitStatus printInfo(const QStringList &arguments)
@@ -34,7 +38,9 @@ ExitStatus printInfo(const QStringList &arguments)
     QCommandLineParser parser;
     const QString file = positionalArguments(parser, arguments, 1).at(0);
     KXAudioFileMetadata metadata(audioUrl(file));
-    read(metadata, file);
+    metadata.readMetadataFromAudioFile();
+    if (metadata.error())
+        throw Ending { WrongInput, u"%1: %2"_s.arg(file, metadata.error().localizedDescription()) };
     const QJsonObject object { { u"file"_s, file }, { u"numberOfFrames"_s, metadata.numberOfFrames() },
         { u"numberOfChannels"_s, metadata.numberOfChannels() }, { u"bitsPerChannel"_s, metadata.bitsPerChannel() },
         { u"sampleRate"_s, metadata.sampleRate() }, { u"duration"_s, metadata.duration() },
@@ -75,15 +81,14 @@ ExitStatus drawWaveform(const QStringList &arguments)
     // Each channel gets its share of the height.
     const bool sum = parser.isSet(u"sum"_s);
     const QSize size(sizes.captured(1).toInt(), sizes.captured(2).toInt());
-    KXAudioFileMetadata metadata(audioUrl(files.at(0)));
-    read(metadata, files.at(0));
-    const int rows = sum ? 1 : int(metadata.numberOfChannels());
+    const int rows = sum ? 1 : channelsOf(files.at(0));
     if (size.height() < rows)
         throw Ending { WrongInput,
             u"%1 has %2 channels, which do not fit into this height"_s.arg(files.at(0)).arg(rows) };
     const auto generator = std::make_shared<KXWaveformGenerator>(
         audioUrl(files.at(0)), QSizeF(size.width(), size.height() / rows), QColor(colour));
     generator->setSumAllChannels(sum);
+    generator->setDecodingThreads(2);
     QEventLoop loop;
     QString failure;
     int columns = 0;
