@@ -394,6 +394,7 @@ void firstFrameOurs(benchmark::State &state, const char *format)
         KXBasicAudioPlayer player(output);
         player.setVolume(1);
         float left[64], right[64];
+        std::this_thread::sleep_for(std::chrono::milliseconds(5)); // the player before goes meanwhile
         const double start = wallSeconds();
         player.playItem(item);
         while (player.state() == KXAudioPlayerStateLoading)

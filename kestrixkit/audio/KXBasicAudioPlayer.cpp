@@ -117,7 +117,7 @@ void KXBasicAudioPlayer::load(const std::shared_ptr<KXPlaybackSession> &session)
             const bool isPlayable = KXStreamingPlayer::load(*session);
             loader->loaded(session, isPlayable);
             if (isPlayable)
-                session->decoder()->findExactLength();
+                KXStreamingPlayer::run(session);
         }).detach();
     } catch (const std::system_error &failure) {
         KXLogError(audio, "Failed to start loading: %@", failure.what());

@@ -22,7 +22,7 @@ KXCoreAudioFileDecoder::KXCoreAudioFileDecoder(const QUrl &fileURL)
 
 KXCoreAudioFileDecoder::~KXCoreAudioFileDecoder() = default;
 
-bool KXCoreAudioFileDecoder::decode(KXError *error)
+bool KXCoreAudioFileDecoder::open(KXError *error)
 {
     m_options.cancelled = m_cancelled;
     qint64 frames = 0;
@@ -38,14 +38,16 @@ bool KXCoreAudioFileDecoder::decode(KXError *error)
     m_chunk.reset(KXAllocateABL(m_outputDescription, ChunkFrames));
     if (delegate)
         delegate->willStartDecoding(*this);
+    return true;
+}
 
+bool KXCoreAudioFileDecoder::decode(KXError *error)
+{
+    if (!open(error))
+        return false;
     m_isDecoding = true;
     try {
-        std::thread([self = shared_from_this()] {
-            self->decodeAudioData();
-            self->m_isDecoding = false;
-            self->m_isDecoding.notify_all();
-        }).detach();
+        std::thread([self = shared_from_this()] { self->run(); }).detach();
     } catch (const std::system_error &failure) {
         m_isDecoding = false;
         KXLogError(audio, "Failed to start decoding: %@", failure.what());
@@ -53,6 +55,14 @@ bool KXCoreAudioFileDecoder::decode(KXError *error)
             error, KXError(KXKestrixKitErrorDomain, KXAudioFileErrorCode, QString::fromLocal8Bit(failure.what())));
     }
     return true;
+}
+
+void KXCoreAudioFileDecoder::run()
+{
+    m_isDecoding = true;
+    decodeAudioData();
+    m_isDecoding = false;
+    m_isDecoding.notify_all();
 }
 
 void KXCoreAudioFileDecoder::setState(State state)

@@ -56,13 +56,19 @@ public:
     [[nodiscard]] QUrl fileURL() const { return m_fileURL; }
     /// How the file is opened; to be set before decode(). Whether that is cancelled is the decoder's own business.
     void setFileOptions(const KXAudioFileOptions &options) { m_options = options; }
-    /// Has the thread wait for a seek at the end of the file, until it is cancelled, instead of finishing. Before decode().
+    /// Has the thread wait for a seek at the end of the file, until it is cancelled, instead of finishing. Before
+    /// decode().
     void setStaysAtEnd(bool stays) { m_staysAtEnd = stays; }
     /// Held weakly. To be set before decode(). A decoder whose delegate has gone ends.
     void setDelegate(const std::weak_ptr<KXCoreAudioFileDecoderDelegate> &delegate) { m_delegate = delegate; }
 
-    /// Opens the file and starts decoding. On failure the error has the code KXAudioFileErrorCode.
+    /// Opens the file and starts decoding on a thread of its own. On failure the error has the code
+    /// KXAudioFileErrorCode.
     bool decode(KXError *error = nullptr);
+    /// The two steps of decode() for a caller that has a thread to give: opens the file, then decodes until it ends.
+    /// The caller keeps the decoder alive meanwhile.
+    bool open(KXError *error = nullptr);
+    void run();
     /// Waits until the thread has ended, after it was cancelled. Not to be called by a delegate.
     void waitUntilDone() const { m_isDecoding.wait(true); }
 
@@ -87,8 +93,8 @@ public:
     /// Whether totalFrames() will not change any more.
     [[nodiscard]] bool totalFramesIsFinal() const { return m_totalFramesIsFinal; }
 
-    /// Looks for the length of a local file that was only guessed, in the file opened once more. After decode(), on a thread
-    /// that may wait.
+    /// Looks for the length of a local file that was only guessed, in the file opened once more. After decode(), on a
+    /// thread that may wait.
     void findExactLength();
     /// What ended reading before the end of the file, 0 when nothing did. A seek tries again.
     [[nodiscard]] KXAudioFileStatus readStatus() const { return m_readStatus; }

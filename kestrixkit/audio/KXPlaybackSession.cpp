@@ -50,6 +50,15 @@ bool KXPlaybackSession::start(const std::function<bool(const KXStreamFormat &)> 
     return started;
 }
 
+bool KXPlaybackSession::open(const std::function<bool(const KXStreamFormat &)> &willStart, KXError *error)
+{
+    m_decoder->setDelegate(weak_from_this());
+    m_willStart = &willStart;
+    const bool opened = m_decoder->open(error);
+    m_willStart = nullptr;
+    return opened;
+}
+
 bool KXPlaybackSession::prepareBuffer(const KXStreamFormat &format)
 {
     const quint32 channels = format.mChannelsPerFrame;

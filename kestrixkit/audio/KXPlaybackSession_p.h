@@ -52,9 +52,10 @@ public:
     [[nodiscard]] const std::shared_ptr<KXCoreAudioFileDecoder> &decoder() const { return m_decoder; }
 
     /// Opens the item and starts decoding it. `willStart` is called once its format is known, to make the buffer and
-    /// an output ready; false cancels the decoder, although this then still answers true. May be called on a worker
-    /// thread, which then also runs willStart.
+    /// an output ready; false cancels the decoder, although this then still answers true.
     bool start(const std::function<bool(const KXStreamFormat &)> &willStart, KXError *error = nullptr);
+    /// As above, but on a worker thread, willStart included, and without decoding: that is left to decoder()->run().
+    bool open(const std::function<bool(const KXStreamFormat &)> &willStart, KXError *error = nullptr);
     /// Ends decoding for good. Any thread.
     void cancel() { m_decoder->setState(KXCoreAudioFileDecoderStateCancelled); }
 

@@ -1,6 +1,8 @@
 #include <kestrixkit/audio/KXStreamingPlayer_p.h>
 
 #include <cmath>
+#include <system_error>
+#include <thread>
 
 #include <kestrixkit/foundation/KXLog.h>
 
@@ -24,13 +26,25 @@ std::shared_ptr<KXPlaybackSession> KXStreamingPlayer::makeSession(const QUrl &ur
 bool KXStreamingPlayer::load(KXPlaybackSession &session)
 {
     bool isReady = false;
-    const bool started = session.start([&](const KXStreamFormat &format) {
+    const bool opened = session.open([&](const KXStreamFormat &format) {
         isReady = session.prepareBuffer(format);
         if (format.mChannelsPerFrame == 1)
             session.setInputPan(0, 0);
         return isReady;
     });
-    return started && isReady;
+    return opened && isReady;
+}
+
+void KXStreamingPlayer::run(const std::shared_ptr<KXPlaybackSession> &session)
+{
+    if (!session->decoder()->totalFramesIsFinal()) {
+        try {
+            std::thread([session] { session->decoder()->findExactLength(); }).detach();
+        } catch (const std::system_error &) {
+            // It stays a guess until the end.
+        }
+    }
+    session->decoder()->run();
 }
 
 KXStreamingPlayer::KXStreamingPlayer(std::shared_ptr<KXPlaybackSession> session, std::shared_ptr<KXAudioOutput> output)

@@ -10,7 +10,7 @@ inline constexpr QLatin1StringView KXStreamingPlayerDidPlayToEndNotification {
 /// Plays one item that has been opened, a local file or a stream, through an output: starting, pausing, positions in
 /// seconds, fades. It can be positioned and played again after its end.
 ///
-/// Threads: load() on a worker thread, everything else on the main thread.
+/// Threads: load() and run() on a worker thread, everything else on the main thread.
 class KXStreamingPlayer
 {
 public:
@@ -18,9 +18,10 @@ public:
 
     /// A session for the item, not opened yet.
     static std::shared_ptr<KXPlaybackSession> makeSession(const QUrl &url, double secondsPerCall);
-    /// Opens it and begins to fill its buffer; false when it cannot be played. Waits for servers, until the session
-    /// is cancelled.
+    /// Opens it; false when it cannot be played. Waits for servers, until the session is cancelled.
     static bool load(KXPlaybackSession &session);
+    /// Fills its buffer, and looks for its exact length beside. Returns when the session is cancelled.
+    static void run(const std::shared_ptr<KXPlaybackSession> &session);
 
     /// Takes the output over. The session has been loaded.
     KXStreamingPlayer(std::shared_ptr<KXPlaybackSession> session, std::shared_ptr<KXAudioOutput> output);
