@@ -41,10 +41,8 @@ bool KXCoreAudioFileDecoder::open(KXError *error)
     return true;
 }
 
-bool KXCoreAudioFileDecoder::decode(KXError *error)
+bool KXCoreAudioFileDecoder::runInBackground(KXError *error)
 {
-    if (!open(error))
-        return false;
     m_isDecoding = true;
     try {
         std::thread([self = shared_from_this()] { self->run(); }).detach();

@@ -64,10 +64,11 @@ public:
 
     /// Opens the file and starts decoding on a thread of its own. On failure the error has the code
     /// KXAudioFileErrorCode.
-    bool decode(KXError *error = nullptr);
-    /// The two steps of decode() for a caller that has a thread to give: opens the file, then decodes until it ends.
-    /// The caller keeps the decoder alive meanwhile.
+    bool decode(KXError *error = nullptr) { return open(error) && runInBackground(error); }
+    /// The two steps of decode().
     bool open(KXError *error = nullptr);
+    bool runInBackground(KXError *error = nullptr);
+    /// For a caller that has a thread to give: decodes until the end. The caller keeps the decoder alive meanwhile.
     void run();
     /// Waits until the thread has ended, after it was cancelled. Not to be called by a delegate.
     void waitUntilDone() const { m_isDecoding.wait(true); }

@@ -7,6 +7,8 @@
 
 namespace {
 
+constexpr qint64 playbackMostBufferBytes = 16 << 20;
+
 /// Adds a channel to one side. Apart, so that the compiler makes vector code of it.
 void playbackMix(float *__restrict side, const float *__restrict channel, int frames, float gain) noexcept
 {
@@ -43,11 +45,7 @@ KXPlaybackSession::~KXPlaybackSession() { cancel(); }
 
 bool KXPlaybackSession::start(const std::function<bool(const KXStreamFormat &)> &willStart, KXError *error)
 {
-    m_decoder->setDelegate(weak_from_this());
-    m_willStart = &willStart;
-    const bool started = m_decoder->decode(error);
-    m_willStart = nullptr;
-    return started;
+    return open(willStart, error) && m_decoder->runInBackground(error);
 }
 
 bool KXPlaybackSession::open(const std::function<bool(const KXStreamFormat &)> &willStart, KXError *error)
@@ -62,7 +60,10 @@ bool KXPlaybackSession::open(const std::function<bool(const KXStreamFormat &)> &
 bool KXPlaybackSession::prepareBuffer(const KXStreamFormat &format)
 {
     const quint32 channels = format.mChannelsPerFrame;
-    const qint64 bytes = qint64(channels * double(format.mBytesPerFrame) * format.mSampleRate * m_bufferSeconds);
+    const double second = channels * double(format.mBytesPerFrame) * format.mSampleRate;
+    const auto bytes
+        = qint64(std::max(second * KXPlaybackOptions().bufferSeconds, // many channels get no more than that
+            std::min(second * m_bufferSeconds, double(playbackMostBufferBytes))));
     // At low rates this may be less than a chunk, which would then never find room.
     const qint64 header = 96 + 16 * (qint64(channels) - 1);
     const qint64 chunk = header + qint64(channels) * format.mBytesPerFrame * KXCoreAudioFileDecoder::ChunkFrames;
