@@ -276,6 +276,7 @@ private:
     const KXAudioBufferListPointer m_source, m_destination;
 };
 
+/// Keeps this thread, and those it starts, to one processor.
 void pin(int core)
 {
     cpu_set_t set;
@@ -375,6 +376,9 @@ void renderPeer(benchmark::State &state)
     BenchProgram::report(state, time * 1e6 / (passRounds * double(chunkFrames / passFrames)));
 }
 
+// The player before goes meanwhile, and the processor does something else, as it does before a user presses a key.
+constexpr auto firstFramePause = std::chrono::milliseconds(5);
+
 struct BenchItem : KXAudioPlayerItem
 {
     explicit BenchItem(const QUrl &address)
@@ -394,7 +398,7 @@ void firstFrameOurs(benchmark::State &state, const char *format)
         KXBasicAudioPlayer player(output);
         player.setVolume(1);
         float left[64], right[64];
-        std::this_thread::sleep_for(std::chrono::milliseconds(5)); // the player before goes meanwhile
+        std::this_thread::sleep_for(firstFramePause);
         const double start = wallSeconds();
         player.playItem(item);
         while (player.state() == KXAudioPlayerStateLoading)
@@ -404,6 +408,7 @@ void firstFrameOurs(benchmark::State &state, const char *format)
         for (bool isHeard = false; !isHeard;) {
             const int got = output->crank(left, right, 64);
             isHeard = std::any_of(left, left + got, [](float sample) { return sample != 0; });
+            std::this_thread::yield();
         }
         times.push_back(wallSeconds() - start);
     }
@@ -415,6 +420,7 @@ void firstFramePeer(benchmark::State &state, const char *format)
     std::vector<double> times;
     Planar chunk(2);
     for (int i = 0; i < 50; ++i) {
+        std::this_thread::sleep_for(firstFramePause);
         const double start = wallSeconds();
         plain::AudioDecoder file(track(format).toStdString());
         if (file.read(chunk.pointers.data(), int(chunkFrames)) != int(chunkFrames))

@@ -58,7 +58,7 @@ bool KXCoreAudioFileDecoder::runInBackground(KXError *error)
 void KXCoreAudioFileDecoder::run()
 {
     m_isDecoding = true;
-    decodeAudioData();
+    while (decodeChunk()) { }
     m_isDecoding = false;
     m_isDecoding.notify_all();
 }
@@ -88,29 +88,28 @@ bool KXCoreAudioFileDecoder::advanceRenderedFrames(qint64 from, qint64 frames) n
     return m_renderedFrames.compare_exchange_strong(from, isAtEnd ? total : from + frames) && isAtEnd;
 }
 
-void KXCoreAudioFileDecoder::decodeAudioData()
+bool KXCoreAudioFileDecoder::decodeChunk()
 {
-    while (!isCancelled()) {
-        carryOutSeek();
-        quint32 frames = 0;
-        const KXAudioFileStatus status = m_file.read(m_chunk.get(), ChunkFrames, &frames);
-        if (status == KXAudioFileInvalidFileError) {
-            waitForData(status);
-            continue;
-        }
-        m_isPending = false;
-        if (frames == 0) {
-            reachEnd(status);
-            if (!m_staysAtEnd)
-                return;
-            continue;
-        }
-        m_position += frames;
-        if (m_position > m_totalFrames)
-            m_totalFrames = m_position;
-        if (!deliver(frames))
-            return;
+    if (std::exchange(m_isAtEnd, false))
+        waitForSeek();
+    if (isCancelled())
+        return false;
+    carryOutSeek();
+    quint32 frames = 0;
+    const KXAudioFileStatus status = m_file.read(m_chunk.get(), ChunkFrames, &frames);
+    if (status == KXAudioFileInvalidFileError) {
+        waitForData(status);
+        return true;
     }
+    m_isPending = false;
+    if (frames == 0) {
+        reachEnd(status);
+        return m_staysAtEnd;
+    }
+    m_position += frames;
+    if (m_position > m_totalFrames)
+        m_totalFrames = m_position;
+    return deliver(frames);
 }
 
 void KXCoreAudioFileDecoder::reachEnd(KXAudioFileStatus status)
@@ -121,15 +120,18 @@ void KXCoreAudioFileDecoder::reachEnd(KXAudioFileStatus status)
     // Only now is it certain how long the file was, or how much of it can be had.
     m_totalFrames = m_position;
     m_totalFramesIsFinal = true;
-    if (!m_staysAtEnd) {
+    m_isAtEnd = true;
+    if (!m_staysAtEnd)
         setState(KXCoreAudioFileDecoderStateFinished);
-        return;
-    }
+}
+
+void KXCoreAudioFileDecoder::waitForSeek()
+{
     std::unique_lock lock(m_mutex);
-    if (!isCancelled()) {
-        m_state = KXCoreAudioFileDecoderStateWaiting;
-        m_state.notify_all();
-    }
+    if (isCancelled())
+        return;
+    m_state = KXCoreAudioFileDecoderStateWaiting;
+    m_state.notify_all();
     m_changed.wait(lock, [this] { return isCancelled() || m_seekToFrame >= 0; });
 }
 

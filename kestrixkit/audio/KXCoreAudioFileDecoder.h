@@ -70,6 +70,8 @@ public:
     bool runInBackground(KXError *error = nullptr);
     /// For a caller that has a thread to give: decodes until the end. The caller keeps the decoder alive meanwhile.
     void run();
+    /// A single step of run(). False when decoding has ended.
+    bool decodeChunk();
     /// Waits until the thread has ended, after it was cancelled. Not to be called by a delegate.
     void waitUntilDone() const { m_isDecoding.wait(true); }
 
@@ -112,12 +114,12 @@ public:
     bool advanceRenderedFrames(qint64 from, qint64 frames) noexcept;
 
 private:
-    void decodeAudioData();
     void carryOutSeek();
     bool deliver(quint32 frames);
     bool waitForRoom();
     void waitForData(KXAudioFileStatus status);
     void reachEnd(KXAudioFileStatus status);
+    void waitForSeek();
     [[nodiscard]] bool isCancelled() const { return m_state == KXCoreAudioFileDecoderStateCancelled; }
 
     const QUrl m_fileURL;
@@ -132,6 +134,7 @@ private:
     qint64 m_position = 0; // the decoding thread's: end of what was read, as the player counts
     KXAudioFileStatus m_seekStatus = KXAudioFileNoError; // of the last seek
     qint64 m_promisedFrames = 0; // what totalFrames() was at first
+    bool m_isAtEnd = false; // the decoding thread's
     bool m_isPending = false; // the decoding thread's: the last read found a growing file's present end
 
     std::mutex m_mutex; // held for every change of the state but the render thread's

@@ -32,7 +32,10 @@ bool KXStreamingPlayer::load(KXPlaybackSession &session)
             session.setInputPan(0, 0);
         return isReady;
     });
-    return opened && isReady;
+    if (!opened || !isReady)
+        return false;
+    session.decoder()->decodeChunk(); // so that it is heard at once when it starts
+    return true;
 }
 
 void KXStreamingPlayer::run(const std::shared_ptr<KXPlaybackSession> &session)

@@ -18,7 +18,8 @@ public:
 
     /// A session for the item, not opened yet.
     static std::shared_ptr<KXPlaybackSession> makeSession(const QUrl &url, double secondsPerCall);
-    /// Opens it; false when it cannot be played. Waits for servers, until the session is cancelled.
+    /// Opens it and decodes its start; false when it cannot be played. Waits for servers, until the session is
+    /// cancelled.
     static bool load(KXPlaybackSession &session);
     /// Fills its buffer, and looks for its exact length beside. Returns when the session is cancelled.
     static void run(const std::shared_ptr<KXPlaybackSession> &session);
