@@ -116,7 +116,6 @@ void makePresets(KXManagedObjectContext &context)
 
 void prepareCounts()
 {
-    (void)BenchLibrary::storePath(false); // makes the folder
     if (QFile::exists(countsPath()))
         return;
     const QString making = countsPath() + u".making"_s;
@@ -359,11 +358,6 @@ void bytes(benchmark::State &state)
 
 int main(int argc, char **argv)
 {
-    if (argc > 1 && qstrcmp(argv[1], "--prepare") == 0) {
-        const int status = BenchProgram::run(argc, argv);
-        prepareCounts();
-        return status;
-    }
     BenchProgram::add("counts.cold/ours", coldOurs);
     BenchProgram::add("counts.cold/peer", coldPeer);
     BenchProgram::add("counts.scan/ours", scanOurs);
@@ -373,5 +367,5 @@ int main(int argc, char **argv)
     BenchProgram::add("counts.import/ours", importOurs);
     BenchProgram::add("counts.import/peer", importPeer);
     BenchProgram::add("counts.bytes/ours", bytes);
-    return BenchProgram::run(argc, argv);
+    return BenchProgram::run(argc, argv, prepareCounts);
 }

@@ -8,6 +8,7 @@
 #include <QCoreApplication>
 #include <QList>
 
+#include "AudioCommands.h"
 #include "Command.h"
 #include "StoreCommands.h"
 
@@ -17,7 +18,7 @@ namespace {
 
 const QList<Command> &commands()
 {
-    static const QList<Command> all = storeCommands();
+    static const QList<Command> all = storeCommands() << audioCommand();
     return all;
 }
 
