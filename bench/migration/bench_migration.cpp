@@ -101,5 +101,5 @@ int main(int argc, char **argv)
     BenchProgram::add("migration.time/ours", timeOurs);
     BenchProgram::add("migration.time/peer", timePeer);
     BenchProgram::add("migration.memory/ours", memoryOurs);
-    return BenchProgram::run(argc, argv);
+    return BenchProgram::run(argc, argv, BenchLibrary::prepare);
 }
