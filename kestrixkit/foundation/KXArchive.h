@@ -18,6 +18,7 @@ inline constexpr qsizetype mostBytes = 16 << 20;
 [[nodiscard]] KX_CORE_EXPORT QByteArray archive(QStringView format, int number, const QCborValue &values);
 
 /// The values; absent for anything but an archive of just that format and number.
-[[nodiscard]] KX_CORE_EXPORT std::optional<QCborValue> unarchive(const QByteArray &bytes, QStringView format, int number);
+[[nodiscard]] KX_CORE_EXPORT std::optional<QCborValue> unarchive(
+    const QByteArray &bytes, QStringView format, int number);
 
 }

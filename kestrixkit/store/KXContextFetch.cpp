@@ -206,6 +206,22 @@ bool KXContextFetcher::isWanted(qint64 key, KXRef<Object> &object)
         && (!m_request.predicate() || m_request.predicate().evaluateWithObject(object.get()));
 }
 
+KXSortOrder::KXSortOrder(const QList<KXSortDescriptor> &descriptors)
+{
+    for (const KXSortDescriptor &descriptor : descriptors)
+        m_keys.push_back({ KXExpression::expressionForKeyPath(descriptor.key), descriptor.ascending, descriptor.options });
+}
+
+bool KXSortOrder::precedes(const Object *a, const Object *b) const
+{
+    for (const Key &key : m_keys) {
+        const int order = KXCompareForSorting(key.path.expressionValueWithObject(a), key.path.expressionValueWithObject(b), key.options);
+        if (order != 0)
+            return key.ascending ? order < 0 : order > 0;
+    }
+    return a->m_key < b->m_key;
+}
+
 void KXContextFetcher::cut(std::vector<qint64> &keys, const KXFetchRequest &request)
 {
     const auto offset = std::min<size_t>(keys.size(), size_t(std::max<qint64>(0, request.fetchOffset())));

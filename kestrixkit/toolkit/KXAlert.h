@@ -29,11 +29,23 @@ public:
 
     explicit KXAlert(QString text, KXAlertStyle style = KXAlertStyle::Informational);
 
-    KXAlert &setInformativeText(const QString &text) { m_informativeText = text; return *this; }
+    KXAlert &setInformativeText(const QString &text)
+    {
+        m_informativeText = text;
+        return *this;
+    }
     /// From first to last; the first is the default, the last that of the Escape key. "OK" unless given.
-    KXAlert &setButtons(const QStringList &titles) { m_buttons = titles; return *this; }
+    KXAlert &setButtons(const QStringList &titles)
+    {
+        m_buttons = titles;
+        return *this;
+    }
     /// Whether there is a check box "Do not ask again".
-    KXAlert &setShowsSuppressionButton(bool shows) { m_showsSuppressionButton = shows; return *this; }
+    KXAlert &setShowsSuppressionButton(bool shows)
+    {
+        m_showsSuppressionButton = shows;
+        return *this;
+    }
 
     [[nodiscard]] const QString &text() const { return m_text; }
     [[nodiscard]] KXAlertStyle style() const { return m_style; }

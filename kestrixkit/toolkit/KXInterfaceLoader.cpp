@@ -81,8 +81,8 @@ public:
         made = QUiLoader::createWidget(className, parent, name);
         const bool isKnown = made && (made->inherits(className.toLatin1().constData()) || className == "Line"_L1);
         if (!isKnown)
-            KXLogWarning(toolkit, "Unknown class \"%@\" of the widget \"%@\" in the interface file %@", className,
-                name, path);
+            KXLogWarning(
+                toolkit, "Unknown class \"%@\" of the widget \"%@\" in the interface file %@", className, name, path);
         if (!made) {
             made = new QWidget(parent);
             made->setObjectName(name);

@@ -118,8 +118,8 @@ void KXListController::setSelectedRows(const QList<int> &rows)
         if (const QModelIndex there = index(row); there.isValid())
             selection.select(there, there);
     }
-    m_selection->setCurrentIndex(selection.isEmpty() ? QModelIndex() : QModelIndex(selection.first().topLeft()),
-        QItemSelectionModel::NoUpdate);
+    m_selection->setCurrentIndex(
+        selection.isEmpty() ? QModelIndex() : QModelIndex(selection.first().topLeft()), QItemSelectionModel::NoUpdate);
     m_selection->select(selection, QItemSelectionModel::ClearAndSelect);
 }
 
@@ -138,10 +138,7 @@ void KXListController::updateSelection()
         Q_EMIT selectionChanged();
 }
 
-int KXListController::rowCount(const QModelIndex &parent) const
-{
-    return parent.isValid() ? 0 : int(m_objects.size());
-}
+int KXListController::rowCount(const QModelIndex &parent) const { return parent.isValid() ? 0 : int(m_objects.size()); }
 
 QVariant KXListController::data(const QModelIndex &index, int role) const
 {

@@ -16,8 +16,7 @@ KXMenu::KXMenu(const QString &title, QWidget *parent)
     setTitle(title);
 }
 
-QAction *KXMenu::addItem(
-    const QString &title, QObject *target, std::function<void()> perform, Validator validate)
+QAction *KXMenu::addItem(const QString &title, QObject *target, std::function<void()> perform, Validator validate)
 {
     QAction *const action = addAction(title);
     const auto isValid = [target = QPointer<QObject>(target), validate = std::move(validate)] {

@@ -169,8 +169,8 @@ bool KXPopoverController::eventFilter(QObject *object, QEvent *event)
         break;
     case QEvent::WindowDeactivate:
         // Not for its own menus and alerts, which have it for their parent.
-        if (m_behaviour == KXPopoverBehaviour::Transient && widget == m_frame.get() && !QApplication::activePopupWidget()
-            && !QApplication::activeModalWidget())
+        if (m_behaviour == KXPopoverBehaviour::Transient && widget == m_frame.get()
+            && !QApplication::activePopupWidget() && !QApplication::activeModalWidget())
             close();
         break;
     case QEvent::Hide:

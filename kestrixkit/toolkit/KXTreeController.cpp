@@ -3,11 +3,9 @@
 #include <algorithm>
 
 #include <QItemSelectionModel>
-#include <QPointer>
 
 #include <kestrixkit/foundation/KXException.h>
 #include <kestrixkit/store/KXLiveList.h>
-#include <kestrixkit/store/KXSortOrder.h>
 #include <kestrixkit/store/KXStoreChange.h>
 
 using namespace Qt::StringLiterals;
@@ -95,7 +93,6 @@ void KXTreeController::setRequest(const KXManagedObjectContext::Ref &context, co
     m_positionKey.clear();
     m_sortKeys.clear();
     m_remoteRoots.clear();
-    m_order = std::make_unique<KXSortOrder>(request.sortDescriptors);
     m_levels.clear();
     m_rootKeys.clear();
     if (context) {
@@ -152,7 +149,7 @@ void KXTreeController::follow(const KXObjectsDidChange &did)
 /// Whether any level has to be read again.
 bool KXTreeController::forgetChangedLevels(const KXObjectsDidChange &did)
 {
-    bool any = false;
+    bool any = !m_complete;
     const auto forgetLevel = [&](qint64 key) { any |= m_levels.erase(key) > 0; };
     const auto touch = [&](const KXRef<Object> &object, const QSet<QString> *keys) {
         const KXEntityDescription *root = object->entity()->root();
@@ -199,29 +196,35 @@ bool KXTreeController::forgetChangedLevels(const KXObjectsDidChange &did)
 
 KXRef<Object> KXTreeController::parentOf(const Object *object) const
 {
-    return m_parentKey.isEmpty() || !object ? KXRef<Object>()
-                                            : object->valueForKey(m_parentKey).value<KXRef<Object>>();
+    return m_parentKey.isEmpty() || !object ? KXRef<Object>() : object->valueForKey(m_parentKey).value<KXRef<Object>>();
 }
 
-KXTreeController::Objects KXTreeController::objectsOfLevel(const KXRef<Object> &parent) const
+/// Adds what lies below the parents and is not known yet; a fetch for all of them. False where that fails.
+bool KXTreeController::readLevels(std::span<const KXRef<Object>> parents)
 {
-    Objects objects;
-    if (!parent && m_rootList) {
-        for (qsizetype i = 0; i < m_rootList->size(); ++i)
-            objects.push_back(m_rootList->at(i));
-    } else if (parent && !m_parentKey.isEmpty()) {
-        // Where somebody else saved another parent than the one that is unsaved here, both have it among their children.
-        for (const KXRef<Object> &object : parent->objectsForKey(m_request.childrenKeyPath)) {
-            if (parentOf(object.get()) == parent)
-                objects.push_back(object);
-        }
-        std::sort(objects.begin(), objects.end(),
-            [this](const auto &a, const auto &b) { return m_order->precedes(a.get(), b.get()); });
+    QVariantList unread;
+    for (const KXRef<Object> &parent : parents) {
+        const auto [level, isNew] = m_levels.try_emplace(treeKey(parent));
+        if (isNew && parent && !m_parentKey.isEmpty())
+            unread.append(KXVariantFromRef(parent));
+        for (qsizetype i = 0; isNew && !parent && m_rootList && i < m_rootList->size(); ++i)
+            level->second.push_back(m_rootList->at(i));
     }
-    std::erase_if(objects, [this](const KXRef<Object> &object) {
-        return !object || object->isDeleted() || !object->entity()->isKindOf(m_entity);
-    });
-    return objects;
+    const KXManagedObjectContext::Ref context = m_context.lock();
+    constexpr qsizetype parentsAtOnce = 500;
+    for (qsizetype from = 0; context && from < unread.size(); from += parentsAtOnce) {
+        KXFetchRequest request(m_entity->name(),
+            KXPredicate::predicateWithFormat(u"%K IN %@"_s, m_parentKey,
+                QVariant(unread.sliced(from, std::min(parentsAtOnce, unread.size() - from)))));
+        const KXFetchedList children = context->fetch(request.setSortDescriptors(m_request.sortDescriptors));
+        if (children.isNull())
+            return false;
+        for (const KXRef<Object> &child : children) {
+            if (const KXRef<Object> parent = parentOf(child.get()))
+                m_levels[treeKey(parent)].push_back(child);
+        }
+    }
+    return true;
 }
 
 /// Makes the nodes what the levels say. What the tree is to be is known before the first row changes, and nothing is
@@ -233,23 +236,28 @@ void KXTreeController::rearrange()
         return;
     m_rearranging = true;
     while (std::exchange(m_due, false)) {
-        Levels known = std::exchange(m_levels, {});
         std::vector<std::pair<qint64, Objects>> wanted;
         std::unordered_set<qint64> living;
-        Objects parents { {} };
-        for (size_t i = 0; i < parents.size(); ++i) {
-            const qint64 key = treeKey(parents[i]);
-            const auto found = known.find(key);
-            Objects level = found != known.end() ? std::move(found->second) : objectsOfLevel(parents[i]);
-            Objects placed;
-            for (const KXRef<Object> &object : level) {
-                if (living.insert(treeKey(object)).second)
-                    placed.push_back(object);
+        Objects depth { {} };
+        m_complete = true;
+        while (m_complete && !depth.empty()) {
+            m_complete = readLevels(depth);
+            Objects next;
+            for (const KXRef<Object> &parent : depth) {
+                Objects &placed = wanted.emplace_back(treeKey(parent), Objects()).second;
+                for (const KXRef<Object> &object : m_levels[treeKey(parent)]) {
+                    if (object && living.insert(treeKey(object)).second)
+                        placed.push_back(object);
+                }
+                next.insert(next.end(), placed.begin(), placed.end());
             }
-            parents.insert(parents.end(), placed.begin(), placed.end());
-            wanted.emplace_back(key, std::move(placed));
-            m_levels.emplace(key, std::move(level));
+            depth = std::move(next);
         }
+        if (!m_complete) {
+            m_levels.clear(); // the tree stays as it is until the store can be read again
+            break;
+        }
+        std::erase_if(m_levels, [&](const auto &level) { return level.first != 0 && !living.contains(level.first); });
         removeDead(*m_root, living);
         // From the top down: whoever gets children stands in place already, so it cannot be below one of them.
         for (const auto &[key, objects] : wanted)
@@ -277,8 +285,7 @@ bool KXTreeController::removeDead(KXTreeNode &node, const std::unordered_set<qin
         beginRemoveRows(indexForNode(&node), first, end - 1);
         // They end after the views have heard.
         const auto from = node.m_children.begin() + first, to = node.m_children.begin() + end;
-        const std::vector<std::unique_ptr<KXTreeNode>> gone(
-            std::make_move_iterator(from), std::make_move_iterator(to));
+        const std::vector<std::unique_ptr<KXTreeNode>> gone(std::make_move_iterator(from), std::make_move_iterator(to));
         node.m_children.erase(from, to);
         node.renumberFrom(first);
         for (const auto &child : gone)
@@ -338,8 +345,8 @@ void KXTreeController::insertRows(KXTreeNode &parent, int row, std::span<const K
         m_nodes.emplace(made->m_key, made.get());
         nodes.push_back(std::move(made));
     }
-    parent.m_children.insert(parent.m_children.begin() + row, std::make_move_iterator(nodes.begin()),
-        std::make_move_iterator(nodes.end()));
+    parent.m_children.insert(
+        parent.m_children.begin() + row, std::make_move_iterator(nodes.begin()), std::make_move_iterator(nodes.end()));
     parent.renumberFrom(row);
     endInsertRows();
 }
@@ -358,115 +365,3 @@ void KXTreeController::moveRow(KXTreeNode &from, int row, KXTreeNode &to, int to
     to.renumberFrom(place);
     endMoveRows();
 }
-
-// Nodes
-
-KXTreeNode *KXTreeController::node(const Object *object) const
-{
-    const auto found = object ? m_nodes.find(object->objectID().key()) : m_nodes.end();
-    return found != m_nodes.end() && found->second->m_object == object ? found->second : nullptr;
-}
-
-const KXTreeNode *KXTreeController::treeNodeForObject(const Object *object) const { return node(object); }
-
-QList<const KXTreeNode *> KXTreeController::flattenedNodes() const
-{
-    QList<const KXTreeNode *> nodes;
-    const KXTreeNode *node = m_root->childAt(0);
-    while (node) {
-        nodes.append(node);
-        if (!node->isLeaf()) {
-            node = node->childAt(0);
-            continue;
-        }
-        while (node->m_parent && !node->m_parent->childAt(node->m_row + 1))
-            node = node->m_parent;
-        node = node->m_parent ? node->m_parent->childAt(node->m_row + 1) : nullptr;
-    }
-    return nodes;
-}
-
-const KXTreeNode *KXTreeController::nodeAtIndexPath(const KXIndexPath &path) const
-{
-    const KXTreeNode *node = m_root.get();
-    for (const int row : path)
-        node = node ? node->childAt(row) : nullptr;
-    return node;
-}
-
-const KXTreeNode *KXTreeController::nodeForIndex(const QModelIndex &index) const
-{
-    return index.isValid() && index.model() == this ? static_cast<const KXTreeNode *>(index.constInternalPointer())
-                                                    : nullptr;
-}
-
-QModelIndex KXTreeController::indexForNode(const KXTreeNode *node) const
-{
-    return node && node->m_parent ? createIndex(node->m_row, 0, node) : QModelIndex();
-}
-
-// Selection
-
-void KXTreeController::select(const QList<const KXTreeNode *> &nodes)
-{
-    QItemSelection selection;
-    for (const KXTreeNode *node : nodes) {
-        if (const QModelIndex index = indexForNode(node); index.isValid())
-            selection.select(index, index);
-    }
-    const QModelIndex first = selection.isEmpty() ? QModelIndex() : QModelIndex(selection.first().topLeft());
-    m_selection->setCurrentIndex(first, QItemSelectionModel::NoUpdate);
-    m_selection->select(selection, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
-}
-
-void KXTreeController::setSelectedObjects(const QList<KXRef<Object>> &objects)
-{
-    QList<const KXTreeNode *> nodes;
-    for (const KXRef<Object> &object : objects)
-        nodes.append(node(object.get()));
-    select(nodes);
-}
-
-void KXTreeController::setSelectionIndexPaths(const QList<KXIndexPath> &paths)
-{
-    QList<const KXTreeNode *> nodes;
-    for (const KXIndexPath &path : paths)
-        nodes.append(nodeAtIndexPath(path));
-    select(nodes);
-}
-
-void KXTreeController::updateSelection()
-{
-    QList<KXIndexPath> paths;
-    for (const QModelIndex &index : m_selection->selectedIndexes()) {
-        if (index.column() == 0)
-            paths.append(nodeForIndex(index)->indexPath());
-    }
-    std::sort(paths.begin(), paths.end());
-    QList<KXRef<Object>> objects;
-    for (const KXIndexPath &path : paths)
-        objects.append(nodeAtIndexPath(path)->m_object);
-    if (objects == m_selected && paths == m_selectedPaths)
-        return;
-    const QPointer<KXTreeController> alive(this);
-    for (const auto key : { u"selectedObjects", u"selectionIndexPath" })
-        willChangeValueForKey(key);
-    m_selected = objects;
-    m_selectedPaths = paths;
-    for (const auto key : { u"selectedObjects", u"selectionIndexPath" }) {
-        if (alive)
-            didChangeValueForKey(key);
-    }
-    if (alive)
-        Q_EMIT selectionChanged();
-}
-
-QVariantList KXTreeController::selectedObjectValues() const
-{
-    QVariantList values;
-    for (const KXRef<Object> &object : m_selected)
-        values.append(KXVariantFromRef(object));
-    return values;
-}
-
-QVariant KXTreeController::valueForKey(const QString &key) const { return property(key.toUtf8().constData()); }

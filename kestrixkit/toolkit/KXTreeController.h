@@ -45,7 +45,8 @@ class KX_UI_EXPORT KXTreeController : public QAbstractItemModel, public KXObserv
 {
     Q_OBJECT
     Q_PROPERTY(QVariantList selectedObjects READ selectedObjectValues NOTIFY selectionChanged)
-    Q_PROPERTY(QList<int> selectionIndexPath READ selectionIndexPath WRITE setSelectionIndexPath NOTIFY selectionChanged)
+    Q_PROPERTY(
+        QList<int> selectionIndexPath READ selectionIndexPath WRITE setSelectionIndexPath NOTIFY selectionChanged)
 public:
     enum Role { ObjectRole = Qt::UserRole }; ///< the object, as KXVariantFromRef makes it
 
@@ -128,7 +129,7 @@ private:
     void follow(const KXObjectsDidChange &did);
     [[nodiscard]] bool forgetChangedLevels(const KXObjectsDidChange &did);
     void rearrange();
-    [[nodiscard]] Objects objectsOfLevel(const KXRef<KXManagedObject> &parent) const;
+    [[nodiscard]] bool readLevels(std::span<const KXRef<KXManagedObject>> parents);
     [[nodiscard]] KXRef<KXManagedObject> parentOf(const KXManagedObject *object) const;
     void arrange(KXTreeNode &parent, const Objects &wanted);
     bool removeDead(KXTreeNode &node, const std::unordered_set<qint64> &living);
@@ -153,7 +154,6 @@ private:
     QSet<QString> m_sortKeys;
     QSet<const KXEntityDescription *> m_remoteRoots; // of entities whose values sort, too
     std::unique_ptr<class KXLiveList> m_rootList; // follows the context before the tree does
-    std::unique_ptr<class KXSortOrder> m_order;
 
     std::unique_ptr<KXTreeNode> m_root;
     std::unordered_map<qint64, KXTreeNode *> m_nodes;
@@ -163,6 +163,7 @@ private:
     QList<KXRef<KXManagedObject>> m_selected;
     QList<KXIndexPath> m_selectedPaths;
     bool m_rearranging = false;
+    bool m_complete = true; // all levels could be read
     bool m_due = false; // something changed meanwhile
     KXNotificationToken m_token;
 };

@@ -1,12 +1,7 @@
-// What users and hosts do to the tree, and what views ask of it.
+// What users and hosts do to the tree.
 
-#include <QIcon>
-
-#include <kestrixkit/foundation/KXSourceListItem.h>
 #include <kestrixkit/foundation/KXUndoManager.h>
 #include <kestrixkit/toolkit/KXTreeController.h>
-
-using namespace Qt::StringLiterals;
 
 using Object = KXManagedObject;
 
@@ -142,8 +137,7 @@ void KXTreeController::renumber(const QList<KXRef<Object>> &level) const
     }
 }
 
-void KXTreeController::renumberWithout(
-    const QSet<const KXTreeNode *> &levels, const QList<KXRef<Object>> &gone) const
+void KXTreeController::renumberWithout(const QSet<const KXTreeNode *> &levels, const QList<KXRef<Object>> &gone) const
 {
     for (const KXTreeNode *parent : levels) {
         QList<KXRef<Object>> level;
@@ -153,74 +147,4 @@ void KXTreeController::renumberWithout(
         }
         renumber(level);
     }
-}
-
-// As an item model
-
-QModelIndex KXTreeController::index(int row, int column, const QModelIndex &parent) const
-{
-    const KXTreeNode *above = parent.isValid() ? nodeForIndex(parent) : m_root.get();
-    const KXTreeNode *node = above && parent.column() <= 0 ? above->childAt(row) : nullptr;
-    return node && column >= 0 && column < columnCount(parent) ? createIndex(row, column, node) : QModelIndex();
-}
-
-QModelIndex KXTreeController::parent(const QModelIndex &child) const
-{
-    const KXTreeNode *node = nodeForIndex(child);
-    return node ? indexForNode(node->m_parent) : QModelIndex();
-}
-
-int KXTreeController::rowCount(const QModelIndex &parent) const
-{
-    const KXTreeNode *node = parent.isValid() ? nodeForIndex(parent) : m_root.get();
-    return node && parent.column() <= 0 ? node->childCount() : 0;
-}
-
-int KXTreeController::columnCount(const QModelIndex &) const { return 1; }
-
-QVariant KXTreeController::data(const QModelIndex &index, int role) const
-{
-    const KXTreeNode *node = nodeForIndex(index);
-    if (!node)
-        return {};
-    const auto *item = dynamic_cast<const KXSourceListItem *>(node->m_object.get());
-    switch (role) {
-    case ObjectRole:
-        return KXVariantFromRef(node->m_object);
-    case Qt::DisplayRole:
-    case Qt::EditRole:
-        if (node->m_object->entity()->property(m_request.titleKeyPath.section(u'.', 0, 0)))
-            return node->m_object->valueForKeyPath(m_request.titleKeyPath);
-        return item ? item->title() : QVariant();
-    case Qt::DecorationRole:
-        return item ? QVariant(item->image()) : QVariant();
-    default:
-        return {};
-    }
-}
-
-bool KXTreeController::setData(const QModelIndex &index, const QVariant &value, int role)
-{
-    const KXTreeNode *node = nodeForIndex(index);
-    const KXManagedObjectContext::Ref context = m_context.lock();
-    if (!node || !context || role != Qt::EditRole || m_rearranging
-        || !node->m_object->entity()->property(m_request.titleKeyPath))
-        return false;
-    if (!node->m_object->setValueForKey(m_request.titleKeyPath, value))
-        return false;
-    context->processPendingChanges();
-    return true;
-}
-
-Qt::ItemFlags KXTreeController::flags(const QModelIndex &index) const
-{
-    const KXTreeNode *node = nodeForIndex(index);
-    if (!node)
-        return Qt::ItemIsDropEnabled;
-    Qt::ItemFlags flags = Qt::ItemIsEnabled | Qt::ItemIsDropEnabled;
-    const auto *item = dynamic_cast<const KXSourceListItem *>(node->m_object.get());
-    flags.setFlag(Qt::ItemIsSelectable, !item || item->canBeSelected());
-    flags.setFlag(Qt::ItemIsEditable, !item || item->isEditable());
-    flags.setFlag(Qt::ItemIsDragEnabled, !item || item->canBeRepositioned());
-    return flags;
 }

@@ -54,7 +54,8 @@ void KXViewController::setView(QWidget *view)
 void KXViewController::loadView()
 {
     QStringList names;
-    for (const QMetaObject *meta = metaObject(); meta != &KXViewController::staticMetaObject; meta = meta->superClass()) {
+    for (const QMetaObject *meta = metaObject(); meta != &KXViewController::staticMetaObject;
+         meta = meta->superClass()) {
         QString name = QString::fromLatin1(meta->className()).section(u"::"_s, -1);
         if (name.endsWith("ViewController"_L1))
             name.chop(qsizetype(sizeof("ViewController")) - 1);

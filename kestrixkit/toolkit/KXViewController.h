@@ -13,8 +13,8 @@ class KXNavigationStack;
 ///
 /// The view is loaded when it is first asked for, from the interface file that is named after the class (less
 /// "ViewController") or, where that has none, after the nearest base class that has: the host's file before the
-/// framework's. A subclass needs Q_OBJECT to have a name. It ends with its controller, wherever it is shown. A controller
-/// whose view has ended with the window around it loads another when asked. Main thread.
+/// framework's. A subclass needs Q_OBJECT to have a name. It ends with its controller, wherever it is shown. A
+/// controller whose view has ended with the window around it loads another when asked. Main thread.
 class KX_UI_EXPORT KXViewController : public KXObject
 {
     Q_OBJECT

@@ -126,7 +126,8 @@ TEST_F(InterfaceTest, viewsComeFromTheFileNamedAfterTheClass)
         QCoreApplication::sendPostedEvents();
         EXPECT_EQ(controller.button->text(), u"Lamp"_s);
         EXPECT_FALSE(controller.missing);
-        EXPECT_TRUE(log.contains(u"no QLineEdit \"lampButton\" in the interface file "_s + path)) << log.lines().join(u'\n').toStdString();
+        EXPECT_TRUE(log.contains(u"no QLineEdit \"lampButton\" in the interface file "_s + path))
+            << log.lines().join(u'\n').toStdString();
         controller.disappear();
         controller.disappear();
         EXPECT_EQ(controller.heard.join(u", "_s), u"load, will appear, did appear, will disappear, did disappear"_s);
@@ -153,16 +154,20 @@ TEST_F(InterfaceTest, whatIsWrongIsNamed)
         bool loads;
     };
     const Case cases[] {
-        { "malformed", u"<ui version=\"4.0\"><class>A</class><widget class=\"QWidget\" name=\"a\">"_s, u"malformed in line 1"_s, false },
+        { "malformed", u"<ui version=\"4.0\"><class>A</class><widget class=\"QWidget\" name=\"a\">"_s,
+            u"malformed in line 1"_s, false },
         { "no XML", u"lights"_s, u"malformed"_s, false },
         { "empty", {}, u"malformed"_s, false },
         { "another format", u"<html><body/></html>"_s, u"has no widget"_s, false },
-        { "unknown class", form(u"<widget class=\"KXNothing\" name=\"lost\"/><widget class=\"QLabel\" name=\"kept\"/>"_s),
+        { "unknown class",
+            form(u"<widget class=\"KXNothing\" name=\"lost\"/><widget class=\"QLabel\" name=\"kept\"/>"_s),
             u"Unknown class \"KXNothing\" of the widget \"lost\""_s, true },
-        { "unknown class with a base", form(u"<widget class=\"LostLabel\" name=\"lost\"/><widget class=\"QLabel\" name=\"kept\"/>"_s),
+        { "unknown class with a base",
+            form(u"<widget class=\"LostLabel\" name=\"lost\"/><widget class=\"QLabel\" name=\"kept\"/>"_s),
             u"Unknown class \"LostLabel\" of the widget \"lost\""_s, true },
         { "missing image",
-            form(u"<widget class=\"QLabel\" name=\"kept\"><property name=\"pixmap\"><pixmap>lamp.svg</pixmap></property></widget>"
+            form(u"<widget class=\"QLabel\" name=\"kept\"><property "
+                 u"name=\"pixmap\"><pixmap>lamp.svg</pixmap></property></widget>"
                  "<widget class=\"QLabel\" name=\"lost\"/>"_s),
             u"no image \"lamp.svg\""_s, true },
     };

@@ -176,7 +176,8 @@ TEST(Popover, standsAtItsEdgeWithinTheScreen)
 {
     const QRect screen(0, 0, 1000, 700);
     const QSize size(201, 99);
-    const auto at = [&](QRect anchor, Qt::Edge edge) { return KXPopoverController::placed(anchor, size, edge, screen); };
+    const auto at
+        = [&](QRect anchor, Qt::Edge edge) { return KXPopoverController::placed(anchor, size, edge, screen); };
     const QRect middle(500, 300, 21, 11);
     EXPECT_EQ(at(middle, Qt::BottomEdge), QRect(QPoint(410, 311), size));
     EXPECT_EQ(at(middle, Qt::TopEdge), QRect(QPoint(410, 201), size));
@@ -201,7 +202,8 @@ TEST(Alert, isAnsweredByTheUserOrByARunner)
     };
     auto answer = answerBy([](QMessageBox &box) {
         box.checkBox()->setChecked(true);
-        QTest::mouseClick(box.buttons().at(0)->text() == u"Yes"_s ? box.buttons().at(0) : box.buttons().at(1), Qt::LeftButton);
+        QTest::mouseClick(
+            box.buttons().at(0)->text() == u"Yes"_s ? box.buttons().at(0) : box.buttons().at(1), Qt::LeftButton);
     });
     EXPECT_EQ(answer.button, 0);
     EXPECT_TRUE(answer.suppressed);
@@ -215,7 +217,9 @@ TEST(Alert, isAnsweredByTheUserOrByARunner)
 
     const KXScopeToken outer = KXAlert::setRunner([](const KXAlert &) { return KXAlertAnswer { 7 }; });
     {
-        const KXScopeToken inner = KXAlert::setRunner([](const KXAlert &asked) { return KXAlertAnswer { int(asked.buttons().size()), true }; });
+        const KXScopeToken inner = KXAlert::setRunner([](const KXAlert &asked) {
+            return KXAlertAnswer { int(asked.buttons().size()), true };
+        });
         EXPECT_EQ(alert.run().button, 2);
     }
     EXPECT_EQ(alert.run().button, 7);
@@ -251,7 +255,8 @@ TEST(ListController, keepsTheSelectionOfWhatStays)
     EXPECT_EQ(list.selectedRows(), QList<int> { 1 });
     EXPECT_TRUE(list.removeObjects(1, 2));
     EXPECT_EQ(titles(list.arrangedObjects()) + titles(list.selectedObjects()), u"nxyd"_s);
-    for (const bool wrong : { list.removeObjects(3, 2), list.removeObjects(-1), list.insertObject({}, 5), list.moveObject(4, 0), list.moveObject(0, 9) })
+    for (const bool wrong : { list.removeObjects(3, 2), list.removeObjects(-1), list.insertObject({}, 5),
+             list.moveObject(4, 0), list.moveObject(0, 9) })
         EXPECT_FALSE(wrong);
 
     KXViewController named;
@@ -271,7 +276,8 @@ TEST(Menu, asksItsItems)
     QAction *item = nullptr;
     menu.setUpdater([&](KXMenu &updated) {
         ++filled;
-        item = updated.addItem(u"Copy"_s, target.get(), [&] { ++done; }, [&] { return possible; });
+        item = updated.addItem(
+            u"Copy"_s, target.get(), [&] { ++done; }, [&] { return possible; });
         updated.addItem(u"Other"_s, target.get(), {});
         updated.addSeparator();
     });
@@ -343,8 +349,9 @@ TEST(Pasteboard, carriesItemsAndNothingElse)
 
     // Others' data, cut off anywhere, of another version, too large.
     const QByteArray good = KXArchive::archive(type, 1, QCborArray { 1, 2, 3 });
-    QList<QByteArray> bad { {}, "x", KXArchive::archive(type, 2, QCborArray { 1 }), KXArchive::archive(u"other", 1, QCborArray { 1 }),
-        KXArchive::archive(type, 1, QCborValue(4)), good + QByteArray(KXArchive::mostBytes, ' ') };
+    QList<QByteArray> bad { {}, "x", KXArchive::archive(type, 2, QCborArray { 1 }),
+        KXArchive::archive(u"other", 1, QCborArray { 1 }), KXArchive::archive(type, 1, QCborValue(4)),
+        good + QByteArray(KXArchive::mostBytes, ' ') };
     for (qsizetype length = 0; length < good.size(); ++length)
         bad.append(good.first(length));
     KXTestLog log;
