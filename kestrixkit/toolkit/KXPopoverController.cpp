@@ -157,7 +157,9 @@ bool KXPopoverController::eventFilter(QObject *object, QEvent *event)
     auto *const widget = static_cast<QWidget *>(object);
     switch (event->type()) {
     case QEvent::MouseButtonPress:
-        clicked(widget);
+        if (m_behaviour != KXPopoverBehaviour::ApplicationDefined && !isInside(widget)
+            && (m_behaviour == KXPopoverBehaviour::Transient || widget->window() == m_anchor->window()))
+            close();
         break;
     case QEvent::ShortcutOverride:
         if (m_behaviour != KXPopoverBehaviour::ApplicationDefined && widget->window() == m_frame.get()
@@ -168,9 +170,8 @@ bool KXPopoverController::eventFilter(QObject *object, QEvent *event)
         }
         break;
     case QEvent::WindowDeactivate:
-        // Not for its own menus and alerts, which have it for their parent.
-        if (m_behaviour == KXPopoverBehaviour::Transient && widget == m_frame.get()
-            && !QApplication::activePopupWidget() && !QApplication::activeModalWidget())
+        if (const QWidget *active = QApplication::activeWindow(); m_behaviour == KXPopoverBehaviour::Transient
+            && widget == m_frame.get() && !QApplication::activePopupWidget() && (!active || !isInside(active)))
             close();
         break;
     case QEvent::Hide:
@@ -188,20 +189,17 @@ bool KXPopoverController::eventFilter(QObject *object, QEvent *event)
     return false;
 }
 
-void KXPopoverController::clicked(const QWidget *widget)
+/// Whether it is part of the popover, or of a menu, an alert or another popover that was opened from there.
+bool KXPopoverController::isInside(const QWidget *widget) const
 {
-    const QWidget *window = widget->window();
-    const auto isOurs = [this](const QWidget *some) {
-        while (some && some != m_frame.get())
-            some = some->parentWidget();
-        return some != nullptr;
-    };
-    // Menus that were opened from it, and popovers of its content, belong to it.
-    bool isInside = isOurs(widget) || window->windowType() == Qt::Popup;
-    for (const QWindow *handle = window->windowHandle(); handle && !isInside; handle = handle->transientParent())
-        isInside = handle == m_frame->windowHandle();
-    if (isInside || m_behaviour == KXPopoverBehaviour::ApplicationDefined)
-        return;
-    if (m_behaviour == KXPopoverBehaviour::Transient || window == m_anchor->window())
-        close();
+    const QWidget *above = widget;
+    while (above && above != m_frame.get())
+        above = above->parentWidget();
+    if (above || widget->window()->windowType() == Qt::Popup)
+        return true;
+    for (const QWindow *handle = widget->window()->windowHandle(); handle; handle = handle->transientParent()) {
+        if (handle == m_frame->windowHandle())
+            return true;
+    }
+    return false;
 }

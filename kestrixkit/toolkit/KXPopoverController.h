@@ -59,7 +59,7 @@ protected:
 
 private:
     void place();
-    void clicked(const QWidget *widget);
+    [[nodiscard]] bool isInside(const QWidget *widget) const;
 
     QPointer<KXViewController> m_content;
     QPointer<QWidget> m_anchor;

@@ -121,21 +121,30 @@ TEST_F(PopoverTest, closesWhenItsBehaviourSays)
         { "inside", [&] { QTest::mouseClick(content.view(), Qt::LeftButton); } },
         { "its window", [&] { QTest::mouseClick(&window, Qt::LeftButton, {}, QPoint(5, 5)); } },
         { "another window", [&] { QTest::mouseClick(&other, Qt::LeftButton); } },
-        { "deactivated",
+        { "another window becomes active",
             [&] {
-                QEvent event(QEvent::WindowDeactivate);
-                QCoreApplication::sendEvent(content.view()->window(), &event);
+                other.activateWindow();
+                EXPECT_TRUE(QTest::qWaitForWindowActive(&other));
+            } },
+        { "a popover of its own",
+            [&] {
+                BubbleViewController inner;
+                KXPopoverController own(&inner);
+                own.showRelativeTo(content.view(), Qt::BottomEdge);
+                EXPECT_TRUE(QTest::qWaitForWindowActive(inner.view()->window()));
+                QTest::mouseClick(inner.view(), Qt::LeftButton);
             } },
         { "escape", [&] { QTest::keyClick(content.view(), Qt::Key_Escape); } },
     };
     const std::map<KXPopoverBehaviour, std::vector<bool>> closes {
-        { ApplicationDefined, { false, false, false, false, false } },
-        { SemiTransient, { false, true, false, false, true } },
-        { Transient, { false, true, true, true, true } },
+        { ApplicationDefined, { false, false, false, false, false, false } },
+        { SemiTransient, { false, true, false, false, false, true } },
+        { Transient, { false, true, true, true, false, true } },
     };
     for (const auto &[behaviour, expected] : closes) {
         for (size_t i = 0; i < acts.size(); ++i) {
             show(behaviour);
+            EXPECT_TRUE(QTest::qWaitForWindowActive(content.view()->window()));
             acts[i].second();
             EXPECT_EQ(!popover.isShown(), expected[i]) << acts[i].first << ", behaviour " << int(behaviour);
             popover.close();
