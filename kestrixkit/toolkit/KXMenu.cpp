@@ -2,12 +2,10 @@
 
 #include <QPointer>
 
-#include <kestrixkit/foundation/KXRunCaught_p.h>
-
 KXMenu::KXMenu(QWidget *parent)
     : QMenu(parent)
 {
-    connect(this, &QMenu::aboutToShow, this, &KXMenu::update);
+    connect(this, &QMenu::aboutToShow, this, &KXMenu::validate);
 }
 
 KXMenu::KXMenu(const QString &title, QWidget *parent)
@@ -34,7 +32,7 @@ QAction *KXMenu::addItem(const QString &title, QObject *target, std::function<vo
     return action;
 }
 
-void KXMenu::update()
+void KXMenu::validate()
 {
     if (m_update) {
         clear();

@@ -29,7 +29,7 @@ public:
     void setUpdater(std::function<void(KXMenu &)> update) { m_update = std::move(update); }
 
     /// Fills the menu and asks every item, as opening it does.
-    void update();
+    void validate();
 
 private:
     std::function<void(KXMenu &)> m_update;

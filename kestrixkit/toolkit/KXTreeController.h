@@ -58,6 +58,8 @@ public:
 
     /// nullptr once it has gone; the tree does not keep it.
     [[nodiscard]] KXManagedObjectContext::Ref managedObjectContext() const { return m_context.lock(); }
+    /// The context's, for naming and grouping what is done to the tree; nullptr where it has none.
+    [[nodiscard]] KXUndoManager *undoManager() const;
     [[nodiscard]] const KXTreeRequest &request() const { return m_request; }
     /// Shows other objects, or in another order; objects in both trees keep their nodes. A null context shows nothing.
     /// Throws KXException for an unknown entity, and where children are no to-many relationship with a to-one inverse.

@@ -5,6 +5,12 @@
 
 using Object = KXManagedObject;
 
+KXUndoManager *KXTreeController::undoManager() const
+{
+    const KXManagedObjectContext::Ref context = m_context.lock();
+    return context ? context->undoManager() : nullptr;
+}
+
 bool KXTreeController::insertObject(const KXRef<Object> &object, const KXIndexPath &atIndexPath)
 {
     return place({ object }, atIndexPath);

@@ -294,7 +294,7 @@ TEST(Menu, asksItsItems)
     EXPECT_FALSE(item->isEnabled());
     menu.close();
     possible = true;
-    menu.update();
+    menu.validate();
     EXPECT_EQ(menu.actions().size(), 3);
     EXPECT_EQ(filled, 2);
     item->trigger();
@@ -340,8 +340,6 @@ TEST(AnimationGroup, endsWhereItShould)
     group.finish();
     EXPECT_EQ(completed, 4);
     EXPECT_NEAR(widget.windowOpacity(), 0.25, 0.01);
-    group.start([&] { ++completed; }); // nothing to do
-    EXPECT_EQ(completed, 5);
 }
 
 TEST(Pasteboard, carriesItemsAndNothingElse)

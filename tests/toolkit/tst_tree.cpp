@@ -91,33 +91,40 @@ TEST_F(TreeTest, isWhatTheStoreSays)
     const auto edit = [&](KXManagedObjectContext &of) {
         const KXRef<Branch> object = any(of);
         const int what = random.below(6);
-        switch (what) {
-        case 0:
-        case 1: {
+        if (what < 2) {
             auto made = Branch::createInContext(of);
             made->setTitle(QString::number(made->objectID().key()));
             made->setPosition(random.below(4));
             made->setParent(any(of));
-            break;
-        }
-        case 2:
-            if (object)
-                object->setPosition(random.below(4));
-            break;
-        case 3:
-            if (object)
-                object->setTitle(u'x' + QString::number(random.below(9)) + object->title().right(3));
-            break;
-        case 4:
-            if (object)
-                object->setParent(any(of));
-            break;
-        case 5:
-            if (object && random.chance(Branch::countOfInContext(of) / 100.0))
-                of.removeManagedObject(object);
-            break;
+        } else if (object && what == 2) {
+            object->setPosition(random.below(4));
+        } else if (object && what == 3) {
+            object->setTitle(u'x' + QString::number(random.below(9)) + object->title().right(3));
+        } else if (object && what == 4) {
+            object->setParent(any(of));
+        } else if (object && random.chance(Branch::countOfInContext(of) / 100.0)) {
+            of.removeManagedObject(object);
         }
     };
+    const auto editHere = [&] { edit(*context), edit(*context), edit(*context); };
+    const auto editThere = [&] {
+        edit(*other), edit(*other);
+        EXPECT_TRUE(other->save(nullptr));
+    };
+    const auto move = [&] {
+        QList<KXRef<Object>> moved;
+        for (const KXTreeNode *node :
+            { tree.treeNodeForObject(any(*context).get()), tree.treeNodeForObject(any(*context).get()) }) {
+            if (node)
+                moved.append(node->representedObject());
+        }
+        tree.moveObjects(moved, path());
+    };
+    const std::vector<std::function<void()>> acts { editHere, editHere, editHere, editThere, editThere, move, move,
+        [&] { undo().undo(); }, [&] { undo().redo(); }, [&] { context->save(nullptr); },
+        [&] { random.chance(0.2) ? context->rollback() : undo().undo(); },
+        [&] { tree.insertObject(any(*context), path()); },
+        [&] { random.chance(0.3) && tree.removeObjectsAtIndexPaths({ path() }); } };
 
     const int rounds = KXTestRandom::scaled(3000);
     for (int round = 0; round < rounds; ++round) {
@@ -126,48 +133,8 @@ TEST_F(TreeTest, isWhatTheStoreSays)
             places.emplace(node->representedObject()->objectID().key(), tree.indexForNode(node));
         const QList<KXRef<Object>> selected = tree.selectedObjects();
 
-        const int what = random.below(13);
-        switch (what) {
-        case 0:
-            undo().undo();
-            break;
-        case 1:
-            undo().redo();
-            break;
-        case 2:
-            EXPECT_TRUE(context->save(nullptr));
-            break;
-        case 3:
-            if (random.chance(0.2))
-                context->rollback();
-            break;
-        case 4:
-        case 5:
-            for (int i = random.below(4); i >= 0; --i)
-                edit(*other);
-            EXPECT_TRUE(other->save(nullptr));
-            break;
-        case 6:
-        case 7: {
-            QList<KXRef<Object>> moved;
-            for (int i = random.below(3); i >= 0; --i) {
-                if (const KXTreeNode *node = tree.treeNodeForObject(any(*context).get()))
-                    moved.append(node->representedObject());
-            }
-            tree.moveObjects(moved, path());
-            break;
-        }
-        case 8:
-            if (random.chance(0.3))
-                tree.removeObjectsAtIndexPaths({ path() });
-            break;
-        case 9:
-            tree.insertObject(any(*context), path());
-            break;
-        default:
-            for (int i = random.below(5); i >= 0; --i)
-                edit(*context);
-        }
+        const size_t what = size_t(random.below(int(acts.size())));
+        acts[what]();
         context->processPendingChanges();
 
         ASSERT_EQ(outline(*tree.rootNode()), stored(*context)) << "round " << round << ", step " << what;
@@ -281,7 +248,7 @@ TEST_F(TreeTest, movesInsertsAndRemovesWithUndo)
     for (const Step &step : steps) {
         before.prepend(now());
         ASSERT_TRUE(step.act()) << step.after.toStdString();
-        undo().setActionName(step.after);
+        tree.undoManager()->setActionName(step.after);
         ASSERT_EQ(now(), step.after);
         ASSERT_EQ(undo().undoActionName(), step.after);
         for (const KXTreeNode *node : tree.flattenedNodes())
@@ -351,6 +318,7 @@ TEST_F(TreeTest, badRequestsAndLostContexts)
     tree.setRequest(context, byPosition());
     context.reset();
     EXPECT_FALSE(tree.moveObjects({ b }, { 0 }));
+    EXPECT_FALSE(tree.undoManager());
     EXPECT_EQ(tree.rowCount(), 1);
     tree.setRequest(nullptr, {});
     EXPECT_EQ(tree.rowCount(), 0);
