@@ -19,22 +19,21 @@ public:
 class Grove
 {
 public:
-    Grove()
+    explicit Grove(const QByteArray &vfs = {})
     {
         using Property = KXPropertyDescription;
         Branch::registerEntity();
         static const KXManagedObjectModel::Ref model = KXManagedObjectModel::make(
             { KXEntityDescription(QStringLiteral("Branch"))
                     .add(Property::attribute(QStringLiteral("title"), KXAttributeType::String))
-                    .add(Property::attribute(QStringLiteral("position"), KXAttributeType::Integer64)
-                             .withDefault(0))
-                    .add(Property::toOne(
-                        QStringLiteral("parent"), QStringLiteral("Branch"), QStringLiteral("children")))
-                    .add(Property::toMany(
-                        QStringLiteral("children"), QStringLiteral("Branch"), QStringLiteral("parent"))
-                             .deleteRule(KXDeleteRule::Cascade)) });
+                    .add(Property::attribute(QStringLiteral("position"), KXAttributeType::Integer64).withDefault(0))
+                    .add(
+                        Property::toOne(QStringLiteral("parent"), QStringLiteral("Branch"), QStringLiteral("children")))
+                    .add(
+                        Property::toMany(QStringLiteral("children"), QStringLiteral("Branch"), QStringLiteral("parent"))
+                            .deleteRule(KXDeleteRule::Cascade)) });
         coordinator = KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(
-            QUrl::fromLocalFile(folder.filePath(QStringLiteral("grove.db"))), model);
+            QUrl::fromLocalFile(folder.filePath(QStringLiteral("grove.db"))), model, nullptr, vfs);
         context = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
         context->setUndoManager(std::make_shared<KXUndoManager>());
     }

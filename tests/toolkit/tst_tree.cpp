@@ -8,6 +8,8 @@
 #include <kestrixkit/foundation/KXObserver.h>
 #include <kestrixkit/toolkit/KXTreeController.h>
 
+#include "support/FaultVfs.h"
+#include "support/KXTestLog.h"
 #include "support/KXTestPrint.h"
 #include "support/KXTestRandom.h"
 #include "toolkit/Grove.h"
@@ -322,4 +324,25 @@ TEST_F(TreeTest, badRequestsAndLostContexts)
     EXPECT_EQ(tree.rowCount(), 1);
     tree.setRequest(nullptr, {});
     EXPECT_EQ(tree.rowCount(), 0);
+}
+
+// The store cannot be read when something changed: the tree stays as it was, and catches up later.
+TEST(Tree, outlastsAStoreThatCannotBeRead)
+{
+    FaultVfs vfs;
+    Grove grove(vfs.name());
+    const auto a = grove.branch(u"a"_s), b = grove.branch(u"b"_s, a, 0), c = grove.branch(u"c"_s, a, 1);
+    grove.context->save();
+    KXTreeController tree(grove.context, byPosition());
+    KXTestLog log;
+    vfs.failAt(1, SQLITE_IOERR, true, FaultVfs::SharedMemory);
+    b->setPosition(5);
+    grove.branch(u"d"_s, c);
+    grove.context->processPendingChanges();
+    EXPECT_TRUE(vfs.hasFailed());
+    EXPECT_EQ(outline(*tree.rootNode()), u"a(b c)"_s);
+    vfs.heal();
+    a->setTitle(u"A"_s);
+    grove.context->processPendingChanges();
+    EXPECT_EQ(outline(*tree.rootNode()), u"A(c(d) b)"_s);
 }
