@@ -4,6 +4,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
+#include <QImageReader>
 #include <QUiLoader>
 #include <QXmlStreamReader>
 #include <QXmlStreamWriter>
@@ -30,10 +31,12 @@ QByteArray interfacePrepared(const QString &path)
     QXmlStreamWriter writer(&prepared);
     int depth = 0;
     bool hasWidget = false;
+    QString element; // begun last
     while (!reader.atEnd()) {
         reader.readNext();
         if (reader.isStartElement()) {
             ++depth;
+            element = reader.name().toString();
             hasWidget |= depth == 2 && reader.name() == "widget"_L1;
             // The builder takes the class of the form for the translation context.
             if (depth == 2 && reader.name() == "class"_L1) {
@@ -46,9 +49,9 @@ QByteArray interfacePrepared(const QString &path)
             --depth;
         } else if (reader.isCharacters() && !reader.isWhitespace()) {
             const QString image = reader.text().toString();
-            const bool isImage = image.endsWith(".svg"_L1) || image.endsWith(".png"_L1);
-            if (isImage && !QFileInfo::exists(QDir(QFileInfo(path).path()).filePath(image)))
-                KXLogWarning(toolkit, "There is no image \"%@\", which the interface file %@ names", image, path);
+            if (element != "string"_L1 && (image.endsWith(".svg"_L1) || image.endsWith(".png"_L1))
+                && !QImageReader(QFileInfo(path).dir().filePath(image)).canRead())
+                KXLogWarning(toolkit, "Cannot read the image \"%@\", which the interface file %@ names", image, path);
         }
         if (!reader.hasError())
             writer.writeCurrentToken(reader);

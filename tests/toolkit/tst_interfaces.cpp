@@ -153,6 +153,11 @@ TEST_F(InterfaceTest, whatIsWrongIsNamed)
         QString line; ///< in the log, beside the path
         bool loads;
     };
+    write(u"bad.png"_s, u"no picture"_s);
+    const QString picture
+        = u"<widget class=\"QLabel\" name=\"kept\"><property name=\"pixmap\"><pixmap>%1</pixmap></property>"
+          "</widget><widget class=\"QLabel\" name=\"lost\"><property name=\"text\">"
+          "<string>text.png</string></property></widget>"_s;
     const Case cases[] {
         { "malformed", u"<ui version=\"4.0\"><class>A</class><widget class=\"QWidget\" name=\"a\">"_s,
             u"malformed in line 1"_s, false },
@@ -165,11 +170,8 @@ TEST_F(InterfaceTest, whatIsWrongIsNamed)
         { "unknown class with a base",
             form(u"<widget class=\"LostLabel\" name=\"lost\"/><widget class=\"QLabel\" name=\"kept\"/>"_s),
             u"Unknown class \"LostLabel\" of the widget \"lost\""_s, true },
-        { "missing image",
-            form(u"<widget class=\"QLabel\" name=\"kept\"><property "
-                 u"name=\"pixmap\"><pixmap>lamp.svg</pixmap></property></widget>"
-                 "<widget class=\"QLabel\" name=\"lost\"/>"_s),
-            u"no image \"lamp.svg\""_s, true },
+        { "missing image", form(picture.arg(u"lamp.svg"_s)), u"image \"lamp.svg\""_s, true },
+        { "malformed image", form(picture.arg(u"bad.png"_s)), u"image \"bad.png\""_s, true },
     };
     for (const Case &one : cases) {
         SCOPED_TRACE(one.what);
