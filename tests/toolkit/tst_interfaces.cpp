@@ -84,6 +84,8 @@ QString form(const QString &widgets)
            "</customwidgets></ui>"_s.arg(widgets);
 }
 
+}
+
 class InterfaceTest : public ::testing::Test
 {
 protected:
@@ -104,8 +106,6 @@ protected:
     }
     QTemporaryDir folder;
 };
-
-}
 
 TEST_F(InterfaceTest, viewsComeFromTheFileNamedAfterTheClass)
 {

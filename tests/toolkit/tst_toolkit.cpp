@@ -31,8 +31,6 @@
 
 using namespace Qt::StringLiterals;
 
-namespace {
-
 class BubbleViewController : public KXViewController
 {
     Q_OBJECT
@@ -78,8 +76,6 @@ protected:
     KXPopoverController popover { &content };
     int closed = 0;
 };
-
-}
 
 TEST_F(PopoverTest, tellsItsContentAndClosesOnce)
 {

@@ -53,11 +53,11 @@ QString stored(KXManagedObjectContext &context, const KXRef<Object> &parent = {}
     return parts.join(u' ');
 }
 
+}
+
 class TreeTest : public ::testing::Test, public Grove
 {
 };
-
-}
 
 // Whatever is done to the objects, by whom and however often it is taken back: the tree is what the store says, and
 // got there by rows that came, went and moved.
