@@ -67,8 +67,9 @@ BrowserWindow::~BrowserWindow()
     cancelImport();
     m_queue.waitUntilAllOperationsAreFinished();
     m_editor.save();
-    // The model follows the context and goes before it.
+    // These follow the context and go before it.
     delete m_preview;
+    delete m_presets;
     delete m_table;
     delete m_model;
 }
@@ -105,6 +106,10 @@ void BrowserWindow::buildMenu()
     m_commentAction = edit->addAction(tr("Edit &Comment"), this, &BrowserWindow::editComment);
     m_commentAction->setShortcut(QKeySequence(Qt::Key_F2));
     m_genreAction = edit->addAction(tr("Rename &Genre…"), this, &BrowserWindow::renameGenre);
+    QMenu *presets = menuBar()->addMenu(tr("&Presets"));
+    presets->setAccessibleName(tr("Presets"));
+    m_presets = new PresetMenu(m_context, presets, this);
+    connect(m_presets, &PresetMenu::picked, this, &BrowserWindow::showPreset);
 }
 
 void BrowserWindow::buildHeader()
@@ -112,12 +117,13 @@ void BrowserWindow::buildHeader()
     auto *bar = addToolBar(tr("Library"));
     bar->setMovable(false);
     bar->setContextMenuPolicy(Qt::PreventContextMenu);
-    auto *title = new QLabel(tr("Library"));
-    QFont font = title->font();
+    m_title = new QLabel(tr("Library"));
+    m_title->setTextFormat(Qt::PlainText);
+    QFont font = m_title->font();
     font.setPointSizeF(font.pointSizeF() * 1.5);
     font.setBold(true);
-    title->setFont(font);
-    bar->addWidget(title);
+    m_title->setFont(font);
+    bar->addWidget(m_title);
     auto *space = new QWidget;
     space->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
     bar->addWidget(space);
@@ -224,6 +230,13 @@ void BrowserWindow::renameGenre()
         (new GenreDialog(&m_editor, genres, this))->open();
 }
 
+void BrowserWindow::showPreset(const KXPredicate &predicate, const QString &title)
+{
+    m_model->setFilter(predicate);
+    m_title->setText(title.isEmpty() ? tr("Library") : title);
+    showSummary();
+}
+
 // Importing
 
 void BrowserWindow::importMusic(const ImportOperation::Source &source)
@@ -273,6 +286,7 @@ void BrowserWindow::showSummary()
         reasons.append(u"%1: %2"_s.arg(file.file, file.reason));
     }
     m_summary->setToolTip(reasons.join(u'\n'));
+    m_emptyText->setText(m_model->isFiltered() ? tr("No music in this preset") : tr("No music in the library yet"));
     m_emptyText->setVisible(tracks == 0 && !m_import);
 }
 

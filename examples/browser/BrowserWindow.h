@@ -10,6 +10,7 @@
 
 #include "ImportOperation.h"
 #include "LibraryEditor.h"
+#include "PresetMenu.h"
 #include "TrackTableModel.h"
 
 class Preview;
@@ -53,6 +54,7 @@ private:
     void rateSelected(int stars);
     void editComment();
     void renameGenre();
+    void showPreset(const KXPredicate &predicate, const QString &title);
     [[nodiscard]] QList<KXRef<Track>> selectedTracks() const;
     /// Of the current track, in the order of their names.
     [[nodiscard]] QList<KXRef<Genre>> currentGenres() const;
@@ -65,9 +67,11 @@ private:
     LibraryEditor m_editor { m_context };
     TrackTableModel *m_model;
     TrackTableView *m_table;
+    PresetMenu *m_presets;
     QList<QAction *> m_ratingActions; // by stars
     QAction *m_commentAction;
     QAction *m_genreAction;
+    QLabel *m_title;
     Preview *m_preview;
     QLabel *m_summary;
     QLabel *m_emptyText;

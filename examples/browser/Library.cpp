@@ -1,5 +1,7 @@
 #include "Library.h"
 
+#include <kestrixkit/filters/KXFilters.h>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -51,6 +53,7 @@ KXEntityDescription trackEntity()
 
 void Library::registerEntities()
 {
+    KXFilters::registerEntities();
     Track::registerEntity();
     Artist::registerEntity();
     Album::registerEntity();
@@ -61,7 +64,7 @@ void Library::registerEntities()
 
 KXManagedObjectModel::Ref Library::model()
 {
-    static const KXManagedObjectModel::Ref model = KXManagedObjectModel::make({
+    static const KXManagedObjectModel::Ref music = KXManagedObjectModel::make({
         trackEntity(),
         namedEntity(u"Artist"_s, u"artists"_s),
         namedEntity(u"Genre"_s, u"genres"_s),
@@ -74,6 +77,8 @@ KXManagedObjectModel::Ref Library::model()
             .add(Property::attribute(u"artistText"_s, Type::String))
             .add(Property::toMany(u"tracks"_s, u"Track"_s, u"album"_s)),
     });
+    static const KXManagedObjectModel::Ref model
+        = KXManagedObjectModel::modelByMergingModels({ music, KXFilters::managedObjectModel() });
     return model;
 }
 

@@ -7,6 +7,8 @@
 #include <kestrixkit/store/KXManagedObjectContext.h>
 #include <kestrixkit/store/KXPredicate.h>
 
+#include "Presets.h"
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -61,7 +63,8 @@ QJsonObject Report::ofLibrary(
     }
 
     return { { u"tracks"_s, context.countForEntity(tracks, KXPredicate::predicateWithFormat("missing == FALSE")) },
-        { u"skipped"_s, skipped }, { u"genres"_s, genres }, { u"notes"_s, notes }, { u"store"_s, store } };
+        { u"skipped"_s, skipped }, { u"genres"_s, genres }, { u"notes"_s, notes },
+        { u"presets"_s, Presets::report(context) }, { u"store"_s, store } };
 }
 
 QString Report::unknownName(const KXPredicate &predicate)

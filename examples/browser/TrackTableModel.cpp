@@ -43,20 +43,12 @@ QString lengthText(double seconds)
                         : u"%1:%2:%3"_s.arg(whole / 3600).arg(minutes.rightJustified(2, u'0'), rest);
 }
 
-KXFetchRequest requestSortedBy(int column, Qt::SortOrder order)
-{
-    const ColumnDescription &description = columnDescriptions[column];
-    return KXFetchRequest(QString(Track::entityName))
-        .setSortDescriptors({ { QLatin1StringView(description.sortKey), order == Qt::AscendingOrder,
-            KXCaseInsensitive | KXDiacriticInsensitive } });
-}
-
 } // namespace
 
 TrackTableModel::TrackTableModel(const KXManagedObjectContext::Ref &context, LibraryEditor *editor, QObject *parent)
     : QAbstractTableModel(parent)
     , m_editor(editor)
-    , m_tracks(context, requestSortedBy(m_sortColumn, m_sortOrder), this)
+    , m_tracks(context, request(), this)
 {
 }
 
@@ -134,7 +126,21 @@ void TrackTableModel::sort(int column, Qt::SortOrder order)
         return;
     m_sortColumn = column;
     m_sortOrder = order;
-    m_tracks.setRequest(requestSortedBy(column, order));
+    m_tracks.setRequest(request());
+}
+
+void TrackTableModel::setFilter(const KXPredicate &filter)
+{
+    m_filter = filter;
+    m_tracks.setRequest(request());
+}
+
+KXFetchRequest TrackTableModel::request() const
+{
+    const ColumnDescription &description = columnDescriptions[m_sortColumn];
+    return KXFetchRequest(QString(Track::entityName), m_filter)
+        .setSortDescriptors({ { QLatin1StringView(description.sortKey), m_sortOrder == Qt::AscendingOrder,
+            KXCaseInsensitive | KXDiacriticInsensitive } });
 }
 
 QModelIndexList TrackTableModel::match(

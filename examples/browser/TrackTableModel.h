@@ -52,6 +52,9 @@ public:
     QVariant headerData(int section, Qt::Orientation orientation, int role = Qt::DisplayRole) const override;
     /// Puts the tracks in the order of that column.
     void sort(int column, Qt::SortOrder order = Qt::AscendingOrder) override;
+    /// Shows only the tracks that match; all of them for an absent predicate.
+    void setFilter(const KXPredicate &filter);
+    [[nodiscard]] bool isFiltered() const { return bool(m_filter); }
 
     /// Typing looks for a row by its text only in libraries small enough to be read through.
     QModelIndexList match(
@@ -70,6 +73,7 @@ private:
         int stars = 0;
         int key = 0;
     };
+    [[nodiscard]] KXFetchRequest request() const;
     void listWillChange(const KXListStep &step) override;
     void listDidChange(const KXListStep &step) override;
     const Row &row(int number) const;
@@ -78,6 +82,7 @@ private:
     LibraryEditor *const m_editor;
     int m_sortColumn = Added;
     Qt::SortOrder m_sortOrder = Qt::DescendingOrder;
+    KXPredicate m_filter;
     KXLiveList m_tracks;
     mutable QCache<qint64, Row> m_rows { 1024 }; // by the tracks' keys
     // While rows change places: the indexes that somebody holds, and whose they are.

@@ -25,6 +25,7 @@
 #include "BrowserStyle.h"
 #include "BrowserWindow.h"
 #include "Crate.h"
+#include "Presets.h"
 #include "Report.h"
 
 using namespace Qt::StringLiterals;
@@ -48,7 +49,9 @@ struct Arguments
     KXPredicate query;
     bool hasQuery = false;
     bool report = false;
-    [[nodiscard]] bool needsWindow() const { return !report && !hasQuery; }
+    QString explainedPreset;
+    std::string explainedFile; ///< empty: nothing is to be explained
+    [[nodiscard]] bool needsWindow() const { return !report && !hasQuery && explainedFile.empty(); }
 };
 
 std::atomic<bool> interrupted = false;
@@ -105,6 +108,15 @@ std::string rawValue(int argc, char **argv, const std::string &option)
     return value;
 }
 
+// The bytes of an argument that stands by itself.
+std::string rawArgument(int argc, char **argv, const QString &argument)
+{
+    int at = argc - 1;
+    while (at > 0 && QString::fromLocal8Bit(argv[at]) != argument)
+        --at;
+    return argv[at];
+}
+
 void checkMusicFolder(const std::string &music)
 {
     const QString shown = displayPath(music);
@@ -139,13 +151,17 @@ Arguments readArguments(int argc, char **argv)
     const QCommandLineOption store(
         u"store"_s, u"The library's file; without it, library.db in the application's support folder."_s, u"FILE"_s);
     const QCommandLineOption report(
-        u"report"_s, u"No window: import, print tracks, skipped files and genres as JSON."_s);
+        u"report"_s, u"No window: import, print tracks, skipped files, genres and presets as JSON."_s);
+    const QCommandLineOption explain(u"explain"_s,
+        u"No window: import, print why the track of a file (the argument that follows) is in a preset or not, as JSON. For instance: Tempo/124 to 128"_s,
+        u"PRESET"_s);
     const QCommandLineOption query(u"query"_s,
         u"No window: import, print the number of tracks that match as JSON. For instance: bpm >= 120 AND ANY genres.name == \"House\""_s,
         u"FORMAT"_s);
     const QCommandLineOption screenshot(
         u"screenshot"_s, u"Import, draw the window into a PNG file and exit."_s, u"FILE"_s);
-    parser.addOptions({ music, store, report, query, screenshot });
+    parser.addOptions({ music, store, report, query, explain, screenshot });
+    parser.addPositionalArgument(u"FILE"_s, u"With --explain: a music file of the library."_s, u"[FILE]"_s);
     parser.addHelpOption();
     if (!parser.parse(QCoreApplication::arguments()))
         throw Ending { WrongInput, parser.errorText() };
@@ -153,13 +169,24 @@ Arguments readArguments(int argc, char **argv)
         std::fputs(qPrintable(parser.helpText()), stdout);
         throw Ending { Done, {} };
     }
-    if (!parser.positionalArguments().isEmpty())
-        throw Ending { WrongInput, u"unexpected argument: %1"_s.arg(parser.positionalArguments().constFirst()) };
-    if (parser.isSet(report) + parser.isSet(query) + parser.isSet(screenshot) > 1)
-        throw Ending { WrongInput, u"--report, --query and --screenshot exclude each other"_s };
+    const QStringList files = parser.positionalArguments();
+    if (parser.isSet(explain) && files.isEmpty())
+        throw Ending { WrongInput, u"--explain: a preset and a file are needed"_s };
+    if (files.size() > parser.isSet(explain))
+        throw Ending { WrongInput, u"unexpected argument: %1"_s.arg(files.constLast()) };
+    if (parser.isSet(report) + parser.isSet(query) + parser.isSet(explain) + parser.isSet(screenshot) > 1)
+        throw Ending { WrongInput, u"--report, --query, --explain and --screenshot exclude each other"_s };
 
     Arguments arguments;
     arguments.report = parser.isSet(report);
+    if (parser.isSet(explain)) {
+        std::error_code error;
+        const std::string named = rawArgument(argc, argv, files.constFirst());
+        arguments.explainedPreset = parser.value(explain);
+        arguments.explainedFile = std::filesystem::canonical(named, error).native();
+        if (error) // gone, but its track may still be known
+            arguments.explainedFile = std::filesystem::absolute(named).lexically_normal().native();
+    }
     if (parser.isSet(music)) {
         arguments.music = rawValue(argc, argv, "--music");
         checkMusicFolder(arguments.music);
@@ -238,6 +265,18 @@ ImportResult importNow(const KXPersistentStoreCoordinator::Ref &coordinator, con
     return result;
 }
 
+QJsonObject explanation(KXManagedObjectContext &context, const Arguments &arguments)
+{
+    const KXRef<KXFilterSetPreset> preset = Presets::find(context, arguments.explainedPreset);
+    if (!preset)
+        throw Ending { WrongInput, u"--explain: there is no preset “%1”"_s.arg(arguments.explainedPreset) };
+    const auto ofFile = KXPredicate::predicateWithFormat("location == %@", urlOfPath(arguments.explainedFile));
+    const KXRef<Track> track = Track::findFirstUsingPredicate(ofFile, context);
+    if (!track)
+        throw Ending { WrongInput, u"%1: no track of the library"_s.arg(displayPath(arguments.explainedFile)) };
+    return Presets::explain(*preset, *track);
+}
+
 void printAnswer(const Arguments &arguments, const KXPersistentStoreCoordinator::Ref &coordinator)
 {
     QString problem;
@@ -247,8 +286,11 @@ void printAnswer(const Arguments &arguments, const KXPersistentStoreCoordinator:
     const ImportResult result = importNow(coordinator, folder);
     const auto context = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
     KXError error;
+    if (!arguments.hasQuery && !Presets::install(*context, &error))
+        throw Ending { Failed, error.localizedDescription() };
     const QJsonObject answer = arguments.report ? Report::ofLibrary(*context, result, folder, arguments.store)
-                                                : Report::ofQuery(*context, arguments.query, &error);
+        : arguments.hasQuery                    ? Report::ofQuery(*context, arguments.query, &error)
+                                                : explanation(*context, arguments);
     if (error)
         throw Ending { Failed, error.localizedDescription() };
     const QByteArray json
@@ -311,7 +353,8 @@ int main(int argc, char **argv)
     QCoreApplication::setApplicationName(u"browser"_s);
     // Questions are answered on machines without a display too.
     const bool windowless
-        = wasGiven(argc, argv, "--report") || wasGiven(argc, argv, "--query") || wasGiven(argc, argv, "--help");
+        = wasGiven(argc, argv, "--report") || wasGiven(argc, argv, "--query") || wasGiven(argc, argv, "--explain")
+        || wasGiven(argc, argv, "--help");
     if (!windowless && !hasDisplay()) {
         if (!wasGiven(argc, argv, "--screenshot")) {
             std::fputs(

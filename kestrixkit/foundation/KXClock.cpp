@@ -32,11 +32,14 @@ template <typename Function> auto clockState(Function &&fn)
 }
 
 constinit std::atomic<bool> clockIsFixed { false }; // spares the running clock the lock
+constinit thread_local std::optional<qint64> clockMoment; // in microseconds
 
 }
 
 qint64 KXClock::nowMicroseconds()
 {
+    if (clockMoment)
+        return *clockMoment;
     if (clockIsFixed.load(std::memory_order_acquire)) {
         if (const auto fixed = clockState([](const ClockState &state) { return state.microseconds; }))
             return *fixed;
@@ -115,3 +118,10 @@ KXClockPin::~KXClockPin()
     KXClock::setTimeZone(m_timeZone);
     KXClock::setLocale(m_locale);
 }
+
+KXClockMoment::KXClockMoment(const QDateTime &moment)
+    : m_before(std::exchange(clockMoment, moment.toMSecsSinceEpoch() * 1000))
+{
+}
+
+KXClockMoment::~KXClockMoment() { clockMoment = m_before; }

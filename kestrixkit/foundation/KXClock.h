@@ -49,3 +49,16 @@ private:
     std::optional<QTimeZone> m_timeZone;
     std::optional<QLocale> m_locale;
 };
+
+/// Has the clock stand at a moment for the thread that made it, until it goes: for asking what depends on the present about
+/// another time. Goes before what was pinned for all.
+class KX_CORE_EXPORT KXClockMoment
+{
+public:
+    explicit KXClockMoment(const QDateTime &moment);
+    ~KXClockMoment();
+    Q_DISABLE_COPY_MOVE(KXClockMoment)
+
+private:
+    std::optional<qint64> m_before;
+};

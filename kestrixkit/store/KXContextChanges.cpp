@@ -22,7 +22,7 @@ void KXManagedObjectContextPrivate::willChange(Object *object, int property)
         return; // it is written and announced whole
     Change &change = changes[object];
     if (!change.object) {
-        change.object = KXRef<Object>(object);
+        change.object = KXContextHold(object);
         if (!(object->m_flags & Object::Inserted)) {
             change.before = KXRowValues::Owner(KXRowValues::clone(*object->values(), *object->m_entity), { object->m_entity });
             object->m_flags |= Object::Updated;
@@ -180,6 +180,10 @@ bool KXManagedObjectContextPrivate::isMember(Object *object, const KXPropertyDes
         if (back ? back->loaded : other->values()->version == 0)
             return back && back->members.contains(object->m_key);
     }
+    if (parent) {
+        const KXRef<Object> source = inParent(object);
+        return source && parent->d().isMember(source.get(), property, key);
+    }
     // A look at the one pair, not at all members: a genre may have half a million tracks.
     KXError error;
     const KXStoreConnections::Reader reader = store->connections.reader(&error);
@@ -199,7 +203,10 @@ KXToManyKeys &KXManagedObjectContextPrivate::loadedToMany(Object *object, const 
     KXToManyKeys &keys = object->values()->toMany(property);
     if (keys.loaded)
         return keys;
-    if (object->values()->version != 0 && store) {
+    if (parent) {
+        if (const KXRef<Object> source = object->values()->version != 0 ? inParent(object) : KXRef<Object>())
+            keys.members = parent->d().loadedToMany(source.get(), property).members;
+    } else if (object->values()->version != 0 && store) {
         const QByteArray sql = property.joinTable().isEmpty()
             ? "SELECT kx_id FROM " + property.destinationEntity()->table() + " WHERE " + property.inverse()->column() + " = ?"
             : "SELECT " + property.joinTarget() + " FROM " + property.joinTable() + " WHERE " + property.joinSource() + " = ?";
@@ -232,12 +239,24 @@ KXRef<Object> KXManagedObjectContextPrivate::toOne(const Object *object, const K
     return key ? this->object(*property.destinationEntity(), key) : KXRef<Object>();
 }
 
-QList<KXRef<Object>> KXManagedObjectContextPrivate::toMany(Object *object, const KXPropertyDescription &property)
+std::vector<qint64> KXManagedObjectContextPrivate::keysOf(Object *object, const KXPropertyDescription &property)
 {
-    checkThread();
+    if (!object->loadedValues())
+        return {};
+    if (property.isToOne()) {
+        const qint64 key = object->values()->toOne(property);
+        return key ? std::vector<qint64> { key } : std::vector<qint64>();
+    }
     const QSet<qint64> &members = loadedToMany(object, property).members;
     std::vector<qint64> keys(members.begin(), members.end());
     std::sort(keys.begin(), keys.end());
+    return keys;
+}
+
+QList<KXRef<Object>> KXManagedObjectContextPrivate::toMany(Object *object, const KXPropertyDescription &property)
+{
+    checkThread();
+    const std::vector<qint64> keys = keysOf(object, property);
     fill(*property.destinationEntity(), keys);
     QList<KXRef<Object>> list;
     list.reserve(qsizetype(keys.size()));
@@ -335,6 +354,11 @@ void KXManagedObjectContextPrivate::remove(Object *object)
         return; // by its own preparation
 
     markDeleted(held);
+    followDeleteRules(object);
+}
+
+void KXManagedObjectContextPrivate::followDeleteRules(Object *object)
+{
     for (const KXPropertyDescription &property : object->m_entity->properties()) {
         const KXPropertyDescription *inverse = property.inverse();
         if (!property.isRelationship() || property.deleteRule() == KXDeleteRule::Deny || (property.deleteRule() == KXDeleteRule::Nullify && !inverse))
@@ -352,6 +376,24 @@ void KXManagedObjectContextPrivate::remove(Object *object)
             if (inverse->isToMany())
                 link(other.get(), *inverse, object->m_key, false);
             else if (other->values()->toOne(*inverse) == object->m_key)
+                assignToOne(other.get(), *inverse, 0);
+        }
+    }
+}
+
+void KXManagedObjectContextPrivate::letGo(Object *object)
+{
+    for (const KXPropertyDescription &property : object->m_entity->properties()) {
+        const KXPropertyDescription *inverse = property.isRelationship() ? property.inverse() : nullptr;
+        if (!inverse || !object->loadedValues())
+            continue;
+        for (const qint64 key : keysOf(object, property)) {
+            const KXRef<Object> other = this->object(*property.destinationEntity(), key);
+            if (!other || other->isDeleted() || !other->loadedValues())
+                continue;
+            if (inverse->isToMany() && isMember(other.get(), *inverse, object->m_key))
+                link(other.get(), *inverse, object->m_key, false);
+            else if (inverse->isToOne() && other->values()->toOne(*inverse) == object->m_key)
                 assignToOne(other.get(), *inverse, 0);
         }
     }
@@ -378,6 +420,8 @@ void KXManagedObjectContextPrivate::processPendingChanges()
     m_processingDue = true;
     if (m_processing)
         return;
+    // Whoever is told may let go of the last object of a child context.
+    const KXManagedObjectContext::Ref held = parent ? q->shared_from_this() : nullptr;
     struct Guard
     {
         bool &flag;
@@ -386,7 +430,7 @@ void KXManagedObjectContextPrivate::processPendingChanges()
     m_processing = true;
     while (std::exchange(m_processingDue, false)) {
         KXObjectsDidChange did;
-        for (const KXRef<Object> &object : std::exchange(m_announcements, {})) {
+        for (const KXContextHold &object : std::exchange(m_announcements, {})) {
             const quint32 flags = object->m_flags;
             const auto found = changes.find(object.get());
             if (flags & Object::DeletePending) {
@@ -401,9 +445,11 @@ void KXManagedObjectContextPrivate::processPendingChanges()
                     if (found->second.unannounced.test(size_t(property.index())))
                         keys.insert(property.name());
                 }
-                found->second.unannounced.reset();
                 did.updated.append(object);
             }
+            // Also of one that comes or goes: a key left here would keep later changes of it from being announced.
+            if (found != changes.end())
+                found->second.unannounced.reset();
         }
         if (!did.inserted.isEmpty() || !did.updated.isEmpty() || !did.deleted.isEmpty())
             KXNotificationCenter::defaultCenter().post(QString(KXManagedObjectContextObjectsDidChangeNotification), q, did);
@@ -414,31 +460,37 @@ void KXManagedObjectContextPrivate::rollback()
 {
     checkThread();
     recorder.forget();
-    for (const KXRef<Object> &object : std::exchange(inserted, {})) {
+    KXObjectsDidChange did; // takes back what was announced
+    for (const KXContextHold &object : std::exchange(inserted, {})) {
         if (!(object->m_flags & Object::Detached)) {
             objects.remove(object->m_key);
+            if (!(object->m_flags & Object::InsertPending))
+                did.deleted.append(object);
             object->detach(store->identity);
         }
     }
-    for (const KXRef<Object> &object : std::exchange(deleted, {})) {
+    for (const KXContextHold &object : std::exchange(deleted, {})) {
+        if (!(object->m_flags & (Object::DeletePending | Object::Detached))) // else nobody knows, or it was inserted, too
+            did.inserted.append(object);
         object->m_flags &= ~quint32(Object::Deleted | Object::DeletePending);
-        if (object->m_flags & Object::Detached)
-            continue; // it was inserted, too
     }
     for (auto &[object, change] : std::exchange(changes, {})) {
         if (object->m_flags & Object::Detached || !change.before)
             continue;
         object->m_flags &= ~quint32(Object::Updated);
+        did.refreshed.append(change.object);
+        QSet<QString> &keys = did.changedKeys[object];
         for (const KXPropertyDescription &property : object->m_entity->properties()) {
             if (!change.changed.test(size_t(property.index())))
                 continue;
+            keys.insert(property.name());
             object->willChangeValueForKey(property.name());
             if (property.isToMany()) {
-                KXToManyKeys &keys = object->values()->toMany(property);
-                if (keys.loaded)
-                    keys.members.subtract(keys.added).unite(keys.removed);
-                keys.added.clear();
-                keys.removed.clear();
+                KXToManyKeys &members = object->values()->toMany(property);
+                if (members.loaded)
+                    members.members.subtract(members.added).unite(members.removed);
+                members.added.clear();
+                members.removed.clear();
             } else {
                 object->values()->copy(*change.before, property);
             }
@@ -446,4 +498,6 @@ void KXManagedObjectContextPrivate::rollback()
         }
     }
     m_announcements.clear();
+    if (!did.inserted.isEmpty() || !did.refreshed.isEmpty() || !did.deleted.isEmpty())
+        KXNotificationCenter::defaultCenter().post(QString(KXManagedObjectContextObjectsDidChangeNotification), q, did);
 }

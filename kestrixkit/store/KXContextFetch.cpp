@@ -20,6 +20,8 @@ KXContextFetcher::KXContextFetcher(KXManagedObjectContextPrivate &context, const
     , m_sortOrder(request.sortDescriptors())
 {
     context.checkThread();
+    for (KXManagedObjectContextPrivate *each = &context; each; each = each->parent ? &each->parent->d() : nullptr)
+        m_lineage.push_back(each);
     if (!context.store)
         m_error = KXManagedObjectContextPrivate::notOpen();
 }
@@ -44,12 +46,14 @@ bool KXContextFetcher::compile()
 /// Objects of the entity's family with unsaved changes that can be seen through the key.
 void KXContextFetcher::addDirty(const KXEntityDescription *from, const QString &key, QSet<qint64> &dirty) const
 {
-    for (const auto &[object, change] : m_context.changes) {
-        if (object->entity()->root() != from->root() || !object->isUpdated())
-            continue;
-        const KXPropertyDescription *property = object->entity()->property(key);
-        if (property && change.changed.test(size_t(property->index())))
-            dirty.insert(object->m_key);
+    for (const KXManagedObjectContextPrivate *context : m_lineage) {
+        for (const auto &[object, change] : context->changes) {
+            if (object->entity()->root() != from->root() || !object->isUpdated())
+                continue;
+            const KXPropertyDescription *property = object->entity()->property(key);
+            if (property && change.changed.test(size_t(property->index())))
+                dirty.insert(object->m_key);
+        }
     }
 }
 
@@ -107,9 +111,11 @@ bool KXContextFetcher::followBack(const KXEntityDescription *from, const QString
     }
     QSet<qint64> reached;
     const auto addDeleted = [this, &reached](const KXEntityDescription *root) {
-        for (const KXRef<Object> &object : m_context.deleted) {
-            if (object->entity()->root() == root)
-                reached.insert(object->m_key);
+        for (const KXManagedObjectContextPrivate *context : m_lineage) {
+            for (const KXContextHold &object : context->deleted) {
+                if (object->entity()->root() == root)
+                    reached.insert(object->m_key);
+            }
         }
     };
     // A relationship without inverse does not become dirty when a member is deleted.
@@ -132,12 +138,17 @@ bool KXContextFetcher::followBack(const KXEntityDescription *from, const QString
 
 bool KXContextFetcher::findAffected()
 {
-    if (m_context.changes.empty() && m_context.inserted.empty() && m_context.deleted.empty())
+    const auto isClean = [](const KXManagedObjectContextPrivate *context) {
+        return context->changes.empty() && context->inserted.empty() && context->deleted.empty();
+    };
+    if (std::all_of(m_lineage.begin(), m_lineage.end(), isClean))
         return true;
-    for (const std::vector<KXRef<Object>> *list : { &m_context.inserted, &m_context.deleted }) {
-        for (const KXRef<Object> &object : *list) {
-            if (object->entity()->root() == m_entity.root())
-                m_affected.insert(object->m_key);
+    for (const KXManagedObjectContextPrivate *context : m_lineage) {
+        for (const auto *list : { &context->inserted, &context->deleted }) {
+            for (const KXContextHold &object : *list) {
+                if (object->entity()->root() == m_entity.root())
+                    m_affected.insert(object->m_key);
+            }
         }
     }
     QStringList paths = m_request.predicate().keyPaths();
@@ -225,9 +236,11 @@ bool KXContextFetcher::fetchInMemory(std::vector<qint64> &keys)
     std::vector<qint64> all;
     if (!query("SELECT t0.kx_id FROM " + m_entity.table() + " t0" + where(false), {}, all))
         return false;
-    for (const KXRef<Object> &object : m_context.inserted) {
-        if (object->isInserted() && object->entity()->isKindOf(&m_entity))
-            all.push_back(object->m_key);
+    for (const KXManagedObjectContextPrivate *context : m_lineage) {
+        for (const KXContextHold &object : context->inserted) {
+            if (object->isInserted() && object->entity()->isKindOf(&m_entity))
+                all.push_back(object->m_key);
+        }
     }
     std::vector<KXRef<Object>> objects;
     constexpr size_t batch = 1000;

@@ -5,9 +5,36 @@
 
 using Object = KXManagedObject;
 
+/// What is unsaved of links to an object that goes by somebody else's doing.
+void KXManagedObjectContextPrivate::dropUnsavedLinks(Object *object)
+{
+    for (const KXPropertyDescription &property : object->entity()->properties()) {
+        const KXPropertyDescription *inverse = property.isRelationship() ? property.inverse() : nullptr;
+        if (!inverse || !inverse->isToMany() || !object->m_values)
+            continue;
+        const KXToManyKeys *own = property.isToMany() ? object->values()->existingToMany(property) : nullptr;
+        const QSet<qint64> others = own ? own->added : property.isToOne() ? QSet<qint64> { object->values()->toOne(property) } : QSet<qint64>();
+        for (const qint64 key : others) {
+            Object *other = key ? registered(key) : nullptr;
+            KXToManyKeys *keys = other && other->m_values ? other->values()->existingToMany(*inverse) : nullptr;
+            if (!keys || !keys->added.remove(object->m_key))
+                continue;
+            keys->members.remove(object->m_key);
+            const auto change = changes.find(other);
+            if (change == changes.end())
+                continue; // inserted and not announced yet
+            if (change->second.unannounced.none())
+                m_announcements.push_back(change->second.object);
+            change->second.unannounced.set(size_t(inverse->index()));
+            scheduleProcessing();
+        }
+    }
+}
+
 /// The object's row is gone by somebody else's doing: it leaves the context, unsaved edits included.
 void KXManagedObjectContextPrivate::vanish(const KXRef<Object> &object)
 {
+    dropUnsavedLinks(object.get());
     changes.erase(object.get());
     std::erase(inserted, object);
     std::erase(deleted, object);
@@ -22,7 +49,7 @@ void KXManagedObjectContextPrivate::vanish(const KXRef<Object> &object)
 void KXManagedObjectContextPrivate::mergeChanges(const KXStoreChange &change)
 {
     checkThread();
-    if (!store || change.originatingContext() == q || change.store()->uuid != store->identity->uuid)
+    if (!store || parent || change.originatingContext() == q || change.store()->uuid != store->identity->uuid)
         return;
     // What was done here before is told before.
     processPendingChanges();

@@ -171,8 +171,11 @@ std::vector<KXContextRecorder::Entry> KXContextRecorder::revert(KXManagedObjectC
         }
     }
     for (Entry &entry : entries) {
-        if (!entry.existedBefore && entry.existsAfter)
-            context.markDeleted(entry.object);
+        if (entry.existedBefore || !entry.existsAfter || entry.object->managedObjectContext() != context.q || entry.object->isDeleted())
+            continue;
+        context.markDeleted(entry.object);
+        // Whoever came to refer to it by what was not recorded, such as a merge, lets go of it.
+        context.letGo(entry.object.get());
     }
 
     for (Entry &entry : entries) {

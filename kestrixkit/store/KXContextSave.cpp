@@ -1,65 +1,17 @@
 // Saving: one transaction that writes what changed, conflicts settled on the way, then the change feed.
 
+#include <kestrixkit/store/KXContextSave_p.h>
+
 #include <algorithm>
 #include <cmath>
-#include <set>
-#include <tuple>
 
 #include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/foundation/KXNotificationCenter.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
-#include <kestrixkit/store/KXManagedObjectContext_p.h>
 
 using namespace Qt::StringLiterals;
 
 using Object = KXManagedObject;
-
-/// One save under way. Nothing of the context changes before the transaction was committed.
-class KXContextSaver
-{
-public:
-    explicit KXContextSaver(KXManagedObjectContextPrivate &context) : m_context(context) { }
-
-    /// Whether there is anything to save.
-    bool collect();
-    KXError validate();
-    KXError write(KXSQLiteConnection &connection);
-    [[nodiscard]] std::vector<KXEntityChange> takeChanges() { return std::move(m_changes); }
-    /// Makes what was committed the state of the context.
-    void finish();
-
-private:
-    /// An updated object and what becomes of it.
-    struct Update
-    {
-        Object *object;
-        KXManagedObjectContextPrivate::Change *change;
-        qint64 version = 0; ///< of the row once it is written; 0: no column changes
-        bool vanished = false; ///< somebody deleted the row
-        KXRowValues::Owner stored; ///< the row as somebody else left it, where both had changed it
-        KXRowValues::Owner merged; ///< that with our changes
-    };
-
-    KXError validateObject(const Object &object);
-    KXError writeInserted(KXSQLiteConnection &connection);
-    KXError writeUpdated(KXSQLiteConnection &connection, Update &update);
-    KXError settleConflict(KXSQLiteConnection &connection, Update &update, std::vector<const KXPropertyDescription *> &columns);
-    KXError writeDeleted(KXSQLiteConnection &connection);
-    KXError writeJoins(KXSQLiteConnection &connection, Object &object);
-    void noteUpdate(const Update &update);
-    void noteVoid(const KXPropertyDescription &property, qint64 key, qint64 other);
-    KXEntityChange &changeOf(const KXEntityDescription *entity);
-
-    KXManagedObjectContextPrivate &m_context;
-    std::vector<Object *> m_inserted;
-    std::vector<Update> m_updated;
-    std::vector<Object *> m_deleted; // stored ones only
-    std::vector<KXEntityChange> m_changes;
-    /// Members of to-many relationships that came or went here, but not in the store: somebody else was first. Index of
-    /// the property, key of its object, key of the member; keys are unique among all entities.
-    std::set<std::tuple<int, qint64, qint64>> m_void;
-    QByteArray m_buffer; // for texts while they are bound
-};
 
 namespace {
 
@@ -82,7 +34,7 @@ bool liesBefore(const Object *a, const Object *b, qint64 keyOfA, qint64 keyOfB)
 
 bool KXContextSaver::collect()
 {
-    for (const KXRef<Object> &object : m_context.inserted) {
+    for (const KXContextHold &object : m_context.inserted) {
         if (object->isInserted())
             m_inserted.push_back(object.get());
     }
@@ -90,7 +42,7 @@ bool KXContextSaver::collect()
         if (object->isUpdated())
             m_updated.push_back({ object, &change });
     }
-    for (const KXRef<Object> &object : m_context.deleted) {
+    for (const KXContextHold &object : m_context.deleted) {
         if (object->isDeleted() && object->values()->version != 0)
             m_deleted.push_back(object.get());
     }
@@ -428,7 +380,7 @@ void KXContextSaver::finish()
     const auto deleted = std::exchange(m_context.deleted, {});
     m_context.changes.clear();
     m_context.inserted.clear();
-    for (const KXRef<Object> &object : deleted) {
+    for (const KXContextHold &object : deleted) {
         m_context.objects.remove(object->m_key);
         m_context.turnIntoFault(object.get());
         object->m_flags |= Object::Missing;
@@ -446,6 +398,12 @@ bool KXManagedObjectContextPrivate::save(KXError *error)
         return KXSetError(error, notOpen());
     if (KXError problem = saver.validate())
         return KXSetError(error, problem);
+    if (parent) {
+        saver.pass(parent->d());
+        saver.finish();
+        KXNotificationCenter::defaultCenter().post(QString(KXManagedObjectContextDidSaveNotification), q, std::shared_ptr<const KXStoreChange>());
+        return true;
+    }
     std::shared_ptr<const KXStoreChange> change;
     {
         const KXStoreConnections::Writer writer = store->connections.writer();

@@ -55,6 +55,11 @@ KXManagedObject::Factory KXManagedObject::registeredClass(const QString &classNa
 void KXManagedObject::destroyUnreferenced() const noexcept
 {
     auto *self = const_cast<KXManagedObject *>(this);
+    if (m_flags & Owned) {
+        if (!(m_flags & Detached))
+            m_context->d().released(); // which may end this object, too
+        return;
+    }
     endWeakHandles();
     if (!(m_flags & Detached) && m_context)
         m_context->d().forget(self);
@@ -63,7 +68,7 @@ void KXManagedObject::destroyUnreferenced() const noexcept
 
 void KXManagedObject::detach(std::shared_ptr<const KXStoreIdentity> store)
 {
-    m_flags = (m_flags & Missing) | Detached;
+    m_flags = (m_flags & (Missing | Owned)) | Detached;
     m_store = new StoreHolder(std::move(store));
 }
 

@@ -75,6 +75,9 @@ public:
     /// Whether its row turned out to be gone. Reads the row where that is not known yet.
     [[nodiscard]] bool isMissing() const;
 
+    /// Whether it was made by a child context: that keeps it, and is kept by those who hold it.
+    [[nodiscard]] bool belongsToContext() const { return m_flags & Owned; }
+
     /// Attributes in their public types, to-one relationships as KXRef<KXManagedObject>, to-many ones as
     /// QVariantList of such. Throws KXException for a key that the entity does not have.
     [[nodiscard]] QVariant valueForKey(const QString &key) const override;
@@ -142,6 +145,7 @@ private:
         Detached = 1 << 6, ///< in no context: see m_store
         DeletePending = 1 << 7, ///< to be named as deleted in the next objects-did-change
         Touched = 1 << 8, ///< asked for since the context last considered letting it go
+        Owned = 1 << 9, ///< made by a child context, which ends it
     };
 
     /// The value block, read from the store where it must be; nullptr where there is nothing to read.

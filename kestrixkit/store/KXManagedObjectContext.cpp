@@ -69,8 +69,8 @@ template<typename Take> int readRows(KXSQLiteConnection &connection, const QByte
 
 // Contexts
 
-KXManagedObjectContext::KXManagedObjectContext(KXPersistentStoreCoordinator::Ref coordinator)
-    : m_p(std::make_unique<KXManagedObjectContextPrivate>(this, std::move(coordinator)))
+KXManagedObjectContext::KXManagedObjectContext(KXPersistentStoreCoordinator::Ref coordinator, Ref parent)
+    : m_p(std::make_unique<KXManagedObjectContextPrivate>(this, std::move(coordinator), std::move(parent)))
 {
 }
 
@@ -120,7 +120,14 @@ const KXPersistentStoreCoordinator::Ref &KXManagedObjectContext::persistentStore
 bool KXManagedObjectContext::commitEditing() const { return KXApplication::commitEditing(this); }
 
 KXUndoManager *KXManagedObjectContext::undoManager() const { return m_p->recorder.manager().get(); }
-void KXManagedObjectContext::setUndoManager(std::shared_ptr<KXUndoManager> manager) { m_p->recorder.setManager(std::move(manager)); }
+
+void KXManagedObjectContext::setUndoManager(std::shared_ptr<KXUndoManager> manager)
+{
+    if (m_p->parent && manager)
+        KXLogError(store, "A child context records nothing for undo; its parent does, once the child is saved");
+    else
+        m_p->recorder.setManager(std::move(manager));
+}
 
 void KXManagedObjectContext::mergeChangesFromStoreChange(const std::shared_ptr<const KXStoreChange> &change)
 {
@@ -186,6 +193,7 @@ KXRef<KXManagedObject> KXManagedObjectContext::managedObjectForEntity(const QStr
     }
     KXRef<KXManagedObject> object = m_p->makeObject(entity, key);
     m_p->insertNew(object);
+    object->awakeFromInsert();
     return object;
 }
 
@@ -382,10 +390,12 @@ void KXManagedObjectContext::refreshObject(KXManagedObject *object)
 
 // The objects in memory
 
-KXManagedObjectContextPrivate::KXManagedObjectContextPrivate(KXManagedObjectContext *context, KXPersistentStoreCoordinator::Ref storeCoordinator)
+KXManagedObjectContextPrivate::KXManagedObjectContextPrivate(
+    KXManagedObjectContext *context, KXPersistentStoreCoordinator::Ref storeCoordinator, KXManagedObjectContext::Ref parentContext)
     : q(context)
     , coordinator(std::move(storeCoordinator))
     , store(coordinator->store() ? &coordinator->store()->d() : nullptr)
+    , parent(std::move(parentContext))
 {
     if (coordinator->model())
         m_factories.resize(size_t(coordinator->model()->entities().size()));
@@ -399,6 +409,11 @@ KXManagedObjectContextPrivate::~KXManagedObjectContextPrivate()
         checkThread();
     // Whoever still holds an object keeps what it has read; the rest goes with the references below.
     objects.forEach([this](KXManagedObject *object) { object->detach(store->identity); });
+    for (KXManagedObject *object : m_owned) {
+        object->m_flags &= ~quint32(KXManagedObject::Owned);
+        if (object->m_references == 0)
+            object->destroyUnreferenced();
+    }
 }
 
 void KXManagedObjectContextPrivate::checkThread() const
@@ -444,7 +459,10 @@ KXRef<KXManagedObject> KXManagedObjectContextPrivate::makeObject(const KXEntityD
     object->m_key = key;
     object->m_context = q;
     objects.insert(key, object.get());
-    if (entity.residence() == KXResidence::Resident)
+    if (parent) {
+        object->m_flags |= KXManagedObject::Owned;
+        m_owned.push_back(object.get());
+    } else if (entity.residence() == KXResidence::Resident)
         m_resident.push_back(object);
     return object;
 }
@@ -466,7 +484,6 @@ void KXManagedObjectContextPrivate::insertNew(const KXRef<KXManagedObject> &obje
     m_announcements.push_back(object);
     recorder.didInsert(object.get());
     scheduleProcessing();
-    object->awakeFromInsert();
 }
 
 KXRef<KXManagedObject> KXManagedObjectContextPrivate::makeTemporary(const KXEntityDescription &entity)
@@ -492,7 +509,7 @@ KXRef<KXManagedObject> KXManagedObjectContextPrivate::object(const KXEntityDescr
 
 void KXManagedObjectContextPrivate::touch(KXManagedObject *object)
 {
-    if (object->m_entity->residence() == KXResidence::Resident)
+    if (object->m_entity->residence() == KXResidence::Resident || parent)
         return;
     object->m_flags |= KXManagedObject::Touched;
     if (m_recent.size() < recentObjects) {
@@ -515,6 +532,8 @@ void KXManagedObjectContextPrivate::touch(KXManagedObject *object)
 
 void KXManagedObjectContextPrivate::setObserved(KXManagedObject *object, bool observed)
 {
+    if (parent)
+        return; // its objects stay anyway
     if (observed)
         m_observed.try_emplace(object, KXRef<KXManagedObject>(object));
     else
@@ -548,6 +567,10 @@ void KXManagedObjectContextPrivate::fill(const KXEntityDescription &entity, std:
     }
     if (wanted.empty() || !store)
         return;
+    if (parent) {
+        fillFromParent(entity, keys);
+        return;
+    }
     const auto earlier = [](const Wanted &a, const Wanted &b) { return a.key < b.key; };
     if (!std::is_sorted(wanted.begin(), wanted.end(), earlier))
         std::sort(wanted.begin(), wanted.end(), earlier);

@@ -32,7 +32,7 @@ struct KXObjectsDidChange
     QList<KXRef<KXManagedObject>> inserted;
     QList<KXRef<KXManagedObject>> updated;
     QList<KXRef<KXManagedObject>> deleted;
-    QList<KXRef<KXManagedObject>> refreshed; ///< by a merge: they took over what another context saved
+    QList<KXRef<KXManagedObject>> refreshed; ///< by a merge: they took over what another context saved; by a rollback
     QList<qint64> insertedKeys; ///< by a merge: rows that another context inserted, as keys alone
     /// Of each updated or refreshed object the keys that changed.
     QHash<const KXManagedObject *, QSet<QString>> changedKeys;
@@ -68,6 +68,15 @@ public:
     /// A context of the main thread on a store of its own; nullptr and an error where the store cannot be opened.
     [[nodiscard]] static Ref contextWithStoreURL(const QUrl &url, const QList<const KXBundle *> &mergedModelFromBundles = {},
         const QString &configuration = {}, KXError *error = nullptr);
+
+    /// A child context, for edits that may be thrown away: it sees what the parent sees, unsaved changes included, and its
+    /// save makes its changes unsaved changes of the parent. It never writes to the store. An object keeps the values that
+    /// it read until it is refreshed; a save goes over what the parent changed meanwhile. It has no undo manager and merges
+    /// nothing. Whoever holds one of its objects keeps it, and its edits; it keeps its parent. Used on the parent's thread;
+    /// nullptr without parent.
+    [[nodiscard]] static Ref contextWithParentContext(const Ref &parentContext);
+    /// nullptr for a context that saves into a store.
+    [[nodiscard]] const Ref &parentContext() const;
 
     [[nodiscard]] const KXPersistentStoreCoordinator::Ref &persistentStoreCoordinator() const;
 
@@ -105,7 +114,8 @@ public:
     [[nodiscard]] QList<KXRef<KXManagedObject>> insertedObjects() const;
     [[nodiscard]] QList<KXRef<KXManagedObject>> updatedObjects() const;
     [[nodiscard]] QList<KXRef<KXManagedObject>> deletedObjects() const;
-    /// Forgets all unsaved changes: inserted objects leave, the others take their stored values again.
+    /// Forgets all unsaved changes: inserted objects leave, the others take their stored values again. Announced at once:
+    /// as deleted and inserted what the last announcements named the other way round, as refreshed the rest.
     void rollback();
     /// Posts objects-did-change for what changed since the last time. A call while it is being posted marks it due.
     void processPendingChanges();
@@ -165,6 +175,6 @@ public:
     [[nodiscard]] KXManagedObjectContextPrivate &d() const { return *m_p; }
 
 private:
-    explicit KXManagedObjectContext(KXPersistentStoreCoordinator::Ref coordinator);
+    explicit KXManagedObjectContext(KXPersistentStoreCoordinator::Ref coordinator, Ref parent = nullptr);
     std::unique_ptr<KXManagedObjectContextPrivate> m_p;
 };

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include <kestrixkit/foundation/KXMainQueue.h>
+#include <kestrixkit/store/KXContextHold_p.h>
 #include <kestrixkit/store/KXContextRecorder_p.h>
 #include <kestrixkit/store/KXIdentityMap_p.h>
 #include <kestrixkit/store/KXManagedObjectContext.h>
@@ -18,7 +19,7 @@
 class KXManagedObjectContextPrivate
 {
 public:
-    KXManagedObjectContextPrivate(KXManagedObjectContext *context, KXPersistentStoreCoordinator::Ref storeCoordinator);
+    KXManagedObjectContextPrivate(KXManagedObjectContext *context, KXPersistentStoreCoordinator::Ref storeCoordinator, KXManagedObjectContext::Ref parentContext);
     ~KXManagedObjectContextPrivate();
 
     /// The calling thread must be the context's (in checking builds).
@@ -52,7 +53,7 @@ public:
 
     struct Change
     {
-        KXRef<KXManagedObject> object;
+        KXContextHold object;
         KXRowValues::Owner before; ///< the stored values; none for an inserted object
         KXPropertySet changed; ///< since the last save
         KXPropertySet unannounced; ///< since the last objects-did-change
@@ -67,6 +68,8 @@ public:
     [[nodiscard]] bool isMember(KXManagedObject *object, const KXPropertyDescription &property, qint64 key);
     [[nodiscard]] KXRef<KXManagedObject> toOne(const KXManagedObject *object, const KXPropertyDescription &property);
     [[nodiscard]] QList<KXRef<KXManagedObject>> toMany(KXManagedObject *object, const KXPropertyDescription &property);
+    /// Keys of the rows at the other end of a relationship, sorted; none of a missing object.
+    [[nodiscard]] std::vector<qint64> keysOf(KXManagedObject *object, const KXPropertyDescription &property);
     void remove(KXManagedObject *object);
     void scheduleProcessing();
     void processPendingChanges();
@@ -78,6 +81,22 @@ public:
     void markDeleted(const KXRef<KXManagedObject> &object);
     /// Brings an object back whose deletion is pending or was saved: the same instance under the same identifier.
     void revive(const KXRef<KXManagedObject> &object, const KXRowValues &values, const std::map<int, QSet<qint64>> &members);
+
+    /// What the deletion of an object does to others.
+    void followDeleteRules(KXManagedObject *object);
+    /// Those at the other ends that still refer to a deleted object do so no more.
+    void letGo(KXManagedObject *object);
+
+    // Child contexts: KXContextChild.cpp.
+
+    /// Of a child context: makes the objects of the keys what they are in its parent.
+    void fillFromParent(const KXEntityDescription &entity, std::span<const qint64> keys);
+    /// The parent's object; empty where it has none or has deleted it.
+    [[nodiscard]] KXRef<KXManagedObject> inParent(const KXManagedObject *object);
+    /// Nobody holds the object of a child context any more.
+    void released();
+    /// What the last shared_ptr on a child context does: ends it, or leaves it to those who hold its objects.
+    static void abandon(KXManagedObjectContext *context);
 
     // Merging: KXContextMerge.cpp.
 
@@ -95,17 +114,20 @@ public:
     KXManagedObjectContext *const q;
     const KXPersistentStoreCoordinator::Ref coordinator;
     KXPersistentStorePrivate *const store; ///< nullptr where the coordinator has none
+    const KXManagedObjectContext::Ref parent; ///< of a child context
     const std::thread::id thread = std::this_thread::get_id();
     const bool isOfMainThread = KXMainQueue::isMainThread();
 
     KXIdentityMap<KXManagedObject> objects;
-    std::vector<KXRef<KXManagedObject>> inserted; ///< in order; those since deleted are no longer flagged so
-    std::vector<KXRef<KXManagedObject>> deleted;
+    std::vector<KXContextHold> inserted; ///< in order; those since deleted are no longer flagged so
+    std::vector<KXContextHold> deleted;
     std::unordered_map<KXManagedObject *, Change> changes; ///< of stored objects, and of inserted ones once announced
 
     KXContextRecorder recorder { *this };
 
 private:
+    [[nodiscard]] bool isHeld();
+    void dropUnsavedLinks(KXManagedObject *object);
     void vanish(const KXRef<KXManagedObject> &object);
     void assignToOne(KXManagedObject *object, const KXPropertyDescription &property, qint64 key);
     [[nodiscard]] bool mayConnect(KXManagedObject *object, const KXPropertyDescription &property, KXManagedObject *other) const;
@@ -118,7 +140,10 @@ private:
     std::unordered_map<KXManagedObject *, KXRef<KXManagedObject>> m_observed;
     std::vector<KXRef<KXManagedObject>> m_recent; // a ring
     size_t m_recentNext = 0;
-    std::vector<KXRef<KXManagedObject>> m_announcements; // whatever changed since the last objects-did-change, in order
+    std::vector<KXContextHold> m_announcements; // whatever changed since the last objects-did-change, in order
+    std::vector<KXManagedObject *> m_owned; // of a child context: all that it ever made
+    size_t m_holder = 0; // place of one of them that somebody held when it was last looked for
+    KXManagedObjectContext::Ref m_self; // of a child context that only its objects' holders keep
     bool m_processing = false;
     bool m_processingDue = false;
     bool m_processingScheduled = false;

@@ -35,6 +35,16 @@ public:
 
     /// "x-kestrix-store://<store uuid>/<Entity>/p<key>"; empty where the identifier names nothing.
     [[nodiscard]] QUrl URIRepresentation() const;
+    /// The identifier that a URI names, in whatever store is open in the process; where one is open more than once, in the
+    /// one opened last. A URI of a store that is not open gives an identifier that equals others of its kind and no
+    /// object. Null for everything else.
+    [[nodiscard]] static KXManagedObjectID identifierForURIRepresentation(const QUrl &uri);
+    /// Null where the URI is not of that store or names no entity of its model.
+    [[nodiscard]] static KXManagedObjectID identifierForURIRepresentation(const QUrl &uri, const std::shared_ptr<const KXStoreIdentity> &inStore);
+    /// For a store that opens: its identifiers are found by URI from now on, as long as somebody holds the identity.
+    static void registerStore(const std::shared_ptr<const KXStoreIdentity> &store);
+    /// For a store that opens or is only named.
+    [[nodiscard]] static quint64 nextStoreSerial();
 
     friend bool operator==(const KXManagedObjectID &a, const KXManagedObjectID &b)
     {

@@ -35,19 +35,19 @@ public:
     /// Makes objects of the entity instances of this class from now on. Any number of times; before the first fetch.
     static void registerEntity()
     {
-        KXManagedObject::registerClass(name(), []() -> KXManagedObject * { return new Class; });
+        KXManagedObject::registerClass(ownEntityName(), []() -> KXManagedObject * { return new Class; });
     }
 
     /// A new object in the context; empty, with a log line, where the store gives no identifier.
     [[nodiscard]] static KXRef<Class> createInContext(KXManagedObjectContext &context, KXError *error = nullptr)
     {
-        return cast(context.managedObjectForEntity(name(), error));
+        return cast(context.managedObjectForEntity(ownEntityName(), error));
     }
 
     /// An object that is in no context: never saved, gone with its last owner.
     [[nodiscard]] static KXRef<Class> createTemporaryInstanceInContext(KXManagedObjectContext &context)
     {
-        return cast(context.temporaryInstanceOfEntity(name()));
+        return cast(context.temporaryInstanceOfEntity(ownEntityName()));
     }
 
     /// Whether there are objects with that value of "identifier". Keeps the low eight bits of their number only, so
@@ -57,30 +57,30 @@ public:
         return quint8(countOfUsingPredicate(identifierPredicate(identifier), inContext)) != 0;
     }
 
-    [[nodiscard]] static KXFetchedList findAllInContext(KXManagedObjectContext &context) { return context.fetchAllForEntity(name()); }
+    [[nodiscard]] static KXFetchedList findAllInContext(KXManagedObjectContext &context) { return context.fetchAllForEntity(ownEntityName()); }
     [[nodiscard]] static KXRef<Class> findWithIdentifier(const QVariant &identifier, KXManagedObjectContext &inContext)
     {
         return findFirstUsingPredicate(identifierPredicate(identifier), inContext);
     }
     [[nodiscard]] static KXFetchedList findUsingPredicate(const KXPredicate &predicate, KXManagedObjectContext &inContext)
     {
-        return inContext.fetchForEntity(name(), predicate);
+        return inContext.fetchForEntity(ownEntityName(), predicate);
     }
     [[nodiscard]] static KXRef<Class> findFirstUsingPredicate(const KXPredicate &predicate, KXManagedObjectContext &inContext)
     {
-        return cast(inContext.fetchFirstForEntity(name(), predicate));
+        return cast(inContext.fetchFirstForEntity(ownEntityName(), predicate));
     }
-    [[nodiscard]] static qint64 countOfInContext(KXManagedObjectContext &context) { return context.countForEntity(name()); }
+    [[nodiscard]] static qint64 countOfInContext(KXManagedObjectContext &context) { return context.countForEntity(ownEntityName()); }
     [[nodiscard]] static qint64 countOfUsingPredicate(const KXPredicate &predicate, KXManagedObjectContext &inContext)
     {
-        return inContext.countForEntity(name(), predicate);
+        return inContext.countForEntity(ownEntityName(), predicate);
     }
 
     /// The object as this class; empty where it is of another one.
     [[nodiscard]] static KXRef<Class> cast(const KXRef<KXManagedObject> &object) { return KXRef<Class>(dynamic_cast<Class *>(object.get())); }
 
 private:
-    [[nodiscard]] static const QString &name()
+    [[nodiscard]] static const QString &ownEntityName()
     {
         static const QString text(Class::entityName);
         return text;

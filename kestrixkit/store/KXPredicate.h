@@ -11,6 +11,7 @@
 class KXError;
 class KXObservable;
 class KXPredicateData;
+class QJsonObject;
 
 enum class KXPredicateType : quint8 { And, Or, Not, Comparison, True, False };
 
@@ -124,8 +125,16 @@ public:
 
     /// Text that predicateWithText reads back as an equal tree; empty when absent. Key paths that are no plain
     /// names stand in backquotes, values without a literal of their own as DATE("…"), DECIMAL("…"), URL("…"),
-    /// UUID("…"), DATA("base64"), DOUBLE("nan"). Objects print as OBJECT("URI"), which does not read back.
+    /// UUID("…"), DATA("base64"), DOUBLE("nan"), objects as OBJECT("URI").
     [[nodiscard]] QString predicateFormat() const;
+
+    /// The tree as JSON, for programs to make and take apart; an empty object when absent. predicateWithJSON reads it
+    /// back as an equal tree. docs/formats/predicate-json.md describes it.
+    [[nodiscard]] QJsonObject toJSON() const;
+    /// Absent for an empty object; absent and an error (code JSONError) that names the place for anything that is no
+    /// predicate.
+    [[nodiscard]] static KXPredicate predicateWithJSON(const QJsonObject &json, KXError *error = nullptr);
+    static constexpr int JSONError = 1561;
 
     /// The predicate with the variables replaced. Throws KXException for a variable that is not among them.
     [[nodiscard]] KXPredicate predicateWithSubstitutionVariables(const QVariantMap &variables) const;

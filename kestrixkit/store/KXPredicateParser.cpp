@@ -10,6 +10,7 @@
 #include <kestrixkit/foundation/KXDecimal.h>
 #include <kestrixkit/foundation/KXException.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
+#include <kestrixkit/store/KXManagedObjectID.h>
 
 using namespace Qt::StringLiterals;
 
@@ -273,7 +274,6 @@ KXExpression KXPredicateParser::readCall(const QString &name)
     return KXExpression::expressionForConstantValue(value);
 }
 
-/// Invalid for an unknown name and for an argument that is no such value.
 QVariant KXPredicateParser::valueFromCall(const QString &name, const QVariant &argument)
 {
     const QString text = argument.toString();
@@ -302,6 +302,10 @@ QVariant KXPredicateParser::valueFromCall(const QString &name, const QVariant &a
     if (name == "UUID"_L1) {
         const QUuid uuid = QUuid::fromString(text);
         return uuid.isNull() && !text.startsWith("00000000-"_L1) ? QVariant() : QVariant(uuid);
+    }
+    if (name == "OBJECT"_L1) {
+        const auto id = KXManagedObjectID::identifierForURIRepresentation(QUrl(text));
+        return id ? QVariant::fromValue(id) : QVariant();
     }
     if (name != "DATA"_L1 && name != "CBOR"_L1)
         return {};

@@ -25,6 +25,9 @@ public:
     [[nodiscard]] static bool isPlainKeyPath(QStringView keyPath);
     /// Whether a variable's name does.
     [[nodiscard]] static bool isPlainName(QStringView name);
+    /// The constant that a call such as DATE("2024-…") stands for. Invalid for an unknown name and for an argument that
+    /// is no such value.
+    [[nodiscard]] static QVariant valueFromCall(const QString &name, const QVariant &argument);
 
 private:
     enum class Token : quint8 { End, Word, KeyPath, Variable, Value, Symbol };
@@ -73,7 +76,6 @@ private:
     KXExpression readExpression();
     KXExpression readList(QLatin1StringView closing);
     KXExpression readCall(const QString &name);
-    [[nodiscard]] static QVariant valueFromCall(const QString &name, const QVariant &argument);
 
     const QString m_text;
     const QVariantList *m_arguments;

@@ -14,9 +14,7 @@
 
 using namespace Qt::StringLiterals;
 
-namespace {
-
-QLatin1StringView printerOperator(KXPredicateOperator comparisonOperator)
+QLatin1StringView KXPredicatePrinter::operatorName(KXPredicateOperator comparisonOperator)
 {
     switch (comparisonOperator) {
     case KXPredicateOperator::LessThan:
@@ -48,6 +46,8 @@ QLatin1StringView printerOperator(KXPredicateOperator comparisonOperator)
     }
     return {};
 }
+
+namespace {
 
 /// The shortest text that reads back as the number, with a mark that it is no integer.
 QString printerNumber(double number)
@@ -122,7 +122,7 @@ void KXPredicatePrinter::printComparison(const KXPredicate &predicate)
         m_text += "MODIFIER("_L1 + QString::number(int(predicate.modifier())) + ") "_L1;
     }
     print(predicate.leftExpression());
-    const QLatin1StringView name = printerOperator(predicate.comparisonOperator());
+    const QLatin1StringView name = operatorName(predicate.comparisonOperator());
     m_text += u' ';
     if (name.isEmpty())
         m_text += "OPERATOR("_L1 + QString::number(int(predicate.comparisonOperator())) + ")"_L1;
@@ -186,49 +186,70 @@ void KXPredicatePrinter::print(const KXExpression &expression)
     }
 }
 
-void KXPredicatePrinter::printConstant(const QVariant &value)
+std::optional<KXConstantCall> KXPredicatePrinter::callForConstant(const QVariant &value)
 {
-    const auto call = [this](QLatin1StringView name, const QString &text) {
-        m_text += name;
-        m_text += u'(';
-        printQuoted(text);
-        m_text += u')';
-    };
     switch (value.typeId()) {
     case QMetaType::UnknownType:
-        m_text += "nil"_L1;
+    case QMetaType::Bool:
+    case QMetaType::LongLong:
+    case QMetaType::QString:
+    case QMetaType::QVariantList:
+        return {};
+    case QMetaType::Double: {
+        const double number = value.toDouble();
+        if (std::isfinite(number))
+            return {};
+        return KXConstantCall { "DOUBLE"_L1, std::isnan(number) ? u"nan"_s : number > 0 ? u"inf"_s : u"-inf"_s };
+    }
+    case QMetaType::QDateTime: {
+        const QDateTime date = value.toDateTime();
+        const int year = date.date().year();
+        if (year >= 1 && year <= 9999)
+            return KXConstantCall { "DATE"_L1, date.toString(Qt::ISODateWithMs) };
+        // beyond what ISO texts can say: milliseconds since 1970
+        return KXConstantCall { "DATE"_L1, date.toMSecsSinceEpoch() };
+    }
+    case QMetaType::QUrl:
+        return KXConstantCall { "URL"_L1, KXValueConversion::textFromUrl(value.toUrl()) };
+    case QMetaType::QUuid:
+        return KXConstantCall { "UUID"_L1, value.toUuid().toString(QUuid::WithoutBraces) };
+    case QMetaType::QByteArray:
+        return KXConstantCall { "DATA"_L1, QString::fromLatin1(value.toByteArray().toBase64()) };
+    default:
+        break;
+    }
+    const KXPredicateValue comparable(value);
+    if (comparable.kind() == KXPredicateValue::Decimal)
+        return KXConstantCall { "DECIMAL"_L1, comparable.decimal().toString() };
+    if (comparable.kind() == KXPredicateValue::Object)
+        return KXConstantCall { "OBJECT"_L1, value.value<KXManagedObjectID>().URIRepresentation().toString() };
+    return KXConstantCall { "CBOR"_L1, QString::fromLatin1(QCborValue::fromVariant(value).toCbor().toBase64()) };
+}
+
+void KXPredicatePrinter::printConstant(const QVariant &value)
+{
+    if (const auto call = callForConstant(value)) {
+        m_text += call->name;
+        m_text += u'(';
+        if (call->argument.typeId() == QMetaType::QString)
+            printQuoted(call->argument.toString());
+        else
+            m_text += call->argument.toString();
+        m_text += u')';
         return;
+    }
+    switch (value.typeId()) {
     case QMetaType::Bool:
         m_text += value.toBool() ? "TRUE"_L1 : "FALSE"_L1;
         return;
     case QMetaType::LongLong:
         m_text += QString::number(value.toLongLong());
         return;
-    case QMetaType::Double: {
-        const double number = value.toDouble();
-        if (std::isfinite(number))
-            m_text += printerNumber(number);
-        else
-            call("DOUBLE"_L1, std::isnan(number) ? u"nan"_s : number > 0 ? u"inf"_s : u"-inf"_s);
+    case QMetaType::Double:
+        m_text += printerNumber(value.toDouble());
         return;
-    }
     case QMetaType::QString:
         return printQuoted(value.toString());
-    case QMetaType::QDateTime: {
-        const QDateTime date = value.toDateTime();
-        const int year = date.date().year();
-        if (year >= 1 && year <= 9999)
-            call("DATE"_L1, date.toString(Qt::ISODateWithMs));
-        else // beyond what ISO texts can say: milliseconds since 1970
-            m_text += "DATE("_L1 + QString::number(date.toMSecsSinceEpoch()) + ")"_L1;
-        return;
-    }
-    case QMetaType::QUrl:
-        return call("URL"_L1, KXValueConversion::textFromUrl(value.toUrl()));
-    case QMetaType::QUuid:
-        return call("UUID"_L1, value.toUuid().toString(QUuid::WithoutBraces));
-    case QMetaType::QByteArray:
-        return call("DATA"_L1, QString::fromLatin1(value.toByteArray().toBase64()));
     case QMetaType::QVariantList: {
         const QVariantList list = value.toList();
         m_text += u'{';
@@ -241,15 +262,9 @@ void KXPredicatePrinter::printConstant(const QVariant &value)
         return;
     }
     default:
-        break;
+        m_text += "nil"_L1;
+        return;
     }
-    const KXPredicateValue comparable(value);
-    if (comparable.kind() == KXPredicateValue::Decimal)
-        call("DECIMAL"_L1, comparable.decimal().toString());
-    else if (comparable.kind() == KXPredicateValue::Object)
-        call("OBJECT"_L1, value.value<KXManagedObjectID>().URIRepresentation().toString());
-    else
-        call("CBOR"_L1, QString::fromLatin1(QCborValue::fromVariant(value).toCbor().toBase64()));
 }
 
 void KXPredicatePrinter::printQuoted(const QString &text, QChar quote)

@@ -77,6 +77,10 @@ TEST(Context, everyKindOfValueSurvivesSavingAndReopening)
     EXPECT_EQ(track->scratch(), std::nullopt);
     EXPECT_EQ(track->objectID().URIRepresentation(), uri);
     EXPECT_EQ(library.context->objectWithID(track->objectID()), track);
+    // A predicate that names an object means the same after having been text.
+    const auto named = KXPredicate::predicateWithText(KXPredicate::predicateWithFormat("SELF == %@", track).predicateFormat());
+    EXPECT_TRUE(named.evaluateWithObject(track.get()));
+    EXPECT_EQ(library.context->countForEntity(u"Track"_s, named), 1);
 }
 
 TEST(Context, refusesValuesThatDoNotFitAndKeysThatDoNotExist)

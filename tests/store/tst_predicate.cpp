@@ -3,6 +3,8 @@
 #include <limits>
 
 #include <QDateTime>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QUrl>
 #include <QUuid>
 #include <gtest/gtest.h>
@@ -11,6 +13,7 @@
 #include <kestrixkit/foundation/KXError.h>
 #include <kestrixkit/foundation/KXException.h>
 #include <kestrixkit/foundation/KXObservable.h>
+#include <kestrixkit/store/KXManagedObjectID.h>
 #include <kestrixkit/store/KXPredicate.h>
 
 #include "support/KXTestRandom.h"
@@ -131,7 +134,9 @@ private:
         case 4:
             return QByteArray("\0\xff\n\"", m_random.below(5));
         case 5:
-            return QVariantMap { { u"a"_s, 1 } };
+            return m_random.chance(0.5) ? QVariant(QVariantMap { { u"a"_s, 1 } })
+                                        : QVariant::fromValue(KXManagedObjectID::identifierForURIRepresentation(
+                                            QUrl(u"x-kestrix-store://a-store/Track/p%1"_s.arg(m_random.between(1, 9)))));
         case 6:
             return text();
         default:
@@ -250,7 +255,47 @@ TEST(Predicate, printsWhatItReadsBack)
                               << back.predicateFormat().toStdString();
         ASSERT_EQ(qHash(back), qHash(tree));
         ASSERT_EQ(back.countOfComparisons(), tree.countOfComparisons());
+
+        const QByteArray json = QJsonDocument(tree.toJSON()).toJson(QJsonDocument::Compact);
+        const KXPredicate fromJSON = KXPredicate::predicateWithJSON(QJsonDocument::fromJson(json).object(), &error);
+        ASSERT_EQ(fromJSON, tree) << json.toStdString() << "\n" << error.localizedDescription().toStdString();
     }
+}
+
+TEST(Predicate, saysWhereJSONIsWrong)
+{
+    const struct
+    {
+        const char *json;
+        QString place;
+    } rows[] = {
+        { R"({"and": [{"always": true}, {"or": {"always": true}}]})", u"/and/1/or of"_s },
+        { R"({"not": {"always": 1}})", u"/not/always of"_s },
+        { R"({"not": {}})", u"/not of"_s },
+        { R"({"and": [], "or": []})", u"/ of"_s },
+        { R"({"left": 1, "operator": "~", "right": 2})", u"\"operator\""_s },
+        { R"({"left": 1, "operator": 4.5, "right": 2})", u"\"operator\""_s },
+        { R"({"left": 1, "operator": "<", "right": 2, "modifier": "some"})", u"\"modifier\""_s },
+        { R"({"left": 1, "operator": "<", "right": 2, "options": "c"})", u"\"options\""_s },
+        { R"({"left": 1, "operator": "<"})", u"\"right\""_s },
+        { R"({"left": {"keyPath": 5}, "operator": "<", "right": 2})", u"/left of"_s },
+        { R"({"left": {"self": true}, "operator": "in", "right": {"list": [1, {"date": "Sunday"}]}})", u"/right/list/1 of"_s },
+        { R"({"left": 1, "operator": "in", "right": [1, {"object": "file:///a"}]})", u"/right/1 of"_s },
+        { R"({"left": {"valueForKeyPath": "a", "of": {}}, "operator": "<", "right": 2})", u"/left/of of"_s },
+    };
+    for (const auto &row : rows) {
+        KXError error;
+        EXPECT_FALSE(KXPredicate::predicateWithJSON(QJsonDocument::fromJson(row.json).object(), &error)) << row.json;
+        EXPECT_TRUE(error.localizedDescription().contains(row.place)) << row.json << ": " << error.localizedDescription().toStdString();
+    }
+    // What somebody writes by hand.
+    const QByteArray byHand = R"({"left": {"keyPath": "bpm"}, "operator": "BETWEEN", "right": [120, 128.5]})";
+    EXPECT_EQ(KXPredicate::predicateWithJSON(QJsonDocument::fromJson(byHand).object()), parsed(u"bpm BETWEEN {120, 128.5}"_s));
+
+    QJsonObject deep { { u"always"_s, true } };
+    for (int i = 0; i < 3 * KXPredicate::MaximumDepth; ++i)
+        deep = { { u"not"_s, deep } };
+    EXPECT_FALSE(KXPredicate::predicateWithJSON(deep));
 }
 
 TEST(Predicate, survivesAnyText)
@@ -290,6 +335,7 @@ TEST(Predicate, limitsDepthAndNotLength)
         deep = i % 3 ? KXPredicate::notPredicate(deep)
                      : KXPredicate::orPredicate({ KXPredicate::falsePredicate(), deep });
     EXPECT_EQ(parsed(deep.predicateFormat()), deep);
+    EXPECT_EQ(KXPredicate::predicateWithJSON(QJsonDocument::fromJson(QJsonDocument(deep.toJSON()).toJson()).object()), deep);
     EXPECT_EQ(deep.evaluateWithObject(nullptr), deep.predicateFormat().count(u"NOT"_s) % 2 == 0);
     EXPECT_THROW(KXPredicate::notPredicate(deep), KXException);
 

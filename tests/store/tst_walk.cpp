@@ -435,10 +435,10 @@ private:
         bool denied = false;
         const Rows rows = view();
         for (const auto &[key, pending] : side->pending) {
-            if (pending.now || pending.last->entity->name() != "Tag"_L1)
-                continue;
+            if (pending.now || !pending.base || pending.last->entity->name() != "Tag"_L1)
+                continue; // one that was never stored may always go
             for (const Key member : pending.last->links.value(u"members"_s)) {
-                if (isContested(member))
+                if (isContested(member) || isContested(key))
                     return; // whether it counts depends on what was read when
                 denied = denied || rows.contains(member);
             }

@@ -10,6 +10,7 @@
 
 #include "AudioCommands.h"
 #include "Command.h"
+#include "StoreCommands.h"
 
 using namespace Qt::StringLiterals;
 
@@ -17,7 +18,7 @@ namespace {
 
 const QList<Command> &commands()
 {
-    static const QList<Command> all { audioCommand() };
+    static const QList<Command> all = storeCommands() << audioCommand();
     return all;
 }
 

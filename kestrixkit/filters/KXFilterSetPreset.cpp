@@ -1,0 +1,113 @@
+#include <kestrixkit/filters/KXFilterSetPreset.h>
+
+#include <kestrixkit/filters/KXFilterImages_p.h>
+#include <kestrixkit/filters/KXFilterSet.h>
+#include <kestrixkit/foundation/KXMainQueue.h>
+#include <kestrixkit/theme/KXThemeStyleNames.h>
+
+using namespace Qt::StringLiterals;
+
+KXRef<KXFilterSet> KXFilterSetPreset::filterSet() const
+{
+    KXManagedObjectContext *context = managedObjectContext();
+    if (m_filterSet || !context)
+        return m_filterSet;
+    const KXManagedObjectID id
+        = context->persistentStoreCoordinator()->managedObjectIDForURIRepresentation(filterSetURI());
+    const KXRef<KXFilterSet> set = id ? KXFilterSet::cast(context->objectWithID(id)) : KXRef<KXFilterSet>();
+    hold(set);
+    return set;
+}
+
+void KXFilterSetPreset::hold(const KXRef<KXFilterSet> &set) const
+{
+    // Objects of a child context last as long as it does, and a handle among them would keep it for ever.
+    m_filterSet = set && set->belongsToContext() ? KXRef<KXFilterSet>() : set;
+}
+
+void KXFilterSetPreset::setFilterSet(const KXRef<KXFilterSet> &set)
+{
+    setValueForKey(u"filterSetURI"_s, set ? QVariant(set->objectID().URIRepresentation()) : QVariant());
+    hold(set);
+}
+
+std::optional<KXCounts> KXFilterSetPreset::counts() const
+{
+    if (!isFolder())
+        return m_counts;
+    KXCounts sums;
+    QList<const KXFilterSetPreset *> visited;
+    addCountsTo(sums, visited);
+    return sums;
+}
+
+void KXFilterSetPreset::addCountsTo(KXCounts &sums, QList<const KXFilterSetPreset *> &visited) const
+{
+    if (!isFolder()) {
+        for (auto entry = m_counts ? m_counts->cbegin() : KXCounts::const_iterator();
+             m_counts && entry != m_counts->cend(); ++entry)
+            sums[entry.key()] += entry.value();
+        return;
+    }
+    if (visited.contains(this))
+        return; // a damaged tree that leads back
+    visited.append(this);
+    for (const KXRef<KXFilterSetPreset> &child : children())
+        child->addCountsTo(sums, visited);
+}
+
+void KXFilterSetPreset::setCount(qint64 count, const QString &forContextIdentifier)
+{
+    KX_CHECK(KXMainQueue::isMainThread(), "The count of a preset was set outside the main thread");
+    willChangeValueForKey(u"counts");
+    if (!m_counts)
+        m_counts.emplace();
+    m_counts->insert(forContextIdentifier, count);
+    didChangeValueForKey(u"counts");
+    if (const KXRef<KXFilterSetPreset> folder = parent()) {
+        folder->willChangeValueForKey(u"counts");
+        folder->didChangeValueForKey(u"counts");
+    }
+}
+
+KXRef<KXFilterSetPreset> KXFilterSetPreset::duplicateInContext(KXManagedObjectContext &context) const
+{
+    const KXRef<KXFilterSetPreset> copy = cast(context.managedObjectForEntity(entity()->name()));
+    if (!copy)
+        return {};
+    copy->setIsFolder(isFolder());
+    copy->setTitle(title());
+    copy->m_counts = counts();
+    const KXRef<KXFilterSet> set = filterSet();
+    if (set && !set->isMissing()) {
+        const KXRef<KXFilterSet> copiedSet = set->duplicateInContext(context);
+        if (copiedSet && context.obtainPermanentIDsForObjects({ copiedSet }))
+            copy->setFilterSet(copiedSet);
+    }
+    return copy;
+}
+
+void KXFilterSetPreset::prepareForDeletion()
+{
+    KXFilterTreeObject::prepareForDeletion();
+    if (const KXRef<KXFilterSet> set = filterSet(); set && managedObjectContext())
+        managedObjectContext()->removeManagedObject(set);
+}
+
+QIcon KXFilterSetPreset::image() const
+{
+    return KXThemeImage(isFolder() ? KXFilterPresetFolderIcon : KXFilterPresetIcon);
+}
+
+QVariant KXFilterSetPreset::valueForKey(const QString &key) const
+{
+    if (key == "counts"_L1)
+        return KXVariantFromCounts(counts());
+    return key == "filterSet"_L1 ? KXVariantFromRef(filterSet()) : KXFilterTreeObject::valueForKey(key);
+}
+
+QStringList KXFilterSetPreset::keyPathsForValuesAffectingKey(const QString &key) const
+{
+    return key == "counts"_L1 ? QStringList { u"children"_s, u"parent"_s }
+                              : KXFilterTreeObject::keyPathsForValuesAffectingKey(key);
+}

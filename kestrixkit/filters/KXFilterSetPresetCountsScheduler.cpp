@@ -1,0 +1,234 @@
+#include <kestrixkit/filters/KXFilterSetPresetCountsScheduler.h>
+
+#include <QCoreApplication>
+#include <QTimer>
+
+#include <kestrixkit/filters/KXFacetFilter.h>
+#include <kestrixkit/filters/KXFilterSetPresetsManager.h>
+#include <kestrixkit/foundation/KXMainQueue.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+struct CountsQueue
+{
+    std::mutex mutex;
+    std::unique_ptr<KXOperationQueue> queue;
+};
+
+CountsQueue &countsQueueOfProcess()
+{
+    static auto *const queue = new CountsQueue;
+    return *queue;
+}
+
+/// When the application object goes: no thread of the queue outlives it.
+void countsQueueEnd()
+{
+    std::unique_ptr<KXOperationQueue> queue;
+    {
+        const std::lock_guard lock(countsQueueOfProcess().mutex);
+        queue.swap(countsQueueOfProcess().queue);
+    }
+}
+
+KXManagedObjectContext::Ref countsPresetsContext()
+{
+    const auto manager = KXFilterSetPresetsManager::sharedManager();
+    return manager ? manager->context() : nullptr;
+}
+
+}
+
+KXOperationQueue &KXFilterSetPresetCountsScheduler::countsQueue()
+{
+    CountsQueue &holder = countsQueueOfProcess();
+    const std::lock_guard lock(holder.mutex);
+    if (!holder.queue) {
+        holder.queue = std::make_unique<KXOperationQueue>();
+        holder.queue->setMaxConcurrentOperationCount(1);
+        holder.queue->setName(u"KXCounts"_s);
+        qAddPostRoutine(&countsQueueEnd);
+    }
+    return *holder.queue;
+}
+
+KXFilterSetPresetCountsScheduler::KXFilterSetPresetCountsScheduler(
+    QString countsContextIdentifier, Callbacks callbacks, QString name)
+    : m_identifier(std::move(countsContextIdentifier))
+    , m_callbacks(std::move(callbacks))
+    , m_name(std::move(name))
+    , m_context(countsPresetsContext())
+    , m_self(std::make_shared<KXFilterSetPresetCountsScheduler *>(this))
+    , m_changes(KXNotificationCenter::defaultCenter().addObserver(KXManagedObjectContextObjectsDidChangeNotification,
+          m_context.get(),
+          [this](const KXNotification &notification) { managedObjectContextObjectsDidChange(notification); }))
+    , m_saves(KXNotificationCenter::defaultCenter().addObserver(KXManagedObjectContextDidSaveNotification,
+          m_context.get(), [this](const KXNotification &) { managedObjectContextDidSave(); }))
+{
+}
+
+KXFilterSetPresetCountsScheduler::~KXFilterSetPresetCountsScheduler()
+{
+    for (const Provider &operation : std::as_const(m_countOperations))
+        operation->cancel();
+}
+
+void KXFilterSetPresetCountsScheduler::log(const char *text, const QString &title) const
+{
+    KXLogDebug(filters, text, m_name, title);
+}
+
+void KXFilterSetPresetCountsScheduler::loadCountsForAllPresets()
+{
+    const auto context = countsPresetsContext();
+    if (!context)
+        return;
+    for (const KXRef<KXManagedObject> &object : KXFilterSetPreset::findAllInContext(*context)) {
+        const auto preset = KXFilterSetPreset::cast(object);
+        if (preset && !preset->isFolder() && !preset->counts().value_or(KXCounts()).contains(m_identifier))
+            enqueueCountsOperationForPreset(preset);
+    }
+}
+
+void KXFilterSetPresetCountsScheduler::enqueueCountsOperationForPreset(const KXRef<KXFilterSetPreset> &preset)
+{
+    if (!preset || preset->isFolder())
+        return;
+    const QString title = preset->title();
+    if (!m_callbacks.isOnScreen || !m_callbacks.isOnScreen()) {
+        log("[%@] [%@] Adding preset to pending counts list", title);
+        m_presetsNeedingCountUpdate.insert(preset);
+        return;
+    }
+    const KXManagedObjectID id = preset->objectID();
+    if (const Provider earlier = m_countOperations.value(id)) {
+        if (!earlier->hasStarted()) {
+            log("[%@] [%@] Count operation already queued for preset", title);
+            return;
+        }
+        // One that has ended is as good as absent, though its entry may not have been removed yet.
+        if (earlier->isExecuting()) {
+            log("[%@] [%@] Cancelling running counts operation", title);
+            earlier->cancel();
+            m_countOperations.remove(id);
+        }
+    }
+    const Provider operation
+        = m_callbacks.countsProviderForFilterSetPreset ? m_callbacks.countsProviderForFilterSetPreset(preset) : nullptr;
+    if (!operation)
+        return;
+    operation->setCompletionBlock([weakOperation = std::weak_ptr(operation), weakSelf = std::weak_ptr(m_self), title] {
+        const auto finished = weakOperation.lock();
+        if (!finished || finished->isCancelled())
+            return;
+        KXMainQueue::async([finished, weakSelf, title] {
+            if (const auto self = weakSelf.lock())
+                (*self)->operationDidFinish(finished, title);
+        });
+    });
+    m_countOperations.insert(id, operation);
+    if (m_context && m_context->hasChanges())
+        m_queuedBeforeSave.append(operation);
+    countsQueue().addOperation(operation);
+    log("[%@] [%@] Queued count operation for preset", title);
+}
+
+void KXFilterSetPresetCountsScheduler::operationDidFinish(const Provider &operation, const QString &title)
+{
+    log("[%@] [%@] Count operation finished", title);
+    const auto found = m_countOperations.constFind(operation->presetID());
+    if (found != m_countOperations.constEnd() && *found == operation) // else a newer one has taken its place
+        m_countOperations.erase(found);
+}
+
+void KXFilterSetPresetCountsScheduler::setPresetAsNeedingCountUpdate(const KXRef<KXFilterSetPreset> &preset)
+{
+    if (!preset)
+        return;
+    log("[%@] [%@] Mark preset as needing count update", preset->title());
+    m_presetsNeedingCountUpdate.insert(preset);
+}
+
+void KXFilterSetPresetCountsScheduler::enqueuePresetsNeedingCountUpdate()
+{
+    const auto pending = m_presetsNeedingCountUpdate;
+    for (const KXRef<KXFilterSetPreset> &preset : pending) {
+        enqueueCountsOperationForPreset(preset);
+        m_presetsNeedingCountUpdate.remove(preset);
+    }
+}
+
+void KXFilterSetPresetCountsScheduler::dequeueCountsOperationForPreset(const KXRef<KXFilterSetPreset> &preset)
+{
+    if (!preset)
+        return;
+    if (const Provider operation = m_countOperations.take(preset->objectID())) {
+        operation->cancel();
+        log("[%@] [%@] Dequeued count operation for preset", preset->title());
+    }
+    m_presetsNeedingCountUpdate.remove(preset);
+    if (m_presetsNeedingCountUpdate.isEmpty() && m_timer)
+        m_timer->stop();
+}
+
+void KXFilterSetPresetCountsScheduler::dequeueAllCountsOperations()
+{
+    log("[%@] Dequeueing all preset count operations", {});
+    const auto operations = std::exchange(m_countOperations, {});
+    for (const Provider &operation : operations) {
+        operation->cancel();
+        const KXRef<KXFilterSetPreset> preset = operation->filterSetPreset();
+        if (!preset)
+            continue;
+        m_presetsNeedingCountUpdate.insert(preset);
+        log("[%@] [%@] Dequeued count operation for preset", preset->title());
+    }
+}
+
+void KXFilterSetPresetCountsScheduler::managedObjectContextObjectsDidChange(const KXNotification &notification)
+{
+    const auto *did = notification.payloadAs<KXObjectsDidChange>();
+    if (!did || !m_context)
+        return;
+    for (const KXRef<KXManagedObject> &object : did->deleted)
+        dequeueCountsOperationForPreset(KXFilterSetPreset::cast(object));
+
+    QSet<QUrl> sets;
+    const auto collect = [&sets](const KXRef<KXManagedObject> &object) {
+        if (const auto set = KXFilterSet::filterSetOfObject(object))
+            sets.insert(set->objectID().URIRepresentation());
+    };
+    for (const KXRef<KXManagedObject> &object : did->updated)
+        collect(object);
+    QSet<KXRef<KXFilterSetPreset>> enqueued; // a new preset mostly comes with its filters: once is enough
+    for (const KXRef<KXManagedObject> &object : did->inserted) {
+        const auto preset = KXFilterSetPreset::cast(object);
+        if (!preset) {
+            collect(object);
+            continue;
+        }
+        enqueueCountsOperationForPreset(preset);
+        enqueued.insert(preset);
+    }
+    if (sets.isEmpty())
+        return;
+    const auto ofSets = KXPredicate::predicateWithFormat("filterSetURI IN %@", sets);
+    for (const KXRef<KXManagedObject> &object : KXFilterSetPreset::findUsingPredicate(ofSets, *m_context)) {
+        if (const auto preset = KXFilterSetPreset::cast(object); !enqueued.contains(preset))
+            enqueueCountsOperationForPreset(preset);
+    }
+}
+
+void KXFilterSetPresetCountsScheduler::managedObjectContextDidSave()
+{
+    for (const auto &weak : std::exchange(m_queuedBeforeSave, {})) {
+        const Provider operation = weak.lock();
+        if (operation && operation->hasStarted() && !operation->isCancelled())
+            enqueueCountsOperationForPreset(operation->filterSetPreset());
+    }
+}
+
+QTimer *KXFilterSetPresetCountsScheduler::countUpdatesScheduleTimer() const { return m_timer; }
+void KXFilterSetPresetCountsScheduler::setCountUpdatesScheduleTimer(QTimer *timer) { m_timer = timer; }

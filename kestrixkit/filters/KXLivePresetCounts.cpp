@@ -1,0 +1,149 @@
+#include <kestrixkit/filters/KXLivePresetCounts.h>
+
+#include <kestrixkit/filters/KXFilterSetPreset.h>
+#include <kestrixkit/foundation/KXLog.h>
+#include <kestrixkit/store/KXPersistentStore.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+/// The count is known when the operation is made; running it only hands it over in its turn.
+class LiveCountsProvider : public KXFilterSetPresetCountsProvider
+{
+public:
+    LiveCountsProvider(KXRef<KXFilterSetPreset> preset, const QString &contextIdentifier, std::optional<qint64> count)
+        : KXFilterSetPresetCountsProvider(std::move(preset), contextIdentifier)
+        , m_count(count)
+    {
+    }
+
+protected:
+    void loadCounts() override
+    {
+        if (m_count && !isCancelled())
+            deliverCount(*m_count);
+    }
+
+private:
+    const std::optional<qint64> m_count;
+};
+
+}
+
+KXLivePresetCounts::KXLivePresetCounts(KXManagedObjectContext::Ref presetsContext, Place place, QObject *parent)
+    : QObject(parent)
+    , m_presetsContext(std::move(presetsContext))
+    , m_place(std::move(place))
+    , m_counts(std::make_unique<KXLiveCounts>(m_place.context, m_place.entityName, m_place.basePredicates))
+    , m_changes(KXNotificationCenter::defaultCenter().addObserver(
+          KXManagedObjectContextObjectsDidChangeNotification, m_presetsContext.get(), [this](const KXNotification &notification) {
+              if (const auto *did = notification.payloadAs<KXObjectsDidChange>())
+                  follow(*did);
+          }))
+{
+    connect(m_counts.get(), &KXLiveCounts::countsDidChange, this, &KXLivePresetCounts::deliver);
+    for (const KXRef<KXManagedObject> &object : KXFilterSetPreset::findAllInContext(*m_presetsContext))
+        add(KXFilterSetPreset::cast(object));
+}
+
+KXLivePresetCounts::~KXLivePresetCounts() = default;
+
+QString KXLivePresetCounts::identifierOf(const KXFilterSetPreset &preset) { return QString::number(preset.objectID().key()); }
+
+void KXLivePresetCounts::map(Entry &entry) const
+{
+    const KXRef<KXFilterSet> set = entry.preset->filterSet();
+    entry.mapped = set && !set->isMissing() && !set->isDeleted() ? set : KXRef<KXFilterSet>();
+    if (!entry.mapped || !m_place.mapper)
+        return;
+    const auto scratch = KXManagedObjectContext::contextWithParentContext(m_place.context);
+    try {
+        entry.mapped = m_place.mapper->createInstanceByMappingFilterSet(set, *scratch);
+    } catch (const std::exception &failure) {
+        KXLogError(filters, "The preset \"%@\" cannot be mapped: %s", entry.preset->title(), failure.what());
+        entry.mapped = {};
+    }
+}
+
+void KXLivePresetCounts::add(const KXRef<KXFilterSetPreset> &preset)
+{
+    if (!preset || preset->isFolder() || preset->isDeleted())
+        return;
+    const QString identifier = identifierOf(*preset);
+    Entry &entry = m_entries[identifier];
+    entry.preset = preset;
+    map(entry);
+    m_counts->setRule(identifier, [this, identifier] {
+        const auto found = m_entries.constFind(identifier);
+        return found != m_entries.constEnd() && found->mapped ? found->mapped->representedLocalPredicateWithKeyPath() : KXPredicate::falsePredicate();
+    });
+}
+
+void KXLivePresetCounts::remove(const KXFilterSetPreset &preset)
+{
+    const QString identifier = identifierOf(preset);
+    m_counts->removeRule(identifier);
+    m_entries.remove(identifier);
+}
+
+void KXLivePresetCounts::follow(const KXObjectsDidChange &did)
+{
+    QSet<QUrl> edited; // filter sets
+    for (const KXRef<KXManagedObject> &object : did.deleted) {
+        if (const auto preset = KXFilterSetPreset::cast(object))
+            remove(*preset);
+        else if (KXFilterSet::cast(object))
+            edited.insert(object->objectID().URIRepresentation());
+    }
+    for (const auto *list : { &did.inserted, &did.updated, &did.refreshed }) {
+        for (const KXRef<KXManagedObject> &object : *list) {
+            if (const auto preset = KXFilterSetPreset::cast(object)) {
+                const auto changed = did.changedKeys.constFind(object.get());
+                if (list == &did.inserted)
+                    add(preset);
+                else if (changed != did.changedKeys.constEnd() && changed->contains(u"filterSetURI"_s))
+                    edited.insert(preset->filterSetURI());
+            } else if (const KXRef<KXFilterSet> set = KXFilterSet::filterSetOfObject(object)) {
+                edited.insert(set->objectID().URIRepresentation());
+            }
+        }
+    }
+    const KXEntityChange *others = did.merged ? did.merged->changeOf(m_presetsContext->persistentStoreCoordinator()->model()->entity(KXFilterSetPreset::entityName)) : nullptr;
+    for (const qint64 key : others ? others->inserted : QList<qint64>()) {
+        const auto id = KXManagedObjectID(m_presetsContext->persistentStoreCoordinator()->store()->identity(), others->entity, key);
+        add(KXFilterSetPreset::cast(m_presetsContext->objectWithID(id)));
+    }
+    if (edited.isEmpty())
+        return;
+    for (Entry &entry : m_entries) {
+        if (!edited.contains(entry.preset->filterSetURI()))
+            continue;
+        map(entry);
+        m_counts->ruleDidChange(identifierOf(*entry.preset));
+    }
+}
+
+void KXLivePresetCounts::deliver(const QStringList &identifiers)
+{
+    for (const QString &identifier : identifiers) {
+        const auto found = m_entries.constFind(identifier);
+        const std::optional<qint64> count = m_counts->count(identifier);
+        if (found == m_entries.constEnd() || !count)
+            continue;
+        const KXRef<KXFilterSetPreset> preset = found->preset; // an observer may remove it
+        preset->setCount(*count, m_place.countsContextIdentifier);
+    }
+}
+
+std::shared_ptr<KXFilterSetPresetCountsProvider> KXLivePresetCounts::countsProviderForFilterSetPreset(const KXRef<KXFilterSetPreset> &preset)
+{
+    if (!preset)
+        return nullptr;
+    if (!count(*preset))
+        update();
+    auto operation = std::make_shared<LiveCountsProvider>(preset, m_place.countsContextIdentifier, count(*preset));
+    operation->setBasePredicates(m_place.basePredicates);
+    operation->setFilterSetMapper(m_place.mapper);
+    return operation;
+}

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <memory>
+
+#include <QObject>
+
+#include <kestrixkit/filters/KXFilterSetMapper.h>
+#include <kestrixkit/filters/KXFilterSetPresetCountsProvider.h>
+#include <kestrixkit/filters/KXLiveCounts.h>
+#include <kestrixkit/foundation/KXNotificationCenter.h>
+
+/// Keeps the counts of all presets of a context right for one place of the application, whatever changes: the music, the
+/// presets, their filters, the time. Sets them on the presets, so badges need to do nothing but observe "counts".
+///
+/// Presets and filters are followed as their context announces them, saves of other contexts included. A preset
+/// whose filter set is gone, or that the mapper cannot map, matches nothing. Main thread.
+class KX_CORE_EXPORT KXLivePresetCounts : public QObject
+{
+    Q_OBJECT
+
+public:
+    struct Place
+    {
+        KXManagedObjectContext::Ref context; ///< what is counted
+        QString entityName;
+        QString countsContextIdentifier; ///< under which the presets keep the counts
+        QList<KXPredicate> basePredicates; ///< what holds for everything in the place
+        std::shared_ptr<const KXFilterSetMapper> mapper; ///< null: filter sets hold as they are
+    };
+
+    /// Counts in the next turn, or at once by update(). Throws KXException for an unknown entity.
+    KXLivePresetCounts(KXManagedObjectContext::Ref presetsContext, Place place, QObject *parent = nullptr);
+    ~KXLivePresetCounts() override;
+
+    /// What counts; predicates, unsupported presets and the moment are asked there, by identifierOf().
+    [[nodiscard]] KXLiveCounts &liveCounts() const { return *m_counts; }
+    [[nodiscard]] static QString identifierOf(const KXFilterSetPreset &preset);
+    [[nodiscard]] std::optional<qint64> count(const KXFilterSetPreset &preset) const { return m_counts->count(identifierOf(preset)); }
+    bool update(KXError *error = nullptr) { return m_counts->update(error); }
+
+    /// An operation that delivers the preset's count, for hosts that show counts by KXFilterSetPresetCountsScheduler.
+    [[nodiscard]] std::shared_ptr<KXFilterSetPresetCountsProvider> countsProviderForFilterSetPreset(const KXRef<KXFilterSetPreset> &preset);
+
+private:
+    struct Entry
+    {
+        KXRef<KXFilterSetPreset> preset;
+        KXRef<KXFilterSet> mapped; ///< in a context of its own, which is never saved; empty where there is none
+    };
+
+    void add(const KXRef<KXFilterSetPreset> &preset);
+    void remove(const KXFilterSetPreset &preset);
+    void map(Entry &entry) const;
+    void follow(const KXObjectsDidChange &did);
+    void deliver(const QStringList &identifiers);
+
+    const KXManagedObjectContext::Ref m_presetsContext;
+    const Place m_place;
+    QHash<QString, Entry> m_entries;
+    std::unique_ptr<KXLiveCounts> m_counts;
+    KXNotificationToken m_changes;
+};

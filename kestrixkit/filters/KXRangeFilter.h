@@ -1,0 +1,27 @@
+#pragma once
+
+#include <kestrixkit/filters/KXFilter.h>
+#include <kestrixkit/foundation/KXDecimal.h>
+
+/// A range of numbers, open at either end where that bound is absent.
+class KX_CORE_EXPORT KXRangeFilter : public KXManagedObjectOf<KXRangeFilter, KXFilter>
+{
+public:
+    static constexpr QLatin1StringView entityName { "KXRangeFilter" };
+
+    KX_ATTRIBUTE(std::optional<KXDecimal>, startValue, setStartValue)
+    KX_ATTRIBUTE(KXPredicateOperator, startValueOperatorType, setStartValueOperatorType)
+    KX_ATTRIBUTE(std::optional<KXDecimal>, endValue, setEndValue)
+    KX_ATTRIBUTE(KXPredicateOperator, endValueOperatorType, setEndValueOperatorType)
+
+    /// "> 120 AND < 130". An end bound alone is not shown: the label is then the name.
+    [[nodiscard]] QString defaultLabel() const override;
+    [[nodiscard]] QString detailsAsHTMLString() const override;
+    /// AND of a comparison for each bound; without bounds AND of nothing, which is true.
+    [[nodiscard]] KXPredicate representedPredicateWithKeyPath(
+        const QString &keyPath, KXPredicateModifier modifier) const override;
+
+protected:
+    void copyTo(KXFilter &copy) const override;
+    [[nodiscard]] QStringList keysAffectingLabel() const override;
+};

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <QIcon>
+#include <QList>
+#include <QString>
+
+#include <kestrixkit/foundation/KXGlobal.h>
+
+class KXSourceListItemController;
+
+/// What an object offers to be shown as a row of an outline: filters, filter sets, presets and view states are such.
+///
+/// Pointers to other items are borrowed. Used on the main thread.
+class KX_CORE_EXPORT KXSourceListItem
+{
+public:
+    virtual ~KXSourceListItem();
+
+    [[nodiscard]] virtual QString title() const = 0;
+    /// Among its siblings, from 0.
+    [[nodiscard]] virtual qint64 position() const = 0;
+    virtual void setPosition(const qint64 &position) = 0;
+    /// Null at the top.
+    [[nodiscard]] virtual KXSourceListItem *parentItem() const = 0;
+    /// False, and nothing changes, for an item of another kind and where it would make a circle.
+    virtual bool setParentItem(KXSourceListItem *parent) = 0;
+    /// In no particular order.
+    [[nodiscard]] virtual QList<KXSourceListItem *> childItems() const = 0;
+
+    /// Whether its row is a heading.
+    [[nodiscard]] virtual bool isGroup() const { return false; }
+    /// Whether its row has a disclosure triangle.
+    [[nodiscard]] virtual bool isExpandable() const { return true; }
+    /// Whether its title can be edited in place.
+    [[nodiscard]] virtual bool isEditable() const { return false; }
+    [[nodiscard]] virtual bool canBeSelected() const { return true; }
+    /// Whether it may be dragged.
+    [[nodiscard]] virtual bool canBeRepositioned() const { return true; }
+    [[nodiscard]] virtual bool canBeParentForItem(const KXSourceListItem *item) const = 0;
+    [[nodiscard]] virtual bool canBeChildForItem(const KXSourceListItem *) const { return true; }
+    /// Whether the item stands above this one. Kinds of items differ in what they say of themselves.
+    [[nodiscard]] virtual bool isDescendantOfItem(const KXSourceListItem *item) const { return hasAncestor(item); }
+    /// Remembers that its row was opened or closed.
+    virtual void setExpanded(bool) { }
+
+    [[nodiscard]] virtual QIcon image() const { return {}; }
+    /// Of the item's controller, and the controller itself; both null for items without one.
+    [[nodiscard]] virtual const QMetaObject *controllerClass() const { return nullptr; }
+    [[nodiscard]] virtual KXSourceListItemController *controller() const { return nullptr; }
+    virtual void setController(KXSourceListItemController *) { }
+    [[nodiscard]] virtual bool isControllerLoaded() const { return false; }
+
+    /// Whether the item stands above this one, itself not counted. Comes to an end in a tree that is damaged, too.
+    [[nodiscard]] bool hasAncestor(const KXSourceListItem *item) const;
+    /// Whether the tree would have a circle if that were the parent.
+    [[nodiscard]] bool isCircleWithParent(const KXSourceListItem *parent) const
+    {
+        return parent && (parent == this || parent->hasAncestor(this));
+    }
+
+protected:
+    /// Parent, grandparent and so on, each once.
+    [[nodiscard]] QList<KXSourceListItem *> ancestorItems() const;
+};
