@@ -109,6 +109,8 @@ struct Events
     }
 };
 
+}
+
 class Waveform : public ::testing::Test
 {
 protected:
@@ -142,8 +144,6 @@ protected:
     }
     QTemporaryDir m_dir;
 };
-
-}
 
 TEST_F(Waveform, theLargestSampleCountsWithItsSign)
 {

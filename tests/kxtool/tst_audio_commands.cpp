@@ -25,7 +25,7 @@ int runTool(
     const QTemporaryDir &dir, const QString &arguments, QByteArray *output = nullptr, QByteArray *errors = nullptr)
 {
     const QString command = u"cd '%1' && exec '%2' audio %3 > .output 2> .errors"_s.arg(
-        dir.path(), QStringLiteral(KX_KXTOOL), QString(arguments).replace(u'#', u"\\#"_s));
+        dir.path(), QStringLiteral(KX_TOOL), QString(arguments).replace(u'#', u"\\#"_s));
     const int status = std::system(qPrintable(command));
     for (const auto &[name, bytes] : { std::pair(u".output"_s, output), std::pair(u".errors"_s, errors) }) {
         QFile file(dir.filePath(name));
