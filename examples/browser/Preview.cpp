@@ -18,10 +18,10 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr float previewVolume = 0.9F;
-constexpr int clockMilliseconds = 250;
-constexpr int longestTitle = 40;
+constexpr int previewClockMilliseconds = 250;
+constexpr int previewLongestTitle = 40;
 
-QString minutes(double seconds)
+QString previewMinutes(double seconds)
 {
     const int whole = int(seconds);
     return u"%1:%2"_s.arg(whole / 60).arg(whole % 60, 2, 10, QLatin1Char('0'));
@@ -63,8 +63,8 @@ struct Preview::Playlist : KXAudioPlayerPlaylist
         item->index = model->index(row, 0);
         item->url = track->location();
         item->title = track->title().isEmpty() ? item->url.fileName() : track->title();
-        if (item->title.size() > longestTitle)
-            item->title = item->title.left(longestTitle - 1) + u'…';
+        if (item->title.size() > previewLongestTitle)
+            item->title = item->title.left(previewLongestTitle - 1) + u'…';
         return item;
     }
     KXAudioPlayerItemPointer beside(const KXAudioPlayerItemPointer &item, int step) const
@@ -100,7 +100,7 @@ Preview::Preview(
     KXAudioPlayerManager::setSharedInstance(m_manager);
     m_label->setAccessibleName(tr("Preview"));
     m_label->setContentsMargins(BrowserStyle::margin, 0, BrowserStyle::margin, 0);
-    m_clock.setInterval(clockMilliseconds);
+    m_clock.setInterval(previewClockMilliseconds);
     connect(&m_clock, &QTimer::timeout, this, &Preview::showState);
     connect(&player(), &KXAudioPlayer::stateChanged, this, &Preview::showState);
     connect(&player(), &KXAudioPlayer::currentItemChanged, this, &Preview::followItem);
@@ -174,7 +174,7 @@ void Preview::showState()
         isPlaying ? m_clock.start() : m_clock.stop();
     if (!item)
         return;
-    const QString time = u"%1 / %2"_s.arg(minutes(player().currentTime()), minutes(player().duration()));
+    const QString time = u"%1 / %2"_s.arg(previewMinutes(player().currentTime()), previewMinutes(player().duration()));
     switch (player().state()) {
     case KXAudioPlayerStateIdle:
         m_label->clear();

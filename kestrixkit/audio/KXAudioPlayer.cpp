@@ -59,12 +59,12 @@ void KXAudioPlayer::setState(KXAudioPlayerState state)
 
 void KXAudioPlayer::announceState()
 {
+    KXNotificationCenter::defaultCenter().post(KXAudioPlayerStateDidChangeNotification, this);
     KXMainQueue::async(this, [this] {
         willChangeValueForKey(u"state");
         didChangeValueForKey(u"state");
         Q_EMIT stateChanged();
     });
-    KXNotificationCenter::defaultCenter().post(KXAudioPlayerStateDidChangeNotification, this);
 }
 
 void KXAudioPlayer::storeCurrentItem(const KXAudioPlayerItemPointer &item)

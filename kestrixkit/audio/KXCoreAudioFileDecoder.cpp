@@ -45,7 +45,7 @@ bool KXCoreAudioFileDecoder::runInBackground(KXError *error)
 {
     m_isDecoding = true;
     try {
-        std::thread([self = shared_from_this()] { self->run(); }).detach();
+        std::thread([self = shared_from_this()] { self->decodeAudioData(); }).detach();
     } catch (const std::system_error &failure) {
         m_isDecoding = false;
         KXLogError(audio, "Failed to start decoding: %@", failure.what());
@@ -55,7 +55,7 @@ bool KXCoreAudioFileDecoder::runInBackground(KXError *error)
     return true;
 }
 
-void KXCoreAudioFileDecoder::run()
+void KXCoreAudioFileDecoder::decodeAudioData()
 {
     m_isDecoding = true;
     while (decodeChunk()) { }

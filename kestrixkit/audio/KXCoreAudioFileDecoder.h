@@ -69,8 +69,8 @@ public:
     bool open(KXError *error = nullptr);
     bool runInBackground(KXError *error = nullptr);
     /// For a caller that has a thread to give: decodes until the end. The caller keeps the decoder alive meanwhile.
-    void run();
-    /// A single step of run(). False when decoding has ended.
+    void decodeAudioData();
+    /// A single step of decodeAudioData(). False when decoding has ended.
     bool decodeChunk();
     /// Waits until the thread has ended, after it was cancelled. Not to be called by a delegate.
     void waitUntilDone() const { m_isDecoding.wait(true); }

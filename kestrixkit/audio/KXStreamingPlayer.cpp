@@ -47,7 +47,7 @@ void KXStreamingPlayer::run(const std::shared_ptr<KXPlaybackSession> &session)
             // It stays a guess until the end.
         }
     }
-    session->decoder()->run();
+    session->decoder()->decodeAudioData();
 }
 
 KXStreamingPlayer::KXStreamingPlayer(std::shared_ptr<KXPlaybackSession> session, std::shared_ptr<KXAudioOutput> output)

@@ -13,6 +13,7 @@
 namespace {
 
 constexpr size_t waveformChunkBytes = 128 * 1024; // of all channels: stays in the cache between decoding and looking
+constexpr double waveformMostPixels = 32768; // of an image's side
 constexpr auto waveformPatience = std::chrono::milliseconds(20); // between two looks at a file that grows
 constexpr double waveformGrowthSeconds = 3; // a picture cannot wait as long as a player
 
@@ -104,9 +105,10 @@ bool KXWaveformGenerator::generateWaveformPaths(KXError *error)
     if (!file.lengthIsExact() && file.findExactLength() == KXAudioFileNoError)
         (void)file.lengthInFrames(&frames);
 
-    const bool hasSize = m_size.width() > 0 && m_size.height() > 0;
-    const QSize pixels
-        = hasSize ? QSize(int(std::min(m_size.width(), 1e6)), int(std::min(m_size.height(), 1e6))) : QSize();
+    const auto isDrawable = [](double side) { return side > 0 && side < waveformMostPixels; };
+    const QSize pixels = isDrawable(m_size.width()) && isDrawable(m_size.height())
+        ? QSize(int(m_size.width()), int(m_size.height()))
+        : QSize();
     m_pictures.clear();
     for (quint32 i = 0; i < (m_sumAllChannels ? 1 : format.mChannelsPerFrame); ++i)
         m_pictures.push_back(std::make_unique<KXWaveformPicture>(pixels, m_fillColour));

@@ -35,7 +35,7 @@ public:
     using ImagesBlock = std::function<void(const QList<QImage> &)>;
     static constexpr int ColumnsPerProgress = 150;
 
-    /// Size in pixels, of which whole ones are drawn.
+    /// Size in pixels, of which whole ones are drawn, below 32,768 on either side.
     KXWaveformGenerator(const QUrl &fileURL, const QSizeF &size, const QColor &fillColour);
     ~KXWaveformGenerator() override;
 
@@ -50,10 +50,14 @@ public:
     /// Threads that may decode at a time, for whoever waits for the result: two make FLAC a third faster. 1 at first.
     void setDecodingThreads(int threads) { m_decodingThreads = threads; }
 
+    [[nodiscard]] const ImagesBlock &successBlock() const { return m_successBlock; }
     void setSuccessBlock(ImagesBlock block) { m_successBlock = std::move(block); }
+    [[nodiscard]] const ImagesBlock &progressBlock() const { return m_progressBlock; }
     void setProgressBlock(ImagesBlock block) { m_progressBlock = std::move(block); }
+    [[nodiscard]] const std::function<void(const KXError &)> &failureBlock() const { return m_failureBlock; }
     /// Gets an error with the code KXAudioFileErrorCode: the file cannot be opened.
     void setFailureBlock(std::function<void(const KXError &)> block) { m_failureBlock = std::move(block); }
+    [[nodiscard]] const std::function<void()> &cancelBlock() const { return m_cancelBlock; }
     void setCancelBlock(std::function<void()> block) { m_cancelBlock = std::move(block); }
 
     void main() override;

@@ -20,6 +20,8 @@ struct StreamItem : KXAudioPlayerItem
     QUrl url;
 };
 
+}
+
 class BasicPlayer : public PlayerTest<KXBasicAudioPlayer>
 {
 protected:
@@ -45,6 +47,8 @@ protected:
             patience);
     }
 };
+
+namespace {
 
 constexpr int basicRate = 8000;
 

@@ -7,8 +7,6 @@
 
 #include "PlayerTest.h"
 
-namespace {
-
 class MultiTrack : public PlayerTest<KXMultiTrackAudioPlayer>
 {
 protected:
@@ -18,8 +16,6 @@ protected:
         return decoder->totalFramesIsFinal() && decoder->renderedFrames() >= decoder->totalFrames();
     }
 };
-
-}
 
 TEST_F(MultiTrack, mixesChannelsLeftAndRightInTurn)
 {

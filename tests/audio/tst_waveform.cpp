@@ -56,23 +56,22 @@ int waveDifference(const QImage &a, const QImage &b)
     return most;
 }
 
-/// A sound of any length, made as it is asked for.
+/// A mono sound of any length, made as it is asked for.
 struct MadeUpFile : KXAudioFileBackend
 {
-    explicit MadeUpFile(qint64 frames, quint32 channels = 2)
-        : m_frames(frames)
-        , m_channels(channels)
+    explicit MadeUpFile(qint64 frames)
+        : left(frames)
     {
     }
     KXAudioFileStatus open(const QUrl &, const KXAudioFileOptions &) override { return 0; }
     KXAudioFileStatus dataFormat(KXStreamFormat *format) override
     {
-        *format = KXPlanarFloatFormat(8000, m_channels);
+        *format = KXPlanarFloatFormat(8000, 1);
         return 0;
     }
     KXAudioFileStatus lengthInFrames(qint64 *frames) override
     {
-        *frames = m_frames;
+        *frames = left;
         return 0;
     }
     KXAudioFileStatus setClientFormat(const KXStreamFormat &) override { return 0; }
@@ -80,18 +79,13 @@ struct MadeUpFile : KXAudioFileBackend
     KXAudioFileStatus read(float *const *channels, quint32 frames, quint32 *framesRead) override
     {
         mostAsked = std::max(mostAsked.load(), frames);
-        *framesRead = quint32(std::min<qint64>(frames, m_frames - m_position));
-        for (quint32 c = 0; c < m_channels; ++c)
-            std::fill_n(channels[c], *framesRead, float(m_position % 1000) / 1000);
-        m_position += *framesRead;
+        *framesRead = quint32(std::min<qint64>(frames, left));
+        std::fill_n(channels[0], *framesRead, 0.5F);
+        left -= *framesRead;
         return 0;
     }
+    qint64 left;
     static inline std::atomic<quint32> mostAsked = 0;
-
-private:
-    const qint64 m_frames;
-    const quint32 m_channels;
-    qint64 m_position = 0;
 };
 
 struct Events
@@ -114,6 +108,8 @@ struct Events
         generator.setCancelBlock([this] { names.append(u"cancel"_s); });
     }
 };
+
+}
 
 class Waveform : public ::testing::Test
 {
@@ -148,8 +144,6 @@ protected:
     }
     QTemporaryDir m_dir;
 };
-
-}
 
 TEST_F(Waveform, theLargestSampleCountsWithItsSign)
 {
@@ -204,6 +198,9 @@ TEST_F(Waveform, columnsAreTheMaximaOfTheirFrames)
 
 TEST_F(Waveform, pixelsAreThoseOfAnyPainter)
 {
+#ifdef __SANITIZE_THREAD__
+    GTEST_SKIP() << "Qt paints with threads that are not instrumented";
+#endif
     KXTestRandom random;
     const QColor colours[] = { Qt::black, QColor(200, 100, 50), QColor(20, 200, 250, 128) };
     for (const QSize &size :
@@ -275,14 +272,15 @@ TEST_F(Waveform, partialPicturesAreWhatIsDrawnFromScratch)
 TEST_F(Waveform, nothingButTheCancelBlockIsCalledAfterCancelling)
 {
     KXAudioFile::setBackendFactory(
-        [](const QUrl &) { return std::make_unique<MadeUpFile>(qint64(1) << 36); }); // takes minutes
-    for (const double width : { 1e6, 1.0 }) { // the second: in the middle of its only column
+        [](const QUrl &) { return std::make_unique<MadeUpFile>(qint64(1) << 34); }); // takes long
+    for (const double width : { 3e4, 1.0 }) { // the second: in the middle of its only column
         const auto generator = std::make_shared<KXWaveformGenerator>(QUrl(), QSizeF(width, 10), Qt::red);
         Events events;
         events.listenTo(*generator);
+        MadeUpFile::mostAsked = 0;
         KXOperationQueue queue;
         queue.addOperation(generator);
-        while (width > 1 ? events.progress.empty() : !generator->isExecuting())
+        while (width > 1 ? events.progress.empty() : MadeUpFile::mostAsked == 0)
             QTest::qWait(0);
         generator->cancel(); // others may be queued already
         events.names.clear();
@@ -345,8 +343,7 @@ TEST_F(Waveform, longFilesTakeNoMoreMemoryThanShortOnes)
     const qint64 seconds[] = { 60, 36'000 };
     for (int i = 0; i < 2; ++i) {
         MadeUpFile::mostAsked = 0;
-        KXAudioFile::setBackendFactory(
-            [&](const QUrl &) { return std::make_unique<MadeUpFile>(seconds[i] * 8000, 1); });
+        KXAudioFile::setBackendFactory([&](const QUrl &) { return std::make_unique<MadeUpFile>(seconds[i] * 8000); });
         run(std::make_shared<KXWaveformGenerator>(QUrl(), QSizeF(5, 10), Qt::red));
         asked[i] = MadeUpFile::mostAsked;
     }
@@ -384,23 +381,18 @@ TEST_F(Waveform, metadataIsReadWithoutDecoding)
     {
         AudioRecipe recipe;
         qint64 bits, framesPerPacket;
-        QString uti;
     };
-    constexpr size_t frames = 10'000;
-    for (const Row &row : { Row { { "m", "wav", "wav", "pcm_s24le" }, 24, 1, u"audio/x-wav"_s },
-             Row { { "m", "flac", "flac", "flac" }, 0, 4608, u"audio/flac"_s },
-             Row { { "m", "m4a", "ipod", "aac", 128000 }, 0, 1024, u"audio/mp4"_s } }) {
-        const QString path = writeSound(makeSound(frames, 2, 48000), row.recipe, m_dir.path());
+    for (const Row &row :
+        { Row { { "m", "wav", "wav", "pcm_s24le" }, 24, 1 }, Row { { "m", "flac", "flac", "flac" }, 0, 4608 },
+            Row { { "m", "m4a", "ipod", "aac", 128000 }, 0, 1024 } }) {
+        const QString path = writeSound(makeSound(10'000, 2, 48000), row.recipe, m_dir.path());
         const auto metadata = std::make_shared<KXAudioFileMetadata>(QUrl::fromLocalFile(path));
         run(metadata);
-        EXPECT_FALSE(metadata->error());
-        EXPECT_NEAR(double(metadata->numberOfFrames()), frames, 100);
-        EXPECT_EQ(metadata->numberOfChannels(), 2);
-        EXPECT_EQ(metadata->sampleRate(), 48000);
+        EXPECT_NEAR(double(metadata->numberOfFrames()), 10'000, 100);
         EXPECT_EQ(metadata->bitsPerChannel(), row.bits) << row.recipe.extension;
-        EXPECT_DOUBLE_EQ(metadata->duration(),
-            double(metadata->numberOfFrames() / row.framesPerPacket * row.framesPerPacket) / 48000);
-        EXPECT_EQ(metadata->uti(), row.uti);
+        // Of whole packets.
+        const qint64 packets = metadata->numberOfFrames() / row.framesPerPacket;
+        EXPECT_DOUBLE_EQ(metadata->duration(), double(packets * row.framesPerPacket) / 48000);
     }
     KXTestLog log;
     KXAudioFileMetadata missing(QUrl::fromLocalFile(u"/missing.wav"_s));

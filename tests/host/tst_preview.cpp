@@ -16,8 +16,6 @@
 
 using namespace Qt::StringLiterals;
 
-namespace {
-
 constexpr int previewPatience = 60'000; // milliseconds
 
 struct PreviewOutput : KXHandCrankedAudioOutput
@@ -78,8 +76,6 @@ protected:
     std::unique_ptr<Preview> preview;
     std::unique_ptr<QMenu> menu;
 };
-
-} // namespace
 
 TEST_F(PreviewTest, spacePlaysStopsAndStepsOn)
 {

@@ -11,7 +11,10 @@ class KXTestLog
 public:
     KXTestLog()
     {
-        s_lines().clear();
+        {
+            const std::lock_guard lock(s_mutex());
+            s_lines().clear();
+        }
         m_former = qInstallMessageHandler([](QtMsgType, const QMessageLogContext &context, const QString &text) {
             const std::lock_guard lock(s_mutex());
             s_lines().append(QString::fromLatin1(context.category) + QLatin1StringView(": ") + text);

@@ -116,7 +116,7 @@ template <typename Condition> void runUntil(Condition condition)
 
 /// Goes to a time. A file so short that it lies in the player's buffer as a whole cannot be positioned any more: then
 /// the answer is how many frames are to be left out.
-qint64 seek(KXAudioPlayer &player, double seconds, double rate)
+qint64 renderSeek(KXAudioPlayer &player, double seconds, double rate)
 {
     player.setTime(seconds);
     const auto *multiTrack = qobject_cast<KXMultiTrackAudioPlayer *>(&player);
@@ -169,7 +169,7 @@ ExitStatus renderAudio(const QStringList &arguments)
         multiTrack->muteChannel(channel);
     }
     const double rate = output->sampleRate();
-    qint64 left = from > 0 ? seek(*player, from, rate) : 0;
+    qint64 left = from > 0 ? renderSeek(*player, from, rate) : 0;
     qint64 wanted = qint64(std::min(duration * rate, 1e15));
 
     WaveWriter writer(files.at(1));
