@@ -1,6 +1,8 @@
 // Saves of other contexts: what of them this context holds takes over what was saved, around its own unsaved edits.
 
 #include <kestrixkit/foundation/KXNotificationCenter.h>
+#include <kestrixkit/foundation/KXUndoGuards.h>
+#include <kestrixkit/foundation/KXUndoManager.h>
 #include <kestrixkit/store/KXManagedObjectContext_p.h>
 
 using Object = KXManagedObject;
@@ -74,7 +76,14 @@ void KXManagedObjectContextPrivate::mergeChanges(const KXStoreChange &change)
         object->didChangeValueForKey(property.name());
         return true;
     };
-    const auto mergeMembers = [this](Object *object, const KXPropertyChange &news) {
+    const auto isContested = [this](Object *object, const KXPropertyDescription &property, qint64 key, bool add) {
+        const KXPropertyDescription *inverse = property.inverse();
+        Object *member = inverse && inverse->isToOne() ? registered(key) : nullptr;
+        const auto own = member ? changes.find(member) : changes.end();
+        return own != changes.end() && member->isUpdated() && own->second.changed.test(size_t(inverse->index()))
+            && (member->values()->toOne(*inverse) == object->m_key) != add;
+    };
+    const auto mergeMembers = [this, &isContested](Object *object, const KXPropertyChange &news) {
         const KXPropertyDescription &property = *news.property;
         KXToManyKeys *keys = object->values()->existingToMany(property);
         const auto announce = [&](bool before, bool add, qint64 key) {
@@ -92,6 +101,14 @@ void KXManagedObjectContextPrivate::mergeChanges(const KXStoreChange &change)
                 // Both did the same: it is no longer unsaved here. Both did the opposite: the unsaved edit stays.
                 if (keys && ((add ? keys->added : keys->removed).remove(key) || (add ? keys->removed : keys->added).contains(key)))
                     continue;
+                if (isContested(object, property, key, add)) {
+                    // The member's own unsaved edit says otherwise; here that is an edit of what the other one saved.
+                    KXToManyKeys &own = object->values()->toMany(property);
+                    (add ? own.removed : own.added).insert(key);
+                    const KXUndoRegistrationOff off(recorder.manager().get());
+                    willChange(object, property.index());
+                    continue;
+                }
                 announce(true, add, key);
                 if (keys && keys->loaded && add)
                     keys->members.insert(key);
@@ -109,13 +126,12 @@ void KXManagedObjectContextPrivate::mergeChanges(const KXStoreChange &change)
             if (!found || !found->m_values || found->isInserted())
                 continue;
             const KXRef<Object> object(found);
-            const auto own = changes.find(found);
             const bool newer = row.version > object->values()->version;
             QSet<QString> keys;
             for (const KXPropertyChange &news : row.properties) {
                 if (news.property->isToMany())
                     mergeMembers(found, news);
-                else if (!newer || !mergeColumn(found, own == changes.end() ? nullptr : &own->second, news))
+                else if (const auto own = changes.find(found); !newer || !mergeColumn(found, own == changes.end() ? nullptr : &own->second, news))
                     continue;
                 keys.insert(news.property->name());
                 if (!found->m_values || object->managedObjectContext() != q)

@@ -160,6 +160,40 @@ TEST(Undo, recordsByTurnByGroupAndNotWhileSwitchedOff)
     SUCCEED();
 }
 
+TEST(Merge, bothEndsOfARelationshipAgreeAboutWhatIsUnsaved)
+{
+    UndoTest library;
+    auto &context = *library.context;
+    QList<KXRef<Album>> albums;
+    for (int i = 0; i < 3; ++i) {
+        albums.append(Album::createInContext(context));
+        albums.last()->setTitle(QString::number(i));
+    }
+    const auto track = library.track(u"moved"_s), doomed = library.track(u"doomed"_s);
+    track->setAlbum(albums[0]);
+    ASSERT_TRUE(context.save());
+    QCoreApplication::processEvents();
+    library.manager->removeAllActions();
+    for (const auto &album : albums)
+        (void)album->tracks(); // in memory
+
+    track->setAlbum(albums[1]);
+    doomed->setAlbum(albums[1]);
+    const auto other = library.otherContext();
+    Track::cast(other->objectWithID(track->objectID()))->setAlbum(Album::cast(other->objectWithID(albums[2]->objectID())));
+    other->removeManagedObject(other->objectWithID(doomed->objectID()));
+    const auto token = KXNotificationCenter::defaultCenter().addObserver(QString(KXManagedObjectContextDidSaveNotification), other.get(),
+        [&](const KXNotification &saved) { context.mergeChangesFromStoreChange(*saved.payloadAs<std::shared_ptr<const KXStoreChange>>()); });
+    ASSERT_TRUE(other->save());
+    EXPECT_EQ(track->album(), albums[1]);
+    EXPECT_EQ(albums[1]->tracks(), QList<KXRef<Track>> { track }) << "without the one that is gone";
+    EXPECT_TRUE(albums[0]->tracks().isEmpty() && albums[2]->tracks().isEmpty());
+    ASSERT_TRUE(context.save());
+    EXPECT_EQ(albums[1]->tracks(), QList<KXRef<Track>> { track });
+    const auto fresh = library.otherContext();
+    EXPECT_EQ(Library::dump(*fresh), Library::dump(context));
+}
+
 TEST(Merge, takesOverSavesAroundUnsavedEdits)
 {
     UndoTest library;
