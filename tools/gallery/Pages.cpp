@@ -187,6 +187,12 @@ QWidget *valuesPage(const Texts &text)
     spinner->setAccessibleName(text("Loading"));
     spinner->setThemeStyleName(KXSpinningProgressIndicatorStyles);
     board->row(text("Spinner"), { spinner });
+    return board;
+}
+
+QWidget *audioTypesPage(const Texts &text)
+{
+    auto *board = new Board;
     QList<QWidget *> types;
     for (int type = 0; type <= 7; ++type) {
         auto *button = new KXAudioTypeButton;
@@ -304,6 +310,7 @@ const QList<Page> &pages()
     static const QList<Page> all {
         { u"buttons"_s, buttonsPage },
         { u"values"_s, valuesPage },
+        { u"audio-types"_s, audioTypesPage },
         { u"lists"_s, listsPage },
         { u"popovers"_s, popoversPage },
     };
@@ -333,7 +340,7 @@ QImage picture(const Page &page, const Texts &text, Qt::LayoutDirection directio
     if (const auto palette = manager.valueForKeyPath(u"palette"_s); palette.isValid())
         widget->setPalette(palette.value<QPalette>());
     widget->setAttribute(Qt::WA_DontShowOnScreen);
-    widget->adjustSize();
+    widget->resize(widget->sizeHint()); // adjustSize() would stop at a part of the screen
     widget->show();
     QImage image(widget->size() * scale, QImage::Format_RGB32);
     image.setDevicePixelRatio(scale);

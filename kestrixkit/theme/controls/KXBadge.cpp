@@ -50,6 +50,7 @@ void KXBadgeCell::paint(QPainter &painter, const QRect &rect, qint64 count, bool
     painter.save();
     paintBezel(painter, option);
     painter.setFont(badgeFont(painter.font()));
+    painter.setLayoutDirection(Qt::LeftToRight); // or the plus would go before the number
     KXControlPainter::text(painter, option.rect, Qt::AlignCenter, textForCount(count), textColour(option));
     painter.restore();
 }

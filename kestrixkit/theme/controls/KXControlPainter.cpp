@@ -97,6 +97,9 @@ void KXControlPainter::focusRing(QPainter &painter, const QRectF &rect, const QP
     painter.setBrush(Qt::NoBrush);
     painter.setPen(QPen(focusRingColour(palette), 2));
     painter.drawRoundedRect(rect.adjusted(1, 1, -1, -1), cornerRadius, cornerRadius);
+    // A gap, so that the ring shows on a control of its own colour.
+    painter.setPen(QPen(palette.color(QPalette::Window), 1));
+    painter.drawRoundedRect(rect.adjusted(2.5, 2.5, -2.5, -2.5), cornerRadius - 1, cornerRadius - 1);
     painter.restore();
 }
 

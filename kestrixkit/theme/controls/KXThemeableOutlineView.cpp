@@ -1,15 +1,32 @@
 #include <kestrixkit/theme/controls/KXThemeableOutlineView.h>
 
 #include <QPainter>
+#include <QStyledItemDelegate>
 
 #include <kestrixkit/theme/controls/KXControlPainter.h>
 #include <kestrixkit/theme/controls/KXThemeableScroller.h>
+
+namespace {
+
+/// Rows with room to be hit.
+class OutlineItemDelegate : public QStyledItemDelegate
+{
+public:
+    using QStyledItemDelegate::QStyledItemDelegate;
+    QSize sizeHint(const QStyleOptionViewItem &option, const QModelIndex &index) const override
+    {
+        return QStyledItemDelegate::sizeHint(option, index).expandedTo({ 0, option.fontMetrics.height() + 10 });
+    }
+};
+
+}
 
 KXThemeableOutlineView::KXThemeableOutlineView(QWidget *parent)
     : KXThemed<QTreeView>(parent)
     , m_rowView(new KXThemeableTableRowView(this))
     , m_groupRowView(new KXThemeableTableRowView(this))
 {
+    setItemDelegate(new OutlineItemDelegate(this));
     setHeaderHidden(true);
     setFrameShape(QFrame::NoFrame);
     setUniformRowHeights(true);

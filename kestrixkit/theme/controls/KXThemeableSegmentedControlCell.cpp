@@ -29,7 +29,7 @@ void KXThemeableSegmentedControlCell::paint(QPainter &painter, const QStyleOptio
         painter.setRenderHint(QPainter::Antialiasing);
         painter.setClipRect(rects[i]);
         if (segment.selected || pressed)
-            painter.fillPath(shape, pressed ? highlighted : chosen);
+            painter.fillPath(shape, pressed || !enabled ? highlighted : chosen);
         if (hovered && !segment.selected) {
             painter.setOpacity(0.5);
             painter.fillPath(shape, highlighted);

@@ -81,11 +81,18 @@ QSize KXThemeableTableHeaderView::sectionSizeFromContents(int logicalIndex) cons
 
 void KXThemeableTableHeaderView::paintEvent(QPaintEvent *event)
 {
-    if (m_cell->isThemed()) {
-        QPainter painter(viewport());
-        m_cell->paintBackground(painter, viewport()->rect(), false);
-    }
     QHeaderView::paintEvent(event);
+    if (!m_cell->isThemed() || orientation() == Qt::Vertical)
+        return;
+    // What lies beyond the last section is the style's otherwise.
+    QRect rest = viewport()->rect();
+    if (isRightToLeft())
+        rest.setRight(rest.right() - (length() - offset()));
+    else
+        rest.setLeft(length() - offset());
+    QPainter painter(viewport());
+    if (rest.isValid())
+        m_cell->paintBackground(painter, rest, false);
 }
 
 void KXThemeableTableHeaderView::paintSection(QPainter *painter, const QRect &rect, int logicalIndex) const

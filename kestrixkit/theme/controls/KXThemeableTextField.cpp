@@ -10,7 +10,8 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr int fieldPadding = 6;
+constexpr int fieldPadding = 4; // what the toolkit keeps free itself while the text is edited
+constexpr int fieldMargin = 3;
 
 // What the toolkit paints while the text is edited has the palette's colours.
 void fieldSet(QPalette &palette, QPalette::ColorRole role, const QColor &colour)
@@ -26,6 +27,7 @@ KXThemeableTextField::KXThemeableTextField(QWidget *parent)
     , m_cell(new KXThemeableTextFieldCell(this))
 {
     setAttribute(Qt::WA_Hover);
+    setTextMargins(fieldMargin, 0, fieldMargin, 0);
 }
 
 KXThemeableTextField::KXThemeableTextField(const QString &text, QWidget *parent)
@@ -39,6 +41,8 @@ void KXThemeableTextField::setLabel(bool label)
     m_isLabel = label;
     setReadOnly(label);
     setFrame(!label);
+    setTextMargins(label ? 0 : fieldMargin, 0, label ? 0 : fieldMargin, 0);
+    setSizePolicy(label ? QSizePolicy::Preferred : QSizePolicy::Expanding, QSizePolicy::Fixed);
     setFocusPolicy(label ? Qt::NoFocus : Qt::StrongFocus);
     if (label) {
         setAccessibleName(text());
@@ -61,6 +65,11 @@ QSize KXThemeableTextField::sizeHint() const
         return m_cell->isThemed() ? QSize(QLineEdit::sizeHint().width(), fontMetrics().height() + 8)
                                   : QLineEdit::sizeHint();
     return { fontMetrics().horizontalAdvance(text()) + 2, fontMetrics().height() + 2 };
+}
+
+QSize KXThemeableTextField::minimumSizeHint() const
+{
+    return m_isLabel ? sizeHint() : QSize(QLineEdit::minimumSizeHint().width(), sizeHint().height());
 }
 
 bool KXThemeableTextField::event(QEvent *event)

@@ -24,6 +24,7 @@ public:
     void setHighlighted(bool highlighted);
 
     [[nodiscard]] QSize sizeHint() const override;
+    [[nodiscard]] QSize minimumSizeHint() const override;
 
 protected:
     bool event(QEvent *event) override;
