@@ -2,8 +2,6 @@
 
 #include <QCoreApplication>
 
-#include "store/BenchLibrary.h"
-
 void BenchProgram::add(const char *name, std::function<void(benchmark::State &)> function)
 {
     benchmark::RegisterBenchmark(name, std::move(function))->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond);
@@ -15,11 +13,11 @@ void BenchProgram::report(benchmark::State &state, double value)
         state.SetIterationTime(value * 1e-3); // the driver reads milliseconds
 }
 
-int BenchProgram::run(int argc, char **argv)
+int BenchProgram::run(int argc, char **argv, void (*prepare)())
 {
     QCoreApplication application(argc, argv);
     if (argc > 1 && qstrcmp(argv[1], "--prepare") == 0) {
-        BenchLibrary::prepare();
+        prepare();
         return 0;
     }
     benchmark::Initialize(&argc, argv);

@@ -21,11 +21,15 @@ endif()
 
 # Flags and definitions of the whole project; hosts do not inherit them.
 add_library(kx_build INTERFACE)
-target_compile_options(kx_build INTERFACE -Wall -Wextra -Wpedantic -Wshadow=local -Wno-missing-field-initializers -Wnon-virtual-dtor -Woverloaded-virtual
-    $<$<COMPILE_LANGUAGE:CXX>:-fpch-preprocess> -march=x86-64-v2)
+target_compile_options(kx_build INTERFACE -Wall -Wextra -Wpedantic $<$<CXX_COMPILER_ID:GNU>:-Wshadow=local> -Wno-missing-field-initializers -Wnon-virtual-dtor -Woverloaded-virtual
+    $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-fpch-preprocess> -march=x86-64-v2)
 target_compile_definitions(kx_build INTERFACE QT_NO_KEYWORDS QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII QT_NO_FOREACH
     $<$<BOOL:${KX_CHECKS}>:KX_CHECKS=1>)
-if(KX_SANITIZE)
+if(KX_FUZZ)
+    target_compile_options(kx_build INTERFACE -fsanitize=fuzzer-no-link,address -fno-omit-frame-pointer)
+    target_link_options(kx_build INTERFACE -fsanitize=address)
+    target_compile_definitions(kx_build INTERFACE KX_SANITIZED=1)
+elseif(KX_SANITIZE)
     target_compile_options(kx_build INTERFACE -fsanitize=${KX_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
     target_link_options(kx_build INTERFACE -fsanitize=${KX_SANITIZE})
     target_compile_definitions(kx_build INTERFACE KX_SANITIZED=1)

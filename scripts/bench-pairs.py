@@ -2,7 +2,8 @@
 
 A figure "area.name" is the benchmark "area.name/ours" and, where it has one, "area.name/peer". Each run is a process of
 its own with a fresh heap; ours and the peer's alternate, and the ratio is the median of the pairs' ratios. `spread`
-is half the distance between the quartiles of the ratios over their median.
+is half the distance between the quartiles of the ratios over their median. A figure that is the worst of several
+variants has each of them measured, as "area.name/ours/variant", and shows the one with the worst ratio.
 """
 import argparse
 import json
@@ -35,25 +36,35 @@ def run(name):
     return results[0]['real_time']
 
 
+def pairs(name, variant):
+    """What a pair of sides gives: medians, ratio and spread."""
+    ours, peer = f'{name}/ours{variant}', f'{name}/peer{variant}'
+    run(ours), run(peer)  # warm the page cache
+    results = [(run(ours), run(peer)) for _ in range(options.pairs)]
+    ratios = [a / b for a, b in results]
+    quartiles = statistics.quantiles(ratios, n=4)
+    return {'ours': statistics.median(r[0] for r in results), 'peer': statistics.median(r[1] for r in results),
+            'ratio': statistics.median(ratios), 'pairs': len(results),
+            'spread': (quartiles[2] - quartiles[0]) / 2 / statistics.median(ratios)}
+
+
 rows = []
 for figure in figures:
     name = figure['name']
+    better = figure.get('better', 'lower')
     row = {'name': name, 'ours': None, 'peer': None, 'peer_name': figure.get('peer_name'), 'ratio': None, 'pairs': 0,
-           'spread': None, 'unit': figure['unit'], 'better': figure.get('better', 'lower'), 'aim': figure['aim']}
+           'spread': None, 'unit': figure['unit'], 'better': better, 'aim': figure['aim']}
+    worst = ''
     if 'peer_name' in figure:
-        run(name + '/ours'), run(name + '/peer')  # warm the page cache
-        pairs = [(run(name + '/ours'), run(name + '/peer')) for _ in range(options.pairs)]
-        ratios = [ours / peer for ours, peer in pairs]
-        quartiles = statistics.quantiles(ratios, n=4)
-        row.update(ours=statistics.median(p[0] for p in pairs), peer=statistics.median(p[1] for p in pairs),
-                   ratio=statistics.median(ratios), pairs=len(pairs),
-                   spread=(quartiles[2] - quartiles[0]) / 2 / statistics.median(ratios))
+        variants = {v: pairs(name, v) for v in ['/' + w for w in figure.get('worst_of', [])] or ['']}
+        worst = (max if better == 'lower' else min)(variants, key=lambda v: variants[v]['ratio'])
+        row.update(variants[worst])
     else:
         values = [run(name + '/ours') for _ in range(5)]
         row.update(ours=statistics.median(values), pairs=0)
     rows.append({k: round(v, 4) if isinstance(v, float) else v for k, v in row.items()})
     if not options.json:
-        shown = f'{row["ratio"]:.3f} (at most {row["aim"]}, spread {row["spread"]:.3f}, {row["ours"]:.1f} against {row["peer"]:.1f} {row["unit"]})' \
+        shown = f'{row["ratio"]:.3f}{worst.replace("/", " ")} ({"at most" if better == "lower" else "at least"} {row["aim"]}, spread {row["spread"]:.3f}, {row["ours"]:.1f} against {row["peer"]:.1f} {row["unit"]})' \
             if row['ratio'] else f'{row["ours"]:.1f} {row["unit"]} (aim {row["aim"]})'
         print(f'{name}: {shown}', flush=True)
 if options.json:

@@ -127,5 +127,5 @@ int main(int argc, char **argv)
     add("concurrency.save-while-importing/peer", [](benchmark::State &state) { save(state, false); });
     add("concurrency.fetch-while-counting/ours", [](benchmark::State &state) { fetch(state, true); });
     add("concurrency.fetch-while-counting/peer", [](benchmark::State &state) { fetch(state, false); });
-    return BenchProgram::run(argc, argv);
+    return BenchProgram::run(argc, argv, BenchLibrary::prepare);
 }

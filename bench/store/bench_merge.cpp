@@ -147,5 +147,5 @@ int main(int argc, char **argv)
 {
     BenchProgram::add("merge.main/ours", mergeOurs);
     BenchProgram::add("merge.main/peer", mergePeer);
-    return BenchProgram::run(argc, argv);
+    return BenchProgram::run(argc, argv, BenchLibrary::prepare);
 }

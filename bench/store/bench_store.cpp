@@ -259,5 +259,5 @@ int main(int argc, char **argv)
     add("store.read-ns/ours", readNanoseconds);
     add("store.row-bytes/ours", rowBytes);
     add("store.object-bytes/ours", objectBytes);
-    return BenchProgram::run(argc, argv);
+    return BenchProgram::run(argc, argv, BenchLibrary::prepare);
 }

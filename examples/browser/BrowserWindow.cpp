@@ -18,6 +18,7 @@
 
 #include "BrowserStyle.h"
 #include "GenreDialog.h"
+#include "Preview.h"
 #include "TrackTableView.h"
 
 using namespace Qt::StringLiterals;
@@ -67,6 +68,7 @@ BrowserWindow::~BrowserWindow()
     m_queue.waitUntilAllOperationsAreFinished();
     m_editor.save();
     // These follow the context and go before it.
+    delete m_preview;
     delete m_presets;
     delete m_table;
     delete m_model;
@@ -141,6 +143,8 @@ void BrowserWindow::buildTable()
     connect(m_table->selectionModel(), &QItemSelectionModel::selectionChanged, this, &BrowserWindow::updateActions);
     connect(m_table->selectionModel(), &QItemSelectionModel::currentRowChanged, this, &BrowserWindow::updateActions);
     connect(m_model, &QAbstractItemModel::dataChanged, this, &BrowserWindow::updateActions);
+    m_preview = new Preview(m_model, m_table, {}, this);
+    menuBar()->addMenu(m_preview->makeMenu(this));
     m_table->setContextMenuPolicy(Qt::CustomContextMenu);
     connect(m_table, &QWidget::customContextMenuRequested, this, [this](const QPoint &position) {
         auto *menu = new QMenu(m_table);
@@ -172,6 +176,7 @@ void BrowserWindow::buildStatus()
     m_cancel->setAccessibleName(tr("Cancel the import"));
     connect(m_cancel, &QPushButton::clicked, this, &BrowserWindow::cancelImport);
     statusBar()->addWidget(m_status, 1);
+    statusBar()->addPermanentWidget(m_preview->label());
     statusBar()->addPermanentWidget(m_progress);
     statusBar()->addPermanentWidget(m_cancel);
     m_progress->hide();

@@ -13,6 +13,7 @@
 #include "PresetMenu.h"
 #include "TrackTableModel.h"
 
+class Preview;
 class QLabel;
 class QProgressBar;
 class QPushButton;
@@ -71,6 +72,7 @@ private:
     QAction *m_commentAction;
     QAction *m_genreAction;
     QLabel *m_title;
+    Preview *m_preview;
     QLabel *m_summary;
     QLabel *m_emptyText;
     QLabel *m_status;

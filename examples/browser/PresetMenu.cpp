@@ -8,7 +8,6 @@
 #include <kestrixkit/foundation/KXObserver.h>
 #include <kestrixkit/foundation/KXUndoGuards.h>
 
-#include "PresetCountOperation.h"
 #include "PresetMapper.h"
 #include "Presets.h"
 
@@ -19,27 +18,14 @@ PresetMenu::PresetMenu(KXManagedObjectContext::Ref context, QMenu *menu, QObject
     , m_context(std::move(context))
     , m_menu(menu)
     , m_manager(std::make_shared<KXFilterSetPresetsManager>(m_context))
-    , m_isStale(std::make_shared<std::atomic<bool>>(false))
+    , m_mapper(std::make_shared<PresetMapper>())
 {
-    const auto mapper = std::make_shared<PresetMapper>();
-    m_manager->registerFilterSetMapper(mapper, m_context);
+    m_manager->registerFilterSetMapper(m_mapper, m_context);
     KXFilterSetPresetsManager::setSharedManager(m_manager);
     m_scheduler = std::make_unique<KXFilterSetPresetCountsScheduler>(QString(Presets::contextIdentifier),
         KXFilterSetPresetCountsScheduler::Callbacks { [this] { return m_menu->isVisible(); },
-            [mapper](const KXRef<KXFilterSetPreset> &preset) {
-                auto operation = std::make_shared<PresetCountOperation>(preset, QString(Presets::contextIdentifier));
-                operation->setBasePredicates({ Presets::base() });
-                operation->setFilterSetMapper(mapper);
-                return operation;
-            } },
+            [this](const KXRef<KXFilterSetPreset> &preset) { return m_counts->countsProviderForFilterSetPreset(preset); } },
         u"menu"_s);
-    m_changes = m_context->persistentStoreCoordinator()->addChangeObserver(
-        [stale = m_isStale](const std::shared_ptr<const KXStoreChange> &change) {
-            for (const KXEntityChange &entity : change->entities()) {
-                if (!KXFilters::managedObjectModel()->entity(entity.entity->name()))
-                    stale->store(true); // a matter of the music
-            }
-        });
     connect(m_menu, &QMenu::aboutToShow, this, &PresetMenu::fill);
 }
 
@@ -62,18 +48,16 @@ void PresetMenu::fill()
     KXError error;
     if (m_context->countForEntity(QString(Track::entityName)) > 0 && !Presets::install(*m_context, &error))
         KXLogWarning(browser, "No presets: %@", error.localizedDescription());
+    if (!m_counts)
+        m_counts = std::make_unique<KXLivePresetCounts>(m_context, Presets::place(m_context, m_mapper));
     m_menu->addAction(tr("All Tracks"), this, [this] { Q_EMIT picked({}, {}); });
     m_menu->addSeparator();
     addPresets({}, m_menu);
 
-    const bool recount = m_isStale->exchange(false);
     // The menu is on screen by then.
     QMetaObject::invokeMethod(
         this,
-        [this, recount] {
-            for (const KXRef<KXFilterSetPreset> &preset :
-                recount ? m_manager->presetsCache() : QSet<KXRef<KXFilterSetPreset>>())
-                m_scheduler->setPresetAsNeedingCountUpdate(preset);
+        [this] {
             m_scheduler->enqueuePresetsNeedingCountUpdate();
             m_scheduler->loadCountsForAllPresets();
         },

@@ -8,12 +8,14 @@
 
 #include <kestrixkit/filters/KXFilterSetPresetCountsScheduler.h>
 #include <kestrixkit/filters/KXFilterSetPresetsManager.h>
+#include <kestrixkit/filters/KXLivePresetCounts.h>
 
 class QAction;
 class QMenu;
+class PresetMapper;
 
 /// The presets as a menu, with submenus for folders and counts beside the titles. It installs the process's presets
-/// manager, with the library's mapper, and counts while the menu is open.
+/// manager, with the library's mapper. Counts are read when the menu is first opened and stay right from then on.
 class PresetMenu : public QObject
 {
     Q_OBJECT
@@ -35,8 +37,8 @@ private:
     const KXManagedObjectContext::Ref m_context;
     QMenu *const m_menu;
     const KXFilterSetPresetsManager::Ref m_manager;
+    const std::shared_ptr<PresetMapper> m_mapper;
+    std::unique_ptr<KXLivePresetCounts> m_counts; // from the first opening on
     std::unique_ptr<KXFilterSetPresetCountsScheduler> m_scheduler;
     std::vector<std::shared_ptr<KXObserver>> m_observers; // of the counts that the menu shows
-    std::shared_ptr<std::atomic<bool>> m_isStale; // the library changed since the last count
-    KXPersistentStoreCoordinator::ChangeToken m_changes;
 };

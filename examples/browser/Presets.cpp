@@ -55,23 +55,27 @@ QJsonObject verdictOf(const KXFilterSetExplanation::Verdict &verdict)
         { u"conditions"_s, conditions } };
 }
 
-void reportChildren(KXManagedObjectContext &context, const KXRef<KXFilterSetPreset> &folder, QJsonArray &presets)
+void reportChildren(const KXLivePresetCounts &counts, const KXRef<KXFilterSetPreset> &folder, QJsonArray &presets)
 {
-    for (const KXRef<KXFilterSetPreset> &preset : Presets::children(context, folder)) {
+    for (const KXRef<KXFilterSetPreset> &preset : Presets::children(*counts.liveCounts().managedObjectContext(), folder)) {
         if (preset->isFolder()) {
-            reportChildren(context, preset, presets);
+            reportChildren(counts, preset, presets);
             continue;
         }
-        const KXPredicate predicate = Presets::predicate(preset->filterSet());
-        presets.append(
-            QJsonObject { { u"path"_s, Presets::path(*preset) }, { u"predicate"_s, predicate.predicateFormat() },
-                { u"count"_s, context.countForEntity(QString(Track::entityName), predicate) } });
+        const KXPredicate own = counts.liveCounts().predicate(KXLivePresetCounts::identifierOf(*preset));
+        presets.append(QJsonObject { { u"path"_s, Presets::path(*preset) },
+            { u"predicate"_s, KXPredicate::andPredicate({ Presets::base(), own }).predicateFormat() }, { u"count"_s, counts.count(*preset).value_or(-1) } });
     }
 }
 
 } // namespace
 
 KXPredicate Presets::base() { return KXPredicate::predicateWithFormat("missing == FALSE"); }
+
+KXLivePresetCounts::Place Presets::place(const KXManagedObjectContext::Ref &context, std::shared_ptr<const KXFilterSetMapper> mapper)
+{
+    return { context, QString(Track::entityName), QString(contextIdentifier), { base() }, std::move(mapper) };
+}
 
 KXPredicate Presets::predicate(const KXRef<KXFilterSet> &set)
 {
@@ -112,8 +116,10 @@ QList<KXRef<KXFilterSetPreset>> Presets::children(
 
 QJsonArray Presets::report(KXManagedObjectContext &context)
 {
+    KXLivePresetCounts counts(context.shared_from_this(), place(context.shared_from_this()));
+    counts.update();
     QJsonArray presets;
-    reportChildren(context, {}, presets);
+    reportChildren(counts, {}, presets);
     return presets;
 }
 

@@ -4,6 +4,7 @@
 #include <QJsonObject>
 
 #include <kestrixkit/filters/KXFilterSetPreset.h>
+#include <kestrixkit/filters/KXLivePresetCounts.h>
 
 #include "Library.h"
 
@@ -19,6 +20,8 @@ bool install(KXManagedObjectContext &context, KXError *error = nullptr);
 
 /// What holds for every track that is shown: its file is there.
 KXPredicate base();
+/// The tracks of a library, as presets are counted there.
+KXLivePresetCounts::Place place(const KXManagedObjectContext::Ref &context, std::shared_ptr<const KXFilterSetMapper> mapper = {});
 /// The tracks of a filter set, base included; none for an empty handle.
 KXPredicate predicate(const KXRef<KXFilterSet> &set);
 

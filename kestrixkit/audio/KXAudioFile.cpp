@@ -2,6 +2,7 @@
 
 #include <kestrixkit/audio/KXFFmpegAudioFile_p.h>
 #include <kestrixkit/audio/KXPCMAudioFile_p.h>
+#include <kestrixkit/foundation/KXLog.h>
 
 namespace {
 
@@ -49,6 +50,32 @@ KXAudioFileStatus KXAudioFile::open(const QUrl &url, const KXAudioFileOptions &o
     if (status == KXAudioFileNoError)
         m_backend = std::move(backend);
     return status;
+}
+
+bool KXAudioFile::fail(KXError *error, const char *step, KXAudioFileStatus status, bool isLogged)
+{
+    if (isLogged)
+        KXLogError(audio, step, status);
+    return KXSetError(error,
+        KXError(KXKestrixKitErrorDomain, KXAudioFileErrorCode, KXStringWithFormat(KXLocalizedString(step), status)));
+}
+
+bool KXAudioFile::openForReading(
+    const QUrl &url, const KXAudioFileOptions &options, KXStreamFormat *format, qint64 *frames, KXError *error)
+{
+    if (const KXAudioFileStatus status = open(url, options))
+        return fail(error, "Failed to open file (%i)", status, !options.cancelled || !*options.cancelled);
+    if (const KXAudioFileStatus status = dataFormat(format))
+        return fail(error, "Failed to read file data format property (%i)", status);
+    if (const KXAudioFileStatus status = lengthInFrames(frames))
+        return fail(error, "Failed to read frames property (%i)", status);
+    return true;
+}
+
+bool KXAudioFile::useFormat(const KXStreamFormat &format, KXError *error)
+{
+    const KXAudioFileStatus status = setClientFormat(format);
+    return status == KXAudioFileNoError || fail(error, "Failed to set client data format (%i)", status);
 }
 
 void KXAudioFile::close() { m_backend.reset(); }

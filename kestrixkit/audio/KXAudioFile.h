@@ -3,6 +3,10 @@
 #include <functional>
 
 #include <kestrixkit/audio/KXAudioFileBackend.h>
+#include <kestrixkit/foundation/KXError.h>
+
+/// The code of errors with audio files, in KXKestrixKitErrorDomain.
+inline constexpr int KXAudioFileErrorCode = 1001;
 
 /// An audio file, local or remote, as a stream of frames: 32-bit floats, one buffer a channel, in the file's own rate.
 ///
@@ -25,6 +29,10 @@ public:
 
     /// Opens the file, in place of one opened before. A file that grows and has not enough for its header fails.
     KXAudioFileStatus open(const QUrl &url, const KXAudioFileOptions &options = {});
+    /// Opens it and asks for format and length. A failure is logged, unless it was cancelled, and has the code
+    /// KXAudioFileErrorCode.
+    bool openForReading(
+        const QUrl &url, const KXAudioFileOptions &options, KXStreamFormat *format, qint64 *frames, KXError *error);
     [[nodiscard]] bool isOpen() const { return m_backend != nullptr; }
     void close();
 
@@ -42,6 +50,9 @@ public:
     /// How frames are to be delivered. Only KXPlanarFloatFormat with the file's own rate and channels, which is also
     /// what is delivered when this is not called.
     KXAudioFileStatus setClientFormat(const KXStreamFormat &format);
+
+    /// As above, with failures as in openForReading().
+    bool useFormat(const KXStreamFormat &format, KXError *error);
 
     /// The next frame to be read.
     [[nodiscard]] qint64 position() const;
@@ -61,5 +72,7 @@ public:
     static void setBackendFactory(BackendFactory factory);
 
 private:
+    static bool fail(KXError *error, const char *step, KXAudioFileStatus status, bool isLogged = true);
+
     std::unique_ptr<KXAudioFileBackend> m_backend;
 };

@@ -1,5 +1,6 @@
 #include <kestrixkit/audio/KXAudioPlayer.h>
 
+#include <kestrixkit/foundation/KXMainQueue.h>
 #include <kestrixkit/foundation/KXNotificationCenter.h>
 
 KXAudioPlayerItem::~KXAudioPlayerItem() = default;
@@ -54,6 +55,16 @@ void KXAudioPlayer::setState(KXAudioPlayerState state)
     KXNotificationCenter::defaultCenter().post(KXAudioPlayerStateDidChangeNotification, this);
     if (alive)
         Q_EMIT stateChanged();
+}
+
+void KXAudioPlayer::announceState()
+{
+    KXMainQueue::async(this, [this] {
+        willChangeValueForKey(u"state");
+        didChangeValueForKey(u"state");
+        Q_EMIT stateChanged();
+    });
+    KXNotificationCenter::defaultCenter().post(KXAudioPlayerStateDidChangeNotification, this);
 }
 
 void KXAudioPlayer::storeCurrentItem(const KXAudioPlayerItemPointer &item)

@@ -97,6 +97,8 @@ public:
     [[nodiscard]] virtual double currentTime() const { return 0; }
     /// Any number of seconds, also beyond either end.
     virtual void setTime(double seconds);
+    /// Whether a change of time is still to be carried out: until then what is heard is from where it was.
+    [[nodiscard]] virtual bool isSeeking() const { return false; }
 
     /// Takes the playlist and, unless the delegate objects, plays the item.
     void playItemFromPlaylist(
@@ -117,6 +119,10 @@ Q_SIGNALS:
 protected:
     /// Assigns and announces, also what is the same as before. An observer may change the state again.
     void setState(KXAudioPlayerState state);
+    /// The two halves of setState() on a thread other than the main one. Observers by key and stateChanged() hear of it
+    /// on the main thread, later.
+    void assignState(KXAudioPlayerState state) { m_state = state; }
+    void announceState();
     void storeCurrentItem(const KXAudioPlayerItemPointer &item);
     void storeVolume(float volume);
     /// The end of the current item: Finished, and on to the next one when continuous.

@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <mutex>
+#include <utility>
 
 #include <sys/mman.h>
 #include <unistd.h>
@@ -50,6 +52,35 @@ private:
     int m_descriptor;
 };
 
+/// The memory of a ring that has gone, kept for the next of the same length: a player makes one for each item, and the
+/// kernel takes longer to provide it than a file takes to be opened.
+class CircularBufferSpare
+{
+public:
+    static constexpr size_t MostBytes = 1 << 20;
+
+    [[nodiscard]] static char *take(size_t length)
+    {
+        const std::lock_guard lock(s_mutex);
+        return s_memory && s_length == length ? std::exchange(s_memory, nullptr) : nullptr;
+    }
+    static void give(char *memory, size_t length)
+    {
+        if (length <= MostBytes) {
+            const std::lock_guard lock(s_mutex);
+            std::swap(s_memory, memory);
+            std::swap(s_length, length);
+        }
+        if (memory)
+            munmap(memory, 2 * length);
+    }
+
+private:
+    static inline std::mutex s_mutex;
+    static inline char *s_memory = nullptr;
+    static inline size_t s_length = 0;
+};
+
 }
 
 bool KXCircularBuffer::init(qint32 requestedBytes)
@@ -60,6 +91,11 @@ bool KXCircularBuffer::init(qint32 requestedBytes)
     const qint64 page = sysconf(_SC_PAGESIZE);
     const auto length = size_t((requestedBytes + page - 1) / page * page);
 
+    if (char *spare = CircularBufferSpare::take(length)) {
+        m_buffer = spare;
+        m_length = qint32(length);
+        return true;
+    }
     for (int attemptsLeft = 4; attemptsLeft > 0; --attemptsLeft) {
         const bool last = attemptsLeft == 1;
         const CircularBufferMemoryFile file;
@@ -89,7 +125,7 @@ bool KXCircularBuffer::init(qint32 requestedBytes)
 void KXCircularBuffer::cleanup()
 {
     if (m_buffer)
-        munmap(m_buffer, 2 * size_t(m_length));
+        CircularBufferSpare::give(m_buffer, size_t(m_length));
     m_buffer = nullptr;
     m_length = m_tail = m_head = 0;
     m_fillCount = 0;

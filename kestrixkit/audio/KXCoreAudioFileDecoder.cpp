@@ -22,47 +22,45 @@ KXCoreAudioFileDecoder::KXCoreAudioFileDecoder(const QUrl &fileURL)
 
 KXCoreAudioFileDecoder::~KXCoreAudioFileDecoder() = default;
 
-bool KXCoreAudioFileDecoder::fail(KXError *error, const char *format, KXAudioFileStatus status)
+bool KXCoreAudioFileDecoder::open(KXError *error)
 {
-    KXLogError(audio, format, status);
-    return KXSetError(error,
-        KXError(KXKestrixKitErrorDomain, KXAudioFileErrorCode, KXStringWithFormat(KXLocalizedString(format), status)));
-}
-
-bool KXCoreAudioFileDecoder::decode(KXError *error)
-{
-    KXAudioFileOptions options;
-    options.cancelled = m_cancelled;
-    if (const KXAudioFileStatus status = m_file.open(m_fileURL, options))
-        return fail(error, "Failed to open file (%i)", status);
-    if (const KXAudioFileStatus status = m_file.dataFormat(&m_inputDescription))
-        return fail(error, "Failed to read file data format property (%i)", status);
+    m_options.cancelled = m_cancelled;
     qint64 frames = 0;
-    if (const KXAudioFileStatus status = m_file.lengthInFrames(&frames))
-        return fail(error, "Failed to read frames property (%i)", status);
-    m_totalFrames = frames;
+    if (!m_file.openForReading(m_fileURL, m_options, &m_inputDescription, &frames, error))
+        return false;
+    m_totalFrames = m_promisedFrames = frames;
     m_totalFramesIsFinal = m_file.lengthIsExact();
 
     const auto delegate = m_delegate.lock();
     m_outputDescription = delegate ? delegate->outputDescriptionFor(*this, m_inputDescription) : KXStreamFormat {};
-    if (const KXAudioFileStatus status = m_file.setClientFormat(m_outputDescription))
-        return fail(error, "Failed to set client data format (%i)", status);
+    if (!m_file.useFormat(m_outputDescription, error))
+        return false;
     m_chunk.reset(KXAllocateABL(m_outputDescription, ChunkFrames));
     if (delegate)
         delegate->willStartDecoding(*this);
+    return true;
+}
 
+bool KXCoreAudioFileDecoder::runInBackground(KXError *error)
+{
     m_isDecoding = true;
     try {
-        std::thread([self = shared_from_this()] {
-            self->decodeAudioData();
-            self->m_isDecoding = false;
-            self->m_isDecoding.notify_all();
-        }).detach();
+        std::thread([self = shared_from_this()] { self->run(); }).detach();
     } catch (const std::system_error &failure) {
         m_isDecoding = false;
-        return fail(error, "Failed to open file (%i)", -failure.code().value());
+        KXLogError(audio, "Failed to start decoding: %@", failure.what());
+        return KXSetError(
+            error, KXError(KXKestrixKitErrorDomain, KXAudioFileErrorCode, QString::fromLocal8Bit(failure.what())));
     }
     return true;
+}
+
+void KXCoreAudioFileDecoder::run()
+{
+    m_isDecoding = true;
+    while (decodeChunk()) { }
+    m_isDecoding = false;
+    m_isDecoding.notify_all();
 }
 
 void KXCoreAudioFileDecoder::setState(State state)
@@ -90,30 +88,64 @@ bool KXCoreAudioFileDecoder::advanceRenderedFrames(qint64 from, qint64 frames) n
     return m_renderedFrames.compare_exchange_strong(from, isAtEnd ? total : from + frames) && isAtEnd;
 }
 
-void KXCoreAudioFileDecoder::decodeAudioData()
+bool KXCoreAudioFileDecoder::decodeChunk()
 {
-    while (!isCancelled()) {
-        carryOutSeek();
-        quint32 frames = 0;
-        const KXAudioFileStatus status = m_file.read(m_chunk.get(), ChunkFrames, &frames);
-        if (status == KXAudioFileInvalidFileError) {
-            waitForData(status);
-            continue;
-        }
-        m_isPending = false;
-        if (frames == 0) {
-            // Only now is it certain how long the file was.
-            m_totalFrames = m_position;
-            m_totalFramesIsFinal = true;
-            setState(KXCoreAudioFileDecoderStateFinished);
-            return;
-        }
-        m_position += frames;
-        if (m_position > m_totalFrames)
-            m_totalFrames = m_position;
-        if (!deliver(frames))
-            return;
+    if (std::exchange(m_isAtEnd, false))
+        waitForSeek();
+    if (isCancelled())
+        return false;
+    carryOutSeek();
+    quint32 frames = 0;
+    const KXAudioFileStatus status = m_file.read(m_chunk.get(), ChunkFrames, &frames);
+    if (status == KXAudioFileInvalidFileError) {
+        waitForData(status);
+        return true;
     }
+    m_isPending = false;
+    if (frames == 0) {
+        reachEnd(status);
+        return m_staysAtEnd;
+    }
+    m_position += frames;
+    if (m_position > m_totalFrames)
+        m_totalFrames = m_position;
+    return deliver(frames);
+}
+
+void KXCoreAudioFileDecoder::reachEnd(KXAudioFileStatus status)
+{
+    if (status != KXAudioFileNoError && !isCancelled())
+        KXLogError(audio, "Failed to read frame %lld (%i)", m_position, status);
+    m_readStatus = status != KXAudioFileNoError ? status : m_seekStatus;
+    // Only now is it certain how long the file was, or how much of it can be had.
+    m_totalFrames = m_position;
+    m_totalFramesIsFinal = true;
+    m_isAtEnd = true;
+    if (!m_staysAtEnd)
+        setState(KXCoreAudioFileDecoderStateFinished);
+}
+
+void KXCoreAudioFileDecoder::waitForSeek()
+{
+    std::unique_lock lock(m_mutex);
+    if (isCancelled())
+        return;
+    m_state = KXCoreAudioFileDecoderStateWaiting;
+    m_state.notify_all();
+    m_changed.wait(lock, [this] { return isCancelled() || m_seekToFrame >= 0; });
+}
+
+void KXCoreAudioFileDecoder::findExactLength()
+{
+    if (m_totalFramesIsFinal)
+        return;
+    m_state.wait(KXCoreAudioFileDecoderStateRunning); // until there is enough to be heard first
+    KXAudioFile file;
+    qint64 frames = 0;
+    if (!m_totalFramesIsFinal && file.open(m_fileURL, m_options) == KXAudioFileNoError
+        && file.findExactLength() == KXAudioFileNoError && file.lengthIsExact()
+        && file.lengthInFrames(&frames) == KXAudioFileNoError && !m_totalFramesIsFinal)
+        m_totalFrames = frames;
 }
 
 void KXCoreAudioFileDecoder::carryOutSeek()
@@ -121,9 +153,15 @@ void KXCoreAudioFileDecoder::carryOutSeek()
     qint64 target = m_seekToFrame;
     if (target < 0)
         return;
+    if (m_readStatus != KXAudioFileNoError) { // there may be more than what could be had
+        m_totalFramesIsFinal = false;
+        m_totalFrames = std::max<qint64>(m_promisedFrames, m_totalFrames);
+        m_readStatus = KXAudioFileNoError;
+    }
     if (const auto delegate = m_delegate.lock())
         delegate->willSeekToFrame(*this, target);
-    if (m_file.seek(target) != KXAudioFileNoError)
+    m_seekStatus = m_file.seek(target);
+    if (m_seekStatus != KXAudioFileNoError)
         KXLogError(audio, "Failed to seek to frame %lld", target);
     m_position = target;
     m_renderedFrames = target;

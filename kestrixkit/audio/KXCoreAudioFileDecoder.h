@@ -7,19 +7,15 @@
 
 #include <kestrixkit/audio/KXAudioFile.h>
 #include <kestrixkit/audio/KXCoreAudioUtilities.h>
-#include <kestrixkit/foundation/KXError.h>
 
 class KXCoreAudioFileDecoder;
 
 enum KXCoreAudioFileDecoderState : int {
     KXCoreAudioFileDecoderStateRunning = 0, ///< decoding
-    KXCoreAudioFileDecoderStateWaiting = 1, ///< sleeps, since the delegate had no room
+    KXCoreAudioFileDecoderStateWaiting = 1, ///< sleeps, since the delegate had no room, or at an end that it stays at
     KXCoreAudioFileDecoderStateCancelled = 2, ///< asked to end; final
     KXCoreAudioFileDecoderStateFinished = 3, ///< the end of the file was reached
 };
-
-/// The code of errors with audio files, in KXKestrixKitErrorDomain.
-inline constexpr int KXAudioFileErrorCode = 1001;
 
 /// Takes what a decoder delivers.
 class KX_AUDIO_EXPORT KXCoreAudioFileDecoderDelegate
@@ -44,7 +40,7 @@ public:
 /// A chunk that the delegate has no room for is kept while the decoder waits; setState(Running), or a render pass by
 /// wakeFromRenderThread(), makes it try again. The thread keeps the decoder alive until it ends; whoever wants it to
 /// end sets the state Cancelled. At the end of the file the thread ends, even though its last chunks may still be
-/// unheard: a seek requested after that is shown but not carried out.
+/// unheard: a seek requested after that is shown but not carried out, unless setStaysAtEnd() was called.
 ///
 /// Threads: decode() once, on the owner's thread; everything else on any.
 class KX_AUDIO_EXPORT KXCoreAudioFileDecoder : public std::enable_shared_from_this<KXCoreAudioFileDecoder>
@@ -58,11 +54,24 @@ public:
     Q_DISABLE_COPY_MOVE(KXCoreAudioFileDecoder)
 
     [[nodiscard]] QUrl fileURL() const { return m_fileURL; }
+    /// How the file is opened; to be set before decode(). Whether that is cancelled is the decoder's own business.
+    void setFileOptions(const KXAudioFileOptions &options) { m_options = options; }
+    /// Has the thread wait for a seek at the end of the file, until it is cancelled, instead of finishing. Before
+    /// decode().
+    void setStaysAtEnd(bool stays) { m_staysAtEnd = stays; }
     /// Held weakly. To be set before decode(). A decoder whose delegate has gone ends.
     void setDelegate(const std::weak_ptr<KXCoreAudioFileDecoderDelegate> &delegate) { m_delegate = delegate; }
 
-    /// Opens the file and starts decoding. On failure the error has the code KXAudioFileErrorCode.
-    bool decode(KXError *error = nullptr);
+    /// Opens the file and starts decoding on a thread of its own. On failure the error has the code
+    /// KXAudioFileErrorCode.
+    bool decode(KXError *error = nullptr) { return open(error) && runInBackground(error); }
+    /// The two steps of decode().
+    bool open(KXError *error = nullptr);
+    bool runInBackground(KXError *error = nullptr);
+    /// For a caller that has a thread to give: decodes until the end. The caller keeps the decoder alive meanwhile.
+    void run();
+    /// A single step of run(). False when decoding has ended.
+    bool decodeChunk();
     /// Waits until the thread has ended, after it was cancelled. Not to be called by a delegate.
     void waitUntilDone() const { m_isDecoding.wait(true); }
 
@@ -87,6 +96,12 @@ public:
     /// Whether totalFrames() will not change any more.
     [[nodiscard]] bool totalFramesIsFinal() const { return m_totalFramesIsFinal; }
 
+    /// Looks for the length of a local file that was only guessed, in the file opened once more. After decode(), on a
+    /// thread that may wait.
+    void findExactLength();
+    /// What ended reading before the end of the file, 0 when nothing did. A seek tries again.
+    [[nodiscard]] KXAudioFileStatus readStatus() const { return m_readStatus; }
+
     /// The frame to go to, -1 when none is pending. Set Running afterwards.
     [[nodiscard]] qint64 seekToFrame() const { return m_seekToFrame; }
     void setSeekToFrame(qint64 frame) { m_seekToFrame = frame; }
@@ -99,22 +114,27 @@ public:
     bool advanceRenderedFrames(qint64 from, qint64 frames) noexcept;
 
 private:
-    bool fail(KXError *error, const char *format, KXAudioFileStatus status);
-    void decodeAudioData();
     void carryOutSeek();
     bool deliver(quint32 frames);
     bool waitForRoom();
     void waitForData(KXAudioFileStatus status);
+    void reachEnd(KXAudioFileStatus status);
+    void waitForSeek();
     [[nodiscard]] bool isCancelled() const { return m_state == KXCoreAudioFileDecoderStateCancelled; }
 
     const QUrl m_fileURL;
     std::weak_ptr<KXCoreAudioFileDecoderDelegate> m_delegate;
     KXAudioFile m_file;
     const std::shared_ptr<std::atomic<bool>> m_cancelled = std::make_shared<std::atomic<bool>>(false);
+    KXAudioFileOptions m_options;
+    bool m_staysAtEnd = false;
     KXStreamFormat m_inputDescription;
     KXStreamFormat m_outputDescription;
     KXAudioBufferListPointer m_chunk;
     qint64 m_position = 0; // the decoding thread's: end of what was read, as the player counts
+    KXAudioFileStatus m_seekStatus = KXAudioFileNoError; // of the last seek
+    qint64 m_promisedFrames = 0; // what totalFrames() was at first
+    bool m_isAtEnd = false; // the decoding thread's
     bool m_isPending = false; // the decoding thread's: the last read found a growing file's present end
 
     std::mutex m_mutex; // held for every change of the state but the render thread's
@@ -122,6 +142,7 @@ private:
     std::atomic<int> m_state = KXCoreAudioFileDecoderStateRunning;
     std::atomic<qint64> m_totalFrames = 0;
     std::atomic<bool> m_totalFramesIsFinal = false;
+    std::atomic<KXAudioFileStatus> m_readStatus = KXAudioFileNoError;
     std::atomic<qint64> m_seekToFrame = -1;
     std::atomic<qint64> m_renderedFrames = 0;
     std::atomic<bool> m_isDecoding = false;

@@ -182,6 +182,8 @@ double KXMultiTrackAudioPlayer::currentTime() const
     return double(target >= 0 ? target : m_session->decoder()->renderedFrames()) / rate;
 }
 
+bool KXMultiTrackAudioPlayer::isSeeking() const { return m_session && m_session->decoder()->seekToFrame() >= 0; }
+
 void KXMultiTrackAudioPlayer::setTime(double seconds)
 {
     if (!m_session || std::isnan(seconds))

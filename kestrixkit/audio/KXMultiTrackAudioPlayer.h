@@ -34,6 +34,8 @@ public:
     [[nodiscard]] double currentTime() const override;
     /// Limited to the item's frames. Nothing happens while its length is unknown.
     void setTime(double seconds) override;
+    /// For ever once the decoder has finished.
+    [[nodiscard]] bool isSeeking() const override;
     /// Nothing happens for a frame that the item does not have.
     void seekToFrame(qint64 frame);
 

@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr double playbackBufferSeconds = 0.5;
+constexpr qint64 playbackMostBufferBytes = 16 << 20;
 
 /// Adds a channel to one side. Apart, so that the compiler makes vector code of it.
 void playbackMix(float *__restrict side, const float *__restrict channel, int frames, float gain) noexcept
@@ -16,29 +16,55 @@ void playbackMix(float *__restrict side, const float *__restrict channel, int fr
         side[i] += channel[i] * gain;
 }
 
+void playbackApplyRamp(
+    float *left, float *right, int frames, qint64 firstFrame, float gain, const KXGainRamp *ramp) noexcept
+{
+    const bool isOver
+        = !ramp || firstFrame + frames <= ramp->startFrame || firstFrame >= ramp->startFrame + ramp->frames;
+    const float same = ramp ? gain * float(ramp->gainAt(firstFrame)) : gain;
+    for (int i = 0; i < frames; ++i) {
+        const float here = isOver ? same : gain * float(ramp->gainAt(firstFrame + i));
+        left[i] *= here;
+        right[i] *= here;
+    }
 }
 
-KXPlaybackSession::KXPlaybackSession(const QUrl &url)
+}
+
+KXPlaybackSession::KXPlaybackSession(const QUrl &url, const KXPlaybackOptions &options)
     : m_decoder(std::make_shared<KXCoreAudioFileDecoder>(url))
+    , m_bufferSeconds(options.bufferSeconds)
 {
+    KXAudioFileOptions file;
+    file.secondsPerCall = options.secondsPerCall;
+    m_decoder->setFileOptions(file);
+    m_decoder->setStaysAtEnd(options.staysAtEnd);
 }
 
 KXPlaybackSession::~KXPlaybackSession() { cancel(); }
 
 bool KXPlaybackSession::start(const std::function<bool(const KXStreamFormat &)> &willStart, KXError *error)
 {
+    return open(willStart, error) && m_decoder->runInBackground(error);
+}
+
+bool KXPlaybackSession::open(const std::function<bool(const KXStreamFormat &)> &willStart, KXError *error)
+{
     m_decoder->setDelegate(weak_from_this());
     m_willStart = &willStart;
-    const bool started = m_decoder->decode(error);
+    const bool opened = m_decoder->open(error);
     m_willStart = nullptr;
-    return started;
+    return opened;
 }
 
 bool KXPlaybackSession::prepareBuffer(const KXStreamFormat &format)
 {
     const quint32 channels = format.mChannelsPerFrame;
-    const qint64 bytes = qint64(channels * double(format.mBytesPerFrame) * format.mSampleRate * playbackBufferSeconds);
-    // At low rates half a second is less than a chunk, which would then never find room.
+    const double second = channels * double(format.mBytesPerFrame) * format.mSampleRate;
+    const auto bytes
+        = qint64(std::max(second * KXPlaybackOptions().bufferSeconds, // many channels get no more than that
+            std::min(second * m_bufferSeconds, double(playbackMostBufferBytes))));
+    // At low rates this may be less than a chunk, which would then never find room.
     const qint64 header = 96 + 16 * (qint64(channels) - 1);
     const qint64 chunk = header + qint64(channels) * format.mBytesPerFrame * KXCoreAudioFileDecoder::ChunkFrames;
     constexpr qint64 most = qint64(1) << 30;
@@ -68,7 +94,19 @@ bool KXPlaybackSession::setInputPan(qint64 input, float pan)
     return true;
 }
 
-void KXPlaybackSession::setRamp(const KXGainRamp &ramp) { m_ramp = &m_ramps.emplace_back(ramp); }
+void KXPlaybackSession::setRamp(const KXGainRamp &ramp)
+{
+    m_nextRamp = nullptr;
+    m_ramp = &m_ramps.emplace_back(ramp);
+}
+
+void KXPlaybackSession::setNextRamp(const KXGainRamp &ramp) { m_nextRamp = &m_ramps.emplace_back(ramp); }
+
+void KXPlaybackSession::correctNextRamp(const KXGainRamp &ramp)
+{
+    if (const KXGainRamp *former = m_nextRamp)
+        m_nextRamp.compare_exchange_strong(former, &m_ramps.emplace_back(ramp));
+}
 
 void KXPlaybackSession::seekToFrame(qint64 frame)
 {
@@ -149,23 +187,16 @@ int KXPlaybackSession::mix(float *left, float *right, int frames) noexcept
     return done;
 }
 
-void KXPlaybackSession::applyGain(float *left, float *right, int frames, qint64 firstFrame) const noexcept
+void KXPlaybackSession::applyGain(float *left, float *right, int frames, qint64 firstFrame) noexcept
 {
     const float gain = m_gain.load(std::memory_order_relaxed);
-    const KXGainRamp *ramp = m_ramp.load(std::memory_order_acquire);
-    const auto overlaps
-        = [&] { return firstFrame + frames > ramp->startFrame && firstFrame < ramp->startFrame + ramp->frames; };
-    if (ramp && overlaps()) {
-        for (int i = 0; i < frames; ++i) {
-            const float here = gain * float(ramp->gainAt(firstFrame + i));
-            left[i] *= here;
-            right[i] *= here;
-        }
+    const KXGainRamp *next = m_nextRamp.load(std::memory_order_acquire);
+    const int before = next ? int(std::clamp<qint64>(next->startFrame - firstFrame, 0, frames)) : frames;
+    playbackApplyRamp(left, right, before, firstFrame, gain, m_ramp.load(std::memory_order_acquire));
+    if (before == frames)
         return;
-    }
-    const float here = ramp ? gain * float(ramp->gainAt(firstFrame)) : gain;
-    for (int i = 0; i < frames; ++i) {
-        left[i] *= here;
-        right[i] *= here;
-    }
+    const KXGainRamp *replaced = next;
+    if (m_nextRamp.compare_exchange_strong(replaced, nullptr))
+        m_ramp = next;
+    playbackApplyRamp(left + before, right + before, frames - before, firstFrame + before, gain, next);
 }

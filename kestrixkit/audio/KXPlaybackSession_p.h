@@ -22,6 +22,14 @@ struct KXGainRamp
     }
 };
 
+/// How a session differs from the usual.
+struct KXPlaybackOptions
+{
+    double bufferSeconds = 0.5;
+    double secondsPerCall = KXAudioFileOptions().secondsPerCall; ///< for a server to answer
+    bool staysAtEnd = false; ///< can be positioned again when all of the item has been read
+};
+
 /// Everything that belongs to one playing item: decoder, ring, mixer and position. The engine of both players.
 ///
 /// The decoder's thread fills the ring, the render thread mixes straight out of it. Each channel of the file is an
@@ -38,19 +46,20 @@ public:
     /// At most this much is taken from the ring in one pass; the rest of a longer pass is silence that does not count.
     static constexpr int MostFramesPerPass = 2048;
 
-    explicit KXPlaybackSession(const QUrl &url);
+    explicit KXPlaybackSession(const QUrl &url, const KXPlaybackOptions &options = {});
     ~KXPlaybackSession() override;
 
     [[nodiscard]] const std::shared_ptr<KXCoreAudioFileDecoder> &decoder() const { return m_decoder; }
 
     /// Opens the item and starts decoding it. `willStart` is called once its format is known, to make the buffer and
-    /// an output ready; false cancels the decoder, although this then still answers true. May be called on a worker
-    /// thread, which then also runs willStart.
+    /// an output ready; false cancels the decoder, although this then still answers true.
     bool start(const std::function<bool(const KXStreamFormat &)> &willStart, KXError *error = nullptr);
+    /// As above, but on a worker thread, willStart included, and without decoding: that is left to decoder()->run().
+    bool open(const std::function<bool(const KXStreamFormat &)> &willStart, KXError *error = nullptr);
     /// Ends decoding for good. Any thread.
     void cancel() { m_decoder->setState(KXCoreAudioFileDecoderStateCancelled); }
 
-    /// Makes the ring, half a second long, and inputs of gain 1 panned left and right in turn. For willStart.
+    /// Makes the ring and inputs of gain 1 panned left and right in turn. For willStart.
     bool prepareBuffer(const KXStreamFormat &format);
 
     [[nodiscard]] int inputCount() const { return m_inputCount; }
@@ -60,8 +69,12 @@ public:
     bool setInputPan(qint64 input, float pan);
     /// Applied as its third power, from the next pass on. Any thread.
     void setVolume(float volume) { m_gain.store(volume * volume * volume, std::memory_order_relaxed); }
-    /// In place of the ramp before. Any thread, one at a time.
+    /// In place of the ramp before, and of one that was to be next. Any thread, one at a time.
     void setRamp(const KXGainRamp &ramp);
+    /// Takes the place of the ramp when playing first reaches its start. As above.
+    void setNextRamp(const KXGainRamp &ramp);
+    /// Changes the next ramp, unless its time has come already. As above.
+    void correctNextRamp(const KXGainRamp &ramp);
 
     /// Requests a seek and wakes the decoder. Any thread.
     void seekToFrame(qint64 frame);
@@ -88,9 +101,10 @@ private:
     };
 
     int mix(float *left, float *right, int frames) noexcept;
-    void applyGain(float *left, float *right, int frames, qint64 firstFrame) const noexcept;
+    void applyGain(float *left, float *right, int frames, qint64 firstFrame) noexcept;
 
     const std::shared_ptr<KXCoreAudioFileDecoder> m_decoder;
+    const double m_bufferSeconds;
     const std::function<bool(const KXStreamFormat &)> *m_willStart = nullptr; // during start()
     KXCircularBuffer m_ring;
     KXStreamFormat m_format; // of the ring
@@ -98,6 +112,7 @@ private:
     int m_inputCount = 0;
     std::atomic<float> m_gain = 0;
     std::atomic<const KXGainRamp *> m_ramp = nullptr;
+    std::atomic<const KXGainRamp *> m_nextRamp = nullptr; // until the render thread makes it m_ramp
     std::deque<KXGainRamp> m_ramps; // all there were: the render thread may still be using one
     /// Held by whoever takes from the ring: a render pass, which only tries, or the decoder when it empties the ring.
     std::atomic_flag m_consumer;

@@ -137,10 +137,8 @@ void KXCountTable::readInserted(const std::vector<qint64> &keys)
     for (size_t i = 0; i < columns.size(); ++i)
         columns[i] = i;
     for (const qint64 key : keys) {
-        changeRow(key, [&](qint64 row) {
-            if (has(row))
-                bury(size_t(row)); // it is read again
-        });
+        if (has(rowOf(key)))
+            changeRow(key, [&](qint64 row) { bury(size_t(row)); }); // it is read again
     }
     KXError error;
     for (const auto &column : m_columns)

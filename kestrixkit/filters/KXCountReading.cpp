@@ -10,6 +10,8 @@
 
 namespace {
 
+using KeyIterator = std::vector<qint64>::const_iterator;
+
 QByteArray countKeyList(const std::vector<qint64> &keys)
 {
     QByteArray list = "[";
@@ -52,8 +54,12 @@ bool KXCountTable::read(const std::vector<size_t> &columns, const std::vector<qi
             numbers += (numbers.isEmpty() ? "" : ",") + QByteArray::number(member->number());
         conditions.append("t0.kx_entity IN (" + numbers + ')');
     }
+    // Rows that were inserted together lie together.
+    const auto [lowest, highest] = keys ? std::minmax_element(keys->begin(), keys->end()) : std::pair<KeyIterator, KeyIterator>();
+    const bool isDense = keys && *highest - *lowest < 2 * qint64(keys->size());
+    const QSet<qint64> wantedKeys = isDense && *highest - *lowest + 1 != qint64(keys->size()) ? QSet<qint64>(keys->begin(), keys->end()) : QSet<qint64>();
     if (keys)
-        conditions.append("t0.kx_id IN (SELECT value FROM json_each(?))");
+        conditions.append(isDense ? QByteArray("t0.kx_id BETWEEN ? AND ?") : QByteArray("t0.kx_id IN (SELECT value FROM json_each(?))"));
     if (!conditions.isEmpty())
         sql += " WHERE " + conditions.join(" AND ");
     sql += " ORDER BY t0.kx_id";
@@ -65,14 +71,20 @@ bool KXCountTable::read(const std::vector<size_t> &columns, const std::vector<qi
     KXStatement rows = reader->prepare(sql);
     if (!rows)
         return KXSetError(error, reader->lastError());
-    const QByteArray list = keys ? countKeyList(*keys) : QByteArray();
-    if (keys)
+    const QByteArray list = keys && !isDense ? countKeyList(*keys) : QByteArray();
+    if (isDense) {
+        rows.bind(1, *lowest);
+        rows.bind(2, *highest);
+    } else if (keys) {
         rows.bindText(1, std::string_view(list.constData(), size_t(list.size())));
+    }
     // Each text is looked at as a value once.
     std::vector<QHash<QByteArray, quint32>> known(wanted.size());
     int code;
     while ((code = rows.step()) == SQLITE_ROW) {
         const qint64 key = rows.integer(0);
+        if (!wantedKeys.isEmpty() && !wantedKeys.contains(key))
+            continue;
         qint64 row = m_hasRows ? rowOf(key) : -1;
         if (row < 0) {
             if (!addsRows)

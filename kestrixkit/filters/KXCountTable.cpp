@@ -386,10 +386,15 @@ bool KXCountTable::update(KXError *error)
     }
     m_words = rounded;
     m_trees.clear();
+    bool isAllCounted = true;
     for (size_t i = 0; i < m_rules.size(); ++i) {
-        if (m_rules[i].isUsed && m_rules[i].reason.isEmpty() && m_rules[i].tree.kind != KXCountNode::Slot)
+        const Rule &rule = m_rules[i];
+        isAllCounted = isAllCounted && (!rule.isUsed || rule.isCounted);
+        if (rule.isUsed && rule.reason.isEmpty() && rule.tree.kind != KXCountNode::Slot)
             m_trees.push_back(int(i));
     }
+    if (isAllCounted)
+        return true;
     scan();
     return countByStore(error);
 }

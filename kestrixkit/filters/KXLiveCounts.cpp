@@ -18,39 +18,23 @@ constexpr double liveCountsPause = 0.25; // seconds between two moments at least
 /// All time zones change their offsets at such marks, and days begin there.
 constexpr qint64 liveCountsQuarterHour = 15 * 60 * 1000;
 
-/// A date in a predicate that moves along with the clock.
-struct LiveMovingDate
-{
-    QString keyPath;
-    qint64 milliseconds;
-};
-
-/// Dates that differ between a predicate and the one of a moment later by just that much.
-void liveCollectMoving(const KXPredicate &now, const KXPredicate &later, qint64 difference, std::vector<LiveMovingDate> &moving)
-{
-    if (now.type() != KXPredicateType::Comparison) {
-        for (qsizetype i = 0; i < std::min(now.subpredicates().size(), later.subpredicates().size()); ++i)
-            liveCollectMoving(now.subpredicates()[i], later.subpredicates()[i], difference, moving);
-        return;
-    }
-    if (later.type() != KXPredicateType::Comparison)
-        return;
-    const QVariant a = now.rightExpression().constantValue(), b = later.rightExpression().constantValue();
-    if (a.typeId() == QMetaType::QDateTime && b.typeId() == QMetaType::QDateTime && a.toDateTime().msecsTo(b.toDateTime()) == difference)
-        moving.push_back({ now.leftExpression().keyPath(), a.toDateTime().toMSecsSinceEpoch() });
-}
-
 }
 
 class KXLiveCountsPrivate
 {
 public:
+    /// A date in a predicate that moves along with the clock.
+    struct MovingDate
+    {
+        QString keyPath;
+        qint64 milliseconds;
+    };
     struct Entry
     {
         KXLiveCounts::Rule rule;
         KXPredicate own;
         int number = -1; ///< in the table
-        std::vector<LiveMovingDate> moving;
+        std::vector<MovingDate> moving;
         bool dependsOnTime = false;
     };
 
@@ -90,6 +74,25 @@ public:
     bool isScheduled = false;
 };
 
+namespace {
+
+/// Dates that differ between a predicate and the one of a moment later by just that much.
+void liveCollectMoving(const KXPredicate &now, const KXPredicate &later, qint64 difference, std::vector<KXLiveCountsPrivate::MovingDate> &moving)
+{
+    if (now.type() != KXPredicateType::Comparison) {
+        for (qsizetype i = 0; i < std::min(now.subpredicates().size(), later.subpredicates().size()); ++i)
+            liveCollectMoving(now.subpredicates()[i], later.subpredicates()[i], difference, moving);
+        return;
+    }
+    if (later.type() != KXPredicateType::Comparison)
+        return;
+    const QVariant a = now.rightExpression().constantValue(), b = later.rightExpression().constantValue();
+    if (a.typeId() == QMetaType::QDateTime && b.typeId() == QMetaType::QDateTime && a.toDateTime().msecsTo(b.toDateTime()) == difference)
+        moving.push_back({ now.leftExpression().keyPath(), a.toDateTime().toMSecsSinceEpoch() });
+}
+
+}
+
 void KXLiveCountsPrivate::ask(Entry &entry)
 {
     const auto at = [&](qint64 milliseconds) {
@@ -122,7 +125,7 @@ qint64 KXLiveCountsPrivate::nextBoundary()
     for (const Entry &entry : std::as_const(entries)) {
         if (entry.dependsOnTime)
             next = std::min(next, (asOf / liveCountsQuarterHour + 1) * liveCountsQuarterHour);
-        for (const LiveMovingDate &date : entry.moving) {
+        for (const KXLiveCountsPrivate::MovingDate &date : entry.moving) {
             const qint64 number = table.nextNumber(date.keyPath, date.milliseconds * 1000);
             // An object with that very date may fit now and not a moment later.
             if (number != KXCountColumn::absent)

@@ -114,6 +114,8 @@ void KXLivePresetCounts::follow(const KXObjectsDidChange &did)
         const auto id = KXManagedObjectID(m_presetsContext->persistentStoreCoordinator()->store()->identity(), others->entity, key);
         add(KXFilterSetPreset::cast(m_presetsContext->objectWithID(id)));
     }
+    if (edited.isEmpty())
+        return;
     for (Entry &entry : m_entries) {
         if (!edited.contains(entry.preset->filterSetURI()))
             continue;

@@ -141,15 +141,18 @@ KX_CORE_EXPORT KXObservable *KXObservableFromVariant(const QVariant &value);
 /// as objects. May be called any number of times, on any thread.
 template <typename Handle> void KXRegisterObservableHandle()
 {
-    static const bool registered = QMetaType::registerConverter<Handle, KXObservable *>(
-        [](const Handle &handle) { return static_cast<KXObservable *>(handle ? &*handle : nullptr); });
+    static const bool registered = QMetaType::hasRegisteredConverterFunction<Handle, KXObservable *>()
+        || QMetaType::registerConverter<Handle, KXObservable *>(
+            [](const Handle &handle) { return static_cast<KXObservable *>(handle ? &*handle : nullptr); });
     Q_UNUSED(registered)
 }
 
 template <typename T> void KXRegisterObservableHandle(const KXRef<T> &)
 {
-    static const bool registered = QMetaType::registerConverter<KXRef<T>, KXObservable *>(
-        [](const KXRef<T> &ref) { return static_cast<KXObservable *>(ref.get()); });
+    // Each library asks once; another one may have been first.
+    static const bool registered = QMetaType::hasRegisteredConverterFunction<KXRef<T>, KXObservable *>()
+        || QMetaType::registerConverter<KXRef<T>, KXObservable *>(
+            [](const KXRef<T> &ref) { return static_cast<KXObservable *>(ref.get()); });
     Q_UNUSED(registered)
 }
 

@@ -9,6 +9,7 @@
 #include <QUrl>
 #include <QUuid>
 
+#include <kestrixkit/foundation/KXArchive.h>
 #include <kestrixkit/foundation/KXBundle.h>
 #include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/foundation/KXMainQueue.h>
@@ -17,34 +18,28 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr auto defaultsFormatName = "kestrix.defaults"_L1;
+constexpr QStringView defaultsFormatName = u"kestrix.defaults";
 constexpr int defaultsFormatNumber = 1;
-constexpr qint64 defaultsMostBytes = 16 << 20;
 
 bool defaultsRead(QIODevice &device, QSettings::SettingsMap &map)
 {
-    const QByteArray bytes = device.read(defaultsMostBytes + 1);
+    const QByteArray bytes = device.read(KXArchive::mostBytes + 1);
     if (bytes.isEmpty()) // a new file
         return true;
-    QCborParserError error;
-    const QCborMap file = QCborValue::fromCbor(bytes, &error).toMap();
-    const QCborValue values = file.value("values"_L1);
-    if (bytes.size() > defaultsMostBytes || error.error != QCborError::NoError
-        || file.value("format"_L1) != defaultsFormatName || file.value("number"_L1) != defaultsFormatNumber
-        || !values.isMap()) {
+    const auto values = KXArchive::unarchive(bytes, defaultsFormatName, defaultsFormatNumber);
+    if (!values || !values->isMap()) {
         KXLogWarning(foundation, "The user defaults are unreadable and taken as empty");
         return false;
     }
-    map = values.toMap().toVariantMap();
+    map = values->toMap().toVariantMap();
     return true;
 }
 
 bool defaultsWrite(QIODevice &device, const QSettings::SettingsMap &map)
 {
-    const QCborMap file { { u"format"_s, defaultsFormatName }, { u"number"_s, defaultsFormatNumber },
-        { u"values"_s, QCborMap::fromVariantMap(map) } };
-    const QByteArray bytes = file.toCborValue().toCbor();
-    return bytes.size() <= defaultsMostBytes && device.write(bytes) == bytes.size();
+    const QByteArray bytes
+        = KXArchive::archive(defaultsFormatName, defaultsFormatNumber, QCborMap::fromVariantMap(map));
+    return !bytes.isEmpty() && device.write(bytes) == bytes.size();
 }
 
 QSettings::Format defaultsFormat()

@@ -11,6 +11,7 @@
 #include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/store/KXMainThreadDictionary.h>
 #include <kestrixkit/store/KXModelFile_p.h>
+#include <kestrixkit/store/KXPersistentStore.h>
 #include <kestrixkit/store/KXRowValues_p.h>
 
 using namespace Qt::StringLiterals;
@@ -257,6 +258,24 @@ KXManagedObjectModel::Ref KXManagedObjectModel::mergedModelFromBundles(const QLi
         return nullptr;
     }
     return modelByMergingModels(models, error);
+}
+
+KXManagedObjectModel::Ref KXManagedObjectModel::mergedModelFromBundles(const QList<const KXBundle *> &bundles, const KXStoreMetadata &forStoreMetadata)
+{
+    const auto &wanted = forStoreMetadata.versionHashes;
+    QList<Ref> models;
+    for (const KXBundle *bundle : bundles.isEmpty() ? QList<const KXBundle *> { &KXBundle::mainBundle() } : bundles) {
+        for (const QString &path : KXModelFile::allModelFiles(*bundle)) {
+            const Ref model = modelWithContentsOfFile(path);
+            if (model && model->versionHashes() == wanted)
+                return model;
+            const auto fits = [&wanted](const KXEntityDescription *entity) { return wanted.value(entity->name()) == entity->versionHash(); };
+            if (model && std::all_of(model->m_sorted.begin(), model->m_sorted.end(), fits))
+                models.append(model);
+        }
+    }
+    const Ref merged = modelByMergingModels(models);
+    return merged && merged->versionHashes() == wanted ? merged : nullptr;
 }
 
 KXManagedObjectModel::Ref KXManagedObjectModel::managedObjectModel()

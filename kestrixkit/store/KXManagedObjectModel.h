@@ -13,6 +13,7 @@
 #include <kestrixkit/store/KXPredicate.h>
 
 class KXBundle;
+struct KXStoreMetadata;
 
 /// Key of the shared model in KXMainThreadDictionary.
 inline constexpr QLatin1StringView KXNSManagedObjectModelMainThreadKey { "KXNSManagedObjectModelMainThreadKey" };
@@ -50,6 +51,9 @@ public:
     /// Of each "Name.momd" folder the current version is taken: the one named in its "current" file, else the
     /// one whose name sorts last.
     [[nodiscard]] static Ref mergedModelFromBundles(const QList<const KXBundle *> &bundles, KXError *error = nullptr);
+    /// Of all versions in the bundles those that a store with this metadata was written with, in one; nullptr where they do
+    /// not make it up.
+    [[nodiscard]] static Ref mergedModelFromBundles(const QList<const KXBundle *> &bundles, const KXStoreMetadata &forStoreMetadata);
     /// All entities and templates of the models; an entity that several of them hold must be the same in each.
     [[nodiscard]] static Ref modelByMergingModels(const QList<Ref> &models, KXError *error = nullptr);
 

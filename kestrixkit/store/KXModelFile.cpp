@@ -41,33 +41,6 @@ constexpr QLatin1StringView modelDeleteRuleNames[] = { "nullify"_L1, "cascade"_L
 
 KXError modelError(const QString &text) { return KXError(KXKestrixKitErrorDomain, KXModelFile::InvalidModelCode, text); }
 
-/// Defaults of the types that JSON has no form for are written as text.
-QVariant defaultFromJSON(const QJsonValue &value, KXAttributeType type)
-{
-    if (value.isUndefined() || value.isNull())
-        return {};
-    switch (type) {
-    case KXAttributeType::Integer16:
-    case KXAttributeType::Integer32:
-    case KXAttributeType::Integer64:
-        return value.toInteger();
-    case KXAttributeType::Decimal: {
-        const auto decimal = KXDecimal::fromString(value.isString() ? value.toString() : value.toVariant().toString());
-        return decimal ? QVariant::fromValue(*decimal) : QVariant();
-    }
-    case KXAttributeType::Date:
-        return QDateTime::fromString(value.toString(), Qt::ISODateWithMs);
-    case KXAttributeType::URI:
-        return QUrl(value.toString());
-    case KXAttributeType::UUID:
-        return QUuid::fromString(value.toString());
-    case KXAttributeType::Binary:
-        return QByteArray::fromBase64(value.toString().toLatin1());
-    default:
-        return value.toVariant();
-    }
-}
-
 QJsonValue defaultToJSON(const QVariant &value, KXAttributeType type)
 {
     switch (type) {
@@ -101,7 +74,7 @@ KXError readAttribute(const QJsonObject &json, const QString &entityName, KXProp
     if (json["transient"_L1].toBool())
         attribute.transient();
     if (json.contains("default"_L1))
-        attribute.withDefault(defaultFromJSON(json["default"_L1], type->type));
+        attribute.withDefault(KXModelFile::valueFromJSON(json["default"_L1], type->type));
     attribute.renamedFrom(json["renamedFrom"_L1].toString());
     return {};
 }
@@ -154,6 +127,32 @@ QJsonObject writeProperty(const KXPropertyDescription &property)
     return json;
 }
 
+}
+
+QVariant KXModelFile::valueFromJSON(const QJsonValue &value, KXAttributeType type)
+{
+    if (value.isUndefined() || value.isNull())
+        return {};
+    switch (type) {
+    case KXAttributeType::Integer16:
+    case KXAttributeType::Integer32:
+    case KXAttributeType::Integer64:
+        return value.isDouble() ? QVariant(value.toInteger()) : QVariant();
+    case KXAttributeType::Decimal: {
+        const auto decimal = KXDecimal::fromString(value.isString() ? value.toString() : value.toVariant().toString());
+        return decimal ? QVariant::fromValue(*decimal) : QVariant();
+    }
+    case KXAttributeType::Date:
+        return QDateTime::fromString(value.toString(), Qt::ISODateWithMs);
+    case KXAttributeType::URI:
+        return QUrl(value.toString());
+    case KXAttributeType::UUID:
+        return QUuid::fromString(value.toString());
+    case KXAttributeType::Binary:
+        return QByteArray::fromBase64(value.toString().toLatin1());
+    default:
+        return value.toVariant();
+    }
 }
 
 KXError KXModelFile::readFile(const QString &path, QByteArray &json)
@@ -248,6 +247,16 @@ QByteArray KXModelFile::versionHash(const KXEntityDescription &entity)
     lines.sort();
     lines.prepend(KXStringWithFormat("entity %@ %@", entity.name(), entity.parentName()));
     return QCryptographicHash::hash(lines.join(u'\n').toUtf8(), QCryptographicHash::Sha256);
+}
+
+QStringList KXModelFile::allModelFiles(const KXBundle &bundle)
+{
+    QStringList files;
+    for (const QString &folder : bundle.resourcePaths(u"momd"_s))
+        files += bundle.resourcePaths(u"mom"_s, QFileInfo(folder).fileName());
+    files += bundle.resourcePaths(u"mom"_s);
+    files.removeDuplicates();
+    return files;
 }
 
 QStringList KXModelFile::currentModelFiles(const KXBundle &bundle)

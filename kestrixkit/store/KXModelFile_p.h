@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QJsonValue>
 #include <QList>
 #include <QStringList>
 
@@ -29,6 +30,11 @@ struct Content
 /// rows are stored. Defaults, indexes, delete rules and classes may change without making a store incompatible.
 [[nodiscard]] QByteArray versionHash(const KXEntityDescription &entity);
 
+/// A value of an attribute as models write it; types that JSON has no form for are texts. Invalid where it is none.
+[[nodiscard]] QVariant valueFromJSON(const QJsonValue &value, KXAttributeType type);
+
+/// All versions: the files in the model folders, folder by folder, then the model files beside the folders.
+[[nodiscard]] QStringList allModelFiles(const KXBundle &bundle);
 /// The current version of each model folder of the bundle, then the model files beside the folders.
 [[nodiscard]] QStringList currentModelFiles(const KXBundle &bundle);
 

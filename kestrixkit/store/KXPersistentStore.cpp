@@ -4,6 +4,7 @@
 
 #include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/store/KXPersistentStore_p.h>
+#include <kestrixkit/store/KXStoreReplacement_p.h>
 #include <kestrixkit/store/KXStoreSchema_p.h>
 
 using namespace Qt::StringLiterals;
@@ -13,6 +14,21 @@ KXPersistentStore::~KXPersistentStore() = default;
 const QUrl &KXPersistentStore::URL() const { return m_p->url; }
 const QString &KXPersistentStore::identifier() const { return m_p->identity->uuid; }
 const std::shared_ptr<const KXStoreIdentity> &KXPersistentStore::identity() const { return m_p->identity; }
+
+std::optional<KXStoreMetadata> KXPersistentStore::metadataForStoreURL(const QUrl &url, KXError *error)
+{
+    KXStoreMetadata metadata;
+    bool fresh = false;
+    KXError problem = KXStoreReplacement::recover(url.toLocalFile());
+    if (!problem)
+        problem = KXStoreSchema::look(url.toLocalFile(), {}, fresh, metadata);
+    if (!problem && fresh)
+        problem = KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::CannotOpen, KXStringWithFormat("There is no store at %@", url.toLocalFile()));
+    if (!problem)
+        return metadata;
+    KXSetError(error, problem);
+    return std::nullopt;
+}
 
 std::unique_ptr<KXPersistentStorePrivate> KXPersistentStorePrivate::open(const QUrl &url, const KXManagedObjectModel::Ref &model,
     const QByteArray &vfs, KXError *error)
@@ -26,27 +42,16 @@ std::unique_ptr<KXPersistentStorePrivate> KXPersistentStorePrivate::open(const Q
             KXStringWithFormat("%@ is not the address of a local file", url.toString())));
     }
     const QString path = url.toLocalFile();
-    const bool existed = QFile::exists(path);
-    bool fresh = false;
-    if (KXError problem = KXStoreSchema::inspectFile(path, fresh))
+    if (KXError problem = KXStoreReplacement::recover(path))
         return refuse(problem);
-
+    const bool existed = QFile::exists(path);
+    bool create = false;
     KXStoreSchema::Metadata metadata;
-    bool create = fresh;
-    if (!fresh) {
-        // A look first, with a connection that never folds the log into a file that may be refused.
-        KXSQLiteConnection look;
-        KXError problem = look.open(path, { .untouched = true, .vfs = vfs });
-        if (!problem && look.integer("SELECT count(*) FROM sqlite_master", -1) == 0)
-            create = true; // a creation that was cut short before its first commit
-        else if (!problem)
-            problem = KXStoreSchema::readMetadata(look, metadata);
-        if (problem)
-            return refuse(problem);
-        if (!create && metadata.versionHashes != model->versionHashes()) {
-            return refuse(KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::IncompatibleModel,
-                u"The model used to open the store is incompatible with the one used to create the store"_s));
-        }
+    if (KXError problem = KXStoreSchema::look(path, vfs, create, metadata))
+        return refuse(problem);
+    if (!create && metadata.versionHashes != model->versionHashes()) {
+        return refuse(KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::IncompatibleModel,
+            u"The model used to open the store is incompatible with the one used to create the store"_s));
     }
 
     auto writer = std::make_unique<KXSQLiteConnection>();
@@ -55,11 +60,16 @@ std::unique_ptr<KXPersistentStorePrivate> KXPersistentStorePrivate::open(const Q
         problem = KXStoreSchema::create(*writer, *model, metadata);
     else if (!problem)
         problem = KXStoreSchema::updateIndexes(*writer, *model);
+    // From here on nobody can replace the file, but another process may have done so since it was looked at.
+    if (existed && !create && writer->hasMoved()) {
+        writer.reset();
+        return open(url, model, vfs, error);
+    }
     if (problem) {
         writer.reset();
         if (!existed) {
-            for (const auto suffix : { ""_L1, "-wal"_L1, "-shm"_L1, "-journal"_L1 })
-                QFile::remove(path + suffix);
+            for (const QString &made : KXStoreFiles::companions(path))
+                QFile::remove(made);
         }
         return refuse(problem);
     }

@@ -12,6 +12,7 @@
 #include <kestrixkit/store/KXMainThreadDictionary.h>
 #include <kestrixkit/store/KXPersistentStore.h>
 #include <kestrixkit/store/KXPersistentStore_p.h>
+#include <kestrixkit/store/KXStoreMigration_p.h>
 
 using namespace Qt::StringLiterals;
 
@@ -31,6 +32,27 @@ struct KXPersistentStoreCoordinator::Feed
     bool delivering = false;
     quint64 lastSerial = 0;
 };
+
+namespace {
+
+std::unique_ptr<KXPersistentStorePrivate> coordinatorOpenMigrating(const QString &path, const KXManagedObjectModel::Ref &model, KXError &error)
+{
+    const QUrl url = QUrl::fromLocalFile(path);
+    KXError problem;
+    auto store = KXPersistentStorePrivate::open(url, model, {}, &problem);
+    if (problem.code() == KXStoreErrorCode::IncompatibleModel) {
+        KXError migration = KXStoreMigration::migrateInPlace(path, model);
+        problem = {};
+        if (migration)
+            problem = migration;
+        else
+            store = KXPersistentStorePrivate::open(url, model, {}, &problem);
+    }
+    error = problem;
+    return store;
+}
+
+}
 
 KXPersistentStoreCoordinator::KXPersistentStoreCoordinator(KXManagedObjectModel::Ref model, std::unique_ptr<KXPersistentStore> store)
     : m_model(std::move(model))
@@ -60,7 +82,7 @@ KXPersistentStoreCoordinator::Ref KXPersistentStoreCoordinator::persistentStoreC
         if (!model)
             error = KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::CannotOpen, u"There is no object model"_s);
         else if (!path.isEmpty()) // else the missing folder has been presented already
-            store = KXPersistentStorePrivate::open(QUrl::fromLocalFile(path), model, {}, &error);
+            store = coordinatorOpenMigrating(path, model, error);
         coordinator.reset(new KXPersistentStoreCoordinator(model, store ? std::make_unique<KXPersistentStore>(std::move(store)) : nullptr));
         KXMainThreadDictionary::setValue(KLNSPersistentStoreCoordinatorMainThreadKey, coordinator);
     }
@@ -89,7 +111,32 @@ KXPersistentStoreCoordinator::Ref KXPersistentStoreCoordinator::persistentStoreC
         KXSetError(error, problem);
         return nullptr;
     }
-    return persistentStoreCoordinatorWithStoreURL(url, model, error);
+    const auto coordinator = [&](std::unique_ptr<KXPersistentStorePrivate> store) {
+        return Ref(new KXPersistentStoreCoordinator(model, std::make_unique<KXPersistentStore>(std::move(store))));
+    };
+    if (auto store = KXPersistentStorePrivate::open(url, model, {}, &problem))
+        return coordinator(std::move(store));
+    const auto fail = [&](const char *format, const auto &subject) {
+        KXLogError(store, format, subject);
+        KXSetError(error, problem);
+        return nullptr;
+    };
+    if (problem.code() != KXStoreErrorCode::IncompatibleModel)
+        return fail("Failed to create Persistent Store - %@", problem.localizedDescription());
+    const auto metadata = KXPersistentStore::metadataForStoreURL(url, &problem);
+    if (!metadata)
+        return fail("Failed to load store metadata - %@", problem.localizedDescription());
+    const auto source = KXManagedObjectModel::mergedModelFromBundles(mergedModelFromBundles, *metadata);
+    if (!source)
+        return fail("Failed to determine source model for migration - %@", url);
+    if (migrateURL(url, source, model, &problem)) {
+        if (auto store = KXPersistentStorePrivate::open(url, model, {}, &problem)) {
+            if (error)
+                *error = {};
+            return coordinator(std::move(store));
+        }
+    }
+    return fail("Failed to migrate store - %@", problem);
 }
 
 KXPersistentStoreCoordinator::Ref KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(const QUrl &url,

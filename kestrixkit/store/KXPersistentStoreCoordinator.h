@@ -9,6 +9,7 @@
 #include <kestrixkit/foundation/KXError.h>
 #include <kestrixkit/store/KXManagedObjectID.h>
 #include <kestrixkit/store/KXManagedObjectModel.h>
+#include <kestrixkit/store/KXMigrationPlan.h>
 #include <kestrixkit/store/KXStoreChange.h>
 
 class KXBundle;
@@ -35,7 +36,8 @@ public:
     [[nodiscard]] static QString storePathForName(const QString &name);
 
     /// Opens or makes the store of that name in the support folder with the shared model, and registers the
-    /// coordinator in place of an earlier one. On failure the error is logged and presented and the application
+    /// coordinator in place of an earlier one. A store of another model is migrated in place, by what can be inferred from the
+    /// model that it was written with; nothing of the old file is kept. On failure the error is logged and presented and the application
     /// asked to terminate; the coordinator, without store, is registered all the same.
     static Ref persistentStoreCoordinatorWithName(const QString &name);
 
@@ -43,13 +45,34 @@ public:
     [[nodiscard]] static Ref persistentStoreCoordinator();
 
     /// Opens or makes the store at the URL with the merged models of the bundles (the main bundle's where the list is
-    /// empty). nullptr, a log line and an error where that fails; nothing is presented and the file is left as it was.
+    /// empty). A store of another model of these bundles is migrated by migrateURL() first, which keeps the old file.
+    /// nullptr, a log line and an error where that fails; nothing is presented.
     /// A model has one configuration, so the name is not used.
     static Ref persistentStoreCoordinatorWithStoreURL(const QUrl &url, const QList<const KXBundle *> &mergedModelFromBundles,
         const QString &configuraton = {}, KXError *error = nullptr);
-    /// The same with a model at hand. `vfs` names a registered SQLite VFS, for tests of failing disks.
+    /// Opens or makes the store with a model at hand, and refuses stores of other models (code 134100). `vfs` names a registered SQLite VFS, for tests of failing disks.
     static Ref persistentStoreCoordinatorWithStoreURL(const QUrl &url, const KXManagedObjectModel::Ref &model, KXError *error = nullptr,
         const QByteArray &vfs = {});
+
+    /// Migrates a store that nobody has open from the one model to the other, with an inferred mapping. The old store is kept
+    /// beside it, as "name-UNIQUE.extension", and never deleted.
+    ///
+    /// False where no mapping can be inferred or somebody has the store open, which leaves it alone; where the migration
+    /// itself fails the store is at its other name all the same, which the log tells, and nothing is at the URL. A migration
+    /// that ends with the process is finished or taken back when the store is opened next.
+    static bool migrateURL(const QUrl &url, const KXManagedObjectModel::Ref &sourceModel, const KXManagedObjectModel::Ref &destinationModel,
+        KXError *error = nullptr);
+    static bool migrateURL(const QUrl &url, const KXManagedObjectModel::Ref &sourceModel, const KXManagedObjectModel::Ref &destinationModel,
+        const KXMigrationProgress &progress, KXError *error);
+
+    /// Migrates a store that nobody has open from model to model of the main bundle, by its mapping-model files, until it fits
+    /// the last; each step keeps the store before it, as "UNIQUE.model.extension". True where it fits already and where there is
+    /// no file. False with code 8001, and the store as it was, where the bundle has no models or no mappings that lead
+    /// there. Throws KXException where the bundle has no model that the store was written with.
+    static bool progressivelyMigrateURL(const QUrl &url, const QString &ofType, const KXManagedObjectModel::Ref &toModel, KXError *error = nullptr);
+
+    /// Makes today's backup of the store, see KXPersistentStore::createBackup(). Saves wait meanwhile, reading goes on.
+    void backupPersistentStores();
 
     [[nodiscard]] const KXManagedObjectModel::Ref &model() const { return m_model; }
     /// nullptr where opening failed.

@@ -1,5 +1,8 @@
 #include <kestrixkit/store/KXSQLite_p.h>
 
+#include <chrono>
+#include <thread>
+
 #include <QFile>
 
 #include <kestrixkit/foundation/KXLog.h>
@@ -125,6 +128,31 @@ KXError KXSQLiteConnection::open(const QString &path, const Options &options)
     return execute("PRAGMA synchronous=FULL; PRAGMA cache_size=-32768; PRAGMA temp_store=MEMORY");
 }
 
+KXError KXSQLiteConnection::openAlone(const QString &path)
+{
+    if (KXError error = open(path, { .untouched = true }))
+        return error;
+    // Leaving the write-ahead mode needs the file alone, and nothing waits for that by itself. Another process may
+    // come in between and bring the mode back, so it is looked at again under the lock that stays.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(busyTimeoutMilliseconds);
+    for (;;) {
+        KXError error = execute("PRAGMA locking_mode=NORMAL; PRAGMA journal_mode=DELETE; PRAGMA locking_mode=EXCLUSIVE; BEGIN EXCLUSIVE; COMMIT");
+        if (!error && text("PRAGMA journal_mode") == "delete"_L1)
+            return hasMoved() ? KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::Busy, u"The store was replaced meanwhile"_s) : KXError();
+        if (error && error.code() != KXStoreErrorCode::Busy)
+            return error;
+        if (std::chrono::steady_clock::now() > deadline)
+            return KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::Busy, KXStringWithFormat("%@ is open elsewhere", path));
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+}
+
+bool KXSQLiteConnection::hasMoved() const
+{
+    int moved = 0;
+    return sqlite3_file_control(m_database, "main", SQLITE_FCNTL_HAS_MOVED, &moved) == SQLITE_OK && moved;
+}
+
 KXStatement KXSQLiteConnection::prepare(const QByteArray &sql)
 {
     const auto [from, to] = m_statements.equal_range(std::string_view(sql.constData(), size_t(sql.size())));
@@ -177,6 +205,12 @@ qint64 KXSQLiteConnection::integer(const QByteArray &sql, qint64 fallback)
 {
     KXStatement statement = prepare(sql);
     return statement && statement.step() == SQLITE_ROW ? statement.integer(0) : fallback;
+}
+
+QString KXSQLiteConnection::text(const QByteArray &sql)
+{
+    KXStatement statement = prepare(sql);
+    return statement && statement.step() == SQLITE_ROW ? statement.text(0) : QString();
 }
 
 KXError KXSQLiteConnection::lastError() const

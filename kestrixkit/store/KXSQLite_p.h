@@ -28,6 +28,7 @@ inline constexpr int DiskFull = 1114;
 inline constexpr int ReadOnly = 1115;
 inline constexpr int Interrupted = 1116; ///< the running query was cancelled
 inline constexpr int InputOutput = 1117;
+inline constexpr int NoMapping = 1118; ///< what would become of a model's entities in another cannot be told
 inline constexpr int ValidationFailed = 1120; ///< a required value is missing, a number is none, a deletion is denied
 inline constexpr int Other = 1199;
 }
@@ -97,12 +98,20 @@ public:
     /// that predicates use.
     [[nodiscard]] KXError open(const QString &path, const Options &options);
 
+    /// Opens a file that exists as its only connection, of any process, until it goes: folds the log in and removes it.
+    /// Busy where another connection does not go within five seconds. Never made, never left in write-ahead mode.
+    [[nodiscard]] KXError openAlone(const QString &path);
+
     /// The statement for the text, from the cache where it was used before; empty on failure, see lastError().
     [[nodiscard]] KXStatement prepare(const QByteArray &sql);
     /// Runs statements that answer nothing.
     [[nodiscard]] KXError execute(const char *sql);
     /// The single number that a query answers; `fallback` where it answers none or fails.
     [[nodiscard]] qint64 integer(const QByteArray &sql, qint64 fallback = 0);
+    [[nodiscard]] QString text(const QByteArray &sql);
+
+    /// Whether the file has been moved or removed since it was opened.
+    [[nodiscard]] bool hasMoved() const;
 
     /// What went wrong in the last call that failed, as an error of ours.
     [[nodiscard]] KXError lastError() const;

@@ -1,5 +1,8 @@
 #include <kestrixkit/store/KXStoreSchema_p.h>
 
+#include <cstddef>
+#include <vector>
+
 #include <QFile>
 #include <QDir>
 #include <QFileInfo>
@@ -38,7 +41,8 @@ QByteArray columnType(const KXPropertyDescription &property)
     }
 }
 
-QMap<QByteArray, QByteArray> wantedIndexes(const KXManagedObjectModel &model)
+/// Statements by the indexes' names.
+QMap<QByteArray, QByteArray> wantedIndexes(const KXManagedObjectModel &model, const QByteArray &schema)
 {
     QMap<QByteArray, QByteArray> indexes;
     for (const KXEntityDescription *root : model.entities()) {
@@ -48,10 +52,31 @@ QMap<QByteArray, QByteArray> wantedIndexes(const KXManagedObjectModel &model)
             if (!column->isIndexed() && !column->isToOne())
                 continue;
             QByteArray name = "kx_i_" + root->table().mid(1, root->table().size() - 2) + '_' + column->column().mid(1, column->column().size() - 2);
-            indexes.insert(name, "CREATE INDEX \"" + name + "\" ON " + root->table() + '(' + column->column() + ')');
+            indexes.insert(name, "CREATE INDEX " + schema + ".\"" + name + "\" ON " + root->table() + '(' + column->column() + ')');
         }
     }
     return indexes;
+}
+
+/// The first bytes of a file that this process may have open. SQLite reads them: another descriptor would take the locks
+/// of all connections with it when it closes.
+QByteArray schemaFileHeader(const QString &path, const QByteArray &vfsName)
+{
+    sqlite3_vfs *vfs = sqlite3_vfs_find(vfsName.isEmpty() ? nullptr : vfsName.constData());
+    // SQLite looks for parameters behind a name's end.
+    const QByteArray name = QFile::encodeName(path) + QByteArray(4, '\0');
+    QByteArray header(100, '\0');
+    std::vector<std::max_align_t> memory(size_t(vfs->szOsFile) / sizeof(std::max_align_t) + 1);
+    auto *file = reinterpret_cast<sqlite3_file *>(memory.data());
+    if (vfs->xOpen(vfs, name.constData(), file, SQLITE_OPEN_READONLY | SQLITE_OPEN_MAIN_DB, nullptr) != SQLITE_OK)
+        return {};
+    sqlite3_int64 size = 0;
+    int code = file->pMethods->xFileSize(file, &size);
+    header.resize(qMin<qint64>(size, header.size()));
+    if (code == SQLITE_OK)
+        code = file->pMethods->xRead(file, header.data(), int(header.size()), 0);
+    file->pMethods->xClose(file);
+    return code == SQLITE_OK ? header : QByteArray();
 }
 
 }
@@ -71,7 +96,7 @@ QList<const KXPropertyDescription *> KXStoreSchema::columnsOfTable(const KXEntit
     return columns;
 }
 
-KXError KXStoreSchema::inspectFile(const QString &path, bool &fresh)
+KXError KXStoreSchema::inspectFile(const QString &path, const QByteArray &vfs, bool &fresh)
 {
     const QFileInfo info(path);
     fresh = !info.exists();
@@ -82,19 +107,18 @@ KXError KXStoreSchema::inspectFile(const QString &path, bool &fresh)
     }
     if (!info.isFile())
         return schemaError(KXStoreErrorCode::CannotOpen, KXStringWithFormat("%@ is not a file", path));
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return schemaError(KXStoreErrorCode::CannotOpen, KXStringWithFormat("%@: %@", path, file.errorString()));
-    if (file.size() == 0) {
+    if (info.size() == 0) {
         fresh = true; // as a creation that was cut short leaves it
         return {};
     }
+    const QByteArray header = schemaFileHeader(path, vfs);
+    if (header.isEmpty())
+        return schemaError(KXStoreErrorCode::CannotOpen, KXStringWithFormat("%@ cannot be read", path));
     if (!info.isWritable())
         return schemaError(KXStoreErrorCode::ReadOnly, KXStringWithFormat("%@ cannot be written", path));
 
     // Offsets as documented for the SQLite file format: page size at 16, change counter at 24, pages at 28,
     // application id at 68, the change counter for which the number of pages holds at 92.
-    const QByteArray header = file.read(100);
     // Beside a journal or a log the file may be half written: SQLite makes it whole when it opens it.
     const bool journalled = QFileInfo(path + "-journal"_L1).size() > 0;
     const bool logged = QFileInfo(path + "-wal"_L1).size() > 0;
@@ -109,7 +133,7 @@ KXError KXStoreSchema::inspectFile(const QString &path, bool &fresh)
         return schemaError(KXStoreErrorCode::NotAStore, KXStringWithFormat("%@ belongs to another program", path));
     const quint32 pageField = qFromBigEndian<quint16>(header.constData() + 16);
     const qint64 pageSize = pageField == 1 ? 65'536 : pageField;
-    if (!journalled && !logged && number(24) == number(92) && file.size() < pageSize * qint64(number(28)))
+    if (!journalled && !logged && number(24) == number(92) && info.size() < pageSize * qint64(number(28)))
         return schemaError(KXStoreErrorCode::Damaged, KXStringWithFormat("%@ is cut off", path));
     return {};
 }
@@ -141,40 +165,62 @@ KXError KXStoreSchema::readMetadata(KXSQLiteConnection &connection, Metadata &me
     return {};
 }
 
-KXError KXStoreSchema::create(KXSQLiteConnection &connection, const KXManagedObjectModel &model, Metadata &metadata)
+KXError KXStoreSchema::look(const QString &path, const QByteArray &vfs, bool &fresh, Metadata &metadata)
 {
-    KXTransaction transaction(connection);
-    if (KXError error = transaction.begin())
+    if (KXError error = inspectFile(path, vfs, fresh); error || fresh)
         return error;
+    // With a connection that never folds the log into a file that may be refused.
+    KXSQLiteConnection connection;
+    if (KXError error = connection.open(path, { .untouched = true, .vfs = vfs }))
+        return error;
+    fresh = connection.integer("SELECT count(*) FROM sqlite_master", -1) == 0; // a creation that was cut short before its first commit
+    return fresh ? KXError() : readMetadata(connection, metadata);
+}
 
-    QByteArray sql = "CREATE TABLE kx_metadata(key TEXT PRIMARY KEY, value) WITHOUT ROWID;"
-                     "CREATE TABLE kx_sequence(next INTEGER NOT NULL); INSERT INTO kx_sequence VALUES(1);";
+QList<QByteArray> KXStoreSchema::tables(const KXManagedObjectModel &model, const QByteArray &schema)
+{
+    const QByteArray create = "CREATE TABLE " + schema + '.';
+    QList<QByteArray> sql { create + "kx_metadata(key TEXT PRIMARY KEY, value) WITHOUT ROWID", create + "kx_sequence(next INTEGER NOT NULL)",
+        "INSERT INTO " + schema + ".kx_sequence VALUES(1)" };
     QSet<QByteArray> joins;
     for (const KXEntityDescription *entity : model.entities()) {
         if (!entity->parent()) {
-            sql += "CREATE TABLE " + entity->table() + "(kx_id INTEGER PRIMARY KEY";
+            QByteArray table = create + entity->table() + "(kx_id INTEGER PRIMARY KEY";
             if (entity->hasDiscriminator())
-                sql += ", kx_entity INTEGER NOT NULL";
-            sql += ", kx_version INTEGER NOT NULL";
+                table += ", kx_entity INTEGER NOT NULL";
+            table += ", kx_version INTEGER NOT NULL";
             for (const KXPropertyDescription *column : columnsOfTable(*entity))
-                sql += ", " + column->column() + ' ' + columnType(*column);
-            sql += ");";
+                table += ", " + column->column() + ' ' + columnType(*column);
+            sql.append(table + ')');
         }
+        for (const KXPropertyDescription &property : entity->properties()) {
+            if (property.joinTable().isEmpty() || joins.contains(property.joinTable()))
+                continue;
+            joins.insert(property.joinTable());
+            sql.append(create + property.joinTable() + "(a INTEGER NOT NULL, b INTEGER NOT NULL, PRIMARY KEY(a, b)) WITHOUT ROWID");
+        }
+    }
+    return sql;
+}
+
+QList<QByteArray> KXStoreSchema::indexes(const KXManagedObjectModel &model, const QByteArray &schema)
+{
+    QList<QByteArray> sql = wantedIndexes(model, schema).values();
+    QSet<QByteArray> joins;
+    for (const KXEntityDescription *entity : model.entities()) {
         for (const KXPropertyDescription &property : entity->properties()) {
             const QByteArray &join = property.joinTable();
             if (join.isEmpty() || joins.contains(join))
                 continue;
             joins.insert(join);
-            sql += "CREATE TABLE " + join + "(a INTEGER NOT NULL, b INTEGER NOT NULL, PRIMARY KEY(a, b)) WITHOUT ROWID;";
-            sql += "CREATE INDEX \"kx_j_" + join.mid(1) + " ON " + join + "(b, a);";
+            sql.append("CREATE INDEX " + schema + ".\"kx_j_" + join.mid(1) + " ON " + join + "(b, a)");
         }
     }
-    for (const QByteArray &index : wantedIndexes(model))
-        sql += index + ';';
-    if (KXError error = connection.execute(sql.constData()))
-        return error;
+    return sql;
+}
 
-    metadata.uuid = QUuid::createUuid().toString(QUuid::WithoutBraces);
+KXError KXStoreSchema::writeMetadata(KXSQLiteConnection &connection, const KXManagedObjectModel &model, Metadata &metadata, const QByteArray &schema)
+{
     metadata.modelJSON = model.toJSON();
     metadata.versionHashes = model.versionHashes();
     QJsonObject hashes;
@@ -186,7 +232,9 @@ KXError KXStoreSchema::create(KXSQLiteConnection &connection, const KXManagedObj
         { "model", QString::fromUtf8(metadata.modelJSON) },
         { "hashes", QString::fromUtf8(QJsonDocument(hashes).toJson(QJsonDocument::Compact)) },
     };
-    KXStatement insert = connection.prepare("INSERT INTO kx_metadata VALUES(?1, ?2)");
+    KXStatement insert = connection.prepare("INSERT INTO " + schema + ".kx_metadata VALUES(?1, ?2)");
+    if (!insert)
+        return connection.lastError();
     for (const auto &[key, value] : entries) {
         insert.bindText(1, key);
         insert.bindVariant(2, value);
@@ -194,12 +242,27 @@ KXError KXStoreSchema::create(KXSQLiteConnection &connection, const KXManagedObj
             return connection.lastError();
         insert.reset();
     }
+    return {};
+}
+
+KXError KXStoreSchema::create(KXSQLiteConnection &connection, const KXManagedObjectModel &model, Metadata &metadata)
+{
+    KXTransaction transaction(connection);
+    if (KXError error = transaction.begin())
+        return error;
+    for (const QByteArray &sql : tables(model) + indexes(model)) {
+        if (KXError error = connection.execute(sql.constData()))
+            return error;
+    }
+    metadata.uuid = QUuid::createUuid().toString(QUuid::WithoutBraces);
+    if (KXError error = writeMetadata(connection, model, metadata))
+        return error;
     return transaction.commit();
 }
 
 KXError KXStoreSchema::updateIndexes(KXSQLiteConnection &connection, const KXManagedObjectModel &model)
 {
-    QMap<QByteArray, QByteArray> missing = wantedIndexes(model);
+    QMap<QByteArray, QByteArray> missing = wantedIndexes(model, "main");
     QByteArray sql;
     {
         KXStatement query = connection.prepare("SELECT name FROM sqlite_master WHERE type = 'index' AND name GLOB 'kx_i_*'");

@@ -4,6 +4,7 @@
 #include <QString>
 
 #include <kestrixkit/store/KXManagedObjectModel.h>
+#include <kestrixkit/store/KXPersistentStore.h>
 #include <kestrixkit/store/KXSQLite_p.h>
 
 /// The tables of a store file; docs/formats/store.md describes them.
@@ -14,22 +15,28 @@ inline constexpr qint32 ApplicationId = 0x4b535458;
 /// Version of the format itself, apart from the model's.
 inline constexpr int FormatVersion = 1;
 
-/// What the store says about itself.
-struct Metadata
-{
-    QString uuid;
-    QByteArray modelJSON;
-    QMap<QString, QByteArray> versionHashes;
-};
+using Metadata = KXStoreMetadata;
+
+/// Of an error that says what is wrong with a file, or none: as inspectFile() and a look at the metadata find it. The file
+/// is left as it is. `fresh` where a store may be made at the path.
+[[nodiscard]] KXError look(const QString &path, const QByteArray &vfs, bool &fresh, Metadata &metadata);
 
 /// Each column of the root's table once, whichever entity of the family declares it.
 [[nodiscard]] QList<const KXPropertyDescription *> columnsOfTable(const KXEntityDescription &root);
 
+/// Statements that make all tables, and then all indexes, in the database of that name (of an attached one, too).
+[[nodiscard]] QList<QByteArray> tables(const KXManagedObjectModel &model, const QByteArray &schema = "main");
+[[nodiscard]] QList<QByteArray> indexes(const KXManagedObjectModel &model, const QByteArray &schema = "main");
+
 /// Looks at the first bytes alone: an error for folders, unreadable files, files of other programs and files that
 /// are shorter than they say. No error for a missing or empty file, which `fresh` tells.
-[[nodiscard]] KXError inspectFile(const QString &path, bool &fresh);
+[[nodiscard]] KXError inspectFile(const QString &path, const QByteArray &vfs, bool &fresh);
 
 [[nodiscard]] KXError readMetadata(KXSQLiteConnection &connection, Metadata &metadata);
+
+/// Writes model and hashes beside the UUID that the metadata holds.
+[[nodiscard]] KXError writeMetadata(KXSQLiteConnection &connection, const KXManagedObjectModel &model, Metadata &metadata,
+    const QByteArray &schema = "main");
 
 /// Makes all tables and indexes in one transaction and gives the store a new UUID.
 [[nodiscard]] KXError create(KXSQLiteConnection &connection, const KXManagedObjectModel &model, Metadata &metadata);

@@ -6,14 +6,14 @@
 #include <kestrixkit/foundation/KXApplication.h>
 #include <kestrixkit/foundation/KXGlobal.h>
 
-/// Shows the errors that the framework presents in a message box, for as long as it lives. Errors presented on other
+/// Shows the errors that the framework presents in an alert, for as long as it lives. Errors presented on other
 /// threads are shown by the main thread; whoever presented one there does not wait for the user.
 ///
 /// A host with windows makes one beside its QApplication. Main thread.
 class KX_UI_EXPORT KXErrorPresenter
 {
 public:
-    /// Message boxes belong to the window, where one is given and lives.
+    /// Alerts belong to the window, where one is given and lives.
     explicit KXErrorPresenter(QWidget *window = nullptr);
 
 private:

@@ -1,127 +1,23 @@
 // The multi-track player on outputs that can be looked at: what is heard, where it stands, and how it ends.
 
-#include <dirent.h>
-
-#include <QSignalSpy>
-#include <QTemporaryDir>
-#include <QTest>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <kestrixkit/audio/KXClockAudioOutput.h>
 #include <kestrixkit/audio/KXCoreAudioFileDecoder.h>
-#include <kestrixkit/audio/KXHandCrankedAudioOutput.h>
 #include <kestrixkit/audio/KXMultiTrackAudioPlayer.h>
 #include <kestrixkit/audio/KXPlaybackSession_p.h>
 #include <kestrixkit/foundation/KXLog.h>
 
-#include <support/AudioFiles.h>
-#include <support/KXTestLog.h>
-#include <support/KXTestRandom.h>
-
-using namespace Qt::StringLiterals;
+#include "PlayerTest.h"
 
 namespace {
 
-constexpr int patience = 60'000; // milliseconds, for what must happen
-
-struct FileItem : KXAudioPlayerItem
-{
-    explicit FileItem(const QString &path)
-        : url(path.isEmpty() ? QUrl() : QUrl::fromLocalFile(path))
-    {
-    }
-    QUrl audioFileURL() const override { return url; }
-    QUrl url;
-};
-
-struct Endless : KXAudioPlayerPlaylist
-{
-    std::vector<KXAudioPlayerItemPointer> items;
-    KXAudioPlayerItemPointer audioPlayerItemAfter(const KXAudioPlayerItemPointer &item) override
-    {
-        const auto at = std::find(items.begin(), items.end(), item) + 1;
-        return at >= items.end() ? nullptr : *at;
-    }
-};
-
-struct Stereo
-{
-    std::vector<float> left, right;
-};
-
-/// An output whose device is not there, or goes.
-struct BrokenOutput : KXHandCrankedAudioOutput
-{
-    int prepareStatus = 0, openStatus = 0, startStatus = 0;
-    Status prepare() override { return prepareStatus; }
-    Status open(double rate) override { return openStatus ? openStatus : KXHandCrankedAudioOutput::open(rate); }
-    Status start() override { return startStatus ? startStatus : KXHandCrankedAudioOutput::start(); }
-    void lose()
-    {
-        stop();
-        announceLost(u"unplugged"_s);
-    }
-};
-
-class MultiTrack : public ::testing::Test
+class MultiTrack : public PlayerTest<KXMultiTrackAudioPlayer>
 {
 protected:
-    KXAudioPlayerItemPointer item(const AudioSamples &sound, const AudioRecipe &recipe = floats)
-    {
-        return std::make_shared<FileItem>(writeSound(sound, recipe, m_dir.path()));
-    }
-    /// Cranks passes of odd lengths until so many frames came, or the item is over.
-    Stereo hear(size_t frames)
-    {
-        Stereo heard;
-        int pass = 1;
-        while (heard.left.size() < frames && !isOver()) {
-            pass = (pass * 13 + 7) % 1999 + 1;
-            const int wanted = int(std::min<size_t>(size_t(pass), frames - heard.left.size()));
-            std::vector<float> left(4096, 9), right(4096, 9);
-            const int got = output->crank(left.data(), right.data(), wanted);
-            for (int i = got; i < wanted; ++i)
-                EXPECT_EQ(left[size_t(i)], 0); // what is not there is silence
-            heard.left.insert(heard.left.end(), left.begin(), left.begin() + got);
-            heard.right.insert(heard.right.end(), right.begin(), right.begin() + got);
-            if (got == 0)
-                std::this_thread::yield();
-        }
-        return heard;
-    }
-    bool isOver() const
+    bool isOver() const override
     {
         const auto decoder = player->currentFileDecoder();
         return decoder->totalFramesIsFinal() && decoder->renderedFrames() >= decoder->totalFrames();
     }
-    bool waitFor(KXAudioPlayerState state)
-    {
-        return QTest::qWaitFor([&] { return player->state() == state; }, patience);
-    }
-
-    static inline const AudioRecipe floats { "floats", "wav", "wav", "pcm_f32le" };
-    QTemporaryDir m_dir;
-    std::shared_ptr<BrokenOutput> output = std::make_shared<BrokenOutput>();
-    std::unique_ptr<KXMultiTrackAudioPlayer> player = std::make_unique<KXMultiTrackAudioPlayer>(output);
 };
-
-void expectNear(const std::vector<float> &heard, const std::vector<double> &expected)
-{
-    ASSERT_EQ(heard.size(), expected.size());
-    for (size_t i = 0; i < heard.size(); ++i)
-        ASSERT_NEAR(heard[i], expected[i], 1e-6) << i;
-}
-
-int entriesOf(const char *path)
-{
-    int count = 0;
-    DIR *dir = opendir(path);
-    while (dir && readdir(dir))
-        ++count;
-    closedir(dir);
-    return count;
-}
 
 }
 
@@ -443,65 +339,10 @@ TEST_F(MultiTrack, keepsTimeOnTheClock)
 
 TEST_F(MultiTrack, randomTransportLeavesNothingBehind)
 {
-    KXTestRandom random;
-    std::vector<KXAudioPlayerItemPointer> items
-        = { item(makeSound(60'000, 4)), item(makeSound(30'000, 2), { "r", "flac", "flac", "flac" }),
-              item(makeSound(5'000, 1, 8000), { "s", "wav", "wav", "pcm_s16le" }),
-              item(makeSound(40'000, 2), { "r", "mp3", "mp3", "libmp3lame", 128000 }),
-              std::make_shared<FileItem>(u"/nowhere.wav"_s), std::make_shared<FileItem>(QString()), nullptr };
-    KXKestrixKitLogLevel = 0;
-    player->playItem(items[0]);
-    const int threads = entriesOf("/proc/self/task"), descriptors = entriesOf("/proc/self/fd");
-    player->stop();
-    for (const bool onClock : { false, true }) {
-        const std::shared_ptr<KXAudioOutput> used
-            = onClock ? std::static_pointer_cast<KXAudioOutput>(std::make_shared<KXClockAudioOutput>()) : output;
-        player = std::make_unique<KXMultiTrackAudioPlayer>(used);
-        player->setContinuous(true);
-        std::atomic<bool> cranking = !onClock;
-        std::thread render([&] {
-            float left[2048], right[2048];
-            while (cranking)
-                output->crank(left, right, 512);
-        });
-        for (int step = KXTestRandom::scaled(onClock ? 300 : 1000); step > 0; --step) {
-            switch (random.between(0, 9)) {
-            case 0:
-            case 1:
-                player->playItem(items[random.between<size_t>(0, items.size() - 1)]);
-                break;
-            case 2:
-                player->stop();
-                break;
-            case 3:
-                player->resume();
-                break;
-            case 4:
-                player->muteChannel(random.between(-1, 5));
-                break;
-            case 5:
-                player->setVolume(random.between(0.0F, 1.0F));
-                break;
-            case 6:
-                QTest::qWait(random.between(0, 10));
-                break;
-            default:
-                player->setTime(random.between(-0.5, 2.0));
-            }
-            ASSERT_GE(player->currentTime(), 0);
-            ASSERT_LE(player->currentTime(), std::max(player->duration(), 3.0));
-        }
-        // Whatever came before, an item plays to its end.
-        player->setContinuous(false);
-        player->playItem(items[1]);
-        EXPECT_TRUE(waitFor(KXAudioPlayerStateFinished));
-        EXPECT_EQ(player->currentTime(), player->duration());
-        cranking = false;
-        render.join();
-    }
-    player.reset();
-    output->setSource({});
-    KXKestrixKitLogLevel = KXLogLevelError | KXLogLevelWarning;
-    EXPECT_TRUE(QTest::qWaitFor([&] { return entriesOf("/proc/self/task") < threads; }, patience));
-    EXPECT_TRUE(QTest::qWaitFor([&] { return entriesOf("/proc/self/fd") < descriptors; }, patience));
+    const auto last = item(makeSound(30'000, 2), { "r", "flac", "flac", "flac" });
+    transportAtRandom(
+        { item(makeSound(60'000, 4)), last, item(makeSound(5'000, 1, 8000), { "s", "wav", "wav", "pcm_s16le" }),
+            item(makeSound(40'000, 2), { "r", "mp3", "mp3", "libmp3lame", 128000 }),
+            std::make_shared<FileItem>(u"/nowhere.wav"_s), std::make_shared<FileItem>(QString()), nullptr },
+        last);
 }

@@ -1,6 +1,5 @@
-// The ring against a plain queue, between two threads, and at its invariants.
+// The ring at its limits, between two threads, and at its invariants; tests/fuzz runs it beside a plain queue.
 
-#include <deque>
 #include <thread>
 
 #include <gmock/gmock.h>
@@ -88,70 +87,6 @@ TEST(RingDeathTest, reportsWhatItCannotHave)
         _exit(small.init(4096) ? 1 : 0);
     };
     EXPECT_EXIT(withoutDescriptors(), ::testing::ExitedWithCode(0), "Buffer allocation: Too many open files");
-}
-
-TEST(Ring, agreesWithAPlainQueue)
-{
-    KXTestRandom random;
-    for (int round = KXTestRandom::scaled(60); round > 0; --round) {
-        const auto buffers = random.between<quint32>(1, 6);
-        const KXStreamFormat format = KXPlanarFloatFormat(44100, buffers);
-        KXCircularBuffer ring;
-        ASSERT_TRUE(ring.init(random.between(1, 30000)));
-        std::deque<int> queue; // numbers of the frames stored
-        std::deque<int> blocks; // and how many there are in each list
-        int next = 0;
-        // Far more than twice the ring's length, in odd amounts, so that blocks end and start at every place.
-        for (int step = 0; step < 2000; ++step) {
-            const int stepKind = random.between(0, 9);
-            if (stepKind < 5) {
-                const auto frames = random.between<quint32>(1, 200);
-                const auto source = numberedList(buffers, frames, next);
-                const KXAudioTimeStamp stamp = stampAt(next);
-                const qint32 stored = ring.fillCount();
-                const qint32 size
-                    = qint32((96 + 16 * (buffers - 1) + 15) / 16 * 16 + buffers * ((frames * 4 + 15) / 16 * 16));
-                ASSERT_EQ(ring.copyAudioBufferList(*source, &stamp, frames, format), stored + size <= ring.length());
-                if (stored + size <= ring.length()) {
-                    blocks.push_back(int(frames));
-                    for (quint32 i = 0; i < frames; ++i)
-                        queue.push_back(next++);
-                }
-            } else if (stepKind < 9) {
-                const auto wanted = random.between<quint32>(0, 300);
-                const KXAudioBufferListPointer taken(KXAllocateABL(format, 300));
-                quint32 frames = wanted;
-                KXAudioTimeStamp stamp;
-                ring.dequeueBufferListFrames(&frames, taken.get(), &stamp, format);
-                ASSERT_EQ(frames, std::min<size_t>(wanted, queue.size()));
-                ASSERT_EQ(stamp.mSampleTime, wanted == 0 || queue.empty() ? 0 : queue.front());
-                for (quint32 i = 0; i < frames; ++i) {
-                    for (quint32 b = 0; b < buffers; ++b)
-                        ASSERT_EQ(sampleOf(taken.get(), b, i), float(10 * queue.front() + int(b)));
-                    queue.pop_front();
-                    if (--blocks.front() == 0)
-                        blocks.pop_front();
-                }
-                ASSERT_EQ(frames < 300 ? sampleOf(taken.get(), 0, frames) : 0, 0); // the rest is left alone
-            } else {
-                KXAudioTimeStamp stamp;
-                ASSERT_EQ(ring.peek(&stamp, format), queue.size());
-                ASSERT_EQ(ring.peekContiguous(nullptr, format, 0), queue.size());
-                int at = queue.empty() ? 0 : queue.front();
-                const KXAudioBufferList *list = ring.nextBufferList();
-                for (const int frames : blocks) {
-                    ASSERT_TRUE(list);
-                    ASSERT_EQ(list->mBuffers[0].mDataByteSize, quint32(frames) * 4);
-                    for (quint32 b = 0; b < buffers; ++b)
-                        ASSERT_EQ(sampleOf(list, b, quint32(frames) - 1), float(10 * (at + frames - 1) + int(b)));
-                    at += frames;
-                    list = ring.nextBufferListAfter(list, &stamp);
-                    ASSERT_TRUE(!list || stamp.mSampleTime == at);
-                }
-                ASSERT_FALSE(list);
-            }
-        }
-    }
 }
 
 TEST(Ring, fillsUpToTheLastByte)

@@ -224,8 +224,8 @@ TEST_F(EditingTest, everyEntryOfTheMenuHasANameAndKeysAreUsedOnce)
         }
     };
     visit(window->menuBar()->actions());
-    EXPECT_EQ(entries, 10);
-    EXPECT_EQ(keys.size(), 9);
+    EXPECT_GE(entries, 10);
+    EXPECT_GE(keys.size(), 9);
 }
 
 TEST_F(EditingTest, theTopRowStaysWhereItIsWhileRowsArrive)

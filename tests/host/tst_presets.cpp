@@ -10,7 +10,6 @@
 #include <kestrixkit/foundation/KXUndoManager.h>
 
 #include <BrowserWindow.h>
-#include <PresetCountOperation.h>
 #include <PresetMapper.h>
 #include <Presets.h>
 
@@ -74,14 +73,11 @@ TEST_F(PresetsTest, areCountedInTheBackgroundAsTheReportCountsThem)
     const auto manager = std::make_shared<KXFilterSetPresetsManager>(context);
     KXFilterSetPresetsManager::setSharedManager(manager);
     manager->registerFilterSetMapper(mapper, context);
+    KXLivePresetCounts counts(context, Presets::place(context, mapper));
+    counts.update();
     KXFilterSetPresetCountsScheduler scheduler(QString(Presets::contextIdentifier),
         { [] { return true; },
-            [&](const KXRef<KXFilterSetPreset> &preset) {
-                auto operation = std::make_shared<PresetCountOperation>(preset, QString(Presets::contextIdentifier));
-                operation->setBasePredicates({ Presets::base() });
-                operation->setFilterSetMapper(mapper);
-                return operation;
-            } });
+            [&](const KXRef<KXFilterSetPreset> &preset) { return counts.countsProviderForFilterSetPreset(preset); } });
     EXPECT_FALSE(manager->isPresetAvailable(unusable, context));
     scheduler.loadCountsForAllPresets();
     ASSERT_TRUE(QTest::qWaitFor([&] { return scheduler.countOperations().isEmpty(); }, 60'000));

@@ -1,17 +1,10 @@
 // What was saved is there, whatever fails, and what was not is not there by halves: disks that fail at every operation,
 // power cuts, processes that are killed, files that others have locked.
 
-#include <csignal>
-#include <fcntl.h>
 #include <iostream>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <QCoreApplication>
 #include <QCryptographicHash>
 #include <QFile>
-#include <QProcessEnvironment>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
@@ -19,6 +12,7 @@
 #include <kestrixkit/store/KXSQLite_p.h>
 
 #include "store/Library.h"
+#include "support/ChildProcess.h"
 #include "support/FaultVfs.h"
 #include "support/KXTestLog.h"
 #include "support/KXTestPrint.h"
@@ -178,63 +172,6 @@ QString hashOf(const QStringList &state)
     return QString::fromLatin1(QCryptographicHash::hash(state.join(u'\n').toUtf8(), QCryptographicHash::Sha1).toHex());
 }
 
-/// This program again, running one test until it is killed. Not a QProcess: even one that is started
-/// by fork makes the thread sanitizer lose track of the locks of its thread.
-class Child
-{
-public:
-    Child(const char *filter, const QProcessEnvironment &environment)
-    {
-        int ends[2];
-        if (pipe2(ends, O_CLOEXEC) != 0)
-            qFatal("No pipe");
-        m_output = ends[0];
-        QByteArrayList texts { QCoreApplication::applicationFilePath().toLocal8Bit(), "--gtest_also_run_disabled_tests",
-            "--gtest_filter=" + QByteArray(filter) };
-        const qsizetype arguments = texts.size();
-        for (const QString &variable : environment.toStringList())
-            texts.append(variable.toLocal8Bit());
-        std::vector<char *> pointers;
-        for (QByteArray &text : texts) {
-            if (qsizetype(pointers.size()) == arguments)
-                pointers.push_back(nullptr);
-            pointers.push_back(text.data());
-        }
-        pointers.push_back(nullptr);
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
-        if (posix_spawn(&m_process, pointers[0], &actions, nullptr, pointers.data(), pointers.data() + arguments + 1)
-            != 0)
-            qFatal("Cannot start %s", pointers[0]);
-        posix_spawn_file_actions_destroy(&actions);
-        ::close(ends[1]);
-    }
-    ~Child() { ::close(m_output); }
-    Q_DISABLE_COPY_MOVE(Child)
-
-    /// Waits for more output; empty when the process has ended.
-    QByteArray read()
-    {
-        char buffer[4096];
-        const ssize_t size = ::read(m_output, buffer, sizeof buffer);
-        return QByteArray(buffer, std::max<ssize_t>(0, size));
-    }
-
-    /// False where it had ended by itself.
-    bool kill()
-    {
-        ::kill(m_process, SIGKILL);
-        int status = 0;
-        ::waitpid(m_process, &status, 0);
-        return WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL;
-    }
-
-private:
-    int m_output = -1;
-    pid_t m_process = 0;
-};
-
 } // namespace
 
 TEST(Durability, everyOperationMayFail)
@@ -387,7 +324,7 @@ TEST(Durability, processesAreKilled)
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert(u"KX_TEST_STORE"_s, path);
         environment.insert(u"KX_TEST_SEED"_s, QString::number(random.between(1, 1'000'000)));
-        Child child("DurabilityChild.*", environment);
+        ChildProcess child("DurabilityChild.*", environment);
         // Somewhere after so many bytes: while it saves, mostly.
         QByteArray output;
         const int enough = random.between(1, 8000);

@@ -15,6 +15,7 @@
 #include <kestrixkit/store/KXStoreSchema_p.h>
 
 #include "store/Library.h"
+#include "store/Versions.h"
 #include "support/FaultVfs.h"
 #include "support/KXTestLog.h"
 #include "support/KXTestPrint.h"
@@ -382,16 +383,30 @@ TEST_F(OpeningByName, opensTheStoreInTheSupportFolderAndReplacesTheContext)
     EXPECT_EQ(Track::countOfInContext(*fourth), 1);
 }
 
+TEST_F(OpeningByName, migratesInPlaceAndKeepsNothingOfTheOldFile)
+{
+    QDir(data.path()).mkdir(u"Crates"_s);
+    Versions::make(path(), 3);
+    const QStringList tracks = Versions::tracks(path());
+    KXManagedObjectModel::setManagedObjectModel(Versions::model(2));
+    const auto context = KXManagedObjectContext::setupMainContext();
+    EXPECT_TRUE(presented.errors.isEmpty());
+    EXPECT_EQ(context->countForEntity(u"Song"_s, KXPredicate::predicateWithFormat("mood == 'calm'")), 3);
+    EXPECT_EQ(Versions::tracks(path()), tracks);
+    EXPECT_EQ(Versions::files(data.filePath(u"Crates"_s)), QStringList { u"Crates.db"_s });
+}
+
 TEST_F(OpeningByName, presentsWhyItCannotAndGoesOnWithoutStore)
 {
     using Make = std::function<void()>;
     const std::tuple<const char *, int, Make> rows[] = {
         { "a file that is no store", KXStoreErrorCode::NotAStore,
             [this] { Library::write(path(), "something else"); } },
-        { "a store of another model", KXStoreErrorCode::IncompatibleModel,
+        { "a store of a model that does not become ours by itself", KXStoreErrorCode::NoMapping,
             [this] {
                 makeStore(path());
-                KXManagedObjectModel::setManagedObjectModel(otherModel());
+                KXManagedObjectModel::setManagedObjectModel(KXManagedObjectModel::make({ KXEntityDescription(u"Track"_s)
+                        .add(KXPropertyDescription::attribute(u"title"_s, KXAttributeType::String)).add(KXPropertyDescription::attribute(u"plays"_s, KXAttributeType::Date)) }));
             } },
         { "no model", KXStoreErrorCode::CannotOpen, [] { KXManagedObjectModel::setManagedObjectModel(nullptr); } },
         { "a file where the support folder should be", KXStoreErrorCode::CannotOpen,

@@ -1,25 +1,11 @@
 #include "support/FaultVfs.h"
 
-#include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <new>
-#include <random>
 
-#include <QDir>
 #include <QFile>
 #include <QFileInfo>
-
-namespace {
-
-constexpr qint64 sectorSize = 512;
-
-QByteArray contentOf(const QByteArray &path)
-{
-    QFile file(QFile::decodeName(path));
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-} // namespace
 
 /// An open file: ours in front, the default VFS's own behind it.
 struct FaultVfs::Handle
@@ -59,7 +45,7 @@ struct FaultVfs::Methods
         }
         file->pMethods = methods();
         if (tracked)
-            self->noteOpened(handle->path, existed);
+            self->note([&](FaultDisk &disk) { disk.opened(handle->path, existed); });
         return code;
     }
 
@@ -70,7 +56,11 @@ struct FaultVfs::Methods
             return code;
         const int code = self->m_base->xDelete(self->m_base, path, syncsFolder);
         if (code == SQLITE_OK)
-            self->noteDeleted(path, syncsFolder);
+            self->note([&](FaultDisk &disk) {
+                disk.removed(path);
+                if (syncsFolder)
+                    disk.folderSynced(QFile::encodeName(QFileInfo(QFile::decodeName(path)).path()));
+            });
         return code;
     }
 
@@ -90,7 +80,7 @@ struct FaultVfs::Methods
         const int written = failure ? size / 2 : size;
         const int code = base->pMethods->xWrite(base, data, written, offset);
         if (code == SQLITE_OK)
-            handle->vfs->noteChange(handle->path, { offset, QByteArray(static_cast<const char *>(data), written) });
+            handle->vfs->note([&](FaultDisk &disk) { disk.changed(handle->path, offset, QByteArray(static_cast<const char *>(data), written)); });
         return failure ? failure : code;
     }
 
@@ -102,7 +92,7 @@ struct FaultVfs::Methods
             return code;
         const int code = base->pMethods->xTruncate(base, size);
         if (code == SQLITE_OK)
-            handle->vfs->noteChange(handle->path, { size, {} });
+            handle->vfs->note([&](FaultDisk &disk) { disk.changed(handle->path, size, {}); });
         return code;
     }
 
@@ -111,7 +101,11 @@ struct FaultVfs::Methods
         Handle *handle = Handle::of(file);
         if (const int code = handle->vfs->begin(Sync, SQLITE_IOERR_FSYNC))
             return code;
-        handle->vfs->noteSynced(handle->path, std::exchange(handle->syncsFolder, false));
+        handle->vfs->note([&](FaultDisk &disk) {
+            disk.synced(handle->path);
+            if (std::exchange(handle->syncsFolder, false))
+                disk.folderSynced(QFile::encodeName(QFileInfo(QFile::decodeName(handle->path)).path()));
+        });
         return SQLITE_OK;
     }
 
@@ -154,9 +148,10 @@ struct FaultVfs::Methods
     }
 };
 
-FaultVfs::FaultVfs()
-    : m_base(sqlite3_vfs_find(nullptr))
+FaultVfs::FaultVfs(Reach reach)
+    : m_base(sqlite3_vfs_find("unix"))
     , m_vfs(*m_base)
+    , m_reach(reach)
 {
     static std::atomic<int> last { 0 };
     m_name = "fault" + QByteArray::number(++last);
@@ -166,10 +161,24 @@ FaultVfs::FaultVfs()
     m_vfs.pAppData = this;
     m_vfs.xOpen = Methods::open;
     m_vfs.xDelete = Methods::remove;
-    sqlite3_vfs_register(&m_vfs, false);
+    sqlite3_vfs_register(&m_vfs, m_reach == MachineWide);
+    if (m_reach == MachineWide)
+        KXStoreFiles::setProbe(this);
 }
 
-FaultVfs::~FaultVfs() { sqlite3_vfs_unregister(&m_vfs); }
+FaultVfs::~FaultVfs()
+{
+    if (m_reach == MachineWide) {
+        KXStoreFiles::setProbe(nullptr);
+        sqlite3_vfs_register(m_base, true);
+    }
+    sqlite3_vfs_unregister(&m_vfs);
+}
+
+void FaultVfs::adopt(const QString &folder)
+{
+    note([&](FaultDisk &disk) { disk.adopt(folder); });
+}
 
 qint64 FaultVfs::operations() const
 {
@@ -226,90 +235,51 @@ int FaultVfs::begin(Kind kind, int codeForInputOutput)
     return m_failingCode == SQLITE_IOERR ? codeForInputOutput : m_failingCode;
 }
 
-// What the disk holds
-
-void FaultVfs::apply(QByteArray &content, const Change &change)
+int FaultVfs::begin(const KXStoreFiles::Step &step)
 {
-    if (change.bytes.isNull()) {
-        content.resize(change.offset, '\0');
-        return;
-    }
-    if (content.size() < change.offset + change.bytes.size())
-        content.resize(change.offset + change.bytes.size(), '\0');
-    std::copy(change.bytes.begin(), change.bytes.end(), content.begin() + change.offset);
-}
-
-void FaultVfs::noteOpened(const QByteArray &path, bool existed)
-{
-    const std::lock_guard lock(m_mutex);
-    // A file may have been removed behind our back, as a creation that failed is.
-    if (!existed || !m_files.contains(path))
-        m_files[path] = { existed ? contentOf(path) : QByteArray(), {}, existed };
-}
-
-void FaultVfs::noteChange(const QByteArray &path, Change change)
-{
-    const std::lock_guard lock(m_mutex);
-    if (const auto found = m_files.find(path); found != m_files.end())
-        found->second.changes.push_back(std::move(change));
-}
-
-void FaultVfs::noteSynced(const QByteArray &path, bool syncsFolder)
-{
-    const std::lock_guard lock(m_mutex);
-    if (const auto found = m_files.find(path); found != m_files.end()) {
-        for (const Change &change : std::exchange(found->second.changes, {}))
-            apply(found->second.synced, change);
-    }
-    if (syncsFolder) {
-        m_deleted.clear();
-        for (auto &[name, file] : m_files)
-            file.entrySynced = true;
+    using S = KXStoreFiles::Step;
+    const bool takesRoom = step.kind == S::Create || step.kind == S::Write || step.kind == S::Link || step.kind == S::MakeFolder;
+    switch (begin(takesRoom ? FileWrite : FileOther, SQLITE_IOERR)) {
+    case SQLITE_OK:
+        return step.kind == S::Sync || step.kind == S::SyncFolder ? Skip : 0;
+    case SQLITE_FULL:
+        return ENOSPC;
+    case SQLITE_READONLY:
+        return EACCES;
+    default:
+        return EIO;
     }
 }
 
-void FaultVfs::noteDeleted(const QByteArray &path, bool syncsFolder)
+void FaultVfs::done(const KXStoreFiles::Step &step)
 {
-    const std::lock_guard lock(m_mutex);
-    if (const auto found = m_files.extract(path)) {
-        if (!syncsFolder && found.mapped().entrySynced)
-            m_deleted[path] = found.mapped();
-    }
+    using S = KXStoreFiles::Step;
+    note([&step](FaultDisk &disk) {
+        switch (step.kind) {
+        case S::Create:
+            return disk.opened(step.path, false);
+        case S::Write:
+            return disk.changed(step.path, step.offset, QByteArray(step.bytes.constData(), step.bytes.size()));
+        case S::Sync:
+            return disk.synced(step.path);
+        case S::Rename:
+            return disk.renamed(step.path, step.other);
+        case S::Link:
+            return disk.linked(step.path, step.other);
+        case S::Remove:
+            return disk.removed(step.path);
+        case S::MakeFolder:
+            return disk.folderMade(step.path);
+        case S::RemoveFolder:
+            return disk.folderRemoved(step.path);
+        case S::SyncFolder:
+            return disk.folderSynced(step.path);
+        }
+    });
 }
 
 void FaultVfs::cut(const QString &folder, quint64 seed) const
 {
     const std::lock_guard lock(m_mutex);
-    std::mt19937_64 random(seed);
-    const auto chance = [&random](double probability) { return std::bernoulli_distribution(probability)(random); };
-    const double kept = std::uniform_int_distribution(0, 4)(random) / 4.0; // none and all are likely, too
-    const auto leave = [&](const QByteArray &path, const File &file) {
-        QByteArray content = file.synced;
-        for (const Change &change : file.changes) {
-            if (!chance(kept))
-                continue;
-            if (change.bytes.isNull() || chance(0.75)) {
-                apply(content, change);
-                continue;
-            }
-            for (qint64 at = 0; at < change.bytes.size();) {
-                const qint64 offset = change.offset + at;
-                const qint64 size = std::min<qint64>(change.bytes.size() - at, sectorSize - offset % sectorSize);
-                if (chance(0.5))
-                    apply(content, { offset, change.bytes.mid(at, size) });
-                at += size;
-            }
-        }
-        QFile left(folder + QLatin1Char('/') + QFileInfo(QFile::decodeName(path)).fileName());
-        if (!left.open(QIODevice::WriteOnly) || left.write(content) != content.size())
-            qFatal("Cannot write %s", qPrintable(left.fileName()));
-    };
-    for (const auto &[path, file] : m_files) {
-        if (file.entrySynced || chance(0.75))
-            leave(path, file);
-    }
-    for (const auto &[path, file] : m_deleted) {
-        if (!m_files.contains(path) && chance(0.5))
-            leave(path, file);
-    }
+    m_disk.cut(folder, seed);
 }

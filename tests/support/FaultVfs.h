@@ -1,19 +1,24 @@
 #pragma once
 
 #include <functional>
-#include <map>
 #include <mutex>
-#include <vector>
 
 #include <QByteArray>
 #include <QString>
 
 #include <sqlite3.h>
 
+#include <kestrixkit/store/KXStoreFiles_p.h>
+
+#include "support/FaultDisk.h"
+
 /// A SQLite VFS over the default one that fails when it is told to, keeps apart what was not synced, and can be
 /// looked at before each operation. Registered under a name of its own while it lives, and to be outlived by no
 /// connection. Nothing is really synced, so tests on it do not wait for the disk. Any thread.
-class FaultVfs
+///
+/// A machine-wide one is the default VFS while it lives, and does the same to what the store does with files beside SQLite,
+/// in one count.
+class FaultVfs : private KXStoreFiles::Probe
 {
 public:
     /// What counts as an operation.
@@ -24,11 +29,14 @@ public:
         Truncate = 8,
         Delete = 16,
         SharedMemory = 32, ///< mapping or locking the log's index; unlocking cannot fail
-        All = 63,
+        FileWrite = 64, ///< files and folders made, written or linked by the store itself
+        FileOther = 128, ///< renamed, removed, synced
+        All = 255,
     };
+    enum Reach { Named, MachineWide };
 
-    FaultVfs();
-    ~FaultVfs();
+    explicit FaultVfs(Reach reach = Named);
+    ~FaultVfs() override;
     FaultVfs(const FaultVfs &) = delete;
     FaultVfs &operator=(const FaultVfs &) = delete;
 
@@ -44,6 +52,9 @@ public:
     /// Whether an operation failed since failAt().
     [[nodiscard]] bool hasFailed() const;
 
+    /// See FaultDisk::adopt().
+    void adopt(const QString &folder);
+
     /// Called before every operation with its number, on the thread that does it; may block.
     void setHook(std::function<void(qint64 operation)> hook);
 
@@ -52,36 +63,27 @@ public:
     void cut(const QString &folder, quint64 seed) const;
 
 private:
-    struct Change
-    {
-        qint64 offset;
-        QByteArray bytes; ///< null: the file is truncated to the offset
-    };
-    /// A file as the disk may hold it.
-    struct File
-    {
-        QByteArray synced;
-        std::vector<Change> changes;
-        bool entrySynced = false; ///< whether its name is in its folder for certain
-    };
     struct Handle;
     struct Methods;
     friend struct Methods;
 
-    static void apply(QByteArray &content, const Change &change);
     /// Counts, calls the hook and answers the code of a failure that is due.
     int begin(Kind kind, int codeForInputOutput);
-    void noteOpened(const QByteArray &path, bool existed);
-    void noteChange(const QByteArray &path, Change change);
-    void noteSynced(const QByteArray &path, bool syncsFolder);
-    void noteDeleted(const QByteArray &path, bool syncsFolder);
+    int begin(const KXStoreFiles::Step &step) override;
+    void done(const KXStoreFiles::Step &step) override;
+    /// Runs with the disk, under the lock.
+    template<typename Note> void note(Note &&what)
+    {
+        const std::lock_guard lock(m_mutex);
+        what(m_disk);
+    }
 
     QByteArray m_name;
     sqlite3_vfs *const m_base;
     sqlite3_vfs m_vfs;
     mutable std::mutex m_mutex;
-    std::map<QByteArray, File> m_files; // by path
-    std::map<QByteArray, File> m_deleted; // those that the disk may still hold
+    FaultDisk m_disk;
+    const Reach m_reach;
     std::function<void(qint64)> m_hook;
     qint64 m_operations = 0;
     qint64 m_untilFailure = 0; // 0: none is due

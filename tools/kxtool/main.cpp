@@ -8,7 +8,9 @@
 #include <QCoreApplication>
 #include <QList>
 
+#include "AudioCommands.h"
 #include "Command.h"
+#include "StoreCommands.h"
 
 using namespace Qt::StringLiterals;
 
@@ -16,7 +18,7 @@ namespace {
 
 const QList<Command> &commands()
 {
-    static const QList<Command> all {};
+    static const QList<Command> all = storeCommands() << audioCommand();
     return all;
 }
 

@@ -1,0 +1,205 @@
+#include <kestrixkit/toolkit/KXPopoverController.h>
+
+#include <QApplication>
+#include <QFrame>
+#include <QKeyEvent>
+#include <QScreen>
+#include <QVBoxLayout>
+#include <QWindow>
+
+#include <kestrixkit/toolkit/KXAnimationGroup.h>
+#include <kestrixkit/toolkit/KXViewController.h>
+
+using namespace Qt::StringLiterals;
+
+KXPopoverController::KXPopoverController(KXViewController *content, QObject *parent)
+    : KXObject(parent)
+    , m_content(content)
+{
+    if (content)
+        connect(content, &QObject::destroyed, this, &KXPopoverController::close);
+}
+
+KXPopoverController::~KXPopoverController()
+{
+    m_closeAction = nullptr;
+    close();
+    if (m_frame)
+        m_frame.release()->deleteLater(); // one of its events may have led here
+}
+
+KXViewController *KXPopoverController::contentViewController() const { return m_content; }
+
+void KXPopoverController::showRelativeTo(QWidget *anchor, const QRect &rect, Qt::Edge edge)
+{
+    if (!anchor || !m_content)
+        return;
+    if (m_anchor)
+        m_anchor->disconnect(this);
+    m_anchor = anchor;
+    m_rect = rect;
+    m_edge = edge;
+    connect(anchor, &QObject::destroyed, this, &KXPopoverController::close);
+    if (m_shown) {
+        place();
+        return;
+    }
+
+    m_content->popoverWillShow();
+    if (!m_content || !m_anchor)
+        return;
+    if (!m_frame) {
+        auto frame = std::make_unique<QFrame>(nullptr, Qt::Tool | Qt::FramelessWindowHint);
+        frame->setObjectName("kxPopoverFrame"_L1);
+        frame->setFrameShape(QFrame::StyledPanel);
+        frame->setAttribute(Qt::WA_WindowPropagation);
+        new QVBoxLayout(frame.get());
+        m_frame = std::move(frame);
+    }
+    m_frame->setLayoutDirection(anchor->layoutDirection());
+    m_frame->setAccessibleName(m_content->title());
+    m_content->appearIn(m_frame.get());
+    // Kept in front of the window that it belongs to.
+    m_frame->winId();
+    anchor->window()->winId();
+    m_frame->windowHandle()->setTransientParent(anchor->window()->windowHandle());
+    place();
+
+    m_shown = true;
+    qApp->installEventFilter(this);
+    const bool fades = m_animates && KXAnimationGroup::areAnimationsEnabled();
+    m_frame->setWindowOpacity(fades ? 0.0 : 1.0);
+    m_frame->show();
+    m_frame->activateWindow();
+    if (fades) {
+        auto *const fade = new KXAnimationGroup(0.15, m_frame.get());
+        fade->add(m_frame.get(), "windowOpacity", 1.0).start([fade] { fade->deleteLater(); });
+    }
+    const QPointer<KXPopoverController> alive(this);
+    m_content->popoverDidShow();
+    if (const auto action = alive && m_shown ? m_didShowAction : nullptr)
+        action(); // may end the popover
+    if (alive)
+        Q_EMIT shownChanged();
+}
+
+void KXPopoverController::close()
+{
+    if (!m_shown)
+        return;
+    m_shown = false;
+    qApp->removeEventFilter(this);
+    if (m_anchor)
+        m_anchor->disconnect(this);
+    const QPointer<KXPopoverController> alive(this);
+    // A content that is being destroyed answers nullptr here, and has taken its view along.
+    const QPointer<KXViewController> content(m_content);
+    if (content)
+        content->popoverWillClose();
+    if (alive && m_frame)
+        m_frame->hide();
+    if (content)
+        content->disappear();
+    if (content)
+        content->popoverDidClose();
+    if (!alive)
+        return;
+    if (const auto action = m_closeAction)
+        action(); // may end the popover
+    if (alive)
+        Q_EMIT shownChanged();
+}
+
+QRect KXPopoverController::placed(const QRect &anchor, QSize size, Qt::Edge edge, const QRect &screen)
+{
+    const QPoint centred = anchor.center() - QPoint(size.width() / 2, size.height() / 2);
+    const auto at = [&](Qt::Edge side) {
+        switch (side) {
+        case Qt::TopEdge:
+            return QRect(QPoint(centred.x(), anchor.top() - size.height()), size);
+        case Qt::BottomEdge:
+            return QRect(QPoint(centred.x(), anchor.bottom() + 1), size);
+        case Qt::LeftEdge:
+            return QRect(QPoint(anchor.left() - size.width(), centred.y()), size);
+        default:
+            return QRect(QPoint(anchor.right() + 1, centred.y()), size);
+        }
+    };
+    const bool isVertical = edge == Qt::TopEdge || edge == Qt::BottomEdge;
+    const auto fits = [&](const QRect &rect) {
+        return isVertical ? rect.top() >= screen.top() && rect.bottom() <= screen.bottom()
+                          : rect.left() >= screen.left() && rect.right() <= screen.right();
+    };
+    const Qt::Edge opposite = isVertical ? (edge == Qt::TopEdge ? Qt::BottomEdge : Qt::TopEdge)
+                                         : (edge == Qt::LeftEdge ? Qt::RightEdge : Qt::LeftEdge);
+    QRect rect = at(edge);
+    if (!fits(rect) && fits(at(opposite)))
+        rect = at(opposite);
+    // What is too large for the screen shows its top left corner.
+    rect.moveLeft(std::max(screen.left(), std::min(rect.left(), screen.right() - size.width() + 1)));
+    rect.moveTop(std::max(screen.top(), std::min(rect.top(), screen.bottom() - size.height() + 1)));
+    return rect;
+}
+
+void KXPopoverController::place()
+{
+    const QRect rect = m_rect.isEmpty() ? m_anchor->rect() : m_rect;
+    m_frame->adjustSize();
+    m_frame->setGeometry(placed(QRect(m_anchor->mapToGlobal(rect.topLeft()), rect.size()), m_frame->size(), m_edge,
+        m_anchor->screen()->availableGeometry()));
+}
+
+/// Sees all of the application's events while the popover is shown.
+bool KXPopoverController::eventFilter(QObject *object, QEvent *event)
+{
+    if (!m_anchor || !object->isWidgetType())
+        return false;
+    auto *const widget = static_cast<QWidget *>(object);
+    switch (event->type()) {
+    case QEvent::MouseButtonPress:
+        if (m_behaviour != KXPopoverBehaviour::ApplicationDefined && !isInside(widget)
+            && (m_behaviour == KXPopoverBehaviour::Transient || widget->window() == m_anchor->window()))
+            close();
+        break;
+    case QEvent::ShortcutOverride:
+        if (m_behaviour != KXPopoverBehaviour::ApplicationDefined && widget->window() == m_frame.get()
+            && static_cast<QKeyEvent *>(event)->matches(QKeySequence::Cancel)) {
+            event->accept();
+            close();
+            return true;
+        }
+        break;
+    case QEvent::WindowDeactivate:
+        if (const QWidget *active = QApplication::activeWindow(); m_behaviour == KXPopoverBehaviour::Transient
+            && widget == m_frame.get() && !QApplication::activePopupWidget() && (!active || !isInside(active)))
+            close();
+        break;
+    case QEvent::Hide:
+        if (widget == m_anchor || widget == m_anchor->window())
+            close();
+        break;
+    case QEvent::Move:
+    case QEvent::Resize:
+        if (widget == m_anchor || widget == m_anchor->window())
+            place();
+        break;
+    default:
+        break;
+    }
+    return false;
+}
+
+/// Whether it is part of the popover, or of a menu, an alert or another popover that was opened from there.
+bool KXPopoverController::isInside(const QWidget *widget) const
+{
+    const QWidget *above = widget;
+    while (above && above != m_frame.get())
+        above = above->parentWidget();
+    if (above || widget->window()->windowType() == Qt::Popup)
+        return true;
+    for (const QWindow *handle = widget->window()->windowHandle(); handle; handle = handle->transientParent()) {
+        if (handle == m_frame->windowHandle())
+            return true;
+    }
+    return false;
+}

@@ -1,0 +1,99 @@
+#include <kestrixkit/toolkit/KXViewController.h>
+
+#include <QVBoxLayout>
+
+#include <kestrixkit/foundation/KXLog.h>
+#include <kestrixkit/toolkit/KXNavigationStack.h>
+
+using namespace Qt::StringLiterals;
+
+KXNavigationStack::~KXNavigationStack() = default;
+
+KXViewController *KXNavigationStack::visibleViewController() const
+{
+    const QList<KXViewController *> controllers = viewControllers();
+    return controllers.isEmpty() ? nullptr : controllers.last();
+}
+
+KXViewController::KXViewController(QObject *parent)
+    : KXObject(parent)
+{
+}
+
+KXViewController::~KXViewController() { delete m_view.data(); }
+
+void KXViewController::setTitle(const QString &title)
+{
+    if (title == m_title)
+        return;
+    willChangeValueForKey(u"title");
+    m_title = title;
+    didChangeValueForKey(u"title");
+    Q_EMIT titleChanged();
+}
+
+QWidget *KXViewController::view()
+{
+    if (m_view)
+        return m_view;
+    m_hasAppeared = false; // an earlier one ended with its window
+    loadView();
+    if (!m_view)
+        setView(new QWidget);
+    viewDidLoad();
+    return m_view;
+}
+
+void KXViewController::setView(QWidget *view)
+{
+    if (m_view != view)
+        delete m_view.data();
+    m_view = view;
+}
+
+void KXViewController::loadView()
+{
+    QStringList names;
+    for (const QMetaObject *meta = metaObject(); meta != &KXViewController::staticMetaObject;
+         meta = meta->superClass()) {
+        QString name = QString::fromLatin1(meta->className()).section(u"::"_s, -1);
+        if (name.endsWith("ViewController"_L1))
+            name.chop(qsizetype(sizeof("ViewController")) - 1);
+        if (const QString path = KXInterfaceLoader::pathForInterface(name); !path.isEmpty()) {
+            setView(KXInterfaceLoader::shared().load(path));
+            return;
+        }
+        names.append(name);
+    }
+    KXLogError(toolkit, "There is no interface file for %s: \"%@\"", metaObject()->className(), names.join(u"\", \""));
+}
+
+void KXViewController::appearIn(QWidget *container, const QMargins &margins)
+{
+    QWidget *const ours = view();
+    if (!container || container == ours || (m_hasAppeared && ours->parentWidget() == container))
+        return;
+    disappear();
+    viewWillAppear();
+    QLayout *layout = container->layout();
+    if (!layout)
+        layout = new QVBoxLayout(container);
+    layout->setContentsMargins(margins);
+    layout->addWidget(ours);
+    ours->show();
+    viewDidAppear();
+}
+
+void KXViewController::disappear()
+{
+    if (!m_view || !m_hasAppeared)
+        return;
+    viewWillDisappear();
+    if (m_view) {
+        if (QWidget *parent = m_view->parentWidget(); parent && parent->layout())
+            parent->layout()->removeWidget(m_view);
+        m_view->hide();
+        m_view->setParent(nullptr);
+    }
+    viewDidDisappear();
+}

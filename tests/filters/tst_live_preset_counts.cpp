@@ -1,0 +1,143 @@
+// Presets whose counts follow the music, the filters and the clock.
+
+#include <QCoreApplication>
+#include <gtest/gtest.h>
+
+#include <kestrixkit/filters/KXFilterSetPresetCountsScheduler.h>
+#include <kestrixkit/filters/KXLivePresetCounts.h>
+#include <kestrixkit/foundation/KXClock.h>
+#include <kestrixkit/foundation/KXUndoManager.h>
+
+#include "filters/Shelf.h"
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+/// Lets no range pass, and throws for a set that has a title.
+class FacetsOnly : public KXFilterSetMapper
+{
+public:
+    bool canMapFilterSet(const KXRef<KXFilterSet> &) const override { return true; }
+    KXRef<KXFilterSet> createInstanceByMappingFilterSet(const KXRef<KXFilterSet> &set, KXManagedObjectContext &inContext) const override
+    {
+        if (!set->title().isEmpty())
+            throw std::runtime_error("no");
+        const KXRef<KXFilterSet> copy = set->duplicateInContext(inContext);
+        for (const KXRef<KXFilter> &filter : copy->filters()) {
+            if (KXRangeFilter::cast(KXRef<KXManagedObject>(filter)))
+                inContext.removeManagedObject(filter);
+        }
+        return copy;
+    }
+};
+
+qint64 shown(const KXRef<KXFilterSetPreset> &preset) { return preset->counts().value_or(KXCounts()).value(u"shelf"_s, -1); }
+
+} // namespace
+
+TEST(LivePresetCounts, followFiltersPresetsThingsAndTime)
+{
+    const KXClockPin pin(QDateTime(QDate(2024, 6, 1), QTime(12, 0), Qt::UTC));
+    Shelf shelf;
+    shelf.context->setUndoManager(std::make_shared<KXUndoManager>());
+    for (int i = 0; i < 10; ++i) {
+        const auto thing = shelf.make<Thing>();
+        thing->setBpm(120 + i);
+        thing->setKey(i % 2 ? u"Am"_s : u"C"_s);
+        thing->setAdded(KXClock::now().addDays(-i));
+    }
+    const auto range = shelf.range(u"122"_s, u"125"_s);
+    const auto fast = shelf.preset(u"fast"_s, shelf.set({ range }));
+    const auto minor = shelf.preset(u"minor"_s, shelf.set({ shelf.facet({ u"Am"_s }), shelf.range(u"0"_s, u"1"_s) }));
+    const auto week = shelf.make<KXDateFilter>();
+    week->setLocalValuePredicateKeyPath(u"added"_s);
+    week->setRange(KXDateRange(3));
+    const auto recent = shelf.preset(u"recent"_s, shelf.set({ week }));
+    const auto lost = shelf.preset(u"lost"_s);
+    const auto folder = shelf.folderPreset(u"all"_s, { fast, minor });
+    ASSERT_TRUE(shelf.context->save());
+    shelf.context->undoManager()->removeAllActions();
+
+    const auto mapper = std::make_shared<FacetsOnly>();
+    KXLivePresetCounts counts(shelf.context, { shelf.context, u"Thing"_s, u"shelf"_s, { KXPredicate::predicateWithFormat("bpm < 128") }, nullptr });
+    KXLivePresetCounts mapped(shelf.context, { shelf.context, u"Thing"_s, u"mapped"_s, {}, mapper });
+    ASSERT_TRUE(counts.update() && mapped.update());
+    EXPECT_EQ(shown(fast), 4);
+    EXPECT_EQ(shown(minor), 0);
+    EXPECT_EQ(shown(recent), 8) << "the moment seven days ago included, and 128 and more left out";
+    EXPECT_EQ(shown(lost), 0);
+    EXPECT_EQ(folder->counts()->value(u"shelf"_s), 4);
+    EXPECT_EQ(mapped.count(*minor), 5) << "the mapper leaves ranges out";
+    EXPECT_FALSE(shelf.context->hasChanges()) << "what is mapped is never saved";
+
+    // Filters, by an edit, its undo and another context; then a preset that comes and goes.
+    range->setEndValue(KXDecimal::fromString(u"130"_s));
+    shelf.context->processPendingChanges();
+    QCoreApplication::processEvents();
+    EXPECT_EQ(shown(fast), 6);
+    shelf.context->undoManager()->undo();
+    shelf.context->processPendingChanges();
+    QCoreApplication::processEvents();
+    EXPECT_EQ(shown(fast), 4);
+    const auto other = KXManagedObjectContext::contextWithPersistentStoreCoordinator(shelf.coordinator);
+    const auto token = KXNotificationCenter::defaultCenter().addObserver(QString(KXManagedObjectContextDidSaveNotification), other.get(),
+        [&](const KXNotification &saved) { shelf.context->mergeChangesFromStoreChange(*saved.payloadAs<std::shared_ptr<const KXStoreChange>>()); });
+    KXRangeFilter::cast(other->objectWithID(range->objectID()))->setStartValue(KXDecimal::fromString(u"125"_s));
+    const auto copy = KXFilterSetPreset::cast(other->objectWithID(minor->objectID()))->duplicateInContext(*other);
+    ASSERT_TRUE(other->save());
+    QCoreApplication::processEvents();
+    EXPECT_EQ(shown(fast), 1);
+    EXPECT_EQ(mapped.count(*copy), 5);
+    minor->filterSet()->setTitle(u"titled"_s);
+    shelf.context->processPendingChanges();
+    mapped.update();
+    EXPECT_EQ(mapped.count(*minor), 0) << "a mapper that throws maps nothing";
+    shelf.context->removeManagedObject(fast);
+    shelf.context->processPendingChanges();
+    EXPECT_EQ(counts.count(*fast), std::nullopt);
+
+    // Time alone.
+    EXPECT_EQ(counts.liveCounts().nextBoundary(), KXClock::now().addMSecs(1));
+    KXClock::advance(86'400);
+    counts.liveCounts().advance();
+    EXPECT_EQ(shown(recent), 7);
+    EXPECT_EQ(counts.liveCounts().asOf(), KXClock::now());
+
+    // By way of an operation.
+    bool onScreen = true;
+    KXFilterSetPresetCountsScheduler scheduler(u"mapped"_s,
+        { [&] { return onScreen; }, [&](const KXRef<KXFilterSetPreset> &preset) { return mapped.countsProviderForFilterSetPreset(preset); } });
+    scheduler.enqueueCountsOperationForPreset(recent);
+    KXFilterSetPresetCountsScheduler::countsQueue().waitUntilAllOperationsAreFinished();
+    QCoreApplication::processEvents();
+    EXPECT_EQ(recent->counts()->value(u"mapped"_s), *mapped.count(*recent));
+}
+
+TEST(LivePresetCounts, oneChangeEvaluatesOnlyTheRulesThatUseItAndAsksNoStore)
+{
+    Shelf shelf;
+    const auto thing = shelf.make<Thing>();
+    thing->setBpm(100);
+    thing->setKey(u"Am"_s);
+    KXLiveCounts counts(shelf.context, u"Thing"_s);
+    for (int i = 0; i < 30; ++i)
+        counts.setRule(u"tempo%1"_s.arg(i), KXPredicate::predicateWithFormat("bpm > %@", 90 + i));
+    for (int i = 0; i < 20; ++i)
+        counts.setRule(u"key%1"_s.arg(i), KXPredicate::predicateWithFormat("key == %@", u"k%1"_s.arg(i)));
+    counts.setRule(u"both"_s, KXPredicate::predicateWithFormat("key == 'Am' AND bpm < 110"));
+    counts.setRule(u"compared"_s, KXPredicate::predicateWithFormat("bpm > bpm"));
+    ASSERT_TRUE(counts.update());
+    EXPECT_EQ(counts.unsupported().keys(), QStringList { u"compared"_s });
+    counts.removeRule(u"compared"_s);
+    ASSERT_TRUE(shelf.context->save());
+
+    const quint64 before = counts.evaluations();
+    thing->setBpm(105.5);
+    shelf.context->processPendingChanges();
+    EXPECT_EQ(counts.evaluations() - before, 31u);
+    EXPECT_EQ(counts.count(u"tempo15"_s), 1);
+    EXPECT_EQ(counts.count(u"tempo16"_s), 0);
+    EXPECT_EQ(counts.count(u"both"_s), 1);
+    EXPECT_LT(counts.bytesPerObject(), 60);
+}
