@@ -42,7 +42,7 @@ void KXThemeableTableHeaderCell::paint(QPainter &painter, const QStyleOptionHead
     const auto &theme = KXThemeManager::sharedManager().theme();
     const QColor colour = KXControlPainter::firstOf(
         { theme ? theme->tableHeaderTextColour() : QColor(), option.palette.color(QPalette::ButtonText) });
-    const QRect inner = option.rect.adjusted(8, 0, -6, 0);
+    const QRect inner = option.rect.adjusted(10, 0, -10, 0);
     QRect text = inner;
     if (option.sortIndicator != QStyleOptionHeader::None) {
         const QRect arrow = QStyle::visualRect(option.direction, inner,

@@ -35,7 +35,7 @@ public:
             item.palette.setColor(QPalette::Text, item.palette.color(group, QPalette::HighlightedText));
         item.state &= ~(QStyle::State_Selected | QStyle::State_HasFocus | QStyle::State_MouseOver);
         item.features &= ~QStyleOptionViewItem::Alternate;
-        item.rect.adjust(5, 0, -5, 0); // in line with the header's text
+        item.rect.adjust(7, 0, -7, 0); // in line with the header's text
         QStyledItemDelegate::paint(painter, item, index);
         if (option.state & QStyle::State_HasFocus)
             KXControlPainter::focusRing(*painter, option.rect, option.palette, 2);
