@@ -136,9 +136,6 @@ void BrowserWindow::buildMenu()
     m_lightAction->setCheckable(true);
     m_lightAction->setChecked(!BrowserStyle::isDark());
     connect(m_lightAction, &QAction::toggled, this, [](bool light) { BrowserStyle::setDark(!light); });
-    QMenu *view = menuBar()->addMenu(tr("&View"));
-    view->setAccessibleName(tr("View"));
-    view->addAction(m_lightAction);
     QMenu *presets = menuBar()->addMenu(tr("&Presets"));
     presets->setAccessibleName(tr("Presets"));
     m_presets = new PresetMenu(m_context, presets, this);
@@ -185,6 +182,9 @@ void BrowserWindow::buildTable()
     connect(m_model, &QAbstractItemModel::dataChanged, this, &BrowserWindow::updateActions);
     m_preview = new Preview(m_model, m_table, {}, this);
     menuBar()->addMenu(m_preview->makeMenu(this));
+    QMenu *view = menuBar()->addMenu(tr("&View"));
+    view->setAccessibleName(tr("View"));
+    view->addAction(m_lightAction);
     m_table->setContextMenuPolicy(Qt::CustomContextMenu);
     connect(m_table, &QWidget::customContextMenuRequested, this, [this](const QPoint &position) {
         auto *menu = new QMenu(m_table);
