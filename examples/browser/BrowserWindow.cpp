@@ -15,6 +15,9 @@
 #include <kestrixkit/foundation/KXMainQueue.h>
 #include <kestrixkit/foundation/KXUndoManager.h>
 #include <kestrixkit/store/KXPersistentStore.h>
+#include <kestrixkit/theme/KXThemeStyleNames.h>
+#include <kestrixkit/theme/controls/KXThemeableButton.h>
+#include <kestrixkit/theme/controls/KXThemeableProgressIndicator.h>
 
 #include "BrowserStyle.h"
 #include "GenreDialog.h"
@@ -32,6 +35,28 @@ KXManagedObjectContext::Ref contextWithUndo(const KXPersistentStoreCoordinator::
     const auto context = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
     context->setUndoManager(std::make_shared<KXUndoManager>());
     return context;
+}
+
+/// An icon for a command, in the toolbar.
+KXThemeableButton *toolButton(QAction *action, const QString &icon)
+{
+    auto *button = new KXThemeableButton;
+    button->setIcon(QIcon(u":/kestrixkit/icons/%1.svg"_s.arg(icon)));
+    button->setIconSize({ 18, 18 });
+    button->setThemeStyleName(KXToolbarButtonStyles);
+    const auto follow = [button, action] {
+        QString name = action->text();
+        name.remove(u'&');
+        button->setAccessibleName(name);
+        button->setToolTip(name);
+        button->setEnabled(action->isEnabled());
+        button->setCheckable(action->isCheckable());
+        button->setChecked(action->isChecked());
+    };
+    follow();
+    QObject::connect(action, &QAction::changed, button, follow);
+    QObject::connect(button, &QPushButton::clicked, action, &QAction::trigger);
+    return button;
 }
 
 } // namespace
@@ -92,6 +117,7 @@ void BrowserWindow::buildMenu()
     QAction *redo = m_context->undoManager()->createRedoAction(this);
     redo->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Z));
     edit->addActions({ undo, redo });
+    m_undoActions = { undo, redo };
     edit->addSeparator();
     QMenu *rating = edit->addMenu(tr("&Rating"));
     rating->setAccessibleName(tr("Rating"));
@@ -106,6 +132,10 @@ void BrowserWindow::buildMenu()
     m_commentAction = edit->addAction(tr("Edit &Comment"), this, &BrowserWindow::editComment);
     m_commentAction->setShortcut(QKeySequence(Qt::Key_F2));
     m_genreAction = edit->addAction(tr("Rename &Genre…"), this, &BrowserWindow::renameGenre);
+    m_lightAction = new QAction(tr("&Light Theme"), this);
+    m_lightAction->setCheckable(true);
+    m_lightAction->setChecked(!BrowserStyle::isDark());
+    connect(m_lightAction, &QAction::toggled, this, [](bool light) { BrowserStyle::setDark(!light); });
     QMenu *presets = menuBar()->addMenu(tr("&Presets"));
     presets->setAccessibleName(tr("Presets"));
     m_presets = new PresetMenu(m_context, presets, this);
@@ -124,13 +154,20 @@ void BrowserWindow::buildHeader()
     font.setBold(true);
     m_title->setFont(font);
     bar->addWidget(m_title);
+    auto *gap = new QWidget;
+    gap->setFixedWidth(2 * BrowserStyle::margin);
+    bar->addWidget(gap);
+    bar->addWidget(toolButton(m_undoActions[0], u"undo"_s));
+    bar->addWidget(toolButton(m_undoActions[1], u"redo"_s));
     auto *space = new QWidget;
     space->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
     bar->addWidget(space);
     m_summary = new QLabel;
     m_summary->setAccessibleName(tr("Summary of the library"));
     m_summary->setForegroundRole(QPalette::PlaceholderText);
+    m_summary->setContentsMargins(0, 0, BrowserStyle::margin, 0);
     bar->addWidget(m_summary);
+    bar->addWidget(toolButton(m_lightAction, u"theme"_s));
 }
 
 void BrowserWindow::buildTable()
@@ -145,6 +182,9 @@ void BrowserWindow::buildTable()
     connect(m_model, &QAbstractItemModel::dataChanged, this, &BrowserWindow::updateActions);
     m_preview = new Preview(m_model, m_table, {}, this);
     menuBar()->addMenu(m_preview->makeMenu(this));
+    QMenu *view = menuBar()->addMenu(tr("&View"));
+    view->setAccessibleName(tr("View"));
+    view->addAction(m_lightAction);
     m_table->setContextMenuPolicy(Qt::CustomContextMenu);
     connect(m_table, &QWidget::customContextMenuRequested, this, [this](const QPoint &position) {
         auto *menu = new QMenu(m_table);
@@ -168,11 +208,15 @@ void BrowserWindow::buildStatus()
     statusBar()->setSizeGripEnabled(false);
     m_status = new QLabel(m_coordinator->store()->URL().toLocalFile());
     m_status->setContentsMargins(BrowserStyle::margin, 0, 0, 0);
-    m_progress = new QProgressBar;
+    auto *progress = new KXThemeableProgressIndicator;
+    progress->setThemeStyleName(KXProgressIndicatorStyles);
+    m_progress = progress;
     m_progress->setAccessibleName(tr("Progress of the import"));
     m_progress->setTextVisible(false);
     m_progress->setFixedWidth(260);
-    m_cancel = new QPushButton(tr("&Cancel"));
+    auto *cancel = new KXThemeableButton(tr("&Cancel"));
+    cancel->setThemeStyleName(KXButtonStyles);
+    m_cancel = cancel;
     m_cancel->setAccessibleName(tr("Cancel the import"));
     connect(m_cancel, &QPushButton::clicked, this, &BrowserWindow::cancelImport);
     statusBar()->addWidget(m_status, 1);

@@ -69,6 +69,8 @@ private:
     TrackTableView *m_table;
     PresetMenu *m_presets;
     QList<QAction *> m_ratingActions; // by stars
+    QList<QAction *> m_undoActions; // undo, redo
+    QAction *m_lightAction;
     QAction *m_commentAction;
     QAction *m_genreAction;
     QLabel *m_title;

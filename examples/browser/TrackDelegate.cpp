@@ -27,17 +27,17 @@ QPainterPath starPath(QPointF centre, double radius)
 
 void paintStars(QPainter *painter, const QStyleOptionViewItem &option, int stars, bool missing)
 {
-    const QColor bright = missing ? BrowserStyle::missingText : BrowserStyle::accent;
+    const QColor bright = missing ? BrowserStyle::missingText() : BrowserStyle::accent();
     for (int star = 1; star <= 5; ++star) {
         const QRect box = TrackDelegate::starBox(option, star);
         painter->fillPath(
-            starPath(QRectF(box).center(), box.width() / 2.0), star <= stars ? bright : BrowserStyle::emptyStar);
+            starPath(QRectF(box).center(), box.width() / 2.0), star <= stars ? bright : BrowserStyle::emptyStar());
     }
 }
 
 void paintKey(QPainter *painter, const QRect &cell, const MusicalKey &key, const QString &text, bool missing)
 {
-    const QColor colour = missing ? BrowserStyle::missingText : BrowserStyle::keyColour(key);
+    const QColor colour = missing ? BrowserStyle::missingText() : BrowserStyle::keyColour(key);
     const QRectF plate(
         cell.left() + BrowserStyle::margin - 2, cell.center().y() - 9, cell.width() - 2 * BrowserStyle::margin + 4, 20);
     QColor fill = colour;
@@ -55,9 +55,9 @@ void paintKey(QPainter *painter, const QRect &cell, const MusicalKey &key, const
 void TrackDelegate::paint(QPainter *painter, const QStyleOptionViewItem &option, const QModelIndex &index) const
 {
     const bool selected = option.state & QStyle::State_Selected;
-    const QColor background = selected                      ? BrowserStyle::selection
-        : option.features & QStyleOptionViewItem::Alternate ? BrowserStyle::alternateRow
-                                                            : BrowserStyle::row;
+    const QColor background = selected                      ? BrowserStyle::selection()
+        : option.features & QStyleOptionViewItem::Alternate ? BrowserStyle::alternateRow()
+                                                            : BrowserStyle::row();
     painter->fillRect(option.rect, background);
 
     painter->save();
@@ -71,9 +71,10 @@ void TrackDelegate::paint(QPainter *painter, const QStyleOptionViewItem &option,
         paintKey(painter, option.rect, { std::abs(key), key < 0 }, text, missing);
     } else {
         const bool primary = index.column() == TrackTableModel::Title || selected;
-        painter->setPen(missing ? BrowserStyle::missingText
-                : primary       ? BrowserStyle::text
-                                : BrowserStyle::secondaryText);
+        painter->setPen(missing ? BrowserStyle::missingText()
+                : selected      ? BrowserStyle::selectedText()
+                : primary       ? BrowserStyle::text()
+                                : BrowserStyle::secondaryText());
         const QRect box = option.rect.adjusted(BrowserStyle::margin, 0, -BrowserStyle::margin, 0);
         const auto alignment
             = QStyle::visualAlignment(option.direction, index.data(Qt::TextAlignmentRole).value<Qt::Alignment>());
@@ -83,7 +84,7 @@ void TrackDelegate::paint(QPainter *painter, const QStyleOptionViewItem &option,
     painter->restore();
 
     if (option.state & QStyle::State_HasFocus) {
-        painter->setPen(BrowserStyle::accent);
+        painter->setPen(BrowserStyle::accent());
         painter->drawRect(option.rect.adjusted(0, 0, -1, -1));
     }
 }

@@ -4,6 +4,10 @@
 #include <QScopedValueRollback>
 #include <QScrollBar>
 
+#include <kestrixkit/theme/KXThemeStyleNames.h>
+#include <kestrixkit/theme/controls/KXThemeableScroller.h>
+#include <kestrixkit/theme/controls/KXThemeableTableHeaderCell.h>
+
 #include "BrowserStyle.h"
 #include "TrackDelegate.h"
 #include "TrackTableModel.h"
@@ -29,6 +33,14 @@ TrackTableView::TrackTableView(QWidget *parent)
     setTabKeyNavigation(false);
     setWordWrap(false);
     setFrameShape(QFrame::NoFrame);
+    for (const Qt::Orientation side : { Qt::Vertical, Qt::Horizontal }) {
+        auto *scroller = new KXThemeableScroller(side);
+        scroller->setThemeStyleName(KXScrollerStyles);
+        side == Qt::Vertical ? setVerticalScrollBar(scroller) : setHorizontalScrollBar(scroller);
+    }
+    auto *header = new KXThemeableTableHeaderView(Qt::Horizontal);
+    header->setThemeStyleName(KXTableHeaderStyles);
+    setHorizontalHeader(header);
 
     // One height for all rows: nothing is measured, however many there are.
     verticalHeader()->hide();

@@ -42,3 +42,25 @@ inline constexpr QLatin1StringView KXPropertyEditButtonActiveStyles { "propertyE
 inline constexpr QLatin1StringView KXNavigationBarButtonStyles { "navigationBarButtonStyles" };
 inline constexpr QLatin1StringView KXNavigationBarButtonActiveStyles { "navigationBarButtonActiveStyles" };
 inline constexpr QLatin1StringView KXNavigationBarBackgroundDrawBlock { "navigationBarBackgroundDrawBlock" };
+
+// The built-in themes' own, for whatever controls a host makes (theme/controls): each names the class that it is for.
+inline constexpr QLatin1StringView KXButtonStyles { "buttonStyles" };
+inline constexpr QLatin1StringView KXDefaultButtonStyles { "defaultButtonStyles" };
+inline constexpr QLatin1StringView KXToolbarButtonStyles { "toolbarButtonStyles" };
+inline constexpr QLatin1StringView KXPopUpButtonStyles { "popUpButtonStyles" };
+inline constexpr QLatin1StringView KXSegmentedControlStyles { "segmentedControlStyles" };
+inline constexpr QLatin1StringView KXTextFieldStyles { "textFieldStyles" };
+inline constexpr QLatin1StringView KXLabelStyles { "labelStyles" };
+inline constexpr QLatin1StringView KXSecondaryLabelStyles { "secondaryLabelStyles" };
+inline constexpr QLatin1StringView KXTableStyles { "tableStyles" };
+inline constexpr QLatin1StringView KXTableHeaderStyles { "tableHeaderStyles" };
+inline constexpr QLatin1StringView KXOutlineStyles { "outlineStyles" };
+inline constexpr QLatin1StringView KXScrollViewStyles { "scrollViewStyles" };
+inline constexpr QLatin1StringView KXScrollerStyles { "scrollerStyles" };
+inline constexpr QLatin1StringView KXSplitViewStyles { "splitViewStyles" };
+inline constexpr QLatin1StringView KXProgressIndicatorStyles { "progressIndicatorStyles" };
+inline constexpr QLatin1StringView KXSpinningProgressIndicatorStyles { "spinningProgressIndicatorStyles" };
+inline constexpr QLatin1StringView KXStarRatingStyles { "starRatingStyles" };
+inline constexpr QLatin1StringView KXPopoverStyles { "popoverStyles" };
+inline constexpr QLatin1StringView KXToolbarStyles { "toolbarStyles" };
+inline constexpr QLatin1StringView KXStatusBarStyles { "statusBarStyles" };

@@ -12,9 +12,11 @@ KXThemeable::~KXThemeable() = default;
 
 void KXThemeable::setThemeStyleName(const QString &name)
 {
+    const std::weak_ptr<void> life = m_life;
     m_themeStyleName = name;
     applyTheme();
-    setNeedsDisplay();
+    if (!life.expired())
+        setNeedsDisplay();
 }
 
 void KXThemeable::applyTheme()
@@ -22,13 +24,17 @@ void KXThemeable::applyTheme()
     const auto theme = KXThemeManager::sharedManager().theme();
     if (m_themeStyleName.isNull() || !theme)
         return;
+    const std::weak_ptr<void> life = m_life;
     const QVariantMap style = theme->valueForKey(m_themeStyleName).toMap();
-    for (auto entry = style.cbegin(); entry != style.cend(); ++entry)
+    m_isThemed = m_isThemed || !style.isEmpty();
+    for (auto entry = style.cbegin(); entry != style.cend() && !life.expired(); ++entry)
         setThemeValue(entry.key(), entry.value());
 }
 
 void KXThemeable::themeDidChange(const KXNotification &)
 {
+    const std::weak_ptr<void> life = m_life;
     applyTheme();
-    setNeedsDisplay();
+    if (!life.expired())
+        setNeedsDisplay();
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <memory>
+
 #include <QString>
 #include <QVariant>
 
@@ -26,8 +28,12 @@ public:
     [[nodiscard]] const QString &themeStyleName() const { return m_themeStyleName; }
     void setThemeStyleName(const QString &name);
 
-    /// Sets every entry of the style on the control, in the order of the map.
+    /// Sets every entry of the style on the control, in the order of the map. The control may be destroyed by what a
+    /// value sets off; then the rest is left out.
     virtual void applyTheme();
+
+    /// A style was found and applied at some time. Until then a control has its toolkit's own looks.
+    [[nodiscard]] bool isThemed() const { return m_isThemed; }
 
 protected:
     KXThemeable();
@@ -41,5 +47,7 @@ protected:
 
 private:
     QString m_themeStyleName;
+    bool m_isThemed = false;
+    std::shared_ptr<void> m_life = std::make_shared<char>(); // expires with the control
     KXNotificationToken m_themeChanges;
 };

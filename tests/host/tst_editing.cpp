@@ -205,6 +205,7 @@ TEST_F(EditingTest, everyEntryOfTheMenuHasANameAndKeysAreUsedOnce)
     open();
     QSet<QKeySequence> keys;
     int entries = 0;
+    bool needsTracks = true;
     const std::function<void(const QList<QAction *> &)> visit = [&](const QList<QAction *> &actions) {
         for (const QAction *action : actions) {
             if (action->isSeparator())
@@ -216,14 +217,16 @@ TEST_F(EditingTest, everyEntryOfTheMenuHasANameAndKeysAreUsedOnce)
                 continue;
             }
             ++entries;
-            EXPECT_FALSE(action->isEnabled()) << "in an empty library: " << action->text().toStdString();
+            EXPECT_FALSE(needsTracks && action->isEnabled()) << "in an empty library: " << action->text().toStdString();
             if (!action->shortcut().isEmpty()) {
                 EXPECT_FALSE(keys.contains(action->shortcut()));
                 keys.insert(action->shortcut());
             }
         }
     };
-    visit(window->menuBar()->actions());
+    visit(window->menuBar()->actions().mid(0, 2)); // Edit and Presets
+    needsTracks = false;
+    visit(window->menuBar()->actions().mid(2));
     EXPECT_GE(entries, 10);
     EXPECT_GE(keys.size(), 9);
 }

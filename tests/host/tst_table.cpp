@@ -144,7 +144,7 @@ TEST_F(TableTest, drawsKeysStarsAndRows)
         for (int x = 0; x < picture.width(); x += 2)
             colours.insert(picture.pixel(x, y));
     }
-    EXPECT_TRUE(colours.contains(BrowserStyle::accent.rgb())) << "no star was drawn";
-    EXPECT_TRUE(colours.contains(BrowserStyle::alternateRow.rgb()) && colours.contains(BrowserStyle::row.rgb()));
+    EXPECT_TRUE(colours.contains(BrowserStyle::accent().rgb())) << "no star was drawn";
+    EXPECT_TRUE(colours.contains(BrowserStyle::alternateRow().rgb()) && colours.contains(BrowserStyle::row().rgb()));
     EXPECT_GT(colours.size(), 50U);
 }

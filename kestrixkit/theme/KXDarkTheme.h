@@ -1,0 +1,10 @@
+#pragma once
+
+#include <kestrixkit/theme/KXStandardTheme.h>
+
+/// For dark rooms: near black, with one bright accent.
+class KX_CORE_EXPORT KXDarkTheme : public KXStandardTheme
+{
+public:
+    KXDarkTheme();
+};

@@ -1,0 +1,10 @@
+#pragma once
+
+#include <kestrixkit/theme/KXStandardTheme.h>
+
+/// For daylight: the same roles on paper white.
+class KX_CORE_EXPORT KXLightTheme : public KXStandardTheme
+{
+public:
+    KXLightTheme();
+};

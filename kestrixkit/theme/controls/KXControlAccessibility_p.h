@@ -1,0 +1,10 @@
+#pragma once
+
+class QWidget;
+
+/// Makes the controls of this folder that are not Qt's own known to assistive technology. Each of their constructors
+/// calls it.
+void KXInstallControlAccessibility();
+
+/// Tells assistive technology that the control has another value.
+void KXAccessibleValueChanged(QWidget *control);

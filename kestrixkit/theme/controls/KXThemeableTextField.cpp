@@ -1,0 +1,127 @@
+#include <kestrixkit/theme/controls/KXThemeableTextField.h>
+
+#include <QEvent>
+#include <QPainter>
+#include <QStyleOptionFrame>
+
+#include <kestrixkit/theme/controls/KXControlPainter.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr int fieldPadding = 4; // what the toolkit keeps free itself while the text is edited
+constexpr int fieldMargin = 3;
+
+// What the toolkit paints while the text is edited has the palette's colours.
+void fieldSet(QPalette &palette, QPalette::ColorRole role, const QColor &colour)
+{
+    if (colour.isValid())
+        palette.setColor(role, colour);
+}
+
+}
+
+KXThemeableTextField::KXThemeableTextField(QWidget *parent)
+    : QLineEdit(parent)
+    , m_cell(new KXThemeableTextFieldCell(this))
+{
+    setAttribute(Qt::WA_Hover);
+    setTextMargins(fieldMargin, 0, fieldMargin, 0);
+}
+
+KXThemeableTextField::KXThemeableTextField(const QString &text, QWidget *parent)
+    : KXThemeableTextField(parent)
+{
+    setText(text);
+}
+
+void KXThemeableTextField::setLabel(bool label)
+{
+    m_isLabel = label;
+    setReadOnly(label);
+    setFrame(!label);
+    setTextMargins(label ? 0 : fieldMargin, 0, label ? 0 : fieldMargin, 0);
+    setSizePolicy(label ? QSizePolicy::Preferred : QSizePolicy::Expanding, QSizePolicy::Fixed);
+    setFocusPolicy(label ? Qt::NoFocus : Qt::StrongFocus);
+    if (label) {
+        setAccessibleName(text());
+        connect(this, &QLineEdit::textChanged, this, &QWidget::setAccessibleName);
+    } else {
+        disconnect(this, &QLineEdit::textChanged, this, &QWidget::setAccessibleName);
+    }
+    updateGeometry();
+}
+
+void KXThemeableTextField::setHighlighted(bool highlighted)
+{
+    m_isHighlighted = highlighted;
+    update();
+}
+
+QSize KXThemeableTextField::sizeHint() const
+{
+    if (!m_isLabel)
+        return m_cell->isThemed() ? QSize(QLineEdit::sizeHint().width(), fontMetrics().height() + 8)
+                                  : QLineEdit::sizeHint();
+    return { fontMetrics().horizontalAdvance(text()) + 2, fontMetrics().height() + 2 };
+}
+
+QSize KXThemeableTextField::minimumSizeHint() const
+{
+    return m_isLabel ? sizeHint() : QSize(QLineEdit::minimumSizeHint().width(), sizeHint().height());
+}
+
+bool KXThemeableTextField::event(QEvent *event)
+{
+    // Before anything that asks for the palette: what the style says of editing is worked into it.
+    if (event->type() == QEvent::FocusIn && m_cell->isThemed()) {
+        QPalette colours = palette();
+        const QVariantMap &selected = m_cell->fieldEditorSelectedTextAttributes;
+        fieldSet(colours, QPalette::Text, KXControlPainter::firstOf({ m_cell->editingTextColor, m_cell->textColor }));
+        fieldSet(colours, QPalette::Highlight, selected.value(u"backgroundColor"_s).value<QColor>());
+        fieldSet(colours, QPalette::HighlightedText, selected.value(u"color"_s).value<QColor>());
+        fieldSet(colours, QPalette::PlaceholderText, m_cell->placeholderTextColor);
+        fieldSet(colours, QPalette::Base, m_cell->backgroundColor);
+        if (colours != palette())
+            setPalette(colours);
+    }
+    return QLineEdit::event(event);
+}
+
+void KXThemeableTextField::paintEvent(QPaintEvent *event)
+{
+    if (!m_cell->isThemed() && !m_isLabel) {
+        QLineEdit::paintEvent(event);
+        return;
+    }
+    if (hasFocus() && !m_isLabel) {
+        QLineEdit::paintEvent(event);
+        QPainter painter(this);
+        KXControlPainter::focusRing(painter, rect(), palette());
+        return;
+    }
+    QPainter painter(this);
+    painter.setLayoutDirection(layoutDirection());
+    if (!m_isLabel)
+        KXControlPainter::plate(painter, rect(), m_cell->backgroundColor, m_cell->borderColor);
+    const QPalette &colours = palette();
+    QColor colour = KXControlPainter::firstOf({ m_cell->textColor, colours.color(QPalette::Text) });
+    if (m_isHighlighted)
+        colour = KXControlPainter::firstOf({ m_cell->highlightedTextColor, colour });
+    if (!isEnabled())
+        colour = KXControlPainter::firstOf(
+            { m_cell->disabledTextColor, colours.color(QPalette::Disabled, QPalette::Text) });
+    QString shown = displayText();
+    if (shown.isEmpty()) {
+        shown = placeholderText();
+        if (isEnabled())
+            colour
+                = KXControlPainter::firstOf({ m_cell->placeholderTextColor, colours.color(QPalette::PlaceholderText) });
+    }
+    const int padding = m_isLabel ? 0 : fieldPadding;
+    const QMargins margins = textMargins();
+    const QRectF room = rect().adjusted(padding + margins.left(), 0, -padding - margins.right(), 0);
+    const int side = int(alignment() & Qt::AlignHorizontal_Mask);
+    KXControlPainter::text(painter, room, side | Qt::AlignVCenter, shown, colour, m_cell->shadow);
+}

@@ -1,0 +1,6 @@
+#include <kestrixkit/theme/controls/KXThemeableTextFieldCell.h>
+
+KXThemeableTextFieldCell::KXThemeableTextFieldCell(QObject *control)
+    : KXThemeableCell(control)
+{
+}

@@ -1,0 +1,350 @@
+#include <cmath>
+
+#include <QAbstractScrollArea>
+#include <QAccessible>
+#include <QImage>
+#include <QLineEdit>
+#include <QSignalSpy>
+#include <QStyleFactory>
+#include <QtTest/QTest>
+#include <gtest/gtest.h>
+
+#include <gallery/Pages.h>
+#include <kestrixkit/audio/views/KXAudioTypeButton.h>
+#include <kestrixkit/theme/KXDarkTheme.h>
+#include <kestrixkit/theme/KXLightTheme.h>
+#include <kestrixkit/theme/KXThemeManager.h>
+#include <kestrixkit/theme/KXThemeStyleNames.h>
+#include <kestrixkit/theme/controls/KXBadge.h>
+#include <kestrixkit/theme/controls/KXPopoverFrame.h>
+#include <kestrixkit/theme/controls/KXStarRating.h>
+#include <kestrixkit/theme/controls/KXThemeableButton.h>
+#include <kestrixkit/theme/controls/KXThemeablePopUpButton.h>
+#include <kestrixkit/theme/controls/KXThemeableSegmentedControl.h>
+#include <kestrixkit/theme/controls/KXThemeableSplitView.h>
+#include <support/KXTestLog.h>
+
+using namespace Qt::StringLiterals;
+
+class ThemeControls : public ::testing::Test
+{
+protected:
+    ThemeControls() { QApplication::setStyle(QStyleFactory::create(u"Fusion"_s)); }
+    ~ThemeControls() override { manager.setTheme(nullptr); }
+
+    void setStyle(const QString &name, const QVariantMap &style)
+    {
+        const auto theme = std::make_shared<KXTheme>();
+        theme->setValueForKey(name, style);
+        manager.setTheme(theme);
+    }
+    KXThemeManager &manager = KXThemeManager::sharedManager();
+};
+
+namespace {
+
+/// Every colour of a theme with its red part alone.
+class RedTheme : public KXStandardTheme
+{
+public:
+    RedTheme()
+        : KXStandardTheme(redder(KXDarkTheme().colours()))
+    {
+    }
+    QBrush noisePattern() const override { return QBrush(); }
+
+private:
+    static KXThemeColours redder(KXThemeColours colours)
+    {
+        auto *const all = reinterpret_cast<QColor *>(&colours);
+        for (size_t i = 0; i < sizeof colours / sizeof(QColor); ++i)
+            all[i] = QColor(all[i].red(), 0, 0);
+        return colours;
+    }
+};
+
+double luminance(const QColor &colour)
+{
+    const auto linear = [](double c) { return c <= 0.03928 ? c / 12.92 : std::pow((c + 0.055) / 1.055, 2.4); };
+    return 0.2126 * linear(colour.redF()) + 0.7152 * linear(colour.greenF()) + 0.0722 * linear(colour.blueF());
+}
+
+double contrast(const QColor &a, const QColor &b)
+{
+    const double la = luminance(a), lb = luminance(b);
+    return (std::max(la, lb) + 0.05) / (std::min(la, lb) + 0.05);
+}
+
+QImage grab(QWidget *widget)
+{
+    QImage image(widget->size(), QImage::Format_RGB32);
+    image.fill(Qt::black);
+    widget->render(&image);
+    return image;
+}
+
+}
+
+TEST_F(ThemeControls, liveChangeLooksLikeAFreshStart)
+{
+    const std::shared_ptr<KXTheme> dark = std::make_shared<KXDarkTheme>(), light = std::make_shared<KXLightTheme>();
+    for (const gallery::Page &page : gallery::pages()) {
+        const auto show = [&](bool live) {
+            manager.setTheme(live ? dark : light);
+            const std::unique_ptr<QWidget> widget(page.make(gallery::english));
+            widget->setAttribute(Qt::WA_DontShowOnScreen);
+            widget->resize(widget->sizeHint());
+            widget->show();
+            QWidget *const top = widget.get();
+            const QImage before = grab(top);
+            manager.setTheme(light);
+            widget->resize(widget->sizeHint());
+            const QImage after = grab(top);
+            EXPECT_EQ(before != after, live) << page.name.toStdString();
+            return after;
+        };
+        EXPECT_EQ(show(true), show(false)) << page.name.toStdString();
+    }
+}
+
+TEST_F(ThemeControls, paintNothingThatTheThemeDoesNotSay)
+{
+    QFont plain = QApplication::font();
+    plain.setStyleStrategy(QFont::NoSubpixelAntialias);
+    QApplication::setFont(plain);
+    manager.setTheme(std::make_shared<RedTheme>());
+    for (const gallery::Page &page : gallery::pages()) {
+        if (page.name == "audio-types"_L1)
+            continue; // their colours and the light below them are fixed
+        const QImage image = gallery::picture(page, gallery::english, Qt::LeftToRight, 1);
+        QStringList wrong;
+        bool anyRed = false;
+        for (int y = 0; y < image.height(); ++y) {
+            for (int x = 0; x < image.width(); ++x) {
+                const QColor pixel = image.pixelColor(x, y);
+                anyRed = anyRed || pixel.red() > 200;
+                // The toolkit's caret inverts what is beneath it.
+                const bool isCaret = pixel.green() == 255 && pixel.blue() == 255 && pixel.red() < 250;
+                if ((pixel.green() || pixel.blue()) && !isCaret && wrong.size() < 5)
+                    wrong.append(u"%1,%2 %3"_s.arg(x).arg(y).arg(pixel.name()));
+            }
+        }
+        EXPECT_TRUE(anyRed);
+        EXPECT_TRUE(wrong.isEmpty()) << page.name.toStdString() << ": " << wrong.join(u"; "_s).toStdString();
+    }
+}
+
+// Every pair of colours that a built-in theme puts on each other. Disabled text is exempt, and so are the colours of
+// audio types and of message strips, which are those of the base theme.
+TEST_F(ThemeControls, textOfBuiltInThemesIsReadable)
+{
+    for (const KXThemeColours &c : { KXDarkTheme().colours(), KXLightTheme().colours() }) {
+        for (const QColor &back : { c.window, c.panel, c.row, c.alternateRow, c.field, c.control }) {
+            EXPECT_GE(contrast(c.text, back), 4.5) << back.name().toStdString();
+            EXPECT_GE(contrast(c.secondaryText, back), 4.5) << back.name().toStdString();
+        }
+        const std::pair<QColor, QColor> pairs[] { { c.text, c.controlPressed }, { c.selectedText, c.selection },
+            { c.selectedText, c.inactiveSelection }, { c.accentText, c.accent }, { c.messageText, c.error },
+            { c.messageText, c.info }, { c.accent, c.panel }, { c.accent, c.window } };
+        for (const auto &[text, back] : pairs)
+            EXPECT_GE(contrast(text, back), 4.5) << text.name().toStdString() << " on " << back.name().toStdString();
+    }
+    // The same styles with the same keys, so that nothing sticks when one takes the other's place.
+    const KXDarkTheme dark;
+    const KXLightTheme light;
+    for (const QLatin1StringView name : { KXSourceListRowStyles, KXSourceListGroupRowStyles, KXSourceListBadgeStyles,
+             KXSourceListSelectedBadgeStyles, KXFilterBadgeStyles, KXFilterSelectedBadgeStyles,
+             KXFilterBarFilterLabelStyles, KXFilterBarFilterButtonStyles, KXPlaceholderStyles,
+             KXFilterPresetsBarButtonStyles, KXFilterPresetsBarFolderButtonStyles, KXFilterPresetsManagerOnButtonStyles,
+             KXFilterPresetsManagerOffButtonStyles, KXPropertyLabelStyles, KXPropertyEditButtonStyles,
+             KXPropertyEditButtonActiveStyles, KXNavigationBarButtonStyles, KXNavigationBarButtonActiveStyles,
+             KXButtonStyles, KXTableStyles }) {
+        const QVariantMap style = dark.valueForKey(name).toMap();
+        EXPECT_FALSE(style.isEmpty()) << name.data();
+        EXPECT_EQ(style.keys(), light.valueForKey(name).toMap().keys()) << name.data();
+    }
+    for (const QLatin1StringView image :
+        { KXFilterPresetsBarOverflowButtonImage, KXFilterPresetFolderIcon, KXFilterPresetIcon })
+        EXPECT_FALSE(dark.valueForKeyPath(image).value<QIcon>().isNull()) << image.data();
+}
+
+TEST_F(ThemeControls, everyControlHasNameRoleValueAndKeyboard)
+{
+    manager.setTheme(std::make_shared<KXDarkTheme>());
+    for (const gallery::Page &page : gallery::pages()) {
+        const std::unique_ptr<QWidget> widget(page.make(gallery::english));
+        widget->show();
+        QApplication::setActiveWindow(widget.get());
+        QSet<QWidget *> wanted;
+        for (QWidget *child : widget->findChildren<QWidget *>()) {
+            if (!child->isVisible() || !child->isEnabled() || !(child->focusPolicy() & Qt::TabFocus))
+                continue;
+            wanted.insert(child);
+            if (qobject_cast<QAbstractScrollArea *>(child) && child->accessibleName().isEmpty())
+                continue; // a plain scroll area: what lies in it has the name
+            const auto *const seen = QAccessible::queryAccessibleInterface(child);
+            const std::string who = page.name.toStdString() + ": " + child->metaObject()->className();
+            ASSERT_TRUE(seen) << who;
+            EXPECT_FALSE(seen->text(QAccessible::Name).isEmpty()) << who;
+            EXPECT_NE(seen->role(), QAccessible::NoRole) << who;
+            EXPECT_TRUE(seen->role() != QAccessible::Client || qobject_cast<QSplitterHandle *>(child)) << who;
+            const auto *const line = qobject_cast<QLineEdit *>(child);
+            if ((line && !line->text().isEmpty()) || qobject_cast<KXStarRating *>(child)
+                || qobject_cast<KXThemeableSegmentedControl *>(child)) {
+                EXPECT_FALSE(seen->text(QAccessible::Value).isEmpty()) << who;
+            }
+        }
+        // Tab visits each of them and comes round again.
+        QSet<QWidget *> visited;
+        for (qsizetype i = 0; i < 2 * wanted.size() + 2; ++i) {
+            QTest::keyClick(QApplication::focusWidget() ? QApplication::focusWidget() : widget.get(), Qt::Key_Tab);
+            visited.insert(QApplication::focusWidget());
+        }
+        for (const QWidget *child : wanted - visited)
+            ADD_FAILURE() << page.name.toStdString() << ": Tab does not reach " << child->metaObject()->className();
+    }
+}
+
+TEST_F(ThemeControls, stylesSetDeclaredPropertiesAndNothingElse)
+{
+    KXThemeableButton button;
+    KXThemeablePopUpButton popUp;
+    KXTestLog log;
+    const auto paths = [](const QVariantMap &style) { return style; };
+    setStyle(u"styles"_s,
+        paths({ { u"textColor"_s, QColor(1, 2, 3) }, { u"backgroundGradient"_s, QColor(4, 5, 6) },
+            { u"noSuchKey"_s, 1 }, { u"cell.borderColor"_s, QColor(7, 8, 9) }, { u"no.such.path"_s, 1 },
+            { u"toolTip"_s, u"a tip"_s }, { u"themeStyleName"_s, u"styles"_s } }));
+    button.setThemeStyleName(u"styles"_s);
+    EXPECT_EQ(button.cell()->property("textColor"), QColor(1, 2, 3));
+    EXPECT_EQ(button.cell()->property("backgroundGradient").value<QBrush>(), QBrush(QColor(4, 5, 6)));
+    EXPECT_EQ(button.cell()->property("borderColor"), QColor(7, 8, 9));
+    EXPECT_EQ(button.toolTip(), u"a tip"_s);
+    EXPECT_TRUE(button.dynamicPropertyNames().isEmpty() && button.cell()->dynamicPropertyNames().isEmpty());
+    EXPECT_TRUE(log.lines().isEmpty()) << log.lines().join(u'\n').toStdString();
+
+    setStyle(u"styles"_s,
+        { { u"textColor"_s, u"no colour"_s }, { u"backgroundGradient"_s, 5 }, { u"icon"_s, u":/no/such/image.svg"_s },
+            { u"titleFont"_s, QColor(1, 2, 3) } });
+    popUp.setThemeStyleName(u"styles"_s);
+    EXPECT_EQ(button.cell()->property("textColor"), QColor(1, 2, 3)); // what was there stays
+    for (const QString &key : { u"textColor"_s, u"backgroundGradient"_s, u"icon"_s, u"titleFont"_s })
+        EXPECT_TRUE(log.contains(u"Style styles: not a value for "_s + key)) << key.toStdString();
+    EXPECT_TRUE(KXStandardTheme::icon(u":/no/such/image.svg"_s, Qt::red).isNull());
+    EXPECT_TRUE(log.contains(u"Cannot read the image :/no/such/image.svg"_s));
+}
+
+TEST_F(ThemeControls, outliveWhatAThemeSetsOff)
+{
+    // A style's value makes somebody destroy the control, in the midst of being applied.
+    QPointer<KXThemeableButton> button = new KXThemeableButton;
+    KXThemeableButton neighbour;
+    QObject::connect(button, &QWidget::windowTitleChanged, button, [&] { delete button; });
+    button->setThemeStyleName(u"styles"_s);
+    neighbour.setThemeStyleName(u"styles"_s);
+    setStyle(u"styles"_s, { { u"windowTitle"_s, u"gone"_s }, { u"zz"_s, 1 } });
+    EXPECT_FALSE(button);
+    EXPECT_EQ(neighbour.windowTitle(), u"gone"_s);
+
+    // And one that makes new ones as it goes.
+    std::vector<std::unique_ptr<KXStarRating>> made;
+    const auto token = KXNotificationCenter::defaultCenter().addObserver(KXThemeDidChangeNotification, &manager,
+        [&](const KXNotification &) { made.push_back(std::make_unique<KXStarRating>()); });
+    manager.setTheme(std::make_shared<KXDarkTheme>());
+    manager.setTheme(nullptr);
+    EXPECT_EQ(made.size(), 2U);
+}
+
+TEST_F(ThemeControls, segmentsFollowKeysAndMouse)
+{
+    using Control = KXThemeableSegmentedControl;
+    for (const bool mirrored : { false, true }) {
+        Control control;
+        control.setLayoutDirection(mirrored ? Qt::RightToLeft : Qt::LeftToRight);
+        control.setLabels({ u"One"_s, u"Two"_s, u"Three"_s });
+        control.setSegmentEnabled(1, false);
+        control.setSelectedSegment(0);
+        control.resize(control.sizeHint());
+        control.show();
+        QSignalSpy clicked(&control, &Control::clicked);
+        const Qt::Key forward = mirrored ? Qt::Key_Left : Qt::Key_Right;
+        QTest::keyClick(&control, forward);
+        EXPECT_EQ(control.selectedSegment(), 2); // over the disabled one
+        QTest::keyClick(&control, forward);
+        EXPECT_EQ(control.selectedSegment(), 2);
+        QTest::keyClick(&control, Qt::Key_Home);
+        EXPECT_EQ(control.selectedSegment(), 0);
+        QTest::mouseClick(&control, Qt::LeftButton, {}, control.segmentRect(1).center());
+        EXPECT_EQ(control.selectedSegment(), 0);
+        QTest::mouseClick(&control, Qt::LeftButton, {}, control.segmentRect(2).center());
+        EXPECT_EQ(control.selectedSegment(), 2);
+        EXPECT_EQ(clicked.size(), 3);
+        EXPECT_EQ(control.segmentRect(0).united(control.segmentRect(2)), control.rect());
+
+        auto *const seen = QAccessible::queryAccessibleInterface(&control);
+        ASSERT_EQ(seen->childCount(), 3);
+        EXPECT_EQ(seen->text(QAccessible::Value), u"Three"_s);
+        EXPECT_EQ(seen->child(0)->role(), QAccessible::RadioButton);
+        EXPECT_TRUE(seen->child(1)->state().disabled && seen->child(2)->state().checked);
+        seen->child(0)->actionInterface()->doAction(QAccessibleActionInterface::pressAction());
+        EXPECT_EQ(control.selectedSegment(), 0);
+        auto *const last = seen->child(2);
+        control.setLabels({ u"Alone"_s });
+        EXPECT_FALSE(last->isValid());
+        EXPECT_TRUE(last->text(QAccessible::Name).isEmpty());
+    }
+}
+
+TEST_F(ThemeControls, starsAreSetEveryWay)
+{
+    KXStarRating stars;
+    stars.resize(stars.sizeHint());
+    const auto click = [&](int star) { QTest::mouseClick(&stars, Qt::LeftButton, {}, QPoint(4 + 17 * star - 10, 10)); };
+    const std::pair<std::function<void()>, int> steps[] { { [&] { click(3); }, 3 }, { [&] { click(3); }, 0 },
+        { [&] { click(5); }, 5 }, { [&] { QTest::keyClick(&stars, Qt::Key_Right); }, 5 },
+        { [&] { QTest::keyClick(&stars, Qt::Key_Left); }, 4 }, { [&] { QTest::keyClick(&stars, Qt::Key_2); }, 2 },
+        { [&] { QTest::keyClick(&stars, Qt::Key_6); }, 2 }, { [&] { stars.setRating(-3); }, 0 },
+        { [&] { QAccessible::queryAccessibleInterface(&stars)->valueInterface()->setCurrentValue(4); }, 4 } };
+    for (size_t i = 0; i < std::size(steps); ++i) {
+        steps[i].first();
+        EXPECT_EQ(stars.rating(), steps[i].second) << i;
+    }
+    EXPECT_EQ(KXStarRating::starsAt({ 95, 5 }, { 0, 0, 100, 20 }, Qt::RightToLeft), 1);
+}
+
+TEST_F(ThemeControls, badgesDividersPopoversAndTypes)
+{
+    for (const auto &[count, text] : std::initializer_list<std::pair<qint64, QString>> {
+             { -1, {} }, { 0, {} }, { 1, u"1"_s }, { 999, u"999"_s }, { 1000, u"999+"_s } }) {
+        EXPECT_EQ(KXBadgeCell::textForCount(count), text);
+        EXPECT_EQ(KXBadgeCell::image(count, Qt::green, Qt::white, 2).height(), text.isEmpty() ? 0 : 28);
+    }
+
+    KXThemeableSplitView split;
+    split.addWidget(new QWidget);
+    split.addWidget(new QWidget);
+    split.resize(205, 50);
+    split.show();
+    const QList<int> before = split.sizes();
+    QTest::keyClick(split.handle(1), Qt::Key_Right);
+    EXPECT_EQ(split.sizes()[0], before[0] + 10);
+
+    KXPopoverFrame frame;
+    frame.resize(200, 100);
+    for (const auto &[edge, at, tip] : std::initializer_list<std::tuple<Qt::Edge, int, QPoint>> {
+             { Qt::TopEdge, 60, { 60, 0 } }, { Qt::TopEdge, -50, { 18, 0 } }, { Qt::BottomEdge, 900, { 182, 100 } },
+             { Qt::LeftEdge, 40, { 0, 40 } }, { Qt::RightEdge, 40, { 200, 40 } } }) {
+        frame.setArrow(edge, at);
+        EXPECT_EQ(frame.tip(), tip);
+    }
+
+    KXAudioTypeButton button;
+    button.setAudioTypeValue(4);
+    EXPECT_FALSE(button.cell().typeColour().isValid()); // no theme
+    manager.setTheme(std::make_shared<KXTheme>());
+    EXPECT_EQ(button.cell().typeColour(), manager.theme()->audioTypeButtonLoopColour());
+    button.setAudioTypeValue(7);
+    EXPECT_FALSE(button.cell().typeColour().isValid());
+    QWidget *const shown = &button;
+    grab(shown); // a badge all the same
+}

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <functional>
+
+#include <QList>
+#include <QString>
+#include <QWidget>
+
+namespace gallery {
+
+/// A text as a page shows it: as it is, or longer and with accents, as another language might be.
+using Texts = std::function<QString(const char *english)>;
+
+/// A page of the gallery. A new one is a line in pages().
+struct Page
+{
+    QString name;
+    QWidget *(*make)(const Texts &text);
+};
+
+const QList<Page> &pages();
+
+/// What a page marks a widget with that is also to be shown with the focus.
+inline constexpr const char *focusProperty = "galleryFocus";
+
+/// The page's picture: its widgets, those with the mark focused.
+QImage picture(const Page &page, const Texts &text, Qt::LayoutDirection direction, qreal scale);
+
+QString english(const char *text);
+QString stretched(const char *text);
+
+}
