@@ -61,14 +61,14 @@ public:
         return list.isEmpty() ? KXRef<T>() : list.as<T>(random.below(int(list.size())));
     }
 
-    /// Many-to-many relationships, and objects that go for good, are a matter of one context alone: what both change of those is
+    /// Relationships, and objects that go for good, are a matter of one context alone: what both change of those is
     /// settled when it is saved, not before.
     void edit(Context &context)
     {
         const bool isMain = &context == library.context.get();
         const auto track = any<Track>(context);
         const int what = track ? random.below(11) : 0;
-        switch (!isMain && (what == 4 || what == 6 || what == 8) ? 0 : what) {
+        switch (!isMain && (what == 3 || what == 4 || what == 6 || what == 8) ? 0 : what) {
         case 0:
         case 1: {
             const auto made = Track::createInContext(context);
@@ -144,7 +144,7 @@ TEST(LiveCounts, equalARecountAfterEveryChange)
     KXTestRandom random;
     const KXClockPin pin(QDateTime(QDate(2024, 3, 30), QTime(22, 0), Qt::UTC));
     KXClock::setTimeZone(QTimeZone("Europe/Berlin")); // the clock goes forward in the night
-    for (int walk = 0; walk < std::max(1, KXTestRandom::scaled(1000)); ++walk) {
+    for (int walk = 0; walk < std::max(1, KXTestRandom::scaled(100)); ++walk) {
         Changing world(random);
         Context &context = *world.library.context;
         const KXPredicate base = random.chance(0.3) ? KXPredicate::predicateWithFormat("plays >= 0") : KXPredicate::truePredicate();
