@@ -159,7 +159,7 @@ void KXCountTable::readInserted(const std::vector<qint64> &keys)
             for (const size_t column : columns)
                 setFromObject(size_t(row), object, column);
         }
-        for (const size_t column : columns)
+        for (size_t column = 0; column < columns.size() && !m_orders.empty(); ++column)
             noteOrder(column, size_t(row));
         bits(row, now.data());
         count(none.data(), false, now.data(), true);
@@ -215,7 +215,8 @@ QSet<qint64> KXCountTable::changedObjects(const KXObjectsDidChange &did, const K
                 keys.insert(object->objectID().key());
         }
     }
-    for (const KXEntityChange &change : did.merged ? did.merged->entities() : std::vector<KXEntityChange>()) {
+    static const std::vector<KXEntityChange> none;
+    for (const KXEntityChange &change : did.merged ? did.merged->entities() : none) {
         if (change.entity->root() != entity.root())
             continue;
         keys.unite(QSet<qint64>(change.deleted.begin(), change.deleted.end()));
@@ -270,13 +271,14 @@ void KXCountTable::markForStore(const KXObjectsDidChange &did)
     const auto mentions = [](const Rule &rule, const auto &keys) {
         return std::any_of(keys.begin(), keys.end(), [&](const QString &key) { return rule.allKeys.contains(key); });
     };
+    static const std::vector<KXEntityChange> none;
     for (Rule &rule : m_rules) {
         if (!rule.isUsed || rule.reason.isEmpty())
             continue;
         bool concerned = !did.inserted.isEmpty() || !did.deleted.isEmpty();
         for (auto keys = did.changedKeys.cbegin(); keys != did.changedKeys.cend() && !concerned; ++keys)
             concerned = mentions(rule, *keys);
-        for (const KXEntityChange &entity : did.merged ? did.merged->entities() : std::vector<KXEntityChange>()) {
+        for (const KXEntityChange &entity : did.merged ? did.merged->entities() : none) {
             concerned = concerned || !entity.inserted.isEmpty() || !entity.deleted.isEmpty();
             for (const KXRowChange &row : entity.updated) {
                 concerned = concerned || std::any_of(row.properties.begin(), row.properties.end(),

@@ -219,7 +219,7 @@ int KXCountTable::columnFor(const KXPropertyDescription &property)
             return int(i);
     }
     auto column = std::make_unique<KXCountColumn>(property);
-    column->resize(m_keys.size());
+    column->resize(m_room);
     column->setResolver([this, &property](const std::vector<qint64> &keys) { return objects(property, keys); });
     m_columns.push_back(std::move(column));
     m_isRead.push_back(false);

@@ -10,6 +10,8 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+constexpr size_t countRoomAtOnce = 1024; // rows
+
 constexpr size_t countUnorderedAllowed = 1024;
 /// So many words of a row of bits are added up at a time: a cache line.
 constexpr size_t countLane = 8;
@@ -63,8 +65,11 @@ size_t KXCountTable::addRow(qint64 key)
         m_strays.emplace(key, quint32(row));
     m_keys.push_back(key);
     m_alive.push_back(true);
-    for (const auto &column : m_columns)
-        column->resize(row + 1);
+    if (row >= m_room) {
+        m_room = row + row / 8 + countRoomAtOnce;
+        for (const auto &column : m_columns)
+            column->resize(m_room);
+    }
     return row;
 }
 
@@ -83,6 +88,7 @@ void KXCountTable::forgetRows()
     m_dead = 0;
     m_orders.clear();
     m_hasRows = false;
+    m_room = 0;
     for (const auto &column : m_columns)
         column->resize(0);
     m_isRead.assign(m_columns.size(), false);
@@ -108,6 +114,7 @@ void KXCountTable::compact()
             column->copyRow(old + to, to);
         column->resize(rows.size());
     }
+    m_room = rows.size();
     m_keys.clear();
     for (const auto &[key, row] : rows)
         m_keys.push_back(key);

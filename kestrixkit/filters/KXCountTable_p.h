@@ -149,6 +149,7 @@ private:
     std::vector<bool> m_isDirty; // by column: conditions changed since its rows of bits were made
     std::vector<qint64> m_keys; // by row; those up to m_sorted ascend
     size_t m_sorted = 0;
+    size_t m_room = 0; // rows that the columns have room for
     std::unordered_map<qint64, quint32> m_strays; // rows behind
     std::vector<bool> m_alive;
     size_t m_dead = 0;
