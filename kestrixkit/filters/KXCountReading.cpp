@@ -5,7 +5,6 @@
 #include <algorithm>
 
 #include <kestrixkit/foundation/KXDecimal.h>
-#include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/store/KXManagedObjectContext_p.h>
 
 namespace {

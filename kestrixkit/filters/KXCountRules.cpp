@@ -273,7 +273,7 @@ bool KXCountTable::moveBounds(int number, const KXPredicate &predicate)
     } catch (const QString &) {
         return false;
     }
-    if (part.kind != KXCountNode::Slot || part.conditions.empty() || m_columns.size() != m_isDirty.size())
+    if (part.kind != KXCountNode::Slot || part.conditions.empty())
         return false;
     std::vector<size_t> moved;
     for (size_t i = 0; i < m_columns.size(); ++i) {

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <bit>
 
-#include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/store/KXManagedObjectContext_p.h>
 
 using namespace Qt::StringLiterals;

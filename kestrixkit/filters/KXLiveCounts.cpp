@@ -76,6 +76,18 @@ public:
 
 namespace {
 
+bool liveHasDates(const KXPredicate &predicate)
+{
+    const auto isDate = [](const QVariant &value) { return value.typeId() == QMetaType::QDateTime; };
+    for (const KXExpression *side : { &predicate.leftExpression(), &predicate.rightExpression() }) {
+        const QVariant &constant = side->constantValue();
+        const QVariantList list = constant.typeId() == QMetaType::QVariantList ? constant.toList() : QVariantList { constant };
+        if (std::any_of(list.begin(), list.end(), isDate))
+            return true;
+    }
+    return std::any_of(predicate.subpredicates().begin(), predicate.subpredicates().end(), liveHasDates);
+}
+
 /// Dates that differ between a predicate and the one of a moment later by just that much.
 void liveCollectMoving(const KXPredicate &now, const KXPredicate &later, qint64 difference, std::vector<KXLiveCountsPrivate::MovingDate> &moving)
 {
@@ -102,7 +114,9 @@ void KXLiveCountsPrivate::ask(Entry &entry)
     entry.own = at(asOf);
     constexpr qint64 aMoment = 1;
     entry.moving.clear();
-    liveCollectMoving(entry.own, at(asOf + aMoment), aMoment, entry.moving);
+    entry.dependsOnTime = liveHasDates(entry.own); // most do not, and are asked once
+    if (entry.dependsOnTime)
+        liveCollectMoving(entry.own, at(asOf + aMoment), aMoment, entry.moving);
     if (entry.number < 0)
         entry.number = table.addRule(whole(entry.own));
     else
@@ -182,7 +196,6 @@ void KXLiveCounts::setRule(const QString &identifier, Rule rule)
 {
     KXLiveCountsPrivate::Entry &entry = d->entries[identifier];
     entry.rule = std::move(rule);
-    entry.dependsOnTime = true;
     d->ask(entry);
     d->identifiers.insert(entry.number, identifier);
     d->scheduleUpdate();

@@ -21,7 +21,7 @@ class KXLiveCountsPrivate;
 /// hold, such as comparisons of two properties or binary values, is listed by unsupported() and counted by the store, again
 /// whenever anything that it looks at has changed.
 ///
-/// Counts are those of one moment, asOf(). Predicates that depend on the present are made anew as time goes by: at the
+/// Counts are those of one moment, asOf(). Predicates that hold dates may depend on the present and are made anew as time goes by: at the
 /// moments at which an object enters or leaves one of them, though not more often than four times a second, and at
 /// calendar boundaries.
 ///
