@@ -69,7 +69,7 @@ void KXSourceListViewController::setDelegate(KXSourceListViewControllerDelegate 
 
 KXSourceListView *KXSourceListViewController::sourceListView()
 {
-    view();
+    Q_UNUSED(view()) // which loads it
     return m_view;
 }
 

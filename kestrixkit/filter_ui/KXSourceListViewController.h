@@ -6,13 +6,12 @@
 #include <QPointer>
 
 #include <kestrixkit/filter_ui/KXSourceListDropRules.h>
+#include <kestrixkit/foundation/KXSourceListItem.h>
 #include <kestrixkit/toolkit/KXSourceListView.h>
 #include <kestrixkit/toolkit/KXTreeController.h>
 #include <kestrixkit/toolkit/KXViewController.h>
 
 class KXObserver;
-class KXSourceListItem;
-class KXSourceListItemController;
 class KXSourceListViewController;
 
 /// Items of source lists on the pasteboard: the index paths of the rows that are dragged.

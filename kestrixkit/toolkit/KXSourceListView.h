@@ -1,16 +1,16 @@
 #pragma once
 
+#include <QMenu>
 #include <QPersistentModelIndex>
 #include <QPointer>
 
+#include <kestrixkit/foundation/KXUndoManager.h>
 #include <kestrixkit/theme/controls/KXBadge.h>
 #include <kestrixkit/theme/controls/KXThemeableOutlineView.h>
 #include <kestrixkit/toolkit/KXSourceListCell.h>
 
 class KXSourceListView;
 class KXTreeController;
-class KXUndoManager;
-class QMenu;
 class QMimeData;
 
 /// Something that is dragged over a source list, and where it would be dropped by the place of the pointer alone.
