@@ -66,6 +66,7 @@ protected:
     /// "a(b c(d)) e" as the tree has it.
     [[nodiscard]] QString outline(const QModelIndex &parent = {}) const
     {
+        context->processPendingChanges();
         QStringList parts;
         for (int i = 0; i < tree->rowCount(parent); ++i) {
             const QModelIndex index = tree->index(i, 0, parent);
