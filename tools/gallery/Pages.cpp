@@ -30,6 +30,8 @@
 #include <kestrixkit/theme/controls/KXThemeableTextField.h>
 #include <kestrixkit/theme/controls/KXThemeableView.h>
 
+#include "SourceListPage.h"
+
 using namespace Qt::StringLiterals;
 
 namespace gallery {
@@ -313,6 +315,7 @@ const QList<Page> &pages()
         { u"audio-types"_s, audioTypesPage },
         { u"lists"_s, listsPage },
         { u"popovers"_s, popoversPage },
+        { u"source-list"_s, sourceListPage },
     };
     return all;
 }
