@@ -21,7 +21,9 @@
 
 #include "BrowserStyle.h"
 #include "GenreDialog.h"
+#include "PresetCommands.h"
 #include "Preview.h"
+#include "SourceColumn.h"
 #include "TrackTableView.h"
 
 using namespace Qt::StringLiterals;
@@ -94,7 +96,7 @@ BrowserWindow::~BrowserWindow()
     m_editor.save();
     // These follow the context and go before it.
     delete m_preview;
-    delete m_presets;
+    delete m_sources;
     delete m_table;
     delete m_model;
 }
@@ -102,6 +104,7 @@ BrowserWindow::~BrowserWindow()
 void BrowserWindow::closeEvent(QCloseEvent *event)
 {
     m_table->commitOpenEditor();
+    m_sources->commit();
     if (m_editor.save())
         QMainWindow::closeEvent(event);
     else
@@ -118,6 +121,10 @@ void BrowserWindow::buildMenu()
     redo->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Z));
     edit->addActions({ undo, redo });
     m_undoActions = { undo, redo };
+    edit->addSeparator();
+    m_sources = new SourceColumn(m_context);
+    const PresetCommands &commands = m_sources->commands();
+    edit->addActions({ commands.copy, commands.paste, commands.duplicate, commands.rename, commands.remove });
     edit->addSeparator();
     QMenu *rating = edit->addMenu(tr("&Rating"));
     rating->setAccessibleName(tr("Rating"));
@@ -138,8 +145,9 @@ void BrowserWindow::buildMenu()
     connect(m_lightAction, &QAction::toggled, this, [](bool light) { BrowserStyle::setDark(!light); });
     QMenu *presets = menuBar()->addMenu(tr("&Presets"));
     presets->setAccessibleName(tr("Presets"));
-    m_presets = new PresetMenu(m_context, presets, this);
-    connect(m_presets, &PresetMenu::picked, this, &BrowserWindow::showPreset);
+    presets->addActions({ commands.newFolder, m_sources->saveAsPreset() });
+    connect(m_sources, &SourceColumn::picked, this, &BrowserWindow::showPreset);
+    connect(m_sources, &SourceColumn::opened, this, [this] { m_table->setFocus(); });
 }
 
 void BrowserWindow::buildHeader()
@@ -200,7 +208,7 @@ void BrowserWindow::buildTable()
     auto *centre = new QVBoxLayout(m_table->viewport());
     centre->addWidget(m_emptyText);
     m_emptyText->hide();
-    setCentralWidget(m_table);
+    setCentralWidget(m_sources->beside(m_table));
 }
 
 void BrowserWindow::buildStatus()
@@ -274,9 +282,11 @@ void BrowserWindow::renameGenre()
         (new GenreDialog(&m_editor, genres, this))->open();
 }
 
-void BrowserWindow::showPreset(const KXPredicate &predicate, const QString &title)
+void BrowserWindow::showPreset(const KXPredicate &predicate, const QString &title, const QString &emptyText)
 {
-    m_model->setFilter(predicate);
+    m_emptyReason = emptyText;
+    if (predicate != m_model->filter())
+        m_model->setFilter(predicate);
     m_title->setText(title.isEmpty() ? tr("Library") : title);
     showSummary();
 }
@@ -330,7 +340,8 @@ void BrowserWindow::showSummary()
         reasons.append(u"%1: %2"_s.arg(file.file, file.reason));
     }
     m_summary->setToolTip(reasons.join(u'\n'));
-    m_emptyText->setText(m_model->isFiltered() ? tr("No music in this preset") : tr("No music in the library yet"));
+    m_emptyText->setText(m_model->isFiltered() && !m_emptyReason.isEmpty() ? m_emptyReason
+                                                                           : tr("No music in the library yet"));
     m_emptyText->setVisible(tracks == 0 && !m_import);
 }
 
@@ -375,5 +386,6 @@ void BrowserWindow::finishImport(const std::weak_ptr<ImportOperation> &operation
     if (!error.isEmpty())
         m_status->setText(error);
     showSummary();
+    m_sources->musicDidChange();
     Q_EMIT importFinished(error);
 }
