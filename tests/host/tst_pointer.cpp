@@ -1,0 +1,1 @@
+// Once with a real pointer, on a display of its own.
