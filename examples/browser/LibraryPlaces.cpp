@@ -3,7 +3,6 @@
 #include <kestrixkit/filters/KXDateFilter.h>
 #include <kestrixkit/foundation/KXMainQueue.h>
 #include <kestrixkit/foundation/KXUndoManager.h>
-#include <kestrixkit/theme/KXStandardTheme.h>
 
 #include "Presets.h"
 

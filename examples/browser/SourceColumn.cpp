@@ -9,6 +9,8 @@
 #include <kestrixkit/foundation/KXMainQueue.h>
 #include <kestrixkit/foundation/KXUserDefaults.h>
 #include <kestrixkit/store/KXPersistentStore.h>
+#include <kestrixkit/theme/KXStandardTheme.h>
+#include <kestrixkit/theme/KXThemeManager.h>
 #include <kestrixkit/theme/KXThemeStyleNames.h>
 #include <kestrixkit/theme/controls/KXThemeableButton.h>
 #include <kestrixkit/theme/controls/KXThemeableTextField.h>
@@ -45,6 +47,8 @@ SourceColumn::SourceColumn(KXManagedObjectContext::Ref context, QWidget *parent)
     , m_autosaveSuffix(suffixOf(*m_context))
 {
     setThemeStyleName(KXSplitViewStyles);
+    m_themeChanges = KXNotificationCenter::defaultCenter().addObserver(KXThemeDidChangeNotification,
+        &KXThemeManager::sharedManager(), [this](const KXNotification &) { m_icons.clear(); });
     m_manager->registerFilterSetMapper(m_mapper, m_context);
     KXFilterSetPresetsManager::setSharedManager(m_manager);
 
@@ -62,6 +66,7 @@ SourceColumn::SourceColumn(KXManagedObjectContext::Ref context, QWidget *parent)
     m_commands = new PresetCommands(m_presets.get());
     m_saveAsPreset = new QAction(tr("&Save as Preset"), this);
     m_saveAsPreset->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_P));
+    m_saveAsPreset->setEnabled(false);
     connect(m_saveAsPreset, &QAction::triggered, this, &SourceColumn::savePlaceAsPreset);
     auto *const menu = new QMenu(m_library->sourceListView());
     menu->addAction(m_saveAsPreset);
@@ -191,6 +196,8 @@ bool SourceColumn::isAvailable(const KXRef<KXFilterSetPreset> &preset) const
 void SourceColumn::willDisplayCellView(
     KXSourceListViewController &, KXSourceListCell &cell, KXSourceListItem *item)
 {
+    if (const auto *const place = dynamic_cast<KXViewState *>(item); place && !place->parent())
+        cell.image = iconOf(place->tag());
     auto *const preset = dynamic_cast<KXFilterSetPreset *>(item);
     if (!preset)
         return;
@@ -199,6 +206,18 @@ void SourceColumn::willDisplayCellView(
     if (!cell.isEnabled)
         cell.toolTip = tr("%1 is not available: it looks for something that this library does not know")
                            .arg(cell.title);
+}
+
+QIcon SourceColumn::iconOf(qint64 tag)
+{
+    QIcon &icon = m_icons[tag];
+    if (icon.isNull()) {
+        const QString file = tag == LibraryPlaces::AllTracks ? u"library"_s
+            : tag == LibraryPlaces::RecentlyAdded            ? u"recent"_s
+                                                             : u"genre"_s;
+        icon = KXStandardTheme::icon(u":/kestrixkit/icons/%1.svg"_s.arg(file), BrowserStyle::secondaryText());
+    }
+    return icon;
 }
 
 void SourceColumn::itemWasSelected(KXSourceListViewController &list, KXSourceListItem *item)

@@ -63,6 +63,7 @@ private:
     [[nodiscard]] bool isAvailable(const KXRef<KXFilterSetPreset> &preset) const;
     [[nodiscard]] KXPredicate predicateOf(const KXRef<KXFilterSetPreset> &preset) const;
     void savePlaceAsPreset();
+    [[nodiscard]] QIcon iconOf(qint64 tag);
 
     const KXManagedObjectContext::Ref m_context;
     const KXFilterSetPresetsManager::Ref m_manager;
@@ -76,6 +77,8 @@ private:
     QAction *m_saveAsPreset;
     QPointer<KXThemeableSplitView> m_beside;
     QString m_autosaveSuffix;
+    QHash<qint64, QIcon> m_icons; // of places, in the theme's colour
+    KXNotificationToken m_themeChanges;
     bool m_pickIsDue = false;
     KXPredicate m_picked;
     QString m_pickedTitle;

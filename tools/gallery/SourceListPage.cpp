@@ -42,33 +42,48 @@ private:
     }
 };
 
-QStandardItem *item(const KXSourceListCell &cell)
+constexpr int imageRole = Qt::UserRole + 1;
+
+/// Whose images are those of the theme at hand.
+class Sources : public QStandardItemModel
+{
+public:
+    using QStandardItemModel::QStandardItemModel;
+    QVariant data(const QModelIndex &index, int role) const override
+    {
+        QVariant value = QStandardItemModel::data(index, role);
+        if (role != KXSourceListView::CellRole)
+            return value;
+        auto cell = value.value<KXSourceListCell>();
+        const QString image = index.data(imageRole).toString();
+        cell.image = KXThemeManager::sharedManager().valueForKeyPath(image).value<QIcon>();
+        return QVariant::fromValue(cell);
+    }
+};
+
+QStandardItem *item(const KXSourceListCell &cell, const QString &image = KXFilterPresetIcon)
 {
     auto *made = new QStandardItem(cell.title);
     made->setData(QVariant::fromValue(cell), KXSourceListView::CellRole);
     made->setData(cell.isGroup, KXSourceListView::GroupRole);
+    made->setData(cell.isGroup ? QString() : image, imageRole);
     return made;
 }
 
 QStandardItemModel *sources(const Texts &text, QObject *parent)
 {
-    const auto icon = [](QLatin1StringView name) {
-        return KXThemeManager::sharedManager().valueForKeyPath(name).value<QIcon>();
-    };
-    const auto cell = [&](const char *title, qint64 count, QLatin1StringView image = KXFilterPresetIcon) {
+    const auto cell = [&](const char *title, qint64 count) {
         KXSourceListCell made;
         made.title = text(title);
-        made.image = icon(image);
         made.count = count;
         made.isEditable = true;
         return made;
     };
-    auto *model = new QStandardItemModel(parent);
+    auto *model = new Sources(parent);
     KXSourceListCell heading = cell("Presets", 0);
     heading.isGroup = true;
-    heading.image = {};
     model->appendRow(item(heading));
-    auto *folder = item(cell("Night drive", 130, KXFilterPresetFolderIcon));
+    auto *folder = item(cell("Night drive", 130), KXFilterPresetFolderIcon);
     model->appendRow(folder);
     folder->appendRow(item(cell("House and its many neighbours", 128)));
     folder->appendRow(item(cell("Techno", 2)));
