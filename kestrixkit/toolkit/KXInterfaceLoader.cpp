@@ -13,6 +13,7 @@
 #include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/theme/controls/KXBadge.h>
 #include <kestrixkit/theme/controls/KXHyperlinkButton.h>
+#include <kestrixkit/theme/controls/KXPlaceholderView.h>
 #include <kestrixkit/theme/controls/KXPopoverFrame.h>
 #include <kestrixkit/theme/controls/KXSelectionBar.h>
 #include <kestrixkit/theme/controls/KXStarRating.h>
@@ -135,7 +136,7 @@ KXInterfaceLoader::KXInterfaceLoader()
 void KXInterfaceLoader::registerControls()
 {
     const auto all = [this]<typename... Widgets>() { (registerWidget<Widgets>(), ...); };
-    all.operator()<KXBadge, KXHyperlinkButton, KXPopoverFrame, KXSelectionBar, KXStarRating, KXThemeableButton,
+    all.operator()<KXBadge, KXHyperlinkButton, KXPlaceholderView, KXPopoverFrame, KXSelectionBar, KXStarRating, KXThemeableButton,
         KXThemeableControl, KXThemeableOutlineView, KXThemeablePopUpButton, KXThemeableProgressIndicator,
         KXThemeableScrollView, KXThemeableSegmentedControl, KXThemeableSpinningProgressIndicator,
         KXThemeableTableView, KXThemeableTextField, KXThemeableView>();
