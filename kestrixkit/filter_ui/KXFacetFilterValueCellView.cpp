@@ -14,7 +14,6 @@ void KXFacetFilterValueCellView::setFacetFilterValue(const KXRef<KXFacetFilterVa
 QString KXFacetFilterValueCellView::titleOfValue(const KXFacetFilterValue &value)
 {
     const QString name = value.name().value_or(value.value().toString());
-    return value.operatorType() == KXPredicateOperator::NotEqual
-        ? KXStringWithFormat(KXLocalizedString("NOT %@"), name)
-        : name;
+    return value.operatorType() == KXPredicateOperator::NotEqual ? KXStringWithFormat(KXLocalizedString("NOT %@"), name)
+                                                                 : name;
 }

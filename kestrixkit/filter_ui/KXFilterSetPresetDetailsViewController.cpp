@@ -7,7 +7,6 @@
 
 #include <kestrixkit/filter_ui/KXFacetFilterValueCellView.h>
 #include <kestrixkit/filter_ui/KXFilterSetPresetDetailsModel_p.h>
-#include <kestrixkit/theme/controls/KXPlaceholderView.h>
 #include <kestrixkit/filters/KXFilterSet.h>
 #include <kestrixkit/foundation/KXMainQueue.h>
 #include <kestrixkit/foundation/KXObserver.h>
@@ -15,6 +14,7 @@
 #include <kestrixkit/foundation/KXUserDefaults.h>
 #include <kestrixkit/store/KXStoreChange.h>
 #include <kestrixkit/theme/KXThemeStyleNames.h>
+#include <kestrixkit/theme/controls/KXPlaceholderView.h>
 #include <kestrixkit/toolkit/KXMenu.h>
 #include <kestrixkit/toolkit/KXSourceListRowDelegate_p.h>
 #include <kestrixkit/toolkit/KXSourceListView.h>
@@ -49,22 +49,21 @@ KXFilterSetPresetDetailsViewController::KXFilterSetPresetDetailsViewController(
 {
     setTitle(m_preset ? m_preset->title() : QString());
     m_model->setCells([this](const QModelIndex &index) { return cellFor(index); });
-    m_countsObserver = KXObserver::observerFor(
-        m_preset.get(), u"counts"_s, {}, [this](const KXKeyValueChange &) { reloadSoon(); });
+    m_countsObserver
+        = KXObserver::observerFor(m_preset.get(), u"counts"_s, {}, [this](const KXKeyValueChange &) { reloadSoon(); });
     m_defaultsObserver = KXObserver::observerFor(&KXUserDefaults::standard(),
         QString(KXFilterSetPresetDetailsOnlyShowItemsWithCountsKey), {},
         [this](const KXKeyValueChange &) { reload(); });
     // A folder has no set and a set no context any more: a null sender, to which nobody listens.
     const KXManagedObjectContext *const context = m_set ? m_set->managedObjectContext() : nullptr;
-    m_saves = KXNotificationCenter::defaultCenter().addObserver(
-        QString(KXManagedObjectContextDidSaveNotification), context,
-        [this](const KXNotification &notification) { managedObjectContextDidSave(notification); });
-    m_changes = KXNotificationCenter::defaultCenter().addObserver(
-        QString(KXManagedObjectContextObjectsDidChangeNotification), context,
-        [this](const KXNotification &notification) {
-            if (const auto *did = notification.payloadAs<KXObjectsDidChange>())
-                follow(*did);
-        });
+    m_saves = KXNotificationCenter::defaultCenter().addObserver(QString(KXManagedObjectContextDidSaveNotification),
+        context, [this](const KXNotification &notification) { managedObjectContextDidSave(notification); });
+    m_changes
+        = KXNotificationCenter::defaultCenter().addObserver(QString(KXManagedObjectContextObjectsDidChangeNotification),
+            context, [this](const KXNotification &notification) {
+                if (const auto *did = notification.payloadAs<KXObjectsDidChange>())
+                    follow(*did);
+            });
 }
 
 KXFilterSetPresetDetailsViewController::~KXFilterSetPresetDetailsViewController()
@@ -103,7 +102,7 @@ void KXFilterSetPresetDetailsViewController::viewDidLoad()
         outline->installEventFilter(this);
         connect(outline, &QTreeView::doubleClicked, this, &KXFilterSetPresetDetailsViewController::loadSelected);
         auto *const menu = new KXMenu(outline);
-        menu->setUpdater([this](KXMenu &menu) { menuNeedsUpdate(menu); });
+        menu->setUpdater([this](KXMenu &items) { menuNeedsUpdate(items); });
         outline->setContextMenu(menu);
     }
     reload();

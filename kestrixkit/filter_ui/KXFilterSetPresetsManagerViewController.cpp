@@ -35,10 +35,13 @@ KXFilterSetPresetsManagerViewController::KXFilterSetPresetsManagerViewController
     connect(m_library->sourceListTreeController(), &KXTreeController::selectionChanged, this,
         &KXFilterSetPresetsManagerViewController::selectionDidChange);
     // An edit may make a preset usable, or of no use any more.
-    m_changes = KXNotificationCenter::defaultCenter().addObserver(
-        QString(KXManagedObjectContextObjectsDidChangeNotification), m_library->context().get(),
-        [this](const KXNotification &) { selectionDidChange(); });
+    m_changes
+        = KXNotificationCenter::defaultCenter().addObserver(QString(KXManagedObjectContextObjectsDidChangeNotification),
+            m_library->context().get(), [this](const KXNotification &) { selectionDidChange(); });
 }
+
+QWidget *KXFilterSetPresetsManagerViewController::filterSetPresetsContainerView() const { return m_container; }
+KXThemeableButton *KXFilterSetPresetsManagerViewController::loadButton() const { return m_loadButton; }
 
 void KXFilterSetPresetsManagerViewController::viewDidLoad()
 {
@@ -54,8 +57,8 @@ void KXFilterSetPresetsManagerViewController::viewDidLoad()
     if (m_loadButton) {
         connect(m_loadButton, &QPushButton::clicked, this, &KXFilterSetPresetsManagerViewController::load);
         // Last in the library's own row of buttons.
-        if (auto *const bar = m_library->buttonBar() ? qobject_cast<QBoxLayout *>(m_library->buttonBar()->layout())
-                                                     : nullptr) {
+        if (auto *const bar
+            = m_library->buttonBar() ? qobject_cast<QBoxLayout *>(m_library->buttonBar()->layout()) : nullptr) {
             bar->addSpacing(loadButtonDistance);
             bar->addWidget(m_loadButton);
         }

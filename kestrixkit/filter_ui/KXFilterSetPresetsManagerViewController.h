@@ -40,8 +40,8 @@ public:
 
     // Outlets; nullptr before the view is loaded.
 
-    [[nodiscard]] QWidget *filterSetPresetsContainerView() const { return m_container; }
-    [[nodiscard]] KXThemeableButton *loadButton() const { return m_loadButton; }
+    [[nodiscard]] QWidget *filterSetPresetsContainerView() const;
+    [[nodiscard]] KXThemeableButton *loadButton() const;
 
     /// Loads the selected preset and closes the popover. Nothing for a folder and for what cannot be loaded.
     void load();

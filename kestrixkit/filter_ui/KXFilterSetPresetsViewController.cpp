@@ -24,6 +24,7 @@ using Preset = KXFilterSetPreset;
 namespace {
 
 constexpr QMargins libraryDetailsMargins(1, 1, 1, 1);
+const QList<int> librarySplit { 4000, 5000 }; // in proportion
 
 KXTreeRequest libraryRequest()
 {
@@ -38,8 +39,7 @@ QString librarySplitKey(const QString &autosaveName) { return KXStringWithFormat
 
 KXFilterSetPresetsViewControllerDelegate::~KXFilterSetPresetsViewControllerDelegate() = default;
 
-KXFilterSetPresetsViewController::KXFilterSetPresetsViewController(
-    KXManagedObjectContext::Ref context, QObject *parent)
+KXFilterSetPresetsViewController::KXFilterSetPresetsViewController(KXManagedObjectContext::Ref context, QObject *parent)
     : KXViewController(parent)
     , m_context(std::move(context))
     , m_tree(m_context ? new KXTreeController(m_context, libraryRequest(), this) : new KXTreeController(this))
@@ -50,9 +50,9 @@ KXFilterSetPresetsViewController::KXFilterSetPresetsViewController(
     m_sourceList->setDelegate(this);
     connect(m_tree, &KXTreeController::selectionChanged, this, &KXFilterSetPresetsViewController::selectionDidChange);
     // What a preset may, and whether its set is empty, changes without the selection; the tree has followed by then.
-    m_changes = KXNotificationCenter::defaultCenter().addObserver(
-        QString(KXManagedObjectContextObjectsDidChangeNotification), m_context.get(),
-        [this](const KXNotification &) { selectionDidChange(); });
+    m_changes
+        = KXNotificationCenter::defaultCenter().addObserver(QString(KXManagedObjectContextObjectsDidChangeNotification),
+            m_context.get(), [this](const KXNotification &) { selectionDidChange(); });
 }
 
 KXFilterSetPresetsViewController::~KXFilterSetPresetsViewController()
@@ -61,6 +61,18 @@ KXFilterSetPresetsViewController::~KXFilterSetPresetsViewController()
     m_tree->disconnect(this);
     m_sourceList->setDelegate(nullptr);
 }
+
+KXFilterSetPresetDetailsViewController *KXFilterSetPresetsViewController::currentDetailsViewController() const
+{
+    return m_current;
+}
+KXThemeableSplitView *KXFilterSetPresetsViewController::splitView() const { return m_splitView; }
+QWidget *KXFilterSetPresetsViewController::filterSetDetailsContainerView() const { return m_detailsContainer; }
+KXPlaceholderView *KXFilterSetPresetsViewController::placeholderView() const { return m_placeholderView; }
+KXThemeableButton *KXFilterSetPresetsViewController::countsFilterButton() const { return m_countsFilterButton; }
+KXThemeableButton *KXFilterSetPresetsViewController::addButton() const { return m_addButton; }
+KXThemeableButton *KXFilterSetPresetsViewController::deleteButton() const { return m_deleteButton; }
+QWidget *KXFilterSetPresetsViewController::buttonBar() const { return m_buttonBar; }
 
 void KXFilterSetPresetsViewController::viewDidLoad()
 {
@@ -83,8 +95,7 @@ void KXFilterSetPresetsViewController::viewDidLoad()
     }
     if (m_splitView) {
         m_splitView->setChildrenCollapsible(false);
-        m_splitView->setStretchFactor(0, 2);
-        m_splitView->setStretchFactor(1, 3);
+        m_splitView->setSizes(librarySplit);
         connect(m_splitView, &QSplitter::splitterMoved, this, [this] {
             if (m_autosaveName.isEmpty())
                 return;
@@ -105,16 +116,17 @@ void KXFilterSetPresetsViewController::viewDidLoad()
     auto *const menu = new KXMenu(outline);
     menu->setUpdater([this](KXMenu &items) { menuNeedsUpdate(items); });
     outline->setContextMenu(menu);
-    const auto shortcut = [&](const QKeySequence &keys, MenuItem item, void (KXFilterSetPresetsViewController::*act)()) {
-        auto *const action = new QAction(outline);
-        action->setShortcut(keys);
-        action->setShortcutContext(Qt::WidgetShortcut);
-        outline->addAction(action);
-        connect(action, &QAction::triggered, this, [this, item, act] {
-            if (m_editActionsEnabled && validateMenuItem(item))
-                (this->*act)();
-        });
-    };
+    const auto shortcut
+        = [&](const QKeySequence &keys, MenuItem item, void (KXFilterSetPresetsViewController::*act)()) {
+              auto *const action = new QAction(outline);
+              action->setShortcut(keys);
+              action->setShortcutContext(Qt::WidgetShortcut);
+              outline->addAction(action);
+              connect(action, &QAction::triggered, this, [this, item, act] {
+                  if (m_editActionsEnabled && validateMenuItem(item))
+                      (this->*act)();
+              });
+          };
     shortcut(QKeySequence::Copy, MenuItem::Copy, &KXFilterSetPresetsViewController::copy);
     shortcut(QKeySequence::Paste, MenuItem::Paste, &KXFilterSetPresetsViewController::paste);
     selectionDidChange();
@@ -126,7 +138,7 @@ void KXFilterSetPresetsViewController::viewWillAppear()
     KXViewController::viewWillAppear();
     const QWidget *const loaded = view();
     if (loaded && m_countsFilterButton)
-        m_countsFilterButton->setVisible(!identifier.isNull());
+        m_countsFilterButton->setVisible(!countsContextIdentifier().isNull());
     if (m_current)
         m_current->viewWillAppear();
 }
@@ -174,9 +186,8 @@ void KXFilterSetPresetsViewController::restoreState()
     QList<int> sizes;
     for (const QVariant &size : stored.value_or(QVariantList()))
         sizes.append(size.toInt());
-    if (m_splitView && sizes.size() == m_splitView->count() && std::all_of(sizes.begin(), sizes.end(), [](int size) {
-            return size > 0;
-        }))
+    if (m_splitView && sizes.size() == m_splitView->count()
+        && std::all_of(sizes.begin(), sizes.end(), [](int size) { return size > 0; }))
         m_splitView->setSizes(sizes);
     m_sourceList->setAutosaveName(m_autosaveName);
     m_sourceList->restoreSelection();

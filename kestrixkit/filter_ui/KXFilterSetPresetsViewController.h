@@ -83,23 +83,24 @@ public:
     [[nodiscard]] KXPopoverController *presentingPopoverController() const { return m_popover; }
     void setPresentingPopoverController(KXPopoverController *popover) { m_popover = popover; }
     /// Made so far, by preset. They stay as long as the library.
-    [[nodiscard]] const QHash<KXManagedObjectID, KXFilterSetPresetDetailsViewController *> &detailsViewControllers() const
+    [[nodiscard]] const QHash<KXManagedObjectID, KXFilterSetPresetDetailsViewController *> &
+    detailsViewControllers() const
     {
         return m_details;
     }
     /// On screen; nullptr while a placeholder is.
-    [[nodiscard]] KXFilterSetPresetDetailsViewController *currentDetailsViewController() const { return m_current; }
+    [[nodiscard]] KXFilterSetPresetDetailsViewController *currentDetailsViewController() const;
 
     // Outlets; nullptr before the view is loaded.
 
-    [[nodiscard]] KXThemeableSplitView *splitView() const { return m_splitView; }
-    [[nodiscard]] QWidget *filterSetDetailsContainerView() const { return m_detailsContainer; }
-    [[nodiscard]] KXPlaceholderView *placeholderView() const { return m_placeholderView; }
-    [[nodiscard]] KXThemeableButton *countsFilterButton() const { return m_countsFilterButton; }
-    [[nodiscard]] KXThemeableButton *addButton() const { return m_addButton; }
-    [[nodiscard]] KXThemeableButton *deleteButton() const { return m_deleteButton; }
+    [[nodiscard]] KXThemeableSplitView *splitView() const;
+    [[nodiscard]] QWidget *filterSetDetailsContainerView() const;
+    [[nodiscard]] KXPlaceholderView *placeholderView() const;
+    [[nodiscard]] KXThemeableButton *countsFilterButton() const;
+    [[nodiscard]] KXThemeableButton *addButton() const;
+    [[nodiscard]] KXThemeableButton *deleteButton() const;
     /// The row of buttons, which begins with the two for adding and deleting and ends with the one for counts.
-    [[nodiscard]] QWidget *buttonBar() const { return m_buttonBar; }
+    [[nodiscard]] QWidget *buttonBar() const;
 
     // Selected, from top to bottom.
 

@@ -10,8 +10,8 @@
 #include <kestrixkit/filter_ui/KXFilterSetPresetDetailsViewController.h>
 #include <kestrixkit/foundation/KXUserDefaults.h>
 #include <kestrixkit/theme/controls/KXPlaceholderView.h>
-#include <kestrixkit/theme/controls/KXThemeableOutlineView.h>
 #include <kestrixkit/toolkit/KXMenu.h>
+#include <kestrixkit/toolkit/KXSourceListView.h>
 
 #include "filters/Shelf.h"
 #include "support/KXTestPrint.h"
@@ -28,7 +28,7 @@ public:
     bool isCountsFilterEnabledForFacetFilter(Details &, const KXRef<KXFacetFilter> &) override { return countsFilter; }
     void willDisplayFacetFilterValueCell(Details &, KXFacetFilterValueCellView &cell) override
     {
-        displayed.append(cell.title() + u':' + cell.badgeText());
+        displayed.append(cell.cell().title + u':' + KXCountBadgeText(cell.cell().count));
     }
 
     QList<KXRef<KXFilterSet>> loaded;
@@ -46,8 +46,7 @@ QString shown(const Details &details)
         QStringList below;
         for (int j = 0; outline->isExpanded(filter) && j < outline->model()->rowCount(filter); ++j) {
             const QModelIndex row = outline->model()->index(j, 0, filter);
-            below += row.data().toString()
-                + (outline->selectionModel()->isSelected(row) ? u"*"_s : QString());
+            below += row.data().toString() + (outline->selectionModel()->isSelected(row) ? u"*"_s : QString());
         }
         rows += filter.data().toString() + u'(' + below.join(u' ') + u')';
     }
@@ -135,9 +134,10 @@ TEST_F(DetailsTest, showFiltersAndWhatIsBelowThem)
     const QString all = u"Key(a b c NOT x) Tempo(>= 120) Mark(m n)"_s;
     EXPECT_EQ(shown(*details), all);
     EXPECT_EQ(details->outlineView()->visualRect(details->outlineView()->model()->index(0, 0)).height(), 22);
-    EXPECT_EQ(details->outlineView()
-                  ->visualRect(details->outlineView()->model()->index(0, 0, details->outlineView()->model()->index(0, 0)))
-                  .height(),
+    EXPECT_EQ(
+        details->outlineView()
+            ->visualRect(details->outlineView()->model()->index(0, 0, details->outlineView()->model()->index(0, 0)))
+            .height(),
         19);
 
     value(u"a"_s)->setCount(3, u"shop.beats"_s);
@@ -181,9 +181,9 @@ TEST_F(DetailsTest, loadWhatIsPicked)
     select(*details, { u"a"_s, u"d"_s, u"Tempo"_s, u">= 120"_s });
     EXPECT_EQ(shown(*details), u"Key(a* b c d* NOT x) Tempo(>= 120) Mark(m n)"_s); // values alone can be picked
     int announced = 0;
-    const auto token = KXNotificationCenter::defaultCenter().addObserver(
-        QString(KXManagedObjectContextObjectsDidChangeNotification), context.get(),
-        [&](const KXNotification &) { ++announced; });
+    const auto token
+        = KXNotificationCenter::defaultCenter().addObserver(QString(KXManagedObjectContextObjectsDidChangeNotification),
+            context.get(), [&](const KXNotification &) { ++announced; });
     QTest::keyClick(details->outlineView(), Qt::Key_Return);
     ASSERT_EQ(owner.loaded.size(), 1);
     const KXRef<KXFilterSet> set = owner.loaded.takeFirst();
@@ -278,13 +278,14 @@ TEST_F(DetailsTest, doWithoutWhatIsMissing)
         details.loadSelected(); // nobody to load it
         auto owner = std::make_unique<DetailsOwner>();
         details.setDelegate(owner.get());
-        details.loadEnablingComponents({ tempo->objectID(), KXManagedObjectID(), preset ? preset->objectID() : KXManagedObjectID() });
+        details.loadEnablingComponents(
+            { tempo->objectID(), KXManagedObjectID(), preset ? preset->objectID() : KXManagedObjectID() });
         EXPECT_EQ(owner->loaded.size(), missing == preset ? 1 : 0);
         details.setDelegate(nullptr);
         // A save that no details follow, on a thread of its own.
         std::thread([&] {
             const auto elsewhere = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
-            KXFilterSet::createInContext(*elsewhere);
+            EXPECT_TRUE(KXFilterSet::createInContext(*elsewhere));
             EXPECT_TRUE(elsewhere->save(nullptr));
         }).join();
     }
