@@ -24,7 +24,6 @@ using Preset = KXFilterSetPreset;
 namespace {
 
 constexpr QMargins libraryDetailsMargins(1, 1, 1, 1);
-const QList<int> librarySplit { 4000, 5000 }; // in proportion
 
 KXTreeRequest libraryRequest()
 {
@@ -95,7 +94,7 @@ void KXFilterSetPresetsViewController::viewDidLoad()
     }
     if (m_splitView) {
         m_splitView->setChildrenCollapsible(false);
-        m_splitView->setSizes(librarySplit);
+        m_splitView->setSizes({ 4000, 5000 }); // in proportion
         connect(m_splitView, &QSplitter::splitterMoved, this, [this] {
             if (m_autosaveName.isEmpty())
                 return;
@@ -189,8 +188,8 @@ void KXFilterSetPresetsViewController::restoreState()
     if (m_splitView && sizes.size() == m_splitView->count()
         && std::all_of(sizes.begin(), sizes.end(), [](int size) { return size > 0; }))
         m_splitView->setSizes(sizes);
-    m_sourceList->setAutosaveName(m_autosaveName);
-    m_sourceList->restoreSelection();
+    if (m_sourceList->autosaveName() != m_autosaveName)
+        m_sourceList->setAutosaveName(m_autosaveName); // which restores what the list remembers
 }
 
 // Selection and details
