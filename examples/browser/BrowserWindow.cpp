@@ -21,6 +21,7 @@
 
 #include "BrowserStyle.h"
 #include "GenreDialog.h"
+#include "PresetLibrary.h"
 #include "Preview.h"
 #include "TrackTableView.h"
 
@@ -94,6 +95,7 @@ BrowserWindow::~BrowserWindow()
     m_editor.save();
     // These follow the context and go before it.
     delete m_preview;
+    delete m_presetLibrary;
     delete m_presets;
     delete m_table;
     delete m_model;
@@ -140,6 +142,8 @@ void BrowserWindow::buildMenu()
     presets->setAccessibleName(tr("Presets"));
     m_presets = new PresetMenu(m_context, presets, this);
     connect(m_presets, &PresetMenu::picked, this, &BrowserWindow::showPreset);
+    m_presetLibrary = new PresetLibrary(m_context, this);
+    connect(m_presetLibrary, &PresetLibrary::picked, this, &BrowserWindow::showPreset);
 }
 
 void BrowserWindow::buildHeader()
@@ -159,6 +163,7 @@ void BrowserWindow::buildHeader()
     bar->addWidget(gap);
     bar->addWidget(toolButton(m_undoActions[0], u"undo"_s));
     bar->addWidget(toolButton(m_undoActions[1], u"redo"_s));
+    bar->addWidget(m_presetLibrary->button());
     auto *space = new QWidget;
     space->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
     bar->addWidget(space);

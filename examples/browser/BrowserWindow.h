@@ -13,6 +13,7 @@
 #include "PresetMenu.h"
 #include "TrackTableModel.h"
 
+class PresetLibrary;
 class Preview;
 class QLabel;
 class QProgressBar;
@@ -68,6 +69,7 @@ private:
     TrackTableModel *m_model;
     TrackTableView *m_table;
     PresetMenu *m_presets;
+    PresetLibrary *m_presetLibrary;
     QList<QAction *> m_ratingActions; // by stars
     QList<QAction *> m_undoActions; // undo, redo
     QAction *m_lightAction;
