@@ -47,6 +47,8 @@ PresetLibrary::PresetLibrary(KXManagedObjectContext::Ref context, QObject *paren
 
 PresetLibrary::~PresetLibrary() { delete m_button; }
 
+KXThemeableButton *PresetLibrary::button() const { return m_button; }
+
 void PresetLibrary::show()
 {
     if (!m_button)
@@ -119,7 +121,6 @@ std::unique_ptr<KXFilterSetPresetDetailsViewController> PresetLibrary::detailsVi
 {
     auto details = std::make_unique<KXFilterSetPresetDetailsViewController>(preset);
     details->setDelegate(this);
-    details->view();
     return details;
 }
 

@@ -25,7 +25,7 @@ public:
     ~PresetLibrary() override;
 
     /// Opens and closes the library; for the toolbar.
-    [[nodiscard]] KXThemeableButton *button() const { return m_button; }
+    [[nodiscard]] KXThemeableButton *button() const;
     /// Values in details get their counts from these, as long as they live.
     void countWith(KXLiveCounts &counts);
     void show();
