@@ -1,5 +1,7 @@
 #include "PresetLibrary.h"
 
+#include <QItemSelectionModel>
+
 #include <kestrixkit/foundation/KXUndoGuards.h>
 #include <kestrixkit/theme/KXThemeStyleNames.h>
 #include <kestrixkit/theme/controls/KXPlaceholderView.h>
@@ -74,7 +76,7 @@ void PresetLibrary::show()
 
 // Loading
 
-bool PresetLibrary::pick(const KXRef<KXFilterSet> &set, const QString &title)
+bool PresetLibrary::pick(const KXRef<KXFilterSetPreset> &preset, const KXRef<KXFilterSet> &set, const QString &title)
 {
     const KXFilterSetPresetsManager::Ref manager = KXFilterSetPresetsManager::sharedManager();
     KXPredicate predicate;
@@ -87,18 +89,24 @@ bool PresetLibrary::pick(const KXRef<KXFilterSet> &set, const QString &title)
         predicate = Presets::predicate(mapped);
         m_context->removeManagedObject(mapped);
     }
-    Q_EMIT picked(predicate, title);
+    Q_EMIT picked(preset, predicate, title);
     return true;
 }
 
 bool PresetLibrary::loadFilterSet(KXFilterSetPresetsManagerViewController &manager, const KXRef<KXFilterSet> &set)
 {
-    return pick(set, Presets::path(*manager.selectedPreset()));
+    const KXRef<KXFilterSetPreset> preset = manager.selectedPreset();
+    return preset && pick(preset, set, Presets::path(*preset));
 }
 
 void PresetLibrary::loadFilterSet(KXFilterSetPresetDetailsViewController &details, const KXRef<KXFilterSet> &set)
 {
-    if (pick(set, Presets::path(*details.filterSetPreset())) && m_popover)
+    const KXRef<KXFilterSetPreset> preset = details.filterSetPreset();
+    QStringList names;
+    for (const QModelIndex &row : details.outlineView()->selectionModel()->selectedIndexes())
+        names.append(row.data().toString());
+    const QString title = names.isEmpty() ? QString() : u": "_s + names.join(u", "_s);
+    if (pick(preset, set, Presets::path(*preset) + title) && m_popover)
         m_popover->close();
 }
 

@@ -34,8 +34,8 @@ public:
     [[nodiscard]] bool isShown() const { return m_popover && m_popover->isShown(); }
 
 Q_SIGNALS:
-    /// A preset, or some of its values, were picked.
-    void picked(const KXPredicate &predicate, const QString &title);
+    /// A preset was picked; the predicate is that of all of it or, with another title, of some of its values.
+    void picked(const KXRef<KXFilterSetPreset> &preset, const KXPredicate &predicate, const QString &title);
 
 private:
     bool loadFilterSet(KXFilterSetPresetsManagerViewController &manager, const KXRef<KXFilterSet> &set) override;
@@ -50,7 +50,7 @@ private:
     {
     }
 
-    bool pick(const KXRef<KXFilterSet> &set, const QString &title);
+    bool pick(const KXRef<KXFilterSetPreset> &preset, const KXRef<KXFilterSet> &set, const QString &title);
     void countValues();
     void deliver(const QStringList &identifiers);
 

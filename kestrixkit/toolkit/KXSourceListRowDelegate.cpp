@@ -88,7 +88,7 @@ void KXSourceListRowDelegate::paint(
 
 QSize KXSourceListRowDelegate::sizeHint(const QStyleOptionViewItem &option, const QModelIndex &) const
 {
-    return { 0, std::max(option.fontMetrics.height() + 10, sourceListImageSide + 10) };
+    return { 0, std::max(option.fontMetrics.height() + 12, sourceListImageSide + 12) };
 }
 
 QWidget *KXSourceListRowDelegate::createEditor(
