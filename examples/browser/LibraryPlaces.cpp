@@ -148,6 +148,7 @@ void LibraryPlaces::followGenres()
             m_counts->removeRule(identifier);
         m_context->removeManagedObject(gone);
     }
+    m_context->processPendingChanges();
     saveUnless(hadChanges);
 }
 

@@ -33,6 +33,9 @@ public:
     /// Empty for a place that is none.
     [[nodiscard]] KXRef<Genre> genre(const KXViewState &place) const;
 
+    /// Takes over the genres at once instead of in the next turn.
+    void followGenres();
+
     /// Keeps the counts of the places right: of all tracks, and among those that the given ones count.
     void countWith(KXLiveCounts &counts);
 
@@ -45,7 +48,6 @@ private:
     void listDidChange(const KXListStep &) override;
     KXRef<KXViewState> make(const QString &title, qint64 tag, const KXRef<KXViewState> &parent);
     void makePlaces();
-    void followGenres();
     void setRule(const KXRef<KXViewState> &place);
     void saveUnless(bool hadChanges);
 

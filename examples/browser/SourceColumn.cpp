@@ -175,12 +175,19 @@ void SourceColumn::startCounting()
     Q_EMIT countingDidBegin(m_counts->liveCounts());
 }
 
+void SourceColumn::firstMusicCame()
+{
+    m_places->setHasStartingPresets();
+    m_library->expandItem(m_places->place(LibraryPlaces::Genres).get());
+}
+
 void SourceColumn::musicDidChange()
 {
     KXError error;
+    m_places->followGenres();
     if (!m_places->hasStartingPresets() && m_context->countForEntity(QString(Track::entityName)) > 0) {
         if (Presets::install(*m_context, &error))
-            m_places->setHasStartingPresets();
+            firstMusicCame();
         else
             KXLogWarning(browser, "No presets: %@", error.localizedDescription());
     }

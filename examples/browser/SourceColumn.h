@@ -59,6 +59,7 @@ private:
         std::unique_ptr<KXSourceListViewController> &list, KXTreeController *tree, const QString &name,
         const QString &autosaveName);
     void startCounting();
+    void firstMusicCame();
     void pickLater();
     void pick();
     void pickPresets(const QList<KXRef<KXFilterSetPreset>> &presets);

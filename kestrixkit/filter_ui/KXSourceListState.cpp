@@ -161,6 +161,13 @@ void KXSourceListViewController::rowDidExpand(const QModelIndex &row, bool expan
         item->setExpanded(expanded);
     }
     saveContextLater();
+    rowsDidChange();
+}
+
+/// What is open is remembered by where it stands.
+void KXSourceListViewController::rowsDidChange()
+{
+    m_rowsAreDue = true;
     saveStateLater();
 }
 
@@ -239,15 +246,21 @@ void KXSourceListViewController::saveStateLater()
 {
     if (!m_isRestored || std::exchange(m_stateIsDue, true))
         return;
-    KXMainQueue::async(this, [this] { saveState(); });
+    // In the next turn; but the defaults are a file, so not at every step while an arrow key is held down.
+    constexpr double leastPause = 0.3;
+    const bool isLately = m_sinceSaved.isValid() && m_sinceSaved.elapsed() < leastPause * 1000;
+    m_saveSoon.start(isLately ? leastPause : 0, [this] { saveState(); });
 }
 
 void KXSourceListViewController::saveState()
 {
-    if (std::exchange(m_stateIsDue, false)) {
-        saveSelection();
+    m_saveSoon.cancel();
+    if (!std::exchange(m_stateIsDue, false))
+        return;
+    saveSelection();
+    if (std::exchange(m_rowsAreDue, false))
         saveExpandedRows();
-    }
+    m_sinceSaved.start();
 }
 
 void KXSourceListViewController::saveContextLater()

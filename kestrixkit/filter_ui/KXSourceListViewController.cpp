@@ -98,11 +98,11 @@ void KXSourceListViewController::setTreeController(KXTreeController *tree)
     if (m_tree) {
         m_tree->setRowData([this](const KXTreeNode &node, int role) { return rowData(node, role); });
         connect(m_tree, &KXTreeController::selectionChanged, this, &KXSourceListViewController::selectionDidChange);
-        connect(m_tree, &QAbstractItemModel::rowsInserted, this, &KXSourceListViewController::saveStateLater);
-        connect(m_tree, &QAbstractItemModel::rowsMoved, this, &KXSourceListViewController::saveStateLater);
+        connect(m_tree, &QAbstractItemModel::rowsInserted, this, &KXSourceListViewController::rowsDidChange);
+        connect(m_tree, &QAbstractItemModel::rowsMoved, this, &KXSourceListViewController::rowsDidChange);
         connect(m_tree, &QAbstractItemModel::rowsRemoved, this, [this] {
             followNoCounts(); // deleted objects are not to be kept by being observed
-            saveStateLater();
+            rowsDidChange();
         });
     }
     if (m_view)

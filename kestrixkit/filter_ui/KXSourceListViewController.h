@@ -3,9 +3,11 @@
 #include <unordered_set>
 #include <vector>
 
+#include <QElapsedTimer>
 #include <QPointer>
 
 #include <kestrixkit/filter_ui/KXSourceListDropRules.h>
+#include <kestrixkit/foundation/KXDelayedCall.h>
 #include <kestrixkit/foundation/KXSourceListItem.h>
 #include <kestrixkit/toolkit/KXSourceListView.h>
 #include <kestrixkit/toolkit/KXTreeController.h>
@@ -147,6 +149,7 @@ private:
     void saveStateLater();
     void restoreStateLater();
     void restoreState();
+    void rowsDidChange();
     void saveExpandedRows();
     void restoreExpandedRows();
 
@@ -163,6 +166,9 @@ private:
     bool m_isRestored = false; // until then nothing is remembered anew
     bool m_restoreIsDue = false;
     bool m_stateIsDue = false;
+    bool m_rowsAreDue = false; // of that
+    KXDelayedCall m_saveSoon { this };
+    QElapsedTimer m_sinceSaved;
     bool m_contextIsDue = false;
     // Of the rows that were painted lately: their counts show as they change.
     std::unordered_set<qint64> m_followed;

@@ -478,7 +478,7 @@ TEST_F(SourceListTest, remembersSelectionAndWhatIsOpen)
         KXSourceListItem *selected;
     };
     list->selectItem(c.get());
-    endOfTurn();
+    list->saveState();
     const QByteArray whole = defaults.dataForKey(u"test Selection"_s).value();
     const auto path = [&](const KXIndexPath &rows) {
         list->setSelectionIndexPath(rows);
