@@ -1,5 +1,7 @@
 #include "BenchProgram.h"
 
+#include <memory>
+
 #include <QCoreApplication>
 
 void BenchProgram::add(const char *name, std::function<void(benchmark::State &)> function)
@@ -15,7 +17,9 @@ void BenchProgram::report(benchmark::State &state, double value)
 
 int BenchProgram::run(int argc, char **argv, void (*prepare)())
 {
-    QCoreApplication application(argc, argv);
+    // One that shows windows has made its own.
+    const std::unique_ptr<QCoreApplication> application(
+        QCoreApplication::instance() ? nullptr : new QCoreApplication(argc, argv));
     if (argc > 1 && qstrcmp(argv[1], "--prepare") == 0) {
         prepare();
         return 0;

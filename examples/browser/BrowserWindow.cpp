@@ -22,6 +22,7 @@
 #include "BrowserStyle.h"
 #include "GenreDialog.h"
 #include "PresetCommands.h"
+#include "PresetLibrary.h"
 #include "Preview.h"
 #include "SourceColumn.h"
 #include "TrackTableView.h"
@@ -96,6 +97,7 @@ BrowserWindow::~BrowserWindow()
     m_editor.save();
     // These follow the context and go before it.
     delete m_preview;
+    delete m_presetLibrary;
     delete m_sources;
     delete m_table;
     delete m_model;
@@ -148,6 +150,9 @@ void BrowserWindow::buildMenu()
     presets->addActions({ commands.newFolder, m_sources->saveAsPreset() });
     connect(m_sources, &SourceColumn::picked, this, &BrowserWindow::showPreset);
     connect(m_sources, &SourceColumn::opened, this, [this] { m_table->setFocus(); });
+    m_presetLibrary = new PresetLibrary(m_context, this);
+    connect(m_presetLibrary, &PresetLibrary::picked, this, &BrowserWindow::showPicked);
+    connect(m_sources, &SourceColumn::countingDidBegin, m_presetLibrary, &PresetLibrary::countWith);
 }
 
 void BrowserWindow::buildHeader()
@@ -167,6 +172,7 @@ void BrowserWindow::buildHeader()
     bar->addWidget(gap);
     bar->addWidget(toolButton(m_undoActions[0], u"undo"_s));
     bar->addWidget(toolButton(m_undoActions[1], u"redo"_s));
+    bar->addWidget(m_presetLibrary->button());
     auto *space = new QWidget;
     space->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
     bar->addWidget(space);
@@ -289,6 +295,15 @@ void BrowserWindow::showPreset(const KXPredicate &predicate, const QString &titl
         m_model->setFilter(predicate);
     m_title->setText(title.isEmpty() ? tr("Library") : title);
     showSummary();
+}
+
+/// The column shows all of the preset in the next turn; what was picked of it comes after that.
+void BrowserWindow::showPicked(
+    const KXRef<KXFilterSetPreset> &preset, const KXPredicate &predicate, const QString &title)
+{
+    m_sources->presets()->selectItem(preset.get());
+    KXMainQueue::async(
+        this, [this, predicate, title] { showPreset(predicate, title, tr("No music in this preset")); });
 }
 
 // Importing

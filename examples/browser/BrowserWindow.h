@@ -12,6 +12,8 @@
 #include "LibraryEditor.h"
 #include "TrackTableModel.h"
 
+class KXFilterSetPreset;
+class PresetLibrary;
 class Preview;
 class QLabel;
 class QProgressBar;
@@ -56,6 +58,8 @@ private:
     void rateSelected(int stars);
     void editComment();
     void renameGenre();
+    void showPicked(
+        const KXRef<KXFilterSetPreset> &preset, const KXPredicate &predicate, const QString &title);
     void showPreset(const KXPredicate &predicate, const QString &title, const QString &emptyText = {});
     [[nodiscard]] QList<KXRef<Track>> selectedTracks() const;
     /// Of the current track, in the order of their names.
@@ -70,6 +74,7 @@ private:
     TrackTableModel *m_model;
     TrackTableView *m_table;
     SourceColumn *m_sources;
+    PresetLibrary *m_presetLibrary;
     QString m_emptyReason; // why the table is empty, where it is
     QList<QAction *> m_ratingActions; // by stars
     QList<QAction *> m_undoActions; // undo, redo

@@ -172,6 +172,7 @@ void SourceColumn::startCounting()
         return;
     m_counts = std::make_unique<KXLivePresetCounts>(m_context, Presets::place(m_context, m_mapper));
     m_places->countWith(m_counts->liveCounts());
+    Q_EMIT countingDidBegin(m_counts->liveCounts());
 }
 
 void SourceColumn::firstMusicCame()

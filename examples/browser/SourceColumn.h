@@ -41,6 +41,8 @@ Q_SIGNALS:
     /// Something else is selected: its tracks (all where the predicate is absent), its title, and what to say where
     /// there are none.
     void picked(const KXPredicate &predicate, const QString &title, const QString &emptyText);
+    /// Counts are live from now on.
+    void countingDidBegin(KXLiveCounts &counts);
     /// Return was pressed, or a row clicked twice: on to the tracks.
     void opened();
 

@@ -137,6 +137,7 @@ private:
     void follow(const KXObjectsDidChange &did);
     [[nodiscard]] bool forgetChangedLevels(const KXObjectsDidChange &did);
     void rearrange();
+    [[nodiscard]] bool readTree();
     [[nodiscard]] bool readLevels(std::span<const KXRef<KXManagedObject>> parents);
     [[nodiscard]] KXRef<KXManagedObject> parentOf(const KXManagedObject *object) const;
     void arrange(KXTreeNode &parent, const Objects &wanted);

@@ -103,9 +103,12 @@ void KXThemeableTextField::paintEvent(QPaintEvent *event)
     }
     QPainter painter(this);
     painter.setLayoutDirection(layoutDirection());
-    if (!m_isLabel)
-        KXControlPainter::plate(painter, rect(), m_cell->backgroundColor, m_cell->borderColor);
     const QPalette &colours = palette();
+    if (!m_isLabel) {
+        const bool hovered = underMouse() && isEnabled();
+        KXControlPainter::plate(painter, rect(), m_cell->backgroundColor,
+            hovered ? colours.color(QPalette::PlaceholderText) : m_cell->borderColor);
+    }
     QColor colour = KXControlPainter::firstOf({ m_cell->textColor, colours.color(QPalette::Text) });
     if (m_isHighlighted)
         colour = KXControlPainter::firstOf({ m_cell->highlightedTextColor, colour });
