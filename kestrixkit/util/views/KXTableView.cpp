@@ -18,6 +18,7 @@
 KXTableView::KXTableView(QWidget *parent)
     : KXThemeableTableView(parent)
     , m_columnsMenu(new KXMenu(KXLocalizedString("Columns"), this))
+    , m_sortMenu(new QMenu(KXLocalizedString("Sort By"), this))
 {
     setSelectionMode(ExtendedSelection);
     setVerticalScrollMode(ScrollPerPixel);
@@ -44,6 +45,7 @@ KXTableView::KXTableView(QWidget *parent)
     connect(header, &QWidget::customContextMenuRequested, this,
         [this, header](const QPoint &position) { m_columnsMenu->popup(header->viewport()->mapToGlobal(position)); });
     m_columnsMenu->setAccessibleName(m_columnsMenu->title());
+    m_sortMenu->setAccessibleName(m_sortMenu->title());
     m_columnsMenu->setUpdater([this](KXMenu &menu) { fillColumnsMenu(menu); });
 
     connect(qApp, &QGuiApplication::applicationStateChanged, this, [this](Qt::ApplicationState state) {
@@ -167,8 +169,8 @@ QMenu *KXTableView::columnsMenu() const { return m_columnsMenu; }
 
 void KXTableView::fillColumnsMenu(KXMenu &menu)
 {
-    QMenu *const sorting = menu.addMenu(KXLocalizedString("Sort By"));
-    sorting->setAccessibleName(sorting->title());
+    m_sortMenu->clear();
+    menu.addMenu(m_sortMenu);
     const auto title = [this](int column) { return model()->headerData(column, Qt::Horizontal).toString(); };
     for (const KXTableLayout::Column &shown : layoutOfColumns().columns) {
         const KXTableColumn &column = m_columns[shown.number];
@@ -184,7 +186,7 @@ void KXTableView::fillColumnsMenu(KXMenu &menu)
             continue;
         const bool isFirst = !m_sortDescriptors.isEmpty()
             && m_sortDescriptors.first().key == column.sortDescriptorPrototype.key;
-        QAction *const sort = sorting->addAction(title(shown.number), this, [this, column, isFirst] {
+        QAction *const sort = m_sortMenu->addAction(title(shown.number), this, [this, column, isFirst] {
             KXSortDescriptor descriptor = column.sortDescriptorPrototype;
             if (isFirst && !m_sortDescriptors.isEmpty()) // once more turns it round
                 descriptor.ascending = !m_sortDescriptors.first().ascending;
@@ -193,7 +195,7 @@ void KXTableView::fillColumnsMenu(KXMenu &menu)
         sort->setCheckable(true);
         sort->setChecked(isFirst);
     }
-    sorting->setEnabled(!sorting->isEmpty());
+    m_sortMenu->setEnabled(!m_sortMenu->isEmpty());
     menu.addSeparator();
     menu.addItem(KXLocalizedString("Default Columns"), this, [this] { resetColumns(); });
 }

@@ -162,6 +162,7 @@ private:
 
     KXTableViewDelegate *m_delegate = nullptr;
     KXMenu *m_columnsMenu;
+    QMenu *m_sortMenu; // a part of it
     QPointer<QMenu> m_menu;
     QPersistentModelIndex m_trackedCell;
     QPersistentModelIndex m_clickedCell;
