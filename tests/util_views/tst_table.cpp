@@ -69,8 +69,10 @@ public:
 
 QVariantMap entry(const QVariant &identifier, const QVariant &position, const QVariant &width, const QVariant &hidden)
 {
-    return { { u"identifier"_s, identifier }, { u"position"_s, position }, { u"width"_s, width },
-        { u"hidden"_s, hidden } };
+    QVariantMap map { { u"identifier"_s, identifier }, { u"position"_s, position }, { u"width"_s, width } };
+    if (hidden.isValid())
+        map.insert(u"hidden"_s, hidden);
+    return map;
 }
 
 constexpr char defaultsVariable[] = "KX_TEST_DEFAULTS";
@@ -136,7 +138,6 @@ TEST_F(TableViewTest, laysItselfOutWhateverIsStored)
         table.setColumnPresetsName(u"layout"_s);
         EXPECT_EQ(table.shown(), one.shown);
         EXPECT_EQ(log.contains(u"\"layout\""_s), one.logged) << log.lines().join(u'\n').toStdString();
-        EXPECT_EQ(defaults.valueForKey(u"layout"_s), one.stored.isNull() ? QVariant() : defaults.valueForKey(u"layout"_s));
         // Without model at first.
         LettersTable late(nullptr);
         late.setColumnPresetsName(u"layout"_s);
@@ -210,13 +211,12 @@ TEST(TableViewChild, DISABLED_writesLayouts)
     qputenv("XDG_CONFIG_HOME", qgetenv(defaultsVariable));
     QStandardItemModel model(1, 5);
     LettersTable table(&model);
+    table.setColumnPresetsName(u"layout"_s);
     for (int width = 60;; width = width < 400 ? width + 1 : 60) {
-        table.setColumnPresetsName({});
-        for (int column = 0; column < 5; ++column)
+        for (int column = 0; column < 5; ++column) {
             table.setColumnWidth(column, width);
-        table.setColumnPresetsName(u"layout"_s); // loads the one before
-        for (int column = 0; column < 5; ++column)
-            table.setColumnWidth(column, width);
+            table.setColumnShown(table.tableColumns()[column].identifier, true);
+        }
         ASSERT_TRUE(KXUserDefaults::standard().synchronize());
         std::cout << "saved " << width << std::endl;
     }
@@ -231,7 +231,7 @@ TEST_F(TableViewTest, layoutsSurviveAKilledProcess)
     for (int round = 0; round < KXTestRandom::scaled(100); ++round) {
         ChildProcess child("TableViewChild.*", environment);
         QByteArray output;
-        for (const int enough = random.between(200, 4000); output.size() < enough;)
+        for (const int enough = random.between(1, 300); output.count("saved") < enough;)
             output += child.read();
         ASSERT_TRUE(child.kill());
         const KXUserDefaults left(
@@ -326,7 +326,7 @@ TEST_F(TableViewTest, menusConcernTheRowBelowThePointer)
     };
     const auto ask = [&](int row) {
         const QPoint place = row < 0 ? QPoint(5, 295) : table.visualRect(model.index(row, 1)).center();
-        const QContextMenuEvent event(QContextMenuEvent::Mouse, place);
+        const QContextMenuEvent event(QContextMenuEvent::Mouse, place, table.viewport()->mapToGlobal(place));
         EXPECT_EQ(table.menuForEvent(&event), &menu);
         return table.clickedCell().row();
     };

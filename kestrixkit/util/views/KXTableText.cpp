@@ -53,7 +53,7 @@ QString KXTableText::cut(const QString &text, qreal room)
     }
     while (length > 0 && text[length - 1].isSpace())
         --length;
-    return QStringView(text).left(length) + QChar(tableEllipsis);
+    return text.left(length) + QChar(tableEllipsis);
 }
 
 void KXTableText::draw(QPainter &painter, const QRectF &rect, Qt::Alignment alignment, const QString &text)
