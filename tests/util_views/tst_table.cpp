@@ -228,10 +228,10 @@ TEST_F(TableViewTest, layoutsSurviveAKilledProcess)
     const QTemporaryDir folder;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(QString::fromLatin1(defaultsVariable), folder.path());
-    for (int round = 0; round < KXTestRandom::scaled(100); ++round) {
+    for (int round = 0; round < KXTestRandom::scaled(40); ++round) {
         ChildProcess child("TableViewChild.*", environment);
         QByteArray output;
-        for (const int enough = random.between(1, 300); output.count("saved") < enough;)
+        for (const int enough = random.between(1, 40); output.count("saved") < enough;)
             output += child.read();
         ASSERT_TRUE(child.kill());
         const KXUserDefaults left(
@@ -362,7 +362,7 @@ TEST_F(TableViewTest, paintsWithinItsCells)
     const QString letters = u"abcdefgiljmnrtwyAVTWiIl1.,;0123456789 éÜß–ﬁЖ漢ע😀"_s;
     QStandardItemModel texts(12, 2);
     for (const auto direction : { Qt::LeftToRight, Qt::RightToLeft }) {
-        for (int round = 0; round < KXTestRandom::scaled(100); ++round) {
+        for (int round = 0; round < KXTestRandom::scaled(40); ++round) {
             KXTableView table;
             table.setLayoutDirection(direction);
             table.setTableColumns({ { u"text"_s, double(random.between(30, 160)) }, { u"empty"_s, 60 } });
