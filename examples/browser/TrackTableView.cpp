@@ -27,7 +27,7 @@ struct TrackColumn
 
 constexpr TrackColumn trackColumns[TrackTableModel::ColumnCount] = { { "title"_L1, 220 }, { "artist"_L1, 170 },
     { "album"_L1, 162 }, { "genre"_L1, 130 }, { "bpm"_L1, 62 }, { "key"_L1, 92 }, { "rating"_L1, 98 },
-    { "length"_L1, 66 }, { "label"_L1, 108 }, { "year"_L1, 58 }, { "added"_L1, 106 }, { "comment"_L1, 150 } };
+    { "length"_L1, 76 }, { "label"_L1, 108 }, { "year"_L1, 58 }, { "added"_L1, 106 }, { "comment"_L1, 136 } };
 
 QPainterPath starPath(QPointF centre, double radius)
 {
