@@ -35,6 +35,7 @@ constexpr ColumnDescription columnDescriptions[TrackTableModel::ColumnCount] = {
 };
 
 constexpr int searchableRows = 20'000;
+constexpr int rowsReadAtOnce = 64; // one screen, or two where it lies across a boundary
 
 QString lengthText(double seconds)
 {
@@ -160,7 +161,9 @@ void TrackTableModel::setFilter(const KXPredicate &filter)
 
 KXFetchRequest TrackTableModel::request() const
 {
-    return KXFetchRequest(QString(Track::entityName), m_filter).setSortDescriptors(m_sortDescriptors);
+    return KXFetchRequest(QString(Track::entityName), m_filter)
+        .setSortDescriptors(m_sortDescriptors)
+        .setFetchBatchSize(rowsReadAtOnce);
 }
 
 QModelIndexList TrackTableModel::match(
@@ -221,7 +224,7 @@ void TrackTableModel::listDidChange(const KXListStep &step)
 
 const TrackTableModel::Row &TrackTableModel::row(int number) const
 {
-    const qint64 key = m_tracks.keys()[size_t(number)];
+    const qint64 key = m_tracks.key(number);
     if (const Row *known = m_rows.object(key))
         return *known;
     const KXRef<Track> shown = track(number);

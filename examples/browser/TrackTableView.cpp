@@ -7,6 +7,7 @@
 #include <QScrollBar>
 #include <QPainter>
 #include <QPainterPath>
+#include <QPixmapCache>
 
 #include <kestrixkit/theme/KXThemeStyleNames.h>
 #include <kestrixkit/theme/controls/KXThemeableScroller.h>
@@ -42,18 +43,29 @@ QPainterPath starPath(QPointF centre, double radius)
     return path;
 }
 
+/// Five stars, that many of them bright. Their paths cost more than all texts of the row: they are painted once.
 void paintStars(QPainter &painter, const QRect &cell, Qt::LayoutDirection direction, int stars, bool missing)
 {
-    static const QPainterPath star = starPath({ 0, 0 }, TrackDelegate::starBox(QRect(), 1, Qt::LeftToRight).width() / 2.0);
-    const QColor bright = missing ? BrowserStyle::missingText() : BrowserStyle::accent();
-    painter.setRenderHint(QPainter::Antialiasing);
-    for (int number = 1; number <= 5; ++number) {
-        const QPointF centre = QRectF(TrackDelegate::starBox(cell, number, direction)).center();
-        painter.translate(centre);
-        painter.fillPath(star, number <= stars ? bright : BrowserStyle::emptyStar());
-        painter.translate(-centre);
+    const QColor bright = missing ? BrowserStyle::missingText() : BrowserStyle::accent(), empty = BrowserStyle::emptyStar();
+    const QRect place = TrackDelegate::starBox(cell, 1, direction).united(TrackDelegate::starBox(cell, 5, direction));
+    const qreal ratio = painter.device()->devicePixelRatio();
+    const QString key = u"stars %1 %2 %3 %4 %5"_s.arg(stars).arg(int(direction)).arg(bright.rgba()).arg(empty.rgba()).arg(ratio);
+    QPixmap picture;
+    if (!QPixmapCache::find(key, &picture)) {
+        picture = QPixmap(place.size() * ratio);
+        picture.setDevicePixelRatio(ratio);
+        picture.fill(Qt::transparent);
+        QPainter drawing(&picture);
+        drawing.setRenderHint(QPainter::Antialiasing);
+        drawing.translate(-place.topLeft());
+        for (int number = 1; number <= 5; ++number) {
+            const QRectF box = TrackDelegate::starBox(cell, number, direction);
+            drawing.fillPath(starPath(box.center(), box.width() / 2), number <= stars ? bright : empty);
+        }
+        drawing.end();
+        QPixmapCache::insert(key, picture);
     }
-    painter.setRenderHint(QPainter::Antialiasing, false);
+    painter.drawPixmap(place.topLeft(), picture);
 }
 
 } // namespace
