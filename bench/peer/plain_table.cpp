@@ -45,7 +45,7 @@ FirstScreen::FirstScreen(const QString &path)
         != SQLITE_OK)
         qFatal("cannot open the store");
     for (const char *pragma : { "PRAGMA journal_mode=WAL", "PRAGMA synchronous=FULL", "PRAGMA cache_size=-32768",
-             "PRAGMA temp_store=MEMORY" })
+             "PRAGMA temp_store=MEMORY", "SELECT count(*) FROM Genre" })
         sqlite3_exec(m_database, pragma, nullptr, nullptr, nullptr);
 }
 

@@ -18,7 +18,7 @@ constexpr size_t liveListStepsAtMost = 24;
 /// When so many rows (and more than a quarter of all) changed, fetching is cheaper than placing.
 constexpr size_t liveListRowsPlacedAnyway = 256;
 constexpr size_t liveListSeenAtMost = 65'536;
-constexpr double liveListCompletesAfter = 0.05; // seconds: views have painted by then
+constexpr double liveListCompletesAfter = 0.25; // seconds: views have painted by then
 
 /// A few keys to be found among many, one look at a bit for most.
 class LiveListKeyFilter

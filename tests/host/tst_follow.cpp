@@ -304,7 +304,7 @@ TEST_F(FollowTest, listsThatOpenWithTheirFirstRows)
             else if (kind == 3)
                 (void)list.at(random.below(int(fresh.size())));
             else if (kind == 4)
-                QTest::qWait(random.chance(0.05) ? 80 : 0); // by then it is complete
+                QTest::qWait(random.chance(0.03) ? 300 : 0); // by then it is complete
             else
                 list.setRequest(tracksWhere("", random.oneOf(orders)));
         }
