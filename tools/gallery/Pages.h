@@ -20,6 +20,9 @@ struct Page
 
 const QList<Page> &pages();
 
+/// The presets library.
+QWidget *presetsPage(const Texts &text);
+
 // Pages of the toolkit's views.
 QWidget *toolkitPage(const Texts &text);
 
