@@ -8,6 +8,8 @@
 #include <kestrixkit/theme/KXLightTheme.h>
 #include <kestrixkit/theme/KXThemeManager.h>
 
+#include "Settings.h"
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -46,7 +48,7 @@ void BrowserStyle::apply(QApplication &application)
     QFont font = QApplication::font();
     font.setFamilies({ u"Inter"_s, u"Noto Sans"_s, u"Cantarell"_s, u"DejaVu Sans"_s, font.family() });
     application.setFont(font);
-    setDark(true);
+    setDark(Settings::darkTheme());
 }
 
 bool BrowserStyle::isDark() { return styleColours().window.lightnessF() < 0.5F; }

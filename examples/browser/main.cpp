@@ -22,11 +22,13 @@
 #include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/foundation/KXOperationQueue.h>
 
+#include "Analytics.h"
 #include "BrowserStyle.h"
 #include "BrowserWindow.h"
 #include "Crate.h"
 #include "Presets.h"
 #include "Report.h"
+#include "Settings.h"
 
 using namespace Qt::StringLiterals;
 
@@ -302,13 +304,15 @@ void printAnswer(const Arguments &arguments, const KXPersistentStoreCoordinator:
 }
 
 void runWindow(
-    QApplication &application, const Arguments &arguments, const KXPersistentStoreCoordinator::Ref &coordinator)
+    QApplication &application, Arguments arguments, const KXPersistentStoreCoordinator::Ref &coordinator)
 {
     BrowserStyle::apply(application);
     BrowserWindow window(coordinator);
     QSocketNotifier notifier(interruptPipe[0], QSocketNotifier::Read);
     QObject::connect(&notifier, &QSocketNotifier::activated, &application, [] { QCoreApplication::exit(Failed); });
     QString problem;
+    if (arguments.music.empty())
+        arguments.music = Settings::musicFolder();
     if (!arguments.screenshot.isEmpty()) {
         // Queued: the table lays itself out on the turn after its last change.
         QObject::connect(
@@ -322,6 +326,8 @@ void runWindow(
             Qt::QueuedConnection);
     }
     window.show();
+    Analytics::start();
+    Analytics::windowWasOpened();
     window.importMusic([arguments, coordinator](QString *error) { return musicFolder(arguments, coordinator, error); });
     if (QApplication::exec() != Done)
         throw Ending { Failed, interrupted ? u"interrupted"_s : problem };

@@ -313,6 +313,8 @@ const QList<Page> &pages()
         { u"audio-types"_s, audioTypesPage },
         { u"lists"_s, listsPage },
         { u"popovers"_s, popoversPage },
+        { u"messages"_s, messagesPage },
+        { u"preferences"_s, preferencesPage },
     };
     return all;
 }

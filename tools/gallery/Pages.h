@@ -20,6 +20,10 @@ struct Page
 
 const QList<Page> &pages();
 
+// Pages of messages and preferences.
+QWidget *messagesPage(const Texts &text);
+QWidget *preferencesPage(const Texts &text);
+
 /// What a page marks a widget with that is also to be shown with the focus.
 inline constexpr const char *focusProperty = "galleryFocus";
 

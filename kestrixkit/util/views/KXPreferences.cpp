@@ -1,0 +1,201 @@
+#include <kestrixkit/util/views/KXPreferences.h>
+
+#include <QActionGroup>
+#include <QApplication>
+#include <QShortcut>
+#include <QToolButton>
+#include <QVBoxLayout>
+
+#include <kestrixkit/toolkit/KXAnimationGroup.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr int preferencesIconSide = 24;
+
+}
+
+KXPreferences &KXPreferences::sharedPreferences()
+{
+    static QPointer<KXPreferences> shared;
+    if (!shared)
+        shared = new KXPreferences(QCoreApplication::instance());
+    return *shared;
+}
+
+KXPreferences::KXPreferences(QObject *parent)
+    : KXObject(parent)
+{
+}
+
+KXPreferences::~KXPreferences() { delete m_window.data(); }
+
+QList<KXPreferencesViewController *> KXPreferences::viewControllers() const
+{
+    QList<KXPreferencesViewController *> controllers;
+    for (const auto &controller : m_viewControllers) {
+        if (controller)
+            controllers.append(controller);
+    }
+    return controllers;
+}
+
+void KXPreferences::setViewControllers(const QList<KXPreferencesViewController *> &controllers)
+{
+    m_viewControllers.clear();
+    m_sizes.clear();
+    for (KXPreferencesViewController *controller : controllers) {
+        if (!controller)
+            continue;
+        m_viewControllers.append(controller);
+        controller->setPreferences(this);
+        connect(controller, &QObject::destroyed, this, &KXPreferences::fillToolbar, Qt::UniqueConnection);
+    }
+    if (m_selected && !controllers.contains(m_selected))
+        m_selected->disappear();
+    fillToolbar();
+    setSelectedViewController(controllers.value(0));
+}
+
+QStringList KXPreferences::toolbarItemIdentifiers() const
+{
+    QStringList names;
+    for (const KXPreferencesViewController *controller : viewControllers())
+        names.append(controller->preferencesSectionName());
+    return names;
+}
+
+KXPreferencesViewController *KXPreferences::viewControllerWithName(const QString &sectionName) const
+{
+    for (KXPreferencesViewController *controller : viewControllers()) {
+        if (controller->preferencesSectionName() == sectionName)
+            return controller;
+    }
+    return nullptr;
+}
+
+void KXPreferences::showPreferenceViewWithIdentifier(const QVariant &identifier)
+{
+    for (KXPreferencesViewController *controller : viewControllers()) {
+        if (controller->identifier() == identifier) {
+            setSelectedViewController(controller);
+            return;
+        }
+    }
+}
+
+void KXPreferences::toggleActivePreferenceView(QAction *item)
+{
+    if (item)
+        setSelectedViewController(viewControllerWithName(item->data().toString()));
+}
+
+void KXPreferences::setSelectedViewController(KXPreferencesViewController *controller)
+{
+    if (controller == m_selected)
+        return;
+    if (m_selected)
+        m_selected->disappear();
+    m_selected = controller;
+    if (m_window)
+        showSelected(true);
+}
+
+QWidget *KXPreferences::window()
+{
+    if (!m_window)
+        loadWindow();
+    return m_window;
+}
+
+void KXPreferences::showWindow()
+{
+    window()->show();
+    m_window->raise();
+    m_window->activateWindow();
+}
+
+void KXPreferences::loadWindow()
+{
+    m_window = KXInterfaceLoader::shared().load(KXInterfaceLoader::pathForInterface(u"KXPreferences"_s));
+    if (!m_window) // a host's file that is broken, which is logged
+        m_window = new QWidget;
+    m_activeContentView = m_window->findChild<QWidget *>(u"activeContentView"_s);
+    if (!m_activeContentView)
+        m_activeContentView = new QWidget(m_window);
+    m_toolbar = new QToolBar(m_window);
+    m_toolbar->setObjectName("preferences"_L1);
+    m_toolbar->setAccessibleName(KXLocalizedString("Sections"));
+    m_toolbar->setMovable(false);
+    m_toolbar->setContextMenuPolicy(Qt::PreventContextMenu);
+    m_toolbar->setToolButtonStyle(Qt::ToolButtonTextUnderIcon);
+    m_toolbar->setIconSize({ preferencesIconSide, preferencesIconSide });
+    m_defaultWindowWidth = m_window->width();
+    auto *layout = qobject_cast<QBoxLayout *>(m_window->layout());
+    if (!layout) {
+        delete m_window->layout();
+        layout = new QVBoxLayout(m_window);
+        layout->addWidget(m_activeContentView);
+    }
+    layout->setContentsMargins({});
+    layout->setSpacing(0);
+    layout->insertWidget(0, m_toolbar);
+    connect(new QShortcut(QKeySequence::Cancel, m_window), &QShortcut::activated, m_window, &QWidget::close);
+    connect(new QShortcut(QKeySequence::Close, m_window), &QShortcut::activated, m_window, &QWidget::close);
+    fillToolbar();
+    showSelected(false);
+}
+
+void KXPreferences::fillToolbar()
+{
+    if (!m_toolbar)
+        return;
+    m_toolbar->clear();
+    delete m_items.data();
+    m_items = new QActionGroup(m_toolbar);
+    for (KXPreferencesViewController *controller : viewControllers()) {
+        QString label = controller->preferencesSectionName();
+        QAction *const item = new QAction(
+            controller->preferencesSectionImage(), label.replace(u'&', "&&"_L1), m_items); // no mnemonics
+        item->setData(controller->preferencesSectionName());
+        item->setToolTip(controller->preferencesSectionName());
+        item->setCheckable(true);
+        item->setChecked(controller == m_selected);
+        connect(item, &QAction::triggered, this, [this, item] { toggleActivePreferenceView(item); });
+        m_toolbar->addAction(item);
+        QWidget *const button = m_toolbar->widgetForAction(item);
+        button->setFocusPolicy(Qt::TabFocus); // toolbars take it away
+        button->setAccessibleName(controller->preferencesSectionName());
+    }
+}
+
+void KXPreferences::showSelected(bool animated)
+{
+    if (!m_window)
+        return;
+    QSize size;
+    if (m_selected) {
+        QWidget *const view = m_selected->view();
+        auto known = m_sizes.find(m_selected.data());
+        if (known == m_sizes.end()) // later on it has the size that it was shown in
+            known = m_sizes.insert(m_selected.data(), view->testAttribute(Qt::WA_Resized) ? view->size() : view->sizeHint());
+        size = known->expandedTo(view->minimumSizeHint());
+        m_selected->appearIn(m_activeContentView);
+        m_window->setWindowTitle(m_selected->preferencesSectionName());
+    }
+    for (QAction *item : m_items->actions())
+        item->setChecked(m_selected && item->data() == m_selected->preferencesSectionName());
+    size.setWidth(std::max({ size.width(), m_defaultWindowWidth, m_toolbar->sizeHint().width() }));
+    size.setHeight(size.height() + m_toolbar->sizeHint().height());
+    // The top left corner is what resizing leaves where it is. Nobody but a section sizes the window.
+    if (animated && m_window->isVisible() && KXAnimationGroup::areAnimationsEnabled()) {
+        if (!m_resizing)
+            m_resizing = new KXAnimationGroup(0.2, m_window);
+        m_resizing->add(m_window, "minimumSize", size).add(m_window, "maximumSize", size).start();
+    } else {
+        if (m_resizing)
+            m_resizing->finish();
+        m_window->setFixedSize(size);
+    }
+}

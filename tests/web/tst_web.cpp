@@ -1,0 +1,4 @@
+#include <QTest>
+#include <QWebEngineView>
+#include <gtest/gtest.h>
+TEST(A, b) {}
