@@ -26,6 +26,7 @@ public:
         setUndoRedoEnabled(false);
         setTextInteractionFlags(Qt::TextBrowserInteraction);
         document()->setDocumentMargin(8);
+        document()->setIndentWidth(20); // of lists
         auto *const scroller = new KXThemeableScroller(Qt::Vertical);
         scroller->setThemeStyleName(KXScrollerStyles);
         setVerticalScrollBar(scroller);

@@ -30,6 +30,7 @@ KXGATrackerPage::KXGATrackerPage(Failed failed)
     , m_failed(std::move(failed))
 {
     m_page->setAudioMuted(true);
+    m_page->settings()->setAttribute(QWebEngineSettings::AutoLoadIconsForPage, false);
     QObject::connect(m_page.get(), &QWebEnginePage::loadingChanged, m_page.get(),
         [this](const QWebEngineLoadingInfo &info) { follow(info); });
     QObject::connect(m_page.get(), &QWebEnginePage::renderProcessTerminated, m_page.get(),
@@ -54,6 +55,10 @@ void KXGATrackerPage::load(const QUrl &url)
 
 void KXGATrackerPage::follow(const QWebEngineLoadingInfo &info)
 {
-    qWarning() << info.status() << info.url() << info.isErrorPage() << info.errorDomain() << info.errorCode() << info.errorString();
-    m_isLoading = info.status() == QWebEngineLoadingInfo::LoadStartedStatus;
+    using Info = QWebEngineLoadingInfo;
+    m_isLoading = info.status() == Info::LoadStartedStatus;
+    // What never came in is an error page of the engine's (which it must be allowed to make, else it does not tell). An
+    // answer such as "not found" is a page like any other.
+    if (info.status() == Info::LoadFailedStatus && !info.isErrorPage() && info.errorDomain() != Info::HttpStatusCodeDomain)
+        m_failed(KXStringWithFormat(u"%@ (%@ %d)", info.url(), info.errorString(), info.errorCode()));
 }

@@ -48,7 +48,7 @@ TEST_F(DetailsTest, markupIsSimpleOrText)
     const std::pair<QString, QString> cases[] {
         { u"<b>bold</b> and <BR/> 1 < 2 & &amp;"_s, u"<b>bold</b> and <BR/> 1 &lt; 2 & &amp;"_s },
         { u"<b onclick=\"x\">bold</b>"_s, u"&lt;b onclick=\"x\">bold</b>"_s },
-        { u"std::vector<int>(<unknown>)\n</br>f<b>()\n</br>"_s, u"std::vector&lt;int>(&lt;unknown>)<br>f<b>()\n</br>"_s },
+        { u"std::vector<int>(<unknown>)\n</br>f<b>()\n</br>"_s, u"std::vector&lt;int>(&lt;unknown>)<br>f<b>()<br>"_s },
         { u"[d] (1): one\ntwo\n\n"_s, u"[d] (1): one<br>two"_s },
         { u"<ul>\n<li>x</li>\n</ul>"_s, u"<ul>\n<li>x</li>\n</ul>"_s },
         { u"<script>alert(1)</script><"_s, u"&lt;script>alert(1)&lt;/script>&lt;"_s },
@@ -126,7 +126,7 @@ TEST_F(DetailsTest, templatesOfHosts)
         qsizetype lines; ///< in the log
     };
     const Case cases[] { { "{{#messages}}{{title}}|{{{infoAsHTMLString}}}|{{type}}{{/messages}}", u"a &amp; b|<b>i</b>|1"_s, 0 },
-        { "{{#messages}}{{title}}", {}, 1 }, { "", u""_s, 0 } };
+        { "{{#messages}}{{title}}", {}, 1 }, { "", {}, 0 } };
     for (const Case &one : cases) {
         write(u"message_details_template.html"_s, one.text);
         const KXTestLog log;

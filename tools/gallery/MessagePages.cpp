@@ -27,13 +27,13 @@ namespace {
 class Strips : public KXThemeableView
 {
 public:
-    void add(KXMessageType type, const QString &message, const char *focused = nullptr)
+    enum State { Normal, Focused, Pressed };
+    void add(KXMessageType type, const QString &message, State state = Normal)
     {
         auto *strip = new KXMessageView(this);
         strip->setMessage(message);
-        strip->messageButton()->setProperty(focusProperty, qstrcmp(focused, "message") == 0);
-        strip->hideButton()->setProperty(focusProperty, qstrcmp(focused, "hide") == 0);
-        strip->hideButton()->setDown(qstrcmp(focused, "down") == 0);
+        strip->setProperty(focusProperty, state == Focused);
+        strip->hideButton()->setDown(state == Pressed);
         m_strips.append({ strip, type });
         layout()->addWidget(strip);
         follow();
@@ -105,10 +105,10 @@ QWidget *messagesPage(const Texts &text)
     auto *column = new QVBoxLayout(page);
     auto *strips = new Strips;
     strips->add(KXMessageTypeError, text("3 files could not be read"));
-    strips->add(KXMessageTypeInfo, text("12 tracks were added") + u" (4)"_s, "message");
+    strips->add(KXMessageTypeInfo, text("12 tracks were added") + u" (4)"_s, Strips::Focused);
     strips->add(KXMessageTypeError, text("The library is kept on a disk that is not there") + u' '
-            + text("and cannot be opened until it is connected again"), "hide");
-    strips->add(KXMessageTypeInfo, text("Up to date"), "down");
+            + text("and cannot be opened until it is connected again"));
+    strips->add(KXMessageTypeInfo, text("Up to date"), Strips::Pressed);
     column->addWidget(strips);
 
     // As it would be in its popover: the messages of the center, at a time of their own.

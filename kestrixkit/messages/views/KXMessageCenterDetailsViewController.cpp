@@ -84,6 +84,8 @@ KXMessageCenterDetailsViewController::KXMessageCenterDetailsViewController(QObje
 
 KXMessageCenterDetailsViewController::~KXMessageCenterDetailsViewController() = default;
 
+KXHTMLView *KXMessageCenterDetailsViewController::detailsWebView() const { return m_detailsWebView; }
+
 void KXMessageCenterDetailsViewController::loadView()
 {
     KXInterfaceLoader::shared().registerWidget<KXHTMLView>();
@@ -111,8 +113,7 @@ void KXMessageCenterDetailsViewController::popoverDidClose()
 
 void KXMessageCenterDetailsViewController::generateHTML()
 {
-    view();
-    if (m_detailsWebView)
+    if (view() && m_detailsWebView)
         m_detailsWebView->setHTML(page());
 }
 
@@ -124,6 +125,7 @@ QString KXMessageCenterDetailsViewController::plainHTML(const QString &html)
         QRegularExpression::CaseInsensitiveOption);
     static const QRegularExpression lineFeed(u"(?<!>)\\n(?!\\s*<)"_s);
     QString plain = html.trimmed();
+    plain.replace("\n</br></code>"_L1, "</code>"_L1);
     plain.replace("\n</br>"_L1, "<br>"_L1);
     plain.replace(other, u"&lt;"_s);
     plain.replace(lineFeed, u"<br>"_s);
@@ -147,6 +149,7 @@ QString KXMessageCenterDetailsViewController::page() const
         one["title"] = detailsCut(message.title(), detailsLongestTitle).toStdString();
         one["timestampAsString"] = message.timestampAsString().toStdString();
         one["infoAsHTMLString"] = info.toStdString();
+        one["hasInfo"] = !info.isEmpty();
         one["type"] = std::to_string(message.type());
         one["isError"] = isError;
         one["kind"] = (isError ? KXLocalizedString("Error") : KXLocalizedString("Notice")).toStdString();
@@ -154,7 +157,7 @@ QString KXMessageCenterDetailsViewController::page() const
         list << one;
     }
     mustache::data all;
-    all["messages"] = list;
+    all.set("messages", list);
     if (shown < m_messages.size()) {
         const QString more = KXClock::locale().toString(m_messages.size() - shown);
         all["more"] = KXStringWithFormat(KXLocalizedString("%@ more messages are not shown"), more).toStdString();

@@ -9,7 +9,8 @@ class KXHTMLView;
 /// Shows all pending messages as a page, in a popover, and clears them when that closes.
 ///
 /// The page is made of a template (Mustache) by the name of "message_details_template.html", the host's or else the
-/// framework's. It is given "messages", each with title, timestampAsString, infoAsHTMLString, isError, kind and colour,
+/// framework's. It is given "messages", each with title, timestampAsString, infoAsHTMLString,
+/// hasInfo, isError, kind and colour,
 /// and the theme's colours. Whatever messages hold, the page gets plain text with simple markup (b, i, code, lists …)
 /// and nothing that loads, runs or styles. Very many or very long messages are cut, and it says so.
 ///
@@ -23,7 +24,7 @@ public:
     ~KXMessageCenterDetailsViewController() override;
 
     /// nullptr until the view is loaded.
-    [[nodiscard]] KXHTMLView *detailsWebView() const { return m_detailsWebView; }
+    [[nodiscard]] KXHTMLView *detailsWebView() const;
     /// Null where there is none that can be read.
     [[nodiscard]] const QString &detailsHTMLTemplate() const { return m_detailsHTMLTemplate; }
     void setDetailsHTMLTemplate(const QString &text) { m_detailsHTMLTemplate = text; }

@@ -87,6 +87,7 @@ KXMessageView::KXMessageView(QWidget *parent)
     m_messageButton->setCursor(Qt::PointingHandCursor);
     m_hideButton->setAccessibleName(KXLocalizedString("Hide Messages"));
     m_hideButton->setToolTip(m_hideButton->accessibleName());
+    setFocusProxy(m_messageButton);
     connect(m_messageButton, &QPushButton::clicked, this, [this] { show(m_messageButton); });
     connect(m_hideButton, &QPushButton::clicked, this, [this] { hide(m_hideButton); });
     m_theme = KXNotificationCenter::defaultCenter().addObserver(KXThemeDidChangeNotification,

@@ -29,7 +29,11 @@ KXPreferences::KXPreferences(QObject *parent)
 {
 }
 
-KXPreferences::~KXPreferences() { delete m_window.data(); }
+KXPreferences::~KXPreferences()
+{
+    if (m_window != parent()) // else it is the window that ends
+        delete m_window.data();
+}
 
 QList<KXPreferencesViewController *> KXPreferences::viewControllers() const
 {
