@@ -1,5 +1,7 @@
 #include "MessageStrip.h"
 
+#include <QCoreApplication>
+#include <QEvent>
 #include <QFileInfo>
 #include <QLocale>
 #include <QMainWindow>
@@ -23,8 +25,8 @@ MessageStrip::MessageStrip(QMainWindow *window)
     m_bar = window->addToolBar(tr("Messages"));
     m_bar->setMovable(false);
     m_bar->setContextMenuPolicy(Qt::PreventContextMenu);
-    m_bar->setStyleSheet(u"QToolBar { padding: 0px; border: none; }"_s);
     m_bar->addWidget(m_controller.view());
+    m_bar->setStyleSheet(u"QToolBar { padding: 0px; border: none; }"_s);
     m_bar->hide();
     m_controller.setDelegate(this);
     if (KXMessageCenter::sharedInstance().messageCount() > 0) // from before the window
@@ -33,8 +35,12 @@ MessageStrip::MessageStrip(QMainWindow *window)
 
 void MessageStrip::messageCenterViewShouldBeShown(KXMessageCenterViewController *)
 {
-    if (m_bar)
-        m_bar->show();
+    if (!m_bar || m_bar->isVisible())
+        return;
+    m_bar->show();
+    // A toolbar takes its margins from the application's style sheet until it is told.
+    QEvent restyled(QEvent::StyleChange);
+    QCoreApplication::sendEvent(m_bar, &restyled);
 }
 
 void MessageStrip::messageCenterViewShouldBeHidden(KXMessageCenterViewController *)

@@ -11,6 +11,7 @@
 
 #include <kestrixkit/foundation/KXBundle.h>
 #include <kestrixkit/foundation/KXLog.h>
+#include <kestrixkit/toolkit/KXHTMLView.h>
 
 using namespace Qt::StringLiterals;
 
@@ -112,6 +113,7 @@ KXInterfaceLoader::KXInterfaceLoader()
     QCoreApplication::setLibraryPaths(paths);
     m_builder->factories = &m_factories;
     m_builder->setLanguageChangeEnabled(true);
+    registerWidget<KXHTMLView>();
 }
 
 void KXInterfaceLoader::registerWidget(const QString &className, Factory factory)

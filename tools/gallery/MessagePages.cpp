@@ -76,6 +76,7 @@ protected:
         auto *view = new QWidget;
         auto *form = new QFormLayout(view);
         form->setContentsMargins(24, 20, 24, 20);
+        form->setLabelAlignment(Qt::AlignLeading | Qt::AlignVCenter);
         const auto label = [&](const char *name) {
             auto *made = new KXThemeableTextField(m_text(name));
             made->setLabel(true);
@@ -87,7 +88,7 @@ protected:
         theme->setAccessibleName(m_text("Theme"));
         theme->setThemeStyleName(KXPopUpButtonStyles);
         form->addRow(label("Theme"), theme);
-        auto *choose = new KXThemeableButton(m_text("Choose…"));
+        auto *choose = new KXThemeableButton(m_text("Choose"));
         choose->setThemeStyleName(KXButtonStyles);
         form->addRow(label("Music folder"), choose);
         setView(view);

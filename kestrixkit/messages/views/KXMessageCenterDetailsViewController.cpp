@@ -1,5 +1,6 @@
 #include <kestrixkit/messages/views/KXMessageCenterDetailsViewController.h>
 
+#include <QEvent>
 #include <QFile>
 #include <QFontInfo>
 #include <QLocale>
@@ -86,17 +87,21 @@ KXMessageCenterDetailsViewController::~KXMessageCenterDetailsViewController() = 
 
 KXHTMLView *KXMessageCenterDetailsViewController::detailsWebView() const { return m_detailsWebView; }
 
-void KXMessageCenterDetailsViewController::loadView()
-{
-    KXInterfaceLoader::shared().registerWidget<KXHTMLView>();
-    KXViewController::loadView();
-}
-
 void KXMessageCenterDetailsViewController::viewDidLoad()
 {
     m_detailsWebView = outlet<KXHTMLView>(u"detailsWebView"_s);
-    if (m_detailsWebView)
-        m_detailsWebView->setAccessibleName(title());
+    if (!m_detailsWebView)
+        return;
+    m_detailsWebView->setAccessibleName(title());
+    m_detailsWebView->installEventFilter(this);
+}
+
+/// A popover gives its content the direction of its anchor, after the page was made.
+bool KXMessageCenterDetailsViewController::eventFilter(QObject *object, QEvent *event)
+{
+    if (event->type() == QEvent::LayoutDirectionChange && !m_messages.isEmpty())
+        generateHTML();
+    return KXViewController::eventFilter(object, event);
 }
 
 void KXMessageCenterDetailsViewController::popoverWillShow()

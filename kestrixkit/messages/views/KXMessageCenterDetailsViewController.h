@@ -41,8 +41,8 @@ public:
     [[nodiscard]] static QString plainHTML(const QString &html);
 
 protected:
-    void loadView() override;
     void viewDidLoad() override;
+    bool eventFilter(QObject *object, QEvent *event) override;
 
 private:
     [[nodiscard]] QString page() const;

@@ -34,7 +34,9 @@ public:
 
     QSize sizeHint() const override
     {
-        return { fontMetrics().horizontalAdvance(accessibleName()) + 2 * messageMargin, fontMetrics().height() + 4 };
+        constexpr int rounding = 2; // a text that fits by less is cut
+        return { fontMetrics().horizontalAdvance(accessibleName()) + 2 * messageMargin + rounding,
+            fontMetrics().height() + 4 };
     }
 
 protected:

@@ -1,11 +1,14 @@
 #include <kestrixkit/util/views/KXPreferences.h>
 
 #include <QActionGroup>
-#include <QApplication>
+#include <QCoreApplication>
 #include <QShortcut>
-#include <QToolButton>
+#include <QStyleOptionButton>
 #include <QVBoxLayout>
 
+#include <kestrixkit/theme/KXThemeStyleNames.h>
+#include <kestrixkit/theme/controls/KXControlPainter.h>
+#include <kestrixkit/theme/controls/KXThemeableButton.h>
 #include <kestrixkit/toolkit/KXAnimationGroup.h>
 
 using namespace Qt::StringLiterals;
@@ -13,6 +16,44 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr int preferencesIconSide = 24;
+constexpr int preferencesItemPadding = 6;
+
+/// The image above the text, both in the colour of the text.
+class PreferencesItemCell : public KXThemeableButtonCell
+{
+public:
+    QSize sizeHint(const QStyleOptionButton &option) const override
+    {
+        const QSize text = option.fontMetrics.size(Qt::TextShowMnemonic, option.text);
+        return { std::max(text.width(), option.iconSize.width()) + 4 * preferencesItemPadding,
+            option.iconSize.height() + text.height() + 3 * preferencesItemPadding };
+    }
+
+protected:
+    void paintInterior(QPainter &painter, const QStyleOptionButton &option, const QRect &) const override
+    {
+        const QRect room = option.rect.adjusted(0, preferencesItemPadding, 0, -preferencesItemPadding);
+        const QRect image(room.topLeft(), QSize(room.width(), option.iconSize.height()));
+        KXControlPainter::icon(painter, image, option.icon, textColour(option), option.state);
+        KXControlPainter::text(painter, room, Qt::AlignHCenter | Qt::AlignBottom | Qt::TextShowMnemonic, option.text,
+            textColour(option));
+    }
+};
+
+class PreferencesItem : public KXThemeableButton
+{
+public:
+    explicit PreferencesItem(const KXPreferencesViewController &section)
+        : KXThemeableButton(new PreferencesItemCell, nullptr)
+    {
+        setText(QString(section.preferencesSectionName()).replace(u'&', "&&"_L1)); // no mnemonic
+        setAccessibleName(section.preferencesSectionName());
+        setIcon(section.preferencesSectionImage());
+        setIconSize({ preferencesIconSide, preferencesIconSide });
+        setCheckable(true);
+        setThemeStyleName(KXToolbarButtonStyles);
+    }
+};
 
 }
 
@@ -133,8 +174,6 @@ void KXPreferences::loadWindow()
     m_toolbar->setAccessibleName(KXLocalizedString("Sections"));
     m_toolbar->setMovable(false);
     m_toolbar->setContextMenuPolicy(Qt::PreventContextMenu);
-    m_toolbar->setToolButtonStyle(Qt::ToolButtonTextUnderIcon);
-    m_toolbar->setIconSize({ preferencesIconSide, preferencesIconSide });
     m_defaultWindowWidth = m_window->width();
     auto *layout = qobject_cast<QBoxLayout *>(m_window->layout());
     if (!layout) {
@@ -155,22 +194,25 @@ void KXPreferences::fillToolbar()
 {
     if (!m_toolbar)
         return;
-    m_toolbar->clear();
+    for (QAction *item : m_toolbar->actions()) {
+        m_toolbar->removeAction(item);
+        item->deleteLater(); // with its button, a click on which may have led here
+    }
     delete m_items.data();
     m_items = new QActionGroup(m_toolbar);
     for (KXPreferencesViewController *controller : viewControllers()) {
-        QString label = controller->preferencesSectionName();
-        QAction *const item = new QAction(
-            controller->preferencesSectionImage(), label.replace(u'&', "&&"_L1), m_items); // no mnemonics
+        auto *const button = new PreferencesItem(*controller);
+        QAction *const item = m_toolbar->addWidget(button);
+        m_items->addAction(item);
         item->setData(controller->preferencesSectionName());
-        item->setToolTip(controller->preferencesSectionName());
         item->setCheckable(true);
+        connect(item, &QAction::toggled, button, &QPushButton::setChecked);
+        connect(button, &QPushButton::clicked, this, [this, item = QPointer(item), button = QPointer(button)] {
+            toggleActivePreferenceView(item);
+            if (item && button)
+                button->setChecked(item->isChecked());
+        });
         item->setChecked(controller == m_selected);
-        connect(item, &QAction::triggered, this, [this, item] { toggleActivePreferenceView(item); });
-        m_toolbar->addAction(item);
-        QWidget *const button = m_toolbar->widgetForAction(item);
-        button->setFocusPolicy(Qt::TabFocus); // toolbars take it away
-        button->setAccessibleName(controller->preferencesSectionName());
     }
 }
 
