@@ -80,7 +80,7 @@ void GeneralPane::loadView()
     theme->setThemeStyleName(KXPopUpButtonStyles);
     theme->setAccessibleName(tr("Theme"));
     theme->setCurrentIndex(BrowserStyle::isDark() ? 0 : 1);
-    connect(theme, &QComboBox::activated, this, [](int index) { Settings::setDarkTheme(index == 0); });
+    connect(theme, &QComboBox::currentIndexChanged, this, [](int index) { Settings::setDarkTheme(index == 0); });
     m_theme = KXNotificationCenter::defaultCenter().addObserver(KXThemeDidChangeNotification,
         &KXThemeManager::sharedManager(), [shown = QPointer(theme)](const KXNotification &) {
             if (shown)

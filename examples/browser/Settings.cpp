@@ -16,7 +16,8 @@ namespace {
 void settingsWrite(QLatin1StringView key, const QVariant &value)
 {
     KXUserDefaults &defaults = KXUserDefaults::standard();
-    if (defaults.valueForKey(key) == value)
+    const QVariant before = defaults.valueForKey(key);
+    if (before.metaType() == value.metaType() && before == value) // the text "false" equals false
         return;
     defaults.setValue(key, value);
     defaults.synchronize(); // a choice outlives whatever happens next

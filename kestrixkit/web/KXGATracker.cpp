@@ -1,7 +1,6 @@
 #include <kestrixkit/web/KXGATracker.h>
 
 #include <QCoreApplication>
-#include <QPointer>
 
 #include <kestrixkit/foundation/KXClock.h>
 #include <kestrixkit/foundation/KXLog.h>
@@ -12,9 +11,7 @@ using namespace Qt::StringLiterals;
 
 KXGATracker &KXGATracker::sharedTracker()
 {
-    static QPointer<KXGATracker> shared;
-    if (!shared) // the application's child, since the engine must not outlive it
-        shared = new KXGATracker(QCoreApplication::instance());
+    static auto *const shared = new KXGATracker; // lives as long as the process; its page does not
     return *shared;
 }
 
@@ -61,6 +58,9 @@ void KXGATracker::load()
     if (!m_page) {
         m_page = std::make_unique<KXGATrackerPage>([this](const QString &reason) { fail(reason); });
         m_page->setUserAgent(m_userAgent);
+        // The page ends before the engine, which has seen to its own end by now: routines run from last to first.
+        if (static bool added = false; this == &sharedTracker() && !std::exchange(added, true))
+            qAddPostRoutine([] { sharedTracker().m_page.reset(); });
     }
     if (const QUrl url = QUrl::fromUserInput(m_initURL); url.isValid())
         m_page->load(url);

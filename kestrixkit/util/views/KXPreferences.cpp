@@ -6,6 +6,8 @@
 #include <QStyleOptionButton>
 #include <QVBoxLayout>
 
+#include <kestrixkit/foundation/KXMainQueue.h>
+#include <kestrixkit/theme/KXThemeManager.h>
 #include <kestrixkit/theme/KXThemeStyleNames.h>
 #include <kestrixkit/theme/controls/KXControlPainter.h>
 #include <kestrixkit/theme/controls/KXThemeableButton.h>
@@ -59,9 +61,11 @@ public:
 
 KXPreferences &KXPreferences::sharedPreferences()
 {
-    static QPointer<KXPreferences> shared;
-    if (!shared)
-        shared = new KXPreferences(QCoreApplication::instance());
+    static KXPreferences *shared = nullptr;
+    if (!shared) {
+        shared = new KXPreferences;
+        qAddPostRoutine([] { delete std::exchange(shared, nullptr); }); // while the application still has windows
+    }
     return *shared;
 }
 
@@ -186,6 +190,10 @@ void KXPreferences::loadWindow()
     layout->insertWidget(0, m_toolbar);
     connect(new QShortcut(QKeySequence::Cancel, m_window), &QShortcut::activated, m_window, &QWidget::close);
     connect(new QShortcut(QKeySequence::Close, m_window), &QShortcut::activated, m_window, &QWidget::close);
+    // Another theme may make the items larger; it is sized anew when they have followed.
+    m_theme = KXNotificationCenter::defaultCenter().addObserver(KXThemeDidChangeNotification,
+        &KXThemeManager::sharedManager(),
+        [this](const KXNotification &) { KXMainQueue::async(this, [this] { showSelected(false); }); });
     fillToolbar();
     showSelected(false);
 }

@@ -4,6 +4,7 @@
 #include <QHash>
 #include <QToolBar>
 
+#include <kestrixkit/foundation/KXNotificationCenter.h>
 #include <kestrixkit/util/views/KXPreferencesViewController.h>
 
 class KXAnimationGroup;
@@ -62,4 +63,5 @@ private:
     QPointer<KXAnimationGroup> m_resizing;
     QHash<const QObject *, QSize> m_sizes; // of the views as they were loaded, by controller
     int m_defaultWindowWidth = 0;
+    KXNotificationToken m_theme;
 };
