@@ -15,7 +15,9 @@ void BenchProgram::report(benchmark::State &state, double value)
 
 int BenchProgram::run(int argc, char **argv, void (*prepare)())
 {
-    QCoreApplication application(argc, argv);
+    std::optional<QCoreApplication> application;
+    if (!QCoreApplication::instance())
+        application.emplace(argc, argv);
     if (argc > 1 && qstrcmp(argv[1], "--prepare") == 0) {
         prepare();
         return 0;
