@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QBrush>
+#include <QPointer>
 #include <QPushButton>
 
 #include <kestrixkit/foundation/KXNotificationCenter.h>

@@ -2,6 +2,7 @@
 
 #include <QAction>
 #include <QHash>
+#include <QPointer>
 #include <QToolBar>
 
 #include <kestrixkit/foundation/KXNotificationCenter.h>
