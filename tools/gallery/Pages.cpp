@@ -321,6 +321,8 @@ const QList<Page> &pages()
         { u"toolkit"_s, toolkitPage },
         { u"source-list"_s, sourceListPage },
         { u"presets"_s, presetsPage },
+        { u"messages"_s, messagesPage },
+        { u"preferences"_s, preferencesPage },
     };
     return all;
 }
