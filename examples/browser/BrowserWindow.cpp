@@ -137,12 +137,14 @@ void BrowserWindow::buildMenu()
     m_commentAction->setShortcut(QKeySequence(Qt::Key_F2));
     m_genreAction = edit->addAction(tr("Rename &Genre…"), this, &BrowserWindow::renameGenre);
     edit->addSeparator();
-    edit->addAction(tr("&Preferences…"), this, [this] {
+    QAction *preferences = edit->addAction(tr("&Preferences…"), this, [this] {
         PreferencePanes::show([alive = QPointer(this)](const std::string &folder) {
             if (alive)
                 alive->importMusic([folder](QString *) { return folder; });
         });
-    })->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Comma));
+    });
+    preferences->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Comma));
+    preferences->setMenuRole(QAction::PreferencesRole);
     m_lightAction = new QAction(tr("&Light Theme"), this);
     Settings::followTheme(m_lightAction);
     QMenu *presets = menuBar()->addMenu(tr("&Presets"));
@@ -195,6 +197,7 @@ void BrowserWindow::buildTable()
     QMenu *view = menuBar()->addMenu(tr("&View"));
     view->setAccessibleName(tr("View"));
     view->addAction(m_lightAction);
+    view->addAction(findChild<MessageStrip *>()->action());
     m_table->setContextMenuPolicy(Qt::CustomContextMenu);
     connect(m_table, &QWidget::customContextMenuRequested, this, [this](const QPoint &position) {
         auto *menu = new QMenu(m_table);

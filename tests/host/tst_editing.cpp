@@ -217,7 +217,8 @@ TEST_F(EditingTest, everyEntryOfTheMenuHasANameAndKeysAreUsedOnce)
                 continue;
             }
             ++entries;
-            EXPECT_FALSE(needsTracks && action->isEnabled()) << "in an empty library: " << action->text().toStdString();
+            EXPECT_FALSE(needsTracks && action->isEnabled() && action->menuRole() != QAction::PreferencesRole)
+                << "in an empty library: " << action->text().toStdString();
             if (!action->shortcut().isEmpty()) {
                 EXPECT_FALSE(keys.contains(action->shortcut()));
                 keys.insert(action->shortcut());
