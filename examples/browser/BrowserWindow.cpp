@@ -18,14 +18,18 @@
 #include <kestrixkit/theme/KXThemeStyleNames.h>
 #include <kestrixkit/theme/controls/KXThemeableButton.h>
 #include <kestrixkit/theme/controls/KXThemeableProgressIndicator.h>
+#include <kestrixkit/toolkit/KXMenu.h>
 
 #include "Analytics.h"
 #include "BrowserStyle.h"
 #include "GenreDialog.h"
 #include "MessageStrip.h"
 #include "PreferencePanes.h"
+#include "PresetCommands.h"
+#include "PresetLibrary.h"
 #include "Preview.h"
 #include "Settings.h"
+#include "SourceColumn.h"
 #include "TrackTableView.h"
 
 using namespace Qt::StringLiterals;
@@ -98,7 +102,8 @@ BrowserWindow::~BrowserWindow()
     m_editor.save();
     // These follow the context and go before it.
     delete m_preview;
-    delete m_presets;
+    delete m_presetLibrary;
+    delete m_sources;
     delete m_table;
     delete m_model;
 }
@@ -106,6 +111,7 @@ BrowserWindow::~BrowserWindow()
 void BrowserWindow::closeEvent(QCloseEvent *event)
 {
     m_table->commitOpenEditor();
+    m_sources->commit();
     if (m_editor.save())
         QMainWindow::closeEvent(event);
     else
@@ -122,6 +128,10 @@ void BrowserWindow::buildMenu()
     redo->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Z));
     edit->addActions({ undo, redo });
     m_undoActions = { undo, redo };
+    edit->addSeparator();
+    m_sources = new SourceColumn(m_context);
+    const PresetCommands &commands = m_sources->commands();
+    edit->addActions({ commands.copy, commands.paste, commands.duplicate, commands.rename, commands.remove });
     edit->addSeparator();
     QMenu *rating = edit->addMenu(tr("&Rating"));
     rating->setAccessibleName(tr("Rating"));
@@ -149,8 +159,12 @@ void BrowserWindow::buildMenu()
     Settings::followTheme(m_lightAction);
     QMenu *presets = menuBar()->addMenu(tr("&Presets"));
     presets->setAccessibleName(tr("Presets"));
-    m_presets = new PresetMenu(m_context, presets, this);
-    connect(m_presets, &PresetMenu::picked, this, &BrowserWindow::showPreset);
+    presets->addActions({ commands.newFolder, m_sources->saveAsPreset() });
+    connect(m_sources, &SourceColumn::picked, this, &BrowserWindow::showPreset);
+    connect(m_sources, &SourceColumn::opened, this, [this] { m_table->setFocus(); });
+    m_presetLibrary = new PresetLibrary(m_context, this);
+    connect(m_presetLibrary, &PresetLibrary::picked, this, &BrowserWindow::showPicked);
+    connect(m_sources, &SourceColumn::countingDidBegin, m_presetLibrary, &PresetLibrary::countWith);
 }
 
 void BrowserWindow::buildHeader()
@@ -170,6 +184,7 @@ void BrowserWindow::buildHeader()
     bar->addWidget(gap);
     bar->addWidget(toolButton(m_undoActions[0], u"undo"_s));
     bar->addWidget(toolButton(m_undoActions[1], u"redo"_s));
+    bar->addWidget(m_presetLibrary->button());
     auto *space = new QWidget;
     space->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
     bar->addWidget(space);
@@ -198,22 +213,25 @@ void BrowserWindow::buildTable()
     view->setAccessibleName(tr("View"));
     view->addAction(m_lightAction);
     view->addAction(findChild<MessageStrip *>()->action());
-    m_table->setContextMenuPolicy(Qt::CustomContextMenu);
-    connect(m_table, &QWidget::customContextMenuRequested, this, [this](const QPoint &position) {
-        auto *menu = new QMenu(m_table);
-        menu->setAttribute(Qt::WA_DeleteOnClose);
-        if (m_table->columnAt(position.x()) == TrackTableModel::GenreNames)
-            menu->addAction(m_genreAction);
-        menu->addActions({ m_commentAction });
-        menu->popup(m_table->viewport()->mapToGlobal(position));
+    view->addMenu(m_table->columnsMenu());
+    m_table->setColumnPresetsName(u"TrackTableColumns"_s);
+    m_table->setSortOptionsAutoSaveName(u"TrackTableSortOptions"_s);
+    m_table->loadSortOptions();
+    auto *menu = new KXMenu(this);
+    menu->setAccessibleName(tr("Track"));
+    menu->setUpdater([this](KXMenu &filled) {
+        if (m_table->clickedCell().column() == TrackTableModel::GenreNames)
+            filled.addAction(m_genreAction);
+        filled.addAction(m_commentAction);
     });
+    m_table->setMenu(menu);
 
     m_emptyText = new QLabel(tr("No music in the library yet"), m_table->viewport());
     m_emptyText->setAlignment(Qt::AlignCenter);
     auto *centre = new QVBoxLayout(m_table->viewport());
     centre->addWidget(m_emptyText);
     m_emptyText->hide();
-    setCentralWidget(m_table);
+    setCentralWidget(m_sources->beside(m_table));
 }
 
 void BrowserWindow::buildStatus()
@@ -287,11 +305,22 @@ void BrowserWindow::renameGenre()
         (new GenreDialog(&m_editor, genres, this))->open();
 }
 
-void BrowserWindow::showPreset(const KXPredicate &predicate, const QString &title)
+void BrowserWindow::showPreset(const KXPredicate &predicate, const QString &title, const QString &emptyText)
 {
-    m_model->setFilter(predicate);
+    m_emptyReason = emptyText;
+    if (predicate != m_model->filter())
+        m_model->setFilter(predicate);
     m_title->setText(title.isEmpty() ? tr("Library") : title);
     showSummary();
+}
+
+/// The column shows all of the preset in the next turn; what was picked of it comes after that.
+void BrowserWindow::showPicked(
+    const KXRef<KXFilterSetPreset> &preset, const KXPredicate &predicate, const QString &title)
+{
+    m_sources->presets()->selectItem(preset.get());
+    KXMainQueue::async(
+        this, [this, predicate, title] { showPreset(predicate, title, tr("No music in this preset")); });
 }
 
 // Importing
@@ -343,7 +372,8 @@ void BrowserWindow::showSummary()
         reasons.append(u"%1: %2"_s.arg(file.file, file.reason));
     }
     m_summary->setToolTip(reasons.join(u'\n'));
-    m_emptyText->setText(m_model->isFiltered() ? tr("No music in this preset") : tr("No music in the library yet"));
+    m_emptyText->setText(m_model->isFiltered() && !m_emptyReason.isEmpty() ? m_emptyReason
+                                                                           : tr("No music in the library yet"));
     m_emptyText->setVisible(tracks == 0 && !m_import);
 }
 
@@ -390,5 +420,6 @@ void BrowserWindow::finishImport(const std::weak_ptr<ImportOperation> &operation
     MessageStrip::postImport(result);
     Analytics::importFinished(result.added);
     showSummary();
+    m_sources->musicDidChange();
     Q_EMIT importFinished(error);
 }

@@ -29,6 +29,7 @@
 #include "Presets.h"
 #include "Report.h"
 #include "Settings.h"
+#include "TrackTableView.h"
 
 using namespace Qt::StringLiterals;
 
@@ -314,11 +315,11 @@ void runWindow(
     if (arguments.music.empty())
         arguments.music = Settings::musicFolder();
     if (!arguments.screenshot.isEmpty()) {
-        // Queued: the table lays itself out on the turn after its last change.
         QObject::connect(
             &window, &BrowserWindow::importFinished, &window,
             [&](const QString &error) {
                 problem = error;
+                window.table()->doItemsLayout(); // which it would do later this turn
                 if (problem.isEmpty() && !window.grab().save(arguments.screenshot, "PNG"))
                     problem = u"%1: cannot be written"_s.arg(arguments.screenshot);
                 QCoreApplication::exit(problem.isEmpty() ? Done : Failed);

@@ -193,7 +193,7 @@ void KXWaveformGenerator::cancel()
 template <typename... Values>
 void KXWaveformGenerator::callLater(const std::function<void(const Values &...)> &block, Values... values)
 {
-    if (!block || isCancelled())
+    if (!block || *m_cancelled)
         return;
     KXMainQueue::async([cancelled = m_cancelled, block, values...] {
         if (!*cancelled)
@@ -225,7 +225,7 @@ bool KXWaveformGenerator::generateWaveformPaths(KXError *error)
     qint64 frames = 0;
     if (!file.openForReading(m_fileURL, waveformOptions(m_cancelled), &format, &frames, error)
         || !file.useFormat(KXPlanarFloatFormat(format.mSampleRate, format.mChannelsPerFrame), error)) {
-        if (isCancelled())
+        if (*m_cancelled)
             cancelLater();
         return false;
     }
@@ -244,7 +244,7 @@ bool KXWaveformGenerator::generateWaveformPaths(KXError *error)
         const auto framesPerColumn = qint64(std::min(std::ceil(double(frames) / m_size.width()), 1e15));
         readColumns(file, format, framesPerColumn, (frames + framesPerColumn - 1) / framesPerColumn);
     }
-    if (isCancelled())
+    if (*m_cancelled)
         cancelLater();
     return true;
 }
@@ -261,7 +261,7 @@ void KXWaveformGenerator::readColumns(KXAudioFile &file, const KXStreamFormat &f
     WaveformColumns own(file, format.mChannelsPerFrame, framesPerColumn, *m_cancelled);
     std::vector<float> peaks(format.mChannelsPerFrame);
     qint64 read = 0; // columns, through the file at hand
-    for (qint64 column = 0; !isCancelled(); ++column) {
+    for (qint64 column = 0; !*m_cancelled; ++column) {
         const auto place = size_t(std::min(column / share, qint64(parts.size())));
         WaveformPart *const part = place > 0 ? parts[place - 1].get() : nullptr;
         if (part && part->hasBegun()) {

@@ -2,7 +2,7 @@
 
 #include <functional>
 
-#include <QPointer>
+#include <QMessageBox>
 #include <QStringList>
 #include <QWidget>
 
@@ -55,6 +55,9 @@ public:
 
     /// Asks, in front of the window where one is given and lives.
     [[nodiscard]] KXAlertAnswer run(QWidget *window = nullptr) const;
+
+    /// What run() shows, with its default button and so on; the caller owns it unless it has a parent.
+    [[nodiscard]] QMessageBox *makeBox(QWidget *parent) const;
 
     /// Whoever answers in the user's place until the token goes: a test, or a host with alerts of its own. The newest
     /// that still stands is asked.

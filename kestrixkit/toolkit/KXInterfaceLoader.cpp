@@ -11,7 +11,26 @@
 
 #include <kestrixkit/foundation/KXBundle.h>
 #include <kestrixkit/foundation/KXLog.h>
+#include <kestrixkit/theme/controls/KXBadge.h>
+#include <kestrixkit/theme/controls/KXHyperlinkButton.h>
+#include <kestrixkit/theme/controls/KXPlaceholderView.h>
+#include <kestrixkit/theme/controls/KXPopoverFrame.h>
+#include <kestrixkit/theme/controls/KXSelectionBar.h>
+#include <kestrixkit/theme/controls/KXStarRating.h>
+#include <kestrixkit/theme/controls/KXThemeableButton.h>
+#include <kestrixkit/theme/controls/KXThemeableOutlineView.h>
+#include <kestrixkit/theme/controls/KXThemeablePopUpButton.h>
+#include <kestrixkit/theme/controls/KXThemeableProgressIndicator.h>
+#include <kestrixkit/theme/controls/KXThemeableScrollView.h>
+#include <kestrixkit/theme/controls/KXThemeableScroller.h>
+#include <kestrixkit/theme/controls/KXThemeableSegmentedControl.h>
+#include <kestrixkit/theme/controls/KXThemeableSpinningProgressIndicator.h>
+#include <kestrixkit/theme/controls/KXThemeableSplitView.h>
+#include <kestrixkit/theme/controls/KXThemeableTableView.h>
+#include <kestrixkit/theme/controls/KXThemeableTextField.h>
+#include <kestrixkit/theme/controls/KXThemeableView.h>
 #include <kestrixkit/toolkit/KXHTMLView.h>
+#include <kestrixkit/toolkit/KXSourceListView.h>
 
 using namespace Qt::StringLiterals;
 
@@ -113,7 +132,25 @@ KXInterfaceLoader::KXInterfaceLoader()
     QCoreApplication::setLibraryPaths(paths);
     m_builder->factories = &m_factories;
     m_builder->setLanguageChangeEnabled(true);
+    registerControls();
     registerWidget<KXHTMLView>();
+    registerWidget<KXSourceListView>();
+}
+
+void KXInterfaceLoader::registerControls()
+{
+    const auto all = [this]<typename... Widgets>() { (registerWidget<Widgets>(), ...); };
+    all.operator()<KXBadge, KXHyperlinkButton, KXPlaceholderView, KXPopoverFrame, KXSelectionBar, KXStarRating, KXThemeableButton,
+        KXThemeableControl, KXThemeableOutlineView, KXThemeablePopUpButton, KXThemeableProgressIndicator,
+        KXThemeableScrollView, KXThemeableSegmentedControl, KXThemeableSpinningProgressIndicator,
+        KXThemeableTableView, KXThemeableTextField, KXThemeableView>();
+    // Files turn these round by the property "orientation".
+    const auto oriented = [this]<typename Widget>(Widget *) {
+        registerWidget(QString::fromLatin1(Widget::staticMetaObject.className()),
+            [](QWidget *parent) -> QWidget * { return new Widget(Qt::Horizontal, parent); });
+    };
+    oriented(static_cast<KXThemeableScroller *>(nullptr));
+    oriented(static_cast<KXThemeableSplitView *>(nullptr));
 }
 
 void KXInterfaceLoader::registerWidget(const QString &className, Factory factory)

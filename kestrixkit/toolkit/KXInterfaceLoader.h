@@ -9,9 +9,10 @@
 
 /// Makes views of interface files (Qt Designer's .ui). One a process; main thread.
 ///
-/// It knows Qt's widgets and those registered here, and loads no designer plug-in: that would load the web engine with
-/// them. Texts are looked up in the translation context of KXLocalizedString, and again when the language changes.
-/// What is wrong with a file is logged with its path and the name concerned, and the rest of it is made all the same.
+/// It knows Qt's widgets, the themed controls and those registered here, and loads no designer plug-in: that would load
+/// the web engine with them. Texts are looked up in the translation context of KXLocalizedString, and again when the
+/// language changes. What is wrong with a file is logged with its path and the name concerned, and the rest of it is
+/// made all the same.
 class KX_UI_EXPORT KXInterfaceLoader
 {
 public:
@@ -46,6 +47,7 @@ private:
     class Builder;
     KXInterfaceLoader();
     ~KXInterfaceLoader() = default;
+    void registerControls();
     [[nodiscard]] static QObject *findOutlet(QWidget *view, const QString &name, const QMetaObject &type);
 
     QHash<QString, Factory> m_factories;

@@ -1,23 +1,46 @@
 #include <kestrixkit/toolkit/KXPopoverController.h>
 
 #include <QApplication>
-#include <QFrame>
 #include <QKeyEvent>
 #include <QScreen>
 #include <QVBoxLayout>
 #include <QWindow>
 
+#include <kestrixkit/theme/KXThemeStyleNames.h>
+#include <kestrixkit/theme/controls/KXPopoverFrame.h>
 #include <kestrixkit/toolkit/KXAnimationGroup.h>
 #include <kestrixkit/toolkit/KXViewController.h>
 
 using namespace Qt::StringLiterals;
 
+namespace {
+
+constexpr QMargins popoverPadding(6, 6, 6, 6); // keeps the content clear of round corners
+
+Qt::Edge popoverOpposite(Qt::Edge edge)
+{
+    switch (edge) {
+    case Qt::TopEdge:
+        return Qt::BottomEdge;
+    case Qt::BottomEdge:
+        return Qt::TopEdge;
+    case Qt::LeftEdge:
+        return Qt::RightEdge;
+    default:
+        return Qt::LeftEdge;
+    }
+}
+
+}
+
 KXPopoverController::KXPopoverController(KXViewController *content, QObject *parent)
     : KXObject(parent)
     , m_content(content)
 {
-    if (content)
-        connect(content, &QObject::destroyed, this, &KXPopoverController::close);
+    if (!content)
+        return;
+    content->setPopoverController(this);
+    connect(content, &QObject::destroyed, this, &KXPopoverController::close);
 }
 
 KXPopoverController::~KXPopoverController()
@@ -49,16 +72,15 @@ void KXPopoverController::showRelativeTo(QWidget *anchor, const QRect &rect, Qt:
     if (!m_content || !m_anchor)
         return;
     if (!m_frame) {
-        auto frame = std::make_unique<QFrame>(nullptr, Qt::Tool | Qt::FramelessWindowHint);
-        frame->setObjectName("kxPopoverFrame"_L1);
-        frame->setFrameShape(QFrame::StyledPanel);
-        frame->setAttribute(Qt::WA_WindowPropagation);
-        new QVBoxLayout(frame.get());
-        m_frame = std::move(frame);
+        m_frame = std::make_unique<KXPopoverFrame>(nullptr, Qt::Tool | Qt::FramelessWindowHint);
+        m_frame->setObjectName("kxPopoverFrame"_L1);
+        m_frame->setAttribute(Qt::WA_WindowPropagation);
+        m_frame->setThemeStyleName(KXPopoverStyles);
+        new QVBoxLayout(m_frame.get());
     }
     m_frame->setLayoutDirection(anchor->layoutDirection());
     m_frame->setAccessibleName(m_content->title());
-    m_content->appearIn(m_frame.get());
+    m_content->appearIn(m_frame.get(), popoverPadding);
     // Kept in front of the window that it belongs to.
     m_frame->winId();
     anchor->window()->winId();
@@ -130,11 +152,9 @@ QRect KXPopoverController::placed(const QRect &anchor, QSize size, Qt::Edge edge
         return isVertical ? rect.top() >= screen.top() && rect.bottom() <= screen.bottom()
                           : rect.left() >= screen.left() && rect.right() <= screen.right();
     };
-    const Qt::Edge opposite = isVertical ? (edge == Qt::TopEdge ? Qt::BottomEdge : Qt::TopEdge)
-                                         : (edge == Qt::LeftEdge ? Qt::RightEdge : Qt::LeftEdge);
     QRect rect = at(edge);
-    if (!fits(rect) && fits(at(opposite)))
-        rect = at(opposite);
+    if (const QRect other = at(popoverOpposite(edge)); !fits(rect) && fits(other))
+        rect = other;
     // What is too large for the screen shows its top left corner.
     rect.moveLeft(std::max(screen.left(), std::min(rect.left(), screen.right() - size.width() + 1)));
     rect.moveTop(std::max(screen.top(), std::min(rect.top(), screen.bottom() - size.height() + 1)));
@@ -144,9 +164,16 @@ QRect KXPopoverController::placed(const QRect &anchor, QSize size, Qt::Edge edge
 void KXPopoverController::place()
 {
     const QRect rect = m_rect.isEmpty() ? m_anchor->rect() : m_rect;
+    const QRect anchor(m_anchor->mapToGlobal(rect.topLeft()), rect.size());
+    m_frame->setArrow(popoverOpposite(m_edge), 0); // takes as much room at either end
     m_frame->adjustSize();
-    m_frame->setGeometry(placed(QRect(m_anchor->mapToGlobal(rect.topLeft()), rect.size()), m_frame->size(), m_edge,
-        m_anchor->screen()->availableGeometry()));
+    const QRect place = placed(anchor, m_frame->size(), m_edge, m_anchor->screen()->availableGeometry());
+    const bool isVertical = m_edge == Qt::TopEdge || m_edge == Qt::BottomEdge;
+    const QPoint away = place.center() - anchor.center(); // the screen may have had no room at the edge
+    const Qt::Edge arrow = isVertical ? (away.y() > 0 ? Qt::TopEdge : Qt::BottomEdge)
+                                      : (away.x() > 0 ? Qt::LeftEdge : Qt::RightEdge);
+    m_frame->setArrow(arrow, isVertical ? anchor.center().x() - place.x() : anchor.center().y() - place.y());
+    m_frame->setGeometry(place);
 }
 
 /// Sees all of the application's events while the popover is shown.

@@ -9,6 +9,7 @@
 
 #include <kestrixkit/foundation/KXObject.h>
 
+class KXPopoverFrame;
 class KXViewController;
 
 /// When a popover closes without being told to.
@@ -18,7 +19,7 @@ enum class KXPopoverBehaviour : int {
     SemiTransient, ///< when the user clicks outside it in the window that it belongs to
 };
 
-/// Shows the view of a controller in a frameless window beside a widget. The Escape key closes it, unless its closing
+/// Shows the view of a controller in a window beside a widget: a KXPopoverFrame, its arrow on the widget. The Escape key closes it, unless its closing
 /// is defined by the application. Its content is told of popoverWillShow() and the rest. Main thread.
 class KX_UI_EXPORT KXPopoverController : public KXObject
 {
@@ -68,7 +69,7 @@ private:
     KXPopoverBehaviour m_behaviour = KXPopoverBehaviour::Transient;
     std::function<void()> m_closeAction;
     std::function<void()> m_didShowAction;
-    std::unique_ptr<QWidget> m_frame; // no child of the anchor's window: its end must not take the content along
+    std::unique_ptr<KXPopoverFrame> m_frame; // no child of the anchor's window: its end must not take the content along
     bool m_animates = true;
     bool m_shown = false;
 };

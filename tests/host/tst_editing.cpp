@@ -83,11 +83,10 @@ TEST_F(EditingTest, ratesWithKeysAndClicksAndUndoesByName)
     EXPECT_EQ(stored(u"b"_s)->rating(), 3);
     EXPECT_EQ(action(u"Undo"_s)->text().remove(u'&'), u"Undo Change Rating"_s);
 
-    QStyleOptionViewItem option;
     const auto click = [&](int row, int star) {
-        option.rect = table()->visualRect(window->model()->index(row, TrackTableModel::Rating));
-        QTest::mouseClick(
-            table()->viewport(), Qt::LeftButton, Qt::NoModifier, TrackDelegate::starBox(option, star).center());
+        const QRect cell = table()->visualRect(window->model()->index(row, TrackTableModel::Rating));
+        QTest::mouseClick(table()->viewport(), Qt::LeftButton, Qt::NoModifier,
+            TrackDelegate::starBox(cell, star, Qt::LeftToRight).center());
         endOfTurn();
     };
     click(2, 5);
@@ -219,15 +218,16 @@ TEST_F(EditingTest, everyEntryOfTheMenuHasANameAndKeysAreUsedOnce)
             ++entries;
             EXPECT_FALSE(needsTracks && action->isEnabled() && action->menuRole() != QAction::PreferencesRole)
                 << "in an empty library: " << action->text().toStdString();
-            if (!action->shortcut().isEmpty()) {
+            // Those of a list alone may mean something else in the window.
+            if (!action->shortcut().isEmpty() && action->shortcutContext() != Qt::WidgetShortcut) {
                 EXPECT_FALSE(keys.contains(action->shortcut()));
                 keys.insert(action->shortcut());
             }
         }
     };
-    visit(window->menuBar()->actions().mid(0, 2)); // Edit and Presets
+    visit(window->menuBar()->actions().mid(0, 1)); // Edit
     needsTracks = false;
-    visit(window->menuBar()->actions().mid(2));
+    visit(window->menuBar()->actions().mid(1));
     EXPECT_GE(entries, 10);
     EXPECT_GE(keys.size(), 9);
 }

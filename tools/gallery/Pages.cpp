@@ -3,6 +3,7 @@
 #include <QApplication>
 #include <QBoxLayout>
 #include <QGridLayout>
+#include <QHoverEvent>
 #include <QImage>
 #include <QPainter>
 #include <QStandardItemModel>
@@ -29,6 +30,8 @@
 #include <kestrixkit/theme/controls/KXThemeableTableView.h>
 #include <kestrixkit/theme/controls/KXThemeableTextField.h>
 #include <kestrixkit/theme/controls/KXThemeableView.h>
+
+#include "SourceListPage.h"
 
 using namespace Qt::StringLiterals;
 
@@ -127,18 +130,19 @@ QWidget *valuesPage(const Texts &text)
 {
     auto *board = new Board;
     QList<QWidget *> segmented;
-    for (const int state : { Normal, Disabled, Focused }) {
+    for (const int state : { Normal, Hovered, Pressed, Disabled, Focused }) {
         auto *control = inState(new KXThemeableSegmentedControl, state);
         control->setLabels({ text("All"), text("Stems"), text("Loops") });
-        control->setSelectedSegment(state == Normal ? 0 : 1);
+        control->setSelectedSegment(state == Disabled || state == Focused ? 1 : 0);
         control->setSegmentEnabled(2, state != Focused);
+        control->setProperty(pointerProperty, state == Hovered ? 1 : state == Pressed ? 2 : 0);
         control->setAccessibleName(text("Kind"));
         control->setThemeStyleName(KXSegmentedControlStyles);
         segmented.append(control);
     }
     board->row(text("Segments"), segmented);
     QList<QWidget *> fields;
-    for (const int state : { Normal, Disabled, Focused, Pressed }) {
+    for (const int state : { Normal, Hovered, Disabled, Focused, Pressed }) {
         auto *field = inState(new KXThemeableTextField(state == Pressed ? QString() : text("Night drive")), state);
         field->setPlaceholderText(text("Search"));
         field->setAccessibleName(text("Title"));
@@ -173,8 +177,9 @@ QWidget *valuesPage(const Texts &text)
     }
     board->row(text("Badge"), badges);
     QList<QWidget *> bars;
-    for (const int value : { 0, 2, 60, 100 }) {
+    for (const int value : { 0, 2, 60, 100, -1 }) {
         auto *bar = new KXThemeableProgressIndicator;
+        bar->setRange(0, value < 0 ? 0 : 100);
         bar->setValue(value);
         bar->setEnabled(value != 100);
         bar->setAccessibleName(text("Progress"));
@@ -315,16 +320,19 @@ const QList<Page> &pages()
         { u"popovers"_s, popoversPage },
         { u"messages"_s, messagesPage },
         { u"preferences"_s, preferencesPage },
+        { u"toolkit"_s, toolkitPage },
+        { u"source-list"_s, sourceListPage },
+        { u"presets"_s, presetsPage },
     };
     return all;
 }
 
-QString english(const char *text) { return QString::fromLatin1(text); }
+QString english(const char *text) { return QString::fromUtf8(text); }
 
 QString stretched(const char *text)
 {
     QString longer;
-    for (const QChar c : QString::fromLatin1(text)) {
+    for (const QChar c : QString::fromUtf8(text)) {
         constexpr QStringView plain = u"aeiouAEIOUcn", accented = u"àéîöüÀÉÎÖÜçñ";
         const qsizetype at = plain.indexOf(c);
         longer.append(at < 0 ? c : accented[at]);
@@ -350,6 +358,20 @@ QImage picture(const Page &page, const Texts &text, Qt::LayoutDirection directio
     QApplication::setActiveWindow(widget.get());
     if (QWidget *focused = QApplication::focusWidget())
         focused->clearFocus();
+    for (QWidget *child : widget->findChildren<QWidget *>()) {
+        const int pointer = child->property(pointerProperty).toInt();
+        const QPointF middle = QRectF(child->rect()).center();
+        if (pointer == 0)
+            continue;
+        child->setAttribute(Qt::WA_UnderMouse);
+        QHoverEvent hover(QEvent::HoverEnter, middle, middle, middle);
+        QApplication::sendEvent(child, &hover);
+        if (pointer == 2) {
+            QMouseEvent press(QEvent::MouseButtonPress, middle, child->mapToGlobal(middle), Qt::LeftButton,
+                Qt::LeftButton, Qt::NoModifier);
+            QApplication::sendEvent(child, &press);
+        }
+    }
     const auto draw = [&](QWidget *what) {
         QPainter painter(&image);
         painter.translate(what->mapTo(widget.get(), QPoint()));

@@ -23,9 +23,17 @@ const QList<Page> &pages();
 // Pages of messages and preferences.
 QWidget *messagesPage(const Texts &text);
 QWidget *preferencesPage(const Texts &text);
+/// The presets library.
+QWidget *presetsPage(const Texts &text);
+
+// Pages of the toolkit's views.
+QWidget *toolkitPage(const Texts &text);
 
 /// What a page marks a widget with that is also to be shown with the focus.
 inline constexpr const char *focusProperty = "galleryFocus";
+
+/// What a page marks a widget with on whose middle the mouse is to rest (1) or to be pressed (2).
+inline constexpr const char *pointerProperty = "galleryPointer";
 
 /// The page's picture: its widgets, those with the mark focused.
 QImage picture(const Page &page, const Texts &text, Qt::LayoutDirection direction, qreal scale);

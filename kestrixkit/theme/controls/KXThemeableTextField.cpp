@@ -103,9 +103,12 @@ void KXThemeableTextField::paintEvent(QPaintEvent *event)
     }
     QPainter painter(this);
     painter.setLayoutDirection(layoutDirection());
-    if (!m_isLabel)
-        KXControlPainter::plate(painter, rect(), m_cell->backgroundColor, m_cell->borderColor);
     const QPalette &colours = palette();
+    if (!m_isLabel) {
+        const bool hovered = underMouse() && isEnabled();
+        KXControlPainter::plate(painter, rect(), m_cell->backgroundColor,
+            hovered ? colours.color(QPalette::PlaceholderText) : m_cell->borderColor);
+    }
     QColor colour = KXControlPainter::firstOf({ m_cell->textColor, colours.color(QPalette::Text) });
     if (m_isHighlighted)
         colour = KXControlPainter::firstOf({ m_cell->highlightedTextColor, colour });
@@ -122,6 +125,8 @@ void KXThemeableTextField::paintEvent(QPaintEvent *event)
     const int padding = m_isLabel ? 0 : fieldPadding;
     const QMargins margins = textMargins();
     const QRectF room = rect().adjusted(padding + margins.left(), 0, -padding - margins.right(), 0);
+    if (!m_isLabel) // as the toolkit does while it is edited
+        painter.setLayoutDirection(shown.isRightToLeft() ? Qt::RightToLeft : Qt::LeftToRight);
     const int side = int(alignment() & Qt::AlignHorizontal_Mask);
     KXControlPainter::text(painter, room, side | Qt::AlignVCenter, shown, colour, m_cell->shadow);
 }
