@@ -22,8 +22,14 @@ constexpr int allPosts = 10'000; // of each side, in storms of different sizes
 class StripHost : public KXMessageCenterViewControllerDelegate
 {
 public:
-    void messageCenterViewShouldBeShown(KXMessageCenterViewController *controller) override { controller->view()->show(); }
-    void messageCenterViewShouldBeHidden(KXMessageCenterViewController *controller) override { controller->view()->hide(); }
+    void messageCenterViewShouldBeShown(KXMessageCenterViewController *controller) override
+    {
+        controller->view()->show();
+    }
+    void messageCenterViewShouldBeHidden(KXMessageCenterViewController *controller) override
+    {
+        controller->view()->hide();
+    }
 };
 
 /// CPU time: posts, and the repaint of the turn after each storm.
@@ -37,7 +43,8 @@ double microsecondsPerPost(int stormSize)
     controller.view()->show();
     QList<KXMessage::Ref> messages;
     for (int i = 0; i < allPosts; ++i)
-        messages.append(KXMessage::messageWithError(KXError(u"com.example"_s, i, u"The file %1 could not be read"_s.arg(i))));
+        messages.append(
+            KXMessage::messageWithError(KXError(u"com.example"_s, i, u"The file %1 could not be read"_s.arg(i))));
     QCoreApplication::processEvents();
     std::clock_t spent = 0;
     for (int first = 0; first < allPosts; first += stormSize) {
@@ -59,7 +66,9 @@ int main(int argc, char **argv)
     QApplication application(argc, argv);
     QApplication::setStyle(QStyleFactory::create(u"Fusion"_s));
     KXThemeManager::sharedManager().setTheme(std::make_shared<KXDarkTheme>());
-    BenchProgram::add("messages.storm/ours", [](benchmark::State &state) { BenchProgram::report(state, microsecondsPerPost(10'000)); });
-    BenchProgram::add("messages.storm/peer", [](benchmark::State &state) { BenchProgram::report(state, microsecondsPerPost(1'000)); });
-    return BenchProgram::run(argc, argv, [] { });
+    BenchProgram::add("messages.storm/ours",
+        [](benchmark::State &state) { BenchProgram::report(state, microsecondsPerPost(10'000)); });
+    BenchProgram::add("messages.storm/peer",
+        [](benchmark::State &state) { BenchProgram::report(state, microsecondsPerPost(1'000)); });
+    return BenchProgram::run(argc, argv, [] {});
 }

@@ -42,7 +42,8 @@ QStringList Analytics::lines()
     QStringList lines;
     for (const KXGAPayload &payload : KXGATracker::sharedTracker().payloads()) {
         lines.append((payload.sent ? QCoreApplication::translate("Analytics", "Sent: %1")
-                                   : QCoreApplication::translate("Analytics", "Kept back: %1")).arg(payload.text));
+                                   : QCoreApplication::translate("Analytics", "Kept back: %1"))
+                         .arg(payload.text));
     }
     return lines;
 }

@@ -147,12 +147,14 @@ void BrowserWindow::buildMenu()
     m_commentAction->setShortcut(QKeySequence(Qt::Key_F2));
     m_genreAction = edit->addAction(tr("Rename &Genre…"), this, &BrowserWindow::renameGenre);
     edit->addSeparator();
-    edit->addAction(tr("&Preferences…"), this, [this] {
+    QAction *preferences = edit->addAction(tr("&Preferences…"), this, [this] {
         PreferencePanes::show([alive = QPointer(this)](const std::string &folder) {
             if (alive)
                 alive->importMusic([folder](QString *) { return folder; });
         });
-    })->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Comma));
+    });
+    preferences->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Comma));
+    preferences->setMenuRole(QAction::PreferencesRole);
     m_lightAction = new QAction(tr("&Light Theme"), this);
     Settings::followTheme(m_lightAction);
     QMenu *presets = menuBar()->addMenu(tr("&Presets"));
@@ -210,6 +212,7 @@ void BrowserWindow::buildTable()
     QMenu *view = menuBar()->addMenu(tr("&View"));
     view->setAccessibleName(tr("View"));
     view->addAction(m_lightAction);
+    view->addAction(findChild<MessageStrip *>()->action());
     view->addMenu(m_table->columnsMenu());
     m_table->setColumnPresetsName(u"TrackTableColumns"_s);
     m_table->setSortOptionsAutoSaveName(u"TrackTableSortOptions"_s);

@@ -1,5 +1,6 @@
 #include "MessageStrip.h"
 
+#include <QAction>
 #include <QCoreApplication>
 #include <QEvent>
 #include <QFileInfo>
@@ -20,7 +21,12 @@ constexpr size_t stripListedFiles = 200; // in the details of a message
 
 MessageStrip::MessageStrip(QMainWindow *window)
     : QObject(window)
+    , m_action(new QAction(tr("Show &Messages"), this))
 {
+    m_action->setShortcut(Qt::CTRL | Qt::Key_M);
+    m_action->setEnabled(false);
+    connect(
+        m_action, &QAction::triggered, this, [this] { m_controller.messageWasSelected(m_controller.messageView()); });
     window->addToolBarBreak();
     m_bar = window->addToolBar(tr("Messages"));
     m_bar->setMovable(false);
@@ -35,6 +41,7 @@ MessageStrip::MessageStrip(QMainWindow *window)
 
 void MessageStrip::messageCenterViewShouldBeShown(KXMessageCenterViewController *)
 {
+    m_action->setEnabled(true);
     if (!m_bar || m_bar->isVisible())
         return;
     m_bar->show();
@@ -45,6 +52,7 @@ void MessageStrip::messageCenterViewShouldBeShown(KXMessageCenterViewController 
 
 void MessageStrip::messageCenterViewShouldBeHidden(KXMessageCenterViewController *)
 {
+    m_action->setEnabled(false);
     if (m_bar)
         m_bar->hide();
 }
@@ -70,14 +78,16 @@ void MessageStrip::postImport(const ImportResult &result)
         list += tr("… and %1 more").arg(locale.toString(qulonglong(count - stripListedFiles)));
     center.postMessage(KXMessage::messageWithType(KXMessageTypeError,
         count == 1 ? tr("1 file could not be read")
-                   : tr("%1 files could not be read").arg(locale.toString(qulonglong(count))), list));
+                   : tr("%1 files could not be read").arg(locale.toString(qulonglong(count))),
+        list));
 }
 
 void MessageStrip::postUnplayable(const QString &title, const QUrl &file)
 {
     const QString path = file.isLocalFile() ? file.toLocalFile() : file.toDisplayString();
-    const QString why = file.isLocalFile() && !QFileInfo::exists(path) ? tr("The file is not there.")
-                                                                       : tr("The file holds no audio that can be read.");
+    const QString why = file.isLocalFile() && !QFileInfo::exists(path)
+        ? tr("The file is not there.")
+        : tr("The file holds no audio that can be read.");
     KXMessageCenter::sharedInstance().postMessage(KXMessage::messageWithType(
         KXMessageTypeError, tr("%1 cannot be played").arg(title), u"%1<br>%2"_s.arg(path.toHtmlEscaped(), why)));
 }

@@ -7,6 +7,7 @@
 
 #include "Importer.h"
 
+class QAction;
 class QMainWindow;
 class QToolBar;
 
@@ -18,7 +19,8 @@ public:
     /// Belongs to the window.
     explicit MessageStrip(QMainWindow *window);
 
-    [[nodiscard]] KXMessageCenterViewController *controller() { return &m_controller; }
+    /// Shows the details of all messages; for a menu.
+    [[nodiscard]] QAction *action() const { return m_action; }
 
     void messageCenterViewShouldBeShown(KXMessageCenterViewController *controller) override;
     void messageCenterViewShouldBeHidden(KXMessageCenterViewController *controller) override;
@@ -32,4 +34,5 @@ public:
 private:
     KXMessageCenterViewController m_controller;
     QPointer<QToolBar> m_bar;
+    QAction *m_action;
 };

@@ -96,14 +96,15 @@ void GeneralPane::showFolder()
     const QString path = QFile::decodeName(QByteArray::fromStdString(folder));
     if (!m_folder)
         return;
-    m_folder->setText(folder.empty() ? tr("None chosen")
-                                     : m_folder->fontMetrics().elidedText(path, Qt::ElideMiddle, 420));
+    m_folder->setText(
+        folder.empty() ? tr("None chosen") : m_folder->fontMetrics().elidedText(path, Qt::ElideMiddle, 420));
     m_folder->setToolTip(path.isEmpty() ? QString() : "<qt>"_L1 + path.toHtmlEscaped() + "</qt>"_L1);
 }
 
 void GeneralPane::chooseFolder()
 {
-    auto *dialog = new QFileDialog(view(), tr("Music Folder"), QFile::decodeName(QByteArray::fromStdString(Settings::musicFolder())));
+    auto *dialog = new QFileDialog(
+        view(), tr("Music Folder"), QFile::decodeName(QByteArray::fromStdString(Settings::musicFolder())));
     dialog->setAttribute(Qt::WA_DeleteOnClose);
     dialog->setFileMode(QFileDialog::Directory);
     dialog->setOption(QFileDialog::ShowDirsOnly);
@@ -136,8 +137,9 @@ void PrivacyPane::loadView()
     consent->setChecked(Settings::analyticsConsent());
     connect(consent, &QCheckBox::toggled, this, [](bool on) { Analytics::setConsent(on); });
     column->addWidget(consent);
-    column->addWidget(paneNote(tr("Which views are opened and how many tracks an import adds; never names of tracks, files or "
-                                  "people. Nothing is sent unless this is on. What was sent, or would have been, stands below.")));
+    column->addWidget(
+        paneNote(tr("Which views are opened and how many tracks an import adds; never names of tracks, files or "
+                    "people. Nothing is sent unless this is on. What was sent, or would have been, stands below.")));
     m_lines = new QPlainTextEdit;
     m_lines->setReadOnly(true);
     m_lines->setTabChangesFocus(true);

@@ -24,7 +24,10 @@ class GeneralPane : public KXPreferencesViewController
     Q_OBJECT
 public:
     explicit GeneralPane(QObject *parent = nullptr);
-    void setImportFolder(std::function<void(const std::string &folder)> function) { m_importFolder = std::move(function); }
+    void setImportFolder(std::function<void(const std::string &folder)> function)
+    {
+        m_importFolder = std::move(function);
+    }
     void chooseFolder();
     void setFolder(const QString &folder);
 

@@ -27,7 +27,8 @@ void settingsWrite(QLatin1StringView key, const QVariant &value)
 
 std::string Settings::musicFolder()
 {
-    const std::string folder = KXUserDefaults::standard().dataForKey(musicFolderKey).value_or(QByteArray()).toStdString();
+    const std::string folder
+        = KXUserDefaults::standard().dataForKey(musicFolderKey).value_or(QByteArray()).toStdString();
     std::error_code error;
     return std::filesystem::is_directory(folder, error) ? folder : std::string();
 }

@@ -32,7 +32,8 @@ public:
     [[nodiscard]] const KXError &representedError() const { return m_representedError; }
     /// One line, plain text.
     [[nodiscard]] const QString &title() const { return m_title; }
-    /// The longer text; may be null. It may hold HTML: whoever builds it of names and texts from elsewhere escapes them.
+    /// The longer text; may be null. It may hold HTML: whoever builds it of names and texts from elsewhere escapes
+    /// them.
     [[nodiscard]] const QString &info() const { return m_info; }
     /// When it was made, in UTC.
     [[nodiscard]] const QDateTime &timestamp() const { return m_timestamp; }

@@ -34,8 +34,8 @@ void KXMessageCenter::postMessage(const KXMessage::Ref &message)
         }
     }
     m_messages.push_back(posted);
-    KXNotificationCenter::defaultCenter().post(KXMessageCenterDidPostMessageNotification, this, posted,
-        { { u"message"_s, QVariant::fromValue(posted) } });
+    KXNotificationCenter::defaultCenter().post(
+        KXMessageCenterDidPostMessageNotification, this, posted, { { u"message"_s, QVariant::fromValue(posted) } });
 }
 
 void KXMessageCenter::clearMessages(const QList<KXMessage::Ref> &messages)

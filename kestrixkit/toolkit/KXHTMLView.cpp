@@ -25,7 +25,7 @@ public:
         setFrameShape(QFrame::NoFrame);
         setUndoRedoEnabled(false);
         setTextInteractionFlags(Qt::TextBrowserInteraction);
-        document()->setDocumentMargin(8);
+        document()->setDocumentMargin(0); // pages have their own
         document()->setIndentWidth(20); // of lists
         auto *const scroller = new KXThemeableScroller(Qt::Vertical);
         scroller->setThemeStyleName(KXScrollerStyles);

@@ -49,7 +49,7 @@ void KXGATracker::startTrackerUsingInitURL(const QString &initURL)
 
 void KXGATracker::load()
 {
-    if (!record(m_initURL))
+    if (!record(m_initURL, true))
         return;
     if (QString reason; !m_page && !KXWebEngine::canStart(&reason)) {
         fail(reason);
@@ -76,19 +76,19 @@ void KXGATracker::fail(const QString &reason)
 
 bool KXGATracker::isLoading() const { return m_page && m_page->isLoading(); }
 
-bool KXGATracker::record(const QString &text)
+bool KXGATracker::record(const QString &text, bool leaves)
 {
-    const KXGAPayload payload { KXClock::now(), text, m_consent };
+    const KXGAPayload payload { KXClock::now(), text, m_consent && leaves };
     m_payloads.push_back(payload);
     if (qsizetype(m_payloads.size()) > keptPayloads)
         m_payloads.pop_front();
     Q_EMIT payloadRecorded(payload);
-    return payload.sent && m_consent; // whoever read it may have withdrawn it
+    return m_consent; // whoever read it may have withdrawn it
 }
 
 bool KXGATracker::send(const QString &script)
 {
-    if (!record(script))
+    if (!record(script, bool(m_page)))
         return false;
     if (m_page)
         m_page->evaluate(script);
@@ -100,8 +100,7 @@ QString KXGATracker::scriptForPageView(const QString &pageName)
     return KXStringWithFormat("_gaq.push(['_trackPageview', \"%@\"]);", pageName);
 }
 
-QString KXGATracker::scriptForEvent(
-    const QString &category, const QString &action, const QString &label, qint64 value)
+QString KXGATracker::scriptForEvent(const QString &category, const QString &action, const QString &label, qint64 value)
 {
     return KXStringWithFormat(
         "_gaq.push(['_trackEvent', \"%@\", \"%@\", \"%@\", %ld]);", category, action, label, value);

@@ -15,12 +15,12 @@ struct KXGAPayload
 {
     QDateTime time;
     QString text; ///< the very line of script, or the address of the tracking page
-    bool sent = false; ///< false: it was kept back, since the user has not agreed
+    bool sent = false; ///< false: the user has not agreed, or there is no page yet
 };
 
 /// Reports page views and events to an analytics service: each report is a line of script in a tracking page of the
-/// host's, which nobody sees and which leaves no traces (an off-the-record profile). A report that cannot be evaluated at
-/// once is dropped.
+/// host's, which nobody sees and which leaves no traces (an off-the-record profile). A report that cannot be evaluated
+/// at once is dropped.
 ///
 /// Nothing is loaded and nothing evaluated without the user's consent, which is the host's to ask for and to remember.
 /// What would be sent can be read beforehand, from scriptForPageView(), scriptForEvent() and payloads(). The web engine
@@ -58,8 +58,8 @@ public:
 
     void trackPageView(const QString &pageName);
     /// An event with `onlyOnce` is sent once in the process for the same category, action and label, joined by hyphens.
-    void trackEvent(const QString &category, const QString &action, const QString &label, qint64 value,
-        bool onlyOnce = false);
+    void trackEvent(
+        const QString &category, const QString &action, const QString &label, qint64 value, bool onlyOnce = false);
 
     // What is evaluated in the page.
     [[nodiscard]] static QString scriptForPageView(const QString &pageName);
@@ -76,9 +76,9 @@ Q_SIGNALS:
 
 private:
     [[nodiscard]] bool canReport() const { return !isLoading() && !m_initPageDidFailToLoad; }
-    /// False where it was kept back.
+    /// False without consent.
     bool send(const QString &script);
-    bool record(const QString &text);
+    bool record(const QString &text, bool leaves);
     void load();
     void fail(const QString &reason);
 

@@ -59,6 +59,7 @@ void KXGATrackerPage::follow(const QWebEngineLoadingInfo &info)
     m_isLoading = info.status() == Info::LoadStartedStatus;
     // What never came in is an error page of the engine's (which it must be allowed to make, else it does not tell). An
     // answer such as "not found" is a page like any other.
-    if (info.status() == Info::LoadFailedStatus && !info.isErrorPage() && info.errorDomain() != Info::HttpStatusCodeDomain)
+    if (info.status() == Info::LoadFailedStatus && !info.isErrorPage()
+        && info.errorDomain() != Info::HttpStatusCodeDomain)
         m_failed(KXStringWithFormat(u"%@ (%@ %d)", info.url(), info.errorString(), info.errorCode()));
 }

@@ -43,8 +43,7 @@ void KXWebHTMLBackend::NoRequests::interceptRequest(QWebEngineUrlRequestInfo &in
 }
 
 KXWebHTMLBackend::KXWebHTMLBackend(KXHTMLView *view)
-    : m_view(view)
-    , m_engineView(new QWebEngineView(view))
+    : m_engineView(new QWebEngineView(view))
 {
     m_profile.setUrlRequestInterceptor(&m_noRequests);
     auto *const page = new Page(&m_profile, view, m_engineView);

@@ -27,7 +27,6 @@ private:
         void interceptRequest(QWebEngineUrlRequestInfo &info) override;
     };
 
-    KXHTMLView *const m_view;
     NoRequests m_noRequests;
     QWebEngineProfile m_profile; // without a name: off the record. Outlives the page.
     QPointer<QWebEngineView> m_engineView;

@@ -64,7 +64,8 @@ TEST_F(BrowserMessagesTest, filesThatCannotBeReadAreListed)
     EXPECT_TRUE(strip->isVisible());
     EXPECT_EQ(strip->message(), u"3 files could not be read"_s);
     const QString info = center.newestMessage()->info();
-    EXPECT_TRUE(info.contains(u"<li>&lt;b&gt;bold.mp3: "_s) && info.contains(u"<li>a&amp;b.flac: "_s)) << info.toStdString();
+    EXPECT_TRUE(info.contains(u"<li>&lt;b&gt;bold.mp3: "_s) && info.contains(u"<li>a&amp;b.flac: "_s))
+        << info.toStdString();
 
     MessageStrip::postUnplayable(u"Night <i>drive"_s, QUrl::fromLocalFile(music.filePath(u"gone <i>.wav"_s)));
     EXPECT_EQ(strip->message(), u"Night <i>drive cannot be played (2)"_s);

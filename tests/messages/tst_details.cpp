@@ -101,7 +101,8 @@ TEST_F(DetailsTest, hostileTextsAreTextsAndNothingIsFetched)
 
 TEST_F(DetailsTest, veryManyAndVeryLongMessagesAreCut)
 {
-    center.postMessage(KXMessage::messageWithType(KXMessageTypeInfo, QString(50'000'000, u't'), QString(50'000'000, u'<')));
+    center.postMessage(
+        KXMessage::messageWithType(KXMessageTypeInfo, QString(50'000'000, u't'), QString(50'000'000, u'<')));
     for (int i = 0; i < 10'000; ++i)
         center.postMessage(KXMessage::messageWithError(KXError(u"D"_s, i, u"bad"_s)));
     KXMessageCenterDetailsViewController details;
@@ -125,7 +126,8 @@ TEST_F(DetailsTest, templatesOfHosts)
         QString html; ///< null: the framework's page
         qsizetype lines; ///< in the log
     };
-    const Case cases[] { { "{{#messages}}{{title}}|{{{infoAsHTMLString}}}|{{type}}{{/messages}}", u"a &amp; b|<b>i</b>|1"_s, 0 },
+    const Case cases[] { { "{{#messages}}{{title}}|{{{infoAsHTMLString}}}|{{type}}{{/messages}}",
+                             u"a &amp; b|<b>i</b>|1"_s, 0 },
         { "{{#messages}}{{title}}", {}, 1 }, { "", {}, 0 } };
     for (const Case &one : cases) {
         write(u"message_details_template.html"_s, one.text);

@@ -2,6 +2,7 @@
 
 #include <QPaintEvent>
 #include <QPushButton>
+#include <QShortcut>
 #include <QSignalSpy>
 #include <QTest>
 #include <gtest/gtest.h>
@@ -99,7 +100,8 @@ TEST_F(MessageTest, textsOfMessages)
     KXClockPin pin(QDateTime(QDate(2026, 3, 4), QTime(23, 30), Qt::UTC));
     KXClock::setTimeZone(QTimeZone(3600));
     KXClock::setLocale(QLocale(u"de_DE"_s));
-    const KXError error(u"com.example"_s, -7, u"a < b"_s, { { KXErrorStackTraceKey, QStringList { u"f()"_s, u"g()"_s } } });
+    const KXError error(
+        u"com.example"_s, -7, u"a < b"_s, { { KXErrorStackTraceKey, QStringList { u"f()"_s, u"g()"_s } } });
     const auto message = KXMessage::messageWithError(error);
     EXPECT_EQ(message->title(), u"a < b"_s);
     EXPECT_EQ(message->info(), u"[com.example] (-7): a < b\n\n"_s);
@@ -139,7 +141,8 @@ TEST_F(MessageTest, substitutesStandOnceAndInFront)
         { messageNews(u"news"_s), { u"news"_s, u"offline"_s } },
         { KXMessage::messageWithTitle(u"lost"_s, messageError(1, u"Net"_s)), { u"offline"_s, u"news"_s } },
         { KXMessage::messageWithError(messageError(10, u"Net"_s)), { u"bad"_s, u"offline"_s, u"news"_s } },
-        { KXMessage::messageWithError(messageError(0, u"D1"_s)), { u"shared key"_s, u"bad"_s, u"offline"_s, u"news"_s } },
+        { KXMessage::messageWithError(messageError(0, u"D1"_s)),
+            { u"shared key"_s, u"bad"_s, u"offline"_s, u"news"_s } },
     };
     for (const auto &[message, expected] : steps) {
         center.postMessage(message);
@@ -202,6 +205,9 @@ TEST_F(StripTest, selectingClearsAndHidingClearsAll)
     center.postMessage(messageNews(u"old"_s));
     center.postMessage(messageNews(u"new"_s));
     center.newestMessage()->setOnSelectionBlock(act);
+    QShortcut elsewhere(Qt::Key_Space, &window); // has the window play something
+    window.activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&window));
     strip->setFocus();
     QTest::keyClick(strip->messageButton(), Qt::Key_Space);
     EXPECT_EQ(selected, 1);
@@ -210,7 +216,7 @@ TEST_F(StripTest, selectingClearsAndHidingClearsAll)
     EXPECT_EQ(strip->message(), u"new (2)"_s); // until the next one
 
     center.postMessage(messageNews(u"next"_s));
-    QTest::mouseClick(strip->hideButton(), Qt::LeftButton);
+    QTest::keyClick(strip->hideButton(), Qt::Key_Return);
     EXPECT_EQ(host.hidden, 2);
     EXPECT_TRUE(titles().isEmpty());
     controller.messageWasSelected(strip); // nothing is left to select
@@ -278,7 +284,8 @@ TEST_F(StripTest, aStormCostsOnePaintAndNoPage)
     QTest::mouseClick(strip->messageButton(), Qt::LeftButton);
     ASSERT_TRUE(showsDetails());
     auto *const page = static_cast<KXMessageCenterDetailsViewController *>(
-        controller.messageDetailsPopover()->contentViewController())->detailsWebView();
+        controller.messageDetailsPopover()->contentViewController())
+                           ->detailsWebView();
     const QString before = page->html();
     ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
     QTest::qWait(0);

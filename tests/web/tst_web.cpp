@@ -9,12 +9,12 @@
 #include <QWebEngineView>
 #include <gtest/gtest.h>
 
+#include <kestrixkit/foundation/KXBundle.h>
 #include <kestrixkit/messages/KXMessageCenter.h>
 #include <kestrixkit/messages/views/KXMessageCenterDetailsViewController.h>
 #include <kestrixkit/messages/views/KXMessageCenterViewController.h>
 #include <kestrixkit/toolkit/KXHTMLView.h>
 #include <kestrixkit/toolkit/KXInterfaceLoader.h>
-#include <kestrixkit/foundation/KXBundle.h>
 #include <kestrixkit/web/KXGATracker.h>
 #include <kestrixkit/web/KXWeb.h>
 #include <kestrixkit/web/KXWebEngine.h>
@@ -59,7 +59,8 @@ QByteArray trackingPage(const QByteArray &more = {})
     return "<!DOCTYPE html><meta charset='utf-8'><script>var _gaq = { push: function (command) {"
            "var request = new XMLHttpRequest();"
            "request.open('GET', '/queue?' + encodeURIComponent(JSON.stringify(command)), false); request.send(); } };"
-           "</script>" + more;
+           "</script>"
+        + more;
 }
 
 /// The commands that have reached the server, as JSON.
@@ -154,7 +155,8 @@ TEST_F(WebTest, hostileTextsAreTextsAndNothingIsFetched)
     auto *const shown = qobject_cast<QWebEngineView *>(details.detailsWebView()->pageWidget());
     const QString text = shownText(shown);
     for (const QString &part : hostile)
-        EXPECT_TRUE(text.simplified().contains(QString(part).remove(u"<b>"_s).simplified().left(12))) << part.toStdString();
+        EXPECT_TRUE(text.simplified().contains(QString(part).remove(u"<b>"_s).simplified().left(12)))
+            << part.toStdString();
     for (KXHTMLView *view : { details.detailsWebView(), &bare })
         EXPECT_NE(qobject_cast<QWebEngineView *>(view->pageWidget())->title(), u"owned"_s);
     EXPECT_EQ(server.requests(), 0);
@@ -253,7 +255,8 @@ TEST_F(WebTest, onlyAPageThatBrokeOffSilencesTheTracker)
         KXGATracker tracker;
         tracker.setConsent(true);
         tracker.startTrackerUsingInitURL(url);
-        ASSERT_TRUE(QTest::qWaitFor([&] { return !tracker.isLoading() && (!fails || tracker.initPageDidFailToLoad()); }, webPatience));
+        ASSERT_TRUE(QTest::qWaitFor(
+            [&] { return !tracker.isLoading() && (!fails || tracker.initPageDidFailToLoad()); }, webPatience));
         EXPECT_EQ(tracker.initPageDidFailToLoad(), fails);
         EXPECT_EQ(log.contains(u"[KXGATracker] (initPageFailedToLoad): "_s), fails);
         // Started anew with a page that is there: for one that has failed that is no help.
@@ -267,6 +270,8 @@ TEST_F(WebTest, onlyAPageThatBrokeOffSilencesTheTracker)
     // One that never comes is loading for good, until another is asked for.
     KXGATracker tracker;
     tracker.setConsent(true);
+    tracker.trackEvent(u"c"_s, u"early"_s, {}, 1, true); // there is no page: it goes nowhere, and that was that
+    EXPECT_FALSE(tracker.payloads().constLast().sent);
     tracker.startTrackerUsingInitURL(silent.url().toString());
     QTest::qWait(300);
     EXPECT_TRUE(tracker.isLoading());
@@ -274,4 +279,6 @@ TEST_F(WebTest, onlyAPageThatBrokeOffSilencesTheTracker)
     tracker.startTrackerUsingInitURL(good.url().toString());
     EXPECT_TRUE(waitForPage(tracker));
     EXPECT_FALSE(tracker.initPageDidFailToLoad());
+    tracker.trackEvent(u"c"_s, u"early"_s, {}, 2, true);
+    EXPECT_EQ(tracker.payloads().constLast().text, good.url().toString());
 }

@@ -107,7 +107,8 @@ QWidget *messagesPage(const Texts &text)
     auto *strips = new Strips;
     strips->add(KXMessageTypeError, text("3 files could not be read"));
     strips->add(KXMessageTypeInfo, text("12 tracks were added") + u" (4)"_s, Strips::Focused);
-    strips->add(KXMessageTypeError, text("The library is kept on a disk that is not there") + u' '
+    strips->add(KXMessageTypeError,
+        text("The library is kept on a disk that is not there") + u' '
             + text("and cannot be opened until it is connected again"));
     strips->add(KXMessageTypeInfo, text("Up to date"), Strips::Pressed);
     column->addWidget(strips);
@@ -120,7 +121,8 @@ QWidget *messagesPage(const Texts &text)
         center.postMessage(KXMessage::messageWithError(KXError(u"com.example.audio"_s, 7, text("The file is cut off"),
             { { KXErrorStackTraceKey, QStringList { u"libKestrixKitAudio.so KXAudioFile::open() +0x2a"_s } } })));
         center.postMessage(KXMessage::messageWithType(KXMessageTypeError, text("3 files could not be read"),
-            u"<ul><li>one.mp3: %1</li><li>two.wav: %1</li><li>three.flac: %1</li></ul>"_s.arg(text("not a music file"))));
+            u"<ul><li>one.mp3: %1</li><li>two.wav: %1</li><li>three.flac: %1</li></ul>"_s.arg(
+                text("not a music file"))));
     }
     auto *details = new KXMessageCenterDetailsViewController(page);
     details->popoverWillShow();

@@ -318,11 +318,11 @@ const QList<Page> &pages()
         { u"audio-types"_s, audioTypesPage },
         { u"lists"_s, listsPage },
         { u"popovers"_s, popoversPage },
+        { u"messages"_s, messagesPage },
+        { u"preferences"_s, preferencesPage },
         { u"toolkit"_s, toolkitPage },
         { u"source-list"_s, sourceListPage },
         { u"presets"_s, presetsPage },
-        { u"messages"_s, messagesPage },
-        { u"preferences"_s, preferencesPage },
     };
     return all;
 }

@@ -50,8 +50,7 @@ QString detailsCut(const QString &text, qsizetype longest)
 
 std::string detailsColour(const char *key, const QPalette &palette, QPalette::ColorRole otherwise)
 {
-    const auto colour
-        = KXThemeManager::sharedManager().valueForKeyPath(QString::fromLatin1(key)).value<QColor>();
+    const auto colour = KXThemeManager::sharedManager().valueForKeyPath(QString::fromLatin1(key)).value<QColor>();
     return (colour.isValid() ? colour : palette.color(otherwise)).name().toStdString();
 }
 
@@ -76,8 +75,8 @@ KXMessageCenterDetailsViewController::KXMessageCenterDetailsViewController(QObje
     }
     if (m_detailsHTMLTemplate.isNull())
         KXLogError(messages, "There is no template for the details of messages");
-    m_theme = KXNotificationCenter::defaultCenter().addObserver(KXThemeDidChangeNotification,
-        &KXThemeManager::sharedManager(), [this](const KXNotification &) {
+    m_theme = KXNotificationCenter::defaultCenter().addObserver(
+        KXThemeDidChangeNotification, &KXThemeManager::sharedManager(), [this](const KXNotification &) {
             if (m_detailsWebView && !m_messages.isEmpty())
                 generateHTML();
         });
@@ -143,9 +142,8 @@ QString KXMessageCenterDetailsViewController::page() const
         return {};
     mustache::data list { mustache::data::type::list };
     qsizetype shown = 0;
-    for (qsizetype characters = 0; shown < std::min(m_messages.size(), detailsMostMessages)
-         && characters < detailsMostCharacters;
-         ++shown) {
+    for (qsizetype characters = 0;
+         shown < std::min(m_messages.size(), detailsMostMessages) && characters < detailsMostCharacters; ++shown) {
         const KXMessage &message = *m_messages[shown];
         const bool isError = message.type() == KXMessageTypeError;
         const QString info = plainHTML(detailsCut(message.infoAsHTMLString(), detailsLongestInfo));
@@ -174,8 +172,9 @@ QString KXMessageCenterDetailsViewController::page() const
     all["fontSize"] = std::to_string(QFontInfo(shownIn->font()).pixelSize());
     all["textColour"] = detailsColour("textColour", palette, QPalette::Text);
     all["secondaryTextColour"] = detailsColour("secondaryTextColour", palette, QPalette::PlaceholderText);
-    all["backgroundColour"] = detailsColour("panelColour", palette, QPalette::Base);
-    all["lineColour"] = detailsColour("lineColour", palette, QPalette::Mid);
+    const std::string background = detailsColour("panelColour", palette, QPalette::Base);
+    all["backgroundColour"] = background;
+    all["scheme"] = QColor(QString::fromStdString(background)).lightnessF() < 0.5F ? "dark" : "light";
 
     mustache::mustache made(m_detailsHTMLTemplate.toStdString());
     std::string html;

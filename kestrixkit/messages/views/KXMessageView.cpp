@@ -1,7 +1,7 @@
 #include <kestrixkit/messages/views/KXMessageView.h>
 
 #include <QAccessible>
-#include <QEvent>
+#include <QKeyEvent>
 #include <QPainter>
 #include <QStyleOption>
 
@@ -26,11 +26,39 @@ QColor messageTextColour()
     return colour.isValid() ? colour : Qt::white;
 }
 
-/// The line of text. Sized by its title, cut at its end where there is no room.
-class MessageTitleButton : public QPushButton
+/// Pressed by Space and Return, whatever else a window has these for.
+class MessageButton : public QPushButton
 {
 public:
     using QPushButton::QPushButton;
+
+protected:
+    bool event(QEvent *event) override
+    {
+        if (event->type() == QEvent::ShortcutOverride && isPress(static_cast<QKeyEvent *>(event)))
+            event->accept();
+        return QPushButton::event(event);
+    }
+    void keyPressEvent(QKeyEvent *event) override
+    {
+        if (isPress(event) && event->key() != Qt::Key_Space)
+            click();
+        else
+            QPushButton::keyPressEvent(event);
+    }
+
+private:
+    static bool isPress(const QKeyEvent *event)
+    {
+        return event->key() == Qt::Key_Space || event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter;
+    }
+};
+
+/// The line of text. Sized by its title, cut at its end where there is no room.
+class MessageTitleButton : public MessageButton
+{
+public:
+    using MessageButton::MessageButton;
 
     QSize sizeHint() const override
     {
@@ -53,10 +81,10 @@ protected:
 };
 
 /// A cross, with a plate behind it while it is pressed.
-class MessageHideButton : public QPushButton
+class MessageHideButton : public MessageButton
 {
 public:
-    using QPushButton::QPushButton;
+    using MessageButton::MessageButton;
 
     QSize sizeHint() const override { return { messageHideSide, messageHideSide }; }
 
@@ -92,8 +120,8 @@ KXMessageView::KXMessageView(QWidget *parent)
     setFocusProxy(m_messageButton);
     connect(m_messageButton, &QPushButton::clicked, this, [this] { show(m_messageButton); });
     connect(m_hideButton, &QPushButton::clicked, this, [this] { hide(m_hideButton); });
-    m_theme = KXNotificationCenter::defaultCenter().addObserver(KXThemeDidChangeNotification,
-        &KXThemeManager::sharedManager(), [this](const KXNotification &) { update(); });
+    m_theme = KXNotificationCenter::defaultCenter().addObserver(
+        KXThemeDidChangeNotification, &KXThemeManager::sharedManager(), [this](const KXNotification &) { update(); });
 }
 
 KXMessageView::~KXMessageView() = default;

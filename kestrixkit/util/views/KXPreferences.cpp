@@ -37,8 +37,8 @@ protected:
         const QRect room = option.rect.adjusted(0, preferencesItemPadding, 0, -preferencesItemPadding);
         const QRect image(room.topLeft(), QSize(room.width(), option.iconSize.height()));
         KXControlPainter::icon(painter, image, option.icon, textColour(option), option.state);
-        KXControlPainter::text(painter, room, Qt::AlignHCenter | Qt::AlignBottom | Qt::TextShowMnemonic, option.text,
-            textColour(option));
+        KXControlPainter::text(
+            painter, room, Qt::AlignHCenter | Qt::AlignBottom | Qt::TextShowMnemonic, option.text, textColour(option));
     }
 };
 
@@ -233,7 +233,8 @@ void KXPreferences::showSelected(bool animated)
         QWidget *const view = m_selected->view();
         auto known = m_sizes.find(m_selected.data());
         if (known == m_sizes.end()) // later on it has the size that it was shown in
-            known = m_sizes.insert(m_selected.data(), view->testAttribute(Qt::WA_Resized) ? view->size() : view->sizeHint());
+            known = m_sizes.insert(
+                m_selected.data(), view->testAttribute(Qt::WA_Resized) ? view->size() : view->sizeHint());
         size = known->expandedTo(view->minimumSizeHint());
         m_selected->appearIn(m_activeContentView);
         m_window->setWindowTitle(m_selected->preferencesSectionName());

@@ -55,7 +55,8 @@ protected:
     ~PreferencesTest() override { KXAnimationGroup::setAnimationsEnabled(true); }
     QSize contentSize() { return preferences.activeContentView()->size(); }
 
-    PaneViewController small { u"small"_s, { 201, 101 } }, large { u"large"_s, { 803, 399 } }, same { u"small"_s, { 90, 90 } };
+    PaneViewController small { u"small"_s, { 201, 101 } }, large { u"large"_s, { 803, 399 } },
+        same { u"small"_s, { 90, 90 } };
     KXPreferences preferences;
 };
 
