@@ -68,8 +68,8 @@ public:
     void setColumnShown(const QString &identifier, bool shown);
     /// As setTableColumns() said.
     void resetColumns();
-    /// To choose columns and the order by: the header's context menu, for the menu bar, too. Made with the table.
-    [[nodiscard]] QMenu *columnsMenu() const;
+    /// To choose columns and the order by: the header's context menu, for the menu bar, too. The table owns it.
+    [[nodiscard]] QMenu *columnsMenu();
 
     /// The key of the layout in the user defaults; null or empty for none. Another name than before is loaded at once.
     [[nodiscard]] const QString &columnPresetsName() const { return m_columnPresetsName; }
@@ -161,8 +161,8 @@ private:
     bool m_showingSort = false;
 
     KXTableViewDelegate *m_delegate = nullptr;
-    KXMenu *m_columnsMenu;
-    QMenu *m_sortMenu; // a part of it
+    KXMenu *m_columnsMenu = nullptr; // made when first asked for
+    QMenu *m_sortMenu = nullptr; // a part of it
     QPointer<QMenu> m_menu;
     QPersistentModelIndex m_trackedCell;
     QPersistentModelIndex m_clickedCell;
