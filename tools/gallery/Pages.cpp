@@ -317,6 +317,7 @@ const QList<Page> &pages()
         { u"lists"_s, listsPage },
         { u"popovers"_s, popoversPage },
         { u"toolkit"_s, toolkitPage },
+        { u"table"_s, tablePage },
     };
     return all;
 }

@@ -20,8 +20,9 @@ struct Page
 
 const QList<Page> &pages();
 
-// Pages of the toolkit's views.
+// Pages in files of their own.
 QWidget *toolkitPage(const Texts &text);
+QWidget *tablePage(const Texts &text);
 
 /// What a page marks a widget with that is also to be shown with the focus.
 inline constexpr const char *focusProperty = "galleryFocus";
