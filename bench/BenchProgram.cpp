@@ -1,5 +1,7 @@
 #include "BenchProgram.h"
 
+#include <optional>
+
 #include <QCoreApplication>
 
 void BenchProgram::add(const char *name, std::function<void(benchmark::State &)> function)

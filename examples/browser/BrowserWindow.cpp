@@ -22,7 +22,10 @@
 
 #include "BrowserStyle.h"
 #include "GenreDialog.h"
+#include "PresetCommands.h"
+#include "PresetLibrary.h"
 #include "Preview.h"
+#include "SourceColumn.h"
 #include "TrackTableView.h"
 
 using namespace Qt::StringLiterals;
@@ -95,7 +98,8 @@ BrowserWindow::~BrowserWindow()
     m_editor.save();
     // These follow the context and go before it.
     delete m_preview;
-    delete m_presets;
+    delete m_presetLibrary;
+    delete m_sources;
     delete m_table;
     delete m_model;
 }
@@ -103,6 +107,7 @@ BrowserWindow::~BrowserWindow()
 void BrowserWindow::closeEvent(QCloseEvent *event)
 {
     m_table->commitOpenEditor();
+    m_sources->commit();
     if (m_editor.save())
         QMainWindow::closeEvent(event);
     else
@@ -119,6 +124,10 @@ void BrowserWindow::buildMenu()
     redo->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Z));
     edit->addActions({ undo, redo });
     m_undoActions = { undo, redo };
+    edit->addSeparator();
+    m_sources = new SourceColumn(m_context);
+    const PresetCommands &commands = m_sources->commands();
+    edit->addActions({ commands.copy, commands.paste, commands.duplicate, commands.rename, commands.remove });
     edit->addSeparator();
     QMenu *rating = edit->addMenu(tr("&Rating"));
     rating->setAccessibleName(tr("Rating"));
@@ -139,8 +148,12 @@ void BrowserWindow::buildMenu()
     connect(m_lightAction, &QAction::toggled, this, [](bool light) { BrowserStyle::setDark(!light); });
     QMenu *presets = menuBar()->addMenu(tr("&Presets"));
     presets->setAccessibleName(tr("Presets"));
-    m_presets = new PresetMenu(m_context, presets, this);
-    connect(m_presets, &PresetMenu::picked, this, &BrowserWindow::showPreset);
+    presets->addActions({ commands.newFolder, m_sources->saveAsPreset() });
+    connect(m_sources, &SourceColumn::picked, this, &BrowserWindow::showPreset);
+    connect(m_sources, &SourceColumn::opened, this, [this] { m_table->setFocus(); });
+    m_presetLibrary = new PresetLibrary(m_context, this);
+    connect(m_presetLibrary, &PresetLibrary::picked, this, &BrowserWindow::showPicked);
+    connect(m_sources, &SourceColumn::countingDidBegin, m_presetLibrary, &PresetLibrary::countWith);
 }
 
 void BrowserWindow::buildHeader()
@@ -160,6 +173,7 @@ void BrowserWindow::buildHeader()
     bar->addWidget(gap);
     bar->addWidget(toolButton(m_undoActions[0], u"undo"_s));
     bar->addWidget(toolButton(m_undoActions[1], u"redo"_s));
+    bar->addWidget(m_presetLibrary->button());
     auto *space = new QWidget;
     space->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
     bar->addWidget(space);
@@ -204,7 +218,7 @@ void BrowserWindow::buildTable()
     auto *centre = new QVBoxLayout(m_table->viewport());
     centre->addWidget(m_emptyText);
     m_emptyText->hide();
-    setCentralWidget(m_table);
+    setCentralWidget(m_sources->beside(m_table));
 }
 
 void BrowserWindow::buildStatus()
@@ -278,11 +292,22 @@ void BrowserWindow::renameGenre()
         (new GenreDialog(&m_editor, genres, this))->open();
 }
 
-void BrowserWindow::showPreset(const KXPredicate &predicate, const QString &title)
+void BrowserWindow::showPreset(const KXPredicate &predicate, const QString &title, const QString &emptyText)
 {
-    m_model->setFilter(predicate);
+    m_emptyReason = emptyText;
+    if (predicate != m_model->filter())
+        m_model->setFilter(predicate);
     m_title->setText(title.isEmpty() ? tr("Library") : title);
     showSummary();
+}
+
+/// The column shows all of the preset in the next turn; what was picked of it comes after that.
+void BrowserWindow::showPicked(
+    const KXRef<KXFilterSetPreset> &preset, const KXPredicate &predicate, const QString &title)
+{
+    m_sources->presets()->selectItem(preset.get());
+    KXMainQueue::async(
+        this, [this, predicate, title] { showPreset(predicate, title, tr("No music in this preset")); });
 }
 
 // Importing
@@ -334,7 +359,8 @@ void BrowserWindow::showSummary()
         reasons.append(u"%1: %2"_s.arg(file.file, file.reason));
     }
     m_summary->setToolTip(reasons.join(u'\n'));
-    m_emptyText->setText(m_model->isFiltered() ? tr("No music in this preset") : tr("No music in the library yet"));
+    m_emptyText->setText(m_model->isFiltered() && !m_emptyReason.isEmpty() ? m_emptyReason
+                                                                           : tr("No music in the library yet"));
     m_emptyText->setVisible(tracks == 0 && !m_import);
 }
 
@@ -379,5 +405,6 @@ void BrowserWindow::finishImport(const std::weak_ptr<ImportOperation> &operation
     if (!error.isEmpty())
         m_status->setText(error);
     showSummary();
+    m_sources->musicDidChange();
     Q_EMIT importFinished(error);
 }

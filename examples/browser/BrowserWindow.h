@@ -10,16 +10,19 @@
 
 #include "ImportOperation.h"
 #include "LibraryEditor.h"
-#include "PresetMenu.h"
 #include "TrackTableModel.h"
 
+class KXFilterSetPreset;
+class PresetLibrary;
 class Preview;
 class QLabel;
 class QProgressBar;
 class QPushButton;
+class SourceColumn;
 class TrackTableView;
 
-/// The library's window: its tracks in a sortable table, a summary above and the import's progress below.
+/// The library's window: its places and presets to the left, the tracks of what is selected there in a sortable table, a
+/// summary above and the import's progress below.
 ///
 /// Imports run in the background; the table follows what they save row by row, so that tracks show up as they are
 /// found. Ratings, comments and names of genres can be edited and that be undone; closing saves.
@@ -36,6 +39,7 @@ public:
 
     [[nodiscard]] TrackTableModel *model() const { return m_model; }
     [[nodiscard]] TrackTableView *table() const { return m_table; }
+    [[nodiscard]] SourceColumn *sources() const { return m_sources; }
     [[nodiscard]] const KXManagedObjectContext::Ref &context() const { return m_context; }
 
 Q_SIGNALS:
@@ -54,7 +58,9 @@ private:
     void rateSelected(int stars);
     void editComment();
     void renameGenre();
-    void showPreset(const KXPredicate &predicate, const QString &title);
+    void showPicked(
+        const KXRef<KXFilterSetPreset> &preset, const KXPredicate &predicate, const QString &title);
+    void showPreset(const KXPredicate &predicate, const QString &title, const QString &emptyText = {});
     [[nodiscard]] QList<KXRef<Track>> selectedTracks() const;
     /// Of the current track, in the order of their names.
     [[nodiscard]] QList<KXRef<Genre>> currentGenres() const;
@@ -67,7 +73,9 @@ private:
     LibraryEditor m_editor { m_context };
     TrackTableModel *m_model;
     TrackTableView *m_table;
-    PresetMenu *m_presets;
+    SourceColumn *m_sources;
+    PresetLibrary *m_presetLibrary;
+    QString m_emptyReason; // why the table is empty, where it is
     QList<QAction *> m_ratingActions; // by stars
     QList<QAction *> m_undoActions; // undo, redo
     QAction *m_lightAction;

@@ -2,6 +2,8 @@
 
 #include <kestrixkit/filters/KXFilters.h>
 
+#include "LibraryPlaces.h"
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -54,6 +56,7 @@ KXEntityDescription trackEntity()
 void Library::registerEntities()
 {
     KXFilters::registerEntities();
+    LibraryPlaces::registerEntity();
     Track::registerEntity();
     Artist::registerEntity();
     Album::registerEntity();

@@ -18,6 +18,11 @@ inline constexpr QLatin1StringView contextIdentifier { "library" };
 /// with an error, and without a trace, where the store takes none.
 bool install(KXManagedObjectContext &context, KXError *error = nullptr);
 
+/// A preset of a genre's tracks or, without one, of those added lately; last on the top level. One step to undo, saved.
+/// Empty where the store takes none.
+KXRef<KXFilterSetPreset> makeOfPlace(
+    KXManagedObjectContext &context, const KXRef<Genre> &genre, const QString &title);
+
 /// What holds for every track that is shown: its file is there.
 KXPredicate base();
 /// The tracks of a library, as presets are counted there.

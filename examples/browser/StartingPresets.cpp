@@ -1,10 +1,12 @@
 // The presets that a library begins with.
 
+#include <QCoreApplication>
+
 #include <kestrixkit/filters/KXDateFilter.h>
 #include <kestrixkit/filters/KXFacetFilter.h>
 #include <kestrixkit/filters/KXFilterSet.h>
 #include <kestrixkit/filters/KXRangeFilter.h>
-#include <kestrixkit/foundation/KXUndoGuards.h>
+#include <kestrixkit/foundation/KXUndoManager.h>
 
 #include "Presets.h"
 
@@ -33,6 +35,12 @@ public:
         if (!genres.isEmpty())
             makeExclusions(m_mostCommonGenre);
         add({}, u"Four Stars and More"_s, { range(u"rating"_s, u"Rating"_s, 4, {}) });
+    }
+
+    KXRef<KXFilterSetPreset> makeOfPlace(const KXRef<Genre> &of, const QString &title)
+    {
+        m_topLevel = Presets::children(m_context, {}).size();
+        return add({}, title, { of ? genre(of->name()) : date(KXDateRange::Last30Days) });
     }
 
 private:
@@ -214,4 +222,18 @@ bool Presets::install(KXManagedObjectContext &context, KXError *error)
     }
     const KXUndoRegistrationOff unrecorded(context.undoManager());
     return child->save(error) && context.save(error);
+}
+
+KXRef<KXFilterSetPreset> Presets::makeOfPlace(
+    KXManagedObjectContext &context, const KXRef<Genre> &genre, const QString &title)
+{
+    KXRef<KXFilterSetPreset> preset;
+    try {
+        const KXUndoGroup group(context.undoManager(), QCoreApplication::translate("Presets", "New Preset"));
+        preset = StartingPresets(context).makeOfPlace(genre, title);
+    } catch (const KXError &) {
+        return {}; // which has been logged
+    }
+    context.save();
+    return preset;
 }

@@ -57,6 +57,7 @@ public:
     [[nodiscard]] static KXSortDescriptor sortDescriptor(Column column);
     /// Shows only the tracks that match; all of them for an absent predicate.
     void setFilter(const KXPredicate &filter);
+    [[nodiscard]] const KXPredicate &filter() const { return m_filter; }
     [[nodiscard]] bool isFiltered() const { return bool(m_filter); }
 
     /// Typing looks for a row by its text only in libraries small enough to be read through.

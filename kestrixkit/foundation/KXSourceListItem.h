@@ -37,11 +37,16 @@ public:
     /// Whether it may be dragged.
     [[nodiscard]] virtual bool canBeRepositioned() const { return true; }
     [[nodiscard]] virtual bool canBeParentForItem(const KXSourceListItem *item) const = 0;
+    /// Null stands for the top level.
     [[nodiscard]] virtual bool canBeChildForItem(const KXSourceListItem *) const { return true; }
     /// Whether the item stands above this one. Kinds of items differ in what they say of themselves.
     [[nodiscard]] virtual bool isDescendantOfItem(const KXSourceListItem *item) const { return hasAncestor(item); }
     /// Remembers that its row was opened or closed.
-    virtual void setExpanded(bool) { }
+    virtual void setExpanded(const bool &) { }
+    /// Whether dragging can copy it.
+    [[nodiscard]] virtual bool canBeDuplicated() const { return false; }
+    /// The copy, owned by whoever owns the item; nullptr where there is none. It has neither place nor parent yet.
+    virtual KXSourceListItem *duplicateItem() { return nullptr; }
 
     [[nodiscard]] virtual QIcon image() const { return {}; }
     /// Of the item's controller, and the controller itself; both null for items without one.

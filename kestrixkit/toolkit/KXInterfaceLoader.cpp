@@ -13,6 +13,7 @@
 #include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/theme/controls/KXBadge.h>
 #include <kestrixkit/theme/controls/KXHyperlinkButton.h>
+#include <kestrixkit/theme/controls/KXPlaceholderView.h>
 #include <kestrixkit/theme/controls/KXPopoverFrame.h>
 #include <kestrixkit/theme/controls/KXSelectionBar.h>
 #include <kestrixkit/theme/controls/KXStarRating.h>
@@ -28,6 +29,7 @@
 #include <kestrixkit/theme/controls/KXThemeableTableView.h>
 #include <kestrixkit/theme/controls/KXThemeableTextField.h>
 #include <kestrixkit/theme/controls/KXThemeableView.h>
+#include <kestrixkit/toolkit/KXSourceListView.h>
 
 using namespace Qt::StringLiterals;
 
@@ -130,12 +132,13 @@ KXInterfaceLoader::KXInterfaceLoader()
     m_builder->factories = &m_factories;
     m_builder->setLanguageChangeEnabled(true);
     registerControls();
+    registerWidget<KXSourceListView>();
 }
 
 void KXInterfaceLoader::registerControls()
 {
     const auto all = [this]<typename... Widgets>() { (registerWidget<Widgets>(), ...); };
-    all.operator()<KXBadge, KXHyperlinkButton, KXPopoverFrame, KXSelectionBar, KXStarRating, KXThemeableButton,
+    all.operator()<KXBadge, KXHyperlinkButton, KXPlaceholderView, KXPopoverFrame, KXSelectionBar, KXStarRating, KXThemeableButton,
         KXThemeableControl, KXThemeableOutlineView, KXThemeablePopUpButton, KXThemeableProgressIndicator,
         KXThemeableScrollView, KXThemeableSegmentedControl, KXThemeableSpinningProgressIndicator,
         KXThemeableTableView, KXThemeableTextField, KXThemeableView>();

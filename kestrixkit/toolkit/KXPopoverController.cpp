@@ -37,8 +37,10 @@ KXPopoverController::KXPopoverController(KXViewController *content, QObject *par
     : KXObject(parent)
     , m_content(content)
 {
-    if (content)
-        connect(content, &QObject::destroyed, this, &KXPopoverController::close);
+    if (!content)
+        return;
+    content->setPopoverController(this);
+    connect(content, &QObject::destroyed, this, &KXPopoverController::close);
 }
 
 KXPopoverController::~KXPopoverController()

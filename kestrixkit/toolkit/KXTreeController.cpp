@@ -199,6 +199,28 @@ KXRef<Object> KXTreeController::parentOf(const Object *object) const
     return m_parentKey.isEmpty() || !object ? KXRef<Object>() : object->valueForKey(m_parentKey).value<KXRef<Object>>();
 }
 
+/// Where nothing is known yet and every object has its place in the tree: all levels by one fetch, those of leaves
+/// included. False where that fails.
+bool KXTreeController::readTree()
+{
+    const KXManagedObjectContext::Ref context = m_context.lock();
+    if (!context || !m_levels.empty() || m_request.rootPredicate || m_parentKey.isEmpty())
+        return true;
+    constexpr int objectsAtOnce = 20'000;
+    KXFetchRequest request(m_entity->name());
+    const KXFetchedList all = context->fetch(
+        request.setSortDescriptors(m_request.sortDescriptors).setFetchBatchSize(objectsAtOnce));
+    if (all.isNull())
+        return false;
+    m_levels.reserve(size_t(all.size()) + 1);
+    for (const KXRef<Object> &object : all) {
+        m_levels.try_emplace(treeKey(object));
+        if (const KXRef<Object> parent = parentOf(object.get()))
+            m_levels[treeKey(parent)].push_back(object);
+    }
+    return true;
+}
+
 /// Adds what lies below the parents and is not known yet; a fetch for all of them. False where that fails.
 bool KXTreeController::readLevels(std::span<const KXRef<Object>> parents)
 {
@@ -239,7 +261,7 @@ void KXTreeController::rearrange()
         std::vector<std::pair<qint64, Objects>> wanted;
         std::unordered_set<qint64> living;
         Objects depth { {} };
-        m_complete = true;
+        m_complete = readTree();
         while (m_complete && !depth.empty()) {
             m_complete = readLevels(depth);
             Objects next;

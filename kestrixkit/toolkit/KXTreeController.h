@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <span>
 #include <unordered_map>
@@ -79,6 +80,11 @@ public:
     /// Invalid for the root and for nullptr.
     [[nodiscard]] QModelIndex indexForNode(const KXTreeNode *node) const;
 
+    /// What rows show beside their titles: asked first, for each role; what it answers nothing valid for is answered as
+    /// ever. Whoever sets it takes it away before it goes.
+    using RowData = std::function<QVariant(const KXTreeNode &node, int role)>;
+    void setRowData(RowData rowData);
+
     // Selection
 
     /// For views to share.
@@ -131,6 +137,7 @@ private:
     void follow(const KXObjectsDidChange &did);
     [[nodiscard]] bool forgetChangedLevels(const KXObjectsDidChange &did);
     void rearrange();
+    [[nodiscard]] bool readTree();
     [[nodiscard]] bool readLevels(std::span<const KXRef<KXManagedObject>> parents);
     [[nodiscard]] KXRef<KXManagedObject> parentOf(const KXManagedObject *object) const;
     void arrange(KXTreeNode &parent, const Objects &wanted);
@@ -157,6 +164,7 @@ private:
     QSet<const KXEntityDescription *> m_remoteRoots; // of entities whose values sort, too
     std::unique_ptr<class KXLiveList> m_rootList; // follows the context before the tree does
 
+    RowData m_rowData;
     std::unique_ptr<KXTreeNode> m_root;
     std::unordered_map<qint64, KXTreeNode *> m_nodes;
     std::vector<qint64> m_rootKeys; // of the root list as last read

@@ -57,6 +57,8 @@ QModelIndex KXTreeController::indexForNode(const KXTreeNode *node) const
     return node && node->m_parent ? createIndex(node->m_row, 0, node) : QModelIndex();
 }
 
+void KXTreeController::setRowData(RowData rowData) { m_rowData = std::move(rowData); }
+
 // Selection
 
 void KXTreeController::select(const QList<const KXTreeNode *> &nodes)
@@ -151,6 +153,8 @@ QVariant KXTreeController::data(const QModelIndex &index, int role) const
     const KXTreeNode *node = nodeForIndex(index);
     if (!node)
         return {};
+    if (const QVariant given = m_rowData ? m_rowData(*node, role) : QVariant(); given.isValid())
+        return given;
     const auto *item = dynamic_cast<const KXSourceListItem *>(node->m_object.get());
     switch (role) {
     case ObjectRole:

@@ -4,6 +4,7 @@
 
 #include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/toolkit/KXNavigationStack.h>
+#include <kestrixkit/toolkit/KXPopoverController.h>
 
 using namespace Qt::StringLiterals;
 
@@ -31,6 +32,13 @@ void KXViewController::setTitle(const QString &title)
     didChangeValueForKey(u"title");
     Q_EMIT titleChanged();
 }
+
+KXPopoverController *KXViewController::popoverController() const
+{
+    return static_cast<KXPopoverController *>(m_popover.data());
+}
+
+void KXViewController::setPopoverController(KXPopoverController *popover) { m_popover = popover; }
 
 QWidget *KXViewController::view()
 {

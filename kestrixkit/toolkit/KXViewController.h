@@ -8,6 +8,7 @@
 #include <kestrixkit/toolkit/KXInterfaceLoader.h>
 
 class KXNavigationStack;
+class KXPopoverController;
 
 /// A view and what it does: base of all controllers of views.
 ///
@@ -42,6 +43,10 @@ public:
     [[nodiscard]] KXNavigationStack *navigationStack() const { return m_navigationStack; }
     void setNavigationStack(KXNavigationStack *stack) { m_navigationStack = stack; }
 
+    /// The popover that it is the content of; nullptr for none.
+    [[nodiscard]] KXPopoverController *popoverController() const;
+    void setPopoverController(KXPopoverController *popover);
+
     // Told by whoever embeds the view, before and after; popovers tell their content of themselves, too. Overriding
     // ones call the base's.
 
@@ -74,5 +79,6 @@ private:
     QString m_title;
     QPointer<QWidget> m_view;
     KXNavigationStack *m_navigationStack = nullptr;
+    QPointer<QObject> m_popover;
     bool m_hasAppeared = false;
 };

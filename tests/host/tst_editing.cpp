@@ -217,15 +217,16 @@ TEST_F(EditingTest, everyEntryOfTheMenuHasANameAndKeysAreUsedOnce)
             }
             ++entries;
             EXPECT_FALSE(needsTracks && action->isEnabled()) << "in an empty library: " << action->text().toStdString();
-            if (!action->shortcut().isEmpty()) {
+            // Those of a list alone may mean something else in the window.
+            if (!action->shortcut().isEmpty() && action->shortcutContext() != Qt::WidgetShortcut) {
                 EXPECT_FALSE(keys.contains(action->shortcut()));
                 keys.insert(action->shortcut());
             }
         }
     };
-    visit(window->menuBar()->actions().mid(0, 2)); // Edit and Presets
+    visit(window->menuBar()->actions().mid(0, 1)); // Edit
     needsTracks = false;
-    visit(window->menuBar()->actions().mid(2));
+    visit(window->menuBar()->actions().mid(1));
     EXPECT_GE(entries, 10);
     EXPECT_GE(keys.size(), 9);
 }

@@ -1,15 +1,11 @@
 // The library's presets: what they map and how they are counted.
 
-#include <QMenu>
-#include <QMenuBar>
 #include <QTest>
 
 #include <kestrixkit/filters/KXFilterSetPresetCountsScheduler.h>
 #include <kestrixkit/filters/KXFilterSetPresetsManager.h>
 #include <kestrixkit/filters/KXRangeFilter.h>
-#include <kestrixkit/foundation/KXUndoManager.h>
 
-#include <BrowserWindow.h>
 #include <PresetMapper.h>
 #include <Presets.h>
 
@@ -18,40 +14,6 @@
 using namespace Qt::StringLiterals;
 
 using PresetsTest = LibraryTest;
-
-TEST_F(PresetsTest, filterTheTableFromTheMenu)
-{
-    for (int i = 0; i < 6; ++i)
-        add(u"t%1"_s.arg(i), 120.0 + i);
-    save();
-    BrowserWindow window(coordinator);
-    window.show();
-    auto *menu = window.menuBar()->actions().at(1)->menu();
-    menu->popup(QPoint(0, 0));
-    const auto action = [menu](const QString &folder, const QString &title) -> QAction * {
-        for (const QAction *submenu : menu->actions()) {
-            for (QAction *candidate :
-                submenu->menu() && submenu->text() == folder ? submenu->menu()->actions() : QList<QAction *>()) {
-                if (candidate->text().section(u'\t', 0, 0) == title)
-                    return candidate;
-            }
-        }
-        return nullptr;
-    };
-    QAction *slower = action(u"Tempo"_s, u"118 to 124"_s);
-    ASSERT_TRUE(slower);
-    EXPECT_TRUE(QTest::qWaitFor([&] { return slower->text() == u"118 to 124\t4"_s; }, 60'000))
-        << slower->text().toStdString();
-    EXPECT_EQ(action(u"Tempo"_s, u"160 and More"_s)->text(), u"160 and More"_s); // no badge for nothing
-    slower->trigger();
-    EXPECT_EQ(window.model()->rowCount(), 4);
-    window.model()->sort(TrackTableModel::Title, Qt::AscendingOrder);
-    EXPECT_EQ(window.model()->rowCount(), 4);
-    menu->actions().first()->trigger();
-    EXPECT_EQ(window.model()->rowCount(), 6);
-    EXPECT_FALSE(window.context()->undoManager()->canUndo());
-    EXPECT_FALSE(window.context()->hasChanges());
-}
 
 TEST_F(PresetsTest, areCountedInTheBackgroundAsTheReportCountsThem)
 {

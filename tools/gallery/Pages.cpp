@@ -31,6 +31,8 @@
 #include <kestrixkit/theme/controls/KXThemeableTextField.h>
 #include <kestrixkit/theme/controls/KXThemeableView.h>
 
+#include "SourceListPage.h"
+
 using namespace Qt::StringLiterals;
 
 namespace gallery {
@@ -318,6 +320,8 @@ const QList<Page> &pages()
         { u"popovers"_s, popoversPage },
         { u"toolkit"_s, toolkitPage },
         { u"table"_s, tablePage },
+        { u"source-list"_s, sourceListPage },
+        { u"presets"_s, presetsPage },
     };
     return all;
 }

@@ -20,7 +20,10 @@ struct Page
 
 const QList<Page> &pages();
 
-// Pages in files of their own.
+/// The presets library.
+QWidget *presetsPage(const Texts &text);
+
+// Pages of views outside of the controls, in files of their own.
 QWidget *toolkitPage(const Texts &text);
 QWidget *tablePage(const Texts &text);
 

@@ -30,8 +30,10 @@ QWidget *tablePage(const Texts &text)
             new QStandardItem(QString::number(118.5 + row, 'f', 1)), new QStandardItem(text("Yesterday")) };
         for (const int right : { 3, 4 })
             items[right]->setTextAlignment(Qt::AlignRight | Qt::AlignVCenter);
+        QIcon icon(u":/kestrixkit/icons/library.svg"_s);
+        icon.setIsMask(true);
         if (row == 0)
-            items[0]->setIcon(QIcon(u":/kestrixkit/icons/library.svg"_s));
+            items[0]->setIcon(icon);
         for (QStandardItem *item : items)
             item->setEnabled(row != 3);
         model->appendRow(items);

@@ -87,4 +87,9 @@ void KXThemeableOutlineView::drawBranches(QPainter *painter, const QRect &rect, 
     KXControlPainter::chevron(*painter, place.center(), 7, isExpanded(index) ? 0 : rightToLeft ? 90 : -90, colour);
 }
 
-void KXThemeableOutlineView::setNeedsDisplay() { viewport()->update(); }
+void KXThemeableOutlineView::setNeedsDisplay()
+{
+    // Where the application has a style sheet the viewport keeps the palette that it got first.
+    viewport()->setPalette(palette());
+    viewport()->update();
+}

@@ -120,7 +120,8 @@ Q_SIGNALS:
 protected:
     /// Has the model sort its rows. This one sorts by the first descriptor with QAbstractItemModel::sort().
     virtual void sortRows(const QList<KXSortDescriptor> &descriptors);
-    /// Paints a cell on its row: the model's text, and its decoration in front.
+    /// Paints a cell on its row: the model's text, and its decoration in front; an icon that is a mask in the text's
+    /// colour.
     virtual void drawCell(QPainter &painter, const KXTableCell &cell) const;
     /// One line in the middle of the rectangle, cut with an ellipsis where it does not fit, in the painter's pen.
     void drawText(QPainter &painter, const QRect &rect, Qt::Alignment alignment, const QString &text) const;

@@ -1,0 +1,326 @@
+#include "SourceColumn.h"
+
+#include <QAction>
+#include <QBoxLayout>
+#include <QCryptographicHash>
+#include <QLabel>
+
+#include <kestrixkit/foundation/KXLog.h>
+#include <kestrixkit/foundation/KXMainQueue.h>
+#include <kestrixkit/foundation/KXUserDefaults.h>
+#include <kestrixkit/store/KXPersistentStore.h>
+#include <kestrixkit/theme/KXStandardTheme.h>
+#include <kestrixkit/theme/KXThemeManager.h>
+#include <kestrixkit/theme/KXThemeStyleNames.h>
+#include <kestrixkit/theme/controls/KXThemeableButton.h>
+#include <kestrixkit/theme/controls/KXThemeableTextField.h>
+#include <kestrixkit/theme/controls/KXThemeableView.h>
+
+#include "BrowserStyle.h"
+#include "LibraryPlaces.h"
+#include "PresetCommands.h"
+#include "PresetMapper.h"
+#include "Presets.h"
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr double countDelay = 0.1; // seconds after the window is shown: the first picture comes first
+constexpr qsizetype mostShownTogether = 200;
+
+// What is remembered of one library is not to be taken for another's.
+QString suffixOf(const KXManagedObjectContext &context)
+{
+    const QByteArray file = context.persistentStoreCoordinator()->store()->URL().toEncoded();
+    return QString::fromLatin1(QCryptographicHash::hash(file, QCryptographicHash::Sha1).toHex().left(8));
+}
+
+} // namespace
+
+SourceColumn::SourceColumn(KXManagedObjectContext::Ref context, QWidget *parent)
+    : KXThemeableSplitView(Qt::Vertical, parent)
+    , m_context(std::move(context))
+    , m_manager(std::make_shared<KXFilterSetPresetsManager>(m_context))
+    , m_mapper(std::make_shared<PresetMapper>())
+    , m_places(new LibraryPlaces(m_context, this))
+    , m_autosaveSuffix(suffixOf(*m_context))
+{
+    setThemeStyleName(KXSplitViewStyles);
+    m_themeChanges = KXNotificationCenter::defaultCenter().addObserver(KXThemeDidChangeNotification,
+        &KXThemeManager::sharedManager(), [this](const KXNotification &) { m_icons.clear(); });
+    m_manager->registerFilterSetMapper(m_mapper, m_context);
+    KXFilterSetPresetsManager::setSharedManager(m_manager);
+
+    KXTreeRequest presets { QString(KXFilterSetPreset::entityName) };
+    presets.sortDescriptors = { { u"position"_s } };
+    m_placesTree = std::make_unique<KXTreeController>(m_context, LibraryPlaces::request());
+    m_presetsTree = std::make_unique<KXTreeController>(m_context, presets);
+    makeList(m_library, m_placesTree.get(), tr("Library"), u"browser.library."_s + m_autosaveSuffix);
+    makeList(m_presets, m_presetsTree.get(), tr("Presets"), u"browser.presets."_s + m_autosaveSuffix);
+    m_library->setRootItem(m_places->place(LibraryPlaces::AllTracks));
+    m_presets->setCountsContextIdentifier(QString(Presets::contextIdentifier));
+    m_presets->sourceListView()->setPlaceholderText(
+        tr("No presets yet.\nThe button above makes a folder; “Save as Preset” makes a preset of a genre."));
+
+    m_commands = new PresetCommands(m_presets.get());
+    m_saveAsPreset = new QAction(tr("&Save as Preset"), this);
+    m_saveAsPreset->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_P));
+    m_saveAsPreset->setEnabled(false);
+    connect(m_saveAsPreset, &QAction::triggered, this, &SourceColumn::savePlaceAsPreset);
+    auto *const menu = new QMenu(m_library->sourceListView());
+    menu->addAction(m_saveAsPreset);
+    m_library->sourceListView()->setContextMenu(menu);
+
+    addWidget(section(tr("Library"), m_library.get(), {}));
+    addWidget(section(tr("Presets"), m_presets.get(), { m_commands->newFolder }));
+    setChildrenCollapsible(false);
+    setStretchFactor(1, 1);
+    setSizes({ 240, 480 });
+}
+
+SourceColumn::~SourceColumn()
+{
+    commit();
+    if (KXFilterSetPresetsManager::sharedManager() == m_manager)
+        KXFilterSetPresetsManager::setSharedManager(nullptr);
+}
+
+void SourceColumn::makeList(std::unique_ptr<KXSourceListViewController> &list, KXTreeController *tree,
+    const QString &name, const QString &autosaveName)
+{
+    list = std::make_unique<KXSourceListViewController>();
+    list->setTreeController(tree);
+    list->setDelegate(this);
+    list->setAutosaveName(autosaveName);
+    KXSourceListView *const view = list->sourceListView();
+    view->setAccessibleName(name);
+    connect(view, &QAbstractItemView::activated, this, &SourceColumn::opened);
+}
+
+QWidget *SourceColumn::section(const QString &title, KXSourceListViewController *list, QList<QAction *> actions)
+{
+    auto *const pane = new KXThemeableView;
+    auto *const rows = new QVBoxLayout(pane);
+    rows->setContentsMargins(0, 0, 0, 0);
+    rows->setSpacing(0);
+    auto *const head = new QHBoxLayout;
+    head->setContentsMargins(BrowserStyle::margin + 4, 6, 6, 2);
+    auto *const label = new KXThemeableTextField(title.toUpper());
+    label->setLabel(true);
+    QFont font = label->font();
+    font.setPointSizeF(font.pointSizeF() * 0.82);
+    font.setBold(true);
+    font.setLetterSpacing(QFont::AbsoluteSpacing, 0.6);
+    label->setFont(font);
+    label->setThemeStyleName(KXSecondaryLabelStyles);
+    head->addWidget(label);
+    head->addStretch();
+    for (QAction *action : actions) {
+        auto *const button = new KXThemeableButton(u"+"_s);
+        button->setThemeStyleName(KXToolbarButtonStyles);
+        button->setFixedSize(26, 22);
+        QString name = action->text();
+        button->setAccessibleName(name.remove(u'&'));
+        button->setToolTip(name);
+        connect(button, &QPushButton::clicked, action, &QAction::trigger);
+        head->addWidget(button);
+    }
+    rows->addLayout(head);
+    list->appearIn(pane);
+    return pane;
+}
+
+QWidget *SourceColumn::beside(QWidget *view)
+{
+    m_beside = new KXThemeableSplitView(Qt::Horizontal);
+    m_beside->setThemeStyleName(KXSplitViewStyles);
+    m_beside->addWidget(this);
+    m_beside->addWidget(view);
+    m_beside->setChildrenCollapsible(false);
+    m_beside->setStretchFactor(1, 1);
+    m_beside->setSizes({ 230, 1210 });
+    setMinimumWidth(150);
+    if (const auto state = KXUserDefaults::standard().dataForKey(u"browser.split"_s))
+        m_beside->restoreState(*state);
+    return m_beside;
+}
+
+void SourceColumn::commit()
+{
+    for (KXSourceListViewController *list : { m_library.get(), m_presets.get() }) {
+        list->sourceListView()->commitEditing();
+        list->saveState();
+    }
+    if (m_beside)
+        KXUserDefaults::standard().setValue(u"browser.split"_s, m_beside->saveState());
+}
+
+// Counting
+
+void SourceColumn::showEvent(QShowEvent *event)
+{
+    KXThemeableSplitView::showEvent(event);
+    if (!m_counts)
+        m_countSoon.start(countDelay, [this] { musicDidChange(); });
+}
+
+void SourceColumn::startCounting()
+{
+    m_countSoon.cancel();
+    if (m_counts)
+        return;
+    m_counts = std::make_unique<KXLivePresetCounts>(m_context, Presets::place(m_context, m_mapper));
+    m_places->countWith(m_counts->liveCounts());
+    Q_EMIT countingDidBegin(m_counts->liveCounts());
+}
+
+void SourceColumn::firstMusicCame()
+{
+    m_places->setHasStartingPresets();
+    m_library->expandItem(m_places->place(LibraryPlaces::Genres).get());
+}
+
+void SourceColumn::musicDidChange()
+{
+    KXError error;
+    m_places->followGenres();
+    if (!m_places->hasStartingPresets() && m_context->countForEntity(QString(Track::entityName)) > 0) {
+        if (Presets::install(*m_context, &error))
+            firstMusicCame();
+        else
+            KXLogWarning(browser, "No presets: %@", error.localizedDescription());
+    }
+    startCounting();
+}
+
+// What rows show, and what they stand for
+
+bool SourceColumn::isAvailable(const KXRef<KXFilterSetPreset> &preset) const
+{
+    return preset->isFolder() || m_manager->isPresetAvailable(preset, m_context);
+}
+
+void SourceColumn::willDisplayCellView(
+    KXSourceListViewController &, KXSourceListCell &cell, KXSourceListItem *item)
+{
+    if (const auto *const place = dynamic_cast<KXViewState *>(item); place && !place->parent())
+        cell.image = iconOf(place->tag());
+    auto *const preset = dynamic_cast<KXFilterSetPreset *>(item);
+    if (!preset)
+        return;
+    cell.isEditable = preset->isOverwritable();
+    cell.isEnabled = isAvailable(KXRef<KXFilterSetPreset>(preset));
+    if (!cell.isEnabled)
+        cell.toolTip = tr("%1 is not available: it looks for something that this library does not know")
+                           .arg(cell.title);
+}
+
+QIcon SourceColumn::iconOf(qint64 tag)
+{
+    QIcon &icon = m_icons[tag];
+    if (icon.isNull()) {
+        const QString file = tag == LibraryPlaces::AllTracks ? u"library"_s
+            : tag == LibraryPlaces::RecentlyAdded            ? u"recent"_s
+                                                             : u"genre"_s;
+        icon = KXStandardTheme::icon(u":/kestrixkit/icons/%1.svg"_s.arg(file), BrowserStyle::secondaryText());
+    }
+    return icon;
+}
+
+void SourceColumn::itemWasSelected(KXSourceListViewController &list, KXSourceListItem *item)
+{
+    // One of the two lists says what is shown.
+    KXSourceListViewController &other = &list == m_library.get() ? *m_presets : *m_library;
+    if (item)
+        other.setSelectionIndexPath({});
+    pickLater();
+}
+
+/// In the next turn: this is called while the tree follows a change.
+void SourceColumn::pickLater()
+{
+    if (!std::exchange(m_pickIsDue, true))
+        KXMainQueue::async(this, [this] { pick(); });
+}
+
+void SourceColumn::pick()
+{
+    m_pickIsDue = false;
+    KXPredicate predicate;
+    QString title, emptyText = tr("No music in the library yet");
+    const auto presets = KXFilterSetPresetEditing::selectedPresets(*m_presetsTree);
+    const auto *const place = dynamic_cast<KXViewState *>(m_library->selectedItem());
+    m_saveAsPreset->setEnabled(place && (place->parent() || place->tag() == LibraryPlaces::RecentlyAdded));
+    if (!presets.isEmpty()) {
+        pickPresets(presets);
+        return;
+    }
+    if (place) {
+        predicate = m_places->predicate(*place);
+        title = place->title();
+        if (predicate)
+            emptyText = tr("No music here");
+    }
+    Q_EMIT picked(predicate, title, emptyText);
+}
+
+namespace {
+
+void addPresetsBelow(
+    const KXTreeController &tree, const KXTreeNode *node, QList<KXRef<KXFilterSetPreset>> &presets)
+{
+    const auto preset = node ? KXFilterSetPreset::cast(node->representedObject()) : KXRef<KXFilterSetPreset>();
+    if (preset && !preset->isFolder() && !presets.contains(preset))
+        presets.append(preset);
+    for (const KXTreeNode *child : node ? node->childNodes() : QList<const KXTreeNode *>())
+        addPresetsBelow(tree, child, presets);
+}
+
+} // namespace
+
+void SourceColumn::pickPresets(const QList<KXRef<KXFilterSetPreset>> &presets)
+{
+    QList<KXRef<KXFilterSetPreset>> shown;
+    for (const auto &preset : presets)
+        addPresetsBelow(*m_presetsTree, m_presetsTree->treeNodeForObject(preset.get()), shown);
+    const QString title = presets.size() == 1 ? Presets::path(*presets.first()) : tr("%1 Presets").arg(presets.size());
+    QString emptyText = tr("No music in this preset");
+    QList<KXPredicate> parts;
+    for (const auto &preset : std::as_const(shown)) {
+        if (isAvailable(preset))
+            parts.append(predicateOf(preset));
+        else if (shown.size() == 1)
+            emptyText = tr("%1 is not available:\nit looks for something that this library does not know")
+                            .arg(preset->title());
+    }
+    if (shown.isEmpty())
+        emptyText = tr("This folder is empty.\nDrag presets onto it to keep them here.");
+    if (parts.size() > mostShownTogether) {
+        emptyText = tr("These are too many presets to show together.\nPick a few of them.");
+        parts.clear();
+    }
+    const KXPredicate predicate = parts.isEmpty() ? KXPredicate::falsePredicate()
+        : parts.size() == 1                       ? parts.first()
+                                                  : KXPredicate::orPredicate(parts);
+    Q_EMIT picked(predicate, title, emptyText);
+}
+
+KXPredicate SourceColumn::predicateOf(const KXRef<KXFilterSetPreset> &preset) const
+{
+    // As it is counted, so that the badge says how many there will be.
+    const QString identifier = KXLivePresetCounts::identifierOf(*preset);
+    if (!m_counts || !m_counts->count(*preset))
+        return Presets::predicate(preset->filterSet());
+    return KXPredicate::andPredicate({ Presets::base(), m_counts->liveCounts().predicate(identifier) });
+}
+
+void SourceColumn::savePlaceAsPreset()
+{
+    const auto *const place = dynamic_cast<KXViewState *>(m_library->selectedItem());
+    if (!place)
+        return;
+    const KXRef<KXFilterSetPreset> preset = Presets::makeOfPlace(*m_context, m_places->genre(*place), place->title());
+    if (preset)
+        m_presets->selectForEditing(preset.get());
+}

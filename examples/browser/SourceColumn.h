@@ -1,0 +1,88 @@
+#pragma once
+
+#include <memory>
+
+#include <kestrixkit/filter_ui/KXSourceListViewController.h>
+#include <kestrixkit/filters/KXFilterSetPresetsManager.h>
+#include <kestrixkit/filters/KXLivePresetCounts.h>
+#include <kestrixkit/foundation/KXDelayedCall.h>
+#include <kestrixkit/theme/controls/KXThemeableSplitView.h>
+
+class LibraryPlaces;
+class PresetCommands;
+class PresetMapper;
+class QLabel;
+
+/// The left side of the window: the library's places above, its presets below, each with a badge that counts live.
+/// What is selected there is what the table shows; several presets, or a folder, show the tracks of any of them.
+///
+/// It installs the process's presets manager, with the library's mapper.
+class SourceColumn : public KXThemeableSplitView, private KXSourceListViewControllerDelegate
+{
+    Q_OBJECT
+public:
+    explicit SourceColumn(KXManagedObjectContext::Ref context, QWidget *parent = nullptr);
+    ~SourceColumn() override;
+
+    [[nodiscard]] KXSourceListViewController *library() const { return m_library.get(); }
+    [[nodiscard]] KXSourceListViewController *presets() const { return m_presets.get(); }
+    [[nodiscard]] const PresetCommands &commands() const { return *m_commands; }
+    /// Makes a preset of the selected place; null where that is none that could be one.
+    [[nodiscard]] QAction *saveAsPreset() const { return m_saveAsPreset; }
+
+    /// Puts it to the left of the view, in a splitter for the window to show.
+    QWidget *beside(QWidget *view);
+    /// Music has come or gone: makes the presets that a library begins with, and counts.
+    void musicDidChange();
+    /// Ends editing and remembers what is selected and open.
+    void commit();
+
+Q_SIGNALS:
+    /// Something else is selected: its tracks (all where the predicate is absent), its title, and what to say where
+    /// there are none.
+    void picked(const KXPredicate &predicate, const QString &title, const QString &emptyText);
+    /// Counts are live from now on.
+    void countingDidBegin(KXLiveCounts &counts);
+    /// Return was pressed, or a row clicked twice: on to the tracks.
+    void opened();
+
+protected:
+    void showEvent(QShowEvent *event) override;
+
+private:
+    void itemWasSelected(KXSourceListViewController &list, KXSourceListItem *item) override;
+    void willDisplayCellView(
+        KXSourceListViewController &list, KXSourceListCell &cell, KXSourceListItem *item) override;
+
+    QWidget *section(const QString &title, KXSourceListViewController *list, QList<QAction *> actions);
+    void makeList(
+        std::unique_ptr<KXSourceListViewController> &list, KXTreeController *tree, const QString &name,
+        const QString &autosaveName);
+    void startCounting();
+    void firstMusicCame();
+    void pickLater();
+    void pick();
+    void pickPresets(const QList<KXRef<KXFilterSetPreset>> &presets);
+    [[nodiscard]] bool isAvailable(const KXRef<KXFilterSetPreset> &preset) const;
+    [[nodiscard]] KXPredicate predicateOf(const KXRef<KXFilterSetPreset> &preset) const;
+    void savePlaceAsPreset();
+    [[nodiscard]] QIcon iconOf(qint64 tag);
+
+    const KXManagedObjectContext::Ref m_context;
+    const KXFilterSetPresetsManager::Ref m_manager;
+    const std::shared_ptr<PresetMapper> m_mapper;
+    LibraryPlaces *m_places;
+    std::unique_ptr<KXLivePresetCounts> m_counts; // from shortly after the window is shown on
+    KXDelayedCall m_countSoon { this };
+    std::unique_ptr<KXTreeController> m_placesTree, m_presetsTree;
+    std::unique_ptr<KXSourceListViewController> m_library, m_presets;
+    PresetCommands *m_commands;
+    QAction *m_saveAsPreset;
+    QPointer<KXThemeableSplitView> m_beside;
+    QString m_autosaveSuffix;
+    QHash<qint64, QIcon> m_icons; // of places, in the theme's colour
+    KXNotificationToken m_themeChanges;
+    bool m_pickIsDue = false;
+    KXPredicate m_picked;
+    QString m_pickedTitle;
+};

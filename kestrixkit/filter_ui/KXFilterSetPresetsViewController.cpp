@@ -1,0 +1,366 @@
+#include <kestrixkit/filter_ui/KXFilterSetPresetsViewController.h>
+
+#include <QAction>
+#include <QBoxLayout>
+
+#include <kestrixkit/filter_ui/KXFilterSetPresetCellView.h>
+#include <kestrixkit/filter_ui/KXFilterSetPresetDetailsViewController.h>
+#include <kestrixkit/filters/KXFilterSet.h>
+#include <kestrixkit/foundation/KXMainQueue.h>
+#include <kestrixkit/foundation/KXStringWithFormat.h>
+#include <kestrixkit/foundation/KXUserDefaults.h>
+#include <kestrixkit/theme/KXThemeStyleNames.h>
+#include <kestrixkit/theme/controls/KXPlaceholderView.h>
+#include <kestrixkit/theme/controls/KXThemeableButton.h>
+#include <kestrixkit/theme/controls/KXThemeableSplitView.h>
+#include <kestrixkit/toolkit/KXMenu.h>
+#include <kestrixkit/toolkit/KXSourceListView.h>
+#include <kestrixkit/toolkit/KXTreeController.h>
+
+using namespace Qt::StringLiterals;
+
+using Preset = KXFilterSetPreset;
+
+namespace {
+
+constexpr QMargins libraryDetailsMargins(1, 1, 1, 1);
+
+KXTreeRequest libraryRequest()
+{
+    KXTreeRequest request { .entityName = QString(Preset::entityName) };
+    request.sortDescriptors = { { u"position"_s } };
+    return request;
+}
+
+QString librarySplitKey(const QString &autosaveName) { return KXStringWithFormat("%@ Split View", autosaveName); }
+
+}
+
+KXFilterSetPresetsViewControllerDelegate::~KXFilterSetPresetsViewControllerDelegate() = default;
+
+KXFilterSetPresetsViewController::KXFilterSetPresetsViewController(KXManagedObjectContext::Ref context, QObject *parent)
+    : KXViewController(parent)
+    , m_context(std::move(context))
+    , m_tree(m_context ? new KXTreeController(m_context, libraryRequest(), this) : new KXTreeController(this))
+    , m_sourceList(new KXSourceListViewController(this))
+{
+    setTitle(KXLocalizedString("Presets"));
+    m_sourceList->setTreeController(m_tree);
+    m_sourceList->setDelegate(this);
+    connect(m_tree, &KXTreeController::selectionChanged, this, &KXFilterSetPresetsViewController::selectionDidChange);
+    // What a preset may, and whether its set is empty, changes without the selection; the tree has followed by then.
+    m_changes
+        = KXNotificationCenter::defaultCenter().addObserver(QString(KXManagedObjectContextObjectsDidChangeNotification),
+            m_context.get(), [this](const KXNotification &) { selectionDidChange(); });
+}
+
+KXFilterSetPresetsViewController::~KXFilterSetPresetsViewController()
+{
+    m_changes = {};
+    m_tree->disconnect(this);
+    m_sourceList->setDelegate(nullptr);
+}
+
+KXFilterSetPresetDetailsViewController *KXFilterSetPresetsViewController::currentDetailsViewController() const
+{
+    return m_current;
+}
+KXThemeableSplitView *KXFilterSetPresetsViewController::splitView() const { return m_splitView; }
+QWidget *KXFilterSetPresetsViewController::filterSetDetailsContainerView() const { return m_detailsContainer; }
+KXPlaceholderView *KXFilterSetPresetsViewController::placeholderView() const { return m_placeholderView; }
+KXThemeableButton *KXFilterSetPresetsViewController::countsFilterButton() const { return m_countsFilterButton; }
+KXThemeableButton *KXFilterSetPresetsViewController::addButton() const { return m_addButton; }
+KXThemeableButton *KXFilterSetPresetsViewController::deleteButton() const { return m_deleteButton; }
+QWidget *KXFilterSetPresetsViewController::buttonBar() const { return m_buttonBar; }
+
+void KXFilterSetPresetsViewController::viewDidLoad()
+{
+    m_splitView = outlet<KXThemeableSplitView>(u"splitView"_s);
+    m_detailsContainer = outlet<QWidget>(u"filterSetDetailsContainerView"_s);
+    m_placeholderView = outlet<KXPlaceholderView>(u"placeholderView"_s);
+    m_buttonBar = outlet<QWidget>(u"buttonBar"_s);
+    m_addButton = outlet<KXThemeableButton>(u"addButton"_s);
+    m_deleteButton = outlet<KXThemeableButton>(u"deleteButton"_s);
+    m_countsFilterButton = outlet<KXThemeableButton>(u"countsFilterButton"_s);
+    if (m_addButton)
+        connect(m_addButton, &QPushButton::clicked, this, &KXFilterSetPresetsViewController::addFolder);
+    if (m_deleteButton)
+        connect(m_deleteButton, &QPushButton::clicked, this, &KXFilterSetPresetsViewController::deletePreset);
+    if (m_countsFilterButton) {
+        const QString key(KXFilterSetPresetDetailsOnlyShowItemsWithCountsKey);
+        m_countsFilterButton->setChecked(KXUserDefaults::standard().boolForKey(key).value_or(false));
+        connect(m_countsFilterButton, &QPushButton::toggled, this,
+            [key](bool only) { KXUserDefaults::standard().setValue(key, only); });
+    }
+    if (m_splitView) {
+        m_splitView->setChildrenCollapsible(false);
+        m_splitView->setSizes({ 4000, 5000 }); // in proportion
+        connect(m_splitView, &QSplitter::splitterMoved, this, [this] {
+            if (m_autosaveName.isEmpty())
+                return;
+            QVariantList sizes;
+            for (const int size : m_splitView->sizes())
+                sizes.append(size);
+            KXUserDefaults::standard().setValue(librarySplitKey(m_autosaveName), sizes);
+        });
+    }
+
+    if (QWidget *const container = outlet<QWidget>(u"sourceListContainerView"_s))
+        m_sourceList->appearIn(container);
+    KXSourceListView *const outline = m_sourceList->sourceListView();
+    outline->setAccessibleName(KXLocalizedString("Presets"));
+    outline->setBadgeStyleNames(KXFilterBadgeStyles, KXFilterSelectedBadgeStyles);
+    outline->setPlaceholderText(KXLocalizedString("No Presets"));
+    connect(outline, &KXSourceListView::deletePressed, this, &KXFilterSetPresetsViewController::deletePreset);
+    auto *const menu = new KXMenu(outline);
+    menu->setUpdater([this](KXMenu &items) { menuNeedsUpdate(items); });
+    outline->setContextMenu(menu);
+    const auto shortcut
+        = [&](const QKeySequence &keys, MenuItem item, void (KXFilterSetPresetsViewController::*act)()) {
+              auto *const action = new QAction(outline);
+              action->setShortcut(keys);
+              action->setShortcutContext(Qt::WidgetShortcut);
+              outline->addAction(action);
+              connect(action, &QAction::triggered, this, [this, item, act] {
+                  if (m_editActionsEnabled && validateMenuItem(item))
+                      (this->*act)();
+              });
+          };
+    shortcut(QKeySequence::Copy, MenuItem::Copy, &KXFilterSetPresetsViewController::copy);
+    shortcut(QKeySequence::Paste, MenuItem::Paste, &KXFilterSetPresetsViewController::paste);
+    selectionDidChange();
+    restoreSoon();
+}
+
+void KXFilterSetPresetsViewController::viewWillAppear()
+{
+    KXViewController::viewWillAppear();
+    const QWidget *const loaded = view();
+    if (loaded && m_countsFilterButton)
+        m_countsFilterButton->setVisible(!countsContextIdentifier().isNull());
+    if (m_current)
+        m_current->viewWillAppear();
+}
+
+void KXFilterSetPresetsViewController::setDelegate(KXFilterSetPresetsViewControllerDelegate *delegate)
+{
+    m_delegate.set(delegate);
+    selectionDidChange();
+    if (m_sourceList->isViewLoaded())
+        m_sourceList->sourceListView()->viewport()->update();
+}
+
+void KXFilterSetPresetsViewController::setCountsContextIdentifier(const QString &identifier)
+{
+    m_sourceList->setCountsContextIdentifier(identifier);
+    for (KXFilterSetPresetDetailsViewController *const details : std::as_const(m_details))
+        details->setCountsContextIdentifier(identifier);
+    if (m_countsFilterButton)
+        m_countsFilterButton->setVisible(!countsContextIdentifier().isNull());
+}
+
+// Remembered
+
+void KXFilterSetPresetsViewController::setAutosaveName(const QString &name)
+{
+    m_autosaveName = name;
+    restoreSoon();
+}
+
+void KXFilterSetPresetsViewController::restoreSoon()
+{
+    if (std::exchange(m_restoreIsDue, true))
+        return;
+    KXMainQueue::async(this, [this] {
+        m_restoreIsDue = false;
+        restoreState();
+    });
+}
+
+void KXFilterSetPresetsViewController::restoreState()
+{
+    if (!isViewLoaded() || m_autosaveName.isEmpty())
+        return;
+    const auto stored = KXUserDefaults::standard().arrayForKey(librarySplitKey(m_autosaveName));
+    QList<int> sizes;
+    for (const QVariant &size : stored.value_or(QVariantList()))
+        sizes.append(size.toInt());
+    if (m_splitView && sizes.size() == m_splitView->count()
+        && std::all_of(sizes.begin(), sizes.end(), [](int size) { return size > 0; }))
+        m_splitView->setSizes(sizes);
+    if (m_sourceList->autosaveName() != m_autosaveName)
+        m_sourceList->setAutosaveName(m_autosaveName); // which restores what the list remembers
+}
+
+// Selection and details
+
+void KXFilterSetPresetsViewController::selectionDidChange()
+{
+    const Presets selected = selectedPresets();
+    const bool mayDelete = !selected.isEmpty()
+        && std::all_of(selected.begin(), selected.end(), [](const auto &preset) { return preset->isDeletable(); });
+    const bool mayAdd
+        = std::all_of(selected.begin(), selected.end(), [](const auto &preset) { return preset->isOverwritable(); });
+    if (mayDelete != m_deleteEnabled || mayAdd != m_addEnabled) {
+        m_deleteEnabled = mayDelete;
+        m_addEnabled = mayAdd;
+        Q_EMIT enablingChanged();
+    }
+    if (m_deleteButton)
+        m_deleteButton->setEnabled(m_deleteEnabled);
+    if (m_addButton)
+        m_addButton->setEnabled(m_addEnabled && m_context);
+    if (!m_detailsContainer)
+        return;
+
+    const KXRef<Preset> preset = selected.value(0);
+    const KXRef<KXFilterSet> set = preset && !preset->isFolder() ? preset->filterSet() : KXRef<KXFilterSet>();
+    if (!preset || preset->isFolder()) {
+        showPlaceholder(KXLocalizedString("No Filter Preset Selected"));
+    } else if (!set || set->filters().isEmpty()) {
+        showPlaceholder(KXLocalizedString("Empty Preset"));
+    } else if (m_current && m_current->filterSetPreset() == preset && m_current->hasAppeared()) {
+        m_current->setAvailable(m_delegate && m_delegate->isPresetAvailable(*this, preset));
+    } else {
+        showDetailsForPreset(preset);
+    }
+}
+
+void KXFilterSetPresetsViewController::hideDetails()
+{
+    if (m_current)
+        m_current->disappear();
+    m_current = nullptr;
+}
+
+void KXFilterSetPresetsViewController::showPlaceholder(const QString &text)
+{
+    hideDetails();
+    m_detailsContainer->hide();
+    if (m_placeholderView) {
+        m_placeholderView->setText(text);
+        m_placeholderView->show();
+    }
+}
+
+void KXFilterSetPresetsViewController::showDetailsForPreset(const KXRef<Preset> &preset)
+{
+    if (!m_detailsContainer || !preset)
+        return;
+    hideDetails();
+    KXFilterSetPresetDetailsViewController *details = m_details.value(preset->objectID());
+    if (!details && m_delegate) {
+        auto made = m_delegate->detailsViewControllerForPreset(*this, preset);
+        details = made.release();
+        if (details) {
+            details->setParent(this);
+            details->setCountsContextIdentifier(countsContextIdentifier());
+            details->setLoadEnabled(m_loadEnabled);
+            m_details.insert(preset->objectID(), details);
+        }
+    }
+    if (m_placeholderView)
+        m_placeholderView->hide();
+    m_detailsContainer->show();
+    if (!details)
+        return;
+    m_current = details;
+    details->setAvailable(m_delegate && m_delegate->isPresetAvailable(*this, preset));
+    details->appearIn(m_detailsContainer, libraryDetailsMargins);
+}
+
+// Rows
+
+void KXFilterSetPresetsViewController::willDisplayCellView(
+    KXSourceListViewController &, KXSourceListCell &cell, KXSourceListItem *item)
+{
+    const KXRef<Preset> preset(dynamic_cast<Preset *>(item));
+    if (!preset)
+        return;
+    KXFilterSetPresetCellView row(cell);
+    row.setCountsContextIdentifier(countsContextIdentifier());
+    row.setFilterSetPreset(*preset, m_delegate && m_delegate->isPresetAvailable(*this, preset));
+}
+
+// What the user does
+
+void KXFilterSetPresetsViewController::addFolder()
+{
+    if (const KXRef<Preset> folder = KXFilterSetPresetEditing::addFolder(*m_tree, selectedPreset()))
+        m_sourceList->selectForEditing(folder.get());
+}
+
+void KXFilterSetPresetsViewController::deletePreset() { removePresets(selectedPresets()); }
+
+void KXFilterSetPresetsViewController::removePresets(const Presets &presets)
+{
+    const Presets given = presets; // held while the question waits
+    const QPointer<KXFilterSetPresetsViewController> alive(this);
+    // A popover is not to close because the alert is in front of it.
+    if (m_popover)
+        m_popover->setBehaviour(KXPopoverBehaviour::ApplicationDefined);
+    const bool mayGo = KXFilterSetPresetEditing::confirmRemoval(given, isViewLoaded() ? view() : nullptr);
+    if (!alive)
+        return;
+    if (m_popover)
+        m_popover->setBehaviour(KXPopoverBehaviour::Transient);
+    if (mayGo)
+        KXFilterSetPresetEditing::removePresets(*m_tree, given);
+}
+
+void KXFilterSetPresetsViewController::copy() { KXFilterSetPresetEditing::copyPresets(selectedPresets()); }
+
+void KXFilterSetPresetsViewController::paste()
+{
+    if (const KXRef<Preset> selected = selectedPreset(); selected && !selected->isOverwritable())
+        return;
+    if (const Presets presets = KXFilterSetPresetEditing::presetsOnPasteboard(*m_tree); !presets.isEmpty())
+        duplicatePresets(presets);
+}
+
+void KXFilterSetPresetsViewController::duplicatePresets(const Presets &presets)
+{
+    const Presets copies = KXFilterSetPresetEditing::duplicatePresets(*m_tree, presets, selectedPreset());
+    if (!copies.isEmpty())
+        m_sourceList->selectItem(copies.first().get());
+}
+
+bool KXFilterSetPresetsViewController::keyDown(const QKeyEvent &event)
+{
+    if (!KXSourceListView::isDeleteKey(event))
+        return false;
+    deletePreset();
+    return true;
+}
+
+bool KXFilterSetPresetsViewController::validateMenuItem(MenuItem item) const
+{
+    const Presets selected = selectedPresets();
+    switch (item) {
+    case MenuItem::Copy:
+        return m_editActionsEnabled && std::any_of(selected.begin(), selected.end(), [](const KXRef<Preset> &preset) {
+            return !preset->isFolder();
+        });
+    case MenuItem::Paste:
+        return KXFilterSetPresetEditing::canPaste(selected.value(0));
+    case MenuItem::Delete:
+        return m_deleteEnabled;
+    case MenuItem::Other:
+        break;
+    }
+    return true;
+}
+
+void KXFilterSetPresetsViewController::menuNeedsUpdate(KXMenu &menu)
+{
+    const auto add = [&](const char *title, MenuItem item, void (KXFilterSetPresetsViewController::*act)()) {
+        menu.addItem(
+            KXLocalizedString(title), this, [this, act] { (this->*act)(); },
+            [this, item] { return validateMenuItem(item); });
+    };
+    if (m_editActionsEnabled) {
+        add("Copy", MenuItem::Copy, &KXFilterSetPresetsViewController::copy);
+        add("Paste", MenuItem::Paste, &KXFilterSetPresetsViewController::paste);
+    }
+    add("Delete", MenuItem::Delete, &KXFilterSetPresetsViewController::deletePreset);
+}

@@ -1,0 +1,579 @@
+// The presets library and its popover: what the user does there, and what happens underneath meanwhile.
+
+#include <QApplication>
+#include <QClipboard>
+#include <QGuiApplication>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMimeData>
+#include <QPushButton>
+#include <QTest>
+#include <gtest/gtest.h>
+
+#include <kestrixkit/filter_ui/KXFilterSetPresetDetailsViewController.h>
+#include <kestrixkit/filter_ui/KXFilterSetPresetsManagerViewController.h>
+#include <kestrixkit/foundation/KXUndoManager.h>
+#include <kestrixkit/foundation/KXUserDefaults.h>
+#include <kestrixkit/theme/controls/KXPlaceholderView.h>
+#include <kestrixkit/theme/controls/KXThemeableButton.h>
+#include <kestrixkit/theme/controls/KXThemeableSplitView.h>
+#include <kestrixkit/toolkit/KXAlert.h>
+#include <kestrixkit/toolkit/KXAnimationGroup.h>
+#include <kestrixkit/toolkit/KXMenu.h>
+#include <kestrixkit/toolkit/KXPasteboard.h>
+
+#include "filters/Shelf.h"
+#include "support/KXTestPrint.h"
+
+using namespace Qt::StringLiterals;
+using Preset = KXRef<KXFilterSetPreset>;
+using Library = KXFilterSetPresetsViewController;
+using Details = KXFilterSetPresetDetailsViewController;
+using Manager = KXFilterSetPresetsManagerViewController;
+using Item = Library::MenuItem;
+
+namespace {
+
+/// Says yes to everything (nothing at all, too) but presets whose title says no.
+class PickyMapper : public KXFilterSetMapper
+{
+public:
+    bool canMapFilterSet(const KXRef<KXFilterSet> &set) const override { return !set || set->title() != "no"_L1; }
+    KXRef<KXFilterSet> createInstanceByMappingFilterSet(
+        const KXRef<KXFilterSet> &set, KXManagedObjectContext &inContext) const override
+    {
+        return set->duplicateInContext(inContext);
+    }
+};
+
+}
+
+class LibraryTest : public ::testing::Test,
+                    public Shelf,
+                    public KXFilterSetPresetsViewControllerDelegate,
+                    public KXFilterSetPresetDetailsViewControllerDelegate,
+                    public KXFilterSetPresetsManagerViewControllerDelegate
+{
+protected:
+    LibraryTest()
+    {
+        forgetDefaults();
+        KXAnimationGroup::setAnimationsEnabled(false);
+        context->setUndoManager(std::make_shared<KXUndoManager>());
+        presetsManager = std::make_shared<KXFilterSetPresetsManager>(context);
+        KXFilterSetPresetsManager::setSharedManager(presetsManager);
+        presetsManager->registerFilterSetMapper(std::make_shared<PickyMapper>(), context);
+        a = add(u"a"_s, 0);
+        b = add(u"b"_s, 1);
+        f = folderPreset(u"F"_s, { a, b });
+        c = add(u"c"_s, 1);
+        d = add(u"d"_s, 2);
+        d->setIsDeletable(false);
+        d->setIsOverwritable(false);
+        context->save();
+        context->undoManager()->removeAllActions();
+        library = std::make_unique<Library>(context);
+        library->setEditActionsEnabled(true);
+        library->setLoadEnabled(true);
+        library->setCountsContextIdentifier(u"here"_s);
+        library->setDelegate(this);
+        library->view()->resize(600, 400);
+        library->view()->show();
+        list()->expandAll();
+        QApplication::setActiveWindow(list()->window());
+        list()->setFocus();
+    }
+    ~LibraryTest() override
+    {
+        library.reset();
+        KXFilterSetPresetsManager::setSharedManager(nullptr);
+        KXAnimationGroup::setAnimationsEnabled(true);
+        forgetDefaults();
+    }
+    static void forgetDefaults()
+    {
+        KXUserDefaults::standard().remove(QString(KXRemoveFilterSetPresetAlertSuppressKey));
+        for (const char *what : { "Selection", "Expanded Items", "Split View" })
+            KXUserDefaults::standard().remove(KXStringWithFormat("lib %s", what));
+    }
+
+    Preset add(const QString &title, qint64 position)
+    {
+        const Preset made = preset(title, set({ facet({ u"x"_s, u"y"_s }) }));
+        made->filterSet()->setTitle(title == "c"_L1 ? u"no"_s : u"yes"_s);
+        made->setPosition(position);
+        return made;
+    }
+    Preset named(const QString &title)
+    {
+        return KXFilterSetPreset::findFirstUsingPredicate(
+            KXPredicate::predicateWithFormat("title == %@", title), *context);
+    }
+    void select(const QStringList &titles)
+    {
+        QList<KXRef<KXManagedObject>> objects;
+        for (const QString &title : titles)
+            objects.append(named(title));
+        library->sourceListTreeController()->setSelectedObjects(objects);
+    }
+    /// "F(a b) c d" as the store has it; numbers behind titles whose places are not 0, 1, 2, …
+    QString stored(const Preset &parent = {})
+    {
+        QStringList parts;
+        KXFetchRequest request(QString(KXFilterSetPreset::entityName),
+            KXPredicate::predicateWithFormat("parent == %@", KXVariantFromRef(parent)));
+        for (const auto &object : context->fetch(request.setSortDescriptors({ { u"position"_s } }))) {
+            const auto one = KXFilterSetPreset::cast(object);
+            const QString below = stored(one);
+            const QString place = one->position() == parts.size() ? QString() : QString::number(one->position());
+            parts += one->title() + place + (below.isEmpty() ? QString() : u'(' + below + u')');
+        }
+        return parts.join(u' ');
+    }
+    /// What is scheduled for the next turn may schedule something itself.
+    static void turns()
+    {
+        for (int i = 0; i < 5; ++i)
+            QTest::qWait(0);
+    }
+    KXSourceListView *list() { return library->sourceListViewController()->sourceListView(); }
+    KXUndoManager &undo() { return *context->undoManager(); }
+
+    // What the views ask
+
+    bool isPresetAvailable(Library &, const Preset &preset) override
+    {
+        return presetsManager->isPresetAvailable(preset, context);
+    }
+    std::unique_ptr<Details> detailsViewControllerForPreset(Library &, const Preset &preset) override
+    {
+        ++made;
+        auto details = std::make_unique<Details>(preset);
+        details->setDelegate(this);
+        return details;
+    }
+    void loadFilterSet(Details &, const KXRef<KXFilterSet> &) override { }
+    bool isCountsFilterEnabledForFacetFilter(Details &, const KXRef<KXFacetFilter> &) override { return false; }
+    void willDisplayFacetFilterValueCell(Details &, KXFacetFilterValueCellView &) override { }
+    bool loadFilterSet(Manager &, const KXRef<KXFilterSet> &set) override
+    {
+        loaded.append(set);
+        return loads;
+    }
+
+    KXFilterSetPresetsManager::Ref presetsManager;
+    Preset a, b, c, d, f;
+    std::unique_ptr<Library> library;
+    int made = 0;
+    bool loads = true;
+    QList<KXRef<KXFilterSet>> loaded;
+};
+
+TEST_F(LibraryTest, deletesAfterAQuestion)
+{
+    struct Case
+    {
+        QStringList selected;
+        KXAlertAnswer answer;
+        QString question, left, undoName;
+        bool suppresses = false;
+    };
+    const QString one = u"Are you sure you want to delete the selected preset?"_s;
+    const QString more = u"Are you sure you want to delete the selected presets?"_s;
+    const QString all = u"F(a b) c d"_s;
+    const Case cases[] {
+        { { u"c"_s }, { 0 }, one, u"F(a b) d"_s, u"Delete Filter Preset"_s },
+        { { u"a"_s }, { 0, true }, one, u"F(b) c d"_s, u"Delete Filter Preset"_s, true },
+        { { u"c"_s, u"d"_s }, { 0 }, more, u"F(a b) d"_s, u"Delete Filter Presets"_s },
+        { { u"F"_s, u"b"_s }, { 0 }, more, u"c d"_s, u"Delete Filter Presets"_s },
+        { { u"a"_s, u"b"_s, u"c"_s }, { 0 }, more, u"F d"_s, u"Delete Filter Presets"_s },
+        { { u"c"_s }, { 1, true }, one, all, {} },
+        { { u"c"_s }, { -1, true }, one, all, {} },
+        { { u"d"_s }, { 0 }, {}, all, {} },
+        { {}, { 0 }, {}, all, {} },
+    };
+    for (const Case &now : cases) {
+        QString asked;
+        const auto runner = KXAlert::setRunner([&](const KXAlert &alert) {
+            asked += alert.text();
+            EXPECT_TRUE(alert.showsSuppressionButton());
+            EXPECT_EQ(alert.buttons(), (QStringList { u"Yes"_s, u"No"_s }));
+            return now.answer;
+        });
+        const qint64 sets = KXFilterSet::countOfInContext(*context);
+        select(now.selected);
+        QTest::keyClick(list(), now.selected.size() == 1 ? Qt::Key_Backspace : Qt::Key_Delete);
+        EXPECT_EQ(asked, now.question);
+        EXPECT_EQ(stored(), now.left);
+        EXPECT_FALSE(context->hasChanges());
+        EXPECT_EQ(undo().canUndo() ? undo().undoActionName() : QString(), now.undoName);
+        const QString key(KXRemoveFilterSetPresetAlertSuppressKey);
+        EXPECT_EQ(KXUserDefaults::standard().boolForKey(key).value_or(false), now.suppresses);
+        if (undo().canUndo())
+            undo().undo();
+        EXPECT_EQ(stored(), all);
+        EXPECT_EQ(KXFilterSet::countOfInContext(*context), sets);
+        context->save();
+        undo().removeAllActions();
+        if (now.suppresses) { // without a question from now on
+            select({ u"c"_s });
+            library->deletePreset();
+            EXPECT_EQ(asked, now.question);
+            EXPECT_EQ(stored(), u"F(a b) d"_s);
+            undo().undo();
+            KXUserDefaults::standard().remove(key);
+            context->save();
+            undo().removeAllActions();
+        }
+    }
+}
+
+// While the question stands everything else goes on.
+TEST_F(LibraryTest, looksAgainAfterTheQuestion)
+{
+    const auto other = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
+    const auto merging = coordinator->addChangeObserver([&](const std::shared_ptr<const KXStoreChange> &change) {
+        if (change->originatingContext() == other.get())
+            context->mergeChangesFromStoreChange(change);
+    });
+    QPushButton anchor;
+    anchor.show();
+    KXPopoverController popover(library.get());
+    popover.setBehaviour(KXPopoverBehaviour::SemiTransient);
+    library->setPresentingPopoverController(&popover);
+    std::function<void()> meanwhile;
+    const auto runner = KXAlert::setRunner([&](const KXAlert &) {
+        EXPECT_EQ(popover.behaviour(), KXPopoverBehaviour::ApplicationDefined);
+        meanwhile();
+        return KXAlertAnswer { 0 };
+    });
+
+    select({ u"c"_s, u"b"_s });
+    meanwhile = [&] {
+        for (const QString &title : { u"c"_s, u"a"_s })
+            other->removeManagedObject(other->objectWithID(named(title)->objectID()));
+        ASSERT_TRUE(other->save(nullptr));
+    };
+    library->deletePreset();
+    EXPECT_EQ(stored(), u"F d2"_s); // the other one did not renumber; the top level was not ours to change
+    EXPECT_EQ(popover.behaviour(), KXPopoverBehaviour::Transient);
+    undo().undo();
+    EXPECT_EQ(stored(), u"F(b1) d2"_s);
+    ASSERT_TRUE(context->save());
+
+    select({ u"b"_s });
+    meanwhile = [&] {
+        library->setPresentingPopoverController(nullptr);
+        library->sourceListTreeController()->setSelectedObjects({});
+        undo().removeAllActions();
+    };
+    library->deletePreset();
+    EXPECT_EQ(stored(), u"F d2"_s);
+
+    select({ u"F"_s });
+    library->setPresentingPopoverController(&popover);
+    meanwhile = [&] { library.reset(); };
+    library->deletePreset();
+    EXPECT_EQ(stored(), u"F d2"_s);
+}
+
+TEST_F(LibraryTest, makesFoldersAndCopies)
+{
+    const QString type(KXFilterSetPresetPasteboardType);
+    const auto folderMade = [&] { library->addFolder(); };
+    const auto pasted = [&] { library->paste(); };
+    const QVariantList two { b->objectID().URIRepresentation(), d->objectID().URIRepresentation() };
+    const Preset gone = add(u"gone"_s, 9);
+    const QVariantList stale { gone->objectID().URIRepresentation() };
+    context->removeManagedObject(gone);
+    context->save();
+    const QVariantList foreign { u"c"_s, 7, QVariantMap { { u"a"_s, 1 } }, QUrl(u"https://example.org"_s),
+        QUrl(u"x-kestrix-store://elsewhere/KXFilterSetPreset/p1"_s), a->filterSet()->objectID().URIRepresentation() };
+    undo().removeAllActions();
+    struct Case
+    {
+        QStringList selected;
+        QVariantList pasteboard;
+        std::function<void()> act;
+        QString then;
+        bool mayPaste;
+    };
+    const QString all = u"F(a b) c d"_s;
+    const Case cases[] {
+        { {}, {}, folderMade, u"F(a b) c d untitled folder"_s, false },
+        { { u"a"_s }, {}, folderMade, u"F(a b) c d untitled folder"_s, false },
+        { { u"F"_s, u"c"_s }, {}, folderMade, u"F(a b untitled folder) c d"_s, false },
+        { {}, two, pasted, u"F(a b) c d b d"_s, true },
+        { { u"a"_s }, two, pasted, u"F(a b d b) c d"_s, true },
+        { { u"F"_s }, two, pasted, u"F(a b b d) c d"_s, true },
+        { { u"c"_s }, two, pasted, u"F(a b) c b d d"_s, true },
+        { { u"d"_s }, two, pasted, all, false }, // is not to be changed
+        { {}, stale, pasted, all, true },
+        { {}, foreign, pasted, all, true },
+    };
+    for (const Case &now : cases) {
+        KXPasteboard::setItems(type, now.pasteboard);
+        select(now.selected);
+        EXPECT_EQ(library->validateMenuItem(Item::Paste), now.mayPaste) << stored().toStdString();
+        const qint64 sets = KXFilterSet::countOfInContext(*context);
+        now.act();
+        EXPECT_EQ(stored(), now.then);
+        EXPECT_FALSE(context->hasChanges() || undo().canUndo());
+        EXPECT_EQ(list()->isEditing(), now.then.contains(u"folder"_s)); // to be named at once
+        const auto selected = library->selectedPreset();
+        if (now.then != all) {
+            ASSERT_TRUE(selected);
+            EXPECT_TRUE(!now.selected.contains(selected->title()) || selected->objectID().key() > d->objectID().key());
+        }
+        // Away again, and nothing is left of it.
+        for (const KXRef<KXManagedObject> &object : KXFilterSetPreset::findAllInContext(*context)) {
+            if (object->objectID().key() > gone->objectID().key())
+                context->removeManagedObject(object);
+        }
+        EXPECT_EQ(KXFilterSet::countOfInContext(*context), sets);
+        d->setPosition(2);
+        b->setPosition(1);
+        context->save();
+        undo().removeAllActions();
+        ASSERT_EQ(stored(), all);
+    }
+
+    // By keys; folders stay behind, alone they leave nothing to paste.
+    select({ u"F"_s, u"b"_s });
+    QTest::keyClick(list(), Qt::Key_C, Qt::ControlModifier);
+    EXPECT_EQ(KXPasteboard::items(type), QVariantList { b->objectID().URIRepresentation() });
+    select({ u"F"_s });
+    EXPECT_FALSE(library->validateMenuItem(Item::Copy));
+    library->copy();
+    EXPECT_TRUE(QGuiApplication::clipboard()->mimeData()->hasFormat(type));
+    EXPECT_FALSE(library->validateMenuItem(Item::Paste));
+    select({ u"b"_s });
+    library->copy();
+    select({});
+    QTest::keyClick(list(), Qt::Key_V, Qt::ControlModifier);
+    EXPECT_EQ(stored(), u"F(a b) c d b"_s);
+
+    // Positions that say nothing any more, as undoing between other changes leaves them.
+    for (const auto &one : { a, b })
+        one->setPosition(40);
+    context->processPendingChanges();
+    library->sourceListTreeController()->setSelectedObjects({ a });
+    library->duplicatePresets({ c, a });
+    EXPECT_EQ(stored(), u"F(a c a b) c d b"_s);
+}
+
+TEST_F(LibraryTest, showsDetailsOfTheSelected)
+{
+    const auto shown = [&] {
+        const Details *details = library->currentDetailsViewController();
+        EXPECT_NE(library->placeholderView()->isVisible(), library->filterSetDetailsContainerView()->isVisible());
+        if (library->placeholderView()->isVisible())
+            return library->placeholderView()->text();
+        return details->filterSetPreset()->title() + (details->isAvailable() ? u""_s : u" (not here)"_s);
+    };
+    EXPECT_EQ(shown(), u"No Filter Preset Selected"_s);
+    EXPECT_TRUE(library->isAddEnabled() && !library->isDeleteEnabled());
+    const Preset empty = preset(u"empty"_s, set({}));
+    const Preset dangling = preset(u"dangling"_s);
+    context->processPendingChanges();
+    struct Case
+    {
+        QStringList selected;
+        QString shown;
+        bool mayDelete, mayAdd;
+    };
+    const Case cases[] { { { u"a"_s }, u"a"_s, true, true }, { { u"c"_s }, u"c (not here)"_s, true, true },
+        { { u"d"_s }, u"d"_s, false, false }, { { u"a"_s, u"d"_s }, u"a"_s, false, false },
+        { { u"F"_s }, u"No Filter Preset Selected"_s, true, true }, { { u"empty"_s }, u"Empty Preset"_s, true, true },
+        { { u"dangling"_s }, u"Empty Preset"_s, true, true }, { { u"a"_s }, u"a"_s, true, true } };
+    for (const Case &now : cases) {
+        select(now.selected);
+        EXPECT_EQ(shown(), now.shown);
+        EXPECT_EQ(library->isDeleteEnabled(), now.mayDelete);
+        EXPECT_EQ(library->isAddEnabled(), now.mayAdd);
+        EXPECT_EQ(library->deleteButton()->isEnabled(), now.mayDelete);
+    }
+    EXPECT_EQ(made, 3); // once each
+    const Details *details = library->currentDetailsViewController();
+    EXPECT_EQ(library->currentDetailsViewController()->view()->geometry().topLeft(), QPoint(1, 1));
+    EXPECT_TRUE(details->isLoadEnabled());
+    EXPECT_EQ(details->countsContextIdentifier(), u"here"_s);
+
+    // Rows: what is of no use here, and what may be renamed.
+    const auto cell = [&](const Preset &of) {
+        return list()->cellForRow(library->sourceListTreeController()->indexForNode(
+            library->sourceListTreeController()->treeNodeForObject(of.get())));
+    };
+    a->setCount(7, u"here"_s);
+    EXPECT_TRUE(cell(a).isEnabled && cell(a).isEditable && cell(f).isEnabled && !cell(a).isExpandable);
+    EXPECT_EQ(cell(a).count, 7);
+    EXPECT_EQ(cell(f).count, 7);
+    EXPECT_FALSE(cell(c).isEnabled || cell(d).isEditable || cell(c).toolTip.isEmpty());
+    KXMenu menu;
+    library->menuNeedsUpdate(menu);
+    EXPECT_EQ(menu.actions().size(), 3);
+    library->setEditActionsEnabled(false);
+    menu.clear();
+    library->menuNeedsUpdate(menu);
+    EXPECT_EQ(menu.actions().size(), 1);
+    EXPECT_FALSE(library->validateMenuItem(Item::Copy));
+    EXPECT_TRUE(library->validateMenuItem(Item::Delete) && library->validateMenuItem(Item::Other));
+
+    // What happens to the selected one is seen without selecting it anew.
+    a->filterSet()->setTitle(u"no"_s);
+    context->processPendingChanges();
+    EXPECT_EQ(shown(), u"a (not here)"_s);
+    context->deleteObjects({ a->filterSet()->filters().first() });
+    context->processPendingChanges();
+    EXPECT_EQ(shown(), u"Empty Preset"_s);
+    ASSERT_TRUE(context->save());
+    select({ u"b"_s });
+    const auto other = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
+    const auto merging = coordinator->addChangeObserver(
+        [&](const std::shared_ptr<const KXStoreChange> &change) { context->mergeChangesFromStoreChange(change); });
+    list()->editTitle(list()->currentIndex());
+    other->removeManagedObject(other->objectWithID(b->objectID()));
+    ASSERT_TRUE(other->save(nullptr));
+    EXPECT_NE(shown(), u"b"_s);
+    EXPECT_FALSE(list()->isEditing());
+    QTest::qWait(0);
+    library->view()->grab();
+    EXPECT_TRUE(stored().startsWith(u"F(a) "_s));
+}
+
+TEST_F(LibraryTest, remembersHowItWas)
+{
+    library->setAutosaveName(u"lib"_s);
+    turns();
+    list()->expandAll();
+    select({ u"b"_s });
+    library->splitView()->setSizes({ 300, 200 });
+    Q_EMIT library->splitView()->splitterMoved(300, 1);
+    const int left = library->splitView()->sizes().first();
+    turns();
+    const auto again = [&] {
+        library = std::make_unique<Library>(context);
+        library->setAutosaveName(u"lib"_s);
+        library->setDelegate(this);
+        library->view()->resize(600, 400);
+        library->view()->show();
+        turns();
+        library->restoreState(); // once more does no harm
+        turns();
+    };
+    again();
+    EXPECT_EQ(library->selectedPreset(), b);
+    EXPECT_TRUE(list()->isExpanded(list()->model()->index(0, 0)));
+    EXPECT_EQ(library->splitView()->sizes().first(), left);
+    EXPECT_TRUE(library->currentDetailsViewController());
+
+    for (const QVariant &rubbish :
+        { QVariant(u"x"_s), QVariant(QVariantList { -5, 900000 }), QVariant(QByteArray("\xff\x01zz")) }) {
+        for (const char *what : { "Selection", "Expanded Items", "Split View" })
+            KXUserDefaults::standard().setValue(KXStringWithFormat("lib %s", what), rubbish);
+        again();
+        EXPECT_GT(library->splitView()->sizes().first(), 0);
+    }
+}
+
+TEST_F(LibraryTest, loadsFromItsPopover)
+{
+    library.reset();
+    QPushButton anchor;
+    anchor.show();
+    Manager manager(context);
+    manager.setDelegate(this);
+    library.reset(); // the manager's own one
+    Library &own = *manager.filterSetPresetsViewController();
+    own.setDelegate(this);
+    EXPECT_TRUE(own.editActionsEnabled() && own.isLoadEnabled() && own.context() == context);
+    KXPopoverController popover(&manager);
+    int closed = 0;
+    popover.setCloseAction([&] { ++closed; });
+    const auto select = [&](const Preset &preset) {
+        own.sourceListTreeController()->setSelectedObjects({ preset });
+        const QModelIndex row = own.sourceListTreeController()->indexForNode(
+            own.sourceListTreeController()->treeNodeForObject(preset.get()));
+        return own.sourceListViewController()->sourceListView()->visualRect(row).center();
+    };
+    struct Case
+    {
+        Preset preset;
+        bool canLoad, isLoaded;
+    };
+    for (const Case &now : { Case { a, true, true }, { c, false, false }, { f, true, false }, { {}, true, false } }) {
+        popover.showRelativeTo(&anchor, Qt::BottomEdge);
+        KXSourceListView *outline = own.sourceListViewController()->sourceListView();
+        EXPECT_EQ(own.autosaveName(), u"KXFilterSetPresetsManagerViewController"_s);
+        EXPECT_EQ(own.presentingPopoverController(), &popover);
+        EXPECT_TRUE(own.countsFilterButton()->isHidden());
+        EXPECT_LE(own.countsFilterButton()->geometry().right() + 5, manager.loadButton()->geometry().left());
+        outline->expandAll();
+        loaded.clear();
+        closed = 0;
+        const QPoint place = select(now.preset);
+        EXPECT_EQ(manager.selectedPreset(), now.preset);
+        EXPECT_EQ(manager.canLoadSelectedPreset(), now.canLoad);
+        EXPECT_EQ(manager.loadButton()->isEnabled(), now.isLoaded);
+        for (const int way : { 0, 1, 2 }) { // by mouse, by key, by the button
+            popover.showRelativeTo(&anchor, Qt::BottomEdge);
+            if (way == 0 && now.preset) {
+                QTest::mouseClick(outline->viewport(), Qt::LeftButton, {}, place);
+                QTest::mouseDClick(outline->viewport(), Qt::LeftButton, {}, place);
+            } else {
+                way == 1 ? QTest::keyClick(outline, Qt::Key_Return) : manager.loadButton()->click();
+            }
+            EXPECT_EQ(popover.isShown(), !now.isLoaded && (way != 0 || now.preset || popover.isShown())) << way;
+        }
+        EXPECT_EQ(loaded.size(), now.isLoaded ? 3 : 0);
+        EXPECT_EQ(closed, now.isLoaded ? 3 : 0);
+        popover.close();
+    }
+    EXPECT_TRUE(a->lastLoaded().isValid() && !c->lastLoaded().isValid());
+    EXPECT_FALSE(context->hasChanges() || undo().canUndo());
+
+    loads = false;
+    manager.loadPreset(b);
+    EXPECT_EQ(loaded.size(), 1);
+    EXPECT_FALSE(b->lastLoaded().isValid());
+    KXUserDefaults::standard().remove(u"KXFilterSetPresetsManagerViewController Selection"_s);
+}
+
+TEST_F(LibraryTest, doesWithoutWhatIsMissing)
+{
+    KXPasteboard::setItems(QString(KXFilterSetPresetPasteboardType), { a->objectID().URIRepresentation() });
+    KXFilterSetPresetsManager::setSharedManager(nullptr);
+    const auto runner = KXAlert::setRunner([](const KXAlert &) { return KXAlertAnswer { 0 }; });
+    for (const bool shows : { false, true }) {
+        Library alone(shows ? context : nullptr);
+        Manager manager(nullptr);
+        for (Library *one : { &alone, manager.filterSetPresetsViewController() }) {
+            const auto everything = [&] {
+                one->addFolder();
+                one->removePresets({ Preset(), shows ? Preset() : a });
+                one->deletePreset();
+                one->copy();
+                one->paste();
+                one->duplicatePresets({ a, Preset() });
+                one->showDetailsForPreset(a);
+                one->showDetailsForPreset({});
+                one->restoreState();
+                (void)one->validateMenuItem(Item::Paste);
+            };
+            everything();
+            one->view()->show();
+            everything();
+        }
+        manager.load();
+        manager.loadPreset({});
+        manager.loadPreset(a);
+        manager.view()->show();
+        manager.load();
+        manager.popoverWillShow();
+        manager.popoverDidShow();
+        alone.sourceListTreeController()->setSelectedObjects({ a });
+        EXPECT_EQ(alone.currentDetailsViewController(), nullptr);
+        alone.view()->grab();
+    }
+    EXPECT_TRUE(named(u"a"_s));
+}

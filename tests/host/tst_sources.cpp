@@ -1,0 +1,275 @@
+// The left side of the window, with the keys and the mouse of its user.
+
+#include <QLineEdit>
+#include <QMenu>
+#include <QMenuBar>
+#include <QTest>
+
+#include <kestrixkit/filter_ui/KXFilterSetPresetEditing.h>
+#include <kestrixkit/filters/KXFacetFilter.h>
+#include <kestrixkit/filters/KXFilterSet.h>
+#include <kestrixkit/filters/KXFilterSetPreset.h>
+#include <kestrixkit/foundation/KXUndoManager.h>
+#include <kestrixkit/foundation/KXUserDefaults.h>
+#include <kestrixkit/toolkit/KXAlert.h>
+
+#include <BrowserWindow.h>
+#include <Presets.h>
+#include <SourceColumn.h>
+#include <TrackTableView.h>
+#include <support/DragAndDrop.h>
+
+#include "LibraryTest.h"
+
+using namespace Qt::StringLiterals;
+
+class SourcesTest : public LibraryTest
+{
+protected:
+    void SetUp() override
+    {
+        LibraryTest::SetUp();
+        for (const QString &name : { u"House"_s, u"Techno"_s }) {
+            genres.append(Genre::createInContext(*context));
+            genres.last()->setName(name);
+        }
+        for (int i = 0; i < 7; ++i) {
+            const KXRef<Track> track = add(u"t%1"_s.arg(i), 118.0 + i);
+            track->addToGenres(genres[i < 5 ? 0 : 1]);
+            track->setMissing(i == 0);
+        }
+        save();
+    }
+    void open()
+    {
+        window = std::make_unique<BrowserWindow>(coordinator);
+        window->show();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
+        window->activateWindow();
+        window->sources()->musicDidChange();
+        endOfTurn();
+    }
+    /// Quits and starts again.
+    void openAgain()
+    {
+        window->close();
+        window.reset();
+        open();
+    }
+    KXSourceListViewController &library() const { return *window->sources()->library(); }
+    KXSourceListViewController &presets() const { return *window->sources()->presets(); }
+    int rows() const { return window->model()->rowCount(); }
+    void endOfTurn() const { QCoreApplication::processEvents(); }
+
+    QModelIndex find(KXSourceListViewController &list, const QString &title, int nth = 0) const
+    {
+        for (const KXTreeNode *node : list.treeController()->flattenedNodes()) {
+            const QModelIndex row = list.treeController()->indexForNode(node);
+            if (row.data().toString() == title && nth-- == 0)
+                return row;
+        }
+        ADD_FAILURE() << "there is no row " << title.toStdString();
+        return {};
+    }
+    void click(KXSourceListViewController &list, const QModelIndex &row, Qt::KeyboardModifiers modifiers = {}) const
+    {
+        list.sourceListView()->scrollTo(row);
+        QTest::mouseClick(list.sourceListView()->viewport(), Qt::LeftButton, modifiers,
+            list.sourceListView()->visualRect(row).center());
+        endOfTurn();
+    }
+    void press(const QKeySequence &keys) const
+    {
+        QTest::keySequence(QApplication::focusWidget() ? QApplication::focusWidget() : window.get(), keys);
+        endOfTurn();
+    }
+    /// Into the editor of a title that is open.
+    void type(const QString &text) const
+    {
+        auto *const editor = qobject_cast<QLineEdit *>(QApplication::focusWidget());
+        ASSERT_TRUE(editor) << "nothing is being renamed";
+        QTest::keyClicks(editor, text);
+        QTest::keyClick(editor, Qt::Key_Return);
+        endOfTurn();
+    }
+    QString undoTitle() const
+    {
+        return window->menuBar()->actions().first()->menu()->actions().first()->text().remove(u'&');
+    }
+    /// "Folder(a:4 b) c": all presets with their badges; what is open has a +.
+    QString outline(const QModelIndex &parent = {}) const
+    {
+        KXSourceListView &view = *presets().sourceListView();
+        QStringList parts;
+        for (int i = 0; i < view.model()->rowCount(parent); ++i) {
+            const QModelIndex row = view.model()->index(i, 0, parent);
+            const KXSourceListCell cell = view.cellForRow(row);
+            const QString below = outline(row);
+            parts += (view.isExpanded(row) ? u"+"_s : QString()) + cell.title
+                + (cell.count > 0 ? u':' + QString::number(cell.count) : QString())
+                + (below.isEmpty() ? QString() : u'(' + below + u')');
+        }
+        return parts.join(u' ');
+    }
+    void removeStartingPresets()
+    {
+        KXFilterSetPresetEditing::Presets all;
+        for (const KXTreeNode *node : presets().treeController()->rootNodes())
+            all.append(KXFilterSetPreset::cast(node->representedObject()));
+        KXFilterSetPresetEditing::removePresets(*presets().treeController(), all);
+        endOfTurn();
+    }
+
+    QList<KXRef<Genre>> genres;
+    std::unique_ptr<BrowserWindow> window;
+};
+
+TEST_F(SourcesTest, anEveningWithPresets)
+{
+    int asked = 0;
+    const auto alert = KXAlert::setRunner([&](const KXAlert &) {
+        ++asked;
+        return KXAlertAnswer { 0, true };
+    });
+    open();
+    EXPECT_TRUE(outline().startsWith(u"Tempo"_s)); // what a library begins with
+    removeStartingPresets();
+    openAgain();
+    EXPECT_EQ(outline(), QString()); // and not again
+
+    // A folder and presets of genres, all by keys.
+    click(library(), find(library(), u"Genres"_s));
+    press(Qt::Key_Right); // it is open: on to the first
+    EXPECT_EQ(rows(), 4) << "of House; the file of one is missing";
+    press(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_P));
+    type(u"Warm up"_s);
+    EXPECT_EQ(undoTitle(), u"Undo Rename"_s);
+    press(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_N));
+    type(u"Friday"_s);
+    click(presets(), find(presets(), u"Warm up"_s));
+    EXPECT_EQ(rows(), 4);
+    press(QKeySequence(Qt::CTRL | Qt::Key_D));
+    press(Qt::Key_F2);
+    type(u"Second hour"_s);
+    EXPECT_EQ(outline(), u"Warm up:4 Second hour:4 Friday"_s);
+
+    // Dragged together into the folder, in front of each other there, and out again.
+    KXSourceListView &view = *presets().sourceListView();
+    click(presets(), find(presets(), u"Warm up"_s), Qt::ControlModifier);
+    EXPECT_EQ(DragAndDrop::rows(view, view.selectionModel()->selectedRows(), find(presets(), u"Friday"_s), 0.5),
+        Qt::MoveAction);
+    EXPECT_EQ(outline(), u"Friday:8(Warm up:4 Second hour:4)"_s);
+    EXPECT_EQ(undoTitle(), u"Undo Move Items"_s);
+    click(presets(), find(presets(), u"Friday"_s));
+    EXPECT_EQ(rows(), 4) << "each track once";
+    press(Qt::Key_Right);
+    EXPECT_EQ(DragAndDrop::rows(view, { find(presets(), u"Second hour"_s) }, find(presets(), u"Warm up"_s), 0),
+        Qt::MoveAction);
+    EXPECT_EQ(outline(), u"+Friday:8(Second hour:4 Warm up:4)"_s);
+
+    // Copied and pasted after another one, deleted (asked once), undone, redone by name.
+    click(presets(), find(presets(), u"Second hour"_s));
+    press(QKeySequence::Copy);
+    click(presets(), find(presets(), u"Warm up"_s));
+    press(QKeySequence::Paste);
+    EXPECT_EQ(outline(), u"+Friday:12(Second hour:4 Warm up:4 Second hour:4)"_s);
+    click(presets(), find(presets(), u"Warm up"_s));
+    press(Qt::Key_Delete);
+    EXPECT_EQ(outline(), u"+Friday:8(Second hour:4 Second hour:4)"_s);
+    EXPECT_EQ(undoTitle(), u"Undo Delete Filter Preset"_s);
+    EXPECT_EQ(presets().selectedItem()->title(), u"Second hour"_s); // what took its place
+    press(Qt::Key_Backspace);
+    EXPECT_EQ(asked, 1);
+    press(QKeySequence(Qt::CTRL | Qt::Key_Z));
+    press(QKeySequence(Qt::CTRL | Qt::Key_Z));
+    EXPECT_EQ(outline(), u"+Friday:12(Second hour:4 Warm up:4 Second hour:4)"_s);
+    press(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Z));
+    const QString left = outline();
+    EXPECT_EQ(left, u"+Friday:8(Second hour:4 Second hour:4)"_s);
+    click(presets(), find(presets(), u"Second hour"_s, 1));
+    press(Qt::Key_Return);
+    EXPECT_EQ(QApplication::focusWidget(), window->table());
+
+    openAgain();
+    EXPECT_EQ(outline(), left);
+    EXPECT_EQ(presets().currentSelectedIndexPath(), (KXIndexPath { 0, 1 }));
+    EXPECT_TRUE(library().selectedItems().isEmpty());
+    EXPECT_EQ(rows(), 4);
+    KXUserDefaults::standard().remove(KXRemoveFilterSetPresetAlertSuppressKey);
+}
+
+TEST_F(SourcesTest, badgesFollowTheMusicAndTheTableTheSelection)
+{
+    open();
+    const auto badge = [&](KXSourceListViewController &list, const QString &title) {
+        return list.sourceListView()->cellForRow(find(list, title)).count;
+    };
+    EXPECT_EQ(library().selectedItem()->title(), u"All Tracks"_s);
+    EXPECT_EQ(rows(), 7);
+    EXPECT_EQ(badge(library(), u"All Tracks"_s), 7);
+    EXPECT_EQ(badge(library(), u"Genres"_s), 6);
+    EXPECT_EQ(badge(library(), u"House"_s), 4);
+    click(library(), find(library(), u"Techno"_s));
+    EXPECT_EQ(rows(), 2);
+
+    // Somebody else imports, renames and removes.
+    const KXRef<Track> more = add(u"t9"_s, 130);
+    more->addToGenres(genres[1]);
+    genres[1]->setName(u"Acid"_s);
+    const auto drone = Genre::createInContext(*context);
+    drone->setName(u"Drone"_s);
+    context->removeManagedObject(genres[0]);
+    save();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return rows() == 3; }));
+    endOfTurn();
+    EXPECT_EQ(badge(library(), u"All Tracks"_s), 8);
+    EXPECT_EQ(badge(library(), u"Acid"_s), 3);
+    EXPECT_EQ(library().selectedItem()->title(), u"Acid"_s);
+    QStringList genreNames;
+    const QModelIndex above = find(library(), u"Genres"_s);
+    for (int i = 0; i < library().treeController()->rowCount(above); ++i)
+        genreNames += library().treeController()->index(i, 0, above).data().toString();
+    EXPECT_EQ(genreNames.join(u' '), u"Acid Drone"_s);
+    EXPECT_FALSE(window->context()->undoManager()->canUndo());
+
+    // One list says what is shown; several presets show the tracks of any of them.
+    const QModelIndex tempo = find(presets(), u"Tempo"_s);
+    presets().sourceListView()->expand(tempo);
+    click(presets(), find(presets(), u"118 to 124"_s));
+    EXPECT_TRUE(library().selectedItems().isEmpty());
+    EXPECT_EQ(rows(), 5);
+    click(presets(), find(presets(), u"128 to 132"_s), Qt::ControlModifier);
+    EXPECT_EQ(rows(), 6);
+    QTest::keyClicks(presets().sourceListView(), u"124"_s); // digits look for a preset here, they do not rate
+    endOfTurn();
+    EXPECT_EQ(presets().selectedItem()->title(), u"124 to 128"_s);
+    EXPECT_EQ(rows(), 1);
+    click(library(), find(library(), u"All Tracks"_s));
+    EXPECT_TRUE(presets().selectedItems().isEmpty());
+    EXPECT_EQ(rows(), 8);
+    EXPECT_FALSE(window->context()->hasChanges());
+}
+
+// A preset that looks for what is not here says so; one that is deleted by somebody else while it is shown makes room.
+TEST_F(SourcesTest, unavailableAndDeletedPresets)
+{
+    open();
+    const auto foreign = Presets::makeOfPlace(*window->context(), genres[0], u"Foreign"_s);
+    foreign->filterSet()->filters().first()->setLocalValuePredicateKeyPath(u"colour"_s);
+    window->context()->save();
+    endOfTurn();
+    const QModelIndex row = find(presets(), u"Foreign"_s);
+    EXPECT_FALSE(presets().sourceListView()->cellForRow(row).isEnabled);
+    EXPECT_TRUE(row.data(Qt::ToolTipRole).toString().contains(u"not available"_s));
+    click(presets(), row);
+    EXPECT_EQ(rows(), 0);
+
+    press(Qt::Key_F2);
+    const auto there = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
+    there->removeManagedObject(there->objectWithID(foreign->objectID()));
+    ASSERT_TRUE(there->save(nullptr));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !presets().sourceListView()->isEditing(); }));
+    endOfTurn();
+    ASSERT_TRUE(presets().selectedItem());
+    EXPECT_EQ(presets().selectedItem()->title(), u"Four Stars and More"_s);
+}
