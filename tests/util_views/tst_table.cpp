@@ -365,6 +365,7 @@ TEST_F(TableViewTest, textsStandAtTheirSide)
         table.setModel(&one);
         one.setData(one.index(0, 0), u"abc"_s);
         table.resize(200, 60);
+        (void)table.grab(); // lays it out
         for (const auto alignment : { Qt::AlignLeft, Qt::AlignHCenter, Qt::AlignRight }) {
             one.setData(one.index(0, 0), QVariant::fromValue(Qt::Alignment(alignment)), Qt::TextAlignmentRole);
             const QImage image = table.viewport()->grab(table.visualRect(one.index(0, 0))).toImage();
