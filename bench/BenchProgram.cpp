@@ -1,6 +1,6 @@
 #include "BenchProgram.h"
 
-#include <memory>
+#include <optional>
 
 #include <QCoreApplication>
 
@@ -17,9 +17,9 @@ void BenchProgram::report(benchmark::State &state, double value)
 
 int BenchProgram::run(int argc, char **argv, void (*prepare)())
 {
-    // One that shows windows has made its own.
-    const std::unique_ptr<QCoreApplication> application(
-        QCoreApplication::instance() ? nullptr : new QCoreApplication(argc, argv));
+    std::optional<QCoreApplication> application;
+    if (!QCoreApplication::instance())
+        application.emplace(argc, argv);
     if (argc > 1 && qstrcmp(argv[1], "--prepare") == 0) {
         prepare();
         return 0;

@@ -11,7 +11,7 @@ namespace BenchProgram {
 void add(const char *name, std::function<void(benchmark::State &)> function);
 /// Runs the loop of a benchmark and gives the value to the driver, in the unit that figures.json names.
 void report(benchmark::State &state, double value);
-/// Runs the benchmarks that the command line names. With --prepare it makes the files they need instead.
+/// Runs the benchmarks that the command line names, with an application object unless there is one. With --prepare it makes the files they need instead.
 int run(int argc, char **argv, void (*prepare)());
 
 }

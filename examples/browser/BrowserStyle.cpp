@@ -73,7 +73,6 @@ void BrowserStyle::setDark(bool dark)
         QStatusBar { background: %1; border-top: 1px solid %2; color: %3; min-height: 30px; }
         QStatusBar QLabel { color: %3; }
         QStatusBar::item { border: none; }
-        QTableView { border: none; outline: none; }
         QToolTip { background: %1; color: %4; border: 1px solid %7; padding: 4px; }
     )"_s.arg(c.panel.name(), c.line.name(), c.secondaryText.name(), c.text.name(), c.disabledText.name(),
         c.controlPressed.name(), c.border.name(), c.selection.name(), c.selectedText.name()));

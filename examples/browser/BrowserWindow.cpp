@@ -18,6 +18,7 @@
 #include <kestrixkit/theme/KXThemeStyleNames.h>
 #include <kestrixkit/theme/controls/KXThemeableButton.h>
 #include <kestrixkit/theme/controls/KXThemeableProgressIndicator.h>
+#include <kestrixkit/toolkit/KXMenu.h>
 
 #include "BrowserStyle.h"
 #include "GenreDialog.h"
@@ -199,15 +200,18 @@ void BrowserWindow::buildTable()
     QMenu *view = menuBar()->addMenu(tr("&View"));
     view->setAccessibleName(tr("View"));
     view->addAction(m_lightAction);
-    m_table->setContextMenuPolicy(Qt::CustomContextMenu);
-    connect(m_table, &QWidget::customContextMenuRequested, this, [this](const QPoint &position) {
-        auto *menu = new QMenu(m_table);
-        menu->setAttribute(Qt::WA_DeleteOnClose);
-        if (m_table->columnAt(position.x()) == TrackTableModel::GenreNames)
-            menu->addAction(m_genreAction);
-        menu->addActions({ m_commentAction });
-        menu->popup(m_table->viewport()->mapToGlobal(position));
+    view->addMenu(m_table->columnsMenu());
+    m_table->setColumnPresetsName(u"TrackTableColumns"_s);
+    m_table->setSortOptionsAutoSaveName(u"TrackTableSortOptions"_s);
+    m_table->loadSortOptions();
+    auto *menu = new KXMenu(this);
+    menu->setAccessibleName(tr("Track"));
+    menu->setUpdater([this](KXMenu &filled) {
+        if (m_table->clickedCell().column() == TrackTableModel::GenreNames)
+            filled.addAction(m_genreAction);
+        filled.addAction(m_commentAction);
     });
+    m_table->setMenu(menu);
 
     m_emptyText = new QLabel(tr("No music in the library yet"), m_table->viewport());
     m_emptyText->setAlignment(Qt::AlignCenter);

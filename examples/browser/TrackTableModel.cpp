@@ -16,24 +16,26 @@ struct ColumnDescription
     const char *title;
     const char *sortKey;
     Qt::AlignmentFlag alignment;
+    bool isText;
 };
 
 constexpr ColumnDescription columnDescriptions[TrackTableModel::ColumnCount] = {
-    { QT_TRANSLATE_NOOP("TrackTable", "Title"), "title", Qt::AlignLeft },
-    { QT_TRANSLATE_NOOP("TrackTable", "Artist"), "artistText", Qt::AlignLeft },
-    { QT_TRANSLATE_NOOP("TrackTable", "Album"), "albumText", Qt::AlignLeft },
-    { QT_TRANSLATE_NOOP("TrackTable", "Genre"), "genreText", Qt::AlignLeft },
-    { QT_TRANSLATE_NOOP("TrackTable", "BPM"), "bpm", Qt::AlignRight },
-    { QT_TRANSLATE_NOOP("TrackTable", "Key"), "keyOrder", Qt::AlignHCenter },
-    { QT_TRANSLATE_NOOP("TrackTable", "Rating"), "rating", Qt::AlignLeft },
-    { QT_TRANSLATE_NOOP("TrackTable", "Length"), "duration", Qt::AlignRight },
-    { QT_TRANSLATE_NOOP("TrackTable", "Label"), "labelText", Qt::AlignLeft },
-    { QT_TRANSLATE_NOOP("TrackTable", "Year"), "year", Qt::AlignRight },
-    { QT_TRANSLATE_NOOP("TrackTable", "Added"), "added", Qt::AlignRight },
-    { QT_TRANSLATE_NOOP("TrackTable", "Comment"), "comment", Qt::AlignLeft },
+    { QT_TRANSLATE_NOOP("TrackTable", "Title"), "title", Qt::AlignLeft, true },
+    { QT_TRANSLATE_NOOP("TrackTable", "Artist"), "artistText", Qt::AlignLeft, true },
+    { QT_TRANSLATE_NOOP("TrackTable", "Album"), "albumText", Qt::AlignLeft, true },
+    { QT_TRANSLATE_NOOP("TrackTable", "Genre"), "genreText", Qt::AlignLeft, true },
+    { QT_TRANSLATE_NOOP("TrackTable", "BPM"), "bpm", Qt::AlignRight, false },
+    { QT_TRANSLATE_NOOP("TrackTable", "Key"), "keyOrder", Qt::AlignHCenter, false },
+    { QT_TRANSLATE_NOOP("TrackTable", "Rating"), "rating", Qt::AlignLeft, false },
+    { QT_TRANSLATE_NOOP("TrackTable", "Length"), "duration", Qt::AlignRight, false },
+    { QT_TRANSLATE_NOOP("TrackTable", "Label"), "labelText", Qt::AlignLeft, true },
+    { QT_TRANSLATE_NOOP("TrackTable", "Year"), "year", Qt::AlignRight, false },
+    { QT_TRANSLATE_NOOP("TrackTable", "Added"), "added", Qt::AlignRight, false },
+    { QT_TRANSLATE_NOOP("TrackTable", "Comment"), "comment", Qt::AlignLeft, true },
 };
 
 constexpr int searchableRows = 20'000;
+constexpr int rowsReadAtOnce = 64; // one screen, or two where it lies across a boundary
 
 QString lengthText(double seconds)
 {
@@ -117,16 +119,38 @@ QVariant TrackTableModel::headerData(int section, Qt::Orientation orientation, i
         return QCoreApplication::translate("TrackTable", columnDescriptions[section].title);
     if (role == Qt::TextAlignmentRole)
         return QVariant::fromValue(Qt::Alignment(columnDescriptions[section].alignment | Qt::AlignVCenter));
+    if (role == Qt::InitialSortOrderRole)
+        return sortDescriptor(Column(section)).ascending ? Qt::AscendingOrder : Qt::DescendingOrder;
     return {};
 }
 
 void TrackTableModel::sort(int column, Qt::SortOrder order)
 {
-    if (column < 0 || column >= ColumnCount || (column == m_sortColumn && order == m_sortOrder))
+    if (column < 0 || column >= ColumnCount)
         return;
-    m_sortColumn = column;
-    m_sortOrder = order;
+    KXSortDescriptor descriptor = sortDescriptor(Column(column));
+    descriptor.ascending = order == Qt::AscendingOrder;
+    setSortDescriptors({ descriptor });
+}
+
+void TrackTableModel::setSortDescriptors(const QList<KXSortDescriptor> &descriptors)
+{
+    const auto isAlike = [](const KXSortDescriptor &a, const KXSortDescriptor &b) {
+        return a.key == b.key && a.ascending == b.ascending;
+    };
+    if (std::equal(descriptors.begin(), descriptors.end(), m_sortDescriptors.begin(), m_sortDescriptors.end(), isAlike))
+        return;
+    m_sortDescriptors = descriptors;
     m_tracks.setRequest(request());
+}
+
+KXSortDescriptor TrackTableModel::sortDescriptor(Column column)
+{
+    const ColumnDescription &description = columnDescriptions[column];
+    // The newest, best and latest first.
+    const bool ascending = column != Rating && column != Year && column != Added;
+    return { QLatin1StringView(description.sortKey), ascending,
+        description.isText ? KXCaseInsensitive | KXDiacriticInsensitive : 0 };
 }
 
 void TrackTableModel::setFilter(const KXPredicate &filter)
@@ -137,10 +161,9 @@ void TrackTableModel::setFilter(const KXPredicate &filter)
 
 KXFetchRequest TrackTableModel::request() const
 {
-    const ColumnDescription &description = columnDescriptions[m_sortColumn];
     return KXFetchRequest(QString(Track::entityName), m_filter)
-        .setSortDescriptors({ { QLatin1StringView(description.sortKey), m_sortOrder == Qt::AscendingOrder,
-            KXCaseInsensitive | KXDiacriticInsensitive } });
+        .setSortDescriptors(m_sortDescriptors)
+        .setFetchBatchSize(rowsReadAtOnce);
 }
 
 QModelIndexList TrackTableModel::match(
@@ -201,7 +224,7 @@ void TrackTableModel::listDidChange(const KXListStep &step)
 
 const TrackTableModel::Row &TrackTableModel::row(int number) const
 {
-    const qint64 key = m_tracks.keys()[size_t(number)];
+    const qint64 key = m_tracks.key(number);
     if (const Row *known = m_rows.object(key))
         return *known;
     const KXRef<Track> shown = track(number);

@@ -52,6 +52,9 @@ public:
     QVariant headerData(int section, Qt::Orientation orientation, int role = Qt::DisplayRole) const override;
     /// Puts the tracks in the order of that column.
     void sort(int column, Qt::SortOrder order = Qt::AscendingOrder) override;
+    void setSortDescriptors(const QList<KXSortDescriptor> &descriptors);
+    /// What the column is sorted by; texts without regard to case and diacritics.
+    [[nodiscard]] static KXSortDescriptor sortDescriptor(Column column);
     /// Shows only the tracks that match; all of them for an absent predicate.
     void setFilter(const KXPredicate &filter);
     [[nodiscard]] const KXPredicate &filter() const { return m_filter; }
@@ -81,8 +84,7 @@ private:
     Row makeRow(const Track &track) const;
 
     LibraryEditor *const m_editor;
-    int m_sortColumn = Added;
-    Qt::SortOrder m_sortOrder = Qt::DescendingOrder;
+    QList<KXSortDescriptor> m_sortDescriptors { sortDescriptor(Added) };
     KXPredicate m_filter;
     KXLiveList m_tracks;
     mutable QCache<qint64, Row> m_rows { 1024 }; // by the tracks' keys

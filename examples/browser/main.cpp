@@ -27,6 +27,7 @@
 #include "Crate.h"
 #include "Presets.h"
 #include "Report.h"
+#include "TrackTableView.h"
 
 using namespace Qt::StringLiterals;
 
@@ -310,11 +311,11 @@ void runWindow(
     QObject::connect(&notifier, &QSocketNotifier::activated, &application, [] { QCoreApplication::exit(Failed); });
     QString problem;
     if (!arguments.screenshot.isEmpty()) {
-        // Queued: the table lays itself out on the turn after its last change.
         QObject::connect(
             &window, &BrowserWindow::importFinished, &window,
             [&](const QString &error) {
                 problem = error;
+                window.table()->doItemsLayout(); // which it would do later this turn
                 if (problem.isEmpty() && !window.grab().save(arguments.screenshot, "PNG"))
                     problem = u"%1: cannot be written"_s.arg(arguments.screenshot);
                 QCoreApplication::exit(problem.isEmpty() ? Done : Failed);

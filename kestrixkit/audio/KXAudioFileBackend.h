@@ -31,8 +31,6 @@ struct KXAudioFileOptions
     double growthSeconds = 60;
     /// The file is being downloaded: it counts as growing until it has what it promises.
     bool growing = false;
-    /// Threads that may decode at a time. A second one makes reading FLAC in one go faster, at the price of some delay.
-    int decodingThreads = 1;
 };
 
 /// What a KXAudioFile stands on. The framework has one for plain PCM and one for everything else; a test can bring

@@ -160,7 +160,7 @@ int KXFFmpegAudioFile::openDecoder()
         return AVERROR(ENOMEM);
     int status = avcodec_parameters_to_context(context.get(), m_stream->codecpar);
     context->pkt_timebase = m_stream->time_base; // moves time stamps along when samples at the start are skipped
-    context->thread_count = std::max(1, m_options.decodingThreads);
+    context->thread_count = 1;
     if (status < 0 || (status = avcodec_open2(context.get(), codec, nullptr)) < 0)
         return status;
     m_codec = std::move(context);

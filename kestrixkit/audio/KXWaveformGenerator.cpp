@@ -1,7 +1,9 @@
 #include <kestrixkit/audio/KXWaveformGenerator.h>
 
 #include <cmath>
+#include <condition_variable>
 #include <limits>
+#include <mutex>
 #include <thread>
 
 #include <xmmintrin.h>
@@ -16,6 +18,136 @@ constexpr size_t waveformChunkBytes = 128 * 1024; // of all channels: stays in t
 constexpr double waveformMostPixels = 32768; // of an image's side
 constexpr auto waveformPatience = std::chrono::milliseconds(20); // between two looks at a file that grows
 constexpr double waveformGrowthSeconds = 3; // a picture cannot wait as long as a player
+
+/// Reads a file column by column.
+class WaveformColumns
+{
+public:
+    WaveformColumns(KXAudioFile &file, quint32 channels, qint64 framesPerColumn, const std::atomic<bool> &cancelled)
+        : m_file(file)
+        , m_framesPerColumn(framesPerColumn)
+        , m_chunk(quint32(std::min<qint64>(std::max<qint64>(256, waveformChunkBytes / sizeof(float) / channels), framesPerColumn)))
+        , m_cancelled(cancelled)
+        , m_samples(size_t(channels) * m_chunk)
+    {
+        for (size_t c = 0; c < channels; ++c)
+            m_pointers.push_back(m_samples.data() + c * m_chunk);
+    }
+
+    /// The largest sample of each channel in the next column. False when cancelled, and where no frame is left.
+    bool next(std::vector<float> &peaks)
+    {
+        qint64 frames = 0;
+        while (frames < m_framesPerColumn && !m_cancelled) {
+            quint32 got = 0;
+            const KXAudioFileStatus status = m_file.read(m_pointers.data(), quint32(std::min<qint64>(m_chunk, m_framesPerColumn - frames)), &got);
+            if (status == KXAudioFileInvalidFileError) {
+                std::this_thread::sleep_for(waveformPatience);
+                continue;
+            }
+            if (got == 0)
+                break;
+            for (size_t c = 0; c < m_pointers.size(); ++c) {
+                const float peak = maxV(m_pointers[c], got);
+                peaks[c] = frames == 0 ? peak : std::max(peaks[c], peak);
+            }
+            frames += got;
+        }
+        return frames > 0 && !m_cancelled;
+    }
+
+private:
+    KXAudioFile &m_file;
+    const qint64 m_framesPerColumn;
+    const quint32 m_chunk; // frames
+    const std::atomic<bool> &m_cancelled;
+    std::vector<float> m_samples;
+    std::vector<float *> m_pointers;
+};
+
+KXAudioFileOptions waveformOptions(const std::shared_ptr<std::atomic<bool>> &cancelled)
+{
+    KXAudioFileOptions options;
+    options.cancelled = cancelled;
+    options.growthSeconds = waveformGrowthSeconds;
+    return options;
+}
+
+/// A run of columns that a thread of its own reads ahead.
+class WaveformPart
+{
+public:
+    /// From the column `first` on, `columns` of them, or to the end of the file for -1.
+    WaveformPart(const QUrl &url, const std::shared_ptr<std::atomic<bool>> &cancelled, const KXStreamFormat &format, qint64 framesPerColumn, qint64 first, qint64 columns)
+        : m_first(first)
+        , m_channels(format.mChannelsPerFrame)
+        , m_thread([=, this] { read(url, cancelled, format, framesPerColumn, columns); })
+    {
+    }
+    ~WaveformPart()
+    {
+        m_unwanted = true;
+        m_thread.join();
+    }
+    Q_DISABLE_COPY_MOVE(WaveformPart)
+
+    /// False where the file could not be opened a second time, or cannot be read from the middle.
+    bool hasBegun()
+    {
+        std::unique_lock lock(m_mutex);
+        m_changed.wait(lock, [this] { return m_state != Opening; });
+        return m_state != Failed;
+    }
+    /// The peaks of a column, once they are there. False where the file ended before.
+    bool wait(qint64 column, std::vector<float> &peaks)
+    {
+        const size_t at = size_t(column - m_first) * m_channels;
+        std::unique_lock lock(m_mutex);
+        m_changed.wait(lock, [&] { return at < m_peaks.size() || m_state == Ended; });
+        if (at >= m_peaks.size())
+            return false;
+        std::copy_n(m_peaks.begin() + ptrdiff_t(at), m_channels, peaks.begin());
+        return true;
+    }
+
+private:
+    enum State { Opening, Failed, Reading, Ended };
+
+    void enter(State state)
+    {
+        const std::lock_guard lock(m_mutex);
+        m_state = state;
+        m_changed.notify_one();
+    }
+
+    void read(const QUrl &url, const std::shared_ptr<std::atomic<bool>> &cancelled, const KXStreamFormat &format, qint64 framesPerColumn, qint64 columns)
+    {
+        KXAudioFile file;
+        KXStreamFormat found;
+        qint64 frames = 0;
+        if (!file.openForReading(url, waveformOptions(cancelled), &found, &frames, nullptr) || found.mChannelsPerFrame != m_channels
+            || !file.useFormat(KXPlanarFloatFormat(format.mSampleRate, format.mChannelsPerFrame), nullptr) || file.seek(m_first * framesPerColumn) != KXAudioFileNoError)
+            return enter(Failed);
+        enter(Reading);
+        WaveformColumns reader(file, format.mChannelsPerFrame, framesPerColumn, *cancelled);
+        std::vector<float> peaks(m_channels);
+        for (qint64 i = 0; i != columns && !m_unwanted && reader.next(peaks); ++i) {
+            const std::lock_guard lock(m_mutex);
+            m_peaks.insert(m_peaks.end(), peaks.begin(), peaks.end());
+            m_changed.notify_one();
+        }
+        enter(Ended);
+    }
+
+    const qint64 m_first;
+    const size_t m_channels;
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    State m_state = Opening;
+    std::vector<float> m_peaks; // of all channels, column by column
+    std::atomic<bool> m_unwanted { false };
+    std::thread m_thread;
+};
 
 }
 
@@ -61,7 +193,7 @@ void KXWaveformGenerator::cancel()
 template <typename... Values>
 void KXWaveformGenerator::callLater(const std::function<void(const Values &...)> &block, Values... values)
 {
-    if (!block || isCancelled())
+    if (!block || *m_cancelled)
         return;
     KXMainQueue::async([cancelled = m_cancelled, block, values...] {
         if (!*cancelled)
@@ -88,16 +220,12 @@ void KXWaveformGenerator::main()
 
 bool KXWaveformGenerator::generateWaveformPaths(KXError *error)
 {
-    KXAudioFileOptions options;
-    options.cancelled = m_cancelled;
-    options.growthSeconds = waveformGrowthSeconds;
-    options.decodingThreads = m_decodingThreads;
     KXAudioFile file;
     KXStreamFormat format;
     qint64 frames = 0;
-    if (!file.openForReading(m_fileURL, options, &format, &frames, error)
+    if (!file.openForReading(m_fileURL, waveformOptions(m_cancelled), &format, &frames, error)
         || !file.useFormat(KXPlanarFloatFormat(format.mSampleRate, format.mChannelsPerFrame), error)) {
-        if (isCancelled())
+        if (*m_cancelled)
             cancelLater();
         return false;
     }
@@ -112,47 +240,42 @@ bool KXWaveformGenerator::generateWaveformPaths(KXError *error)
     m_pictures.clear();
     for (quint32 i = 0; i < (m_sumAllChannels ? 1 : format.mChannelsPerFrame); ++i)
         m_pictures.push_back(std::make_unique<KXWaveformPicture>(pixels, m_fillColour));
-    if (frames > 0 && m_size.width() > 0)
-        readColumns(file, format, qint64(std::min(std::ceil(double(frames) / m_size.width()), 1e15)));
-    if (isCancelled())
+    if (frames > 0 && m_size.width() > 0) {
+        const auto framesPerColumn = qint64(std::min(std::ceil(double(frames) / m_size.width()), 1e15));
+        readColumns(file, format, framesPerColumn, (frames + framesPerColumn - 1) / framesPerColumn);
+    }
+    if (*m_cancelled)
         cancelLater();
     return true;
 }
 
-void KXWaveformGenerator::readColumns(KXAudioFile &file, const KXStreamFormat &format, qint64 framesPerColumn)
+void KXWaveformGenerator::readColumns(KXAudioFile &file, const KXStreamFormat &format, qint64 framesPerColumn, qint64 columns)
 {
-    const size_t channels = format.mChannelsPerFrame;
-    const size_t most = std::max<size_t>(256, waveformChunkBytes / sizeof(float) / channels);
-    const auto chunk = quint32(std::min<qint64>(qint64(most), framesPerColumn));
-    std::vector<float> samples(channels * chunk);
-    std::vector<float *> pointers;
-    for (size_t c = 0; c < channels; ++c)
-        pointers.push_back(samples.data() + c * chunk);
+    // Files are divided among threads, not frames among a codec's threads: waking one for each frame costs as much as
+    // decoding it. Each thread reads a run of columns through a file of its own.
+    const qint64 share = (columns + m_decodingThreads - 1) / m_decodingThreads;
+    std::vector<std::unique_ptr<WaveformPart>> parts;
+    for (qint64 first = share; first < columns; first += share)
+        parts.push_back(std::make_unique<WaveformPart>(m_fileURL, m_cancelled, format, framesPerColumn, first, first + share < columns ? share : -1));
 
-    std::vector<float> peaks(channels);
-    qint64 columns = 0;
-    while (!isCancelled()) {
-        qint64 frames = 0;
-        while (frames < framesPerColumn && !isCancelled()) {
-            quint32 got = 0;
-            const auto wanted = quint32(std::min<qint64>(chunk, framesPerColumn - frames));
-            const KXAudioFileStatus status = file.read(pointers.data(), wanted, &got);
-            if (status == KXAudioFileInvalidFileError) {
-                std::this_thread::sleep_for(waveformPatience);
-                continue;
-            }
-            if (got == 0)
-                break;
-            for (size_t c = 0; c < channels; ++c) {
-                const float peak = maxV(pointers[c], got);
-                peaks[c] = frames == 0 ? peak : std::max(peaks[c], peak);
-            }
-            frames += got;
+    WaveformColumns own(file, format.mChannelsPerFrame, framesPerColumn, *m_cancelled);
+    std::vector<float> peaks(format.mChannelsPerFrame);
+    qint64 read = 0; // columns, through the file at hand
+    for (qint64 column = 0; !*m_cancelled; ++column) {
+        const auto place = size_t(std::min(column / share, qint64(parts.size())));
+        WaveformPart *const part = place > 0 ? parts[place - 1].get() : nullptr;
+        if (part && part->hasBegun()) {
+            if (!part->wait(column, peaks))
+                return;
+        } else {
+            if (read != column && file.seek(column * framesPerColumn) != KXAudioFileNoError)
+                return;
+            if (!own.next(peaks))
+                return;
+            read = column + 1;
         }
-        if (frames == 0 || isCancelled())
-            return;
         addColumn(peaks);
-        if (++columns % ColumnsPerProgress == 0 && m_progressBlock) {
+        if ((column + 1) % ColumnsPerProgress == 0 && m_progressBlock) {
             if (const QList<QImage> images = generateWaveformImages(); !images.isEmpty())
                 callLater(m_progressBlock, images);
         }

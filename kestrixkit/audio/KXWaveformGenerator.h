@@ -1,5 +1,7 @@
 #pragma once
 
+#include <algorithm>
+
 #include <QColor>
 #include <QImage>
 #include <QPainterPath>
@@ -27,7 +29,7 @@ class KXWaveformPicture;
 /// An operation for a queue, used once. It reads the file once, in pieces, so that the memory it takes does not depend
 /// on how long the file is. A file that still grows is waited for, up to a few seconds after its last change.
 ///
-/// Threads: the work is done on the operation's thread. Blocks are called on the main thread, later, and never after
+/// Threads: the work is done on the operation's thread, and on as many others as it is told to use. Blocks are called on the main thread, later, and never after
 /// cancel() but for the cancel block. To be set up before it is queued; results are to be read when it is done.
 class KX_AUDIO_EXPORT KXWaveformGenerator : public KXAbstractOperation
 {
@@ -47,8 +49,8 @@ public:
     [[nodiscard]] bool sumAllChannels() const { return m_sumAllChannels; }
     void setSumAllChannels(bool sum) { m_sumAllChannels = sum; }
 
-    /// Threads that may decode at a time, for whoever waits for the result: two make FLAC a third faster. 1 at first.
-    void setDecodingThreads(int threads) { m_decodingThreads = threads; }
+    /// Threads that decode at a time, each a part of the file, for whoever waits for the result. 1 at first, and at least.
+    void setDecodingThreads(int threads) { m_decodingThreads = std::max(1, threads); }
 
     [[nodiscard]] const ImagesBlock &successBlock() const { return m_successBlock; }
     void setSuccessBlock(ImagesBlock block) { m_successBlock = std::move(block); }
@@ -75,7 +77,7 @@ public:
     [[nodiscard]] double holdMaxValue() const { return m_holdMaxValue; }
 
 private:
-    void readColumns(KXAudioFile &file, const KXStreamFormat &format, qint64 framesPerColumn);
+    void readColumns(KXAudioFile &file, const KXStreamFormat &format, qint64 framesPerColumn, qint64 columns);
     void addColumn(const std::vector<float> &peaks);
     template <typename... Values> void callLater(const std::function<void(const Values &...)> &block, Values... values);
     void cancelLater();

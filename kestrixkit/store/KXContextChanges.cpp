@@ -173,10 +173,16 @@ bool KXManagedObjectContextPrivate::isMember(Object *object, const KXPropertyDes
         return false; // never stored: it has only what was added
     const KXPropertyDescription *inverse = property.inverse();
     if (Object *other = inverse ? registered(key) : nullptr; other && other->loadedValues()) {
-        // The other end may know without a look into the store.
-        if (inverse->isToOne())
-            return other->values()->toOne(*inverse) == object->m_key;
-        const KXToManyKeys *back = other->values()->existingToMany(*inverse);
+        // The other end may know without a look into the store. A deleted one keeps its values, but is a member only
+        // where the store says so.
+        if (other->isDeleted() && other->values()->version == 0)
+            return false;
+        if (inverse->isToOne()) {
+            const auto change = other->isDeleted() ? changes.find(other) : changes.end();
+            const KXRowValues *stored = change != changes.end() ? change->second.before.get() : nullptr;
+            return (stored ? stored : other->values())->toOne(*inverse) == object->m_key;
+        }
+        const KXToManyKeys *back = other->isDeleted() ? nullptr : other->values()->existingToMany(*inverse);
         if (back ? back->loaded : other->values()->version == 0)
             return back && back->members.contains(object->m_key);
     }

@@ -48,6 +48,52 @@ void KXManagedObjectContextPrivate::vanish(const KXRef<Object> &object)
     m_observed.erase(object.get());
 }
 
+/// Where an unsaved edit and the save lead an object to different ends, the edit stays; at those ends it becomes an edit
+/// of what was saved. The end that the save leads to comes into memory for that, or reading it later would count the
+/// object in.
+void KXManagedObjectContextPrivate::keepContestedLinks(const KXStoreChange &change)
+{
+    const auto settle = [this](const KXPropertyDescription &property, qint64 end, qint64 member, bool add) {
+        const KXRef<Object> object = end ? this->object(*property.destinationEntity(), end) : KXRef<Object>();
+        if (!object || object->isDeleted() || object->isInserted() || !object->loadedValues())
+            return;
+        const KXPropertyDescription &inverse = *property.inverse();
+        KXToManyKeys &keys = object->values()->toMany(inverse);
+        QSet<qint64> &own = add ? keys.added : keys.removed;
+        if (own.contains(member))
+            return;
+        const KXUndoRegistrationOff off(recorder.manager().get());
+        willChange(object.get(), inverse.index());
+        own.insert(member);
+        if (keys.loaded && add)
+            keys.members.insert(member);
+        else if (keys.loaded)
+            keys.members.remove(member);
+    };
+    if (changes.empty())
+        return;
+    for (const KXEntityChange &entity : change.entities()) {
+        for (const KXRowChange &row : entity.updated) {
+            Object *object = registered(row.key);
+            const auto own = object && object->isUpdated() ? changes.find(object) : changes.end();
+            if (own == changes.end())
+                continue;
+            const KXPropertySet changed = own->second.changed;
+            for (const KXPropertyChange &news : row.properties) {
+                const KXPropertyDescription &property = *news.property;
+                if (!property.isToOne() || !property.inverse() || !property.inverse()->isToMany() || !changed.test(size_t(property.index())))
+                    continue;
+                const qint64 here = object->values()->toOne(property);
+                const qint64 there = news.newValue.toLongLong();
+                if (here != there) {
+                    settle(property, here, row.key, true);
+                    settle(property, there, row.key, false);
+                }
+            }
+        }
+    }
+}
+
 void KXManagedObjectContextPrivate::mergeChanges(const KXStoreChange &change)
 {
     checkThread();
@@ -76,14 +122,7 @@ void KXManagedObjectContextPrivate::mergeChanges(const KXStoreChange &change)
         object->didChangeValueForKey(property.name());
         return true;
     };
-    const auto isContested = [this](Object *object, const KXPropertyDescription &property, qint64 key, bool add) {
-        const KXPropertyDescription *inverse = property.inverse();
-        Object *member = inverse && inverse->isToOne() ? registered(key) : nullptr;
-        const auto own = member ? changes.find(member) : changes.end();
-        return own != changes.end() && member->isUpdated() && own->second.changed.test(size_t(inverse->index()))
-            && (member->values()->toOne(*inverse) == object->m_key) != add;
-    };
-    const auto mergeMembers = [this, &isContested](Object *object, const KXPropertyChange &news) {
+    const auto mergeMembers = [this](Object *object, const KXPropertyChange &news) {
         const KXPropertyDescription &property = *news.property;
         KXToManyKeys *keys = object->values()->existingToMany(property);
         const auto announce = [&](bool before, bool add, qint64 key) {
@@ -101,14 +140,6 @@ void KXManagedObjectContextPrivate::mergeChanges(const KXStoreChange &change)
                 // Both did the same: it is no longer unsaved here. Both did the opposite: the unsaved edit stays.
                 if (keys && ((add ? keys->added : keys->removed).remove(key) || (add ? keys->removed : keys->added).contains(key)))
                     continue;
-                if (isContested(object, property, key, add)) {
-                    // The member's own unsaved edit says otherwise; here that is an edit of what the other one saved.
-                    KXToManyKeys &own = object->values()->toMany(property);
-                    (add ? own.removed : own.added).insert(key);
-                    const KXUndoRegistrationOff off(recorder.manager().get());
-                    willChange(object, property.index());
-                    continue;
-                }
                 announce(true, add, key);
                 if (keys && keys->loaded && add)
                     keys->members.insert(key);
@@ -119,6 +150,7 @@ void KXManagedObjectContextPrivate::mergeChanges(const KXStoreChange &change)
         }
     };
 
+    keepContestedLinks(change);
     for (const KXEntityChange &entity : change.entities()) {
         did.insertedKeys.append(entity.inserted);
         for (const KXRowChange &row : entity.updated) {

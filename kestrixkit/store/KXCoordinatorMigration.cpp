@@ -92,7 +92,7 @@ bool KXPersistentStoreCoordinator::migrateURL(const QUrl &url, const KXManagedOb
 }
 
 bool KXPersistentStoreCoordinator::migrateURL(const QUrl &url, const KXManagedObjectModel::Ref &sourceModel,
-    const KXManagedObjectModel::Ref &destinationModel, const KXMigrationProgress &progress, KXError *error)
+    const KXManagedObjectModel::Ref &destinationModel, const KXStoreProgress &progress, KXError *error)
 {
     const KXStorePath store(url.toLocalFile());
     KXError problem;

@@ -5,6 +5,7 @@
 #include <functional>
 
 #include <kestrixkit/foundation/KXLog.h>
+#include <kestrixkit/foundation/KXMainQueue.h>
 #include <kestrixkit/store/KXContextFetch_p.h>
 #include <kestrixkit/store/KXStoreChange.h>
 
@@ -17,6 +18,7 @@ constexpr size_t liveListStepsAtMost = 24;
 /// When so many rows (and more than a quarter of all) changed, fetching is cheaper than placing.
 constexpr size_t liveListRowsPlacedAnyway = 256;
 constexpr size_t liveListSeenAtMost = 65'536;
+constexpr double liveListCompletesAfter = 0.25; // seconds: views have painted by then
 
 /// A few keys to be found among many, one look at a bit for most.
 class LiveListKeyFilter
@@ -45,6 +47,37 @@ void liveListSortUnique(std::vector<qint64> &keys)
     keys.erase(std::unique(keys.begin(), keys.end()), keys.end());
 }
 
+/// Which of the keys come and go; sorted.
+void liveListCompare(const std::vector<qint64> &before, const std::vector<qint64> &after, std::vector<qint64> &gone,
+    std::vector<qint64> &come)
+{
+    const qint64 last = std::max(before.empty() ? 0 : *std::max_element(before.begin(), before.end()),
+        after.empty() ? 0 : *std::max_element(after.begin(), after.end()));
+    if (before.empty() || size_t(last) > 64 * (before.size() + after.size())
+        || std::any_of(before.begin(), before.end(), [](qint64 key) { return key < 0; })) {
+        std::vector<qint64> old = before;
+        come = after;
+        std::sort(old.begin(), old.end());
+        if (old.empty())
+            return; // all of them, in whatever order
+        std::vector<qint64> now = std::exchange(come, {});
+        std::sort(now.begin(), now.end());
+        std::set_difference(old.begin(), old.end(), now.begin(), now.end(), std::back_inserter(gone));
+        std::set_difference(now.begin(), now.end(), old.begin(), old.end(), std::back_inserter(come));
+        return;
+    }
+    // Keys mostly fill their range: two bits for each instead of sorting them all.
+    std::vector<bool> isOld(size_t(last) + 1), isNew(size_t(last) + 1);
+    for (const qint64 key : before)
+        isOld[size_t(key)] = true;
+    for (const qint64 key : after)
+        isNew[size_t(key)] = true;
+    std::copy_if(before.begin(), before.end(), std::back_inserter(gone), [&](qint64 key) { return !isNew[size_t(key)]; });
+    std::copy_if(after.begin(), after.end(), std::back_inserter(come), [&](qint64 key) { return !isOld[size_t(key)]; });
+    std::sort(gone.begin(), gone.end());
+    std::sort(come.begin(), come.end());
+}
+
 }
 
 /// What a change may mean for the list.
@@ -69,7 +102,8 @@ KXLiveList::KXLiveList(
     prepare();
     // A fetch sees what is not announced yet; what of it is taken back before it is would never be heard of.
     m_borrowed->processPendingChanges();
-    refetch();
+    if (!openWithFirstRows())
+        refetch();
     m_observer = observer;
     m_token
         = KXNotificationCenter::defaultCenter().addObserver(QString(KXManagedObjectContextObjectsDidChangeNotification),
@@ -109,9 +143,105 @@ void KXLiveList::prepare()
     }
 }
 
+/// False where nothing would be gained.
+bool KXLiveList::openWithFirstRows()
+{
+    const QList<KXSortDescriptor> &order = m_request.sortDescriptors();
+    const KXPropertyDescription *first = order.isEmpty() ? nullptr : m_entity->property(order.first().key);
+    const bool isServed = order.isEmpty()
+        || (first && first->isIndexed() && (order.first().options == 0 || first->type() != KXAttributeType::String));
+    const bool isClean = !m_borrowed->parent && m_borrowed->changes.empty() && m_borrowed->inserted.empty()
+        && m_borrowed->deleted.empty();
+    if (!isServed || !isClean || m_request.predicate() || m_request.fetchLimit() > 0 || m_request.fetchOffset() > 0
+        || !KXMainQueue::isMainThread())
+        return false;
+    KXFetchRequest some(m_request);
+    some.setFetchLimit(m_request.fetchBatchSize());
+    qint64 number = 0;
+    if (!KXContextFetcher(*m_borrowed, some).fetch(m_keys) || !KXContextFetcher(*m_borrowed, m_request).count(number)
+        || number <= m_request.fetchBatchSize() || qsizetype(m_keys.size()) < m_request.fetchBatchSize()) {
+        m_keys.clear();
+        return false;
+    }
+    m_complete = false;
+    m_openedSize = number;
+    m_completion = std::make_unique<KXDelayedCall>();
+    m_completion->start(liveListCompletesAfter, [this] {
+        complete();
+        if (m_following)
+            m_due = true;
+        else if (m_doubtful)
+            refetch();
+    });
+    return true;
+}
+
+bool KXLiveList::fetchAll(std::vector<qint64> &keys)
+{
+    m_fetchedOverChanges = !m_borrowed->changes.empty() || !m_borrowed->inserted.empty();
+    KXContextFetcher fetcher(*m_borrowed, m_request);
+    m_valid = fetcher.fetch(keys);
+    ++m_fetches;
+    m_doubtful = false;
+    m_fetchedUntil = m_coordinator->lastSerialNumber() + 1;
+    m_seen.clear();
+    m_seenBefore.clear();
+    if (!m_valid)
+        KXLogError(store, "Cannot fetch \"%@\": %@", m_request.entityName(), fetcher.error());
+    return m_valid;
+}
+
+/// Makes the list one of all rows that it was opened with. Nobody knows more of them than their number and the first:
+/// the others may be those given, or, if there are too few, none that exist.
+void KXLiveList::assume(const std::vector<qint64> &keys)
+{
+    m_complete = true;
+    if (qsizetype(keys.size()) == m_openedSize && std::equal(m_keys.begin(), m_keys.end(), keys.begin())) {
+        m_keys = keys;
+        return;
+    }
+    std::vector<qint64> known = m_keys;
+    liveListSortUnique(known);
+    const LiveListKeyFilter first(known);
+    for (auto key = keys.begin(); key != keys.end() && qsizetype(m_keys.size()) < m_openedSize; ++key) {
+        if (!first.contains(*key))
+            m_keys.push_back(*key);
+    }
+    for (qint64 nobody = -1; qsizetype(m_keys.size()) < m_openedSize; --nobody)
+        m_keys.push_back(nobody);
+}
+
+/// For one who asks for more than the first rows. Where the store has changed since, the list is put right when the
+/// change is merged, or a moment later.
+void KXLiveList::complete() const
+{
+    if (m_complete || m_context.expired())
+        return;
+    auto *const self = const_cast<KXLiveList *>(this);
+    std::vector<qint64> keys;
+    (void)self->fetchAll(keys); // a failure is logged, and tried again
+    self->assume(keys);
+    self->m_doubtful = keys != m_keys;
+}
+
+qint64 KXLiveList::key(qsizetype index) const
+{
+    if (index < 0 || index >= size())
+        return 0;
+    if (size_t(index) >= m_keys.size())
+        complete();
+    return size_t(index) < m_keys.size() ? m_keys[size_t(index)] : 0;
+}
+
+const std::vector<qint64> &KXLiveList::keys() const
+{
+    complete();
+    return m_keys;
+}
+
 KXRef<Object> KXLiveList::at(qsizetype index) const
 {
-    if (index < 0 || index >= size() || m_context.expired())
+    if (m_context.expired() || key(index) <= 0)
         return {};
     return KXContextFetcher::objectAt(
         *m_borrowed, *m_entity, m_keys, size_t(index), size_t(m_request.fetchBatchSize()));
@@ -119,13 +249,13 @@ KXRef<Object> KXLiveList::at(qsizetype index) const
 
 KXManagedObjectID KXLiveList::objectID(qsizetype index) const
 {
-    if (index < 0 || index >= size())
-        return {};
-    return KXManagedObjectID(m_coordinator->store()->identity(), m_entity, m_keys[size_t(index)]);
+    const qint64 shown = key(index);
+    return shown > 0 ? KXManagedObjectID(m_coordinator->store()->identity(), m_entity, shown) : KXManagedObjectID();
 }
 
 std::vector<qsizetype> KXLiveList::indexesOf(std::span<const qint64> keys) const
 {
+    complete();
     std::vector<qsizetype> places(keys.size(), -1);
     std::vector<std::pair<qint64, size_t>> wanted;
     std::vector<qint64> sorted(keys.begin(), keys.end());
@@ -168,7 +298,7 @@ void KXLiveList::follow(const KXObjectsDidChange &did)
     const Touched touched = touchedBy(did);
     const bool many = touched.keys.size() > std::max(m_keys.size() / 4, liveListRowsPlacedAnyway);
     const bool isWhole = m_request.fetchLimit() > 0 || m_request.fetchOffset() > 0 || !m_remoteKeys.empty();
-    if (touched.all || many || m_doubtful || (isWhole && !touched.keys.empty()))
+    if (touched.all || many || m_doubtful || !m_complete || (isWhole && !touched.keys.empty()))
         refetch();
     else if (!touched.keys.empty())
         place(touched);
@@ -251,24 +381,12 @@ void KXLiveList::refetch()
 {
     if (m_context.expired())
         return;
-    std::vector<qint64> keys;
-    m_fetchedOverChanges = !m_borrowed->changes.empty() || !m_borrowed->inserted.empty();
-    KXContextFetcher fetcher(*m_borrowed, m_request);
-    m_valid = fetcher.fetch(keys);
-    ++m_fetches;
-    m_doubtful = false;
-    m_fetchedUntil = m_coordinator->lastSerialNumber() + 1;
-    m_seen.clear();
-    m_seenBefore.clear();
-    if (!m_valid) {
-        KXLogError(store, "Cannot fetch \"%@\": %@", m_request.entityName(), fetcher.error());
+    std::vector<qint64> keys, gone, come;
+    if (!fetchAll(keys))
         return;
-    }
-    std::vector<qint64> before = m_keys, after = keys, gone, come;
-    std::sort(before.begin(), before.end());
-    std::sort(after.begin(), after.end());
-    std::set_difference(before.begin(), before.end(), after.begin(), after.end(), std::back_inserter(gone));
-    std::set_difference(after.begin(), after.end(), before.begin(), before.end(), std::back_inserter(come));
+    if (!m_complete)
+        assume(keys);
+    liveListCompare(m_keys, keys, gone, come);
     changeTo(std::move(keys), gone, come);
 }
 

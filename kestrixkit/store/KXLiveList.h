@@ -6,6 +6,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include <kestrixkit/foundation/KXDelayedCall.h>
 #include <kestrixkit/foundation/KXNotificationCenter.h>
 #include <kestrixkit/store/KXManagedObjectContext.h>
 
@@ -44,6 +45,10 @@ public:
 /// A list with limit or offset, or one that sorts or filters by values of other entities, is fetched again whenever a
 /// change may concern it.
 ///
+/// A long list of a whole entity, sorted by an indexed attribute or not at all, opens with its first rows and their
+/// number alone, in a few milliseconds; the rest is fetched a moment later on the main thread, when they are on the
+/// screen, or as soon as a row of it is asked for.
+///
 /// Follows what the context announces, so it changes at the end of the turn, before a save and with a merge. Belongs
 /// to the thread of its context; when that is gone it answers no objects.
 class KX_CORE_EXPORT KXLiveList
@@ -55,8 +60,8 @@ public:
     ~KXLiveList();
     Q_DISABLE_COPY_MOVE(KXLiveList)
 
-    [[nodiscard]] qsizetype size() const { return qsizetype(m_keys.size()); }
-    [[nodiscard]] bool isEmpty() const { return m_keys.empty(); }
+    [[nodiscard]] qsizetype size() const { return m_complete ? qsizetype(m_keys.size()) : m_openedSize; }
+    [[nodiscard]] bool isEmpty() const { return size() == 0; }
     /// The object at the place, its values in memory; empty outside the list.
     [[nodiscard]] KXRef<KXManagedObject> at(qsizetype index) const;
     template <class Class> [[nodiscard]] KXRef<Class> as(qsizetype index) const
@@ -65,8 +70,10 @@ public:
     }
     /// Null outside the list.
     [[nodiscard]] KXManagedObjectID objectID(qsizetype index) const;
+    /// 0 outside the list; no key of an object for a row that has gone and is about to leave the list.
+    [[nodiscard]] qint64 key(qsizetype index) const;
     /// All keys in the order of the list.
-    [[nodiscard]] const std::vector<qint64> &keys() const { return m_keys; }
+    [[nodiscard]] const std::vector<qint64> &keys() const;
     /// The place of each key, -1 for one that is not in the list; one pass for all of them.
     [[nodiscard]] std::vector<qsizetype> indexesOf(std::span<const qint64> keys) const;
 
@@ -93,6 +100,10 @@ private:
     };
 
     void prepare();
+    [[nodiscard]] bool openWithFirstRows();
+    [[nodiscard]] bool fetchAll(std::vector<qint64> &keys);
+    void assume(const std::vector<qint64> &keys);
+    void complete() const;
     void follow(const KXObjectsDidChange &did);
     [[nodiscard]] Touched touchedBy(const KXObjectsDidChange &did);
     void touchByStore(const KXStoreChange &change, Touched &touched);
@@ -112,6 +123,9 @@ private:
     KXLiveListObserver *m_observer;
     const KXEntityDescription *m_entity;
     std::vector<qint64> m_keys;
+    bool m_complete = true; // else these are the first of m_openedSize
+    qsizetype m_openedSize = 0;
+    std::unique_ptr<KXDelayedCall> m_completion;
 
     // What rows are looked at for.
     std::unique_ptr<class KXContextFetcher> m_fetcher;

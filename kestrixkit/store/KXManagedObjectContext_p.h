@@ -128,6 +128,7 @@ public:
 private:
     [[nodiscard]] bool isHeld();
     void dropUnsavedLinks(KXManagedObject *object);
+    void keepContestedLinks(const KXStoreChange &change);
     void vanish(const KXRef<KXManagedObject> &object);
     void assignToOne(KXManagedObject *object, const KXPropertyDescription &property, qint64 key);
     [[nodiscard]] bool mayConnect(KXManagedObject *object, const KXPropertyDescription &property, KXManagedObject *other) const;

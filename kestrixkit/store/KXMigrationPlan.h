@@ -1,6 +1,5 @@
 #pragma once
 
-#include <functional>
 #include <optional>
 
 #include <QUrl>
@@ -61,6 +60,3 @@ private:
     KXMappingModel::Ref m_mapping;
     QList<KXMigrationChange> m_changes;
 };
-
-/// Told the part that is done, from 0 to 1, now and then while rows are copied, on the thread that migrates.
-using KXMigrationProgress = std::function<void(double done)>;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -16,6 +17,9 @@ class KXPersistentStorePrivate;
 
 /// The only type of store.
 inline constexpr QLatin1StringView KXSQLiteStoreType { "SQLite" };
+
+/// Told the part that is done, from 0 to 1, now and then during long work, on the thread that works. An estimate.
+using KXStoreProgress = std::function<void(double done)>;
 
 /// What a store file says about itself.
 struct KXStoreMetadata
@@ -40,7 +44,8 @@ public:
 
     /// What is wrong in a store file, a line each: damage of the file, rows that do not keep the model's promises. Empty for a
     /// sound one, nothing and an error for one that cannot be read. Reads the whole file.
-    [[nodiscard]] static std::optional<QStringList> problemsOfStoreURL(const QUrl &url, KXError *error = nullptr);
+    [[nodiscard]] static std::optional<QStringList> problemsOfStoreURL(
+        const QUrl &url, KXError *error = nullptr, const KXStoreProgress &progress = {});
 
     /// Where the file lies.
     [[nodiscard]] const QUrl &URL() const;
@@ -52,13 +57,13 @@ public:
     /// meanwhile. The archive is unpacked and checked, then of older ones all but the newest four are removed. False where there is
     /// one of today already and where it fails, which the log tells; the store is never touched. Takes as long as compressing
     /// the file does.
-    bool createBackup();
+    bool createBackup(const KXStoreProgress &progress = {});
     /// The store's archives, oldest first. Of all stores whose names begin like this one's.
     [[nodiscard]] QList<QUrl> existingBackupFileURLs() const;
     /// Puts what is in a backup in the place of a store that nobody has open, or where there is none. The old store, sound or damaged,
     /// is kept beside it and named in `copy`: restoring that takes it back. False and an error where the backup is damaged or
     /// somebody has the store open, which is then as it was.
-    static bool restoreBackup(const QUrl &backup, const QUrl &store, KXError *error = nullptr, QUrl *copy = nullptr);
+    static bool restoreBackup(const QUrl &backup, const QUrl &store, KXError *error = nullptr, QUrl *copy = nullptr, const KXStoreProgress &progress = {});
 
     /// The framework's own access; see KXPersistentStore_p.h.
     [[nodiscard]] KXPersistentStorePrivate &d() const { return *m_p; }

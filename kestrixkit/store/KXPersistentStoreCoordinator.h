@@ -10,6 +10,7 @@
 #include <kestrixkit/store/KXManagedObjectID.h>
 #include <kestrixkit/store/KXManagedObjectModel.h>
 #include <kestrixkit/store/KXMigrationPlan.h>
+#include <kestrixkit/store/KXPersistentStore.h>
 #include <kestrixkit/store/KXStoreChange.h>
 
 class KXBundle;
@@ -63,7 +64,7 @@ public:
     static bool migrateURL(const QUrl &url, const KXManagedObjectModel::Ref &sourceModel, const KXManagedObjectModel::Ref &destinationModel,
         KXError *error = nullptr);
     static bool migrateURL(const QUrl &url, const KXManagedObjectModel::Ref &sourceModel, const KXManagedObjectModel::Ref &destinationModel,
-        const KXMigrationProgress &progress, KXError *error);
+        const KXStoreProgress &progress, KXError *error);
 
     /// Migrates a store that nobody has open from model to model of the main bundle, by its mapping-model files, until it fits
     /// the last; each step keeps the store before it, as "UNIQUE.model.extension". True where it fits already and where there is

@@ -2,9 +2,11 @@
 
 #include <atomic>
 #include <memory>
+#include <numeric>
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 
 #include <archive.h>
 #include <archive_entry.h>
@@ -76,7 +78,7 @@ struct ArchiveSource
     QByteArray block;
 };
 
-KXError archiveAdd(archive *handle, const ArchiveSink &sink, const QString &path, const QString &name)
+KXError archiveAdd(archive *handle, const ArchiveSink &sink, const QString &path, const QString &name, const std::function<void(qint64 bytes)> &added)
 {
     KXPinnedFile file;
     if (KXError error = file.open(path))
@@ -102,11 +104,12 @@ KXError archiveAdd(archive *handle, const ArchiveSink &sink, const QString &path
         if (archive_write_data(handle, block.constData(), size_t(wanted)) < 0)
             return fail();
         offset += wanted;
+        added(wanted);
     }
     return {};
 }
 
-KXError archiveWrite(const QString &folder, const QString &path)
+KXError archiveWrite(const QString &folder, const QString &path, const KXStoreProgress &progress)
 {
     ArchiveSink sink;
     if (KXError error = sink.file.open(path))
@@ -119,8 +122,16 @@ KXError archiveWrite(const QString &folder, const QString &path)
     if (archive_write_open(handle.get(), &sink, nullptr, ArchiveSink::write, nullptr) != ARCHIVE_OK)
         return sink.error ? sink.error : archiveError(handle.get(), path);
     // In the order of names a store comes before its log, which is how both fit together in the end.
-    for (const QString &name : QDir(folder).entryList(QDir::Files | QDir::Hidden, QDir::Name)) {
-        if (KXError error = archiveAdd(handle.get(), sink, folder + u'/' + name, name))
+    const QFileInfoList files = QDir(folder).entryInfoList(QDir::Files | QDir::Hidden, QDir::Name);
+    const double all = std::accumulate(files.begin(), files.end(), 0.0, [](double sum, const QFileInfo &file) { return sum + double(file.size()); });
+    double done = 0;
+    const auto added = [&](qint64 bytes) {
+        done += double(bytes);
+        if (progress)
+            progress(done / all);
+    };
+    for (const QFileInfo &file : files) {
+        if (KXError error = archiveAdd(handle.get(), sink, file.filePath(), file.fileName(), added))
             return error;
     }
     if (archive_write_close(handle.get()) != ARCHIVE_OK)
@@ -131,7 +142,7 @@ KXError archiveWrite(const QString &folder, const QString &path)
 class ArchiveCommand : public KXStoreArchiver
 {
 public:
-    int run(const QStringList &arguments, const QString &workingFolder) override
+    int run(const QStringList &arguments, const QString &workingFolder, const KXStoreProgress &progress) override
     {
         if (arguments.size() != 4 || arguments[0] != "-z"_L1 || arguments[1] != "-c"_L1)
             return archiveWrongUse;
@@ -139,7 +150,7 @@ public:
         const QString archive = QDir(workingFolder).absoluteFilePath(arguments[3]);
         // Under its own name once it is whole: no half of an archive is ever taken for one.
         const QString part = archive + ".part"_L1;
-        KXError error = QDir(folder).exists() ? archiveWrite(folder, part)
+        KXError error = QDir(folder).exists() ? archiveWrite(folder, part, progress)
                                               : KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::CannotOpen, KXStringWithFormat("There is no folder %@", folder));
         if (!error)
             error = KXStoreFiles::replace(part, archive);
@@ -167,8 +178,9 @@ KXStoreArchiver &KXStoreArchiver::shared()
 
 void KXStoreArchiver::setShared(KXStoreArchiver *archiver) { archiveShared.store(archiver); }
 
-KXError KXStoreArchiver::unpack(const QString &path, const QString &folder)
+KXError KXStoreArchiver::unpack(const QString &path, const QString &folder, const KXStoreProgress &progress)
 {
+    const double packed = std::max(double(QFileInfo(path).size()), 1.0);
     ArchiveSource source(path);
     if (!source.file)
         return KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::CannotOpen, KXStringWithFormat("%@ cannot be opened", path));
@@ -198,6 +210,8 @@ KXError KXStoreArchiver::unpack(const QString &path, const QString &folder)
         while ((size = archive_read_data(handle.get(), block.data(), archiveBlock)) > 0) {
             if (KXError error = file.write(QByteArrayView(block.constData(), size)))
                 return error;
+            if (progress)
+                progress(double(gzoffset(source.file)) / packed);
         }
         if (size < 0)
             return archiveError(handle.get(), path);

@@ -9,6 +9,7 @@
 #include <kestrixkit/store/KXPersistentStore_p.h>
 #include <kestrixkit/store/KXStoreArchiver_p.h>
 #include <kestrixkit/store/KXStoreCheck_p.h>
+#include <kestrixkit/store/KXStoreProgress_p.h>
 #include <kestrixkit/store/KXStoreSchema_p.h>
 
 using namespace Qt::StringLiterals;
@@ -42,7 +43,7 @@ struct BackupFolder
 KXError backupUnusable(const QString &why) { return KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::NotAStore, why); }
 
 /// Makes the store among the unpacked files one sound file without log, and names it.
-KXError backupFinishUnpacked(const QString &folder, QString &file)
+KXError backupFinishUnpacked(const QString &folder, QString &file, const KXStoreProgress &progress)
 {
     for (const QString &name : QDir(folder).entryList(QDir::Files | QDir::Hidden)) {
         if (name.endsWith("-wal"_L1) || name.endsWith("-shm"_L1) || name.endsWith("-journal"_L1))
@@ -63,7 +64,7 @@ KXError backupFinishUnpacked(const QString &folder, QString &file)
     KXSQLiteConnection connection;
     if (KXError error = connection.openAlone(file))
         return error;
-    const QStringList damage = KXStoreCheck::damage(connection);
+    const QStringList damage = KXStoreCheck::damage(connection, progress);
     return damage.isEmpty() ? KXError() : KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::Damaged, damage.first());
 }
 
@@ -102,7 +103,7 @@ QList<QUrl> KXStoreBackup::existing() const
     return urls;
 }
 
-bool KXStoreBackup::create() const
+bool KXStoreBackup::create(const KXStoreProgress &progress) const
 {
     if (!KXStoreFiles::exists(m_store.path())) {
         KXLogDebug(store, "[%@] Not creating backup as store file does not exists", QFileInfo(m_store.path()).fileName());
@@ -121,11 +122,11 @@ bool KXStoreBackup::create() const
         KXLogWarning(store, "[%@] There is a backup from the future: the clock may be wrong", name);
 
     const QString staging = m_store.folder() + u'/' + stem;
-    if (KXError error = archive(name, staging)) {
+    if (KXError error = archive(name, staging, KXProgressOfPart(progress, 0, 0.6))) {
         KXLogWarning(store, "%@", error.localizedDescription());
         return false;
     }
-    KXError damage = KXStoreFiles::exists(path) ? check(path) : backupUnusable(u"The archiver has written nothing"_s);
+    KXError damage = KXStoreFiles::exists(path) ? check(path, KXProgressOfPart(progress, 0.6, 1)) : backupUnusable(u"The archiver has written nothing"_s);
     if (damage) {
         KXLogWarning(store, "[%@] Backup cannot be used: %@", name, damage);
         if (KXError left = KXStoreFiles::remove(path))
@@ -138,7 +139,7 @@ bool KXStoreBackup::create() const
 }
 
 /// Stages the store's files and has them archived. The error is the line for the log.
-KXError KXStoreBackup::archive(const QString &name, const QString &staging) const
+KXError KXStoreBackup::archive(const QString &name, const QString &staging, const KXStoreProgress &progress) const
 {
     const auto failure = [](int code, const QString &line) { return KXError(KXKestrixKitErrorDomain, code, line); };
     // From here until the archive is written nobody may change what is in the file: what others save meanwhile stays in
@@ -166,7 +167,7 @@ KXError KXStoreBackup::archive(const QString &name, const QString &staging) cons
     }
     const QStringList arguments { u"-z"_s, u"-c"_s, staging, m_store.folder() + u'/' + name };
     KXLogDebug(store, "[%@] Backup task args: %@", name, arguments);
-    const int status = KXStoreArchiver::shared().run(arguments, m_store.folder());
+    const int status = KXStoreArchiver::shared().run(arguments, m_store.folder(), progress);
     KXError left = KXStoreFiles::removeFolder(staging);
     if (left)
         KXLogWarning(store, "Cannot remove %@", left);
@@ -177,15 +178,15 @@ KXError KXStoreBackup::archive(const QString &name, const QString &staging) cons
 }
 
 /// Unpacks an archive and looks whether a store could be had from it.
-KXError KXStoreBackup::check(const QString &archive) const
+KXError KXStoreBackup::check(const QString &archive, const KXStoreProgress &progress) const
 {
     const BackupFolder folder(m_store.folder() + "/."_L1 + QFileInfo(archive).fileName() + "-check"_L1);
     if (folder.error)
         return folder.error;
-    if (KXError error = KXStoreArchiver::unpack(archive, folder.path))
+    if (KXError error = KXStoreArchiver::unpack(archive, folder.path, KXProgressOfPart(progress, 0, 0.5)))
         return error;
     QString file;
-    return backupFinishUnpacked(folder.path, file);
+    return backupFinishUnpacked(folder.path, file, KXProgressOfPart(progress, 0.5, 1));
 }
 
 void KXStoreBackup::removeOld(const QString &made) const
@@ -206,7 +207,7 @@ void KXStoreBackup::removeOld(const QString &made) const
     }
 }
 
-KXError KXStoreBackup::restore(const QString &backup, QString *copy) const
+KXError KXStoreBackup::restore(const QString &backup, QString *copy, const KXStoreProgress &progress) const
 {
     if (KXError error = KXStoreReplacement::recover(m_store.path()))
         return error;
@@ -222,11 +223,11 @@ KXError KXStoreBackup::restore(const QString &backup, QString *copy) const
         if (!error)
             error = backupCopy(backup, folder.path + u'/' + QFileInfo(backup).fileName());
     } else {
-        error = KXStoreArchiver::unpack(backup, folder.path);
+        error = KXStoreArchiver::unpack(backup, folder.path, KXProgressOfPart(progress, 0, 0.5));
     }
     QString file;
     if (!error)
-        error = backupFinishUnpacked(folder.path, file);
+        error = backupFinishUnpacked(folder.path, file, KXProgressOfPart(progress, 0.5, 1));
     return error ? error : takeOver(file, copy);
 }
 
@@ -266,14 +267,14 @@ KXError KXStoreBackup::takeOver(const QString &file, QString *copy) const
 
 // What stores and coordinators offer of it.
 
-bool KXPersistentStore::createBackup() { return KXStoreBackup(URL().toLocalFile()).create(); }
+bool KXPersistentStore::createBackup(const KXStoreProgress &progress) { return KXStoreBackup(URL().toLocalFile()).create(progress); }
 
 QList<QUrl> KXPersistentStore::existingBackupFileURLs() const { return KXStoreBackup(URL().toLocalFile()).existing(); }
 
-bool KXPersistentStore::restoreBackup(const QUrl &backup, const QUrl &store, KXError *error, QUrl *copy)
+bool KXPersistentStore::restoreBackup(const QUrl &backup, const QUrl &store, KXError *error, QUrl *copy, const KXStoreProgress &progress)
 {
     QString kept;
-    if (KXError problem = KXStoreBackup(store.toLocalFile()).restore(backup.toLocalFile(), &kept)) {
+    if (KXError problem = KXStoreBackup(store.toLocalFile()).restore(backup.toLocalFile(), &kept, progress)) {
         KXLogError(store, "Failed to restore store %@: %@", store, problem);
         return KXSetError(error, problem);
     }

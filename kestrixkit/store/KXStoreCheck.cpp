@@ -3,6 +3,7 @@
 #include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/store/KXPersistentStore.h>
 #include <kestrixkit/store/KXStoreMigration_p.h>
+#include <kestrixkit/store/KXStoreProgress_p.h>
 
 using namespace Qt::StringLiterals;
 
@@ -78,8 +79,15 @@ private:
 
 }
 
-QStringList KXStoreCheck::damage(KXSQLiteConnection &connection)
+QStringList KXStoreCheck::damage(KXSQLiteConnection &connection, const KXStoreProgress &progress)
 {
+    // Each page is read about once.
+    const KXStatementProgress shown(connection, progress, [&, pages = std::max<double>(1, double(connection.integer("PRAGMA page_count")))] {
+        int misses = 0;
+        int most = 0;
+        sqlite3_db_status(connection.handle(), SQLITE_DBSTATUS_CACHE_MISS, &misses, &most, 0);
+        return misses / pages;
+    });
     QStringList lines;
     KXStatement check = connection.prepare("PRAGMA integrity_check(20)");
     int code = SQLITE_ERROR;
@@ -91,17 +99,20 @@ QStringList KXStoreCheck::damage(KXSQLiteConnection &connection)
     return lines;
 }
 
-QStringList KXStoreCheck::brokenPromises(KXSQLiteConnection &connection, const KXManagedObjectModel &model)
+QStringList KXStoreCheck::brokenPromises(KXSQLiteConnection &connection, const KXManagedObjectModel &model, const KXStoreProgress &progress)
 {
     StoreChecker checker(connection);
+    double done = 0;
     for (const KXEntityDescription *entity : model.entities()) {
+        if (progress)
+            progress(done++ / double(model.entities().size()));
         if (!entity->parent())
             checker.table(*entity);
     }
     return checker.lines();
 }
 
-std::optional<QStringList> KXPersistentStore::problemsOfStoreURL(const QUrl &url, KXError *error)
+std::optional<QStringList> KXPersistentStore::problemsOfStoreURL(const QUrl &url, KXError *error, const KXStoreProgress &progress)
 {
     KXError problem;
     const auto metadata = metadataForStoreURL(url, &problem);
@@ -114,6 +125,6 @@ std::optional<QStringList> KXPersistentStore::problemsOfStoreURL(const QUrl &url
         return std::nullopt;
     }
     const KXReadTransaction one(connection);
-    const QStringList damage = KXStoreCheck::damage(connection);
-    return damage.isEmpty() ? KXStoreCheck::brokenPromises(connection, *model) : damage;
+    const QStringList damage = KXStoreCheck::damage(connection, KXProgressOfPart(progress, 0, 0.5));
+    return damage.isEmpty() ? KXStoreCheck::brokenPromises(connection, *model, KXProgressOfPart(progress, 0.5, 1)) : damage;
 }

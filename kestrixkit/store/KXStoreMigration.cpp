@@ -5,15 +5,13 @@
 #include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/store/KXMigrationSQL_p.h>
+#include <kestrixkit/store/KXStoreProgress_p.h>
 #include <kestrixkit/store/KXStoreReplacement_p.h>
 #include <kestrixkit/store/KXStoreSchema_p.h>
 
 using namespace Qt::StringLiterals;
 
 namespace {
-
-/// Virtual machine steps between two looks at how far the work is: some milliseconds.
-constexpr int migrationStepsBetweenLooks = 200'000;
 
 KXError migrationRun(KXSQLiteConnection &connection, const KXMigrationSQL::Statement &statement, qint64 *number = nullptr)
 {
@@ -27,38 +25,6 @@ KXError migrationRun(KXSQLiteConnection &connection, const KXMigrationSQL::State
         *number = query.integer(0);
     return code == SQLITE_ROW || code == SQLITE_DONE ? KXError() : connection.lastError();
 }
-
-/// Tells how large the new file is beside the old one, while it lives.
-class MigrationProgress
-{
-public:
-    MigrationProgress(KXSQLiteConnection &connection, const QString &fresh, const KXMigrationProgress &progress)
-        : m_connection(connection), m_fresh(fresh), m_progress(progress)
-        , m_size(double(connection.integer("PRAGMA main.page_count") * connection.integer("PRAGMA main.page_size")))
-    {
-        if (!progress)
-            return;
-        const auto look = [](void *self) { return static_cast<MigrationProgress *>(self)->look(); };
-        sqlite3_progress_handler(connection.handle(), migrationStepsBetweenLooks, look, this);
-    }
-    ~MigrationProgress()
-    {
-        if (m_progress)
-            sqlite3_progress_handler(m_connection.handle(), 0, nullptr, nullptr);
-    }
-    Q_DISABLE_COPY_MOVE(MigrationProgress)
-
-private:
-    int look() const
-    {
-        m_progress(std::min(double(QFileInfo(m_fresh).size()) / std::max(m_size, 1.0), 1.0));
-        return 0;
-    }
-    KXSQLiteConnection &m_connection;
-    const QString m_fresh;
-    const KXMigrationProgress &m_progress;
-    const double m_size;
-};
 
 }
 
@@ -90,7 +56,7 @@ bool KXStoreMigration::mayLackValue(const KXPropertyMapping &property)
     return !property.source || property.source->isOptional() || property.source->isRelationship() || property.converts();
 }
 
-KXError KXStoreMigration::write(KXSQLiteConnection &connection, const KXMappingModel &mapping, const QString &fresh, const KXMigrationProgress &progress)
+KXError KXStoreMigration::write(KXSQLiteConnection &connection, const KXMappingModel &mapping, const QString &fresh, const KXStoreProgress &progress)
 {
     if (KXError error = checkSource(connection, mapping))
         return error;
@@ -128,7 +94,8 @@ KXError KXStoreMigration::write(KXSQLiteConnection &connection, const KXMappingM
     if (KXError error = connection.execute(mark.constData()))
         return error;
 
-    const MigrationProgress shown(connection, fresh, progress);
+    const double size = std::max(double(connection.integer("PRAGMA main.page_count") * connection.integer("PRAGMA main.page_size")), 1.0);
+    const KXStatementProgress shown(connection, progress, [&] { return double(QFileInfo(fresh).size()) / size; });
     if (KXError error = connection.execute("BEGIN"))
         return error;
     for (const QByteArray &table : KXStoreSchema::tables(*mapping.destinationModel(), "fresh")) {

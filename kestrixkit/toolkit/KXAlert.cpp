@@ -28,17 +28,22 @@ public:
         follow();
     }
 
-private:
     void follow()
     {
         const KXThemeManager &manager = KXThemeManager::sharedManager();
-        if (const QVariant colours = manager.valueForKeyPath(u"palette"_s); colours.isValid())
-            setPalette(colours.value<QPalette>());
+        if (const QVariant theme = manager.valueForKeyPath(u"palette"_s); theme.isValid()) {
+            auto colours = theme.value<QPalette>();
+            setPalette(colours);
+            colours.setColor(QPalette::Base, colours.color(QPalette::Midlight)); // boxes that show on the background
+            if (checkBox())
+                checkBox()->setPalette(colours);
+        }
         const auto accent = manager.valueForKeyPath(u"accentColour"_s).value<QColor>();
         const QIcon icon = KXStandardTheme::icon(m_icon, accent.isValid() ? accent : palette().color(QPalette::Highlight));
         setIconPixmap(icon.pixmap(QSize(32, 32), devicePixelRatioF()));
     }
 
+private:
     const QString m_icon;
     const KXNotificationToken m_themeChanges
         = KXNotificationCenter::defaultCenter().addObserver(KXThemeDidChangeNotification,
@@ -92,8 +97,10 @@ QMessageBox *KXAlert::makeBox(QWidget *parent) const
             box->setDefaultButton(button);
         box->setEscapeButton(button); // the last one stays
     }
-    if (m_showsSuppressionButton)
+    if (m_showsSuppressionButton) {
         box->setCheckBox(new QCheckBox(KXLocalizedString("Do not ask again"), box));
+        box->follow();
+    }
     return box;
 }
 

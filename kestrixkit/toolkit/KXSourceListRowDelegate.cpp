@@ -11,7 +11,7 @@ namespace {
 
 // In points.
 constexpr int sourceListImageSide = 16;
-constexpr int sourceListGap = 6; // between image, title and badge
+constexpr int sourceListGap = 8; // between image, title and badge
 constexpr int sourceListMargin = 10; // between badge and the row's end
 
 /// Where the title begins, for rows that read from left to right.

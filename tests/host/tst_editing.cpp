@@ -83,11 +83,10 @@ TEST_F(EditingTest, ratesWithKeysAndClicksAndUndoesByName)
     EXPECT_EQ(stored(u"b"_s)->rating(), 3);
     EXPECT_EQ(action(u"Undo"_s)->text().remove(u'&'), u"Undo Change Rating"_s);
 
-    QStyleOptionViewItem option;
     const auto click = [&](int row, int star) {
-        option.rect = table()->visualRect(window->model()->index(row, TrackTableModel::Rating));
-        QTest::mouseClick(
-            table()->viewport(), Qt::LeftButton, Qt::NoModifier, TrackDelegate::starBox(option, star).center());
+        const QRect cell = table()->visualRect(window->model()->index(row, TrackTableModel::Rating));
+        QTest::mouseClick(table()->viewport(), Qt::LeftButton, Qt::NoModifier,
+            TrackDelegate::starBox(cell, star, Qt::LeftToRight).center());
         endOfTurn();
     };
     click(2, 5);

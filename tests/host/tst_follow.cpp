@@ -257,3 +257,68 @@ TEST_F(FollowTest, rowsEqualAFreshFetchAndKeepTheirSelection)
     }
     EXPECT_EQ(resets, 0);
 }
+
+// What is only known by its first rows when things happen becomes right all the same, and says so row by row.
+TEST_F(FollowTest, listsThatOpenWithTheirFirstRows)
+{
+    struct Counter : KXLiveListObserver
+    {
+        void listWillChange(const KXListStep &) override { }
+        void listDidChange(const KXListStep &step) override
+        {
+            ++steps;
+            size += step.kind == KXListStep::Insertion ? step.count : step.kind == KXListStep::Removal ? -step.count : 0;
+        }
+        qsizetype size = 0;
+        int steps = 0;
+    };
+    for (int i = 0; i < 30; ++i)
+        add(QString(QChar(u'A' + random.below(20))), random.below(90))->setAlbum(someAlbum(context));
+    save();
+    const std::vector<QList<KXSortDescriptor>> orders { { { u"title"_s } }, { { u"bpm"_s, false } },
+        { { u"added"_s }, { u"bpm"_s } }, {} };
+    for (int round = 0; round < KXTestRandom::scaled(1500) && !HasFailure(); ++round) {
+        SCOPED_TRACE(round);
+        while (!unmerged.empty())
+            mergeNext();
+        (void)window->save();
+        unmerged.clear();
+        const KXFetchRequest request = tracksWhere("", random.oneOf(orders)).setFetchBatchSize(random.between(1, 12));
+        Counter counter;
+        KXLiveList list(window, request, &counter);
+        counter.size = list.size();
+        ASSERT_EQ(list.countOfFetches(), list.size() > request.fetchBatchSize() ? 0 : 1);
+        const std::vector<qint64> fresh = window->fetch(request).keys();
+        ASSERT_EQ(list.size(), qsizetype(fresh.size()));
+        bool quiet = true;
+        for (int act = random.below(4); act > 0; --act) {
+            context = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
+            const int kind = random.below(6);
+            quiet = quiet && (kind == 3 || kind == 4);
+            if (kind == 0)
+                change(context), save();
+            else if (kind == 1)
+                change(window);
+            else if (kind == 2)
+                mergeNext();
+            else if (kind == 3)
+                (void)list.at(random.below(int(fresh.size())));
+            else if (kind == 4)
+                QTest::qWait(random.chance(0.03) ? 300 : 0); // by then it is complete
+            else
+                list.setRequest(tracksWhere("", random.oneOf(orders)));
+        }
+        while (!unmerged.empty())
+            mergeNext();
+        window->processPendingChanges();
+        QCoreApplication::processEvents();
+        std::vector<qint64> kept = list.keys(), expected = window->fetch(list.request()).keys();
+        if (list.request().sortDescriptors().isEmpty()) {
+            std::sort(kept.begin(), kept.end());
+            std::sort(expected.begin(), expected.end());
+        }
+        EXPECT_EQ(kept, expected);
+        EXPECT_EQ(counter.size, list.size());
+        EXPECT_TRUE(!quiet || counter.steps == 0);
+    }
+}

@@ -136,6 +136,7 @@ TEST_F(TableTest, drawsKeysStarsAndRows)
         track->setKeyOrder(2 + i * 4);
     }
     save();
+    BrowserStyle::setDark(true);
     BrowserWindow window(coordinator);
     window.show();
     const QImage picture = window.grab().toImage();

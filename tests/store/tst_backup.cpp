@@ -70,7 +70,7 @@ struct TestArchiver : KXStoreArchiver
 {
     TestArchiver() { setShared(this); }
     ~TestArchiver() override { setShared(nullptr); }
-    int run(const QStringList &given, const QString &folder) override
+    int run(const QStringList &given, const QString &folder, const KXStoreProgress &) override
     {
         arguments = given;
         workingFolder = folder;

@@ -211,6 +211,28 @@ TEST_F(InterfaceTest, noDesignerPluginIsLoaded)
     EXPECT_FALSE(loaded.contains("/designer/"));
 }
 
+TEST_F(InterfaceTest, themedControlsAreKnown)
+{
+    QString widgets;
+    const QStringList classes { u"KXBadge"_s, u"KXHyperlinkButton"_s, u"KXPopoverFrame"_s, u"KXSelectionBar"_s,
+        u"KXStarRating"_s, u"KXThemeableButton"_s, u"KXThemeableControl"_s, u"KXThemeableOutlineView"_s,
+        u"KXThemeablePopUpButton"_s, u"KXThemeableProgressIndicator"_s, u"KXThemeableScrollView"_s,
+        u"KXThemeableScroller"_s, u"KXThemeableSegmentedControl"_s, u"KXThemeableSpinningProgressIndicator"_s,
+        u"KXThemeableSplitView"_s, u"KXThemeableTableView"_s, u"KXThemeableTextField"_s, u"KXThemeableView"_s };
+    for (const QString &name : classes)
+        widgets += u"<widget class=\"%1\" name=\"the%1\"><property name=\"themeStyleName\"><string>some</string>"
+                   "</property></widget>"_s.arg(name);
+    KXTestLog log;
+    const std::unique_ptr<QWidget> view(KXInterfaceLoader::shared().load(write(u"Controls.ui"_s, form(widgets))));
+    for (const QString &name : classes) {
+        const auto *made = view->findChild<QWidget *>(u"the"_s + name);
+        ASSERT_TRUE(made) << name.toStdString();
+        EXPECT_EQ(QString::fromLatin1(made->metaObject()->className()), name);
+        EXPECT_EQ(made->property("themeStyleName"), u"some"_s);
+    }
+    EXPECT_EQ(log.lines(), QStringList());
+}
+
 // Each interface file of the framework: whatever is wrong with one is logged.
 TEST_F(InterfaceTest, everyFileLoads)
 {

@@ -12,12 +12,14 @@
 #include <QMimeData>
 #include <QPushButton>
 #include <QSignalSpy>
+#include <QScreen>
 #include <QTest>
 #include <QTimer>
 #include <QUrl>
 #include <gtest/gtest.h>
 
 #include <kestrixkit/foundation/KXArchive.h>
+#include <kestrixkit/theme/controls/KXPopoverFrame.h>
 #include <kestrixkit/toolkit/KXAlert.h>
 #include <kestrixkit/toolkit/KXAnimationGroup.h>
 #include <kestrixkit/toolkit/KXListController.h>
@@ -86,7 +88,21 @@ TEST_F(PopoverTest, tellsItsContentAndClosesOnce)
     EXPECT_TRUE(popover.isShown());
     EXPECT_TRUE(content.hasAppeared());
     EXPECT_TRUE(content.view()->isVisible());
-    EXPECT_GE(content.view()->window()->y(), anchor->mapToGlobal(QPoint(0, anchor->height())).y());
+    // Its arrow stands on the anchor, at whichever edge there is room.
+    for (const auto &[edge, arrow] : { std::pair(Qt::BottomEdge, Qt::TopEdge), { Qt::RightEdge, Qt::LeftEdge } }) {
+        window.move(200, 200);
+        for (const bool hasRoom : { true, false }) {
+            if (!hasRoom)
+                window.move(window.screen()->availableGeometry().bottomRight() - QPoint(120, 40));
+            popover.showRelativeTo(anchor, edge);
+            auto *frame = qobject_cast<KXPopoverFrame *>(content.view()->window());
+            ASSERT_TRUE(frame);
+            EXPECT_EQ(frame->arrowEdge() == arrow, hasRoom);
+            const QRect near(anchor->mapToGlobal(QPoint()) - QPoint(1, 1), anchor->size() + QSize(2, 2));
+            EXPECT_TRUE(near.contains(frame->mapToGlobal(frame->tip())));
+            EXPECT_TRUE(frame->contentsRect().contains(content.view()->geometry()));
+        }
+    }
     popover.close();
     popover.close();
     EXPECT_EQ(content.heard.join(u", "_s), u"will show, did show, will close, did close"_s);

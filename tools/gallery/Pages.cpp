@@ -325,12 +325,12 @@ const QList<Page> &pages()
     return all;
 }
 
-QString english(const char *text) { return QString::fromLatin1(text); }
+QString english(const char *text) { return QString::fromUtf8(text); }
 
 QString stretched(const char *text)
 {
     QString longer;
-    for (const QChar c : QString::fromLatin1(text)) {
+    for (const QChar c : QString::fromUtf8(text)) {
         constexpr QStringView plain = u"aeiouAEIOUcn", accented = u"àéîöüÀÉÎÖÜçñ";
         const qsizetype at = plain.indexOf(c);
         longer.append(at < 0 ? c : accented[at]);

@@ -125,6 +125,7 @@ QWidget *toolkitPage(const Texts &text)
     menu->addItem(text("Undo"), page, [] { }, [] { return false; });
     menu->validate();
     menu->setActiveAction(menu->actions().at(1));
+    menu->setFixedSize(menu->sizeHint());
     second->addWidget(menu);
 
     KXAlert alert(text("Delete the preset “Deep house”?"), KXAlertStyle::Warning);

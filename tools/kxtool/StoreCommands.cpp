@@ -51,15 +51,16 @@ private:
 
 [[noreturn]] void fail(ExitStatus status, const KXError &error) { throw Ending { status, error.localizedDescription() }; }
 
-/// On standard error, at most once a second.
-void sayProgress(const char *what, double done)
+/// Tells of long work on standard error, at most once a second.
+KXStoreProgress progressOf(const char *what)
 {
     using Clock = std::chrono::steady_clock;
-    static Clock::time_point last = Clock::now();
-    if (Clock::now() - last < std::chrono::seconds(1))
-        return;
-    last = Clock::now();
-    std::fprintf(stderr, "kxtool: %s, %d %%\n", what, int(100 * done));
+    return [what, last = Clock::now()](double done) mutable {
+        if (Clock::now() - last < std::chrono::seconds(1))
+            return;
+        last = Clock::now();
+        std::fprintf(stderr, "kxtool: %s, %d %%\n", what, int(100 * done));
+    };
 }
 
 KXStoreMetadata metadataOf(const QUrl &store)
@@ -118,9 +119,8 @@ ExitStatus info(const QStringList &arguments)
 ExitStatus verify(const QStringList &arguments)
 {
     const Call call(arguments, 1);
-    std::fprintf(stderr, "kxtool: reading the whole store\n");
     KXError error;
-    const auto problems = KXPersistentStore::problemsOfStoreURL(call.file(0), &error);
+    const auto problems = KXPersistentStore::problemsOfStoreURL(call.file(0), &error, progressOf("reading the whole store"));
     if (!problems)
         fail(WrongInput, error);
     call.print(QJsonObject { { "problems"_L1, QJsonArray::fromStringList(*problems) } }, problems->isEmpty() ? QStringList { u"sound"_s } : *problems);
@@ -177,7 +177,7 @@ ExitStatus migrate(const QStringList &arguments)
     KXError error;
     if (plan.isNeeded()
         && !Coordinator::migrateURL(call.file(0), plan.mapping()->sourceModel(), plan.mapping()->destinationModel(),
-            [](double done) { sayProgress("migrating", done); }, &error))
+            progressOf("migrating"), &error))
         fail(Failed, error);
     QJsonObject json = jsonOf(plan);
     json["migrated"_L1] = plan.isNeeded();
@@ -190,8 +190,7 @@ ExitStatus backup(const QStringList &arguments)
     const Call call(arguments, 1);
     const auto coordinator = open(call.file(0));
     const QList<QUrl> before = coordinator->store()->existingBackupFileURLs();
-    std::fprintf(stderr, "kxtool: archiving and checking\n");
-    const bool made = coordinator->store()->createBackup();
+    const bool made = coordinator->store()->createBackup(progressOf("archiving and checking"));
     const QList<QUrl> after = coordinator->store()->existingBackupFileURLs();
     if (!made && (after.isEmpty() || QFileInfo(after.last().toLocalFile()).lastModified().date() != QDate::currentDate()))
         throw Ending { Failed, u"there is no new backup, for the reason above"_s };
@@ -205,10 +204,9 @@ ExitStatus restore(const QStringList &arguments)
     const Call call(arguments, 2);
     if (!QFileInfo::exists(call[0]))
         throw Ending { WrongInput, u"%1: no such file"_s.arg(call[0]) };
-    std::fprintf(stderr, "kxtool: unpacking and checking\n");
     KXError error;
     QUrl copy;
-    if (!KXPersistentStore::restoreBackup(call.file(0), call.file(1), &error, &copy))
+    if (!KXPersistentStore::restoreBackup(call.file(0), call.file(1), &error, &copy, progressOf("unpacking and checking")))
         fail(Failed, error);
     call.print(QJsonObject { { "copy"_L1, copy.isEmpty() ? QJsonValue() : QJsonValue(copy.toLocalFile()) } },
         { copy.isEmpty() ? u"restored"_s : u"restored, the old store is "_s + copy.toLocalFile() });

@@ -8,15 +8,30 @@
 
 namespace {
 
-/// Rows with room to be hit.
+/// Rows with room to be hit. The focus is painted by the row.
 class OutlineItemDelegate : public QStyledItemDelegate
 {
 public:
-    using QStyledItemDelegate::QStyledItemDelegate;
+    explicit OutlineItemDelegate(QTreeView *view)
+        : QStyledItemDelegate(view)
+        , m_view(view)
+    {
+    }
+    void paint(QPainter *painter, const QStyleOptionViewItem &option, const QModelIndex &index) const override
+    {
+        QStyleOptionViewItem item(option);
+        item.state &= ~QStyle::State_HasFocus;
+        if (!m_view->rootIsDecorated()) // a plain list: where a tree has its arrows
+            item.rect = QStyle::visualRect(option.direction, option.rect, option.rect.adjusted(7, 0, 0, 0));
+        QStyledItemDelegate::paint(painter, item, index);
+    }
     QSize sizeHint(const QStyleOptionViewItem &option, const QModelIndex &index) const override
     {
         return QStyledItemDelegate::sizeHint(option, index).expandedTo({ 0, option.fontMetrics.height() + 10 });
     }
+
+private:
+    QTreeView *m_view;
 };
 
 }
@@ -72,4 +87,9 @@ void KXThemeableOutlineView::drawBranches(QPainter *painter, const QRect &rect, 
     KXControlPainter::chevron(*painter, place.center(), 7, isExpanded(index) ? 0 : rightToLeft ? 90 : -90, colour);
 }
 
-void KXThemeableOutlineView::setNeedsDisplay() { viewport()->update(); }
+void KXThemeableOutlineView::setNeedsDisplay()
+{
+    // Where the application has a style sheet the viewport keeps the palette that it got first.
+    viewport()->setPalette(palette());
+    viewport()->update();
+}

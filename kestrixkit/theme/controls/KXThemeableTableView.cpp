@@ -110,4 +110,9 @@ void KXThemeableTableView::focusOutEvent(QFocusEvent *event)
     viewport()->update();
 }
 
-void KXThemeableTableView::setNeedsDisplay() { viewport()->update(); }
+void KXThemeableTableView::setNeedsDisplay()
+{
+    // Where the application has a style sheet the viewport keeps the palette that it got first.
+    viewport()->setPalette(palette());
+    viewport()->update();
+}

@@ -125,6 +125,8 @@ void KXThemeableTextField::paintEvent(QPaintEvent *event)
     const int padding = m_isLabel ? 0 : fieldPadding;
     const QMargins margins = textMargins();
     const QRectF room = rect().adjusted(padding + margins.left(), 0, -padding - margins.right(), 0);
+    if (!m_isLabel) // as the toolkit does while it is edited
+        painter.setLayoutDirection(shown.isRightToLeft() ? Qt::RightToLeft : Qt::LeftToRight);
     const int side = int(alignment() & Qt::AlignHorizontal_Mask);
     KXControlPainter::text(painter, room, side | Qt::AlignVCenter, shown, colour, m_cell->shadow);
 }

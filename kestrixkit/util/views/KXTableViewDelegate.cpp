@@ -1,0 +1,8 @@
+#include <kestrixkit/util/views/KXTableViewDelegate.h>
+
+KXTableViewDelegate::~KXTableViewDelegate() = default;
+
+QVariantList KXTableViewDelegate::willSaveColumnPresets(KXTableView *, const QVariantList &presets) { return presets; }
+QVariantList KXTableViewDelegate::willLoadColumnPresets(KXTableView *, const QVariantList &presets) { return presets; }
+bool KXTableViewDelegate::isGroupRow(KXTableView *, int) { return false; }
+bool KXTableViewDelegate::shouldSelectRow(KXTableView *, int) { return true; }
