@@ -19,7 +19,6 @@
 using namespace Qt::StringLiterals;
 
 using Object = KXManagedObject;
-using Preset = KXRef<KXFilterSetPreset>;
 
 namespace Rules = KXSourceListDropRules;
 
@@ -88,6 +87,8 @@ TEST(SourceListDropRules, decide)
 class SourceListTest : public PresetTree
 {
 protected:
+    using Preset = KXRef<KXFilterSetPreset>;
+
     ~SourceListTest() override { KXUserDefaults::standard().remove(u"test Selection"_s); }
 
     /// What the store answers, with badges: "a:2(b c:1)".
