@@ -20,11 +20,15 @@
 #include <kestrixkit/theme/controls/KXThemeableProgressIndicator.h>
 #include <kestrixkit/toolkit/KXMenu.h>
 
+#include "Analytics.h"
 #include "BrowserStyle.h"
 #include "GenreDialog.h"
+#include "MessageStrip.h"
+#include "PreferencePanes.h"
 #include "PresetCommands.h"
 #include "PresetLibrary.h"
 #include "Preview.h"
+#include "Settings.h"
 #include "SourceColumn.h"
 #include "TrackTableView.h"
 
@@ -142,10 +146,17 @@ void BrowserWindow::buildMenu()
     m_commentAction = edit->addAction(tr("Edit &Comment"), this, &BrowserWindow::editComment);
     m_commentAction->setShortcut(QKeySequence(Qt::Key_F2));
     m_genreAction = edit->addAction(tr("Rename &Genre…"), this, &BrowserWindow::renameGenre);
+    edit->addSeparator();
+    QAction *preferences = edit->addAction(tr("&Preferences…"), this, [this] {
+        PreferencePanes::show([alive = QPointer(this)](const std::string &folder) {
+            if (alive)
+                alive->importMusic([folder](QString *) { return folder; });
+        });
+    });
+    preferences->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Comma));
+    preferences->setMenuRole(QAction::PreferencesRole);
     m_lightAction = new QAction(tr("&Light Theme"), this);
-    m_lightAction->setCheckable(true);
-    m_lightAction->setChecked(!BrowserStyle::isDark());
-    connect(m_lightAction, &QAction::toggled, this, [](bool light) { BrowserStyle::setDark(!light); });
+    Settings::followTheme(m_lightAction);
     QMenu *presets = menuBar()->addMenu(tr("&Presets"));
     presets->setAccessibleName(tr("Presets"));
     presets->addActions({ commands.newFolder, m_sources->saveAsPreset() });
@@ -183,6 +194,7 @@ void BrowserWindow::buildHeader()
     m_summary->setContentsMargins(0, 0, BrowserStyle::margin, 0);
     bar->addWidget(m_summary);
     bar->addWidget(toolButton(m_lightAction, u"theme"_s));
+    new MessageStrip(this);
 }
 
 void BrowserWindow::buildTable()
@@ -200,6 +212,7 @@ void BrowserWindow::buildTable()
     QMenu *view = menuBar()->addMenu(tr("&View"));
     view->setAccessibleName(tr("View"));
     view->addAction(m_lightAction);
+    view->addAction(findChild<MessageStrip *>()->action());
     view->addMenu(m_table->columnsMenu());
     m_table->setColumnPresetsName(u"TrackTableColumns"_s);
     m_table->setSortOptionsAutoSaveName(u"TrackTableSortOptions"_s);
@@ -404,6 +417,8 @@ void BrowserWindow::finishImport(const std::weak_ptr<ImportOperation> &operation
     }
     if (!error.isEmpty())
         m_status->setText(error);
+    MessageStrip::postImport(result);
+    Analytics::importFinished(result.added);
     showSummary();
     m_sources->musicDidChange();
     Q_EMIT importFinished(error);

@@ -20,6 +20,9 @@ struct Page
 
 const QList<Page> &pages();
 
+// Pages of messages and preferences.
+QWidget *messagesPage(const Texts &text);
+QWidget *preferencesPage(const Texts &text);
 /// The presets library.
 QWidget *presetsPage(const Texts &text);
 
