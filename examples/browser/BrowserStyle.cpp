@@ -16,9 +16,11 @@ namespace {
 
 const KXThemeColours &styleColours()
 {
+    if (const auto *const theme
+        = dynamic_cast<const KXStandardTheme *>(KXThemeManager::sharedManager().theme().get()))
+        return theme->colours();
     static const KXDarkTheme dark; // where nothing was applied, as in tests of a table alone
-    const auto *const theme = dynamic_cast<const KXStandardTheme *>(KXThemeManager::sharedManager().theme().get());
-    return theme ? theme->colours() : dark.colours();
+    return dark.colours();
 }
 
 } // namespace

@@ -2,7 +2,6 @@
 
 #include <QItemSelectionModel>
 
-#include <kestrixkit/foundation/KXUndoGuards.h>
 #include <kestrixkit/theme/KXThemeStyleNames.h>
 #include <kestrixkit/theme/controls/KXPlaceholderView.h>
 #include <kestrixkit/theme/controls/KXThemeableButton.h>
@@ -79,16 +78,14 @@ void PresetLibrary::show()
 bool PresetLibrary::pick(const KXRef<KXFilterSetPreset> &preset, const KXRef<KXFilterSet> &set, const QString &title)
 {
     const KXFilterSetPresetsManager::Ref manager = KXFilterSetPresetsManager::sharedManager();
-    KXPredicate predicate;
-    {
-        // The set is only looked at, so it leaves nothing to undo or to save.
-        const KXUndoRegistrationOff unrecorded(m_context->undoManager());
-        const KXRef<KXFilterSet> mapped = manager ? manager->createFilterSetFromFilterSet(set, m_context) : nullptr;
-        if (!mapped)
-            return false;
-        predicate = Presets::predicate(mapped);
-        m_context->removeManagedObject(mapped);
-    }
+    const auto mapper = manager ? manager->filterSetMapperForApplicationContext(m_context) : nullptr;
+    // The mapped set is only looked at: it lives in a context that is never saved.
+    const auto scratch = KXManagedObjectContext::contextWithParentContext(m_context);
+    const KXRef<KXFilterSet> mapped
+        = mapper && set ? mapper->createInstanceByMappingFilterSet(set, *scratch) : KXRef<KXFilterSet>();
+    if (!mapped)
+        return false;
+    const KXPredicate predicate = Presets::predicate(mapped);
     Q_EMIT picked(preset, predicate, title);
     return true;
 }
@@ -129,6 +126,7 @@ std::unique_ptr<KXFilterSetPresetDetailsViewController> PresetLibrary::detailsVi
 {
     auto details = std::make_unique<KXFilterSetPresetDetailsViewController>(preset);
     details->setDelegate(this);
+    (void)details->view(); // whose message is told the reason
     return details;
 }
 

@@ -6,7 +6,6 @@
 #include <QLabel>
 
 #include <kestrixkit/foundation/KXLog.h>
-#include <kestrixkit/foundation/KXMainQueue.h>
 #include <kestrixkit/foundation/KXUserDefaults.h>
 #include <kestrixkit/store/KXPersistentStore.h>
 #include <kestrixkit/theme/KXStandardTheme.h>
@@ -27,6 +26,8 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr double countDelay = 0.1; // seconds after the window is shown: the first picture comes first
+constexpr qint64 largeLibrary = 100'000; // tracks
+constexpr double pickDelay = 0.12; // seconds, in a large library
 constexpr qsizetype mostShownTogether = 200;
 
 // What is remembered of one library is not to be taken for another's.
@@ -237,16 +238,17 @@ void SourceColumn::itemWasSelected(KXSourceListViewController &list, KXSourceLis
     pickLater();
 }
 
-/// In the next turn: this is called while the tree follows a change.
+/// In the next turn, as this is called while the tree follows a change. Fetching from a large library takes a moment: it
+/// waits until the arrow key that is held down is let go.
 void SourceColumn::pickLater()
 {
-    if (!std::exchange(m_pickIsDue, true))
-        KXMainQueue::async(this, [this] { pick(); });
+    const KXRef<KXViewState> all = m_places->place(LibraryPlaces::AllTracks);
+    m_pickSoon.start(all && all->count() > largeLibrary ? pickDelay : 0, [this] { pick(); });
 }
 
 void SourceColumn::pick()
 {
-    m_pickIsDue = false;
+    m_pickSoon.cancel();
     KXPredicate predicate;
     QString title, emptyText = tr("No music in the library yet");
     const auto presets = KXFilterSetPresetEditing::selectedPresets(*m_presetsTree);

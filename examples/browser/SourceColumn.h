@@ -82,7 +82,5 @@ private:
     QString m_autosaveSuffix;
     QHash<qint64, QIcon> m_icons; // of places, in the theme's colour
     KXNotificationToken m_themeChanges;
-    bool m_pickIsDue = false;
-    KXPredicate m_picked;
-    QString m_pickedTitle;
+    KXDelayedCall m_pickSoon { this };
 };

@@ -47,8 +47,10 @@ void KXSourceListRowDelegate::paint(
     const QPalette::ColorGroup group = option.state & QStyle::State_Active && m_view->hasFocus() ? QPalette::Active
                                                                                                   : QPalette::Inactive;
     QColor colour = option.palette.color(group, selected ? QPalette::HighlightedText : QPalette::Text);
-    if (!cell.isEnabled)
-        colour = option.palette.color(QPalette::Disabled, selected ? QPalette::HighlightedText : QPalette::Text);
+    if (!cell.isEnabled && selected)
+        colour.setAlphaF(0.65F); // the colour of disabled text would drown in the selection's
+    else if (!cell.isEnabled)
+        colour = option.palette.color(QPalette::Disabled, QPalette::Text);
     else if (cell.isGroup && !selected)
         colour = option.palette.color(group, QPalette::PlaceholderText);
 

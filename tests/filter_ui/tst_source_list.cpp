@@ -19,7 +19,6 @@
 using namespace Qt::StringLiterals;
 
 using Object = KXManagedObject;
-using Preset = KXRef<KXFilterSetPreset>;
 
 namespace Rules = KXSourceListDropRules;
 
@@ -88,6 +87,8 @@ TEST(SourceListDropRules, decide)
 class SourceListTest : public PresetTree
 {
 protected:
+    using Preset = KXRef<KXFilterSetPreset>;
+
     ~SourceListTest() override { KXUserDefaults::standard().remove(u"test Selection"_s); }
 
     /// What the store answers, with badges: "a:2(b c:1)".
@@ -306,6 +307,13 @@ TEST_F(SourceListTest, dragsAreOneStepSavedAndUndone)
         EXPECT_EQ(outline(), states[i]);
     }
     EXPECT_FALSE(undo().canUndo());
+
+    // Where the host has the list undone elsewhere, the context's own manager has the step all the same.
+    KXUndoManager elsewhere;
+    view()->setUndoManager(&elsewhere);
+    DragAndDrop::rows(*view(), { row(c) }, {}, 0);
+    EXPECT_EQ(undo().undoActionName(), u"Move Items"_s);
+    EXPECT_FALSE(elsewhere.canUndo());
 }
 
 /// Takes files, and notes what it is asked.
@@ -493,6 +501,7 @@ TEST_F(SourceListTest, remembersSelectionAndWhatIsOpen)
              Remembered { u"rubbish"_s, f.get() }, Remembered { QVariant(), g.get() } }) {
         list.reset();
         defaults.setValue(u"test Selection"_s, remembered.value); // a path that cannot be read is 0.1
+        defaults.setValue(u"test Expanded Items"_s, QVariantList { remembered.value, 7, whole });
         start(u"test"_s, g);
         EXPECT_EQ(list->selectedItem(), remembered.selected) << remembered.value.typeName();
     }

@@ -250,7 +250,8 @@ TEST_F(SourcesTest, badgesFollowTheMusicAndTheTableTheSelection)
     EXPECT_FALSE(window->context()->hasChanges());
 }
 
-// A preset that looks for what is not here says so; one that is deleted by somebody else while it is shown makes room.
+// A preset that looks for what is not here says so. While one is renamed, or while the window asks whether two may go,
+// somebody else deletes them: the list shows what there is.
 TEST_F(SourcesTest, unavailableAndDeletedPresets)
 {
     open();
@@ -264,12 +265,34 @@ TEST_F(SourcesTest, unavailableAndDeletedPresets)
     click(presets(), row);
     EXPECT_EQ(rows(), 0);
 
-    press(Qt::Key_F2);
     const auto there = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
-    there->removeManagedObject(there->objectWithID(foreign->objectID()));
-    ASSERT_TRUE(there->save(nullptr));
-    ASSERT_TRUE(QTest::qWaitFor([&] { return !presets().sourceListView()->isEditing(); }));
-    endOfTurn();
+    const auto deleteThere = [&](const KXRef<KXFilterSetPreset> &preset) {
+        there->removeManagedObject(there->objectWithID(preset->objectID()));
+        ASSERT_TRUE(there->save(nullptr));
+        ASSERT_TRUE(QTest::qWaitFor([&] { return !presets().treeController()->treeNodeForObject(preset.get()); }));
+        endOfTurn();
+    };
+    press(Qt::Key_F2);
+    ASSERT_TRUE(presets().sourceListView()->isEditing());
+    deleteThere(foreign);
+    EXPECT_FALSE(presets().sourceListView()->isEditing());
     ASSERT_TRUE(presets().selectedItem());
     EXPECT_EQ(presets().selectedItem()->title(), u"Four Stars and More"_s);
+
+    const auto one = Presets::makeOfPlace(*window->context(), genres[0], u"One"_s);
+    const auto two = Presets::makeOfPlace(*window->context(), genres[0], u"Two"_s);
+    endOfTurn();
+    const qint64 sets = KXFilterSet::countOfInContext(*window->context());
+    const auto alert = KXAlert::setRunner([&](const KXAlert &asked) {
+        EXPECT_EQ(asked.text(), u"Are you sure you want to delete the selected presets?"_s);
+        deleteThere(one);
+        return KXAlertAnswer { 0, false };
+    });
+    click(presets(), find(presets(), u"One"_s));
+    click(presets(), find(presets(), u"Two"_s), Qt::ControlModifier);
+    press(Qt::Key_Delete);
+    EXPECT_TRUE(two->managedObjectContext() == nullptr || two->isDeleted());
+    EXPECT_EQ(KXFilterSet::countOfInContext(*window->context()), sets - 2) << "each goes with its filters";
+    press(QKeySequence(Qt::CTRL | Qt::Key_Z));
+    find(presets(), u"Two"_s);
 }

@@ -321,6 +321,7 @@ const QList<Page> &pages()
         { u"messages"_s, messagesPage },
         { u"preferences"_s, preferencesPage },
         { u"toolkit"_s, toolkitPage },
+        { u"table"_s, tablePage },
         { u"source-list"_s, sourceListPage },
         { u"presets"_s, presetsPage },
     };

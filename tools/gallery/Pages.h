@@ -26,8 +26,9 @@ QWidget *preferencesPage(const Texts &text);
 /// The presets library.
 QWidget *presetsPage(const Texts &text);
 
-// Pages of the toolkit's views.
+// Pages of views outside of the controls, in files of their own.
 QWidget *toolkitPage(const Texts &text);
+QWidget *tablePage(const Texts &text);
 
 /// What a page marks a widget with that is also to be shown with the focus.
 inline constexpr const char *focusProperty = "galleryFocus";
