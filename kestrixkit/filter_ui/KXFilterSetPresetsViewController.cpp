@@ -19,15 +19,13 @@
 
 using namespace Qt::StringLiterals;
 
-using Preset = KXFilterSetPreset;
-
 namespace {
 
 constexpr QMargins libraryDetailsMargins(1, 1, 1, 1);
 
 KXTreeRequest libraryRequest()
 {
-    KXTreeRequest request { .entityName = QString(Preset::entityName) };
+    KXTreeRequest request { .entityName = QString(KXFilterSetPreset::entityName) };
     request.sortDescriptors = { { u"position"_s } };
     return request;
 }
@@ -213,7 +211,7 @@ void KXFilterSetPresetsViewController::selectionDidChange()
     if (!m_detailsContainer)
         return;
 
-    const KXRef<Preset> preset = selected.value(0);
+    const KXRef<KXFilterSetPreset> preset = selected.value(0);
     const KXRef<KXFilterSet> set = preset && !preset->isFolder() ? preset->filterSet() : KXRef<KXFilterSet>();
     if (!preset || preset->isFolder()) {
         showPlaceholder(KXLocalizedString("No Filter Preset Selected"));
@@ -243,7 +241,7 @@ void KXFilterSetPresetsViewController::showPlaceholder(const QString &text)
     }
 }
 
-void KXFilterSetPresetsViewController::showDetailsForPreset(const KXRef<Preset> &preset)
+void KXFilterSetPresetsViewController::showDetailsForPreset(const KXRef<KXFilterSetPreset> &preset)
 {
     if (!m_detailsContainer || !preset)
         return;
@@ -274,7 +272,7 @@ void KXFilterSetPresetsViewController::showDetailsForPreset(const KXRef<Preset> 
 void KXFilterSetPresetsViewController::willDisplayCellView(
     KXSourceListViewController &, KXSourceListCell &cell, KXSourceListItem *item)
 {
-    const KXRef<Preset> preset(dynamic_cast<Preset *>(item));
+    const KXRef<KXFilterSetPreset> preset(dynamic_cast<KXFilterSetPreset *>(item));
     if (!preset)
         return;
     KXFilterSetPresetCellView row(cell);
@@ -286,7 +284,7 @@ void KXFilterSetPresetsViewController::willDisplayCellView(
 
 void KXFilterSetPresetsViewController::addFolder()
 {
-    if (const KXRef<Preset> folder = KXFilterSetPresetEditing::addFolder(*m_tree, selectedPreset()))
+    if (const KXRef<KXFilterSetPreset> folder = KXFilterSetPresetEditing::addFolder(*m_tree, selectedPreset()))
         m_sourceList->selectForEditing(folder.get());
 }
 
@@ -312,7 +310,7 @@ void KXFilterSetPresetsViewController::copy() { KXFilterSetPresetEditing::copyPr
 
 void KXFilterSetPresetsViewController::paste()
 {
-    if (const KXRef<Preset> selected = selectedPreset(); selected && !selected->isOverwritable())
+    if (const KXRef<KXFilterSetPreset> selected = selectedPreset(); selected && !selected->isOverwritable())
         return;
     if (const Presets presets = KXFilterSetPresetEditing::presetsOnPasteboard(*m_tree); !presets.isEmpty())
         duplicatePresets(presets);
@@ -338,7 +336,7 @@ bool KXFilterSetPresetsViewController::validateMenuItem(MenuItem item) const
     const Presets selected = selectedPresets();
     switch (item) {
     case MenuItem::Copy:
-        return m_editActionsEnabled && std::any_of(selected.begin(), selected.end(), [](const KXRef<Preset> &preset) {
+        return m_editActionsEnabled && std::any_of(selected.begin(), selected.end(), [](const auto &preset) {
             return !preset->isFolder();
         });
     case MenuItem::Paste:
