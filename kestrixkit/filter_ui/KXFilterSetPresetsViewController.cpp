@@ -7,6 +7,7 @@
 #include <kestrixkit/filter_ui/KXFilterSetPresetDetailsViewController.h>
 #include <kestrixkit/filters/KXFilterSet.h>
 #include <kestrixkit/foundation/KXMainQueue.h>
+#include <kestrixkit/foundation/KXObserver.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/foundation/KXUserDefaults.h>
 #include <kestrixkit/theme/KXThemeStyleNames.h>
@@ -88,7 +89,13 @@ void KXFilterSetPresetsViewController::viewDidLoad()
         connect(m_deleteButton, &QPushButton::clicked, this, &KXFilterSetPresetsViewController::deletePreset);
     if (m_countsFilterButton) {
         const QString key(KXFilterSetPresetDetailsOnlyShowItemsWithCountsKey);
-        m_countsFilterButton->setChecked(KXUserDefaults::standard().boolForKey(key).value_or(false));
+        const auto follow = [this, key] {
+            if (m_countsFilterButton)
+                m_countsFilterButton->setChecked(KXUserDefaults::standard().boolForKey(key).value_or(false));
+        };
+        follow();
+        m_defaultsObserver = KXObserver::observerFor(
+            &KXUserDefaults::standard(), key, {}, [follow](const KXKeyValueChange &) { follow(); });
         connect(m_countsFilterButton, &QPushButton::toggled, this,
             [key](bool only) { KXUserDefaults::standard().setValue(key, only); });
     }

@@ -169,5 +169,6 @@ private:
     QPointer<KXPlaceholderView> m_placeholderView;
     QPointer<KXThemeableButton> m_countsFilterButton, m_addButton, m_deleteButton;
     QPointer<QWidget> m_buttonBar;
+    std::shared_ptr<KXObserver> m_defaultsObserver;
     KXNotificationToken m_changes;
 };

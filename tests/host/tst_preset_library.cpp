@@ -80,6 +80,13 @@ TEST_F(PresetLibraryTest, filtersTheTable)
     };
     EXPECT_EQ(shownBeside(), u"g1"_s);
 
+    // The button closes what it opened.
+    for (const bool shows : { true, false, true, false }) {
+        QTest::qWait(0); // no click follows in the same turn
+        QTest::mouseClick(presets->button(), Qt::LeftButton);
+        EXPECT_EQ(presets->isShown(), shows);
+    }
+
     // One of its values, which are counted among all tracks.
     presets->button()->click();
     select(two);
