@@ -20,15 +20,14 @@
 
 using namespace Qt::StringLiterals;
 
-using Preset = KXFilterSetPreset;
-
 namespace {
 
 constexpr QMargins libraryDetailsMargins(1, 1, 1, 1);
+constexpr double librarySaveDelay = 0.5; // seconds after the divider was moved last: the defaults are a file
 
 KXTreeRequest libraryRequest()
 {
-    KXTreeRequest request { .entityName = QString(Preset::entityName) };
+    KXTreeRequest request { .entityName = QString(KXFilterSetPreset::entityName) };
     request.sortDescriptors = { { u"position"_s } };
     return request;
 }
@@ -57,6 +56,8 @@ KXFilterSetPresetsViewController::KXFilterSetPresetsViewController(KXManagedObje
 
 KXFilterSetPresetsViewController::~KXFilterSetPresetsViewController()
 {
+    if (m_saveSplitSoon.isPending())
+        saveSplit();
     m_changes = {};
     m_tree->disconnect(this);
     m_sourceList->setDelegate(nullptr);
@@ -102,14 +103,8 @@ void KXFilterSetPresetsViewController::viewDidLoad()
     if (m_splitView) {
         m_splitView->setChildrenCollapsible(false);
         m_splitView->setSizes({ 4000, 5000 }); // in proportion
-        connect(m_splitView, &QSplitter::splitterMoved, this, [this] {
-            if (m_autosaveName.isEmpty())
-                return;
-            QVariantList sizes;
-            for (const int size : m_splitView->sizes())
-                sizes.append(size);
-            KXUserDefaults::standard().setValue(librarySplitKey(m_autosaveName), sizes);
-        });
+        connect(m_splitView, &QSplitter::splitterMoved, this,
+            [this] { m_saveSplitSoon.start(librarySaveDelay, [this] { saveSplit(); }); });
     }
 
     if (QWidget *const container = outlet<QWidget>(u"sourceListContainerView"_s))
@@ -157,6 +152,13 @@ void KXFilterSetPresetsViewController::setDelegate(KXFilterSetPresetsViewControl
         m_sourceList->sourceListView()->viewport()->update();
 }
 
+void KXFilterSetPresetsViewController::setLoadEnabled(bool enabled)
+{
+    m_loadEnabled = enabled;
+    for (KXFilterSetPresetDetailsViewController *const details : std::as_const(m_details))
+        details->setLoadEnabled(enabled);
+}
+
 void KXFilterSetPresetsViewController::setCountsContextIdentifier(const QString &identifier)
 {
     m_sourceList->setCountsContextIdentifier(identifier);
@@ -182,6 +184,17 @@ void KXFilterSetPresetsViewController::restoreSoon()
         m_restoreIsDue = false;
         restoreState();
     });
+}
+
+void KXFilterSetPresetsViewController::saveSplit()
+{
+    m_saveSplitSoon.cancel();
+    if (m_autosaveName.isEmpty() || !m_splitView)
+        return;
+    QVariantList sizes;
+    for (const int size : m_splitView->sizes())
+        sizes.append(size);
+    KXUserDefaults::standard().setValue(librarySplitKey(m_autosaveName), sizes);
 }
 
 void KXFilterSetPresetsViewController::restoreState()
@@ -220,7 +233,7 @@ void KXFilterSetPresetsViewController::selectionDidChange()
     if (!m_detailsContainer)
         return;
 
-    const KXRef<Preset> preset = selected.value(0);
+    const KXRef<KXFilterSetPreset> preset = selected.value(0);
     const KXRef<KXFilterSet> set = preset && !preset->isFolder() ? preset->filterSet() : KXRef<KXFilterSet>();
     if (!preset || preset->isFolder()) {
         showPlaceholder(KXLocalizedString("No Filter Preset Selected"));
@@ -250,7 +263,7 @@ void KXFilterSetPresetsViewController::showPlaceholder(const QString &text)
     }
 }
 
-void KXFilterSetPresetsViewController::showDetailsForPreset(const KXRef<Preset> &preset)
+void KXFilterSetPresetsViewController::showDetailsForPreset(const KXRef<KXFilterSetPreset> &preset)
 {
     if (!m_detailsContainer || !preset)
         return;
@@ -281,7 +294,7 @@ void KXFilterSetPresetsViewController::showDetailsForPreset(const KXRef<Preset> 
 void KXFilterSetPresetsViewController::willDisplayCellView(
     KXSourceListViewController &, KXSourceListCell &cell, KXSourceListItem *item)
 {
-    const KXRef<Preset> preset(dynamic_cast<Preset *>(item));
+    const KXRef<KXFilterSetPreset> preset(dynamic_cast<KXFilterSetPreset *>(item));
     if (!preset)
         return;
     KXFilterSetPresetCellView row(cell);
@@ -293,7 +306,7 @@ void KXFilterSetPresetsViewController::willDisplayCellView(
 
 void KXFilterSetPresetsViewController::addFolder()
 {
-    if (const KXRef<Preset> folder = KXFilterSetPresetEditing::addFolder(*m_tree, selectedPreset()))
+    if (const KXRef<KXFilterSetPreset> folder = KXFilterSetPresetEditing::addFolder(*m_tree, selectedPreset()))
         m_sourceList->selectForEditing(folder.get());
 }
 
@@ -319,7 +332,7 @@ void KXFilterSetPresetsViewController::copy() { KXFilterSetPresetEditing::copyPr
 
 void KXFilterSetPresetsViewController::paste()
 {
-    if (const KXRef<Preset> selected = selectedPreset(); selected && !selected->isOverwritable())
+    if (const KXRef<KXFilterSetPreset> selected = selectedPreset(); selected && !selected->isOverwritable())
         return;
     if (const Presets presets = KXFilterSetPresetEditing::presetsOnPasteboard(*m_tree); !presets.isEmpty())
         duplicatePresets(presets);
@@ -345,9 +358,9 @@ bool KXFilterSetPresetsViewController::validateMenuItem(MenuItem item) const
     const Presets selected = selectedPresets();
     switch (item) {
     case MenuItem::Copy:
-        return m_editActionsEnabled && std::any_of(selected.begin(), selected.end(), [](const KXRef<Preset> &preset) {
-            return !preset->isFolder();
-        });
+        return m_editActionsEnabled
+            && std::any_of(selected.begin(), selected.end(),
+                [](const KXRef<KXFilterSetPreset> &preset) { return !preset->isFolder(); });
     case MenuItem::Paste:
         return KXFilterSetPresetEditing::canPaste(selected.value(0));
     case MenuItem::Delete:
