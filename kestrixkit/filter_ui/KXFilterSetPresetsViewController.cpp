@@ -7,6 +7,7 @@
 #include <kestrixkit/filter_ui/KXFilterSetPresetDetailsViewController.h>
 #include <kestrixkit/filters/KXFilterSet.h>
 #include <kestrixkit/foundation/KXMainQueue.h>
+#include <kestrixkit/foundation/KXObserver.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/foundation/KXUserDefaults.h>
 #include <kestrixkit/theme/KXThemeStyleNames.h>
@@ -19,15 +20,14 @@
 
 using namespace Qt::StringLiterals;
 
-using Preset = KXFilterSetPreset;
-
 namespace {
 
 constexpr QMargins libraryDetailsMargins(1, 1, 1, 1);
+constexpr double librarySaveDelay = 0.5; // seconds after the divider was moved last: the defaults are a file
 
 KXTreeRequest libraryRequest()
 {
-    KXTreeRequest request { .entityName = QString(Preset::entityName) };
+    KXTreeRequest request { .entityName = QString(KXFilterSetPreset::entityName) };
     request.sortDescriptors = { { u"position"_s } };
     return request;
 }
@@ -56,6 +56,8 @@ KXFilterSetPresetsViewController::KXFilterSetPresetsViewController(KXManagedObje
 
 KXFilterSetPresetsViewController::~KXFilterSetPresetsViewController()
 {
+    if (m_saveSplitSoon.isPending())
+        saveSplit();
     m_changes = {};
     m_tree->disconnect(this);
     m_sourceList->setDelegate(nullptr);
@@ -88,21 +90,21 @@ void KXFilterSetPresetsViewController::viewDidLoad()
         connect(m_deleteButton, &QPushButton::clicked, this, &KXFilterSetPresetsViewController::deletePreset);
     if (m_countsFilterButton) {
         const QString key(KXFilterSetPresetDetailsOnlyShowItemsWithCountsKey);
-        m_countsFilterButton->setChecked(KXUserDefaults::standard().boolForKey(key).value_or(false));
+        const auto follow = [this, key] {
+            if (m_countsFilterButton)
+                m_countsFilterButton->setChecked(KXUserDefaults::standard().boolForKey(key).value_or(false));
+        };
+        follow();
+        m_defaultsObserver = KXObserver::observerFor(
+            &KXUserDefaults::standard(), key, {}, [follow](const KXKeyValueChange &) { follow(); });
         connect(m_countsFilterButton, &QPushButton::toggled, this,
             [key](bool only) { KXUserDefaults::standard().setValue(key, only); });
     }
     if (m_splitView) {
         m_splitView->setChildrenCollapsible(false);
         m_splitView->setSizes({ 4000, 5000 }); // in proportion
-        connect(m_splitView, &QSplitter::splitterMoved, this, [this] {
-            if (m_autosaveName.isEmpty())
-                return;
-            QVariantList sizes;
-            for (const int size : m_splitView->sizes())
-                sizes.append(size);
-            KXUserDefaults::standard().setValue(librarySplitKey(m_autosaveName), sizes);
-        });
+        connect(m_splitView, &QSplitter::splitterMoved, this,
+            [this] { m_saveSplitSoon.start(librarySaveDelay, [this] { saveSplit(); }); });
     }
 
     if (QWidget *const container = outlet<QWidget>(u"sourceListContainerView"_s))
@@ -150,6 +152,13 @@ void KXFilterSetPresetsViewController::setDelegate(KXFilterSetPresetsViewControl
         m_sourceList->sourceListView()->viewport()->update();
 }
 
+void KXFilterSetPresetsViewController::setLoadEnabled(bool enabled)
+{
+    m_loadEnabled = enabled;
+    for (KXFilterSetPresetDetailsViewController *const details : std::as_const(m_details))
+        details->setLoadEnabled(enabled);
+}
+
 void KXFilterSetPresetsViewController::setCountsContextIdentifier(const QString &identifier)
 {
     m_sourceList->setCountsContextIdentifier(identifier);
@@ -175,6 +184,17 @@ void KXFilterSetPresetsViewController::restoreSoon()
         m_restoreIsDue = false;
         restoreState();
     });
+}
+
+void KXFilterSetPresetsViewController::saveSplit()
+{
+    m_saveSplitSoon.cancel();
+    if (m_autosaveName.isEmpty() || !m_splitView)
+        return;
+    QVariantList sizes;
+    for (const int size : m_splitView->sizes())
+        sizes.append(size);
+    KXUserDefaults::standard().setValue(librarySplitKey(m_autosaveName), sizes);
 }
 
 void KXFilterSetPresetsViewController::restoreState()
@@ -213,7 +233,7 @@ void KXFilterSetPresetsViewController::selectionDidChange()
     if (!m_detailsContainer)
         return;
 
-    const KXRef<Preset> preset = selected.value(0);
+    const KXRef<KXFilterSetPreset> preset = selected.value(0);
     const KXRef<KXFilterSet> set = preset && !preset->isFolder() ? preset->filterSet() : KXRef<KXFilterSet>();
     if (!preset || preset->isFolder()) {
         showPlaceholder(KXLocalizedString("No Filter Preset Selected"));
@@ -243,7 +263,7 @@ void KXFilterSetPresetsViewController::showPlaceholder(const QString &text)
     }
 }
 
-void KXFilterSetPresetsViewController::showDetailsForPreset(const KXRef<Preset> &preset)
+void KXFilterSetPresetsViewController::showDetailsForPreset(const KXRef<KXFilterSetPreset> &preset)
 {
     if (!m_detailsContainer || !preset)
         return;
@@ -274,7 +294,7 @@ void KXFilterSetPresetsViewController::showDetailsForPreset(const KXRef<Preset> 
 void KXFilterSetPresetsViewController::willDisplayCellView(
     KXSourceListViewController &, KXSourceListCell &cell, KXSourceListItem *item)
 {
-    const KXRef<Preset> preset(dynamic_cast<Preset *>(item));
+    const KXRef<KXFilterSetPreset> preset(dynamic_cast<KXFilterSetPreset *>(item));
     if (!preset)
         return;
     KXFilterSetPresetCellView row(cell);
@@ -286,7 +306,7 @@ void KXFilterSetPresetsViewController::willDisplayCellView(
 
 void KXFilterSetPresetsViewController::addFolder()
 {
-    if (const KXRef<Preset> folder = KXFilterSetPresetEditing::addFolder(*m_tree, selectedPreset()))
+    if (const KXRef<KXFilterSetPreset> folder = KXFilterSetPresetEditing::addFolder(*m_tree, selectedPreset()))
         m_sourceList->selectForEditing(folder.get());
 }
 
@@ -312,7 +332,7 @@ void KXFilterSetPresetsViewController::copy() { KXFilterSetPresetEditing::copyPr
 
 void KXFilterSetPresetsViewController::paste()
 {
-    if (const KXRef<Preset> selected = selectedPreset(); selected && !selected->isOverwritable())
+    if (const KXRef<KXFilterSetPreset> selected = selectedPreset(); selected && !selected->isOverwritable())
         return;
     if (const Presets presets = KXFilterSetPresetEditing::presetsOnPasteboard(*m_tree); !presets.isEmpty())
         duplicatePresets(presets);
@@ -338,7 +358,7 @@ bool KXFilterSetPresetsViewController::validateMenuItem(MenuItem item) const
     const Presets selected = selectedPresets();
     switch (item) {
     case MenuItem::Copy:
-        return m_editActionsEnabled && std::any_of(selected.begin(), selected.end(), [](const KXRef<Preset> &preset) {
+        return m_editActionsEnabled && std::any_of(selected.begin(), selected.end(), [](const auto &preset) {
             return !preset->isFolder();
         });
     case MenuItem::Paste:

@@ -21,8 +21,6 @@
 
 using namespace Qt::StringLiterals;
 
-namespace {
-
 /// A host that keeps the strip in a window.
 class MessageHost : public KXMessageCenterViewControllerDelegate
 {
@@ -39,6 +37,8 @@ public:
     }
     int shown = 0, hidden = 0;
 };
+
+namespace {
 
 class PaintCounter : public QObject
 {

@@ -16,8 +16,6 @@
 
 using namespace Qt::StringLiterals;
 
-namespace {
-
 class PaneViewController : public KXPreferencesViewController
 {
 public:
@@ -45,8 +43,6 @@ protected:
 private:
     const QSize m_size;
 };
-
-}
 
 class PreferencesTest : public ::testing::TestWithParam<bool>
 {
