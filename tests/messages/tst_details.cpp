@@ -111,8 +111,11 @@ TEST_F(DetailsTest, veryManyAndVeryLongMessagesAreCut)
     EXPECT_LT(details.detailsWebView()->html().size(), 1'000'000);
     EXPECT_TRUE(shownText(details).contains(u" more messages are not shown"_s));
     center.clearMessages(center.messages().first(10'000));
+    center.postMessage(
+        KXMessage::messageWithType(KXMessageTypeInfo, u"deep"_s, u"<ul><li><blockquote><b>"_s.repeated(5'000)));
     details.popoverWillShow();
     EXPECT_LT(details.detailsWebView()->html().size(), 200'000);
+    EXPECT_TRUE(shownText(details).contains(u"deep"_s));
     details.popoverDidClose();
     EXPECT_EQ(center.messageCount(), 0);
 }
