@@ -172,6 +172,13 @@ void BrowserWindow::buildHeader()
     auto *bar = addToolBar(tr("Library"));
     bar->setMovable(false);
     bar->setContextMenuPolicy(Qt::PreventContextMenu);
+    // Left of the title, whose length changes.
+    bar->addWidget(toolButton(m_undoActions[0], u"undo"_s));
+    bar->addWidget(toolButton(m_undoActions[1], u"redo"_s));
+    bar->addWidget(m_presetLibrary->button());
+    auto *gap = new QWidget;
+    gap->setFixedWidth(2 * BrowserStyle::margin);
+    bar->addWidget(gap);
     m_title = new QLabel(tr("Library"));
     m_title->setTextFormat(Qt::PlainText);
     QFont font = m_title->font();
@@ -179,12 +186,6 @@ void BrowserWindow::buildHeader()
     font.setBold(true);
     m_title->setFont(font);
     bar->addWidget(m_title);
-    auto *gap = new QWidget;
-    gap->setFixedWidth(2 * BrowserStyle::margin);
-    bar->addWidget(gap);
-    bar->addWidget(toolButton(m_undoActions[0], u"undo"_s));
-    bar->addWidget(toolButton(m_undoActions[1], u"redo"_s));
-    bar->addWidget(m_presetLibrary->button());
     auto *space = new QWidget;
     space->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
     bar->addWidget(space);

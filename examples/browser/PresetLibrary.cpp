@@ -2,6 +2,7 @@
 
 #include <QItemSelectionModel>
 
+#include <kestrixkit/foundation/KXMainQueue.h>
 #include <kestrixkit/theme/KXThemeStyleNames.h>
 #include <kestrixkit/theme/controls/KXPlaceholderView.h>
 #include <kestrixkit/theme/controls/KXThemeableButton.h>
@@ -43,7 +44,11 @@ PresetLibrary::PresetLibrary(KXManagedObjectContext::Ref context, QObject *paren
 {
     m_button->setAccessibleDescription(tr("Opens the presets library"));
     m_button->setThemeStyleName(KXFilterPresetsManagerOffButtonStyles);
-    connect(m_button, &QPushButton::clicked, this, [this] { isShown() ? m_popover->close() : show(); });
+    connect(m_button, &QPushButton::pressed, this, [this] { m_closedByPress = m_hasJustClosed; });
+    connect(m_button, &QPushButton::clicked, this, [this] {
+        if (!std::exchange(m_closedByPress, false))
+            isShown() ? m_popover->close() : show();
+    });
 }
 
 PresetLibrary::~PresetLibrary() { delete m_button; }
@@ -67,6 +72,8 @@ void PresetLibrary::show()
         m_popover->setCloseAction([this] {
             if (m_button)
                 m_button->setThemeStyleName(KXFilterPresetsManagerOffButtonStyles);
+            m_hasJustClosed = true;
+            KXMainQueue::async(this, [this] { m_hasJustClosed = false; });
         });
     }
     m_popover->showRelativeTo(m_button, Qt::BottomEdge);

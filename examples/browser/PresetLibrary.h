@@ -55,6 +55,8 @@ private:
     void deliver(const QStringList &identifiers);
 
     const KXManagedObjectContext::Ref m_context;
+    bool m_hasJustClosed = false; // in this turn
+    bool m_closedByPress = false; // of the button, whose click is not to open it again
     QPointer<KXThemeableButton> m_button;
     std::unique_ptr<KXFilterSetPresetsManagerViewController> m_manager;
     std::unique_ptr<KXPopoverController> m_popover; // goes before its content

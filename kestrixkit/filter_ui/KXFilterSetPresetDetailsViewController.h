@@ -86,6 +86,9 @@ public:
         return m_defaultValues;
     }
 
+    /// Of the user default.
+    [[nodiscard]] const std::shared_ptr<KXObserver> &defaultsObserver() const { return m_defaultsObserver; }
+
     // Outlets; nullptr before the view is loaded.
 
     [[nodiscard]] KXSourceListView *outlineView() const;

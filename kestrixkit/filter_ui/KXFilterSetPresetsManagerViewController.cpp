@@ -1,12 +1,13 @@
 #include <kestrixkit/filter_ui/KXFilterSetPresetsManagerViewController.h>
 
+#include <QAction>
 #include <QBoxLayout>
 #include <QKeyEvent>
 
 #include <kestrixkit/filters/KXFilterSet.h>
 #include <kestrixkit/foundation/KXClock.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
-#include <kestrixkit/foundation/KXUndoGuards.h>
+#include <kestrixkit/foundation/KXUndoManager.h>
 #include <kestrixkit/theme/controls/KXThemeableButton.h>
 
 using namespace Qt::StringLiterals;
@@ -61,6 +62,17 @@ void KXFilterSetPresetsManagerViewController::viewDidLoad()
             = m_library->buttonBar() ? qobject_cast<QBoxLayout *>(m_library->buttonBar()->layout()) : nullptr) {
             bar->addSpacing(loadButtonDistance);
             bar->addWidget(m_loadButton);
+        }
+    }
+    // The window that a popover belongs to does not get its keys.
+    if (KXUndoManager *const undo = m_library->context() ? m_library->context()->undoManager() : nullptr) {
+        const std::pair<QAction *, QKeySequence> actions[] {
+            { undo->createUndoAction(view()), QKeySequence(Qt::CTRL | Qt::Key_Z) },
+            { undo->createRedoAction(view()), QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Z) } };
+        for (const auto &[action, keys] : actions) {
+            action->setShortcut(keys);
+            action->setShortcutContext(Qt::WidgetWithChildrenShortcut);
+            view()->addAction(action);
         }
     }
     selectionDidChange();

@@ -7,6 +7,7 @@
 #include <kestrixkit/filter_ui/KXFilterSetPresetDetailsViewController.h>
 #include <kestrixkit/filters/KXFilterSet.h>
 #include <kestrixkit/foundation/KXMainQueue.h>
+#include <kestrixkit/foundation/KXObserver.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/foundation/KXUserDefaults.h>
 #include <kestrixkit/theme/KXThemeStyleNames.h>
@@ -22,6 +23,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr QMargins libraryDetailsMargins(1, 1, 1, 1);
+constexpr double librarySaveDelay = 0.5; // seconds after the divider was moved last: the defaults are a file
 
 KXTreeRequest libraryRequest()
 {
@@ -54,6 +56,8 @@ KXFilterSetPresetsViewController::KXFilterSetPresetsViewController(KXManagedObje
 
 KXFilterSetPresetsViewController::~KXFilterSetPresetsViewController()
 {
+    if (m_saveSplitSoon.isPending())
+        saveSplit();
     m_changes = {};
     m_tree->disconnect(this);
     m_sourceList->setDelegate(nullptr);
@@ -86,21 +90,21 @@ void KXFilterSetPresetsViewController::viewDidLoad()
         connect(m_deleteButton, &QPushButton::clicked, this, &KXFilterSetPresetsViewController::deletePreset);
     if (m_countsFilterButton) {
         const QString key(KXFilterSetPresetDetailsOnlyShowItemsWithCountsKey);
-        m_countsFilterButton->setChecked(KXUserDefaults::standard().boolForKey(key).value_or(false));
+        const auto follow = [this, key] {
+            if (m_countsFilterButton)
+                m_countsFilterButton->setChecked(KXUserDefaults::standard().boolForKey(key).value_or(false));
+        };
+        follow();
+        m_defaultsObserver = KXObserver::observerFor(
+            &KXUserDefaults::standard(), key, {}, [follow](const KXKeyValueChange &) { follow(); });
         connect(m_countsFilterButton, &QPushButton::toggled, this,
             [key](bool only) { KXUserDefaults::standard().setValue(key, only); });
     }
     if (m_splitView) {
         m_splitView->setChildrenCollapsible(false);
         m_splitView->setSizes({ 4000, 5000 }); // in proportion
-        connect(m_splitView, &QSplitter::splitterMoved, this, [this] {
-            if (m_autosaveName.isEmpty())
-                return;
-            QVariantList sizes;
-            for (const int size : m_splitView->sizes())
-                sizes.append(size);
-            KXUserDefaults::standard().setValue(librarySplitKey(m_autosaveName), sizes);
-        });
+        connect(m_splitView, &QSplitter::splitterMoved, this,
+            [this] { m_saveSplitSoon.start(librarySaveDelay, [this] { saveSplit(); }); });
     }
 
     if (QWidget *const container = outlet<QWidget>(u"sourceListContainerView"_s))
@@ -148,6 +152,13 @@ void KXFilterSetPresetsViewController::setDelegate(KXFilterSetPresetsViewControl
         m_sourceList->sourceListView()->viewport()->update();
 }
 
+void KXFilterSetPresetsViewController::setLoadEnabled(bool enabled)
+{
+    m_loadEnabled = enabled;
+    for (KXFilterSetPresetDetailsViewController *const details : std::as_const(m_details))
+        details->setLoadEnabled(enabled);
+}
+
 void KXFilterSetPresetsViewController::setCountsContextIdentifier(const QString &identifier)
 {
     m_sourceList->setCountsContextIdentifier(identifier);
@@ -173,6 +184,17 @@ void KXFilterSetPresetsViewController::restoreSoon()
         m_restoreIsDue = false;
         restoreState();
     });
+}
+
+void KXFilterSetPresetsViewController::saveSplit()
+{
+    m_saveSplitSoon.cancel();
+    if (m_autosaveName.isEmpty() || !m_splitView)
+        return;
+    QVariantList sizes;
+    for (const int size : m_splitView->sizes())
+        sizes.append(size);
+    KXUserDefaults::standard().setValue(librarySplitKey(m_autosaveName), sizes);
 }
 
 void KXFilterSetPresetsViewController::restoreState()

@@ -4,6 +4,7 @@
 
 #include <kestrixkit/filter_ui/KXFilterSetPresetEditing.h>
 #include <kestrixkit/filter_ui/KXSourceListViewController.h>
+#include <kestrixkit/foundation/KXDelayedCall.h>
 #include <kestrixkit/foundation/KXWeakDelegate.h>
 #include <kestrixkit/toolkit/KXPopoverController.h>
 #include <kestrixkit/toolkit/KXViewController.h>
@@ -70,9 +71,9 @@ public:
     [[nodiscard]] bool isDeleteEnabled() const { return m_deleteEnabled; }
     /// All that is selected, if anything, may be overwritten.
     [[nodiscard]] bool isAddEnabled() const { return m_addEnabled; }
-    /// Handed to all details that are made from now on.
+    /// Handed to all details.
     [[nodiscard]] bool isLoadEnabled() const { return m_loadEnabled; }
-    void setLoadEnabled(bool enabled) { m_loadEnabled = enabled; }
+    void setLoadEnabled(bool enabled);
     /// Under which the divider's place, open folders and the selection are remembered.
     [[nodiscard]] const QString &autosaveName() const { return m_autosaveName; }
     void setAutosaveName(const QString &name);
@@ -146,6 +147,7 @@ protected:
 
 private:
     void restoreSoon();
+    void saveSplit();
     void selectionDidChange();
     void showPlaceholder(const QString &text);
     void hideDetails();
@@ -161,6 +163,7 @@ private:
     bool m_deleteEnabled = false;
     bool m_addEnabled = true;
     bool m_restoreIsDue = false;
+    KXDelayedCall m_saveSplitSoon { this };
     QPointer<KXPopoverController> m_popover;
     QHash<KXManagedObjectID, KXFilterSetPresetDetailsViewController *> m_details;
     QPointer<KXFilterSetPresetDetailsViewController> m_current;
@@ -169,5 +172,6 @@ private:
     QPointer<KXPlaceholderView> m_placeholderView;
     QPointer<KXThemeableButton> m_countsFilterButton, m_addButton, m_deleteButton;
     QPointer<QWidget> m_buttonBar;
+    std::shared_ptr<KXObserver> m_defaultsObserver;
     KXNotificationToken m_changes;
 };

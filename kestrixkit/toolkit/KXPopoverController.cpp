@@ -1,5 +1,6 @@
 #include <kestrixkit/toolkit/KXPopoverController.h>
 
+#include <QAbstractItemView>
 #include <QApplication>
 #include <QKeyEvent>
 #include <QScreen>
@@ -14,6 +15,14 @@
 using namespace Qt::StringLiterals;
 
 namespace {
+
+/// Whether a cell of an item view is edited in it: the Escape key is the editor's then.
+bool popoverIsItemEditor(const QWidget *widget)
+{
+    const QWidget *const viewport = widget->parentWidget();
+    const auto *const view = viewport ? qobject_cast<const QAbstractItemView *>(viewport->parentWidget()) : nullptr;
+    return view && view->viewport() == viewport;
+}
 
 constexpr QMargins popoverPadding(6, 6, 6, 6); // keeps the content clear of round corners
 
@@ -190,7 +199,7 @@ bool KXPopoverController::eventFilter(QObject *object, QEvent *event)
         break;
     case QEvent::ShortcutOverride:
         if (m_behaviour != KXPopoverBehaviour::ApplicationDefined && widget->window() == m_frame.get()
-            && static_cast<QKeyEvent *>(event)->matches(QKeySequence::Cancel)) {
+            && static_cast<QKeyEvent *>(event)->matches(QKeySequence::Cancel) && !popoverIsItemEditor(widget)) {
             event->accept();
             close();
             return true;

@@ -37,7 +37,7 @@ public:
 };
 
 /// "Key(a b) Tempo(120)", with an asterisk behind what is selected and without what lies below closed rows.
-QString shown(const Details &details)
+QString detailsShown(const Details &details)
 {
     const QTreeView *outline = details.outlineView();
     QStringList rows;
@@ -53,7 +53,7 @@ QString shown(const Details &details)
     return rows.join(u' ');
 }
 
-QStringList enabledIn(const KXRef<KXFilterSet> &set)
+QStringList detailsEnabledIn(const KXRef<KXFilterSet> &set)
 {
     QStringList names;
     for (const KXRef<KXFilter> &filter : set->sortedFilters()) {
@@ -132,7 +132,7 @@ TEST_F(DetailsTest, showFiltersAndWhatIsBelowThem)
     const QAbstractItemModelTester tester(
         details->outlineView()->model(), QAbstractItemModelTester::FailureReportingMode::Fatal);
     const QString all = u"Key(a b c NOT x) Tempo(>= 120) Mark(m n)"_s;
-    EXPECT_EQ(shown(*details), all);
+    EXPECT_EQ(detailsShown(*details), all);
     EXPECT_EQ(details->outlineView()->visualRect(details->outlineView()->model()->index(0, 0)).height(), 22);
     EXPECT_EQ(
         details->outlineView()
@@ -144,16 +144,16 @@ TEST_F(DetailsTest, showFiltersAndWhatIsBelowThem)
     value(u"b"_s)->setCount(0, u"shop.beats"_s);
     value(u"c"_s)->setCount(1200, u"beats"_s);
     KXUserDefaults::standard().setValue(key, true);
-    ASSERT_TRUE(QTest::qWaitFor([&] { return shown(*details) == u"Key(a) Tempo(>= 120) Mark()"_s; }));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return detailsShown(*details) == u"Key(a) Tempo(>= 120) Mark()"_s; }));
     details->outlineView()->viewport()->grab();
     EXPECT_TRUE(owner.displayed.contains(u"a:3"_s));
     owner.countsFilter = false;
     details->reload();
-    EXPECT_EQ(shown(*details), all);
+    EXPECT_EQ(detailsShown(*details), all);
     owner.countsFilter = true;
     details->setOnlyShowItemsWithCounts(true);
     KXUserDefaults::standard().remove(key);
-    EXPECT_TRUE(QTest::qWaitFor([&] { return shown(*details) == all; }));
+    EXPECT_TRUE(QTest::qWaitFor([&] { return detailsShown(*details) == all; }));
 
     // However many counts arrive, one reading; each makes a row for the setting.
     const size_t before = details->defaultValues().size();
@@ -165,7 +165,7 @@ TEST_F(DetailsTest, showFiltersAndWhatIsBelowThem)
     EXPECT_TRUE(QTest::qWaitFor([&] { return details->defaultValues().size() > before; }));
     QTest::qWait(0);
     EXPECT_EQ(details->defaultValues().size(), before + 1);
-    EXPECT_EQ(shown(*details), u"Key(a b* c NOT x) Tempo() Mark(m n)"_s);
+    EXPECT_EQ(detailsShown(*details), u"Key(a b* c NOT x) Tempo() Mark(m n)"_s);
     EXPECT_EQ(resets.count(), 0);
 }
 
@@ -179,7 +179,7 @@ TEST_F(DetailsTest, loadWhatIsPicked)
     context->processPendingChanges();
     details->reload();
     select(*details, { u"a"_s, u"d"_s, u"Tempo"_s, u">= 120"_s });
-    EXPECT_EQ(shown(*details), u"Key(a* b c d* NOT x) Tempo(>= 120) Mark(m n)"_s); // values alone can be picked
+    EXPECT_EQ(detailsShown(*details), u"Key(a* b c d* NOT x) Tempo(>= 120) Mark(m n)"_s); // values alone can be picked
     int announced = 0;
     const auto token
         = KXNotificationCenter::defaultCenter().addObserver(QString(KXManagedObjectContextObjectsDidChangeNotification),
@@ -190,9 +190,10 @@ TEST_F(DetailsTest, loadWhatIsPicked)
     details.reset();
     context->processPendingChanges();
     QTest::qWait(0);
-    EXPECT_EQ(enabledIn(set), (QStringList { u"a"_s, u"d"_s, u"m"_s, u"n"_s }));
+    EXPECT_EQ(detailsEnabledIn(set), (QStringList { u"a"_s, u"d"_s, u"m"_s, u"n"_s }));
     EXPECT_NE(set->managedObjectContext(), context.get());
-    EXPECT_EQ(enabledIn(preset->filterSet()), (QStringList { u"a"_s, u"b"_s, u"c"_s, u"d"_s, u"x"_s, u"m"_s, u"n"_s }));
+    EXPECT_EQ(detailsEnabledIn(preset->filterSet()),
+        (QStringList { u"a"_s, u"b"_s, u"c"_s, u"d"_s, u"x"_s, u"m"_s, u"n"_s }));
     EXPECT_EQ(announced, 0);
     context->rollback();
 
@@ -236,27 +237,27 @@ TEST_F(DetailsTest, stayTrue)
     EXPECT_EQ(details->defaultValues().size(), before); // nothing of ours
     value(u"a"_s)->setName(u"z"_s);
     ASSERT_TRUE(context->save());
-    EXPECT_EQ(shown(*details), u"Key(b c NOT x z) Tempo(>= 120) Mark(m n)"_s);
+    EXPECT_EQ(detailsShown(*details), u"Key(b c NOT x z) Tempo(>= 120) Mark(m n)"_s);
     context->removeManagedObject(names);
     ASSERT_TRUE(context->save());
-    EXPECT_EQ(shown(*details), u"Key(b c NOT x z) Tempo(>= 120)"_s);
+    EXPECT_EQ(detailsShown(*details), u"Key(b c NOT x z) Tempo(>= 120)"_s);
     there(tempo)->setStartValue(KXDecimal::fromInteger(99));
     other->removeManagedObject(there(value(u"b"_s)));
     ASSERT_TRUE(other->save(nullptr));
-    EXPECT_EQ(shown(*details), u"Key(c NOT x z) Tempo(>= 99)"_s);
+    EXPECT_EQ(detailsShown(*details), u"Key(c NOT x z) Tempo(>= 99)"_s);
 
     window.hide();
     context->removeManagedObject(tempo);
     ASSERT_TRUE(context->save());
-    EXPECT_EQ(shown(*details), u"Key(c NOT x z) ()"_s); // not looked at again, and no harm
+    EXPECT_EQ(detailsShown(*details), u"Key(c NOT x z) ()"_s); // not looked at again, and no harm
     details->viewWillAppear();
     window.show();
-    EXPECT_EQ(shown(*details), u"Key(c NOT x z)"_s);
+    EXPECT_EQ(detailsShown(*details), u"Key(c NOT x z)"_s);
 
     select(*details, { u"c"_s });
     other->removeManagedObject(there(preset));
     ASSERT_TRUE(other->save(nullptr));
-    EXPECT_EQ(shown(*details), QString());
+    EXPECT_EQ(detailsShown(*details), QString());
     details->outlineView()->viewport()->grab();
     details->loadSelected();
     EXPECT_TRUE(owner.loaded.isEmpty());

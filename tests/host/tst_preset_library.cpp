@@ -80,8 +80,14 @@ TEST_F(PresetLibraryTest, filtersTheTable)
     };
     EXPECT_EQ(shownBeside(), u"g1"_s);
 
+    // The button closes what it opened.
+    for (const bool shows : { true, false, true, false, true }) {
+        QTest::qWait(0); // no click follows in the same turn
+        QTest::mouseClick(presets->button(), Qt::LeftButton);
+        EXPECT_EQ(presets->isShown(), shows);
+    }
+
     // One of its values, which are counted among all tracks.
-    presets->button()->click();
     select(two);
     auto *details = library.currentDetailsViewController();
     ASSERT_TRUE(details);
@@ -98,6 +104,7 @@ TEST_F(PresetLibraryTest, filtersTheTable)
     EXPECT_FALSE(window.context()->hasChanges() || window.context()->undoManager()->canUndo());
 
     // What is not for tracks.
+    QTest::qWait(0);
     presets->button()->click();
     clickTwice(select(unusable));
     EXPECT_TRUE(presets->isShown());
