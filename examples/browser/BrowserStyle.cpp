@@ -8,15 +8,19 @@
 #include <kestrixkit/theme/KXLightTheme.h>
 #include <kestrixkit/theme/KXThemeManager.h>
 
+#include "Settings.h"
+
 using namespace Qt::StringLiterals;
 
 namespace {
 
 const KXThemeColours &styleColours()
 {
+    if (const auto *const theme
+        = dynamic_cast<const KXStandardTheme *>(KXThemeManager::sharedManager().theme().get()))
+        return theme->colours();
     static const KXDarkTheme dark; // where nothing was applied, as in tests of a table alone
-    const auto *const theme = dynamic_cast<const KXStandardTheme *>(KXThemeManager::sharedManager().theme().get());
-    return theme ? theme->colours() : dark.colours();
+    return dark.colours();
 }
 
 } // namespace
@@ -46,7 +50,7 @@ void BrowserStyle::apply(QApplication &application)
     QFont font = QApplication::font();
     font.setFamilies({ u"Inter"_s, u"Noto Sans"_s, u"Cantarell"_s, u"DejaVu Sans"_s, font.family() });
     application.setFont(font);
-    setDark(true);
+    setDark(Settings::darkTheme());
 }
 
 bool BrowserStyle::isDark() { return styleColours().window.lightnessF() < 0.5F; }
@@ -73,8 +77,10 @@ void BrowserStyle::setDark(bool dark)
         QStatusBar { background: %1; border-top: 1px solid %2; color: %3; min-height: 30px; }
         QStatusBar QLabel { color: %3; }
         QStatusBar::item { border: none; }
+        QCheckBox::indicator { width: 14px; height: 14px; border: 1px solid %7; border-radius: 3px; background: %6; }
+        QCheckBox::indicator:checked { image: url(:/kestrixkit/icons/check.svg); background: %10; border-color: %10; }
         QToolTip { background: %1; color: %4; border: 1px solid %7; padding: 4px; }
     )"_s.arg(c.panel.name(), c.line.name(), c.secondaryText.name(), c.text.name(), c.disabledText.name(),
-        c.controlPressed.name(), c.border.name(), c.selection.name(), c.selectedText.name()));
+        c.controlPressed.name(), c.border.name(), c.selection.name(), c.selectedText.name(), c.accent.name()));
     KXThemeManager::sharedManager().setTheme(theme); // last: what follows it finds the palette
 }

@@ -25,7 +25,7 @@ inline constexpr int margin = 10;
 /// Once round the colour circle along the wheel of keys; minor keys are a little deeper than their relatives.
 QColor keyColour(const MusicalKey &key);
 
-/// Style, font and the dark theme for the whole application.
+/// Style, font and the theme that the user chose for the whole application.
 void apply(QApplication &application);
 
 /// The framework's theme, and a palette and a style sheet to go with it.

@@ -20,11 +20,15 @@
 #include <kestrixkit/theme/controls/KXThemeableProgressIndicator.h>
 #include <kestrixkit/toolkit/KXMenu.h>
 
+#include "Analytics.h"
 #include "BrowserStyle.h"
 #include "GenreDialog.h"
+#include "MessageStrip.h"
+#include "PreferencePanes.h"
 #include "PresetCommands.h"
 #include "PresetLibrary.h"
 #include "Preview.h"
+#include "Settings.h"
 #include "SourceColumn.h"
 #include "TrackTableView.h"
 
@@ -142,10 +146,17 @@ void BrowserWindow::buildMenu()
     m_commentAction = edit->addAction(tr("Edit &Comment"), this, &BrowserWindow::editComment);
     m_commentAction->setShortcut(QKeySequence(Qt::Key_F2));
     m_genreAction = edit->addAction(tr("Rename &Genre…"), this, &BrowserWindow::renameGenre);
+    edit->addSeparator();
+    QAction *preferences = edit->addAction(tr("&Preferences…"), this, [this] {
+        PreferencePanes::show([alive = QPointer(this)](const std::string &folder) {
+            if (alive)
+                alive->importMusic([folder](QString *) { return folder; });
+        });
+    });
+    preferences->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Comma));
+    preferences->setMenuRole(QAction::PreferencesRole);
     m_lightAction = new QAction(tr("&Light Theme"), this);
-    m_lightAction->setCheckable(true);
-    m_lightAction->setChecked(!BrowserStyle::isDark());
-    connect(m_lightAction, &QAction::toggled, this, [](bool light) { BrowserStyle::setDark(!light); });
+    Settings::followTheme(m_lightAction);
     QMenu *presets = menuBar()->addMenu(tr("&Presets"));
     presets->setAccessibleName(tr("Presets"));
     presets->addActions({ commands.newFolder, m_sources->saveAsPreset() });
@@ -161,6 +172,13 @@ void BrowserWindow::buildHeader()
     auto *bar = addToolBar(tr("Library"));
     bar->setMovable(false);
     bar->setContextMenuPolicy(Qt::PreventContextMenu);
+    // Left of the title, whose length changes.
+    bar->addWidget(toolButton(m_undoActions[0], u"undo"_s));
+    bar->addWidget(toolButton(m_undoActions[1], u"redo"_s));
+    bar->addWidget(m_presetLibrary->button());
+    auto *gap = new QWidget;
+    gap->setFixedWidth(2 * BrowserStyle::margin);
+    bar->addWidget(gap);
     m_title = new QLabel(tr("Library"));
     m_title->setTextFormat(Qt::PlainText);
     QFont font = m_title->font();
@@ -168,12 +186,6 @@ void BrowserWindow::buildHeader()
     font.setBold(true);
     m_title->setFont(font);
     bar->addWidget(m_title);
-    auto *gap = new QWidget;
-    gap->setFixedWidth(2 * BrowserStyle::margin);
-    bar->addWidget(gap);
-    bar->addWidget(toolButton(m_undoActions[0], u"undo"_s));
-    bar->addWidget(toolButton(m_undoActions[1], u"redo"_s));
-    bar->addWidget(m_presetLibrary->button());
     auto *space = new QWidget;
     space->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
     bar->addWidget(space);
@@ -183,6 +195,7 @@ void BrowserWindow::buildHeader()
     m_summary->setContentsMargins(0, 0, BrowserStyle::margin, 0);
     bar->addWidget(m_summary);
     bar->addWidget(toolButton(m_lightAction, u"theme"_s));
+    new MessageStrip(this);
 }
 
 void BrowserWindow::buildTable()
@@ -200,6 +213,7 @@ void BrowserWindow::buildTable()
     QMenu *view = menuBar()->addMenu(tr("&View"));
     view->setAccessibleName(tr("View"));
     view->addAction(m_lightAction);
+    view->addAction(findChild<MessageStrip *>()->action());
     view->addMenu(m_table->columnsMenu());
     m_table->setColumnPresetsName(u"TrackTableColumns"_s);
     m_table->setSortOptionsAutoSaveName(u"TrackTableSortOptions"_s);
@@ -404,6 +418,8 @@ void BrowserWindow::finishImport(const std::weak_ptr<ImportOperation> &operation
     }
     if (!error.isEmpty())
         m_status->setText(error);
+    MessageStrip::postImport(result);
+    Analytics::importFinished(result.added);
     showSummary();
     m_sources->musicDidChange();
     Q_EMIT importFinished(error);

@@ -11,6 +11,7 @@
 #include <kestrixkit/audio/KXPortAudioOutput.h>
 
 #include "BrowserStyle.h"
+#include "MessageStrip.h"
 #include "TrackTableModel.h"
 
 using namespace Qt::StringLiterals;
@@ -188,6 +189,8 @@ void Preview::showState()
     case KXAudioPlayerStateStopped:
         m_label->setText(player().duration() > 0 ? tr("Stopped %1  ·  %2").arg(item->title, time)
                                                  : tr("%1 cannot be played").arg(item->title));
+        if (player().duration() <= 0)
+            MessageStrip::postUnplayable(item->title, item->url);
         break;
     case KXAudioPlayerStateFinished:
         m_label->setText(tr("Finished %1").arg(item->title));

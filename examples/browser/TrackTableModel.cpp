@@ -35,7 +35,7 @@ constexpr ColumnDescription columnDescriptions[TrackTableModel::ColumnCount] = {
 };
 
 constexpr int searchableRows = 20'000;
-constexpr int rowsReadAtOnce = 64; // one screen, or two where it lies across a boundary
+constexpr int rowsReadAtOnce = 32; // about a screen
 
 QString lengthText(double seconds)
 {

@@ -22,11 +22,13 @@
 #include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/foundation/KXOperationQueue.h>
 
+#include "Analytics.h"
 #include "BrowserStyle.h"
 #include "BrowserWindow.h"
 #include "Crate.h"
 #include "Presets.h"
 #include "Report.h"
+#include "Settings.h"
 #include "TrackTableView.h"
 
 using namespace Qt::StringLiterals;
@@ -303,13 +305,15 @@ void printAnswer(const Arguments &arguments, const KXPersistentStoreCoordinator:
 }
 
 void runWindow(
-    QApplication &application, const Arguments &arguments, const KXPersistentStoreCoordinator::Ref &coordinator)
+    QApplication &application, Arguments arguments, const KXPersistentStoreCoordinator::Ref &coordinator)
 {
     BrowserStyle::apply(application);
     BrowserWindow window(coordinator);
     QSocketNotifier notifier(interruptPipe[0], QSocketNotifier::Read);
     QObject::connect(&notifier, &QSocketNotifier::activated, &application, [] { QCoreApplication::exit(Failed); });
     QString problem;
+    if (arguments.music.empty())
+        arguments.music = Settings::musicFolder();
     if (!arguments.screenshot.isEmpty()) {
         QObject::connect(
             &window, &BrowserWindow::importFinished, &window,
@@ -323,6 +327,8 @@ void runWindow(
             Qt::QueuedConnection);
     }
     window.show();
+    Analytics::start();
+    Analytics::windowWasOpened();
     window.importMusic([arguments, coordinator](QString *error) { return musicFolder(arguments, coordinator, error); });
     if (QApplication::exec() != Done)
         throw Ending { Failed, interrupted ? u"interrupted"_s : problem };

@@ -40,6 +40,23 @@ void KXAudioPlayer::setVolume(float) { }
 
 void KXAudioPlayer::playItem(const KXAudioPlayerItemPointer &) { }
 
+QUrl KXAudioPlayer::beginItem(const KXAudioPlayerItemPointer &item, const std::function<void()> &end)
+{
+    // Observers may ask for another item at any of these announcements; the newest one stays.
+    const QPointer<KXAudioPlayer> alive(this);
+    stop();
+    if (!alive)
+        return {};
+    if (end)
+        end();
+    storeCurrentItem(item);
+    if (!alive || currentItem() != item)
+        return {};
+    if (!item)
+        setState(KXAudioPlayerStateIdle);
+    return item ? item->audioFileURL() : QUrl();
+}
+
 void KXAudioPlayer::stop() { }
 
 bool KXAudioPlayer::resume() { return true; }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 
 #include <QPointer>
@@ -124,6 +125,9 @@ protected:
     void assignState(KXAudioPlayerState state) { m_state = state; }
     void announceState();
     void storeCurrentItem(const KXAudioPlayerItemPointer &item);
+    /// How playItem() begins: stops, lets `end` end what was played, and makes the item the current one. The file to be
+    /// played; empty where there is none, and where an observer asked for another item or destroyed the player.
+    [[nodiscard]] QUrl beginItem(const KXAudioPlayerItemPointer &item, const std::function<void()> &end = {});
     void storeVolume(float volume);
     /// The end of the current item: Finished, and on to the next one when continuous.
     void finish();

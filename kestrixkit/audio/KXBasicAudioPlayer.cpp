@@ -86,19 +86,8 @@ KXBasicAudioPlayer::~KXBasicAudioPlayer()
 
 void KXBasicAudioPlayer::playItem(const KXAudioPlayerItemPointer &item)
 {
-    // Observers may ask for another item at any of these announcements; the newest one stays.
     const QPointer<KXBasicAudioPlayer> alive(this);
-    stop();
-    if (!alive)
-        return;
-    storeCurrentItem(item);
-    if (!alive || currentItem() != item)
-        return;
-    if (!item) {
-        setState(KXAudioPlayerStateIdle);
-        return;
-    }
-    const QUrl url = item->audioFileURL();
+    const QUrl url = beginItem(item);
     if (url.isEmpty())
         return;
     const auto session = KXStreamingPlayer::makeSession(url, m_secondsPerCall);

@@ -42,20 +42,8 @@ void KXMultiTrackAudioPlayer::endSession()
 
 void KXMultiTrackAudioPlayer::playItem(const KXAudioPlayerItemPointer &item)
 {
-    // Observers may ask for another item at any of these announcements; the newest one stays.
     const QPointer<KXMultiTrackAudioPlayer> alive(this);
-    stop();
-    if (!alive)
-        return;
-    endSession();
-    storeCurrentItem(item);
-    if (!alive || currentItem() != item)
-        return;
-    if (!item) {
-        setState(KXAudioPlayerStateIdle);
-        return;
-    }
-    const QUrl url = item->audioFileURL();
+    const QUrl url = beginItem(item, [this] { endSession(); });
     if (url.isEmpty())
         return;
     const auto session = std::make_shared<KXPlaybackSession>(url);

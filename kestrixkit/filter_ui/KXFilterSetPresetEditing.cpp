@@ -15,18 +15,18 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-using KXFilterSetPresetEditing::Preset;
-using KXFilterSetPresetEditing::Presets;
+using EditedPreset = KXFilterSetPresetEditing::Preset;
+using EditedPresets = KXFilterSetPresetEditing::Presets;
 
-bool presetIsThere(const Preset &preset)
+bool presetIsThere(const EditedPreset &preset)
 {
     return preset && preset->managedObjectContext() && !preset->isDeleted() && !preset->isMissing();
 }
 
 /// Of the folder, or of the top level for none, in order.
-Presets presetLevel(const KXTreeController &tree, const Preset &folder)
+EditedPresets presetLevel(const KXTreeController &tree, const EditedPreset &folder)
 {
-    Presets level;
+    EditedPresets level;
     const KXTreeNode *const node = folder ? tree.treeNodeForObject(folder.get()) : tree.rootNode();
     for (const KXTreeNode *child : node ? node->childNodes() : QList<const KXTreeNode *>()) {
         if (const auto preset = KXFilterSetPreset::cast(child->representedObject()); presetIsThere(preset))
@@ -35,7 +35,7 @@ Presets presetLevel(const KXTreeController &tree, const Preset &folder)
     return level;
 }
 
-void presetRenumber(const Presets &level)
+void presetRenumber(const EditedPresets &level)
 {
     for (qsizetype i = 0; i < level.size(); ++i) {
         if (level[i]->position() != i)
@@ -45,7 +45,7 @@ void presetRenumber(const Presets &level)
 
 }
 
-Presets KXFilterSetPresetEditing::selectedPresets(const KXTreeController &tree)
+EditedPresets KXFilterSetPresetEditing::selectedPresets(const KXTreeController &tree)
 {
     Presets presets;
     for (const KXRef<KXManagedObject> &object : tree.selectedObjects()) {
@@ -55,7 +55,7 @@ Presets KXFilterSetPresetEditing::selectedPresets(const KXTreeController &tree)
     return presets;
 }
 
-Preset KXFilterSetPresetEditing::addFolder(KXTreeController &tree, const Preset &beside)
+EditedPreset KXFilterSetPresetEditing::addFolder(KXTreeController &tree, const Preset &beside)
 {
     const KXManagedObjectContext::Ref context = tree.managedObjectContext();
     if (!context)
@@ -137,7 +137,7 @@ void KXFilterSetPresetEditing::copyPresets(const Presets &presets)
     KXPasteboard::setItems(KXFilterSetPresetPasteboardType, uris);
 }
 
-Presets KXFilterSetPresetEditing::presetsOnPasteboard(const KXTreeController &tree)
+EditedPresets KXFilterSetPresetEditing::presetsOnPasteboard(const KXTreeController &tree)
 {
     Presets presets;
     const KXManagedObjectContext::Ref context = tree.managedObjectContext();
@@ -159,7 +159,7 @@ bool KXFilterSetPresetEditing::canPaste(const Preset &selected)
         && (!selected || (presetIsThere(selected) && selected->isOverwritable()));
 }
 
-Presets KXFilterSetPresetEditing::duplicatePresets(
+EditedPresets KXFilterSetPresetEditing::duplicatePresets(
     KXTreeController &tree, const Presets &presets, const Preset &selected)
 {
     Presets copies;

@@ -358,9 +358,9 @@ bool KXFilterSetPresetsViewController::validateMenuItem(MenuItem item) const
     const Presets selected = selectedPresets();
     switch (item) {
     case MenuItem::Copy:
-        return m_editActionsEnabled
-            && std::any_of(selected.begin(), selected.end(),
-                [](const KXRef<KXFilterSetPreset> &preset) { return !preset->isFolder(); });
+        return m_editActionsEnabled && std::any_of(selected.begin(), selected.end(), [](const auto &preset) {
+            return !preset->isFolder();
+        });
     case MenuItem::Paste:
         return KXFilterSetPresetEditing::canPaste(selected.value(0));
     case MenuItem::Delete:

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include <QKeyEvent>
 #include <QMimeData>
 
 #include <kestrixkit/filter_ui/KXSourceListItemController.h>
@@ -380,6 +381,43 @@ bool KXSourceListViewController::moveItems(const QList<KXRef<Object>> &items, co
     return true;
 }
 
+bool KXSourceListViewController::moveSelectedItems(Qt::ArrowType direction)
+{
+    const QList<KXRef<Object>> items = m_tree ? m_tree->selectedObjects() : QList<KXRef<Object>>();
+    const KXTreeNode *const first = items.isEmpty() ? nullptr : m_tree->treeNodeForObject(items.first().get());
+    if (!first)
+        return false;
+    const KXTreeNode *const level = first->parentNode();
+    const int end = m_tree->treeNodeForObject(items.last().get())->row() + 1;
+    const KXTreeNode *to = level;
+    int row = -1;
+    if (direction == Qt::UpArrow) {
+        row = first->row() - 1;
+    } else if (direction == Qt::DownArrow) {
+        row = end < level->childCount() ? end + 1 : -1;
+    } else if (direction == Qt::LeftArrow) {
+        to = level->parentNode();
+        row = level->row() + 1;
+    } else if (direction == Qt::RightArrow) {
+        to = level->childAt(first->row() - 1);
+        row = to ? to->childCount() : -1;
+    }
+    if (!to || row < 0)
+        return false;
+    const KXSourceListItem *const target = itemOf(to->representedObject());
+    for (const KXRef<Object> &object : items) {
+        const KXSourceListItem *const item = itemOf(object);
+        if (!item || !item->canBeRepositioned() || m_tree->treeNodeForObject(object.get())->parentNode() != level
+            || (to != level && (target ? !target->canBeParentForItem(item) : !item->canBeChildForItem(nullptr))))
+            return false;
+    }
+    if (!moveItems(items, to->indexPath() + KXIndexPath { row }))
+        return false;
+    if (m_view)
+        m_view->scrollTo(m_view->currentIndex());
+    return true;
+}
+
 bool KXSourceListViewController::copyItems(const QList<KXRef<Object>> &items, const KXIndexPath &path)
 {
     const KXTreeNode *const parent = m_tree->nodeAtIndexPath(path.first(path.size() - 1));
@@ -433,7 +471,20 @@ bool KXSourceListViewController::didReceiveKeyDownEvent(KXSourceListView &view, 
 {
     KXSourceListItem *const item = selectedItem();
     KXSourceListItemController *const controller = item ? item->controller() : nullptr;
-    return controller && controller->didReceiveKeyDownEvent(view, event);
+    if (controller && controller->didReceiveKeyDownEvent(view, event))
+        return true;
+    if (!KXSourceListView::isMovingKey(event))
+        return false;
+    Qt::ArrowType direction = event.key() == Qt::Key_Up ? Qt::UpArrow
+        : event.key() == Qt::Key_Down                   ? Qt::DownArrow
+        : event.key() == Qt::Key_Left                   ? Qt::LeftArrow
+                                                        : Qt::RightArrow;
+    if (view.isRightToLeft() && event.key() == Qt::Key_Left)
+        direction = Qt::RightArrow;
+    else if (view.isRightToLeft() && event.key() == Qt::Key_Right)
+        direction = Qt::LeftArrow;
+    moveSelectedItems(direction);
+    return true;
 }
 
 QMenu *KXSourceListViewController::contextMenuForRow(KXSourceListView &view, const QModelIndex &row)

@@ -106,6 +106,11 @@ public:
     /// Without a step to undo.
     bool removeItem(const KXSourceListItem *item);
 
+    /// As by dragging: what is selected goes up or down among its siblings, out of its parent (Qt::LeftArrow, behind it)
+    /// or into the sibling above (Qt::RightArrow, last). By keys: Alt with the arrows. False where that cannot be, and
+    /// where not all of it has the same parent.
+    bool moveSelectedItems(Qt::ArrowType direction);
+
     // By value, as the view asks
 
     [[nodiscard]] KXSourceListDropRules::Question questionForDrop(

@@ -49,7 +49,7 @@ QVariantMap KXError::userInfo() const
     if (!m_data)
         return {};
     QVariantMap userInfo = m_data->userInfo;
-    if (!m_data->callStack.isEmpty())
+    if (!userInfo.contains(KXErrorStackTraceKey)) // also where no frame could be had
         userInfo.insert(KXErrorStackTraceKey, m_data->callStack.symbols());
     return userInfo;
 }

@@ -1,6 +1,8 @@
 // Fetching and counting: SQL answers, and what is unsaved in the context is worked into its answer.
 
 #include <algorithm>
+#include <array>
+#include <optional>
 
 #include <QSet>
 
@@ -197,6 +199,59 @@ bool KXContextFetcher::query(const QByteArray &sql, const std::vector<const KXPr
     return code == SQLITE_DONE;
 }
 
+/// The attribute that all rows are sorted by from the highest down by an index; nullptr for other requests.
+const KXPropertyDescription *KXContextFetcher::fallingNumber() const
+{
+    const QList<KXSortDescriptor> &order = m_request.sortDescriptors();
+    if (order.size() != 1 || order[0].ascending || m_request.fetchLimit() > 0 || m_request.fetchOffset() > 0)
+        return nullptr;
+    const KXPropertyDescription *property = m_entity.property(order[0].key);
+    if (!property || property->isRelationship() || !property->isIndexed())
+        return nullptr;
+    constexpr std::array numbers { KXAttributeType::Integer16, KXAttributeType::Integer32, KXAttributeType::Integer64,
+        KXAttributeType::Double, KXAttributeType::Date };
+    return std::find(numbers.begin(), numbers.end(), property->type()) != numbers.end() ? property : nullptr;
+}
+
+/// Read backwards an index has equal values' keys backwards, too. SQL would sort them; turning them round here takes a
+/// third of the time.
+bool KXContextFetcher::queryFalling(const KXPropertyDescription &number, std::vector<qint64> &keys)
+{
+    const KXStoreConnections::Reader reader = m_context.store->connections.reader(&m_error);
+    if (!reader)
+        return false;
+    const QByteArray value = "t0." + number.column();
+    KXStatement statement = reader->prepare("SELECT t0.kx_id, " + value + " FROM " + m_entity.table() + " t0"
+        + where(true) + " ORDER BY " + value + " DESC, t0.kx_id DESC");
+    int code = SQLITE_ERROR;
+    if (statement) {
+        m_predicate.bind(statement.get(), 1);
+        const bool isReal = number.type() == KXAttributeType::Double;
+        std::optional<double> real, lastReal;
+        std::optional<qint64> integer, lastInteger;
+        size_t first = 0; // of equal values
+        while ((code = statement.step()) == SQLITE_ROW) {
+            if (statement.isNull(1))
+                real.reset(), integer.reset();
+            else if (isReal)
+                real = statement.real(1);
+            else
+                integer = statement.integer(1);
+            if (real != lastReal || integer != lastInteger) {
+                std::reverse(keys.begin() + ptrdiff_t(first), keys.end());
+                first = keys.size();
+                lastReal = real;
+                lastInteger = integer;
+            }
+            keys.push_back(statement.integer(0));
+        }
+        std::reverse(keys.begin() + ptrdiff_t(first), keys.end());
+    }
+    if (code != SQLITE_DONE)
+        m_error = reader->lastError();
+    return code == SQLITE_DONE;
+}
+
 // In memory
 
 bool KXContextFetcher::isWanted(qint64 key, KXRef<Object> &object)
@@ -279,7 +334,8 @@ bool KXContextFetcher::fetch(std::vector<qint64> &keys)
         sql += " LIMIT " + QByteArray::number(m_request.fetchLimit() > 0 ? m_request.fetchLimit() : -1) + " OFFSET "
             + QByteArray::number(std::max<qint64>(0, m_request.fetchOffset()));
     }
-    if (!query(sql, parts, keys))
+    const KXPropertyDescription *falling = fallingNumber();
+    if (falling ? !queryFalling(*falling, keys) : !query(sql, parts, keys))
         return false;
     if (m_affected.isEmpty())
         return true;

@@ -29,6 +29,7 @@
 #include <kestrixkit/theme/controls/KXThemeableTableView.h>
 #include <kestrixkit/theme/controls/KXThemeableTextField.h>
 #include <kestrixkit/theme/controls/KXThemeableView.h>
+#include <kestrixkit/toolkit/KXHTMLView.h>
 #include <kestrixkit/toolkit/KXSourceListView.h>
 
 using namespace Qt::StringLiterals;
@@ -132,6 +133,7 @@ KXInterfaceLoader::KXInterfaceLoader()
     m_builder->factories = &m_factories;
     m_builder->setLanguageChangeEnabled(true);
     registerControls();
+    registerWidget<KXHTMLView>();
     registerWidget<KXSourceListView>();
 }
 

@@ -163,13 +163,19 @@ bool KXSourceListView::isDeleteKey(const QKeyEvent &event)
     return first == u'\b' || first == u'\x7f' || first == u'\xF728' || first == u'\xF73E';
 }
 
+bool KXSourceListView::isMovingKey(const QKeyEvent &event)
+{
+    const auto modifiers = event.modifiers() & ~Qt::KeypadModifier;
+    return modifiers == Qt::AltModifier && event.key() >= Qt::Key_Left && event.key() <= Qt::Key_Down;
+}
+
 bool KXSourceListView::event(QEvent *event)
 {
     if (event->type() == QEvent::ShortcutOverride && !isEditing()) {
         const auto *const key = static_cast<QKeyEvent *>(event);
         const bool plain = !(key->modifiers() & ~(Qt::ShiftModifier | Qt::KeypadModifier));
         const bool types = !key->text().isEmpty() && key->text().at(0).isPrint() && key->key() != Qt::Key_Space;
-        if (plain && (types || key->key() == Qt::Key_F2 || isDeleteKey(*key))) {
+        if ((plain && (types || key->key() == Qt::Key_F2 || isDeleteKey(*key))) || isMovingKey(*key)) {
             event->accept();
             return true;
         }
@@ -184,6 +190,8 @@ void KXSourceListView::keyPressEvent(QKeyEvent *event)
     } else if (isDeleteKey(*event) && !isEditing()) {
         event->accept();
         Q_EMIT deletePressed();
+    } else if (event->matches(QKeySequence::Copy)) {
+        event->ignore(); // the base class would put the title in the place of what was copied before
     } else {
         KXThemeableOutlineView::keyPressEvent(event);
     }

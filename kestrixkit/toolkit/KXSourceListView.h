@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QKeyEvent>
 #include <QMenu>
 #include <QPersistentModelIndex>
 #include <QPointer>
@@ -101,6 +102,8 @@ public:
 
     /// Whether the key stands for deleting: backspace, delete and their kin.
     [[nodiscard]] static bool isDeleteKey(const QKeyEvent &event);
+    /// Whether it stands for moving rows: an arrow with Alt.
+    [[nodiscard]] static bool isMovingKey(const QKeyEvent &event);
 
     /// Where something dropped at that place of the viewport would go by the place alone.
     [[nodiscard]] KXSourceListDrop dropAt(const QPoint &place) const;

@@ -216,7 +216,8 @@ TEST_F(EditingTest, everyEntryOfTheMenuHasANameAndKeysAreUsedOnce)
                 continue;
             }
             ++entries;
-            EXPECT_FALSE(needsTracks && action->isEnabled()) << "in an empty library: " << action->text().toStdString();
+            EXPECT_FALSE(needsTracks && action->isEnabled() && action->menuRole() != QAction::PreferencesRole)
+                << "in an empty library: " << action->text().toStdString();
             // Those of a list alone may mean something else in the window.
             if (!action->shortcut().isEmpty() && action->shortcutContext() != Qt::WidgetShortcut) {
                 EXPECT_FALSE(keys.contains(action->shortcut()));

@@ -319,6 +319,13 @@ TEST_F(FollowTest, listsThatOpenWithTheirFirstRows)
         }
         EXPECT_EQ(kept, expected);
         EXPECT_EQ(counter.size, list.size());
+        // From the fastest to those without tempo; equal ones by their keys.
+        if (const auto &order = list.request().sortDescriptors(); order.size() == 1 && order[0].key == u"bpm"_s) {
+            for (qsizetype i = 1; i < list.size(); ++i) {
+                const auto before = list.as<Track>(i - 1)->bpm(), after = list.as<Track>(i)->bpm();
+                EXPECT_TRUE(before > after || (before == after && list.key(i - 1) < list.key(i))) << i;
+            }
+        }
         EXPECT_TRUE(!quiet || counter.steps == 0);
     }
 }

@@ -58,6 +58,9 @@ TEST_F(PointerTest, DISABLED_onThisDisplay)
 
 TEST(Pointer, dragsAPresetIntoAFolder)
 {
+#ifdef KX_SANITIZED
+    GTEST_SKIP() << "what the display's libraries do is not ours to check";
+#endif
     for (const QString &program : { u"Xvfb"_s, u"xdotool"_s }) {
         if (QStandardPaths::findExecutable(program).isEmpty())
             GTEST_SKIP() << program.toStdString() << " is not installed";
@@ -83,7 +86,7 @@ TEST(Pointer, dragsAPresetIntoAFolder)
         { u"--gtest_also_run_disabled_tests"_s, u"--gtest_filter=PointerTest.DISABLED_onThisDisplay"_s });
     EXPECT_TRUE(program.waitForFinished(180'000));
     const QByteArray said = program.readAll();
-    if (said.contains("could not connect to display"))
+    if (said.contains("no Qt platform plugin could be initialized"))
         GTEST_SKIP() << "the toolkit cannot use the display";
     EXPECT_EQ(program.exitCode(), 0) << said.toStdString();
     EXPECT_TRUE(said.contains("[       OK ]")) << said.toStdString();

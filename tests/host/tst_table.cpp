@@ -1,6 +1,7 @@
 // The window's table: what it shows, in which order, and how it follows the store.
 
 #include <QAbstractItemModelTester>
+#include <QHeaderView>
 #include <QLabel>
 #include <QSignalSpy>
 #include <QTemporaryDir>
@@ -112,6 +113,38 @@ TEST_F(TableTest, windowFollowsAnImportAndKeepsItsPlace)
     track->setTitle(u"Yours"_s);
     save();
     EXPECT_TRUE(QTest::qWaitFor([&] { return window.model()->index(40, 0).data().toString() == u"Yours"_s; }, 60000));
+}
+
+TEST_F(TableTest, columnsAndOrderAreThereAgain)
+{
+    add(u"a"_s, 90);
+    add(u"b"_s, 128);
+    add(u"c"_s);
+    save();
+    {
+        BrowserWindow window(coordinator);
+        window.show();
+        window.table()->sortByColumn(TrackTableModel::Bpm, Qt::DescendingOrder);
+        window.table()->setColumnWidth(TrackTableModel::Artist, 201);
+        window.table()->setColumnShown(u"album"_s, false);
+        window.table()->horizontalHeader()->moveSection(0, 3);
+        EXPECT_EQ(column(*window.model(), TrackTableModel::Title), (QStringList { u"b"_s, u"a"_s, u"c"_s }));
+    }
+    BrowserStyle::setDark(true);
+    BrowserWindow window(coordinator);
+    EXPECT_EQ(column(*window.model(), TrackTableModel::Title), (QStringList { u"b"_s, u"a"_s, u"c"_s }));
+    EXPECT_EQ(window.table()->columnWidth(TrackTableModel::Artist), 201);
+    EXPECT_TRUE(window.table()->isColumnHidden(TrackTableModel::AlbumTitle));
+    EXPECT_EQ(window.table()->horizontalHeader()->visualIndex(TrackTableModel::Title), 3);
+    window.table()->resetColumns();
+    EXPECT_EQ(window.table()->horizontalHeader()->visualIndex(TrackTableModel::Title), 0);
+
+    // Its texts follow the theme, whatever style sheet there is.
+    window.show();
+    BrowserStyle::setDark(false);
+    EXPECT_EQ(window.table()->palette().color(QPalette::Text), BrowserStyle::text());
+    BrowserStyle::setDark(true);
+    EXPECT_EQ(window.table()->palette().color(QPalette::Text), BrowserStyle::text());
 }
 
 TEST_F(TableTest, closingTheWindowEndsItsImport)

@@ -69,6 +69,12 @@ void HttpServer::answer(int connection)
         if (got > 0)
             request.append(bytes, got);
     }
+    if (request.isEmpty()) // a connection opened in advance
+        return forget(connection);
+    {
+        const std::lock_guard lock(m_mutex);
+        m_heads.push_back(request);
+    }
     const int number = ++m_requests;
     const auto waitForTheEnd = [&] { return recv(connection, bytes, sizeof bytes, 0); };
     if (m_mode == Stall) {
@@ -95,8 +101,19 @@ void HttpServer::answer(int connection)
         if (m_mode == StallInBody)
             waitForTheEnd();
     }
+    forget(connection);
+}
+
+void HttpServer::forget(int connection)
+{
     const std::lock_guard lock(m_mutex);
     m_connections.erase(connection);
     shutdown(connection, SHUT_WR);
     close(connection);
+}
+
+std::vector<QByteArray> HttpServer::requestHeads() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_heads;
 }

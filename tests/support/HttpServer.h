@@ -31,10 +31,13 @@ public:
 
     [[nodiscard]] QUrl url() const;
     [[nodiscard]] int requests() const { return m_requests; }
+    /// The heads of the requests, as they came.
+    [[nodiscard]] std::vector<QByteArray> requestHeads() const;
 
 private:
     void serve();
     void answer(int connection);
+    void forget(int connection);
 
     const QByteArray m_body;
     const Mode m_mode;
@@ -42,7 +45,8 @@ private:
     int m_port = 0;
     std::atomic<int> m_requests = 0;
     std::atomic<bool> m_ends = false;
-    std::mutex m_mutex;
+    mutable std::mutex m_mutex;
+    std::vector<QByteArray> m_heads;
     std::set<int> m_connections;
     std::vector<std::thread> m_answers;
     std::thread m_thread;

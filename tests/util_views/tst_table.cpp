@@ -355,6 +355,33 @@ TEST_F(TableViewTest, menusConcernTheRowBelowThePointer)
     EXPECT_EQ(tracked.size(), 2);
 }
 
+TEST_F(TableViewTest, textsStandAtTheirSide)
+{
+    for (const auto direction : { Qt::LeftToRight, Qt::RightToLeft }) {
+        KXTableView table;
+        table.setLayoutDirection(direction);
+        QStandardItemModel one(1, 1);
+        table.setTableColumns({ { u"text"_s, 200 } });
+        table.setModel(&one);
+        one.setData(one.index(0, 0), u"abc"_s);
+        table.resize(200, 60);
+        (void)table.grab(); // lays it out
+        for (const auto alignment : { Qt::AlignLeft, Qt::AlignHCenter, Qt::AlignRight }) {
+            one.setData(one.index(0, 0), QVariant::fromValue(Qt::Alignment(alignment)), Qt::TextAlignmentRole);
+            const QImage image = table.viewport()->grab(table.visualRect(one.index(0, 0))).toImage();
+            QRect ink;
+            for (int x = 0; x < image.width(); ++x) {
+                for (int y = 0; y < image.height(); ++y)
+                    ink |= image.pixel(x, y) != image.pixel(0, y) ? QRect(x, y, 1, 1) : QRect();
+            }
+            const auto side = QStyle::visualAlignment(direction, alignment);
+            const int middle = side & Qt::AlignLeft ? 20 : side & Qt::AlignRight ? image.width() - 20 : image.width() / 2;
+            EXPECT_NEAR(ink.center().x(), middle, 5) << direction << " " << alignment;
+            EXPECT_NEAR(ink.center().y(), image.height() / 2, 2);
+        }
+    }
+}
+
 // However a text is measured, none reaches into the next cell, and a part painted alone looks like the whole.
 TEST_F(TableViewTest, paintsWithinItsCells)
 {

@@ -318,7 +318,10 @@ const QList<Page> &pages()
         { u"audio-types"_s, audioTypesPage },
         { u"lists"_s, listsPage },
         { u"popovers"_s, popoversPage },
+        { u"messages"_s, messagesPage },
+        { u"preferences"_s, preferencesPage },
         { u"toolkit"_s, toolkitPage },
+        { u"table"_s, tablePage },
         { u"source-list"_s, sourceListPage },
         { u"presets"_s, presetsPage },
     };

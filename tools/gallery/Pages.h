@@ -20,11 +20,15 @@ struct Page
 
 const QList<Page> &pages();
 
+// Pages of messages and preferences.
+QWidget *messagesPage(const Texts &text);
+QWidget *preferencesPage(const Texts &text);
 /// The presets library.
 QWidget *presetsPage(const Texts &text);
 
-// Pages of the toolkit's views.
+// Pages of views outside of the controls, in files of their own.
 QWidget *toolkitPage(const Texts &text);
+QWidget *tablePage(const Texts &text);
 
 /// What a page marks a widget with that is also to be shown with the focus.
 inline constexpr const char *focusProperty = "galleryFocus";

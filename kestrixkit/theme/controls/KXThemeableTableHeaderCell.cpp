@@ -53,7 +53,7 @@ void KXThemeableTableHeaderCell::paint(QPainter &painter, const QStyleOptionHead
         text = QStyle::visualRect(option.direction, inner, inner.adjusted(0, 0, -headerArrow, 0));
     }
     QFont font = painter.font();
-    font.setWeight(QFont::DemiBold);
+    font.setBold(true); // as the header measures it
     painter.setFont(font);
     KXControlPainter::text(painter, text, int(option.textAlignment), option.text, colour);
     if (option.state & QStyle::State_HasFocus)

@@ -17,8 +17,6 @@
 
 KXTableView::KXTableView(QWidget *parent)
     : KXThemeableTableView(parent)
-    , m_columnsMenu(new KXMenu(KXLocalizedString("Columns"), this))
-    , m_sortMenu(new QMenu(KXLocalizedString("Sort By"), this))
 {
     setSelectionMode(ExtendedSelection);
     setVerticalScrollMode(ScrollPerPixel);
@@ -43,10 +41,7 @@ KXTableView::KXTableView(QWidget *parent)
     connect(header, &QHeaderView::sectionResized, this, &KXTableView::columnWasResized);
     connect(header, &QHeaderView::sortIndicatorChanged, this, &KXTableView::sortIndicatorWasChanged);
     connect(header, &QWidget::customContextMenuRequested, this,
-        [this, header](const QPoint &position) { m_columnsMenu->popup(header->viewport()->mapToGlobal(position)); });
-    m_columnsMenu->setAccessibleName(m_columnsMenu->title());
-    m_sortMenu->setAccessibleName(m_sortMenu->title());
-    m_columnsMenu->setUpdater([this](KXMenu &menu) { fillColumnsMenu(menu); });
+        [this, header](const QPoint &position) { columnsMenu()->popup(header->viewport()->mapToGlobal(position)); });
 
     connect(qApp, &QGuiApplication::applicationStateChanged, this, [this](Qt::ApplicationState state) {
         if (state != Qt::ApplicationActive && window()->isVisible())
@@ -165,7 +160,18 @@ void KXTableView::columnWasResized(int column, int oldWidth, int width)
     saveColumnPresets();
 }
 
-QMenu *KXTableView::columnsMenu() const { return m_columnsMenu; }
+QMenu *KXTableView::columnsMenu()
+{
+    if (m_columnsMenu)
+        return m_columnsMenu;
+    m_sortMenu = new QMenu(KXLocalizedString("Sort By"), this);
+    m_sortMenu->setAccessibleName(m_sortMenu->title());
+    m_columnsMenu = new KXMenu(KXLocalizedString("Columns"), this);
+    m_columnsMenu->setAccessibleName(m_columnsMenu->title());
+    m_columnsMenu->setUpdater([this](KXMenu &menu) { fillColumnsMenu(menu); });
+    m_columnsMenu->validate();
+    return m_columnsMenu;
+}
 
 void KXTableView::fillColumnsMenu(KXMenu &menu)
 {

@@ -68,8 +68,8 @@ public:
     void setColumnShown(const QString &identifier, bool shown);
     /// As setTableColumns() said.
     void resetColumns();
-    /// To choose columns and the order by: the header's context menu, for the menu bar, too. Made with the table.
-    [[nodiscard]] QMenu *columnsMenu() const;
+    /// To choose columns and the order by: the header's context menu, for the menu bar, too. The table owns it.
+    [[nodiscard]] QMenu *columnsMenu();
 
     /// The key of the layout in the user defaults; null or empty for none. Another name than before is loaded at once.
     [[nodiscard]] const QString &columnPresetsName() const { return m_columnPresetsName; }
@@ -120,7 +120,8 @@ Q_SIGNALS:
 protected:
     /// Has the model sort its rows. This one sorts by the first descriptor with QAbstractItemModel::sort().
     virtual void sortRows(const QList<KXSortDescriptor> &descriptors);
-    /// Paints a cell on its row: the model's text, and its decoration in front.
+    /// Paints a cell on its row: the model's text, and its decoration in front; an icon that is a mask in the text's
+    /// colour.
     virtual void drawCell(QPainter &painter, const KXTableCell &cell) const;
     /// One line in the middle of the rectangle, cut with an ellipsis where it does not fit, in the painter's pen.
     void drawText(QPainter &painter, const QRect &rect, Qt::Alignment alignment, const QString &text) const;
@@ -161,8 +162,8 @@ private:
     bool m_showingSort = false;
 
     KXTableViewDelegate *m_delegate = nullptr;
-    KXMenu *m_columnsMenu;
-    QMenu *m_sortMenu; // a part of it
+    KXMenu *m_columnsMenu = nullptr; // made when first asked for
+    QMenu *m_sortMenu = nullptr; // a part of it
     QPointer<QMenu> m_menu;
     QPersistentModelIndex m_trackedCell;
     QPersistentModelIndex m_clickedCell;

@@ -18,6 +18,7 @@ constexpr int tableIcon = 16;
 void KXTableView::paintEvent(QPaintEvent *event)
 {
     QPainter painter(viewport());
+    painter.setLayoutDirection(layoutDirection());
     const QRect exposed = event->rect();
     if (!m_text || m_text->font() != painter.font())
         m_text = std::make_unique<KXTableText>(painter.font());
@@ -92,7 +93,8 @@ void KXTableView::drawCell(QPainter &painter, const KXTableCell &cell) const
     if (decoration.metaType() == QMetaType::fromType<QIcon>()) {
         const QRect place = QStyle::visualRect(
             layoutDirection(), room, QRect(room.left(), room.top(), tableIcon, room.height()));
-        KXControlPainter::icon(painter, place, decoration.value<QIcon>(), {},
+        const auto icon = decoration.value<QIcon>();
+        KXControlPainter::icon(painter, place, icon, icon.isMask() ? cell.text : QColor(),
             cell.enabled ? QStyle::State_Enabled : QStyle::State_None);
         room = QStyle::visualRect(layoutDirection(), room, room.adjusted(tableIcon + 6, 0, 0, 0));
     }

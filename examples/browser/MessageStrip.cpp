@@ -1,0 +1,93 @@
+#include "MessageStrip.h"
+
+#include <QAction>
+#include <QCoreApplication>
+#include <QEvent>
+#include <QFileInfo>
+#include <QLocale>
+#include <QMainWindow>
+#include <QToolBar>
+
+#include <kestrixkit/foundation/KXClock.h>
+#include <kestrixkit/messages/KXMessageCenter.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr size_t stripListedFiles = 200; // in the details of a message
+
+}
+
+MessageStrip::MessageStrip(QMainWindow *window)
+    : QObject(window)
+    , m_action(new QAction(tr("Show &Messages"), this))
+{
+    m_action->setShortcut(Qt::CTRL | Qt::Key_M);
+    m_action->setEnabled(false);
+    connect(
+        m_action, &QAction::triggered, this, [this] { m_controller.messageWasSelected(m_controller.messageView()); });
+    window->addToolBarBreak();
+    m_bar = window->addToolBar(tr("Messages"));
+    m_bar->setMovable(false);
+    m_bar->setContextMenuPolicy(Qt::PreventContextMenu);
+    m_bar->addWidget(m_controller.view());
+    m_bar->setStyleSheet(u"QToolBar { padding: 0px; border: none; }"_s);
+    m_bar->hide();
+    m_controller.setDelegate(this);
+    if (KXMessageCenter::sharedInstance().messageCount() > 0) // from before the window
+        messageCenterViewShouldBeShown(&m_controller);
+}
+
+void MessageStrip::messageCenterViewShouldBeShown(KXMessageCenterViewController *)
+{
+    m_action->setEnabled(true);
+    if (!m_bar || m_bar->isVisible())
+        return;
+    m_bar->show();
+    // A toolbar takes its margins from the application's style sheet until it is told.
+    QEvent restyled(QEvent::StyleChange);
+    QCoreApplication::sendEvent(m_bar, &restyled);
+}
+
+void MessageStrip::messageCenterViewShouldBeHidden(KXMessageCenterViewController *)
+{
+    m_action->setEnabled(false);
+    if (m_bar)
+        m_bar->hide();
+}
+
+void MessageStrip::postImport(const ImportResult &result)
+{
+    KXMessageCenter &center = KXMessageCenter::sharedInstance();
+    if (result.error) {
+        center.postMessage(KXMessage::messageWithTitle(
+            tr("Import failed: %1").arg(result.error.localizedDescription()), result.error));
+    }
+    if (result.cancelled || result.skipped.empty())
+        return;
+    const QLocale locale = KXClock::locale();
+    const size_t count = result.skipped.size();
+    QString list = u"<ul>"_s;
+    for (size_t i = 0; i < std::min(count, stripListedFiles); ++i) {
+        const SkippedFile &file = result.skipped[i];
+        list += u"<li>%1: %2</li>"_s.arg(file.file.toHtmlEscaped(), file.reason.toHtmlEscaped());
+    }
+    list += "</ul>"_L1;
+    if (count > stripListedFiles)
+        list += tr("… and %1 more").arg(locale.toString(qulonglong(count - stripListedFiles)));
+    center.postMessage(KXMessage::messageWithType(KXMessageTypeError,
+        count == 1 ? tr("1 file could not be read")
+                   : tr("%1 files could not be read").arg(locale.toString(qulonglong(count))),
+        list));
+}
+
+void MessageStrip::postUnplayable(const QString &title, const QUrl &file)
+{
+    const QString path = file.isLocalFile() ? file.toLocalFile() : file.toDisplayString();
+    const QString why = file.isLocalFile() && !QFileInfo::exists(path)
+        ? tr("The file is not there.")
+        : tr("The file holds no audio that can be read.");
+    KXMessageCenter::sharedInstance().postMessage(KXMessage::messageWithType(
+        KXMessageTypeError, tr("%1 cannot be played").arg(title), u"%1<br>%2"_s.arg(path.toHtmlEscaped(), why)));
+}

@@ -1,0 +1,157 @@
+#include "PreferencePanes.h"
+
+#include <QCheckBox>
+#include <QFile>
+#include <QFileDialog>
+#include <QFormLayout>
+#include <QLabel>
+#include <QPlainTextEdit>
+
+#include <kestrixkit/foundation/KXNotificationCenter.h>
+#include <kestrixkit/theme/KXThemeManager.h>
+#include <kestrixkit/theme/KXThemeStyleNames.h>
+#include <kestrixkit/theme/controls/KXThemeableButton.h>
+#include <kestrixkit/theme/controls/KXThemeablePopUpButton.h>
+#include <kestrixkit/util/views/KXPreferences.h>
+
+#include "Analytics.h"
+#include "BrowserStyle.h"
+#include "Settings.h"
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr QMargins paneMargins(24, 20, 24, 20);
+
+QLabel *paneNote(const QString &text)
+{
+    auto *note = new QLabel(text);
+    note->setTextFormat(Qt::PlainText);
+    note->setWordWrap(true);
+    note->setForegroundRole(QPalette::PlaceholderText);
+    return note;
+}
+
+} // namespace
+
+void PreferencePanes::show(std::function<void(const std::string &folder)> importFolder)
+{
+    KXPreferences &preferences = KXPreferences::sharedPreferences();
+    if (preferences.viewControllers().isEmpty()) {
+        QList<KXPreferencesViewController *> panes { new GeneralPane(&preferences) };
+        if (Analytics::isAvailable())
+            panes.append(new PrivacyPane(&preferences));
+        preferences.setViewControllers(panes);
+    }
+    static_cast<GeneralPane *>(preferences.viewControllers().constFirst())->setImportFolder(std::move(importFolder));
+    preferences.showWindow();
+}
+
+GeneralPane::GeneralPane(QObject *parent)
+    : KXPreferencesViewController(parent)
+{
+    setIdentifier(u"general"_s);
+    setPreferencesSectionName(tr("General"));
+    setPreferencesSectionImage(QIcon(u":/kestrixkit/icons/library.svg"_s));
+}
+
+void GeneralPane::loadView()
+{
+    auto *view = new QWidget;
+    auto *form = new QFormLayout(view);
+    form->setContentsMargins(paneMargins);
+    form->setFieldGrowthPolicy(QFormLayout::AllNonFixedFieldsGrow);
+    m_folder = new QLabel;
+    m_folder->setTextFormat(Qt::PlainText);
+    m_folder->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    m_folder->setMinimumWidth(320);
+    showFolder();
+    form->addRow(tr("Music folder:"), m_folder);
+    auto *choose = new KXThemeableButton(tr("&Choose…"));
+    choose->setThemeStyleName(KXButtonStyles);
+    choose->setAccessibleName(tr("Choose the music folder"));
+    connect(choose, &QPushButton::clicked, this, &GeneralPane::chooseFolder);
+    form->addRow(QString(), choose);
+    form->addRow(QString(), paneNote(tr("Imported at once, and again whenever the browser starts.")));
+
+    auto *theme = new KXThemeablePopUpButton;
+    theme->addItems({ tr("Dark"), tr("Light") });
+    theme->setThemeStyleName(KXPopUpButtonStyles);
+    theme->setAccessibleName(tr("Theme"));
+    theme->setCurrentIndex(BrowserStyle::isDark() ? 0 : 1);
+    connect(theme, &QComboBox::currentIndexChanged, this, [](int index) { Settings::setDarkTheme(index == 0); });
+    m_theme = KXNotificationCenter::defaultCenter().addObserver(KXThemeDidChangeNotification,
+        &KXThemeManager::sharedManager(), [shown = QPointer(theme)](const KXNotification &) {
+            if (shown)
+                shown->setCurrentIndex(BrowserStyle::isDark() ? 0 : 1);
+        });
+    form->addRow(tr("Theme:"), theme);
+    setView(view);
+}
+
+void GeneralPane::showFolder()
+{
+    const std::string folder = Settings::musicFolder();
+    const QString path = QFile::decodeName(QByteArray::fromStdString(folder));
+    if (!m_folder)
+        return;
+    m_folder->setText(
+        folder.empty() ? tr("None chosen") : m_folder->fontMetrics().elidedText(path, Qt::ElideMiddle, 420));
+    m_folder->setToolTip(path.isEmpty() ? QString() : "<qt>"_L1 + path.toHtmlEscaped() + "</qt>"_L1);
+}
+
+void GeneralPane::chooseFolder()
+{
+    auto *dialog = new QFileDialog(
+        view(), tr("Music Folder"), QFile::decodeName(QByteArray::fromStdString(Settings::musicFolder())));
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->setFileMode(QFileDialog::Directory);
+    dialog->setOption(QFileDialog::ShowDirsOnly);
+    connect(dialog, &QFileDialog::fileSelected, this, &GeneralPane::setFolder);
+    dialog->open();
+}
+
+void GeneralPane::setFolder(const QString &folder)
+{
+    Settings::setMusicFolder(QFile::encodeName(folder).toStdString());
+    showFolder();
+    if (const std::string chosen = Settings::musicFolder(); !chosen.empty() && m_importFolder)
+        m_importFolder(chosen);
+}
+
+PrivacyPane::PrivacyPane(QObject *parent)
+    : KXPreferencesViewController(parent)
+{
+    setIdentifier(u"privacy"_s);
+    setPreferencesSectionName(tr("Privacy"));
+    setPreferencesSectionImage(QIcon(u":/kestrixkit/icons/privacy.svg"_s));
+}
+
+void PrivacyPane::loadView()
+{
+    auto *view = new QWidget;
+    auto *column = new QVBoxLayout(view);
+    column->setContentsMargins(paneMargins);
+    auto *consent = new QCheckBox(tr("&Send usage statistics"));
+    consent->setChecked(Settings::analyticsConsent());
+    connect(consent, &QCheckBox::toggled, this, [](bool on) { Analytics::setConsent(on); });
+    column->addWidget(consent);
+    column->addWidget(
+        paneNote(tr("Which views are opened and how many tracks an import adds; never names of tracks, files or "
+                    "people. Nothing is sent unless this is on. What was sent, or would have been, stands below.")));
+    m_lines = new QPlainTextEdit;
+    m_lines->setReadOnly(true);
+    m_lines->setTabChangesFocus(true);
+    m_lines->setLineWrapMode(QPlainTextEdit::NoWrap);
+    m_lines->setAccessibleName(tr("Usage statistics"));
+    m_lines->setMinimumHeight(140);
+    column->addWidget(m_lines);
+    const auto fill = [lines = m_lines] {
+        if (lines)
+            lines->setPlainText(Analytics::lines().join(u'\n'));
+    };
+    fill();
+    Analytics::onLine(m_lines, fill);
+    setView(view);
+}

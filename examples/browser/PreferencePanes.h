@@ -1,0 +1,57 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include <kestrixkit/foundation/KXNotificationCenter.h>
+#include <kestrixkit/util/views/KXPreferencesViewController.h>
+
+class QLabel;
+class QPlainTextEdit;
+class QWidget;
+
+/// The sections of the browser's preferences. Every change is in force, and remembered, at once.
+namespace PreferencePanes {
+
+/// The window, in front, with the sections for this browser. A folder that is chosen is handed to `importFolder`.
+void show(std::function<void(const std::string &folder)> importFolder);
+
+} // namespace PreferencePanes
+
+/// The music folder and the theme.
+class GeneralPane : public KXPreferencesViewController
+{
+    Q_OBJECT
+public:
+    explicit GeneralPane(QObject *parent = nullptr);
+    void setImportFolder(std::function<void(const std::string &folder)> function)
+    {
+        m_importFolder = std::move(function);
+    }
+    void chooseFolder();
+    void setFolder(const QString &folder);
+
+protected:
+    void loadView() override;
+
+private:
+    void showFolder();
+
+    std::function<void(const std::string &folder)> m_importFolder;
+    QPointer<QLabel> m_folder;
+    KXNotificationToken m_theme;
+};
+
+/// The consent to usage statistics, and what they are made of.
+class PrivacyPane : public KXPreferencesViewController
+{
+    Q_OBJECT
+public:
+    explicit PrivacyPane(QObject *parent = nullptr);
+
+protected:
+    void loadView() override;
+
+private:
+    QPointer<QPlainTextEdit> m_lines;
+};

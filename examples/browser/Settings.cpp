@@ -1,0 +1,63 @@
+#include "Settings.h"
+
+#include <filesystem>
+
+#include <QAction>
+
+#include <kestrixkit/foundation/KXUserDefaults.h>
+#include <kestrixkit/theme/KXThemeManager.h>
+
+#include "BrowserStyle.h"
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+void settingsWrite(QLatin1StringView key, const QVariant &value)
+{
+    KXUserDefaults &defaults = KXUserDefaults::standard();
+    const QVariant before = defaults.valueForKey(key);
+    if (before.metaType() == value.metaType() && before == value) // the text "false" equals false
+        return;
+    defaults.setValue(key, value);
+    defaults.synchronize(); // a choice outlives whatever happens next
+}
+
+} // namespace
+
+std::string Settings::musicFolder()
+{
+    const std::string folder
+        = KXUserDefaults::standard().dataForKey(musicFolderKey).value_or(QByteArray()).toStdString();
+    std::error_code error;
+    return std::filesystem::is_directory(folder, error) ? folder : std::string();
+}
+
+void Settings::setMusicFolder(const std::string &folder)
+{
+    settingsWrite(musicFolderKey, QByteArray::fromStdString(folder)); // the bytes of a path need not be text
+}
+
+bool Settings::darkTheme() { return KXUserDefaults::standard().boolForKey(darkThemeKey).value_or(true); }
+
+void Settings::setDarkTheme(bool dark)
+{
+    settingsWrite(darkThemeKey, dark);
+    if (BrowserStyle::isDark() != dark)
+        BrowserStyle::setDark(dark);
+}
+
+bool Settings::analyticsConsent() { return KXUserDefaults::standard().boolForKey(analyticsKey).value_or(false); }
+
+void Settings::setAnalyticsConsent(bool consent) { settingsWrite(analyticsKey, consent); }
+
+void Settings::followTheme(QAction *action)
+{
+    action->setCheckable(true);
+    const auto follow = [action](const KXNotification &) { action->setChecked(!BrowserStyle::isDark()); };
+    follow({});
+    QObject::connect(action, &QAction::toggled, action, [](bool light) { setDarkTheme(!light); });
+    auto token = std::make_shared<KXNotificationToken>(KXNotificationCenter::defaultCenter().addObserver(
+        KXThemeDidChangeNotification, &KXThemeManager::sharedManager(), follow));
+    QObject::connect(action, &QObject::destroyed, [token] { token->reset(); });
+}

@@ -1,0 +1,17 @@
+#include <kestrixkit/util/views/KXPreferencesViewController.h>
+
+#include <kestrixkit/util/views/KXPreferences.h>
+
+KXPreferencesViewController::KXPreferencesViewController(QObject *parent)
+    : KXViewController(parent)
+{
+}
+
+KXPreferencesViewController::~KXPreferencesViewController() = default;
+
+KXPreferences *KXPreferencesViewController::preferences() const
+{
+    return static_cast<KXPreferences *>(m_preferences.data());
+}
+
+void KXPreferencesViewController::setPreferences(KXPreferences *preferences) { m_preferences = preferences; }
