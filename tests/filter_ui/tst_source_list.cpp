@@ -372,6 +372,13 @@ TEST_F(SourceListTest, foreignAndStaleDrops)
     below->setControllerClass(&FileTaker::staticMetaObject);
     show(KXViewState::entityName);
     view()->expandAll();
+    list->restoreExpandedState();
+    EXPECT_TRUE(top->expanded());
+    view()->collapse(row(top));
+    EXPECT_FALSE(top->expanded());
+    view()->expand(row(top));
+    endOfTurn();
+    EXPECT_FALSE(undo().canUndo() || context->hasChanges()) << "what is open is remembered, and no step to undo";
     const auto data = [&](const QVariantList &items) {
         return std::unique_ptr<QMimeData>(KXPasteboard::mimeDataWithItems(KXSourceListItemPasteboardType, items));
     };
