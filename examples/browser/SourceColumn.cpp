@@ -193,6 +193,8 @@ void SourceColumn::musicDidChange()
             KXLogWarning(browser, "No presets: %@", error.localizedDescription());
     }
     startCounting();
+    m_counts->liveCounts().advance(); // what has come just now was added after the moment that counts are of
+    m_counts->update();
 }
 
 // What rows show, and what they stand for
