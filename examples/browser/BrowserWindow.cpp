@@ -163,6 +163,8 @@ void BrowserWindow::buildMenu()
     connect(m_sources, &SourceColumn::picked, this, &BrowserWindow::showPreset);
     connect(m_sources, &SourceColumn::opened, this, [this] { m_table->setFocus(); });
     m_presetLibrary = new PresetLibrary(m_context, this);
+    presets->addAction(tr("Presets &Library"), m_presetLibrary, &PresetLibrary::show)
+        ->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_L));
     connect(m_presetLibrary, &PresetLibrary::picked, this, &BrowserWindow::showPicked);
     connect(m_sources, &SourceColumn::countingDidBegin, m_presetLibrary, &PresetLibrary::countWith);
 }

@@ -11,7 +11,8 @@ namespace {
 
 // In points.
 constexpr int sourceListImageSide = 16;
-constexpr int sourceListGap = 8; // between image, title and badge
+constexpr int sourceListGap = 8; // between image and title
+constexpr int sourceListTitleSpace = 3; // between title and badge, or the row's end
 constexpr int sourceListMargin = 10; // between badge and the row's end
 
 /// Where the title begins, for rows that read from left to right.
@@ -69,11 +70,13 @@ void KXSourceListRowDelegate::paint(
         const QRect sign(right - sourceListImageSide, row.center().y() + 1 - sourceListImageSide / 2,
             sourceListImageSide, sourceListImageSide);
         sourceListPaintProgress(*painter, place(sign), colour);
-        right = sign.left() - sourceListGap;
+        right = sign.left() - sourceListTitleSpace;
     } else if (!badge.isEmpty()) {
         const QRect room(row.left(), row.top(), right - row.left(), row.height());
         m_view->badgeCell(selected).paint(*painter, place(room), cell.count, cell.isEnabled, option.palette);
-        right -= badge.width() + sourceListGap;
+        right -= badge.width() + sourceListTitleSpace;
+    } else {
+        right = row.right() + 1 - sourceListTitleSpace;
     }
     if (!cell.image.isNull()) {
         const QRect image(

@@ -19,8 +19,6 @@
 using namespace Qt::StringLiterals;
 using Details = KXFilterSetPresetDetailsViewController;
 
-namespace {
-
 class DetailsOwner : public KXFilterSetPresetDetailsViewControllerDelegate
 {
 public:
@@ -35,6 +33,8 @@ public:
     QStringList displayed;
     bool countsFilter = true;
 };
+
+namespace {
 
 /// "Key(a b) Tempo(120)", with an asterisk behind what is selected and without what lies below closed rows.
 QString detailsShown(const Details &details)

@@ -24,6 +24,7 @@
 
 #include "filters/Shelf.h"
 #include "support/KXTestPrint.h"
+#include "support/KXTestRandom.h"
 
 using namespace Qt::StringLiterals;
 using Preset = KXRef<KXFilterSetPreset>;
@@ -439,6 +440,84 @@ TEST_F(LibraryTest, showsDetailsOfTheSelected)
     QTest::qWait(0);
     library->view()->grab();
     EXPECT_TRUE(stored().startsWith(u"F(a) "_s));
+}
+
+// Whatever the user and others do, in any order: buttons and panes say what the store does.
+TEST_F(LibraryTest, tellsTheTruthThroughRandomWalks)
+{
+    KXTestRandom random;
+    const auto runner = KXAlert::setRunner([&](const KXAlert &) { return KXAlertAnswer { random.below(4) ? 0 : 1 }; });
+    const auto other = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
+    const auto merging = coordinator->addChangeObserver([&](const std::shared_ptr<const KXStoreChange> &change) {
+        (change->originatingContext() == other.get() ? context : other)->mergeChangesFromStoreChange(change);
+    });
+    const auto any = [&](KXManagedObjectContext &of) {
+        const KXFetchedList all = KXFilterSetPreset::findAllInContext(of);
+        return all.isEmpty() ? Preset() : KXFilterSetPreset::cast(all.at(random.below(int(all.size()))));
+    };
+    const auto edit = [&](const Preset &preset) {
+        const auto set = preset ? preset->filterSet() : KXRef<KXFilterSet>();
+        const int what = preset ? random.below(7) : 0;
+        if (what == 1)
+            preset->setIsDeletable(random.chance(0.7));
+        else if (what == 2)
+            preset->setIsOverwritable(random.chance(0.7));
+        else if (what == 3 && set && !set->isMissing() && !set->filters().isEmpty())
+            preset->managedObjectContext()->removeManagedObject(set->filters().first());
+        else if (what == 4 && set && !set->isMissing())
+            set->setTitle(random.chance(0.5) ? u"no"_s : u"yes"_s);
+        else if (what == 5 && random.chance(0.3))
+            preset->managedObjectContext()->removeManagedObject(preset);
+        else if (what == 6)
+            preset->setCount(random.below(2000), u"here"_s);
+    };
+    const auto selectAny = [&] {
+        QList<KXRef<KXManagedObject>> objects;
+        for (int i = random.below(4); i > 0; --i)
+            objects.append(any(*context));
+        library->sourceListTreeController()->setSelectedObjects(objects);
+    };
+    const std::vector<std::function<void()>> acts { selectAny, selectAny, selectAny, [&] { library->addFolder(); },
+        [&] { library->deletePreset(); }, [&] { library->copy(); }, [&] { library->paste(); },
+        [&] {
+            library->duplicatePresets({ any(*context), any(*context) });
+        },
+        [&] { undo().undo(); }, [&] { undo().redo(); }, [&] { edit(any(*context)); }, [&] { edit(any(*context)); },
+        [&] { context->save(nullptr); },
+        [&] {
+            edit(any(*other));
+            EXPECT_TRUE(other->save(nullptr));
+        },
+        [&] {
+            add(QString::number(random.below(100)), random.below(5));
+            context->save(nullptr);
+        } };
+    const int rounds = KXTestRandom::scaled(4000);
+    for (int round = 0; round < rounds; ++round) {
+        const int what = random.below(int(acts.size()));
+        acts[size_t(what)]();
+        context->processPendingChanges();
+        const auto selected = library->selectedPresets();
+        bool mayDelete = !selected.isEmpty(), mayAdd = true;
+        for (const Preset &one : selected) {
+            mayDelete &= one->isDeletable();
+            mayAdd &= one->isOverwritable();
+        }
+        ASSERT_EQ(library->isDeleteEnabled(), mayDelete) << "round " << round << ", step " << what;
+        ASSERT_EQ(library->isAddEnabled(), mayAdd) << "round " << round << ", step " << what;
+        const Preset first = selected.value(0);
+        const auto set = first && !first->isFolder() ? first->filterSet() : KXRef<KXFilterSet>();
+        const bool hasDetails = set && !set->filters().isEmpty();
+        const Details *const details = library->currentDetailsViewController();
+        ASSERT_EQ(details ? details->filterSetPreset() : Preset(), hasDetails ? first : Preset()) << "round " << round;
+        ASSERT_EQ(details && details->isAvailable(), hasDetails && set->title() != "no"_L1) << "round " << round;
+        if (random.chance(0.05)) {
+            turns();
+            library->view()->grab();
+        }
+        if (KXFilterSetPreset::countOfInContext(*context) > 60)
+            library->removePresets({ any(*context), any(*context), any(*context) });
+    }
 }
 
 TEST_F(LibraryTest, remembersHowItWas)
