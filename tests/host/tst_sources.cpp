@@ -209,6 +209,7 @@ TEST_F(SourcesTest, badgesFollowTheMusicAndTheTableTheSelection)
     EXPECT_EQ(badge(library(), u"All Tracks"_s), 7);
     EXPECT_EQ(badge(library(), u"Genres"_s), 6);
     EXPECT_EQ(badge(library(), u"House"_s), 4);
+    EXPECT_EQ(find(library(), u"House"_s).data(Qt::AccessibleTextRole).toString(), u"House, 4"_s);
     click(library(), find(library(), u"Techno"_s));
     EXPECT_EQ(rows(), 2);
 
