@@ -54,8 +54,7 @@ FirstScreen::~FirstScreen() { sqlite3_close(m_database); }
 void FirstScreen::read(int rows)
 {
     sqlite3_stmt *statement = nullptr;
-    sqlite3_prepare_v2(
-        m_database, "SELECT kx_id FROM Track ORDER BY added DESC LIMIT ?", -1, &statement, nullptr);
+    sqlite3_prepare_v2(m_database, "SELECT kx_id FROM Track ORDER BY added DESC LIMIT ?", -1, &statement, nullptr);
     sqlite3_bind_int(statement, 1, rows);
     while (sqlite3_step(statement) == SQLITE_ROW)
         keys.push_back(sqlite3_column_int64(statement, 0));

@@ -162,8 +162,9 @@ KXPredicate LibraryPlaces::predicate(const KXViewState &place) const
 {
     if (place.parent()) {
         const KXRef<Genre> genre = this->genre(place);
-        return genre ? KXPredicate::predicateWithFormat("missing == FALSE AND ANY genres == %@", KXVariantFromRef(genre))
-                     : KXPredicate::falsePredicate();
+        return genre
+            ? KXPredicate::predicateWithFormat("missing == FALSE AND ANY genres == %@", KXVariantFromRef(genre))
+            : KXPredicate::falsePredicate();
     }
     switch (place.tag()) {
     case RecentlyAdded: {

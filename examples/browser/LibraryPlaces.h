@@ -10,8 +10,8 @@
 
 #include "Library.h"
 
-/// The places of the library, as view states in its store: all tracks, those added lately, and the genres, which come and
-/// go with the music. What is done here is not the user's and cannot be undone.
+/// The places of the library, as view states in its store: all tracks, those added lately, and the genres, which come
+/// and go with the music. What is done here is not the user's and cannot be undone.
 class LibraryPlaces : public QObject, private KXLiveListObserver
 {
     Q_OBJECT

@@ -18,8 +18,8 @@ PresetCommands::PresetCommands(KXSourceListViewController *list)
     });
     copy = add(tr("&Copy"), QKeySequence::Copy, [this] { Editing::copyPresets(selected()); });
     paste = add(tr("&Paste"), QKeySequence::Paste, [this] {
-        const auto copies = Editing::duplicatePresets(*m_list->treeController(),
-            Editing::presetsOnPasteboard(*m_list->treeController()), selected().value(0));
+        const auto copies = Editing::duplicatePresets(
+            *m_list->treeController(), Editing::presetsOnPasteboard(*m_list->treeController()), selected().value(0));
         m_list->selectItem(copies.value(0).get());
     });
     duplicate = add(tr("&Duplicate"), QKeySequence(Qt::CTRL | Qt::Key_D), [this] {
@@ -30,8 +30,8 @@ PresetCommands::PresetCommands(KXSourceListViewController *list)
         m_list->selectItem(copies.value(0).get());
     });
     remove = add(tr("De&lete"), QKeySequence(Qt::Key_Delete), [this] { removeSelected(); });
-    rename = add(tr("&Rename"), QKeySequence(Qt::Key_F2),
-        [this] { m_list->selectForEditing(selected().value(0).get()); });
+    rename
+        = add(tr("&Rename"), QKeySequence(Qt::Key_F2), [this] { m_list->selectForEditing(selected().value(0).get()); });
 
     m_menu->addActions({ newFolder });
     m_menu->addSeparator();
@@ -70,7 +70,8 @@ Editing::Presets PresetCommands::selected() const
 void PresetCommands::update()
 {
     const Editing::Presets presets = selected();
-    copy->setEnabled(std::any_of(presets.begin(), presets.end(), [](const auto &preset) { return !preset->isFolder(); }));
+    copy->setEnabled(
+        std::any_of(presets.begin(), presets.end(), [](const auto &preset) { return !preset->isFolder(); }));
     duplicate->setEnabled(copy->isEnabled());
     paste->setEnabled(Editing::canPaste(presets.value(0)));
     rename->setEnabled(presets.size() == 1 && presets.first()->isOverwritable());

@@ -204,8 +204,7 @@ bool SourceColumn::isAvailable(const KXRef<KXFilterSetPreset> &preset) const
     return preset->isFolder() || m_manager->isPresetAvailable(preset, m_context);
 }
 
-void SourceColumn::willDisplayCellView(
-    KXSourceListViewController &, KXSourceListCell &cell, KXSourceListItem *item)
+void SourceColumn::willDisplayCellView(KXSourceListViewController &, KXSourceListCell &cell, KXSourceListItem *item)
 {
     if (const auto *const place = dynamic_cast<KXViewState *>(item); place && !place->parent())
         cell.image = iconOf(place->tag());
@@ -215,8 +214,8 @@ void SourceColumn::willDisplayCellView(
     cell.isEditable = preset->isOverwritable();
     cell.isEnabled = isAvailable(KXRef<KXFilterSetPreset>(preset));
     if (!cell.isEnabled)
-        cell.toolTip = tr("%1 is not available: it looks for something that this library does not know")
-                           .arg(cell.title);
+        cell.toolTip
+            = tr("%1 is not available: it looks for something that this library does not know").arg(cell.title);
 }
 
 QIcon SourceColumn::iconOf(qint64 tag)
@@ -240,8 +239,8 @@ void SourceColumn::itemWasSelected(KXSourceListViewController &list, KXSourceLis
     pickLater();
 }
 
-/// In the next turn, as this is called while the tree follows a change. Fetching from a large library takes a moment: it
-/// waits until the arrow key that is held down is let go.
+/// In the next turn, as this is called while the tree follows a change. Fetching from a large library takes a moment:
+/// it waits until the arrow key that is held down is let go.
 void SourceColumn::pickLater()
 {
     const KXRef<KXViewState> all = m_places->place(LibraryPlaces::AllTracks);
@@ -271,8 +270,7 @@ void SourceColumn::pick()
 
 namespace {
 
-void addPresetsBelow(
-    const KXTreeController &tree, const KXTreeNode *node, QList<KXRef<KXFilterSetPreset>> &presets)
+void addPresetsBelow(const KXTreeController &tree, const KXTreeNode *node, QList<KXRef<KXFilterSetPreset>> &presets)
 {
     const auto preset = node ? KXFilterSetPreset::cast(node->representedObject()) : KXRef<KXFilterSetPreset>();
     if (preset && !preset->isFolder() && !presets.contains(preset))

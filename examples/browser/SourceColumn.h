@@ -51,12 +51,10 @@ protected:
 
 private:
     void itemWasSelected(KXSourceListViewController &list, KXSourceListItem *item) override;
-    void willDisplayCellView(
-        KXSourceListViewController &list, KXSourceListCell &cell, KXSourceListItem *item) override;
+    void willDisplayCellView(KXSourceListViewController &list, KXSourceListCell &cell, KXSourceListItem *item) override;
 
     QWidget *section(const QString &title, KXSourceListViewController *list, QList<QAction *> actions);
-    void makeList(
-        std::unique_ptr<KXSourceListViewController> &list, KXTreeController *tree, const QString &name,
+    void makeList(std::unique_ptr<KXSourceListViewController> &list, KXTreeController *tree, const QString &name,
         const QString &autosaveName);
     void startCounting();
     void firstMusicCame();

@@ -4,10 +4,10 @@
 #include <numbers>
 
 #include <QHeaderView>
-#include <QScrollBar>
 #include <QPainter>
 #include <QPainterPath>
 #include <QPixmapCache>
+#include <QScrollBar>
 
 #include <kestrixkit/theme/KXThemeStyleNames.h>
 #include <kestrixkit/theme/controls/KXThemeableScroller.h>
@@ -46,10 +46,12 @@ QPainterPath starPath(QPointF centre, double radius)
 /// Five stars, that many of them bright. Their paths cost more than all texts of the row: they are painted once.
 void paintStars(QPainter &painter, const QRect &cell, Qt::LayoutDirection direction, int stars, bool missing)
 {
-    const QColor bright = missing ? BrowserStyle::missingText() : BrowserStyle::accent(), empty = BrowserStyle::emptyStar();
+    const QColor bright = missing ? BrowserStyle::missingText() : BrowserStyle::accent(),
+                 empty = BrowserStyle::emptyStar();
     const QRect place = TrackDelegate::starBox(cell, 1, direction).united(TrackDelegate::starBox(cell, 5, direction));
     const qreal ratio = painter.device()->devicePixelRatio();
-    const QString key = u"stars %1 %2 %3 %4 %5"_s.arg(stars).arg(int(direction)).arg(bright.rgba()).arg(empty.rgba()).arg(ratio);
+    const QString key
+        = u"stars %1 %2 %3 %4 %5"_s.arg(stars).arg(int(direction)).arg(bright.rgba()).arg(empty.rgba()).arg(ratio);
     QPixmap picture;
     if (!QPixmapCache::find(key, &picture)) {
         picture = QPixmap(place.size() * ratio);

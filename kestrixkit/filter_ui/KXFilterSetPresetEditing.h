@@ -22,7 +22,8 @@ using Presets = QList<Preset>;
 /// The selected objects of the tree that are presets, from top to bottom.
 [[nodiscard]] KX_UI_EXPORT Presets selectedPresets(const KXTreeController &tree);
 
-/// A folder "untitled folder", last in the folder beside (or on the top level, for any other preset or none). Not undone.
+/// A folder "untitled folder", last in the folder beside (or on the top level, for any other preset or none). Not
+/// undone.
 KX_UI_EXPORT Preset addFolder(KXTreeController &tree, const Preset &beside);
 
 /// Whether the presets may go: asks the user, unless that is suppressed. False where none of them can be deleted. While

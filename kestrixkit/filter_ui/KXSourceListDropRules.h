@@ -32,9 +32,10 @@ struct Answer
     int childIndex = -1; ///< in front of which row there; -1: as a drop onto the target
 };
 
-/// Moves where that is allowed, copies only where nothing else is. Rows of the top level are divided: dropped onto their
-/// upper fifth something goes beside them, above, onto the lower fifth below, else into them. What cannot be nested
-/// there goes beside them wherever it is dropped. No target is the top level, which takes everything but what refuses.
+/// Moves where that is allowed, copies only where nothing else is. Rows of the top level are divided: dropped onto
+/// their upper fifth something goes beside them, above, onto the lower fifth below, else into them. What cannot be
+/// nested there goes beside them wherever it is dropped. No target is the top level, which takes everything but what
+/// refuses.
 [[nodiscard]] KX_UI_EXPORT Answer decide(const Question &question);
 
 }

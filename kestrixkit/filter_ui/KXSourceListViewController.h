@@ -35,14 +35,13 @@ public:
     /// Items were moved, or copies made, by dragging; saved already.
     virtual void didRepositionItems(KXSourceListViewController &list, const QList<KXSourceListItem *> &items);
     /// A row is about to be painted, or asked for what it shows: the last word about it.
-    virtual void willDisplayCellView(
-        KXSourceListViewController &list, KXSourceListCell &cell, KXSourceListItem *item);
+    virtual void willDisplayCellView(KXSourceListViewController &list, KXSourceListCell &cell, KXSourceListItem *item);
     /// Its title is edited no longer, whether it was changed or not. A change is saved already.
     virtual void didEndEditingItem(KXSourceListViewController &list, KXSourceListItem *item);
 };
 
-/// Drives a source list over a tree of stored objects: which items are selected, edited, dragged, dropped where, moved or
-/// copied; how the selection and what is open are remembered; and how an item's own controller is asked.
+/// Drives a source list over a tree of stored objects: which items are selected, edited, dragged, dropped where, moved
+/// or copied; how the selection and what is open are remembered; and how an item's own controller is asked.
 ///
 /// All objects of the tree are KXSourceListItems. What the user does is one step to undo, and saved. Main thread.
 class KX_UI_EXPORT KXSourceListViewController : public KXViewController, private KXSourceListViewDelegate
@@ -106,9 +105,9 @@ public:
     /// Without a step to undo.
     bool removeItem(const KXSourceListItem *item);
 
-    /// As by dragging: what is selected goes up or down among its siblings, out of its parent (Qt::LeftArrow, behind it)
-    /// or into the sibling above (Qt::RightArrow, last). By keys: Alt with the arrows. False where that cannot be, and
-    /// where not all of it has the same parent.
+    /// As by dragging: what is selected goes up or down among its siblings, out of its parent (Qt::LeftArrow, behind
+    /// it) or into the sibling above (Qt::RightArrow, last). By keys: Alt with the arrows. False where that cannot be,
+    /// and where not all of it has the same parent.
     bool moveSelectedItems(Qt::ArrowType direction);
 
     // By value, as the view asks

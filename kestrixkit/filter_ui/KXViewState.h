@@ -14,8 +14,8 @@
 /// together with it the controller of the view that shows it.
 ///
 /// The controller is made when it is first asked for, and ends when it is torn down: with the deletion of the view
-/// state at the latest. Its kind, the image, the count and whether work is in progress are kept in memory only. All keys
-/// are observable; observers of "count" hear of "expanded", too. Register the entity before a store is opened.
+/// state at the latest. Its kind, the image, the count and whether work is in progress are kept in memory only. All
+/// keys are observable; observers of "count" hear of "expanded", too. Register the entity before a store is opened.
 class KX_UI_EXPORT KXViewState : public KXFilterTreeObject<KXViewState>
 {
 public:

@@ -4,6 +4,8 @@
 #include <bitset>
 #include <functional>
 
+#include <QCoreApplication>
+
 #include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/foundation/KXMainQueue.h>
 #include <kestrixkit/store/KXContextFetch_p.h>
@@ -72,7 +74,8 @@ void liveListCompare(const std::vector<qint64> &before, const std::vector<qint64
         isOld[size_t(key)] = true;
     for (const qint64 key : after)
         isNew[size_t(key)] = true;
-    std::copy_if(before.begin(), before.end(), std::back_inserter(gone), [&](qint64 key) { return !isNew[size_t(key)]; });
+    std::copy_if(
+        before.begin(), before.end(), std::back_inserter(gone), [&](qint64 key) { return !isNew[size_t(key)]; });
     std::copy_if(after.begin(), after.end(), std::back_inserter(come), [&](qint64 key) { return !isOld[size_t(key)]; });
     std::sort(gone.begin(), gone.end());
     std::sort(come.begin(), come.end());
@@ -153,7 +156,7 @@ bool KXLiveList::openWithFirstRows()
     const bool isClean = !m_borrowed->parent && m_borrowed->changes.empty() && m_borrowed->inserted.empty()
         && m_borrowed->deleted.empty();
     if (!isServed || !isClean || m_request.predicate() || m_request.fetchLimit() > 0 || m_request.fetchOffset() > 0
-        || !KXMainQueue::isMainThread())
+        || !KXMainQueue::isMainThread() || !QCoreApplication::instance())
         return false;
     KXFetchRequest some(m_request);
     some.setFetchLimit(m_request.fetchBatchSize());

@@ -39,15 +39,15 @@ public:
                 checkBox()->setPalette(colours);
         }
         const auto accent = manager.valueForKeyPath(u"accentColour"_s).value<QColor>();
-        const QIcon icon = KXStandardTheme::icon(m_icon, accent.isValid() ? accent : palette().color(QPalette::Highlight));
+        const QIcon icon
+            = KXStandardTheme::icon(m_icon, accent.isValid() ? accent : palette().color(QPalette::Highlight));
         setIconPixmap(icon.pixmap(QSize(32, 32), devicePixelRatioF()));
     }
 
 private:
     const QString m_icon;
-    const KXNotificationToken m_themeChanges
-        = KXNotificationCenter::defaultCenter().addObserver(KXThemeDidChangeNotification,
-            &KXThemeManager::sharedManager(), [this](const KXNotification &) { follow(); });
+    const KXNotificationToken m_themeChanges = KXNotificationCenter::defaultCenter().addObserver(
+        KXThemeDidChangeNotification, &KXThemeManager::sharedManager(), [this](const KXNotification &) { follow(); });
 };
 
 // Never destroyed: tokens may outlive everything else.

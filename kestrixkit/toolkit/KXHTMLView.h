@@ -43,7 +43,8 @@ public:
     /// Shows the page in the text browser from now on: what a backend asks for that has broken down.
     void fallBack();
 
-    /// What views made from now on show their pages with, until the token goes. The newest that still stands is asked.
+    /// What views that have shown no page yet will show theirs with, until the token goes. The newest that still stands
+    /// is asked.
     [[nodiscard]] static KXScopeToken setBackendFactory(BackendFactory factory);
 
     [[nodiscard]] QSize sizeHint() const override { return { 460, 320 }; }

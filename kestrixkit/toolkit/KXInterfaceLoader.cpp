@@ -140,10 +140,10 @@ KXInterfaceLoader::KXInterfaceLoader()
 void KXInterfaceLoader::registerControls()
 {
     const auto all = [this]<typename... Widgets>() { (registerWidget<Widgets>(), ...); };
-    all.operator()<KXBadge, KXHyperlinkButton, KXPlaceholderView, KXPopoverFrame, KXSelectionBar, KXStarRating, KXThemeableButton,
-        KXThemeableControl, KXThemeableOutlineView, KXThemeablePopUpButton, KXThemeableProgressIndicator,
-        KXThemeableScrollView, KXThemeableSegmentedControl, KXThemeableSpinningProgressIndicator,
-        KXThemeableTableView, KXThemeableTextField, KXThemeableView>();
+    all.operator()<KXBadge, KXHyperlinkButton, KXPlaceholderView, KXPopoverFrame, KXSelectionBar, KXStarRating,
+        KXThemeableButton, KXThemeableControl, KXThemeableOutlineView, KXThemeablePopUpButton,
+        KXThemeableProgressIndicator, KXThemeableScrollView, KXThemeableSegmentedControl,
+        KXThemeableSpinningProgressIndicator, KXThemeableTableView, KXThemeableTextField, KXThemeableView>();
     // Files turn these round by the property "orientation".
     const auto oriented = [this]<typename Widget>(Widget *) {
         registerWidget(QString::fromLatin1(Widget::staticMetaObject.className()),

@@ -179,8 +179,8 @@ void KXPopoverController::place()
     const QRect place = placed(anchor, m_frame->size(), m_edge, m_anchor->screen()->availableGeometry());
     const bool isVertical = m_edge == Qt::TopEdge || m_edge == Qt::BottomEdge;
     const QPoint away = place.center() - anchor.center(); // the screen may have had no room at the edge
-    const Qt::Edge arrow = isVertical ? (away.y() > 0 ? Qt::TopEdge : Qt::BottomEdge)
-                                      : (away.x() > 0 ? Qt::LeftEdge : Qt::RightEdge);
+    const Qt::Edge arrow
+        = isVertical ? (away.y() > 0 ? Qt::TopEdge : Qt::BottomEdge) : (away.x() > 0 ? Qt::LeftEdge : Qt::RightEdge);
     m_frame->setArrow(arrow, isVertical ? anchor.center().x() - place.x() : anchor.center().y() - place.y());
     m_frame->setGeometry(place);
 }

@@ -19,8 +19,9 @@ enum class KXPopoverBehaviour : int {
     SemiTransient, ///< when the user clicks outside it in the window that it belongs to
 };
 
-/// Shows the view of a controller in a window beside a widget: a KXPopoverFrame, its arrow on the widget. The Escape key closes it, unless its closing
-/// is defined by the application. Its content is told of popoverWillShow() and the rest. Main thread.
+/// Shows the view of a controller in a window beside a widget: a KXPopoverFrame, its arrow on the widget. The Escape
+/// key closes it, unless its closing is defined by the application. Its content is told of popoverWillShow() and the
+/// rest. Main thread.
 class KX_UI_EXPORT KXPopoverController : public KXObject
 {
     Q_OBJECT

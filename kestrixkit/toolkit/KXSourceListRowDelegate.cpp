@@ -45,8 +45,8 @@ void KXSourceListRowDelegate::paint(
     const QRect row = option.rect;
     const bool selected = option.state & QStyle::State_Selected;
     const auto place = [&](const QRect &rect) { return QStyle::visualRect(option.direction, row, rect); };
-    const QPalette::ColorGroup group = option.state & QStyle::State_Active && m_view->hasFocus() ? QPalette::Active
-                                                                                                  : QPalette::Inactive;
+    const QPalette::ColorGroup group
+        = option.state & QStyle::State_Active && m_view->hasFocus() ? QPalette::Active : QPalette::Inactive;
     QColor colour = option.palette.color(group, selected ? QPalette::HighlightedText : QPalette::Text);
     if (!cell.isEnabled && selected)
         colour.setAlphaF(0.65F); // the colour of disabled text would drown in the selection's
@@ -79,8 +79,8 @@ void KXSourceListRowDelegate::paint(
         right = row.right() + 1 - sourceListTitleSpace;
     }
     if (!cell.image.isNull()) {
-        const QRect image(row.left() + 2, row.center().y() + 1 - sourceListImageSide / 2, sourceListImageSide,
-            sourceListImageSide);
+        const QRect image(
+            row.left() + 2, row.center().y() + 1 - sourceListImageSide / 2, sourceListImageSide, sourceListImageSide);
         KXControlPainter::icon(
             *painter, place(image), cell.image, selected || !cell.isEnabled ? colour : QColor(), option.state);
     }
@@ -119,8 +119,7 @@ void KXSourceListRowDelegate::setEditorData(QWidget *editor, const QModelIndex &
     }
 }
 
-void KXSourceListRowDelegate::setModelData(
-    QWidget *editor, QAbstractItemModel *model, const QModelIndex &index) const
+void KXSourceListRowDelegate::setModelData(QWidget *editor, QAbstractItemModel *model, const QModelIndex &index) const
 {
     const auto *const line = qobject_cast<QLineEdit *>(editor);
     if (!line || !line->isModified())

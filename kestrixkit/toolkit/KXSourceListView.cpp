@@ -23,8 +23,7 @@ KXSourceListDropTarget KXSourceListViewDelegate::validateDrop(KXSourceListView &
 {
     return {};
 }
-bool KXSourceListViewDelegate::acceptDrop(
-    KXSourceListView &, const KXSourceListDrop &, const KXSourceListDropTarget &)
+bool KXSourceListViewDelegate::acceptDrop(KXSourceListView &, const KXSourceListDrop &, const KXSourceListDropTarget &)
 {
     return false;
 }
@@ -386,8 +385,8 @@ void KXSourceListView::paintEvent(QPaintEvent *event)
     QPainter painter(viewport());
     if (isEmpty && !m_placeholder.isEmpty()) {
         painter.setPen(palette().color(QPalette::PlaceholderText));
-        painter.drawText(
-            viewport()->rect().adjusted(12, 12, -12, -12), Qt::AlignHCenter | Qt::AlignTop | Qt::TextWordWrap, m_placeholder);
+        painter.drawText(viewport()->rect().adjusted(12, 12, -12, -12),
+            Qt::AlignHCenter | Qt::AlignTop | Qt::TextWordWrap, m_placeholder);
     }
     if (m_hasTarget && model())
         paintTarget(painter);

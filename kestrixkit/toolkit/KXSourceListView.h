@@ -41,8 +41,7 @@ public:
     [[nodiscard]] virtual QMimeData *mimeDataForRows(KXSourceListView &view, const QModelIndexList &rows);
     [[nodiscard]] virtual KXSourceListDropTarget validateDrop(KXSourceListView &view, const KXSourceListDrop &drop);
     /// Carries it out. False where nothing was done after all.
-    virtual bool acceptDrop(
-        KXSourceListView &view, const KXSourceListDrop &drop, const KXSourceListDropTarget &target);
+    virtual bool acceptDrop(KXSourceListView &view, const KXSourceListDrop &drop, const KXSourceListDropTarget &target);
     /// True for a key that is dealt with.
     virtual bool didReceiveKeyDownEvent(KXSourceListView &view, QKeyEvent &event);
     /// For the current row; nullptr: the view's own one. Borrowed.

@@ -57,15 +57,15 @@ TEST(SourceListDropRules, decide)
         { "below the top level rows are not divided", nested, Qt::MoveAction, true, -1 },
         { "beside what cannot hold it", flat, Qt::MoveAction, false, 4 },
         { "and after, from above", with(flat, [](auto &q) { q.targetIsBelow = true; }), Qt::MoveAction, false, 5 },
-        { "nowhere beside below the top level", with(flat, [](auto &q) { q.targetHasParent = true; }),
-            Qt::IgnoreAction, false, 0 },
+        { "nowhere beside below the top level", with(flat, [](auto &q) { q.targetHasParent = true; }), Qt::IgnoreAction,
+            false, 0 },
         { "not between its rows", with(flat, [](auto &q) { q.childIndex = 0; }), Qt::IgnoreAction, false, 0 },
         { "nor where it refuses", with(flat, refused), Qt::IgnoreAction, false, 0 },
         { "refusal is not asked where it can be held", with(into, refused), Qt::MoveAction, true, -1 },
         { "into itself: beside", with(into, [](auto &q) { q.targetIsInside = true; }), Qt::MoveAction, false, 4 },
         { "into its own child", with(nested, [](auto &q) { q.targetIsInside = true; }), Qt::IgnoreAction, false, 0 },
-        { "between its own children", with(between, [](auto &q) { q.targetIsInside = true; }), Qt::IgnoreAction,
-            false, 0 },
+        { "between its own children", with(between, [](auto &q) { q.targetIsInside = true; }), Qt::IgnoreAction, false,
+            0 },
         { "top level", top, Qt::MoveAction, false, 3 },
         { "top level, no place", with(top, [](auto &q) { q.childIndex = -1; }), Qt::MoveAction, false, 0 },
         { "top level refused", with(top, refused), Qt::IgnoreAction, false, 0 },
@@ -123,12 +123,13 @@ protected:
     }
 };
 
-// Whatever users do, others save and is taken back: what is on screen is what the store holds, in order, nesting, titles
-// and badges, and what is selected is there.
+// Whatever users do, others save and is taken back: what is on screen is what the store holds, in order, nesting,
+// titles and badges, and what is selected is there.
 TEST_F(SourceListTest, showsTheStoreThroughRandomWalks)
 {
     KXTestRandom random;
-    const auto alert = KXAlert::setRunner([&](const KXAlert &) { return KXAlertAnswer { random.chance(0.7) ? 0 : 1 }; });
+    const auto alert
+        = KXAlert::setRunner([&](const KXAlert &) { return KXAlertAnswer { random.chance(0.7) ? 0 : 1 }; });
     const auto other = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
     const auto merging = coordinator->addChangeObserver([&](const std::shared_ptr<const KXStoreChange> &change) {
         context->mergeChangesFromStoreChange(change);
@@ -164,9 +165,8 @@ TEST_F(SourceListTest, showsTheStoreThroughRandomWalks)
         };
         const auto anyRow = [&] { return tree->indexForNode(anyNode()); };
         const auto selected = [&] { return KXFilterSetPresetEditing::selectedPresets(*tree).value(0); };
-        const auto press = [&](Qt::Key key, Qt::KeyboardModifiers modifiers = {}) {
-            QTest::keyClick(view(), key, modifiers);
-        };
+        const auto press
+            = [&](Qt::Key key, Qt::KeyboardModifiers modifiers = {}) { QTest::keyClick(view(), key, modifiers); };
         const auto drag = [&] {
             const auto dragged = view()->selectionModel()->selectedRows();
             static constexpr double heights[] = { 0, 0.1, 0.3, 0.5, 0.7, 0.9, 1 };
@@ -186,7 +186,7 @@ TEST_F(SourceListTest, showsTheStoreThroughRandomWalks)
             if (const QModelIndex index = anyRow(); index.isValid()) {
                 view()->scrollTo(index);
                 QTest::mouseClick(view()->viewport(), Qt::LeftButton,
-                    random.chance(0.5) ? Qt::NoModifier
+                    random.chance(0.5)       ? Qt::NoModifier
                         : random.chance(0.5) ? Qt::ShiftModifier
                                              : Qt::ControlModifier,
                     view()->visualRect(index).center());
@@ -194,7 +194,8 @@ TEST_F(SourceListTest, showsTheStoreThroughRandomWalks)
         };
         const auto somebodyElse = [&] {
             const KXFetchedList all = KXFilterSetPreset::findAllInContext(*other);
-            const auto object = all.isEmpty() ? Preset() : KXFilterSetPreset::cast(all.at(random.below(int(all.size()))));
+            const auto object
+                = all.isEmpty() ? Preset() : KXFilterSetPreset::cast(all.at(random.below(int(all.size()))));
             if (!object || random.chance(0.3)) {
                 const auto made = KXFilterSetPreset::createInContext(*other);
                 made->setTitle(u"o%1"_s.arg(++serial));
@@ -209,19 +210,26 @@ TEST_F(SourceListTest, showsTheStoreThroughRandomWalks)
             EXPECT_TRUE(other->save(nullptr));
         };
         const std::vector<std::pair<const char *, std::function<void()>>> acts {
-            { "click", click }, { "click ", click }, { "drag", drag }, { "drag ", drag }, { "drag  ", drag },
+            { "click", click },
+            { "click ", click },
+            { "drag", drag },
+            { "drag ", drag },
+            { "drag  ", drag },
             { "move",
                 [&] {
                     static constexpr Qt::Key arrows[] = { Qt::Key_Up, Qt::Key_Down, Qt::Key_Left, Qt::Key_Right };
                     press(random.oneOf(arrows), Qt::AltModifier);
                 } },
-            { "rename", rename }, { "delete", [&] { press(random.chance(0.5) ? Qt::Key_Delete : Qt::Key_Backspace); } },
+            { "rename", rename },
+            { "delete", [&] { press(random.chance(0.5) ? Qt::Key_Delete : Qt::Key_Backspace); } },
             { "folder", [&] { list->selectForEditing(KXFilterSetPresetEditing::addFolder(*tree, selected()).get()); } },
             { "down", [&] { press(Qt::Key_Down, random.chance(0.3) ? Qt::ShiftModifier : Qt::NoModifier); } },
-            { "up", [&] { press(Qt::Key_Up); } }, { "right", [&] { press(Qt::Key_Right); } },
+            { "up", [&] { press(Qt::Key_Up); } },
+            { "right", [&] { press(Qt::Key_Right); } },
             { "left", [&] { press(Qt::Key_Left); } },
             { "find", [&] { QTest::keyClicks(view(), QString::number(random.below(100))); } },
-            { "copy", [&] { KXFilterSetPresetEditing::copyPresets(KXFilterSetPresetEditing::selectedPresets(*tree)); } },
+            { "copy",
+                [&] { KXFilterSetPresetEditing::copyPresets(KXFilterSetPresetEditing::selectedPresets(*tree)); } },
             { "paste",
                 [&] {
                     if (KXFilterSetPresetEditing::canPaste(selected()))
@@ -233,8 +241,11 @@ TEST_F(SourceListTest, showsTheStoreThroughRandomWalks)
                     if (const KXTreeNode *node = anyNode())
                         KXFilterSetPreset::cast(node->representedObject())->setCount(random.below(50), u"here"_s);
                 } },
-            { "undo", [&] { undo().undo(); } }, { "redo", [&] { undo().redo(); } },
-            { "other", somebodyElse }, { "other ", somebodyElse }, { "turn", endOfTurn },
+            { "undo", [&] { undo().undo(); } },
+            { "redo", [&] { undo().redo(); } },
+            { "other", somebodyElse },
+            { "other ", somebodyElse },
+            { "turn", endOfTurn },
         };
         for (int step = 0; step < 100; ++step) {
             const auto before = tree->selectedObjects();
@@ -251,9 +262,9 @@ TEST_F(SourceListTest, showsTheStoreThroughRandomWalks)
                 FAIL() << "what stands beside the deleted is not selected: walk " << walk << ", step " << step;
             }
             if (QByteArray(name).startsWith("drag") || QByteArray(name) == "move") {
-                ASSERT_TRUE(std::all_of(before.begin(), before.end(),
-                    [&](const auto &object) { return tree->treeNodeForObject(object.get()); }))
-                    << "dragging loses nothing";
+                ASSERT_TRUE(std::all_of(before.begin(), before.end(), [&](const auto &object) {
+                    return tree->treeNodeForObject(object.get());
+                })) << "dragging loses nothing";
             }
         }
     }
@@ -279,14 +290,11 @@ TEST_F(SourceListTest, dragsAreOneStepSavedAndUndone)
         { { c, d }, f, 0.5, u"f(c d a b) g(l)"_s }, // in front
         { { d }, b, 0.95, u"f(c a b d) g(l)"_s },
         { { a, c }, b, 0.05, u"f(c a b d) g(l)"_s }, // they stand there already
-        { { b }, f, 0.0, u"b f(c a d) g(l)"_s },
-        { { c }, f, 1.0, u"b f(a d) c g(l)"_s },
+        { { b }, f, 0.0, u"b f(c a d) g(l)"_s }, { { c }, f, 1.0, u"b f(a d) c g(l)"_s },
         { { b }, c, 0.5, u"f(a d) c b g(l)"_s }, // cannot be nested: after, as it comes from above
-        { { b }, {}, 0, u"f(a d) c g(l) b"_s },
-        { { f }, g, 0.5, u"c g(f(a d) l) b"_s },
+        { { b }, {}, 0, u"f(a d) c g(l) b"_s }, { { f }, g, 0.5, u"c g(f(a d) l) b"_s },
         { { g }, a, 0.05, {} }, // into itself
-        { { g }, f, 0.5, {} },
-        { { locked, b }, c, 0.5, {} },
+        { { g }, f, 0.5, {} }, { { locked, b }, c, 0.5, {} },
         { { b, a }, f, 0.5, u"c g(f(a b d) l)"_s }, // as they stand, whatever was selected first
         { { f, d }, g, 1.0, u"c g(l) f(a b d)"_s }, // d goes with f
     };
@@ -391,7 +399,8 @@ TEST_F(SourceListTest, foreignAndStaleDrops)
              QVariantList { QVariant(QVariantList { 5, 1 }) } })
         EXPECT_EQ(DragAndDrop::drop(*view(), *data(bad), place(a)), Qt::IgnoreAction);
     EXPECT_TRUE(log.contains(u"unreadable"_s));
-    EXPECT_EQ(DragAndDrop::drop(*view(), *data({ QVariant(QVariantList { 1 }) }), place(b)), Qt::MoveAction); // paths alone
+    EXPECT_EQ(
+        DragAndDrop::drop(*view(), *data({ QVariant(QVariantList { 1 }) }), place(b)), Qt::MoveAction); // paths alone
     EXPECT_EQ(outline(), u"top(below) b a"_s);
 
     // The tree changes while something is dragged: it is still that which was taken.
@@ -449,9 +458,8 @@ TEST_F(SourceListTest, renamingInPlace)
     const auto merging = coordinator->addChangeObserver(
         [&](const std::shared_ptr<const KXStoreChange> &change) { context->mergeChangesFromStoreChange(change); });
     const auto editor = [&] { return view()->viewport()->findChild<QLineEdit *>(); };
-    const auto there = [&](const Preset &preset) {
-        return KXFilterSetPreset::cast(other->objectWithID(preset->objectID()));
-    };
+    const auto there
+        = [&](const Preset &preset) { return KXFilterSetPreset::cast(other->objectWithID(preset->objectID())); };
     list->selectForEditing(a.get());
     ASSERT_TRUE(editor());
     EXPECT_EQ(editor()->selectedText(), u"a"_s);

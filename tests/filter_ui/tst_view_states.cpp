@@ -125,7 +125,8 @@ TEST_F(ViewStateTest, controllersAreMadeWhenAskedForAndTornDown)
 TEST_F(ViewStateTest, copiesAndCounts)
 {
     const auto top = make<KXViewState>(u"top"_s), a = make<KXViewState>(u"a"_s, top);
-    const auto c = make<KXViewState>(u"c"_s, a, 1), b = make<KXViewState>(u"b"_s, a, 0), d = make<KXViewState>(u"d"_s, c);
+    const auto c = make<KXViewState>(u"c"_s, a, 1), b = make<KXViewState>(u"b"_s, a, 0),
+               d = make<KXViewState>(u"d"_s, c);
     a->setTag(7);
     EXPECT_TRUE(top->duplicate()->children().isEmpty());
     const auto copy = a->duplicate();

@@ -267,7 +267,9 @@ TEST_F(FollowTest, listsThatOpenWithTheirFirstRows)
         void listDidChange(const KXListStep &step) override
         {
             ++steps;
-            size += step.kind == KXListStep::Insertion ? step.count : step.kind == KXListStep::Removal ? -step.count : 0;
+            size += step.kind == KXListStep::Insertion ? step.count
+                : step.kind == KXListStep::Removal     ? -step.count
+                                                       : 0;
         }
         qsizetype size = 0;
         int steps = 0;

@@ -248,6 +248,14 @@ TEST_F(StripTest, detailsClearWhatTheyShowed)
     controller.messageDetailsPopover()->close();
     EXPECT_TRUE(titles().isEmpty());
     EXPECT_EQ(host.hidden, 1);
+
+    // The strip ends, with its window perhaps, while they are shown.
+    center.postMessage(messageNews(u"seen"_s));
+    QTest::mouseClick(strip->messageButton(), Qt::LeftButton);
+    center.postMessage(messageNews(u"late"_s));
+    delete strip;
+    EXPECT_FALSE(showsDetails());
+    EXPECT_EQ(titles(), QStringList(u"late"_s));
 }
 
 TEST_F(StripTest, messagesGoByThemselvesOnlyAsTheNewest)

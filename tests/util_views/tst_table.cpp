@@ -109,7 +109,8 @@ TEST_F(TableViewTest, laysItselfOutWhateverIsStored)
     } cases[] {
         { "nothing", {}, initial },
         { "one after another, the rest hidden",
-            QVariantList { entry(u"c"_s, 0U, 50.0, false), entry(u"d"_s, 0U, 60.5, false), entry(u"a"_s, 1U, 70, true) },
+            QVariantList {
+                entry(u"c"_s, 0U, 50.0, false), entry(u"d"_s, 0U, 60.5, false), entry(u"a"_s, 1U, 70, true) },
             u"d:60.5 (a:70) c:50 (b:100) (e:100)"_s },
         { "positions beyond the end, columns that are not there",
             QVariantList { entry(u"x"_s, 0U, 5.0, false), entry(u"a"_s, 5U, 80.0, false),
@@ -234,8 +235,7 @@ TEST_F(TableViewTest, layoutsSurviveAKilledProcess)
         for (const int enough = random.between(1, 40); output.count("saved") < enough;)
             output += child.read();
         ASSERT_TRUE(child.kill());
-        const KXUserDefaults left(
-            folder.filePath(KXBundle::mainBundle().identifier() + u"/defaults.cbor"_s));
+        const KXUserDefaults left(folder.filePath(KXBundle::mainBundle().identifier() + u"/defaults.cbor"_s));
         const auto list = left.arrayForKey(u"layout"_s);
         ASSERT_TRUE(list && list->size() == 5);
         for (const QVariant &column : *list)
@@ -331,8 +331,7 @@ TEST_F(TableViewTest, menusConcernTheRowBelowThePointer)
         return table.clickedCell().row();
     };
     for (int row : { 0, 1 })
-        table.selectionModel()->select(
-            model.index(row, 0), QItemSelectionModel::Select | QItemSelectionModel::Rows);
+        table.selectionModel()->select(model.index(row, 0), QItemSelectionModel::Select | QItemSelectionModel::Rows);
     EXPECT_EQ(ask(1), 1);
     EXPECT_EQ(selected(), (QList<int> { 0, 1 })) << "is selected already";
     EXPECT_EQ(ask(4), 4);
@@ -375,7 +374,9 @@ TEST_F(TableViewTest, textsStandAtTheirSide)
                     ink |= image.pixel(x, y) != image.pixel(0, y) ? QRect(x, y, 1, 1) : QRect();
             }
             const auto side = QStyle::visualAlignment(direction, alignment);
-            const int middle = side & Qt::AlignLeft ? 20 : side & Qt::AlignRight ? image.width() - 20 : image.width() / 2;
+            const int middle = side & Qt::AlignLeft ? 20
+                : side & Qt::AlignRight             ? image.width() - 20
+                                                    : image.width() / 2;
             EXPECT_NEAR(ink.center().x(), middle, 5) << direction << " " << alignment;
             EXPECT_NEAR(ink.center().y(), image.height() / 2, 2);
         }
@@ -401,8 +402,8 @@ TEST_F(TableViewTest, paintsWithinItsCells)
                     text += letters[random.below(plain)];
                 texts.setData(texts.index(row, 0), text);
                 texts.setData(texts.index(row, 0),
-                    QVariant::fromValue(Qt::Alignment(
-                        random.oneOf(std::array { Qt::AlignLeft, Qt::AlignRight, Qt::AlignHCenter }))),
+                    QVariant::fromValue(
+                        Qt::Alignment(random.oneOf(std::array { Qt::AlignLeft, Qt::AlignRight, Qt::AlignHCenter }))),
                     Qt::TextAlignmentRole);
             }
             table.resize(300, 200);

@@ -41,11 +41,12 @@ public:
     {
         using Property = KXPropertyDescription;
         Shelf::registerEntity();
-        const auto model = KXManagedObjectModel::make({ KXEntityDescription(u"Shelf"_s)
-                .add(Property::attribute(u"title"_s, KXAttributeType::String))
-                .add(Property::attribute(u"position"_s, KXAttributeType::Integer64).withDefault(0))
-                .add(Property::toOne(u"parent"_s, u"Shelf"_s, u"children"_s))
-                .add(Property::toMany(u"children"_s, u"Shelf"_s, u"parent"_s)) });
+        const auto model = KXManagedObjectModel::make(
+            { KXEntityDescription(u"Shelf"_s)
+                    .add(Property::attribute(u"title"_s, KXAttributeType::String))
+                    .add(Property::attribute(u"position"_s, KXAttributeType::Integer64).withDefault(0))
+                    .add(Property::toOne(u"parent"_s, u"Shelf"_s, u"children"_s))
+                    .add(Property::toMany(u"children"_s, u"Shelf"_s, u"parent"_s)) });
         m_context = KXManagedObjectContext::contextWithPersistentStoreCoordinator(
             KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(
                 QUrl::fromLocalFile(m_folder.filePath(u"shelves.db"_s)), model));
@@ -116,13 +117,14 @@ QWidget *toolkitPage(const Texts &text)
     auto *menu = new KXMenu(text("Track"), page);
     menu->setWindowFlags(Qt::Widget);
     menu->setAccessibleName(text("Track"));
-    menu->addItem(text("Play"), page, [] { })->setShortcut(Qt::Key_Space);
-    menu->addItem(text("Rename Genre…"), page, [] { });
+    menu->addItem(text("Play"), page, [] {})->setShortcut(Qt::Key_Space);
+    menu->addItem(text("Rename Genre…"), page, [] {});
     menu->addSeparator();
-    QAction *rated = menu->addItem(text("Show rating"), page, [] { });
+    QAction *rated = menu->addItem(text("Show rating"), page, [] {});
     rated->setCheckable(true);
     rated->setChecked(true);
-    menu->addItem(text("Undo"), page, [] { }, [] { return false; });
+    menu->addItem(
+        text("Undo"), page, [] {}, [] { return false; });
     menu->validate();
     menu->setActiveAction(menu->actions().at(1));
     menu->setFixedSize(menu->sizeHint());

@@ -22,7 +22,7 @@ namespace {
 // What a popover can be read in, and the views show in an instant.
 constexpr qsizetype detailsMostMessages = 200;
 constexpr qsizetype detailsMostCharacters = 200'000;
-constexpr qsizetype detailsLongestInfo = 20'000;
+constexpr qsizetype detailsLongestInfo = 10'000;
 constexpr qsizetype detailsLongestTitle = 1'000;
 
 QString detailsTemplateOf(const KXBundle &bundle)

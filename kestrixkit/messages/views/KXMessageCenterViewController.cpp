@@ -15,7 +15,10 @@ KXMessageCenterViewController::KXMessageCenterViewController(QObject *parent)
     setTitle(KXLocalizedString("Messages"));
 }
 
-KXMessageCenterViewController::~KXMessageCenterViewController() = default;
+KXMessageCenterViewController::~KXMessageCenterViewController()
+{
+    delete m_messageDetailsPopover; // while there is somebody whom it may tell that it closes
+}
 
 KXMessageCenterViewControllerDelegate *KXMessageCenterViewController::delegate() const
 {
@@ -28,6 +31,8 @@ void KXMessageCenterViewController::setDelegate(KXMessageCenterViewControllerDel
     m_delegateObject = dynamic_cast<QObject *>(delegate);
     m_delegateIsObject = m_delegateObject;
 }
+
+KXPopoverController *KXMessageCenterViewController::messageDetailsPopover() const { return m_messageDetailsPopover; }
 
 void KXMessageCenterViewController::loadView()
 {

@@ -37,7 +37,7 @@ public:
     /// nullptr until the view is loaded.
     [[nodiscard]] KXMessageView *messageView() const { return m_messageView; }
     /// nullptr until details were shown for the first time.
-    [[nodiscard]] KXPopoverController *messageDetailsPopover() const { return m_messageDetailsPopover; }
+    [[nodiscard]] KXPopoverController *messageDetailsPopover() const;
     /// Pending while the newest message is one that goes by itself.
     [[nodiscard]] const KXDelayedCall &clearTimer() const { return m_clearTimer; }
 
@@ -61,7 +61,7 @@ private:
     void showNewest();
 
     QPointer<KXMessageView> m_messageView;
-    KXPopoverController *m_messageDetailsPopover = nullptr;
+    QPointer<KXPopoverController> m_messageDetailsPopover;
     KXDelayedCall m_clearTimer { this };
     KXMessageCenterViewControllerDelegate *m_delegate = nullptr;
     QPointer<QObject> m_delegateObject;

@@ -124,7 +124,10 @@ KXMessageView::KXMessageView(QWidget *parent)
         KXThemeDidChangeNotification, &KXThemeManager::sharedManager(), [this](const KXNotification &) { update(); });
 }
 
-KXMessageView::~KXMessageView() = default;
+KXMessageView::~KXMessageView()
+{
+    delete std::exchange(m_messageButton, nullptr); // what is anchored to it closes while the strip is whole
+}
 
 KXMessageViewDelegate *KXMessageView::delegate() const
 {
@@ -141,6 +144,8 @@ void KXMessageView::setDelegate(KXMessageViewDelegate *delegate)
 void KXMessageView::setMessage(const QString &message)
 {
     m_message = message;
+    if (!m_messageButton)
+        return;
     QString shown = message.left(messageLongest).simplified();
     if (message.size() > messageLongest)
         shown += u'…';

@@ -170,6 +170,7 @@ void KXPreferences::loadWindow()
     m_window = KXInterfaceLoader::shared().load(KXInterfaceLoader::pathForInterface(u"KXPreferences"_s));
     if (!m_window) // a host's file that is broken, which is logged
         m_window = new QWidget;
+    m_window->setAttribute(Qt::WA_QuitOnClose, false); // the application ends with its own windows
     m_activeContentView = m_window->findChild<QWidget *>(u"activeContentView"_s);
     if (!m_activeContentView)
         m_activeContentView = new QWidget(m_window);

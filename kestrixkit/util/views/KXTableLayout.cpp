@@ -18,7 +18,8 @@ std::optional<double> tableNumber(const QVariant &value)
 {
     bool isNumber = false;
     const double number = value.toDouble(&isNumber);
-    return isNumber && std::isfinite(number) && value.typeId() != QMetaType::Bool ? std::optional(number) : std::nullopt;
+    return isNumber && std::isfinite(number) && value.typeId() != QMetaType::Bool ? std::optional(number)
+                                                                                  : std::nullopt;
 }
 
 bool tableFlag(const QVariant &value)

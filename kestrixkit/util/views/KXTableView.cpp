@@ -190,8 +190,8 @@ void KXTableView::fillColumnsMenu(KXMenu &menu)
         show->setChecked(!shown.hidden);
         if (column.sortDescriptorPrototype.key.isEmpty())
             continue;
-        const bool isFirst = !m_sortDescriptors.isEmpty()
-            && m_sortDescriptors.first().key == column.sortDescriptorPrototype.key;
+        const bool isFirst
+            = !m_sortDescriptors.isEmpty() && m_sortDescriptors.first().key == column.sortDescriptorPrototype.key;
         QAction *const sort = m_sortMenu->addAction(title(shown.number), this, [this, column, isFirst] {
             KXSortDescriptor descriptor = column.sortDescriptorPrototype;
             if (isFirst && !m_sortDescriptors.isEmpty()) // once more turns it round
@@ -216,8 +216,8 @@ void KXTableView::setColumnPresetsName(const QString &name)
     m_columnPresetsName = name;
     if (name.isEmpty())
         return;
-    m_presetsToken = KXNotificationCenter::defaultCenter().addObserver(
-        KXTableViewColumnPresetsDidChangeNotification, KXNotificationCenter::anySender(),
+    m_presetsToken = KXNotificationCenter::defaultCenter().addObserver(KXTableViewColumnPresetsDidChangeNotification,
+        KXNotificationCenter::anySender(),
         [this](const KXNotification &notification) { columnPresetsDidChange(notification); });
     loadColumnPresets();
 }
@@ -290,8 +290,7 @@ QItemSelectionModel::SelectionFlags KXTableView::selectionCommand(const QModelIn
 
 QMenu *KXTableView::menuForEvent(const QContextMenuEvent *event)
 {
-    const QModelIndex cell
-        = event->reason() == QContextMenuEvent::Keyboard ? currentIndex() : indexAt(event->pos());
+    const QModelIndex cell = event->reason() == QContextMenuEvent::Keyboard ? currentIndex() : indexAt(event->pos());
     m_clickedCell = cell;
     if (cell.isValid() && selectionMode() != NoSelection && !selectionModel()->isSelected(cell)
         && maySelect(cell.row())) {

@@ -79,7 +79,8 @@ public:
     /// Lays the columns out as stored. Columns that the layout does not name are hidden; what is no layout for this
     /// table is logged and left alone.
     void loadColumnPresets();
-    /// "identifier", "position" (from 0, unsigned), "width" (in points), "hidden"; empty for a column that is not there.
+    /// "identifier", "position" (from 0, unsigned), "width" (in points), "hidden"; empty for a column that is not
+    /// there.
     [[nodiscard]] QVariantMap columnPresetDictionary(const QString &identifier) const;
 
     // Order

@@ -53,7 +53,8 @@ void KXTableView::drawRow(QPainter &painter, int row, int firstColumn, int lastC
     const auto isSelected = [&](const QModelIndex &index) { return selection && selection->isSelected(index); };
     KXTableCell cell;
     cell.hovered = m_trackedCell.isValid() && m_trackedCell.row() == row;
-    cell.selected = wholeRows && isSelected(model()->index(row, columns->logicalIndex(qMax(0, firstColumn)), rootIndex()));
+    cell.selected
+        = wholeRows && isSelected(model()->index(row, columns->logicalIndex(qMax(0, firstColumn)), rootIndex()));
     const QPalette colours = palette();
     const auto group = hasFocus() ? QPalette::Active : QPalette::Inactive;
     const auto fill = [&](const QRect &rect) {
@@ -91,8 +92,8 @@ void KXTableView::drawCell(QPainter &painter, const KXTableCell &cell) const
     QRect room = cell.rect.adjusted(tableMargin, 0, -tableMargin, 0);
     const QVariant decoration = cell.index.data(Qt::DecorationRole);
     if (decoration.metaType() == QMetaType::fromType<QIcon>()) {
-        const QRect place = QStyle::visualRect(
-            layoutDirection(), room, QRect(room.left(), room.top(), tableIcon, room.height()));
+        const QRect place
+            = QStyle::visualRect(layoutDirection(), room, QRect(room.left(), room.top(), tableIcon, room.height()));
         const auto icon = decoration.value<QIcon>();
         KXControlPainter::icon(painter, place, icon, icon.isMask() ? cell.text : QColor(),
             cell.enabled ? QStyle::State_Enabled : QStyle::State_None);

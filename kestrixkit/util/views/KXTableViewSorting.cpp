@@ -113,8 +113,8 @@ void KXTableView::loadSortOptions()
     const KXUserDefaults &defaults = KXUserDefaults::standard();
     if (!defaults.valueForKey(m_sortOptionsAutoSaveName).isValid())
         return;
-    const auto list = KXArchive::unarchive(
-        defaults.dataForKey(m_sortOptionsAutoSaveName).value_or(QByteArray()), tableSortFormatName, tableSortFormatNumber);
+    const auto list = KXArchive::unarchive(defaults.dataForKey(m_sortOptionsAutoSaveName).value_or(QByteArray()),
+        tableSortFormatName, tableSortFormatNumber);
     QList<KXSortDescriptor> descriptors;
     for (const QCborValue &value : list ? list->toArray() : QCborArray()) {
         if (const KXTableColumn *column = columnSortedBy(value[u"key"_s].toString())) {
