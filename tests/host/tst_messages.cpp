@@ -128,10 +128,10 @@ TEST_F(BrowserMessagesTest, choicesAreInForceAtOnceAndRemembered)
 TEST_F(BrowserMessagesTest, choicesSurviveBeingKilled)
 {
     KXTestRandom random;
-    QTemporaryDir config;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(u"KX_SETTINGS_CHILD"_s, config.path());
     for (int round = 0; round < KXTestRandom::scaled(30); ++round) {
+        const QTemporaryDir config; // of its own: the child may be killed before it writes anything
+        environment.insert(u"KX_SETTINGS_CHILD"_s, config.path());
         ChildProcess child("SettingsChild.*", environment);
         QByteArray output;
         for (const int enough = random.between(200, 900); output.size() < enough;)
