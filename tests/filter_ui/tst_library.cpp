@@ -420,14 +420,7 @@ TEST_F(LibraryTest, showsDetailsOfTheSelected)
     EXPECT_FALSE(library->validateMenuItem(Item::Copy));
     EXPECT_TRUE(library->validateMenuItem(Item::Delete) && library->validateMenuItem(Item::Other));
 
-    // What happens to the selected one is seen without selecting it anew.
-    a->filterSet()->setTitle(u"no"_s);
-    context->processPendingChanges();
-    EXPECT_EQ(shown(), u"a (not here)"_s);
-    context->deleteObjects({ a->filterSet()->filters().first() });
-    context->processPendingChanges();
-    EXPECT_EQ(shown(), u"Empty Preset"_s);
-    ASSERT_TRUE(context->save());
+    // What others do to it while its title is edited.
     select({ u"b"_s });
     const auto other = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
     const auto merging = coordinator->addChangeObserver(
@@ -439,7 +432,6 @@ TEST_F(LibraryTest, showsDetailsOfTheSelected)
     EXPECT_FALSE(list()->isEditing());
     QTest::qWait(0);
     library->view()->grab();
-    EXPECT_TRUE(stored().startsWith(u"F(a) "_s));
 }
 
 // Whatever the user and others do, in any order: buttons and panes say what the store does.
@@ -482,7 +474,8 @@ TEST_F(LibraryTest, tellsTheTruthThroughRandomWalks)
         [&] {
             library->duplicatePresets({ any(*context), any(*context) });
         },
-        [&] { undo().undo(); }, [&] { undo().redo(); }, [&] { edit(any(*context)); }, [&] { edit(any(*context)); },
+        [&] { undo().undo(); }, [&] { undo().redo(); }, [&] { edit(any(*context)); },
+        [&] { edit(library->selectedPreset()); }, [&] { edit(library->selectedPreset()); },
         [&] { context->save(nullptr); },
         [&] {
             edit(any(*other));
@@ -515,7 +508,7 @@ TEST_F(LibraryTest, tellsTheTruthThroughRandomWalks)
             turns();
             library->view()->grab();
         }
-        if (KXFilterSetPreset::countOfInContext(*context) > 60)
+        if (KXFilterSetPreset::countOfInContext(*context) > 25)
             library->removePresets({ any(*context), any(*context), any(*context) });
     }
 }
