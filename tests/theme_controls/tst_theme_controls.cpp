@@ -4,6 +4,7 @@
 #include <QAccessible>
 #include <QImage>
 #include <QLineEdit>
+#include <QShortcut>
 #include <QSignalSpy>
 #include <QStyleFactory>
 #include <QtTest/QTest>
@@ -253,6 +254,24 @@ TEST_F(ThemeControls, outliveWhatAThemeSetsOff)
     manager.setTheme(std::make_shared<KXDarkTheme>());
     manager.setTheme(nullptr);
     EXPECT_EQ(made.size(), 2U);
+}
+
+TEST_F(ThemeControls, aFocusedButtonTakesTheSpaceBarFromItsWindow)
+{
+    QWidget window;
+    KXThemeableButton button(u"Undo"_s, &window);
+    QShortcut play(Qt::Key_Space, &window);
+    QSignalSpy clicked(&button, &QPushButton::clicked), played(&play, &QShortcut::activated);
+    window.show();
+    window.activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&window));
+    window.setFocusPolicy(Qt::StrongFocus);
+    for (QWidget *widget : { static_cast<QWidget *>(&button), &window }) {
+        widget->setFocus();
+        QTest::keyClick(window.windowHandle(), Qt::Key_Space);
+    }
+    EXPECT_EQ(clicked.size(), 1);
+    EXPECT_EQ(played.size(), 1);
 }
 
 TEST_F(ThemeControls, segmentsFollowKeysAndMouse)

@@ -1,5 +1,6 @@
 #include <kestrixkit/theme/controls/KXThemeableButton.h>
 
+#include <QKeyEvent>
 #include <QPainter>
 #include <QStyleOptionButton>
 
@@ -46,4 +47,11 @@ void KXThemeableButton::paintEvent(QPaintEvent *event)
     initStyleOption(&option);
     QPainter painter(this);
     m_cell->paint(painter, option);
+}
+
+bool KXThemeableButton::event(QEvent *event)
+{
+    if (event->type() == QEvent::ShortcutOverride && static_cast<QKeyEvent *>(event)->key() == Qt::Key_Space)
+        event->accept();
+    return QPushButton::event(event);
 }

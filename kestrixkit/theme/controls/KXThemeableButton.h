@@ -22,4 +22,6 @@ protected:
     /// With a cell of a derived class; the button owns it.
     KXThemeableButton(KXThemeableButtonCell *cell, QWidget *parent);
     void paintEvent(QPaintEvent *event) override;
+    /// With the focus it is pressed by the space bar, whatever else its window has that for.
+    bool event(QEvent *event) override;
 };
