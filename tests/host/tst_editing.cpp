@@ -1,5 +1,6 @@
 // Editing in the window, with the keys and the mouse of its user.
 
+#include <QClipboard>
 #include <QComboBox>
 #include <QDialog>
 #include <QLineEdit>
@@ -201,6 +202,7 @@ TEST_F(EditingTest, renamesAGenreAndWhatItsTracksShow)
 
 TEST_F(EditingTest, everyEntryOfTheMenuHasANameAndKeysAreUsedOnce)
 {
+    QGuiApplication::clipboard()->clear(); // of what another test has copied
     open();
     QSet<QKeySequence> keys;
     int entries = 0;
