@@ -27,8 +27,8 @@ MessageStrip::MessageStrip(QMainWindow *window)
     m_action->setEnabled(false);
     connect(
         m_action, &QAction::triggered, this, [this] { m_controller.messageWasSelected(m_controller.messageView()); });
-    window->addToolBarBreak();
-    m_bar = window->addToolBar(tr("Messages"));
+    m_bar = new QToolBar(tr("Messages"));
+    window->addToolBar(Qt::BottomToolBarArea, m_bar); // its details open upwards
     m_bar->setMovable(false);
     m_bar->setContextMenuPolicy(Qt::PreventContextMenu);
     m_bar->addWidget(m_controller.view());

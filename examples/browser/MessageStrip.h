@@ -11,7 +11,7 @@ class QAction;
 class QMainWindow;
 class QToolBar;
 
-/// The strip of messages, below a window's toolbars, while there is something to say.
+/// The strip of messages, above a window's status bar, while there is something to say.
 class MessageStrip : public QObject, public KXMessageCenterViewControllerDelegate
 {
     Q_OBJECT

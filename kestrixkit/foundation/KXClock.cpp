@@ -15,6 +15,8 @@ struct Clock
 {
     std::mutex mutex;
     ClockState state;
+    std::optional<QTimeZone> systemTimeZone; // as last asked for
+    std::chrono::steady_clock::time_point askedForTimeZone;
 };
 
 Clock &clockOfProcess()
@@ -57,8 +59,17 @@ QDateTime KXClock::now()
 
 QTimeZone KXClock::timeZone()
 {
-    const auto pinned = clockState([](const ClockState &state) { return state.timeZone; });
-    return pinned ? *pinned : QTimeZone::systemTimeZone();
+    Clock &clock = clockOfProcess();
+    const std::lock_guard lock(clock.mutex);
+    if (clock.state.timeZone)
+        return *clock.state.timeZone;
+    // Asking the system is asking the file system: not for each row of a table.
+    const auto now = std::chrono::steady_clock::now();
+    if (!clock.systemTimeZone || now - clock.askedForTimeZone > std::chrono::seconds(1)) {
+        clock.systemTimeZone = QTimeZone::systemTimeZone();
+        clock.askedForTimeZone = now;
+    }
+    return *clock.systemTimeZone;
 }
 
 QLocale KXClock::locale()

@@ -17,7 +17,7 @@ public:
     [[nodiscard]] static QDateTime now();
     /// Microseconds since 1970 in UTC.
     [[nodiscard]] static qint64 nowMicroseconds();
-    /// The user's.
+    /// The user's. Another one is heard of within a second.
     [[nodiscard]] static QTimeZone timeZone();
     [[nodiscard]] static QLocale locale();
     /// Today's date in timeZone().

@@ -130,7 +130,7 @@ TEST_F(BrowserMessagesTest, choicesSurviveBeingKilled)
     KXTestRandom random;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     for (int round = 0; round < KXTestRandom::scaled(30); ++round) {
-        const QTemporaryDir config; // of its own: the child may be killed before it writes anything
+        QTemporaryDir config;
         environment.insert(u"KX_SETTINGS_CHILD"_s, config.path());
         ChildProcess child("SettingsChild.*", environment);
         QByteArray output;
@@ -149,7 +149,7 @@ TEST_F(BrowserMessagesTest, choicesSurviveBeingKilled)
         const int found = defaults.dataForKey(Settings::musicFolderKey).value_or("-1").toInt();
         EXPECT_GE(found, written);
         EXPECT_LE(found, written + 1);
-        EXPECT_EQ(defaults.boolForKey(Settings::darkThemeKey).has_value(), found >= 0);
+        EXPECT_TRUE(found < 0 || defaults.boolForKey(Settings::darkThemeKey).has_value()) << "which is written before";
     }
 }
 

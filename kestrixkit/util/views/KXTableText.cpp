@@ -9,7 +9,7 @@ constexpr char16_t tableEllipsis = u'\u2026';
 constexpr char16_t tablePlainEnd = 0x250; // Latin letters up to here, none of them joined or combined
 
 bool tableIsPlain(QChar c) { return c.unicode() >= 0x20 && c.unicode() < tablePlainEnd && c.unicode() != 0xAD; }
-bool tableIsUnkerned(QChar c) { return (c >= u'0' && c <= u'9') || c == u':' || c == u' '; }
+bool tableIsUnkerned(QChar c) { return (c >= u'0' && c <= u'9') || c == u'.' || c == u':' || c == u'/' || c == u' '; }
 
 }
 
