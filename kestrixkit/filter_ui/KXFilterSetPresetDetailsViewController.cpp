@@ -244,7 +244,8 @@ void KXFilterSetPresetDetailsViewController::menuNeedsUpdate(KXMenu &menu)
 
 bool KXFilterSetPresetDetailsViewController::eventFilter(QObject *object, QEvent *event)
 {
-    if (object == m_outlineView && event->type() == QEvent::KeyPress) {
+    // The type first: an outline that is being destroyed, and still sends events, is none any more.
+    if (event->type() == QEvent::KeyPress && object == m_outlineView) {
         const int key = static_cast<QKeyEvent *>(event)->key();
         if ((key == Qt::Key_Return || key == Qt::Key_Enter) && m_outlineView->selectionModel()->hasSelection()) {
             loadSelected();

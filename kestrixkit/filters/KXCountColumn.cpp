@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
+#include <numeric>
 
 #include <kestrixkit/foundation/KXObservable.h>
 #include <kestrixkit/store/KXPredicateEvaluator_p.h>
@@ -320,7 +321,7 @@ void KXCountColumn::prepareCuts(Test &test)
         qint64 low = isReal ? numberFromDouble(-std::numeric_limits<double>::infinity()) : absent + 1;
         qint64 high = isReal ? numberFromDouble(std::numeric_limits<double>::infinity()) + 1 : std::numeric_limits<qint64>::max();
         while (low < high) {
-            const qint64 middle = qint64((quint64(low) + quint64(high - low) / 2));
+            const qint64 middle = std::midpoint(low, high);
             const std::partial_ordering order = KXPredicateValue::compare(KXPredicateValue(valueOfNumber(middle)), constant);
             if (order > 0 || (!beyond && order == 0))
                 high = middle;
