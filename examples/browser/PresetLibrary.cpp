@@ -51,7 +51,11 @@ PresetLibrary::PresetLibrary(KXManagedObjectContext::Ref context, QObject *paren
     });
 }
 
-PresetLibrary::~PresetLibrary() { delete m_button; }
+PresetLibrary::~PresetLibrary()
+{
+    m_popover.reset(); // tells the button that it is closed
+    delete m_button;
+}
 
 KXThemeableButton *PresetLibrary::button() const { return m_button; }
 

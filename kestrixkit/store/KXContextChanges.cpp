@@ -331,8 +331,6 @@ void KXManagedObjectContextPrivate::revive(const KXRef<Object> &object, const KX
                 const QSet<qint64> now = loadedToMany(object.get(), property).members;
                 for (const qint64 key : before->second - now)
                     link(object.get(), property, key, true);
-                for (const qint64 key : now - before->second)
-                    link(object.get(), property, key, false);
             } else if (!KXRowValues::isEqual(*object->values(), values, property)) {
                 assign(object.get(), property, values);
             }

@@ -138,6 +138,40 @@ void KXContextRecorder::forget()
         m_manager->removeAllActionsWithTarget(m_context.q);
 }
 
+/// Takes from revived objects the members that they did not have before and that do not refer to them, now that all is
+/// what it was. Those that do have come by somebody else's save while the object was deleted.
+void KXContextRecorder::dropFormerMembers(KXManagedObjectContextPrivate &context, const std::vector<Entry> &entries)
+{
+    std::unordered_map<const Object *, const Entry *> revived;
+    for (const Entry &entry : entries) {
+        if (entry.existedBefore && !entry.existsAfter && entry.object->managedObjectContext() == context.q && !entry.object->isDeleted())
+            revived.emplace(entry.object.get(), &entry);
+    }
+    for (const auto &[object, entry] : revived) {
+        for (const auto &[index, before] : entry->membersBefore) {
+            const KXPropertyDescription &property = entry->object->entity()->properties()[index];
+            const KXPropertyDescription *inverse = property.inverse();
+            const auto refersBack = [&, key = entry->object->m_key](qint64 member) {
+                Object *other = inverse ? context.registered(member) : nullptr;
+                if (!other || !other->m_values)
+                    return inverse != nullptr; // never in memory, so nobody here has linked it
+                if (other->isDeleted() || inverse->isToOne())
+                    return !other->isDeleted() && other->values()->toOne(*inverse) == key;
+                if (const auto found = revived.find(other); found != revived.end()) {
+                    const auto back = found->second->membersBefore.find(inverse->index());
+                    return back != found->second->membersBefore.end() && back->second.contains(key);
+                }
+                const KXToManyKeys *back = other->values()->existingToMany(*inverse);
+                return back && (back->loaded ? back->members : back->added).contains(key);
+            };
+            for (const qint64 member : QSet<qint64>(context.loadedToMany(entry->object.get(), property).members) - before) {
+                if (!refersBack(member))
+                    context.link(entry->object.get(), property, member, false);
+            }
+        }
+    }
+}
+
 std::vector<KXContextRecorder::Entry> KXContextRecorder::revert(KXManagedObjectContextPrivate &context, std::vector<Entry> entries)
 {
     context.recorder.flush();
@@ -170,6 +204,7 @@ std::vector<KXContextRecorder::Entry> KXContextRecorder::revert(KXManagedObjectC
                 context.link(object, property, key, true);
         }
     }
+    dropFormerMembers(context, entries);
     for (Entry &entry : entries) {
         if (entry.existedBefore || !entry.existsAfter || entry.object->managedObjectContext() != context.q || entry.object->isDeleted())
             continue;

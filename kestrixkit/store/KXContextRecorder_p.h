@@ -70,6 +70,7 @@ public:
 
 private:
     Entry &entryOf(KXManagedObject *object);
+    static void dropFormerMembers(KXManagedObjectContextPrivate &context, const std::vector<Entry> &entries);
 
     KXManagedObjectContextPrivate &m_context;
     std::shared_ptr<KXUndoManager> m_manager;

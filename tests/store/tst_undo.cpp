@@ -200,6 +200,31 @@ TEST(Merge, bothEndsOfARelationshipAgreeAboutWhatIsUnsaved)
     }
 }
 
+TEST(Merge, whatOthersLinkToADeletedObjectIsThereWhenItComesBack)
+{
+    UndoTest library;
+    const auto album = Album::createInContext(*library.context);
+    album->setTitle(u"One"_s);
+    library.track(u"mine"_s)->setAlbum(album);
+    ASSERT_TRUE(library.context->save());
+    library.manager->removeAllActions();
+    {
+        KXUndoGroup group(library.manager.get(), u"Delete"_s);
+        library.context->removeManagedObject(album);
+    }
+    const auto other = library.otherContext();
+    const auto token = KXNotificationCenter::defaultCenter().addObserver(QString(KXManagedObjectContextDidSaveNotification), other.get(),
+        [&](const KXNotification &saved) { library.context->mergeChangesFromStoreChange(*saved.payloadAs<std::shared_ptr<const KXStoreChange>>()); });
+    const auto theirs = Track::createInContext(*other);
+    theirs->setTitle(u"theirs"_s);
+    theirs->setAlbum(Album::cast(other->objectWithID(album->objectID())));
+    ASSERT_TRUE(other->save());
+    library.manager->undo();
+    EXPECT_EQ(album->tracks().size(), 2);
+    ASSERT_TRUE(library.context->save());
+    EXPECT_EQ(Library::dump(*library.otherContext()), Library::dump(*library.context));
+}
+
 TEST(Merge, takesOverSavesAroundUnsavedEdits)
 {
     UndoTest library;
