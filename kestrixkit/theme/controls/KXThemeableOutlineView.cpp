@@ -93,3 +93,13 @@ void KXThemeableOutlineView::setNeedsDisplay()
     viewport()->setPalette(palette());
     viewport()->update();
 }
+
+void KXThemeableOutlineView::currentChanged(const QModelIndex &current, const QModelIndex &previous)
+{
+    QTreeView::currentChanged(current, previous);
+    // The focus surrounds the whole row, the branches included, which the base class leaves as they are.
+    for (const QModelIndex &index : { current, previous }) {
+        if (const QRect row = visualRect(index); row.isValid())
+            viewport()->update(0, row.y(), viewport()->width(), row.height());
+    }
+}
