@@ -24,18 +24,6 @@ KXAudioPlayer::KXAudioPlayer(QObject *parent)
 
 KXAudioPlayer::~KXAudioPlayer() = default;
 
-KXAudioPlayerDelegate *KXAudioPlayer::delegate() const
-{
-    return m_delegateIsObject && !m_delegateObject ? nullptr : m_delegate;
-}
-
-void KXAudioPlayer::setDelegate(KXAudioPlayerDelegate *delegate)
-{
-    m_delegate = delegate;
-    m_delegateObject = dynamic_cast<QObject *>(delegate);
-    m_delegateIsObject = !m_delegateObject.isNull();
-}
-
 void KXAudioPlayer::setVolume(float) { }
 
 void KXAudioPlayer::playItem(const KXAudioPlayerItemPointer &) { }

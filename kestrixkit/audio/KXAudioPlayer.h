@@ -7,6 +7,7 @@
 #include <QUrl>
 
 #include <kestrixkit/foundation/KXObject.h>
+#include <kestrixkit/foundation/KXWeakDelegate.h>
 
 class KXAudioPlayer;
 
@@ -79,9 +80,9 @@ public:
     [[nodiscard]] bool isContinuous() const { return m_continuous; }
     void setContinuous(bool continuous) { m_continuous = continuous; }
     [[nodiscard]] KXAudioPlayerState state() const { return m_state; }
-    [[nodiscard]] KXAudioPlayerDelegate *delegate() const;
+    [[nodiscard]] KXAudioPlayerDelegate *delegate() const { return m_delegate.get(); }
     /// Borrowed. One that is a QObject may go at any time; any other must be taken away before it does.
-    void setDelegate(KXAudioPlayerDelegate *delegate);
+    void setDelegate(KXAudioPlayerDelegate *delegate) { m_delegate.set(delegate); }
     [[nodiscard]] std::shared_ptr<KXAudioPlayerPlaylist> playlist() const { return m_playlist; }
 
     // What concrete players override; nothing happens here
@@ -138,7 +139,5 @@ private:
     bool m_continuous = false;
     KXAudioPlayerItemPointer m_currentItem;
     std::shared_ptr<KXAudioPlayerPlaylist> m_playlist;
-    KXAudioPlayerDelegate *m_delegate = nullptr;
-    QPointer<QObject> m_delegateObject;
-    bool m_delegateIsObject = false;
+    KXWeakDelegate<KXAudioPlayerDelegate> m_delegate;
 };

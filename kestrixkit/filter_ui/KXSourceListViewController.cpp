@@ -56,18 +56,6 @@ KXSourceListViewController::~KXSourceListViewController()
         m_view->setDelegate(nullptr);
 }
 
-KXSourceListViewControllerDelegate *KXSourceListViewController::delegate() const
-{
-    return m_delegateIsObject && !m_delegateObject ? nullptr : m_delegate;
-}
-
-void KXSourceListViewController::setDelegate(KXSourceListViewControllerDelegate *delegate)
-{
-    m_delegate = delegate;
-    m_delegateObject = dynamic_cast<QObject *>(delegate);
-    m_delegateIsObject = m_delegateObject;
-}
-
 KXSourceListView *KXSourceListViewController::sourceListView()
 {
     Q_UNUSED(view()) // which loads it

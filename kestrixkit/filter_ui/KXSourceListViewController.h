@@ -9,6 +9,7 @@
 #include <kestrixkit/filter_ui/KXSourceListDropRules.h>
 #include <kestrixkit/foundation/KXDelayedCall.h>
 #include <kestrixkit/foundation/KXSourceListItem.h>
+#include <kestrixkit/foundation/KXWeakDelegate.h>
 #include <kestrixkit/toolkit/KXSourceListView.h>
 #include <kestrixkit/toolkit/KXTreeController.h>
 #include <kestrixkit/toolkit/KXViewController.h>
@@ -51,9 +52,9 @@ public:
     explicit KXSourceListViewController(QObject *parent = nullptr);
     ~KXSourceListViewController() override;
 
-    [[nodiscard]] KXSourceListViewControllerDelegate *delegate() const;
+    [[nodiscard]] KXSourceListViewControllerDelegate *delegate() const { return m_delegate.get(); }
     /// Borrowed. One that is a QObject may go at any time; any other must be taken away before it does.
-    void setDelegate(KXSourceListViewControllerDelegate *delegate);
+    void setDelegate(KXSourceListViewControllerDelegate *delegate) { m_delegate.set(delegate); }
 
     /// The view itself. Another one after the window around it has ended.
     [[nodiscard]] KXSourceListView *sourceListView();
@@ -157,9 +158,7 @@ private:
     void saveExpandedRows();
     void restoreExpandedRows();
 
-    KXSourceListViewControllerDelegate *m_delegate = nullptr;
-    QPointer<QObject> m_delegateObject; // where it is one
-    bool m_delegateIsObject = false;
+    KXWeakDelegate<KXSourceListViewControllerDelegate> m_delegate;
     QPointer<KXTreeController> m_tree;
     QPointer<KXSourceListView> m_view;
     KXRef<KXManagedObject> m_rootItem;

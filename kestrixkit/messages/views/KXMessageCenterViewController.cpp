@@ -20,18 +20,6 @@ KXMessageCenterViewController::~KXMessageCenterViewController()
     delete m_messageDetailsPopover; // while there is somebody whom it may tell that it closes
 }
 
-KXMessageCenterViewControllerDelegate *KXMessageCenterViewController::delegate() const
-{
-    return m_delegateIsObject && !m_delegateObject ? nullptr : m_delegate;
-}
-
-void KXMessageCenterViewController::setDelegate(KXMessageCenterViewControllerDelegate *delegate)
-{
-    m_delegate = delegate;
-    m_delegateObject = dynamic_cast<QObject *>(delegate);
-    m_delegateIsObject = m_delegateObject;
-}
-
 KXPopoverController *KXMessageCenterViewController::messageDetailsPopover() const { return m_messageDetailsPopover; }
 
 void KXMessageCenterViewController::loadView()

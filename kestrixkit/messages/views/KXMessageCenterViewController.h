@@ -2,6 +2,7 @@
 
 #include <kestrixkit/foundation/KXDelayedCall.h>
 #include <kestrixkit/foundation/KXNotificationCenter.h>
+#include <kestrixkit/foundation/KXWeakDelegate.h>
 #include <kestrixkit/messages/KXMessage.h>
 #include <kestrixkit/messages/views/KXMessageView.h>
 #include <kestrixkit/toolkit/KXViewController.h>
@@ -31,8 +32,8 @@ public:
     explicit KXMessageCenterViewController(QObject *parent = nullptr);
     ~KXMessageCenterViewController() override;
 
-    [[nodiscard]] KXMessageCenterViewControllerDelegate *delegate() const;
-    void setDelegate(KXMessageCenterViewControllerDelegate *delegate);
+    [[nodiscard]] KXMessageCenterViewControllerDelegate *delegate() const { return m_delegate.get(); }
+    void setDelegate(KXMessageCenterViewControllerDelegate *delegate) { m_delegate.set(delegate); }
 
     /// nullptr until the view is loaded.
     [[nodiscard]] KXMessageView *messageView() const { return m_messageView; }
@@ -63,9 +64,7 @@ private:
     QPointer<KXMessageView> m_messageView;
     QPointer<KXPopoverController> m_messageDetailsPopover;
     KXDelayedCall m_clearTimer { this };
-    KXMessageCenterViewControllerDelegate *m_delegate = nullptr;
-    QPointer<QObject> m_delegateObject;
-    bool m_delegateIsObject = false;
+    KXWeakDelegate<KXMessageCenterViewControllerDelegate> m_delegate;
     KXNotificationToken m_posts;
     KXNotificationToken m_theme;
 };

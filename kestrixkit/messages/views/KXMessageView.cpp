@@ -129,18 +129,6 @@ KXMessageView::~KXMessageView()
     delete std::exchange(m_messageButton, nullptr); // what is anchored to it closes while the strip is whole
 }
 
-KXMessageViewDelegate *KXMessageView::delegate() const
-{
-    return m_delegateIsObject && !m_delegateObject ? nullptr : m_delegate;
-}
-
-void KXMessageView::setDelegate(KXMessageViewDelegate *delegate)
-{
-    m_delegate = delegate;
-    m_delegateObject = dynamic_cast<QObject *>(delegate);
-    m_delegateIsObject = m_delegateObject;
-}
-
 void KXMessageView::setMessage(const QString &message)
 {
     m_message = message;

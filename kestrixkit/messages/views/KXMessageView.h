@@ -5,6 +5,7 @@
 #include <QPushButton>
 
 #include <kestrixkit/foundation/KXNotificationCenter.h>
+#include <kestrixkit/foundation/KXWeakDelegate.h>
 
 class KXMessageView;
 
@@ -27,8 +28,8 @@ public:
     explicit KXMessageView(QWidget *parent = nullptr);
     ~KXMessageView() override;
 
-    [[nodiscard]] KXMessageViewDelegate *delegate() const;
-    void setDelegate(KXMessageViewDelegate *delegate);
+    [[nodiscard]] KXMessageViewDelegate *delegate() const { return m_delegate.get(); }
+    void setDelegate(KXMessageViewDelegate *delegate) { m_delegate.set(delegate); }
 
     /// Plain text. What is too long for a line and a tool tip is cut there.
     [[nodiscard]] const QString &message() const { return m_message; }
@@ -60,8 +61,6 @@ private:
     QBrush m_backgroundGradient;
     QPushButton *m_messageButton;
     QPushButton *m_hideButton;
-    KXMessageViewDelegate *m_delegate = nullptr;
-    QPointer<QObject> m_delegateObject;
-    bool m_delegateIsObject = false;
+    KXWeakDelegate<KXMessageViewDelegate> m_delegate;
     KXNotificationToken m_theme;
 };
