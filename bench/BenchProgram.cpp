@@ -6,7 +6,10 @@
 
 void BenchProgram::add(const char *name, std::function<void(benchmark::State &)> function)
 {
-    benchmark::RegisterBenchmark(name, std::move(function))->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond);
+    benchmark::RegisterBenchmark(name, std::move(function))
+        ->Iterations(1)
+        ->UseManualTime()
+        ->Unit(benchmark::kMillisecond);
 }
 
 void BenchProgram::report(benchmark::State &state, double value)

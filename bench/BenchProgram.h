@@ -1,4 +1,5 @@
-/// What the benchmark programs have in common: each benchmark runs once, in a process of its own started by scripts/bench.
+/// What the benchmark programs have in common: each benchmark runs once, in a process of its own started by
+/// scripts/bench.
 #pragma once
 
 #include <functional>
@@ -11,7 +12,8 @@ namespace BenchProgram {
 void add(const char *name, std::function<void(benchmark::State &)> function);
 /// Runs the loop of a benchmark and gives the value to the driver, in the unit that figures.json names.
 void report(benchmark::State &state, double value);
-/// Runs the benchmarks that the command line names, with an application object unless there is one. With --prepare it makes the files they need instead.
+/// Runs the benchmarks that the command line names, with an application object unless there is one. With --prepare it
+/// makes the files they need instead.
 int run(int argc, char **argv, void (*prepare)());
 
 }

@@ -24,8 +24,9 @@ constexpr int tracks = 200'000;
 constexpr int imported = 10'000;
 constexpr int edits = 20'000;
 
-const QStringList genres { u"House"_s, u"Deep House"_s, u"Tech House"_s, u"Techno"_s, u"Minimal"_s, u"Trance"_s, u"Drum & Bass"_s,
-    u"Breaks"_s, u"Electro"_s, u"Ambient"_s, u"Dub"_s, u"Disco"_s, u"Hip-Hop"_s, u"Downtempo"_s, u"Hardcore"_s, u"Garage"_s };
+const QStringList genres { u"House"_s, u"Deep House"_s, u"Tech House"_s, u"Techno"_s, u"Minimal"_s, u"Trance"_s,
+    u"Drum & Bass"_s, u"Breaks"_s, u"Electro"_s, u"Ambient"_s, u"Dub"_s, u"Disco"_s, u"Hip-Hop"_s, u"Downtempo"_s,
+    u"Hardcore"_s, u"Garage"_s };
 
 double cpuSeconds()
 {
@@ -43,7 +44,8 @@ KXManagedObjectModel::Ref countsModel()
 KXManagedObjectContext::Ref openCounts(const QString &path)
 {
     KXError error;
-    const auto coordinator = KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(QUrl::fromLocalFile(path), countsModel(), &error);
+    const auto coordinator = KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(
+        QUrl::fromLocalFile(path), countsModel(), &error);
     if (!coordinator) {
         std::fprintf(stderr, "%s\n", qPrintable(error.localizedDescription()));
         std::exit(1);
@@ -53,8 +55,8 @@ KXManagedObjectContext::Ref openCounts(const QString &path)
 
 QString countsPath() { return BenchLibrary::emptyStorePath().chopped(8) + u"counts-200k.db"_s; }
 
-KXRef<KXRangeFilter> makeRange(KXManagedObjectContext &context, const KXRef<KXFilterSet> &set, const QString &path, std::optional<double> from,
-    std::optional<double> to, KXPredicateOperator upper)
+KXRef<KXRangeFilter> makeRange(KXManagedObjectContext &context, const KXRef<KXFilterSet> &set, const QString &path,
+    std::optional<double> from, std::optional<double> to, KXPredicateOperator upper)
 {
     const auto filter = KXRangeFilter::createInContext(context);
     filter->setLocalValuePredicateKeyPath(path);
@@ -84,7 +86,8 @@ void makePresets(KXManagedObjectContext &context)
         if (rule.hasBpm)
             makeRange(context, set, u"bpm"_s, rule.bpmFrom, rule.bpmTo, KXPredicateOperator::LessThan);
         if (rule.hasYear)
-            makeRange(context, set, u"year"_s, double(rule.yearFrom), double(rule.yearTo), KXPredicateOperator::LessThan);
+            makeRange(
+                context, set, u"year"_s, double(rule.yearFrom), double(rule.yearTo), KXPredicateOperator::LessThan);
         if (rule.hasRating)
             makeRange(context, set, u"rating"_s, double(rule.ratingFrom), {}, KXPredicateOperator::LessThan);
         if (rule.hasPlays)
@@ -147,13 +150,16 @@ std::vector<hand::Row> handRows(const QString &path)
     sqlite3 *database = nullptr;
     sqlite3_stmt *statement = nullptr;
     if (sqlite3_open_v2(path.toUtf8(), &database, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX, nullptr) != SQLITE_OK
-        || sqlite3_prepare_v2(database, "SELECT bpm, energy, year, rating, plays, genre FROM \"Track\" ORDER BY kx_id", -1, &statement, nullptr) != SQLITE_OK)
+        || sqlite3_prepare_v2(database, "SELECT bpm, energy, year, rating, plays, genre FROM \"Track\" ORDER BY kx_id",
+               -1, &statement, nullptr)
+            != SQLITE_OK)
         std::exit(1);
     std::vector<hand::Row> rows;
     while (sqlite3_step(statement) == SQLITE_ROW) {
-        rows.push_back({ sqlite3_column_double(statement, 0), sqlite3_column_double(statement, 1), sqlite3_column_int64(statement, 2),
-            sqlite3_column_int64(statement, 3), sqlite3_column_int64(statement, 4),
-            uint32_t(genres.indexOf(QString::fromUtf8(reinterpret_cast<const char *>(sqlite3_column_text(statement, 5))))) });
+        rows.push_back({ sqlite3_column_double(statement, 0), sqlite3_column_double(statement, 1),
+            sqlite3_column_int64(statement, 2), sqlite3_column_int64(statement, 3), sqlite3_column_int64(statement, 4),
+            uint32_t(genres.indexOf(
+                QString::fromUtf8(reinterpret_cast<const char *>(sqlite3_column_text(statement, 5))))) });
     }
     sqlite3_finalize(statement);
     sqlite3_close(database);
@@ -202,7 +208,8 @@ QByteArray handSQL(const hand::Rule &rule)
     if (rule.hasBpm)
         parts += "bpm >= " + QByteArray::number(rule.bpmFrom) + " AND bpm < " + QByteArray::number(rule.bpmTo);
     if (rule.hasYear)
-        parts += "year >= " + QByteArray::number(qint64(rule.yearFrom)) + " AND year < " + QByteArray::number(qint64(rule.yearTo));
+        parts += "year >= " + QByteArray::number(qint64(rule.yearFrom)) + " AND year < "
+            + QByteArray::number(qint64(rule.yearTo));
     if (rule.hasRating)
         parts += "rating >= " + QByteArray::number(qint64(rule.ratingFrom));
     if (rule.hasPlays)
@@ -226,7 +233,8 @@ void coldPeer(benchmark::State &state)
     hand::Counts counts {};
     const double start = cpuSeconds();
     sqlite3 *database = nullptr;
-    if (sqlite3_open_v2(countsPath().toUtf8(), &database, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX, nullptr) != SQLITE_OK)
+    if (sqlite3_open_v2(countsPath().toUtf8(), &database, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX, nullptr)
+        != SQLITE_OK)
         return state.SkipWithError("no store");
     sqlite3_exec(database, "PRAGMA cache_size=-32768", nullptr, nullptr, nullptr);
     for (size_t i = 0; i < hand::Rules; ++i) {
@@ -268,7 +276,7 @@ void scanPeer(benchmark::State &state)
 }
 
 /// Tempos that some tracks get one after the other.
-template<typename Change> double timeOfEdits(KXManagedObjectContext &context, Change &&change)
+template <typename Change> double timeOfEdits(KXManagedObjectContext &context, Change &&change)
 {
     const KXFetchedList all = context.fetch(KXFetchRequest(u"Track"_s).setFetchLimit(1000));
     std::vector<KXRef<BenchTrack>> held;
@@ -290,9 +298,9 @@ template<typename Change> double timeOfEdits(KXManagedObjectContext &context, Ch
 void changeOurs(benchmark::State &state)
 {
     const auto plain = openCounts(BenchLibrary::scratchCopy(countsPath()));
-    const double without = timeOfEdits(*plain, [](const BenchTrack &, double, double) { });
+    const double without = timeOfEdits(*plain, [](const BenchTrack &, double, double) {});
     Live live(BenchLibrary::scratchCopy(countsPath()));
-    const double with = timeOfEdits(*live.context, [](const BenchTrack &, double, double) { });
+    const double with = timeOfEdits(*live.context, [](const BenchTrack &, double, double) {});
     hand::Counts now = countsOf(live.counts, *live.context);
     live.counts.liveCounts().recount();
     if (now != countsOf(live.counts, *live.context) || now == rightCounts())
@@ -306,7 +314,8 @@ void changePeer(benchmark::State &state)
     hand::Counts counts = rightCounts();
     std::vector<std::pair<hand::Row, hand::Row>> changes;
     timeOfEdits(*context, [&](const BenchTrack &track, double before, double after) {
-        hand::Row row { before, track.energy(), track.year(), track.rating(), track.plays(), uint32_t(genres.indexOf(track.genre())) };
+        hand::Row row { before, track.energy(), track.year(), track.rating(), track.plays(),
+            uint32_t(genres.indexOf(track.genre())) };
         hand::Row changed = row;
         changed.bpm = after;
         changes.emplace_back(row, changed);
@@ -321,9 +330,12 @@ void changePeer(benchmark::State &state)
 
 double timeOfImport(KXManagedObjectContext &context)
 {
-    const auto background = KXManagedObjectContext::contextWithPersistentStoreCoordinator(context.persistentStoreCoordinator());
-    const auto token = KXNotificationCenter::defaultCenter().addObserver(QString(KXManagedObjectContextDidSaveNotification), background.get(),
-        [&context](const KXNotification &saved) { context.mergeChangesFromStoreChange(*saved.payloadAs<std::shared_ptr<const KXStoreChange>>()); });
+    const auto background
+        = KXManagedObjectContext::contextWithPersistentStoreCoordinator(context.persistentStoreCoordinator());
+    const auto token = KXNotificationCenter::defaultCenter().addObserver(
+        QString(KXManagedObjectContextDidSaveNotification), background.get(), [&context](const KXNotification &saved) {
+            context.mergeChangesFromStoreChange(*saved.payloadAs<std::shared_ptr<const KXStoreChange>>());
+        });
     BenchLibrary::Source source(77);
     const double start = cpuSeconds();
     for (int i = 0; i < imported; i += 2'000)

@@ -57,13 +57,14 @@ double statusMiB(const char *key)
 void migrateOurs(const QString &path)
 {
     KXError error;
-    if (!KXPersistentStoreCoordinator::migrateURL(QUrl::fromLocalFile(path), BenchLibrary::model(true), newModel(), &error)) {
+    if (!KXPersistentStoreCoordinator::migrateURL(
+            QUrl::fromLocalFile(path), BenchLibrary::model(true), newModel(), &error)) {
         std::fprintf(stderr, "%s\n", qPrintable(error.localizedDescription()));
         std::exit(1);
     }
 }
 
-template<typename Work> void timed(benchmark::State &state, Work &&work)
+template <typename Work> void timed(benchmark::State &state, Work &&work)
 {
     const QString path = BenchLibrary::scratchCopy(BenchLibrary::storePath(true));
     const double start = cpuSeconds();

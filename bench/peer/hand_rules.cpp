@@ -2,18 +2,19 @@
 
 namespace {
 
-template<int... N> void countRow(const hand::Row &row, hand::Counts &counts, std::integer_sequence<int, N...>)
+template <int... N> void countRow(const hand::Row &row, hand::Counts &counts, std::integer_sequence<int, N...>)
 {
     ((counts[N] += hand::fits<N>(row)), ...);
 }
 
-template<int N> void changeOne(const hand::Row &before, const hand::Row &after, hand::Counts &counts)
+template <int N> void changeOne(const hand::Row &before, const hand::Row &after, hand::Counts &counts)
 {
     if constexpr (hand::rules[N].hasBpm)
         counts[N] += int(hand::fits<N>(after)) - int(hand::fits<N>(before));
 }
 
-template<int... N> void changeAll(const hand::Row &before, const hand::Row &after, hand::Counts &counts, std::integer_sequence<int, N...>)
+template <int... N>
+void changeAll(const hand::Row &before, const hand::Row &after, hand::Counts &counts, std::integer_sequence<int, N...>)
 {
     (changeOne<N>(before, after, counts), ...);
 }

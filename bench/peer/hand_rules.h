@@ -1,6 +1,6 @@
-/// 500 rules over tracks, as somebody would compile them by hand: each with its bounds as constants, over an array of plain
-/// structs in which genres are numbers from 0 to 15. The peer of the benchmarks of live counts, and the table from which
-/// the same presets are made.
+/// 500 rules over tracks, as somebody would compile them by hand: each with its bounds as constants, over an array of
+/// plain structs in which genres are numbers from 0 to 15. The peer of the benchmarks of live counts, and the table
+/// from which the same presets are made.
 #pragma once
 
 #include <array>
@@ -61,7 +61,7 @@ constexpr std::array<Rule, Rules> rules = [] {
 }();
 
 /// Whether rule N lets the row in.
-template<int N> inline bool fits(const Row &row)
+template <int N> inline bool fits(const Row &row)
 {
     constexpr Rule rule = rules[N];
     if constexpr (rule.hasBpm) {

@@ -21,7 +21,8 @@ void bindText(sqlite3_stmt *statement, int index, const QString &text)
 
 QString text(sqlite3_stmt *statement, int column)
 {
-    return QString::fromUtf8(reinterpret_cast<const char *>(sqlite3_column_text(statement, column)), sqlite3_column_bytes(statement, column));
+    return QString::fromUtf8(reinterpret_cast<const char *>(sqlite3_column_text(statement, column)),
+        sqlite3_column_bytes(statement, column));
 }
 
 std::unique_ptr<Row> read(sqlite3_stmt *statement)
@@ -44,13 +45,15 @@ std::unique_ptr<Row> read(sqlite3_stmt *statement)
     return row;
 }
 
-constexpr const char *columns = "kx_id, kx_version, title, artist, album, genre, comment, year, rating, plays, bpm, duration, gain, energy";
+constexpr const char *columns
+    = "kx_id, kx_version, title, artist, album, genre, comment, year, rating, plays, bpm, duration, gain, energy";
 
 }
 
 Database::Database(const QString &path)
 {
-    if (sqlite3_open_v2(path.toUtf8().constData(), &m_database, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr) != SQLITE_OK)
+    if (sqlite3_open_v2(path.toUtf8().constData(), &m_database, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr)
+        != SQLITE_OK)
         fail(m_database);
     exec("PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL; PRAGMA cache_size=-32768; PRAGMA temp_store=MEMORY");
     sqlite3_wal_autocheckpoint(m_database, 16 << 10);
@@ -75,7 +78,8 @@ void Database::exec(const char *sql)
 void Database::insert(const Rows &rows)
 {
     exec("BEGIN IMMEDIATE");
-    sqlite3_stmt *statement = prepare((std::string("INSERT INTO Track(") + columns + ") VALUES(?,1,?,?,?,?,?,?,?,?,?,?,?,?)").c_str());
+    sqlite3_stmt *statement
+        = prepare((std::string("INSERT INTO Track(") + columns + ") VALUES(?,1,?,?,?,?,?,?,?,?,?,?,?,?)").c_str());
     for (const auto &row : rows) {
         sqlite3_bind_int64(statement, 1, row->id);
         bindText(statement, 2, row->track.title);
@@ -126,7 +130,8 @@ Rows Database::byId(const std::vector<qint64> &ids)
 void Database::updateBpm(const Rows &rows)
 {
     exec("BEGIN IMMEDIATE");
-    sqlite3_stmt *statement = prepare("UPDATE Track SET bpm = ?, kx_version = kx_version + 1 WHERE kx_id = ? AND kx_version = ?");
+    sqlite3_stmt *statement
+        = prepare("UPDATE Track SET bpm = ?, kx_version = kx_version + 1 WHERE kx_id = ? AND kx_version = ?");
     for (const auto &row : rows) {
         row->track.bpm += 1;
         sqlite3_bind_double(statement, 1, row->track.bpm);

@@ -24,10 +24,12 @@ QString benchFolder()
 
 PlainTrack BenchLibrary::Source::next()
 {
-    static const QString genres[] = { u"House"_s, u"Deep House"_s, u"Tech House"_s, u"Techno"_s, u"Minimal"_s, u"Trance"_s, u"Drum & Bass"_s,
-        u"Breaks"_s, u"Electro"_s, u"Ambient"_s, u"Dub"_s, u"Disco"_s, u"Hip-Hop"_s, u"Downtempo"_s, u"Hardcore"_s, u"Garage"_s };
-    static const QString words[] = { u"Night"_s, u"Signal"_s, u"Velvet"_s, u"Machine"_s, u"Ocean"_s, u"Mirror"_s, u"Über"_s, u"Static"_s,
-        u"Garden"_s, u"Nova"_s, u"Echo"_s, u"Paper"_s, u"Amber"_s, u"Circuit"_s, u"Saudade"_s, u"North"_s };
+    static const QString genres[] = { u"House"_s, u"Deep House"_s, u"Tech House"_s, u"Techno"_s, u"Minimal"_s,
+        u"Trance"_s, u"Drum & Bass"_s, u"Breaks"_s, u"Electro"_s, u"Ambient"_s, u"Dub"_s, u"Disco"_s, u"Hip-Hop"_s,
+        u"Downtempo"_s, u"Hardcore"_s, u"Garage"_s };
+    static const QString words[]
+        = { u"Night"_s, u"Signal"_s, u"Velvet"_s, u"Machine"_s, u"Ocean"_s, u"Mirror"_s, u"Über"_s, u"Static"_s,
+              u"Garden"_s, u"Nova"_s, u"Echo"_s, u"Paper"_s, u"Amber"_s, u"Circuit"_s, u"Saudade"_s, u"North"_s };
     const auto word = [&] { return words[m_random() % std::size(words)]; };
     const auto number = [&](int below) { return int(m_random() % uint(below)); };
     PlainTrack track;
@@ -35,7 +37,9 @@ PlainTrack BenchLibrary::Source::next()
     track.artist = word() + u' ' + QString::number(number(20'000));
     track.album = word() + u' ' + word() + u' ' + QString::number(number(80'000));
     track.genre = genres[number(int(std::size(genres)))];
-    track.comment = number(3) ? QString() : u"Bought in "_s + QString::number(2000 + number(26)) + u", plays well after "_s + word();
+    track.comment = number(3)
+        ? QString()
+        : u"Bought in "_s + QString::number(2000 + number(26)) + u", plays well after "_s + word();
     track.year = 1970 + number(56);
     track.rating = number(6);
     track.plays = number(300);
@@ -89,7 +93,8 @@ QString BenchLibrary::emptyStorePath() { return benchFolder() + u"/empty.db"_s; 
 KXManagedObjectContext::Ref BenchLibrary::open(const QString &path, bool indexed)
 {
     KXError error;
-    const auto coordinator = KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(QUrl::fromLocalFile(path), model(indexed), &error);
+    const auto coordinator = KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(
+        QUrl::fromLocalFile(path), model(indexed), &error);
     if (!coordinator) {
         std::fprintf(stderr, "%s\n", qPrintable(error.localizedDescription()));
         std::exit(1);

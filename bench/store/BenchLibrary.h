@@ -41,7 +41,10 @@ inline constexpr int Rows = 1'000'000;
 class Source
 {
 public:
-    explicit Source(quint32 seed = 1) : m_random(seed) { }
+    explicit Source(quint32 seed = 1)
+        : m_random(seed)
+    {
+    }
     PlainTrack next();
 
 private:

@@ -1,4 +1,5 @@
-// What the main thread feels of background work: wall time, because several threads work. The peer is the same work alone.
+// What the main thread feels of background work: wall time, because several threads work. The peer is the same work
+// alone.
 
 #include <algorithm>
 #include <atomic>
@@ -21,7 +22,8 @@ constexpr int fetchedRows = 100;
 class Meanwhile
 {
 public:
-    template<typename Work> Meanwhile(const KXManagedObjectContext::Ref &beside, Work work)
+    template <typename Work>
+    Meanwhile(const KXManagedObjectContext::Ref &beside, Work work)
         : m_thread([this, coordinator = beside->persistentStoreCoordinator(), work = std::move(work)]() mutable {
             const auto context = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
             while (!m_end) {
@@ -46,9 +48,9 @@ private:
     std::thread m_thread;
 };
 
-/// Milliseconds of each sample, sorted. Between them the main thread rests for a while, now shorter, now longer, as it does
-/// between two of a user's actions.
-template<typename Work> std::vector<double> timesOf(Work &&work)
+/// Milliseconds of each sample, sorted. Between them the main thread rests for a while, now shorter, now longer, as it
+/// does between two of a user's actions.
+template <typename Work> std::vector<double> timesOf(Work &&work)
 {
     using Clock = std::chrono::steady_clock;
     std::mt19937 random(11);
@@ -76,17 +78,17 @@ void save(benchmark::State &state, bool importing)
     if (importing) {
         import.emplace(context, [source = BenchLibrary::Source(3), random = std::mt19937(5)](KXManagedObjectContext &other) mutable {
             BenchLibrary::insert(other, source, 1'500 + int(random() % 501));
-        });
-    }
-    const int roundsBefore = import ? import->rounds() : 0;
-    bool saved = true;
-    const std::vector<double> times = timesOf([&](int i) {
-        tracks[size_t(i)]->setPlays(tracks[size_t(i)]->plays() + 1);
-        saved &= context->save();
     });
-    if (!saved || (import && import->rounds() < roundsBefore + 10))
-        return state.SkipWithError("not saved, or no import went on");
-    BenchProgram::report(state, times[samples * 95 / 100]);
+}
+const int roundsBefore = import ? import->rounds() : 0;
+bool saved = true;
+const std::vector<double> times = timesOf([&](int i) {
+    tracks[size_t(i)]->setPlays(tracks[size_t(i)]->plays() + 1);
+    saved &= context->save();
+});
+if (!saved || (import && import->rounds() < roundsBefore + 10))
+    return state.SkipWithError("not saved, or no import went on");
+BenchProgram::report(state, times[samples * 95 / 100]);
 }
 
 void fetch(benchmark::State &state, bool counting)
@@ -106,8 +108,10 @@ void fetch(benchmark::State &state, bool counting)
     const std::vector<double> times = timesOf([&](int i) {
         // Each time other rows, none of them in memory.
         const auto predicate = KXPredicate::predicateWithFormat("bpm >= %@", 60 + i * 0.65);
-        const KXFetchedList list = context->fetch(
-            KXFetchRequest(u"Track"_s, predicate).setSortDescriptors({ { u"bpm"_s, true } }).setFetchLimit(fetchedRows).setFetchBatchSize(fetchedRows));
+        const KXFetchedList list = context->fetch(KXFetchRequest(u"Track"_s, predicate)
+                                                      .setSortDescriptors({ { u"bpm"_s, true } })
+                                                      .setFetchLimit(fetchedRows)
+                                                      .setFetchBatchSize(fetchedRows));
         for (const auto &track : list)
             sum += BenchTrack::cast(track)->duration();
         rows += list.size();
@@ -117,7 +121,6 @@ void fetch(benchmark::State &state, bool counting)
         return state.SkipWithError("not fetched, or no count went on");
     BenchProgram::report(state, times[samples / 2]);
 }
-
 }
 
 int main(int argc, char **argv)

@@ -50,16 +50,17 @@ public:
             tracks.push_back(all.as<BenchTrack>(m_places[size_t(i)]));
             m_before.push_back(tracks.back()->bpm());
         }
-        m_didChange = KXNotificationCenter::defaultCenter().addObserver(QString(KXManagedObjectContextObjectsDidChangeNotification), m_context.get(),
+        m_didChange = KXNotificationCenter::defaultCenter().addObserver(
+            QString(KXManagedObjectContextObjectsDidChangeNotification), m_context.get(),
             [this](const KXNotification &notification) {
                 const auto *did = notification.payloadAs<KXObjectsDidChange>();
                 m_announced += did->refreshed.size() + did->updated.size();
             });
     }
 
-    /// The median of the main thread's times for `work`, each after another thread saved 10,000 objects: all that are held and
-    /// 9,000 others, or 10,000 others. `afterwards` is not timed.
-    template<typename Work, typename Afterwards> double median(bool savesHeld, Work &&work, Afterwards &&afterwards)
+    /// The median of the main thread's times for `work`, each after another thread saved 10,000 objects: all that are
+    /// held and 9,000 others, or 10,000 others. `afterwards` is not timed.
+    template <typename Work, typename Afterwards> double median(bool savesHeld, Work &&work, Afterwards &&afterwards)
     {
         const std::span places = std::span(m_places).subspan(savesHeld ? 0 : storedRows - savedRows, savedRows);
         std::vector<double> times;
@@ -97,7 +98,8 @@ private:
     std::shared_ptr<const KXStoreChange> saveElsewhere(std::span<const int> places) const
     {
         std::shared_ptr<const KXStoreChange> saved;
-        const auto token = m_context->persistentStoreCoordinator()->addChangeObserver([&saved](const auto &change) { saved = change; });
+        const auto token = m_context->persistentStoreCoordinator()->addChangeObserver(
+            [&saved](const auto &change) { saved = change; });
         std::thread([&] {
             const auto context = otherContext();
             const KXFetchedList all = BenchTrack::findAllInContext(*context);
@@ -121,7 +123,8 @@ private:
 void mergeOurs(benchmark::State &state)
 {
     Held held;
-    const double seconds = held.median(true, [&held](const auto &change) { held.context().mergeChangesFromStoreChange(change); }, [] { });
+    const double seconds = held.median(
+        true, [&held](const auto &change) { held.context().mergeChangesFromStoreChange(change); }, [] {});
     if (!held.changedEachRound())
         return state.SkipWithError("not merged");
     BenchProgram::report(state, seconds * 1e3);

@@ -24,7 +24,7 @@ double cpuSeconds()
     return double(time.tv_sec) + double(time.tv_nsec) * 1e-9;
 }
 
-template<typename Work> void timed(benchmark::State &state, Work &&work)
+template <typename Work> void timed(benchmark::State &state, Work &&work)
 {
     for (auto _ : state) {
         malloc_trim(0);
@@ -90,7 +90,8 @@ void fetchOurs(benchmark::State &state)
     BenchLibrary::Source source;
     for (const auto &track : kept) {
         const PlainTrack plain = source.next();
-        if (track->title() != plain.title || track->comment() != plain.comment || track->bpm() != plain.bpm || track->year() != plain.year)
+        if (track->title() != plain.title || track->comment() != plain.comment || track->bpm() != plain.bpm
+            || track->year() != plain.year)
             state.SkipWithError("wrong values");
     }
     if (kept.size() != BenchLibrary::Rows)
@@ -166,7 +167,8 @@ void updatePeer(benchmark::State &state)
 void countOurs(benchmark::State &state, bool indexed)
 {
     const auto context = BenchLibrary::open(BenchLibrary::storePath(indexed), indexed);
-    const auto predicate = KXPredicate::predicateWithFormat("bpm BETWEEN {%@, %@} AND genre IN %@", 120.0, 124.0, countedGenres);
+    const auto predicate
+        = KXPredicate::predicateWithFormat("bpm BETWEEN {%@, %@} AND genre IN %@", 120.0, 124.0, countedGenres);
     qint64 number = context->countForEntity(u"Track"_s, predicate);
     timed(state, [&] {
         for (int i = 0; i < 5; ++i)
@@ -208,7 +210,10 @@ void rowBytes(benchmark::State &state)
 {
     const auto context = BenchLibrary::open(BenchLibrary::storePath(false));
     (void)BenchTrack::findAllInContext(*context); // fills the connection's cache of pages
-    const auto heap = [] { const struct mallinfo2 info = mallinfo2(); return info.uordblks + info.hblkhd; };
+    const auto heap = [] {
+        const struct mallinfo2 info = mallinfo2();
+        return info.uordblks + info.hblkhd;
+    };
     const size_t before = heap();
     const KXFetchedList list = BenchTrack::findAllInContext(*context);
     BenchProgram::report(state, double(heap() - before) / double(list.size()));
@@ -218,7 +223,10 @@ void objectBytes(benchmark::State &state)
 {
     const auto context = BenchLibrary::open(BenchLibrary::storePath(false));
     const KXFetchedList list = BenchTrack::findAllInContext(*context);
-    const auto heap = [] { const struct mallinfo2 info = mallinfo2(); return info.uordblks + info.hblkhd; };
+    const auto heap = [] {
+        const struct mallinfo2 info = mallinfo2();
+        return info.uordblks + info.hblkhd;
+    };
     std::vector<KXRef<BenchTrack>> kept(size_t(list.size()), nullptr);
     for (qsizetype i = 0; i < 1000; ++i)
         (void)list.at(i); // fills the connection's cache
@@ -230,7 +238,8 @@ void objectBytes(benchmark::State &state)
     std::vector<QString> texts(5 * kept.size());
     const size_t without = heap();
     for (size_t i = 0; i < kept.size(); ++i) {
-        const QString fields[] = { kept[i]->title(), kept[i]->artist(), kept[i]->album(), kept[i]->genre(), kept[i]->comment() };
+        const QString fields[]
+            = { kept[i]->title(), kept[i]->artist(), kept[i]->album(), kept[i]->genre(), kept[i]->comment() };
         for (size_t j = 0; j < 5; ++j)
             texts[5 * i + j] = QString(fields[j].constData(), fields[j].size());
     }

@@ -16,8 +16,7 @@ namespace {
 
 const KXThemeColours &styleColours()
 {
-    if (const auto *const theme
-        = dynamic_cast<const KXStandardTheme *>(KXThemeManager::sharedManager().theme().get()))
+    if (const auto *const theme = dynamic_cast<const KXStandardTheme *>(KXThemeManager::sharedManager().theme().get()))
         return theme->colours();
     static const KXDarkTheme dark; // where nothing was applied, as in tests of a table alone
     return dark.colours();

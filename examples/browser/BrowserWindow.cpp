@@ -322,8 +322,7 @@ void BrowserWindow::showPicked(
     const KXRef<KXFilterSetPreset> &preset, const KXPredicate &predicate, const QString &title)
 {
     m_sources->presets()->selectItem(preset.get());
-    KXMainQueue::async(
-        this, [this, predicate, title] { showPreset(predicate, title, tr("No music in this preset")); });
+    KXMainQueue::async(this, [this, predicate, title] { showPreset(predicate, title, tr("No music in this preset")); });
 }
 
 // Importing
@@ -375,8 +374,8 @@ void BrowserWindow::showSummary()
         reasons.append(u"%1: %2"_s.arg(file.file, file.reason));
     }
     m_summary->setToolTip(reasons.join(u'\n'));
-    m_emptyText->setText(m_model->isFiltered() && !m_emptyReason.isEmpty() ? m_emptyReason
-                                                                           : tr("No music in the library yet"));
+    m_emptyText->setText(
+        m_model->isFiltered() && !m_emptyReason.isEmpty() ? m_emptyReason : tr("No music in the library yet"));
     m_emptyText->setVisible(tracks == 0 && !m_import);
 }
 

@@ -21,8 +21,8 @@ class QPushButton;
 class SourceColumn;
 class TrackTableView;
 
-/// The library's window: its places and presets to the left, the tracks of what is selected there in a sortable table, a
-/// summary above and the import's progress below.
+/// The library's window: its places and presets to the left, the tracks of what is selected there in a sortable table,
+/// a summary above and the import's progress below.
 ///
 /// Imports run in the background; the table follows what they save row by row, so that tracks show up as they are
 /// found. Ratings, comments and names of genres can be edited and that be undone; closing saves.
@@ -58,8 +58,7 @@ private:
     void rateSelected(int stars);
     void editComment();
     void renameGenre();
-    void showPicked(
-        const KXRef<KXFilterSetPreset> &preset, const KXPredicate &predicate, const QString &title);
+    void showPicked(const KXRef<KXFilterSetPreset> &preset, const KXPredicate &predicate, const QString &title);
     void showPreset(const KXPredicate &predicate, const QString &title, const QString &emptyText = {});
     [[nodiscard]] QList<KXRef<Track>> selectedTracks() const;
     /// Of the current track, in the order of their names.

@@ -75,8 +75,7 @@ void PresetCommands::update()
     duplicate->setEnabled(copy->isEnabled());
     // Presets of another library cannot be copied from here.
     const KXTreeController *const tree = m_list->treeController();
-    paste->setEnabled(
-        Editing::canPaste(presets.value(0)) && tree && !Editing::presetsOnPasteboard(*tree).isEmpty());
+    paste->setEnabled(Editing::canPaste(presets.value(0)) && tree && !Editing::presetsOnPasteboard(*tree).isEmpty());
     rename->setEnabled(presets.size() == 1 && presets.first()->isOverwritable());
     remove->setEnabled(
         std::any_of(presets.begin(), presets.end(), [](const auto &preset) { return preset->isDeletable(); }));

@@ -57,14 +57,16 @@ QJsonObject verdictOf(const KXFilterSetExplanation::Verdict &verdict)
 
 void reportChildren(const KXLivePresetCounts &counts, const KXRef<KXFilterSetPreset> &folder, QJsonArray &presets)
 {
-    for (const KXRef<KXFilterSetPreset> &preset : Presets::children(*counts.liveCounts().managedObjectContext(), folder)) {
+    for (const KXRef<KXFilterSetPreset> &preset :
+        Presets::children(*counts.liveCounts().managedObjectContext(), folder)) {
         if (preset->isFolder()) {
             reportChildren(counts, preset, presets);
             continue;
         }
         const KXPredicate own = counts.liveCounts().predicate(KXLivePresetCounts::identifierOf(*preset));
         presets.append(QJsonObject { { u"path"_s, Presets::path(*preset) },
-            { u"predicate"_s, KXPredicate::andPredicate({ Presets::base(), own }).predicateFormat() }, { u"count"_s, counts.count(*preset).value_or(-1) } });
+            { u"predicate"_s, KXPredicate::andPredicate({ Presets::base(), own }).predicateFormat() },
+            { u"count"_s, counts.count(*preset).value_or(-1) } });
     }
 }
 
@@ -72,7 +74,8 @@ void reportChildren(const KXLivePresetCounts &counts, const KXRef<KXFilterSetPre
 
 KXPredicate Presets::base() { return KXPredicate::predicateWithFormat("missing == FALSE"); }
 
-KXLivePresetCounts::Place Presets::place(const KXManagedObjectContext::Ref &context, std::shared_ptr<const KXFilterSetMapper> mapper)
+KXLivePresetCounts::Place Presets::place(
+    const KXManagedObjectContext::Ref &context, std::shared_ptr<const KXFilterSetMapper> mapper)
 {
     return { context, QString(Track::entityName), QString(contextIdentifier), { base() }, std::move(mapper) };
 }

@@ -14,19 +14,19 @@ namespace Presets {
 /// The identifier under which the browser counts.
 inline constexpr QLatin1StringView contextIdentifier { "library" };
 
-/// Makes folders and presets for the music that the library holds, where it has no presets at all, and saves them. False
-/// with an error, and without a trace, where the store takes none.
+/// Makes folders and presets for the music that the library holds, where it has no presets at all, and saves them.
+/// False with an error, and without a trace, where the store takes none.
 bool install(KXManagedObjectContext &context, KXError *error = nullptr);
 
 /// A preset of a genre's tracks or, without one, of those added lately; last on the top level. One step to undo, saved.
 /// Empty where the store takes none.
-KXRef<KXFilterSetPreset> makeOfPlace(
-    KXManagedObjectContext &context, const KXRef<Genre> &genre, const QString &title);
+KXRef<KXFilterSetPreset> makeOfPlace(KXManagedObjectContext &context, const KXRef<Genre> &genre, const QString &title);
 
 /// What holds for every track that is shown: its file is there.
 KXPredicate base();
 /// The tracks of a library, as presets are counted there.
-KXLivePresetCounts::Place place(const KXManagedObjectContext::Ref &context, std::shared_ptr<const KXFilterSetMapper> mapper = {});
+KXLivePresetCounts::Place place(
+    const KXManagedObjectContext::Ref &context, std::shared_ptr<const KXFilterSetMapper> mapper = {});
 /// The tracks of a filter set, base included; none for an empty handle.
 KXPredicate predicate(const KXRef<KXFilterSet> &set);
 

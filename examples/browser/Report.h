@@ -8,8 +8,8 @@
 namespace Report {
 
 /// {"tracks", "skipped", "genres", "notes", "presets", "store"}: tracks whose files are there, files that are none with
-/// the reason, the number of tracks of each genre, what made no sense in the tags, and each preset with its predicate and
-/// count. It depends on the music and the store alone, not on what was imported just now, but for presets by date.
+/// the reason, the number of tracks of each genre, what made no sense in the tags, and each preset with its predicate
+/// and count. It depends on the music and the store alone, not on what was imported just now, but for presets by date.
 QJsonObject ofLibrary(
     KXManagedObjectContext &context, const ImportResult &result, const std::string &folder, const QString &store);
 

@@ -304,8 +304,7 @@ void printAnswer(const Arguments &arguments, const KXPersistentStoreCoordinator:
         throw Ending { Failed, u"standard output cannot be written"_s };
 }
 
-void runWindow(
-    QApplication &application, Arguments arguments, const KXPersistentStoreCoordinator::Ref &coordinator)
+void runWindow(QApplication &application, Arguments arguments, const KXPersistentStoreCoordinator::Ref &coordinator)
 {
     BrowserStyle::apply(application);
     BrowserWindow window(coordinator);
@@ -359,9 +358,8 @@ int main(int argc, char **argv)
     QCoreApplication::setOrganizationDomain(u"kestrix.com"_s);
     QCoreApplication::setApplicationName(u"browser"_s);
     // Questions are answered on machines without a display too.
-    const bool windowless
-        = wasGiven(argc, argv, "--report") || wasGiven(argc, argv, "--query") || wasGiven(argc, argv, "--explain")
-        || wasGiven(argc, argv, "--help");
+    const bool windowless = wasGiven(argc, argv, "--report") || wasGiven(argc, argv, "--query")
+        || wasGiven(argc, argv, "--explain") || wasGiven(argc, argv, "--help");
     if (!windowless && !hasDisplay()) {
         if (!wasGiven(argc, argv, "--screenshot")) {
             std::fputs(

@@ -54,7 +54,8 @@ public:
     /// Opens the item and starts decoding it. `willStart` is called once its format is known, to make the buffer and
     /// an output ready; false cancels the decoder, although this then still answers true.
     bool start(const std::function<bool(const KXStreamFormat &)> &willStart, KXError *error = nullptr);
-    /// As above, but on a worker thread, willStart included, and without decoding: that is left to decoder()->decodeAudioData().
+    /// As above, but on a worker thread, willStart included, and without decoding: that is left to
+    /// decoder()->decodeAudioData().
     bool open(const std::function<bool(const KXStreamFormat &)> &willStart, KXError *error = nullptr);
     /// Ends decoding for good. Any thread.
     void cancel() { m_decoder->setState(KXCoreAudioFileDecoderStateCancelled); }

@@ -26,7 +26,8 @@ public:
     WaveformColumns(KXAudioFile &file, quint32 channels, qint64 framesPerColumn, const std::atomic<bool> &cancelled)
         : m_file(file)
         , m_framesPerColumn(framesPerColumn)
-        , m_chunk(quint32(std::min<qint64>(std::max<qint64>(256, waveformChunkBytes / sizeof(float) / channels), framesPerColumn)))
+        , m_chunk(quint32(
+              std::min<qint64>(std::max<qint64>(256, waveformChunkBytes / sizeof(float) / channels), framesPerColumn)))
         , m_cancelled(cancelled)
         , m_samples(size_t(channels) * m_chunk)
     {
@@ -40,7 +41,8 @@ public:
         qint64 frames = 0;
         while (frames < m_framesPerColumn && !m_cancelled) {
             quint32 got = 0;
-            const KXAudioFileStatus status = m_file.read(m_pointers.data(), quint32(std::min<qint64>(m_chunk, m_framesPerColumn - frames)), &got);
+            const KXAudioFileStatus status
+                = m_file.read(m_pointers.data(), quint32(std::min<qint64>(m_chunk, m_framesPerColumn - frames)), &got);
             if (status == KXAudioFileInvalidFileError) {
                 std::this_thread::sleep_for(waveformPatience);
                 continue;
@@ -78,7 +80,8 @@ class WaveformPart
 {
 public:
     /// From the column `first` on, `columns` of them, or to the end of the file for -1.
-    WaveformPart(const QUrl &url, const std::shared_ptr<std::atomic<bool>> &cancelled, const KXStreamFormat &format, qint64 framesPerColumn, qint64 first, qint64 columns)
+    WaveformPart(const QUrl &url, const std::shared_ptr<std::atomic<bool>> &cancelled, const KXStreamFormat &format,
+        qint64 framesPerColumn, qint64 first, qint64 columns)
         : m_first(first)
         , m_channels(format.mChannelsPerFrame)
         , m_thread([=, this] { read(url, cancelled, format, framesPerColumn, columns); })
@@ -120,13 +123,16 @@ private:
         m_changed.notify_one();
     }
 
-    void read(const QUrl &url, const std::shared_ptr<std::atomic<bool>> &cancelled, const KXStreamFormat &format, qint64 framesPerColumn, qint64 columns)
+    void read(const QUrl &url, const std::shared_ptr<std::atomic<bool>> &cancelled, const KXStreamFormat &format,
+        qint64 framesPerColumn, qint64 columns)
     {
         KXAudioFile file;
         KXStreamFormat found;
         qint64 frames = 0;
-        if (!file.openForReading(url, waveformOptions(cancelled), &found, &frames, nullptr) || found.mChannelsPerFrame != m_channels
-            || !file.useFormat(KXPlanarFloatFormat(format.mSampleRate, format.mChannelsPerFrame), nullptr) || file.seek(m_first * framesPerColumn) != KXAudioFileNoError)
+        if (!file.openForReading(url, waveformOptions(cancelled), &found, &frames, nullptr)
+            || found.mChannelsPerFrame != m_channels
+            || !file.useFormat(KXPlanarFloatFormat(format.mSampleRate, format.mChannelsPerFrame), nullptr)
+            || file.seek(m_first * framesPerColumn) != KXAudioFileNoError)
             return enter(Failed);
         enter(Reading);
         WaveformColumns reader(file, format.mChannelsPerFrame, framesPerColumn, *cancelled);
@@ -249,14 +255,16 @@ bool KXWaveformGenerator::generateWaveformPaths(KXError *error)
     return true;
 }
 
-void KXWaveformGenerator::readColumns(KXAudioFile &file, const KXStreamFormat &format, qint64 framesPerColumn, qint64 columns)
+void KXWaveformGenerator::readColumns(
+    KXAudioFile &file, const KXStreamFormat &format, qint64 framesPerColumn, qint64 columns)
 {
     // Files are divided among threads, not frames among a codec's threads: waking one for each frame costs as much as
     // decoding it. Each thread reads a run of columns through a file of its own.
     const qint64 share = (columns + m_decodingThreads - 1) / m_decodingThreads;
     std::vector<std::unique_ptr<WaveformPart>> parts;
     for (qint64 first = share; first < columns; first += share)
-        parts.push_back(std::make_unique<WaveformPart>(m_fileURL, m_cancelled, format, framesPerColumn, first, first + share < columns ? share : -1));
+        parts.push_back(std::make_unique<WaveformPart>(
+            m_fileURL, m_cancelled, format, framesPerColumn, first, first + share < columns ? share : -1));
 
     WaveformColumns own(file, format.mChannelsPerFrame, framesPerColumn, *m_cancelled);
     std::vector<float> peaks(format.mChannelsPerFrame);

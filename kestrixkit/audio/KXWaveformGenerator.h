@@ -29,8 +29,9 @@ class KXWaveformPicture;
 /// An operation for a queue, used once. It reads the file once, in pieces, so that the memory it takes does not depend
 /// on how long the file is. A file that still grows is waited for, up to a few seconds after its last change.
 ///
-/// Threads: the work is done on the operation's thread, and on as many others as it is told to use. Blocks are called on the main thread, later, and never after
-/// cancel() but for the cancel block. To be set up before it is queued; results are to be read when it is done.
+/// Threads: the work is done on the operation's thread, and on as many others as it is told to use. Blocks are called
+/// on the main thread, later, and never after cancel() but for the cancel block. To be set up before it is queued;
+/// results are to be read when it is done.
 class KX_AUDIO_EXPORT KXWaveformGenerator : public KXAbstractOperation
 {
 public:
@@ -49,7 +50,8 @@ public:
     [[nodiscard]] bool sumAllChannels() const { return m_sumAllChannels; }
     void setSumAllChannels(bool sum) { m_sumAllChannels = sum; }
 
-    /// Threads that decode at a time, each a part of the file, for whoever waits for the result. 1 at first, and at least.
+    /// Threads that decode at a time, each a part of the file, for whoever waits for the result. 1 at first, and at
+    /// least.
     void setDecodingThreads(int threads) { m_decodingThreads = std::max(1, threads); }
 
     [[nodiscard]] const ImagesBlock &successBlock() const { return m_successBlock; }

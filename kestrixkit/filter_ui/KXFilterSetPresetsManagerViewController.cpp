@@ -66,8 +66,8 @@ void KXFilterSetPresetsManagerViewController::viewDidLoad()
     }
     // The window that a popover belongs to does not get its keys.
     if (KXUndoManager *const undo = m_library->context() ? m_library->context()->undoManager() : nullptr) {
-        const std::pair<QAction *, QKeySequence> actions[] {
-            { undo->createUndoAction(view()), QKeySequence(Qt::CTRL | Qt::Key_Z) },
+        const std::pair<QAction *, QKeySequence> actions[] { { undo->createUndoAction(view()),
+                                                                 QKeySequence(Qt::CTRL | Qt::Key_Z) },
             { undo->createRedoAction(view()), QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Z) } };
         for (const auto &[action, keys] : actions) {
             action->setShortcut(keys);

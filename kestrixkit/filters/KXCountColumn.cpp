@@ -41,8 +41,9 @@ bool countIsNumber(const KXPropertyDescription &property)
 
 bool countIsWide(const KXPropertyDescription &property)
 {
-    return property.isAttribute() && (property.type() == KXAttributeType::Integer64 || property.type() == KXAttributeType::Double
-        || property.type() == KXAttributeType::Date);
+    return property.isAttribute()
+        && (property.type() == KXAttributeType::Integer64 || property.type() == KXAttributeType::Double
+            || property.type() == KXAttributeType::Date);
 }
 
 void countSetBit(KXCountBits &bits, size_t bit) { bits[bit >> 6] |= quint64(1) << (bit & 63); }
@@ -77,7 +78,8 @@ quint32 KXCountValues::numberOf(const QVariant &variant)
     case KXPredicateValue::Null:
         return 0;
     case KXPredicateValue::Text:
-        name = value.text().startsWith(QChar(countKindMark)) ? QChar(countKindMark) + u"t"_s + value.text() : value.text();
+        name = value.text().startsWith(QChar(countKindMark)) ? QChar(countKindMark) + u"t"_s + value.text()
+                                                             : value.text();
         break;
     case KXPredicateValue::Integer:
         name = QChar(countKindMark) + u"i"_s + QString::number(value.integer());
@@ -92,7 +94,8 @@ quint32 KXCountValues::numberOf(const QVariant &variant)
         name = QChar(countKindMark) + u"m"_s + QString::number(value.integer());
         break;
     default:
-        name = QChar(countKindMark) + u"o%1 %2 %3"_s.arg(value.objectKey().store).arg(value.objectKey().layout).arg(value.objectKey().key);
+        name = QChar(countKindMark)
+            + u"o%1 %2 %3"_s.arg(value.objectKey().store).arg(value.objectKey().layout).arg(value.objectKey().key);
     }
     const auto found = m_numbers.constFind(name);
     if (found != m_numbers.constEnd())
@@ -108,7 +111,9 @@ quint32 KXCountValues::numberOf(const QVariant &variant)
 
 KXCountColumn::KXCountColumn(const KXPropertyDescription &property)
     : m_property(property)
-    , m_kind(property.isRelationship() ? Kind::Relation : countIsNumber(property) ? Kind::Number : Kind::Value)
+    , m_kind(property.isRelationship()  ? Kind::Relation
+              : countIsNumber(property) ? Kind::Number
+                                        : Kind::Value)
     , m_isWide(countIsWide(property))
 {
     m_setCodes.emplace(std::string(), 0);
@@ -120,7 +125,8 @@ KXCountColumn::KXCountColumn(const KXPropertyDescription &property)
 bool KXCountColumn::canHold(const KXPropertyDescription &property)
 {
     return property.isRelationship()
-        || (!property.isTransient() && property.type() != KXAttributeType::Binary && property.type() != KXAttributeType::Variant);
+        || (!property.isTransient() && property.type() != KXAttributeType::Binary
+            && property.type() != KXAttributeType::Variant);
 }
 
 void KXCountColumn::resize(size_t rows)
@@ -179,7 +185,8 @@ quint32 KXCountColumn::codeOfValue(const QVariant &value)
 
 bool KXCountColumn::setKeys(size_t row, const std::vector<qint64> &keys)
 {
-    const auto [found, isNew] = m_setCodes.try_emplace(countBytes(keys.data(), keys.size() * sizeof(qint64)), quint32(m_sets.size()));
+    const auto [found, isNew]
+        = m_setCodes.try_emplace(countBytes(keys.data(), keys.size() * sizeof(qint64)), quint32(m_sets.size()));
     if (isNew) {
         m_sets.push_back(keys);
         if (!m_putsOff)
@@ -207,7 +214,8 @@ int KXCountColumn::path(const QStringList &rest, bool isList)
         if (m_paths[i].rest == rest)
             return int(i);
     }
-    m_paths.push_back({ rest, KXExpression::expressionForKeyPath((QStringList { u"v"_s } + rest).join(u'.')), isList, {}, {} });
+    m_paths.push_back(
+        { rest, KXExpression::expressionForKeyPath((QStringList { u"v"_s } + rest).join(u'.')), isList, {}, {} });
     if (!m_putsOff)
         readSets();
     return int(m_paths.size()) - 1;
@@ -287,7 +295,8 @@ void KXCountColumn::prepareEquality(Test &test)
     const KXPredicate &predicate = test.predicate;
     const KXPredicateOperator code = predicate.comparisonOperator();
     const bool isIn = code == KXPredicateOperator::In;
-    if (predicate.options() != 0 || !predicate.rightExpression().isConstant() || (code != KXPredicateOperator::Equal && code != KXPredicateOperator::NotEqual && !isIn))
+    if (predicate.options() != 0 || !predicate.rightExpression().isConstant()
+        || (code != KXPredicateOperator::Equal && code != KXPredicateOperator::NotEqual && !isIn))
         return;
     const QVariant &constant = predicate.rightExpression().constantValue();
     const bool isList = constant.typeId() == QMetaType::QVariantList || constant.typeId() == QMetaType::QStringList;
@@ -319,10 +328,12 @@ void KXCountColumn::prepareCuts(Test &test)
     // The first number whose value is, or is beyond, the constant; found by asking, as that is how values compare.
     const auto first = [&](const KXPredicateValue &constant, bool beyond) {
         qint64 low = isReal ? numberFromDouble(-std::numeric_limits<double>::infinity()) : absent + 1;
-        qint64 high = isReal ? numberFromDouble(std::numeric_limits<double>::infinity()) + 1 : std::numeric_limits<qint64>::max();
+        qint64 high = isReal ? numberFromDouble(std::numeric_limits<double>::infinity()) + 1
+                             : std::numeric_limits<qint64>::max();
         while (low < high) {
             const qint64 middle = std::midpoint(low, high);
-            const std::partial_ordering order = KXPredicateValue::compare(KXPredicateValue(valueOfNumber(middle)), constant);
+            const std::partial_ordering order
+                = KXPredicateValue::compare(KXPredicateValue(valueOfNumber(middle)), constant);
             if (order > 0 || (!beyond && order == 0))
                 high = middle;
             else
@@ -331,11 +342,13 @@ void KXCountColumn::prepareCuts(Test &test)
         return low;
     };
     for (const KXPredicateValue &constant : countConstants(test.predicate)) {
-        if (isDate ? constant.kind() == KXPredicateValue::Date : !isReal && constant.kind() == KXPredicateValue::Integer) {
+        if (isDate ? constant.kind() == KXPredicateValue::Date
+                   : !isReal && constant.kind() == KXPredicateValue::Integer) {
             addPoint(constant.integer());
         } else if (isReal && constant.kind() == KXPredicateValue::Real && !std::isnan(constant.real())) {
             addPoint(numberFromDouble(constant.real()));
-        } else if (!isDate && constant.isNumber() && !(constant.kind() == KXPredicateValue::Real && std::isnan(constant.real()))) {
+        } else if (!isDate && constant.isNumber()
+            && !(constant.kind() == KXPredicateValue::Real && std::isnan(constant.real()))) {
             test.cuts.push_back(first(constant, false));
             test.cuts.push_back(first(constant, true));
         }
@@ -426,7 +439,8 @@ bool KXCountColumn::holdsForNumber(const KXCountCondition &condition, qint64 num
         const Test &test = m_tests[size_t(condition.comparison)];
         if (number == absent)
             return countBit(test.holds, 0);
-        return countBit(test.holds, size_t(std::upper_bound(test.cuts.begin(), test.cuts.end(), number) - test.cuts.begin()) + 1);
+        return countBit(
+            test.holds, size_t(std::upper_bound(test.cuts.begin(), test.cuts.end(), number) - test.cuts.begin()) + 1);
     }
     case KXCountCondition::And:
         return std::all_of(condition.parts.begin(), condition.parts.end(), part);
@@ -541,7 +555,8 @@ void KXCountColumn::rebuild(size_t words)
     };
     for (auto &[slot, condition] : m_conditions)
         use(condition);
-    if (size_t(std::count_if(m_tests.begin(), m_tests.end(), [](const Test &test) { return test.isUsed; })) * 2 < m_tests.size()) {
+    if (size_t(std::count_if(m_tests.begin(), m_tests.end(), [](const Test &test) { return test.isUsed; })) * 2
+        < m_tests.size()) {
         std::vector<int> places(m_tests.size());
         std::vector<Test> kept;
         m_testNumbers.clear();
@@ -605,7 +620,8 @@ void KXCountColumn::rebuild(size_t words)
 
 quint32 KXCountColumn::classOfBits(const quint64 *bits)
 {
-    const auto [found, isNew] = m_classNumbers.try_emplace(countBytes(bits, m_words * sizeof(quint64)), quint32(m_classNumbers.size()));
+    const auto [found, isNew]
+        = m_classNumbers.try_emplace(countBytes(bits, m_words * sizeof(quint64)), quint32(m_classNumbers.size()));
     if (isNew)
         m_table.insert(m_table.end(), bits, bits + m_words);
     return found->second;

@@ -16,7 +16,8 @@
 /// A set of bits, 64 a word.
 using KXCountBits = std::vector<quint64>;
 
-/// Distinct values by numbers; 0 is the absent value. Values that a predicate could tell apart have numbers of their own.
+/// Distinct values by numbers; 0 is the absent value. Values that a predicate could tell apart have numbers of their
+/// own.
 class KXCountValues
 {
 public:
@@ -42,10 +43,10 @@ struct KXCountCondition
 
 /// One property of all counted rows, in four or eight bytes a row, and what its values mean for the rules.
 ///
-/// The values fall into few classes: numbers and dates into the segments between the constants that rules compare them with,
-/// texts and relationships into those that no rule tells apart. Each class has a row of bits, one for each slot (a rule, or
-/// a part of one): whether a row with such a value may fit the slot as far as this column goes. A row fits the slots
-/// whose bits are set in the rows of bits of all its columns.
+/// The values fall into few classes: numbers and dates into the segments between the constants that rules compare them
+/// with, texts and relationships into those that no rule tells apart. Each class has a row of bits, one for each slot
+/// (a rule, or a part of one): whether a row with such a value may fit the slot as far as this column goes. A row fits
+/// the slots whose bits are set in the rows of bits of all its columns.
 ///
 /// What a comparison means is not known here: it is asked of the predicate itself, once for each value or segment.
 class KXCountColumn
@@ -88,10 +89,7 @@ public:
     }
     /// Of a Value column: the number to set a row to, for a value that was read from the store.
     quint32 codeOfValue(const QVariant &value);
-    bool setCode(size_t row, quint32 code)
-    {
-        return std::exchange(m_narrow[row], qint32(code)) != qint32(code);
-    }
+    bool setCode(size_t row, quint32 code) { return std::exchange(m_narrow[row], qint32(code)) != qint32(code); }
     [[nodiscard]] quint32 codeAt(size_t row) const { return quint32(m_narrow[row]); }
 
     // Paths that begin with a relationship: what they reach is looked up by whoever owns the column.
@@ -106,14 +104,16 @@ public:
     [[nodiscard]] int path(const QStringList &rest, bool isList);
     [[nodiscard]] size_t pathCount() const { return m_paths.size(); }
     [[nodiscard]] const QStringList &restOfPath(size_t path) const { return m_paths[path].rest; }
-    /// Looks again at what the path reaches from the sets that hold one of the keys. Answers the sets for which that changed.
+    /// Looks again at what the path reaches from the sets that hold one of the keys. Answers the sets for which that
+    /// changed.
     std::vector<quint32> reread(size_t path, const QSet<qint64> &keys);
     /// The keys of the sets whose reading was put off.
     [[nodiscard]] std::vector<qint64> newKeys() const;
 
     // Rules.
 
-    /// A comparison of the key path "v", which stands for the column's value or what the path reaches; known ones are found.
+    /// A comparison of the key path "v", which stands for the column's value or what the path reaches; known ones are
+    /// found.
     int comparison(const KXPredicate &test, int path);
     /// The rows of bits are to be made anew before they are used.
     void setCondition(int slot, KXCountCondition condition)
@@ -127,7 +127,8 @@ public:
         m_words = 0;
     }
     [[nodiscard]] const std::map<int, KXCountCondition> &conditions() const { return m_conditions; }
-    /// Makes the rows of bits, so many words each, after conditions changed. Comparisons that no condition uses are dropped.
+    /// Makes the rows of bits, so many words each, after conditions changed. Comparisons that no condition uses are
+    /// dropped.
     void rebuild(size_t words);
     /// The classes of sets that reread() named have changed.
     void reclassify(const std::vector<quint32> &sets);
@@ -164,7 +165,10 @@ private:
         std::vector<std::vector<quint32>> numbers; ///< of the values reached from each set
     };
 
-    [[nodiscard]] size_t classAt(size_t row) const { return m_kind == Kind::Number ? segmentOf(numberAt(row)) : m_classes[codeAt(row)]; }
+    [[nodiscard]] size_t classAt(size_t row) const
+    {
+        return m_kind == Kind::Number ? segmentOf(numberAt(row)) : m_classes[codeAt(row)];
+    }
     [[nodiscard]] size_t segmentOf(qint64 number) const;
     [[nodiscard]] size_t domainSize() const;
     [[nodiscard]] QVariant valueOfNumber(qint64 number) const;

@@ -75,9 +75,8 @@ void KXCountTable::followMerge(const KXStoreChange &change)
     for (const KXEntityChange &entity : change.entities()) {
         if (!entity.entity->isKindOf(&m_entity))
             continue;
-        std::copy_if(entity.inserted.begin(), entity.inserted.end(), std::back_inserter(inserted), [&](qint64 key) {
-            return !context.registered(key) || !context.registered(key)->isDeleted();
-        });
+        std::copy_if(entity.inserted.begin(), entity.inserted.end(), std::back_inserter(inserted),
+            [&](qint64 key) { return !context.registered(key) || !context.registered(key)->isDeleted(); });
         for (const qint64 key : entity.deleted) {
             changeRow(key, [&](qint64 row) {
                 if (has(row))
@@ -119,11 +118,13 @@ void KXCountTable::setFromChange(size_t row, const KXPropertyChange &change, siz
         if (values.setValue(row, change.newValue))
             noteOrder(column, row);
     } else if (change.property->isToOne()) {
-        values.setKeys(row, change.newValue.isValid() ? std::vector<qint64> { change.newValue.toLongLong() } : std::vector<qint64>());
+        values.setKeys(row,
+            change.newValue.isValid() ? std::vector<qint64> { change.newValue.toLongLong() } : std::vector<qint64>());
     } else {
         const std::vector<qint64> &before = values.keysAt(row);
         std::vector<qint64> keys(change.added.begin(), change.added.end());
-        std::copy_if(before.begin(), before.end(), std::back_inserter(keys), [&](qint64 key) { return !change.removed.contains(key); });
+        std::copy_if(before.begin(), before.end(), std::back_inserter(keys),
+            [&](qint64 key) { return !change.removed.contains(key); });
         std::sort(keys.begin(), keys.end());
         keys.erase(std::unique(keys.begin(), keys.end()), keys.end());
         values.setKeys(row, keys);
@@ -186,7 +187,8 @@ void KXCountTable::followRelated(const KXObjectsDidChange &did)
                 if (step == 0)
                     targets.unite(changed);
                 else if (!changed.isEmpty())
-                    targets.unite(leadingTo(*column.property().destinationEntity(), rest.first(step), *entity, changed));
+                    targets.unite(
+                        leadingTo(*column.property().destinationEntity(), rest.first(step), *entity, changed));
                 const KXPropertyDescription *property = nullptr;
                 for (const KXEntityDescription *member : entity->family())
                     property = property ? property : member->property(next);
@@ -200,7 +202,8 @@ void KXCountTable::followRelated(const KXObjectsDidChange &did)
 }
 
 /// Keys of the objects of the entity's family that went or came back, or of which the property changed.
-QSet<qint64> KXCountTable::changedObjects(const KXObjectsDidChange &did, const KXEntityDescription &entity, const QString &key) const
+QSet<qint64> KXCountTable::changedObjects(
+    const KXObjectsDidChange &did, const KXEntityDescription &entity, const QString &key) const
 {
     QSet<qint64> keys;
     for (const auto *list : { &did.inserted, &did.deleted }) {
@@ -222,7 +225,8 @@ QSet<qint64> KXCountTable::changedObjects(const KXObjectsDidChange &did, const K
         keys.unite(QSet<qint64>(change.deleted.begin(), change.deleted.end()));
         keys.unite(QSet<qint64>(change.inserted.begin(), change.inserted.end()));
         for (const KXRowChange &row : change.updated) {
-            if (std::any_of(row.properties.begin(), row.properties.end(), [&](const KXPropertyChange &news) { return news.property->name() == key; }))
+            if (std::any_of(row.properties.begin(), row.properties.end(),
+                    [&](const KXPropertyChange &news) { return news.property->name() == key; }))
                 keys.insert(row.key);
         }
     }
@@ -230,11 +234,13 @@ QSet<qint64> KXCountTable::changedObjects(const KXObjectsDidChange &did, const K
 }
 
 /// Keys of the objects from which the path leads to one of those of the keys.
-QSet<qint64> KXCountTable::leadingTo(const KXEntityDescription &from, const QStringList &path, const KXEntityDescription &to, const QSet<qint64> &keys) const
+QSet<qint64> KXCountTable::leadingTo(const KXEntityDescription &from, const QStringList &path,
+    const KXEntityDescription &to, const QSet<qint64> &keys) const
 {
     QVariantList objects;
     for (const qint64 key : keys)
-        objects.append(QVariant::fromValue(KXManagedObjectID(m_context.persistentStoreCoordinator()->store()->identity(), &to, key)));
+        objects.append(QVariant::fromValue(
+            KXManagedObjectID(m_context.persistentStoreCoordinator()->store()->identity(), &to, key)));
     const KXFetchedList found = m_context.fetch(KXFetchRequest(from.name(),
         KXPredicate::comparison(path.join(u'.'), KXPredicateOperator::In, objects, KXPredicateModifier::Any)));
     return QSet<qint64>(found.keys().begin(), found.keys().end());
@@ -281,8 +287,9 @@ void KXCountTable::markForStore(const KXObjectsDidChange &did)
         for (const KXEntityChange &entity : did.merged ? did.merged->entities() : none) {
             concerned = concerned || !entity.inserted.isEmpty() || !entity.deleted.isEmpty();
             for (const KXRowChange &row : entity.updated) {
-                concerned = concerned || std::any_of(row.properties.begin(), row.properties.end(),
-                                [&](const KXPropertyChange &news) { return rule.allKeys.contains(news.property->name()); });
+                concerned = concerned
+                    || std::any_of(row.properties.begin(), row.properties.end(),
+                        [&](const KXPropertyChange &news) { return rule.allKeys.contains(news.property->name()); });
             }
         }
         if (concerned)

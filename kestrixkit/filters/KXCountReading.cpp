@@ -32,7 +32,8 @@ struct CountMembers
 }
 
 /// The rows of the keys, or all; `addsRows` with those that the table does not have yet.
-bool KXCountTable::read(const std::vector<size_t> &columns, const std::vector<qint64> *keys, bool addsRows, KXError *error)
+bool KXCountTable::read(
+    const std::vector<size_t> &columns, const std::vector<qint64> *keys, bool addsRows, KXError *error)
 {
     KXPersistentStorePrivate *store = m_context.d().store;
     if (!store)
@@ -54,11 +55,15 @@ bool KXCountTable::read(const std::vector<size_t> &columns, const std::vector<qi
         conditions.append("t0.kx_entity IN (" + numbers + ')');
     }
     // Rows that were inserted together lie together.
-    const auto [lowest, highest] = keys ? std::minmax_element(keys->begin(), keys->end()) : std::pair<KeyIterator, KeyIterator>();
+    const auto [lowest, highest]
+        = keys ? std::minmax_element(keys->begin(), keys->end()) : std::pair<KeyIterator, KeyIterator>();
     const bool isDense = keys && *highest - *lowest < 2 * qint64(keys->size());
-    const QSet<qint64> wantedKeys = isDense && *highest - *lowest + 1 != qint64(keys->size()) ? QSet<qint64>(keys->begin(), keys->end()) : QSet<qint64>();
+    const QSet<qint64> wantedKeys = isDense && *highest - *lowest + 1 != qint64(keys->size())
+        ? QSet<qint64>(keys->begin(), keys->end())
+        : QSet<qint64>();
     if (keys)
-        conditions.append(isDense ? QByteArray("t0.kx_id BETWEEN ? AND ?") : QByteArray("t0.kx_id IN (SELECT value FROM json_each(?))"));
+        conditions.append(isDense ? QByteArray("t0.kx_id BETWEEN ? AND ?")
+                                  : QByteArray("t0.kx_id IN (SELECT value FROM json_each(?))"));
     if (!conditions.isEmpty())
         sql += " WHERE " + conditions.join(" AND ");
     sql += " ORDER BY t0.kx_id";
@@ -96,10 +101,14 @@ bool KXCountTable::read(const std::vector<size_t> &columns, const std::vector<qi
             const bool isNull = sqlite3_value_type(value) == SQLITE_NULL;
             const KXPropertyDescription &property = column.property();
             if (column.kind() == KXCountColumn::Kind::Relation) {
-                column.setKeys(size_t(row), isNull ? std::vector<qint64>() : std::vector<qint64> { sqlite3_value_int64(value) });
+                column.setKeys(
+                    size_t(row), isNull ? std::vector<qint64>() : std::vector<qint64> { sqlite3_value_int64(value) });
             } else if (column.kind() == KXCountColumn::Kind::Number) {
-                column.setNumber(size_t(row), isNull ? KXCountColumn::absent
-                        : property.type() == KXAttributeType::Double ? KXCountColumn::numberFromDouble(sqlite3_value_double(value)) : sqlite3_value_int64(value));
+                column.setNumber(size_t(row),
+                    isNull ? KXCountColumn::absent
+                        : property.type() == KXAttributeType::Double
+                        ? KXCountColumn::numberFromDouble(sqlite3_value_double(value))
+                        : sqlite3_value_int64(value));
             } else if (isNull) {
                 column.setCode(size_t(row), 0);
             } else {
@@ -111,7 +120,8 @@ bool KXCountTable::read(const std::vector<size_t> &columns, const std::vector<qi
                 } else {
                     const QString text = QString::fromUtf8(utf8, size);
                     const quint32 number = column.codeOfValue(property.type() == KXAttributeType::Decimal
-                            ? QVariant::fromValue(KXDecimal::fromString(text).value_or(KXDecimal())) : QVariant(text));
+                            ? QVariant::fromValue(KXDecimal::fromString(text).value_or(KXDecimal()))
+                            : QVariant(text));
                     known[i].insert(QByteArray(utf8, size), number);
                     column.setCode(size_t(row), number);
                 }
@@ -134,7 +144,8 @@ bool KXCountTable::readMembers(size_t column, const std::vector<qint64> *keys, K
     const KXPropertyDescription &property = m_columns[column]->property();
     const QByteArray object = property.joinTable().isEmpty() ? property.inverse()->column() : property.joinSource();
     const QByteArray member = property.joinTable().isEmpty() ? QByteArray("kx_id") : property.joinTarget();
-    const QByteArray table = property.joinTable().isEmpty() ? property.destinationEntity()->table() : property.joinTable();
+    const QByteArray table
+        = property.joinTable().isEmpty() ? property.destinationEntity()->table() : property.joinTable();
     QByteArray sql = "SELECT " + object + ", " + member + " FROM " + table + " WHERE " + object
         + (keys ? QByteArray(" IN (SELECT value FROM json_each(?))") : QByteArray(" IS NOT NULL"));
     const KXStoreConnections::Reader reader = m_context.d().store->connections.reader(error);
@@ -233,7 +244,8 @@ QVariant KXCountTable::objects(const KXPropertyDescription &relationship, const 
 {
     KXManagedObjectContextPrivate &context = m_context.d();
     if (relationship.isToOne())
-        return keys.empty() ? QVariant() : KXVariantFromRef(context.object(*relationship.destinationEntity(), keys.front()));
+        return keys.empty() ? QVariant()
+                            : KXVariantFromRef(context.object(*relationship.destinationEntity(), keys.front()));
     context.fill(*relationship.destinationEntity(), keys);
     QVariantList list;
     for (const qint64 key : keys) {

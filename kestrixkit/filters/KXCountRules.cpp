@@ -12,7 +12,10 @@ using namespace Qt::StringLiterals;
 class KXCountRuleCompiler
 {
 public:
-    explicit KXCountRuleCompiler(KXCountTable &table) : m_table(table) { }
+    explicit KXCountRuleCompiler(KXCountTable &table)
+        : m_table(table)
+    {
+    }
 
     /// A part of the rule: a set of conditions that must all hold, or parts joined.
     struct Part
@@ -121,7 +124,8 @@ Part KXCountRuleCompiler::compare(const KXPredicate &predicate)
         for (const KXEntityDescription *member : entity ? entity->family() : QList<const KXEntityDescription *>())
             property = property ? property : member->property(key);
         if (!property || !KXCountColumn::canHold(*property))
-            throw KXStringWithFormat("\"%@\" of \"%@\" is nothing that is counted in memory", path.keyPath(), m_table.m_entity.name());
+            throw KXStringWithFormat(
+                "\"%@\" of \"%@\" is nothing that is counted in memory", path.keyPath(), m_table.m_entity.name());
         first = first ? first : property;
         wasList = isList;
         isList = isList || property->isToMany();
@@ -134,8 +138,10 @@ Part KXCountRuleCompiler::compare(const KXPredicate &predicate)
     KXCountColumn &values = *m_table.m_columns[size_t(column)];
     const int number = values.kind() == KXCountColumn::Kind::Relation ? values.path(path.keys().mid(1), isList) : 0;
     const KXExpression v = KXExpression::expressionForKeyPath(u"v"_s);
-    const KXPredicate test = KXPredicate::comparison(isLeft ? v : left, predicate.comparisonOperator(), isLeft ? right : v, predicate.modifier(), predicate.options());
-    return { KXCountNode::Slot, { { column, { KXCountCondition::Comparison, values.comparison(test, number), {} } } }, {} };
+    const KXPredicate test = KXPredicate::comparison(isLeft ? v : left, predicate.comparisonOperator(),
+        isLeft ? right : v, predicate.modifier(), predicate.options());
+    return { KXCountNode::Slot, { { column, { KXCountCondition::Comparison, values.comparison(test, number), {} } } },
+        {} };
 }
 
 Part KXCountRuleCompiler::compile(const KXPredicate &predicate)
@@ -258,8 +264,8 @@ void KXCountTable::replaceRule(int number, const KXPredicate &predicate)
     compile(rule, number);
 }
 
-/// A rule that differs from what it was only in bounds of numbers: the rows between the old and the new bounds are counted
-/// anew, no others. False where that is not so.
+/// A rule that differs from what it was only in bounds of numbers: the rows between the old and the new bounds are
+/// counted anew, no others. False where that is not so.
 bool KXCountTable::moveBounds(int number, const KXPredicate &predicate)
 {
     Rule &rule = m_rules[size_t(number)];

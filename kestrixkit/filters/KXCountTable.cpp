@@ -205,7 +205,8 @@ qint64 KXCountTable::nextNumber(const QString &attribute, qint64 from)
         if (it != order.sorted.end())
             next = it->first;
         for (const quint32 row : order.changed) {
-            if (const qint64 number = values.numberAt(row); m_alive[row] && number >= from && (next == KXCountColumn::absent || number < next))
+            if (const qint64 number = values.numberAt(row);
+                m_alive[row] && number >= from && (next == KXCountColumn::absent || number < next))
                 next = number;
         }
     }

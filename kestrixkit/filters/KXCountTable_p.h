@@ -24,10 +24,10 @@ struct KXCountNode
 
 /// How many objects of an entity fit each of a number of rules, kept right while the objects change.
 ///
-/// Holds of each object the properties that rules look at, in columns. A rule is a set of conditions, one a column, that
-/// must all hold: that is one bit in the columns' rows of bits (a slot), and a row's bits for all rules are found by
-/// joining as many words as there are columns. What cannot be put so is a tree over several slots. Counting all rows adds up
-/// their bits; a changed row is counted out with its old bits and in with its new ones.
+/// Holds of each object the properties that rules look at, in columns. A rule is a set of conditions, one a column,
+/// that must all hold: that is one bit in the columns' rows of bits (a slot), and a row's bits for all rules are found
+/// by joining as many words as there are columns. What cannot be put so is a tree over several slots. Counting all rows
+/// adds up their bits; a changed row is counted out with its old bits and in with its new ones.
 ///
 /// Belongs to the thread of the context, which must outlive it. Rows are what the context has announced.
 class KX_CORE_EXPORT KXCountTable
@@ -58,14 +58,16 @@ public:
     /// Takes over what the context announced.
     void follow(const KXObjectsDidChange &did);
 
-    /// The smallest number from `from` on that a row has in the column of numbers; KXCountColumn::absent where there is none.
+    /// The smallest number from `from` on that a row has in the column of numbers; KXCountColumn::absent where there is
+    /// none.
     [[nodiscard]] qint64 nextNumber(const QString &attribute, qint64 from);
 
     // For measuring and tests.
 
     [[nodiscard]] size_t rowCount() const { return m_keys.size(); }
     [[nodiscard]] double bytesPerRow() const;
-    /// Rules (slots, of those that have several) that were evaluated for a row, each once for its old and new state together.
+    /// Rules (slots, of those that have several) that were evaluated for a row, each once for its old and new state
+    /// together.
     [[nodiscard]] quint64 evaluations() const { return m_evaluations; }
     /// Forgets all counts, for measuring how long counting takes.
     void forgetCounts();
@@ -110,7 +112,7 @@ private:
     void bits(qint64 row, quint64 *out) const;
     [[nodiscard]] bool fits(const KXCountNode &node, const quint64 *bits) const;
     void count(const quint64 *before, bool was, const quint64 *after, bool is);
-    template<typename Change> void changeRow(qint64 key, Change &&change);
+    template <typename Change> void changeRow(qint64 key, Change &&change);
     void noteChange(int rule);
     void scan();
     void scanLane(size_t lane, std::vector<qint64> &counts) const;
@@ -121,8 +123,10 @@ private:
     void followRelated(const KXObjectsDidChange &did);
     void markForStore(const KXObjectsDidChange &did);
     void setFromChange(size_t row, const KXPropertyChange &change, size_t column);
-    [[nodiscard]] QSet<qint64> changedObjects(const KXObjectsDidChange &did, const KXEntityDescription &entity, const QString &key) const;
-    [[nodiscard]] QSet<qint64> leadingTo(const KXEntityDescription &from, const QStringList &path, const KXEntityDescription &to, const QSet<qint64> &keys) const;
+    [[nodiscard]] QSet<qint64> changedObjects(
+        const KXObjectsDidChange &did, const KXEntityDescription &entity, const QString &key) const;
+    [[nodiscard]] QSet<qint64> leadingTo(const KXEntityDescription &from, const QStringList &path,
+        const KXEntityDescription &to, const QSet<qint64> &keys) const;
     void noteEvaluations(const std::vector<size_t> &columns);
     void readInserted(const std::vector<qint64> &keys);
     void changeSets(size_t column, const std::vector<quint32> &sets);
@@ -164,8 +168,9 @@ private:
     quint64 m_evaluations = 0;
 };
 
-/// Counts a row out as it was and in as `change` has made it; that gets the row's number, or -1 where there is none yet.
-template<typename Change> void KXCountTable::changeRow(qint64 key, Change &&change)
+/// Counts a row out as it was and in as `change` has made it; that gets the row's number, or -1 where there is none
+/// yet.
+template <typename Change> void KXCountTable::changeRow(qint64 key, Change &&change)
 {
     std::array<quint64, 64> onStack; // enough for two rows of bits of 2,048 slots
     KXCountBits more(m_words * 2 > onStack.size() ? m_words * 2 : 0);

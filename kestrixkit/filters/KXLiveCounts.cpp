@@ -38,7 +38,8 @@ public:
         bool dependsOnTime = false;
     };
 
-    KXLiveCountsPrivate(KXLiveCounts *counts, KXManagedObjectContext::Ref managedObjectContext, const QString &name, QList<KXPredicate> predicates)
+    KXLiveCountsPrivate(KXLiveCounts *counts, KXManagedObjectContext::Ref managedObjectContext, const QString &name,
+        QList<KXPredicate> predicates)
         : q(counts)
         , context(std::move(managedObjectContext))
         , entityName(name)
@@ -81,7 +82,8 @@ bool liveHasDates(const KXPredicate &predicate)
     const auto isDate = [](const QVariant &value) { return value.typeId() == QMetaType::QDateTime; };
     for (const KXExpression *side : { &predicate.leftExpression(), &predicate.rightExpression() }) {
         const QVariant &constant = side->constantValue();
-        const QVariantList list = constant.typeId() == QMetaType::QVariantList ? constant.toList() : QVariantList { constant };
+        const QVariantList list
+            = constant.typeId() == QMetaType::QVariantList ? constant.toList() : QVariantList { constant };
         if (std::any_of(list.begin(), list.end(), isDate))
             return true;
     }
@@ -89,7 +91,8 @@ bool liveHasDates(const KXPredicate &predicate)
 }
 
 /// Dates that differ between a predicate and the one of a moment later by just that much.
-void liveCollectMoving(const KXPredicate &now, const KXPredicate &later, qint64 difference, std::vector<KXLiveCountsPrivate::MovingDate> &moving)
+void liveCollectMoving(const KXPredicate &now, const KXPredicate &later, qint64 difference,
+    std::vector<KXLiveCountsPrivate::MovingDate> &moving)
 {
     if (now.type() != KXPredicateType::Comparison) {
         for (qsizetype i = 0; i < std::min(now.subpredicates().size(), later.subpredicates().size()); ++i)
@@ -99,7 +102,8 @@ void liveCollectMoving(const KXPredicate &now, const KXPredicate &later, qint64 
     if (later.type() != KXPredicateType::Comparison)
         return;
     const QVariant a = now.rightExpression().constantValue(), b = later.rightExpression().constantValue();
-    if (a.typeId() == QMetaType::QDateTime && b.typeId() == QMetaType::QDateTime && a.toDateTime().msecsTo(b.toDateTime()) == difference)
+    if (a.typeId() == QMetaType::QDateTime && b.typeId() == QMetaType::QDateTime
+        && a.toDateTime().msecsTo(b.toDateTime()) == difference)
         moving.push_back({ now.leftExpression().keyPath(), a.toDateTime().toMSecsSinceEpoch() });
 }
 
@@ -171,20 +175,22 @@ void KXLiveCountsPrivate::publish()
         Q_EMIT q->countsDidChange(changed);
 }
 
-KXLiveCounts::KXLiveCounts(const KXManagedObjectContext::Ref &context, const QString &entityName, const QList<KXPredicate> &basePredicates, QObject *parent)
+KXLiveCounts::KXLiveCounts(const KXManagedObjectContext::Ref &context, const QString &entityName,
+    const QList<KXPredicate> &basePredicates, QObject *parent)
     : QObject(parent)
     , d(std::make_unique<KXLiveCountsPrivate>(this, context, entityName, basePredicates))
 {
     // What happened before is told before: it is read with the rest.
     context->processPendingChanges();
-    d->token = KXNotificationCenter::defaultCenter().addObserver(
-        QString(KXManagedObjectContextObjectsDidChangeNotification), context.get(), [this](const KXNotification &notification) {
-            const auto *did = notification.payloadAs<KXObjectsDidChange>();
-            if (!did)
-                return;
-            d->table.follow(*did);
-            update();
-        });
+    d->token
+        = KXNotificationCenter::defaultCenter().addObserver(QString(KXManagedObjectContextObjectsDidChangeNotification),
+            context.get(), [this](const KXNotification &notification) {
+                const auto *did = notification.payloadAs<KXObjectsDidChange>();
+                if (!did)
+                    return;
+                d->table.follow(*did);
+                update();
+            });
 }
 
 KXLiveCounts::~KXLiveCounts() = default;

@@ -36,8 +36,8 @@ KXLivePresetCounts::KXLivePresetCounts(KXManagedObjectContext::Ref presetsContex
     , m_presetsContext(std::move(presetsContext))
     , m_place(std::move(place))
     , m_counts(std::make_unique<KXLiveCounts>(m_place.context, m_place.entityName, m_place.basePredicates))
-    , m_changes(KXNotificationCenter::defaultCenter().addObserver(
-          KXManagedObjectContextObjectsDidChangeNotification, m_presetsContext.get(), [this](const KXNotification &notification) {
+    , m_changes(KXNotificationCenter::defaultCenter().addObserver(KXManagedObjectContextObjectsDidChangeNotification,
+          m_presetsContext.get(), [this](const KXNotification &notification) {
               if (const auto *did = notification.payloadAs<KXObjectsDidChange>())
                   follow(*did);
           }))
@@ -49,7 +49,10 @@ KXLivePresetCounts::KXLivePresetCounts(KXManagedObjectContext::Ref presetsContex
 
 KXLivePresetCounts::~KXLivePresetCounts() = default;
 
-QString KXLivePresetCounts::identifierOf(const KXFilterSetPreset &preset) { return QString::number(preset.objectID().key()); }
+QString KXLivePresetCounts::identifierOf(const KXFilterSetPreset &preset)
+{
+    return QString::number(preset.objectID().key());
+}
 
 void KXLivePresetCounts::map(Entry &entry) const
 {
@@ -76,7 +79,8 @@ void KXLivePresetCounts::add(const KXRef<KXFilterSetPreset> &preset)
     map(entry);
     m_counts->setRule(identifier, [this, identifier] {
         const auto found = m_entries.constFind(identifier);
-        return found != m_entries.constEnd() && found->mapped ? found->mapped->representedLocalPredicateWithKeyPath() : KXPredicate::falsePredicate();
+        return found != m_entries.constEnd() && found->mapped ? found->mapped->representedLocalPredicateWithKeyPath()
+                                                              : KXPredicate::falsePredicate();
     });
 }
 
@@ -109,9 +113,13 @@ void KXLivePresetCounts::follow(const KXObjectsDidChange &did)
             }
         }
     }
-    const KXEntityChange *others = did.merged ? did.merged->changeOf(m_presetsContext->persistentStoreCoordinator()->model()->entity(KXFilterSetPreset::entityName)) : nullptr;
+    const KXEntityChange *others = did.merged
+        ? did.merged->changeOf(
+            m_presetsContext->persistentStoreCoordinator()->model()->entity(KXFilterSetPreset::entityName))
+        : nullptr;
     for (const qint64 key : others ? others->inserted : QList<qint64>()) {
-        const auto id = KXManagedObjectID(m_presetsContext->persistentStoreCoordinator()->store()->identity(), others->entity, key);
+        const auto id = KXManagedObjectID(
+            m_presetsContext->persistentStoreCoordinator()->store()->identity(), others->entity, key);
         add(KXFilterSetPreset::cast(m_presetsContext->objectWithID(id)));
     }
     if (edited.isEmpty())
@@ -136,7 +144,8 @@ void KXLivePresetCounts::deliver(const QStringList &identifiers)
     }
 }
 
-std::shared_ptr<KXFilterSetPresetCountsProvider> KXLivePresetCounts::countsProviderForFilterSetPreset(const KXRef<KXFilterSetPreset> &preset)
+std::shared_ptr<KXFilterSetPresetCountsProvider> KXLivePresetCounts::countsProviderForFilterSetPreset(
+    const KXRef<KXFilterSetPreset> &preset)
 {
     if (!preset)
         return nullptr;

@@ -9,8 +9,8 @@
 #include <kestrixkit/filters/KXLiveCounts.h>
 #include <kestrixkit/foundation/KXNotificationCenter.h>
 
-/// Keeps the counts of all presets of a context right for one place of the application, whatever changes: the music, the
-/// presets, their filters, the time. Sets them on the presets, so badges need to do nothing but observe "counts".
+/// Keeps the counts of all presets of a context right for one place of the application, whatever changes: the music,
+/// the presets, their filters, the time. Sets them on the presets, so badges need to do nothing but observe "counts".
 ///
 /// Presets and filters are followed as their context announces them, saves of other contexts included. A preset
 /// whose filter set is gone, or that the mapper cannot map, matches nothing. Main thread.
@@ -35,11 +35,15 @@ public:
     /// What counts; predicates, unsupported presets and the moment are asked there, by identifierOf().
     [[nodiscard]] KXLiveCounts &liveCounts() const { return *m_counts; }
     [[nodiscard]] static QString identifierOf(const KXFilterSetPreset &preset);
-    [[nodiscard]] std::optional<qint64> count(const KXFilterSetPreset &preset) const { return m_counts->count(identifierOf(preset)); }
+    [[nodiscard]] std::optional<qint64> count(const KXFilterSetPreset &preset) const
+    {
+        return m_counts->count(identifierOf(preset));
+    }
     bool update(KXError *error = nullptr) { return m_counts->update(error); }
 
     /// An operation that delivers the preset's count, for hosts that show counts by KXFilterSetPresetCountsScheduler.
-    [[nodiscard]] std::shared_ptr<KXFilterSetPresetCountsProvider> countsProviderForFilterSetPreset(const KXRef<KXFilterSetPreset> &preset);
+    [[nodiscard]] std::shared_ptr<KXFilterSetPresetCountsProvider> countsProviderForFilterSetPreset(
+        const KXRef<KXFilterSetPreset> &preset);
 
 private:
     struct Entry

@@ -50,8 +50,8 @@ private:
     std::optional<QLocale> m_locale;
 };
 
-/// Has the clock stand at a moment for the thread that made it, until it goes: for asking what depends on the present about
-/// another time. Goes before what was pinned for all.
+/// Has the clock stand at a moment for the thread that made it, until it goes: for asking what depends on the present
+/// about another time. Goes before what was pinned for all.
 class KX_CORE_EXPORT KXClockMoment
 {
 public:

@@ -1,5 +1,8 @@
 #include <kestrixkit/store/KXApplicationComponentManager.h>
 
-KXApplicationComponentManager::KXApplicationComponentManager(const QUrl &storeURL) : m_storeURL(storeURL) { }
+KXApplicationComponentManager::KXApplicationComponentManager(const QUrl &storeURL)
+    : m_storeURL(storeURL)
+{
+}
 KXApplicationComponentManager::~KXApplicationComponentManager() = default;
 void KXApplicationComponentManager::finaliseSetup() { }

@@ -24,7 +24,8 @@ void KXManagedObjectContextPrivate::willChange(Object *object, int property)
     if (!change.object) {
         change.object = KXContextHold(object);
         if (!(object->m_flags & Object::Inserted)) {
-            change.before = KXRowValues::Owner(KXRowValues::clone(*object->values(), *object->m_entity), { object->m_entity });
+            change.before
+                = KXRowValues::Owner(KXRowValues::clone(*object->values(), *object->m_entity), { object->m_entity });
             object->m_flags |= Object::Updated;
         }
     }
@@ -37,21 +38,25 @@ void KXManagedObjectContextPrivate::willChange(Object *object, int property)
 
 // Relationships
 
-bool KXManagedObjectContextPrivate::mayConnect(Object *object, const KXPropertyDescription &property, Object *other) const
+bool KXManagedObjectContextPrivate::mayConnect(
+    Object *object, const KXPropertyDescription &property, Object *other) const
 {
     if (!other)
         return true;
     if (other->managedObjectContext() != q) {
         if (other->managedObjectContext()) {
             throw KXException(QStringLiteral("KXInvalidArgumentException"),
-                KXStringWithFormat("\"%@\" of \"%@\" cannot hold an object of another context", property.name(), object->entity()->name()));
+                KXStringWithFormat("\"%@\" of \"%@\" cannot hold an object of another context", property.name(),
+                    object->entity()->name()));
         }
-        KXLogWarning(store, "\"%@\" of \"%@\" cannot hold an object without context", property.name(), object->entity()->name());
+        KXLogWarning(
+            store, "\"%@\" of \"%@\" cannot hold an object without context", property.name(), object->entity()->name());
         return false;
     }
     if (!other->entity()->isKindOf(property.destinationEntity())) {
-        throw KXException(QStringLiteral("KXInvalidArgumentException"), KXStringWithFormat("\"%@\" of \"%@\" cannot hold an object of the entity \"%@\"",
-            property.name(), object->entity()->name(), other->entity()->name()));
+        throw KXException(QStringLiteral("KXInvalidArgumentException"),
+            KXStringWithFormat("\"%@\" of \"%@\" cannot hold an object of the entity \"%@\"", property.name(),
+                object->entity()->name(), other->entity()->name()));
     }
     return !other->isDeleted() && other->loadedValues();
 }
@@ -66,7 +71,8 @@ void KXManagedObjectContextPrivate::assignToOne(Object *object, const KXProperty
     object->didChangeValueForKey(property.name());
 }
 
-void KXManagedObjectContextPrivate::assign(Object *object, const KXPropertyDescription &property, const KXRowValues &from)
+void KXManagedObjectContextPrivate::assign(
+    Object *object, const KXPropertyDescription &property, const KXRowValues &from)
 {
     object->willChangeValueForKey(property.name());
     willChange(object, property.index());
@@ -79,7 +85,9 @@ void KXManagedObjectContextPrivate::link(Object *object, const KXPropertyDescrip
     if (object->m_flags & Object::Deleted || !object->loadedValues())
         return;
     const KXChangeKind kind = add ? KXChangeKind::Insertion : KXChangeKind::Removal;
-    const QVariantList member = object->isObserved() ? QVariantList { KXVariantFromRef(this->object(*property.destinationEntity(), key)) } : QVariantList();
+    const QVariantList member = object->isObserved()
+        ? QVariantList { KXVariantFromRef(this->object(*property.destinationEntity(), key)) }
+        : QVariantList();
     object->willChangeValueForKey(property.name(), kind, add ? QVariantList() : member);
     willChange(object, property.index());
     recorder.willLink(object, property.index(), key, add);
@@ -193,7 +201,8 @@ bool KXManagedObjectContextPrivate::isMember(Object *object, const KXPropertyDes
     // A look at the one pair, not at all members: a genre may have half a million tracks.
     KXError error;
     const KXStoreConnections::Reader reader = store->connections.reader(&error);
-    KXStatement query = reader ? reader->prepare("SELECT 1 FROM " + property.joinTable() + " WHERE " + property.joinSource() + " = ? AND " + property.joinTarget() + " = ?")
+    KXStatement query = reader ? reader->prepare("SELECT 1 FROM " + property.joinTable() + " WHERE "
+                            + property.joinSource() + " = ? AND " + property.joinTarget() + " = ?")
                                : KXStatement();
     if (!query) {
         KXLogError(store, "Cannot read \"%@\": %@", property.name(), reader ? reader->lastError() : error);
@@ -213,9 +222,10 @@ KXToManyKeys &KXManagedObjectContextPrivate::loadedToMany(Object *object, const 
         if (const KXRef<Object> source = object->values()->version != 0 ? inParent(object) : KXRef<Object>())
             keys.members = parent->d().loadedToMany(source.get(), property).members;
     } else if (object->values()->version != 0 && store) {
-        const QByteArray sql = property.joinTable().isEmpty()
-            ? "SELECT kx_id FROM " + property.destinationEntity()->table() + " WHERE " + property.inverse()->column() + " = ?"
-            : "SELECT " + property.joinTarget() + " FROM " + property.joinTable() + " WHERE " + property.joinSource() + " = ?";
+        const QByteArray sql = property.joinTable().isEmpty() ? "SELECT kx_id FROM "
+                + property.destinationEntity()->table() + " WHERE " + property.inverse()->column() + " = ?"
+                                                              : "SELECT " + property.joinTarget() + " FROM "
+                + property.joinTable() + " WHERE " + property.joinSource() + " = ?";
         KXError error;
         const KXStoreConnections::Reader reader = store->connections.reader(&error);
         KXStatement query = reader ? reader->prepare(sql) : KXStatement();
@@ -286,12 +296,14 @@ void KXManagedObjectContextPrivate::markDeleted(const KXRef<Object> &object)
         object->m_flags |= Object::DeletePending;
         m_announcements.push_back(object);
     }
-    object->m_flags = (object->m_flags & ~quint32(Object::Inserted | Object::InsertPending | Object::Updated)) | Object::Deleted;
+    object->m_flags
+        = (object->m_flags & ~quint32(Object::Inserted | Object::InsertPending | Object::Updated)) | Object::Deleted;
     deleted.push_back(object);
     scheduleProcessing();
 }
 
-void KXManagedObjectContextPrivate::revive(const KXRef<Object> &object, const KXRowValues &values, const std::map<int, QSet<qint64>> &members)
+void KXManagedObjectContextPrivate::revive(
+    const KXRef<Object> &object, const KXRowValues &values, const std::map<int, QSet<qint64>> &members)
 {
     const KXEntityDescription &entity = *object->m_entity;
     if (object->m_flags & Object::Detached) {
@@ -365,7 +377,8 @@ void KXManagedObjectContextPrivate::followDeleteRules(Object *object)
 {
     for (const KXPropertyDescription &property : object->m_entity->properties()) {
         const KXPropertyDescription *inverse = property.inverse();
-        if (!property.isRelationship() || property.deleteRule() == KXDeleteRule::Deny || (property.deleteRule() == KXDeleteRule::Nullify && !inverse))
+        if (!property.isRelationship() || property.deleteRule() == KXDeleteRule::Deny
+            || (property.deleteRule() == KXDeleteRule::Nullify && !inverse))
             continue;
         QList<KXRef<Object>> others;
         if (property.isToMany())
@@ -456,7 +469,8 @@ void KXManagedObjectContextPrivate::processPendingChanges()
                 found->second.unannounced.reset();
         }
         if (!did.inserted.isEmpty() || !did.updated.isEmpty() || !did.deleted.isEmpty())
-            KXNotificationCenter::defaultCenter().post(QString(KXManagedObjectContextObjectsDidChangeNotification), q, did);
+            KXNotificationCenter::defaultCenter().post(
+                QString(KXManagedObjectContextObjectsDidChangeNotification), q, did);
     }
 }
 
@@ -474,7 +488,8 @@ void KXManagedObjectContextPrivate::rollback()
         }
     }
     for (const KXContextHold &object : std::exchange(deleted, {})) {
-        if (!(object->m_flags & (Object::DeletePending | Object::Detached))) // else nobody knows, or it was inserted, too
+        if (!(object->m_flags
+                & (Object::DeletePending | Object::Detached))) // else nobody knows, or it was inserted, too
             did.inserted.append(object);
         object->m_flags &= ~quint32(Object::Deleted | Object::DeletePending);
     }

@@ -9,7 +9,8 @@ KXManagedObjectContext::Ref KXManagedObjectContext::contextWithParentContext(con
     if (!parentContext)
         return nullptr;
     parentContext->m_p->checkThread();
-    return Ref(new KXManagedObjectContext(parentContext->persistentStoreCoordinator(), parentContext), &KXManagedObjectContextPrivate::abandon);
+    return Ref(new KXManagedObjectContext(parentContext->persistentStoreCoordinator(), parentContext),
+        &KXManagedObjectContextPrivate::abandon);
 }
 
 const KXManagedObjectContext::Ref &KXManagedObjectContext::parentContext() const { return m_p->parent; }
@@ -18,7 +19,9 @@ const KXManagedObjectContext::Ref &KXManagedObjectContext::parentContext() const
 
 bool KXManagedObjectContextPrivate::isHeld()
 {
-    const auto holds = [this](size_t place) { return m_owned[place]->m_references > 0 && !(m_owned[place]->m_flags & Object::Detached); };
+    const auto holds = [this](size_t place) {
+        return m_owned[place]->m_references > 0 && !(m_owned[place]->m_flags & Object::Detached);
+    };
     if (m_holder < m_owned.size() && holds(m_holder))
         return true;
     for (m_holder = 0; m_holder < m_owned.size(); ++m_holder) {
@@ -32,7 +35,8 @@ void KXManagedObjectContextPrivate::abandon(KXManagedObjectContext *context)
 {
     KXManagedObjectContextPrivate &d = context->d();
     if (d.isHeld())
-        d.m_self = KXManagedObjectContext::Ref(context, &abandon); // whoever asks an object for its context shares this one
+        d.m_self
+            = KXManagedObjectContext::Ref(context, &abandon); // whoever asks an object for its context shares this one
     else
         delete context;
 }
@@ -91,7 +95,8 @@ void KXContextSaver::pass(KXManagedObjectContextPrivate &parent)
                 parent.assign(target, property, *from.values());
             } else { // with its other end, which may have changed in the parent meanwhile
                 const qint64 key = from.values()->toOne(property);
-                parent.setToOne(target, property, key ? parent.object(*property.destinationEntity(), key).get() : nullptr);
+                parent.setToOne(
+                    target, property, key ? parent.object(*property.destinationEntity(), key).get() : nullptr);
             }
         }
     };
@@ -104,7 +109,8 @@ void KXContextSaver::pass(KXManagedObjectContextPrivate &parent)
                 for (const qint64 key : add ? keys->added : keys->removed) {
                     const KXRef<Object> member = parent.object(*property.destinationEntity(), key);
                     if (member && !member->isMissing())
-                        add ? parent.addToMany(target, property, member.get()) : parent.removeFromMany(target, property, member.get());
+                        add ? parent.addToMany(target, property, member.get())
+                            : parent.removeFromMany(target, property, member.get());
                 }
             }
         }
@@ -123,7 +129,9 @@ void KXContextSaver::pass(KXManagedObjectContextPrivate &parent)
         columns(target.get(), *object, [](const KXPropertyDescription &) { return true; });
     for (const Update &update : m_updated) {
         if (const KXRef<Object> target = m_context.inParent(update.object))
-            columns(target.get(), *update.object, [&](const KXPropertyDescription &property) { return update.change->changed.test(size_t(property.index())); });
+            columns(target.get(), *update.object, [&](const KXPropertyDescription &property) {
+                return update.change->changed.test(size_t(property.index()));
+            });
     }
     for (const auto &[target, object] : inserted)
         members(target.get(), *object);

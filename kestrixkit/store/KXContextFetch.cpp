@@ -60,7 +60,8 @@ void KXContextFetcher::addDirty(const KXEntityDescription *from, const QString &
 }
 
 /// Rows at which the relationship starts, in the store, when it leads to one of the keys.
-bool KXContextFetcher::step(const KXEntityDescription &entity, const KXPropertyDescription &relationship, const QSet<qint64> &reached, QSet<qint64> &from)
+bool KXContextFetcher::step(const KXEntityDescription &entity, const KXPropertyDescription &relationship,
+    const QSet<qint64> &reached, QSet<qint64> &from)
 {
     QByteArray keys = "[";
     for (const qint64 key : reached)
@@ -69,9 +70,11 @@ bool KXContextFetcher::step(const KXEntityDescription &entity, const KXPropertyD
     const QByteArray list = "(SELECT value FROM json_each(?))";
     QByteArray sql;
     if (!relationship.joinTable().isEmpty())
-        sql = "SELECT " + relationship.joinSource() + " FROM " + relationship.joinTable() + " WHERE " + relationship.joinTarget() + " IN " + list;
+        sql = "SELECT " + relationship.joinSource() + " FROM " + relationship.joinTable() + " WHERE "
+            + relationship.joinTarget() + " IN " + list;
     else if (relationship.isToMany())
-        sql = "SELECT " + relationship.inverse()->column() + " FROM " + relationship.destinationEntity()->table() + " WHERE kx_id IN " + list;
+        sql = "SELECT " + relationship.inverse()->column() + " FROM " + relationship.destinationEntity()->table()
+            + " WHERE kx_id IN " + list;
     else
         sql = "SELECT kx_id FROM " + entity.table() + " WHERE " + relationship.column() + " IN " + list;
     const KXStoreConnections::Reader reader = m_context.store->connections.reader(&m_error);
@@ -178,7 +181,8 @@ QByteArray KXContextFetcher::where(bool withPredicate) const
     return text.isEmpty() ? text : " WHERE " + text;
 }
 
-bool KXContextFetcher::query(const QByteArray &sql, const std::vector<const KXPredicateSQL *> &parts, std::vector<qint64> &numbers)
+bool KXContextFetcher::query(
+    const QByteArray &sql, const std::vector<const KXPredicateSQL *> &parts, std::vector<qint64> &numbers)
 {
     const KXStoreConnections::Reader reader = m_context.store->connections.reader(&m_error);
     if (!reader)
@@ -264,13 +268,15 @@ bool KXContextFetcher::isWanted(qint64 key, KXRef<Object> &object)
 KXSortOrder::KXSortOrder(const QList<KXSortDescriptor> &descriptors)
 {
     for (const KXSortDescriptor &descriptor : descriptors)
-        m_keys.push_back({ KXExpression::expressionForKeyPath(descriptor.key), descriptor.ascending, descriptor.options });
+        m_keys.push_back(
+            { KXExpression::expressionForKeyPath(descriptor.key), descriptor.ascending, descriptor.options });
 }
 
 bool KXSortOrder::precedes(const Object *a, const Object *b) const
 {
     for (const Key &key : m_keys) {
-        const int order = KXCompareForSorting(key.path.expressionValueWithObject(a), key.path.expressionValueWithObject(b), key.options);
+        const int order = KXCompareForSorting(
+            key.path.expressionValueWithObject(a), key.path.expressionValueWithObject(b), key.options);
         if (order != 0)
             return key.ascending ? order < 0 : order > 0;
     }
@@ -308,7 +314,8 @@ bool KXContextFetcher::fetchInMemory(std::vector<qint64> &keys)
         }
     }
     if (!m_request.sortDescriptors().isEmpty())
-        std::sort(objects.begin(), objects.end(), [this](const auto &a, const auto &b) { return m_sortOrder.precedes(a.get(), b.get()); });
+        std::sort(objects.begin(), objects.end(),
+            [this](const auto &a, const auto &b) { return m_sortOrder.precedes(a.get(), b.get()); });
     for (const KXRef<Object> &object : objects)
         keys.push_back(object->m_key);
     cut(keys, m_request);
@@ -352,7 +359,8 @@ bool KXContextFetcher::fetch(std::vector<qint64> &keys)
     if (sorted) {
         // Each affected object is put to its place among the others, which SQL has sorted, from the last to the first
         // so that places found stay right.
-        std::sort(wanted.begin(), wanted.end(), [this](const auto &a, const auto &b) { return m_sortOrder.precedes(a.get(), b.get()); });
+        std::sort(wanted.begin(), wanted.end(),
+            [this](const auto &a, const auto &b) { return m_sortOrder.precedes(a.get(), b.get()); });
         std::vector<qint64> merged;
         merged.reserve(keys.size() + wanted.size());
         auto from = keys.cbegin();
@@ -400,8 +408,8 @@ bool KXContextFetcher::count(qint64 &number)
         list[list.size() - 1] = ']';
         keys.values.push_back({ .type = KXSQLValue::Text, .bytes = list });
         numbers.clear();
-        if (!query("SELECT count(*) FROM " + m_entity.table() + " t0" + condition + (condition.isEmpty() ? " WHERE " : " AND ")
-                    + "t0.kx_id IN (SELECT value FROM json_each(?))",
+        if (!query("SELECT count(*) FROM " + m_entity.table() + " t0" + condition
+                    + (condition.isEmpty() ? " WHERE " : " AND ") + "t0.kx_id IN (SELECT value FROM json_each(?))",
                 { &m_predicate, &keys }, numbers))
             return false;
         number -= numbers.front();
@@ -418,8 +426,8 @@ bool KXContextFetcher::count(qint64 &number)
     return true;
 }
 
-KXRef<Object> KXContextFetcher::objectAt(
-    KXManagedObjectContextPrivate &context, const KXEntityDescription &entity, std::span<const qint64> keys, size_t place, size_t batchSize)
+KXRef<Object> KXContextFetcher::objectAt(KXManagedObjectContextPrivate &context, const KXEntityDescription &entity,
+    std::span<const qint64> keys, size_t place, size_t batchSize)
 {
     const qint64 key = keys[place];
     if (const Object *object = context.registered(key); !object || object->isFault()) {

@@ -6,8 +6,8 @@
 
 /// How a context holds the objects that it must not lose: by a reference, like everybody else.
 ///
-/// The objects of a child context belong to it until it ends, and handles on them keep it. It is not among their holders
-/// itself, or it would keep itself for ever: a hold on such an object takes no reference.
+/// The objects of a child context belong to it until it ends, and handles on them keep it. It is not among their
+/// holders itself, or it would keep itself for ever: a hold on such an object takes no reference.
 class KXContextHold
 {
 public:
@@ -17,13 +17,20 @@ public:
         if (isCounted())
             object->ref();
     }
-    KXContextHold(const KXRef<KXManagedObject> &object) : KXContextHold(object.get()) { }
-    KXContextHold(const KXContextHold &other) : m_object(other.m_object)
+    KXContextHold(const KXRef<KXManagedObject> &object)
+        : KXContextHold(object.get())
+    {
+    }
+    KXContextHold(const KXContextHold &other)
+        : m_object(other.m_object)
     {
         if (isCounted())
             get()->ref();
     }
-    KXContextHold(KXContextHold &&other) noexcept : m_object(std::exchange(other.m_object, 0)) { }
+    KXContextHold(KXContextHold &&other) noexcept
+        : m_object(std::exchange(other.m_object, 0))
+    {
+    }
     KXContextHold &operator=(KXContextHold other) noexcept
     {
         std::swap(m_object, other.m_object);

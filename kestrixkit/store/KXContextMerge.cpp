@@ -15,7 +15,9 @@ void KXManagedObjectContextPrivate::dropUnsavedLinks(Object *object)
         if (!inverse || !inverse->isToMany() || !object->m_values)
             continue;
         const KXToManyKeys *own = property.isToMany() ? object->values()->existingToMany(property) : nullptr;
-        const QSet<qint64> others = own ? own->added : property.isToOne() ? QSet<qint64> { object->values()->toOne(property) } : QSet<qint64>();
+        const QSet<qint64> others = own ? own->added
+            : property.isToOne()        ? QSet<qint64> { object->values()->toOne(property) }
+                                        : QSet<qint64>();
         for (const qint64 key : others) {
             Object *other = key ? registered(key) : nullptr;
             KXToManyKeys *keys = other && other->m_values ? other->values()->existingToMany(*inverse) : nullptr;
@@ -48,9 +50,9 @@ void KXManagedObjectContextPrivate::vanish(const KXRef<Object> &object)
     m_observed.erase(object.get());
 }
 
-/// Where an unsaved edit and the save lead an object to different ends, the edit stays; at those ends it becomes an edit
-/// of what was saved. The end that the save leads to comes into memory for that, or reading it later would count the
-/// object in.
+/// Where an unsaved edit and the save lead an object to different ends, the edit stays; at those ends it becomes an
+/// edit of what was saved. The end that the save leads to comes into memory for that, or reading it later would count
+/// the object in.
 void KXManagedObjectContextPrivate::keepContestedLinks(const KXStoreChange &change)
 {
     const auto settle = [this](const KXPropertyDescription &property, qint64 end, qint64 member, bool add) {
@@ -81,7 +83,8 @@ void KXManagedObjectContextPrivate::keepContestedLinks(const KXStoreChange &chan
             const KXPropertySet changed = own->second.changed;
             for (const KXPropertyChange &news : row.properties) {
                 const KXPropertyDescription &property = *news.property;
-                if (!property.isToOne() || !property.inverse() || !property.inverse()->isToMany() || !changed.test(size_t(property.index())))
+                if (!property.isToOne() || !property.inverse() || !property.inverse()->isToMany()
+                    || !changed.test(size_t(property.index())))
                     continue;
                 const qint64 here = object->values()->toOne(property);
                 const qint64 there = news.newValue.toLongLong();
@@ -133,12 +136,15 @@ void KXManagedObjectContextPrivate::mergeChanges(const KXStoreChange &change)
             if (before)
                 object->willChangeValueForKey(property.name(), kind, add ? QVariantList() : member);
             else
-                object->didChangeValueForKey(property.name(), kind, add ? QVariantList() : member, add ? member : QVariantList());
+                object->didChangeValueForKey(
+                    property.name(), kind, add ? QVariantList() : member, add ? member : QVariantList());
         };
         for (const bool add : { true, false }) {
             for (const qint64 key : add ? news.added : news.removed) {
                 // Both did the same: it is no longer unsaved here. Both did the opposite: the unsaved edit stays.
-                if (keys && ((add ? keys->added : keys->removed).remove(key) || (add ? keys->removed : keys->added).contains(key)))
+                if (keys
+                    && ((add ? keys->added : keys->removed).remove(key)
+                        || (add ? keys->removed : keys->added).contains(key)))
                     continue;
                 announce(true, add, key);
                 if (keys && keys->loaded && add)
@@ -163,7 +169,8 @@ void KXManagedObjectContextPrivate::mergeChanges(const KXStoreChange &change)
             for (const KXPropertyChange &news : row.properties) {
                 if (news.property->isToMany())
                     mergeMembers(found, news);
-                else if (const auto own = changes.find(found); !newer || !mergeColumn(found, own == changes.end() ? nullptr : &own->second, news))
+                else if (const auto own = changes.find(found);
+                         !newer || !mergeColumn(found, own == changes.end() ? nullptr : &own->second, news))
                     continue;
                 keys.insert(news.property->name());
                 if (!found->m_values || object->managedObjectContext() != q)

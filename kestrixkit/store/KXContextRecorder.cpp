@@ -11,8 +11,13 @@ namespace {
 class ContextFact : public KXUndoFact
 {
 public:
-    ContextFact(std::weak_ptr<KXManagedObjectContext> context, const void *target, std::vector<KXContextRecorder::Entry> entries)
-        : m_context(std::move(context)), m_target(target), m_entries(std::move(entries)) { }
+    ContextFact(std::weak_ptr<KXManagedObjectContext> context, const void *target,
+        std::vector<KXContextRecorder::Entry> entries)
+        : m_context(std::move(context))
+        , m_target(target)
+        , m_entries(std::move(entries))
+    {
+    }
 
     std::unique_ptr<KXUndoFact> revert() override
     {
@@ -46,7 +51,10 @@ void KXContextRecorder::setManager(std::shared_ptr<KXUndoManager> manager)
     m_boundary = m_manager ? m_manager->addBoundaryObserver([this] { flush(); }) : KXScopeToken();
 }
 
-bool KXContextRecorder::isRecording() const { return m_manager && !m_reverting && m_manager->isUndoRegistrationEnabled(); }
+bool KXContextRecorder::isRecording() const
+{
+    return m_manager && !m_reverting && m_manager->isUndoRegistrationEnabled();
+}
 
 KXContextRecorder::Entry &KXContextRecorder::entryOf(Object *object)
 {
@@ -127,7 +135,8 @@ void KXContextRecorder::flush()
         return !entry.existedBefore && !entry.existsAfter;
     });
     if (!entries.empty() && m_manager)
-        m_manager->addStep(std::make_unique<ContextFact>(m_context.q->weak_from_this(), m_context.q, std::move(entries)));
+        m_manager->addStep(
+            std::make_unique<ContextFact>(m_context.q->weak_from_this(), m_context.q, std::move(entries)));
 }
 
 void KXContextRecorder::forget()
@@ -144,7 +153,8 @@ void KXContextRecorder::dropFormerMembers(KXManagedObjectContextPrivate &context
 {
     std::unordered_map<const Object *, const Entry *> revived;
     for (const Entry &entry : entries) {
-        if (entry.existedBefore && !entry.existsAfter && entry.object->managedObjectContext() == context.q && !entry.object->isDeleted())
+        if (entry.existedBefore && !entry.existsAfter && entry.object->managedObjectContext() == context.q
+            && !entry.object->isDeleted())
             revived.emplace(entry.object.get(), &entry);
     }
     for (const auto &[object, entry] : revived) {
@@ -164,7 +174,8 @@ void KXContextRecorder::dropFormerMembers(KXManagedObjectContextPrivate &context
                 const KXToManyKeys *back = other->values()->existingToMany(*inverse);
                 return back && (back->loaded ? back->members : back->added).contains(key);
             };
-            for (const qint64 member : QSet<qint64>(context.loadedToMany(entry->object.get(), property).members) - before) {
+            for (const qint64 member :
+                QSet<qint64>(context.loadedToMany(entry->object.get(), property).members) - before) {
                 if (!refersBack(member))
                     context.link(entry->object.get(), property, member, false);
             }
@@ -172,7 +183,8 @@ void KXContextRecorder::dropFormerMembers(KXManagedObjectContextPrivate &context
     }
 }
 
-std::vector<KXContextRecorder::Entry> KXContextRecorder::revert(KXManagedObjectContextPrivate &context, std::vector<Entry> entries)
+std::vector<KXContextRecorder::Entry> KXContextRecorder::revert(
+    KXManagedObjectContextPrivate &context, std::vector<Entry> entries)
 {
     context.recorder.flush();
     struct Guard
@@ -190,7 +202,8 @@ std::vector<KXContextRecorder::Entry> KXContextRecorder::revert(KXManagedObjectC
     }
     for (Entry &entry : entries) {
         Object *object = entry.object.get();
-        if (!entry.existedBefore || !entry.existsAfter || object->managedObjectContext() != context.q || object->isDeleted() || object->isMissing())
+        if (!entry.existedBefore || !entry.existsAfter || object->managedObjectContext() != context.q
+            || object->isDeleted() || object->isMissing())
             continue;
         for (const KXPropertyDescription &property : object->entity()->properties()) {
             if (entry.before && entry.changed.test(size_t(property.index())) && !property.isToMany())
@@ -206,7 +219,8 @@ std::vector<KXContextRecorder::Entry> KXContextRecorder::revert(KXManagedObjectC
     }
     dropFormerMembers(context, entries);
     for (Entry &entry : entries) {
-        if (entry.existedBefore || !entry.existsAfter || entry.object->managedObjectContext() != context.q || entry.object->isDeleted())
+        if (entry.existedBefore || !entry.existsAfter || entry.object->managedObjectContext() != context.q
+            || entry.object->isDeleted())
             continue;
         context.markDeleted(entry.object);
         // Whoever came to refer to it by what was not recorded, such as a merge, lets go of it.

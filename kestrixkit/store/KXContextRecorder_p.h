@@ -21,13 +21,16 @@ using KXPropertySet = std::bitset<256>;
 
 /// Turns what changes in a context into facts of its undo manager.
 ///
-/// Objects are remembered as they were when they were first touched since the last boundary (a group opened or closed, a
-/// turn ended, a save); at the boundary that and what has become of them is one fact. A fact holds values and
-/// keys, and the objects themselves, so that undoing a deletion that was saved brings back the same instance.
+/// Objects are remembered as they were when they were first touched since the last boundary (a group opened or closed,
+/// a turn ended, a save); at the boundary that and what has become of them is one fact. A fact holds values and keys,
+/// and the objects themselves, so that undoing a deletion that was saved brings back the same instance.
 class KXContextRecorder
 {
 public:
-    explicit KXContextRecorder(KXManagedObjectContextPrivate &context) : m_context(context) { }
+    explicit KXContextRecorder(KXManagedObjectContextPrivate &context)
+        : m_context(context)
+    {
+    }
     ~KXContextRecorder();
 
     [[nodiscard]] const std::shared_ptr<KXUndoManager> &manager() const { return m_manager; }

@@ -48,7 +48,8 @@ bool KXContextSaver::collect()
     }
     const auto earlier = [](const Object *a, const Object *b) { return liesBefore(a, b, a->m_key, b->m_key); };
     std::stable_sort(m_inserted.begin(), m_inserted.end(), earlier);
-    std::sort(m_updated.begin(), m_updated.end(), [&](const Update &a, const Update &b) { return earlier(a.object, b.object); });
+    std::sort(m_updated.begin(), m_updated.end(),
+        [&](const Update &a, const Update &b) { return earlier(a.object, b.object); });
     return !m_inserted.empty() || !m_updated.empty() || !m_context.deleted.empty();
 }
 
@@ -59,7 +60,8 @@ KXError KXContextSaver::validateObject(const Object &object)
         if (!values.isPresent(property->index())) {
             if (!property->isOptional())
                 return saveValidationError(object, *property, "must have a value"_L1);
-        } else if (property->isAttribute() && property->type() == KXAttributeType::Double && std::isnan(values.slot<double>(property->offset()))) {
+        } else if (property->isAttribute() && property->type() == KXAttributeType::Double
+            && std::isnan(values.slot<double>(property->offset()))) {
             return saveValidationError(object, *property, "is not a number"_L1);
         }
     }
@@ -80,8 +82,10 @@ KXError KXContextSaver::validate()
         for (const KXPropertyDescription &property : object->entity()->properties()) {
             if (!property.isRelationship() || property.deleteRule() != KXDeleteRule::Deny)
                 continue;
-            QList<KXRef<Object>> others = property.isToMany() ? m_context.toMany(object, property) : QList { m_context.toOne(object, property) };
-            others.removeIf([](const KXRef<Object> &other) { return !other || other->isDeleted() || other->isMissing(); });
+            QList<KXRef<Object>> others = property.isToMany() ? m_context.toMany(object, property)
+                                                              : QList { m_context.toOne(object, property) };
+            others.removeIf(
+                [](const KXRef<Object> &other) { return !other || other->isDeleted() || other->isMissing(); });
             if (!others.isEmpty())
                 return saveValidationError(*object, property, "still has members, which forbids its deletion"_L1);
         }
@@ -92,7 +96,8 @@ KXError KXContextSaver::validate()
 KXEntityChange &KXContextSaver::changeOf(const KXEntityDescription *entity)
 {
     if (m_changes.empty() || m_changes.back().entity != entity) {
-        const auto found = std::find_if(m_changes.begin(), m_changes.end(), [entity](const KXEntityChange &change) { return change.entity == entity; });
+        const auto found = std::find_if(m_changes.begin(), m_changes.end(),
+            [entity](const KXEntityChange &change) { return change.entity == entity; });
         if (found != m_changes.end())
             return *found;
         m_changes.push_back({ .entity = entity });
@@ -123,7 +128,8 @@ KXError KXContextSaver::writeInserted(KXSQLiteConnection &connection)
 }
 
 /// The row has another version than the one that was read: what both sides changed keeps the store's value.
-KXError KXContextSaver::settleConflict(KXSQLiteConnection &connection, Update &update, std::vector<const KXPropertyDescription *> &columns)
+KXError KXContextSaver::settleConflict(
+    KXSQLiteConnection &connection, Update &update, std::vector<const KXPropertyDescription *> &columns)
 {
     Object &object = *update.object;
     const KXRowCodec &codec = m_context.store->codec(*object.entity());
@@ -204,8 +210,11 @@ KXError KXContextSaver::writeJoins(KXSQLiteConnection &connection, Object &objec
         const QByteArray columns = '(' + property->joinSource() + ", " + property->joinTarget() + ')';
         // Either row may be gone by somebody else's doing.
         const std::pair<const QSet<qint64> &, QByteArray> steps[] = {
-            { keys->added, "INSERT OR IGNORE INTO " + property->joinTable() + columns + " SELECT ?1, ?2 WHERE EXISTS (SELECT 1 FROM " + object.entity()->table()
-                    + " WHERE kx_id = ?1) AND EXISTS (SELECT 1 FROM " + property->destinationEntity()->table() + " WHERE kx_id = ?2)" },
+            { keys->added,
+                "INSERT OR IGNORE INTO " + property->joinTable() + columns
+                    + " SELECT ?1, ?2 WHERE EXISTS (SELECT 1 FROM " + object.entity()->table()
+                    + " WHERE kx_id = ?1) AND EXISTS (SELECT 1 FROM " + property->destinationEntity()->table()
+                    + " WHERE kx_id = ?2)" },
             { keys->removed, "DELETE FROM " + property->joinTable() + " WHERE " + columns + " = (?1, ?2)" },
         };
         for (const auto &[others, sql] : steps) {
@@ -286,7 +295,9 @@ void KXContextSaver::noteUpdate(const Update &update)
                 continue;
             KXPropertyChange members { &property, {}, {}, keys->added.values(), keys->removed.values() };
             if (!m_void.empty()) {
-                const auto isVoid = [&](qint64 other) { return m_void.contains({ property.index(), object.m_key, other }); };
+                const auto isVoid = [&](qint64 other) {
+                    return m_void.contains({ property.index(), object.m_key, other });
+                };
                 members.added.removeIf(isVoid);
                 members.removed.removeIf(isVoid);
             }
@@ -401,7 +412,8 @@ bool KXManagedObjectContextPrivate::save(KXError *error)
     if (parent) {
         saver.pass(parent->d());
         saver.finish();
-        KXNotificationCenter::defaultCenter().post(QString(KXManagedObjectContextDidSaveNotification), q, std::shared_ptr<const KXStoreChange>());
+        KXNotificationCenter::defaultCenter().post(
+            QString(KXManagedObjectContextDidSaveNotification), q, std::shared_ptr<const KXStoreChange>());
         return true;
     }
     std::shared_ptr<const KXStoreChange> change;

@@ -10,7 +10,10 @@
 class KXContextSaver
 {
 public:
-    explicit KXContextSaver(KXManagedObjectContextPrivate &context) : m_context(context) { }
+    explicit KXContextSaver(KXManagedObjectContextPrivate &context)
+        : m_context(context)
+    {
+    }
 
     /// Whether there is anything to save.
     bool collect();
@@ -37,7 +40,8 @@ private:
     KXError validateObject(const KXManagedObject &object);
     KXError writeInserted(KXSQLiteConnection &connection);
     KXError writeUpdated(KXSQLiteConnection &connection, Update &update);
-    KXError settleConflict(KXSQLiteConnection &connection, Update &update, std::vector<const KXPropertyDescription *> &columns);
+    KXError settleConflict(
+        KXSQLiteConnection &connection, Update &update, std::vector<const KXPropertyDescription *> &columns);
     KXError writeDeleted(KXSQLiteConnection &connection);
     KXError writeJoins(KXSQLiteConnection &connection, KXManagedObject &object);
     void noteUpdate(const Update &update);

@@ -26,9 +26,10 @@ struct MigrationPass
     QString modelName; // of the destination's file, without extension
 };
 
-/// The passes that lead from the one model to the other: each takes the first model file, in the bundle's order, to which
-/// there is a mapping and which was not there before, so that mappings that lead in a circle come to an end.
-KXError migrationPasses(KXManagedObjectModel::Ref source, const KXManagedObjectModel::Ref &last, QList<MigrationPass> &passes)
+/// The passes that lead from the one model to the other: each takes the first model file, in the bundle's order, to
+/// which there is a mapping and which was not there before, so that mappings that lead in a circle come to an end.
+KXError migrationPasses(
+    KXManagedObjectModel::Ref source, const KXManagedObjectModel::Ref &last, QList<MigrationPass> &passes)
 {
     const QStringList files = KXModelFile::allModelFiles(KXBundle::mainBundle());
     if (files.isEmpty())
@@ -60,9 +61,11 @@ KXError migrationPasses(KXManagedObjectModel::Ref source, const KXManagedObjectM
 KXError migrationRunPass(const KXStorePath &store, const MigrationPass &pass)
 {
     const QString fresh = store.base() + u'.' + pass.modelName + u'.' + store.extension();
-    const QString kept = store.folder() + u'/' + QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper() + u'.' + pass.modelName + u'.' + store.extension();
+    const QString kept = store.folder() + u'/' + QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper() + u'.'
+        + pass.modelName + u'.' + store.extension();
     if (KXStoreFiles::exists(fresh))
-        return KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::CannotOpen, KXStringWithFormat("%@ is in the way", fresh));
+        return KXError(
+            KXKestrixKitErrorDomain, KXStoreErrorCode::CannotOpen, KXStringWithFormat("%@ is in the way", fresh));
     KXSQLiteConnection old;
     if (KXError error = old.openAlone(store.path()))
         return error;
@@ -102,8 +105,8 @@ bool KXPersistentStoreCoordinator::migrateURL(const QUrl &url, const KXManagedOb
     if ((problem = KXStoreReplacement::recover(store.path())))
         return KXSetError(error, problem);
 
-    // Locked until the new file is in place. A store that somebody else works on is left alone; with any other mistake the work
-    // goes on, and fails where it must.
+    // Locked until the new file is in place. A store that somebody else works on is left alone; with any other mistake
+    // the work goes on, and fails where it must.
     KXSQLiteConnection old;
     problem = old.openAlone(store.path());
     const QString fresh = store.unique();
@@ -159,7 +162,8 @@ bool KXPersistentStoreCoordinator::migrateURL(const QUrl &url, const KXManagedOb
     return true;
 }
 
-bool KXPersistentStoreCoordinator::progressivelyMigrateURL(const QUrl &url, const QString &ofType, const KXManagedObjectModel::Ref &toModel, KXError *error)
+bool KXPersistentStoreCoordinator::progressivelyMigrateURL(
+    const QUrl &url, const QString &ofType, const KXManagedObjectModel::Ref &toModel, KXError *error)
 {
     const KXStorePath store(url.toLocalFile());
     if (KXError problem = KXStoreReplacement::recover(store.path()))
@@ -167,7 +171,9 @@ bool KXPersistentStoreCoordinator::progressivelyMigrateURL(const QUrl &url, cons
     if (!KXStoreFiles::exists(store.path()))
         return true;
     if (ofType != KXSQLiteStoreType)
-        return KXSetError(error, KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::NotAStore, KXStringWithFormat("There are no stores of the type \"%@\"", ofType)));
+        return KXSetError(error,
+            KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::NotAStore,
+                KXStringWithFormat("There are no stores of the type \"%@\"", ofType)));
     const auto metadata = KXPersistentStore::metadataForStoreURL(url, error);
     if (!metadata)
         return false;

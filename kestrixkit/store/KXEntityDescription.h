@@ -22,15 +22,30 @@ public:
     explicit KXEntityDescription(const QString &name = {}, const QString &parentName = {});
 
     KXEntityDescription &add(const KXPropertyDescription &property);
-    KXEntityDescription &resident() { m_residence = KXResidence::Resident; return *this; }
+    KXEntityDescription &resident()
+    {
+        m_residence = KXResidence::Resident;
+        return *this;
+    }
     /// The C++ class registered for the entity's objects; the entity's name where none is given.
-    KXEntityDescription &className(const QString &name) { m_className = name; return *this; }
-    KXEntityDescription &renamedFrom(const QString &identifier) { m_renamingIdentifier = identifier; return *this; }
+    KXEntityDescription &className(const QString &name)
+    {
+        m_className = name;
+        return *this;
+    }
+    KXEntityDescription &renamedFrom(const QString &identifier)
+    {
+        m_renamingIdentifier = identifier;
+        return *this;
+    }
 
     [[nodiscard]] const QString &name() const { return m_name; }
     [[nodiscard]] const QString &parentName() const { return m_parentName; }
     [[nodiscard]] const QString &className() const { return m_className.isEmpty() ? m_name : m_className; }
-    [[nodiscard]] const QString &renamingIdentifier() const { return m_renamingIdentifier.isEmpty() ? m_name : m_renamingIdentifier; }
+    [[nodiscard]] const QString &renamingIdentifier() const
+    {
+        return m_renamingIdentifier.isEmpty() ? m_name : m_renamingIdentifier;
+    }
     [[nodiscard]] KXResidence residence() const { return m_residence; }
 
     /// Inherited properties first, in the order of their index; before a model took the entity, its own alone.

@@ -20,15 +20,39 @@ struct KXSortDescriptor
 class KX_CORE_EXPORT KXFetchRequest
 {
 public:
-    explicit KXFetchRequest(QString entityName, KXPredicate predicate = {}) : m_entityName(std::move(entityName)), m_predicate(std::move(predicate)) { }
+    explicit KXFetchRequest(QString entityName, KXPredicate predicate = {})
+        : m_entityName(std::move(entityName))
+        , m_predicate(std::move(predicate))
+    {
+    }
 
-    KXFetchRequest &setPredicate(const KXPredicate &predicate) { m_predicate = predicate; return *this; }
-    KXFetchRequest &setSortDescriptors(const QList<KXSortDescriptor> &descriptors) { m_sortDescriptors = descriptors; return *this; }
+    KXFetchRequest &setPredicate(const KXPredicate &predicate)
+    {
+        m_predicate = predicate;
+        return *this;
+    }
+    KXFetchRequest &setSortDescriptors(const QList<KXSortDescriptor> &descriptors)
+    {
+        m_sortDescriptors = descriptors;
+        return *this;
+    }
     /// At most so many results; 0 for all.
-    KXFetchRequest &setFetchLimit(qint64 limit) { m_fetchLimit = limit; return *this; }
-    KXFetchRequest &setFetchOffset(qint64 offset) { m_fetchOffset = offset; return *this; }
+    KXFetchRequest &setFetchLimit(qint64 limit)
+    {
+        m_fetchLimit = limit;
+        return *this;
+    }
+    KXFetchRequest &setFetchOffset(qint64 offset)
+    {
+        m_fetchOffset = offset;
+        return *this;
+    }
     /// How many objects are filled at a time when one that is not in memory is touched; from 1.
-    KXFetchRequest &setFetchBatchSize(int size) { m_fetchBatchSize = std::max(1, size); return *this; }
+    KXFetchRequest &setFetchBatchSize(int size)
+    {
+        m_fetchBatchSize = std::max(1, size);
+        return *this;
+    }
 
     [[nodiscard]] const QString &entityName() const { return m_entityName; }
     [[nodiscard]] const KXPredicate &predicate() const { return m_predicate; }

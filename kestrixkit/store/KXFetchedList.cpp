@@ -3,10 +3,12 @@
 #include <kestrixkit/store/KXContextFetch_p.h>
 #include <kestrixkit/store/KXPersistentStore.h>
 
-KXFetchedList::KXFetchedList(std::weak_ptr<KXManagedObjectContext> context, const KXEntityDescription *entity, std::vector<qint64> keys, int batchSize)
+KXFetchedList::KXFetchedList(std::weak_ptr<KXManagedObjectContext> context, const KXEntityDescription *entity,
+    std::vector<qint64> keys, int batchSize)
 {
     const auto held = context.lock();
-    m_data = std::make_shared<Data>(Data { std::move(context), held.get(), entity, held->persistentStoreCoordinator(), std::move(keys), batchSize });
+    m_data = std::make_shared<Data>(Data {
+        std::move(context), held.get(), entity, held->persistentStoreCoordinator(), std::move(keys), batchSize });
 }
 
 KXRef<KXManagedObject> KXFetchedList::at(qsizetype index) const

@@ -17,7 +17,8 @@ class KX_CORE_EXPORT KXFetchedList
 public:
     /// A list that is no result, as a failed fetch answers.
     KXFetchedList() = default;
-    KXFetchedList(std::weak_ptr<KXManagedObjectContext> context, const KXEntityDescription *entity, std::vector<qint64> keys, int batchSize);
+    KXFetchedList(std::weak_ptr<KXManagedObjectContext> context, const KXEntityDescription *entity,
+        std::vector<qint64> keys, int batchSize);
 
     /// True for a failed fetch; an empty result is not null.
     [[nodiscard]] bool isNull() const { return !m_data; }
@@ -30,7 +31,10 @@ public:
     [[nodiscard]] KXRef<KXManagedObject> operator[](qsizetype index) const { return at(index); }
     [[nodiscard]] KXRef<KXManagedObject> first() const { return at(0); }
     /// The object as a stored class; empty where it is of another one.
-    template<class Class> [[nodiscard]] KXRef<Class> as(qsizetype index) const { return KXDynamicRefCast<Class>(at(index)); }
+    template <class Class> [[nodiscard]] KXRef<Class> as(qsizetype index) const
+    {
+        return KXDynamicRefCast<Class>(at(index));
+    }
 
     /// The row's key, without making an object.
     [[nodiscard]] qint64 key(qsizetype index) const { return m_data->keys[size_t(index)]; }
@@ -47,9 +51,17 @@ public:
         using difference_type = qsizetype;
         using pointer = void;
         using reference = value_type;
-        const_iterator(const KXFetchedList *list, qsizetype index) : m_list(list), m_index(index) { }
+        const_iterator(const KXFetchedList *list, qsizetype index)
+            : m_list(list)
+            , m_index(index)
+        {
+        }
         value_type operator*() const { return m_list->at(m_index); }
-        const_iterator &operator++() { ++m_index; return *this; }
+        const_iterator &operator++()
+        {
+            ++m_index;
+            return *this;
+        }
         bool operator==(const const_iterator &other) const { return m_index == other.m_index; }
 
     private:

@@ -10,7 +10,7 @@
 /// Keys come from one sequence, so rows that were made together have neighbouring keys and are used together:
 /// the table holds them by sevens, a cache line each, at scattered places (linear probing over lines). About
 /// 16 bytes an object when keys are dense, at most some hundred when each is alone. No call looks at an object.
-template<class Object> class KXIdentityMap
+template <class Object> class KXIdentityMap
 {
 public:
     [[nodiscard]] Object *find(qint64 key) const
@@ -41,7 +41,8 @@ public:
         size_t hole = place(idOf(key));
         Line &line = m_lines[hole];
         line.objects[key % perLine] = nullptr;
-        if (line.id == 0 || std::any_of(std::begin(line.objects), std::end(line.objects), [](Object *object) { return object; }))
+        if (line.id == 0
+            || std::any_of(std::begin(line.objects), std::end(line.objects), [](Object *object) { return object; }))
             return;
         // Whatever follows and belongs at the hole or before it moves there, so that probing finds it.
         const size_t mask = m_lines.size() - 1;
@@ -57,7 +58,7 @@ public:
             rehash(m_lines.size() / 2);
     }
 
-    template<typename Function> void forEach(Function &&function) const
+    template <typename Function> void forEach(Function &&function) const
     {
         for (const Line &line : m_lines) {
             for (Object *object : line.objects) {

@@ -12,7 +12,8 @@ KXKeySequence::~KXKeySequence()
 
 KXError KXKeySequence::reserve(qint64 size, Block &block)
 {
-    const KXStoreConnections::Writer writer = m_connections.writer(false); // other operations take keys of the block, too
+    const KXStoreConnections::Writer writer
+        = m_connections.writer(false); // other operations take keys of the block, too
     KXTransaction transaction(*writer);
     if (KXError error = transaction.begin())
         return error;

@@ -15,7 +15,10 @@
 class KXKeySequence
 {
 public:
-    explicit KXKeySequence(KXStoreConnections &connections) : m_connections(connections) { }
+    explicit KXKeySequence(KXStoreConnections &connections)
+        : m_connections(connections)
+    {
+    }
     ~KXKeySequence();
     KXKeySequence(const KXKeySequence &) = delete;
     KXKeySequence &operator=(const KXKeySequence &) = delete;

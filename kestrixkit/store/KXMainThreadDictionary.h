@@ -17,7 +17,7 @@ public:
     static void remove(QLatin1StringView key);
 
     /// The value as a T; a default one where there is none or one of another type.
-    template<typename T> [[nodiscard]] static T get(QLatin1StringView key)
+    template <typename T> [[nodiscard]] static T get(QLatin1StringView key)
     {
         const std::any held = value(key);
         const T *typed = std::any_cast<T>(&held);

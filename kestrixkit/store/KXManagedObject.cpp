@@ -110,7 +110,8 @@ KXPropertyPlace KXManagedObject::resolve(QStringView key, Kind kind) const
 {
     const KXPropertyDescription *property = m_entity->property(key);
     if (!property)
-        throw KXException(u"KXUnknownKeyException"_s, KXStringWithFormat("The entity \"%@\" has no property \"%@\"", m_entity->name(), key.toString()));
+        throw KXException(u"KXUnknownKeyException"_s,
+            KXStringWithFormat("The entity \"%@\" has no property \"%@\"", m_entity->name(), key.toString()));
     const bool fits = [&] {
         if (property->isRelationship())
             return kind == (property->isToMany() ? Kind::ToMany : Kind::ToOne);
@@ -133,7 +134,8 @@ KXPropertyPlace KXManagedObject::resolve(QStringView key, Kind kind) const
     }();
     if (!fits) {
         throw KXException(u"KXUnknownKeyException"_s,
-            KXStringWithFormat("The accessor \"%@\" does not fit the type of the property in the entity \"%@\"", key.toString(), m_entity->name()));
+            KXStringWithFormat("The accessor \"%@\" does not fit the type of the property in the entity \"%@\"",
+                key.toString(), m_entity->name()));
     }
     return { property->index(), property->offset() };
 }
@@ -170,7 +172,8 @@ QVariant KXManagedObject::valueForKey(const QString &key) const
             if (relative->property(key))
                 return {};
         }
-        throw KXException(u"KXUnknownKeyException"_s, KXStringWithFormat("The entity \"%@\" has no property \"%@\"", m_entity->name(), key));
+        throw KXException(u"KXUnknownKeyException"_s,
+            KXStringWithFormat("The entity \"%@\" has no property \"%@\"", m_entity->name(), key));
     }
     const KXPropertyPlace place { property->index(), property->offset() };
     if (property->isAttribute())
@@ -199,8 +202,9 @@ QSet<QString> KXManagedObject::changedKeys() const
     const auto &changes = m_context->d().changes;
     const auto found = changes.find(const_cast<KXManagedObject *>(this));
     for (const KXPropertyDescription &property : m_entity->properties()) {
-        const bool changed = isInserted() ? values()->isPresent(property.index())
-                                          : found != changes.end() && found->second.changed.test(size_t(property.index()));
+        const bool changed = isInserted()
+            ? values()->isPresent(property.index())
+            : found != changes.end() && found->second.changed.test(size_t(property.index()));
         if (changed)
             keys.insert(property.name());
     }
@@ -221,7 +225,7 @@ QVariant KXManagedObject::committedValueForKey(const QString &key) const
 
 // Writing
 
-template<typename Write> void KXManagedObject::change(const KXPropertyDescription &property, Write &&write)
+template <typename Write> void KXManagedObject::change(const KXPropertyDescription &property, Write &&write)
 {
     if (!loadedValues())
         return; // the row is gone: there is nothing to keep the value
@@ -236,7 +240,9 @@ void KXManagedObject::setInteger(KXPropertyPlace place, std::optional<qint64> va
 {
     const KXPropertyDescription &property = m_entity->properties().at(place.index);
     if (value) {
-        const qint64 limit = property.type() == KXAttributeType::Integer16 ? 0x7fff : property.type() == KXAttributeType::Integer32 ? 0x7fff'ffff : 0;
+        const qint64 limit = property.type() == KXAttributeType::Integer16 ? 0x7fff
+            : property.type() == KXAttributeType::Integer32                ? 0x7fff'ffff
+                                                                           : 0;
         if (limit && (*value > limit || *value < -limit - 1)) {
             KXLogError(store, "%lld does not fit \"%@\" of \"%@\"", *value, property.name(), m_entity->name());
             return;
@@ -298,9 +304,11 @@ bool KXManagedObject::setValueForKey(const QString &key, const QVariant &value)
 {
     const KXPropertyDescription *property = m_entity->property(key);
     if (!property)
-        throw KXException(u"KXUnknownKeyException"_s, KXStringWithFormat("The entity \"%@\" has no property \"%@\"", m_entity->name(), key));
+        throw KXException(u"KXUnknownKeyException"_s,
+            KXStringWithFormat("The entity \"%@\" has no property \"%@\"", m_entity->name(), key));
     const KXPropertyPlace place { property->index(), property->offset() };
-    const auto objectFrom = [](const QVariant &held) { return dynamic_cast<KXManagedObject *>(KXObservableFromVariant(held)); };
+    const auto objectFrom
+        = [](const QVariant &held) { return dynamic_cast<KXManagedObject *>(KXObservableFromVariant(held)); };
     if (property->isToMany()) {
         QList<KXRef<KXManagedObject>> objects;
         for (const QVariant &element : value.toList()) {
@@ -322,7 +330,8 @@ bool KXManagedObject::setValueForKey(const QString &key, const QVariant &value)
     const QVariant converted = KXValueConversion::convert(value, property->type());
     if (!converted.isValid() && value.isValid() && !value.isNull())
         return false;
-    if (loadedValues() && values()->attribute(*property) == converted && values()->isPresent(place.index) == converted.isValid())
+    if (loadedValues() && values()->attribute(*property) == converted
+        && values()->isPresent(place.index) == converted.isValid())
         announceUnchanged(*property);
     else
         setAttributeAt(place.index, converted);

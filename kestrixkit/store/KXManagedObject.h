@@ -63,7 +63,10 @@ public:
     /// Null for a temporary instance. Valid also after the object left its context.
     [[nodiscard]] KXManagedObjectID objectID() const;
     /// nullptr for a temporary instance, for one whose deletion was saved, and after the context is gone.
-    [[nodiscard]] KXManagedObjectContext *managedObjectContext() const { return m_flags & Detached ? nullptr : m_context; }
+    [[nodiscard]] KXManagedObjectContext *managedObjectContext() const
+    {
+        return m_flags & Detached ? nullptr : m_context;
+    }
 
     [[nodiscard]] bool isInserted() const { return m_flags & Inserted; }
     /// Whether a stored object has unsaved changes.
@@ -106,8 +109,8 @@ protected:
     virtual void prepareForDeletion() { }
 
     // The typed accessors' entry points.
-    template<typename T> [[nodiscard]] T readAttribute(KXPropertyPlace place) const;
-    template<typename T> void writeAttribute(KXPropertyPlace place, const T &value);
+    template <typename T> [[nodiscard]] T readAttribute(KXPropertyPlace place) const;
+    template <typename T> void writeAttribute(KXPropertyPlace place, const T &value);
     [[nodiscard]] KXRef<KXManagedObject> readToOne(KXPropertyPlace place) const;
     void writeToOne(KXPropertyPlace place, KXManagedObject *object);
     [[nodiscard]] QList<KXRef<KXManagedObject>> readToMany(KXPropertyPlace place) const;
@@ -117,10 +120,10 @@ protected:
 
     /// What an accessor of the given C++ type expects of the model.
     enum class Kind : quint8 { Integer, Boolean, Double, Date, Text, Other, ToOne, ToMany };
-    template<typename T> static constexpr Kind kindOf();
+    template <typename T> static constexpr Kind kindOf();
     /// Throws KXException where the entity has no such property or one of another kind.
     [[nodiscard]] KXPropertyPlace resolve(QStringView key, Kind kind) const;
-    template<class Class, auto name, Kind kind> [[nodiscard]] KXPropertyPlace placeOf() const;
+    template <class Class, auto name, Kind kind> [[nodiscard]] KXPropertyPlace placeOf() const;
 
     void observationDidBegin() const override;
     void observationDidEnd() const override;
@@ -157,7 +160,7 @@ private:
     }
     void fireFault() const;
     void destroyUnreferenced() const noexcept;
-    template<typename T> [[nodiscard]] const T *slotIfPresent(KXPropertyPlace place) const
+    template <typename T> [[nodiscard]] const T *slotIfPresent(KXPropertyPlace place) const
     {
         // The block's layout is described in KXRowValues_p.h: version, presence bits, slots.
         const char *values = loadedValues();
@@ -173,7 +176,7 @@ private:
     void setText(KXPropertyPlace place, const std::optional<QString> &value);
     void setAttributeAt(int index, const QVariant &value);
     void announceUnchanged(const KXPropertyDescription &property);
-    template<typename Write> void change(const KXPropertyDescription &property, Write &&write);
+    template <typename Write> void change(const KXPropertyDescription &property, Write &&write);
     [[nodiscard]] KXRowValues *values() const { return reinterpret_cast<KXRowValues *>(m_values); }
 
     mutable std::atomic<qint32> m_references { 0 };
@@ -191,18 +194,18 @@ private:
 /// Objects travel in QVariants as this.
 Q_DECLARE_METATYPE(KXRef<KXManagedObject>)
 
-template<typename T> struct KXOptionalTraits
+template <typename T> struct KXOptionalTraits
 {
     using Value = T;
     static constexpr bool isOptional = false;
 };
-template<typename T> struct KXOptionalTraits<std::optional<T>>
+template <typename T> struct KXOptionalTraits<std::optional<T>>
 {
     using Value = T;
     static constexpr bool isOptional = true;
 };
 
-template<typename T> constexpr KXManagedObject::Kind KXManagedObject::kindOf()
+template <typename T> constexpr KXManagedObject::Kind KXManagedObject::kindOf()
 {
     using Value = typename KXOptionalTraits<T>::Value;
     if constexpr (std::is_same_v<Value, bool>)
@@ -219,7 +222,7 @@ template<typename T> constexpr KXManagedObject::Kind KXManagedObject::kindOf()
         return Kind::Other;
 }
 
-template<typename T> T KXManagedObject::readAttribute(KXPropertyPlace place) const
+template <typename T> T KXManagedObject::readAttribute(KXPropertyPlace place) const
 {
     using Value = typename KXOptionalTraits<T>::Value;
     constexpr Kind kind = kindOf<T>();
@@ -243,7 +246,7 @@ template<typename T> T KXManagedObject::readAttribute(KXPropertyPlace place) con
     }
 }
 
-template<typename T> void KXManagedObject::writeAttribute(KXPropertyPlace place, const T &value)
+template <typename T> void KXManagedObject::writeAttribute(KXPropertyPlace place, const T &value)
 {
     constexpr Kind kind = kindOf<T>();
     const auto present = [&value] {
@@ -254,7 +257,8 @@ template<typename T> void KXManagedObject::writeAttribute(KXPropertyPlace place,
         else
             return true;
     }();
-    const auto &plain = [&value]() -> const auto & {
+    const auto &plain = [&value]() -> const auto &
+    {
         if constexpr (KXOptionalTraits<T>::isOptional)
             return *value;
         else
@@ -272,7 +276,7 @@ template<typename T> void KXManagedObject::writeAttribute(KXPropertyPlace place,
         setInteger(place, present ? std::optional<qint64>(static_cast<qint64>(plain())) : std::nullopt);
 }
 
-template<class Class, auto name, KXManagedObject::Kind kind> KXPropertyPlace KXManagedObject::placeOf() const
+template <class Class, auto name, KXManagedObject::Kind kind> KXPropertyPlace KXManagedObject::placeOf() const
 {
     // Serial of the model's layout (32 bits), index (12) and offset (20) of the property in it. Models come and go,
     // serials are never reused; two models in use at once merely resolve more often.

@@ -30,7 +30,8 @@ struct Wanted
 };
 
 /// Gives the rows of the keys, which are sorted, to `take`. Answers SQLITE_DONE or the code of what went wrong.
-template<typename Take> int readRows(KXSQLiteConnection &connection, const QByteArray &select, std::vector<Wanted> &wanted, Take &&take)
+template <typename Take>
+int readRows(KXSQLiteConnection &connection, const QByteArray &select, std::vector<Wanted> &wanted, Take &&take)
 {
     int code = SQLITE_DONE;
     if (wanted.size() > 1 && wanted.back().key - wanted.front().key < denseFactor * qint64(wanted.size())) {
@@ -76,15 +77,17 @@ KXManagedObjectContext::KXManagedObjectContext(KXPersistentStoreCoordinator::Ref
 
 KXManagedObjectContext::~KXManagedObjectContext() = default;
 
-KXManagedObjectContext::Ref KXManagedObjectContext::contextWithPersistentStoreCoordinator(const KXPersistentStoreCoordinator::Ref &coordinator)
+KXManagedObjectContext::Ref KXManagedObjectContext::contextWithPersistentStoreCoordinator(
+    const KXPersistentStoreCoordinator::Ref &coordinator)
 {
     return coordinator ? Ref(new KXManagedObjectContext(coordinator)) : nullptr;
 }
 
-KXManagedObjectContext::Ref KXManagedObjectContext::contextWithStoreURL(const QUrl &url, const QList<const KXBundle *> &mergedModelFromBundles,
-    const QString &configuration, KXError *error)
+KXManagedObjectContext::Ref KXManagedObjectContext::contextWithStoreURL(const QUrl &url,
+    const QList<const KXBundle *> &mergedModelFromBundles, const QString &configuration, KXError *error)
 {
-    const auto coordinator = KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(url, mergedModelFromBundles, configuration, error);
+    const auto coordinator = KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(
+        url, mergedModelFromBundles, configuration, error);
     const Ref context = contextWithPersistentStoreCoordinator(coordinator);
     if (context)
         context->setUndoManager(std::make_shared<KXUndoManager>());
@@ -109,14 +112,18 @@ KXManagedObjectContext::Ref KXManagedObjectContext::setupMainContext()
         KXMainThreadDictionary::remove(KLNSManagedObjectContextMainThreadKey);
     }
     const QString name = KXBundle::mainBundle().name();
-    const Ref context = contextWithPersistentStoreCoordinator(KXPersistentStoreCoordinator::persistentStoreCoordinatorWithName(KXStringWithFormat("%@.db", name)));
+    const Ref context = contextWithPersistentStoreCoordinator(
+        KXPersistentStoreCoordinator::persistentStoreCoordinatorWithName(KXStringWithFormat("%@.db", name)));
     context->setUndoManager(std::make_shared<KXUndoManager>());
     KXMainThreadDictionary::setValue(KLNSManagedObjectContextMainThreadKey, context);
     KXLogDebug(store, "Created context for: %@", name);
     return context;
 }
 
-const KXPersistentStoreCoordinator::Ref &KXManagedObjectContext::persistentStoreCoordinator() const { return m_p->coordinator; }
+const KXPersistentStoreCoordinator::Ref &KXManagedObjectContext::persistentStoreCoordinator() const
+{
+    return m_p->coordinator;
+}
 bool KXManagedObjectContext::commitEditing() const { return KXApplication::commitEditing(this); }
 
 KXUndoManager *KXManagedObjectContext::undoManager() const { return m_p->recorder.manager().get(); }
@@ -149,12 +156,16 @@ bool KXManagedObjectContext::save()
 
 bool KXManagedObjectContext::save(KXError *error) { return m_p->save(error); }
 
-bool KXManagedObjectContext::hasChanges() const { return !insertedObjects().isEmpty() || !m_p->deleted.empty() || !updatedObjects().isEmpty(); }
+bool KXManagedObjectContext::hasChanges() const
+{
+    return !insertedObjects().isEmpty() || !m_p->deleted.empty() || !updatedObjects().isEmpty();
+}
 
 QList<KXRef<KXManagedObject>> KXManagedObjectContext::insertedObjects() const
 {
     QList<KXRef<KXManagedObject>> list;
-    std::copy_if(m_p->inserted.begin(), m_p->inserted.end(), std::back_inserter(list), [](const auto &object) { return object->isInserted(); });
+    std::copy_if(m_p->inserted.begin(), m_p->inserted.end(), std::back_inserter(list),
+        [](const auto &object) { return object->isInserted(); });
     return list;
 }
 
@@ -213,8 +224,14 @@ void KXManagedObjectContext::deleteObjects(const QList<KXRef<KXManagedObject>> &
 
 // Fetching
 
-KXFetchedList KXManagedObjectContext::fetch(const KXFetchRequest &request, KXError *error) { return m_p->fetch(request, error); }
-qint64 KXManagedObjectContext::count(const KXFetchRequest &request, KXError *error) { return m_p->count(request, error); }
+KXFetchedList KXManagedObjectContext::fetch(const KXFetchRequest &request, KXError *error)
+{
+    return m_p->fetch(request, error);
+}
+qint64 KXManagedObjectContext::count(const KXFetchRequest &request, KXError *error)
+{
+    return m_p->count(request, error);
+}
 
 KXFetchedList KXManagedObjectContext::fetchAllForEntity(const QString &entityName)
 {
@@ -234,7 +251,8 @@ KXFetchedList KXManagedObjectContext::fetchForEntity(const QString &entityName, 
     return list;
 }
 
-KXRef<KXManagedObject> KXManagedObjectContext::fetchFirstForEntity(const QString &entityName, const KXPredicate &usingPredicate)
+KXRef<KXManagedObject> KXManagedObjectContext::fetchFirstForEntity(
+    const QString &entityName, const KXPredicate &usingPredicate)
 {
     KXError error;
     const KXFetchedList list = fetch(KXFetchRequest(entityName, usingPredicate).setFetchLimit(1), &error);
@@ -256,7 +274,8 @@ qint64 KXManagedObjectContext::countForEntity(const QString &entityName, const K
 
 namespace {
 
-KXFetchRequest requestFromTemplate(const KXManagedObjectContextPrivate &context, const QString &name, const QVariantMap &variables)
+KXFetchRequest requestFromTemplate(
+    const KXManagedObjectContextPrivate &context, const QString &name, const QVariantMap &variables)
 {
     const KXFetchTemplate &fetch = context.coordinator->model()->fetchTemplate(name);
     return KXFetchRequest(fetch.entityName, fetch.predicate.predicateWithSubstitutionVariables(variables));
@@ -275,7 +294,8 @@ qint64 KXManagedObjectContext::countFor(const QVariant &identifier, const QStrin
 {
     const QString user = KXUserDefaults::standard().stringForKey(u"kestrixUsername"_s).value_or(u"*"_s);
     KXError error;
-    const qint64 number = count(requestFromTemplate(*m_p, usingTemplate, { { u"IDENTIFIER"_s, identifier }, { u"USER"_s, user } }), &error);
+    const qint64 number = count(
+        requestFromTemplate(*m_p, usingTemplate, { { u"IDENTIFIER"_s, identifier }, { u"USER"_s, user } }), &error);
     if (number < 0)
         KXLogError(store, "%@: %@", usingTemplate, error);
     return number;
@@ -300,16 +320,19 @@ KXRef<KXManagedObject> KXManagedObjectContext::fetchFirstUsingTemplate(const QSt
 KXRef<KXManagedObject> KXManagedObjectContext::fetchFirstFor(const QVariant &identifier, const QString &usingTemplate)
 {
     KXError error;
-    const KXFetchedList list = fetch(requestFromTemplate(*m_p, usingTemplate, { { u"IDENTIFIER"_s, identifier } }).setFetchLimit(1), &error);
+    const KXFetchedList list
+        = fetch(requestFromTemplate(*m_p, usingTemplate, { { u"IDENTIFIER"_s, identifier } }).setFetchLimit(1), &error);
     return firstOrLog(list, usingTemplate, error);
 }
 
-KXFetchedList KXManagedObjectContext::fetchUsingTemplate(const QString &templateName, const QVariantMap &variables, KXError *error)
+KXFetchedList KXManagedObjectContext::fetchUsingTemplate(
+    const QString &templateName, const QVariantMap &variables, KXError *error)
 {
     return fetch(requestFromTemplate(*m_p, templateName, variables), error);
 }
 
-KXFetchedList KXManagedObjectContext::fetchUsingTemplate(const QString &templateName, const QVariantMap &variables, const QString &sortBy, bool ascending, KXError *error)
+KXFetchedList KXManagedObjectContext::fetchUsingTemplate(
+    const QString &templateName, const QVariantMap &variables, const QString &sortBy, bool ascending, KXError *error)
 {
     KXFetchRequest request = requestFromTemplate(*m_p, templateName, variables);
     if (!sortBy.isEmpty())
@@ -317,7 +340,8 @@ KXFetchedList KXManagedObjectContext::fetchUsingTemplate(const QString &template
     return fetch(request, error);
 }
 
-KXRef<KXManagedObject> KXManagedObjectContext::fetchFirstUsingTemplate(const QString &templateName, const QVariantMap &variables, KXError *error)
+KXRef<KXManagedObject> KXManagedObjectContext::fetchFirstUsingTemplate(
+    const QString &templateName, const QVariantMap &variables, KXError *error)
 {
     return fetch(requestFromTemplate(*m_p, templateName, variables).setFetchLimit(1), error).first();
 }
@@ -377,8 +401,11 @@ QList<KXRef<KXManagedObject>> KXManagedObjectContext::existingObjectsWithIDs(con
 
 bool KXManagedObjectContext::obtainPermanentIDsForObjects(const QList<KXRef<KXManagedObject>> &objects, KXError *error)
 {
-    const bool all = std::all_of(objects.begin(), objects.end(), [this](const auto &object) { return object && object->managedObjectContext() == this; });
-    return all || KXSetError(error, KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::Other, u"An object is not in this context"_s));
+    const bool all = std::all_of(objects.begin(), objects.end(),
+        [this](const auto &object) { return object && object->managedObjectContext() == this; });
+    return all
+        || KXSetError(
+            error, KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::Other, u"An object is not in this context"_s));
 }
 
 void KXManagedObjectContext::refreshObject(KXManagedObject *object)
@@ -390,8 +417,8 @@ void KXManagedObjectContext::refreshObject(KXManagedObject *object)
 
 // The objects in memory
 
-KXManagedObjectContextPrivate::KXManagedObjectContextPrivate(
-    KXManagedObjectContext *context, KXPersistentStoreCoordinator::Ref storeCoordinator, KXManagedObjectContext::Ref parentContext)
+KXManagedObjectContextPrivate::KXManagedObjectContextPrivate(KXManagedObjectContext *context,
+    KXPersistentStoreCoordinator::Ref storeCoordinator, KXManagedObjectContext::Ref parentContext)
     : q(context)
     , coordinator(std::move(storeCoordinator))
     , store(coordinator->store() ? &coordinator->store()->d() : nullptr)
@@ -419,7 +446,8 @@ KXManagedObjectContextPrivate::~KXManagedObjectContextPrivate()
 void KXManagedObjectContextPrivate::checkThread() const
 {
     KX_CHECK(std::this_thread::get_id() == thread, "A context is used on thread %llu but belongs to thread %llu",
-        quint64(std::hash<std::thread::id>()(std::this_thread::get_id())), quint64(std::hash<std::thread::id>()(thread)));
+        quint64(std::hash<std::thread::id>()(std::this_thread::get_id())),
+        quint64(std::hash<std::thread::id>()(thread)));
 }
 
 KXError KXManagedObjectContextPrivate::notOpen()
@@ -586,11 +614,14 @@ void KXManagedObjectContextPrivate::fill(const KXEntityDescription &entity, std:
     std::vector<KXRef<KXManagedObject>> filled;
     filled.reserve(wanted.size());
     const auto take = [&](const KXStatement &row, Wanted &one) {
-        const KXEntityDescription *actual = discriminator ? coordinator->model()->entities().value(row.integer(KXRowCodec::EntityColumn) - 1) : &entity;
+        const KXEntityDescription *actual = discriminator
+            ? coordinator->model()->entities().value(row.integer(KXRowCodec::EntityColumn) - 1)
+            : &entity;
         if (!actual || (one.object && one.object->m_entity != actual))
             return; // an identifier that names the wrong entity
         one.found = true;
-        KXManagedObject *object = filled.emplace_back(one.object ? KXRef<KXManagedObject>(one.object) : makeObject(*actual, one.key)).get();
+        KXManagedObject *object
+            = filled.emplace_back(one.object ? KXRef<KXManagedObject>(one.object) : makeObject(*actual, one.key)).get();
         KXRowValues *values = KXRowValues::create(*actual);
         object->m_values = reinterpret_cast<char *>(values);
         (discriminator ? store->codec(*actual) : codec).read(row, *values);

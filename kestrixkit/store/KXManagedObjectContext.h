@@ -22,9 +22,13 @@ inline constexpr QLatin1StringView KLNSManagedObjectContextMainThreadKey { "KLNS
 
 /// Posted by a context when its pending changes are processed: before a save, at an explicit call and at the end of
 /// the main thread's turn. Sender: the context; payload: KXObjectsDidChange.
-inline constexpr QLatin1StringView KXManagedObjectContextObjectsDidChangeNotification { "KXManagedObjectContextObjectsDidChangeNotification" };
+inline constexpr QLatin1StringView KXManagedObjectContextObjectsDidChangeNotification {
+    "KXManagedObjectContextObjectsDidChangeNotification"
+};
 /// Posted after a save, on the saving thread. Sender: the context; payload: std::shared_ptr<const KXStoreChange>.
-inline constexpr QLatin1StringView KXManagedObjectContextDidSaveNotification { "KXManagedObjectContextDidSaveNotification" };
+inline constexpr QLatin1StringView KXManagedObjectContextDidSaveNotification {
+    "KXManagedObjectContextDidSaveNotification"
+};
 
 /// The objects that changed since the last such notification. At that moment isInserted() and isDeleted() still hold.
 struct KXObjectsDidChange
@@ -42,11 +46,11 @@ struct KXObjectsDidChange
 
 /// A working set of stored objects: in it they are created, fetched, changed and saved.
 ///
-/// Held by shared_ptr. Belongs to the thread that made it; every call is made there (checked in checking builds). One that
-/// nobody uses any more may end on another thread, unless it belongs to the main thread.
-/// Fetches and counts see the context's unsaved changes. A save is all or nothing, and durable when it returns.
-/// Conflicts with other savers end in favour of the store, property by property: what only this context changed is
-/// written, what both changed keeps the store's value, and a row that was deleted meanwhile stays deleted.
+/// Held by shared_ptr. Belongs to the thread that made it; every call is made there (checked in checking builds). One
+/// that nobody uses any more may end on another thread, unless it belongs to the main thread. Fetches and counts see
+/// the context's unsaved changes. A save is all or nothing, and durable when it returns. Conflicts with other savers
+/// end in favour of the store, property by property: what only this context changed is written, what both changed keeps
+/// the store's value, and a row that was deleted meanwhile stays deleted.
 class KX_CORE_EXPORT KXManagedObjectContext : public std::enable_shared_from_this<KXManagedObjectContext>
 {
 public:
@@ -61,40 +65,45 @@ public:
     /// Saves and closes the registered main context, if there is one, opens the store named after the application
     /// and registers a new main context on it. Main thread.
     static Ref setupMainContext();
-    /// The registered main context; nullptr before setupMainContext(). Any thread may ask, only the main one may use it.
+    /// The registered main context; nullptr before setupMainContext(). Any thread may ask, only the main one may use
+    /// it.
     [[nodiscard]] static Ref mainContext();
     /// A context of the calling thread; nullptr without coordinator.
-    [[nodiscard]] static Ref contextWithPersistentStoreCoordinator(const KXPersistentStoreCoordinator::Ref &coordinator);
+    [[nodiscard]] static Ref contextWithPersistentStoreCoordinator(
+        const KXPersistentStoreCoordinator::Ref &coordinator);
     /// A context of the main thread on a store of its own; nullptr and an error where the store cannot be opened.
-    [[nodiscard]] static Ref contextWithStoreURL(const QUrl &url, const QList<const KXBundle *> &mergedModelFromBundles = {},
-        const QString &configuration = {}, KXError *error = nullptr);
+    [[nodiscard]] static Ref contextWithStoreURL(const QUrl &url,
+        const QList<const KXBundle *> &mergedModelFromBundles = {}, const QString &configuration = {},
+        KXError *error = nullptr);
 
-    /// A child context, for edits that may be thrown away: it sees what the parent sees, unsaved changes included, and its
-    /// save makes its changes unsaved changes of the parent. It never writes to the store. An object keeps the values that
-    /// it read until it is refreshed; a save goes over what the parent changed meanwhile. It has no undo manager and merges
-    /// nothing. Whoever holds one of its objects keeps it, and its edits; it keeps its parent. Used on the parent's thread;
-    /// nullptr without parent.
+    /// A child context, for edits that may be thrown away: it sees what the parent sees, unsaved changes included, and
+    /// its save makes its changes unsaved changes of the parent. It never writes to the store. An object keeps the
+    /// values that it read until it is refreshed; a save goes over what the parent changed meanwhile. It has no undo
+    /// manager and merges nothing. Whoever holds one of its objects keeps it, and its edits; it keeps its parent. Used
+    /// on the parent's thread; nullptr without parent.
     [[nodiscard]] static Ref contextWithParentContext(const Ref &parentContext);
     /// nullptr for a context that saves into a store.
     [[nodiscard]] const Ref &parentContext() const;
 
     [[nodiscard]] const KXPersistentStoreCoordinator::Ref &persistentStoreCoordinator() const;
 
-    /// Asks the editors that registered for the context with KXApplication to end their editing; false when one refuses.
+    /// Asks the editors that registered for the context with KXApplication to end their editing; false when one
+    /// refuses.
     [[nodiscard]] bool commitEditing() const;
 
     // Undo.
 
-    /// What the user can take back; contexts of the main thread that open their own store have one, others none until it
-    /// is set. Changes are recorded while its registration is on.
+    /// What the user can take back; contexts of the main thread that open their own store have one, others none until
+    /// it is set. Changes are recorded while its registration is on.
     [[nodiscard]] KXUndoManager *undoManager() const;
     void setUndoManager(std::shared_ptr<KXUndoManager> manager);
 
     // Merging.
 
     /// Takes over another context's save, as the change feed and the did-save notification bring it. Objects that the
-    /// context holds take the saved values, but for properties with unsaved edits; deleted ones leave; for inserted ones no
-    /// object is made. Announced in one objects-did-change as refreshed and deleted; nothing is recorded for undo.
+    /// context holds take the saved values, but for properties with unsaved edits; deleted ones leave; for inserted
+    /// ones no object is made. Announced in one objects-did-change as refreshed and deleted; nothing is recorded for
+    /// undo.
     void mergeChangesFromStoreChange(const std::shared_ptr<const KXStoreChange> &change);
 
     // Saving.
@@ -114,8 +123,8 @@ public:
     [[nodiscard]] QList<KXRef<KXManagedObject>> insertedObjects() const;
     [[nodiscard]] QList<KXRef<KXManagedObject>> updatedObjects() const;
     [[nodiscard]] QList<KXRef<KXManagedObject>> deletedObjects() const;
-    /// Forgets all unsaved changes: inserted objects leave, the others take their stored values again. Announced at once:
-    /// as deleted and inserted what the last announcements named the other way round, as refreshed the rest.
+    /// Forgets all unsaved changes: inserted objects leave, the others take their stored values again. Announced at
+    /// once: as deleted and inserted what the last announcements named the other way round, as refreshed the rest.
     void rollback();
     /// Posts objects-did-change for what changed since the last time. A call while it is being posted marks it due.
     void processPendingChanges();
@@ -127,7 +136,8 @@ public:
     [[nodiscard]] KXRef<KXManagedObject> managedObjectForEntity(const QString &entityName, KXError *error = nullptr);
     /// An object that is in no context and is never saved.
     [[nodiscard]] KXRef<KXManagedObject> temporaryInstanceOfEntity(const QString &entityName);
-    /// Marks the object and whatever its delete rules reach as deleted. Nothing for missing, deleted or temporary objects.
+    /// Marks the object and whatever its delete rules reach as deleted. Nothing for missing, deleted or temporary
+    /// objects.
     void removeManagedObject(KXManagedObject *object);
     void removeManagedObject(const KXRef<KXManagedObject> &object) { removeManagedObject(object.get()); }
     /// Each object in the order of the list.
@@ -140,7 +150,8 @@ public:
     [[nodiscard]] qint64 count(const KXFetchRequest &request, KXError *error = nullptr);
     [[nodiscard]] KXFetchedList fetchAllForEntity(const QString &entityName);
     [[nodiscard]] KXFetchedList fetchForEntity(const QString &entityName, const KXPredicate &usingPredicate);
-    [[nodiscard]] KXRef<KXManagedObject> fetchFirstForEntity(const QString &entityName, const KXPredicate &usingPredicate);
+    [[nodiscard]] KXRef<KXManagedObject> fetchFirstForEntity(
+        const QString &entityName, const KXPredicate &usingPredicate);
     [[nodiscard]] qint64 countForEntity(const QString &entityName, const KXPredicate &usingPredicate = {});
 
     // By a template of the model; an unknown one throws KXException. IDENTIFIER is the identifier given, USER the user
@@ -151,9 +162,12 @@ public:
     [[nodiscard]] qint64 countUsingTemplate(const QString &templateName);
     [[nodiscard]] KXRef<KXManagedObject> fetchFirstUsingTemplate(const QString &templateName);
     [[nodiscard]] KXRef<KXManagedObject> fetchFirstFor(const QVariant &identifier, const QString &usingTemplate);
-    [[nodiscard]] KXFetchedList fetchUsingTemplate(const QString &templateName, const QVariantMap &variables, KXError *error = nullptr);
-    [[nodiscard]] KXFetchedList fetchUsingTemplate(const QString &templateName, const QVariantMap &variables, const QString &sortBy, bool ascending, KXError *error = nullptr);
-    [[nodiscard]] KXRef<KXManagedObject> fetchFirstUsingTemplate(const QString &templateName, const QVariantMap &variables, KXError *error = nullptr);
+    [[nodiscard]] KXFetchedList fetchUsingTemplate(
+        const QString &templateName, const QVariantMap &variables, KXError *error = nullptr);
+    [[nodiscard]] KXFetchedList fetchUsingTemplate(const QString &templateName, const QVariantMap &variables,
+        const QString &sortBy, bool ascending, KXError *error = nullptr);
+    [[nodiscard]] KXRef<KXManagedObject> fetchFirstUsingTemplate(
+        const QString &templateName, const QVariantMap &variables, KXError *error = nullptr);
 
     // Resolving references.
 

@@ -19,7 +19,8 @@
 class KXManagedObjectContextPrivate
 {
 public:
-    KXManagedObjectContextPrivate(KXManagedObjectContext *context, KXPersistentStoreCoordinator::Ref storeCoordinator, KXManagedObjectContext::Ref parentContext);
+    KXManagedObjectContextPrivate(KXManagedObjectContext *context, KXPersistentStoreCoordinator::Ref storeCoordinator,
+        KXManagedObjectContext::Ref parentContext);
     ~KXManagedObjectContextPrivate();
 
     /// The calling thread must be the context's (in checking builds).
@@ -80,7 +81,8 @@ public:
     /// Deletes the object without looking at delete rules or other ends.
     void markDeleted(const KXRef<KXManagedObject> &object);
     /// Brings an object back whose deletion is pending or was saved: the same instance under the same identifier.
-    void revive(const KXRef<KXManagedObject> &object, const KXRowValues &values, const std::map<int, QSet<qint64>> &members);
+    void revive(
+        const KXRef<KXManagedObject> &object, const KXRowValues &values, const std::map<int, QSet<qint64>> &members);
 
     /// What the deletion of an object does to others.
     void followDeleteRules(KXManagedObject *object);
@@ -131,7 +133,8 @@ private:
     void keepContestedLinks(const KXStoreChange &change);
     void vanish(const KXRef<KXManagedObject> &object);
     void assignToOne(KXManagedObject *object, const KXPropertyDescription &property, qint64 key);
-    [[nodiscard]] bool mayConnect(KXManagedObject *object, const KXPropertyDescription &property, KXManagedObject *other) const;
+    [[nodiscard]] bool mayConnect(
+        KXManagedObject *object, const KXPropertyDescription &property, KXManagedObject *other) const;
     [[nodiscard]] KXManagedObject *instantiate(const KXEntityDescription &entity);
     void setDefaults(KXManagedObject *object);
     friend class KXContextSaver;

@@ -24,7 +24,11 @@ class KX_CORE_EXPORT KXManagedObjectID
 public:
     KXManagedObjectID() = default;
     KXManagedObjectID(std::shared_ptr<const KXStoreIdentity> store, const KXEntityDescription *entity, qint64 key)
-        : m_store(std::move(store)), m_entity(entity), m_key(key) { }
+        : m_store(std::move(store))
+        , m_entity(entity)
+        , m_key(key)
+    {
+    }
 
     explicit operator bool() const { return m_key != 0; }
     [[nodiscard]] bool isNull() const { return m_key == 0; }
@@ -35,12 +39,13 @@ public:
 
     /// "x-kestrix-store://<store uuid>/<Entity>/p<key>"; empty where the identifier names nothing.
     [[nodiscard]] QUrl URIRepresentation() const;
-    /// The identifier that a URI names, in whatever store is open in the process; where one is open more than once, in the
-    /// one opened last. A URI of a store that is not open gives an identifier that equals others of its kind and no
+    /// The identifier that a URI names, in whatever store is open in the process; where one is open more than once, in
+    /// the one opened last. A URI of a store that is not open gives an identifier that equals others of its kind and no
     /// object. Null for everything else.
     [[nodiscard]] static KXManagedObjectID identifierForURIRepresentation(const QUrl &uri);
     /// Null where the URI is not of that store or names no entity of its model.
-    [[nodiscard]] static KXManagedObjectID identifierForURIRepresentation(const QUrl &uri, const std::shared_ptr<const KXStoreIdentity> &inStore);
+    [[nodiscard]] static KXManagedObjectID identifierForURIRepresentation(
+        const QUrl &uri, const std::shared_ptr<const KXStoreIdentity> &inStore);
     /// For a store that opens: its identifiers are found by URI from now on, as long as somebody holds the identity.
     static void registerStore(const std::shared_ptr<const KXStoreIdentity> &store);
     /// For a store that opens or is only named.
@@ -48,7 +53,8 @@ public:
 
     friend bool operator==(const KXManagedObjectID &a, const KXManagedObjectID &b)
     {
-        return a.m_key == b.m_key && (a.m_store == b.m_store || (a.m_store && b.m_store && a.m_store->uuid == b.m_store->uuid));
+        return a.m_key == b.m_key
+            && (a.m_store == b.m_store || (a.m_store && b.m_store && a.m_store->uuid == b.m_store->uuid));
     }
     friend size_t qHash(const KXManagedObjectID &id, size_t seed = 0) { return ::qHash(id.m_key, seed); }
 

@@ -31,7 +31,8 @@ std::mutex sharedModelMutex;
 
 }
 
-KXManagedObjectModel::Ref KXManagedObjectModel::make(const QList<KXEntityDescription> &entities, const QList<KXFetchTemplate> &templates)
+KXManagedObjectModel::Ref KXManagedObjectModel::make(
+    const QList<KXEntityDescription> &entities, const QList<KXFetchTemplate> &templates)
 {
     std::shared_ptr<KXManagedObjectModel> model(new KXManagedObjectModel);
     for (const KXEntityDescription &entity : entities) {
@@ -43,7 +44,8 @@ KXManagedObjectModel::Ref KXManagedObjectModel::make(const QList<KXEntityDescrip
     model->resolve();
     for (const KXFetchTemplate &fetch : templates) {
         if (!model->entity(fetch.entityName))
-            invalidModel(KXStringWithFormat("Template \"%@\" fetches the unknown entity \"%@\"", fetch.name, fetch.entityName));
+            invalidModel(
+                KXStringWithFormat("Template \"%@\" fetches the unknown entity \"%@\"", fetch.name, fetch.entityName));
         model->m_templates.insert(fetch.name, fetch);
     }
     return model;
@@ -65,7 +67,8 @@ void KXManagedObjectModel::resolve()
         const qsizetype before = ordered.size();
         for (KXEntityDescription &entity : m_entities) {
             if (!entity.m_parentName.isEmpty() && !m_byName.contains(entity.m_parentName))
-                invalidModel(KXStringWithFormat("Entity \"%@\" has the unknown parent \"%@\"", entity.name(), entity.m_parentName));
+                invalidModel(KXStringWithFormat(
+                    "Entity \"%@\" has the unknown parent \"%@\"", entity.name(), entity.m_parentName));
             const KXEntityDescription *parent = m_byName.value(entity.m_parentName);
             if (placed.contains(&entity) || (parent && !placed.contains(parent)))
                 continue;
@@ -104,7 +107,8 @@ void KXManagedObjectModel::resolve()
             KXPropertyDescription &property = entity->m_properties[i];
             property.m_index = i;
             if (property.name().isEmpty() || property.name().startsWith("kx_"_L1) || names.contains(property.name()))
-                invalidModel(KXStringWithFormat("Property \"%@\" of \"%@\" occurs twice or has a reserved name", property.name(), entity->name()));
+                invalidModel(KXStringWithFormat(
+                    "Property \"%@\" of \"%@\" occurs twice or has a reserved name", property.name(), entity->name()));
             names.insert(property.name());
             if (i < inherited) {
                 property.m_column = entity->m_parent->m_properties[i].m_column;
@@ -119,12 +123,13 @@ void KXManagedObjectModel::resolve()
             if (property.isRelationship()) {
                 property.m_destination = m_byName.value(property.m_destinationName);
                 if (!property.m_destination) {
-                    invalidModel(KXStringWithFormat("Relationship \"%@\" of \"%@\" leads to the unknown entity \"%@\"", property.name(),
-                        entity->name(), property.m_destinationName));
+                    invalidModel(KXStringWithFormat("Relationship \"%@\" of \"%@\" leads to the unknown entity \"%@\"",
+                        property.name(), entity->name(), property.m_destinationName));
                 }
             }
         }
-        entity->m_blockSize = KXRowValues::layOut(*entity, [entity](int i, int offset) { entity->m_properties[i].m_offset = offset; });
+        entity->m_blockSize
+            = KXRowValues::layOut(*entity, [entity](int i, int offset) { entity->m_properties[i].m_offset = offset; });
     }
 
     for (KXEntityDescription *entity : ordered) {
@@ -139,8 +144,9 @@ void KXManagedObjectModel::resolve()
                 property.m_inverse = property.m_destination->property(property.m_inverseName);
                 const auto *back = property.m_inverse;
                 if (!back || back->m_inverseName != property.name() || !entity->isKindOf(back->m_destination)) {
-                    invalidModel(KXStringWithFormat("Relationship \"%@\" of \"%@\" has no inverse \"%@\" that leads back", property.name(),
-                        entity->name(), property.m_inverseName));
+                    invalidModel(
+                        KXStringWithFormat("Relationship \"%@\" of \"%@\" has no inverse \"%@\" that leads back",
+                            property.name(), entity->name(), property.m_inverseName));
                 }
             }
             if (!property.m_toMany || (property.m_inverse && !property.m_inverse->m_toMany))
@@ -168,7 +174,8 @@ const KXFetchTemplate &KXManagedObjectModel::fetchTemplate(const QString &name) 
 {
     const auto found = m_templates.constFind(name);
     if (found == m_templates.constEnd())
-        throw KXException(u"KXInvalidArgumentException"_s, KXStringWithFormat("The model has no fetch template \"%@\"", name));
+        throw KXException(
+            u"KXInvalidArgumentException"_s, KXStringWithFormat("The model has no fetch template \"%@\"", name));
     return *found;
 }
 
@@ -204,8 +211,9 @@ KXManagedObjectModel::Ref KXManagedObjectModel::modelWithContentsOfFile(const QS
     KXError problem = KXModelFile::readFile(path, json);
     Ref model = problem ? nullptr : modelWithJSON(json, &problem);
     if (!model) {
-        KXSetError(error, KXError(KXKestrixKitErrorDomain, KXModelFile::InvalidModelCode,
-            KXStringWithFormat("%@: %@", path, problem.localizedDescription())));
+        KXSetError(error,
+            KXError(KXKestrixKitErrorDomain, KXModelFile::InvalidModelCode,
+                KXStringWithFormat("%@: %@", path, problem.localizedDescription())));
     }
     return model;
 }
@@ -219,8 +227,9 @@ KXManagedObjectModel::Ref KXManagedObjectModel::modelByMergingModels(const QList
         for (const KXEntityDescription *entity : model->m_sorted) {
             if (const auto known = seen.constFind(entity->name()); known != seen.constEnd()) {
                 if (*known != entity->versionHash()) {
-                    KXSetError(error, KXError(KXKestrixKitErrorDomain, KXModelFile::InvalidModelCode,
-                        KXStringWithFormat("Two models describe the entity \"%@\" differently", entity->name())));
+                    KXSetError(error,
+                        KXError(KXKestrixKitErrorDomain, KXModelFile::InvalidModelCode,
+                            KXStringWithFormat("Two models describe the entity \"%@\" differently", entity->name())));
                     return nullptr;
                 }
                 continue;
@@ -242,7 +251,8 @@ KXManagedObjectModel::Ref KXManagedObjectModel::modelByMergingModels(const QList
     }
 }
 
-KXManagedObjectModel::Ref KXManagedObjectModel::mergedModelFromBundles(const QList<const KXBundle *> &bundles, KXError *error)
+KXManagedObjectModel::Ref KXManagedObjectModel::mergedModelFromBundles(
+    const QList<const KXBundle *> &bundles, KXError *error)
 {
     QList<Ref> models;
     for (const KXBundle *bundle : bundles.isEmpty() ? QList<const KXBundle *> { &KXBundle::mainBundle() } : bundles) {
@@ -254,13 +264,15 @@ KXManagedObjectModel::Ref KXManagedObjectModel::mergedModelFromBundles(const QLi
         }
     }
     if (models.isEmpty()) {
-        KXSetError(error, KXError(KXKestrixKitErrorDomain, KXModelFile::InvalidModelCode, u"The bundles hold no model"_s));
+        KXSetError(
+            error, KXError(KXKestrixKitErrorDomain, KXModelFile::InvalidModelCode, u"The bundles hold no model"_s));
         return nullptr;
     }
     return modelByMergingModels(models, error);
 }
 
-KXManagedObjectModel::Ref KXManagedObjectModel::mergedModelFromBundles(const QList<const KXBundle *> &bundles, const KXStoreMetadata &forStoreMetadata)
+KXManagedObjectModel::Ref KXManagedObjectModel::mergedModelFromBundles(
+    const QList<const KXBundle *> &bundles, const KXStoreMetadata &forStoreMetadata)
 {
     const auto &wanted = forStoreMetadata.versionHashes;
     QList<Ref> models;
@@ -269,7 +281,9 @@ KXManagedObjectModel::Ref KXManagedObjectModel::mergedModelFromBundles(const QLi
             const Ref model = modelWithContentsOfFile(path);
             if (model && model->versionHashes() == wanted)
                 return model;
-            const auto fits = [&wanted](const KXEntityDescription *entity) { return wanted.value(entity->name()) == entity->versionHash(); };
+            const auto fits = [&wanted](const KXEntityDescription *entity) {
+                return wanted.value(entity->name()) == entity->versionHash();
+            };
             if (model && std::all_of(model->m_sorted.begin(), model->m_sorted.end(), fits))
                 models.append(model);
         }

@@ -39,7 +39,8 @@ public:
 
     /// Throws KXException for unknown parents, destinations or inverses, for names that occur twice and for
     /// property names that begin with "kx_".
-    [[nodiscard]] static Ref make(const QList<KXEntityDescription> &entities, const QList<KXFetchTemplate> &templates = {});
+    [[nodiscard]] static Ref make(
+        const QList<KXEntityDescription> &entities, const QList<KXFetchTemplate> &templates = {});
 
     /// nullptr and an error that names the file where it cannot be read, parsed or resolved.
     [[nodiscard]] static Ref modelWithContentsOfFile(const QString &path, KXError *error = nullptr);
@@ -51,9 +52,10 @@ public:
     /// Of each "Name.momd" folder the current version is taken: the one named in its "current" file, else the
     /// one whose name sorts last.
     [[nodiscard]] static Ref mergedModelFromBundles(const QList<const KXBundle *> &bundles, KXError *error = nullptr);
-    /// Of all versions in the bundles those that a store with this metadata was written with, in one; nullptr where they do
-    /// not make it up.
-    [[nodiscard]] static Ref mergedModelFromBundles(const QList<const KXBundle *> &bundles, const KXStoreMetadata &forStoreMetadata);
+    /// Of all versions in the bundles those that a store with this metadata was written with, in one; nullptr where
+    /// they do not make it up.
+    [[nodiscard]] static Ref mergedModelFromBundles(
+        const QList<const KXBundle *> &bundles, const KXStoreMetadata &forStoreMetadata);
     /// All entities and templates of the models; an entity that several of them hold must be the same in each.
     [[nodiscard]] static Ref modelByMergingModels(const QList<Ref> &models, KXError *error = nullptr);
 

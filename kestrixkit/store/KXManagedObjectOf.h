@@ -7,7 +7,7 @@
 #include <kestrixkit/store/KXManagedObjectContext.h>
 
 /// A property's name as a template argument.
-template<size_t size> struct KXPropertyName
+template <size_t size> struct KXPropertyName
 {
     char16_t text[size];
     constexpr KXPropertyName(const char16_t (&name)[size]) { std::copy_n(name, size, text); }
@@ -27,7 +27,7 @@ template<size_t size> struct KXPropertyName
 ///     };
 ///
 /// A class of a sub-entity names its parent class second: KXManagedObjectOf<RangeFilter, Filter>.
-template<class Class, class Parent = KXManagedObject> class KXManagedObjectOf : public Parent
+template <class Class, class Parent = KXManagedObject> class KXManagedObjectOf : public Parent
 {
 public:
     using Self = Class;
@@ -57,27 +57,38 @@ public:
         return quint8(countOfUsingPredicate(identifierPredicate(identifier), inContext)) != 0;
     }
 
-    [[nodiscard]] static KXFetchedList findAllInContext(KXManagedObjectContext &context) { return context.fetchAllForEntity(ownEntityName()); }
+    [[nodiscard]] static KXFetchedList findAllInContext(KXManagedObjectContext &context)
+    {
+        return context.fetchAllForEntity(ownEntityName());
+    }
     [[nodiscard]] static KXRef<Class> findWithIdentifier(const QVariant &identifier, KXManagedObjectContext &inContext)
     {
         return findFirstUsingPredicate(identifierPredicate(identifier), inContext);
     }
-    [[nodiscard]] static KXFetchedList findUsingPredicate(const KXPredicate &predicate, KXManagedObjectContext &inContext)
+    [[nodiscard]] static KXFetchedList findUsingPredicate(
+        const KXPredicate &predicate, KXManagedObjectContext &inContext)
     {
         return inContext.fetchForEntity(ownEntityName(), predicate);
     }
-    [[nodiscard]] static KXRef<Class> findFirstUsingPredicate(const KXPredicate &predicate, KXManagedObjectContext &inContext)
+    [[nodiscard]] static KXRef<Class> findFirstUsingPredicate(
+        const KXPredicate &predicate, KXManagedObjectContext &inContext)
     {
         return cast(inContext.fetchFirstForEntity(ownEntityName(), predicate));
     }
-    [[nodiscard]] static qint64 countOfInContext(KXManagedObjectContext &context) { return context.countForEntity(ownEntityName()); }
+    [[nodiscard]] static qint64 countOfInContext(KXManagedObjectContext &context)
+    {
+        return context.countForEntity(ownEntityName());
+    }
     [[nodiscard]] static qint64 countOfUsingPredicate(const KXPredicate &predicate, KXManagedObjectContext &inContext)
     {
         return inContext.countForEntity(ownEntityName(), predicate);
     }
 
     /// The object as this class; empty where it is of another one.
-    [[nodiscard]] static KXRef<Class> cast(const KXRef<KXManagedObject> &object) { return KXRef<Class>(dynamic_cast<Class *>(object.get())); }
+    [[nodiscard]] static KXRef<Class> cast(const KXRef<KXManagedObject> &object)
+    {
+        return KXRef<Class>(dynamic_cast<Class *>(object.get()));
+    }
 
 private:
     [[nodiscard]] static const QString &ownEntityName()
@@ -91,48 +102,62 @@ private:
     }
 };
 
-/// A typed attribute: key constant, getter and setter. `Type` is a number, bool, QString, QDateTime, QUrl, QUuid, KXDecimal,
-/// QByteArray, QVariant or an enumeration, or std::optional of such where absent and zero differ.
-#define KX_ATTRIBUTE(Type, name, setName)                                                                                        \
-    static constexpr QStringView name##Key { u"" #name };                                                                       \
-    [[nodiscard]] Type name() const                                                                                              \
-    {                                                                                                                            \
-        return this->template readAttribute<Type>(this->template placeOf<Self, KXPropertyName(u"" #name), KXManagedObject::kindOf<Type>()>()); \
-    }                                                                                                                            \
-    void setName(const Type &value)                                                                                              \
-    {                                                                                                                            \
-        this->template writeAttribute<Type>(this->template placeOf<Self, KXPropertyName(u"" #name), KXManagedObject::kindOf<Type>()>(), value); \
+/// A typed attribute: key constant, getter and setter. `Type` is a number, bool, QString, QDateTime, QUrl, QUuid,
+/// KXDecimal, QByteArray, QVariant or an enumeration, or std::optional of such where absent and zero differ.
+#define KX_ATTRIBUTE(Type, name, setName)                                                                              \
+    static constexpr QStringView name##Key { u"" #name };                                                              \
+    [[nodiscard]] Type name() const                                                                                    \
+    {                                                                                                                  \
+        return this->template readAttribute<Type>(                                                                     \
+            this->template placeOf<Self, KXPropertyName(u"" #name), KXManagedObject::kindOf<Type>()>());               \
+    }                                                                                                                  \
+    void setName(const Type &value)                                                                                    \
+    {                                                                                                                  \
+        this->template writeAttribute<Type>(                                                                           \
+            this->template placeOf<Self, KXPropertyName(u"" #name), KXManagedObject::kindOf<Type>()>(), value);        \
     }
 
 /// A typed to-one relationship. The class at the other end need not be complete here.
-#define KX_TO_ONE(Destination, name, setName)                                                                                    \
-    static constexpr QStringView name##Key { u"" #name };                                                                       \
-    template<class KXOther = Destination> [[nodiscard]] KXRef<KXOther> name() const                                              \
-    {                                                                                                                            \
-        return KXOther::cast(this->readToOne(this->template placeOf<Self, KXPropertyName(u"" #name), KXManagedObject::Kind::ToOne>())); \
-    }                                                                                                                            \
-    template<class KXOther = Destination> void setName(const std::type_identity_t<KXRef<KXOther>> &object)                       \
-    {                                                                                                                            \
-        this->writeToOne(this->template placeOf<Self, KXPropertyName(u"" #name), KXManagedObject::Kind::ToOne>(), object.get()); \
+#define KX_TO_ONE(Destination, name, setName)                                                                          \
+    static constexpr QStringView name##Key { u"" #name };                                                              \
+    template <class KXOther = Destination> [[nodiscard]] KXRef<KXOther> name() const                                   \
+    {                                                                                                                  \
+        return KXOther::cast(                                                                                          \
+            this->readToOne(this->template placeOf<Self, KXPropertyName(u"" #name), KXManagedObject::Kind::ToOne>())); \
+    }                                                                                                                  \
+    template <class KXOther = Destination> void setName(const std::type_identity_t<KXRef<KXOther>> &object)            \
+    {                                                                                                                  \
+        this->writeToOne(                                                                                              \
+            this->template placeOf<Self, KXPropertyName(u"" #name), KXManagedObject::Kind::ToOne>(), object.get());    \
     }
 
 /// A typed to-many relationship: name(), addToName(), removeFromName(), setName(). Names holds the capitalised name.
-#define KX_TO_MANY(Destination, name, Name)                                                                                      \
-    static constexpr QStringView name##Key { u"" #name };                                                                       \
-    template<class KXOther = Destination> [[nodiscard]] QList<KXRef<KXOther>> name() const                                       \
-    {                                                                                                                            \
-        QList<KXRef<KXOther>> typed;                                                                                             \
-        for (const KXRef<KXManagedObject> &object : this->readToMany(this->template placeOf<Self, KXPropertyName(u"" #name), KXManagedObject::Kind::ToMany>())) { \
-            if (auto other = KXOther::cast(object))                                                                              \
-                typed.append(std::move(other));                                                                                  \
-        }                                                                                                                        \
-        return typed;                                                                                                            \
-    }                                                                                                                            \
-    void addTo##Name(KXManagedObject *object) { this->addToMany(this->template placeOf<Self, KXPropertyName(u"" #name), KXManagedObject::Kind::ToMany>(), object); } \
-    void addTo##Name(const KXRef<KXManagedObject> &object) { addTo##Name(object.get()); }                                        \
-    void removeFrom##Name(KXManagedObject *object) { this->removeFromMany(this->template placeOf<Self, KXPropertyName(u"" #name), KXManagedObject::Kind::ToMany>(), object); } \
-    void removeFrom##Name(const KXRef<KXManagedObject> &object) { removeFrom##Name(object.get()); }                              \
-    void set##Name(const QList<KXRef<KXManagedObject>> &objects)                                                                 \
-    {                                                                                                                            \
-        this->writeToMany(this->template placeOf<Self, KXPropertyName(u"" #name), KXManagedObject::Kind::ToMany>(), objects);    \
+#define KX_TO_MANY(Destination, name, Name)                                                                            \
+    static constexpr QStringView name##Key { u"" #name };                                                              \
+    template <class KXOther = Destination> [[nodiscard]] QList<KXRef<KXOther>> name() const                            \
+    {                                                                                                                  \
+        QList<KXRef<KXOther>> typed;                                                                                   \
+        for (const KXRef<KXManagedObject> &object : this->readToMany(                                                  \
+                 this->template placeOf<Self, KXPropertyName(u"" #name), KXManagedObject::Kind::ToMany>())) {          \
+            if (auto other = KXOther::cast(object))                                                                    \
+                typed.append(std::move(other));                                                                        \
+        }                                                                                                              \
+        return typed;                                                                                                  \
+    }                                                                                                                  \
+    void addTo##Name(KXManagedObject *object)                                                                          \
+    {                                                                                                                  \
+        this->addToMany(                                                                                               \
+            this->template placeOf<Self, KXPropertyName(u"" #name), KXManagedObject::Kind::ToMany>(), object);         \
+    }                                                                                                                  \
+    void addTo##Name(const KXRef<KXManagedObject> &object) { addTo##Name(object.get()); }                              \
+    void removeFrom##Name(KXManagedObject *object)                                                                     \
+    {                                                                                                                  \
+        this->removeFromMany(                                                                                          \
+            this->template placeOf<Self, KXPropertyName(u"" #name), KXManagedObject::Kind::ToMany>(), object);         \
+    }                                                                                                                  \
+    void removeFrom##Name(const KXRef<KXManagedObject> &object) { removeFrom##Name(object.get()); }                    \
+    void set##Name(const QList<KXRef<KXManagedObject>> &objects)                                                       \
+    {                                                                                                                  \
+        this->writeToMany(                                                                                             \
+            this->template placeOf<Self, KXPropertyName(u"" #name), KXManagedObject::Kind::ToMany>(), objects);        \
     }

@@ -17,9 +17,15 @@ namespace {
 
 using MappingProperty = KXPropertyDescription;
 
-KXError mappingError(const QString &text) { return KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::NoMapping, text); }
+KXError mappingError(const QString &text)
+{
+    return KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::NoMapping, text);
+}
 
-QString mappingNameOf(const KXEntityDescription *entity, const MappingProperty &property) { return entity->name() + u'.' + property.name(); }
+QString mappingNameOf(const KXEntityDescription *entity, const MappingProperty &property)
+{
+    return entity->name() + u'.' + property.name();
+}
 
 /// Whether every value of the one type is one of the other, too.
 bool mappingKeepsAll(KXAttributeType from, KXAttributeType to)
@@ -47,11 +53,12 @@ QJsonObject mappingEntry(const QJsonArray &entries, const QString &destination)
     return {};
 }
 
-/// Finds each destination its source: what did not change at all first, then what says that it was renamed, then what has the
-/// same identifier or name. A source serves one destination.
-template<typename Item, typename Acceptable>
-QHash<const Item *, const Item *> mappingMatch(const QList<const Item *> &destinations, const QList<const Item *> &sources,
-    QHash<const Item *, const Item *> matches, Acceptable &&acceptable, const Item **ambiguous)
+/// Finds each destination its source: what did not change at all first, then what says that it was renamed, then what
+/// has the same identifier or name. A source serves one destination.
+template <typename Item, typename Acceptable>
+QHash<const Item *, const Item *> mappingMatch(const QList<const Item *> &destinations,
+    const QList<const Item *> &sources, QHash<const Item *, const Item *> matches, Acceptable &&acceptable,
+    const Item **ambiguous)
 {
     QSet<const Item *> taken;
     for (const Item *source : std::as_const(matches))
@@ -75,8 +82,16 @@ QHash<const Item *, const Item *> mappingMatch(const QList<const Item *> &destin
             }
         }
     };
-    pass([](const Item &to, const Item &from) { return to.name() == from.name() && to.renamingIdentifier() == from.renamingIdentifier(); }, false);
-    pass([](const Item &to, const Item &from) { return to.renamingIdentifier() != to.name() && to.renamingIdentifier() == from.name(); }, true);
+    pass(
+        [](const Item &to, const Item &from) {
+            return to.name() == from.name() && to.renamingIdentifier() == from.renamingIdentifier();
+        },
+        false);
+    pass(
+        [](const Item &to, const Item &from) {
+            return to.renamingIdentifier() != to.name() && to.renamingIdentifier() == from.name();
+        },
+        true);
     pass([](const Item &to, const Item &from) { return to.renamingIdentifier() == from.renamingIdentifier(); }, false);
     pass([](const Item &to, const Item &from) { return to.name() == from.name(); }, false);
     return matches;
@@ -100,39 +115,47 @@ KXManagedObjectModel::Ref mappingNamedModel(const QList<const KXBundle *> &bundl
 
 }
 
-bool KXPropertyMapping::converts() const { return source && source->isAttribute() && source->type() != destination->type(); }
+bool KXPropertyMapping::converts() const
+{
+    return source && source->isAttribute() && source->type() != destination->type();
+}
 
 const KXPropertyMapping *KXEntityMapping::mappingTo(const KXPropertyDescription *destinationProperty) const
 {
-    const auto found = std::find_if(properties.begin(), properties.end(), [=](const auto &each) { return each.destination == destinationProperty; });
+    const auto found = std::find_if(properties.begin(), properties.end(),
+        [=](const auto &each) { return each.destination == destinationProperty; });
     return found == properties.end() ? nullptr : &*found;
 }
 
 const KXPropertyMapping *KXEntityMapping::mappingFrom(const KXPropertyDescription *sourceProperty) const
 {
-    const auto found = std::find_if(properties.begin(), properties.end(), [=](const auto &each) { return each.source == sourceProperty; });
+    const auto found = std::find_if(
+        properties.begin(), properties.end(), [=](const auto &each) { return each.source == sourceProperty; });
     return found == properties.end() ? nullptr : &*found;
 }
 
-KXMappingModel::Ref KXMappingModel::inferredMappingModel(const KXManagedObjectModel::Ref &source, const KXManagedObjectModel::Ref &destination, KXError *error)
+KXMappingModel::Ref KXMappingModel::inferredMappingModel(
+    const KXManagedObjectModel::Ref &source, const KXManagedObjectModel::Ref &destination, KXError *error)
 {
     return make(source, destination, {}, error);
 }
 
-KXMappingModel::Ref KXMappingModel::mappingModelWithJSON(const QByteArray &json, const KXManagedObjectModel::Ref &source,
-    const KXManagedObjectModel::Ref &destination, KXError *error)
+KXMappingModel::Ref KXMappingModel::mappingModelWithJSON(const QByteArray &json,
+    const KXManagedObjectModel::Ref &source, const KXManagedObjectModel::Ref &destination, KXError *error)
 {
     QJsonParseError problem;
     const QJsonDocument document = QJsonDocument::fromJson(json, &problem);
     if (!document.isObject()) {
-        KXSetError(error, mappingError(KXStringWithFormat("Not a mapping model: %@ at byte %d", problem.errorString(), problem.offset)));
+        KXSetError(error,
+            mappingError(
+                KXStringWithFormat("Not a mapping model: %@ at byte %d", problem.errorString(), problem.offset)));
         return nullptr;
     }
     return make(source, destination, document.object(), error);
 }
 
-KXMappingModel::Ref KXMappingModel::mappingModelFromBundles(const QList<const KXBundle *> &given, const KXManagedObjectModel::Ref &source,
-    const KXManagedObjectModel::Ref &destination, KXError *error)
+KXMappingModel::Ref KXMappingModel::mappingModelFromBundles(const QList<const KXBundle *> &given,
+    const KXManagedObjectModel::Ref &source, const KXManagedObjectModel::Ref &destination, KXError *error)
 {
     const auto bundles = given.isEmpty() ? QList<const KXBundle *> { &KXBundle::mainBundle() } : given;
     for (const KXBundle *bundle : bundles) {
@@ -159,32 +182,37 @@ KXMappingModel::Ref KXMappingModel::mappingModelFromBundles(const QList<const KX
 
 const KXEntityMapping *KXMappingModel::mappingFrom(const KXEntityDescription *sourceEntity) const
 {
-    const auto found = std::find_if(m_entities.begin(), m_entities.end(), [=](const auto &each) { return each.source == sourceEntity; });
+    const auto found = std::find_if(
+        m_entities.begin(), m_entities.end(), [=](const auto &each) { return each.source == sourceEntity; });
     return found == m_entities.end() ? nullptr : &*found;
 }
 
 const KXEntityMapping *KXMappingModel::mappingTo(const KXEntityDescription *destinationEntity) const
 {
-    const auto found = std::find_if(m_entities.begin(), m_entities.end(), [=](const auto &each) { return each.destination == destinationEntity; });
+    const auto found = std::find_if(
+        m_entities.begin(), m_entities.end(), [=](const auto &each) { return each.destination == destinationEntity; });
     return found == m_entities.end() ? nullptr : &*found;
 }
 
-bool KXMappingModel::carriesLinks(const KXPropertyDescription *destinationRelationship, const KXEntityDescription *otherSourceEntity) const
+bool KXMappingModel::carriesLinks(
+    const KXPropertyDescription *destinationRelationship, const KXEntityDescription *otherSourceEntity) const
 {
     const KXEntityMapping *mapping = mappingFrom(otherSourceEntity);
     return mapping && mapping->destination->isKindOf(destinationRelationship->destinationEntity());
 }
 
-KXMappingModel::Ref KXMappingModel::make(const KXManagedObjectModel::Ref &source, const KXManagedObjectModel::Ref &destination,
-    const QJsonObject &file, KXError *error)
+KXMappingModel::Ref KXMappingModel::make(const KXManagedObjectModel::Ref &source,
+    const KXManagedObjectModel::Ref &destination, const QJsonObject &file, KXError *error)
 {
     std::shared_ptr<KXMappingModel> model(new KXMappingModel);
     model->m_source = source;
     model->m_destination = destination;
-    KXError problem = destination->entities().isEmpty() ? mappingError(u"The destination has no entities"_s) : model->matchEntities(file);
+    KXError problem = destination->entities().isEmpty() ? mappingError(u"The destination has no entities"_s)
+                                                        : model->matchEntities(file);
     for (KXEntityMapping &mapping : model->m_entities) {
         if (!problem)
-            problem = model->matchProperties(mapping, mappingEntry(file["entities"_L1].toArray(), mapping.destination->name()));
+            problem = model->matchProperties(
+                mapping, mappingEntry(file["entities"_L1].toArray(), mapping.destination->name()));
     }
     if (!problem)
         model->followInverses();
@@ -217,9 +245,11 @@ KXError KXMappingModel::matchEntities(const QJsonObject &file)
         given.insert(destination, source);
     }
     const KXEntityDescription *ambiguous = nullptr;
-    const auto matches = mappingMatch(m_destination->entities(), m_source->entities(), given, [](auto, auto) { return true; }, &ambiguous);
+    const auto matches = mappingMatch(
+        m_destination->entities(), m_source->entities(), given, [](auto, auto) { return true; }, &ambiguous);
     if (ambiguous)
-        return mappingError(KXStringWithFormat("\"%@\" and another entity were both renamed from \"%@\"", ambiguous->name(), ambiguous->renamingIdentifier()));
+        return mappingError(KXStringWithFormat("\"%@\" and another entity were both renamed from \"%@\"",
+            ambiguous->name(), ambiguous->renamingIdentifier()));
     for (const KXEntityDescription *destination : m_destination->entities()) {
         if (const KXEntityDescription *source = matches.value(destination))
             m_entities.append({ source, destination, {} });
@@ -249,7 +279,8 @@ KXError KXMappingModel::matchProperties(KXEntityMapping &mapping, const QJsonObj
             continue;
         const MappingProperty *const source = mapping.source->property(from.toString());
         if (from.isString() && (!source || source->isTransient() || source->isRelationship() != to->isRelationship()))
-            return mappingError(KXStringWithFormat("\"%@\" cannot come from \"%@\"", mappingNameOf(mapping.destination, *to), from.toString()));
+            return mappingError(KXStringWithFormat(
+                "\"%@\" cannot come from \"%@\"", mappingNameOf(mapping.destination, *to), from.toString()));
         given.insert(to, source);
         m_given.append(to);
     }
@@ -257,7 +288,8 @@ KXError KXMappingModel::matchProperties(KXEntityMapping &mapping, const QJsonObj
         if (to->isTransient() || to->isRelationship() != from->isRelationship())
             return false;
         const auto carried = [&](const KXEntityDescription *other) { return carriesLinks(to, other); };
-        const auto &others = from->isRelationship() ? from->destinationEntity()->family() : QList<const KXEntityDescription *>();
+        const auto &others
+            = from->isRelationship() ? from->destinationEntity()->family() : QList<const KXEntityDescription *>();
         return from->isAttribute() || std::any_of(others.begin(), others.end(), carried);
     };
     const MappingProperty *ambiguous = nullptr;
@@ -277,9 +309,11 @@ KXError KXMappingModel::matchProperties(KXEntityMapping &mapping, const QJsonObj
             else if (!from || (from->isOptional() && !to->isOptional()))
                 property.value = KXValueConversion::convert(to->defaultValue(), to->type());
             if (!value.isUndefined() && !value.isNull() && !property.value.isValid())
-                return mappingError(KXStringWithFormat("\"%@\" cannot have the value that the mapping gives", mappingNameOf(mapping.destination, *to)));
+                return mappingError(KXStringWithFormat(
+                    "\"%@\" cannot have the value that the mapping gives", mappingNameOf(mapping.destination, *to)));
             if (property.converts() && !mappingKeepsAll(from->type(), to->type()) && !entry["lossy"_L1].toBool()) {
-                return mappingError(KXStringWithFormat("\"%@\" changes its type in a way that may lose values", mappingNameOf(mapping.destination, *to)));
+                return mappingError(KXStringWithFormat(
+                    "\"%@\" changes its type in a way that may lose values", mappingNameOf(mapping.destination, *to)));
             }
         }
         mapping.properties.append(property);
@@ -298,7 +332,8 @@ void KXMappingModel::followInverses()
             const KXPropertyMapping *const back = other ? other->mappingTo(property.destination->inverse()) : nullptr;
             const MappingProperty *const inverse = back && back->source ? back->source->inverse() : nullptr;
             const MappingProperty *const source = inverse ? mapping.source->property(inverse->name()) : nullptr;
-            if (source && source->isRelationship() && source->inverseName() == back->source->name() && !mapping.mappingFrom(source))
+            if (source && source->isRelationship() && source->inverseName() == back->source->name()
+                && !mapping.mappingFrom(source))
                 property.source = source;
         }
     }
@@ -322,9 +357,11 @@ KXError KXMappingModel::check(const KXEntityMapping &mapping) const
                 continue;
             const KXEntityMapping *const other = mappingFrom(otherSource);
             const KXPropertyMapping *const back = other->mappingTo(other->destination->property(to->inverseName()));
-            const bool agrees = back->source && from->inverseName() == back->source->name() && back->source->inverseName() == from->name();
+            const bool agrees = back->source && from->inverseName() == back->source->name()
+                && back->source->inverseName() == from->name();
             if (!agrees && (back->source || to->inverse()->isToOne()))
-                return mappingError(KXStringWithFormat("\"%@\" and its inverse do not come from both ends of one relationship", name));
+                return mappingError(
+                    KXStringWithFormat("\"%@\" and its inverse do not come from both ends of one relationship", name));
         }
     }
     return {};

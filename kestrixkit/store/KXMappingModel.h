@@ -14,8 +14,8 @@ struct KX_CORE_EXPORT KXPropertyMapping
     const KXPropertyDescription *destination = nullptr;
     /// nullptr for a property that the source model does not have.
     const KXPropertyDescription *source = nullptr;
-    /// What rows get that have no value of their own, in the attribute's public type: the default of a new attribute or of one
-    /// that has become required. Invalid for none.
+    /// What rows get that have no value of their own, in the attribute's public type: the default of a new attribute or
+    /// of one that has become required. Invalid for none.
     QVariant value;
 
     /// Whether values are stored in another form than before.
@@ -40,8 +40,8 @@ struct KX_CORE_EXPORT KXEntityMapping
 ///
 /// Entities and properties are matched by their renaming identifiers and names. What only the source model has is given
 /// up, what only the destination has is new. An inferred mapping takes values over as they are or in a type
-/// that holds them all (integers into wider ones, into doubles and decimals that hold them, into texts; UUIDs and URIs into
-/// texts; anything into a variant); a mapping-model file may say more (docs/formats/mapping.md).
+/// that holds them all (integers into wider ones, into doubles and decimals that hold them, into texts; UUIDs and URIs
+/// into texts; anything into a variant); a mapping-model file may say more (docs/formats/mapping.md).
 ///
 /// Never changes once made; any thread.
 class KX_CORE_EXPORT KXMappingModel
@@ -50,18 +50,20 @@ public:
     using Ref = std::shared_ptr<const KXMappingModel>;
 
     /// nullptr and an error that names what cannot be inferred.
-    [[nodiscard]] static Ref inferredMappingModel(const KXManagedObjectModel::Ref &source, const KXManagedObjectModel::Ref &destination,
-        KXError *error = nullptr);
+    [[nodiscard]] static Ref inferredMappingModel(const KXManagedObjectModel::Ref &source,
+        const KXManagedObjectModel::Ref &destination, KXError *error = nullptr);
 
-    /// From the text of a mapping-model file; what it does not mention is inferred. Which models the file is for is not looked at.
+    /// From the text of a mapping-model file; what it does not mention is inferred. Which models the file is for is not
+    /// looked at.
     [[nodiscard]] static Ref mappingModelWithJSON(const QByteArray &json, const KXManagedObjectModel::Ref &source,
         const KXManagedObjectModel::Ref &destination, KXError *error = nullptr);
 
-    /// Of the mapping-model files ("Name.cdm") in the bundles (the main bundle's where the list is empty), by name, the first
-    /// that leads from the one model to the other: that names model files of the bundles with the same version hashes. nullptr
-    /// without an error where there is none, with one where that file is wrong.
-    [[nodiscard]] static Ref mappingModelFromBundles(const QList<const KXBundle *> &bundles, const KXManagedObjectModel::Ref &source,
-        const KXManagedObjectModel::Ref &destination, KXError *error = nullptr);
+    /// Of the mapping-model files ("Name.cdm") in the bundles (the main bundle's where the list is empty), by name, the
+    /// first that leads from the one model to the other: that names model files of the bundles with the same version
+    /// hashes. nullptr without an error where there is none, with one where that file is wrong.
+    [[nodiscard]] static Ref mappingModelFromBundles(const QList<const KXBundle *> &bundles,
+        const KXManagedObjectModel::Ref &source, const KXManagedObjectModel::Ref &destination,
+        KXError *error = nullptr);
 
     [[nodiscard]] const KXManagedObjectModel::Ref &sourceModel() const { return m_source; }
     [[nodiscard]] const KXManagedObjectModel::Ref &destinationModel() const { return m_destination; }
@@ -71,12 +73,13 @@ public:
     [[nodiscard]] const KXEntityMapping *mappingFrom(const KXEntityDescription *sourceEntity) const;
     [[nodiscard]] const KXEntityMapping *mappingTo(const KXEntityDescription *destinationEntity) const;
     /// Whether a link of the source's relationship to a row of the other entity is still one in the destination's.
-    [[nodiscard]] bool carriesLinks(const KXPropertyDescription *destinationRelationship, const KXEntityDescription *otherSourceEntity) const;
+    [[nodiscard]] bool carriesLinks(
+        const KXPropertyDescription *destinationRelationship, const KXEntityDescription *otherSourceEntity) const;
 
 private:
     KXMappingModel() = default;
-    static Ref make(const KXManagedObjectModel::Ref &source, const KXManagedObjectModel::Ref &destination, const QJsonObject &file,
-        KXError *error);
+    static Ref make(const KXManagedObjectModel::Ref &source, const KXManagedObjectModel::Ref &destination,
+        const QJsonObject &file, KXError *error);
     KXError matchEntities(const QJsonObject &file);
     KXError matchProperties(KXEntityMapping &mapping, const QJsonObject &file);
     void followInverses();

@@ -10,9 +10,12 @@ using namespace Qt::StringLiterals;
 
 QString KXMigrationChange::description() const
 {
-    const auto named = [](const QString &inEntity, const QString &inProperty) { return inProperty.isEmpty() ? inEntity : inEntity + u'.' + inProperty; };
+    const auto named = [](const QString &inEntity, const QString &inProperty) {
+        return inProperty.isEmpty() ? inEntity : inEntity + u'.' + inProperty;
+    };
     const QString name = named(entity, property);
-    const QString former = named(formerEntity.isEmpty() ? entity : formerEntity, formerProperty.isEmpty() ? property : formerProperty);
+    const QString former
+        = named(formerEntity.isEmpty() ? entity : formerEntity, formerProperty.isEmpty() ? property : formerProperty);
     switch (kind) {
     case EntityAdded:
         return KXStringWithFormat("%@ is new", name);
@@ -21,7 +24,8 @@ QString KXMigrationChange::description() const
     case EntityRemoved:
         return KXStringWithFormat("%@ goes with its %@ rows", name, count);
     case PropertyAdded:
-        return count > 0 ? KXStringWithFormat("%@ is new, %@ rows get its default", name, count) : KXStringWithFormat("%@ is new", name);
+        return count > 0 ? KXStringWithFormat("%@ is new, %@ rows get its default", name, count)
+                         : KXStringWithFormat("%@ is new", name);
     case PropertyRenamed:
         return KXStringWithFormat("%@ becomes %@ (%@ values)", former, name, count);
     case PropertyConverted:
@@ -43,7 +47,12 @@ QString KXMigrationChange::description() const
 class KXMigrationPlanner
 {
 public:
-    KXMigrationPlanner(KXSQLiteConnection &connection, const KXMappingModel::Ref &mapping) : m_plan(mapping), m_sql(*mapping), m_connection(connection) { }
+    KXMigrationPlanner(KXSQLiteConnection &connection, const KXMappingModel::Ref &mapping)
+        : m_plan(mapping)
+        , m_sql(*mapping)
+        , m_connection(connection)
+    {
+    }
 
     KXError make()
     {
@@ -93,7 +102,8 @@ private:
                 continue;
             // A relationship whose other end stays loses nothing, but for links to rows that have no such end any more.
             const bool otherEndStays = property.isRelationship() && m_sql.inverseCarries(mapping.source, property);
-            const qint64 count = number(property.isRelationship() ? m_sql.linksLeft(mapping.source, property) : m_sql.values(mapping.source, property));
+            const qint64 count = number(property.isRelationship() ? m_sql.linksLeft(mapping.source, property)
+                                                                  : m_sql.values(mapping.source, property));
             if (count > 0 || !otherEndStays)
                 add({ KXMigrationChange::PropertyRemoved, former, property.name(), {}, {}, count });
         }
@@ -107,7 +117,8 @@ private:
             return;
         const auto note = [&](Kind kind, qint64 count, qint64 lost = 0) {
             const bool isRenamed = property.source && property.source->name() != to.name();
-            add({ kind, mapping.destination->name(), to.name(), mapping.source->name() == mapping.destination->name() ? QString() : mapping.source->name(),
+            add({ kind, mapping.destination->name(), to.name(),
+                mapping.source->name() == mapping.destination->name() ? QString() : mapping.source->name(),
                 isRenamed ? property.source->name() : QString(), count, lost });
         };
         if (!property.source) {
@@ -119,7 +130,8 @@ private:
             if (property.converts())
                 note(Kind::PropertyConverted, number(m_sql.values(mapping.source, *property.source)), lost);
             if (property.value.isValid()) {
-                if (const qint64 filled = number(m_sql.missing(mapping.source, { property.destination, property.source, {} })))
+                if (const qint64 filled
+                    = number(m_sql.missing(mapping.source, { property.destination, property.source, {} })))
                     note(Kind::PropertyFilled, filled);
             }
             if (property.source->isRelationship()) {
@@ -139,7 +151,8 @@ private:
     KXError m_error;
 };
 
-std::optional<KXMigrationPlan> KXMigrationPlan::planForStoreURL(const QUrl &url, const KXManagedObjectModel::Ref &destinationModel, KXError *error)
+std::optional<KXMigrationPlan> KXMigrationPlan::planForStoreURL(
+    const QUrl &url, const KXManagedObjectModel::Ref &destinationModel, KXError *error)
 {
     const auto metadata = KXPersistentStore::metadataForStoreURL(url, error);
     const auto source = metadata ? KXStoreMigration::modelOf(*metadata, error) : nullptr;
@@ -147,7 +160,8 @@ std::optional<KXMigrationPlan> KXMigrationPlan::planForStoreURL(const QUrl &url,
     return mapping ? planForStoreURL(url, mapping, error) : std::nullopt;
 }
 
-std::optional<KXMigrationPlan> KXMigrationPlan::planForStoreURL(const QUrl &url, const KXMappingModel::Ref &mapping, KXError *error)
+std::optional<KXMigrationPlan> KXMigrationPlan::planForStoreURL(
+    const QUrl &url, const KXMappingModel::Ref &mapping, KXError *error)
 {
     KXSQLiteConnection connection;
     KXError problem = connection.open(url.toLocalFile(), { .untouched = true });
@@ -162,11 +176,15 @@ std::optional<KXMigrationPlan> KXMigrationPlan::planForStoreURL(const QUrl &url,
     return std::nullopt;
 }
 
-bool KXMigrationPlan::isNeeded() const { return m_mapping->sourceModel()->versionHashes() != m_mapping->destinationModel()->versionHashes(); }
+bool KXMigrationPlan::isNeeded() const
+{
+    return m_mapping->sourceModel()->versionHashes() != m_mapping->destinationModel()->versionHashes();
+}
 
 bool KXMigrationPlan::isPossible() const
 {
-    return std::none_of(m_changes.begin(), m_changes.end(), [](const auto &change) { return change.kind == KXMigrationChange::ValueMissing; });
+    return std::none_of(m_changes.begin(), m_changes.end(),
+        [](const auto &change) { return change.kind == KXMigrationChange::ValueMissing; });
 }
 
 bool KXMigrationPlan::losesData() const

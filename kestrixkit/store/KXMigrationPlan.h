@@ -42,9 +42,10 @@ class KX_CORE_EXPORT KXMigrationPlan
 public:
     /// With the mapping inferred from the model that the store was written with. Nothing and an error where the store
     /// cannot be read or there is no such mapping.
-    [[nodiscard]] static std::optional<KXMigrationPlan> planForStoreURL(const QUrl &url, const KXManagedObjectModel::Ref &destinationModel,
-        KXError *error = nullptr);
-    [[nodiscard]] static std::optional<KXMigrationPlan> planForStoreURL(const QUrl &url, const KXMappingModel::Ref &mapping, KXError *error = nullptr);
+    [[nodiscard]] static std::optional<KXMigrationPlan> planForStoreURL(
+        const QUrl &url, const KXManagedObjectModel::Ref &destinationModel, KXError *error = nullptr);
+    [[nodiscard]] static std::optional<KXMigrationPlan> planForStoreURL(
+        const QUrl &url, const KXMappingModel::Ref &mapping, KXError *error = nullptr);
 
     [[nodiscard]] const KXMappingModel::Ref &mapping() const { return m_mapping; }
     [[nodiscard]] const QList<KXMigrationChange> &changes() const { return m_changes; }
@@ -56,7 +57,10 @@ public:
 
 private:
     friend class KXMigrationPlanner;
-    explicit KXMigrationPlan(KXMappingModel::Ref mapping) : m_mapping(std::move(mapping)) { }
+    explicit KXMigrationPlan(KXMappingModel::Ref mapping)
+        : m_mapping(std::move(mapping))
+    {
+    }
     KXMappingModel::Ref m_mapping;
     QList<KXMigrationChange> m_changes;
 };

@@ -29,7 +29,9 @@ bool migrationIsPlain(MigrationType from, MigrationType to)
 
 QVariant migrationValue(sqlite3_value *stored, MigrationType type)
 {
-    const auto bytes = [stored](const void *data) { return QByteArray(static_cast<const char *>(data), sqlite3_value_bytes(stored)); };
+    const auto bytes = [stored](const void *data) {
+        return QByteArray(static_cast<const char *>(data), sqlite3_value_bytes(stored));
+    };
     switch (type) {
     case MigrationType::Double:
         return sqlite3_value_double(stored);
@@ -119,7 +121,8 @@ QByteArray migrationWhere(const QByteArrayList &conditions)
 
 void KXMigrationSQL::registerFunctions(sqlite3 *database)
 {
-    sqlite3_create_function_v2(database, "kx_convert", 3, SQLITE_UTF8 | SQLITE_DETERMINISTIC, nullptr, migrationConvert, nullptr, nullptr, nullptr);
+    sqlite3_create_function_v2(database, "kx_convert", 3, SQLITE_UTF8 | SQLITE_DETERMINISTIC, nullptr, migrationConvert,
+        nullptr, nullptr, nullptr);
 }
 
 /// A condition on the alias' rows: empty where all rows of the root's table are of the chosen entities.
@@ -136,26 +139,34 @@ QByteArray KXMigrationSQL::rowsOf(const KXEntityDescription *root, const Chooses
 }
 
 /// A condition on a key that leads to rows of the family: empty where all of these are chosen.
-QByteArray KXMigrationSQL::isRowOf(const QByteArray &key, const KXEntityDescription *family, const Chooses &chooses) const
+QByteArray KXMigrationSQL::isRowOf(
+    const QByteArray &key, const KXEntityDescription *family, const Chooses &chooses) const
 {
     const auto &entities = family->family();
     if (std::all_of(entities.begin(), entities.end(), chooses))
         return {};
-    const QByteArray rows = rowsOf(family->root(), [&](auto *entity) { return entity->isKindOf(family) && chooses(entity); }, "x");
-    return rows == "0" ? rows : "EXISTS(SELECT 1 FROM " + table(family) + " x" + migrationWhere({ "x.kx_id = " + key, rows }) + ')';
+    const QByteArray rows = rowsOf(
+        family->root(), [&](auto *entity) { return entity->isKindOf(family) && chooses(entity); }, "x");
+    return rows == "0"
+        ? rows
+        : "EXISTS(SELECT 1 FROM " + table(family) + " x" + migrationWhere({ "x.kx_id = " + key, rows }) + ')';
 }
 
-/// The links that rows of exactly this entity have: a query of their keys (k) and those at the other ends (o). Where nothing
-/// leads back a deletion leaves keys that lead nowhere: they are no links.
+/// The links that rows of exactly this entity have: a query of their keys (k) and those at the other ends (o). Where
+/// nothing leads back a deletion leaves keys that lead nowhere: they are no links.
 QByteArray KXMigrationSQL::links(const KXEntityDescription *source, const KXPropertyDescription &relationship) const
 {
     const auto isSource = [source](auto *entity) { return entity == source; };
     const auto mine = [&](const QByteArray &key) {
         const QByteArray rows = rowsOf(source->root(), isSource, "m");
-        return rows.isEmpty() ? rows : "EXISTS(SELECT 1 FROM " + table(source) + " m" + migrationWhere({ "m.kx_id = " + key, rows }) + ')';
+        return rows.isEmpty()
+            ? rows
+            : "EXISTS(SELECT 1 FROM " + table(source) + " m" + migrationWhere({ "m.kx_id = " + key, rows }) + ')';
     };
     const auto leadsToRow = [&](const QByteArray &key) {
-        return relationship.inverse() ? QByteArray() : "EXISTS(SELECT 1 FROM " + table(relationship.destinationEntity()) + " y WHERE y.kx_id = " + key + ')';
+        return relationship.inverse()
+            ? QByteArray()
+            : "EXISTS(SELECT 1 FROM " + table(relationship.destinationEntity()) + " y WHERE y.kx_id = " + key + ')';
     };
     if (relationship.isToOne()) {
         const QByteArray column = "s." + relationship.column();
@@ -165,18 +176,23 @@ QByteArray KXMigrationSQL::links(const KXEntityDescription *source, const KXProp
     if (!relationship.joinTable().isEmpty()) {
         const QByteArray key = "j." + relationship.joinSource();
         const QByteArray other = "j." + relationship.joinTarget();
-        return "SELECT " + key + " AS k, " + other + " AS o FROM " + m_from + relationship.joinTable() + " j" + migrationWhere({ mine(key), leadsToRow(other) });
+        return "SELECT " + key + " AS k, " + other + " AS o FROM " + m_from + relationship.joinTable() + " j"
+            + migrationWhere({ mine(key), leadsToRow(other) });
     }
     const KXEntityDescription *other = relationship.destinationEntity();
     const QByteArray column = "t." + relationship.inverse()->column();
     return "SELECT " + column + " AS k, t.kx_id AS o FROM " + table(other) + " t"
-        + migrationWhere({ column + " IS NOT NULL", rowsOf(other->root(), [other](auto *entity) { return entity->isKindOf(other); }, "t"), mine(column) });
+        + migrationWhere({ column + " IS NOT NULL",
+            rowsOf(
+                other->root(), [other](auto *entity) { return entity->isKindOf(other); }, "t"),
+            mine(column) });
 }
 
 /// A condition on the key of a link's other end: empty where all come along.
 QByteArray KXMigrationSQL::isCarried(const QByteArray &key, const KXPropertyMapping &relationship) const
 {
-    return isRowOf(key, relationship.source->destinationEntity(), [&](auto *entity) { return m_mapping.carriesLinks(relationship.destination, entity); });
+    return isRowOf(key, relationship.source->destinationEntity(),
+        [&](auto *entity) { return m_mapping.carriesLinks(relationship.destination, entity); });
 }
 
 /// The destination's value for a row of the source's table, which is called s.
@@ -241,7 +257,9 @@ void KXMigrationSQL::copyRows(const KXEntityDescription *root, QList<Statement> 
         QByteArray values = "s.kx_id";
         if (root->hasDiscriminator()) {
             names += ", kx_entity";
-            values += ", " + bySource([](const KXEntityMapping &mapping) { return migrationNumber(mapping.destination->number()); });
+            values += ", " + bySource([](const KXEntityMapping &mapping) {
+                return migrationNumber(mapping.destination->number());
+            });
         }
         names += ", kx_version";
         values += ", s.kx_version";
@@ -255,16 +273,21 @@ void KXMigrationSQL::copyRows(const KXEntityDescription *root, QList<Statement> 
                 return QByteArray("NULL"); // a column of a sibling
             });
         }
-        const QByteArray rows = rowsOf(sourceRoot, [&](auto *entity) {
-            return std::any_of(mappings.begin(), mappings.end(), [=](auto *mapping) { return mapping->source == entity; });
-        }, "s");
-        statement.sql = "INSERT INTO " + m_to + root->table() + '(' + names + ") SELECT " + values + " FROM " + table(sourceRoot) + " s"
-            + migrationWhere({ rows }) + " ORDER BY s.kx_id";
+        const QByteArray rows = rowsOf(
+            sourceRoot,
+            [&](auto *entity) {
+                return std::any_of(
+                    mappings.begin(), mappings.end(), [=](auto *mapping) { return mapping->source == entity; });
+            },
+            "s");
+        statement.sql = "INSERT INTO " + m_to + root->table() + '(' + names + ") SELECT " + values + " FROM "
+            + table(sourceRoot) + " s" + migrationWhere({ rows }) + " ORDER BY s.kx_id";
         statements.append(statement);
     }
 }
 
-void KXMigrationSQL::copyLinks(const KXEntityMapping &mapping, const KXPropertyMapping &property, QList<Statement> &statements) const
+void KXMigrationSQL::copyLinks(
+    const KXEntityMapping &mapping, const KXPropertyMapping &property, QList<Statement> &statements) const
 {
     const KXPropertyDescription &to = *property.destination;
     const KXPropertyDescription &from = *property.source;
@@ -277,11 +300,14 @@ void KXMigrationSQL::copyLinks(const KXEntityMapping &mapping, const KXPropertyM
     if (to.joinSource() == "b" && std::all_of(others.begin(), others.end(), fillsIt))
         return;
     const auto append = [&](const QByteArray &source, const QByteArray &target) {
-        statements.append({ "INSERT OR IGNORE INTO " + m_to + to.joinTable() + '(' + source + ", " + target + ") SELECT k, o FROM ("
-                + links(mapping.source, from) + ") l" + migrationWhere({ isCarried("l.o", property) }) + " ORDER BY 1, 2", {} });
+        statements.append({ "INSERT OR IGNORE INTO " + m_to + to.joinTable() + '(' + source + ", " + target
+                + ") SELECT k, o FROM (" + links(mapping.source, from) + ") l"
+                + migrationWhere({ isCarried("l.o", property) }) + " ORDER BY 1, 2",
+            {} });
     };
     append(to.joinSource(), to.joinTarget());
-    if (to.inverseName() == to.name() && mapping.destination->isKindOf(to.destinationEntity()) && from.inverseName() != from.name())
+    if (to.inverseName() == to.name() && mapping.destination->isKindOf(to.destinationEntity())
+        && from.inverseName() != from.name())
         append(to.joinTarget(), to.joinSource()); // has become its own inverse
 }
 
@@ -301,61 +327,78 @@ QList<KXMigrationSQL::Statement> KXMigrationSQL::copies() const
     statements.append({ "UPDATE " + m_to + "kx_sequence SET next = (SELECT next FROM " + m_from + "kx_sequence)", {} });
     // What a host or a later version may have added beside our own entries.
     statements.append({ "INSERT INTO " + m_to + "kx_metadata SELECT key, value FROM " + m_from
-            + "kx_metadata WHERE key NOT IN ('uuid', 'format', 'model', 'hashes')", {} });
+            + "kx_metadata WHERE key NOT IN ('uuid', 'format', 'model', 'hashes')",
+        {} });
     return statements;
 }
 
-KXMigrationSQL::Statement KXMigrationSQL::count(const KXEntityDescription *source, const QByteArray &condition, const QVariantList &parameters) const
+KXMigrationSQL::Statement KXMigrationSQL::count(
+    const KXEntityDescription *source, const QByteArray &condition, const QVariantList &parameters) const
 {
-    const QByteArray rows = rowsOf(source->root(), [=](auto *entity) { return entity == source; }, "s");
+    const QByteArray rows = rowsOf(
+        source->root(), [=](auto *entity) { return entity == source; }, "s");
     return { "SELECT count(*) FROM " + table(source) + " s" + migrationWhere({ rows, condition }), parameters };
 }
 
 KXMigrationSQL::Statement KXMigrationSQL::rows(const KXEntityDescription *source) const { return count(source, {}); }
 
-KXMigrationSQL::Statement KXMigrationSQL::values(const KXEntityDescription *source, const KXPropertyDescription &property) const
+KXMigrationSQL::Statement KXMigrationSQL::values(
+    const KXEntityDescription *source, const KXPropertyDescription &property) const
 {
     if (property.isRelationship())
         return { "SELECT count(*) FROM (" + links(source, property) + ')', {} };
     return count(source, "s." + property.column() + " IS NOT NULL");
 }
 
-KXMigrationSQL::Statement KXMigrationSQL::failures(const KXEntityDescription *source, const KXPropertyMapping &property) const
+KXMigrationSQL::Statement KXMigrationSQL::failures(
+    const KXEntityDescription *source, const KXPropertyMapping &property) const
 {
     QVariantList none;
-    return count(source, "s." + property.source->column() + " IS NOT NULL AND (" + expression({ property.destination, property.source, {} }, none) + ") IS NULL");
+    return count(source,
+        "s." + property.source->column() + " IS NOT NULL AND ("
+            + expression({ property.destination, property.source, {} }, none) + ") IS NULL");
 }
 
-KXMigrationSQL::Statement KXMigrationSQL::missing(const KXEntityDescription *source, const KXPropertyMapping &property) const
+KXMigrationSQL::Statement KXMigrationSQL::missing(
+    const KXEntityDescription *source, const KXPropertyMapping &property) const
 {
     QVariantList parameters;
     const QByteArray value = expression(property, parameters);
     return count(source, '(' + value + ") IS NULL", parameters);
 }
 
-KXMigrationSQL::Statement KXMigrationSQL::lostLinks(const KXEntityDescription *source, const KXPropertyMapping &property) const
+KXMigrationSQL::Statement KXMigrationSQL::lostLinks(
+    const KXEntityDescription *source, const KXPropertyMapping &property) const
 {
     const QByteArray carried = isCarried("l.o", property);
-    return { "SELECT count(*) FROM (" + links(source, *property.source) + ") l WHERE " + (carried.isEmpty() ? QByteArray("0") : "NOT " + carried), {} };
+    return { "SELECT count(*) FROM (" + links(source, *property.source) + ") l WHERE "
+            + (carried.isEmpty() ? QByteArray("0") : "NOT " + carried),
+        {} };
 }
 
-KXMigrationSQL::Statement KXMigrationSQL::linksLeft(const KXEntityDescription *source, const KXPropertyDescription &relationship) const
+KXMigrationSQL::Statement KXMigrationSQL::linksLeft(
+    const KXEntityDescription *source, const KXPropertyDescription &relationship) const
 {
-    const QByteArray isCarriedBack = isRowOf("l.o", relationship.destinationEntity(), [&](auto *other) { return inverseMapping(source, relationship, other); });
-    return { "SELECT count(*) FROM (" + links(source, relationship) + ") l WHERE " + (isCarriedBack.isEmpty() ? QByteArray("0") : "NOT " + isCarriedBack), {} };
+    const QByteArray isCarriedBack = isRowOf("l.o", relationship.destinationEntity(),
+        [&](auto *other) { return inverseMapping(source, relationship, other); });
+    return { "SELECT count(*) FROM (" + links(source, relationship) + ") l WHERE "
+            + (isCarriedBack.isEmpty() ? QByteArray("0") : "NOT " + isCarriedBack),
+        {} };
 }
 
 /// What carries the source's links to rows of the other entity over from there; nullptr for nothing.
-const KXPropertyMapping *KXMigrationSQL::inverseMapping(const KXEntityDescription *source, const KXPropertyDescription &relationship,
-    const KXEntityDescription *other) const
+const KXPropertyMapping *KXMigrationSQL::inverseMapping(const KXEntityDescription *source,
+    const KXPropertyDescription &relationship, const KXEntityDescription *other) const
 {
     const KXEntityMapping *mapping = relationship.inverse() ? m_mapping.mappingFrom(other) : nullptr;
-    const KXPropertyMapping *back = mapping ? mapping->mappingFrom(other->property(relationship.inverseName())) : nullptr;
+    const KXPropertyMapping *back
+        = mapping ? mapping->mappingFrom(other->property(relationship.inverseName())) : nullptr;
     return back && m_mapping.carriesLinks(back->destination, source) ? back : nullptr;
 }
 
 bool KXMigrationSQL::inverseCarries(const KXEntityDescription *source, const KXPropertyDescription &relationship) const
 {
     const auto &others = relationship.destinationEntity()->family();
-    return std::any_of(others.begin(), others.end(), [&](auto *other) { return inverseMapping(source, relationship, other); });
+    return std::any_of(
+        others.begin(), others.end(), [&](auto *other) { return inverseMapping(source, relationship, other); });
 }

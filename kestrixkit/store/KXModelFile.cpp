@@ -29,17 +29,26 @@ struct ModelTypeName
 };
 
 constexpr ModelTypeName modelTypeNames[] = {
-    { KXAttributeType::Integer16, "integer16"_L1 }, { KXAttributeType::Integer32, "integer32"_L1 },
-    { KXAttributeType::Integer64, "integer64"_L1 }, { KXAttributeType::Boolean, "boolean"_L1 },
-    { KXAttributeType::Double, "double"_L1 }, { KXAttributeType::Decimal, "decimal"_L1 },
-    { KXAttributeType::String, "string"_L1 }, { KXAttributeType::Date, "date"_L1 },
-    { KXAttributeType::URI, "uri"_L1 }, { KXAttributeType::UUID, "uuid"_L1 },
-    { KXAttributeType::Binary, "binary"_L1 }, { KXAttributeType::Variant, "variant"_L1 },
+    { KXAttributeType::Integer16, "integer16"_L1 },
+    { KXAttributeType::Integer32, "integer32"_L1 },
+    { KXAttributeType::Integer64, "integer64"_L1 },
+    { KXAttributeType::Boolean, "boolean"_L1 },
+    { KXAttributeType::Double, "double"_L1 },
+    { KXAttributeType::Decimal, "decimal"_L1 },
+    { KXAttributeType::String, "string"_L1 },
+    { KXAttributeType::Date, "date"_L1 },
+    { KXAttributeType::URI, "uri"_L1 },
+    { KXAttributeType::UUID, "uuid"_L1 },
+    { KXAttributeType::Binary, "binary"_L1 },
+    { KXAttributeType::Variant, "variant"_L1 },
 };
 
 constexpr QLatin1StringView modelDeleteRuleNames[] = { "nullify"_L1, "cascade"_L1, "deny"_L1 };
 
-KXError modelError(const QString &text) { return KXError(KXKestrixKitErrorDomain, KXModelFile::InvalidModelCode, text); }
+KXError modelError(const QString &text)
+{
+    return KXError(KXKestrixKitErrorDomain, KXModelFile::InvalidModelCode, text);
+}
 
 QJsonValue defaultToJSON(const QVariant &value, KXAttributeType type)
 {
@@ -63,9 +72,11 @@ KXError readAttribute(const QJsonObject &json, const QString &entityName, KXProp
 {
     const QString name = json["name"_L1].toString();
     const QString typeName = json["type"_L1].toString();
-    const auto type = std::find_if(std::begin(modelTypeNames), std::end(modelTypeNames), [&](const auto &t) { return t.name == typeName; });
+    const auto type = std::find_if(
+        std::begin(modelTypeNames), std::end(modelTypeNames), [&](const auto &t) { return t.name == typeName; });
     if (type == std::end(modelTypeNames))
-        return modelError(KXStringWithFormat("Attribute \"%@\" of \"%@\" has the unknown type \"%@\"", name, entityName, typeName));
+        return modelError(
+            KXStringWithFormat("Attribute \"%@\" of \"%@\" has the unknown type \"%@\"", name, entityName, typeName));
     attribute = KXPropertyDescription::attribute(name, type->type);
     if (!json["optional"_L1].toBool(true))
         attribute.required();
@@ -85,14 +96,16 @@ KXError readRelationship(const QJsonObject &json, const QString &entityName, KXP
     const QString destination = json["destination"_L1].toString();
     if (destination.isEmpty())
         return modelError(KXStringWithFormat("Relationship \"%@\" of \"%@\" leads nowhere", name, entityName));
-    relationship = json["toMany"_L1].toBool() ? KXPropertyDescription::toMany(name, destination, json["inverse"_L1].toString())
-                                              : KXPropertyDescription::toOne(name, destination, json["inverse"_L1].toString());
+    relationship = json["toMany"_L1].toBool()
+        ? KXPropertyDescription::toMany(name, destination, json["inverse"_L1].toString())
+        : KXPropertyDescription::toOne(name, destination, json["inverse"_L1].toString());
     if (!json["optional"_L1].toBool(true))
         relationship.required();
     const QString rule = json["deleteRule"_L1].toString(modelDeleteRuleNames[0]);
     const auto found = std::find(std::begin(modelDeleteRuleNames), std::end(modelDeleteRuleNames), rule);
     if (found == std::end(modelDeleteRuleNames))
-        return modelError(KXStringWithFormat("Relationship \"%@\" of \"%@\" has the unknown delete rule \"%@\"", name, entityName, rule));
+        return modelError(KXStringWithFormat(
+            "Relationship \"%@\" of \"%@\" has the unknown delete rule \"%@\"", name, entityName, rule));
     relationship.deleteRule(KXDeleteRule(found - std::begin(modelDeleteRuleNames)));
     relationship.renamedFrom(json["renamedFrom"_L1].toString());
     return {};
@@ -197,23 +210,27 @@ KXError KXModelFile::read(const QByteArray &json, Content &content)
         KXError error;
         const KXPredicate predicate = KXPredicate::predicateWithText(object["predicate"_L1].toString(), &error);
         if (error)
-            return modelError(KXStringWithFormat("Template \"%@\": %@", object["name"_L1].toString(), error.localizedDescription()));
+            return modelError(
+                KXStringWithFormat("Template \"%@\": %@", object["name"_L1].toString(), error.localizedDescription()));
         content.templates.append({ object["name"_L1].toString(), object["entity"_L1].toString(), predicate });
     }
     return {};
 }
 
-QByteArray KXModelFile::write(const QList<const KXEntityDescription *> &entities, const QList<KXFetchTemplate> &templates)
+QByteArray KXModelFile::write(
+    const QList<const KXEntityDescription *> &entities, const QList<KXFetchTemplate> &templates)
 {
     QJsonArray entityList;
     for (const KXEntityDescription *entity : entities) {
         QJsonArray attributes;
         QJsonArray relationships;
-        for (qsizetype i = entity->parent() ? entity->parent()->properties().size() : 0; i < entity->properties().size(); ++i) {
+        for (qsizetype i = entity->parent() ? entity->parent()->properties().size() : 0;
+             i < entity->properties().size(); ++i) {
             const KXPropertyDescription &property = entity->properties()[i];
             (property.isRelationship() ? relationships : attributes).append(writeProperty(property));
         }
-        QJsonObject json { { "name"_L1, entity->name() }, { "attributes"_L1, attributes }, { "relationships"_L1, relationships } };
+        QJsonObject json { { "name"_L1, entity->name() }, { "attributes"_L1, attributes },
+            { "relationships"_L1, relationships } };
         if (entity->parent())
             json["parent"_L1] = entity->parentName();
         if (entity->className() != entity->name())
@@ -241,7 +258,8 @@ QByteArray KXModelFile::versionHash(const KXEntityDescription &entity)
             lines.append(KXStringWithFormat("relationship %@ %@ %@ %d %d", property.name(), property.destinationName(),
                 property.inverseName(), int(property.isToMany()), int(property.isOptional())));
         } else if (!property.isTransient()) {
-            lines.append(KXStringWithFormat("attribute %@ %d %d", property.name(), int(property.type()), int(property.isOptional())));
+            lines.append(KXStringWithFormat(
+                "attribute %@ %d %d", property.name(), int(property.type()), int(property.isOptional())));
         }
     }
     lines.sort();

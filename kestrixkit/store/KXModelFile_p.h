@@ -24,7 +24,8 @@ struct Content
 /// An error that says what is wrong and where, or none.
 [[nodiscard]] KXError read(const QByteArray &json, Content &content);
 [[nodiscard]] KXError readFile(const QString &path, QByteArray &json);
-[[nodiscard]] QByteArray write(const QList<const KXEntityDescription *> &entities, const QList<KXFetchTemplate> &templates);
+[[nodiscard]] QByteArray write(
+    const QList<const KXEntityDescription *> &entities, const QList<KXFetchTemplate> &templates);
 
 /// SHA-256 over the names, types, optionality and relationships of the entity's properties: what decides how its
 /// rows are stored. Defaults, indexes, delete rules and classes may change without making a store incompatible.

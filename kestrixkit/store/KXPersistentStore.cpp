@@ -9,7 +9,10 @@
 
 using namespace Qt::StringLiterals;
 
-KXPersistentStore::KXPersistentStore(std::unique_ptr<KXPersistentStorePrivate> p) : m_p(std::move(p)) { }
+KXPersistentStore::KXPersistentStore(std::unique_ptr<KXPersistentStorePrivate> p)
+    : m_p(std::move(p))
+{
+}
 KXPersistentStore::~KXPersistentStore() = default;
 const QUrl &KXPersistentStore::URL() const { return m_p->url; }
 const QString &KXPersistentStore::identifier() const { return m_p->identity->uuid; }
@@ -23,15 +26,16 @@ std::optional<KXStoreMetadata> KXPersistentStore::metadataForStoreURL(const QUrl
     if (!problem)
         problem = KXStoreSchema::look(url.toLocalFile(), {}, fresh, metadata);
     if (!problem && fresh)
-        problem = KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::CannotOpen, KXStringWithFormat("There is no store at %@", url.toLocalFile()));
+        problem = KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::CannotOpen,
+            KXStringWithFormat("There is no store at %@", url.toLocalFile()));
     if (!problem)
         return metadata;
     KXSetError(error, problem);
     return std::nullopt;
 }
 
-std::unique_ptr<KXPersistentStorePrivate> KXPersistentStorePrivate::open(const QUrl &url, const KXManagedObjectModel::Ref &model,
-    const QByteArray &vfs, KXError *error)
+std::unique_ptr<KXPersistentStorePrivate> KXPersistentStorePrivate::open(
+    const QUrl &url, const KXManagedObjectModel::Ref &model, const QByteArray &vfs, KXError *error)
 {
     const auto refuse = [error](const KXError &problem) {
         KXSetError(error, problem);
@@ -55,7 +59,8 @@ std::unique_ptr<KXPersistentStorePrivate> KXPersistentStorePrivate::open(const Q
     }
 
     auto writer = std::make_unique<KXSQLiteConnection>();
-    KXError problem = writer->open(path, { .create = create, .applicationId = KXStoreSchema::ApplicationId, .vfs = vfs });
+    KXError problem
+        = writer->open(path, { .create = create, .applicationId = KXStoreSchema::ApplicationId, .vfs = vfs });
     if (!problem && create)
         problem = KXStoreSchema::create(*writer, *model, metadata);
     else if (!problem)
@@ -75,7 +80,8 @@ std::unique_ptr<KXPersistentStorePrivate> KXPersistentStorePrivate::open(const Q
     }
 
     auto store = std::make_unique<KXPersistentStorePrivate>(url, path, vfs);
-    store->identity = std::make_shared<KXStoreIdentity>(KXStoreIdentity { metadata.uuid, model, KXManagedObjectID::nextStoreSerial() });
+    store->identity = std::make_shared<KXStoreIdentity>(
+        KXStoreIdentity { metadata.uuid, model, KXManagedObjectID::nextStoreSerial() });
     KXManagedObjectID::registerStore(store->identity);
     for (const KXEntityDescription *entity : model->entities())
         store->codecs.emplace_back(*entity);

@@ -38,12 +38,12 @@ public:
     KXPersistentStore(const KXPersistentStore &) = delete;
     KXPersistentStore &operator=(const KXPersistentStore &) = delete;
 
-    /// Of a store file that need not be open, and is left as it is; but a migration that was interrupted is finished or taken
-    /// back first. Nothing and an error where it is no store, damaged or newer.
+    /// Of a store file that need not be open, and is left as it is; but a migration that was interrupted is finished or
+    /// taken back first. Nothing and an error where it is no store, damaged or newer.
     [[nodiscard]] static std::optional<KXStoreMetadata> metadataForStoreURL(const QUrl &url, KXError *error = nullptr);
 
-    /// What is wrong in a store file, a line each: damage of the file, rows that do not keep the model's promises. Empty for a
-    /// sound one, nothing and an error for one that cannot be read. Reads the whole file.
+    /// What is wrong in a store file, a line each: damage of the file, rows that do not keep the model's promises.
+    /// Empty for a sound one, nothing and an error for one that cannot be read. Reads the whole file.
     [[nodiscard]] static std::optional<QStringList> problemsOfStoreURL(
         const QUrl &url, KXError *error = nullptr, const KXStoreProgress &progress = {});
 
@@ -53,17 +53,18 @@ public:
     [[nodiscard]] const QString &identifier() const;
     [[nodiscard]] const std::shared_ptr<const KXStoreIdentity> &identity() const;
 
-    /// Makes today's backup, "name-ddMMyyyy-bck.cpgz" beside the store, of all that is saved when it begins; others may save
-    /// meanwhile. The archive is unpacked and checked, then of older ones all but the newest four are removed. False where there is
-    /// one of today already and where it fails, which the log tells; the store is never touched. Takes as long as compressing
-    /// the file does.
+    /// Makes today's backup, "name-ddMMyyyy-bck.cpgz" beside the store, of all that is saved when it begins; others may
+    /// save meanwhile. The archive is unpacked and checked, then of older ones all but the newest four are removed.
+    /// False where there is one of today already and where it fails, which the log tells; the store is never touched.
+    /// Takes as long as compressing the file does.
     bool createBackup(const KXStoreProgress &progress = {});
     /// The store's archives, oldest first. Of all stores whose names begin like this one's.
     [[nodiscard]] QList<QUrl> existingBackupFileURLs() const;
-    /// Puts what is in a backup in the place of a store that nobody has open, or where there is none. The old store, sound or damaged,
-    /// is kept beside it and named in `copy`: restoring that takes it back. False and an error where the backup is damaged or
-    /// somebody has the store open, which is then as it was.
-    static bool restoreBackup(const QUrl &backup, const QUrl &store, KXError *error = nullptr, QUrl *copy = nullptr, const KXStoreProgress &progress = {});
+    /// Puts what is in a backup in the place of a store that nobody has open, or where there is none. The old store,
+    /// sound or damaged, is kept beside it and named in `copy`: restoring that takes it back. False and an error where
+    /// the backup is damaged or somebody has the store open, which is then as it was.
+    static bool restoreBackup(const QUrl &backup, const QUrl &store, KXError *error = nullptr, QUrl *copy = nullptr,
+        const KXStoreProgress &progress = {});
 
     /// The framework's own access; see KXPersistentStore_p.h.
     [[nodiscard]] KXPersistentStorePrivate &d() const { return *m_p; }

@@ -35,7 +35,8 @@ struct KXPersistentStoreCoordinator::Feed
 
 namespace {
 
-std::unique_ptr<KXPersistentStorePrivate> coordinatorOpenMigrating(const QString &path, const KXManagedObjectModel::Ref &model, KXError &error)
+std::unique_ptr<KXPersistentStorePrivate> coordinatorOpenMigrating(
+    const QString &path, const KXManagedObjectModel::Ref &model, KXError &error)
 {
     const QUrl url = QUrl::fromLocalFile(path);
     KXError problem;
@@ -54,7 +55,8 @@ std::unique_ptr<KXPersistentStorePrivate> coordinatorOpenMigrating(const QString
 
 }
 
-KXPersistentStoreCoordinator::KXPersistentStoreCoordinator(KXManagedObjectModel::Ref model, std::unique_ptr<KXPersistentStore> store)
+KXPersistentStoreCoordinator::KXPersistentStoreCoordinator(
+    KXManagedObjectModel::Ref model, std::unique_ptr<KXPersistentStore> store)
     : m_model(std::move(model))
     , m_store(std::move(store))
     , m_feed(std::make_shared<Feed>())
@@ -83,7 +85,8 @@ KXPersistentStoreCoordinator::Ref KXPersistentStoreCoordinator::persistentStoreC
             error = KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::CannotOpen, u"There is no object model"_s);
         else if (!path.isEmpty()) // else the missing folder has been presented already
             store = coordinatorOpenMigrating(path, model, error);
-        coordinator.reset(new KXPersistentStoreCoordinator(model, store ? std::make_unique<KXPersistentStore>(std::move(store)) : nullptr));
+        coordinator.reset(new KXPersistentStoreCoordinator(
+            model, store ? std::make_unique<KXPersistentStore>(std::move(store)) : nullptr));
         KXMainThreadDictionary::setValue(KLNSPersistentStoreCoordinatorMainThreadKey, coordinator);
     }
     // Presenting may wait for the user, so it happens without the lock.
@@ -100,8 +103,8 @@ KXPersistentStoreCoordinator::Ref KXPersistentStoreCoordinator::persistentStoreC
     return KXMainThreadDictionary::get<Ref>(KLNSPersistentStoreCoordinatorMainThreadKey);
 }
 
-KXPersistentStoreCoordinator::Ref KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(const QUrl &url,
-    const QList<const KXBundle *> &mergedModelFromBundles, const QString &configuraton, KXError *error)
+KXPersistentStoreCoordinator::Ref KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(
+    const QUrl &url, const QList<const KXBundle *> &mergedModelFromBundles, const QString &configuraton, KXError *error)
 {
     Q_UNUSED(configuraton)
     KXError problem;
@@ -139,8 +142,8 @@ KXPersistentStoreCoordinator::Ref KXPersistentStoreCoordinator::persistentStoreC
     return fail("Failed to migrate store - %@", problem);
 }
 
-KXPersistentStoreCoordinator::Ref KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(const QUrl &url,
-    const KXManagedObjectModel::Ref &model, KXError *error, const QByteArray &vfs)
+KXPersistentStoreCoordinator::Ref KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(
+    const QUrl &url, const KXManagedObjectModel::Ref &model, KXError *error, const QByteArray &vfs)
 {
     KXError problem;
     auto store = KXPersistentStorePrivate::open(url, model, vfs, &problem);
@@ -179,10 +182,12 @@ quint64 KXPersistentStoreCoordinator::lastSerialNumber() const
     return m_feed->lastSerial;
 }
 
-std::shared_ptr<const KXStoreChange> KXPersistentStoreCoordinator::enqueueChange(const void *originatingContext, std::vector<KXEntityChange> entities)
+std::shared_ptr<const KXStoreChange> KXPersistentStoreCoordinator::enqueueChange(
+    const void *originatingContext, std::vector<KXEntityChange> entities)
 {
     const std::lock_guard lock(m_feed->mutex);
-    auto change = std::make_shared<const KXStoreChange>(m_store->identity(), ++m_feed->lastSerial, originatingContext, std::move(entities));
+    auto change = std::make_shared<const KXStoreChange>(
+        m_store->identity(), ++m_feed->lastSerial, originatingContext, std::move(entities));
     m_feed->queue.push_back(change);
     return change;
 }

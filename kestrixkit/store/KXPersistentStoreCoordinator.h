@@ -17,7 +17,9 @@ class KXBundle;
 class KXPersistentStore;
 
 /// Key of the coordinator opened by name in KXMainThreadDictionary.
-inline constexpr QLatin1StringView KLNSPersistentStoreCoordinatorMainThreadKey { "KLNSPersistentStoreCoordinatorMainThreadKey" };
+inline constexpr QLatin1StringView KLNSPersistentStoreCoordinatorMainThreadKey {
+    "KLNSPersistentStoreCoordinatorMainThreadKey"
+};
 
 /// An open store and its model: what contexts stand on. Any thread; held by shared_ptr, also by each of its contexts.
 ///
@@ -37,9 +39,9 @@ public:
     [[nodiscard]] static QString storePathForName(const QString &name);
 
     /// Opens or makes the store of that name in the support folder with the shared model, and registers the
-    /// coordinator in place of an earlier one. A store of another model is migrated in place, by what can be inferred from the
-    /// model that it was written with; nothing of the old file is kept. On failure the error is logged and presented and the application
-    /// asked to terminate; the coordinator, without store, is registered all the same.
+    /// coordinator in place of an earlier one. A store of another model is migrated in place, by what can be inferred
+    /// from the model that it was written with; nothing of the old file is kept. On failure the error is logged and
+    /// presented and the application asked to terminate; the coordinator, without store, is registered all the same.
     static Ref persistentStoreCoordinatorWithName(const QString &name);
 
     /// The coordinator that persistentStoreCoordinatorWithName() registered last; nullptr before.
@@ -49,28 +51,31 @@ public:
     /// empty). A store of another model of these bundles is migrated by migrateURL() first, which keeps the old file.
     /// nullptr, a log line and an error where that fails; nothing is presented.
     /// A model has one configuration, so the name is not used.
-    static Ref persistentStoreCoordinatorWithStoreURL(const QUrl &url, const QList<const KXBundle *> &mergedModelFromBundles,
-        const QString &configuraton = {}, KXError *error = nullptr);
-    /// Opens or makes the store with a model at hand, and refuses stores of other models (code 134100). `vfs` names a registered SQLite VFS, for tests of failing disks.
-    static Ref persistentStoreCoordinatorWithStoreURL(const QUrl &url, const KXManagedObjectModel::Ref &model, KXError *error = nullptr,
-        const QByteArray &vfs = {});
-
-    /// Migrates a store that nobody has open from the one model to the other, with an inferred mapping. The old store is kept
-    /// beside it, as "name-UNIQUE.extension", and never deleted.
-    ///
-    /// False where no mapping can be inferred or somebody has the store open, which leaves it alone; where the migration
-    /// itself fails the store is at its other name all the same, which the log tells, and nothing is at the URL. A migration
-    /// that ends with the process is finished or taken back when the store is opened next.
-    static bool migrateURL(const QUrl &url, const KXManagedObjectModel::Ref &sourceModel, const KXManagedObjectModel::Ref &destinationModel,
+    static Ref persistentStoreCoordinatorWithStoreURL(const QUrl &url,
+        const QList<const KXBundle *> &mergedModelFromBundles, const QString &configuraton = {},
         KXError *error = nullptr);
-    static bool migrateURL(const QUrl &url, const KXManagedObjectModel::Ref &sourceModel, const KXManagedObjectModel::Ref &destinationModel,
-        const KXStoreProgress &progress, KXError *error);
+    /// Opens or makes the store with a model at hand, and refuses stores of other models (code 134100). `vfs` names a
+    /// registered SQLite VFS, for tests of failing disks.
+    static Ref persistentStoreCoordinatorWithStoreURL(
+        const QUrl &url, const KXManagedObjectModel::Ref &model, KXError *error = nullptr, const QByteArray &vfs = {});
 
-    /// Migrates a store that nobody has open from model to model of the main bundle, by its mapping-model files, until it fits
-    /// the last; each step keeps the store before it, as "UNIQUE.model.extension". True where it fits already and where there is
-    /// no file. False with code 8001, and the store as it was, where the bundle has no models or no mappings that lead
-    /// there. Throws KXException where the bundle has no model that the store was written with.
-    static bool progressivelyMigrateURL(const QUrl &url, const QString &ofType, const KXManagedObjectModel::Ref &toModel, KXError *error = nullptr);
+    /// Migrates a store that nobody has open from the one model to the other, with an inferred mapping. The old store
+    /// is kept beside it, as "name-UNIQUE.extension", and never deleted.
+    ///
+    /// False where no mapping can be inferred or somebody has the store open, which leaves it alone; where the
+    /// migration itself fails the store is at its other name all the same, which the log tells, and nothing is at the
+    /// URL. A migration that ends with the process is finished or taken back when the store is opened next.
+    static bool migrateURL(const QUrl &url, const KXManagedObjectModel::Ref &sourceModel,
+        const KXManagedObjectModel::Ref &destinationModel, KXError *error = nullptr);
+    static bool migrateURL(const QUrl &url, const KXManagedObjectModel::Ref &sourceModel,
+        const KXManagedObjectModel::Ref &destinationModel, const KXStoreProgress &progress, KXError *error);
+
+    /// Migrates a store that nobody has open from model to model of the main bundle, by its mapping-model files, until
+    /// it fits the last; each step keeps the store before it, as "UNIQUE.model.extension". True where it fits already
+    /// and where there is no file. False with code 8001, and the store as it was, where the bundle has no models or no
+    /// mappings that lead there. Throws KXException where the bundle has no model that the store was written with.
+    static bool progressivelyMigrateURL(
+        const QUrl &url, const QString &ofType, const KXManagedObjectModel::Ref &toModel, KXError *error = nullptr);
 
     /// Makes today's backup of the store, see KXPersistentStore::createBackup(). Saves wait meanwhile, reading goes on.
     void backupPersistentStores();
@@ -92,7 +97,8 @@ public:
 
     /// For the framework: numbers and queues the change while the caller still holds the writer, so that order is that
     /// of the commits; deliverChanges() then calls the observers, without the writer.
-    std::shared_ptr<const KXStoreChange> enqueueChange(const void *originatingContext, std::vector<KXEntityChange> entities);
+    std::shared_ptr<const KXStoreChange> enqueueChange(
+        const void *originatingContext, std::vector<KXEntityChange> entities);
     void deliverChanges();
 
 private:

@@ -10,15 +10,21 @@ class KXPersistentStorePrivate
 {
 public:
     KXPersistentStorePrivate(QUrl storeURL, const QString &path, const QByteArray &vfs)
-        : url(std::move(storeURL)), connections(path, vfs) { }
+        : url(std::move(storeURL))
+        , connections(path, vfs)
+    {
+    }
 
     /// Opens the file, or makes it where there is none. nullptr and an error where it is refused; it is then left
     /// as it was, and what was made for a new one is removed again.
-    [[nodiscard]] static std::unique_ptr<KXPersistentStorePrivate> open(const QUrl &url, const KXManagedObjectModel::Ref &model,
-        const QByteArray &vfs, KXError *error);
+    [[nodiscard]] static std::unique_ptr<KXPersistentStorePrivate> open(
+        const QUrl &url, const KXManagedObjectModel::Ref &model, const QByteArray &vfs, KXError *error);
 
     /// Of an entity of the store's model.
-    [[nodiscard]] const KXRowCodec &codec(const KXEntityDescription &entity) const { return codecs[size_t(entity.number() - 1)]; }
+    [[nodiscard]] const KXRowCodec &codec(const KXEntityDescription &entity) const
+    {
+        return codecs[size_t(entity.number() - 1)];
+    }
 
     const QUrl url;
     std::shared_ptr<const KXStoreIdentity> identity;

@@ -80,7 +80,7 @@ public:
     /// for numbers.
     /// Throws KXException that names the position for text that does not parse and for arguments that do not
     /// fit it: the text is the programmer's.
-    template<typename... Arguments>
+    template <typename... Arguments>
     [[nodiscard]] static KXPredicate predicateWithFormat(QAnyStringView format, const Arguments &...arguments)
     {
         return predicateWithFormatArguments(format, QVariantList { variantFromArgument(arguments)... });
@@ -156,7 +156,7 @@ private:
     explicit KXPredicate(const KXPredicateData *data);
     [[nodiscard]] static KXPredicate compound(KXPredicateType type, const QList<KXPredicate> &parts);
 
-    template<typename T> static QVariant variantFromArgument(const T &argument)
+    template <typename T> static QVariant variantFromArgument(const T &argument)
     {
         if constexpr (std::is_same_v<T, QVariant> || std::is_same_v<T, QByteArray> || std::is_same_v<T, QVariantList>)
             return argument;
@@ -170,11 +170,21 @@ private:
             return QAnyStringView(argument).toString();
         else if constexpr (std::is_convertible_v<T, const KXObservable *>)
             return variantFromObject(argument);
-        else if constexpr (requires { { argument.get() } -> std::convertible_to<const KXObservable *>; })
+        else if constexpr (requires {
+                               {
+                                   argument.get()
+                                   } -> std::convertible_to<const KXObservable *>;
+                           })
             return variantFromObject(argument.get());
-        else if constexpr (requires { argument.has_value(); *argument; })
+        else if constexpr (requires {
+                               argument.has_value();
+                               *argument;
+                           })
             return argument.has_value() ? variantFromArgument(*argument) : QVariant();
-        else if constexpr (requires { argument.begin(); argument.end(); }) {
+        else if constexpr (requires {
+                               argument.begin();
+                               argument.end();
+                           }) {
             QVariantList list;
             for (const auto &element : argument)
                 list.append(variantFromArgument(element));

@@ -8,7 +8,8 @@ KXPropertyDescription KXPropertyDescription::attribute(const QString &name, KXAt
     return property;
 }
 
-KXPropertyDescription KXPropertyDescription::toOne(const QString &name, const QString &destination, const QString &inverse)
+KXPropertyDescription KXPropertyDescription::toOne(
+    const QString &name, const QString &destination, const QString &inverse)
 {
     KXPropertyDescription property;
     property.m_name = name;
@@ -17,7 +18,8 @@ KXPropertyDescription KXPropertyDescription::toOne(const QString &name, const QS
     return property;
 }
 
-KXPropertyDescription KXPropertyDescription::toMany(const QString &name, const QString &destination, const QString &inverse)
+KXPropertyDescription KXPropertyDescription::toMany(
+    const QString &name, const QString &destination, const QString &inverse)
 {
     KXPropertyDescription property = toOne(name, destination, inverse);
     property.m_toMany = true;

@@ -41,21 +41,47 @@ class KX_CORE_EXPORT KXPropertyDescription
 public:
     KXPropertyDescription() = default;
     [[nodiscard]] static KXPropertyDescription attribute(const QString &name, KXAttributeType type);
-    [[nodiscard]] static KXPropertyDescription toOne(const QString &name, const QString &destination, const QString &inverse = {});
-    [[nodiscard]] static KXPropertyDescription toMany(const QString &name, const QString &destination, const QString &inverse = {});
+    [[nodiscard]] static KXPropertyDescription toOne(
+        const QString &name, const QString &destination, const QString &inverse = {});
+    [[nodiscard]] static KXPropertyDescription toMany(
+        const QString &name, const QString &destination, const QString &inverse = {});
 
     /// Properties are optional unless required() says that saving without a value fails. A to-many
     /// relationship is always optional.
-    KXPropertyDescription &required() { m_optional = false; return *this; }
+    KXPropertyDescription &required()
+    {
+        m_optional = false;
+        return *this;
+    }
     /// The value that a new object starts with.
-    KXPropertyDescription &withDefault(const QVariant &value) { m_defaultValue = value; return *this; }
+    KXPropertyDescription &withDefault(const QVariant &value)
+    {
+        m_defaultValue = value;
+        return *this;
+    }
     /// Keeps an index in the store, so that comparisons and sorting by the attribute are fast.
-    KXPropertyDescription &indexed() { m_indexed = true; return *this; }
+    KXPropertyDescription &indexed()
+    {
+        m_indexed = true;
+        return *this;
+    }
     /// Kept in memory only: never stored, empty after a fetch.
-    KXPropertyDescription &transient() { m_transient = true; return *this; }
-    KXPropertyDescription &deleteRule(KXDeleteRule rule) { m_deleteRule = rule; return *this; }
+    KXPropertyDescription &transient()
+    {
+        m_transient = true;
+        return *this;
+    }
+    KXPropertyDescription &deleteRule(KXDeleteRule rule)
+    {
+        m_deleteRule = rule;
+        return *this;
+    }
     /// The name under which an older model knew the property; migration follows it.
-    KXPropertyDescription &renamedFrom(const QString &identifier) { m_renamingIdentifier = identifier; return *this; }
+    KXPropertyDescription &renamedFrom(const QString &identifier)
+    {
+        m_renamingIdentifier = identifier;
+        return *this;
+    }
 
     [[nodiscard]] const QString &name() const { return m_name; }
     [[nodiscard]] bool isRelationship() const { return !m_destinationName.isEmpty(); }
@@ -72,7 +98,10 @@ public:
     [[nodiscard]] const QString &destinationName() const { return m_destinationName; }
     [[nodiscard]] const QString &inverseName() const { return m_inverseName; }
     /// The name of the property itself where none was given.
-    [[nodiscard]] const QString &renamingIdentifier() const { return m_renamingIdentifier.isEmpty() ? m_name : m_renamingIdentifier; }
+    [[nodiscard]] const QString &renamingIdentifier() const
+    {
+        return m_renamingIdentifier.isEmpty() ? m_name : m_renamingIdentifier;
+    }
 
     // What follows is known once a model has taken the entity.
 

@@ -16,7 +16,8 @@ void bindEncoded(KXStatement &statement, int parameter, QStringView text, QByteA
     const qsizetype room = 3 * text.size();
     if (buffer.size() + room > buffer.capacity()) {
         const QByteArray utf8 = text.toUtf8();
-        sqlite3_bind_text64(statement.get(), parameter, utf8.constData(), sqlite3_uint64(utf8.size()), SQLITE_TRANSIENT, SQLITE_UTF8);
+        sqlite3_bind_text64(
+            statement.get(), parameter, utf8.constData(), sqlite3_uint64(utf8.size()), SQLITE_TRANSIENT, SQLITE_UTF8);
         return;
     }
     const qsizetype start = buffer.size();
@@ -29,7 +30,8 @@ void bindEncoded(KXStatement &statement, int parameter, QStringView text, QByteA
 
 }
 
-KXRowCodec::KXRowCodec(const KXEntityDescription &entity) : m_entity(entity)
+KXRowCodec::KXRowCodec(const KXEntityDescription &entity)
+    : m_entity(entity)
 {
     const bool discriminator = entity.hasDiscriminator();
     const auto columns = KXStoreSchema::columnsOfTable(*entity.root());
@@ -53,7 +55,8 @@ KXRowCodec::KXRowCodec(const KXEntityDescription &entity) : m_entity(entity)
         if (property.isToMany())
             m_toMany.push_back(&property);
         // Each pair of a join table stands in the sets of both ends; one of them writes it.
-        if (!property.joinTable().isEmpty() && (!property.inverse() || property.inverse() == &property || property.joinSource() == "a"))
+        if (!property.joinTable().isEmpty()
+            && (!property.inverse() || property.inverse() == &property || property.joinSource() == "a"))
             m_joins.push_back(&property);
         if (!property.hasColumn())
             continue;
@@ -94,13 +97,15 @@ void KXRowCodec::read(const KXStatement &row, KXRowValues &values) const
             break;
         case KXAttributeType::String:
         case KXAttributeType::URI:
-            values.slot<KXTextSlot>(offset).assignUtf8(reinterpret_cast<const char *>(sqlite3_value_text(column)), sqlite3_value_bytes(column));
+            values.slot<KXTextSlot>(offset).assignUtf8(
+                reinterpret_cast<const char *>(sqlite3_value_text(column)), sqlite3_value_bytes(column));
             break;
         case KXAttributeType::UUID:
             values.slot<QUuid>(offset) = QUuid::fromString(text());
             break;
         case KXAttributeType::Decimal:
-            values.slot<QVariant *>(offset) = new QVariant(QVariant::fromValue(KXDecimal::fromString(text()).value_or(KXDecimal())));
+            values.slot<QVariant *>(offset)
+                = new QVariant(QVariant::fromValue(KXDecimal::fromString(text()).value_or(KXDecimal())));
             break;
         case KXAttributeType::Binary:
             values.slot<QVariant *>(offset) = new QVariant(row.bytes(index));
@@ -114,7 +119,8 @@ void KXRowCodec::read(const KXStatement &row, KXRowValues &values) const
     }
 }
 
-void KXRowCodec::bind(KXStatement &statement, int parameter, const KXRowValues &values, const KXPropertyDescription &property, QByteArray &buffer)
+void KXRowCodec::bind(KXStatement &statement, int parameter, const KXRowValues &values,
+    const KXPropertyDescription &property, QByteArray &buffer)
 {
     const int offset = property.offset();
     if (!values.isPresent(property.index())) {

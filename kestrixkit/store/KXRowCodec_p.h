@@ -32,7 +32,8 @@ public:
     /// The values of the row that the statement stands on.
     void read(const KXStatement &row, KXRowValues &values) const;
     /// Text converted for binding lives in `buffer` until the statement was stepped.
-    static void bind(KXStatement &statement, int parameter, const KXRowValues &values, const KXPropertyDescription &property, QByteArray &buffer);
+    static void bind(KXStatement &statement, int parameter, const KXRowValues &values,
+        const KXPropertyDescription &property, QByteArray &buffer);
     /// Binds a whole new row.
     void bindInsert(KXStatement &statement, qint64 key, const KXRowValues &values, QByteArray &buffer) const;
 

@@ -46,7 +46,8 @@ void KXTextSlot::assign(QString text)
         // Literals own nothing, a text cut at its front does not begin at its allocation, and one that was
         // converted from long UTF-8 may hold three times what it needs.
         QString::DataPointer *pointer = &text.data_ptr();
-        if (!pointer->d_ptr() || pointer->freeSpaceAtBegin() != 0 || pointer->constAllocatedCapacity() > 2 * text.size() + 16)
+        if (!pointer->d_ptr() || pointer->freeSpaceAtBegin() != 0
+            || pointer->constAllocatedCapacity() > 2 * text.size() + 16)
             text = QString(text.constData(), text.size());
         take(std::move(text));
     }

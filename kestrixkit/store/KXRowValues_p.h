@@ -97,8 +97,11 @@ public:
         word = present ? word | bit : word & ~bit;
     }
 
-    template<typename T> [[nodiscard]] T &slot(int offset) { return *reinterpret_cast<T *>(reinterpret_cast<char *>(this) + offset); }
-    template<typename T> [[nodiscard]] const T &slot(int offset) const
+    template <typename T> [[nodiscard]] T &slot(int offset)
+    {
+        return *reinterpret_cast<T *>(reinterpret_cast<char *>(this) + offset);
+    }
+    template <typename T> [[nodiscard]] const T &slot(int offset) const
     {
         return *reinterpret_cast<const T *>(reinterpret_cast<const char *>(this) + offset);
     }
@@ -110,7 +113,8 @@ public:
     bool setAttribute(const KXPropertyDescription &property, const QVariant &value);
     void clear(const KXPropertyDescription &property);
     /// Whether both blocks, of one entity, hold the same value. To-many relationships are not compared.
-    [[nodiscard]] static bool isEqual(const KXRowValues &a, const KXRowValues &b, const KXPropertyDescription &property);
+    [[nodiscard]] static bool isEqual(
+        const KXRowValues &a, const KXRowValues &b, const KXPropertyDescription &property);
     /// Copies one value from another block of the same entity.
     void copy(const KXRowValues &from, const KXPropertyDescription &property);
 

@@ -55,7 +55,8 @@ void KXStatement::bindVariant(int parameter, const QVariant &value)
         break;
     case QMetaType::QString: {
         const QByteArray utf8 = value.toString().toUtf8();
-        sqlite3_bind_text64(m_statement, parameter, utf8.constData(), sqlite3_uint64(utf8.size()), SQLITE_TRANSIENT, SQLITE_UTF8);
+        sqlite3_bind_text64(
+            m_statement, parameter, utf8.constData(), sqlite3_uint64(utf8.size()), SQLITE_TRANSIENT, SQLITE_UTF8);
         break;
     }
     case QMetaType::QByteArray: {
@@ -100,12 +101,15 @@ KXSQLiteConnection::~KXSQLiteConnection()
 
 KXError KXSQLiteConnection::open(const QString &path, const Options &options)
 {
-    const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE | (options.create ? SQLITE_OPEN_CREATE : 0);
-    const int code = sqlite3_open_v2(QFile::encodeName(path).constData(), &m_database, flags, options.vfs.isEmpty() ? nullptr : options.vfs.constData());
+    const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE
+        | (options.create ? SQLITE_OPEN_CREATE : 0);
+    const int code = sqlite3_open_v2(QFile::encodeName(path).constData(), &m_database, flags,
+        options.vfs.isEmpty() ? nullptr : options.vfs.constData());
     if (code != SQLITE_OK)
         return lastError();
     sqlite3_busy_timeout(m_database, busyTimeoutMilliseconds);
-    const auto look = [](void *flag) { return int(static_cast<const std::atomic<bool> *>(flag)->load(std::memory_order_relaxed)); };
+    const auto look
+        = [](void *flag) { return int(static_cast<const std::atomic<bool> *>(flag)->load(std::memory_order_relaxed)); };
     sqlite3_progress_handler(m_database, stepsBetweenLooks, look, &m_interrupted);
     if (options.untouched)
         sqlite3_db_config(m_database, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
@@ -120,7 +124,12 @@ KXError KXSQLiteConnection::open(const QString &path, const Options &options)
             return error;
     }
     sqlite3_wal_hook(
-        m_database, [](void *connection, sqlite3 *, const char *, int pages) { static_cast<KXSQLiteConnection *>(connection)->m_logPages = pages; return SQLITE_OK; }, this);
+        m_database,
+        [](void *connection, sqlite3 *, const char *, int pages) {
+            static_cast<KXSQLiteConnection *>(connection)->m_logPages = pages;
+            return SQLITE_OK;
+        },
+        this);
     // A change of the journal mode is written into the file.
     if (KXError error = options.untouched ? KXError() : execute("PRAGMA journal_mode=WAL"))
         return error;
@@ -136,13 +145,17 @@ KXError KXSQLiteConnection::openAlone(const QString &path)
     // come in between and bring the mode back, so it is looked at again under the lock that stays.
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(busyTimeoutMilliseconds);
     for (;;) {
-        KXError error = execute("PRAGMA locking_mode=NORMAL; PRAGMA journal_mode=DELETE; PRAGMA locking_mode=EXCLUSIVE; BEGIN EXCLUSIVE; COMMIT");
+        KXError error = execute("PRAGMA locking_mode=NORMAL; PRAGMA journal_mode=DELETE; PRAGMA "
+                                "locking_mode=EXCLUSIVE; BEGIN EXCLUSIVE; COMMIT");
         if (!error && text("PRAGMA journal_mode") == "delete"_L1)
-            return hasMoved() ? KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::Busy, u"The store was replaced meanwhile"_s) : KXError();
+            return hasMoved()
+                ? KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::Busy, u"The store was replaced meanwhile"_s)
+                : KXError();
         if (error && error.code() != KXStoreErrorCode::Busy)
             return error;
         if (std::chrono::steady_clock::now() > deadline)
-            return KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::Busy, KXStringWithFormat("%@ is open elsewhere", path));
+            return KXError(
+                KXKestrixKitErrorDomain, KXStoreErrorCode::Busy, KXStringWithFormat("%@ is open elsewhere", path));
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
 }
@@ -164,7 +177,9 @@ KXStatement KXSQLiteConnection::prepare(const QByteArray &sql)
         }
     }
     sqlite3_stmt *statement = nullptr;
-    if (sqlite3_prepare_v3(m_database, sql.constData(), int(sql.size()) + 1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr) != SQLITE_OK) {
+    if (sqlite3_prepare_v3(
+            m_database, sql.constData(), int(sql.size()) + 1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr)
+        != SQLITE_OK) {
         KXLogError(store, "Cannot prepare \"%@\": %s", sql, sqlite3_errmsg(m_database));
         return {};
     }
@@ -180,7 +195,8 @@ KXStatement KXSQLiteConnection::prepare(const QByteArray &sql)
             sqlite3_finalize(unused);
         }
     }
-    m_statements.emplace(std::string_view(sqlite3_sql(statement), size_t(sql.size())), Cached { statement, true, ++m_uses });
+    m_statements.emplace(
+        std::string_view(sqlite3_sql(statement), size_t(sql.size())), Cached { statement, true, ++m_uses });
     return KXStatement(this, statement);
 }
 

@@ -39,8 +39,16 @@ class KXStatement
 {
 public:
     KXStatement() = default;
-    KXStatement(KXSQLiteConnection *connection, sqlite3_stmt *statement) : m_connection(connection), m_statement(statement) { }
-    KXStatement(KXStatement &&other) noexcept : m_connection(other.m_connection), m_statement(std::exchange(other.m_statement, nullptr)) { }
+    KXStatement(KXSQLiteConnection *connection, sqlite3_stmt *statement)
+        : m_connection(connection)
+        , m_statement(statement)
+    {
+    }
+    KXStatement(KXStatement &&other) noexcept
+        : m_connection(other.m_connection)
+        , m_statement(std::exchange(other.m_statement, nullptr))
+    {
+    }
     KXStatement &operator=(KXStatement &&other) noexcept
     {
         std::swap(m_connection, other.m_connection);
@@ -55,7 +63,11 @@ public:
     // Parameters count from 1. Texts and bytes are not copied: they must live until the statement is reset.
     void bind(int parameter, qint64 value) { sqlite3_bind_int64(m_statement, parameter, value); }
     void bind(int parameter, double value) { sqlite3_bind_double(m_statement, parameter, value); }
-    void bindText(int parameter, std::string_view utf8) { sqlite3_bind_text64(m_statement, parameter, utf8.data() ? utf8.data() : "", utf8.size(), SQLITE_STATIC, SQLITE_UTF8); }
+    void bindText(int parameter, std::string_view utf8)
+    {
+        sqlite3_bind_text64(
+            m_statement, parameter, utf8.data() ? utf8.data() : "", utf8.size(), SQLITE_STATIC, SQLITE_UTF8);
+    }
     void bindNull(int parameter) { sqlite3_bind_null(m_statement, parameter); }
     /// A value in its storage form: integer, double, text or bytes. Copies.
     void bindVariant(int parameter, const QVariant &value);
@@ -85,7 +97,8 @@ public:
     {
         bool create = false; ///< makes the file where there is none
         int applicationId = 0; ///< written into the header of a file that is made
-        bool untouched = false; ///< for a look at a file that may turn out not to be ours: neither checkpoints it nor changes its journal mode
+        bool untouched = false; ///< for a look at a file that may turn out not to be ours: neither checkpoints it nor
+                                ///< changes its journal mode
         QByteArray vfs; ///< name of a registered SQLite VFS; empty for the default
     };
 
@@ -145,7 +158,10 @@ private:
 class KXTransaction
 {
 public:
-    explicit KXTransaction(KXSQLiteConnection &connection) : m_connection(connection) { }
+    explicit KXTransaction(KXSQLiteConnection &connection)
+        : m_connection(connection)
+    {
+    }
     ~KXTransaction();
     [[nodiscard]] KXError begin();
     [[nodiscard]] KXError commit();
@@ -154,7 +170,6 @@ private:
     KXSQLiteConnection &m_connection;
     bool m_open = false;
 };
-
 
 /// Has the statements of a scope see one state of the file, and take its locks once. Only for readers that are in no
 /// transaction.

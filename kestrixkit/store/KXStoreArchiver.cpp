@@ -31,7 +31,8 @@ using ArchiveWriter = std::unique_ptr<archive, decltype(&archive_write_free)>;
 
 KXError archiveError(archive *handle, const QString &path)
 {
-    return KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::Damaged, KXStringWithFormat("%@: %s", path, archive_error_string(handle)));
+    return KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::Damaged,
+        KXStringWithFormat("%@: %s", path, archive_error_string(handle)));
 }
 
 /// Where libarchive's bytes go, with the error that stopped them.
@@ -54,7 +55,11 @@ struct ArchiveSink
 /// Where libarchive reads an archive from: zlib unpacks it, which compares its checksum, as libarchive does not.
 struct ArchiveSource
 {
-    explicit ArchiveSource(const QString &path) : file(gzopen(QFile::encodeName(path).constData(), "rbe")), block(archiveBlock, Qt::Uninitialized) { }
+    explicit ArchiveSource(const QString &path)
+        : file(gzopen(QFile::encodeName(path).constData(), "rbe"))
+        , block(archiveBlock, Qt::Uninitialized)
+    {
+    }
     ~ArchiveSource()
     {
         if (file)
@@ -78,7 +83,8 @@ struct ArchiveSource
     QByteArray block;
 };
 
-KXError archiveAdd(archive *handle, const ArchiveSink &sink, const QString &path, const QString &name, const std::function<void(qint64 bytes)> &added)
+KXError archiveAdd(archive *handle, const ArchiveSink &sink, const QString &path, const QString &name,
+    const std::function<void(qint64 bytes)> &added)
 {
     KXPinnedFile file;
     if (KXError error = file.open(path))
@@ -98,8 +104,10 @@ KXError archiveAdd(archive *handle, const ArchiveSink &sink, const QString &path
         const qint64 wanted = std::min(qint64(archiveBlock), file.size() - offset);
         const qint64 size = file.read(offset, block.data(), wanted);
         if (size < 0)
-            return KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::InputOutput, KXStringWithFormat("%@: %s", path, std::strerror(errno)));
-        // A log may be emptied by its writers while it is read, when all of it is in the store: zeros say that it has ended.
+            return KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::InputOutput,
+                KXStringWithFormat("%@: %s", path, std::strerror(errno)));
+        // A log may be emptied by its writers while it is read, when all of it is in the store: zeros say that it has
+        // ended.
         std::fill(block.begin() + size, block.begin() + wanted, '\0');
         if (archive_write_data(handle, block.constData(), size_t(wanted)) < 0)
             return fail();
@@ -123,7 +131,8 @@ KXError archiveWrite(const QString &folder, const QString &path, const KXStorePr
         return sink.error ? sink.error : archiveError(handle.get(), path);
     // In the order of names a store comes before its log, which is how both fit together in the end.
     const QFileInfoList files = QDir(folder).entryInfoList(QDir::Files | QDir::Hidden, QDir::Name);
-    const double all = std::accumulate(files.begin(), files.end(), 0.0, [](double sum, const QFileInfo &file) { return sum + double(file.size()); });
+    const double all = std::accumulate(
+        files.begin(), files.end(), 0.0, [](double sum, const QFileInfo &file) { return sum + double(file.size()); });
     double done = 0;
     const auto added = [&](qint64 bytes) {
         done += double(bytes);
@@ -151,7 +160,8 @@ public:
         // Under its own name once it is whole: no half of an archive is ever taken for one.
         const QString part = archive + ".part"_L1;
         KXError error = QDir(folder).exists() ? archiveWrite(folder, part, progress)
-                                              : KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::CannotOpen, KXStringWithFormat("There is no folder %@", folder));
+                                              : KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::CannotOpen,
+                                                  KXStringWithFormat("There is no folder %@", folder));
         if (!error)
             error = KXStoreFiles::replace(part, archive);
         if (!error)
@@ -183,7 +193,8 @@ KXError KXStoreArchiver::unpack(const QString &path, const QString &folder, cons
     const double packed = std::max(double(QFileInfo(path).size()), 1.0);
     ArchiveSource source(path);
     if (!source.file)
-        return KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::CannotOpen, KXStringWithFormat("%@ cannot be opened", path));
+        return KXError(
+            KXKestrixKitErrorDomain, KXStoreErrorCode::CannotOpen, KXStringWithFormat("%@ cannot be opened", path));
     const ArchiveReader handle(archive_read_new(), archive_read_free);
     archive_read_support_format_cpio(handle.get());
     if (archive_read_open(handle.get(), &source, nullptr, ArchiveSource::read, nullptr) != ARCHIVE_OK)
@@ -200,8 +211,10 @@ KXError KXStoreArchiver::unpack(const QString &path, const QString &folder, cons
             name.remove(0, 2);
         if (archive_entry_filetype(entry) == AE_IFDIR && (name.isEmpty() || name == "."))
             continue;
-        if (archive_entry_filetype(entry) != AE_IFREG || name.isEmpty() || name.contains('/') || name == ".." || entries == archiveMostEntries)
-            return KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::NotAStore, KXStringWithFormat("%@ is not a backup of a store", path));
+        if (archive_entry_filetype(entry) != AE_IFREG || name.isEmpty() || name.contains('/') || name == ".."
+            || entries == archiveMostEntries)
+            return KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::NotAStore,
+                KXStringWithFormat("%@ is not a backup of a store", path));
         KXNewFile file;
         if (KXError error = file.open(folder + u'/' + QFile::decodeName(name)))
             return error;

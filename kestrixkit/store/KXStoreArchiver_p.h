@@ -14,13 +14,17 @@ public:
 
     /// "-z -c FOLDER ARCHIVE" writes what is in the folder into a gzip-compressed archive; paths may be relative to
     /// the working folder. Answers an exit status, 0 when the archive is on the disk.
-    [[nodiscard]] virtual int run(const QStringList &arguments, const QString &workingFolder, const KXStoreProgress &progress) = 0;
+    [[nodiscard]] virtual int run(
+        const QStringList &arguments, const QString &workingFolder, const KXStoreProgress &progress)
+        = 0;
 
     /// Writes gzip-compressed cpio archives, unless replaced.
     [[nodiscard]] static KXStoreArchiver &shared();
     /// nullptr for the framework's own; not owned.
     static void setShared(KXStoreArchiver *archiver);
 
-    /// Unpacks an archive of plain files, as run() writes it, into a folder that exists. What was unpacked before an error stays.
-    [[nodiscard]] static KXError unpack(const QString &archive, const QString &folder, const KXStoreProgress &progress = {});
+    /// Unpacks an archive of plain files, as run() writes it, into a folder that exists. What was unpacked before an
+    /// error stays.
+    [[nodiscard]] static KXError unpack(
+        const QString &archive, const QString &folder, const KXStoreProgress &progress = {});
 };

@@ -23,7 +23,8 @@ constexpr qint64 backupBlock = 1 << 20;
 /// A folder for unpacked files, which goes with the object.
 struct BackupFolder
 {
-    explicit BackupFolder(QString folderPath) : path(std::move(folderPath))
+    explicit BackupFolder(QString folderPath)
+        : path(std::move(folderPath))
     {
         error = KXStoreFiles::removeFolder(path); // of a process that was killed
         if (!error)
@@ -40,7 +41,10 @@ struct BackupFolder
     KXError error;
 };
 
-KXError backupUnusable(const QString &why) { return KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::NotAStore, why); }
+KXError backupUnusable(const QString &why)
+{
+    return KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::NotAStore, why);
+}
 
 /// Makes the store among the unpacked files one sound file without log, and names it.
 KXError backupFinishUnpacked(const QString &folder, QString &file, const KXStoreProgress &progress)
@@ -80,7 +84,8 @@ KXError backupCopy(const QString &from, const QString &to)
     for (qint64 offset = 0; offset < source.size();) {
         const qint64 size = source.read(offset, block.data(), backupBlock);
         if (size <= 0)
-            return KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::InputOutput, KXStringWithFormat("%@ cannot be read", from));
+            return KXError(
+                KXKestrixKitErrorDomain, KXStoreErrorCode::InputOutput, KXStringWithFormat("%@ cannot be read", from));
         if (KXError error = target.write(QByteArrayView(block.constData(), size)))
             return error;
         offset += size;
@@ -93,7 +98,9 @@ KXError backupCopy(const QString &from, const QString &to)
 QList<QUrl> KXStoreBackup::existing() const
 {
     QFileInfoList archives = QDir(m_store.folder()).entryInfoList(QDir::Files | QDir::NoDotAndDotDot);
-    archives.removeIf([this](const QFileInfo &file) { return !file.fileName().startsWith(m_store.name()) || !file.fileName().endsWith(backupSuffix); });
+    archives.removeIf([this](const QFileInfo &file) {
+        return !file.fileName().startsWith(m_store.name()) || !file.fileName().endsWith(backupSuffix);
+    });
     std::sort(archives.begin(), archives.end(), [](const QFileInfo &a, const QFileInfo &b) {
         return std::pair(a.lastModified(), a.fileName()) < std::pair(b.lastModified(), b.fileName());
     });
@@ -106,7 +113,8 @@ QList<QUrl> KXStoreBackup::existing() const
 bool KXStoreBackup::create(const KXStoreProgress &progress) const
 {
     if (!KXStoreFiles::exists(m_store.path())) {
-        KXLogDebug(store, "[%@] Not creating backup as store file does not exists", QFileInfo(m_store.path()).fileName());
+        KXLogDebug(
+            store, "[%@] Not creating backup as store file does not exists", QFileInfo(m_store.path()).fileName());
         return false;
     }
     const QString stem = m_store.name() + KXClock::today().toString(u"-ddMMyyyy-'bck'"_s);
@@ -126,7 +134,8 @@ bool KXStoreBackup::create(const KXStoreProgress &progress) const
         KXLogWarning(store, "%@", error.localizedDescription());
         return false;
     }
-    KXError damage = KXStoreFiles::exists(path) ? check(path, KXProgressOfPart(progress, 0.6, 1)) : backupUnusable(u"The archiver has written nothing"_s);
+    KXError damage = KXStoreFiles::exists(path) ? check(path, KXProgressOfPart(progress, 0.6, 1))
+                                                : backupUnusable(u"The archiver has written nothing"_s);
     if (damage) {
         KXLogWarning(store, "[%@] Backup cannot be used: %@", name, damage);
         if (KXError left = KXStoreFiles::remove(path))
@@ -151,7 +160,8 @@ KXError KXStoreBackup::archive(const QString &name, const QString &staging, cons
         problem = connection.execute("BEGIN; SELECT count(*) FROM sqlite_master");
     }
     if (problem)
-        return failure(problem.code(), KXStringWithFormat("[%@] Backup failed as the store cannot be read: %@", name, problem));
+        return failure(
+            problem.code(), KXStringWithFormat("[%@] Backup failed as the store cannot be read: %@", name, problem));
 
     const QString file = QFileInfo(m_store.path()).fileName();
     QStringList files { file };
@@ -160,10 +170,12 @@ KXError KXStoreBackup::archive(const QString &name, const QString &staging, cons
             files.append(file + suffix);
     }
     if (KXError error = KXStoreFiles::makeFolder(staging))
-        return failure(error.code(), KXStringWithFormat("[%@] Failed to create backup folder %@: %@", name, staging, error));
+        return failure(
+            error.code(), KXStringWithFormat("[%@] Failed to create backup folder %@: %@", name, staging, error));
     for (const QString &each : files) {
         if (KXError error = KXStoreFiles::link(m_store.folder() + u'/' + each, staging + u'/' + each))
-            return failure(error.code(), KXStringWithFormat("[%@] Failed to copy backup file %@: %@", name, each, error));
+            return failure(
+                error.code(), KXStringWithFormat("[%@] Failed to copy backup file %@: %@", name, each, error));
     }
     const QStringList arguments { u"-z"_s, u"-c"_s, staging, m_store.folder() + u'/' + name };
     KXLogDebug(store, "[%@] Backup task args: %@", name, arguments);
@@ -267,11 +279,15 @@ KXError KXStoreBackup::takeOver(const QString &file, QString *copy) const
 
 // What stores and coordinators offer of it.
 
-bool KXPersistentStore::createBackup(const KXStoreProgress &progress) { return KXStoreBackup(URL().toLocalFile()).create(progress); }
+bool KXPersistentStore::createBackup(const KXStoreProgress &progress)
+{
+    return KXStoreBackup(URL().toLocalFile()).create(progress);
+}
 
 QList<QUrl> KXPersistentStore::existingBackupFileURLs() const { return KXStoreBackup(URL().toLocalFile()).existing(); }
 
-bool KXPersistentStore::restoreBackup(const QUrl &backup, const QUrl &store, KXError *error, QUrl *copy, const KXStoreProgress &progress)
+bool KXPersistentStore::restoreBackup(
+    const QUrl &backup, const QUrl &store, KXError *error, QUrl *copy, const KXStoreProgress &progress)
 {
     QString kept;
     if (KXError problem = KXStoreBackup(store.toLocalFile()).restore(backup.toLocalFile(), &kept, progress)) {

@@ -11,18 +11,22 @@
 class KXStoreBackup
 {
 public:
-    explicit KXStoreBackup(const QString &path) : m_store(path) { }
+    explicit KXStoreBackup(const QString &path)
+        : m_store(path)
+    {
+    }
 
     /// Oldest first.
     [[nodiscard]] QList<QUrl> existing() const;
     /// Makes today's archive. False where there is one already, or where it fails, which the log tells.
     bool create(const KXStoreProgress &progress = {}) const;
-    /// Puts what an archive or a copy of a store holds in the store's place. `copy` gets the path that the old store is kept
-    /// under; empty where there was none.
+    /// Puts what an archive or a copy of a store holds in the store's place. `copy` gets the path that the old store is
+    /// kept under; empty where there was none.
     [[nodiscard]] KXError restore(const QString &backup, QString *copy, const KXStoreProgress &progress = {}) const;
 
 private:
-    [[nodiscard]] KXError archive(const QString &archive, const QString &staging, const KXStoreProgress &progress) const;
+    [[nodiscard]] KXError archive(
+        const QString &archive, const QString &staging, const KXStoreProgress &progress) const;
     [[nodiscard]] KXError check(const QString &archive, const KXStoreProgress &progress) const;
     void removeOld(const QString &made) const;
     [[nodiscard]] KXError takeOver(const QString &file, QString *copy) const;

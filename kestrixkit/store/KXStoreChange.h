@@ -12,7 +12,8 @@
 struct KXPropertyChange
 {
     const KXPropertyDescription *property = nullptr;
-    /// Of an attribute in its public type, of a to-one relationship the key of the other row (qint64); invalid where absent.
+    /// Of an attribute in its public type, of a to-one relationship the key of the other row (qint64); invalid where
+    /// absent.
     QVariant oldValue;
     QVariant newValue;
     /// Of a to-many relationship: keys of the rows that came and went.
@@ -43,8 +44,14 @@ struct KXEntityChange
 class KX_CORE_EXPORT KXStoreChange : public std::enable_shared_from_this<KXStoreChange>
 {
 public:
-    KXStoreChange(std::shared_ptr<const KXStoreIdentity> store, quint64 serialNumber, const void *originatingContext, std::vector<KXEntityChange> entities)
-        : m_store(std::move(store)), m_serialNumber(serialNumber), m_originatingContext(originatingContext), m_entities(std::move(entities)) { }
+    KXStoreChange(std::shared_ptr<const KXStoreIdentity> store, quint64 serialNumber, const void *originatingContext,
+        std::vector<KXEntityChange> entities)
+        : m_store(std::move(store))
+        , m_serialNumber(serialNumber)
+        , m_originatingContext(originatingContext)
+        , m_entities(std::move(entities))
+    {
+    }
 
     [[nodiscard]] const std::shared_ptr<const KXStoreIdentity> &store() const { return m_store; }
     /// Counts the saves of a coordinator from 1, in the order in which they were committed.

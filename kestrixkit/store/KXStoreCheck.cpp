@@ -14,14 +14,18 @@ using CheckProperty = KXPropertyDescription;
 class StoreChecker
 {
 public:
-    explicit StoreChecker(KXSQLiteConnection &connection) : m_connection(connection) { }
+    explicit StoreChecker(KXSQLiteConnection &connection)
+        : m_connection(connection)
+    {
+    }
 
     void table(const KXEntityDescription &root)
     {
-        expectNone("SELECT count(*) FROM " + root.table() + " WHERE kx_id >= (SELECT next FROM kx_sequence)", "%@ rows of %@ have keys that were never given out",
-            root.name());
+        expectNone("SELECT count(*) FROM " + root.table() + " WHERE kx_id >= (SELECT next FROM kx_sequence)",
+            "%@ rows of %@ have keys that were never given out", root.name());
         if (root.hasDiscriminator())
-            expectNone("SELECT count(*) FROM " + root.table() + " WHERE " + isNone(root), "%@ rows of %@ are of no entity", root.name());
+            expectNone("SELECT count(*) FROM " + root.table() + " WHERE " + isNone(root),
+                "%@ rows of %@ are of no entity", root.name());
         for (const KXEntityDescription *entity : root.family()) {
             for (const CheckProperty &property : entity->properties())
                 check(*entity, property);
@@ -34,7 +38,8 @@ private:
     void expectNone(const QByteArray &count, const char *format, const QString &subject)
     {
         if (const qint64 found = m_connection.integer(count, -1))
-            m_lines.append(found < 0 ? KXStringWithFormat("%@ cannot be read", subject) : KXStringWithFormat(format, found, subject));
+            m_lines.append(found < 0 ? KXStringWithFormat("%@ cannot be read", subject)
+                                     : KXStringWithFormat(format, found, subject));
     }
 
     static QByteArray isNone(const KXEntityDescription &root)
@@ -47,28 +52,40 @@ private:
 
     static QByteArray isOf(const KXEntityDescription &entity, const QByteArray &alias)
     {
-        return entity.hasDiscriminator() ? " AND " + alias + ".kx_entity = " + QByteArray::number(entity.number()) : QByteArray();
+        return entity.hasDiscriminator() ? " AND " + alias + ".kx_entity = " + QByteArray::number(entity.number())
+                                         : QByteArray();
     }
 
     void check(const KXEntityDescription &entity, const CheckProperty &property)
     {
         const QString name = entity.name() + u'.' + property.name();
         if (property.hasColumn() && !property.isOptional())
-            expectNone("SELECT count(*) FROM " + entity.table() + " s WHERE s." + property.column() + " IS NULL" + isOf(entity, "s"), "%@ rows have no value for %@", name);
-        if (property.isAttribute() || !property.inverse()) // where nothing leads back, a key may lead to what was deleted
+            expectNone("SELECT count(*) FROM " + entity.table() + " s WHERE s." + property.column() + " IS NULL"
+                    + isOf(entity, "s"),
+                "%@ rows have no value for %@", name);
+        if (property.isAttribute()
+            || !property.inverse()) // where nothing leads back, a key may lead to what was deleted
             return;
         const QByteArray other = property.destinationEntity()->table();
         if (property.isToOne()) {
             // Does the row at the other end exist, and lead back where only it can?
-            const QByteArray back = property.inverse()->isToOne() ? " AND o." + property.inverse()->column() + " = s.kx_id" : QByteArray();
-            expectNone("SELECT count(*) FROM " + entity.table() + " s WHERE s." + property.column() + " IS NOT NULL" + isOf(entity, "s")
-                    + " AND NOT EXISTS(SELECT 1 FROM " + other + " o WHERE o.kx_id = s." + property.column() + back + ')', "%@ links of %@ lead nowhere", name);
+            const QByteArray back = property.inverse()->isToOne()
+                ? " AND o." + property.inverse()->column() + " = s.kx_id"
+                : QByteArray();
+            expectNone("SELECT count(*) FROM " + entity.table() + " s WHERE s." + property.column() + " IS NOT NULL"
+                    + isOf(entity, "s") + " AND NOT EXISTS(SELECT 1 FROM " + other + " o WHERE o.kx_id = s."
+                    + property.column() + back + ')',
+                "%@ links of %@ lead nowhere", name);
         } else if (!property.joinTable().isEmpty()) {
-            expectNone("SELECT count(*) FROM " + property.joinTable() + " j JOIN " + entity.table() + " s ON s.kx_id = j." + property.joinSource() + isOf(entity, "s")
-                    + " WHERE NOT EXISTS(SELECT 1 FROM " + other + " o WHERE o.kx_id = j." + property.joinTarget() + ')', "%@ links of %@ lead nowhere", name);
+            expectNone("SELECT count(*) FROM " + property.joinTable() + " j JOIN " + entity.table()
+                    + " s ON s.kx_id = j." + property.joinSource() + isOf(entity, "s")
+                    + " WHERE NOT EXISTS(SELECT 1 FROM " + other + " o WHERE o.kx_id = j." + property.joinTarget()
+                    + ')',
+                "%@ links of %@ lead nowhere", name);
             if (property.inverseName() == property.name()) {
-                expectNone("SELECT count(*) FROM " + property.joinTable() + " j WHERE NOT EXISTS(SELECT 1 FROM " + property.joinTable()
-                        + " r WHERE r.a = j.b AND r.b = j.a)", "%@ links of %@ lead one way only", name);
+                expectNone("SELECT count(*) FROM " + property.joinTable() + " j WHERE NOT EXISTS(SELECT 1 FROM "
+                        + property.joinTable() + " r WHERE r.a = j.b AND r.b = j.a)",
+                    "%@ links of %@ lead one way only", name);
             }
         }
     }
@@ -82,12 +99,13 @@ private:
 QStringList KXStoreCheck::damage(KXSQLiteConnection &connection, const KXStoreProgress &progress)
 {
     // Each page is read about once.
-    const KXStatementProgress shown(connection, progress, [&, pages = std::max<double>(1, double(connection.integer("PRAGMA page_count")))] {
-        int misses = 0;
-        int most = 0;
-        sqlite3_db_status(connection.handle(), SQLITE_DBSTATUS_CACHE_MISS, &misses, &most, 0);
-        return misses / pages;
-    });
+    const KXStatementProgress shown(
+        connection, progress, [&, pages = std::max<double>(1, double(connection.integer("PRAGMA page_count")))] {
+            int misses = 0;
+            int most = 0;
+            sqlite3_db_status(connection.handle(), SQLITE_DBSTATUS_CACHE_MISS, &misses, &most, 0);
+            return misses / pages;
+        });
     QStringList lines;
     KXStatement check = connection.prepare("PRAGMA integrity_check(20)");
     int code = SQLITE_ERROR;
@@ -99,7 +117,8 @@ QStringList KXStoreCheck::damage(KXSQLiteConnection &connection, const KXStorePr
     return lines;
 }
 
-QStringList KXStoreCheck::brokenPromises(KXSQLiteConnection &connection, const KXManagedObjectModel &model, const KXStoreProgress &progress)
+QStringList KXStoreCheck::brokenPromises(
+    KXSQLiteConnection &connection, const KXManagedObjectModel &model, const KXStoreProgress &progress)
 {
     StoreChecker checker(connection);
     double done = 0;
@@ -112,7 +131,8 @@ QStringList KXStoreCheck::brokenPromises(KXSQLiteConnection &connection, const K
     return checker.lines();
 }
 
-std::optional<QStringList> KXPersistentStore::problemsOfStoreURL(const QUrl &url, KXError *error, const KXStoreProgress &progress)
+std::optional<QStringList> KXPersistentStore::problemsOfStoreURL(
+    const QUrl &url, KXError *error, const KXStoreProgress &progress)
 {
     KXError problem;
     const auto metadata = metadataForStoreURL(url, &problem);
@@ -126,5 +146,6 @@ std::optional<QStringList> KXPersistentStore::problemsOfStoreURL(const QUrl &url
     }
     const KXReadTransaction one(connection);
     const QStringList damage = KXStoreCheck::damage(connection, KXProgressOfPart(progress, 0, 0.5));
-    return damage.isEmpty() ? KXStoreCheck::brokenPromises(connection, *model, KXProgressOfPart(progress, 0.5, 1)) : damage;
+    return damage.isEmpty() ? KXStoreCheck::brokenPromises(connection, *model, KXProgressOfPart(progress, 0.5, 1))
+                            : damage;
 }

@@ -13,8 +13,9 @@ namespace KXStoreCheck {
 /// What SQLite says of the file itself.
 [[nodiscard]] QStringList damage(KXSQLiteConnection &connection, const KXStoreProgress &progress = {});
 
-/// Rows that break the model's promises: keys that were never given out, entities that there are not, required values that
-/// are missing, relationships whose two ends do not agree.
-[[nodiscard]] QStringList brokenPromises(KXSQLiteConnection &connection, const KXManagedObjectModel &model, const KXStoreProgress &progress = {});
+/// Rows that break the model's promises: keys that were never given out, entities that there are not, required values
+/// that are missing, relationships whose two ends do not agree.
+[[nodiscard]] QStringList brokenPromises(
+    KXSQLiteConnection &connection, const KXManagedObjectModel &model, const KXStoreProgress &progress = {});
 
 }

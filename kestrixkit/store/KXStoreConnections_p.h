@@ -14,12 +14,16 @@
 /// playlist does not queue behind an import. Readers are made as they are needed; one is kept for the main
 /// thread alone, so that it never waits for a background query.
 ///
-/// What an operation is given is interrupted when that operation is cancelled, until it hands it back. An operation that
-/// is cancelled already is not interrupted any more: it may choose to read and save to the end.
+/// What an operation is given is interrupted when that operation is cancelled, until it hands it back. An operation
+/// that is cancelled already is not interrupted any more: it may choose to read and save to the end.
 class KXStoreConnections
 {
 public:
-    KXStoreConnections(QString path, QByteArray vfs) : m_path(std::move(path)), m_vfs(std::move(vfs)) { }
+    KXStoreConnections(QString path, QByteArray vfs)
+        : m_path(std::move(path))
+        , m_vfs(std::move(vfs))
+    {
+    }
     KXStoreConnections(const KXStoreConnections &) = delete;
     KXStoreConnections &operator=(const KXStoreConnections &) = delete;
 
@@ -61,8 +65,14 @@ class KXStoreConnections::Reader
 {
 public:
     Reader() = default;
-    Reader(KXStoreConnections *owner, std::unique_ptr<KXSQLiteConnection> connection, bool main, KXScopeToken interruption)
-        : m_owner(owner), m_connection(std::move(connection)), m_main(main), m_interruption(std::move(interruption)) { }
+    Reader(
+        KXStoreConnections *owner, std::unique_ptr<KXSQLiteConnection> connection, bool main, KXScopeToken interruption)
+        : m_owner(owner)
+        , m_connection(std::move(connection))
+        , m_main(main)
+        , m_interruption(std::move(interruption))
+    {
+    }
     Reader(Reader &&) = default;
     Reader &operator=(Reader &&) = delete;
     ~Reader()
@@ -87,7 +97,11 @@ private:
 class KXStoreConnections::Writer
 {
 public:
-    Writer(KXStoreConnections *owner, KXScopeToken interruption) : m_owner(owner), m_interruption(std::move(interruption)) { }
+    Writer(KXStoreConnections *owner, KXScopeToken interruption)
+        : m_owner(owner)
+        , m_interruption(std::move(interruption))
+    {
+    }
     Writer(const Writer &) = delete;
     Writer &operator=(const Writer &) = delete;
     ~Writer()

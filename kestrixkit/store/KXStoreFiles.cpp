@@ -36,11 +36,12 @@ KXError filesError(int number, const QByteArray &path)
         code = KXStoreErrorCode::ReadOnly;
     else if (number == ENOENT)
         code = KXStoreErrorCode::CannotOpen;
-    return KXError(KXKestrixKitErrorDomain, code, KXStringWithFormat("%@: %s", QFile::decodeName(path), std::strerror(number)));
+    return KXError(
+        KXKestrixKitErrorDomain, code, KXStringWithFormat("%@: %s", QFile::decodeName(path), std::strerror(number)));
 }
 
 /// `call` answers -1 and sets errno on failure, as system calls do.
-template<typename Call> KXError filesStep(const KXFileStep &step, Call &&call)
+template <typename Call> KXError filesStep(const KXFileStep &step, Call &&call)
 {
     KXStoreFiles::Probe *const probe = filesProbe.load(std::memory_order_acquire);
     int number = probe ? probe->begin(step) : 0;
@@ -78,7 +79,10 @@ bool KXStoreFiles::exists(const QString &path)
     return ::lstat(filesNative(path).constData(), &status) == 0;
 }
 
-KXError KXStoreFiles::syncFolderOf(const QString &path) { return filesSyncFolder(filesNative(QFileInfo(path).absolutePath())); }
+KXError KXStoreFiles::syncFolderOf(const QString &path)
+{
+    return filesSyncFolder(filesNative(QFileInfo(path).absolutePath()));
+}
 
 KXError KXStoreFiles::move(const QString &from, const QString &to)
 {
@@ -122,7 +126,8 @@ KXError KXStoreFiles::removeFolder(const QString &path)
 {
     if (!exists(path))
         return {};
-    for (const QString &name : QDir(path).entryList(QDir::AllEntries | QDir::System | QDir::Hidden | QDir::NoDotAndDotDot)) {
+    for (const QString &name :
+        QDir(path).entryList(QDir::AllEntries | QDir::System | QDir::Hidden | QDir::NoDotAndDotDot)) {
         const KXFileStep step { KXFileStep::Remove, filesNative(path + u'/' + name) };
         if (KXError error = filesStep(step, [&] { return ::unlink(step.path.constData()); }))
             return error;
@@ -170,17 +175,21 @@ KXError KXNewFile::open(const QString &path, bool keep)
         m_size = ::lseek(m_descriptor, 0, SEEK_END);
         return {};
     }
-    return filesStep(step, [&] { return m_descriptor = ::open(step.path.constData(), O_RDWR | O_CREAT | O_CLOEXEC | (keep ? 0 : O_TRUNC), 0666); });
+    return filesStep(step, [&] {
+        return m_descriptor = ::open(step.path.constData(), O_RDWR | O_CREAT | O_CLOEXEC | (keep ? 0 : O_TRUNC), 0666);
+    });
 }
 
 bool KXNewFile::lock() { return ::flock(m_descriptor, LOCK_EX | LOCK_NB) == 0; }
 
 KXError KXNewFile::write(QByteArrayView bytes)
 {
-    const KXFileStep step { KXFileStep::Write, filesNative(m_path), {}, QByteArray::fromRawData(bytes.data(), bytes.size()), m_size };
+    const KXFileStep step { KXFileStep::Write, filesNative(m_path), {},
+        QByteArray::fromRawData(bytes.data(), bytes.size()), m_size };
     KXError error = filesStep(step, [&] {
         for (qint64 written = 0; written < bytes.size();) {
-            const ssize_t part = ::pwrite(m_descriptor, bytes.data() + written, size_t(bytes.size() - written), m_size + written);
+            const ssize_t part
+                = ::pwrite(m_descriptor, bytes.data() + written, size_t(bytes.size() - written), m_size + written);
             if (part < 0 && errno != EINTR)
                 return -1;
             written += std::max<ssize_t>(part, 0);
@@ -210,8 +219,8 @@ bool KXNewFile::isInPlace() const
 {
     struct stat mine;
     struct stat named;
-    return ::fstat(m_descriptor, &mine) == 0 && ::lstat(filesNative(m_path).constData(), &named) == 0 && mine.st_ino == named.st_ino
-        && mine.st_dev == named.st_dev;
+    return ::fstat(m_descriptor, &mine) == 0 && ::lstat(filesNative(m_path).constData(), &named) == 0
+        && mine.st_ino == named.st_ino && mine.st_dev == named.st_dev;
 }
 
 KXError KXPinnedFile::open(const QString &path)
@@ -222,7 +231,8 @@ KXError KXPinnedFile::open(const QString &path)
     const std::lock_guard lock(mutex);
     struct stat status;
     // What has lost its last name is nobody's database any more.
-    std::erase_if(pinned, [&status](const auto &entry) { return ::fstat(*entry.second, &status) == 0 && status.st_nlink == 0; });
+    std::erase_if(
+        pinned, [&status](const auto &entry) { return ::fstat(*entry.second, &status) == 0 && status.st_nlink == 0; });
     if (::lstat(native.constData(), &status) != 0)
         return filesError(errno, native);
     if (!S_ISREG(status.st_mode))
@@ -246,4 +256,7 @@ KXError KXPinnedFile::open(const QString &path)
     return {};
 }
 
-qint64 KXPinnedFile::read(qint64 offset, char *buffer, qint64 size) const { return ::pread(*m_descriptor, buffer, size_t(size), offset); }
+qint64 KXPinnedFile::read(qint64 offset, char *buffer, qint64 size) const
+{
+    return ::pread(*m_descriptor, buffer, size_t(size), offset);
+}

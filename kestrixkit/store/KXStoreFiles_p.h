@@ -13,8 +13,8 @@
 /// What renames, links and removes is on the disk when it returns: the folder is synced with it, so that a power cut
 /// leaves the steps of a longer work in their order. Any thread.
 ///
-/// Nothing here opens a file that a connection of the process may have open: closing it would drop the locks that SQLite
-/// holds on it. KXPinnedFile reads such files.
+/// Nothing here opens a file that a connection of the process may have open: closing it would drop the locks that
+/// SQLite holds on it. KXPinnedFile reads such files.
 class KX_CORE_EXPORT KXStoreFiles
 {
 public:

@@ -13,7 +13,8 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-KXError migrationRun(KXSQLiteConnection &connection, const KXMigrationSQL::Statement &statement, qint64 *number = nullptr)
+KXError migrationRun(
+    KXSQLiteConnection &connection, const KXMigrationSQL::Statement &statement, qint64 *number = nullptr)
 {
     KXStatement query = connection.prepare(statement.sql);
     if (!query)
@@ -34,8 +35,10 @@ KXManagedObjectModel::Ref KXStoreMigration::modelOf(const KXStoreMetadata &metad
     auto model = KXManagedObjectModel::modelWithJSON(metadata.modelJSON, &problem);
     if (model && model->versionHashes() == metadata.versionHashes)
         return model;
-    KXSetError(error, KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::Damaged,
-        KXStringWithFormat("The store's own model is damaged%@%@", problem ? u": "_s : QString(), problem.localizedDescription())));
+    KXSetError(error,
+        KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::Damaged,
+            KXStringWithFormat("The store's own model is damaged%@%@", problem ? u": "_s : QString(),
+                problem.localizedDescription())));
     return nullptr;
 }
 
@@ -46,17 +49,20 @@ KXError KXStoreMigration::checkSource(KXSQLiteConnection &connection, const KXMa
         return error;
     if (metadata.versionHashes == mapping.sourceModel()->versionHashes())
         return {};
-    return KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::IncompatibleModel, u"The store was not written with the model that it is to be migrated from"_s);
+    return KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::IncompatibleModel,
+        u"The store was not written with the model that it is to be migrated from"_s);
 }
 
 bool KXStoreMigration::mayLackValue(const KXPropertyMapping &property)
 {
     if (property.destination->isOptional() || !property.destination->hasColumn() || property.value.isValid())
         return false;
-    return !property.source || property.source->isOptional() || property.source->isRelationship() || property.converts();
+    return !property.source || property.source->isOptional() || property.source->isRelationship()
+        || property.converts();
 }
 
-KXError KXStoreMigration::write(KXSQLiteConnection &connection, const KXMappingModel &mapping, const QString &fresh, const KXStoreProgress &progress)
+KXError KXStoreMigration::write(KXSQLiteConnection &connection, const KXMappingModel &mapping, const QString &fresh,
+    const KXStoreProgress &progress)
 {
     if (KXError error = checkSource(connection, mapping))
         return error;
@@ -65,11 +71,14 @@ KXError KXStoreMigration::write(KXSQLiteConnection &connection, const KXMappingM
     for (const KXEntityMapping &entity : mapping.entityMappings()) {
         for (const KXPropertyMapping &property : entity.properties) {
             qint64 rows = 0;
-            if (KXError error = mayLackValue(property) ? migrationRun(connection, sql.missing(entity.source, property), &rows) : KXError())
+            if (KXError error = mayLackValue(property)
+                    ? migrationRun(connection, sql.missing(entity.source, property), &rows)
+                    : KXError())
                 return error;
             if (rows > 0) {
                 return KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::ValidationFailed,
-                    KXStringWithFormat("%@ rows of \"%@\" would have no value for \"%@\"", rows, entity.destination->name(), property.destination->name()));
+                    KXStringWithFormat("%@ rows of \"%@\" would have no value for \"%@\"", rows,
+                        entity.destination->name(), property.destination->name()));
             }
         }
     }
@@ -85,16 +94,18 @@ KXError KXStoreMigration::write(KXSQLiteConnection &connection, const KXMappingM
     if (attach.step() != SQLITE_DONE)
         return connection.lastError();
     attach = {};
-    // Until it is whole nobody needs the new file: no journal, and one sync at its end. Sorting for indexes goes to files, so
-    // that memory does not grow with the store.
-    if (KXError error = connection.execute("PRAGMA temp_store=FILE; PRAGMA main.cache_size=-8192; PRAGMA fresh.cache_size=-16384;"
-                                           "PRAGMA fresh.journal_mode=OFF; PRAGMA fresh.synchronous=OFF; PRAGMA fresh.locking_mode=EXCLUSIVE"))
+    // Until it is whole nobody needs the new file: no journal, and one sync at its end. Sorting for indexes goes to
+    // files, so that memory does not grow with the store.
+    if (KXError error = connection.execute(
+            "PRAGMA temp_store=FILE; PRAGMA main.cache_size=-8192; PRAGMA fresh.cache_size=-16384;"
+            "PRAGMA fresh.journal_mode=OFF; PRAGMA fresh.synchronous=OFF; PRAGMA fresh.locking_mode=EXCLUSIVE"))
         return error;
     const QByteArray mark = "PRAGMA fresh.application_id=" + QByteArray::number(KXStoreSchema::ApplicationId);
     if (KXError error = connection.execute(mark.constData()))
         return error;
 
-    const double size = std::max(double(connection.integer("PRAGMA main.page_count") * connection.integer("PRAGMA main.page_size")), 1.0);
+    const double size = std::max(
+        double(connection.integer("PRAGMA main.page_count") * connection.integer("PRAGMA main.page_size")), 1.0);
     const KXStatementProgress shown(connection, progress, [&] { return double(QFileInfo(fresh).size()) / size; });
     if (KXError error = connection.execute("BEGIN"))
         return error;

@@ -17,12 +17,14 @@ namespace KXStoreMigration {
 /// Whether there may be rows without a value that the destination requires.
 [[nodiscard]] bool mayLackValue(const KXPropertyMapping &property);
 
-/// Makes the file `fresh`, which does not exist, of the store that the connection has opened alone: same identifiers, UUID, next
-/// key and row versions, all indexes. Not synced. What is left of it after an error is the caller's to remove.
-[[nodiscard]] KXError write(KXSQLiteConnection &connection, const KXMappingModel &mapping, const QString &fresh, const KXStoreProgress &progress);
+/// Makes the file `fresh`, which does not exist, of the store that the connection has opened alone: same identifiers,
+/// UUID, next key and row versions, all indexes. Not synced. What is left of it after an error is the caller's to
+/// remove.
+[[nodiscard]] KXError write(KXSQLiteConnection &connection, const KXMappingModel &mapping, const QString &fresh,
+    const KXStoreProgress &progress);
 
-/// Migrates the store at the path to the model, with an inferred mapping: the file is replaced in one step, and nothing of the
-/// old one is kept. On failure it is as it was.
+/// Migrates the store at the path to the model, with an inferred mapping: the file is replaced in one step, and nothing
+/// of the old one is kept. On failure it is as it was.
 [[nodiscard]] KXError migrateInPlace(const QString &path, const KXManagedObjectModel::Ref &destination);
 
 }

@@ -20,7 +20,9 @@ class KXStatementProgress
 {
 public:
     KXStatementProgress(KXSQLiteConnection &connection, const KXStoreProgress &progress, std::function<double()> done)
-        : m_connection(progress ? connection.handle() : nullptr), m_progress(progress), m_done(std::move(done))
+        : m_connection(progress ? connection.handle() : nullptr)
+        , m_progress(progress)
+        , m_done(std::move(done))
     {
         const auto look = [](void *self) {
             const auto *const me = static_cast<KXStatementProgress *>(self);

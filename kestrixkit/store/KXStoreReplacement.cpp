@@ -22,7 +22,8 @@ QString replacementNote(const QString &store) { return store + "-replacing"_L1; 
 
 KXError replacementBusy(const QString &store)
 {
-    return KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::Busy, KXStringWithFormat("%@ is being migrated or restored elsewhere", store));
+    return KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::Busy,
+        KXStringWithFormat("%@ is being migrated or restored elsewhere", store));
 }
 
 /// A name of the folder that a note may speak of; empty where it is none.

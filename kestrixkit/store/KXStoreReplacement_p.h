@@ -7,9 +7,10 @@
 /// Puts a new file in a store's place, so that whenever the work ends early one of the two is there when the store is
 /// opened next.
 ///
-/// The note "<store>-replacing" says what goes on: it is written before the new file is begun, and removed when all is in
-/// place. While the work runs the note is locked, so that nobody else takes it for one that was left behind. The new file
-/// and the name that the old one is kept under are in the store's folder. docs/formats/store.md describes the note.
+/// The note "<store>-replacing" says what goes on: it is written before the new file is begun, and removed when all is
+/// in place. While the work runs the note is locked, so that nobody else takes it for one that was left behind. The new
+/// file and the name that the old one is kept under are in the store's folder. docs/formats/store.md describes the
+/// note.
 class KX_CORE_EXPORT KXStoreReplacement
 {
 public:
@@ -23,9 +24,9 @@ public:
     [[nodiscard]] KXError freshIsWhole();
     /// Moves the old store, with what SQLite left beside it, to its other name.
     [[nodiscard]] KXError moveOldAside() const;
-    /// Removes the note, and after a failure what there is of the new file. But where the failure left nothing in the store's
-    /// place while the new file is whole, note and file stay, and the next opening brings the work to its end. A note that
-    /// cannot be removed does no harm.
+    /// Removes the note, and after a failure what there is of the new file. But where the failure left nothing in the
+    /// store's place while the new file is whole, note and file stay, and the next opening brings the work to its end.
+    /// A note that cannot be removed does no harm.
     void end(bool failed);
 
     /// Brings a replacement that was interrupted to its end, or takes it back where the new file was not whole yet, and

@@ -3,8 +3,8 @@
 #include <cstddef>
 #include <vector>
 
-#include <QFile>
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -51,15 +51,17 @@ QMap<QByteArray, QByteArray> wantedIndexes(const KXManagedObjectModel &model, co
         for (const KXPropertyDescription *column : KXStoreSchema::columnsOfTable(*root)) {
             if (!column->isIndexed() && !column->isToOne())
                 continue;
-            QByteArray name = "kx_i_" + root->table().mid(1, root->table().size() - 2) + '_' + column->column().mid(1, column->column().size() - 2);
-            indexes.insert(name, "CREATE INDEX " + schema + ".\"" + name + "\" ON " + root->table() + '(' + column->column() + ')');
+            QByteArray name = "kx_i_" + root->table().mid(1, root->table().size() - 2) + '_'
+                + column->column().mid(1, column->column().size() - 2);
+            indexes.insert(name,
+                "CREATE INDEX " + schema + ".\"" + name + "\" ON " + root->table() + '(' + column->column() + ')');
         }
     }
     return indexes;
 }
 
-/// The first bytes of a file that this process may have open. SQLite reads them: another descriptor would take the locks
-/// of all connections with it when it closes.
+/// The first bytes of a file that this process may have open. SQLite reads them: another descriptor would take the
+/// locks of all connections with it when it closes.
 QByteArray schemaFileHeader(const QString &path, const QByteArray &vfsName)
 {
     sqlite3_vfs *vfs = sqlite3_vfs_find(vfsName.isEmpty() ? nullptr : vfsName.constData());
@@ -173,15 +175,16 @@ KXError KXStoreSchema::look(const QString &path, const QByteArray &vfs, bool &fr
     KXSQLiteConnection connection;
     if (KXError error = connection.open(path, { .untouched = true, .vfs = vfs }))
         return error;
-    fresh = connection.integer("SELECT count(*) FROM sqlite_master", -1) == 0; // a creation that was cut short before its first commit
+    fresh = connection.integer("SELECT count(*) FROM sqlite_master", -1)
+        == 0; // a creation that was cut short before its first commit
     return fresh ? KXError() : readMetadata(connection, metadata);
 }
 
 QList<QByteArray> KXStoreSchema::tables(const KXManagedObjectModel &model, const QByteArray &schema)
 {
     const QByteArray create = "CREATE TABLE " + schema + '.';
-    QList<QByteArray> sql { create + "kx_metadata(key TEXT PRIMARY KEY, value) WITHOUT ROWID", create + "kx_sequence(next INTEGER NOT NULL)",
-        "INSERT INTO " + schema + ".kx_sequence VALUES(1)" };
+    QList<QByteArray> sql { create + "kx_metadata(key TEXT PRIMARY KEY, value) WITHOUT ROWID",
+        create + "kx_sequence(next INTEGER NOT NULL)", "INSERT INTO " + schema + ".kx_sequence VALUES(1)" };
     QSet<QByteArray> joins;
     for (const KXEntityDescription *entity : model.entities()) {
         if (!entity->parent()) {
@@ -197,7 +200,8 @@ QList<QByteArray> KXStoreSchema::tables(const KXManagedObjectModel &model, const
             if (property.joinTable().isEmpty() || joins.contains(property.joinTable()))
                 continue;
             joins.insert(property.joinTable());
-            sql.append(create + property.joinTable() + "(a INTEGER NOT NULL, b INTEGER NOT NULL, PRIMARY KEY(a, b)) WITHOUT ROWID");
+            sql.append(create + property.joinTable()
+                + "(a INTEGER NOT NULL, b INTEGER NOT NULL, PRIMARY KEY(a, b)) WITHOUT ROWID");
         }
     }
     return sql;
@@ -219,7 +223,8 @@ QList<QByteArray> KXStoreSchema::indexes(const KXManagedObjectModel &model, cons
     return sql;
 }
 
-KXError KXStoreSchema::writeMetadata(KXSQLiteConnection &connection, const KXManagedObjectModel &model, Metadata &metadata, const QByteArray &schema)
+KXError KXStoreSchema::writeMetadata(
+    KXSQLiteConnection &connection, const KXManagedObjectModel &model, Metadata &metadata, const QByteArray &schema)
 {
     metadata.modelJSON = model.toJSON();
     metadata.versionHashes = model.versionHashes();
@@ -265,7 +270,8 @@ KXError KXStoreSchema::updateIndexes(KXSQLiteConnection &connection, const KXMan
     QMap<QByteArray, QByteArray> missing = wantedIndexes(model, "main");
     QByteArray sql;
     {
-        KXStatement query = connection.prepare("SELECT name FROM sqlite_master WHERE type = 'index' AND name GLOB 'kx_i_*'");
+        KXStatement query
+            = connection.prepare("SELECT name FROM sqlite_master WHERE type = 'index' AND name GLOB 'kx_i_*'");
         if (!query)
             return connection.lastError();
         while (query.step() == SQLITE_ROW) {

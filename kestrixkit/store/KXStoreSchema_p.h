@@ -17,8 +17,8 @@ inline constexpr int FormatVersion = 1;
 
 using Metadata = KXStoreMetadata;
 
-/// Of an error that says what is wrong with a file, or none: as inspectFile() and a look at the metadata find it. The file
-/// is left as it is. `fresh` where a store may be made at the path.
+/// Of an error that says what is wrong with a file, or none: as inspectFile() and a look at the metadata find it. The
+/// file is left as it is. `fresh` where a store may be made at the path.
 [[nodiscard]] KXError look(const QString &path, const QByteArray &vfs, bool &fresh, Metadata &metadata);
 
 /// Each column of the root's table once, whichever entity of the family declares it.
@@ -35,8 +35,8 @@ using Metadata = KXStoreMetadata;
 [[nodiscard]] KXError readMetadata(KXSQLiteConnection &connection, Metadata &metadata);
 
 /// Writes model and hashes beside the UUID that the metadata holds.
-[[nodiscard]] KXError writeMetadata(KXSQLiteConnection &connection, const KXManagedObjectModel &model, Metadata &metadata,
-    const QByteArray &schema = "main");
+[[nodiscard]] KXError writeMetadata(KXSQLiteConnection &connection, const KXManagedObjectModel &model,
+    Metadata &metadata, const QByteArray &schema = "main");
 
 /// Makes all tables and indexes in one transaction and gives the store a new UUID.
 [[nodiscard]] KXError create(KXSQLiteConnection &connection, const KXManagedObjectModel &model, Metadata &metadata);

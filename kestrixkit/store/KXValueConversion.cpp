@@ -65,7 +65,8 @@ QVariant decimalFrom(const QVariant &value)
     if (isIntegerType(value.typeId()))
         return QVariant::fromValue(KXDecimal::fromInteger(value.toLongLong()));
     if (value.typeId() == QMetaType::Double || value.typeId() == QMetaType::Float)
-        return std::isfinite(value.toDouble()) ? QVariant::fromValue(KXDecimal::fromDouble(value.toDouble())) : QVariant();
+        return std::isfinite(value.toDouble()) ? QVariant::fromValue(KXDecimal::fromDouble(value.toDouble()))
+                                               : QVariant();
     if (value.typeId() == QMetaType::QString) {
         if (const auto decimal = KXDecimal::fromString(value.toString()))
             return QVariant::fromValue(*decimal);
@@ -132,7 +133,9 @@ QVariant KXValueConversion::convert(const QVariant &value, KXAttributeType type)
         return isIntegerType(value.typeId()) ? QVariant(value.toLongLong() != 0) : QVariant();
     case KXAttributeType::Double: {
         bool ok = false;
-        const double number = value.typeId() == qMetaTypeId<KXDecimal>() ? (ok = true, value.value<KXDecimal>().toDouble()) : value.toDouble(&ok);
+        const double number = value.typeId() == qMetaTypeId<KXDecimal>()
+            ? (ok = true, value.value<KXDecimal>().toDouble())
+            : value.toDouble(&ok);
         return ok ? QVariant(number) : QVariant();
     }
     case KXAttributeType::Decimal:
@@ -140,7 +143,9 @@ QVariant KXValueConversion::convert(const QVariant &value, KXAttributeType type)
     case KXAttributeType::String:
         return value.typeId() == QMetaType::QString ? value : QVariant();
     case KXAttributeType::Date:
-        return value.typeId() == QMetaType::QDateTime && value.toDateTime().isValid() ? QVariant(value.toDateTime().toUTC()) : QVariant();
+        return value.typeId() == QMetaType::QDateTime && value.toDateTime().isValid()
+            ? QVariant(value.toDateTime().toUTC())
+            : QVariant();
     case KXAttributeType::URI:
         if (value.typeId() == QMetaType::QString)
             return QUrl(value.toString());

@@ -19,10 +19,7 @@ QLinearGradient standardGradient(const QColor &from, const QColor &to)
     return gradient;
 }
 
-QVariant standardFill(const QColor &from, const QColor &to)
-{
-    return QVariant::fromValue(standardGradient(from, to));
-}
+QVariant standardFill(const QColor &from, const QColor &to) { return QVariant::fromValue(standardGradient(from, to)); }
 
 QColor standardMix(const QColor &a, const QColor &b, float share)
 {

@@ -208,8 +208,8 @@ bool KXTreeController::readTree()
         return true;
     constexpr int objectsAtOnce = 20'000;
     KXFetchRequest request(m_entity->name());
-    const KXFetchedList all = context->fetch(
-        request.setSortDescriptors(m_request.sortDescriptors).setFetchBatchSize(objectsAtOnce));
+    const KXFetchedList all
+        = context->fetch(request.setSortDescriptors(m_request.sortDescriptors).setFetchBatchSize(objectsAtOnce));
     if (all.isNull())
         return false;
     m_levels.reserve(size_t(all.size()) + 1);

@@ -353,8 +353,10 @@ TEST_F(Waveform, longFilesTakeNoMoreMemoryThanShortOnes)
 TEST_F(Waveform, manyThreadsSeeWhatOneSees)
 {
     const AudioSamples sound = makeSound(300'000, 2);
-    for (const AudioRecipe &recipe : { AudioRecipe { "t", "flac", "flac", "flac" }, AudioRecipe { "t", "ogg", "ogg", "libvorbis", 160000 },
-             AudioRecipe { "t", "mp3", "mp3", "libmp3lame", 0, { { "global_quality", "236" }, { "write_xing", "0" } } } }) {
+    for (const AudioRecipe &recipe :
+        { AudioRecipe { "t", "flac", "flac", "flac" }, AudioRecipe { "t", "ogg", "ogg", "libvorbis", 160000 },
+            AudioRecipe {
+                "t", "mp3", "mp3", "libmp3lame", 0, { { "global_quality", "236" }, { "write_xing", "0" } } } }) {
         const auto one = make(sound, { 700, 40 }, false, recipe), many = make(sound, { 700, 40 }, false, recipe);
         many->setDecodingThreads(4);
         Events events;

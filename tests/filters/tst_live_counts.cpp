@@ -23,7 +23,9 @@ using Context = KXManagedObjectContext;
 class Changing
 {
 public:
-    explicit Changing(KXTestRandom &randomNumbers) : random(randomNumbers), predicates(randomNumbers)
+    explicit Changing(KXTestRandom &randomNumbers)
+        : random(randomNumbers)
+        , predicates(randomNumbers)
     {
         library.context->setUndoManager(std::make_shared<KXUndoManager>());
         for (const auto *name : { "House", "Techno", "Jungle" })
@@ -44,7 +46,9 @@ public:
 
     void fill(Track &track)
     {
-        const auto maybe = [this](auto value) { return random.chance(0.2) ? std::optional<decltype(value)>() : std::optional(value); };
+        const auto maybe = [this](auto value) {
+            return random.chance(0.2) ? std::optional<decltype(value)>() : std::optional(value);
+        };
         track.setTitle(predicates.value(RandomPredicates::Text).toString());
         track.setComment(maybe(predicates.value(RandomPredicates::Text).toString()));
         track.setBpm(maybe(random.between(-2, 5) * 0.5));
@@ -55,13 +59,14 @@ public:
         track.setPrice(maybe(*KXDecimal::fromString(QString::number(random.between(0, 4)))));
     }
 
-    template<class T> KXRef<T> any(Context &context)
+    template <class T> KXRef<T> any(Context &context)
     {
         const auto list = context.fetch(KXFetchRequest(QString(T::entityName)));
         return list.isEmpty() ? KXRef<T>() : list.as<T>(random.below(int(list.size())));
     }
 
-    /// Objects that lead others go by one context alone: a link to what is gone is settled when it is saved, not before.
+    /// Objects that lead others go by one context alone: a link to what is gone is settled when it is saved, not
+    /// before.
     void edit(Context &context)
     {
         const bool isMain = &context == library.context.get();
@@ -97,7 +102,8 @@ public:
             break;
         case 6:
             if (const auto album = any<Album>(context))
-                random.chance(0.5) ? album->setArtist(any<Person>(context)) : album->setTitle(predicates.value(RandomPredicates::Text).toString());
+                random.chance(0.5) ? album->setArtist(any<Person>(context))
+                                   : album->setTitle(predicates.value(RandomPredicates::Text).toString());
             break;
         case 7:
             if (const auto person = any<Person>(context))
@@ -107,7 +113,8 @@ public:
             // For good: neither an undo nor a context that does not know yet shall lead to what is gone.
             if (!random.chance(0.2))
                 break;
-            context.removeManagedObject(random.chance(0.5) ? KXRef<KXManagedObject>(any<Genre>(context)) : KXRef<KXManagedObject>(any<Album>(context)));
+            context.removeManagedObject(random.chance(0.5) ? KXRef<KXManagedObject>(any<Genre>(context))
+                                                           : KXRef<KXManagedObject>(any<Album>(context)));
             EXPECT_TRUE(context.save());
             context.undoManager()->removeAllActions();
             other = library.otherContext();
@@ -126,10 +133,23 @@ public:
 QString pathPredicate(KXTestRandom &random)
 {
     static const QStringList texts {
-        u"ANY genres.name == 'House'"_s, u"ALL genres.name != 'Techno'"_s, u"genres.@count > 1"_s, u"NOT ANY genres.name IN {'House', 'a'}"_s,
-        u"album.title == 'a1'"_s, u"album.artist.name BEGINSWITH 'p'"_s, u"album == nil OR bpm > 1"_s, u"ANY genres.name == 'House' AND ANY genres.name == 'Techno'"_s,
-        u"bpm > year"_s, u"album.artist.name == 'p0' AND (loved == TRUE OR plays < 2)"_s, u"ANY album.tracks.loved == TRUE"_s, u"remix == nil"_s,
-        u"price > 1.5 AND price <= 3"_s, u"bpm BETWEEN {0, 1.5}"_s, u"year IN {1, 2, 5}"_s, u"comment CONTAINS[c] 'A'"_s, u"loved != TRUE"_s,
+        u"ANY genres.name == 'House'"_s,
+        u"ALL genres.name != 'Techno'"_s,
+        u"genres.@count > 1"_s,
+        u"NOT ANY genres.name IN {'House', 'a'}"_s,
+        u"album.title == 'a1'"_s,
+        u"album.artist.name BEGINSWITH 'p'"_s,
+        u"album == nil OR bpm > 1"_s,
+        u"ANY genres.name == 'House' AND ANY genres.name == 'Techno'"_s,
+        u"bpm > year"_s,
+        u"album.artist.name == 'p0' AND (loved == TRUE OR plays < 2)"_s,
+        u"ANY album.tracks.loved == TRUE"_s,
+        u"remix == nil"_s,
+        u"price > 1.5 AND price <= 3"_s,
+        u"bpm BETWEEN {0, 1.5}"_s,
+        u"year IN {1, 2, 5}"_s,
+        u"comment CONTAINS[c] 'A'"_s,
+        u"loved != TRUE"_s,
     };
     return random.oneOf(texts);
 }
@@ -144,7 +164,8 @@ TEST(LiveCounts, equalARecountAfterEveryChange)
     for (int walk = 0; walk < std::max(1, KXTestRandom::scaled(1000)); ++walk) {
         Changing world(random);
         Context &context = *world.library.context;
-        const KXPredicate base = random.chance(0.3) ? KXPredicate::predicateWithFormat("plays >= 0") : KXPredicate::truePredicate();
+        const KXPredicate base
+            = random.chance(0.3) ? KXPredicate::predicateWithFormat("plays >= 0") : KXPredicate::truePredicate();
         KXLiveCounts counts(world.library.context, u"Track"_s, { base });
         QHash<QString, KXLiveCounts::Rule> rules;
         const auto setSome = [&](const QString &name) {
@@ -156,9 +177,13 @@ TEST(LiveCounts, equalARecountAfterEveryChange)
                 fixed = KXPredicate::predicateWithText(pathPredicate(random));
             } else if (kind == 2) {
                 const double from = random.between(-2, 4) * 0.5;
-                fixed = KXPredicate::predicateWithFormat("bpm >= %@ AND bpm < %@ AND loved == %@", from, from + random.below(4) * 0.5, random.chance(0.5));
+                fixed = KXPredicate::predicateWithFormat(
+                    "bpm >= %@ AND bpm < %@ AND loved == %@", from, from + random.below(4) * 0.5, random.chance(0.5));
             } else if (random.chance(0.3)) {
-                rules[name] = [] { return KXPredicate::predicateWithFormat("added >= %@", KXClock::today().startOfDay(KXClock::timeZone())); };
+                rules[name] = [] {
+                    return KXPredicate::predicateWithFormat(
+                        "added >= %@", KXClock::today().startOfDay(KXClock::timeZone()));
+                };
             } else {
                 rules[name] = [days = random.between(1, 9)] {
                     const QDateTime now = KXClock::now().toTimeZone(KXClock::timeZone());
@@ -188,8 +213,11 @@ TEST(LiveCounts, equalARecountAfterEveryChange)
             } else if (kind < 12) {
                 for (int edits = random.below(4); edits >= 0; --edits)
                     world.edit(*world.other);
-                const auto token = KXNotificationCenter::defaultCenter().addObserver(QString(KXManagedObjectContextDidSaveNotification), world.other.get(),
-                    [&](const KXNotification &saved) { context.mergeChangesFromStoreChange(*saved.payloadAs<std::shared_ptr<const KXStoreChange>>()); });
+                const auto token = KXNotificationCenter::defaultCenter().addObserver(
+                    QString(KXManagedObjectContextDidSaveNotification), world.other.get(),
+                    [&](const KXNotification &saved) {
+                        context.mergeChangesFromStoreChange(*saved.payloadAs<std::shared_ptr<const KXStoreChange>>());
+                    });
                 ASSERT_TRUE(world.other->save());
             } else if (kind < 14) {
                 ASSERT_TRUE(context.save());
@@ -217,7 +245,8 @@ TEST(LiveCounts, equalARecountAfterEveryChange)
                     const KXClockMoment at(moment);
                     const KXPredicate predicate = KXPredicate::andPredicate({ base, rules[name]() });
                     ASSERT_EQ(counts.count(name), Track::countOfUsingPredicate(predicate, context))
-                        << predicate.predicateFormat().toStdString() << " at " << moment.toString(Qt::ISODateWithMs).toStdString();
+                        << predicate.predicateFormat().toStdString() << " at "
+                        << moment.toString(Qt::ISODateWithMs).toStdString();
                 }
                 ASSERT_EQ(announced.value(name, -1), *counts.count(name)) << name.toStdString();
             }

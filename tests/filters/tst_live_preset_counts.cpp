@@ -19,7 +19,8 @@ class FacetsOnly : public KXFilterSetMapper
 {
 public:
     bool canMapFilterSet(const KXRef<KXFilterSet> &) const override { return true; }
-    KXRef<KXFilterSet> createInstanceByMappingFilterSet(const KXRef<KXFilterSet> &set, KXManagedObjectContext &inContext) const override
+    KXRef<KXFilterSet> createInstanceByMappingFilterSet(
+        const KXRef<KXFilterSet> &set, KXManagedObjectContext &inContext) const override
     {
         if (!set->title().isEmpty())
             throw std::runtime_error("no");
@@ -32,7 +33,10 @@ public:
     }
 };
 
-qint64 shown(const KXRef<KXFilterSetPreset> &preset) { return preset->counts().value_or(KXCounts()).value(u"shelf"_s, -1); }
+qint64 shown(const KXRef<KXFilterSetPreset> &preset)
+{
+    return preset->counts().value_or(KXCounts()).value(u"shelf"_s, -1);
+}
 
 } // namespace
 
@@ -60,7 +64,8 @@ TEST(LivePresetCounts, followFiltersPresetsThingsAndTime)
     shelf.context->undoManager()->removeAllActions();
 
     const auto mapper = std::make_shared<FacetsOnly>();
-    KXLivePresetCounts counts(shelf.context, { shelf.context, u"Thing"_s, u"shelf"_s, { KXPredicate::predicateWithFormat("bpm < 128") }, nullptr });
+    KXLivePresetCounts counts(shelf.context,
+        { shelf.context, u"Thing"_s, u"shelf"_s, { KXPredicate::predicateWithFormat("bpm < 128") }, nullptr });
     KXLivePresetCounts mapped(shelf.context, { shelf.context, u"Thing"_s, u"mapped"_s, {}, mapper });
     ASSERT_TRUE(counts.update() && mapped.update());
     EXPECT_EQ(shown(fast), 4);
@@ -81,8 +86,10 @@ TEST(LivePresetCounts, followFiltersPresetsThingsAndTime)
     QCoreApplication::processEvents();
     EXPECT_EQ(shown(fast), 4);
     const auto other = KXManagedObjectContext::contextWithPersistentStoreCoordinator(shelf.coordinator);
-    const auto token = KXNotificationCenter::defaultCenter().addObserver(QString(KXManagedObjectContextDidSaveNotification), other.get(),
-        [&](const KXNotification &saved) { shelf.context->mergeChangesFromStoreChange(*saved.payloadAs<std::shared_ptr<const KXStoreChange>>()); });
+    const auto token = KXNotificationCenter::defaultCenter().addObserver(
+        QString(KXManagedObjectContextDidSaveNotification), other.get(), [&](const KXNotification &saved) {
+            shelf.context->mergeChangesFromStoreChange(*saved.payloadAs<std::shared_ptr<const KXStoreChange>>());
+        });
     KXRangeFilter::cast(other->objectWithID(range->objectID()))->setStartValue(KXDecimal::fromString(u"125"_s));
     const auto copy = KXFilterSetPreset::cast(other->objectWithID(minor->objectID()))->duplicateInContext(*other);
     ASSERT_TRUE(other->save());
@@ -107,7 +114,8 @@ TEST(LivePresetCounts, followFiltersPresetsThingsAndTime)
     // By way of an operation.
     bool onScreen = true;
     KXFilterSetPresetCountsScheduler scheduler(u"mapped"_s,
-        { [&] { return onScreen; }, [&](const KXRef<KXFilterSetPreset> &preset) { return mapped.countsProviderForFilterSetPreset(preset); } });
+        { [&] { return onScreen; },
+            [&](const KXRef<KXFilterSetPreset> &preset) { return mapped.countsProviderForFilterSetPreset(preset); } });
     scheduler.enqueueCountsOperationForPreset(recent);
     KXFilterSetPresetCountsScheduler::countsQueue().waitUntilAllOperationsAreFinished();
     QCoreApplication::processEvents();

@@ -71,7 +71,8 @@ TEST(Browser, reportsItsCrateTheSameTwiceAndCountsLikeALoop)
     ASSERT_EQ(first.status, 0) << first.errors.toStdString();
     EXPECT_EQ(first.errors, QByteArray());
     // The same again, but for the moment that dates are counted from.
-    const auto timeless = [](QByteArray output) { return QString::fromUtf8(output).remove(QRegularExpression(u"DATE\\([^)]*\\)"_s)); };
+    const auto timeless
+        = [](QByteArray output) { return QString::fromUtf8(output).remove(QRegularExpression(u"DATE\\([^)]*\\)"_s)); };
     EXPECT_EQ(timeless(browser({ u"--report"_s, u"--store"_s, store }).output), timeless(first.output));
 
     int house = 0, fastHouse = 0;
@@ -99,7 +100,8 @@ TEST(Browser, reportsItsCrateTheSameTwiceAndCountsLikeALoop)
     for (qsizetype i = 0; i < presets.size(); i += 4) {
         const QJsonObject preset = presets[i].toObject();
         const Answer recount = browser({ u"--store"_s, store, u"--query"_s, preset.value(u"predicate"_s).toString() });
-        EXPECT_EQ(recount.json().value(u"count"_s), preset.value(u"count"_s)) << preset.value(u"path"_s).toString().toStdString();
+        EXPECT_EQ(recount.json().value(u"count"_s), preset.value(u"count"_s))
+            << preset.value(u"path"_s).toString().toStdString();
         filled += preset.value(u"count"_s).toInt() > 0;
     }
     EXPECT_GT(filled, 5);
@@ -123,10 +125,11 @@ TEST(Browser, explainsWhyATrackIsInAPreset)
     EXPECT_EQ(out.value(u"matches"_s), false);
     EXPECT_EQ(out.value(u"keptOutBy"_s), (QJsonArray { u"NOT House"_s, u">= 128"_s }));
     EXPECT_EQ(out.value(u"filters"_s)[0].toObject().value(u"conditions"_s)[0].toObject(),
-        (QJsonObject { { u"predicate"_s, u"OR(ALL genres.name != \"House\")"_s }, { u"matches"_s, false }, { u"matching"_s, QJsonArray() } }));
+        (QJsonObject { { u"predicate"_s, u"OR(ALL genres.name != \"House\")"_s }, { u"matches"_s, false },
+            { u"matching"_s, QJsonArray() } }));
 
-    for (const QStringList &mistake : QList<QStringList> { { u"Tempo/124 to 128"_s }, { u"Tempo"_s, file }, { u"Nowhere"_s, file },
-             { u"Genres/House"_s, music }, { u"Genres/House"_s, file, file } }) {
+    for (const QStringList &mistake : QList<QStringList> { { u"Tempo/124 to 128"_s }, { u"Tempo"_s, file },
+             { u"Nowhere"_s, file }, { u"Genres/House"_s, music }, { u"Genres/House"_s, file, file } }) {
         const Answer answer = explained(mistake);
         EXPECT_EQ(answer.status, 2) << mistake.join(u' ').toStdString();
         EXPECT_EQ(answer.errors.trimmed().count('\n'), 0);

@@ -59,7 +59,8 @@ KXManagedObjectModel::Ref Library::model()
             },
             {
                 { u"byIdentifier"_s, u"Track"_s, KXPredicate::predicateWithFormat("identifier == $IDENTIFIER") },
-                { u"commentedBy"_s, u"Track"_s, KXPredicate::predicateWithFormat("identifier == $IDENTIFIER AND comment LIKE $USER") },
+                { u"commentedBy"_s, u"Track"_s,
+                    KXPredicate::predicateWithFormat("identifier == $IDENTIFIER AND comment LIKE $USER") },
                 { u"loved"_s, u"Track"_s, KXPredicate::predicateWithFormat("loved == TRUE") },
             });
     }();
@@ -68,7 +69,8 @@ KXManagedObjectModel::Ref Library::model()
 
 QString Library::describe(const KXManagedObject &object)
 {
-    const auto keyOf = [](const KXManagedObject *other) { return other ? QString::number(other->objectID().key()) : u"-"_s; };
+    const auto keyOf
+        = [](const KXManagedObject *other) { return other ? QString::number(other->objectID().key()) : u"-"_s; };
     QString line = object.entity()->name() + u' ' + keyOf(&object);
     for (const Property &property : object.entity()->properties()) {
         if (property.isTransient())
@@ -113,10 +115,13 @@ std::string Library::damage(const QString &path)
     };
     sqlite3_open_v2(QFile::encodeName(path).constData(), &database, SQLITE_OPEN_READWRITE, nullptr);
     // As the store registers it for the order of decimal columns, or their indexes could not be checked.
-    sqlite3_create_collation(database, "KX_DECIMAL", SQLITE_UTF8, nullptr, [](void *, int size, const void *a, int otherSize, const void *b) {
-        const auto decimal = [](const void *utf8, int length) { return *KXDecimal::fromString(QString::fromUtf8(static_cast<const char *>(utf8), length)); };
-        return decimal(a, size) < decimal(b, otherSize) ? -1 : int(decimal(b, otherSize) < decimal(a, size));
-    });
+    sqlite3_create_collation(database, "KX_DECIMAL", SQLITE_UTF8, nullptr,
+        [](void *, int size, const void *a, int otherSize, const void *b) {
+            const auto decimal = [](const void *utf8, int length) {
+                return *KXDecimal::fromString(QString::fromUtf8(static_cast<const char *>(utf8), length));
+            };
+            return decimal(a, size) < decimal(b, otherSize) ? -1 : int(decimal(b, otherSize) < decimal(a, size));
+        });
     if (sqlite3_exec(database, "PRAGMA synchronous=OFF; PRAGMA integrity_check", line, &text, nullptr) != SQLITE_OK)
         text += sqlite3_errmsg(database);
     sqlite3_close(database);
@@ -132,8 +137,10 @@ void Library::write(const QString &path, const QByteArray &bytes)
 void Library::tamper(const QString &path, const char *sql)
 {
     sqlite3 *database = nullptr;
-    sqlite3_open_v2(QFile::encodeName(path).constData(), &database, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
-    ASSERT_EQ(sqlite3_exec(database, sql, nullptr, nullptr, nullptr), SQLITE_OK) << sql << ": " << sqlite3_errmsg(database);
+    sqlite3_open_v2(
+        QFile::encodeName(path).constData(), &database, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+    ASSERT_EQ(sqlite3_exec(database, sql, nullptr, nullptr, nullptr), SQLITE_OK)
+        << sql << ": " << sqlite3_errmsg(database);
     sqlite3_close(database);
 }
 

@@ -123,7 +123,10 @@ public:
     [[nodiscard]] QUrl url() const { return QUrl::fromLocalFile(path()); }
     void open();
     void reopen();
-    [[nodiscard]] KXManagedObjectContext::Ref otherContext() const { return KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator); }
+    [[nodiscard]] KXManagedObjectContext::Ref otherContext() const
+    {
+        return KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
+    }
     KXRef<Track> track(const QString &title);
     KXRef<Genre> genre(const QString &name);
 

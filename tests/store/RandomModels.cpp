@@ -18,7 +18,7 @@ using Change = KXMigrationChange;
 namespace {
 
 /// Calls the function with each row of the query.
-template<typename Function> void eachRow(sqlite3 *database, const QByteArray &sql, Function &&function)
+template <typename Function> void eachRow(sqlite3 *database, const QByteArray &sql, Function &&function)
 {
     sqlite3_stmt *statement = nullptr;
     ASSERT_EQ(sqlite3_prepare_v2(database, sql.constData(), -1, &statement, nullptr), SQLITE_OK)
@@ -38,8 +38,8 @@ QVariant columnOf(sqlite3_stmt *statement, int column)
     case SQLITE_TEXT:
         return QString::fromUtf8(reinterpret_cast<const char *>(sqlite3_column_text(statement, column)));
     case SQLITE_BLOB:
-        return QByteArray(static_cast<const char *>(sqlite3_column_blob(statement, column)),
-            sqlite3_column_bytes(statement, column));
+        return QByteArray(
+            static_cast<const char *>(sqlite3_column_blob(statement, column)), sqlite3_column_bytes(statement, column));
     default:
         return {};
     }
@@ -221,7 +221,8 @@ void RandomModels::change()
     case 6:
         if (property && property->destination.isEmpty())
             property->type = m_random.chance(0.5) ? Type(m_random.between(1, 12))
-                                                  : m_random.oneOf(std::initializer_list<Type> { Type::Variant, Type::Decimal, Type::Integer64, Type::String });
+                                                  : m_random.oneOf(std::initializer_list<Type> {
+                                                      Type::Variant, Type::Decimal, Type::Integer64, Type::String });
         break;
     case 7:
         if (property && property->destination.isEmpty()) {
@@ -274,8 +275,8 @@ QVariant RandomModels::value(Type type)
 void RandomModels::fill(const QString &path, const KXManagedObjectModel::Ref &model)
 {
     KXError error;
-    const auto coordinator
-        = KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(QUrl::fromLocalFile(path), model, &error);
+    const auto coordinator = KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(
+        QUrl::fromLocalFile(path), model, &error);
     ASSERT_TRUE(coordinator) << error.localizedDescription().toStdString();
     const auto context = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
     QList<KXRef<KXManagedObject>> objects;
@@ -328,7 +329,8 @@ PlainStore::PlainStore(const QString &path, const KXManagedObjectModel &model)
     const auto quoted = [](const QString &name) { return '"' + name.toUtf8() + '"'; };
     eachRow(database, "SELECT value FROM kx_metadata WHERE key = 'uuid'",
         [&](sqlite3_stmt *row) { uuid = columnOf(row, 0).toString(); });
-    eachRow(database, "SELECT next FROM kx_sequence", [&](sqlite3_stmt *row) { nextKey = sqlite3_column_int64(row, 0); });
+    eachRow(
+        database, "SELECT next FROM kx_sequence", [&](sqlite3_stmt *row) { nextKey = sqlite3_column_int64(row, 0); });
     QMap<QString, const KXEntityDescription *> joins; // name: who comes first
     for (const KXEntityDescription *root : model.entities()) {
         if (root->parent())
@@ -354,7 +356,8 @@ PlainStore::PlainStore(const QString &path, const KXManagedObjectModel &model)
     }
     for (auto &[key, row] : rows) { // to-many relationships with an inverse that has a column
         for (const KXPropertyDescription &property : row.entity->properties()) {
-            if (!property.isToOne() || !row.links.contains(property.name()) || !property.inverse() || property.inverse()->isToOne())
+            if (!property.isToOne() || !row.links.contains(property.name()) || !property.inverse()
+                || property.inverse()->isToOne())
                 continue;
             for (const qint64 other : row.links[property.name()])
                 rows[other].links[property.inverseName()].insert(key);
@@ -373,9 +376,10 @@ PlainStore::PlainStore(const QString &path, const KXManagedObjectModel &model)
             const QString there = property.inverse() ? other->name() + u'.' + property.inverseName() : QString();
             const bool isFirst = there.isEmpty() || here <= there;
             const QByteArray table = quoted(u"kx_"_s + (isFirst ? here : there));
-            eachRow(database, isFirst ? "SELECT a, b FROM " + table : "SELECT b, a FROM " + table, [&](sqlite3_stmt *row) {
-                rows[sqlite3_column_int64(row, 0)].links[property.name()].insert(sqlite3_column_int64(row, 1));
-            });
+            eachRow(
+                database, isFirst ? "SELECT a, b FROM " + table : "SELECT b, a FROM " + table, [&](sqlite3_stmt *row) {
+                    rows[sqlite3_column_int64(row, 0)].links[property.name()].insert(sqlite3_column_int64(row, 1));
+                });
         }
     }
     sqlite3_close(database);
@@ -438,7 +442,8 @@ QList<KXMigrationChange> recount(const PlainStore &before, const PlainStore &aft
                         isThere = true;
                     lost[name] += !isThere;
                     // A link to a row that is still of the right kind stays one.
-                    if (p && after.rows.contains(other) && after.rows.at(other).entity->isKindOf(p->destination->destinationEntity())) {
+                    if (p && after.rows.contains(other)
+                        && after.rows.at(other).entity->isKindOf(p->destination->destinationEntity())) {
                         EXPECT_TRUE(isThere);
                     }
                 }
@@ -449,14 +454,17 @@ QList<KXMigrationChange> recount(const PlainStore &before, const PlainStore &aft
                     std::set<qint64> expected; // from both ends
                     if (property.source) {
                         for (const qint64 other : old.links.value(property.source->name())) {
-                            if (after.rows.contains(other) && after.rows.at(other).entity->isKindOf(p.destinationEntity()))
+                            if (after.rows.contains(other)
+                                && after.rows.at(other).entity->isKindOf(p.destinationEntity()))
                                 expected.insert(other);
                         }
                     }
                     for (const auto &[other, otherRow] : before.rows) {
-                        if (!p.inverse() || !mapped(otherRow) || !mapped(otherRow)->destination->isKindOf(p.destinationEntity()))
+                        if (!p.inverse() || !mapped(otherRow)
+                            || !mapped(otherRow)->destination->isKindOf(p.destinationEntity()))
                             continue;
-                        const auto *back = mapped(otherRow)->mappingTo(mapped(otherRow)->destination->property(p.inverseName()));
+                        const auto *back
+                            = mapped(otherRow)->mappingTo(mapped(otherRow)->destination->property(p.inverseName()));
                         if (back && back->source && otherRow.links.value(back->source->name()).contains(key)
                             && now.entity->isKindOf(back->destination->destinationEntity()))
                             expected.insert(other);
@@ -499,7 +507,8 @@ QList<KXMigrationChange> recount(const PlainStore &before, const PlainStore &aft
             if (!formerName.isEmpty())
                 changes.append({ Change::PropertyRenamed, name, pName, former, formerName, values[formerName] });
             if (property.converts())
-                changes.append({ Change::PropertyConverted, name, pName, former, formerName, values[property.source->name()] });
+                changes.append(
+                    { Change::PropertyConverted, name, pName, former, formerName, values[property.source->name()] });
             if (filled[pName] > 0)
                 changes.append({ Change::PropertyFilled, name, pName, former, formerName, filled[pName] });
             if (lost[property.source->name()] > 0)

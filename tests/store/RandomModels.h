@@ -78,6 +78,6 @@ struct PlainStore
     qint64 nextKey = 0;
 };
 
-/// The changes that turn the one content into the other, as a plan should have listed them; also checks everything that the
-/// mapping says stays.
+/// The changes that turn the one content into the other, as a plan should have listed them; also checks everything that
+/// the mapping says stays.
 QList<KXMigrationChange> recount(const PlainStore &before, const PlainStore &after, const KXMappingModel &mapping);

@@ -37,8 +37,8 @@ KXManagedObjectModel::Ref Versions::model(int version)
 void Versions::make(const QString &path, int tracks, int version, const QString &title)
 {
     KXError error;
-    const auto coordinator = Coordinator::persistentStoreCoordinatorWithStoreURL(
-        QUrl::fromLocalFile(path), model(version), &error);
+    const auto coordinator
+        = Coordinator::persistentStoreCoordinatorWithStoreURL(QUrl::fromLocalFile(path), model(version), &error);
     ASSERT_TRUE(coordinator) << error.localizedDescription().toStdString();
     const auto context = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
     const KXRef<KXManagedObject> albums[]
@@ -46,7 +46,8 @@ void Versions::make(const QString &path, int tracks, int version, const QString 
     for (int i = 0; i < tracks; ++i) {
         const auto track = context->managedObjectForEntity(version == 1 ? u"Track"_s : u"Song"_s);
         track->setValueForKey(u"title"_s, title + u' ' + QString::number(i));
-        track->setValueForKey(version == 1 ? u"bpm"_s : u"tempo"_s, version == 3 ? QVariant(120 + i) : QVariant(120 + i / 2.0));
+        track->setValueForKey(
+            version == 1 ? u"bpm"_s : u"tempo"_s, version == 3 ? QVariant(120 + i) : QVariant(120 + i / 2.0));
         track->setValueForKey(u"album"_s, KXVariantFromRef(albums[i % 2]));
     }
     ASSERT_TRUE(context->save(&error)) << error.localizedDescription().toStdString();
@@ -55,7 +56,8 @@ void Versions::make(const QString &path, int tracks, int version, const QString 
 bool Versions::add(const Coordinator::Ref &coordinator, const QString &title)
 {
     const auto context = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
-    const auto track = context->managedObjectForEntity(coordinator->model()->entity(u"Song"_s) ? u"Song"_s : u"Track"_s);
+    const auto track
+        = context->managedObjectForEntity(coordinator->model()->entity(u"Song"_s) ? u"Song"_s : u"Track"_s);
     return track && track->setValueForKey(u"title"_s, title) && context->save();
 }
 
@@ -90,13 +92,15 @@ int Versions::versionOf(const QString &path)
 Coordinator::Ref Versions::open(const QString &path)
 {
     const int version = versionOf(path);
-    return version ? Coordinator::persistentStoreCoordinatorWithStoreURL(QUrl::fromLocalFile(path), model(version)) : nullptr;
+    return version ? Coordinator::persistentStoreCoordinatorWithStoreURL(QUrl::fromLocalFile(path), model(version))
+                   : nullptr;
 }
 
 QStringList Versions::files(const QString &folder)
 {
     QStringList names;
-    for (QDirIterator it(folder, QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot, QDirIterator::Subdirectories); it.hasNext();) {
+    for (QDirIterator it(folder, QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot, QDirIterator::Subdirectories);
+         it.hasNext();) {
         const QString name = it.next().mid(folder.size() + 1);
         if (!name.endsWith("-wal"_L1) && !name.endsWith("-shm"_L1))
             names.append(name);

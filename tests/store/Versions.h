@@ -5,8 +5,8 @@
 #include <kestrixkit/store/KXManagedObjectContext.h>
 #include <kestrixkit/store/KXPersistentStore.h>
 
-/// A store whose model has three versions: tracks become songs with a tempo and a mood, then tempos become whole numbers,
-/// which nobody can infer, and songs get tags.
+/// A store whose model has three versions: tracks become songs with a tempo and a mood, then tempos become whole
+/// numbers, which nobody can infer, and songs get tags.
 namespace Versions {
 
 KXManagedObjectModel::Ref model(int version);

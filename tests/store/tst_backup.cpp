@@ -93,10 +93,12 @@ TEST_F(Backup, holdsWhatWasSavedAndIsMadeOnceADay)
     coordinator->backupPersistentStores();
     const QString archive = file(u"crate-01052026-bck.cpgz"_s);
     EXPECT_EQ(archives(), QStringList { u"crate-01052026-bck.cpgz"_s });
-    EXPECT_EQ(Versions::files(folder.path()), QStringList({ u"crate-01052026-bck.cpgz"_s, u"crate.db"_s })) << "nothing else is left";
+    EXPECT_EQ(Versions::files(folder.path()), QStringList({ u"crate-01052026-bck.cpgz"_s, u"crate.db"_s }))
+        << "nothing else is left";
     QDir(folder.path()).mkdir(u"unpacked"_s);
     ASSERT_FALSE(KXStoreArchiver::unpack(archive, file(u"unpacked"_s)));
-    EXPECT_EQ(QDir(file(u"unpacked"_s)).entryList(QDir::Files, QDir::Name), QStringList({ u"crate.db"_s, u"crate.db-shm"_s, u"crate.db-wal"_s }));
+    EXPECT_EQ(QDir(file(u"unpacked"_s)).entryList(QDir::Files, QDir::Name),
+        QStringList({ u"crate.db"_s, u"crate.db-shm"_s, u"crate.db-wal"_s }));
     QDir(file(u"unpacked"_s)).removeRecursively();
 
     ASSERT_TRUE(Versions::add(coordinator, u"after the backup"_s));
@@ -106,21 +108,24 @@ TEST_F(Backup, holdsWhatWasSavedAndIsMadeOnceADay)
     KXError error;
     QUrl copy;
     const QUrl other = QUrl::fromLocalFile(file(u"other.db"_s));
-    ASSERT_TRUE(KXPersistentStore::restoreBackup(QUrl::fromLocalFile(archive), other, &error, &copy)) << error.localizedDescription().toStdString();
+    ASSERT_TRUE(KXPersistentStore::restoreBackup(QUrl::fromLocalFile(archive), other, &error, &copy))
+        << error.localizedDescription().toStdString();
     EXPECT_TRUE(copy.isEmpty());
     EXPECT_EQ(Versions::tracks(other.toLocalFile()), Versions::tracks(path).first(4));
 
     // Over the store itself, once nobody has it open; and taken back.
     const QStringList now = Versions::tracks(path);
     coordinator.reset();
-    ASSERT_TRUE(KXPersistentStore::restoreBackup(QUrl::fromLocalFile(archive), url, &error, &copy)) << error.localizedDescription().toStdString();
+    ASSERT_TRUE(KXPersistentStore::restoreBackup(QUrl::fromLocalFile(archive), url, &error, &copy))
+        << error.localizedDescription().toStdString();
     EXPECT_EQ(Versions::tracks(path), now.first(4));
     EXPECT_EQ(Versions::tracks(copy.toLocalFile()), now);
     ASSERT_TRUE(KXPersistentStore::restoreBackup(copy, url, &error)) << error.localizedDescription().toStdString();
     EXPECT_EQ(Versions::tracks(path), now);
     Library::write(path, "damaged, as stores are that one restores");
     Library::write(path + "-wal"_L1, "damaged");
-    ASSERT_TRUE(KXPersistentStore::restoreBackup(QUrl::fromLocalFile(archive), url, &error)) << error.localizedDescription().toStdString();
+    ASSERT_TRUE(KXPersistentStore::restoreBackup(QUrl::fromLocalFile(archive), url, &error))
+        << error.localizedDescription().toStdString();
     EXPECT_EQ(Versions::tracks(path), now.first(4));
     EXPECT_TRUE(Versions::open(path));
     EXPECT_EQ(Library::damage(path), "");
@@ -134,7 +139,8 @@ TEST_F(Backup, keepsFive)
     makeArchive(u"crate-01052026-bck.cpgz"_s, 3); // of one time: by name
     Library::write(file(u".crate-09052026-bck.cpgz"_s), {});
     Library::write(file(u"crate-09052026-bck.zip"_s), {});
-    const QStringList three { u"crate-30042026-bck.cpgz"_s, u"crate-01052026-bck.cpgz"_s, u"crate-02052026-bck.cpgz"_s };
+    const QStringList three { u"crate-30042026-bck.cpgz"_s, u"crate-01052026-bck.cpgz"_s,
+        u"crate-02052026-bck.cpgz"_s };
     EXPECT_EQ(archives(), QStringList { u"crater-09052026-bck.cpgz"_s } + three);
     setDay(4);
     coordinator->backupPersistentStores();
@@ -217,7 +223,8 @@ TEST_F(Backup, thatCannotBeUsedIsNotRestored)
     flipped[flipped.size() / 2] = char(~flipped[flipped.size() / 2]);
     const QString bad = file(u"bad.cpgz"_s);
     const QStringList files = Versions::files(folder.path()) + QStringList { u"bad.cpgz"_s };
-    for (const QByteArray &content : { QByteArray(), noise, bytes.first(bytes.size() / 2), bytes.first(100), flipped, "./.." + bytes }) {
+    for (const QByteArray &content :
+        { QByteArray(), noise, bytes.first(bytes.size() / 2), bytes.first(100), flipped, "./.." + bytes }) {
         Library::write(bad, content);
         KXError error;
         EXPECT_FALSE(KXPersistentStore::restoreBackup(QUrl::fromLocalFile(bad), url, &error));
@@ -277,7 +284,8 @@ TEST_F(Backup, isMadeBesideAProcessThatWritesAllTheTime)
         const QUrl archive = coordinator->store()->existingBackupFileURLs().last();
         const QString other = file(u"other.db"_s);
         KXError error;
-        EXPECT_TRUE(KXPersistentStore::restoreBackup(archive, QUrl::fromLocalFile(other), &error)) << error.localizedDescription().toStdString();
+        EXPECT_TRUE(KXPersistentStore::restoreBackup(archive, QUrl::fromLocalFile(other), &error))
+            << error.localizedDescription().toStdString();
         EXPECT_EQ(Library::damage(other), "");
         // Every row that was saved before the backup began, and none of a later one before an earlier.
         const QStringList tracks = Versions::tracks(other);

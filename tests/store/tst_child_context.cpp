@@ -16,7 +16,7 @@ namespace {
 
 using Context = KXManagedObjectContext;
 
-template<class T> KXRef<T> in(const Context::Ref &context, const KXRef<T> &object)
+template <class T> KXRef<T> in(const Context::Ref &context, const KXRef<T> &object)
 {
     return T::cast(context->objectWithID(object->objectID()));
 }
@@ -41,7 +41,9 @@ TEST(ChildContext, seesTheParentsUnsavedChangesAndKeepsItsOwn)
     EXPECT_EQ(Library::dump(*child), Library::dump(*library.context));
     EXPECT_TRUE(in(child, doomed)->isMissing());
     EXPECT_EQ(in(child, house)->tracks().size(), 2);
-    EXPECT_EQ(child->countForEntity(u"Track"_s, KXPredicate::predicateWithFormat("title == 'edited' AND ANY genres.name == 'House'")), 1);
+    EXPECT_EQ(child->countForEntity(
+                  u"Track"_s, KXPredicate::predicateWithFormat("title == 'edited' AND ANY genres.name == 'House'")),
+        1);
 
     // What is edited in the child is seen there alone.
     in(child, stored)->setTitle(u"scratch"_s);
@@ -50,7 +52,9 @@ TEST(ChildContext, seesTheParentsUnsavedChangesAndKeepsItsOwn)
     added->setTitle(u"added"_s);
     added->addToGenres(in(child, house));
     EXPECT_EQ(child->countForEntity(u"Track"_s, KXPredicate::predicateWithFormat("ANY genres.name == 'House'")), 2);
-    EXPECT_EQ(library.context->countForEntity(u"Track"_s, KXPredicate::predicateWithFormat("title IN {'scratch', 'added'}")), 0);
+    EXPECT_EQ(
+        library.context->countForEntity(u"Track"_s, KXPredicate::predicateWithFormat("title IN {'scratch', 'added'}")),
+        0);
     EXPECT_EQ(stored->title(), u"edited"_s);
     EXPECT_EQ(house->tracks().size(), 2);
     child->rollback();
@@ -161,8 +165,9 @@ TEST(ChildContext, lastsAsLongAsOneOfItsObjectsIsHeld)
     auto last = in(Context::contextWithParentContext(library.context), track);
     ASSERT_TRUE(last);
     last->setTitle(u"going"_s);
-    KXNotificationToken token = KXNotificationCenter::defaultCenter().addObserver(QString(KXManagedObjectContextObjectsDidChangeNotification),
-        last->managedObjectContext(), [&last](const KXNotification &) { last.reset(); });
+    KXNotificationToken token
+        = KXNotificationCenter::defaultCenter().addObserver(QString(KXManagedObjectContextObjectsDidChangeNotification),
+            last->managedObjectContext(), [&last](const KXNotification &) { last.reset(); });
     QCoreApplication::processEvents();
     EXPECT_FALSE(last);
     EXPECT_EQ(library.context.use_count(), 1);
@@ -186,9 +191,12 @@ TEST(ChildContext, randomEditsThroughChildrenEqualEditsInTheParent)
         const auto grandchild = Context::contextWithParentContext(child);
         const bool keeps = random.below(4) != 0;
         for (int step = random.below(6); step >= 0; --step) {
-            const auto edit = [kind = random.below(6), at = random.below(8), other = random.below(8), number = ++serial](Context &context) {
-                const auto tracks = context.fetch(KXFetchRequest(u"Track"_s).setSortDescriptors({ { u"title"_s, true } }));
-                const auto genres = context.fetch(KXFetchRequest(u"Genre"_s).setSortDescriptors({ { u"name"_s, true } }));
+            const auto edit = [kind = random.below(6), at = random.below(8), other = random.below(8),
+                                  number = ++serial](Context &context) {
+                const auto tracks
+                    = context.fetch(KXFetchRequest(u"Track"_s).setSortDescriptors({ { u"title"_s, true } }));
+                const auto genres
+                    = context.fetch(KXFetchRequest(u"Genre"_s).setSortDescriptors({ { u"name"_s, true } }));
                 const auto track = tracks.as<Track>(at % std::max<qsizetype>(1, tracks.size()));
                 const auto partner = tracks.as<Track>(other % std::max<qsizetype>(1, tracks.size()));
                 const auto genre = genres.as<Genre>(other % 2);
@@ -224,7 +232,8 @@ TEST(ChildContext, randomEditsThroughChildrenEqualEditsInTheParent)
             const auto tracks = context.fetchAllForEntity(u"Track"_s);
             for (qsizetype i = 0; i < tracks.size(); ++i) {
                 const auto track = tracks.as<Track>(i);
-                QStringList line { track->title(), track->remix() ? track->remix()->title() : u"-"_s, track->original() ? track->original()->title() : u"-"_s };
+                QStringList line { track->title(), track->remix() ? track->remix()->title() : u"-"_s,
+                    track->original() ? track->original()->title() : u"-"_s };
                 QStringList links;
                 for (const auto &genre : track->genres())
                     links.append(genre->name());

@@ -34,7 +34,8 @@ TEST(Context, everyKindOfValueSurvivesSavingAndReopening)
     const QDateTime added = QDateTime::fromMSecsSinceEpoch(-86'400'123, Qt::UTC); // before 1970, with milliseconds
     const QUuid uuid = QUuid::createUuid();
     const QString title = u"Déjà \U0001F3B5 Vu\u0000!"_s; // with a NUL inside
-    const QVariant extras[] = { u"5"_s, 5, 5.5, QVariantList { 1, u"1"_s, true }, QVariantMap { { u"a"_s, QVariant::fromValue(*KXDecimal::fromString(u"1.10"_s)) } } };
+    const QVariant extras[] = { u"5"_s, 5, 5.5, QVariantList { 1, u"1"_s, true },
+        QVariantMap { { u"a"_s, QVariant::fromValue(*KXDecimal::fromString(u"1.10"_s)) } } };
     QUrl uri;
     {
         auto track = library.track(title);
@@ -54,7 +55,8 @@ TEST(Context, everyKindOfValueSurvivesSavingAndReopening)
         ASSERT_TRUE(library.context->save());
     }
     library.reopen();
-    const auto found = library.context->objectInstancesFromURIRepresentations({ QUrl(u"x-kestrix-store://other/Track/p1"_s), QUrl(u"nonsense"_s), uri });
+    const auto found = library.context->objectInstancesFromURIRepresentations(
+        { QUrl(u"x-kestrix-store://other/Track/p1"_s), QUrl(u"nonsense"_s), uri });
     ASSERT_EQ(found.size(), 1);
     auto track = Track::cast(found.first());
     EXPECT_TRUE(track->isFault());
@@ -78,7 +80,8 @@ TEST(Context, everyKindOfValueSurvivesSavingAndReopening)
     EXPECT_EQ(track->objectID().URIRepresentation(), uri);
     EXPECT_EQ(library.context->objectWithID(track->objectID()), track);
     // A predicate that names an object means the same after having been text.
-    const auto named = KXPredicate::predicateWithText(KXPredicate::predicateWithFormat("SELF == %@", track).predicateFormat());
+    const auto named
+        = KXPredicate::predicateWithText(KXPredicate::predicateWithFormat("SELF == %@", track).predicateFormat());
     EXPECT_TRUE(named.evaluateWithObject(track.get()));
     EXPECT_EQ(library.context->countForEntity(u"Track"_s, named), 1);
 }
@@ -97,7 +100,8 @@ TEST(Context, refusesValuesThatDoNotFitAndKeysThatDoNotExist)
     EXPECT_THROW(track->setValueForKey(u"nothing"_s, 1), KXException);
     EXPECT_THROW((void)track->valueForKey(u"nothing"_s), KXException);
     EXPECT_THROW((void)library.context->managedObjectForEntity(u"Nothing"_s), KXException);
-    EXPECT_THROW((void)library.context->countForEntity(u"Track"_s, KXPredicate::predicateWithFormat("nothing == 1")), KXException);
+    EXPECT_THROW((void)library.context->countForEntity(u"Track"_s, KXPredicate::predicateWithFormat("nothing == 1")),
+        KXException);
     EXPECT_THROW((void)library.context->countUsingTemplate(u"nothing"_s), KXException);
 
     // What must not be stored keeps the save from happening, and all that is unsaved stays for another try.
@@ -129,7 +133,8 @@ TEST(Context, keepsBothEndsOfRelationshipsRight)
     ASSERT_TRUE(library.context->save());
 
     QList<int> kinds;
-    auto observer = album->onChangeOf(u"tracks"_s, [&](const KXKeyValueChange &change) { kinds.append(int(change.kind)); });
+    auto observer
+        = album->onChangeOf(u"tracks"_s, [&](const KXKeyValueChange &change) { kinds.append(int(change.kind)); });
     a->setAlbum(album);
     album->addToTracks(b);
     b->setAlbum(other); // leaves the first
@@ -248,7 +253,8 @@ TEST(Context, fetchesSeeUnsavedChanges)
     const auto isHouse = KXPredicate::predicateWithFormat("ANY genres.name == %@", u"House"_s);
     const auto sorted = [&](const KXPredicate &predicate) {
         QStringList list;
-        for (const auto &object : context.fetch(KXFetchRequest(u"Track"_s, predicate).setSortDescriptors({ { u"bpm"_s, false } })))
+        for (const auto &object :
+            context.fetch(KXFetchRequest(u"Track"_s, predicate).setSortDescriptors({ { u"bpm"_s, false } })))
             list.append(Track::cast(object)->title());
         return list.join(u',');
     };
@@ -265,16 +271,21 @@ TEST(Context, fetchesSeeUnsavedChanges)
     Track::findFirstUsingPredicate(KXPredicate::predicateWithFormat("title == '0'"), context)->setBpm(200);
     auto eight = Track::findFirstUsingPredicate(KXPredicate::predicateWithFormat("title == '8'"), context);
     eight->setGenres({});
-    context.removeManagedObject(Track::findFirstUsingPredicate(KXPredicate::predicateWithFormat("title == '6'"), context));
+    context.removeManagedObject(
+        Track::findFirstUsingPredicate(KXPredicate::predicateWithFormat("title == '6'"), context));
     EXPECT_EQ(sorted(isHouse), u"0,new,4,2"_s);
     EXPECT_EQ(context.countForEntity(u"Track"_s, isHouse), 4);
     EXPECT_EQ(context.count(KXFetchRequest(u"Track"_s, isHouse).setFetchOffset(1).setFetchLimit(2)), 2);
-    const auto page = context.fetch(KXFetchRequest(u"Track"_s, isHouse).setSortDescriptors({ { u"bpm"_s, false } }).setFetchOffset(1).setFetchLimit(2));
+    const auto page = context.fetch(KXFetchRequest(u"Track"_s, isHouse)
+                                        .setSortDescriptors({ { u"bpm"_s, false } })
+                                        .setFetchOffset(1)
+                                        .setFetchLimit(2));
     EXPECT_EQ(titles(page), (QStringList { u"4"_s, u"new"_s }));
 
     // What SQL cannot say is looked at in memory.
     eight->setScratch(u"x"_s);
-    EXPECT_EQ(titles(context.fetchForEntity(u"Track"_s, KXPredicate::predicateWithFormat("scratch == 'x'"))), QStringList { u"8"_s });
+    EXPECT_EQ(titles(context.fetchForEntity(u"Track"_s, KXPredicate::predicateWithFormat("scratch == 'x'"))),
+        QStringList { u"8"_s });
 
     context.rollback();
     EXPECT_EQ(sorted(isHouse), u"9,7,5,3,1"_s);
@@ -299,7 +310,8 @@ TEST(Context, fetchesByTemplateAndIdentifier)
     KXUserDefaults::standard().remove(u"kestrixUsername"_s);
     EXPECT_EQ(context.countUsingTemplate(u"loved"_s), 1);
     EXPECT_EQ(context.fetchFirstFor(u"i1"_s, u"byIdentifier"_s), track);
-    EXPECT_EQ(context.fetchUsingTemplate(u"byIdentifier"_s, { { u"IDENTIFIER"_s, u"i1"_s } }, u"title"_s, true).size(), 1);
+    EXPECT_EQ(
+        context.fetchUsingTemplate(u"byIdentifier"_s, { { u"IDENTIFIER"_s, u"i1"_s } }, u"title"_s, true).size(), 1);
     for (int i = 1; i < 256; ++i)
         library.track(u"copy"_s)->setIdentifier(u"i1"_s);
     EXPECT_FALSE(Track::existsWithIdentifier(u"i1"_s, context)) << "only the low eight bits of the number count";
@@ -311,13 +323,14 @@ TEST(Context, announcesChangesOnceATurn)
     auto &context = *library.context;
     QList<KXObjectsDidChange> posts;
     bool held = false;
-    auto token = KXNotificationCenter::defaultCenter().addObserver(QString(KXManagedObjectContextObjectsDidChangeNotification), &context, [&](const KXNotification &notification) {
-        posts.append(*notification.payloadAs<KXObjectsDidChange>());
-        for (const auto &object : posts.last().inserted)
-            held = held || object->isInserted();
-        if (posts.size() == 1)
-            context.processPendingChanges(); // marks it due, and returns
-    });
+    auto token = KXNotificationCenter::defaultCenter().addObserver(
+        QString(KXManagedObjectContextObjectsDidChangeNotification), &context, [&](const KXNotification &notification) {
+            posts.append(*notification.payloadAs<KXObjectsDidChange>());
+            for (const auto &object : posts.last().inserted)
+                held = held || object->isInserted();
+            if (posts.size() == 1)
+                context.processPendingChanges(); // marks it due, and returns
+        });
     auto a = library.track(u"a"_s);
     auto b = library.track(u"b"_s);
     auto gone = library.track(u"c"_s);
@@ -405,7 +418,9 @@ TEST(Context, settlesConflictsForTheStorePropertyByProperty)
     mine->setTitle(u"now"_s);
     ASSERT_TRUE(library.context->save()); // on the version that the conflict left
     context = library.otherContext();
-    EXPECT_EQ(context->countForEntity(u"Track"_s, KXPredicate::predicateWithFormat("title == 'now' AND year == 2020 AND bpm == 100")), 1);
+    EXPECT_EQ(context->countForEntity(
+                  u"Track"_s, KXPredicate::predicateWithFormat("title == 'now' AND year == 2020 AND bpm == 100")),
+        1);
     EXPECT_EQ(context->countForEntity(u"Track"_s), 1);
 }
 
@@ -475,5 +490,8 @@ TEST(Context, familiesShareATable)
     const auto producers = Producer::findAllInContext(*library.context);
     ASSERT_EQ(producers.size(), 1);
     EXPECT_EQ(producers.as<Producer>(0)->studio(), u"S"_s);
-    EXPECT_EQ(Producer::cast(Person::findFirstUsingPredicate(KXPredicate::predicateWithFormat("name == 'Q'"), *library.context))->studio(), u"S"_s);
+    EXPECT_EQ(Producer::cast(
+                  Person::findFirstUsingPredicate(KXPredicate::predicateWithFormat("name == 'Q'"), *library.context))
+                  ->studio(),
+        u"S"_s);
 }

@@ -1,5 +1,5 @@
-// Migration, backup and restoring on disks that fail at every step, with the power cut before every step, and in processes
-// that are killed: a store opens afterwards, with all that was in it.
+// Migration, backup and restoring on disks that fail at every step, with the power cut before every step, and in
+// processes that are killed: a store opens afterwards, with all that was in it.
 
 #include <iostream>
 
@@ -60,8 +60,8 @@ public:
             return Coordinator::migrateURL(url, Versions::model(1), Versions::model(2));
         case MigrateInPlace: {
             KXManagedObjectModel::setManagedObjectModel(Versions::model(2));
-            const auto presenting = KXApplication::setPresentErrorHandler([](const KXError &) { });
-            const auto terminating = KXApplication::setTerminateHandler([] { });
+            const auto presenting = KXApplication::setPresentErrorHandler([](const KXError &) {});
+            const auto terminating = KXApplication::setTerminateHandler([] {});
             qputenv("XDG_DATA_HOME", QFileInfo(folder).path().toLocal8Bit());
             KXBundle::mainBundle().setName(QFileInfo(folder).fileName());
             return Coordinator::persistentStoreCoordinatorWithName(u"crate.db"_s)->store();
@@ -87,7 +87,8 @@ public:
         const QStringList tracks = coordinator ? Versions::tracks(path) : QStringList();
         if (!coordinator) {
             // A migration that failed left the store under its other name, and told so.
-            ASSERT_TRUE(deed == Migrate && succeeded == false && !QFileInfo::exists(path)) << Versions::files(folder).join(u' ').toStdString();
+            ASSERT_TRUE(deed == Migrate && succeeded == false && !QFileInfo::exists(path))
+                << Versions::files(folder).join(u' ').toStdString();
             const QStringList kept = QDir(folder).entryList({ u"crate-*-*-*-*.db"_s });
             ASSERT_EQ(kept.size(), 1);
             EXPECT_EQ(Versions::tracks(folder + u'/' + kept[0]), m_tracks);
@@ -106,7 +107,8 @@ public:
         EXPECT_GE(archives.size(), 5);
         const QTemporaryDir unpacked;
         for (const QUrl &archive : archives)
-            EXPECT_FALSE(KXStoreArchiver::unpack(archive.toLocalFile(), unpacked.path())) << archive.toString().toStdString();
+            EXPECT_FALSE(KXStoreArchiver::unpack(archive.toLocalFile(), unpacked.path()))
+                << archive.toString().toStdString();
         // No folder is left behind by a deed that came to its end, but a staging folder whose links failed.
         EXPECT_FALSE(QFileInfo::exists(path + "-replacing"_L1));
         EXPECT_TRUE(Versions::add(coordinator, u"afterwards"_s));
@@ -172,13 +174,15 @@ TEST_F(StoreUnderFire, everyOperationMayFail)
         { "once", SQLITE_IOERR, false, FaultVfs::All },
         { "from then on", SQLITE_IOERR, true, FaultVfs::All },
         { "for want of room", SQLITE_FULL, true, FaultVfs::Write | FaultVfs::OpenForWriting | FaultVfs::FileWrite },
-        { "for want of permission", SQLITE_READONLY, true, FaultVfs::Write | FaultVfs::FileWrite | FaultVfs::FileOther },
+        { "for want of permission", SQLITE_READONLY, true,
+            FaultVfs::Write | FaultVfs::FileWrite | FaultVfs::FileOther },
     };
     const Fire &fire = Fire::prepared();
     for (int deed = 0; deed < Fire::Deeds; ++deed) {
         for (const Row &row : rows) {
             for (qint64 nth = 1;; ++nth) {
-                SCOPED_TRACE(std::string(Fire::names[deed]) + ": operation " + std::to_string(nth) + " fails " + row.what);
+                SCOPED_TRACE(
+                    std::string(Fire::names[deed]) + ": operation " + std::to_string(nth) + " fails " + row.what);
                 const FireFolder folder;
                 fire.copyTo(folder.path);
                 bool succeeded = false;
@@ -273,12 +277,15 @@ TEST(StoreUnderFireChild, DISABLED_worksUntilItIsKilled)
             const auto token = coordinator->addChangeObserver([&](const auto &saved) { change = saved; });
             const QString title = QString::number(n) + QString(random.between(0, 3000), u'x');
             const qint64 key = mine->objectID().key();
-            std::cout << "tries " << hashOf(tracks + QStringList { QString::number(key + 1) + u' ' + title }) << std::endl;
+            std::cout << "tries " << hashOf(tracks + QStringList { QString::number(key + 1) + u' ' + title })
+                      << std::endl;
             ASSERT_TRUE(Versions::add(coordinator, title));
             context->mergeChangesFromStoreChange(change);
             mine->setValueForKey(u"title"_s, u"merged"_s);
-            const QStringList both = tracks + QStringList { QString::number(key) + u" merged"_s, QString::number(key + 1) + u' ' + title };
-            std::cout << "has " << hashOf(tracks + QStringList { QString::number(key + 1) + u' ' + title }) << "\ntries " << hashOf(both) << std::endl;
+            const QStringList both
+                = tracks + QStringList { QString::number(key) + u" merged"_s, QString::number(key + 1) + u' ' + title };
+            std::cout << "has " << hashOf(tracks + QStringList { QString::number(key + 1) + u' ' + title })
+                      << "\ntries " << hashOf(both) << std::endl;
             ASSERT_TRUE(context->save());
         }
         // Old stores pile up.
@@ -331,12 +338,15 @@ TEST_F(StoreUnderFire, processesAreKilled)
                 tried = words[1];
             }
         }
-        ASSERT_TRUE(Versions::open(path)) << Versions::files(folder.path()).join(u' ').toStdString() << log.lines().join(u'\n').toStdString();
+        ASSERT_TRUE(Versions::open(path))
+            << Versions::files(folder.path()).join(u' ').toStdString() << log.lines().join(u'\n').toStdString();
         EXPECT_EQ(Library::damage(path), "");
-        const QByteArray found = QCryptographicHash::hash(Versions::tracks(path).join(u'\n').toUtf8(), QCryptographicHash::Sha1).toHex();
+        const QByteArray found
+            = QCryptographicHash::hash(Versions::tracks(path).join(u'\n').toUtf8(), QCryptographicHash::Sha1).toHex();
         EXPECT_TRUE(had.isEmpty() || found == had || found == tried) << output.toStdString();
         had = found;
-        for (const QString &name : QDir(folder.path()).entryList({ u"crate-*.db"_s, u"crate-*-bck"_s }, QDir::AllEntries)) {
+        for (const QString &name :
+            QDir(folder.path()).entryList({ u"crate-*.db"_s, u"crate-*-bck"_s }, QDir::AllEntries)) {
             QDir(folder.filePath(name)).removeRecursively();
             QFile::remove(folder.filePath(name));
         }

@@ -70,7 +70,7 @@ protected:
         (void)merge(update(std::span(m_keys).last(1), u"first"_s)); // whatever is made once is made now
     }
 
-    template<typename Work> Changes saveElsewhere(Work work) const
+    template <typename Work> Changes saveElsewhere(Work work) const
     {
         Changes saved;
         const auto token = coordinator->addChangeObserver([&saved](const auto &change) { saved = change; });
@@ -82,7 +82,7 @@ protected:
         return saved;
     }
 
-    template<typename Work> Changes change(std::span<const qint64> keys, Work work) const
+    template <typename Work> Changes change(std::span<const qint64> keys, Work work) const
     {
         return saveElsewhere([&](KXManagedObjectContext &other) {
             for (const qint64 key : keys)
@@ -108,7 +108,8 @@ protected:
 
     Changes remove(std::span<const qint64> keys) const
     {
-        return change(keys, [](KXManagedObjectContext &other, const KXRef<Track> &track) { other.removeManagedObject(track); });
+        return change(
+            keys, [](KXManagedObjectContext &other, const KXRef<Track> &track) { other.removeManagedObject(track); });
     }
 
     /// How often the merge allocates on this thread.

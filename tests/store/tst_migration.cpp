@@ -88,12 +88,15 @@ protected:
     }
     ~MigrationBundle() override { KXBundle::mainBundle().setResourceFolders(before); }
 
-    [[nodiscard]] QString modelPath(int version) const { return folder.filePath(u"Library.momd/Library %1.mom"_s.arg(version)); }
+    [[nodiscard]] QString modelPath(int version) const
+    {
+        return folder.filePath(u"Library.momd/Library %1.mom"_s.arg(version));
+    }
     void addMapping(int from, int to, const QByteArray &entities = "[]", const char *name = "") const
     {
         Library::write(folder.filePath(u"%1%2to%3.cdm"_s.arg(QLatin1StringView(name)).arg(from).arg(to)),
-            "{\"source\": \"Library " + QByteArray::number(from) + ".mom\", \"destination\": \"Library " + QByteArray::number(to)
-                + ".mom\", \"entities\": " + entities + '}');
+            "{\"source\": \"Library " + QByteArray::number(from) + ".mom\", \"destination\": \"Library "
+                + QByteArray::number(to) + ".mom\", \"entities\": " + entities + '}');
     }
 
     const QTemporaryDir folder;
@@ -127,7 +130,9 @@ TEST(Migration, keepsTheOldStoreBesideTheNewOne)
         const QStringList files = Versions::files(folder.filePath(u"with.points"_s));
         ASSERT_EQ(files.size(), 2) << files.join(u' ').toStdString();
         const QString other = files[files[0] == name ? 1 : 0];
-        EXPECT_TRUE(QRegularExpression(u'^' + QString(kept).replace(u'.', u"\\."_s).arg(u"[0-9A-F-]{36}"_s) + u'$').match(other).hasMatch())
+        EXPECT_TRUE(QRegularExpression(u'^' + QString(kept).replace(u'.', u"\\."_s).arg(u"[0-9A-F-]{36}"_s) + u'$')
+                        .match(other)
+                        .hasMatch())
             << other.toStdString();
         const QString otherPath = folder.filePath(u"with.points/"_s + other);
         EXPECT_EQ(Versions::versionOf(otherPath), 1);
@@ -137,7 +142,8 @@ TEST(Migration, keepsTheOldStoreBesideTheNewOne)
         // A URI that somebody kept leads to the same object, and no key is used again.
         const auto coordinator = Versions::open(path);
         const auto context = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
-        const auto id = coordinator->managedObjectIDForURIRepresentation(QUrl(u"x-kestrix-store://%1/Song/p%2"_s.arg(uuid, tracks[0].section(u' ', 0, 0))));
+        const auto id = coordinator->managedObjectIDForURIRepresentation(
+            QUrl(u"x-kestrix-store://%1/Song/p%2"_s.arg(uuid, tracks[0].section(u' ', 0, 0))));
         EXPECT_EQ(context->objectWithID(id)->valueForKey(u"title"_s), u"title 0"_s);
         EXPECT_EQ(context->objectWithID(id)->valueForKey(u"mood"_s), u"calm"_s);
         EXPECT_GT(context->managedObjectForEntity(u"Song"_s)->objectID().key(), 1000);
@@ -152,12 +158,14 @@ TEST(Migration, thatFailsLeavesTheStoreUnderItsOtherName)
     const QUrl url = QUrl::fromLocalFile(path);
     KXError error;
     EXPECT_FALSE(Coordinator::migrateURL(url, Versions::model(1), Versions::model(2), &error));
-    EXPECT_TRUE(log.contains(u"Failed to migrate store: "_s) && log.contains(u"Failed to backup original store %1: "_s.arg(path)));
+    EXPECT_TRUE(log.contains(u"Failed to migrate store: "_s)
+        && log.contains(u"Failed to backup original store %1: "_s.arg(path)));
     Versions::make(path, 3);
     const QStringList tracks = Versions::tracks(path);
     EXPECT_FALSE(Coordinator::migrateURL(url, Versions::model(1), Versions::model(3), &error));
     EXPECT_EQ(error.code(), KXStoreErrorCode::NoMapping);
-    EXPECT_EQ(Versions::files(folder.path()), QStringList { u"crate.db"_s }) << "nothing can be inferred, nothing was tried";
+    EXPECT_EQ(Versions::files(folder.path()), QStringList { u"crate.db"_s })
+        << "nothing can be inferred, nothing was tried";
 
     EXPECT_FALSE(Coordinator::migrateURL(url, Versions::model(2), Versions::model(2), &error)); // is of another model
     EXPECT_EQ(error.code(), KXStoreErrorCode::IncompatibleModel);
@@ -180,8 +188,12 @@ TEST(Migration, leavesAStoreAloneThatSomebodyHasOpen)
     const auto holder = Versions::open(path);
     KXError migrating;
     KXError restoring;
-    std::thread other([&] { EXPECT_FALSE(KXPersistentStore::restoreBackup(QUrl::fromLocalFile(copy), QUrl::fromLocalFile(path), &restoring)); });
-    EXPECT_FALSE(Coordinator::migrateURL(QUrl::fromLocalFile(path), Versions::model(1), Versions::model(2), &migrating));
+    std::thread other([&] {
+        EXPECT_FALSE(
+            KXPersistentStore::restoreBackup(QUrl::fromLocalFile(copy), QUrl::fromLocalFile(path), &restoring));
+    });
+    EXPECT_FALSE(
+        Coordinator::migrateURL(QUrl::fromLocalFile(path), Versions::model(1), Versions::model(2), &migrating));
     other.join();
     EXPECT_EQ(migrating.code(), KXStoreErrorCode::Busy);
     EXPECT_EQ(restoring.code(), KXStoreErrorCode::Busy) << restoring.localizedDescription().toStdString();
@@ -204,7 +216,8 @@ TEST_F(MigrationBundle, openingAStoreByItsAddressMigratesIt)
     EXPECT_EQ(Versions::files(stores.path()).size(), 2);
 
     Library::write(modelPath(3), Versions::model(3)->toJSON());
-    EXPECT_FALSE(Coordinator::persistentStoreCoordinatorWithStoreURL(url, QList<const KXBundle *> {}, {}, &error)) << "cannot be inferred";
+    EXPECT_FALSE(Coordinator::persistentStoreCoordinatorWithStoreURL(url, QList<const KXBundle *> {}, {}, &error))
+        << "cannot be inferred";
     EXPECT_TRUE(log.contains(u"Failed to migrate store - "_s));
     EXPECT_EQ(error.code(), KXStoreErrorCode::NoMapping);
     QFile::remove(modelPath(2));
@@ -245,12 +258,14 @@ TEST_F(MigrationBundle, mappingModelsLeadFromVersionToVersion)
     refused(KXStoreErrorCode::NoMapping, u"2to3.cdm"_s);
     addMapping(2, 3, lossyTempo);
     Library::write(stores.filePath(u"crate.Library 2.db"_s), "somebody's");
-    EXPECT_FALSE(Coordinator::progressivelyMigrateURL(url, type, Versions::model(3), &error)) << "the intermediate file is in the way";
+    EXPECT_FALSE(Coordinator::progressivelyMigrateURL(url, type, Versions::model(3), &error))
+        << "the intermediate file is in the way";
     QFile::remove(stores.filePath(u"crate.Library 2.db"_s));
     EXPECT_FALSE(Coordinator::progressivelyMigrateURL(url, u"XML"_s, Versions::model(3), &error));
     EXPECT_EQ(Versions::versionOf(path), 1);
 
-    ASSERT_TRUE(Coordinator::progressivelyMigrateURL(url, type, Versions::model(3), &error)) << error.localizedDescription().toStdString();
+    ASSERT_TRUE(Coordinator::progressivelyMigrateURL(url, type, Versions::model(3), &error))
+        << error.localizedDescription().toStdString();
     EXPECT_EQ(Versions::versionOf(path), 3);
     EXPECT_EQ(Versions::tracks(path), tracks);
     const QStringList files = Versions::files(stores.path());
@@ -258,7 +273,8 @@ TEST_F(MigrationBundle, mappingModelsLeadFromVersionToVersion)
     EXPECT_EQ(files.filter(QRegularExpression(u"^[0-9A-F-]{36}\\.Library [23]\\.db$"_s)).size(), 2);
     const auto context = KXManagedObjectContext::contextWithPersistentStoreCoordinator(Versions::open(path));
     EXPECT_EQ(context->countForEntity(u"Song"_s, KXPredicate::predicateWithFormat("tempo IN {120, 121}")), 2);
-    EXPECT_EQ(context->countForEntity(u"Song"_s, KXPredicate::predicateWithFormat("tempo == nil")), 2) << "were no whole numbers";
+    EXPECT_EQ(context->countForEntity(u"Song"_s, KXPredicate::predicateWithFormat("tempo == nil")), 2)
+        << "were no whole numbers";
 
     QDir(folder.filePath(u"Library.momd"_s)).removeRecursively();
     EXPECT_THROW((void)Coordinator::progressivelyMigrateURL(url, type, Versions::model(1), &error), KXException);
@@ -277,18 +293,24 @@ TEST(Migration, followsMappingModelsAndSaysWhatIsWrongWithThem)
     const Row rows[] = {
         { "[]", "Not a mapping model", nullptr },
         { R"({"entities": [{"destination": "Song", "source": "Nobody"}]})", "Nobody", nullptr },
-        { R"({"entities": [{"destination": "Song", "source": "Album"}, {"destination": "Album", "source": "Album"}]})", "Two entities", nullptr },
-        { R"({"entities": [{"destination": "Song", "properties": [{"destination": "nothing"}]}]})", "nothing", nullptr },
-        { R"({"entities": [{"destination": "Song", "properties": [{"destination": "title", "source": "album"}]}]})", "Song.title", nullptr },
-        { R"({"entities": [{"destination": "Song", "properties": [{"destination": "plays", "value": "many"}]}]})", "Song.plays", nullptr },
-        { R"({"entities": [{"destination": "Song", "properties": [{"destination": "plays", "source": "bpm"}]}]})", "may lose values", nullptr },
-        { R"({"entities": [{"destination": "Song", "properties": [{"destination": "plays", "source": "bpm", "lossy": true}]}]})", nullptr,
-            "Song.plays changes its type (5 values, of which 2 are lost)" },
+        { R"({"entities": [{"destination": "Song", "source": "Album"}, {"destination": "Album", "source": "Album"}]})",
+            "Two entities", nullptr },
+        { R"({"entities": [{"destination": "Song", "properties": [{"destination": "nothing"}]}]})", "nothing",
+            nullptr },
+        { R"({"entities": [{"destination": "Song", "properties": [{"destination": "title", "source": "album"}]}]})",
+            "Song.title", nullptr },
+        { R"({"entities": [{"destination": "Song", "properties": [{"destination": "plays", "value": "many"}]}]})",
+            "Song.plays", nullptr },
+        { R"({"entities": [{"destination": "Song", "properties": [{"destination": "plays", "source": "bpm"}]}]})",
+            "may lose values", nullptr },
+        { R"({"entities": [{"destination": "Song", "properties": [{"destination": "plays", "source": "bpm", "lossy": true}]}]})",
+            nullptr, "Song.plays changes its type (5 values, of which 2 are lost)" },
         { R"({"entities": [{"destination": "Song", "source": null}]})", nullptr, "Track goes with its 5 rows" },
-        { R"({"entities": [{"destination": "Song", "properties": [{"destination": "album", "source": null}]}]})", "both ends", nullptr },
+        { R"({"entities": [{"destination": "Song", "properties": [{"destination": "album", "source": null}]}]})",
+            "both ends", nullptr },
         { R"({"entities": [{"destination": "Song", "properties": [{"destination": "mood", "value": "wild"}, {"destination": "album", "source": null}]},
-                           {"destination": "Album", "properties": [{"destination": "tracks", "source": null}]}]})", nullptr,
-            "Track.album goes with its 5 values" },
+                           {"destination": "Album", "properties": [{"destination": "tracks", "source": null}]}]})",
+            nullptr, "Track.album goes with its 5 values" },
     };
     const QTemporaryDir folder;
     const QString path = folder.filePath(u"crate.db"_s);
@@ -296,10 +318,12 @@ TEST(Migration, followsMappingModelsAndSaysWhatIsWrongWithThem)
     for (const Row &row : rows) {
         SCOPED_TRACE(row.json);
         KXError error;
-        const auto mapping = KXMappingModel::mappingModelWithJSON(row.json, Versions::model(1), Versions::model(2), &error);
+        const auto mapping
+            = KXMappingModel::mappingModelWithJSON(row.json, Versions::model(1), Versions::model(2), &error);
         EXPECT_EQ(bool(mapping), !row.problem) << error.localizedDescription().toStdString();
         if (!mapping) {
-            EXPECT_TRUE(error.localizedDescription().contains(QLatin1StringView(row.problem))) << error.localizedDescription().toStdString();
+            EXPECT_TRUE(error.localizedDescription().contains(QLatin1StringView(row.problem)))
+                << error.localizedDescription().toStdString();
             continue;
         }
         const auto plan = KXMigrationPlan::planForStoreURL(QUrl::fromLocalFile(path), mapping, &error);
@@ -324,16 +348,25 @@ TEST(Migration, thatWasInterruptedIsFinishedOrTakenBack)
     const char *const begun = "{\"fresh\":\"crate-1.db\",\"kept\":\"crate-2.db\"}\n";
     const char *const whole = "{\"fresh\":\"crate-1.db\",\"kept\":\"crate-2.db\"}\nwhole\n";
     const Row rows[] = {
-        { "the new store was being written", begun, { { "crate.db", "old" }, { "crate-1.db", "" }, { "crate-1.db-journal", "" } }, "old", { u"crate.db"_s }, true },
-        { "it was written, nothing was moved", whole, { { "crate.db", "old" }, { "crate-1.db", "new" } }, "old", { u"crate.db"_s }, true },
-        { "the old store was moved", whole, { { "crate-2.db", "old" }, { "crate-1.db", "new" }, { "crate.db-wal", "of the old one" } }, "new",
+        { "the new store was being written", begun,
+            { { "crate.db", "old" }, { "crate-1.db", "" }, { "crate-1.db-journal", "" } }, "old", { u"crate.db"_s },
+            true },
+        { "it was written, nothing was moved", whole, { { "crate.db", "old" }, { "crate-1.db", "new" } }, "old",
+            { u"crate.db"_s }, true },
+        { "the old store was moved", whole,
+            { { "crate-2.db", "old" }, { "crate-1.db", "new" }, { "crate.db-wal", "of the old one" } }, "new",
             { u"crate-2.db"_s, u"crate.db"_s }, true },
-        { "the old store was moved after a failure", begun, { { "crate-2.db", "old" }, { "crate-1.db", "" } }, "old", { u"crate.db"_s }, true },
-        { "all was moved", whole, { { "crate-2.db", "old" }, { "crate.db", "new" } }, "new", { u"crate-2.db"_s, u"crate.db"_s }, false },
-        { "replaced in one step", "{\"fresh\":\"crate-1.db\"}\nwhole\n", { { "crate.db", "new" } }, "new", { u"crate.db"_s }, false },
-        { "not replaced yet", "{\"fresh\":\"crate-1.db\"}\nwhole\n", { { "crate.db", "old" }, { "crate-1.db", "new" } }, "old", { u"crate.db"_s }, true },
+        { "the old store was moved after a failure", begun, { { "crate-2.db", "old" }, { "crate-1.db", "" } }, "old",
+            { u"crate.db"_s }, true },
+        { "all was moved", whole, { { "crate-2.db", "old" }, { "crate.db", "new" } }, "new",
+            { u"crate-2.db"_s, u"crate.db"_s }, false },
+        { "replaced in one step", "{\"fresh\":\"crate-1.db\"}\nwhole\n", { { "crate.db", "new" } }, "new",
+            { u"crate.db"_s }, false },
+        { "not replaced yet", "{\"fresh\":\"crate-1.db\"}\nwhole\n", { { "crate.db", "old" }, { "crate-1.db", "new" } },
+            "old", { u"crate.db"_s }, true },
         { "the note was not on the disk yet", "{\"fres", { { "crate.db", "old" } }, "old", { u"crate.db"_s }, false },
-        { "the note leads out of the folder", "{\"fresh\":\"../crate-1.db\"}\n", { { "crate.db", "old" } }, "old", { u"crate.db"_s }, false },
+        { "the note leads out of the folder", "{\"fresh\":\"../crate-1.db\"}\n", { { "crate.db", "old" } }, "old",
+            { u"crate.db"_s }, false },
     };
     for (const Row &row : rows) {
         SCOPED_TRACE(row.what);

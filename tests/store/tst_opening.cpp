@@ -352,7 +352,10 @@ TEST(Opening, twoCoordinatorsOnOneFileShareIt)
 }
 
 // Not a test: another process, for the next one.
-TEST(OpeningChild, DISABLED_looksAndGoes) { std::cout << "tracks " << tracksIn(qEnvironmentVariable("KX_TEST_STORE")) << std::endl; }
+TEST(OpeningChild, DISABLED_looksAndGoes)
+{
+    std::cout << "tracks " << tracksIn(qEnvironmentVariable("KX_TEST_STORE")) << std::endl;
+}
 
 TEST(Opening, aSecondCoordinatorTakesNoLocksOfTheFirstAlong)
 {
@@ -436,8 +439,10 @@ TEST_F(OpeningByName, presentsWhyItCannotAndGoesOnWithoutStore)
         { "a store of a model that does not become ours by itself", KXStoreErrorCode::NoMapping,
             [this] {
                 makeStore(path());
-                KXManagedObjectModel::setManagedObjectModel(KXManagedObjectModel::make({ KXEntityDescription(u"Track"_s)
-                        .add(KXPropertyDescription::attribute(u"title"_s, KXAttributeType::String)).add(KXPropertyDescription::attribute(u"plays"_s, KXAttributeType::Date)) }));
+                KXManagedObjectModel::setManagedObjectModel(KXManagedObjectModel::make(
+                    { KXEntityDescription(u"Track"_s)
+                            .add(KXPropertyDescription::attribute(u"title"_s, KXAttributeType::String))
+                            .add(KXPropertyDescription::attribute(u"plays"_s, KXAttributeType::Date)) }));
             } },
         { "no model", KXStoreErrorCode::CannotOpen, [] { KXManagedObjectModel::setManagedObjectModel(nullptr); } },
         { "a file where the support folder should be", KXStoreErrorCode::CannotOpen,

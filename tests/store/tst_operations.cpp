@@ -486,7 +486,10 @@ TEST(StoreOperations, objectsMayReadOthersWhileTheyAreRead)
     queue.setMaxConcurrentOperationCount(threads);
     for (int i = 0; i < threads; ++i) {
         queue.addOperation(std::make_shared<Work>(library.context, [&](Work &self) {
-            EXPECT_EQ(Track::findFirstUsingPredicate(KXPredicate::predicateWithFormat("title == %@", u"a"_s), *self.localContext())->title(), u"a"_s);
+            EXPECT_EQ(Track::findFirstUsingPredicate(
+                          KXPredicate::predicateWithFormat("title == %@", u"a"_s), *self.localContext())
+                          ->title(),
+                u"a"_s);
         }));
     }
     queue.waitUntilAllOperationsAreFinished();

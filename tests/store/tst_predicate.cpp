@@ -135,8 +135,8 @@ private:
             return QByteArray("\0\xff\n\"", m_random.below(5));
         case 5:
             return m_random.chance(0.5) ? QVariant(QVariantMap { { u"a"_s, 1 } })
-                                        : QVariant::fromValue(KXManagedObjectID::identifierForURIRepresentation(
-                                            QUrl(u"x-kestrix-store://a-store/Track/p%1"_s.arg(m_random.between(1, 9)))));
+                                        : QVariant::fromValue(KXManagedObjectID::identifierForURIRepresentation(QUrl(
+                                            u"x-kestrix-store://a-store/Track/p%1"_s.arg(m_random.between(1, 9)))));
         case 6:
             return text();
         default:
@@ -279,18 +279,21 @@ TEST(Predicate, saysWhereJSONIsWrong)
         { R"({"left": 1, "operator": "<", "right": 2, "options": "c"})", u"\"options\""_s },
         { R"({"left": 1, "operator": "<"})", u"\"right\""_s },
         { R"({"left": {"keyPath": 5}, "operator": "<", "right": 2})", u"/left of"_s },
-        { R"({"left": {"self": true}, "operator": "in", "right": {"list": [1, {"date": "Sunday"}]}})", u"/right/list/1 of"_s },
+        { R"({"left": {"self": true}, "operator": "in", "right": {"list": [1, {"date": "Sunday"}]}})",
+            u"/right/list/1 of"_s },
         { R"({"left": 1, "operator": "in", "right": [1, {"object": "file:///a"}]})", u"/right/1 of"_s },
         { R"({"left": {"valueForKeyPath": "a", "of": {}}, "operator": "<", "right": 2})", u"/left/of of"_s },
     };
     for (const auto &row : rows) {
         KXError error;
         EXPECT_FALSE(KXPredicate::predicateWithJSON(QJsonDocument::fromJson(row.json).object(), &error)) << row.json;
-        EXPECT_TRUE(error.localizedDescription().contains(row.place)) << row.json << ": " << error.localizedDescription().toStdString();
+        EXPECT_TRUE(error.localizedDescription().contains(row.place))
+            << row.json << ": " << error.localizedDescription().toStdString();
     }
     // What somebody writes by hand.
     const QByteArray byHand = R"({"left": {"keyPath": "bpm"}, "operator": "BETWEEN", "right": [120, 128.5]})";
-    EXPECT_EQ(KXPredicate::predicateWithJSON(QJsonDocument::fromJson(byHand).object()), parsed(u"bpm BETWEEN {120, 128.5}"_s));
+    EXPECT_EQ(KXPredicate::predicateWithJSON(QJsonDocument::fromJson(byHand).object()),
+        parsed(u"bpm BETWEEN {120, 128.5}"_s));
 
     QJsonObject deep { { u"always"_s, true } };
     for (int i = 0; i < 3 * KXPredicate::MaximumDepth; ++i)
@@ -335,7 +338,8 @@ TEST(Predicate, limitsDepthAndNotLength)
         deep = i % 3 ? KXPredicate::notPredicate(deep)
                      : KXPredicate::orPredicate({ KXPredicate::falsePredicate(), deep });
     EXPECT_EQ(parsed(deep.predicateFormat()), deep);
-    EXPECT_EQ(KXPredicate::predicateWithJSON(QJsonDocument::fromJson(QJsonDocument(deep.toJSON()).toJson()).object()), deep);
+    EXPECT_EQ(
+        KXPredicate::predicateWithJSON(QJsonDocument::fromJson(QJsonDocument(deep.toJSON()).toJson()).object()), deep);
     EXPECT_EQ(deep.evaluateWithObject(nullptr), deep.predicateFormat().count(u"NOT"_s) % 2 == 0);
     EXPECT_THROW(KXPredicate::notPredicate(deep), KXException);
 

@@ -28,14 +28,21 @@ QStringList dumpOf(KXManagedObjectContext &context)
     QStringList lines;
     for (const auto &object : context.fetchAllForEntity(u"Track"_s)) {
         const auto track = Track::cast(object);
-        lines.append(u"track %1 %2 bpm %3 album %4 original %5 remix %6 genres %7 neighbours %8 tags %9"_s.arg(keyOf(track)).arg(track->title())
-                         .arg(track->bpm().value_or(-1)).arg(keyOf(track->album())).arg(keyOf(track->original())).arg(keyOf(track->remix()))
-                         .arg(names(track->genres()), names(track->neighbours()), names(track->tags())));
+        lines.append(
+            u"track %1 %2 bpm %3 album %4 original %5 remix %6 genres %7 neighbours %8 tags %9"_s.arg(keyOf(track))
+                .arg(track->title())
+                .arg(track->bpm().value_or(-1))
+                .arg(keyOf(track->album()))
+                .arg(keyOf(track->original()))
+                .arg(keyOf(track->remix()))
+                .arg(names(track->genres()), names(track->neighbours()), names(track->tags())));
     }
     for (const auto &object : context.fetchAllForEntity(u"Genre"_s))
-        lines.append(u"genre %1 %2 tracks %3"_s.arg(keyOf(object)).arg(Genre::cast(object)->name(), names(Genre::cast(object)->tracks())));
+        lines.append(u"genre %1 %2 tracks %3"_s.arg(keyOf(object))
+                         .arg(Genre::cast(object)->name(), names(Genre::cast(object)->tracks())));
     for (const auto &object : context.fetchAllForEntity(u"Album"_s))
-        lines.append(u"album %1 %2 tracks %3"_s.arg(keyOf(object)).arg(Album::cast(object)->title(), names(Album::cast(object)->tracks())));
+        lines.append(u"album %1 %2 tracks %3"_s.arg(keyOf(object))
+                         .arg(Album::cast(object)->title(), names(Album::cast(object)->tracks())));
     lines.sort();
     return lines;
 }
@@ -185,10 +192,13 @@ TEST(Merge, bothEndsOfARelationshipAgreeAboutWhatIsUnsaved)
         track->setAlbum(album(1));
         Track::cast(mine->objectWithID(storedDoomed->objectID()))->setAlbum(album(1));
         const auto other = library.otherContext();
-        Track::cast(other->objectWithID(track->objectID()))->setAlbum(Album::cast(other->objectWithID(stored[2]->objectID())));
+        Track::cast(other->objectWithID(track->objectID()))
+            ->setAlbum(Album::cast(other->objectWithID(stored[2]->objectID())));
         other->removeManagedObject(other->objectWithID(storedDoomed->objectID()));
-        const auto token = KXNotificationCenter::defaultCenter().addObserver(QString(KXManagedObjectContextDidSaveNotification), other.get(),
-            [&](const KXNotification &saved) { mine->mergeChangesFromStoreChange(*saved.payloadAs<std::shared_ptr<const KXStoreChange>>()); });
+        const auto token = KXNotificationCenter::defaultCenter().addObserver(
+            QString(KXManagedObjectContextDidSaveNotification), other.get(), [&](const KXNotification &saved) {
+                mine->mergeChangesFromStoreChange(*saved.payloadAs<std::shared_ptr<const KXStoreChange>>());
+            });
         ASSERT_TRUE(other->save());
         EXPECT_EQ(track->album(), album(1));
         EXPECT_EQ(album(1)->tracks(), QList<KXRef<Track>> { track }) << "without the one that is gone";
@@ -213,8 +223,10 @@ TEST(Merge, whatOthersLinkToADeletedObjectIsThereWhenItComesBack)
         library.context->removeManagedObject(album);
     }
     const auto other = library.otherContext();
-    const auto token = KXNotificationCenter::defaultCenter().addObserver(QString(KXManagedObjectContextDidSaveNotification), other.get(),
-        [&](const KXNotification &saved) { library.context->mergeChangesFromStoreChange(*saved.payloadAs<std::shared_ptr<const KXStoreChange>>()); });
+    const auto token = KXNotificationCenter::defaultCenter().addObserver(
+        QString(KXManagedObjectContextDidSaveNotification), other.get(), [&](const KXNotification &saved) {
+            library.context->mergeChangesFromStoreChange(*saved.payloadAs<std::shared_ptr<const KXStoreChange>>());
+        });
     const auto theirs = Track::createInContext(*other);
     theirs->setTitle(u"theirs"_s);
     theirs->setAlbum(Album::cast(other->objectWithID(album->objectID())));
@@ -252,7 +264,8 @@ TEST(Merge, takesOverSavesAroundUnsavedEdits)
 
     QList<KXObjectsDidChange> posts;
     QList<int> kinds;
-    auto token = KXNotificationCenter::defaultCenter().addObserver(QString(KXManagedObjectContextObjectsDidChangeNotification), &context,
+    auto token = KXNotificationCenter::defaultCenter().addObserver(
+        QString(KXManagedObjectContextObjectsDidChangeNotification), &context,
         [&](const KXNotification &notification) { posts.append(*notification.payloadAs<KXObjectsDidChange>()); });
     auto observer = house->onChangeOf(u"tracks"_s, [&](const KXKeyValueChange &seen) { kinds.append(int(seen.kind)); });
     mine->setTitle(u"mine"_s);
@@ -388,7 +401,8 @@ TEST(Undo, randomWalksReturnToEqualDumps)
             } else if (choice < 92) {
                 EXPECT_TRUE(context.save());
                 if (random.chance(0.2)) {
-                    EXPECT_EQ(difference(dumpOf(*library.otherContext()), marks[at]), std::string()) << "save at step " << step;
+                    EXPECT_EQ(difference(dumpOf(*library.otherContext()), marks[at]), std::string())
+                        << "save at step " << step;
                 }
             } else {
                 // The other context edits what the dump does not show, so that the marks hold.

@@ -61,7 +61,8 @@ void FaultDisk::adopt(const QString &folder)
     m_live.clear();
     m_pending.clear();
     m_folders = { m_root };
-    for (QDirIterator it(folder, QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot, QDirIterator::Subdirectories); it.hasNext();) {
+    for (QDirIterator it(folder, QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot, QDirIterator::Subdirectories);
+         it.hasNext();) {
         const QByteArray path = QFile::encodeName(it.next());
         if (it.fileInfo().isDir())
             m_folders.insert(path);

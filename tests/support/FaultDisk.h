@@ -8,8 +8,8 @@
 #include <QByteArray>
 #include <QString>
 
-/// What a disk holds for certain and what it may hold, told every change and every sync of files and folders: builds the
-/// files that a power cut would leave. Not synchronised.
+/// What a disk holds for certain and what it may hold, told every change and every sync of files and folders: builds
+/// the files that a power cut would leave. Not synchronised.
 class FaultDisk
 {
 public:
@@ -28,8 +28,8 @@ public:
     void folderRemoved(const QByteArray &path) { m_pending.push_back({ RemoveFolder, path, {}, {} }); }
     void folderSynced(const QByteArray &path);
 
-    /// Writes what was synced and, by chance, later changes into the folder: of names each whole or not at all, of contents
-    /// whole or torn into sectors of 512 bytes.
+    /// Writes what was synced and, by chance, later changes into the folder: of names each whole or not at all, of
+    /// contents whole or torn into sectors of 512 bytes.
     void cut(const QString &folder, quint64 seed) const;
 
 private:

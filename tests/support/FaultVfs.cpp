@@ -80,7 +80,9 @@ struct FaultVfs::Methods
         const int written = failure ? size / 2 : size;
         const int code = base->pMethods->xWrite(base, data, written, offset);
         if (code == SQLITE_OK)
-            handle->vfs->note([&](FaultDisk &disk) { disk.changed(handle->path, offset, QByteArray(static_cast<const char *>(data), written)); });
+            handle->vfs->note([&](FaultDisk &disk) {
+                disk.changed(handle->path, offset, QByteArray(static_cast<const char *>(data), written));
+            });
         return failure ? failure : code;
     }
 
@@ -238,7 +240,8 @@ int FaultVfs::begin(Kind kind, int codeForInputOutput)
 int FaultVfs::begin(const KXStoreFiles::Step &step)
 {
     using S = KXStoreFiles::Step;
-    const bool takesRoom = step.kind == S::Create || step.kind == S::Write || step.kind == S::Link || step.kind == S::MakeFolder;
+    const bool takesRoom
+        = step.kind == S::Create || step.kind == S::Write || step.kind == S::Link || step.kind == S::MakeFolder;
     switch (begin(takesRoom ? FileWrite : FileOther, SQLITE_IOERR)) {
     case SQLITE_OK:
         return step.kind == S::Sync || step.kind == S::SyncFolder ? Skip : 0;

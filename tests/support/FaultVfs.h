@@ -16,8 +16,8 @@
 /// looked at before each operation. Registered under a name of its own while it lives, and to be outlived by no
 /// connection. Nothing is really synced, so tests on it do not wait for the disk. Any thread.
 ///
-/// A machine-wide one is the default VFS while it lives, and does the same to what the store does with files beside SQLite,
-/// in one count.
+/// A machine-wide one is the default VFS while it lives, and does the same to what the store does with files beside
+/// SQLite, in one count.
 class FaultVfs : private KXStoreFiles::Probe
 {
 public:
@@ -72,7 +72,7 @@ private:
     int begin(const KXStoreFiles::Step &step) override;
     void done(const KXStoreFiles::Step &step) override;
     /// Runs with the disk, under the lock.
-    template<typename Note> void note(Note &&what)
+    template <typename Note> void note(Note &&what)
     {
         const std::lock_guard lock(m_mutex);
         what(m_disk);

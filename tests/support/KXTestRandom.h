@@ -28,8 +28,7 @@ public:
     }
     /// From 0 to count - 1.
     int below(int count) { return between(0, count - 1); }
-    template<typename Container>
-    const auto &oneOf(const Container &container)
+    template <typename Container> const auto &oneOf(const Container &container)
     {
         return *(std::begin(container) + below(int(std::size(container))));
     }

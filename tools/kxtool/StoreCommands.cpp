@@ -35,12 +35,17 @@ public:
     }
 
     [[nodiscard]] const QString &operator[](qsizetype place) const { return m_arguments[place]; }
-    [[nodiscard]] QUrl file(qsizetype place) const { return QUrl::fromLocalFile(QFileInfo(m_arguments[place]).absoluteFilePath()); }
+    [[nodiscard]] QUrl file(qsizetype place) const
+    {
+        return QUrl::fromLocalFile(QFileInfo(m_arguments[place]).absoluteFilePath());
+    }
 
     /// The one or the other, after the arguments.
-    template<typename JSON> void print(const JSON &json, const QStringList &lines) const
+    template <typename JSON> void print(const JSON &json, const QStringList &lines) const
     {
-        const QByteArray text = m_isJSON ? QJsonDocument(json).toJson() : lines.isEmpty() ? QByteArray() : lines.join(u'\n').toUtf8() + '\n';
+        const QByteArray text = m_isJSON ? QJsonDocument(json).toJson()
+            : lines.isEmpty()            ? QByteArray()
+                                         : lines.join(u'\n').toUtf8() + '\n';
         std::fwrite(text.constData(), 1, size_t(text.size()), stdout);
     }
 
@@ -49,7 +54,10 @@ private:
     bool m_isJSON = false;
 };
 
-[[noreturn]] void fail(ExitStatus status, const KXError &error) { throw Ending { status, error.localizedDescription() }; }
+[[noreturn]] void fail(ExitStatus status, const KXError &error)
+{
+    throw Ending { status, error.localizedDescription() };
+}
 
 /// Tells of long work on standard error, at most once a second.
 KXStoreProgress progressOf(const char *what)
@@ -97,7 +105,8 @@ ExitStatus info(const QStringList &arguments)
     const auto coordinator = open(call.file(0));
     const KXStoreMetadata metadata = metadataOf(call.file(0));
     const auto context = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
-    QStringList lines { u"uuid %1"_s.arg(metadata.uuid), u"%1 bytes"_s.arg(QFileInfo(call.file(0).toLocalFile()).size()) };
+    QStringList lines { u"uuid %1"_s.arg(metadata.uuid),
+        u"%1 bytes"_s.arg(QFileInfo(call.file(0).toLocalFile()).size()) };
     QJsonArray entities;
     for (const KXEntityDescription *entity : coordinator->model()->entities()) {
         const qint64 rows = context->count(KXFetchRequest(entity->name()));
@@ -110,8 +119,9 @@ ExitStatus info(const QStringList &arguments)
         backups.append(backup.toLocalFile());
         lines.append(u"backup %1"_s.arg(backup.toLocalFile()));
     }
-    call.print(QJsonObject { { "uuid"_L1, metadata.uuid }, { "bytes"_L1, QFileInfo(call.file(0).toLocalFile()).size() }, { "entities"_L1, entities },
-                   { "backups"_L1, backups }, { "model"_L1, QJsonDocument::fromJson(metadata.modelJSON).object() } },
+    call.print(QJsonObject { { "uuid"_L1, metadata.uuid }, { "bytes"_L1, QFileInfo(call.file(0).toLocalFile()).size() },
+                   { "entities"_L1, entities }, { "backups"_L1, backups },
+                   { "model"_L1, QJsonDocument::fromJson(metadata.modelJSON).object() } },
         lines);
     return Done;
 }
@@ -120,10 +130,12 @@ ExitStatus verify(const QStringList &arguments)
 {
     const Call call(arguments, 1);
     KXError error;
-    const auto problems = KXPersistentStore::problemsOfStoreURL(call.file(0), &error, progressOf("reading the whole store"));
+    const auto problems
+        = KXPersistentStore::problemsOfStoreURL(call.file(0), &error, progressOf("reading the whole store"));
     if (!problems)
         fail(WrongInput, error);
-    call.print(QJsonObject { { "problems"_L1, QJsonArray::fromStringList(*problems) } }, problems->isEmpty() ? QStringList { u"sound"_s } : *problems);
+    call.print(QJsonObject { { "problems"_L1, QJsonArray::fromStringList(*problems) } },
+        problems->isEmpty() ? QStringList { u"sound"_s } : *problems);
     return problems->isEmpty() ? Done : Failed;
 }
 
@@ -144,17 +156,20 @@ QJsonObject jsonOf(const KXMigrationPlan &plan)
 {
     QJsonArray changes;
     for (const KXMigrationChange &change : plan.changes()) {
-        static constexpr QLatin1StringView kinds[] = { "entityAdded"_L1, "entityRenamed"_L1, "entityRemoved"_L1, "propertyAdded"_L1, "propertyRenamed"_L1,
-            "propertyConverted"_L1, "propertyFilled"_L1, "propertyRemoved"_L1, "linksLost"_L1, "valueMissing"_L1 };
-        QJsonObject json { { "kind"_L1, kinds[change.kind] }, { "entity"_L1, change.entity }, { "count"_L1, change.count }, { "lost"_L1, change.lost },
-            { "description"_L1, change.description() } };
-        for (const auto &[key, text] : { std::pair("property"_L1, change.property), { "formerEntity"_L1, change.formerEntity }, { "formerProperty"_L1, change.formerProperty } }) {
+        static constexpr QLatin1StringView kinds[] = { "entityAdded"_L1, "entityRenamed"_L1, "entityRemoved"_L1,
+            "propertyAdded"_L1, "propertyRenamed"_L1, "propertyConverted"_L1, "propertyFilled"_L1, "propertyRemoved"_L1,
+            "linksLost"_L1, "valueMissing"_L1 };
+        QJsonObject json { { "kind"_L1, kinds[change.kind] }, { "entity"_L1, change.entity },
+            { "count"_L1, change.count }, { "lost"_L1, change.lost }, { "description"_L1, change.description() } };
+        for (const auto &[key, text] : { std::pair("property"_L1, change.property),
+                 { "formerEntity"_L1, change.formerEntity }, { "formerProperty"_L1, change.formerProperty } }) {
             if (!text.isEmpty())
                 json[key] = text;
         }
         changes.append(json);
     }
-    return { { "needed"_L1, plan.isNeeded() }, { "possible"_L1, plan.isPossible() }, { "losesData"_L1, plan.losesData() }, { "changes"_L1, changes } };
+    return { { "needed"_L1, plan.isNeeded() }, { "possible"_L1, plan.isPossible() },
+        { "losesData"_L1, plan.losesData() }, { "changes"_L1, changes } };
 }
 
 ExitStatus plan(const QStringList &arguments)
@@ -181,7 +196,8 @@ ExitStatus migrate(const QStringList &arguments)
         fail(Failed, error);
     QJsonObject json = jsonOf(plan);
     json["migrated"_L1] = plan.isNeeded();
-    call.print(json, { plan.isNeeded() ? u"migrated, the old store is kept beside it"_s : u"the store fits the model"_s });
+    call.print(
+        json, { plan.isNeeded() ? u"migrated, the old store is kept beside it"_s : u"the store fits the model"_s });
     return Done;
 }
 
@@ -192,10 +208,12 @@ ExitStatus backup(const QStringList &arguments)
     const QList<QUrl> before = coordinator->store()->existingBackupFileURLs();
     const bool made = coordinator->store()->createBackup(progressOf("archiving and checking"));
     const QList<QUrl> after = coordinator->store()->existingBackupFileURLs();
-    if (!made && (after.isEmpty() || QFileInfo(after.last().toLocalFile()).lastModified().date() != QDate::currentDate()))
+    if (!made
+        && (after.isEmpty() || QFileInfo(after.last().toLocalFile()).lastModified().date() != QDate::currentDate()))
         throw Ending { Failed, u"there is no new backup, for the reason above"_s };
     const QString archive = after.isEmpty() ? QString() : after.last().toLocalFile();
-    call.print(QJsonObject { { "made"_L1, made }, { "archive"_L1, archive } }, { made ? archive : u"there is a backup of today already: "_s + archive });
+    call.print(QJsonObject { { "made"_L1, made }, { "archive"_L1, archive } },
+        { made ? archive : u"there is a backup of today already: "_s + archive });
     return Done;
 }
 
@@ -206,7 +224,8 @@ ExitStatus restore(const QStringList &arguments)
         throw Ending { WrongInput, u"%1: no such file"_s.arg(call[0]) };
     KXError error;
     QUrl copy;
-    if (!KXPersistentStore::restoreBackup(call.file(0), call.file(1), &error, &copy, progressOf("unpacking and checking")))
+    if (!KXPersistentStore::restoreBackup(
+            call.file(0), call.file(1), &error, &copy, progressOf("unpacking and checking")))
         fail(Failed, error);
     call.print(QJsonObject { { "copy"_L1, copy.isEmpty() ? QJsonValue() : QJsonValue(copy.toLocalFile()) } },
         { copy.isEmpty() ? u"restored"_s : u"restored, the old store is "_s + copy.toLocalFile() });
@@ -253,11 +272,13 @@ ExitStatus query(const QStringList &arguments)
         QJsonObject json { { "id"_L1, object->objectID().URIRepresentation().toString() } };
         QString line = object->entity()->name() + " p"_L1 + QString::number(object->objectID().key());
         for (const KXPropertyDescription &property : object->entity()->properties()) {
-            const QVariant value = property.isToMany() || property.isTransient() ? QVariant() : object->valueForKey(property.name());
+            const QVariant value
+                = property.isToMany() || property.isTransient() ? QVariant() : object->valueForKey(property.name());
             if (!value.isValid() || (property.isToOne() && !value.value<KXRef<KXManagedObject>>()))
                 continue;
             json[property.name()] = jsonOf(value);
-            line += u"  "_s + property.name() + u'=' + (property.isToOne() ? jsonOf(value).toString() : KXStringWithFormat("%@", value));
+            line += u"  "_s + property.name() + u'='
+                + (property.isToOne() ? jsonOf(value).toString() : KXStringWithFormat("%@", value));
         }
         objects.append(json);
         lines.append(line);
@@ -271,12 +292,19 @@ ExitStatus query(const QStringList &arguments)
 QList<Command> storeCommands()
 {
     return {
-        { u"info"_s, u"STORE [--json]"_s, u"the store's identity, entities with rows and version hashes, and backups"_s, info },
-        { u"verify"_s, u"STORE [--json]"_s, u"looks for damage and broken relationships; exit status 1 where there is any"_s, verify },
-        { u"plan"_s, u"STORE MODEL [--json]"_s, u"what migrating to the model file would add, convert and lose; exit status 1 where it is not possible"_s, plan },
-        { u"migrate"_s, u"STORE MODEL [--json]"_s, u"migrates the store to the model file, keeping the old one beside it"_s, migrate },
+        { u"info"_s, u"STORE [--json]"_s, u"the store's identity, entities with rows and version hashes, and backups"_s,
+            info },
+        { u"verify"_s, u"STORE [--json]"_s,
+            u"looks for damage and broken relationships; exit status 1 where there is any"_s, verify },
+        { u"plan"_s, u"STORE MODEL [--json]"_s,
+            u"what migrating to the model file would add, convert and lose; exit status 1 where it is not possible"_s,
+            plan },
+        { u"migrate"_s, u"STORE MODEL [--json]"_s,
+            u"migrates the store to the model file, keeping the old one beside it"_s, migrate },
         { u"backup"_s, u"STORE [--json]"_s, u"makes today's archive and removes all but the newest five"_s, backup },
-        { u"restore"_s, u"ARCHIVE STORE [--json]"_s, u"puts an archive, or a store that was kept, in the store's place, and keeps that one"_s, restore },
-        { u"query"_s, u"STORE ENTITY PREDICATE [--json]"_s, u"the objects that match, for instance \"bpm > 120 AND title LIKE 'night*'\""_s, query },
+        { u"restore"_s, u"ARCHIVE STORE [--json]"_s,
+            u"puts an archive, or a store that was kept, in the store's place, and keeps that one"_s, restore },
+        { u"query"_s, u"STORE ENTITY PREDICATE [--json]"_s,
+            u"the objects that match, for instance \"bpm > 120 AND title LIKE 'night*'\""_s, query },
     };
 }

@@ -26,7 +26,8 @@ void printHelp(FILE *stream)
 {
     std::fprintf(stream, "usage: kxtool COMMAND …\n\n");
     for (const Command &command : commands())
-        std::fprintf(stream, "  %s %s\n      %s\n", qPrintable(command.name), qPrintable(command.usage), qPrintable(command.purpose));
+        std::fprintf(stream, "  %s %s\n      %s\n", qPrintable(command.name), qPrintable(command.usage),
+            qPrintable(command.purpose));
     std::fprintf(stream, "\nExit status: 0 done, 1 failed, 2 wrong arguments or input that cannot be used.\n");
 }
 
@@ -45,7 +46,8 @@ try {
         printHelp(stdout);
         return Done;
     }
-    const auto command = std::find_if(commands().begin(), commands().end(), [&](const Command &each) { return each.name == name; });
+    const auto command
+        = std::find_if(commands().begin(), commands().end(), [&](const Command &each) { return each.name == name; });
     if (command == commands().end())
         throw Ending { WrongInput, u"%1: no such command (kxtool --help lists them)"_s.arg(name) };
     return command->run(arguments);

@@ -1,5 +1,5 @@
-#include <cstdio>
 #include <QApplication>
+#include <cstdio>
 #include <kestrixkit/messages/views/KXMessageCenterViewController.h>
 #include <kestrixkit/web/KXWeb.h>
 #include <kestrixkit/web/KXWebEngine.h>
