@@ -2,7 +2,10 @@
 
 #include <kestrixkit/filters/KXFilterImages_p.h>
 #include <kestrixkit/filters/KXFilterSet.h>
+#include <kestrixkit/foundation/KXException.h>
+#include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/foundation/KXMainQueue.h>
+#include <kestrixkit/foundation/KXUndoManager.h>
 #include <kestrixkit/theme/KXThemeStyleNames.h>
 
 using namespace Qt::StringLiterals;
@@ -27,8 +30,29 @@ void KXFilterSetPreset::hold(const KXRef<KXFilterSet> &set) const
 
 void KXFilterSetPreset::setFilterSet(const KXRef<KXFilterSet> &set)
 {
+    if (set && !set->managedObjectContext()) {
+        KXLogWarning(filters, "The preset \"%@\" cannot hold a filter set without context", title());
+        return;
+    }
+    if (set && set->managedObjectContext() != managedObjectContext()) {
+        throw KXException(u"KXInvalidArgumentException"_s,
+            KXStringWithFormat("The preset \"%@\" cannot hold a filter set of another context", title()));
+    }
+    registerHeldSet();
     setValueForKey(u"filterSetURI"_s, set ? QVariant(set->objectID().URIRepresentation()) : QVariant());
     hold(set);
+}
+
+/// What is held is no stored value, so taking back that another set was named has to take it back, too.
+void KXFilterSetPreset::registerHeldSet()
+{
+    const auto undo = managedObjectContext() ? managedObjectContext()->undoManager() : nullptr;
+    if (!undo || belongsToContext())
+        return;
+    undo->registerUndo(KXRef<KXFilterSetPreset>(this), [this, held = m_filterSet] {
+        registerHeldSet();
+        hold(held);
+    });
 }
 
 std::optional<KXCounts> KXFilterSetPreset::counts() const

@@ -32,7 +32,8 @@ public:
     /// deleted. (In a child context, which keeps its objects itself, it is looked up each time.) Empty without URI, for
     /// one that names no filter set of the store, and without context.
     [[nodiscard]] KXRef<KXFilterSet> filterSet() const;
-    /// Names the set and holds it.
+    /// Names the set and holds it; undoing that holds what was held before. Throws KXException
+    /// (KXInvalidArgumentException) for a set of another context; one without context is refused with a log line.
     void setFilterSet(const KXRef<KXFilterSet> &set);
 
     /// How many objects match, by the place that counts them. A folder's are the sums over its children, made anew by
@@ -68,6 +69,7 @@ protected:
 
 private:
     void hold(const KXRef<KXFilterSet> &set) const;
+    void registerHeldSet();
     void addCountsTo(KXCounts &sums, QList<const KXFilterSetPreset *> &visited) const;
 
     std::optional<KXCounts> m_counts;

@@ -6,6 +6,7 @@
 #include <kestrixkit/filters/KXFacetFilter.h>
 #include <kestrixkit/filters/KXFilterSetPresetsManager.h>
 #include <kestrixkit/foundation/KXMainQueue.h>
+#include <kestrixkit/store/KXPersistentStore.h>
 
 using namespace Qt::StringLiterals;
 
@@ -102,6 +103,8 @@ void KXFilterSetPresetCountsScheduler::enqueueCountsOperationForPreset(const KXR
         m_presetsNeedingCountUpdate.insert(preset);
         return;
     }
+    if (m_context && m_context->hasChanges())
+        m_countedBeforeSave.insert(preset);
     const KXManagedObjectID id = preset->objectID();
     if (const Provider earlier = m_countOperations.value(id)) {
         if (!earlier->hasStarted()) {
@@ -129,8 +132,6 @@ void KXFilterSetPresetCountsScheduler::enqueueCountsOperationForPreset(const KXR
         });
     });
     m_countOperations.insert(id, operation);
-    if (m_context && m_context->hasChanges())
-        m_queuedBeforeSave.append(operation);
     countsQueue().addOperation(operation);
     log("[%@] [%@] Queued count operation for preset", title);
 }
@@ -168,6 +169,7 @@ void KXFilterSetPresetCountsScheduler::dequeueCountsOperationForPreset(const KXR
         operation->cancel();
         log("[%@] [%@] Dequeued count operation for preset", preset->title());
     }
+    m_countedBeforeSave.remove(preset);
     m_presetsNeedingCountUpdate.remove(preset);
     if (m_presetsNeedingCountUpdate.isEmpty() && m_timer)
         m_timer->stop();
@@ -177,6 +179,7 @@ void KXFilterSetPresetCountsScheduler::dequeueAllCountsOperations()
 {
     log("[%@] Dequeueing all preset count operations", {});
     const auto operations = std::exchange(m_countOperations, {});
+    m_countedBeforeSave.clear();
     for (const Provider &operation : operations) {
         operation->cancel();
         const KXRef<KXFilterSetPreset> preset = operation->filterSetPreset();
@@ -196,21 +199,28 @@ void KXFilterSetPresetCountsScheduler::managedObjectContextObjectsDidChange(cons
         dequeueCountsOperationForPreset(KXFilterSetPreset::cast(object));
 
     QSet<QUrl> sets;
+    QSet<KXRef<KXFilterSetPreset>> enqueued; // a new preset mostly comes with its filters: once is enough
     const auto collect = [&sets](const KXRef<KXManagedObject> &object) {
         if (const auto set = KXFilterSet::filterSetOfObject(object))
             sets.insert(set->objectID().URIRepresentation());
     };
-    for (const KXRef<KXManagedObject> &object : did->updated)
-        collect(object);
-    QSet<KXRef<KXFilterSetPreset>> enqueued; // a new preset mostly comes with its filters: once is enough
-    for (const KXRef<KXManagedObject> &object : did->inserted) {
-        const auto preset = KXFilterSetPreset::cast(object);
-        if (!preset) {
+    const auto insert = [&](const KXRef<KXManagedObject> &object) {
+        if (const auto preset = KXFilterSetPreset::cast(object)) {
+            enqueueCountsOperationForPreset(preset);
+            enqueued.insert(preset);
+        } else {
             collect(object);
-            continue;
         }
-        enqueueCountsOperationForPreset(preset);
-        enqueued.insert(preset);
+    };
+    for (const auto *list : { &did->updated, &did->refreshed })
+        std::for_each(list->begin(), list->end(), collect);
+    std::for_each(did->inserted.begin(), did->inserted.end(), insert);
+    if (const KXStoreChange *others = did->merged.get()) {
+        // Rows that another context inserted are named by their keys alone.
+        const auto coordinator = m_context->persistentStoreCoordinator();
+        const KXEntityChange *presets = others->changeOf(coordinator->model()->entity(KXFilterSetPreset::entityName));
+        for (const qint64 key : presets ? presets->inserted : QList<qint64>())
+            insert(m_context->objectWithID(KXManagedObjectID(coordinator->store()->identity(), presets->entity, key)));
     }
     if (sets.isEmpty())
         return;
@@ -223,11 +233,9 @@ void KXFilterSetPresetCountsScheduler::managedObjectContextObjectsDidChange(cons
 
 void KXFilterSetPresetCountsScheduler::managedObjectContextDidSave()
 {
-    for (const auto &weak : std::exchange(m_queuedBeforeSave, {})) {
-        const Provider operation = weak.lock();
-        if (operation && operation->hasStarted() && !operation->isCancelled())
-            enqueueCountsOperationForPreset(operation->filterSetPreset());
-    }
+    // Those that still wait will read what was saved.
+    for (const KXRef<KXFilterSetPreset> &preset : std::exchange(m_countedBeforeSave, {}))
+        enqueueCountsOperationForPreset(preset);
 }
 
 QTimer *KXFilterSetPresetCountsScheduler::countUpdatesScheduleTimer() const { return m_timer; }

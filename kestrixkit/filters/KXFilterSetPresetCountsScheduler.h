@@ -49,7 +49,8 @@ public:
     void dequeueCountsOperationForPreset(const KXRef<KXFilterSetPreset> &preset);
     /// Cancels everything and marks it as needing an update.
     void dequeueAllCountsOperations();
-    /// Of the presets' context: new presets and those whose filters changed are enqueued, deleted ones dequeued.
+    /// Of the presets' context, what it merged included: new presets and those whose filters changed are enqueued,
+    /// deleted ones dequeued.
     void managedObjectContextObjectsDidChange(const KXNotification &notification);
 
     /// The one queue of the process; ends with the application object.
@@ -76,8 +77,9 @@ private:
     const KXManagedObjectContext::Ref m_context; ///< of the presets; null without shared manager
     QHash<KXManagedObjectID, Provider> m_countOperations;
     QSet<KXRef<KXFilterSetPreset>> m_presetsNeedingCountUpdate;
-    /// Operations queued for changes that were not saved yet: one that starts before the save counts what was before.
-    QList<std::weak_ptr<KXFilterSetPresetCountsProvider>> m_queuedBeforeSave;
+    /// Asked to be counted while there were unsaved changes: an operation that starts before the save, however early it
+    /// was queued, counts what was before.
+    QSet<KXRef<KXFilterSetPreset>> m_countedBeforeSave;
     QPointer<QTimer> m_timer;
     std::shared_ptr<KXFilterSetPresetCountsScheduler *>
         m_self; ///< gone with the scheduler; for hops to the main thread

@@ -103,10 +103,12 @@ void KXLivePresetCounts::follow(const KXObjectsDidChange &did)
     for (const auto *list : { &did.inserted, &did.updated, &did.refreshed }) {
         for (const KXRef<KXManagedObject> &object : *list) {
             if (const auto preset = KXFilterSetPreset::cast(object)) {
-                const auto changed = did.changedKeys.constFind(object.get());
-                if (list == &did.inserted)
+                const QSet<QString> changed = did.changedKeys.value(object.get());
+                if (preset->isFolder())
+                    remove(*preset); // it may have been a plain one
+                else if (list == &did.inserted || changed.contains(u"isFolder"_s))
                     add(preset);
-                else if (changed != did.changedKeys.constEnd() && changed->contains(u"filterSetURI"_s))
+                else if (changed.contains(u"filterSetURI"_s))
                     edited.insert(preset->filterSetURI());
             } else if (const KXRef<KXFilterSet> set = KXFilterSet::filterSetOfObject(object)) {
                 edited.insert(set->objectID().URIRepresentation());

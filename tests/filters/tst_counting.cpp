@@ -340,3 +340,41 @@ TEST(Counting, seesWhatWasSavedAfterItBegan)
     place.settle();
     EXPECT_EQ(countHere(preset), 1);
 }
+
+TEST(Counting, seesWhatIsEditedWhileItWaitsAndSavedAfterItCounted)
+{
+    Shelf shelf;
+    shelf.make<Thing>()->setBpm(100);
+    const auto blocker = shelf.preset(u"first"_s, shelf.set({ shelf.range({}, {}) }));
+    const auto range = shelf.range({}, u"90"_s);
+    const auto preset = shelf.preset(u"p"_s, shelf.set({ range }));
+    shelf.context->save();
+    Place place(shelf);
+    place.scheduler->enqueueCountsOperationForPreset(blocker);
+    place.scheduler->enqueueCountsOperationForPreset(preset); // with nothing unsaved; it waits behind the first
+    range->setEndValue(KXDecimal::fromInteger(110));
+    shelf.context->processPendingChanges();
+    ASSERT_EQ(place.made.size(), 2);
+    place.made[0]->goOn.release();
+    place.made[1]->goOn.release();
+    place.settle();
+    EXPECT_EQ(countHere(preset), 0) << "the store does not know better yet";
+    shelf.context->save();
+    place.settle();
+    EXPECT_EQ(countHere(preset), 1);
+
+    // What another context saves is no change of this one, but one of its presets all the same.
+    const auto other = KXManagedObjectContext::contextWithPersistentStoreCoordinator(shelf.coordinator);
+    const auto merging = shelf.coordinator->addChangeObserver([&](const std::shared_ptr<const KXStoreChange> &change) {
+        if (change->originatingContext() == other.get())
+            shelf.context->mergeChangesFromStoreChange(change);
+    });
+    KXRangeFilter::cast(other->objectWithID(range->objectID()))->setEndValue(KXDecimal::fromInteger(95));
+    const auto copy = KXFilterSetPreset::cast(other->objectWithID(preset->objectID()))->duplicateInContext(*other);
+    copy->setTitle(u"copy"_s);
+    place.made.clear();
+    ASSERT_TRUE(other->save());
+    place.settle();
+    EXPECT_EQ(place.madeFor(), (QStringList { u"copy"_s, u"p"_s }));
+    EXPECT_EQ(countHere(preset), 0);
+}

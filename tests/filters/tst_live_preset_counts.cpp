@@ -104,6 +104,17 @@ TEST(LivePresetCounts, followFiltersPresetsThingsAndTime)
     shelf.context->processPendingChanges();
     EXPECT_EQ(counts.count(*fast), std::nullopt);
 
+    // A folder made plain, and a plain one made a folder.
+    folder->setIsFolder(false);
+    folder->setFilterSet(minor->filterSet());
+    shelf.context->processPendingChanges();
+    QCoreApplication::processEvents();
+    EXPECT_EQ(shown(folder), shown(minor));
+    EXPECT_EQ(counts.count(*folder), 0);
+    folder->setIsFolder(true);
+    shelf.context->processPendingChanges();
+    EXPECT_EQ(counts.count(*folder), std::nullopt);
+
     // Time alone.
     EXPECT_EQ(counts.liveCounts().nextBoundary(), KXClock::now().addMSecs(1));
     KXClock::advance(86'400);

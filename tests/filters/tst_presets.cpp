@@ -96,6 +96,39 @@ TEST(Presets, ownTheSetsThatTheyName)
     EXPECT_FALSE(stranger->isDeleted());
 }
 
+TEST(Presets, holdTheSetThatUndoAndRedoName)
+{
+    Shelf shelf;
+    const auto a = shelf.set({});
+    const auto b = shelf.set({});
+    const auto preset = shelf.preset(u"p"_s, a);
+    shelf.context->save();
+    const auto undo = std::make_shared<KXUndoManager>();
+    undo->setGroupsByEvent(false);
+    shelf.context->setUndoManager(undo);
+    {
+        const KXUndoGroup group(undo.get());
+        preset->setFilterSet(b);
+        preset->setTitle(u"q"_s);
+    }
+    for (int round = 0; round < 2; ++round) {
+        undo->undo();
+        EXPECT_EQ(preset->filterSet(), a);
+        EXPECT_EQ(preset->filterSetURI(), a->objectID().URIRepresentation());
+        undo->redo();
+        EXPECT_EQ(preset->filterSet(), b);
+        EXPECT_EQ(preset->filterSetURI(), b->objectID().URIRepresentation());
+    }
+
+    const auto other = KXManagedObjectContext::contextWithPersistentStoreCoordinator(shelf.coordinator);
+    EXPECT_THROW(preset->setFilterSet(KXFilterSet::cast(other->objectWithID(a->objectID()))), KXException);
+    const auto gone = shelf.set({});
+    shelf.context->removeManagedObject(gone);
+    shelf.context->save();
+    preset->setFilterSet(gone);
+    EXPECT_EQ(preset->filterSet(), b) << "a set that nobody keeps any more is refused";
+}
+
 TEST(Presets, areCopiedWithASetOfTheirOwn)
 {
     Shelf shelf;
