@@ -54,8 +54,8 @@ KXFilterSetPresetDetailsViewController::KXFilterSetPresetDetailsViewController(
     m_defaultsObserver = KXObserver::observerFor(&KXUserDefaults::standard(),
         QString(KXFilterSetPresetDetailsOnlyShowItemsWithCountsKey), {},
         [this](const KXKeyValueChange &) { reload(); });
-    // A folder has no set and a set no context any more: a null sender, to which nobody listens.
-    const KXManagedObjectContext *const context = m_set ? m_set->managedObjectContext() : nullptr;
+    // Without context a null sender, to which nobody listens.
+    const KXManagedObjectContext *const context = m_preset ? m_preset->managedObjectContext() : nullptr;
     m_saves = KXNotificationCenter::defaultCenter().addObserver(QString(KXManagedObjectContextDidSaveNotification),
         context, [this](const KXNotification &notification) { managedObjectContextDidSave(notification); });
     m_changes
@@ -153,6 +153,13 @@ void KXFilterSetPresetDetailsViewController::updateAvailability()
         m_notAvailableMessageView->setVisible(!m_available);
 }
 
+/// A preset may come to name another set. What one that is gone named is shown on.
+void KXFilterSetPresetDetailsViewController::findSet()
+{
+    if (m_preset && m_preset->managedObjectContext())
+        m_set = m_preset->filterSet();
+}
+
 void KXFilterSetPresetDetailsViewController::reloadSoon()
 {
     if (std::exchange(m_reloadIsDue, true))
@@ -168,6 +175,7 @@ void KXFilterSetPresetDetailsViewController::reload()
     m_reloadIsDue = false;
     if (!m_outlineView)
         return;
+    findSet();
     const bool countsOnly = KXUserDefaults::standard()
                                 .boolForKey(QString(KXFilterSetPresetDetailsOnlyShowItemsWithCountsKey))
                                 .value_or(false);
@@ -270,6 +278,7 @@ void KXFilterSetPresetDetailsViewController::loadSelected()
 void KXFilterSetPresetDetailsViewController::loadEnablingComponents(const QList<KXManagedObjectID> &valueIDs)
 {
     KXManagedObjectContext *const context = m_preset ? m_preset->managedObjectContext() : nullptr;
+    findSet();
     if (!context || !m_set || m_set->isDeleted() || m_set->isMissing())
         return;
     // A child sees what the presets' context has not saved yet, and nothing of what happens in it gets out.
@@ -297,12 +306,13 @@ bool KXFilterSetPresetDetailsViewController::isInWindow() const
     return m_outlineView && m_outlineView->window()->isVisible();
 }
 
-/// Whether a save touched the set, one of its filters or one of their values. Who came or went is told by the object
-/// above it.
+/// Whether a save touched the preset, its set, one of its filters or one of their values. Who came or went is told by
+/// the object above it.
 bool KXFilterSetPresetDetailsViewController::concerns(const KXStoreChange &change) const
 {
-    const qint64 set = m_set->objectID().key();
-    const auto isOurs = [&](qint64 key) { return key == set || m_model->keys().contains(key); };
+    const qint64 preset = m_preset->objectID().key();
+    const qint64 set = m_set ? m_set->objectID().key() : preset;
+    const auto isOurs = [&](qint64 key) { return key == preset || key == set || m_model->keys().contains(key); };
     for (const KXEntityChange &entity : change.entities()) {
         if (std::any_of(entity.inserted.begin(), entity.inserted.end(), isOurs)
             || std::any_of(entity.deleted.begin(), entity.deleted.end(), isOurs)

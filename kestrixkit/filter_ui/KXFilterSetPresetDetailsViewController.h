@@ -112,6 +112,7 @@ protected:
     bool eventFilter(QObject *object, QEvent *event) override;
 
 private:
+    void findSet();
     void reloadSoon();
     void updateAvailability();
     [[nodiscard]] bool isInWindow() const;
@@ -121,7 +122,7 @@ private:
     [[nodiscard]] QVariant cellFor(const QModelIndex &index);
 
     const KXRef<KXFilterSetPreset> m_preset;
-    KXRef<KXFilterSet> m_set; // as it was found first; followed though the preset may go
+    KXRef<KXFilterSet> m_set; // as the preset named it last; followed though the preset may go
     KXWeakDelegate<KXFilterSetPresetDetailsViewControllerDelegate> m_delegate;
     QString m_identifier;
     bool m_loadEnabled = false;

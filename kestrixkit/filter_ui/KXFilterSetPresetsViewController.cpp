@@ -172,7 +172,11 @@ void KXFilterSetPresetsViewController::setCountsContextIdentifier(const QString 
 
 void KXFilterSetPresetsViewController::setAutosaveName(const QString &name)
 {
+    if (m_saveSplitSoon.isPending())
+        saveSplit(); // which belongs to the name that it was dragged under
     m_autosaveName = name;
+    if (name.isEmpty())
+        m_sourceList->setAutosaveName(name); // nothing is remembered from now on
     restoreSoon();
 }
 

@@ -217,6 +217,7 @@ void KXSourceListViewController::restoreExpandedRows()
 
 void KXSourceListViewController::setAutosaveName(const QString &name)
 {
+    saveState(); // what is due belongs to the name that it was done under
     m_autosaveName = name;
     m_isRestored = false;
     restoreStateLater();

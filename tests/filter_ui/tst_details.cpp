@@ -246,6 +246,17 @@ TEST_F(DetailsTest, stayTrue)
     ASSERT_TRUE(other->save(nullptr));
     EXPECT_EQ(detailsShown(*details), u"Key(c NOT x z) Tempo(>= 99)"_s);
 
+    // Another set altogether, and back.
+    const auto first = preset->filterSet();
+    const auto second = set({ range(u"1"_s, {}) });
+    preset->setFilterSet(second);
+    ASSERT_TRUE(context->save());
+    EXPECT_EQ(detailsShown(*details), u">= 1(>= 1)"_s);
+    preset->setFilterSet(first);
+    context->removeManagedObject(second);
+    ASSERT_TRUE(context->save());
+    EXPECT_EQ(detailsShown(*details), u"Key(c NOT x z) Tempo(>= 99)"_s);
+
     window.hide();
     context->removeManagedObject(tempo);
     ASSERT_TRUE(context->save());

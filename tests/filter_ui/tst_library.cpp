@@ -539,6 +539,16 @@ TEST_F(LibraryTest, remembersHowItWas)
     EXPECT_EQ(library->splitView()->sizes().first(), left);
     EXPECT_TRUE(library->currentDetailsViewController());
 
+    // Without name nothing is remembered any more.
+    library->setAutosaveName({});
+    select({ u"a"_s });
+    library->splitView()->setSizes({ 200, 300 });
+    Q_EMIT library->splitView()->splitterMoved(200, 1);
+    QTest::qWait(500);
+    again();
+    EXPECT_EQ(library->selectedPreset(), b);
+    EXPECT_EQ(library->splitView()->sizes().first(), left);
+
     for (const QVariant &rubbish :
         { QVariant(u"x"_s), QVariant(QVariantList { -5, 900000 }), QVariant(QByteArray("\xff\x01zz")) }) {
         for (const char *what : { "Selection", "Expanded Items", "Split View" })

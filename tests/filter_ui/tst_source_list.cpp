@@ -510,6 +510,16 @@ TEST_F(SourceListTest, remembersSelectionAndWhatIsOpen)
     EXPECT_TRUE(view()->isExpanded(row(f)));
     EXPECT_FALSE(view()->isExpanded(row(g)));
 
+    // What is due belongs to the name that it was done under.
+    list->selectItem(a.get());
+    list->setAutosaveName(u"other"_s);
+    endOfTurn();
+    EXPECT_EQ(list->selectedItem(), g.get()) << "of this name nothing is remembered";
+    list->setAutosaveName(u"test"_s);
+    endOfTurn();
+    EXPECT_EQ(list->selectedItem(), a.get());
+    list->selectItem(b.get());
+
     // Deleted: the one before, then the folder.
     KXFilterSetPresetEditing::removePresets(*tree, { b });
     EXPECT_EQ(list->selectedItem(), a.get());

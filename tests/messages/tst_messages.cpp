@@ -249,6 +249,21 @@ TEST_F(StripTest, detailsClearWhatTheyShowed)
     EXPECT_TRUE(titles().isEmpty());
     EXPECT_EQ(host.hidden, 1);
 
+    // Selecting it while they are shown closes them; there are new ones only if there is more.
+    center.postMessage(messageNews(u"seen"_s));
+    QTest::mouseClick(strip->messageButton(), Qt::LeftButton);
+    controller.messageWasSelected(strip);
+    EXPECT_FALSE(showsDetails());
+    EXPECT_TRUE(titles().isEmpty());
+    EXPECT_EQ(host.hidden, 2);
+    center.postMessage(messageNews(u"seen"_s));
+    QTest::mouseClick(strip->messageButton(), Qt::LeftButton);
+    center.postMessage(messageNews(u"late"_s));
+    controller.messageWasSelected(strip);
+    EXPECT_TRUE(showsDetails());
+    EXPECT_EQ(titles(), QStringList(u"late"_s));
+    controller.messageDetailsPopover()->close();
+
     // The strip ends, with its window perhaps, while they are shown.
     center.postMessage(messageNews(u"seen"_s));
     QTest::mouseClick(strip->messageButton(), Qt::LeftButton);

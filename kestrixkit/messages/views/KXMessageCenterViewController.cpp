@@ -104,8 +104,11 @@ void KXMessageCenterViewController::messageWasSelected(KXMessageView *)
         return;
     }
     if (m_messageDetailsPopover) {
-        m_messageDetailsPopover->close();
+        const QPointer<KXMessageCenterViewController> alive(this);
         m_messageDetailsPopover->deleteLater();
+        m_messageDetailsPopover->close(); // which clears what it showed, and has the strip hidden if that was all
+        if (!alive || center.messageCount() == 0)
+            return;
     }
     auto *const details = new KXMessageCenterDetailsViewController;
     m_messageDetailsPopover = new KXPopoverController(details, this);
