@@ -110,6 +110,35 @@ TEST_P(PreferencesTest, theWindowFollowsTheSection)
     EXPECT_FALSE(window->isVisible());
 }
 
+TEST_P(PreferencesTest, sectionsKeepTheirSizesWhereverTheyAreShown)
+{
+    preferences.setViewControllers({ &small, &large });
+    preferences.showWindow();
+    const int width = preferences.defaultWindowWidth();
+    preferences.setSelectedViewController(&large);
+    QTest::qWait(60); // on the way
+    preferences.setViewControllers({ &large, &small }); // in another order
+    preferences.setSelectedViewController(&small);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return small.view()->size() == QSize(width, 101); }));
+    preferences.setSelectedViewController(&large);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return large.view()->size() == QSize(803, 399); }));
+
+    // Moved to a second window, also on the way, it is the second's alone.
+    preferences.setSelectedViewController(&small);
+    QTest::qWait(60);
+    KXPreferences second;
+    second.showWindow();
+    second.setViewControllers({ &small });
+    EXPECT_EQ(small.preferences(), &second);
+    EXPECT_EQ(preferences.selectedViewController(), &large);
+    EXPECT_EQ(preferences.toolbar()->actions().size(), 1);
+    preferences.setViewControllers({});
+    EXPECT_TRUE(small.view()->isVisible());
+    EXPECT_EQ(small.view()->window(), second.window());
+    EXPECT_TRUE(QTest::qWaitFor([&] { return small.view()->size() == QSize(width, 101); }));
+    second.setViewControllers({});
+}
+
 TEST_P(PreferencesTest, sectionsComeAndGo)
 {
     preferences.showWindow();

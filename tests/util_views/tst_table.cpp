@@ -148,6 +148,31 @@ TEST_F(TableViewTest, laysItselfOutWhateverIsStored)
     }
 }
 
+TEST_F(TableViewTest, columnsThatTheModelLacksForAWhileKeepTheirPlaces)
+{
+    QStandardItemModel narrow(3, 2);
+    for (const bool remembers : { true, false }) {
+        SCOPED_TRACE(remembers);
+        LettersTable table(&model);
+        if (remembers)
+            table.setColumnPresetsName(u"layout"_s);
+        table.horizontalHeader()->moveSection(4, 0);
+        table.setColumnWidth(2, 44);
+        EXPECT_EQ(table.shown(), u"e:100 a:100 b:100 c:44 (d:100)"_s);
+        table.setModel(&narrow);
+        table.setColumnWidth(1, 55);
+        table.horizontalHeader()->moveSection(1, 0);
+        table.setModel(nullptr);
+        table.setModel(&model);
+        EXPECT_EQ(table.shown(), u"e:100 b:55 a:100 c:44 (d:100)"_s);
+        table.setModel(&narrow);
+        table.setTableColumns(table.tableColumns()); // as if the program began with that model
+        table.setColumnWidth(0, 66);
+        table.setModel(&model);
+        EXPECT_EQ(table.shown(), remembers ? u"e:100 b:55 a:66 c:44 (d:100)"_s : u"a:66 b:100 c:100 (d:100) e:100"_s);
+    }
+}
+
 TEST_F(TableViewTest, hundredTablesAreKeptInStep)
 {
     std::vector<std::unique_ptr<LettersTable>> tables;
@@ -296,6 +321,15 @@ TEST_F(TableViewTest, keepsItsOrderOfSeveralColumns)
     ASSERT_EQ(again.sorted.size(), 1);
     EXPECT_EQ(again.horizontalHeader()->sortIndicatorOrder(), Qt::DescendingOrder);
 
+    // No order at all is one that was chosen.
+    table.setSortDescriptors({});
+    store();
+    LettersTable third(nullptr);
+    third.setSortOptionsAutoSaveName(u"order"_s);
+    third.setSortDescriptors({ { u"b"_s } });
+    third.loadSortOptions();
+    EXPECT_TRUE(third.sortDescriptors().isEmpty());
+
     QByteArray cut = stored.toByteArray();
     cut.chop(3);
     for (const QVariant &rubbish : QVariantList { cut, QByteArray(), u"-a"_s, QVariantList { 1 }, QVariantMap() }) {
@@ -305,6 +339,34 @@ TEST_F(TableViewTest, keepsItsOrderOfSeveralColumns)
         EXPECT_EQ(text(again.sortDescriptors()), u"-a3"_s);
         EXPECT_TRUE(log.contains(u"\"order\""_s)) << rubbish.typeName();
     }
+}
+
+TEST_F(TableViewTest, homeAndEndAreRows)
+{
+    LettersTable table(&model);
+    table.resize(300, 200);
+    table.show();
+    EXPECT_TRUE(QTest::qWaitForWindowExposed(&table));
+    table.setRowHidden(49, true);
+    table.setCurrentIndex(model.index(20, 2));
+    const auto selected = [&](int key, Qt::KeyboardModifiers modifiers) {
+        QTest::keyClick(&table, Qt::Key(key), modifiers);
+        EXPECT_EQ(table.currentIndex().column(), 2);
+        QString rows = QString::number(table.currentIndex().row()) + u':';
+        for (const QModelIndex &row : table.selectionModel()->selectedRows())
+            rows += u' ' + QString::number(row.row());
+        return rows;
+    };
+    EXPECT_EQ(selected(Qt::Key_Home, {}), u"0: 0"_s);
+    EXPECT_EQ(selected(Qt::Key_End, {}), u"48: 48"_s);
+    EXPECT_EQ(selected(Qt::Key_Home, Qt::ControlModifier), u"0: 0"_s);
+    EXPECT_EQ(selected(Qt::Key_End, Qt::ControlModifier), u"48: 48"_s);
+    (void)selected(Qt::Key_Home, {});
+    (void)selected(Qt::Key_Down, {});
+    (void)selected(Qt::Key_Down, {});
+    EXPECT_EQ(selected(Qt::Key_Home, Qt::ControlModifier | Qt::ShiftModifier), u"0: 0 1 2"_s);
+    table.setModel(nullptr);
+    QTest::keyClick(&table, Qt::Key_End);
 }
 
 TEST_F(TableViewTest, menusConcernTheRowBelowThePointer)

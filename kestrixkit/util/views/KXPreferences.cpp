@@ -93,7 +93,6 @@ QList<KXPreferencesViewController *> KXPreferences::viewControllers() const
 void KXPreferences::setViewControllers(const QList<KXPreferencesViewController *> &controllers)
 {
     m_viewControllers.clear();
-    m_sizes.clear();
     for (KXPreferencesViewController *controller : controllers) {
         if (!controller)
             continue;
@@ -105,6 +104,18 @@ void KXPreferences::setViewControllers(const QList<KXPreferencesViewController *
         m_selected->disappear();
     fillToolbar();
     setSelectedViewController(controllers.value(0));
+}
+
+void KXPreferences::removeViewController(KXPreferencesViewController *controller)
+{
+    if (!m_viewControllers.removeAll(controller))
+        return;
+    disconnect(controller, &QObject::destroyed, this, &KXPreferences::fillToolbar);
+    if (m_selected == controller)
+        setSelectedViewController(viewControllers().value(0)); // it goes while its size is known
+    if (const QSize size = m_sizes.take(controller); size.isValid())
+        controller->view()->resize(size); // not the one of a moment of an animation
+    fillToolbar();
 }
 
 QStringList KXPreferences::toolbarItemIdentifiers() const
@@ -170,6 +181,7 @@ void KXPreferences::loadWindow()
     m_window = KXInterfaceLoader::shared().load(KXInterfaceLoader::pathForInterface(u"KXPreferences"_s));
     if (!m_window) // a host's file that is broken, which is logged
         m_window = new QWidget;
+    m_window->setWindowFlag(Qt::Dialog);
     m_window->setAttribute(Qt::WA_QuitOnClose, false); // the application ends with its own windows
     m_activeContentView = m_window->findChild<QWidget *>(u"activeContentView"_s);
     if (!m_activeContentView)
@@ -201,6 +213,10 @@ void KXPreferences::loadWindow()
 
 void KXPreferences::fillToolbar()
 {
+    const QList<KXPreferencesViewController *> controllers = viewControllers();
+    m_sizes.removeIf([&](QHash<const QObject *, QSize>::iterator size) {
+        return std::find(controllers.begin(), controllers.end(), size.key()) == controllers.end();
+    });
     if (!m_toolbar)
         return;
     for (QAction *item : m_toolbar->actions()) {
@@ -209,7 +225,7 @@ void KXPreferences::fillToolbar()
     }
     delete m_items.data();
     m_items = new QActionGroup(m_toolbar);
-    for (KXPreferencesViewController *controller : viewControllers()) {
+    for (KXPreferencesViewController *controller : controllers) {
         auto *const button = new PreferencesItem(*controller);
         QAction *const item = m_toolbar->addWidget(button);
         m_items->addAction(item);

@@ -28,6 +28,8 @@ public:
     [[nodiscard]] QList<KXPreferencesViewController *> viewControllers() const;
     /// Selects the first; none, where the list is empty.
     void setViewControllers(const QList<KXPreferencesViewController *> &controllers);
+    /// Does not hide what another window shows by now. Does nothing for one that is not here.
+    void removeViewController(KXPreferencesViewController *controller);
     [[nodiscard]] KXPreferencesViewController *selectedViewController() const { return m_selected; }
     /// Shows the section, animated where animations are on. Before the window is there it is only remembered.
     void setSelectedViewController(KXPreferencesViewController *controller);

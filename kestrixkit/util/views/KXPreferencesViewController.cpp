@@ -14,4 +14,11 @@ KXPreferences *KXPreferencesViewController::preferences() const
     return static_cast<KXPreferences *>(m_preferences.data());
 }
 
-void KXPreferencesViewController::setPreferences(KXPreferences *preferences) { m_preferences = preferences; }
+void KXPreferencesViewController::setPreferences(KXPreferences *preferences)
+{
+    if (m_preferences == preferences)
+        return;
+    if (KXPreferences *const before = this->preferences())
+        before->removeViewController(this);
+    m_preferences = preferences;
+}

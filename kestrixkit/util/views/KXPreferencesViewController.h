@@ -24,6 +24,7 @@ public:
     void setIdentifier(const QVariant &identifier) { m_identifier = identifier; }
     /// The window's controller; nullptr until it has been given to one.
     [[nodiscard]] KXPreferences *preferences() const;
+    /// The window that shows it; one that had it before lets go of it.
     void setPreferences(KXPreferences *preferences);
     /// For the toolbar, and the window's title. To be set before the section is given to the window.
     [[nodiscard]] const QString &preferencesSectionName() const { return m_sectionName; }

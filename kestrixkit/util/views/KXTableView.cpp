@@ -17,6 +17,7 @@
 
 KXTableView::KXTableView(QWidget *parent)
     : KXThemeableTableView(parent)
+    , m_layout(std::make_unique<KXTableLayout>())
 {
     setSelectionMode(ExtendedSelection);
     setVerticalScrollMode(ScrollPerPixel);
@@ -33,7 +34,10 @@ KXTableView::KXTableView(QWidget *parent)
     header->setSortIndicatorShown(true);
     header->setSortIndicator(-1, Qt::AscendingOrder);
     header->setContextMenuPolicy(Qt::CustomContextMenu);
-    connect(header, &QHeaderView::sectionCountChanged, this, &KXTableView::layOutColumns);
+    connect(header, &QHeaderView::sectionCountChanged, this, [this] {
+        arrange(*m_layout); // columns that the model had no more for a while come back to their places
+        loadColumnPresets();
+    });
     connect(header, &QHeaderView::sectionMoved, this, [this] {
         if (!m_arranging)
             saveColumnPresets();
@@ -66,7 +70,8 @@ void KXTableView::setModel(QAbstractItemModel *model)
 void KXTableView::setTableColumns(const QList<KXTableColumn> &columns)
 {
     m_columns = columns;
-    layOutColumns();
+    arrange(defaultLayout());
+    loadColumnPresets();
     showSortIndicator();
 }
 
@@ -77,16 +82,31 @@ int KXTableView::columnWithIdentifier(const QString &identifier) const
     return found == m_columns.end() ? -1 : int(found - m_columns.begin());
 }
 
-/// As the header shows the columns; empty without columns or model.
-KXTableLayout KXTableView::layoutOfColumns() const
+KXTableLayout KXTableView::defaultLayout() const
 {
     KXTableLayout layout;
+    for (const KXTableColumn &column : m_columns)
+        layout.columns.append({ column.identifier, column.width, column.hidden, int(layout.columns.size()) });
+    return layout;
+}
+
+/// Of all columns, those that the model lacks at present included: they keep their places among the others.
+KXTableLayout KXTableView::layoutOfColumns() const
+{
     const QHeaderView *const header = horizontalHeader();
-    for (int visual = 0; visual < header->count(); ++visual) {
-        const int column = header->logicalIndex(visual);
-        if (column < m_columns.size())
-            layout.columns.append(
-                { m_columns[column].identifier, m_widths.value(column), header->isSectionHidden(column), column });
+    QList<KXTableLayout::Column> shown(m_layout->columns.size());
+    for (const KXTableLayout::Column &column : m_layout->columns)
+        shown[column.number] = column;
+    KXTableLayout layout = *m_layout;
+    int visual = 0;
+    for (KXTableLayout::Column &place : layout.columns) {
+        if (place.number >= header->count())
+            continue;
+        int column = header->logicalIndex(visual++);
+        while (column >= shown.size()) // the model has more than the table knows of
+            column = header->logicalIndex(visual++);
+        place = shown[column];
+        place.hidden = header->isSectionHidden(column);
     }
     return layout;
 }
@@ -94,34 +114,24 @@ KXTableLayout KXTableView::layoutOfColumns() const
 void KXTableView::arrange(const KXTableLayout &layout)
 {
     const QScopedValueRollback guard(m_arranging, true);
+    *m_layout = layout;
     QHeaderView *const header = horizontalHeader();
-    for (int visual = 0; visual < layout.columns.size(); ++visual) {
-        const KXTableLayout::Column &column = layout.columns[visual];
-        header->moveSection(header->visualIndex(column.number), visual);
+    int visual = 0;
+    for (const KXTableLayout::Column &column : layout.columns) {
+        if (column.number >= header->count())
+            continue;
+        header->moveSection(header->visualIndex(column.number), visual++);
         header->setSectionHidden(column.number, column.hidden);
         header->resizeSection(column.number, int(std::lround(column.width)));
-        m_widths[column.number] = column.width;
     }
-}
-
-/// There are other columns than before.
-void KXTableView::layOutColumns()
-{
-    m_widths.clear();
-    for (const KXTableColumn &column : std::as_const(m_columns))
-        m_widths.append(column.width);
-    KXTableLayout layout;
-    for (int column = 0; column < m_columns.size() && column < horizontalHeader()->count(); ++column)
-        layout.columns.append({ m_columns[column].identifier, m_widths[column], m_columns[column].hidden, column });
-    arrange(layout);
-    loadColumnPresets();
+    // A header without columns could not be opened to bring one back.
+    if (visual > 0 && header->hiddenSectionCount() == header->count())
+        header->setSectionHidden(header->logicalIndex(0), false);
 }
 
 void KXTableView::resetColumns()
 {
-    const QString name = std::exchange(m_columnPresetsName, {}); // nothing is loaded
-    layOutColumns();
-    m_columnPresetsName = name;
+    arrange(defaultLayout());
     saveColumnPresets();
 }
 
@@ -142,7 +152,7 @@ void KXTableView::setColumnShown(const QString &identifier, bool shown)
 
 void KXTableView::columnWasResized(int column, int oldWidth, int width)
 {
-    if (m_arranging || column >= m_widths.size())
+    if (m_arranging || column >= m_columns.size())
         return;
     if (oldWidth == 0 || width == 0) {
         // Somebody hides or shows it, and has not finished doing so.
@@ -156,7 +166,10 @@ void KXTableView::columnWasResized(int column, int oldWidth, int width)
         --last;
     if (header->stretchLastSection() && header->visualIndex(column) == last)
         return; // the window's doing, not the user's
-    m_widths[column] = width;
+    for (KXTableLayout::Column &resized : m_layout->columns) {
+        if (resized.number == column)
+            resized.width = width; // the header answers 0 for hidden columns
+    }
     saveColumnPresets();
 }
 
@@ -179,6 +192,8 @@ void KXTableView::fillColumnsMenu(KXMenu &menu)
     menu.addMenu(m_sortMenu);
     const auto title = [this](int column) { return model()->headerData(column, Qt::Horizontal).toString(); };
     for (const KXTableLayout::Column &shown : layoutOfColumns().columns) {
+        if (shown.number >= horizontalHeader()->count())
+            continue;
         const KXTableColumn &column = m_columns[shown.number];
         QAction *const show = menu.addItem(
             title(shown.number), this,
@@ -242,10 +257,10 @@ QVariantMap KXTableView::columnPresetDictionary(const QString &identifier) const
 void KXTableView::saveColumnPresets()
 {
     m_saveDue = false;
-    const KXTableLayout layout = layoutOfColumns();
-    if (m_columnPresetsName.isEmpty() || layout.columns.isEmpty())
+    *m_layout = layoutOfColumns();
+    if (m_columnPresetsName.isEmpty() || m_layout->columns.isEmpty() || horizontalHeader()->count() == 0)
         return;
-    QVariantList presets = layout.presets();
+    QVariantList presets = m_layout->presets();
     if (m_delegate)
         presets = m_delegate->willSaveColumnPresets(this, presets);
     if (KXUserDefaults::standard().setValue(m_columnPresetsName, presets))
@@ -256,7 +271,7 @@ void KXTableView::saveColumnPresets()
 void KXTableView::loadColumnPresets()
 {
     KXTableLayout layout = layoutOfColumns();
-    if (m_columnPresetsName.isEmpty() || layout.columns.isEmpty())
+    if (m_columnPresetsName.isEmpty() || layout.columns.isEmpty() || horizontalHeader()->count() == 0)
         return;
     const auto stored = KXUserDefaults::standard().arrayForKey(m_columnPresetsName);
     if (!stored) {
@@ -284,8 +299,38 @@ bool KXTableView::maySelect(int row) const
 
 QItemSelectionModel::SelectionFlags KXTableView::selectionCommand(const QModelIndex &index, const QEvent *event) const
 {
-    return index.isValid() && !maySelect(index.row()) ? QItemSelectionModel::NoUpdate
-                                                      : KXThemeableTableView::selectionCommand(index, event);
+    if (index.isValid() && !maySelect(index.row()))
+        return QItemSelectionModel::NoUpdate;
+    const auto *const key
+        = event && event->type() == QEvent::KeyPress ? static_cast<const QKeyEvent *>(event) : nullptr;
+    if (key && (key->key() == Qt::Key_Home || key->key() == Qt::Key_End) && selectionBehavior() == SelectRows) {
+        const QKeyEvent plain(
+            QEvent::KeyPress, key->key(), key->modifiers() & ~Qt::KeyboardModifiers(Qt::ControlModifier));
+        return KXThemeableTableView::selectionCommand(index, &plain); // a current row that is not selected is not seen
+    }
+    return KXThemeableTableView::selectionCommand(index, event);
+}
+
+QModelIndex KXTableView::moveCursor(CursorAction action, Qt::KeyboardModifiers modifiers)
+{
+    const bool isHome = action == MoveHome;
+    if ((!isHome && action != MoveEnd) || selectionBehavior() != SelectRows || !model())
+        return KXThemeableTableView::moveCursor(action, modifiers);
+    const int step = isHome ? 1 : -1;
+    int row = isHome ? 0 : model()->rowCount() - 1;
+    while (row >= 0 && row < model()->rowCount() && isRowHidden(row))
+        row += step;
+    const int column = currentIndex().isValid() ? currentIndex().column() : horizontalHeader()->logicalIndexAt(0);
+    return model()->index(row, std::max(0, column));
+}
+
+bool KXTableView::edit(const QModelIndex &index, EditTrigger trigger, QEvent *event)
+{
+    const bool begins = KXThemeableTableView::edit(index, trigger, event);
+    QWidget *const editor = begins ? indexWidget(index) : nullptr;
+    if (editor && editor->accessibleName().isEmpty())
+        editor->setAccessibleName(model()->headerData(index.column(), Qt::Horizontal).toString());
+    return begins;
 }
 
 QMenu *KXTableView::menuForEvent(const QContextMenuEvent *event)

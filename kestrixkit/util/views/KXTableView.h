@@ -111,6 +111,7 @@ public:
     /// Selects the row concerned alone, unless it is selected or may not be, and answers the menu to show.
     [[nodiscard]] virtual QMenu *menuForEvent(const QContextMenuEvent *event);
 
+    using KXThemeableTableView::edit;
     /// Takes over what stands in a cell's open editor.
     void commitOpenEditor();
 
@@ -134,11 +135,15 @@ protected:
     void updateGeometries() override;
     [[nodiscard]] QItemSelectionModel::SelectionFlags selectionCommand(
         const QModelIndex &index, const QEvent *event = nullptr) const override;
+    /// Home and End are the first and the last row, with the control key or without: rows are what is selected.
+    QModelIndex moveCursor(CursorAction action, Qt::KeyboardModifiers modifiers) override;
+    /// Names the editor after its column unless it has a name.
+    bool edit(const QModelIndex &index, EditTrigger trigger, QEvent *event) override;
 
 private:
     [[nodiscard]] KXTableLayout layoutOfColumns() const;
+    [[nodiscard]] KXTableLayout defaultLayout() const;
     void arrange(const KXTableLayout &layout);
-    void layOutColumns();
     void columnWasResized(int column, int oldWidth, int width);
     void fillColumnsMenu(KXMenu &menu);
     void columnPresetsDidChange(const KXNotification &notification);
@@ -151,7 +156,7 @@ private:
     void drawRow(QPainter &painter, int row, int firstColumn, int lastColumn) const;
 
     QList<KXTableColumn> m_columns;
-    QList<double> m_widths; // the header answers 0 for hidden columns
+    std::unique_ptr<KXTableLayout> m_layout; // of all of them, as last arranged or saved
     QString m_columnPresetsName;
     KXNotificationToken m_presetsToken;
     bool m_arranging = false; // what the header says is our own doing

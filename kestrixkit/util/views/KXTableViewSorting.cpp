@@ -115,14 +115,15 @@ void KXTableView::loadSortOptions()
         return;
     const auto list = KXArchive::unarchive(defaults.dataForKey(m_sortOptionsAutoSaveName).value_or(QByteArray()),
         tableSortFormatName, tableSortFormatNumber);
+    const QCborArray stored = list ? list->toArray() : QCborArray();
     QList<KXSortDescriptor> descriptors;
-    for (const QCborValue &value : list ? list->toArray() : QCborArray()) {
+    for (const QCborValue &value : stored) {
         if (const KXTableColumn *column = columnSortedBy(value[u"key"_s].toString())) {
             descriptors.append(column->sortDescriptorPrototype);
             descriptors.last().ascending = value[u"ascending"_s].toBool(true);
         }
     }
-    if (descriptors.isEmpty())
+    if (descriptors.isEmpty() && !(list && list->isArray() && stored.isEmpty())) // which is no order, and meant
         KXLogWarning(util, "The user default \"%@\" is no order for the table", m_sortOptionsAutoSaveName);
     else
         setSortDescriptors(descriptors);
