@@ -192,7 +192,7 @@ void BrowserWindow::buildHeader()
     space->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
     bar->addWidget(space);
     m_summary = new QLabel;
-    m_summary->setAccessibleName(tr("Summary of the library"));
+    m_summary->setAccessibleDescription(tr("Summary of the library"));
     m_summary->setForegroundRole(QPalette::PlaceholderText);
     m_summary->setContentsMargins(0, 0, BrowserStyle::margin, 0);
     bar->addWidget(m_summary);

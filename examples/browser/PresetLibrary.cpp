@@ -26,12 +26,13 @@ QString unknownNameOf(const KXRef<KXFilterSet> &set)
     return {};
 }
 
-/// One value of a facet by itself, excluded or not.
+/// What has the value, among others perhaps: asking that all are this one, as excluding does, lets in what has none.
 KXPredicate predicateOfValue(const KXFacetFilter &filter, const KXFacetFilterValue &value)
 {
     const QString keyPath = filter.localValuePredicateKeyPath().value_or(QString());
-    const KXPredicate predicate = KXPredicate::comparison(
-        keyPath, KXPredicateOperator::Equal, value.value(), filter.localValuePredicateModifier());
+    const bool isToOne = filter.localValuePredicateModifier() == KXPredicateModifier::Direct;
+    const KXPredicate predicate = KXPredicate::comparison(keyPath, KXPredicateOperator::Equal, value.value(),
+        isToOne ? KXPredicateModifier::Direct : KXPredicateModifier::Any);
     return keyPath.isEmpty() || !Report::unknownName(predicate).isEmpty() ? KXPredicate::falsePredicate() : predicate;
 }
 

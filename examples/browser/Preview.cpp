@@ -99,7 +99,7 @@ Preview::Preview(
     , m_label(new QLabel)
 {
     KXAudioPlayerManager::setSharedInstance(m_manager);
-    m_label->setAccessibleName(tr("Preview"));
+    m_label->setAccessibleDescription(tr("Preview"));
     m_label->setContentsMargins(BrowserStyle::margin, 0, BrowserStyle::margin, 0);
     m_clock.setInterval(previewClockMilliseconds);
     connect(&m_clock, &QTimer::timeout, this, &Preview::showState);

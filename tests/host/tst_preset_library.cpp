@@ -33,6 +33,7 @@ TEST_F(PresetLibraryTest, filtersTheTable)
         own->setName(u"g%1"_s.arg(i % 3));
         track->addToGenres(own);
     }
+    add(u"of no genre"_s, 100.0);
     Presets::install(*context);
     const auto two = Presets::find(*context, u"Genres/g1"_s);
     ASSERT_TRUE(two);
@@ -42,6 +43,12 @@ TEST_F(PresetLibraryTest, filtersTheTable)
     more->setValue(u"g2"_s);
     more->setOperatorType(KXPredicateOperator::Equal);
     facet->addToValues(more);
+    const auto without = two->duplicateInContext(*context);
+    without->setTitle(u"Without"_s);
+    const auto leftOut = KXFacetFilter::cast(KXRef<KXManagedObject>(without->filterSet()->filters().first()));
+    leftOut->setLocalValuePredicateModifier(KXPredicateModifier::All);
+    for (const auto &value : leftOut->values())
+        value->setOperatorType(KXPredicateOperator::NotEqual);
     const auto unusable = Presets::find(*context, u"Tempo/118 to 124"_s);
     KXRangeFilter::cast(KXRef<KXManagedObject>(unusable->filterSet()->filters().first()))
         ->setLocalValuePredicateKeyPath(u"loudness"_s);
@@ -103,9 +110,22 @@ TEST_F(PresetLibraryTest, filtersTheTable)
     EXPECT_EQ(shownBeside(), u"g1"_s);
     EXPECT_FALSE(window.context()->hasChanges() || window.context()->undoManager()->canUndo());
 
-    // What is not for tracks.
+    // Beside a value that is left out stands how many have it; those of no genre do not.
     QTest::qWait(0);
     presets->button()->click();
+    select(without);
+    const auto *const excluding = library.currentDetailsViewController()->outlineView()->model();
+    EXPECT_TRUE(QTest::qWaitFor(
+        [&] {
+            return excluding->index(0, 0, excluding->index(0, 0))
+                .data(Qt::AccessibleTextRole)
+                .toString()
+                .endsWith(u", 4"_s);
+        },
+        60'000))
+        << qPrintable(excluding->index(0, 0, excluding->index(0, 0)).data(Qt::AccessibleTextRole).toString());
+
+    // What is not for tracks.
     clickTwice(select(unusable));
     EXPECT_TRUE(presets->isShown());
     EXPECT_TRUE(library.placeholderView()->isHidden());

@@ -6,7 +6,10 @@
 #include <QLineEdit>
 #include <QShortcut>
 #include <QSignalSpy>
+#include <QStandardItemModel>
 #include <QStyleFactory>
+#include <QToolBar>
+#include <QToolButton>
 #include <QtTest/QTest>
 #include <gtest/gtest.h>
 
@@ -20,9 +23,13 @@
 #include <kestrixkit/theme/controls/KXPopoverFrame.h>
 #include <kestrixkit/theme/controls/KXStarRating.h>
 #include <kestrixkit/theme/controls/KXThemeableButton.h>
+#include <kestrixkit/theme/controls/KXThemeableOutlineView.h>
 #include <kestrixkit/theme/controls/KXThemeablePopUpButton.h>
 #include <kestrixkit/theme/controls/KXThemeableSegmentedControl.h>
 #include <kestrixkit/theme/controls/KXThemeableSplitView.h>
+#include <kestrixkit/theme/controls/KXThemeableTextField.h>
+#include <kestrixkit/util/views/KXPreferences.h>
+#include <kestrixkit/util/views/KXTableView.h>
 #include <support/KXTestLog.h>
 
 using namespace Qt::StringLiterals;
@@ -329,6 +336,74 @@ TEST_F(ThemeControls, starsAreSetEveryWay)
         EXPECT_EQ(stars.rating(), steps[i].second) << i;
     }
     EXPECT_EQ(KXStarRating::starsAt({ 95, 5 }, { 0, 0, 100, 20 }, Qt::RightToLeft), 1);
+}
+
+TEST_F(ThemeControls, assistiveTechnologyFindsEditorsDividersAndDialogs)
+{
+    const auto describe = [](QObject *object) { return QAccessible::queryAccessibleInterface(object); };
+    QStandardItemModel model(3, 2);
+    model.setHorizontalHeaderLabels({ u"Title"_s, u"Comment"_s });
+    KXTableView table;
+    table.setModel(&model);
+    KXThemeableOutlineView outline;
+    outline.setModel(&model);
+    for (QAbstractItemView *view : QList<QAbstractItemView *> { &table, &outline }) {
+        view->show();
+        auto *const rows = describe(view);
+        ASSERT_TRUE(rows && rows->tableInterface());
+        const int cells = rows->childCount();
+        const QModelIndex cell = model.index(1, 0);
+        EXPECT_EQ(rows->indexOfChild(rows->tableInterface()->cellAt(1, 0)) >= 0, true);
+        view->edit(cell);
+        QWidget *const editor = view->indexWidget(cell);
+        ASSERT_TRUE(editor);
+        // Down from the view to the editor and up again.
+        ASSERT_EQ(rows->childCount(), cells + 1);
+        auto *const place = rows->child(cells);
+        ASSERT_TRUE(place && place->childCount() == 1);
+        EXPECT_EQ(place->child(0)->object(), editor);
+        EXPECT_EQ(place->child(0)->role(), QAccessible::EditableText);
+        EXPECT_EQ(place->child(0)->parent(), place);
+        EXPECT_EQ(place->parent(), rows);
+        EXPECT_EQ(rows->indexOfChild(place), cells);
+        if (view == &table) {
+            EXPECT_EQ(place->child(0)->text(QAccessible::Name), u"Title"_s);
+        }
+        model.removeRow(1); // with the editor
+        EXPECT_TRUE(QTest::qWaitFor([&] { return rows->childCount() <= cells; }));
+        model.insertRow(1);
+    }
+
+    KXThemeableSplitView split;
+    for (int i = 0; i < 3; ++i)
+        split.addWidget(new QWidget);
+    split.resize(305, 50);
+    split.show();
+    auto *const divider = describe(split.handle(2));
+    EXPECT_EQ(divider->role(), QAccessible::Splitter);
+    const int at = divider->valueInterface()->currentValue().toInt();
+    divider->valueInterface()->setCurrentValue(at + 20);
+    EXPECT_EQ(divider->valueInterface()->currentValue().toInt(), at + 20);
+    divider->valueInterface()->setCurrentValue(100'000);
+    EXPECT_EQ(divider->valueInterface()->currentValue().toInt(), at + 20);
+
+    KXThemeableTextField title(u"LIBRARY"_s);
+    title.setLabel(true);
+    EXPECT_EQ(describe(&title)->role(), QAccessible::StaticText);
+    EXPECT_EQ(describe(&title)->text(QAccessible::Name), u"LIBRARY"_s);
+    KXPopoverFrame frame(nullptr, Qt::Tool | Qt::FramelessWindowHint);
+    KXPreferences preferences;
+    for (QWidget *dialog : QList<QWidget *> { &frame, preferences.window() })
+        EXPECT_EQ(describe(dialog)->role(), QAccessible::Dialog);
+
+    QToolBar bar;
+    for (int i = 0; i < 20; ++i)
+        bar.addAction(u"Action"_s);
+    bar.resize(100, 30);
+    bar.show();
+    auto *const more = bar.findChild<QToolButton *>(u"qt_toolbar_ext_button"_s);
+    ASSERT_TRUE(more);
+    EXPECT_FALSE(describe(more)->text(QAccessible::Name).isEmpty());
 }
 
 TEST_F(ThemeControls, badgesDividersPopoversAndTypes)

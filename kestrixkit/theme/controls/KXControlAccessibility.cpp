@@ -2,15 +2,24 @@
 
 #include <functional>
 #include <mutex>
+#include <numeric>
 
+#include <QAbstractItemView>
 #include <QAccessibleWidget>
+#include <QSplitter>
+#include <QToolButton>
 
 #include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/theme/controls/KXBadge.h>
 #include <kestrixkit/theme/controls/KXHyperlinkButton.h>
+#include <kestrixkit/theme/controls/KXItemViewAccessibility_p.h>
+#include <kestrixkit/theme/controls/KXPopoverFrame.h>
 #include <kestrixkit/theme/controls/KXStarRating.h>
+#include <kestrixkit/theme/controls/KXThemeableOutlineView.h>
 #include <kestrixkit/theme/controls/KXThemeableSegmentedControl.h>
 #include <kestrixkit/theme/controls/KXThemeableSpinningProgressIndicator.h>
+#include <kestrixkit/theme/controls/KXThemeableTableView.h>
+#include <kestrixkit/theme/controls/KXThemeableTextField.h>
 
 using namespace Qt::StringLiterals;
 
@@ -183,6 +192,46 @@ private:
     std::function<QString()> m_value;
 };
 
+/// What stands between two panes, with the place of the first one's end in points.
+class AccessibleDivider : public QAccessibleWidget, public QAccessibleValueInterface
+{
+public:
+    explicit AccessibleDivider(QSplitterHandle *handle)
+        : QAccessibleWidget(handle, QAccessible::Splitter)
+    {
+    }
+    void *interface_cast(QAccessible::InterfaceType type) override
+    {
+        return type == QAccessible::ValueInterface ? static_cast<QAccessibleValueInterface *>(this)
+                                                   : QAccessibleWidget::interface_cast(type);
+    }
+    QVariant currentValue() const override
+    {
+        const QList<int> sizes = splitter()->sizes();
+        return std::accumulate(sizes.begin(), sizes.begin() + index(), 0);
+    }
+    void setCurrentValue(const QVariant &value) override
+    {
+        QList<int> sizes = splitter()->sizes();
+        const int by = value.toInt() - currentValue().toInt();
+        sizes[index() - 1] += by;
+        sizes[index()] -= by;
+        if (sizes[index() - 1] >= 0 && sizes[index()] >= 0)
+            splitter()->setSizes(sizes);
+    }
+    QVariant minimumValue() const override { return 0; }
+    QVariant maximumValue() const override
+    {
+        const QList<int> sizes = splitter()->sizes();
+        return std::accumulate(sizes.begin(), sizes.end(), 0);
+    }
+    QVariant minimumStepSize() const override { return 1; }
+
+private:
+    QSplitter *splitter() const { return static_cast<QSplitterHandle *>(widget())->splitter(); }
+    int index() const { return std::max(1, splitter()->indexOf(widget())); }
+};
+
 class AccessibleLink : public QAccessibleWidget
 {
 public:
@@ -213,6 +262,18 @@ QAccessibleInterface *controlInterface(const QString &, QObject *object)
         return new AccessibleStarRating(rating);
     if (auto *const link = qobject_cast<KXHyperlinkButton *>(object))
         return new AccessibleLink(link);
+    if (auto *const handle = qobject_cast<QSplitterHandle *>(object); handle && handle->splitter()->count() > 1)
+        return new AccessibleDivider(handle);
+    if (auto *const field = qobject_cast<KXThemeableTextField *>(object); field && field->isLabel())
+        return new QAccessibleWidget(field, QAccessible::StaticText, field->text());
+    if (qobject_cast<KXThemeableTableView *>(object) || qobject_cast<KXThemeableOutlineView *>(object))
+        return KXDescribeItemView(static_cast<QAbstractItemView *>(object));
+    auto *const widget = qobject_cast<QWidget *>(object);
+    if (widget && widget->isWindow() && (widget->windowType() == Qt::Dialog || qobject_cast<KXPopoverFrame *>(object)))
+        return new QAccessibleWidget(widget, QAccessible::Dialog, widget->windowTitle());
+    if (auto *const more = qobject_cast<QToolButton *>(object);
+        more && more->objectName() == "qt_toolbar_ext_button"_L1 && more->accessibleName().isEmpty())
+        more->setAccessibleName(KXLocalizedString("More")); // a tool bar's own, which nobody names
     if (auto *const badge = qobject_cast<KXBadge *>(object))
         return new AccessibleShown(badge, QAccessible::StaticText, [badge] { return badge->text(); });
     if (auto *const spinner = qobject_cast<KXThemeableSpinningProgressIndicator *>(object)) {
@@ -228,6 +289,12 @@ void KXInstallControlAccessibility()
 {
     static std::once_flag once;
     std::call_once(once, [] { QAccessible::installFactory(controlInterface); });
+}
+
+void KXForgetAccessibility(QWidget *control)
+{
+    if (QAccessibleInterface *const described = QAccessible::queryAccessibleInterface(control))
+        QAccessible::deleteAccessibleInterface(QAccessible::uniqueId(described));
 }
 
 void KXAccessibleValueChanged(QWidget *control)

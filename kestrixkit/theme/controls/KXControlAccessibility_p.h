@@ -8,3 +8,5 @@ void KXInstallControlAccessibility();
 
 /// Tells assistive technology that the control has another value.
 void KXAccessibleValueChanged(QWidget *control);
+/// The control is described anew when it is asked for next.
+void KXForgetAccessibility(QWidget *control);

@@ -3,6 +3,7 @@
 #include <QPainter>
 #include <QPainterPath>
 
+#include <kestrixkit/theme/controls/KXControlAccessibility_p.h>
 #include <kestrixkit/theme/controls/KXControlPainter.h>
 
 namespace {
@@ -15,6 +16,7 @@ KXPopoverFrame::KXPopoverFrame(QWidget *parent, Qt::WindowFlags flags)
     : KXThemed<QWidget>(parent, flags)
 {
     setAttribute(Qt::WA_TranslucentBackground, flags.testFlag(Qt::FramelessWindowHint));
+    KXInstallControlAccessibility();
     setArrow(Qt::TopEdge, 0);
 }
 

@@ -3,6 +3,7 @@
 #include <QPainter>
 #include <QStyledItemDelegate>
 
+#include <kestrixkit/theme/controls/KXControlAccessibility_p.h>
 #include <kestrixkit/theme/controls/KXControlPainter.h>
 #include <kestrixkit/theme/controls/KXThemeableScroller.h>
 
@@ -41,6 +42,7 @@ KXThemeableOutlineView::KXThemeableOutlineView(QWidget *parent)
     , m_rowView(new KXThemeableTableRowView(this))
     , m_groupRowView(new KXThemeableTableRowView(this))
 {
+    KXInstallControlAccessibility();
     setItemDelegate(new OutlineItemDelegate(this));
     setHeaderHidden(true);
     setFrameShape(QFrame::NoFrame);

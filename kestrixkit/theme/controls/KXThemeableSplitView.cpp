@@ -4,6 +4,7 @@
 #include <QPainter>
 
 #include <kestrixkit/foundation/KXStringWithFormat.h>
+#include <kestrixkit/theme/controls/KXControlAccessibility_p.h>
 #include <kestrixkit/theme/controls/KXControlPainter.h>
 
 class KXSplitHandle : public QSplitterHandle
@@ -58,6 +59,7 @@ private:
 KXThemeableSplitView::KXThemeableSplitView(Qt::Orientation orientation, QWidget *parent)
     : KXThemed<QSplitter>(orientation, parent)
 {
+    KXInstallControlAccessibility();
     setHandleWidth(5);
 }
 

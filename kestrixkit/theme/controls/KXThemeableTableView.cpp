@@ -5,6 +5,7 @@
 #include <QPainter>
 #include <QStyledItemDelegate>
 
+#include <kestrixkit/theme/controls/KXControlAccessibility_p.h>
 #include <kestrixkit/theme/controls/KXControlPainter.h>
 #include <kestrixkit/theme/controls/KXThemeableScroller.h>
 
@@ -50,6 +51,7 @@ private:
 KXThemeableTableView::KXThemeableTableView(QWidget *parent)
     : KXThemed<QTableView>(parent)
 {
+    KXInstallControlAccessibility();
     setItemDelegate(new TableItemDelegate(this));
     setFrameShape(QFrame::NoFrame);
     setShowGrid(false);

@@ -4,6 +4,7 @@
 #include <QPainter>
 #include <QStyleOptionFrame>
 
+#include <kestrixkit/theme/controls/KXControlAccessibility_p.h>
 #include <kestrixkit/theme/controls/KXControlPainter.h>
 
 using namespace Qt::StringLiterals;
@@ -26,6 +27,7 @@ KXThemeableTextField::KXThemeableTextField(QWidget *parent)
     : QLineEdit(parent)
     , m_cell(new KXThemeableTextFieldCell(this))
 {
+    KXInstallControlAccessibility();
     setAttribute(Qt::WA_Hover);
     setTextMargins(fieldMargin, 0, fieldMargin, 0);
 }
@@ -38,7 +40,8 @@ KXThemeableTextField::KXThemeableTextField(const QString &text, QWidget *parent)
 
 void KXThemeableTextField::setLabel(bool label)
 {
-    m_isLabel = label;
+    if (std::exchange(m_isLabel, label) != label)
+        KXForgetAccessibility(this); // it is described as something else
     setReadOnly(label);
     setFrame(!label);
     setTextMargins(label ? 0 : fieldMargin, 0, label ? 0 : fieldMargin, 0);
