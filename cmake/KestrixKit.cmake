@@ -22,7 +22,8 @@ endif()
 # Flags and definitions of the whole project; hosts do not inherit them.
 add_library(kx_build INTERFACE)
 target_compile_options(kx_build INTERFACE -Wall -Wextra -Wpedantic $<$<CXX_COMPILER_ID:GNU>:-Wshadow=local> -Wno-missing-field-initializers -Wnon-virtual-dtor -Woverloaded-virtual
-    $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-fpch-preprocess> -march=x86-64-v2)
+    $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-fpch-preprocess>
+    $<$<COMPILE_LANG_AND_ID:CXX,Clang>:-Wno-inconsistent-missing-override> $<$<BOOL:${KX_MARCH}>:-march=${KX_MARCH}>)
 target_compile_definitions(kx_build INTERFACE QT_NO_KEYWORDS QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII QT_NO_FOREACH
     $<$<BOOL:${KX_CHECKS}>:KX_CHECKS=1>)
 if(KX_FUZZ)

@@ -12,6 +12,7 @@
 /// Frees each buffer's data, setting its pointer to null, and then the list. A null list stops the process.
 KX_AUDIO_EXPORT void KXDeallocateABL(KXAudioBufferList *bufferList);
 
+/// For std::unique_ptr.
 struct KXAudioBufferListDeleter
 {
     void operator()(KXAudioBufferList *list) const { KXDeallocateABL(list); }

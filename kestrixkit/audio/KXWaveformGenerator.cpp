@@ -1,12 +1,11 @@
 #include <kestrixkit/audio/KXWaveformGenerator.h>
 
+#include <array>
 #include <cmath>
 #include <condition_variable>
 #include <limits>
 #include <mutex>
 #include <thread>
-
-#include <xmmintrin.h>
 
 #include <kestrixkit/audio/KXAudioFile.h>
 #include <kestrixkit/audio/KXWaveformPicture_p.h>
@@ -159,25 +158,22 @@ private:
 
 float maxV(const float *samples, size_t count)
 {
-    // Several maxima side by side, since each step waits for the one before; 128 bits, since wider units take longer
-    // to wake up for a chunk than they save. The order of the operands passes over what is no number.
-    constexpr size_t lanes = 8;
-    __m128 most[lanes];
-    std::fill_n(most, lanes, _mm_set1_ps(-std::numeric_limits<float>::infinity()));
+    // Several maxima side by side, since each step waits for the one before: eight registers of 128 bits where the
+    // compiler has them. The order of the operands passes over what is no number.
+    constexpr size_t lanes = 32;
+    const auto greater = [](float sample, float most) { return sample > most ? sample : most; };
+    std::array<float, lanes> most;
+    most.fill(-std::numeric_limits<float>::infinity());
     size_t at = 0;
-    for (; at + 4 * lanes <= count; at += 4 * lanes) {
+    for (; at + lanes <= count; at += lanes) {
         for (size_t i = 0; i < lanes; ++i)
-            most[i] = _mm_max_ps(_mm_loadu_ps(samples + at + 4 * i), most[i]);
+            most[i] = greater(samples[at + i], most[i]);
     }
-    for (size_t i = 1; i < lanes; ++i)
-        most[0] = _mm_max_ps(most[i], most[0]);
-    float result[4];
-    _mm_storeu_ps(result, most[0]);
-    for (size_t i = 1; i < 4; ++i)
-        result[0] = std::max(result[0], result[i]);
     for (; at < count; ++at)
-        result[0] = samples[at] > result[0] ? samples[at] : result[0];
-    return result[0];
+        most[0] = greater(samples[at], most[0]);
+    for (size_t i = 1; i < lanes; ++i)
+        most[0] = greater(most[i], most[0]);
+    return most[0];
 }
 
 KXWaveformGenerator::KXWaveformGenerator(const QUrl &fileURL, const QSizeF &size, const QColor &fillColour)

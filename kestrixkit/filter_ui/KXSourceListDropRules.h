@@ -10,6 +10,7 @@ namespace KXSourceListDropRules {
 /// The part of a row of the top level, above and below, that stands for the place beside it.
 inline constexpr double besideZone = 0.2;
 
+/// Everything that the answer depends on.
 struct Question
 {
     Qt::DropActions allowed; ///< by the drag
@@ -25,6 +26,7 @@ struct Question
     double height = 0.5; ///< of the pointer in the target's row, from 0 (top) to 1 (bottom)
 };
 
+/// What a drop would do.
 struct Answer
 {
     Qt::DropAction operation = Qt::IgnoreAction; ///< IgnoreAction: no drop

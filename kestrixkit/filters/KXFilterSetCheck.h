@@ -26,6 +26,7 @@ public:
         AlwaysMatches, ///< one part, which everything fits
         Contradiction, ///< parts of which nothing can fit all, though it can fit all but any one of them
     };
+    /// One thing that is wrong, and which parts of the set it takes to be so.
     struct Finding
     {
         Problem problem;

@@ -15,6 +15,7 @@ public:
         /// Of a condition joined by OR, those of its comparisons that the object fits.
         QList<KXPredicate> matching;
     };
+    /// What one filter says of the object.
     struct Verdict
     {
         KXRef<KXFilter> filter;

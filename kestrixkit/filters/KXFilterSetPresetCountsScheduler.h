@@ -22,6 +22,7 @@ class KX_CORE_EXPORT KXFilterSetPresetCountsScheduler
 {
 public:
     using Provider = std::shared_ptr<KXFilterSetPresetCountsProvider>;
+    /// What it asks its owner.
     struct Callbacks
     {
         /// Whether anybody sees the presets: their view is loaded, in a window, and its popover shown.

@@ -19,6 +19,7 @@ class KX_CORE_EXPORT KXLivePresetCounts : public QObject
     Q_OBJECT
 
 public:
+    /// Where is counted, and how the presets are used there.
     struct Place
     {
         KXManagedObjectContext::Ref context; ///< what is counted

@@ -59,6 +59,7 @@ class KX_CORE_EXPORT KXObservable
 public:
     KXObservable() = default;
     KXObservable(const KXObservable &) { } // observers and weak handles stay with the original
+    // NOLINTNEXTLINE(bugprone-unhandled-self-assignment): who observes stays with the object
     KXObservable &operator=(const KXObservable &) { return *this; }
     virtual ~KXObservable();
 

@@ -6,6 +6,7 @@
 
 #include <kestrixkit/foundation/KXAbstractOperation_p.h>
 #include <kestrixkit/foundation/KXException.h>
+#include <kestrixkit/foundation/KXLock_p.h>
 #include <kestrixkit/foundation/KXRunCaught_p.h>
 
 using namespace Qt::StringLiterals;
@@ -25,27 +26,26 @@ public:
     void add(const std::shared_ptr<KXAbstractOperation> &operation);
     void close();
 
-    // With the mutex held:
-    void schedule();
-    int limit() const;
+    void schedule() KX_REQUIRES(mutex);
+    int limit() const KX_REQUIRES(mutex);
 
     void operationIsDone(KXAbstractOperation *operation);
     void work();
     void run(const std::shared_ptr<KXAbstractOperation> &operation);
 
-    mutable std::mutex mutex;
+    mutable KXMutex mutex;
     std::condition_variable wake; // for the threads
     std::condition_variable changed; // for those who wait until all is done
-    Entries entries;
-    std::list<std::shared_ptr<KXAbstractOperation>> toRun;
-    std::vector<std::thread> threads;
-    int idleThreads = 0;
-    int running = 0;
-    int most = KXOperationQueue::DefaultMaxConcurrentOperationCount;
-    bool suspended = false;
-    bool closing = false;
-    bool abandoned = false; // destroyed from inside: nobody joins the threads
-    QString name;
+    Entries entries KX_GUARDED_BY(mutex);
+    std::list<std::shared_ptr<KXAbstractOperation>> toRun KX_GUARDED_BY(mutex);
+    std::vector<std::thread> threads KX_GUARDED_BY(mutex);
+    int idleThreads KX_GUARDED_BY(mutex) = 0;
+    int running KX_GUARDED_BY(mutex) = 0;
+    int most KX_GUARDED_BY(mutex) = KXOperationQueue::DefaultMaxConcurrentOperationCount;
+    bool suspended KX_GUARDED_BY(mutex) = false;
+    bool closing KX_GUARDED_BY(mutex) = false;
+    bool abandoned KX_GUARDED_BY(mutex) = false; // destroyed from inside: nobody joins the threads
+    QString name KX_GUARDED_BY(mutex);
 };
 
 int KXOperationQueuePrivate::limit() const
@@ -58,13 +58,13 @@ void KXOperationQueuePrivate::add(const std::shared_ptr<KXAbstractOperation> &op
     if (!operation->m_state->enterQueue())
         throw KXException(KXInvalidArgumentException, u"An operation can be queued only once"_s);
     {
-        const std::lock_guard lock(mutex);
+        KXMutexLocker lock(mutex);
         entries.push_back({ operation, {} });
     }
     const std::weak_ptr<KXOperationQueuePrivate> weak = weak_from_this();
     const auto look = [weak] {
         if (const auto queue = weak.lock()) {
-            const std::lock_guard lock(queue->mutex);
+            KXMutexLocker lock(queue->mutex);
             queue->schedule();
         }
     };
@@ -76,7 +76,7 @@ void KXOperationQueuePrivate::add(const std::shared_ptr<KXAbstractOperation> &op
         dependency->m_state->whenDone(look);
     }
     KXScopeToken cancelHandler = operation->addCancelHandler(look); // a cancelled one waits for nobody
-    const std::lock_guard lock(mutex);
+    KXMutexLocker lock(mutex);
     schedule();
     for (Entry &entry : entries) {
         if (entry.operation == operation)
@@ -112,7 +112,7 @@ void KXOperationQueuePrivate::schedule()
 void KXOperationQueuePrivate::operationIsDone(KXAbstractOperation *operation)
 {
     Entry gone; // destroyed outside the lock
-    const std::lock_guard lock(mutex);
+    KXMutexLocker lock(mutex);
     const auto entry = std::find_if(
         entries.begin(), entries.end(), [=](const Entry &candidate) { return candidate.operation.get() == operation; });
     if (entry == entries.end())
@@ -128,9 +128,10 @@ void KXOperationQueuePrivate::operationIsDone(KXAbstractOperation *operation)
 
 void KXOperationQueuePrivate::work()
 {
-    std::unique_lock lock(mutex);
+    KXMutexLocker lock(mutex);
     while (true) {
-        wake.wait(lock, [this] { return !toRun.empty() || (closing && entries.empty()); });
+        while (toRun.empty() && !(closing && entries.empty()))
+            lock.wait(wake);
         if (toRun.empty())
             return;
         --idleThreads;
@@ -161,15 +162,15 @@ void KXOperationQueuePrivate::run(const std::shared_ptr<KXAbstractOperation> &op
 void KXOperationQueuePrivate::close()
 {
     std::vector<std::thread> workers;
-    std::unique_lock lock(mutex);
+    KXMutexLocker lock(mutex);
     closing = true;
     const auto self = std::this_thread::get_id();
     const bool inside
         = std::any_of(threads.begin(), threads.end(), [=](const std::thread &t) { return t.get_id() == self; });
     abandoned = inside;
     schedule(); // what was suspended ends, too
-    if (!inside)
-        changed.wait(lock, [this] { return entries.empty(); });
+    while (!inside && !entries.empty())
+        lock.wait(changed);
     workers.swap(threads);
     wake.notify_all();
     lock.unlock();
@@ -214,39 +215,40 @@ void KXOperationQueue::cancelAllOperations()
 
 void KXOperationQueue::waitUntilAllOperationsAreFinished()
 {
-    std::unique_lock lock(d->mutex);
-    d->changed.wait(lock, [this] { return d->entries.empty(); });
+    KXMutexLocker lock(d->mutex);
+    while (!d->entries.empty())
+        lock.wait(d->changed);
 }
 
 void KXOperationQueue::setMaxConcurrentOperationCount(int count)
 {
-    const std::lock_guard lock(d->mutex);
+    KXMutexLocker lock(d->mutex);
     d->most = count > 0 ? count : DefaultMaxConcurrentOperationCount;
     d->schedule();
 }
 
 int KXOperationQueue::maxConcurrentOperationCount() const
 {
-    const std::lock_guard lock(d->mutex);
+    KXMutexLocker lock(d->mutex);
     return d->most;
 }
 
 void KXOperationQueue::setSuspended(bool suspended)
 {
-    const std::lock_guard lock(d->mutex);
+    KXMutexLocker lock(d->mutex);
     d->suspended = suspended;
     d->schedule();
 }
 
 bool KXOperationQueue::isSuspended() const
 {
-    const std::lock_guard lock(d->mutex);
+    KXMutexLocker lock(d->mutex);
     return d->suspended;
 }
 
 QList<std::shared_ptr<KXAbstractOperation>> KXOperationQueue::operations() const
 {
-    const std::lock_guard lock(d->mutex);
+    KXMutexLocker lock(d->mutex);
     QList<std::shared_ptr<KXAbstractOperation>> operations;
     for (const auto &entry : d->entries)
         operations.append(entry.operation);
@@ -255,18 +257,18 @@ QList<std::shared_ptr<KXAbstractOperation>> KXOperationQueue::operations() const
 
 int KXOperationQueue::operationCount() const
 {
-    const std::lock_guard lock(d->mutex);
+    KXMutexLocker lock(d->mutex);
     return int(d->entries.size());
 }
 
 QString KXOperationQueue::name() const
 {
-    const std::lock_guard lock(d->mutex);
+    KXMutexLocker lock(d->mutex);
     return d->name;
 }
 
 void KXOperationQueue::setName(const QString &name)
 {
-    const std::lock_guard lock(d->mutex);
+    KXMutexLocker lock(d->mutex);
     d->name = name;
 }

@@ -94,10 +94,12 @@ private:
     T *m_object = nullptr;
 };
 
+/// \cond for std::unordered_map and the like
 template <typename T> struct std::hash<KXRef<T>>
 {
     size_t operator()(const KXRef<T> &ref) const noexcept { return std::hash<T *> {}(ref.get()); }
 };
+/// \endcond
 
 template <typename T, typename U> [[nodiscard]] KXRef<T> KXStaticRefCast(const KXRef<U> &ref) noexcept
 {

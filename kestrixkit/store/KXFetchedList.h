@@ -43,6 +43,7 @@ public:
     [[nodiscard]] const std::vector<qint64> &keys() const &;
     [[nodiscard]] std::vector<qint64> keys() && { return std::as_const(*this).keys(); }
 
+    /// Brings objects into being as it reaches them, a batch at a time; one pass.
     class const_iterator
     {
     public:

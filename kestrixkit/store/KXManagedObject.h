@@ -199,6 +199,7 @@ template <typename T> struct KXOptionalTraits
     using Value = T;
     static constexpr bool isOptional = false;
 };
+/// Of an optional type.
 template <typename T> struct KXOptionalTraits<std::optional<T>>
 {
     using Value = T;

@@ -30,6 +30,7 @@ public:
     /// The widget is painted again when a style is applied.
     explicit KXThemeableTableRowView(QWidget *view);
 
+    /// How the row stands at the moment that it is painted in.
     struct State
     {
         bool selected = false;
