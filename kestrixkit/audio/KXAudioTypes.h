@@ -33,7 +33,7 @@ enum KXAudioFormatFlag : quint32 {
     KXAudioFormatFlagIsNonInterleaved = 0x20, ///< one buffer a channel
 };
 
-/// What a stream of audio looks like. All zeros: no format.
+/// What a stream of audio looks like. All zeros: no format. A value; any thread.
 struct KXStreamFormat
 {
     double mSampleRate = 0; ///< frames a second
@@ -63,7 +63,8 @@ enum KXAudioTimeStampFlag : quint32 {
     KXAudioTimeStampHostTimeValid = 2,
 };
 
-/// When something sounds, in frames of its stream and in nanoseconds of the machine's monotonic clock.
+/// When something sounds, in frames of its stream and in nanoseconds of the machine's monotonic clock. A value; any
+/// thread.
 struct KXAudioTimeStamp
 {
     double mSampleTime = 0;
@@ -76,7 +77,7 @@ struct KXAudioTimeStamp
 };
 static_assert(sizeof(KXAudioTimeStamp) == 64 && offsetof(KXAudioTimeStamp, mFlags) == 56);
 
-/// One buffer of a list. Borrowed memory.
+/// One buffer of a list. Borrowed memory, on the thread of its owner.
 struct KXAudioBuffer
 {
     quint32 mNumberChannels = 0;
@@ -86,7 +87,8 @@ struct KXAudioBuffer
 static_assert(sizeof(KXAudioBuffer) == 16);
 
 /// A list of mNumberBuffers buffers, one behind the other; memory for all but the first follows the record.
-/// Interleaved audio has one buffer with all channels, non-interleaved audio one buffer a channel.
+/// Interleaved audio has one buffer with all channels, non-interleaved audio one buffer a channel. One thread at a
+/// time.
 struct KXAudioBufferList
 {
     quint32 mNumberBuffers = 0;

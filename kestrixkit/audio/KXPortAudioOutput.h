@@ -7,7 +7,8 @@
 /// Plays through the system's default device.
 ///
 /// The first prepare() of a process asks the audio libraries for all devices, which takes up to 0.2 s and may print
-/// lines of theirs to standard error. A device that stops asking for sound for a second counts as lost.
+/// lines of theirs to standard error. A device that stops asking for sound for a second counts as lost. Main thread;
+/// the source is pulled on the device's.
 class KX_AUDIO_EXPORT KXPortAudioOutput : public KXAudioOutput
 {
 public:

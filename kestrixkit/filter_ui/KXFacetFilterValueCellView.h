@@ -4,7 +4,7 @@
 #include <kestrixkit/toolkit/KXSourceListCell.h>
 
 /// One row of a value of a facet filter while it is set up: writes what the value shows into the outline's cell. What
-/// the preset leaves out is paler.
+/// the preset leaves out is paler. Main thread.
 class KX_UI_EXPORT KXFacetFilterValueCellView
 {
 public:

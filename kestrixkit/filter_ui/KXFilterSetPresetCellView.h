@@ -3,7 +3,7 @@
 #include <kestrixkit/filters/KXFilterSetPreset.h>
 #include <kestrixkit/toolkit/KXSourceListCell.h>
 
-/// One row of the presets library while it is set up: writes what a preset shows into the list's cell.
+/// One row of the presets library while it is set up: writes what a preset shows into the list's cell. Main thread.
 class KX_UI_EXPORT KXFilterSetPresetCellView
 {
 public:

@@ -4,7 +4,7 @@
 
 #include <kestrixkit/foundation/KXGlobal.h>
 
-/// Where items of a source list may be dropped, decided from values alone.
+/// Where items of a source list may be dropped, decided from values alone. Any thread.
 namespace KXSourceListDropRules {
 
 /// The part of a row of the top level, above and below, that stands for the place beside it.

@@ -11,7 +11,8 @@ class QMenu;
 class QMimeData;
 
 /// What an item of a source list does beside being shown: the drops, keys and menus that the list leaves to it. Items
-/// answer theirs by KXSourceListItem::controller(). Items given are borrowed for the call; null stands for none.
+/// answer theirs by KXSourceListItem::controller(). Items given are borrowed for the call; null stands for none. Main
+/// thread.
 class KX_UI_EXPORT KXSourceListItemController
 {
 public:

@@ -8,7 +8,7 @@
 
 #include <kestrixkit/foundation/KXGlobal.h>
 
-/// How many objects match, by the identifier of the place that counts them.
+/// How many objects match, by the identifier of the place that counts them. A value; any thread.
 using KXCounts = QMap<QString, qint64>;
 
 /// As key-value readers see it: a map; invalid when absent.

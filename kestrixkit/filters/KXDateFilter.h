@@ -13,7 +13,8 @@ enum class KXDateRange : int {
     Custom = 6, ///< startDate to endDate
 };
 
-/// A span of dates, most of them relative to now: the predicate holds for the moment at which it is made.
+/// A span of dates, most of them relative to now: the predicate holds for the moment at which it is made. Belongs to
+/// the thread of its context.
 class KX_CORE_EXPORT KXDateFilter : public KXManagedObjectOf<KXDateFilter, KXFilter>
 {
 public:

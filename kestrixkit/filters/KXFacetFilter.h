@@ -7,6 +7,7 @@
 ///
 /// A value counts as excluded when its operator is "not equal". Where several are excluded, the remote predicate asks
 /// for all of these comparisons, the local one for any of them: a track of two genres passes "not House, not Techno".
+/// Belongs to the thread of its context.
 class KX_CORE_EXPORT KXFacetFilter : public KXManagedObjectOf<KXFacetFilter, KXFilter>
 {
 public:

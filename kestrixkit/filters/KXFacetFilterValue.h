@@ -6,7 +6,8 @@
 
 class KXFacetFilter;
 
-/// One value of a facet filter. Temporary instances of it are offered as choices and never saved.
+/// One value of a facet filter. Temporary instances of it are offered as choices and never saved. Belongs to the thread
+/// of its context.
 class KX_CORE_EXPORT KXFacetFilterValue : public KXManagedObjectOf<KXFacetFilterValue>
 {
 public:

@@ -4,7 +4,7 @@
 #include <kestrixkit/foundation/KXWeakRef.h>
 
 /// Stands for a filter's current setting as a row below it, where details of a preset are shown: what values are to a
-/// facet filter. Does not keep the filter alive.
+/// facet filter. Does not keep the filter alive. Belongs to the thread of the filter's context.
 class KXFilterDefaultValue
 {
 public:

@@ -11,7 +11,7 @@ class KXEntityDescription;
 /// now. It is exact for comparisons of a key path with a constant by "<", "<=", ">", ">=", "=" and "!=", joined by OR
 /// or not: it takes types of attributes into account, absent values, and any number of values behind a to-many
 /// relationship. Conditions of other forms are left out and named as undecided(). Each key path is looked at by itself:
-/// what two of them have to do with each other is not known here.
+/// what two of them have to do with each other is not known here. Belongs to the thread of the set's context.
 class KX_CORE_EXPORT KXFilterSetCheck
 {
 public:

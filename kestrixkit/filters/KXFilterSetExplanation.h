@@ -3,7 +3,7 @@
 #include <kestrixkit/filters/KXFilterSet.h>
 
 /// Why a filter set lets an object in or keeps it out: what each of its filters says of the object, by their local
-/// predicates as they are at this moment.
+/// predicates as they are at this moment. Belongs to the thread of the set's context.
 class KX_CORE_EXPORT KXFilterSetExplanation
 {
 public:

@@ -7,7 +7,7 @@
 /// Base of stored objects that form trees by the properties "position", "parent" and "children" of one class.
 ///
 /// An object never becomes its own ancestor: a parent that would make a circle is refused with a log line. Files hold
-/// what they hold, so whatever follows the tree comes to an end all the same.
+/// what they hold, so whatever follows the tree comes to an end all the same. Belongs to the thread of its context.
 template <class Class> class KXFilterTreeObject : public KXManagedObjectOf<Class>, public KXSourceListItem
 {
 public:

@@ -6,7 +6,7 @@
 /// a host's remote queries have to split them.
 inline constexpr qint64 KXMaxAllowDirectQueryExpressions = 1000;
 
-/// What a host does to have filters in its store.
+/// What a host does to have filters in its store. Any thread.
 class KX_CORE_EXPORT KXFilters
 {
 public:

@@ -3,7 +3,7 @@
 #include <kestrixkit/filters/KXFilter.h>
 #include <kestrixkit/foundation/KXDecimal.h>
 
-/// A range of numbers, open at either end where that bound is absent.
+/// A range of numbers, open at either end where that bound is absent. Belongs to the thread of its context.
 class KX_CORE_EXPORT KXRangeFilter : public KXManagedObjectOf<KXRangeFilter, KXFilter>
 {
 public:

@@ -4,7 +4,8 @@
 
 #include <kestrixkit/foundation/KXAbstractOperation.h>
 
-/// An operation whose work is a function, which is let go as soon as it has run.
+/// An operation whose work is a function, which is let go as soon as it has run. Made on any thread; the function runs
+/// on the one that starts it: one of its queue's.
 class KX_CORE_EXPORT KXBlockOperation : public KXAbstractOperation
 {
 public:

@@ -16,7 +16,7 @@
 /// beyond, the form is "1.5E+60" or "2E-41". Results are rounded to 50 digits, half away from zero; exponents go
 /// to ±9999: smaller numbers become 0, larger ones cannot be represented.
 ///
-/// In a QVariant it compares by value and converts to QString and double. Reentrant.
+/// In a QVariant it compares by value and converts to QString and double. A value; any thread.
 class KX_CORE_EXPORT KXDecimal
 {
 public:

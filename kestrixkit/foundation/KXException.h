@@ -9,7 +9,7 @@
 #include <kestrixkit/foundation/KXGlobal.h>
 
 /// Thrown for mistakes of the programmer only: an unknown entity, template or key, an object of another
-/// context. Whatever can go wrong at run time is a KXError value instead.
+/// context. Whatever can go wrong at run time is a KXError value instead. A value; any thread.
 class KX_CORE_EXPORT KXException : public std::exception
 {
 public:

@@ -1,4 +1,4 @@
-/// Export macros of the framework's libraries, and the check that only checking builds pay for.
+/// Export macros of the framework's libraries, and the check that only checking builds pay for. Any thread.
 #pragma once
 
 #include <QtGlobal>

@@ -5,7 +5,7 @@
 #include <kestrixkit/foundation/KXObservable.h>
 
 /// A QObject that is also a KXObservable: the base of controllers, players and shared instances. Its
-/// properties (declared and dynamic) are its keys.
+/// properties (declared and dynamic) are its keys. Belongs to its thread, as any QObject.
 class KX_CORE_EXPORT KXObject : public QObject, public KXObservable
 {
     Q_OBJECT

@@ -30,7 +30,7 @@ KX_CORE_EXPORT QString KXDescription(const QTime &time);
 KX_CORE_EXPORT QString KXDescription(const QDateTime &date);
 KX_CORE_EXPORT QString KXDescription(const std::exception &exception);
 
-/// A value on its way into KXStringWithFormat: a number, a text, or nothing.
+/// A value on its way into KXStringWithFormat: a number, a text, or nothing. A value; any thread.
 class KX_CORE_EXPORT KXFormatArgument
 {
 public:
@@ -109,7 +109,7 @@ private:
 /// Understands %@ (any value), %d %i %u %s %ld %lu %lld %zu %f %g %e %x %X with flags, width and precision,
 /// and %%. Each argument carries its own type: one that does not fit its conversion is printed as what it
 /// is, a missing one as nothing, one too many not at all. "%@" prints numbers in their shortest form ("120",
-/// "0.1"), true as 1, absent values as nothing; "%f" prints six decimals. Independent of the locale.
+/// "0.1"), true as 1, absent values as nothing; "%f" prints six decimals. Independent of the locale. Any thread.
 [[nodiscard]] KX_CORE_EXPORT QString KXStringWithFormatArguments(
     QAnyStringView format, std::initializer_list<KXFormatArgument> arguments);
 

@@ -7,7 +7,7 @@
 
 class KXUndoManager;
 
-/// A group for a scope: begun here, named and ended on every way out. A null manager is nothing.
+/// A group for a scope: begun here, named and ended on every way out. A null manager is nothing. Thread of the manager.
 class KX_CORE_EXPORT KXUndoGroup
 {
 public:
@@ -20,7 +20,8 @@ private:
     const QString m_name;
 };
 
-/// Registration switched off for a scope, and on again on every way out. A null manager is nothing.
+/// Registration switched off for a scope, and on again on every way out. A null manager is nothing. Thread of the
+/// manager.
 class KX_CORE_EXPORT KXUndoRegistrationOff
 {
 public:

@@ -2,7 +2,7 @@
 
 #include <kestrixkit/theme/KXStandardTheme.h>
 
-/// For daylight: the same roles on paper white.
+/// For daylight: the same roles on paper white. Main thread.
 class KX_CORE_EXPORT KXLightTheme : public KXStandardTheme
 {
 public:

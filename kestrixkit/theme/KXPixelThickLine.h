@@ -8,7 +8,8 @@
 
 class QPainter;
 
-/// A border or separator, one pixel of the device thick, at a distance from a side of a rectangle.
+/// A border or separator, one pixel of the device thick, at a distance from a side of a rectangle. A value; draws on
+/// the painter's thread.
 struct KX_CORE_EXPORT KXPixelThickLine
 {
     int position = 0; ///< points from the side

@@ -6,7 +6,8 @@
 #include <kestrixkit/theme/KXTheme.h>
 
 /// The colours that a KXStandardTheme is made of. Texts must be readable on what they lie on: `text` and
-/// `secondaryText` on window, panel, control and rows, `selectedText` on both selections, `accentText` on the accent.
+/// `secondaryText` on window, panel, control and rows, `selectedText` on both selections, `accentText` on the accent. A
+/// value; any thread.
 struct KXThemeColours
 {
     QColor window; ///< behind everything
@@ -38,7 +39,7 @@ struct KXThemeColours
 ///
 /// Beyond the properties of KXTheme it answers "palette" (QPalette, for widgets that are not themed),
 /// "focusRingColour", "accentColour", "secondaryTextColour", "lineColour", "windowColour", "panelColour" and
-/// "messageViewTextColour".
+/// "messageViewTextColour". Main thread.
 class KX_CORE_EXPORT KXStandardTheme : public KXTheme
 {
 public:

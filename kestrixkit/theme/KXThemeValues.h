@@ -12,7 +12,7 @@
 class QPainter;
 
 /// A soft copy of a shape beneath it. Offset and radius are in points; a positive height lifts the shadow upwards, so
-/// painting where y grows downwards takes its negative.
+/// painting where y grows downwards takes its negative. A value; any thread.
 struct KXShadow
 {
     QColor colour;

@@ -11,7 +11,7 @@
 /// A menu whose items know when they make sense.
 ///
 /// Before it opens it may be filled anew, and each item asks whether it is enabled; before an item does its work it
-/// asks once more, since a shortcut works without the menu and the world may have changed since it opened.
+/// asks once more, since a shortcut works without the menu and the world may have changed since it opened. Main thread.
 class KX_UI_EXPORT KXMenu : public QMenu
 {
     Q_OBJECT

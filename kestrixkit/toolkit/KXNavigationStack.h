@@ -7,7 +7,7 @@
 class KXViewController;
 
 /// What shows one of a stack of view controllers, as those know it. Whoever implements it tells each controller when it
-/// is pushed and when it leaves, or when the stack itself ends, by KXViewController::setNavigationStack().
+/// is pushed and when it leaves, or when the stack itself ends, by KXViewController::setNavigationStack(). Main thread.
 class KX_UI_EXPORT KXNavigationStack
 {
 public:

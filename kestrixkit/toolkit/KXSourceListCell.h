@@ -4,7 +4,7 @@
 #include <QMetaType>
 #include <QString>
 
-/// What one row of a source list shows.
+/// What one row of a source list shows. Main thread.
 struct KXSourceListCell
 {
     QString title;

@@ -14,7 +14,8 @@ class KXSourceListView;
 class KXTreeController;
 class QMimeData;
 
-/// Something that is dragged over a source list, and where it would be dropped by the place of the pointer alone.
+/// Something that is dragged over a source list, and where it would be dropped by the place of the pointer alone. Main
+/// thread.
 struct KXSourceListDrop
 {
     const QMimeData *data = nullptr;
@@ -24,7 +25,7 @@ struct KXSourceListDrop
     double height = 0.5; ///< of the pointer in the item's row, from 0 (top) to 1 (bottom)
 };
 
-/// What comes of it.
+/// What comes of it. Main thread.
 struct KXSourceListDropTarget
 {
     Qt::DropAction operation = Qt::IgnoreAction; ///< IgnoreAction: it cannot be dropped there
@@ -32,7 +33,7 @@ struct KXSourceListDropTarget
     int childIndex = -1;
 };
 
-/// Who decides for a source list. All indexes are of its model; nothing is kept of them.
+/// Who decides for a source list. All indexes are of its model; nothing is kept of them. Main thread.
 class KX_UI_EXPORT KXSourceListViewDelegate
 {
 public:
@@ -57,7 +58,7 @@ public:
 ///
 /// The user drags rows and drops onto them, renames in place (F2), finds rows by typing, opens and closes them by the
 /// arrow keys. All decisions are its delegate's. While it has the focus, keys that begin a search and those that it
-/// uses itself are not shortcuts of the window.
+/// uses itself are not shortcuts of the window. Main thread.
 class KX_UI_EXPORT KXSourceListView : public KXThemeableOutlineView
 {
     Q_OBJECT

@@ -12,7 +12,7 @@
 using KXIndexPath = QList<int>;
 
 /// One object in a KXTreeController, which makes, moves and ends its nodes. Borrow it for one call: what is to last
-/// names the object. A node stays the same while its object is in the tree, wherever that moves.
+/// names the object. A node stays the same while its object is in the tree, wherever that moves. Main thread.
 class KX_UI_EXPORT KXTreeNode
 {
 public:

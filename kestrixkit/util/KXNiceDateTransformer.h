@@ -9,7 +9,7 @@
 /// Renders dates for tables: today and yesterday by name with the time, others as a short date with the time.
 ///
 /// Locale and time zone of the texts are those of KXClock when the transformer is made; which day it is follows the
-/// clock. Reentrant.
+/// clock. One thread at a time.
 class KX_CORE_EXPORT KXNiceDateTransformer
 {
 public:

@@ -4,7 +4,8 @@
 
 #include <kestrixkit/foundation/KXGlobal.h>
 
-/// What there is to know about the web engine before it is started: it ends the process where it cannot run.
+/// What there is to know about the web engine before it is started: it ends the process where it cannot run. Any
+/// thread.
 namespace KXWebEngine {
 
 /// Whether the engine may be started in this process; `reason` says why not. As root it runs only without its sandbox.

@@ -7,7 +7,7 @@
 class QStyleOptionButton;
 
 /// Paints an audio type as a coloured badge, in the theme's colours of types. Any value but 0…6 is a badge without
-/// colour.
+/// colour. Main thread.
 class KX_UI_EXPORT KXAudioTypeButtonCell
 {
 public:
@@ -29,7 +29,7 @@ private:
     int m_audioTypeValue = -1;
 };
 
-/// A small button that shows the type of a track, stem or loop.
+/// A small button that shows the type of a track, stem or loop. Main thread.
 class KX_UI_EXPORT KXAudioTypeButton : public QPushButton
 {
     Q_OBJECT

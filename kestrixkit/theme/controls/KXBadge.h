@@ -5,7 +5,7 @@
 #include <kestrixkit/theme/controls/KXThemeableButtonCell.h>
 
 /// A number in a pill, as beside presets. Below 1 there is none; from 1,000 on it says "999+". Its keys are those of a
-/// button.
+/// button. Main thread.
 class KX_UI_EXPORT KXBadgeCell : public KXThemeableButtonCell
 {
     Q_OBJECT
@@ -24,7 +24,7 @@ public:
     using KXThemeableButtonCell::paint;
 };
 
-/// A widget that shows a badge, hidden while there is no number.
+/// A widget that shows a badge, hidden while there is no number. Main thread.
 class KX_UI_EXPORT KXBadge : public QWidget
 {
     Q_OBJECT

@@ -10,7 +10,7 @@
 
 class QPalette;
 
-/// What the themed controls, and cells that look like them, are painted with.
+/// What the themed controls, and cells that look like them, are painted with. Main thread.
 class KX_UI_EXPORT KXControlPainter
 {
 public:

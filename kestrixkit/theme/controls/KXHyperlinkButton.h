@@ -5,7 +5,7 @@
 #include <kestrixkit/foundation/KXNotificationCenter.h>
 
 /// Text that is clicked like a link, in the theme's colours of text: underlined under the mouse and with the focus.
-/// Without theme it has the palette's colour of links.
+/// Without theme it has the palette's colour of links. Main thread.
 class KX_UI_EXPORT KXHyperlinkButton : public QAbstractButton
 {
     Q_OBJECT

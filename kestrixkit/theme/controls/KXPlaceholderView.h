@@ -6,7 +6,7 @@ QT_BEGIN_NAMESPACE
 class QLabel;
 QT_END_NAMESPACE
 
-/// Says in the place of a view why there is nothing to see. The style's "textColor" is the text's.
+/// Says in the place of a view why there is nothing to see. The style's "textColor" is the text's. Main thread.
 class KX_UI_EXPORT KXPlaceholderView : public KXThemeableView
 {
     Q_OBJECT

@@ -7,7 +7,7 @@
 class QPainterPath;
 
 /// What lies around a popover's content: a plate with round corners and an arrow on one of its edges. The margins that
-/// the content keeps are the frame's contentsMargins().
+/// the content keeps are the frame's contentsMargins(). Main thread.
 class KX_UI_EXPORT KXPopoverFrame : public KXThemed<QWidget>
 {
     Q_OBJECT

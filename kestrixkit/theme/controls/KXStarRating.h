@@ -5,7 +5,7 @@
 #include <kestrixkit/theme/controls/KXThemed.h>
 
 /// Zero to five stars, which the user sets by click, drag, arrow keys or digits; clicking on the last one that is set
-/// takes them all away.
+/// takes them all away. Main thread.
 class KX_UI_EXPORT KXStarRating : public KXThemed<QWidget>
 {
     Q_OBJECT

@@ -4,7 +4,7 @@
 
 #include <kestrixkit/theme/controls/KXThemeableButtonCell.h>
 
-/// A push button whose looks are its cell's. Until a style is applied it has the toolkit's own looks.
+/// A push button whose looks are its cell's. Until a style is applied it has the toolkit's own looks. Main thread.
 class KX_UI_EXPORT KXThemeableButton : public QPushButton
 {
     Q_OBJECT

@@ -9,7 +9,7 @@ class QStyleOptionButton;
 
 /// The looks of a push button. "Highlighted" is a pressed button; one under the mouse is half way there. A value that
 /// is absent for a state is that of the state before it: normal, then highlighted, selected, disabled. The shadow lies
-/// a point below text and image.
+/// a point below text and image. Main thread.
 class KX_UI_EXPORT KXThemeableButtonCell : public KXThemeableCell
 {
     Q_OBJECT

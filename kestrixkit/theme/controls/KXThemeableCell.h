@@ -6,7 +6,7 @@
 /// where a widget each would be too many.
 ///
 /// A cell that belongs to a widget has it as parent: keys that the cell does not know are then the widget's, and the
-/// widget is painted again when the looks may have changed.
+/// widget is painted again when the looks may have changed. Main thread.
 class KX_UI_EXPORT KXThemeableCell : public KXThemed<QObject>
 {
     Q_OBJECT

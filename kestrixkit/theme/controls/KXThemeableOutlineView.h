@@ -5,7 +5,7 @@
 #include <kestrixkit/theme/controls/KXThemeableTableRowView.h>
 
 /// A tree whose rows are painted by row views: one for ordinary rows, one for groups, which are the rows whose model
-/// says so. Text of selected rows is in the palette's HighlightedText.
+/// says so. Text of selected rows is in the palette's HighlightedText. Main thread.
 class KX_UI_EXPORT KXThemeableOutlineView : public KXThemed<QTreeView>
 {
     Q_OBJECT

@@ -4,7 +4,8 @@
 
 #include <kestrixkit/theme/controls/KXThemeablePopUpButtonCell.h>
 
-/// A button that shows one choice and pops up the others. Its looks are its cell's, once a style is applied.
+/// A button that shows one choice and pops up the others. Its looks are its cell's, once a style is applied. Main
+/// thread.
 class KX_UI_EXPORT KXThemeablePopUpButton : public QComboBox
 {
     Q_OBJECT

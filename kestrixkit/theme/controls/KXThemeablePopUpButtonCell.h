@@ -9,7 +9,7 @@
 
 class QStyleOptionComboBox;
 
-/// The looks of a pop-up button. "Highlighted" is one under the mouse, "selected" one whose list is open.
+/// The looks of a pop-up button. "Highlighted" is one under the mouse, "selected" one whose list is open. Main thread.
 class KX_UI_EXPORT KXThemeablePopUpButtonCell : public KXThemeableCell
 {
     Q_OBJECT

@@ -7,7 +7,7 @@
 #include <kestrixkit/theme/controls/KXThemed.h>
 
 /// A bar that fills up from where text begins. With minimum and maximum both 0 the end is not known, and a short piece
-/// wanders through the bar while it is shown.
+/// wanders through the bar while it is shown. Main thread.
 class KX_UI_EXPORT KXThemeableProgressIndicator : public KXThemed<QProgressBar>
 {
     Q_OBJECT

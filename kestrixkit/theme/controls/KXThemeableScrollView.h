@@ -4,7 +4,8 @@
 
 #include <kestrixkit/theme/controls/KXThemed.h>
 
-/// A scroll area with a line around it and this library's scrollers, which take the style name given for them.
+/// A scroll area with a line around it and this library's scrollers, which take the style name given for them. Main
+/// thread.
 class KX_UI_EXPORT KXThemeableScrollView : public KXThemed<QScrollArea>
 {
     Q_OBJECT

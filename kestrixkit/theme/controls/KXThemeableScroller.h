@@ -5,7 +5,7 @@
 #include <kestrixkit/theme/controls/KXThemed.h>
 
 /// A scroll bar: a slot with a round knob, which grows lighter under the mouse. Views outside of this library take one
-/// by QAbstractScrollArea::setVerticalScrollBar().
+/// by QAbstractScrollArea::setVerticalScrollBar(). Main thread.
 class KX_UI_EXPORT KXThemeableScroller : public KXThemed<QScrollBar>
 {
     Q_OBJECT

@@ -7,7 +7,8 @@
 /// A row of segments of which one, or any number, is selected.
 ///
 /// Keyboard: the arrow keys go through the segments in the direction that they show, Home and End to the ends; where
-/// one is selected they select, else Space does. For accessibility it is a group of radio buttons or check boxes.
+/// one is selected they select, else Space does. For accessibility it is a group of radio buttons or check boxes. Main
+/// thread.
 class KX_UI_EXPORT KXThemeableSegmentedControl : public QWidget
 {
     Q_OBJECT

@@ -7,7 +7,7 @@
 
 class QStyleOption;
 
-/// One of the parts of a segmented control.
+/// One of the parts of a segmented control. Main thread.
 struct KXSegment
 {
     QString label;
@@ -16,7 +16,7 @@ struct KXSegment
     bool selected = false;
 };
 
-/// The looks of a segmented control: one plate, parted by lines, its selected segments filled.
+/// The looks of a segmented control: one plate, parted by lines, its selected segments filled. Main thread.
 class KX_UI_EXPORT KXThemeableSegmentedControlCell : public KXThemeableCell
 {
     Q_OBJECT

@@ -6,6 +6,7 @@
 #include <kestrixkit/theme/controls/KXThemed.h>
 
 /// Twelve spokes that light up in turn while something lasts; paints nothing while it stands still, unless told to.
+/// Main thread.
 class KX_UI_EXPORT KXThemeableSpinningProgressIndicator : public KXThemed<QWidget>
 {
     Q_OBJECT

@@ -4,7 +4,7 @@
 
 #include <kestrixkit/theme/controls/KXThemed.h>
 
-/// A splitter with a line as divider. The divider takes the focus by Tab and moves with the arrow keys.
+/// A splitter with a line as divider. The divider takes the focus by Tab and moves with the arrow keys. Main thread.
 class KX_UI_EXPORT KXThemeableSplitView : public KXThemed<QSplitter>
 {
     Q_OBJECT

@@ -8,7 +8,7 @@
 class QStyleOptionHeader;
 
 /// The looks of the head of a column. The inset is a line of light just below the top border. Text is in the theme's
-/// tableHeaderTextColour.
+/// tableHeaderTextColour. Main thread.
 class KX_UI_EXPORT KXThemeableTableHeaderCell : public KXThemeableCell
 {
     Q_OBJECT
@@ -33,7 +33,7 @@ private:
     QColor m_sortIndicatorColor;
 };
 
-/// A header that paints its sections with one cell.
+/// A header that paints its sections with one cell. Main thread.
 class KX_UI_EXPORT KXThemeableTableHeaderView : public QHeaderView
 {
     Q_OBJECT

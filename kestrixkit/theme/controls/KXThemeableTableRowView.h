@@ -16,7 +16,7 @@ using KXRowDrawBlock = std::function<void(const KXThemeableTableRowView &row, QP
 Q_DECLARE_METATYPE(KXRowDrawBlock)
 
 /// The looks of the rows of a table or outline. One serves them all: the view sets the state of the row that it is
-/// about to paint. Without a routine for the selection its two colours are used, or the palette's.
+/// about to paint. Without a routine for the selection its two colours are used, or the palette's. Main thread.
 class KX_UI_EXPORT KXThemeableTableRowView : public KXThemed<QObject>
 {
     Q_OBJECT

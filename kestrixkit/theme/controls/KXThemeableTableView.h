@@ -5,7 +5,7 @@
 #include <kestrixkit/theme/controls/KXThemed.h>
 
 /// A table with striped rows to the bottom of the view. The first selection colour holds while the table has the focus,
-/// the second otherwise. Text is in the colours of the palette, which a style may set too.
+/// the second otherwise. Text is in the colours of the palette, which a style may set too. Main thread.
 class KX_UI_EXPORT KXThemeableTableView : public KXThemed<QTableView>
 {
     Q_OBJECT

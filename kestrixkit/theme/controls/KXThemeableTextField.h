@@ -4,7 +4,7 @@
 
 #include <kestrixkit/theme/controls/KXThemeableTextFieldCell.h>
 
-/// A line of text to show or to edit. As a label it has no frame, takes no focus and is named by its text.
+/// A line of text to show or to edit. As a label it has no frame, takes no focus and is named by its text. Main thread.
 class KX_UI_EXPORT KXThemeableTextField : public QLineEdit
 {
     Q_OBJECT

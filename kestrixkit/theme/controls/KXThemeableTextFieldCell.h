@@ -7,7 +7,7 @@
 #include <kestrixkit/theme/controls/KXThemeableCell.h>
 
 /// The looks of a text field. Selected text while editing has the attributes "backgroundColor" and "color" (QColor).
-/// The shadow lies behind text that is not being edited.
+/// The shadow lies behind text that is not being edited. Main thread.
 class KX_UI_EXPORT KXThemeableTextFieldCell : public KXThemeableCell
 {
     Q_OBJECT

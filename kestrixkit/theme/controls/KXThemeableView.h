@@ -6,7 +6,7 @@
 #include <kestrixkit/theme/controls/KXThemed.h>
 
 /// A plain area: a background, lines along its edges, one pixel of the device thick, and whatever lies in it.
-/// Subclasses add properties, which are then keys of their styles.
+/// Subclasses add properties, which are then keys of their styles. Main thread.
 class KX_UI_EXPORT KXThemeableView : public KXThemed<QWidget>
 {
     Q_OBJECT
@@ -32,7 +32,7 @@ private:
     KXDrawBlock m_drawBackgroundBlock;
 };
 
-/// An area that the user operates: takes the focus and shows it, and is clicked by mouse or Space.
+/// An area that the user operates: takes the focus and shows it, and is clicked by mouse or Space. Main thread.
 class KX_UI_EXPORT KXThemeableControl : public KXThemeableView
 {
     Q_OBJECT

@@ -19,6 +19,8 @@ KX_UI_EXPORT bool KXSetThemeValue(
 /// own ("font", "palette", "toolTip") included.
 ///
 ///     class KXThemeableSplitView : public KXThemed<QSplitter>
+///
+/// Main thread.
 template <typename Base> class KXThemed : public Base, public KXThemeable
 {
 public:

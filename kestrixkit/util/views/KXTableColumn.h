@@ -4,7 +4,7 @@
 
 #include <kestrixkit/store/KXFetchRequest.h>
 
-/// What a KXTableView knows of a column of its model, beyond what the model's header says.
+/// What a KXTableView knows of a column of its model, beyond what the model's header says. A value; any thread.
 struct KXTableColumn
 {
     /// Under which layouts are kept: stays the same whatever language or version; unique in the table.

@@ -6,7 +6,7 @@
 
 class KXTableView;
 
-/// What a table asks whoever owns it. Each has an answer unless overridden.
+/// What a table asks whoever owns it. Each has an answer unless overridden. Main thread.
 class KX_UI_EXPORT KXTableViewDelegate
 {
 public:
