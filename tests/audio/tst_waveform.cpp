@@ -2,6 +2,7 @@
 
 #include <thread>
 
+#include <QFile>
 #include <QPainter>
 #include <QTemporaryDir>
 #include <QTest>
@@ -426,6 +427,14 @@ TEST_F(Waveform, metadataIsReadWithoutDecoding)
         // Of whole packets.
         const qint64 packets = metadata->numberOfFrames() / row.framesPerPacket;
         EXPECT_DOUBLE_EQ(metadata->duration(), double(packets * row.framesPerPacket) / 48000);
+        // Read once more, of a file that is gone, it says nothing of what was.
+        QFile::remove(path);
+        const KXTestLog log;
+        metadata->readMetadataFromAudioFile();
+        EXPECT_TRUE(metadata->error());
+        EXPECT_EQ(metadata->numberOfFrames() + metadata->numberOfChannels() + metadata->bitsPerChannel(), 0);
+        EXPECT_EQ(metadata->duration() + metadata->sampleRate(), 0);
+        EXPECT_EQ(metadata->uti(), QString());
     }
     KXTestLog log;
     KXAudioFileMetadata missing(QUrl::fromLocalFile(u"/missing.wav"_s));
