@@ -46,6 +46,11 @@ public:
                 m_loop.quit();
         });
         m_watch.start();
+        // The decoder minds this variable and nothing else.
+        const QUrl proxy(qEnvironmentVariable("http_proxy"));
+        m_network.setProxy(proxy.host().isEmpty() ? QNetworkProxy(QNetworkProxy::NoProxy)
+                                                  : QNetworkProxy(QNetworkProxy::HttpProxy, proxy.host(),
+                                                      quint16(proxy.port(80)), proxy.userName(), proxy.password()));
     }
 
     KXAudioFileStatus follow(QUrl &address, bool &isPublic)
@@ -103,8 +108,6 @@ private:
         request.setHeader(QNetworkRequest::UserAgentHeader, QStringLiteral(LIBAVFORMAT_IDENT));
         request.setRawHeader("Range", "bytes=0-");
         request.setRawHeader("Accept", "*/*");
-        const auto proxies = QNetworkProxyFactory::systemProxyForQuery(QNetworkProxyQuery(address));
-        m_network.setProxy(proxies.value(0, QNetworkProxy::NoProxy));
         const std::unique_ptr<QNetworkReply> reply(m_network.get(request));
         QObject::connect(reply.get(), &QNetworkReply::metaDataChanged, &m_loop, &QEventLoop::quit);
         QObject::connect(reply.get(), &QNetworkReply::finished, &m_loop, &QEventLoop::quit);

@@ -31,6 +31,12 @@ protected:
     {
         KXStreamAddress::setPrivateRule([port = server.url().port()](const QUrl &url) { return url.port() == port; });
     }
+    void SetUp() override
+    {
+#ifdef __SANITIZE_THREAD__
+        GTEST_SKIP() << "Qt asks servers on threads of its own, whose handing over is not instrumented";
+#endif
+    }
     void TearDown() override
     {
         KXStreamAddress::setPrivateRule({});
@@ -53,7 +59,7 @@ protected:
 
 }
 
-TEST_F(StreamAddress, knowsPrivateNetworks)
+TEST(PrivateAddress, isKnown)
 {
     for (const auto &text : { "127.0.0.1", "127.9.9.9", "0.0.0.0", "10.1.2.3", "172.16.0.1", "172.31.255.255",
              "192.168.1.1", "169.254.169.254", "100.64.0.1", "224.0.0.251", "255.255.255.255", "::1", "::", "fe80::1",
