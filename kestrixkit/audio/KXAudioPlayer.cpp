@@ -85,7 +85,7 @@ void KXAudioPlayer::announceState()
 
 bool KXAudioPlayer::storeCurrentItem(KXAudioPlayerItemPointer item)
 {
-    return change(u"currentItem", &KXAudioPlayer::currentItemChanged, [&] { m_currentItem = std::move(item); });
+    return change(u"currentItem", &KXAudioPlayer::currentItemChanged, [&] { m_currentItem.swap(item); });
 }
 
 bool KXAudioPlayer::storeVolume(float volume)
@@ -118,7 +118,7 @@ template <typename Question> auto KXAudioPlayer::ask(const Question &question)
 
 void KXAudioPlayer::playItemFromPlaylist(KXAudioPlayerItemPointer item, std::shared_ptr<KXAudioPlayerPlaylist> playlist)
 {
-    m_playlist = std::move(playlist);
+    m_playlist.swap(playlist);
     if (ask([&] { return !delegate() || delegate()->shouldPlayNextItem(*this, item); }) == true)
         playItem(item);
 }

@@ -49,6 +49,7 @@ void KXMultiTrackAudioPlayer::playItem(const KXAudioPlayerItemPointer &item)
     m_session = session;
     if (!setState(KXAudioPlayerStateLoading) || m_session != session)
         return;
+    stopAudioQueue(); // whatever an observer has started meanwhile
     const bool started = session->start([this](const KXStreamFormat &format) { return willStartDecoding(format); });
     if (!started && alive && m_session == session)
         setState(KXAudioPlayerStateStopped);

@@ -355,6 +355,23 @@ TEST_F(MultiTrack, observersMayChangeItemsInTheMiddle)
     }
 }
 
+TEST_F(MultiTrack, observersMayResumeWhatIsNotThereYet)
+{
+    const auto first = item(makeSound(5000, 2)), second = item(makeSound(5000, 4), { "b", "flac", "flac", "flac" });
+    player = std::make_unique<KXMultiTrackAudioPlayer>(std::make_shared<KXClockAudioOutput>());
+    player->playItem(first);
+    const auto observer = player->onChangeOf(u"state"_s, [&](const KXKeyValueChange &) {
+        if (player->state() == KXAudioPlayerStateLoading)
+            player->resume();
+    });
+    for (int round = 0; round < 20; ++round) {
+        player->playItem(round % 2 ? first : second);
+        EXPECT_EQ(player->state(), KXAudioPlayerStatePlaying);
+    }
+    EXPECT_TRUE(waitFor(KXAudioPlayerStateFinished));
+    EXPECT_EQ(player->currentTime(), player->duration());
+}
+
 TEST_F(MultiTrack, keepsTimeOnTheClock)
 {
     const auto clock = std::make_shared<KXClockAudioOutput>();
