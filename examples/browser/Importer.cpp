@@ -11,7 +11,7 @@
 #include <kestrixkit/store/KXPredicate.h>
 
 #include "Parallel.h"
-#include "TrackTags.h"
+#include "TagReaders.h"
 
 using namespace Qt::StringLiterals;
 
@@ -172,7 +172,7 @@ private:
     void readBatch(const std::vector<const ScannedFile *> &files, size_t begin, size_t end)
     {
         std::vector<TagReading> readings(end - begin);
-        forEachInParallel(readings.size(), [&](size_t i) { readings[i] = readTags(files[begin + i]->path); });
+        forEachInParallel(readings.size(), [&](size_t i) { readings[i] = m_readers.read(files[begin + i]->path); });
         for (size_t i = 0; i < readings.size() && goesOn(); ++i)
             take(*files[begin + i], readings[i]);
         m_done += qint64(readings.size());
@@ -312,6 +312,7 @@ private:
 
     using Clock = std::chrono::steady_clock;
 
+    TagReaders m_readers;
     KXManagedObjectContext::Ref m_context;
     NameIndex<Artist> m_artists;
     NameIndex<Album> m_albums;

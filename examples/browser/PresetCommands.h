@@ -5,7 +5,7 @@
 #include <QObject>
 
 #include <kestrixkit/filter_ui/KXFilterSetPresetEditing.h>
-#include <kestrixkit/filter_ui/KXSourceListViewController.h>
+#include <kestrixkit/source_list/KXSourceListViewController.h>
 
 /// What the user does to presets in a list of them, as commands for menus, buttons and keys. Each asks again whether it
 /// makes sense before it does anything.

@@ -2,10 +2,10 @@
 
 #include <memory>
 
-#include <kestrixkit/filter_ui/KXSourceListViewController.h>
 #include <kestrixkit/filters/KXFilterSetPresetsManager.h>
 #include <kestrixkit/filters/KXLivePresetCounts.h>
 #include <kestrixkit/foundation/KXDelayedCall.h>
+#include <kestrixkit/source_list/KXSourceListViewController.h>
 #include <kestrixkit/theme/controls/KXThemeableSplitView.h>
 
 class LibraryPlaces;

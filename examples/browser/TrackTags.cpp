@@ -4,6 +4,8 @@
 #include <cstring>
 #include <filesystem>
 #include <memory>
+#include <set>
+#include <vector>
 
 #include <QStringDecoder>
 
@@ -45,6 +47,63 @@ template <class File> bool openAs(TagFile &file, TagLib::IOStream &stream)
     else
         file = std::make_unique<File>(&stream);
     return true;
+}
+
+/// Levels of boxes inside each other in an MP4 file, as far as the tag library goes into them; 0 for other files. The
+/// library calls itself for each level, and so many as a file can have end the program.
+int levelsOfBoxes(TagLib::IOStream &stream, int most)
+{
+    static const std::set<std::string> containers { "moov", "udta", "mdia", "meta", "ilst", "stbl", "minf", "moof",
+        "traf", "trak", "stsd" };
+    const auto number = [](const TagLib::ByteVector &bytes, size_t at, size_t size) {
+        quint64 result = 0;
+        for (size_t i = 0; i < size; ++i)
+            result = result << 8 | uchar(bytes[int(at + i)]);
+        return result;
+    };
+    const auto read = [&](qint64 at, size_t size) {
+        stream.seek(long(at));
+        return stream.readBlock(size);
+    };
+    const qint64 size = stream.length();
+    if (!read(0, 8).endsWith("ftyp"))
+        return 0;
+    std::vector<qint64> ends { size };
+    size_t deepest = 1;
+    for (qint64 at = 0; !ends.empty() && int(deepest) <= most;) {
+        if (at + 8 > ends.back()) {
+            at = ends.back();
+            ends.pop_back();
+            continue;
+        }
+        const TagLib::ByteVector head = read(at, 20);
+        if (head.size() < 8)
+            break;
+        quint64 length = number(head, 0, 4);
+        qint64 inside = at + 8;
+        if (length == 1 && head.size() >= 16) {
+            length = number(head, 8, 8);
+            inside += 8;
+        } else if (length == 0) {
+            length = quint64(size - at);
+        }
+        if (length < 8 || length > quint64(size - at)) // damaged: nobody goes further
+            break;
+        const std::string name(head.data() + 4, 4);
+        const qint64 end = at + qint64(length);
+        if (!containers.contains(name)) {
+            at = end;
+            continue;
+        }
+        if (name == "stsd")
+            inside += 8;
+        else if (name == "meta" && head.size() >= 16 && number(head, 8, 4) == 0) // with a version, or without
+            inside += 4;
+        ends.push_back(end);
+        deepest = std::max(deepest, ends.size());
+        at = inside;
+    }
+    return int(deepest);
 }
 
 /// nullptr where no format is recognised; a damaged file may be recognised and yet not be valid.
@@ -232,6 +291,9 @@ TagReading refused(const QString &reason) { return { std::nullopt, reason }; }
 
 TagReading readOpenFile(TagLib::FileStream &stream, const std::string &path)
 {
+    constexpr int mostLevels = 64; // honest files have ten
+    if (levelsOfBoxes(stream, mostLevels) > mostLevels)
+        return refused(u"cannot be read: its boxes are nested more than %1 deep"_s.arg(mostLevels));
     TrackTags tags;
     const TagFile file = openByContent(stream);
     const bool known = file && file->isValid() && file->audioProperties() && file->audioProperties()->sampleRate() > 0;

@@ -31,6 +31,8 @@ struct TrackTags
 
     /// What did not make sense and was left out, cut or guessed; for people to read.
     QStringList notes;
+
+    bool operator==(const TrackTags &) const = default;
 };
 
 /// Either tags or the reason why the file is none that can be imported.
@@ -38,6 +40,8 @@ struct TagReading
 {
     std::optional<TrackTags> tags;
     QString refusal;
+
+    bool operator==(const TagReading &) const = default;
 };
 
 /// Longest title, name or comment that is kept, in characters.

@@ -7,6 +7,7 @@
 namespace {
 
 std::mutex audioFileFactoryMutex;
+std::atomic<bool> audioFileFollowsPrivateRedirects = false;
 
 KXAudioFile::BackendFactory &audioFileFactory()
 {
@@ -25,6 +26,10 @@ void KXAudioFile::setBackendFactory(BackendFactory factory)
     const std::lock_guard lock(audioFileFactoryMutex);
     audioFileFactory() = std::move(factory);
 }
+
+void KXAudioFile::setFollowsPrivateRedirects(bool follows) { audioFileFollowsPrivateRedirects = follows; }
+
+bool KXAudioFile::followsPrivateRedirects() { return audioFileFollowsPrivateRedirects; }
 
 KXAudioFileStatus KXAudioFile::open(const QUrl &url, const KXAudioFileOptions &options)
 {

@@ -14,6 +14,9 @@ inline constexpr int KXAudioFileErrorCode = 1001;
 /// by FFmpeg's libraries. Playlists and other things that would lead elsewhere are refused. Seeking is exact to the
 /// frame in every format. Values beyond 1.0, which lossy formats have, are not clipped.
 ///
+/// Files are also read over http and https. A server on the public net may not lead to this machine or its own network,
+/// unless the host allows it: that fails with KXAudioFileForbiddenError.
+///
 /// A file may grow while it is read. As long as it is shorter than its header promises and was changed lately (see
 /// KXAudioFileOptions), reading at its present end answers KXAudioFileInvalidFileError instead of the end.
 ///
@@ -66,6 +69,11 @@ public:
     KXAudioFileStatus read(float *const *channels, quint32 frames, quint32 *framesRead);
     /// Reads into the list's buffers, and sets their sizes to what was read.
     KXAudioFileStatus read(KXAudioBufferList *list, quint32 frames, quint32 *framesRead);
+
+    /// Whether the host allows servers on the public net to lead to private addresses; for files opened from now on.
+    /// False at first. Any thread.
+    static void setFollowsPrivateRedirects(bool follows);
+    [[nodiscard]] static bool followsPrivateRedirects();
 
     /// Makes every file opened from now on stand on the factory's back end; for tests. Null: the framework's own
     /// again. Any thread.

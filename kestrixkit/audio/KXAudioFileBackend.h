@@ -20,6 +20,9 @@ inline constexpr KXAudioFileStatus KXAudioFileInterruptedError = -1414092869;
 /// The connection was lost, or the device failed (EIO).
 inline constexpr KXAudioFileStatus KXAudioFileConnectionError = -5;
 
+/// A server on the public net leads to an address of this machine or of its own network (EACCES).
+inline constexpr KXAudioFileStatus KXAudioFileForbiddenError = -13;
+
 /// How a file is opened.
 struct KXAudioFileOptions
 {

@@ -29,6 +29,9 @@ void KXAudioFileMetadata::readMetadataFromAudioFile()
     KXStreamFormat format;
     qint64 frames = 0;
     m_error = {};
+    m_numberOfFrames = m_numberOfChannels = m_bitsPerChannel = 0;
+    m_sampleRate = m_duration = 0;
+    m_uti.clear();
     if (!file.openForReading(m_audioFileURL, options, &format, &frames, &m_error))
         return;
     KX_AUDIO_INVARIANT(format.mFramesPerPacket > 0, "a file's format has packets of at least one frame");

@@ -2,6 +2,8 @@
 
 #include <kestrixkit/foundation/KXLog.h>
 
+using namespace Qt::StringLiterals;
+
 KXAudioRenderSource::~KXAudioRenderSource() = default;
 
 KXAudioOutput::KXAudioOutput() = default;
@@ -16,10 +18,22 @@ void KXAudioOutput::close()
     m_sampleRate = 0;
 }
 
-void KXAudioOutput::setSource(std::shared_ptr<KXAudioRenderSource> source)
+void KXAudioOutput::setSource(std::shared_ptr<KXAudioRenderSource> source, LostHandler lost)
 {
-    KX_CHECK(!isRunning(), "An output's source is replaced while it plays");
+    stop();
+    const bool isTaken = m_source && m_source != source;
     m_source = std::move(source);
+    const LostHandler former = std::exchange(m_lostHandler, std::move(lost));
+    if (isTaken && former)
+        former(u"something else is played"_s);
+}
+
+void KXAudioOutput::removeSource(const KXAudioRenderSource *source)
+{
+    if (!hasSource(source))
+        return;
+    m_lostHandler = {};
+    setSource({});
 }
 
 void KXAudioOutput::announceLost(const QString &reason)

@@ -22,6 +22,9 @@ public:
 /// Pulls stereo sound out of a source, at its own pace. KXPortAudioOutput plays it, KXClockAudioOutput is silent and
 /// keeps time where there is no device, KXHandCrankedAudioOutput waits to be asked.
 ///
+/// Players may share an output. It belongs to the one whose source it has: whoever wants to be heard sets its own,
+/// which takes the output from the one before, and leaves alone what others have set.
+///
 /// A source is pulled between start() and stop() only, and never again once stop() has returned. Statuses are 0 or the
 /// negative number of what went wrong.
 ///
@@ -30,6 +33,8 @@ class KX_AUDIO_EXPORT KXAudioOutput
 {
 public:
     using Status = int;
+    /// Called on the main thread when the device goes while it is running, or somebody else takes the output. It has
+    /// stopped by then.
     using LostHandler = std::function<void(const QString &reason)>;
 
     KXAudioOutput();
@@ -44,8 +49,12 @@ public:
     [[nodiscard]] bool isOpen() const { return m_sampleRate > 0; }
     [[nodiscard]] double sampleRate() const { return m_sampleRate; }
 
-    /// Only while stopped. Kept until the next one.
-    void setSource(std::shared_ptr<KXAudioRenderSource> source);
+    /// Stops, and plays this one from the next start on. Whoever has lost the output by that is told by the handler
+    /// that came with its source, last of all: look again whether it is still yours.
+    void setSource(std::shared_ptr<KXAudioRenderSource> source, LostHandler lost = {});
+    [[nodiscard]] bool hasSource(const KXAudioRenderSource *source) const { return m_source.get() == source; }
+    /// Stops and lets go of this source; nothing happens while it has another one. Nobody is told.
+    void removeSource(const KXAudioRenderSource *source);
 
     /// Nothing happens while it is running.
     virtual Status start() = 0;
@@ -53,15 +62,12 @@ public:
     virtual void stop() = 0;
     [[nodiscard]] virtual bool isRunning() const = 0;
 
-    /// Is called, on the main thread, when the device goes while it is running. The output has stopped by then.
-    void setLostHandler(LostHandler handler) { m_lostHandler = std::move(handler); }
-
 protected:
     void setSampleRate(double rate) { m_sampleRate = rate; }
     /// For the render thread: borrowed, valid while running.
     [[nodiscard]] KXAudioRenderSource *source() const { return m_source.get(); }
     [[nodiscard]] std::shared_ptr<KXAudioRenderSource> sharedSource() const { return m_source; }
-    /// To be called on the main thread.
+    /// The device is gone, and the output has stopped. To be called on the main thread.
     void announceLost(const QString &reason);
 
 private:

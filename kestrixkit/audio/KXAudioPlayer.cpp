@@ -1,5 +1,7 @@
 #include <kestrixkit/audio/KXAudioPlayer.h>
 
+#include <optional>
+
 #include <kestrixkit/foundation/KXMainQueue.h>
 #include <kestrixkit/foundation/KXNotificationCenter.h>
 
@@ -28,7 +30,7 @@ void KXAudioPlayer::setVolume(float) { }
 
 void KXAudioPlayer::playItem(const KXAudioPlayerItemPointer &) { }
 
-QUrl KXAudioPlayer::beginItem(const KXAudioPlayerItemPointer &item, const std::function<void()> &end)
+QUrl KXAudioPlayer::beginItem(KXAudioPlayerItemPointer item, const std::function<void()> &end)
 {
     // Observers may ask for another item at any of these announcements; the newest one stays.
     const QPointer<KXAudioPlayer> alive(this);
@@ -37,8 +39,7 @@ QUrl KXAudioPlayer::beginItem(const KXAudioPlayerItemPointer &item, const std::f
         return {};
     if (end)
         end();
-    storeCurrentItem(item);
-    if (!alive || currentItem() != item)
+    if (!storeCurrentItem(item) || currentItem() != item)
         return {};
     if (!item)
         setState(KXAudioPlayerStateIdle);
@@ -51,77 +52,103 @@ bool KXAudioPlayer::resume() { return true; }
 
 void KXAudioPlayer::setTime(double) { }
 
-void KXAudioPlayer::setState(KXAudioPlayerState state)
+/// Assigns and announces. False when an observer ended the player.
+bool KXAudioPlayer::change(QStringView key, void (KXAudioPlayer::*signal)(), const std::function<void()> &assign)
 {
-    willChangeValueForKey(u"state");
-    m_state = state;
-    didChangeValueForKey(u"state");
     const QPointer<KXAudioPlayer> alive(this);
-    KXNotificationCenter::defaultCenter().post(KXAudioPlayerStateDidChangeNotification, this);
+    willChangeValueForKey(key);
+    assign();
+    didChangeValueForKey(key);
+    if (alive && key == u"state")
+        KXNotificationCenter::defaultCenter().post(KXAudioPlayerStateDidChangeNotification, this);
     if (alive)
-        Q_EMIT stateChanged();
+        Q_EMIT(this->*signal)();
+    return !alive.isNull();
+}
+
+bool KXAudioPlayer::setState(KXAudioPlayerState state)
+{
+    return change(u"state", &KXAudioPlayer::stateChanged, [&] { m_state = state; });
 }
 
 void KXAudioPlayer::announceState()
 {
     KXNotificationCenter::defaultCenter().post(KXAudioPlayerStateDidChangeNotification, this);
     KXMainQueue::async(this, [this] {
+        const QPointer<KXAudioPlayer> alive(this);
         willChangeValueForKey(u"state");
         didChangeValueForKey(u"state");
-        Q_EMIT stateChanged();
+        if (alive)
+            Q_EMIT stateChanged();
     });
 }
 
-void KXAudioPlayer::storeCurrentItem(const KXAudioPlayerItemPointer &item)
+bool KXAudioPlayer::storeCurrentItem(KXAudioPlayerItemPointer item)
 {
-    willChangeValueForKey(u"currentItem");
-    m_currentItem = item;
-    didChangeValueForKey(u"currentItem");
-    Q_EMIT currentItemChanged();
+    return change(u"currentItem", &KXAudioPlayer::currentItemChanged, [&] { m_currentItem.swap(item); });
 }
 
-void KXAudioPlayer::storeVolume(float volume)
+bool KXAudioPlayer::storeVolume(float volume)
 {
-    willChangeValueForKey(u"volume");
-    m_volume = volume;
-    didChangeValueForKey(u"volume");
-    Q_EMIT volumeChanged();
+    return change(u"volume", &KXAudioPlayer::volumeChanged, [&] { m_volume = volume; });
+}
+
+void KXAudioPlayer::setContinuous(bool continuous)
+{
+    change(u"continuous", &KXAudioPlayer::continuousChanged, [&] { m_continuous = continuous; });
 }
 
 void KXAudioPlayer::finish()
 {
-    const QPointer<KXAudioPlayer> alive(this);
-    setState(KXAudioPlayerStateFinished);
-    if (alive && m_playlist && m_continuous)
+    if (setState(KXAudioPlayerStateFinished) && state() == KXAudioPlayerStateFinished && m_playlist && m_continuous)
         playNext();
 }
 
-void KXAudioPlayer::playItemFromPlaylist(
-    const KXAudioPlayerItemPointer &item, const std::shared_ptr<KXAudioPlayerPlaylist> &playlist)
+/// The answer of a playlist or delegate, which may do anything while it is asked; none when it ended the player or had
+/// it play something else.
+template <typename Question> auto KXAudioPlayer::ask(const Question &question)
 {
-    m_playlist = playlist;
-    if (!delegate() || delegate()->shouldPlayNextItem(*this, item))
+    const QPointer<KXAudioPlayer> alive(this);
+    const auto before = std::pair(m_playlist, currentItem());
+    std::optional answer(question());
+    if (!alive || std::pair(m_playlist, currentItem()) != before)
+        answer.reset();
+    return answer;
+}
+
+void KXAudioPlayer::playItemFromPlaylist(KXAudioPlayerItemPointer item, std::shared_ptr<KXAudioPlayerPlaylist> playlist)
+{
+    m_playlist.swap(playlist);
+    if (ask([&] { return !delegate() || delegate()->shouldPlayNextItem(*this, item); }) == true)
         playItem(item);
 }
 
 void KXAudioPlayer::playNext()
 {
     const KXAudioPlayerItemPointer current = currentItem();
-    const KXAudioPlayerItemPointer next = current && m_playlist ? m_playlist->audioPlayerItemAfter(current) : nullptr;
-    if (next && (!delegate() || delegate()->shouldPlayNextItem(*this, next)))
-        playItem(next);
+    const std::shared_ptr<KXAudioPlayerPlaylist> playlist = m_playlist;
+    if (!current || !playlist)
+        return;
+    const auto next = ask([&] { return playlist->audioPlayerItemAfter(current); });
+    if (next && *next && ask([&] { return !delegate() || delegate()->shouldPlayNextItem(*this, *next); }) == true)
+        playItem(*next);
 }
 
 void KXAudioPlayer::playPrevious()
 {
     const KXAudioPlayerItemPointer current = currentItem();
-    const KXAudioPlayerItemPointer previous
-        = current && m_playlist ? m_playlist->audioPlayerItemBefore(current) : nullptr;
+    const std::shared_ptr<KXAudioPlayerPlaylist> playlist = m_playlist;
+    const auto previous = ask([&] { return current && playlist ? playlist->audioPlayerItemBefore(current) : nullptr; });
     if (!previous)
+        return;
+    if (!*previous) {
         setState(KXAudioPlayerStateFinished);
-    else if (!delegate() || delegate()->shouldPlayPreviousItem(*this, previous))
-        playItem(previous);
-    else
+        return;
+    }
+    const auto mayPlay = ask([&] { return !delegate() || delegate()->shouldPlayPreviousItem(*this, *previous); });
+    if (mayPlay == true)
+        playItem(*previous);
+    else if (mayPlay == false)
         stop();
 }
 

@@ -69,7 +69,8 @@ class KX_AUDIO_EXPORT KXAudioPlayer : public KXObject
     Q_OBJECT
     Q_PROPERTY(int state READ state NOTIFY stateChanged)
     Q_PROPERTY(float volume READ volume WRITE setVolume NOTIFY volumeChanged)
-    Q_PROPERTY(bool continuous READ isContinuous WRITE setContinuous)
+    Q_PROPERTY(KXAudioPlayerItemPointer currentItem READ currentItem NOTIFY currentItemChanged)
+    Q_PROPERTY(bool continuous READ isContinuous WRITE setContinuous NOTIFY continuousChanged)
     Q_PROPERTY(double duration READ duration)
     Q_PROPERTY(double currentTime READ currentTime WRITE setTime)
 public:
@@ -78,7 +79,7 @@ public:
 
     /// Whether the end of an item leads on to the next one of the playlist. False at first.
     [[nodiscard]] bool isContinuous() const { return m_continuous; }
-    void setContinuous(bool continuous) { m_continuous = continuous; }
+    void setContinuous(bool continuous);
     [[nodiscard]] KXAudioPlayerState state() const { return m_state; }
     [[nodiscard]] KXAudioPlayerDelegate *delegate() const { return m_delegate.get(); }
     /// Borrowed. One that is a QObject may go at any time; any other must be taken away before it does.
@@ -103,9 +104,9 @@ public:
     [[nodiscard]] virtual bool isSeeking() const { return false; }
 
     /// Takes the playlist and, unless the delegate objects, plays the item.
-    void playItemFromPlaylist(
-        const KXAudioPlayerItemPointer &item, const std::shared_ptr<KXAudioPlayerPlaylist> &playlist);
-    /// Nothing happens where there is no next item or the delegate objects.
+    void playItemFromPlaylist(KXAudioPlayerItemPointer item, std::shared_ptr<KXAudioPlayerPlaylist> playlist);
+    /// Nothing happens where there is no next item or the delegate objects. Where playlist or delegate, while they are
+    /// asked, have the player play something else, that stays; so for all three.
     void playNext();
     /// Without a previous item the state becomes Finished; when the delegate objects, the player stops.
     void playPrevious();
@@ -117,23 +118,31 @@ Q_SIGNALS:
     void stateChanged();
     void volumeChanged();
     void currentItemChanged();
+    void continuousChanged();
 
 protected:
-    /// Assigns and announces, also what is the same as before. An observer may change the state again.
-    void setState(KXAudioPlayerState state);
+    /// Assigns and announces, also what is the same as before. An observer may change the state again, or end the
+    /// player: false when it did.
+    bool setState(KXAudioPlayerState state);
     /// The two halves of setState() on a thread other than the main one. Observers by key and stateChanged() hear of it
     /// on the main thread, later.
     void assignState(KXAudioPlayerState state) { m_state = state; }
     void announceState();
-    void storeCurrentItem(const KXAudioPlayerItemPointer &item);
+    /// False when an observer ended the player.
+    bool storeCurrentItem(KXAudioPlayerItemPointer item);
     /// How playItem() begins: stops, lets `end` end what was played, and makes the item the current one. The file to be
     /// played; empty where there is none, and where an observer asked for another item or destroyed the player.
-    [[nodiscard]] QUrl beginItem(const KXAudioPlayerItemPointer &item, const std::function<void()> &end = {});
-    void storeVolume(float volume);
-    /// The end of the current item: Finished, and on to the next one when continuous.
+    [[nodiscard]] QUrl beginItem(KXAudioPlayerItemPointer item, const std::function<void()> &end = {});
+    /// False when an observer ended the player.
+    bool storeVolume(float volume);
+    /// The end of the current item: Finished, and on to the next one when continuous, unless an observer did something
+    /// else.
     void finish();
 
 private:
+    bool change(QStringView key, void (KXAudioPlayer::*signal)(), const std::function<void()> &assign);
+    template <typename Question> auto ask(const Question &question);
+
     std::atomic<KXAudioPlayerState> m_state = KXAudioPlayerStateIdle;
     float m_volume = 0;
     bool m_continuous = false;

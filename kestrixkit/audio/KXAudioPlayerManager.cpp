@@ -39,45 +39,47 @@ void KXAudioPlayerManager::setSharedInstance(std::shared_ptr<KXAudioPlayerManage
     static const bool registered = (qAddPostRoutine(endSharedAudioPlayerManager), true);
     Q_UNUSED(registered)
     const std::shared_ptr<KXAudioPlayerManager> former = sharedAudioPlayerManager();
-    if (former && former->m_audioPlayer)
-        former->m_audioPlayer->stop();
+    if (const auto player = former ? former->m_audioPlayer : nullptr)
+        player->stop();
     sharedAudioPlayerManager() = std::move(manager);
 }
 
-void KXAudioPlayerManager::setQueue(const std::shared_ptr<KXAudioPlayerQueue> &queue)
+void KXAudioPlayerManager::setQueue(std::shared_ptr<KXAudioPlayerQueue> queue)
 {
     if (queue)
         queue->setAudioPlayerManager(this);
-    m_queue = queue;
+    m_queue = std::move(queue);
 }
 
 void KXAudioPlayerManager::togglePlayback()
 {
-    if (!m_audioPlayer)
+    const auto player = m_audioPlayer; // an observer may have the manager replace it
+    if (!player)
         return;
-    const KXAudioPlayerState state = m_audioPlayer->state();
+    const KXAudioPlayerState state = player->state();
     if (state == KXAudioPlayerStateStopped || state == KXAudioPlayerStateFinished)
-        m_audioPlayer->resume();
+        player->resume();
     else
-        m_audioPlayer->stop();
+        player->stop();
 }
 
 void KXAudioPlayerManager::playNext(bool userInitiated)
 {
     m_userInitiatedPlayerChange = userInitiated;
-    if (m_audioPlayer)
-        m_audioPlayer->playNext();
+    if (const auto player = m_audioPlayer)
+        player->playNext();
 }
 
 void KXAudioPlayerManager::playPrevious(bool userInitiated)
 {
     m_userInitiatedPlayerChange = userInitiated;
-    if (!m_audioPlayer)
+    const auto player = m_audioPlayer;
+    if (!player)
         return;
-    if (m_audioPlayer->currentTime() > managerRestartSeconds)
-        m_audioPlayer->playItem(m_audioPlayer->currentItem());
+    if (player->currentTime() > managerRestartSeconds)
+        player->playItem(player->currentItem());
     else
-        m_audioPlayer->playPrevious();
+        player->playPrevious();
 }
 
 void KXAudioPlayerManager::scanForward(double seconds)

@@ -54,7 +54,7 @@ public:
     [[nodiscard]] std::shared_ptr<KXAudioPlayer> audioPlayer() const { return m_audioPlayer; }
     [[nodiscard]] std::shared_ptr<KXAudioPlayerQueue> queue() const { return m_queue; }
     /// Makes itself known to the queue first.
-    void setQueue(const std::shared_ptr<KXAudioPlayerQueue> &queue);
+    void setQueue(std::shared_ptr<KXAudioPlayerQueue> queue);
     /// Whether the last change of item was asked for by the user.
     [[nodiscard]] bool isUserInitiatedPlayerChange() const { return m_userInitiatedPlayerChange; }
     void setUserInitiatedPlayerChange(bool byUser) { m_userInitiatedPlayerChange = byUser; }

@@ -68,7 +68,6 @@ KXBasicAudioPlayer::KXBasicAudioPlayer(std::shared_ptr<KXAudioOutput> output, QO
     m_loader->player = this;
     m_eventTimer.setInterval(basicPlayerEventMilliseconds);
     connect(&m_eventTimer, &QTimer::timeout, this, &KXBasicAudioPlayer::lookForEvents);
-    m_output->setLostHandler([this](const QString &) { stop(); });
     m_endToken = KXNotificationCenter::defaultCenter().addObserver(KXStreamingPlayerDidPlayToEndNotification,
         KXNotificationCenter::anySender(),
         [this](const KXNotification &notification) { playerItemDidReachEnd(notification); });
@@ -76,12 +75,12 @@ KXBasicAudioPlayer::KXBasicAudioPlayer(std::shared_ptr<KXAudioOutput> output, QO
 
 KXBasicAudioPlayer::~KXBasicAudioPlayer()
 {
-    m_output->setLostHandler({});
     m_endToken.reset();
     m_loader->want({});
     m_loader->forgetPlayer();
     m_player.reset();
-    m_output->close();
+    if (m_output->hasSource(nullptr)) // not while another player has it
+        m_output->close();
 }
 
 void KXBasicAudioPlayer::playItem(const KXAudioPlayerItemPointer &item)
@@ -118,12 +117,18 @@ void KXBasicAudioPlayer::becomeReady(const std::shared_ptr<KXPlaybackSession> &s
 {
     if (m_loader->session != session)
         return;
-    m_player = std::make_unique<KXStreamingPlayer>(session, m_output);
+    m_player = std::make_unique<KXStreamingPlayer>(session, m_output, [this](const QString &) { stop(); });
     m_player->setVolume(volume());
-    if (state() == KXAudioPlayerStateStopped || state() == KXAudioPlayerStateIdle)
-        return; // it was stopped meanwhile; resume() plays it
-    m_player->fadeInAndOut();
-    setState(startPlaying() ? KXAudioPlayerStatePlaying : KXAudioPlayerStateStopped);
+    const bool isStopped = state() == KXAudioPlayerStateStopped || state() == KXAudioPlayerStateIdle;
+    if (!isStopped)
+        m_player->applyFadeIn();
+    m_player->fadeOutAtEnd();
+    if (isStopped)
+        return; // meanwhile; resume() plays it
+    const QPointer<KXBasicAudioPlayer> alive(this);
+    const bool plays = startPlaying();
+    if (alive)
+        setState(plays ? KXAudioPlayerStatePlaying : KXAudioPlayerStateStopped);
 }
 
 bool KXBasicAudioPlayer::startPlaying()
@@ -189,9 +194,8 @@ void KXBasicAudioPlayer::setTime(double seconds)
 
 void KXBasicAudioPlayer::setVolume(float volume)
 {
-    storeVolume(volume);
-    if (m_player)
-        m_player->setVolume(volume);
+    if (storeVolume(volume) && m_player)
+        m_player->setVolume(this->volume());
 }
 
 void KXBasicAudioPlayer::applyFadeIn()

@@ -2,11 +2,37 @@
 
 #include <kestrixkit/audio/KXFFmpegAudioFile_p.h>
 
+#include <bit>
 #include <cstring>
 
 #include <kestrixkit/audio/KXAudioFileGrowth_p.h>
 
 namespace {
+
+/// Where a block of FLAC begins and how long it is, in frames, by its own header. The library knows neither where that
+/// leaves the rate to the file's header.
+void ffmpegPlaceFlacBlock(AVPacket &packet, quint32 framesPerBlock)
+{
+    const uint8_t *at = packet.data;
+    const uint8_t *const end = at + packet.size;
+    if (packet.size < 6 || at[0] != 0xFF || (at[1] & 0xFC) != 0xF8)
+        return;
+    const bool countsFrames = at[1] & 1; // else blocks
+    const int code = at[2] >> 4;
+    // The number is written as UTF-8 writes characters, in up to seven bytes.
+    const int length = std::max(1, std::countl_one(at[4]));
+    qint64 number = length == 1 ? at[4] : at[4] & 0x7F >> length;
+    at += 5;
+    for (int i = 1; i < length && at < end; ++i)
+        number = number << 6 | (*at++ & 0x3F);
+    qint64 frames = code == 1 ? 192 : code < 6 ? 576 << std::max(0, code - 2) : 256 << std::max(0, code - 8);
+    if (code == 6 && at < end)
+        frames = *at + 1;
+    else if (code == 7 && at + 1 < end)
+        frames = (at[0] << 8 | at[1]) + 1;
+    packet.pts = countsFrames ? number : number * framesPerBlock;
+    packet.duration = frames;
+}
 
 /// Whether a packet has fewer bytes than it says.
 bool ffmpegIsCutOff(const AVPacket &packet, quint32 formatID)
@@ -177,6 +203,10 @@ int KXFFmpegAudioFile::readPacket()
         // Behind a damaged place there may be more.
         damaged += status == AVERROR_INVALIDDATA;
     } while (status >= 0 ? m_packet->stream_index != m_stream->index : status == AVERROR_INVALIDDATA && damaged < 1000);
+
+    if (status >= 0 && m_format.mFormatID == KXAudioFormatFLAC && m_packet->duration <= 0
+        && av_cmp_q(m_timeBase, { 1, m_rate }) == 0)
+        ffmpegPlaceFlacBlock(*m_packet, m_format.mFramesPerPacket);
 
     const bool isLocal = !m_path.isEmpty();
     AVIOContext *bytes = m_file->pb;

@@ -5,12 +5,18 @@
 #include <QFile>
 #include <QtEndian>
 
+#include <kestrixkit/audio/KXAudioFile.h>
 #include <kestrixkit/audio/KXAudioFileGrowth_p.h>
+#include <kestrixkit/audio/KXStreamAddress_p.h>
+
+extern "C" {
+#include <libavutil/opt.h>
+}
 
 using namespace Qt::StringLiterals;
 
 static_assert(KXAudioFileInterruptedError == AVERROR_EXIT && KXAudioFileParameterError == AVERROR(EINVAL)
-    && KXAudioFileConnectionError == AVERROR(EIO));
+    && KXAudioFileConnectionError == AVERROR(EIO) && KXAudioFileForbiddenError == AVERROR(EACCES));
 
 namespace {
 
@@ -95,7 +101,15 @@ KXAudioFileStatus KXFFmpegAudioFile::open(const QUrl &url, const KXAudioFileOpti
         if (!S_ISREG(info.st_mode)) // reading a pipe could wait for ever
             return S_ISDIR(info.st_mode) ? -EISDIR : KXAudioFileParameterError;
     } else if (url.scheme() == "http"_L1 || url.scheme() == "https"_L1) {
-        m_address = url.toEncoded();
+        QUrl address = url;
+        renewDeadline();
+        if (!KXAudioFile::followsPrivateRedirects()) {
+            const KXAudioFileStatus status
+                = KXStreamAddress::resolve(address, m_staysAtAddress, [this] { return isInterrupted(this) != 0; });
+            if (status != KXAudioFileNoError)
+                return status;
+        }
+        m_address = address.toEncoded();
     } else {
         return KXAudioFileParameterError;
     }
@@ -135,6 +149,14 @@ int KXFFmpegAudioFile::openInput()
     if (status < 0)
         return status;
     Pointer<AVFormatContext> file(context);
+    if (m_staysAtAddress) { // a server may say one thing and then another
+        uint8_t *location = nullptr;
+        const bool isKnown = av_opt_get(context->pb, "location", AV_OPT_SEARCH_CHILDREN, &location) >= 0;
+        const bool isElsewhere = isKnown && location && m_address != reinterpret_cast<const char *>(location);
+        av_free(location);
+        if (isElsewhere)
+            return KXAudioFileForbiddenError;
+    }
     if ((status = avformat_find_stream_info(context, nullptr)) < 0
         || (status = av_find_best_stream(context, AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0)) < 0)
         return status;

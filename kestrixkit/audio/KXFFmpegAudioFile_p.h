@@ -67,6 +67,7 @@ private:
 
     QByteArray m_address;
     QByteArray m_path; // empty for remote files
+    bool m_staysAtAddress = false; // the server has been asked already where it leads
     KXAudioFileOptions m_options;
     std::chrono::steady_clock::time_point m_deadline;
 

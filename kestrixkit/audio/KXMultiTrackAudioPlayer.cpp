@@ -19,24 +19,23 @@ KXMultiTrackAudioPlayer::KXMultiTrackAudioPlayer(std::shared_ptr<KXAudioOutput> 
 {
     m_endTimer.setInterval(multiTrackEndMilliseconds);
     connect(&m_endTimer, &QTimer::timeout, this, &KXMultiTrackAudioPlayer::lookForEnd);
-    m_output->setLostHandler([this](const QString &) { stop(); });
 }
 
 KXMultiTrackAudioPlayer::~KXMultiTrackAudioPlayer()
 {
-    m_output->setLostHandler({});
     teardownCoreAudio();
     const std::shared_ptr<KXPlaybackSession> session = m_session;
     endSession();
-    m_output->setSource({});
     if (session)
         session->decoder()->waitUntilDone();
 }
 
 void KXMultiTrackAudioPlayer::endSession()
 {
-    if (m_session)
-        m_session->cancel();
+    if (!m_session)
+        return;
+    m_session->cancel();
+    m_output->removeSource(m_session.get());
     m_session.reset();
 }
 
@@ -46,13 +45,11 @@ void KXMultiTrackAudioPlayer::playItem(const KXAudioPlayerItemPointer &item)
     const QUrl url = beginItem(item, [this] { endSession(); });
     if (url.isEmpty())
         return;
-    const auto session = std::make_shared<KXPlaybackSession>(url);
+    const auto session = std::make_shared<KXPlaybackSession>(url, KXPlaybackOptions { .staysAtEnd = true });
     m_session = session;
-    setState(KXAudioPlayerStateLoading);
-    if (!alive || m_session != session)
+    if (!setState(KXAudioPlayerStateLoading) || m_session != session)
         return;
     stopAudioQueue(); // whatever an observer has started meanwhile
-    m_output->setSource(session);
     const bool started = session->start([this](const KXStreamFormat &format) { return willStartDecoding(format); });
     if (!started && alive && m_session == session)
         setState(KXAudioPlayerStateStopped);
@@ -61,16 +58,17 @@ void KXMultiTrackAudioPlayer::playItem(const KXAudioPlayerItemPointer &item)
 bool KXMultiTrackAudioPlayer::willStartDecoding(const KXStreamFormat &format)
 {
     const std::shared_ptr<KXPlaybackSession> session = m_session;
-    const bool ready = session->prepareBuffer(format) && setupCoreAudio(format);
     const QPointer<KXMultiTrackAudioPlayer> alive(this);
-    setState(ready ? KXAudioPlayerStatePlaying : KXAudioPlayerStateStopped);
-    return ready && alive && m_session == session;
+    const bool ready = session->prepareBuffer(format) && setupCoreAudio(format);
+    return alive && m_session == session && setState(ready ? KXAudioPlayerStatePlaying : KXAudioPlayerStateStopped)
+        && ready && m_session == session;
 }
 
 bool KXMultiTrackAudioPlayer::setupCoreAudio(const KXStreamFormat &format)
 {
-    teardownCoreAudio();
     m_hasGraph = true;
+    if (!takeOutput())
+        return false;
     if (const int status = m_output->prepare()) {
         KXLogError(audio, "Couldn't add output node (%i)", qint16(status));
         return false;
@@ -94,15 +92,32 @@ void KXMultiTrackAudioPlayer::teardownCoreAudio()
     if (!m_hasGraph)
         return;
     stopAudioQueue();
-    m_output->close();
+    m_output->removeSource(m_session.get());
+    if (m_output->hasSource(nullptr)) // not while another player has it
+        m_output->close();
     m_hasGraph = false;
+}
+
+/// False when whoever had it before took it back, or destroyed this player.
+bool KXMultiTrackAudioPlayer::takeOutput()
+{
+    const auto output = m_output;
+    const auto session = m_session;
+    if (!output->hasSource(session.get()))
+        output->setSource(session, [this](const QString &) { stop(); });
+    return output->hasSource(session.get());
 }
 
 void KXMultiTrackAudioPlayer::startAudioQueue()
 {
-    if (!m_hasGraph || m_output->isRunning())
+    if (!m_hasGraph || !m_session || !takeOutput() || m_output->isRunning())
         return;
-    if (const int status = m_output->start())
+    // Another player may have needed another rate. Of a file that cannot be opened there is none.
+    const double rate = m_session->decoder()->outputDescription().mSampleRate;
+    int status = rate > 0 && rate != m_output->sampleRate() ? m_output->open(rate) : 0;
+    if (status == 0)
+        status = m_output->start();
+    if (status != 0)
         KXLogError(audio, "Couldn't start output (%i)", qint16(status));
     m_endTimer.start();
 }
@@ -110,7 +125,7 @@ void KXMultiTrackAudioPlayer::startAudioQueue()
 void KXMultiTrackAudioPlayer::stopAudioQueue()
 {
     m_endTimer.stop();
-    if (m_hasGraph && m_output->isRunning())
+    if (m_session && m_output->hasSource(m_session.get()))
         m_output->stop();
 }
 
@@ -122,12 +137,13 @@ void KXMultiTrackAudioPlayer::stop()
 
 bool KXMultiTrackAudioPlayer::resume()
 {
-    if (!m_hasGraph)
+    if (!m_hasGraph || !m_session)
         return false;
-    if (m_session)
-        (void)m_session->takeFinished(); // of the time before
+    (void)m_session->takeFinished(); // of the time before
+    const QPointer<KXMultiTrackAudioPlayer> alive(this);
     startAudioQueue();
-    setState(KXAudioPlayerStatePlaying);
+    if (alive)
+        setState(KXAudioPlayerStatePlaying);
     return true;
 }
 
@@ -191,8 +207,8 @@ void KXMultiTrackAudioPlayer::seekToFrame(qint64 frame)
 
 void KXMultiTrackAudioPlayer::setVolume(float volume)
 {
-    storeVolume(volume);
-    applyVolumeToMixer();
+    if (storeVolume(volume))
+        applyVolumeToMixer();
 }
 
 void KXMultiTrackAudioPlayer::applyVolumeToMixer()

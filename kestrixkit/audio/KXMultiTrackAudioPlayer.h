@@ -12,8 +12,8 @@ class KXPlaybackSession;
 /// Plays files whose channels are tracks of their own: even ones on the left, odd ones on the right, so that pairs
 /// sound as stereo stems, each to be muted alone. A mono file is heard on the left.
 ///
-/// An item that has begun is Playing at once, though its first passes may be silent. After its end the output keeps
-/// what it had: resume() ends again immediately, and a seek is only shown.
+/// An item that has begun is Playing at once, though its first passes may be silent. After its end resume() ends again
+/// immediately, unless a seek went back.
 ///
 /// Threads: the main thread.
 class KX_AUDIO_EXPORT KXMultiTrackAudioPlayer : public KXAudioPlayer
@@ -34,7 +34,6 @@ public:
     [[nodiscard]] double currentTime() const override;
     /// Limited to the item's frames. Nothing happens while its length is unknown.
     void setTime(double seconds) override;
-    /// For ever once the decoder has finished.
     [[nodiscard]] bool isSeeking() const override;
     /// Nothing happens for a frame that the item does not have.
     void seekToFrame(qint64 frame);
@@ -57,6 +56,7 @@ public:
     void teardownCoreAudio();
 
 private:
+    bool takeOutput();
     bool willStartDecoding(const KXStreamFormat &format);
     bool setupCoreAudio(const KXStreamFormat &format);
     void applyVolumeToMixer();

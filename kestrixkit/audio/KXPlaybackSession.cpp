@@ -114,6 +114,16 @@ void KXPlaybackSession::seekToFrame(qint64 frame)
     m_decoder->setState(KXCoreAudioFileDecoderStateRunning);
 }
 
+bool KXPlaybackSession::takeFinished()
+{
+    const bool hasFinished = m_isFinished.exchange(false);
+    if (!hasFinished || !m_inputs)
+        return hasFinished;
+    // In this order: a seek sets the position before it counts as carried out.
+    return m_decoder->seekToFrame() < 0 && m_decoder->totalFramesIsFinal()
+        && m_decoder->renderedFrames() >= m_decoder->totalFrames();
+}
+
 KXStreamFormat KXPlaybackSession::outputDescriptionFor(KXCoreAudioFileDecoder &, const KXStreamFormat &fileFormat)
 {
     return KXPlanarFloatFormat(fileFormat.mSampleRate, fileFormat.mChannelsPerFrame);

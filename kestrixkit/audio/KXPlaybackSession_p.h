@@ -82,8 +82,8 @@ public:
 
     /// Frames of the last pass. Any thread.
     [[nodiscard]] qint64 framesRenderedLastPass() const { return m_framesLastPass; }
-    /// Whether a pass has reached the end since this was last asked.
-    [[nodiscard]] bool takeFinished() { return m_isFinished.exchange(false); }
+    /// Whether a pass has reached the end since this was last asked, and no seek has left it since.
+    [[nodiscard]] bool takeFinished();
 
     // From the decoder
     KXStreamFormat outputDescriptionFor(KXCoreAudioFileDecoder &decoder, const KXStreamFormat &fileFormat) override;

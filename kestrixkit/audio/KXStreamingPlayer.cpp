@@ -50,23 +50,29 @@ void KXStreamingPlayer::run(const std::shared_ptr<KXPlaybackSession> &session)
     session->decoder()->decodeAudioData();
 }
 
-KXStreamingPlayer::KXStreamingPlayer(std::shared_ptr<KXPlaybackSession> session, std::shared_ptr<KXAudioOutput> output)
+KXStreamingPlayer::KXStreamingPlayer(
+    std::shared_ptr<KXPlaybackSession> session, std::shared_ptr<KXAudioOutput> output, KXAudioOutput::LostHandler lost)
     : m_session(std::move(session))
     , m_output(std::move(output))
+    , m_lost(std::move(lost))
 {
-    m_output->stop();
-    m_output->setSource(m_session);
 }
 
 KXStreamingPlayer::~KXStreamingPlayer()
 {
     m_session->cancel();
-    m_output->stop();
-    m_output->setSource({});
+    m_output->removeSource(m_session.get());
 }
 
 bool KXStreamingPlayer::play()
 {
+    if (!m_output->hasSource(m_session.get())) {
+        const auto output = m_output;
+        const auto session = m_session;
+        output->setSource(session, m_lost);
+        if (!output->hasSource(session.get()))
+            return false;
+    }
     if (m_output->isRunning())
         return true;
     int status = 0;
@@ -82,7 +88,11 @@ bool KXStreamingPlayer::play()
     return status == 0;
 }
 
-void KXStreamingPlayer::pause() { m_output->stop(); }
+void KXStreamingPlayer::pause()
+{
+    if (m_output->hasSource(m_session.get()))
+        m_output->stop();
+}
 
 double KXStreamingPlayer::duration() const
 {
@@ -110,9 +120,8 @@ KXGainRamp KXStreamingPlayer::fadeOutRamp() const
     return { qint64(start * sampleRate()), qint64(streamingFadeSeconds * sampleRate()), 1, 0 };
 }
 
-void KXStreamingPlayer::fadeInAndOut()
+void KXStreamingPlayer::fadeOutAtEnd()
 {
-    applyFadeIn();
     m_framesOfFade = decoder().totalFrames();
     m_session->setNextRamp(fadeOutRamp());
 }
@@ -129,9 +138,6 @@ KXStreamingPlayer::Event KXStreamingPlayer::takeEvent()
         m_session->correctNextRamp(fadeOutRamp());
     }
     if (!m_session->takeFinished())
-        return Event::None;
-    // The pass that saw the end may have been before a seek.
-    if (decoder().seekToFrame() >= 0 || !decoder().totalFramesIsFinal() || decoder().renderedFrames() < total)
         return Event::None;
     return decoder().readStatus() != KXAudioFileNoError ? Event::BrokenOff : Event::End;
 }

@@ -24,13 +24,15 @@ public:
     /// Fills its buffer, and looks for its exact length beside. Returns when the session is cancelled.
     static void run(const std::shared_ptr<KXPlaybackSession> &session);
 
-    /// Takes the output over. The session has been loaded.
-    KXStreamingPlayer(std::shared_ptr<KXPlaybackSession> session, std::shared_ptr<KXAudioOutput> output);
+    /// The session has been loaded. `lost` is called when the output, taken by play(), is lost while it plays.
+    KXStreamingPlayer(std::shared_ptr<KXPlaybackSession> session, std::shared_ptr<KXAudioOutput> output,
+        KXAudioOutput::LostHandler lost);
     /// Stops, and ends the session.
     ~KXStreamingPlayer();
     Q_DISABLE_COPY_MOVE(KXStreamingPlayer)
 
-    /// False, with a log line, when the output cannot be had. What broke off is tried again.
+    /// Takes the output. False, with a log line, when it cannot be had; also when whoever had it before took it back or
+    /// destroyed this player. What broke off is tried again.
     bool play();
     void pause();
 
@@ -43,9 +45,8 @@ public:
     [[nodiscard]] bool isSeeking() const { return decoder().seekToFrame() >= 0; }
 
     void setVolume(float volume) { m_session->setVolume(volume); }
-    /// From silence, over the first second of the item, and to silence over its last whole one, once playing comes
-    /// there.
-    void fadeInAndOut();
+    /// To silence over the item's last whole second, once playing comes there; beside the fade that there is.
+    void fadeOutAtEnd();
     void applyFadeIn();
     void applyFadeOut();
 
@@ -59,5 +60,6 @@ private:
 
     const std::shared_ptr<KXPlaybackSession> m_session;
     const std::shared_ptr<KXAudioOutput> m_output;
+    const KXAudioOutput::LostHandler m_lost;
     qint64 m_framesOfFade = 0; // the item's length when the fade at its end was placed
 };

@@ -10,11 +10,13 @@
 #include <kestrixkit/audio/KXAudioFile.h>
 #include <kestrixkit/audio/KXWaveformPicture_p.h>
 #include <kestrixkit/foundation/KXMainQueue.h>
+#include <kestrixkit/foundation/KXStringWithFormat.h>
 
 namespace {
 
 constexpr size_t waveformChunkBytes = 128 * 1024; // of all channels: stays in the cache between decoding and looking
-constexpr double waveformMostPixels = 32768; // of an image's side
+constexpr double waveformMostSide = 32768; // pixels, from here on more than painters take
+constexpr double waveformMostArea = 1 << 26; // pixels of an image
 constexpr auto waveformPatience = std::chrono::milliseconds(20); // between two looks at a file that grows
 constexpr double waveformGrowthSeconds = 3; // a picture cannot wait as long as a player
 
@@ -222,6 +224,12 @@ void KXWaveformGenerator::main()
 
 bool KXWaveformGenerator::generateWaveformPaths(KXError *error)
 {
+    if (m_size.width() >= waveformMostSide || m_size.height() >= waveformMostSide
+        || (!m_size.isEmpty() && m_size.width() * m_size.height() > waveformMostArea))
+        return KXSetError(error,
+            KXError(KXKestrixKitErrorDomain, KXWaveformSizeErrorCode,
+                KXStringWithFormat(
+                    KXLocalizedString("A waveform of %g by %g pixels is too large"), m_size.width(), m_size.height())));
     KXAudioFile file;
     KXStreamFormat format;
     qint64 frames = 0;
@@ -235,10 +243,8 @@ bool KXWaveformGenerator::generateWaveformPaths(KXError *error)
     if (!file.lengthIsExact() && file.findExactLength() == KXAudioFileNoError)
         (void)file.lengthInFrames(&frames);
 
-    const auto isDrawable = [](double side) { return side > 0 && side < waveformMostPixels; };
-    const QSize pixels = isDrawable(m_size.width()) && isDrawable(m_size.height())
-        ? QSize(int(m_size.width()), int(m_size.height()))
-        : QSize();
+    const bool isDrawable = m_size.width() > 0 && m_size.height() > 0; // neither is a size that is no number
+    const QSize pixels = isDrawable ? QSize(int(m_size.width()), int(m_size.height())) : QSize();
     m_pictures.clear();
     for (quint32 i = 0; i < (m_sumAllChannels ? 1 : format.mChannelsPerFrame); ++i)
         m_pictures.push_back(std::make_unique<KXWaveformPicture>(pixels, m_fillColour));

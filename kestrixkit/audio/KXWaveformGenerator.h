@@ -14,6 +14,9 @@
 class KXAudioFile;
 class KXWaveformPicture;
 
+/// The code of the error of a waveform larger than can be drawn, in KXKestrixKitErrorDomain.
+inline constexpr int KXWaveformSizeErrorCode = 1002;
+
 /// The largest of `count` samples, signed: of a run that is negative throughout, the one closest to zero. Passes over
 /// what is no number; negative infinity when nothing is left.
 [[nodiscard]] KX_AUDIO_EXPORT float maxV(const float *samples, size_t count);
@@ -38,7 +41,7 @@ public:
     using ImagesBlock = std::function<void(const QList<QImage> &)>;
     static constexpr int ColumnsPerProgress = 150;
 
-    /// Size in pixels, of which whole ones are drawn, below 32,768 on either side.
+    /// Size in pixels, of which whole ones are drawn: below 32,768 on either side, and 2^26 in all.
     KXWaveformGenerator(const QUrl &fileURL, const QSizeF &size, const QColor &fillColour);
     ~KXWaveformGenerator() override;
 
@@ -59,7 +62,7 @@ public:
     [[nodiscard]] const ImagesBlock &progressBlock() const { return m_progressBlock; }
     void setProgressBlock(ImagesBlock block) { m_progressBlock = std::move(block); }
     [[nodiscard]] const std::function<void(const KXError &)> &failureBlock() const { return m_failureBlock; }
-    /// Gets an error with the code KXAudioFileErrorCode: the file cannot be opened.
+    /// Gets an error with the code KXAudioFileErrorCode: the file cannot be opened; or KXWaveformSizeErrorCode.
     void setFailureBlock(std::function<void(const KXError &)> block) { m_failureBlock = std::move(block); }
     [[nodiscard]] const std::function<void()> &cancelBlock() const { return m_cancelBlock; }
     void setCancelBlock(std::function<void()> block) { m_cancelBlock = std::move(block); }

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <kestrixkit/filters/KXFacetFilterValue.h>
-#include <kestrixkit/toolkit/KXSourceListCell.h>
+#include <kestrixkit/source_list/KXSourceListCell.h>
 
 /// One row of a value of a facet filter while it is set up: writes what the value shows into the outline's cell. What
 /// the preset leaves out is paler. Main thread.

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <kestrixkit/filters/KXFilterSetPreset.h>
-#include <kestrixkit/toolkit/KXSourceListCell.h>
+#include <kestrixkit/source_list/KXSourceListCell.h>
 
 /// One row of the presets library while it is set up: writes what a preset shows into the list's cell. Main thread.
 class KX_UI_EXPORT KXFilterSetPresetCellView

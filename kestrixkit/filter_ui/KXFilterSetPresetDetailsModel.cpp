@@ -1,7 +1,7 @@
 #include <kestrixkit/filter_ui/KXFilterSetPresetDetailsModel_p.h>
 
 #include <kestrixkit/foundation/KXStringWithFormat.h>
-#include <kestrixkit/toolkit/KXSourceListView.h>
+#include <kestrixkit/source_list/KXSourceListView.h>
 
 namespace {
 

@@ -12,12 +12,12 @@
 #include <kestrixkit/foundation/KXObserver.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/foundation/KXUserDefaults.h>
+#include <kestrixkit/source_list/KXSourceListRowDelegate_p.h>
+#include <kestrixkit/source_list/KXSourceListView.h>
 #include <kestrixkit/store/KXStoreChange.h>
 #include <kestrixkit/theme/KXThemeStyleNames.h>
 #include <kestrixkit/theme/controls/KXPlaceholderView.h>
 #include <kestrixkit/toolkit/KXMenu.h>
-#include <kestrixkit/toolkit/KXSourceListRowDelegate_p.h>
-#include <kestrixkit/toolkit/KXSourceListView.h>
 
 using namespace Qt::StringLiterals;
 
@@ -82,6 +82,12 @@ KXPlaceholderView *KXFilterSetPresetDetailsViewController::notAvailableMessageVi
 QLabel *KXFilterSetPresetDetailsViewController::notAvailableLabel() const
 {
     return m_notAvailableMessageView ? m_notAvailableMessageView->label() : nullptr;
+}
+
+void KXFilterSetPresetDetailsViewController::loadView()
+{
+    KXInterfaceLoader::shared().registerWidgetOnce<KXSourceListView>();
+    KXViewController::loadView();
 }
 
 void KXFilterSetPresetDetailsViewController::viewDidLoad()

@@ -108,6 +108,7 @@ public:
     void viewWillAppear() override;
 
 protected:
+    void loadView() override;
     void viewDidLoad() override;
     bool eventFilter(QObject *object, QEvent *event) override;
 

@@ -4,8 +4,8 @@
 
 #include <kestrixkit/filter_ui/KXFilterSetPresetsViewController.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
+#include <kestrixkit/source_list/KXSourceListView.h>
 #include <kestrixkit/toolkit/KXMenu.h>
-#include <kestrixkit/toolkit/KXSourceListView.h>
 
 void KXFilterSetPresetsViewController::addFolder()
 {

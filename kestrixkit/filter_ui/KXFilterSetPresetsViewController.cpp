@@ -10,12 +10,12 @@
 #include <kestrixkit/foundation/KXObserver.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/foundation/KXUserDefaults.h>
+#include <kestrixkit/source_list/KXSourceListView.h>
 #include <kestrixkit/theme/KXThemeStyleNames.h>
 #include <kestrixkit/theme/controls/KXPlaceholderView.h>
 #include <kestrixkit/theme/controls/KXThemeableButton.h>
 #include <kestrixkit/theme/controls/KXThemeableSplitView.h>
 #include <kestrixkit/toolkit/KXMenu.h>
-#include <kestrixkit/toolkit/KXSourceListView.h>
 #include <kestrixkit/toolkit/KXTreeController.h>
 
 using namespace Qt::StringLiterals;

@@ -3,9 +3,9 @@
 #include <QHash>
 
 #include <kestrixkit/filter_ui/KXFilterSetPresetEditing.h>
-#include <kestrixkit/filter_ui/KXSourceListViewController.h>
 #include <kestrixkit/foundation/KXDelayedCall.h>
 #include <kestrixkit/foundation/KXWeakDelegate.h>
+#include <kestrixkit/source_list/KXSourceListViewController.h>
 #include <kestrixkit/toolkit/KXPopoverController.h>
 #include <kestrixkit/toolkit/KXViewController.h>
 

@@ -6,7 +6,7 @@
 #include <QHash>
 #include <QSet>
 
-#include <kestrixkit/filter_ui/KXSourceListItemController.h>
+#include <kestrixkit/source_list/KXSourceListItemController.h>
 #include <kestrixkit/store/KXManagedObjectContext.h>
 #include <kestrixkit/toolkit/KXNavigationStack.h>
 #include <kestrixkit/toolkit/KXViewController.h>
@@ -58,6 +58,8 @@ template <typename Value> void KXViewState::setInMemory(QStringView key, Value &
 
 void KXViewState::setImage(const QIcon &image) { setInMemory(u"image", m_image, image); }
 void KXViewState::setCount(qint64 count) { setInMemory(u"count", m_count, count); }
+QStringList KXViewState::badgeKeys() const { return { u"count"_s, u"inProgress"_s, u"image"_s }; }
+
 void KXViewState::setInProgress(bool inProgress) { setInMemory(u"inProgress", m_inProgress, inProgress); }
 
 QString KXViewState::trackingPath() const

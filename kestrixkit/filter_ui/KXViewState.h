@@ -32,7 +32,9 @@ public:
     void setImage(const QIcon &image);
     [[nodiscard]] qint64 count() const { return m_count; }
     void setCount(qint64 count);
-    [[nodiscard]] bool inProgress() const { return m_inProgress; }
+    [[nodiscard]] std::optional<qint64> countForContextIdentifier(const QString &) const override { return m_count; }
+    [[nodiscard]] QStringList badgeKeys() const override;
+    [[nodiscard]] bool inProgress() const override { return m_inProgress; }
     void setInProgress(bool inProgress);
 
     /// Its identifier in the form that lasts.

@@ -94,6 +94,13 @@ void KXFilterSetPreset::setCount(qint64 count, const QString &forContextIdentifi
     }
 }
 
+std::optional<qint64> KXFilterSetPreset::countForContextIdentifier(const QString &identifier) const
+{
+    if (identifier.isEmpty())
+        return 0;
+    return isFolder() ? std::nullopt : std::optional(m_counts ? m_counts->value(identifier) : 0);
+}
+
 KXRef<KXFilterSetPreset> KXFilterSetPreset::duplicateInContext(KXManagedObjectContext &context) const
 {
     const KXRef<KXFilterSetPreset> copy = cast(context.managedObjectForEntity(entity()->name()));

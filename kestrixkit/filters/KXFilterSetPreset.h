@@ -43,6 +43,10 @@ public:
     /// Main thread. Announces the counts of the folder around it, too.
     void setCount(qint64 count, const QString &forContextIdentifier);
 
+    /// Of a folder absent: whoever shows a tree has the sum at hand.
+    [[nodiscard]] std::optional<qint64> countForContextIdentifier(const QString &identifier) const override;
+    [[nodiscard]] QStringList badgeKeys() const override { return { QStringLiteral("counts") }; }
+
     /// A preset of the same entity with a copy of the filter set: title, kind and counts are taken over, and neither
     /// place, permissions nor children. Empty where the store gives no identifier.
     [[nodiscard]] KXRef<KXFilterSetPreset> duplicateInContext(KXManagedObjectContext &context) const;

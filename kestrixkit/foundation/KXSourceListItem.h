@@ -1,8 +1,11 @@
 #pragma once
 
+#include <optional>
+
 #include <QIcon>
 #include <QList>
 #include <QString>
+#include <QStringList>
 
 #include <kestrixkit/foundation/KXGlobal.h>
 
@@ -49,6 +52,12 @@ public:
     virtual KXSourceListItem *duplicateItem() { return nullptr; }
 
     [[nodiscard]] virtual QIcon image() const { return {}; }
+    /// The number in its badge, of the place that counts it; none below 1. Absent: the sum of its children's.
+    [[nodiscard]] virtual std::optional<qint64> countForContextIdentifier(const QString &) const { return 0; }
+    /// Whether its row says that work goes on.
+    [[nodiscard]] virtual bool inProgress() const { return false; }
+    /// Observable keys of the item, where it has any, on which these three depend.
+    [[nodiscard]] virtual QStringList badgeKeys() const { return {}; }
     /// Of the item's controller, and the controller itself; both null for items without one.
     [[nodiscard]] virtual const QMetaObject *controllerClass() const { return nullptr; }
     [[nodiscard]] virtual KXSourceListItemController *controller() const { return nullptr; }

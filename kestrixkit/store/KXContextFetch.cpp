@@ -6,9 +6,11 @@
 
 #include <QSet>
 
+#include <kestrixkit/foundation/KXAbstractOperation.h>
 #include <kestrixkit/foundation/KXException.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/store/KXContextFetch_p.h>
+#include <kestrixkit/store/KXPredicateEvaluator_p.h>
 #include <kestrixkit/store/KXPredicateValue_p.h>
 
 using namespace Qt::StringLiterals;
@@ -262,7 +264,7 @@ bool KXContextFetcher::isWanted(qint64 key, KXRef<Object> &object)
 {
     object = m_context.object(m_entity, key);
     return object && object->entity()->isKindOf(&m_entity) && !object->isDeleted() && !object->isMissing()
-        && (!m_request.predicate() || m_request.predicate().evaluateWithObject(object.get()));
+        && (!m_request.predicate() || m_request.predicate().evaluateWithObject(object.get(), {}, &m_error));
 }
 
 KXSortOrder::KXSortOrder(const QList<KXSortDescriptor> &descriptors)
@@ -304,6 +306,8 @@ bool KXContextFetcher::fetchInMemory(std::vector<qint64> &keys)
         }
     }
     std::vector<KXRef<Object>> objects;
+    KXAbstractOperation *const current = KXAbstractOperation::current();
+    const KXAbstractOperation *const operation = current && !current->isCancelled() ? current : nullptr;
     constexpr size_t batch = 1000;
     for (size_t from = 0; from < all.size(); from += batch) {
         const auto part = std::span(all).subspan(from, std::min(batch, all.size() - from));
@@ -311,6 +315,10 @@ bool KXContextFetcher::fetchInMemory(std::vector<qint64> &keys)
         for (const qint64 key : part) {
             if (KXRef<Object> object; isWanted(key, object))
                 objects.push_back(object);
+            if (operation && operation->isCancelled()) // as a query is interrupted
+                m_error = KXPredicateEvaluator::GivenUp { true }.error();
+            if (m_error)
+                return false;
         }
     }
     if (!m_request.sortDescriptors().isEmpty())
@@ -356,6 +364,8 @@ bool KXContextFetcher::fetch(std::vector<qint64> &keys)
         if (KXRef<Object> object; isWanted(key, object))
             wanted.push_back(object);
     }
+    if (m_error)
+        return false;
     if (sorted) {
         // Each affected object is put to its place among the others, which SQL has sorted, from the last to the first
         // so that places found stay right.
@@ -419,6 +429,8 @@ bool KXContextFetcher::count(qint64 &number)
             KXRef<Object> object;
             number += isWanted(key, object);
         }
+        if (m_error)
+            return false;
     }
     number = std::max<qint64>(0, number - std::max<qint64>(0, m_request.fetchOffset()));
     if (m_request.fetchLimit() > 0)

@@ -7,7 +7,9 @@
 #include <QHash>
 #include <QSharedData>
 
+#include <kestrixkit/foundation/KXError.h>
 #include <kestrixkit/foundation/KXException.h>
+#include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/foundation/KXObservable.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/store/KXPredicate.h>
@@ -236,7 +238,12 @@ KXExpression KXExpression::expressionWithSubstitutionVariables(const QVariantMap
 
 QVariant KXExpression::expressionValueWithObject(const KXObservable *object, const QVariantMap &variables) const
 {
-    return KXPredicateEvaluator(variables).value(*this, object);
+    try {
+        return KXPredicateEvaluator(variables).value(*this, object);
+    } catch (const KXPredicateEvaluator::GivenUp &givenUp) {
+        KXLogWarning(store, "No value of an expression: %@", givenUp.error());
+        return {};
+    }
 }
 
 bool operator==(const KXExpression &a, const KXExpression &b)

@@ -6,6 +6,7 @@
 
 #include <kestrixkit/foundation/KXError.h>
 #include <kestrixkit/foundation/KXException.h>
+#include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/foundation/KXObservable.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/store/KXPredicateEvaluator_p.h>
@@ -153,9 +154,15 @@ int KXPredicate::options() const { return d ? d->options : 0; }
 int KXPredicate::countOfComparisons() const { return d ? d->countOfComparisons : 0; }
 int KXPredicate::depth() const { return d ? d->depth : 0; }
 
-bool KXPredicate::evaluateWithObject(const KXObservable *object, const QVariantMap &variables) const
+bool KXPredicate::evaluateWithObject(const KXObservable *object, const QVariantMap &variables, KXError *error) const
 {
-    return KXPredicateEvaluator(variables).evaluate(*this, object);
+    try {
+        return KXPredicateEvaluator(variables).evaluate(*this, object);
+    } catch (const KXPredicateEvaluator::GivenUp &givenUp) {
+        if (!error)
+            KXLogWarning(store, "Not evaluated, %@: %@", givenUp.error(), predicateFormat());
+        return KXSetError(error, givenUp.error());
+    }
 }
 
 QString KXPredicate::predicateFormat() const

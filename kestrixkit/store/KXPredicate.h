@@ -62,11 +62,14 @@ enum KXPredicateOption : int {
 /// - "x IN list" asks for an equal element; "text IN text" for a part. CONTAINS is IN with its sides exchanged;
 ///   with ANY or ALL it looks into each element's text.
 ///
-/// Predicates may be read and copied on any thread. Nesting is limited to MaximumDepth levels.
+/// Predicates may be read and copied on any thread. Nesting is limited to MaximumDepth levels. Of the many ways that
+/// to-many relationships may offer to an object one is gone, and after MaximumSteps looks at objects and values a
+/// predicate is given up.
 class KX_CORE_EXPORT KXPredicate
 {
 public:
     static constexpr int MaximumDepth = 500;
+    static constexpr qint64 MaximumSteps = 10'000'000;
 
     KXPredicate();
     KXPredicate(const KXPredicate &other);
@@ -120,8 +123,12 @@ public:
     [[nodiscard]] int options() const;
 
     /// Whether the object fits. An absent object has absent values. Throws KXException for a variable that is not
-    /// among those given.
-    [[nodiscard]] bool evaluateWithObject(const KXObservable *object, const QVariantMap &variables = {}) const;
+    /// among those given. False and an error (code StepsError) when it takes more than MaximumSteps, and, with the
+    /// code of a query that was cancelled, when the operation that asks is cancelled meanwhile; without `error` that
+    /// is logged.
+    [[nodiscard]] bool evaluateWithObject(
+        const KXObservable *object, const QVariantMap &variables = {}, KXError *error = nullptr) const;
+    static constexpr int StepsError = 1562;
 
     /// Text that predicateWithText reads back as an equal tree; empty when absent. Key paths that are no plain
     /// names stand in backquotes, values without a literal of their own as DATE("…"), DECIMAL("…"), URL("…"),

@@ -2,10 +2,15 @@
 
 #include <algorithm>
 
+#include <QHash>
+
+#include <kestrixkit/foundation/KXAbstractOperation.h>
+#include <kestrixkit/foundation/KXError.h>
 #include <kestrixkit/foundation/KXException.h>
 #include <kestrixkit/foundation/KXObservable.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/store/KXPredicate_p.h>
+#include <kestrixkit/store/KXSQLite_p.h>
 #include <kestrixkit/store/KXTextFolding_p.h>
 
 using namespace Qt::StringLiterals;
@@ -14,71 +19,130 @@ namespace {
 
 constexpr size_t longListSize = 16; // from here on a table beats comparing one by one
 
-// A visitor gets each value and whether it came from a list; it answers false to end the visit, which then
-// answers false too.
-
-template <typename Visitor>
-bool evaluatorVisitKeys(
-    const KXObservable *object, const QStringList &keys, qsizetype at, bool fromList, Visitor &visitor);
-
-/// Visits what the keys from `at` on reach from a value.
-template <typename Visitor>
-bool evaluatorVisitValue(const QVariant &value, const QStringList &keys, qsizetype at, bool fromList, Visitor &visitor)
+/// Follows keys from a value or an object, and shows a visitor each value at their end and whether it came from a list.
+/// The visitor answers false to end the walk, which then answers false too.
+template <typename Visitor, typename Step> class EvaluatorWalk
 {
-    if (value.typeId() == QMetaType::QVariantList || value.typeId() == QMetaType::QStringList) {
-        const QVariantList list = value.toList();
-        if (at < keys.size() && keys[at] == "@count"_L1)
-            return evaluatorVisitValue(qint64(list.size()), keys, at + 1, fromList, visitor);
-        return std::all_of(list.begin(), list.end(),
-            [&](const QVariant &element) { return evaluatorVisitValue(element, keys, at, true, visitor); });
+public:
+    /// `step` is called for each object on the way. `eachOnce` visits an object that several others lead to only once:
+    /// through to-many relationships that lead back and forth there are more ways than anybody could go.
+    EvaluatorWalk(const QStringList &keys, Visitor &visitor, const Step &step, bool eachOnce)
+        : m_keys(keys)
+        , m_visitor(visitor)
+        , m_step(step)
+        , m_eachOnce(eachOnce)
+    {
     }
-    if (at == keys.size())
-        return visitor(value, fromList);
-    if (value.typeId() == QMetaType::QVariantMap) {
-        // A key may hold dots of its own.
-        const QVariantMap map = value.toMap();
-        const auto whole = map.constFind(keys.mid(at).join(u'.'));
-        return whole != map.constEnd() ? evaluatorVisitValue(*whole, keys, keys.size(), fromList, visitor)
-                                       : evaluatorVisitValue(map.value(keys[at]), keys, at + 1, fromList, visitor);
+
+    bool visitObject(const KXObservable *object, qsizetype at, bool fromList)
+    {
+        m_step();
+        if (!object || m_keys[at].isEmpty() || m_keys[at].startsWith(u'@'))
+            return m_visitor(QVariant(), fromList);
+        return visitValue(object->valueForKey(m_keys[at]), at + 1, fromList);
     }
-    return evaluatorVisitKeys(KXObservableFromVariant(value), keys, at, fromList, visitor);
+
+    /// Visits what the keys from `at` on reach from a value.
+    bool visitValue(const QVariant &value, qsizetype at, bool fromList)
+    {
+        if (value.typeId() == QMetaType::QVariantList || value.typeId() == QMetaType::QStringList) {
+            const QVariantList list = value.toList();
+            if (at < m_keys.size() && m_keys[at] == "@count"_L1)
+                return visitValue(qint64(list.size()), at + 1, fromList);
+            return std::all_of(list.begin(), list.end(), [&](const QVariant &element) {
+                return (m_eachOnce && fromList && wasVisited(element, at)) || visitValue(element, at, true);
+            });
+        }
+        if (at == m_keys.size())
+            return m_visitor(value, fromList);
+        if (value.typeId() == QMetaType::QVariantMap) {
+            // A key may hold dots of its own.
+            const QVariantMap map = value.toMap();
+            const auto whole = map.constFind(m_keys.mid(at).join(u'.'));
+            return whole != map.constEnd() ? visitValue(*whole, m_keys.size(), fromList)
+                                           : visitValue(map.value(m_keys[at]), at + 1, fromList);
+        }
+        return visitObject(KXObservableFromVariant(value), at, fromList);
+    }
+
+private:
+    bool wasVisited(const QVariant &element, qsizetype at)
+    {
+        const KXObservable *object = KXObservableFromVariant(element);
+        if (!object)
+            return false;
+        if (m_visited.size() <= size_t(at))
+            m_visited.resize(size_t(at) + 1);
+        auto &visited = m_visited[size_t(at)];
+        const qsizetype before = visited.size();
+        visited.insert(object, element); // kept alive: another object could come to lie where it was
+        return visited.size() == before;
+    }
+
+    const QStringList &m_keys;
+    Visitor &m_visitor;
+    const Step &m_step;
+    const bool m_eachOnce;
+    std::vector<QHash<const KXObservable *, QVariant>> m_visited; // by place in the keys
+};
+
 }
 
-template <typename Visitor>
-bool evaluatorVisitKeys(
-    const KXObservable *object, const QStringList &keys, qsizetype at, bool fromList, Visitor &visitor)
+KXPredicateEvaluator::KXPredicateEvaluator(const QVariantMap &variables)
+    : m_variables(variables)
+    , m_operation(KXAbstractOperation::current())
 {
-    if (!object || keys[at].isEmpty() || keys[at].startsWith(u'@'))
-        return visitor(QVariant(), fromList);
-    return evaluatorVisitValue(object->valueForKey(keys[at]), keys, at + 1, fromList, visitor);
+    if (m_operation && m_operation->isCancelled())
+        m_operation = nullptr; // it may choose to go on to the end
 }
 
+void KXPredicateEvaluator::take(qint64 steps) const
+{
+    constexpr qint64 stepsBetweenLooks = 1000;
+    const qint64 looks = m_steps / stepsBetweenLooks;
+    m_steps += steps;
+    if (m_steps > KXPredicate::MaximumSteps)
+        throw GivenUp { false };
+    if (m_operation && m_steps / stepsBetweenLooks != looks && m_operation->isCancelled())
+        throw GivenUp { true };
+}
+
+KXError KXPredicateEvaluator::GivenUp::error() const
+{
+    if (isCancelled)
+        return KXError(
+            KXKestrixKitErrorDomain, KXStoreErrorCode::Interrupted, KXLocalizedString("The operation was cancelled"));
+    return KXError(KXKestrixKitErrorDomain, KXPredicate::StepsError,
+        KXStringWithFormat(
+            KXLocalizedString("A condition takes more than %lld steps for one object"), KXPredicate::MaximumSteps));
 }
 
 /// Visits the values that an expression stands for; one for most, any number for lists and to-many paths.
 template <typename Visitor>
 bool KXPredicateEvaluator::visit(
-    const KXExpression &expression, const KXObservable *object, Visitor &&visitor, bool fromList) const
+    const KXExpression &expression, const KXObservable *object, Visitor &&visitor, bool eachOnce, bool fromList) const
 {
+    const auto step = [this] { take(1); };
+    const auto walk = [&](const QStringList &keys) { return EvaluatorWalk(keys, visitor, step, eachOnce); };
+    static const QStringList none;
     switch (expression.type()) {
     case KXExpressionType::Constant:
-        return evaluatorVisitValue(expression.constantValue(), {}, 0, fromList, visitor);
+        return walk(none).visitValue(expression.constantValue(), 0, fromList);
     case KXExpressionType::EvaluatedObject:
         return visitor(object ? QVariant::fromValue(const_cast<KXObservable *>(object)) : QVariant(), fromList);
     case KXExpressionType::Variable:
-        return evaluatorVisitValue(variable(expression.variable(), m_variables), {}, 0, fromList, visitor);
+        return walk(none).visitValue(variable(expression.variable(), m_variables), 0, fromList);
     case KXExpressionType::KeyPath:
-        return evaluatorVisitKeys(object, expression.keys(), 0, fromList, visitor);
+        return walk(expression.keys()).visitObject(object, 0, fromList);
     case KXExpressionType::Function: {
         const KXExpression &operand = expression.operand();
         if (operand.type() == KXExpressionType::Variable) // not visited: the list itself may be counted
-            return evaluatorVisitValue(
-                variable(operand.variable(), m_variables), expression.keys(), 0, fromList, visitor);
-        return evaluatorVisitValue(value(operand, object), expression.keys(), 0, fromList, visitor);
+            return walk(expression.keys()).visitValue(variable(operand.variable(), m_variables), 0, fromList);
+        return walk(expression.keys()).visitValue(value(operand, object), 0, fromList);
     }
     case KXExpressionType::Aggregate:
         return std::all_of(expression.arguments().begin(), expression.arguments().end(),
-            [&](const KXExpression &element) { return visit(element, object, visitor, true); });
+            [&](const KXExpression &element) { return visit(element, object, visitor, eachOnce, true); });
     }
     return true;
 }
@@ -87,11 +151,14 @@ QVariant KXPredicateEvaluator::value(const KXExpression &expression, const KXObs
 {
     QVariantList values;
     bool isList = expression.type() == KXExpressionType::Aggregate;
-    visit(expression, object, [&](const QVariant &value, bool fromList) {
-        values.append(value);
-        isList = isList || fromList;
-        return true;
-    });
+    visit(
+        expression, object,
+        [&](const QVariant &value, bool fromList) {
+            values.append(value);
+            isList = isList || fromList;
+            return true;
+        },
+        false);
     return isList || values.size() != 1 ? QVariant(values) : values.first();
 }
 
@@ -152,16 +219,20 @@ bool KXPreparedSide::contains(const KXPredicateValue &value) const
         from, to, [&](const auto &entry) { return KXPredicateValue::isEqual(value, values[size_t(entry.second)]); });
 }
 
-KXPreparedSide KXPredicateEvaluator::side(const KXExpression &expression, const KXObservable *object, int folding) const
+KXPreparedSide KXPredicateEvaluator::side(
+    const KXExpression &expression, const KXObservable *object, int folding, bool eachOnce) const
 {
     KXPreparedSide side;
     side.isList = expression.type() == KXExpressionType::Aggregate
         || expression.constantValue().typeId() == QMetaType::QVariantList; // perhaps an empty one
-    visit(expression, object, [&side, folding](const QVariant &value, bool fromList) {
-        side.values.emplace_back(value, folding);
-        side.isList = side.isList || fromList;
-        return true;
-    });
+    visit(
+        expression, object,
+        [&side, folding](const QVariant &value, bool fromList) {
+            side.values.emplace_back(value, folding);
+            side.isList = side.isList || fromList;
+            return true;
+        },
+        eachOnce);
     return side;
 }
 
@@ -169,7 +240,8 @@ KXPreparedSide KXPredicateEvaluator::prepareRight(const KXPredicate &predicate, 
 {
     const KXPredicateOperator comparisonOperator = predicate.comparisonOperator();
     KXPreparedSide side
-        = this->side(predicate.rightExpression(), object, foldingOptions(comparisonOperator, predicate.options()));
+        = this->side(predicate.rightExpression(), object, foldingOptions(comparisonOperator, predicate.options()),
+            comparisonOperator != KXPredicateOperator::Between); // which counts them
     if (comparisonOperator == KXPredicateOperator::In && side.values.size() >= longListSize) {
         for (size_t i = 0; i < side.values.size(); ++i)
             side.table.emplace_back(side.values[i].hash(), qsizetype(i));
@@ -244,6 +316,7 @@ bool KXPredicateEvaluator::compare(const KXPredicate &predicate, const KXObserva
     }
 
     const auto matches = [&](const QVariant &variant, bool fromList) {
+        take(qint64(right->table.empty() ? right->values.size() : 1));
         const KXPredicateValue left(variant, folding);
         const auto anyRight
             = [&](auto &&test) { return std::any_of(right->values.begin(), right->values.end(), test); };
@@ -277,6 +350,7 @@ bool KXPredicateEvaluator::compare(const KXPredicate &predicate, const KXObserva
     };
     const KXExpression &left = predicate.leftExpression();
     if (modifier == KXPredicateModifier::All)
-        return visit(left, object, matches);
-    return !visit(left, object, [&matches](const QVariant &value, bool fromList) { return !matches(value, fromList); });
+        return visit(left, object, matches, true);
+    const auto isMiss = [&matches](const QVariant &value, bool fromList) { return !matches(value, fromList); };
+    return !visit(left, object, isMiss, true);
 }

@@ -8,6 +8,8 @@
 #include <kestrixkit/store/KXPredicate.h>
 #include <kestrixkit/store/KXPredicateValue_p.h>
 
+class KXAbstractOperation;
+class KXError;
 class KXObservable;
 
 /// The values of one side of a comparison, and what makes comparing with them quick.
@@ -21,21 +23,26 @@ struct KXPreparedSide
     [[nodiscard]] bool contains(const KXPredicateValue &value) const;
 };
 
-/// Answers predicates and expressions for objects in memory, by the rules stated at KXPredicate.
+/// Answers predicates and expressions for objects in memory, by the rules stated at KXPredicate. For one object.
 class KXPredicateEvaluator
 {
 public:
-    /// The variables are borrowed.
-    explicit KXPredicateEvaluator(const QVariantMap &variables)
-        : m_variables(variables)
+    /// Thrown when it takes too many steps, or when the operation that asks is cancelled meanwhile.
+    struct GivenUp
     {
-    }
+        bool isCancelled;
+        [[nodiscard]] KXError error() const;
+    };
+
+    /// The variables are borrowed.
+    explicit KXPredicateEvaluator(const QVariantMap &variables);
 
     [[nodiscard]] bool evaluate(const KXPredicate &predicate, const KXObservable *object) const;
     /// The value of an expression, a list where it reaches through to-many relationships.
     [[nodiscard]] QVariant value(const KXExpression &expression, const KXObservable *object) const;
     /// The values that an expression stands for, with texts folded by the options.
-    [[nodiscard]] KXPreparedSide side(const KXExpression &expression, const KXObservable *object, int folding) const;
+    [[nodiscard]] KXPreparedSide side(
+        const KXExpression &expression, const KXObservable *object, int folding, bool eachOnce = true) const;
     /// Throws KXException for a variable that is not there.
     [[nodiscard]] static QVariant variable(const QString &name, const QVariantMap &variables);
 
@@ -52,9 +59,12 @@ public:
 private:
     [[nodiscard]] bool compare(const KXPredicate &predicate, const KXObservable *object) const;
     [[nodiscard]] KXPreparedSide prepareRight(const KXPredicate &predicate, const KXObservable *object) const;
+    void take(qint64 steps) const;
     template <typename Visitor>
-    bool visit(
-        const KXExpression &expression, const KXObservable *object, Visitor &&visitor, bool fromList = false) const;
+    bool visit(const KXExpression &expression, const KXObservable *object, Visitor &&visitor, bool eachOnce,
+        bool fromList = false) const;
 
     const QVariantMap &m_variables;
+    const KXAbstractOperation *m_operation; // to be looked at; may be null
+    mutable qint64 m_steps = 0;
 };

@@ -264,6 +264,14 @@ void KXPredicateSQLCompiler::comparePaths(
 
 void KXPredicateSQLCompiler::apply(const KXPredicateSQLPath &path, KXPredicateModifier modifier, Condition condition)
 {
+    // What is compared with a value of the row's own is looked for anew from each member, along all ways that lead to
+    // it. In memory each object is gone to once.
+    constexpr int mostMembers = 3;
+    int members = 0;
+    for (qsizetype step = path.toMany(0); step < path.size(); step = path.toMany(step + 1))
+        ++members;
+    if (condition.path && members > mostMembers)
+        KXPredicateSQLRefusal::refuse(u"a value is looked for through too many to-many relationships"_s);
     if (modifier != KXPredicateModifier::All || !path.isToMany())
         return applyToSome(path, 0, m_row, condition);
     // All match when there is none that does not.

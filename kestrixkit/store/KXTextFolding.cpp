@@ -59,9 +59,26 @@ template <typename View> bool foldingIsLike(View text, View pattern)
     }
 }
 
+/// Where a long text may be cut at or before `at`, so that its parts fold to what the whole does: before a character
+/// that no mark can join to the one before. Among more marks than any text has, it is cut anywhere.
+qsizetype foldingCut(QStringView text, qsizetype from, qsizetype at)
+{
+    if (at >= text.size())
+        return text.size();
+    for (qsizetype cut = at; cut > from; --cut) {
+        if (text[cut].isLowSurrogate())
+            continue;
+        const char32_t c = text[cut].isHighSurrogate() && cut + 1 < text.size()
+            ? QChar::surrogateToUcs4(text[cut], text[cut + 1])
+            : text[cut].unicode();
+        const bool isHangulPart = c >= 0x1160 && c <= 0x11FF;
+        if (QChar::combiningClass(c) == 0 && !QChar::isMark(c) && !isHangulPart)
+            return cut;
+    }
+    return at + (text[at].isLowSurrogate() ? 1 : 0);
 }
 
-QString KXTextFolding::folded(const QString &text, int options)
+QString foldingOfPart(const QString &text, int options)
 {
     QString result = text;
     if (options & KXDiacriticInsensitive) {
@@ -75,6 +92,24 @@ QString KXTextFolding::folded(const QString &text, int options)
     // Back to whole characters, so that "?" takes one of them.
     if (options & KXDiacriticInsensitive)
         result = result.normalized(QString::NormalizationForm_C);
+    return result;
+}
+
+}
+
+QString KXTextFolding::folded(const QString &text, int options)
+{
+    // Part by part: normalising and folding move all that follows for each character that grows.
+    constexpr qsizetype unitsPerPart = 512;
+    if (text.size() <= unitsPerPart)
+        return foldingOfPart(text, options);
+    QString result;
+    result.reserve(text.size());
+    for (qsizetype from = 0; from < text.size();) {
+        const qsizetype end = foldingCut(text, from, from + unitsPerPart);
+        result += foldingOfPart(text.mid(from, end - from), options);
+        from = end;
+    }
     return result;
 }
 

@@ -30,7 +30,6 @@
 #include <kestrixkit/theme/controls/KXThemeableTextField.h>
 #include <kestrixkit/theme/controls/KXThemeableView.h>
 #include <kestrixkit/toolkit/KXHTMLView.h>
-#include <kestrixkit/toolkit/KXSourceListView.h>
 
 using namespace Qt::StringLiterals;
 
@@ -134,7 +133,6 @@ KXInterfaceLoader::KXInterfaceLoader()
     m_builder->setLanguageChangeEnabled(true);
     registerControls();
     registerWidget<KXHTMLView>();
-    registerWidget<KXSourceListView>();
 }
 
 void KXInterfaceLoader::registerControls()
@@ -152,6 +150,8 @@ void KXInterfaceLoader::registerControls()
     oriented(static_cast<KXThemeableScroller *>(nullptr));
     oriented(static_cast<KXThemeableSplitView *>(nullptr));
 }
+
+bool KXInterfaceLoader::isRegistered(const QString &className) const { return m_factories.contains(className); }
 
 void KXInterfaceLoader::registerWidget(const QString &className, Factory factory)
 {

@@ -28,6 +28,14 @@ public:
             [](QWidget *parent) -> QWidget * { return new Widget(parent); });
     }
     void registerWidget(const QString &className, Factory factory);
+    /// The same, unless the name is known: for a controller whose file names the class, since a host may have put its
+    /// own in place.
+    template <typename Widget> void registerWidgetOnce()
+    {
+        if (!isRegistered(QString::fromLatin1(Widget::staticMetaObject.className())))
+            registerWidget<Widget>();
+    }
+    [[nodiscard]] bool isRegistered(const QString &className) const;
 
     /// Of "<name>.ui" in the folder "interfaces" of the host's resources or, where that has none, the framework's. Null
     /// where neither has it.

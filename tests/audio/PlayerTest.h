@@ -104,6 +104,7 @@ protected:
         EXPECT_TRUE(file.open(QIODevice::ReadOnly));
         return file.readAll();
     }
+    void observersDoAsTheyLike(const KXAudioPlayerItemPointer &played);
     void transportAtRandom(const std::vector<KXAudioPlayerItemPointer> &items, const KXAudioPlayerItemPointer &last);
 
     static inline const AudioRecipe floats { "floats", "wav", "wav", "pcm_f32le" };
@@ -111,6 +112,41 @@ protected:
     std::shared_ptr<BrokenOutput> output = std::make_shared<BrokenOutput>();
     std::unique_ptr<Player> player = std::make_unique<Player>(output);
 };
+
+/// What announcements come upon: a queue that has let its item go, and a player that ends in the middle of one.
+template <typename Player> void PlayerTest<Player>::observersDoAsTheyLike(const KXAudioPlayerItemPointer &played)
+{
+    std::vector<KXAudioPlayerItemPointer> queue { played };
+    const auto observer = player->onChangeOf(u"state"_s, [&](const KXKeyValueChange &) { queue[0].reset(); });
+    player->playItem(queue[0]);
+    player->removeKVOBlockObserver(observer);
+    EXPECT_EQ(player->currentItem(), played);
+    EXPECT_TRUE(waitFor(KXAudioPlayerStatePlaying));
+
+    for (const auto &[key, announcements] : { std::pair(u"state"_s, 5), std::pair(u"volume"_s, 1),
+             std::pair(u"currentItem"_s, 1), std::pair(u"continuous"_s, 1) }) {
+        for (int last = 1; last <= announcements; ++last) {
+            auto ended = std::make_unique<Player>(output);
+            int announced = 0;
+            ended->onChangeOf(key, [&](const KXKeyValueChange &) {
+                if (++announced == last)
+                    ended.reset();
+            });
+            const std::function<void()> steps[]
+                = { [&] { ended->setContinuous(true); }, [&] { ended->setVolume(1); }, [&] { ended->playItem(played); },
+                      [&] {
+                          const auto isWaiting = [&] { return ended && ended->state() == KXAudioPlayerStateLoading; };
+                          EXPECT_TRUE(QTest::qWaitFor([&] { return !isWaiting(); }, patience));
+                      },
+                      [&] { ended->stop(); }, [&] { ended->resume(); } };
+            for (const auto &step : steps) {
+                if (ended)
+                    step();
+            }
+            EXPECT_EQ(ended, nullptr) << key.toStdString() << last;
+        }
+    }
+}
 
 inline int entriesOf(const char *path)
 {

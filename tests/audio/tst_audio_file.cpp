@@ -1,5 +1,6 @@
 // Files of every format: positions, lengths, growth, damage, and what is no audio at all.
 
+#include <bit>
 #include <thread>
 
 #include <QDir>
@@ -352,6 +353,76 @@ TEST_F(AudioFile, grownFilesAreReadWithoutAGap)
         EXPECT_LT(part[0].size(), expected[0].size() * 4 / 5);
         EXPECT_GT(part[0].size(), expected[0].size() / 3);
         EXPECT_EQ(lengthOf(cut), qint64(part[0].size())) << recipe.extension;
+    }
+}
+
+// A young file counts as growing while its last block might be half of one: what says that it is whole must be right.
+TEST_F(AudioFile, youngFlacWhoseBlocksLeaveTheRateToTheHeaderIsWhole)
+{
+    const auto crc = [](QByteArrayView bytes, unsigned polynomial, unsigned bits) {
+        unsigned sum = 0;
+        for (const char byte : bytes) {
+            sum ^= unsigned(uchar(byte)) << (bits - 8);
+            for (int i = 0; i < 8; ++i)
+                sum = sum << 1 ^ (sum >> (bits - 1) & 1 ? polynomial : 0);
+        }
+        return sum & ((1U << bits) - 1);
+    };
+    const auto headerSize = [&crc](QByteArrayView at) -> qsizetype { // of a block; 0 where none begins
+        if (at.size() < 8 || uchar(at[0]) != 0xFF || (uchar(at[1]) & 0xFC) != 0xF8)
+            return 0;
+        const int numberBytes = std::max(1, std::countl_one(uchar(at[4])));
+        const int code = uchar(at[2]) >> 4;
+        const qsizetype size = 4 + numberBytes + (code == 6 ? 1 : code == 7 ? 2 : 0);
+        return crc(at.first(size), 0x07, 8) == uchar(at[size]) ? size + 1 : 0;
+    };
+    for (const size_t frames :
+        { size_t(9000), size_t(4608 * 2), size_t(4608 * 2 + 1), size_t(100), size_t(1'000'000) }) {
+        const AudioSamples sound = makeSound(frames);
+        const QString path = writeSound(sound, { "young", "flac", "flac", "flac" }, m_dir.path());
+        QFile file(path);
+        ASSERT_TRUE(file.open(QIODevice::ReadWrite));
+        QByteArray bytes = file.readAll();
+        qsizetype block = 4;
+        for (bool isLast = false; !isLast;) {
+            isLast = bytes[block] & 0x80;
+            block += 4 + (uchar(bytes[block + 1]) << 16 | uchar(bytes[block + 2]) << 8 | uchar(bytes[block + 3]));
+        }
+        int blocks = 0;
+        while (block < bytes.size()) {
+            const qsizetype header = headerSize(QByteArrayView(bytes).sliced(block));
+            ASSERT_GT(header, 0) << block;
+            qsizetype end = block + header;
+            while (end < bytes.size()
+                && (headerSize(QByteArrayView(bytes).sliced(end)) == 0
+                    || crc(QByteArrayView(bytes).sliced(block, end - block), 0x8005, 16) != 0))
+                ++end;
+            bytes[block + 2] = char(bytes[block + 2] & 0xF0); // no rate of its own
+            bytes[block + header - 1] = char(crc(QByteArrayView(bytes).sliced(block, header - 1), 0x07, 8));
+            const unsigned sum = crc(QByteArrayView(bytes).sliced(block, end - block - 2), 0x8005, 16);
+            bytes[end - 2] = char(sum >> 8);
+            bytes[end - 1] = char(sum);
+            block = end;
+            ++blocks;
+        }
+        EXPECT_EQ(blocks, int(frames + 4607) / 4608);
+        file.seek(0);
+        file.write(bytes);
+        file.close();
+        KXAudioFile read;
+        ASSERT_EQ(read.open(QUrl::fromLocalFile(path)), 0);
+        const Planar all = readFrames(read, 2);
+        EXPECT_EQ(all[0].size(), frames);
+        EXPECT_LE(difference(all, sound.channels), 2e-5);
+        for (const size_t first : { frames / 2, frames - 1, size_t(0) }) {
+            ASSERT_EQ(read.seek(qint64(first)), 0);
+            Planar rest = sound.channels;
+            for (auto &channel : rest)
+                channel.erase(channel.begin(), channel.begin() + ptrdiff_t(first));
+            const Planar heard = readFrames(read, 2);
+            EXPECT_EQ(heard[0].size(), frames - first);
+            EXPECT_LE(difference(heard, rest), 2e-5) << first;
+        }
     }
 }
 

@@ -193,6 +193,23 @@ TEST_F(BasicPlayer, whatIsAskedForWhileItLoadsCounts)
     }
 }
 
+TEST_F(BasicPlayer, fadesOutAlsoWhenItWasStoppedWhileItLoaded)
+{
+    const AudioSamples sound = makeSound(20'000, 1, basicRate); // 2.5 seconds
+    player->setVolume(1);
+    player->playItem(item(sound));
+    player->stop();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return player->duration() > 0; }, patience));
+    ASSERT_TRUE(player->resume());
+    const Stereo heard = hear(20'000);
+    std::vector<double> expected(20'000);
+    for (size_t i = 0; i < expected.size(); ++i)
+        expected[i] = sound.channels[0][i] * std::clamp(2 - double(i) / basicRate, 0.0, 1.0);
+    expectNear(heard.left, expected);
+}
+
+TEST_F(BasicPlayer, observersDoAsTheyLike) { PlayerTest::observersDoAsTheyLike(shortItem("a")); }
+
 TEST_F(BasicPlayer, failuresEndStopped)
 {
     KXTestLog log;

@@ -129,14 +129,41 @@ TEST_F(MultiTrack, seeksToTheFrame)
         for (size_t i = 0; i < count; ++i)
             ASSERT_NEAR(heard.left[i], sound.channels[0][size_t(frame) + i], 4e-5) << seconds << " + " << i;
         EXPECT_DOUBLE_EQ(player->currentTime(), double(size_t(frame) + count) / 44'100);
-        if (frame == 199'999)
-            player->playItem(player->currentItem()); // the decoder has come to its end
     }
     player->seekToFrame(200'000);
     player->seekToFrame(-1);
     player->setTime(std::nan(""));
     EXPECT_EQ(player->currentFileDecoder()->seekToFrame(), -1);
 }
+
+TEST_F(MultiTrack, seeksInALoopThatIsReadAtOnce)
+{
+    const AudioSamples sound = makeSound(5000, 2);
+    player->setVolume(1);
+    player->playItem(item(sound));
+    const auto decoder = player->currentFileDecoder();
+    for (const size_t first : { size_t(3000), size_t(0), size_t(4999), size_t(0) }) {
+        ASSERT_TRUE(QTest::qWaitFor([&] { return decoder->totalFramesIsFinal(); }, patience));
+        player->seekToFrame(qint64(first));
+        ASSERT_TRUE(QTest::qWaitFor([&] { return !player->isSeeking(); }, patience));
+        const Stereo heard = hear(5000);
+        EXPECT_EQ(
+            heard.left, std::vector<float>(sound.channels[0].begin() + ptrdiff_t(first), sound.channels[0].end()));
+        // Also once it has finished.
+        ASSERT_TRUE(waitFor(KXAudioPlayerStateFinished));
+        player->seekToFrame(0);
+        EXPECT_TRUE(player->resume());
+    }
+    // A seek overtakes an end that nobody has heard of yet.
+    while (player->isSeeking())
+        std::this_thread::yield();
+    EXPECT_EQ(hear(5000).left.size(), 5000U);
+    player->seekToFrame(1000);
+    QTest::qWait(60);
+    EXPECT_EQ(player->state(), KXAudioPlayerStatePlaying);
+}
+
+TEST_F(MultiTrack, observersDoAsTheyLike) { PlayerTest::observersDoAsTheyLike(item(makeSound(5000, 2))); }
 
 TEST_F(MultiTrack, endsOnceAndGoesOnWhenContinuous)
 {
@@ -194,11 +221,18 @@ TEST_F(MultiTrack, stopsAndResumesWhereItWas)
     heard = hear(60'000);
     EXPECT_EQ(heard.left, std::vector<float>(sound.channels[0].begin() + 7001, sound.channels[0].end()));
 
+    player->playItem(player->currentItem());
+    hear(100);
+    const std::weak_ptr<KXCoreAudioFileDecoder> decoder = player->currentFileDecoder();
     player->playItem(std::make_shared<FileItem>(QString())); // no address: only the first step is done
     EXPECT_EQ(player->state(), KXAudioPlayerStateStopped);
+    EXPECT_FALSE(player->resume()); // nothing of the one before is left
+    EXPECT_EQ(output->crank(side, side, 512), 0);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return decoder.expired(); }, patience)); // and its file is closed
     player->playItem(nullptr);
     EXPECT_EQ(player->state(), KXAudioPlayerStateIdle);
     EXPECT_EQ(player->duration(), 0);
+    EXPECT_FALSE(player->resume());
 }
 
 TEST_F(MultiTrack, failuresEndStopped)
@@ -319,6 +353,23 @@ TEST_F(MultiTrack, observersMayChangeItemsInTheMiddle)
         EXPECT_EQ(player->numberOfChannels(), 4);
         EXPECT_EQ(hear(6000).left.size(), 5000U);
     }
+}
+
+TEST_F(MultiTrack, observersMayResumeWhatIsNotThereYet)
+{
+    const auto first = item(makeSound(5000, 2)), second = item(makeSound(5000, 4), { "b", "flac", "flac", "flac" });
+    player = std::make_unique<KXMultiTrackAudioPlayer>(std::make_shared<KXClockAudioOutput>());
+    player->playItem(first);
+    const auto observer = player->onChangeOf(u"state"_s, [&](const KXKeyValueChange &) {
+        if (player->state() == KXAudioPlayerStateLoading)
+            player->resume();
+    });
+    for (int round = 0; round < 20; ++round) {
+        player->playItem(round % 2 ? first : second);
+        EXPECT_EQ(player->state(), KXAudioPlayerStatePlaying);
+    }
+    EXPECT_TRUE(waitFor(KXAudioPlayerStateFinished));
+    EXPECT_EQ(player->currentTime(), player->duration());
 }
 
 TEST_F(MultiTrack, keepsTimeOnTheClock)

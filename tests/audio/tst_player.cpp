@@ -160,6 +160,102 @@ TEST_F(PlayerFixture, asksItsDelegateWhileThereIsOne)
     EXPECT_EQ(player->currentItem(), second);
 }
 
+// Whoever is asked may do anything: what it has the player do counts, and nothing goes while it is in use.
+TEST_F(PlayerFixture, whoIsAskedMayHaveItDoSomethingElse)
+{
+    struct Busy : Playlist
+    {
+        std::function<void()> whenAsked;
+        KXAudioPlayerItemPointer audioPlayerItemAfter(const KXAudioPlayerItemPointer &item) override
+        {
+            whenAsked();
+            return Playlist::audioPlayerItemAfter(item);
+        }
+        KXAudioPlayerItemPointer audioPlayerItemBefore(const KXAudioPlayerItemPointer &item) override
+        {
+            return audioPlayerItemAfter(item);
+        }
+    };
+    struct BusyDelegate : QObject, KXAudioPlayerDelegate
+    {
+        std::function<void()> whenAsked;
+        bool answer = true;
+        bool shouldPlayNextItem(KXAudioPlayer &, const KXAudioPlayerItemPointer &) override
+        {
+            if (const auto once = std::exchange(whenAsked, {}))
+                once();
+            return answer;
+        }
+        bool shouldPlayPreviousItem(KXAudioPlayer &player, const KXAudioPlayerItemPointer &item) override
+        {
+            return shouldPlayNextItem(player, item);
+        }
+    };
+    const auto third = std::make_shared<Item>();
+    for (const auto step : { &KXAudioPlayer::playNext, &KXAudioPlayer::playPrevious }) {
+        auto busy = std::make_shared<Busy>();
+        busy->items = { first, second };
+        busy->whenAsked = [&] { player->playItemFromPlaylist(third, playlist); };
+        player->playItemFromPlaylist(first, std::exchange(busy, nullptr));
+        ((*player).*step)();
+        EXPECT_EQ(player->currentItem(), third);
+        EXPECT_EQ(player->playlist(), playlist);
+        EXPECT_EQ(player->state(), KXAudioPlayerStatePlaying);
+    }
+
+    BusyDelegate delegate;
+    player->setDelegate(&delegate);
+    for (const bool answer : { true, false }) {
+        delegate.answer = true;
+        player->playItemFromPlaylist(second, playlist);
+        delegate.answer = answer;
+        delegate.whenAsked = [&] { player->playItem(third); };
+        player->playPrevious();
+        EXPECT_EQ(player->currentItem(), third);
+        EXPECT_EQ(player->state(), KXAudioPlayerStatePlaying);
+    }
+    delegate.answer = true;
+    delegate.whenAsked = [&] { player.reset(); };
+    Player *const ended = player.get();
+    ended->playItemFromPlaylist(first, playlist);
+    EXPECT_EQ(player, nullptr);
+}
+
+TEST_F(PlayerFixture, anObserverThatGoesOnAtTheEndIsNotOvertaken)
+{
+    const auto third = std::make_shared<Item>();
+    playlist->items.push_back(third);
+    player->playItemFromPlaylist(first, playlist);
+    player->setContinuous(true);
+    const KXNotificationToken eager = KXNotificationCenter::defaultCenter().addObserver(
+        KXAudioPlayerStateDidChangeNotification, player.get(), [&](const KXNotification &) {
+            if (player->state() == KXAudioPlayerStateFinished)
+                player->playNext();
+        });
+    player->finish();
+    EXPECT_EQ(player->currentItem(), second);
+}
+
+TEST_F(PlayerFixture, allItsKeysCanBeReadAndObserved)
+{
+    std::vector<bool> continuous;
+    std::vector<KXAudioPlayerItemPointer> items;
+    player->onChangeOf(u"continuous"_s, KXObservingOptionNew,
+        [&](const KXKeyValueChange &change) { continuous.push_back(change.newValue.toBool()); });
+    player->onChangeOf(
+        u"currentItem"_s, KXObservingOptionOld | KXObservingOptionNew, [&](const KXKeyValueChange &change) {
+            items.push_back(change.oldValue.value<KXAudioPlayerItemPointer>());
+            items.push_back(change.newValue.value<KXAudioPlayerItemPointer>());
+        });
+    EXPECT_TRUE(player->setValueForKey(u"continuous"_s, true));
+    player->setContinuous(false);
+    player->playItem(first);
+    player->playItem(second);
+    EXPECT_THAT(continuous, ElementsAre(true, false));
+    EXPECT_THAT(items, ElementsAre(nullptr, first, first, second));
+    EXPECT_EQ(player->valueForKey(u"currentItem"_s).value<KXAudioPlayerItemPointer>(), second);
+}
+
 TEST_F(PlayerFixture, scansWithinTheItem)
 {
     player->scanForward(5);

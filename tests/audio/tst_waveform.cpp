@@ -2,6 +2,7 @@
 
 #include <thread>
 
+#include <QFile>
 #include <QPainter>
 #include <QTemporaryDir>
 #include <QTest>
@@ -313,9 +314,8 @@ TEST_F(Waveform, whatCannotBeDrawnIsNoError)
         QSizeF size;
         qsizetype images;
     };
-    for (const Row &row :
-        { Row { 100, { 0, 10 }, 0 }, Row { 100, { -5, 10 }, 0 }, Row { 100, { NAN, 10 }, 0 }, Row { 0, { 50, 10 }, 2 },
-            Row { 100, { 50, 0 }, 0 }, Row { 100, { 0.9, 10 }, 0 }, Row { 100, { 1e12, 1e12 }, 0 } }) {
+    for (const Row &row : { Row { 100, { 0, 10 }, 0 }, Row { 100, { -5, 10 }, 0 }, Row { 100, { NAN, 10 }, 0 },
+             Row { 0, { 50, 10 }, 2 }, Row { 100, { 50, 0 }, 0 }, Row { 100, { 0.9, 10 }, 0 } }) {
         const auto generator = make(makeSound(row.frames, 2), row.size);
         Events events;
         events.listenTo(*generator);
@@ -325,6 +325,16 @@ TEST_F(Waveform, whatCannotBeDrawnIsNoError)
         EXPECT_EQ(generator->waveformPaths().size(), 2);
         for (const QImage &image : events.success)
             EXPECT_EQ(image.pixel(0, 4), 0U);
+    }
+    // What is too large is refused, and says so.
+    for (const QSizeF &size : { QSizeF(1e12, 1e12), QSizeF(INFINITY, 10), QSizeF(INFINITY, 0), QSizeF(10, INFINITY),
+             QSizeF(32'768, 10), QSizeF(32'767, 32'767) }) {
+        const auto generator = make(makeSound(100, 2), size);
+        Events events;
+        events.listenTo(*generator);
+        run(generator);
+        ASSERT_EQ(events.names.size(), 1);
+        EXPECT_TRUE(events.names.front().endsWith(u"pixels is too large"_s)) << events.names.front().toStdString();
     }
     KXTestLog log;
     const auto missing
@@ -417,6 +427,14 @@ TEST_F(Waveform, metadataIsReadWithoutDecoding)
         // Of whole packets.
         const qint64 packets = metadata->numberOfFrames() / row.framesPerPacket;
         EXPECT_DOUBLE_EQ(metadata->duration(), double(packets * row.framesPerPacket) / 48000);
+        // Read once more, of a file that is gone, it says nothing of what was.
+        QFile::remove(path);
+        const KXTestLog log;
+        metadata->readMetadataFromAudioFile();
+        EXPECT_TRUE(metadata->error());
+        EXPECT_EQ(metadata->numberOfFrames() + metadata->numberOfChannels() + metadata->bitsPerChannel(), 0);
+        EXPECT_EQ(metadata->duration() + metadata->sampleRate(), 0);
+        EXPECT_EQ(metadata->uti(), QString());
     }
     KXTestLog log;
     KXAudioFileMetadata missing(QUrl::fromLocalFile(u"/missing.wav"_s));

@@ -5,10 +5,10 @@
 #include <QtTest/QTest>
 #include <gtest/gtest.h>
 
-#include <kestrixkit/filter_ui/KXSourceListViewController.h>
 #include <kestrixkit/filter_ui/KXViewState.h>
 #include <kestrixkit/filters/KXFilterSetPreset.h>
 #include <kestrixkit/filters/KXFilters.h>
+#include <kestrixkit/source_list/KXSourceListViewController.h>
 
 class PresetTree : public ::testing::Test
 {

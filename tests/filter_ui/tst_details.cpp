@@ -9,9 +9,9 @@
 #include <kestrixkit/filter_ui/KXFacetFilterValueCellView.h>
 #include <kestrixkit/filter_ui/KXFilterSetPresetDetailsViewController.h>
 #include <kestrixkit/foundation/KXUserDefaults.h>
+#include <kestrixkit/source_list/KXSourceListView.h>
 #include <kestrixkit/theme/controls/KXPlaceholderView.h>
 #include <kestrixkit/toolkit/KXMenu.h>
-#include <kestrixkit/toolkit/KXSourceListView.h>
 
 #include "filters/Shelf.h"
 #include "support/KXTestPrint.h"

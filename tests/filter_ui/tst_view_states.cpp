@@ -2,8 +2,8 @@
 
 #include <QPointer>
 
-#include <kestrixkit/filter_ui/KXSourceListItemController.h>
 #include <kestrixkit/foundation/KXObserver.h>
+#include <kestrixkit/source_list/KXSourceListItemController.h>
 #include <kestrixkit/toolkit/KXNavigationStack.h>
 #include <support/KXTestLog.h>
 #include <support/KXTestPrint.h>

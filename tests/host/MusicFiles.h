@@ -51,3 +51,16 @@ inline void writeBytes(const std::string &path, const std::string &bytes)
     std::filesystem::create_directories(std::filesystem::path(path).parent_path());
     std::ofstream(path, std::ios::binary) << bytes;
 }
+
+/// An MP3 file whose chapters hold chapters: more than the tag library's stack has room for.
+inline std::string nestedChapters(quint32 levels)
+{
+    const auto size = [](quint32 n) {
+        return std::string { char(n >> 21 & 127), char(n >> 14 & 127), char(n >> 7 & 127), char(n & 127) };
+    };
+    std::string frames;
+    for (quint32 i = levels; i > 0; --i)
+        frames += "CHAP" + size(18 + (i - 1) * 28) + std::string("\0\0a", 3) + std::string(17, '\0');
+    const std::string sound = std::string("\xff\xfb\x90\x64") + std::string(413, '\0');
+    return "ID3" + std::string("\4\0\0", 3) + size(quint32(frames.size())) + frames + sound + sound;
+}

@@ -151,6 +151,21 @@ TEST_F(ImporterTest, vanishedAndSpoiltFilesAreMarkedUntilTheyAreBack)
     EXPECT_EQ(count("TRUEPREDICATE"), 3);
 }
 
+TEST_F(ImporterTest, filesThatEndTheirReaderAreLeftOut)
+{
+    for (int i = 0; i < 20; ++i)
+        makeMusic(file("good" + std::to_string(i) + ".flac"), { { "TITLE", "Good" } });
+    writeBytes(file("a.mp3"), nestedChapters(300'000));
+    writeBytes(file("z.mp3"), nestedChapters(300'000));
+    for (const int added : { 20, 0 }) { // at every import
+        const ImportResult result = import();
+        EXPECT_EQ(result.added, added);
+        ASSERT_EQ(result.skipped.size(), 2U);
+        EXPECT_EQ(result.skipped[0].file, u"a.mp3"_s);
+        EXPECT_TRUE(result.skipped[1].reason.startsWith(u"cannot be read: "_s));
+    }
+}
+
 TEST_F(ImporterTest, aFolderThatCannotBeSeenSaysNothingAboutItsTracks)
 {
     makeMusic(file("a.flac"), { { "TITLE", "A" } });

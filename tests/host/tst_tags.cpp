@@ -3,6 +3,8 @@
 #include <QTemporaryDir>
 #include <random>
 
+#include <Parallel.h>
+#include <TagReaders.h>
 #include <TrackTags.h>
 
 #include "MusicFiles.h"
@@ -15,6 +17,18 @@ QString keyName(const char *text)
 {
     const auto key = TagValues::key(QString::fromUtf8(text));
     return key ? key->wheelCode() + u' ' + key->name() : u"none"_s;
+}
+
+/// So many boxes inside each other, behind what makes an MP4 file.
+std::string nestedBoxes(quint32 levels, const char *name)
+{
+    const auto big = [](quint32 number) {
+        return std::string { char(number >> 24), char(number >> 16), char(number >> 8), char(number) };
+    };
+    std::string bytes = big(16) + "ftypM4A " + big(0);
+    for (quint32 i = levels; i > 0; --i)
+        bytes += big(i * 8) + name;
+    return bytes;
 }
 
 } // namespace
@@ -165,6 +179,70 @@ TEST(TrackTags, whatIsNoMusicIsRefusedWithAReason)
         EXPECT_FALSE(reading.tags) << name;
         EXPECT_FALSE(reading.refusal.isEmpty()) << name;
     }
+}
+
+TEST(TrackTags, boxesInsideBoxesAreCountedBeforeTheyAreRead)
+{
+    const QTemporaryDir folder;
+    const std::string path = folder.filePath(u"nested.m4a"_s).toStdString();
+    for (const char *name : { "moov", "udta", "trak", "ilst" }) {
+        writeBytes(path, nestedBoxes(200'000, name));
+        const TagReading reading = readTags(path);
+        EXPECT_FALSE(reading.tags);
+        EXPECT_EQ(reading.refusal, u"cannot be read: its boxes are nested more than 64 deep"_s);
+    }
+    writeBytes(path, nestedBoxes(60, "moov")); // not many, but no music either
+    EXPECT_EQ(readTags(path).refusal, u"damaged or cut off: no audio can be found in it"_s);
+}
+
+TEST(TagReaders, readWhatThisProcessWouldRead)
+{
+    const QTemporaryDir folder;
+    std::vector<std::string> paths;
+    for (const AudioFormat format : { AudioFormat::Wav, AudioFormat::Aiff, AudioFormat::Flac, AudioFormat::Mp3,
+             AudioFormat::M4a, AudioFormat::Vorbis, AudioFormat::Opus }) {
+        paths.push_back(folder.filePath(u"\u00e4\u266b."_s + fileExtension(format)).toStdString());
+        makeMusic(paths.back(),
+            { { "TITLE", "Title" }, { "ARTIST", "One; Two" }, { "ALBUM", "Album" }, { "ALBUMARTIST", "Three" },
+                { "GENRE", "House" }, { "LABEL", "Label" }, { "COMMENT", "\xf0\x9f\x8e\xb5" }, { "DATE", "1999" },
+                { "INITIALKEY", "Am" }, { "BPM", "0" }, { "TRACKNUMBER", "7" }, { "RATING", "4" } },
+            format);
+    }
+    paths.push_back(folder.filePath(u"absent.wav"_s).toStdString());
+    TagReaders readers(KX_TAG_READER);
+    std::vector<TagReading> readings(paths.size());
+    forEachInParallel(paths.size(), [&](size_t i) { readings[i] = readers.read(paths[i]); });
+    for (size_t i = 0; i < paths.size(); ++i) {
+        EXPECT_EQ(readings[i], readTags(paths[i])) << paths[i];
+        EXPECT_EQ(readings[i].tags.has_value(), i + 1 < paths.size());
+    }
+}
+
+TEST(TagReaders, aFileThatEndsItsReaderCostsItselfAlone)
+{
+    const QTemporaryDir folder;
+    std::vector<std::string> paths;
+    for (int i = 0; i < 12; ++i) {
+        paths.push_back(folder.filePath(u"%1.mp3"_s.arg(i)).toStdString());
+        if (i % 3 == 1)
+            writeBytes(paths.back(), nestedChapters(300'000));
+        else
+            makeMusic(paths.back(), { { "TITLE", "Good" } }, AudioFormat::Mp3);
+    }
+    TagReaders readers(KX_TAG_READER);
+    std::vector<TagReading> readings(paths.size());
+    forEachInParallel(paths.size(), [&](size_t i) { readings[i] = readers.read(paths[i]); });
+    for (size_t i = 0; i < paths.size(); ++i) {
+        EXPECT_EQ(readings[i].tags.has_value(), i % 3 != 1) << paths[i];
+        if (i % 3 == 1) {
+            EXPECT_TRUE(readings[i].refusal.startsWith(u"cannot be read: "_s)) << readings[i].refusal.toStdString();
+        }
+    }
+    // Without the program files are read all the same.
+    TagReaders missing(folder.filePath(u"nowhere"_s).toStdString());
+    EXPECT_EQ(missing.read(paths[0]), readTags(paths[0]));
+    TagReaders wrong("/bin/true");
+    EXPECT_EQ(wrong.read(paths[0]), readTags(paths[0]));
 }
 
 // Cut anywhere or with bytes changed anywhere, a file gives tags or a reason, never both or neither.

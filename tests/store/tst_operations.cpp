@@ -362,6 +362,38 @@ TEST(StoreOperations, aBlockedCountKeepsNobodyFromFetchingAndSaving)
     EXPECT_EQ(counted, 10); // as it was when the count began
 }
 
+TEST(StoreOperations, cancellingEndsAFetchThatLooksAtObjects)
+{
+    Tracks library(3000); // several batches
+    const KXTestLog log;
+    qint64 counted = 0;
+    qint64 countedLater = 0;
+    KXError error;
+    runToItsEnd(std::make_shared<Work>(library.context, [&](Work &self) {
+        KXManagedObjectContext &context = *self.localContext();
+        const KXFetchRequest request(u"Track"_s, KXPredicate::predicateWithFormat("scratch == nil"));
+        (void)context.countForEntity(u"Genre"_s); // the reader is there from now on
+        struct Second
+        {
+            Work &operation;
+            int statements = 0;
+        } second { self };
+        const auto cancel = [](unsigned, void *data, void *, void *) {
+            auto *at = static_cast<Second *>(data);
+            if (++at->statements == 2) // after the keys, while objects are read
+                at->operation.cancel();
+            return 0;
+        };
+        sqlite3_trace_v2(Connections::ofThisThread(), SQLITE_TRACE_STMT, cancel, &second);
+        counted = context.count(request, &error);
+        sqlite3_trace_v2(Connections::ofThisThread(), 0, nullptr, nullptr);
+        countedLater = context.count(request);
+    }));
+    EXPECT_EQ(counted, -1);
+    EXPECT_EQ(error.code(), interrupted);
+    EXPECT_EQ(countedLater, 3000);
+}
+
 TEST(StoreOperations, cancellingInterruptsTheQueryThatRunsAndNoOther)
 {
     constexpr int rows = 3000;

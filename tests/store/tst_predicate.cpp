@@ -13,9 +13,11 @@
 #include <kestrixkit/foundation/KXError.h>
 #include <kestrixkit/foundation/KXException.h>
 #include <kestrixkit/foundation/KXObservable.h>
+#include <kestrixkit/foundation/KXOperationQueue.h>
 #include <kestrixkit/store/KXManagedObjectID.h>
 #include <kestrixkit/store/KXPredicate.h>
 
+#include "support/KXTestLog.h"
 #include "support/KXTestRandom.h"
 
 using namespace Qt::StringLiterals;
@@ -25,7 +27,12 @@ namespace {
 class Thing : public KXObservable
 {
 public:
-    QVariant valueForKey(const QString &key) const override { return values.value(key); }
+    QVariant valueForKey(const QString &key) const override
+    {
+        ++reads;
+        return values.value(key);
+    }
+    static inline qint64 reads = 0;
     QVariant asValue() { return QVariant::fromValue(static_cast<KXObservable *>(this)); }
     QVariantMap values;
 };
@@ -494,4 +501,103 @@ TEST(Predicate, meansWhatItSays)
     const KXPredicate inMany
         = KXPredicate::predicateWithFormat("bpm IN %@ AND NOT year IN %@ AND NOT missing IN %@", many, many, many);
     EXPECT_TRUE(inMany.evaluateWithObject(&track));
+}
+
+TEST(Predicate, goesToEachObjectOnceHoweverManyWaysThereAre)
+{
+    constexpr int size = 40;
+    std::vector<Thing> artists(size), tracks(size);
+    QVariantList allArtists, allTracks;
+    for (int i = 0; i < size; ++i) {
+        allArtists.append(QVariant::fromValue(static_cast<KXObservable *>(&artists[size_t(i)])));
+        allTracks.append(QVariant::fromValue(static_cast<KXObservable *>(&tracks[size_t(i)])));
+    }
+    for (int i = 0; i < size; ++i) {
+        artists[size_t(i)].values = { { u"tracks"_s, allTracks }, { u"name"_s, i } };
+        tracks[size_t(i)].values = { { u"artists"_s, allArtists }, { u"title"_s, u"x"_s } };
+    }
+    const char *const path = "artists.tracks.artists.tracks.artists.tracks.artists.tracks.artists.name";
+    for (const auto &[text, answer] :
+        { std::pair("ANY %1 == -1", false), std::pair("ALL %1 >= 0", true), std::pair("-1 IN %1", false),
+            std::pair("ANY %1 == 39", true), std::pair("title == %1", false), std::pair("%1 CONTAINS 7", true) }) {
+        const KXPredicate predicate = parsed(QString::fromLatin1(text).arg(QLatin1StringView(path)));
+        Thing::reads = 0;
+        KXError error;
+        EXPECT_EQ(predicate.evaluateWithObject(&tracks[0], {}, &error), answer) << text;
+        EXPECT_FALSE(error);
+        EXPECT_LE(Thing::reads, 20 * size) << text;
+    }
+    // A list of values keeps what it meets twice.
+    EXPECT_EQ(KXExpression::expressionForKeyPath(u"artists.tracks.title"_s).expressionValueWithObject(&tracks[0]),
+        QVariant(QVariantList(size * size, u"x"_s)));
+}
+
+TEST(Predicate, isGivenUpAfterTooManyStepsOrWhenTheOperationIsCancelled)
+{
+    constexpr int size = 5000;
+    QVariantList numbers, others;
+    for (int i = 0; i < size; ++i) {
+        numbers << i;
+        others << -1 - i;
+    }
+    struct Cancelling : Thing
+    {
+        QVariant valueForKey(const QString &key) const override
+        {
+            if (cancels)
+                KXAbstractOperation::current()->cancel();
+            return Thing::valueForKey(key);
+        }
+        bool cancels = false;
+    } thing;
+    thing.values = { { u"numbers"_s, numbers }, { u"others"_s, others } };
+    const KXPredicate predicate = parsed(u"NOT ANY numbers == others"_s); // 25 million pairs
+    KXTestLog log;
+    EXPECT_FALSE(predicate.evaluateWithObject(&thing));
+    EXPECT_TRUE(log.contains(u"takes more than 10000000 steps"_s));
+    KXError error;
+    EXPECT_FALSE(predicate.evaluateWithObject(&thing, {}, &error));
+    EXPECT_EQ(error.code(), KXPredicate::StepsError);
+
+    thing.cancels = true;
+    KXOperationQueue queue;
+    for (const bool isLate : { false, true }) {
+        error = {};
+        bool fits = true;
+        queue.addBlock([&](KXAbstractOperation &operation) {
+            if (isLate)
+                operation.cancel(); // it has chosen to go on
+            fits = predicate.evaluateWithObject(&thing, {}, &error);
+        });
+        queue.waitUntilAllOperationsAreFinished();
+        EXPECT_FALSE(fits);
+        EXPECT_EQ(error.code(), isLate ? KXPredicate::StepsError : 1116);
+    }
+}
+
+TEST(Predicate, longTextsAreFoldedInPartsAsIfTheyWereWhole)
+{
+    // Letters that grow, that join with what follows, and marks; so placed that every part ends among each of them.
+    const QStringList pieces { u"Ä"_s, u"A\u0308"_s, u"ß"_s, u"\u0344"_s, u"각"_s, u"\u1100\u1161\u11A8"_s, u"İ"_s,
+        u"\U0001D15F"_s, u"x"_s, u"\u0bc6\u0bbe"_s, u"\U00010400"_s };
+    KXTestRandom random;
+    Thing thing;
+    for (int round = KXTestRandom::scaled(300); round > 0; --round) {
+        QStringList parts;
+        for (int i = 0; i < 700; ++i)
+            parts.append(pieces[random.below(int(pieces.size()))]);
+        const QString text = parts.join(QString());
+        QString plain = text.normalized(QString::NormalizationForm_D);
+        plain.removeIf([](QChar c) { return c.category() == QChar::Mark_NonSpacing; });
+        plain = plain.toCaseFolded().normalized(QString::NormalizationForm_C);
+        thing.values[u"text"_s] = text;
+        EXPECT_TRUE(KXPredicate::comparison(u"text"_s, KXPredicateOperator::Equal, plain, KXPredicateModifier::Direct,
+            KXCaseInsensitive | KXDiacriticInsensitive)
+                        .evaluateWithObject(&thing));
+    }
+    // A million of each take a moment: the time grows with the length, not with the square of it.
+    for (const QString &piece : pieces) {
+        thing.values[u"text"_s] = piece.repeated(1'000'000);
+        EXPECT_TRUE(parsed(u"NOT text ==[cd] 'y'"_s).evaluateWithObject(&thing));
+    }
 }

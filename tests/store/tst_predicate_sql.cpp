@@ -404,3 +404,23 @@ TEST(PredicateSQL, neverTakesTextForSQL)
     EXPECT_EQ(compiled(KXPredicate::predicateWithFormat("extra == nil")).status, KXPredicateSQL::Compiled);
     EXPECT_THROW(compiled(KXPredicate::predicateWithFormat("title == $NAME")), KXException);
 }
+
+TEST(PredicateSQL, manyWaysThroughRelationshipsAreNotAllGone)
+{
+    LibraryTest library;
+    QList<KXRef<KXManagedObject>> genres;
+    for (int i = 0; i < 30; ++i)
+        genres.append(library.genre(QString::number(i)));
+    for (int i = 0; i < 30; ++i)
+        library.track(u"t%1"_s.arg(i))->setGenres(genres);
+    ASSERT_TRUE(library.context->save());
+    const auto countOf = [&](const char *text) {
+        return Track::countOfUsingPredicate(KXPredicate::predicateWithFormat(text), *library.context);
+    };
+    // With values, in SQL; with what the row itself has, in memory from four relationships on.
+    EXPECT_EQ(countOf("ANY genres.tracks.genres.tracks.genres.tracks.genres.tracks.title == 'x'"), 0);
+    EXPECT_EQ(countOf("ALL genres.tracks.genres.tracks.genres.tracks.genres.tracks.title != 'x'"), 30);
+    EXPECT_EQ(countOf("ANY genres.tracks.genres.tracks.genres.tracks.genres.tracks.genres.name == title"), 0);
+    EXPECT_EQ(countOf("ANY genres.tracks.genres.tracks.genres.tracks.genres.tracks.title == title"), 30);
+    EXPECT_EQ(countOf("ANY genres.tracks.genres.name == title"), 0);
+}

@@ -8,7 +8,7 @@
 #include <QDropEvent>
 #include <QMimeData>
 
-#include <kestrixkit/toolkit/KXSourceListView.h>
+#include <kestrixkit/source_list/KXSourceListView.h>
 
 /// Drags as a view gets to know of them, where there is no pointer to drag with: entering, moving, dropping.
 class DragAndDrop

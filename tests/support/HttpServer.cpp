@@ -79,6 +79,8 @@ void HttpServer::answer(int connection)
     const auto waitForTheEnd = [&] { return recv(connection, bytes, sizeof bytes, 0); };
     if (m_mode == Stall) {
         waitForTheEnd();
+    } else if (m_mode == Redirect || (m_mode == RedirectLater && number > 1)) {
+        sendAll("HTTP/1.1 302 Found\r\nContent-Length: 0\r\nConnection: close\r\nLocation: " + m_body + "\r\n\r\n");
     } else if (m_mode == NotFound) {
         sendAll("HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
     } else {

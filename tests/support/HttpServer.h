@@ -21,6 +21,8 @@ public:
         StallInBody, ///< stops in the middle of the file, and keeps the connection
         Cut, ///< closes the connection in the middle of the file, every time
         CutOnce, ///< and this one only the first time
+        Redirect, ///< to the address that is its body
+        RedirectLater, ///< there from the second request on
         Lie, ///< promises twice the length, without ranges
     };
 

@@ -437,6 +437,15 @@ TEST_F(ThemeControls, badgesDividersPopoversAndTypes)
     EXPECT_FALSE(button.cell().typeColour().isValid()); // no theme
     manager.setTheme(std::make_shared<KXTheme>());
     EXPECT_EQ(button.cell().typeColour(), manager.theme()->audioTypeButtonLoopColour());
+    button.resize(button.sizeHint());
+    const auto hasColour = [&] { // at the plate's left end, where no letter is
+        const QRgb at = button.grab().toImage().pixel(4, button.height() / 2);
+        return at == button.cell().typeColour().rgb();
+    };
+    EXPECT_TRUE(hasColour());
+    button.setEnabled(false); // what it shows is no less true
+    EXPECT_TRUE(hasColour());
+    button.setEnabled(true);
     button.setAudioTypeValue(7);
     EXPECT_FALSE(button.cell().typeColour().isValid());
     QWidget *const shown = &button;

@@ -9,6 +9,7 @@
 
 #include <kestrixkit/foundation/KXBundle.h>
 #include <kestrixkit/messages/views/KXMessageView.h>
+#include <kestrixkit/source_list/KXSourceListView.h>
 #include <kestrixkit/toolkit/KXViewController.h>
 
 #include "support/KXTestLog.h"
@@ -237,7 +238,8 @@ TEST_F(InterfaceTest, themedControlsAreKnown)
 // Each interface file of the framework: whatever is wrong with one is logged.
 TEST_F(InterfaceTest, everyFileLoads)
 {
-    KXInterfaceLoader::shared().registerWidget<KXMessageView>(); // as its controller does
+    KXInterfaceLoader::shared().registerWidget<KXMessageView>(); // as their controllers do
+    KXInterfaceLoader::shared().registerWidget<KXSourceListView>();
     for (const QString &path : KXBundle::frameworkBundle().resourcePaths(u"ui"_s, u"interfaces"_s)) {
         KXTestLog log;
         const std::unique_ptr<QWidget> view(KXInterfaceLoader::shared().load(path));

@@ -5,10 +5,10 @@
 #include <QMimeData>
 #include <QStandardItemModel>
 
+#include <kestrixkit/source_list/KXSourceListView.h>
 #include <kestrixkit/theme/KXThemeManager.h>
 #include <kestrixkit/theme/KXThemeStyleNames.h>
 #include <kestrixkit/theme/controls/KXThemeableView.h>
-#include <kestrixkit/toolkit/KXSourceListView.h>
 
 using namespace Qt::StringLiterals;
 

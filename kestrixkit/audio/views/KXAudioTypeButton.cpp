@@ -60,11 +60,10 @@ void KXAudioTypeButtonCell::paint(QPainter &painter, const QStyleOptionButton &o
     const QRectF plate = QRectF(option.rect).adjusted(1, 1, -1, -2);
     painter.save();
     // Light from above: what shows of it is the edge below the badge.
-    if (typeColour().isValid() && enabled) {
+    if (typeColour().isValid())
         KXControlPainter::plate(painter, plate.translated(0, 1), QColor::fromRgbF(1, 1, 1, 0.85F), {});
-    }
     painter.setOpacity(option.state & QStyle::State_Sunken ? 0.8 : 1);
-    KXControlPainter::plate(painter, plate, enabled && typeColour().isValid() ? QBrush(typeColour()) : QBrush(),
+    KXControlPainter::plate(painter, plate, typeColour().isValid() ? QBrush(typeColour()) : QBrush(),
         theme ? theme->borderColour() : option.palette.color(QPalette::Mid));
     QColor text = option.palette.color(QPalette::ButtonText);
     KXShadow shadow;

@@ -24,7 +24,7 @@ KXPopoverController *KXMessageCenterViewController::messageDetailsPopover() cons
 
 void KXMessageCenterViewController::loadView()
 {
-    KXInterfaceLoader::shared().registerWidget<KXMessageView>();
+    KXInterfaceLoader::shared().registerWidgetOnce<KXMessageView>();
     KXViewController::loadView();
 }
 

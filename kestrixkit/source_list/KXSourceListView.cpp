@@ -1,4 +1,4 @@
-#include <kestrixkit/toolkit/KXSourceListView.h>
+#include <kestrixkit/source_list/KXSourceListView.h>
 
 #include <QContextMenuEvent>
 #include <QDrag>
@@ -9,10 +9,10 @@
 #include <QPainter>
 
 #include <kestrixkit/foundation/KXUndoManager.h>
+#include <kestrixkit/source_list/KXSourceListRowDelegate_p.h>
 #include <kestrixkit/theme/KXThemeStyleNames.h>
 #include <kestrixkit/theme/controls/KXControlPainter.h>
 #include <kestrixkit/theme/controls/KXThemeableScroller.h>
-#include <kestrixkit/toolkit/KXSourceListRowDelegate_p.h>
 #include <kestrixkit/toolkit/KXTreeController.h>
 
 using namespace Qt::StringLiterals;

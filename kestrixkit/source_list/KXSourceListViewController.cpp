@@ -1,17 +1,15 @@
 // Rows, drops and edits. What is remembered is in KXSourceListState.cpp.
 
-#include <kestrixkit/filter_ui/KXSourceListViewController.h>
+#include <kestrixkit/source_list/KXSourceListViewController.h>
 
 #include <algorithm>
 
 #include <QKeyEvent>
 #include <QMimeData>
 
-#include <kestrixkit/filter_ui/KXSourceListItemController.h>
-#include <kestrixkit/filter_ui/KXViewState.h>
-#include <kestrixkit/filters/KXFilterSetPreset.h>
 #include <kestrixkit/foundation/KXObserver.h>
 #include <kestrixkit/foundation/KXUndoManager.h>
+#include <kestrixkit/source_list/KXSourceListItemController.h>
 #include <kestrixkit/toolkit/KXPasteboard.h>
 
 using namespace Qt::StringLiterals;
@@ -60,6 +58,12 @@ KXSourceListView *KXSourceListViewController::sourceListView()
 {
     Q_UNUSED(view()) // which loads it
     return m_view;
+}
+
+void KXSourceListViewController::loadView()
+{
+    KXInterfaceLoader::shared().registerWidgetOnce<KXSourceListView>();
+    KXViewController::loadView();
 }
 
 void KXSourceListViewController::viewDidLoad()
@@ -155,9 +159,8 @@ KXSourceListCell KXSourceListViewController::cellForNode(const KXTreeNode &node)
     cell.isExpandable = item->isExpandable();
     cell.isGroup = item->isGroup();
     cell.count = countForNode(node);
-    if (const auto *const state = dynamic_cast<const KXViewState *>(item))
-        cell.inProgress = state->inProgress();
-    followCountsOf(node.representedObject().get());
+    cell.inProgress = item->inProgress();
+    followBadgeOf(*item, node.representedObject().get());
     if (KXSourceListViewControllerDelegate *const told = delegate())
         told->willDisplayCellView(*this, cell, item);
     return cell;
@@ -165,17 +168,12 @@ KXSourceListCell KXSourceListViewController::cellForNode(const KXTreeNode &node)
 
 qint64 KXSourceListViewController::countForNode(const KXTreeNode &node) const
 {
-    const Object *const object = node.representedObject().get();
-    if (const auto *const state = dynamic_cast<const KXViewState *>(object))
-        return state->count();
-    const auto *const preset = dynamic_cast<const KXFilterSetPreset *>(object);
-    if (!preset || m_countsContextIdentifier.isEmpty())
+    const KXSourceListItem *const item = itemOf(node.representedObject());
+    if (!item)
         return 0;
-    if (!preset->isFolder()) {
-        const std::optional<KXCounts> counts = preset->counts();
-        return counts ? counts->value(m_countsContextIdentifier) : 0;
-    }
-    // A folder's count is the sum of what it holds; the tree knows that without a look into the store.
+    if (const std::optional<qint64> count = item->countForContextIdentifier(m_countsContextIdentifier))
+        return *count;
+    // The sum of what it holds; the tree knows that without a look into the store.
     qint64 sum = 0;
     for (int i = 0; i < node.childCount(); ++i)
         sum += countForNode(*node.childAt(i));
@@ -191,18 +189,16 @@ void KXSourceListViewController::followNoCounts()
 }
 
 /// Rows out of sight need no telling: they are asked anew when they are painted.
-void KXSourceListViewController::followCountsOf(Object *object)
+void KXSourceListViewController::followBadgeOf(const KXSourceListItem &item, Object *object)
 {
     constexpr size_t mostFollowed = 400; // a few screens full
-    const bool isState = dynamic_cast<KXViewState *>(object);
-    if (!isState && !dynamic_cast<KXFilterSetPreset *>(object))
+    const QStringList keys = item.badgeKeys();
+    if (keys.isEmpty())
         return;
     if (m_followed.size() >= mostFollowed)
         followNoCounts();
     if (!m_followed.insert(object->objectID().key()).second)
         return;
-    const QStringList keys
-        = isState ? QStringList { u"count"_s, u"inProgress"_s, u"image"_s } : QStringList { u"counts"_s };
     for (const QString &key : keys)
         m_observers.push_back(KXObserver::observerFor(object, key, {}, [this](const KXKeyValueChange &) {
             if (m_view)

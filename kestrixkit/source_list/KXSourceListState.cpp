@@ -2,12 +2,12 @@
 
 #include <QCborArray>
 
-#include <kestrixkit/filter_ui/KXSourceListViewController.h>
 #include <kestrixkit/foundation/KXArchive.h>
 #include <kestrixkit/foundation/KXMainQueue.h>
 #include <kestrixkit/foundation/KXSourceListItem.h>
 #include <kestrixkit/foundation/KXUndoGuards.h>
 #include <kestrixkit/foundation/KXUserDefaults.h>
+#include <kestrixkit/source_list/KXSourceListViewController.h>
 
 using namespace Qt::StringLiterals;
 

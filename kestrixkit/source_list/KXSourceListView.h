@@ -6,9 +6,9 @@
 #include <QPointer>
 
 #include <kestrixkit/foundation/KXUndoManager.h>
+#include <kestrixkit/source_list/KXSourceListCell.h>
 #include <kestrixkit/theme/controls/KXBadge.h>
 #include <kestrixkit/theme/controls/KXThemeableOutlineView.h>
-#include <kestrixkit/toolkit/KXSourceListCell.h>
 
 class KXSourceListView;
 class KXTreeController;

@@ -1,4 +1,4 @@
-#include <kestrixkit/filter_ui/KXSourceListDropRules.h>
+#include <kestrixkit/source_list/KXSourceListDropRules.h>
 
 #include <algorithm>
 

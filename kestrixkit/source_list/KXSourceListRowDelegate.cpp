@@ -1,11 +1,11 @@
-#include <kestrixkit/toolkit/KXSourceListRowDelegate_p.h>
+#include <kestrixkit/source_list/KXSourceListRowDelegate_p.h>
 
 #include <QPainter>
 
+#include <kestrixkit/source_list/KXSourceListView.h>
 #include <kestrixkit/theme/KXThemeStyleNames.h>
 #include <kestrixkit/theme/controls/KXControlPainter.h>
 #include <kestrixkit/theme/controls/KXThemeableTextField.h>
-#include <kestrixkit/toolkit/KXSourceListView.h>
 
 namespace {
 

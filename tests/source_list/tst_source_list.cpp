@@ -5,8 +5,8 @@
 #include <QSignalSpy>
 
 #include <kestrixkit/filter_ui/KXFilterSetPresetEditing.h>
-#include <kestrixkit/filter_ui/KXSourceListItemController.h>
 #include <kestrixkit/foundation/KXUserDefaults.h>
+#include <kestrixkit/source_list/KXSourceListItemController.h>
 #include <kestrixkit/toolkit/KXAlert.h>
 #include <kestrixkit/toolkit/KXPasteboard.h>
 #include <support/DragAndDrop.h>
@@ -14,7 +14,7 @@
 #include <support/KXTestPrint.h>
 #include <support/KXTestRandom.h>
 
-#include "PresetTree.h"
+#include "filter_ui/PresetTree.h"
 
 using namespace Qt::StringLiterals;
 

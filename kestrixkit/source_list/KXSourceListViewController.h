@@ -6,11 +6,11 @@
 #include <QElapsedTimer>
 #include <QPointer>
 
-#include <kestrixkit/filter_ui/KXSourceListDropRules.h>
 #include <kestrixkit/foundation/KXDelayedCall.h>
 #include <kestrixkit/foundation/KXSourceListItem.h>
 #include <kestrixkit/foundation/KXWeakDelegate.h>
-#include <kestrixkit/toolkit/KXSourceListView.h>
+#include <kestrixkit/source_list/KXSourceListDropRules.h>
+#include <kestrixkit/source_list/KXSourceListView.h>
 #include <kestrixkit/toolkit/KXTreeController.h>
 #include <kestrixkit/toolkit/KXViewController.h>
 
@@ -125,6 +125,7 @@ public:
     }
 
 protected:
+    void loadView() override;
     void viewDidLoad() override;
 
 private:
@@ -143,7 +144,7 @@ private:
     [[nodiscard]] QVariant rowData(const KXTreeNode &node, int role);
     [[nodiscard]] KXSourceListCell cellForNode(const KXTreeNode &node);
     [[nodiscard]] qint64 countForNode(const KXTreeNode &node) const;
-    void followCountsOf(KXManagedObject *object);
+    void followBadgeOf(const KXSourceListItem &item, KXManagedObject *object);
     void followNoCounts();
     bool moveItems(const QList<KXRef<KXManagedObject>> &items, const KXIndexPath &path);
     bool copyItems(const QList<KXRef<KXManagedObject>> &items, const KXIndexPath &path);
