@@ -79,7 +79,8 @@ QList<KXRef<KXFilter>> KXFilter::furthestDescendants() const
 {
     QList<KXRef<KXFilter>> leaves;
     QSet<const KXFilter *> visited; // a damaged tree may lead back
-    QList<KXRef<KXFilter>> ahead { KXRef<KXFilter>(const_cast<KXFilter *>(this)) }; // the next one last; never recursion
+    QList<KXRef<KXFilter>> ahead { KXRef<KXFilter>(
+        const_cast<KXFilter *>(this)) }; // the next one last; never recursion
     while (!ahead.isEmpty()) {
         const KXRef<KXFilter> filter = ahead.takeLast();
         if (visited.contains(filter.get()))
