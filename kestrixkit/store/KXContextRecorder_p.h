@@ -17,7 +17,7 @@ class KXManagedObjectContextPrivate;
 class KXUndoManager;
 
 /// One bit for each property of an entity.
-using KXPropertySet = std::bitset<256>;
+using KXPropertySet = std::bitset<KXEntityDescription::MostProperties>;
 
 /// Turns what changes in a context into facts of its undo manager.
 ///

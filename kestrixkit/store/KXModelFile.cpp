@@ -171,6 +171,8 @@ QVariant KXModelFile::valueFromJSON(const QJsonValue &value, KXAttributeType typ
 KXError KXModelFile::readFile(const QString &path, QByteArray &json)
 {
     QFile file(path);
+    if (QFileInfo info(path); info.exists() && !info.isFile()) // a pipe would be waited for
+        return modelError(u"It is not a file"_s);
     if (!file.open(QIODevice::ReadOnly))
         return modelError(file.errorString());
     if (file.size() > modelFileLimit)
