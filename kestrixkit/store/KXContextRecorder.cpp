@@ -262,7 +262,8 @@ void KXContextRecorder::revertValues(
             for (const qint64 key : links.added)
                 linkOnce(context, object, property, key, false);
             for (const qint64 key : links.removed) {
-                if (!property.inverse() || !back.contains(key)) // else it knows better itself
+                if (!property.inverse() || !back.contains(key)
+                    || back.contains(object->m_key)) // else it knows better itself
                     linkOnce(context, object, property, key, true);
             }
         }
