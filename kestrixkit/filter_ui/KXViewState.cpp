@@ -154,31 +154,34 @@ void KXViewState::prepareForDeletion()
 
 KXRef<KXViewState> KXViewState::duplicate() const
 {
-    QSet<const KXViewState *> copied;
-    return copy(copied);
-}
-
-KXRef<KXViewState> KXViewState::copy(QSet<const KXViewState *> &copied) const
-{
-    copied.insert(this);
     KXManagedObjectContext *const context = managedObjectContext();
-    const KXRef<KXViewState> made
-        = context ? cast(context->managedObjectForEntity(entity()->name())) : KXRef<KXViewState>();
-    if (!made)
-        return {};
-    made->setTitle(title());
-    if (!parent())
+    const auto copy = [context](const KXViewState &state) {
+        const KXRef<KXViewState> made
+            = context ? cast(context->managedObjectForEntity(state.entity()->name())) : KXRef<KXViewState>();
+        if (made)
+            made->setTitle(state.title());
         return made;
-    QList<KXRef<KXViewState>> below = children();
-    std::stable_sort(below.begin(), below.end(),
-        [](const auto &one, const auto &other) { return one->position() < other->position(); });
-    qint64 position = 0;
-    for (const KXRef<KXViewState> &child : below) {
-        if (copied.contains(child.get()))
-            continue; // a damaged tree that leads back
-        if (const KXRef<KXViewState> copiedChild = child->copy(copied)) {
-            copiedChild->setPosition(position++);
-            copiedChild->setParent(made);
+    };
+    KXRef<KXViewState> made = copy(*this);
+    if (!made || !parent())
+        return made;
+    QSet<const KXViewState *> copied { this }; // a damaged tree may lead back
+    QList<std::pair<const KXViewState *, KXRef<KXViewState>>> ahead { { this, made } };
+    while (!ahead.isEmpty()) {
+        const auto [state, copyOfState] = ahead.takeLast();
+        QList<KXRef<KXViewState>> below = state->children();
+        std::stable_sort(below.begin(), below.end(),
+            [](const auto &one, const auto &other) { return one->position() < other->position(); });
+        qint64 position = 0;
+        for (const KXRef<KXViewState> &child : below) {
+            if (copied.contains(child.get()))
+                continue;
+            copied.insert(child.get());
+            if (const KXRef<KXViewState> copiedChild = copy(*child)) {
+                copiedChild->setPosition(position++);
+                copiedChild->setParent(copyOfState);
+                ahead.append({ child.get(), copiedChild });
+            }
         }
     }
     return made;

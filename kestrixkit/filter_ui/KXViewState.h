@@ -86,7 +86,6 @@ protected:
     void prepareForDeletion() override;
 
 private:
-    [[nodiscard]] KXRef<KXViewState> copy(QSet<const KXViewState *> &copied) const;
     template <typename Value> void setInMemory(QStringView key, Value &member, const Value &value);
 
     QIcon m_image;

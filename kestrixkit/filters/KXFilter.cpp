@@ -79,17 +79,18 @@ QList<KXRef<KXFilter>> KXFilter::furthestDescendants() const
 {
     QList<KXRef<KXFilter>> leaves;
     QSet<const KXFilter *> visited; // a damaged tree may lead back
-    const auto visit = [&](const auto &self, const KXFilter *filter) -> void {
-        if (visited.contains(filter))
-            return;
-        visited.insert(filter);
+    QList<KXRef<KXFilter>> ahead { KXRef<KXFilter>(
+        const_cast<KXFilter *>(this)) }; // the next one last; never recursion
+    while (!ahead.isEmpty()) {
+        const KXRef<KXFilter> filter = ahead.takeLast();
+        if (visited.contains(filter.get()))
+            continue;
+        visited.insert(filter.get());
         const auto children = filter->children();
         if (children.isEmpty())
-            leaves.append(KXRef<KXFilter>(const_cast<KXFilter *>(filter)));
-        for (const KXRef<KXFilter> &child : children)
-            self(self, child.get());
-    };
-    visit(visit, this);
+            leaves.append(filter);
+        std::copy(children.rbegin(), children.rend(), std::back_inserter(ahead));
+    }
     return leaves;
 }
 

@@ -60,24 +60,20 @@ std::optional<KXCounts> KXFilterSetPreset::counts() const
     if (!isFolder())
         return m_counts;
     KXCounts sums;
-    QList<const KXFilterSetPreset *> visited;
-    addCountsTo(sums, visited);
-    return sums;
-}
-
-void KXFilterSetPreset::addCountsTo(KXCounts &sums, QList<const KXFilterSetPreset *> &visited) const
-{
-    if (!isFolder()) {
-        for (auto entry = m_counts ? m_counts->cbegin() : KXCounts::const_iterator();
-             m_counts && entry != m_counts->cend(); ++entry)
-            sums[entry.key()] += entry.value();
-        return;
+    QSet<const KXFilterSetPreset *> visited; // a damaged tree may lead back
+    QList<KXRef<KXFilterSetPreset>> ahead { KXRef<KXFilterSetPreset>(const_cast<KXFilterSetPreset *>(this)) };
+    while (!ahead.isEmpty()) {
+        const KXRef<KXFilterSetPreset> preset = ahead.takeLast();
+        if (visited.contains(preset.get()))
+            continue;
+        visited.insert(preset.get());
+        if (preset->isFolder())
+            ahead += preset->children();
+        else if (preset->m_counts)
+            for (auto entry = preset->m_counts->cbegin(); entry != preset->m_counts->cend(); ++entry)
+                sums[entry.key()] += entry.value();
     }
-    if (visited.contains(this))
-        return; // a damaged tree that leads back
-    visited.append(this);
-    for (const KXRef<KXFilterSetPreset> &child : children())
-        child->addCountsTo(sums, visited);
+    return sums;
 }
 
 void KXFilterSetPreset::setCount(qint64 count, const QString &forContextIdentifier)

@@ -74,7 +74,6 @@ protected:
 private:
     void hold(const KXRef<KXFilterSet> &set) const;
     void registerHeldSet();
-    void addCountsTo(KXCounts &sums, QList<const KXFilterSetPreset *> &visited) const;
 
     std::optional<KXCounts> m_counts;
     mutable KXRef<KXFilterSet> m_filterSet;

@@ -1,9 +1,13 @@
 #include <kestrixkit/foundation/KXUserDefaults.h>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <QCborMap>
 #include <QCborValue>
 #include <QCoreApplication>
-#include <QIODevice>
+#include <QFile>
+#include <QFileInfo>
 #include <QSettings>
 #include <QStandardPaths>
 #include <QUrl>
@@ -21,6 +25,40 @@ namespace {
 constexpr QStringView defaultsFormatName = u"kestrix.defaults";
 constexpr int defaultsFormatNumber = 1;
 
+/// A name beside the file, one for each state of it.
+QString defaultsAside(const QString &path)
+{
+    return path + ".unreadable-"_L1 + QFileInfo(path).lastModified().toUTC().toString(u"yyyyMMddhhmmsszzz"_s);
+}
+
+/// Keeps what cannot be read before the file is written anew, once.
+void defaultsKeepAside(const QString &path)
+{
+    const QString aside = defaultsAside(path);
+    if (QFileInfo::exists(aside))
+        return;
+    if (::linkat(AT_FDCWD, QFile::encodeName(path).constData(), AT_FDCWD, QFile::encodeName(aside).constData(),
+            AT_SYMLINK_FOLLOW)
+            == 0
+        || QFile::copy(path, aside))
+        KXLogWarning(foundation, "They are kept as %@", aside);
+    else
+        KXLogError(foundation, "%@ cannot be kept as %@", path, aside);
+}
+
+/// The path, where a file can be now: a pipe or a device would be read for ever.
+QString defaultsMakeWay(const QString &path)
+{
+    const QFileInfo info(path);
+    if (info.exists() && !info.isFile() && !info.isDir()) {
+        const QString aside = defaultsAside(path);
+        KXLogWarning(foundation, "%@ is no file of user defaults, and kept as %@", path, aside);
+        if (!QFile::rename(path, aside))
+            KXLogError(foundation, "%@ cannot be kept as %@", path, aside);
+    }
+    return path;
+}
+
 bool defaultsRead(QIODevice &device, QSettings::SettingsMap &map)
 {
     const QByteArray bytes = device.read(KXArchive::mostBytes + 1);
@@ -29,6 +67,8 @@ bool defaultsRead(QIODevice &device, QSettings::SettingsMap &map)
     const auto values = KXArchive::unarchive(bytes, defaultsFormatName, defaultsFormatNumber);
     if (!values || !values->isMap()) {
         KXLogWarning(foundation, "The user defaults are unreadable and taken as empty");
+        if (const auto *file = qobject_cast<const QFileDevice *>(&device))
+            defaultsKeepAside(file->fileName());
         return false;
     }
     map = values->toMap().toVariantMap();
@@ -39,6 +79,9 @@ bool defaultsWrite(QIODevice &device, const QSettings::SettingsMap &map)
 {
     const QByteArray bytes
         = KXArchive::archive(defaultsFormatName, defaultsFormatNumber, QCborMap::fromVariantMap(map));
+    // A new file is its owner's alone; one that is there stays as it is.
+    if (auto *file = qobject_cast<QFileDevice *>(&device); file && !QFileInfo::exists(file->fileName()))
+        file->setPermissions(QFile::ReadOwner | QFile::WriteOwner);
     return !bytes.isEmpty() && device.write(bytes) == bytes.size();
 }
 
@@ -106,7 +149,7 @@ public:
     {
     public:
         Settings(const QString &path, std::recursive_mutex &mutex)
-            : QSettings(path, defaultsFormat())
+            : QSettings(defaultsMakeWay(path), defaultsFormat())
             , m_mutex(mutex)
         {
             setFallbacksEnabled(false);
@@ -116,6 +159,7 @@ public:
         bool event(QEvent *event) override
         {
             const std::lock_guard lock(m_mutex);
+            (void)defaultsMakeWay(fileName());
             return QSettings::event(event);
         }
 
@@ -291,6 +335,7 @@ KXNotificationToken KXUserDefaults::onChange(const QString &key, std::function<v
 bool KXUserDefaults::synchronize()
 {
     const std::lock_guard lock(d->mutex);
+    (void)defaultsMakeWay(d->settings.fileName());
     d->settings.sync();
     // An unreadable file has been told about, and replaced.
     if (d->settings.status() != QSettings::AccessError)

@@ -38,8 +38,7 @@ void KXManagedObjectContextPrivate::willChange(Object *object, int property)
 
 // Relationships
 
-bool KXManagedObjectContextPrivate::mayConnect(
-    Object *object, const KXPropertyDescription &property, Object *other) const
+bool KXManagedObjectContextPrivate::mayConnect(Object *object, const KXPropertyDescription &property, Object *other)
 {
     if (!other)
         return true;
@@ -58,7 +57,31 @@ bool KXManagedObjectContextPrivate::mayConnect(
             KXStringWithFormat("\"%@\" of \"%@\" cannot hold an object of the entity \"%@\"", property.name(),
                 object->entity()->name(), other->entity()->name()));
     }
-    return !other->isDeleted() && other->loadedValues();
+    if (other->isDeleted() || !other->loadedValues())
+        return false;
+    const KXPropertyDescription *inverse = property.inverse();
+    if (property.isAcyclic() ? makesCircle(object, property, other->m_key)
+                             : inverse && inverse->isAcyclic() && makesCircle(other, *inverse, object->m_key)) {
+        KXLogWarning(store, "\"%@\" of \"%@\" would lead in a circle", property.name(), object->entity()->name());
+        return false;
+    }
+    return true;
+}
+
+bool KXManagedObjectContextPrivate::makesCircle(
+    const Object *object, const KXPropertyDescription &property, qint64 above)
+{
+    QSet<qint64> seen; // a damaged file may have circles
+    for (qint64 key = above; key != 0 && !seen.contains(key);) {
+        if (key == object->m_key)
+            return true;
+        const KXRef<Object> next = this->object(*property.destinationEntity(), key);
+        const KXPropertyDescription *further = next ? next->m_entity->property(property.name()) : nullptr;
+        if (!further || !next->loadedValues())
+            return false;
+        seen.insert(std::exchange(key, next->values()->toOne(*further)));
+    }
+    return false;
 }
 
 void KXManagedObjectContextPrivate::assignToOne(Object *object, const KXPropertyDescription &property, qint64 key)
@@ -269,6 +292,22 @@ std::vector<qint64> KXManagedObjectContextPrivate::keysOf(Object *object, const 
     return keys;
 }
 
+std::vector<qint64> KXManagedObjectContextPrivate::storedKeysOf(Object *object, const KXPropertyDescription &property)
+{
+    const KXRowValues *stored = storedValues(object);
+    if (!stored || !object->m_values)
+        return keysOf(object, property);
+    if (property.isToOne()) {
+        const qint64 key = stored->toOne(property);
+        return key ? std::vector<qint64> { key } : std::vector<qint64>();
+    }
+    const KXToManyKeys &keys = loadedToMany(object, property);
+    const QSet<qint64> members = QSet<qint64>(keys.members).subtract(keys.added).unite(keys.removed);
+    std::vector<qint64> list(members.begin(), members.end());
+    std::sort(list.begin(), list.end());
+    return list;
+}
+
 QList<KXRef<Object>> KXManagedObjectContextPrivate::toMany(Object *object, const KXPropertyDescription &property)
 {
     checkThread();
@@ -278,8 +317,9 @@ QList<KXRef<Object>> KXManagedObjectContextPrivate::toMany(Object *object, const
     list.reserve(qsizetype(keys.size()));
     for (const qint64 key : keys) {
         KXRef<Object> member = this->object(*property.destinationEntity(), key);
-        // Nothing tells a relationship without inverse that a member was deleted.
-        if (member && (property.inverse() || !(member->isDeleted() || member->isMissing())))
+        // Nothing tells a relationship without inverse that a member was deleted, and none that a row went of which
+        // whoever deleted it did not know that it was a member.
+        if (member && !member->isMissing() && (property.inverse() || !member->isDeleted()))
             list.append(std::move(member));
     }
     return list;
@@ -308,8 +348,11 @@ void KXManagedObjectContextPrivate::revive(
     const KXEntityDescription &entity = *object->m_entity;
     if (object->m_flags & Object::Detached) {
         // Its deletion was saved: the next save inserts the row again, under its old key.
-        if (registered(object->m_key))
-            return;
+        if (Object *held = registered(object->m_key)) {
+            if (held->m_values)
+                return;
+            dismiss(held); // somebody has asked for the identifier meanwhile
+        }
         delete object->m_store;
         object->m_context = q;
         object->m_flags = Object::Inserted;
@@ -322,9 +365,7 @@ void KXManagedObjectContextPrivate::revive(
             toMany.loaded = true;
             toMany.members = toMany.added = keys;
         }
-        objects.insert(object->m_key, object.get());
-        if (entity.residence() == KXResidence::Resident)
-            m_resident.push_back(object);
+        enter(object.get());
         if (object->isObserved())
             setObserved(object.get(), true);
         inserted.push_back(object);
@@ -335,18 +376,6 @@ void KXManagedObjectContextPrivate::revive(
             object->m_flags |= Object::Inserted; // and is still among those to insert
         else if (const auto found = changes.find(object.get()); found != changes.end() && found->second.before)
             object->m_flags |= Object::Updated;
-        for (const KXPropertyDescription &property : entity.properties()) {
-            if (property.isToMany()) {
-                const auto before = members.find(property.index());
-                if (before == members.end())
-                    continue;
-                const QSet<qint64> now = loadedToMany(object.get(), property).members;
-                for (const qint64 key : before->second - now)
-                    link(object.get(), property, key, true);
-            } else if (!KXRowValues::isEqual(*object->values(), values, property)) {
-                assign(object.get(), property, values);
-            }
-        }
     } else {
         return;
     }
@@ -435,40 +464,75 @@ void KXManagedObjectContextPrivate::processPendingChanges()
     m_processingScheduled = false;
     recorder.flush();
     m_processingDue = true;
-    if (m_processing)
+    postAnnouncements();
+}
+
+void KXManagedObjectContextPrivate::settleAnnouncements()
+{
+    if (!m_posting) {
+        processPendingChanges();
         return;
-    // Whoever is told may let go of the last object of a child context.
-    const KXManagedObjectContext::Ref held = parent ? q->shared_from_this() : nullptr;
+    }
+    recorder.flush();
+    m_toPost.push_back(takeAnnouncements());
+}
+
+void KXManagedObjectContextPrivate::announce(KXObjectsDidChange did)
+{
+    m_toPost.push_back(std::move(did));
+    postAnnouncements();
+}
+
+KXObjectsDidChange KXManagedObjectContextPrivate::takeAnnouncements()
+{
+    KXObjectsDidChange did;
+    for (const KXContextHold &object : std::exchange(m_announcements, {})) {
+        const quint32 flags = object->m_flags;
+        const auto found = changes.find(object.get());
+        if (flags & Object::DeletePending) {
+            object->m_flags &= ~quint32(Object::DeletePending);
+            did.deleted.append(object);
+        } else if (flags & Object::InsertPending) {
+            object->m_flags &= ~quint32(Object::InsertPending);
+            did.inserted.append(object);
+        } else if (!(flags & Object::Deleted) && found != changes.end() && found->second.unannounced.any()) {
+            QSet<QString> &keys = did.changedKeys[object.get()];
+            for (const KXPropertyDescription &property : object->m_entity->properties()) {
+                if (found->second.unannounced.test(size_t(property.index())))
+                    keys.insert(property.name());
+            }
+            did.updated.append(object);
+        }
+        // Also of one that comes or goes: a key left here would keep later changes of it from being announced.
+        if (found != changes.end())
+            found->second.unannounced.reset();
+    }
+    return did;
+}
+
+/// One after the other: an observer that changes, saves, merges or rolls back has that told when all have been told of
+/// what came before.
+void KXManagedObjectContextPrivate::postAnnouncements()
+{
+    if (m_posting)
+        return;
+    // Whoever is told may let go of the context, or of the last object of a child context.
+    const KXManagedObjectContext::Ref held = q->weak_from_this().lock();
     struct Guard
     {
         bool &flag;
         ~Guard() { flag = false; }
-    } guard { m_processing };
-    m_processing = true;
-    while (std::exchange(m_processingDue, false)) {
-        KXObjectsDidChange did;
-        for (const KXContextHold &object : std::exchange(m_announcements, {})) {
-            const quint32 flags = object->m_flags;
-            const auto found = changes.find(object.get());
-            if (flags & Object::DeletePending) {
-                object->m_flags &= ~quint32(Object::DeletePending);
-                did.deleted.append(object);
-            } else if (flags & Object::InsertPending) {
-                object->m_flags &= ~quint32(Object::InsertPending);
-                did.inserted.append(object);
-            } else if (!(flags & Object::Deleted) && found != changes.end() && found->second.unannounced.any()) {
-                QSet<QString> &keys = did.changedKeys[object.get()];
-                for (const KXPropertyDescription &property : object->m_entity->properties()) {
-                    if (found->second.unannounced.test(size_t(property.index())))
-                        keys.insert(property.name());
-                }
-                did.updated.append(object);
-            }
-            // Also of one that comes or goes: a key left here would keep later changes of it from being announced.
-            if (found != changes.end())
-                found->second.unannounced.reset();
+    } guard { m_posting };
+    m_posting = true;
+    while (!m_toPost.empty() || m_processingDue) {
+        if (m_toPost.empty()) {
+            m_processingDue = false;
+            m_toPost.push_back(takeAnnouncements());
         }
-        if (!did.inserted.isEmpty() || !did.updated.isEmpty() || !did.deleted.isEmpty())
+        const KXObjectsDidChange did = std::move(m_toPost.front());
+        m_toPost.erase(m_toPost.begin());
+        if (!did.inserted.isEmpty() || !did.updated.isEmpty() || !did.deleted.isEmpty() || !did.refreshed.isEmpty()
+            || did.merged)
             KXNotificationCenter::defaultCenter().post(
                 QString(KXManagedObjectContextObjectsDidChangeNotification), q, did);
     }
@@ -479,21 +543,25 @@ void KXManagedObjectContextPrivate::rollback()
     checkThread();
     recorder.forget();
     KXObjectsDidChange did; // takes back what was announced
-    for (const KXContextHold &object : std::exchange(inserted, {})) {
+    KXChangesTogether together;
+    const auto unannounced = std::exchange(m_announcements, {});
+    const auto wereInserted = std::exchange(inserted, {});
+    const auto wereDeleted = std::exchange(deleted, {});
+    const auto wereChanged = std::exchange(changes, {});
+    for (const KXContextHold &object : wereInserted) {
         if (!(object->m_flags & Object::Detached)) {
-            objects.remove(object->m_key);
             if (!(object->m_flags & Object::InsertPending))
                 did.deleted.append(object);
-            object->detach(store->identity);
+            leave(object.get());
         }
     }
-    for (const KXContextHold &object : std::exchange(deleted, {})) {
+    for (const KXContextHold &object : wereDeleted) {
         if (!(object->m_flags
                 & (Object::DeletePending | Object::Detached))) // else nobody knows, or it was inserted, too
             did.inserted.append(object);
         object->m_flags &= ~quint32(Object::Deleted | Object::DeletePending);
     }
-    for (auto &[object, change] : std::exchange(changes, {})) {
+    for (const auto &[object, change] : wereChanged) {
         if (object->m_flags & Object::Detached || !change.before)
             continue;
         object->m_flags &= ~quint32(Object::Updated);
@@ -503,7 +571,7 @@ void KXManagedObjectContextPrivate::rollback()
             if (!change.changed.test(size_t(property.index())))
                 continue;
             keys.insert(property.name());
-            object->willChangeValueForKey(property.name());
+            together.willSet(object, property);
             if (property.isToMany()) {
                 KXToManyKeys &members = object->values()->toMany(property);
                 if (members.loaded)
@@ -513,10 +581,36 @@ void KXManagedObjectContextPrivate::rollback()
             } else {
                 object->values()->copy(*change.before, property);
             }
-            object->didChangeValueForKey(property.name());
         }
     }
-    m_announcements.clear();
-    if (!did.inserted.isEmpty() || !did.refreshed.isEmpty() || !did.deleted.isEmpty())
-        KXNotificationCenter::defaultCenter().post(QString(KXManagedObjectContextObjectsDidChangeNotification), q, did);
+    together.tell();
+    announce(std::move(did));
+}
+
+void KXChangesTogether::willSet(Object *object, const KXPropertyDescription &property)
+{
+    if (!object->isObserved())
+        return;
+    m_announced.push_back({ KXRef<Object>(object), &property, KXChangeKind::Setting, {}, {} });
+    object->willChangeValueForKey(property.name());
+}
+
+void KXChangesTogether::willLink(
+    Object *object, const KXPropertyDescription &property, const KXRef<Object> &member, bool add)
+{
+    const QVariantList members { KXVariantFromRef(member) };
+    m_announced.push_back({ KXRef<Object>(object), &property, add ? KXChangeKind::Insertion : KXChangeKind::Removal,
+        add ? QVariantList() : members, add ? members : QVariantList() });
+    const Announced &one = m_announced.back();
+    object->willChangeValueForKey(property.name(), one.kind, one.gone);
+}
+
+void KXChangesTogether::tell()
+{
+    for (const Announced &one : std::exchange(m_announced, {})) {
+        if (one.kind == KXChangeKind::Setting)
+            one.object->didChangeValueForKey(one.property->name());
+        else
+            one.object->didChangeValueForKey(one.property->name(), one.kind, one.gone, one.come);
+    }
 }

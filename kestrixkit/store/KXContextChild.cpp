@@ -62,17 +62,18 @@ void KXManagedObjectContextPrivate::fillFromParent(const KXEntityDescription &en
     std::vector<KXRef<Object>> filled;
     for (const qint64 key : keys) {
         KXRef<Object> object(registered(key));
-        if (object && !object->isFault())
+        if (object && object->m_values)
             continue;
         const KXRef<Object> original = source.object(entity, key);
         if (!original && !object)
             continue; // of a family, and its row is gone
-        if (!object)
+        if (original && (!object || original->m_entity != object->m_entity))
             object = makeObject(*original->m_entity, key);
-        if (!original || original->isDeleted() || original->isMissing() || original->m_entity != object->m_entity) {
+        if (!original || original->isDeleted() || original->isMissing()) {
             object->m_flags |= Object::Missing;
             continue;
         }
+        object->m_flags &= ~quint32(Object::Missing);
         KXRowValues *values = KXRowValues::clone(*original->values(), *object->m_entity);
         // What the parent has not saved yet is stored as far as the child is concerned.
         values->version = std::max<qint64>(1, values->version);
@@ -85,61 +86,72 @@ void KXManagedObjectContextPrivate::fillFromParent(const KXEntityDescription &en
 
 // Saving
 
-void KXContextSaver::pass(KXManagedObjectContextPrivate &parent)
+void KXContextSaver::pass(KXManagedObjectContextPrivate &parent, KXObjectsDidChange &did, KXChangesTogether &together)
 {
-    const auto columns = [&parent](Object *target, const Object &from, auto &&isWanted) {
-        for (const KXPropertyDescription &property : target->m_entity->properties()) {
-            if (property.isToMany() || !isWanted(property))
+    // Whoever observes the parent's objects may change those of the child: what is handed over is set down before.
+    struct Passed
+    {
+        KXRef<Object> target; // the parent's
+        KXRowValues::Owner values;
+        KXPropertySet changed;
+        std::vector<std::pair<const KXPropertyDescription *, KXContextRecorder::Links>> links;
+    };
+    const auto passed = [](KXRef<Object> target, const Object &from, const KXPropertySet &changed) {
+        const KXEntityDescription &entity = *from.m_entity;
+        Passed one { std::move(target), KXRowValues::Owner(KXRowValues::clone(*from.values(), entity), { &entity }),
+            changed, {} };
+        for (const KXPropertyDescription &property : entity.properties()) {
+            const KXToManyKeys *keys = property.isToMany() ? from.values()->existingToMany(property) : nullptr;
+            if (keys && keys->isChanged() && !(property.inverse() && property.inverse()->isToOne()))
+                one.links.push_back({ &property, { keys->added, keys->removed } }); // else the other ends tell
+        }
+        return one;
+    };
+    std::vector<Passed> all;
+    std::vector<KXRef<Object>> deleted;
+    for (Object *object : m_deleted) {
+        if (KXRef<Object> target = m_context.inParent(object))
+            deleted.push_back(std::move(target));
+    }
+    for (const Object *object : m_inserted)
+        all.push_back(passed({}, *object, KXPropertySet().set()));
+    for (const Update &update : m_updated) {
+        if (KXRef<Object> target = m_context.inParent(update.object))
+            all.push_back(passed(std::move(target), *update.object, update.change->changed));
+    }
+    const std::vector<Object *> inserted = m_inserted;
+    finish(did, together);
+
+    // All new objects are there before anything refers to them, and all that go are marked before rules are followed.
+    for (size_t i = 0; i < inserted.size(); ++i) {
+        all[i].target = parent.makeObject(*inserted[i]->m_entity, inserted[i]->m_key);
+        parent.insertNew(all[i].target);
+    }
+    for (const Passed &one : all) {
+        for (const KXPropertyDescription &property : one.target->m_entity->properties()) {
+            if (property.isToMany() || !one.changed.test(size_t(property.index())) || one.target->isDeleted())
                 continue;
             if (property.isAttribute()) {
-                parent.assign(target, property, *from.values());
+                parent.assign(one.target.get(), property, *one.values);
             } else { // with its other end, which may have changed in the parent meanwhile
-                const qint64 key = from.values()->toOne(property);
-                parent.setToOne(
-                    target, property, key ? parent.object(*property.destinationEntity(), key).get() : nullptr);
+                const qint64 key = one.values->toOne(property);
+                const KXRef<Object> other = key ? parent.object(*property.destinationEntity(), key) : KXRef<Object>();
+                parent.setToOne(one.target.get(), property, other.get());
             }
         }
-    };
-    const auto members = [&parent](Object *target, const Object &from) {
-        for (const KXPropertyDescription &property : target->m_entity->properties()) {
-            const KXToManyKeys *keys = property.isToMany() ? from.values()->existingToMany(property) : nullptr;
-            if (!keys || (property.inverse() && property.inverse()->isToOne()))
-                continue; // the other ends tell
+    }
+    for (const Passed &one : all) {
+        for (const auto &[property, links] : one.links) {
             for (const bool add : { true, false }) {
-                for (const qint64 key : add ? keys->added : keys->removed) {
-                    const KXRef<Object> member = parent.object(*property.destinationEntity(), key);
+                for (const qint64 key : add ? links.added : links.removed) {
+                    const KXRef<Object> member = parent.object(*property->destinationEntity(), key);
                     if (member && !member->isMissing())
-                        add ? parent.addToMany(target, property, member.get())
-                            : parent.removeFromMany(target, property, member.get());
+                        add ? parent.addToMany(one.target.get(), *property, member.get())
+                            : parent.removeFromMany(one.target.get(), *property, member.get());
                 }
             }
         }
-    };
-
-    // All new objects are there before anything refers to them, and all that go are marked before rules are followed.
-    std::vector<std::pair<KXRef<Object>, Object *>> inserted;
-    for (Object *object : m_inserted) {
-        inserted.emplace_back(parent.makeObject(*object->m_entity, object->m_key), object);
-        parent.insertNew(inserted.back().first);
     }
-    std::vector<KXRef<Object>> deleted;
-    for (Object *object : m_deleted)
-        deleted.push_back(m_context.inParent(object));
-    for (const auto &[target, object] : inserted)
-        columns(target.get(), *object, [](const KXPropertyDescription &) { return true; });
-    for (const Update &update : m_updated) {
-        if (const KXRef<Object> target = m_context.inParent(update.object))
-            columns(target.get(), *update.object, [&](const KXPropertyDescription &property) {
-                return update.change->changed.test(size_t(property.index()));
-            });
-    }
-    for (const auto &[target, object] : inserted)
-        members(target.get(), *object);
-    for (const Update &update : m_updated) {
-        if (const KXRef<Object> target = m_context.inParent(update.object))
-            members(target.get(), *update.object);
-    }
-    std::erase(deleted, nullptr);
     for (const KXRef<Object> &object : deleted)
         parent.markDeleted(object);
     for (const KXRef<Object> &object : deleted)

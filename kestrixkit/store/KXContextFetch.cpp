@@ -442,7 +442,7 @@ KXRef<Object> KXContextFetcher::objectAt(KXManagedObjectContextPrivate &context,
     std::span<const qint64> keys, size_t place, size_t batchSize)
 {
     const qint64 key = keys[place];
-    if (const Object *object = context.registered(key); !object || object->isFault()) {
+    if (const Object *object = context.registered(key); !object || !object->m_values) {
         const size_t from = place / batchSize * batchSize;
         context.fill(entity, keys.subspan(from, std::min(batchSize, keys.size() - from)));
     }

@@ -172,7 +172,7 @@ void KXContextRecorder::dropFormerMembers(KXManagedObjectContextPrivate &context
                     return back != found->second->membersBefore.end() && back->second.contains(key);
                 }
                 const KXToManyKeys *back = other->values()->existingToMany(*inverse);
-                return back && (back->loaded ? back->members : back->added).contains(key);
+                return !back || (back->loaded ? back->members.contains(key) : !back->removed.contains(key));
             };
             for (const qint64 member :
                 QSet<qint64>(context.loadedToMany(entry->object.get(), property).members) - before) {
@@ -180,6 +180,141 @@ void KXContextRecorder::dropFormerMembers(KXManagedObjectContextPrivate &context
                     context.link(entry->object.get(), property, member, false);
             }
         }
+    }
+}
+
+namespace {
+
+/// What the store or another context has done meanwhile may have taken what an undo would connect with.
+bool isThere(KXManagedObjectContextPrivate &context, const KXPropertyDescription &property, qint64 key)
+{
+    const KXRef<Object> other = context.object(*property.destinationEntity(), key);
+    return other && !other->isDeleted() && !other->isMissing();
+}
+
+bool isAlive(const KXManagedObjectContextPrivate &context, const Object *object)
+{
+    return object->managedObjectContext() == context.q && !object->isDeleted() && !object->isMissing();
+}
+
+}
+
+/// Unless the relationship knows already.
+void KXContextRecorder::linkOnce(
+    KXManagedObjectContextPrivate &context, Object *object, const KXPropertyDescription &property, qint64 key, bool add)
+{
+    if (object->isDeleted() || object->isMissing() || (add && !isThere(context, property, key)))
+        return;
+    const KXToManyKeys *keys = object->values()->existingToMany(property);
+    const bool known = keys
+        && (keys->loaded ? keys->members.contains(key) == add : (add ? keys->added : keys->removed).contains(key));
+    if (!known)
+        context.link(object, property, key, add);
+}
+
+/// Columns and links of objects that were there before and are now. To-one relationships are set like anybody sets
+/// them, so that an end that was changed by somebody else's save meanwhile follows. `back` are the keys of those that
+/// have just come back.
+void KXContextRecorder::revertValues(
+    KXManagedObjectContextPrivate &context, const std::vector<Entry> &entries, const QSet<qint64> &back)
+{
+    struct Move
+    {
+        Object *object;
+        const KXPropertyDescription *property;
+        qint64 key;
+    };
+    std::vector<Move> moves; // each may have to wait for another, lest there be a circle in between
+    for (const Entry &entry : entries) {
+        Object *object = entry.object.get();
+        if (!entry.existedBefore || entry.restored || !isAlive(context, object))
+            continue;
+        for (const KXPropertyDescription &property : object->entity()->properties()) {
+            if (!entry.before || !entry.changed.test(size_t(property.index())) || property.isToMany())
+                continue;
+            if (property.isAttribute())
+                context.assign(object, property, *entry.before);
+            else
+                moves.push_back({ object, &property, entry.before->toOne(property) });
+        }
+    }
+    while (!moves.empty()) {
+        const size_t left = std::erase_if(moves, [&context](const Move &move) {
+            if (move.property->isAcyclic() && context.makesCircle(move.object, *move.property, move.key))
+                return false;
+            const bool there = move.key != 0 && isThere(context, *move.property, move.key);
+            const KXRef<Object> other
+                = there ? context.object(*move.property->destinationEntity(), move.key) : KXRef<Object>();
+            context.setToOne(move.object, *move.property, other.get());
+            return true;
+        });
+        if (left == 0)
+            break; // somebody else's move stays
+    }
+    for (const Entry &entry : entries) {
+        Object *object = entry.object.get();
+        if (!entry.existedBefore || entry.restored || !isAlive(context, object))
+            continue;
+        for (const auto &[index, links] : entry.links) {
+            const KXPropertyDescription &property = object->entity()->properties()[index];
+            if (property.inverse() && property.inverse()->isToOne())
+                continue; // the other ends have told
+            for (const qint64 key : links.added)
+                linkOnce(context, object, property, key, false);
+            for (const qint64 key : links.removed) {
+                if (!property.inverse() || !back.contains(key)
+                    || back.contains(object->m_key)) // else it knows better itself
+                    linkOnce(context, object, property, key, true);
+            }
+        }
+    }
+}
+
+/// The other ends of an object that has come back hold it again, where they are still there and free.
+void KXContextRecorder::reconnect(KXManagedObjectContextPrivate &context, const Entry &entry)
+{
+    Object *object = entry.object.get();
+    const auto letGo = [&](const KXPropertyDescription &property, Object *other) {
+        context.assignToOne(object, property, 0);
+        if (other && property.inverse()->isToMany())
+            linkOnce(context, other, *property.inverse(), object->m_key, false);
+    };
+    for (const KXPropertyDescription &property : object->entity()->properties()) {
+        const KXPropertyDescription *inverse = property.isRelationship() ? property.inverse() : nullptr;
+        if (!inverse)
+            continue;
+        if (property.isToMany()) {
+            for (const qint64 key : QSet<qint64>(context.loadedToMany(object, property).members)) {
+                const KXRef<Object> other = context.object(*property.destinationEntity(), key);
+                const bool there = other && isAlive(context, other.get());
+                if (inverse->isToMany() && there)
+                    linkOnce(context, other.get(), *inverse, object->m_key, true);
+                else if (!there || (inverse->isToOne() && other->values()->toOne(*inverse) != object->m_key))
+                    linkOnce(context, object, property, key, false);
+            }
+            continue;
+        }
+        const qint64 key = object->values()->toOne(property);
+        if (key == 0)
+            continue;
+        const bool there = isThere(context, property, key);
+        const KXRef<Object> other = there ? context.object(*property.destinationEntity(), key) : KXRef<Object>();
+        if (!there || (property.isAcyclic() && context.makesCircle(object, property, key))) {
+            letGo(property, other.get());
+            continue;
+        }
+        if (inverse->isToMany()) {
+            linkOnce(context, other.get(), *inverse, object->m_key, true);
+            continue;
+        }
+        const qint64 taken = other->values()->toOne(*inverse);
+        if (taken == object->m_key)
+            continue;
+        const KXRef<Object> taker = taken ? context.object(*inverse->destinationEntity(), taken) : KXRef<Object>();
+        if (taker && isAlive(context, taker.get()) && taker->values()->toOne(property) == key)
+            letGo(property, nullptr);
+        else
+            context.assignToOne(other.get(), *inverse, object->m_key);
     }
 }
 
@@ -196,41 +331,35 @@ std::vector<KXContextRecorder::Entry> KXContextRecorder::revert(
     context.recorder.m_reverting = true;
 
     // Whoever comes back first, so that the others' relationships find them; whoever goes last.
+    std::vector<const Entry *> back;
+    QSet<qint64> backKeys;
     for (Entry &entry : entries) {
-        if (entry.existedBefore && !entry.existsAfter)
-            context.revive(entry.object, *entry.before, entry.membersBefore);
-    }
-    for (Entry &entry : entries) {
-        Object *object = entry.object.get();
-        if (!entry.existedBefore || !entry.existsAfter || object->managedObjectContext() != context.q
-            || object->isDeleted() || object->isMissing())
+        if (!entry.existedBefore || entry.existsAfter)
             continue;
-        for (const KXPropertyDescription &property : object->entity()->properties()) {
-            if (entry.before && entry.changed.test(size_t(property.index())) && !property.isToMany())
-                context.assign(object, property, *entry.before);
-        }
-        for (const auto &[index, links] : entry.links) {
-            const KXPropertyDescription &property = object->entity()->properties()[index];
-            for (const qint64 key : links.added)
-                context.link(object, property, key, false);
-            for (const qint64 key : links.removed)
-                context.link(object, property, key, true);
-        }
+        entry.restored = !entry.object->managedObjectContext();
+        context.revive(entry.object, *entry.before, entry.membersBefore);
+        if (isAlive(context, entry.object.get()))
+            back.push_back(&entry), backKeys.insert(entry.object->m_key);
     }
+    revertValues(context, entries, backKeys);
+    for (const Entry *entry : back)
+        reconnect(context, *entry);
     dropFormerMembers(context, entries);
-    for (Entry &entry : entries) {
-        if (entry.existedBefore || !entry.existsAfter || entry.object->managedObjectContext() != context.q
-            || entry.object->isDeleted())
-            continue;
-        context.markDeleted(entry.object);
-        // Whoever came to refer to it by what was not recorded, such as a merge, lets go of it.
-        context.letGo(entry.object.get());
+    std::vector<Object *> gone; // all are marked before others let go: among themselves they stay connected
+    for (const Entry &entry : entries) {
+        if (!entry.existedBefore && entry.existsAfter && isAlive(context, entry.object.get())) {
+            context.markDeleted(entry.object);
+            gone.push_back(entry.object.get());
+        }
     }
+    for (Object *object : gone)
+        context.letGo(object);
 
     for (Entry &entry : entries) {
         std::swap(entry.existedBefore, entry.existsAfter);
         std::swap(entry.before, entry.after);
         std::swap(entry.membersBefore, entry.membersAfter);
+        entry.restored = false;
         for (auto &[index, links] : entry.links)
             std::swap(links.added, links.removed);
     }

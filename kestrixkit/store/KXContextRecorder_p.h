@@ -17,7 +17,7 @@ class KXManagedObjectContextPrivate;
 class KXUndoManager;
 
 /// One bit for each property of an entity.
-using KXPropertySet = std::bitset<256>;
+using KXPropertySet = std::bitset<KXEntityDescription::MostProperties>;
 
 /// Turns what changes in a context into facts of its undo manager.
 ///
@@ -67,6 +67,7 @@ public:
         std::map<int, Links> links; ///< by the index of the relationship
         std::map<int, QSet<qint64>> membersBefore; ///< of an object that goes or comes: all its members
         std::map<int, QSet<qint64>> membersAfter;
+        bool restored = false; ///< while it is reverted: a saved deletion was taken back, with all values
     };
     /// Makes the objects what they were before; answers entries that undo that.
     static std::vector<Entry> revert(KXManagedObjectContextPrivate &context, std::vector<Entry> entries);
@@ -74,6 +75,11 @@ public:
 private:
     Entry &entryOf(KXManagedObject *object);
     static void dropFormerMembers(KXManagedObjectContextPrivate &context, const std::vector<Entry> &entries);
+    static void revertValues(
+        KXManagedObjectContextPrivate &context, const std::vector<Entry> &entries, const QSet<qint64> &back);
+    static void linkOnce(KXManagedObjectContextPrivate &context, KXManagedObject *object,
+        const KXPropertyDescription &property, qint64 key, bool add);
+    static void reconnect(KXManagedObjectContextPrivate &context, const Entry &entry);
 
     KXManagedObjectContextPrivate &m_context;
     std::shared_ptr<KXUndoManager> m_manager;

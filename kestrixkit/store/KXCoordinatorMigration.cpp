@@ -3,7 +3,6 @@
 #include <kestrixkit/store/KXPersistentStoreCoordinator.h>
 
 #include <QFileInfo>
-#include <QUuid>
 
 #include <kestrixkit/foundation/KXBundle.h>
 #include <kestrixkit/foundation/KXException.h>
@@ -60,12 +59,9 @@ KXError migrationPasses(
 
 KXError migrationRunPass(const KXStorePath &store, const MigrationPass &pass)
 {
-    const QString fresh = store.base() + u'.' + pass.modelName + u'.' + store.extension();
-    const QString kept = store.folder() + u'/' + QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper() + u'.'
-        + pass.modelName + u'.' + store.extension();
-    if (KXStoreFiles::exists(fresh))
-        return KXError(
-            KXKestrixKitErrorDomain, KXStoreErrorCode::CannotOpen, KXStringWithFormat("%@ is in the way", fresh));
+    const QString fresh = store.unique();
+    const QString kept
+        = store.folder() + u'/' + KXStorePath::newUUID() + u'.' + pass.modelName + u'.' + store.extension();
     KXSQLiteConnection old;
     if (KXError error = old.openAlone(store.path()))
         return error;

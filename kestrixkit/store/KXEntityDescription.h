@@ -19,6 +19,9 @@ enum class KXResidence : quint8 {
 class KX_CORE_EXPORT KXEntityDescription
 {
 public:
+    /// Of one entity, those of its parents included.
+    static constexpr int MostProperties = 256;
+
     explicit KXEntityDescription(const QString &name = {}, const QString &parentName = {});
 
     KXEntityDescription &add(const KXPropertyDescription &property);

@@ -34,15 +34,18 @@ public:
         line.objects[key % perLine] = object;
     }
 
-    void remove(qint64 key)
+    /// Nothing where the key is another object's by now.
+    void remove(qint64 key, const Object *object)
     {
         if (m_lines.empty())
             return;
         size_t hole = place(idOf(key));
         Line &line = m_lines[hole];
+        if (line.objects[key % perLine] != object)
+            return;
         line.objects[key % perLine] = nullptr;
         if (line.id == 0
-            || std::any_of(std::begin(line.objects), std::end(line.objects), [](Object *object) { return object; }))
+            || std::any_of(std::begin(line.objects), std::end(line.objects), [](Object *other) { return other; }))
             return;
         // Whatever follows and belongs at the hole or before it moves there, so that probing finds it.
         const size_t mask = m_lines.size() - 1;

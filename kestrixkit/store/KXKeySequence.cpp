@@ -1,5 +1,9 @@
 #include <kestrixkit/store/KXKeySequence_p.h>
 
+#include <kestrixkit/store/KXStoreSchema_p.h>
+
+using namespace Qt::StringLiterals;
+
 namespace {
 constexpr qint64 largestKeyBlock = 65'536;
 }
@@ -17,6 +21,9 @@ KXError KXKeySequence::reserve(qint64 size, Block &block)
     KXTransaction transaction(*writer);
     if (KXError error = transaction.begin())
         return error;
+    if (const qint64 next = KXStoreSchema::nextKey(*writer); next == 0 || next > KXStoreSchema::LastKey - size)
+        return KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::Damaged,
+            u"The store's sequence of keys is broken or at its end"_s);
     KXStatement advance = writer->prepare("UPDATE kx_sequence SET next = next + ?1 RETURNING next");
     if (!advance)
         return writer->lastError();

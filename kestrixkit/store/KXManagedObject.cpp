@@ -19,6 +19,13 @@ struct ClassFactories
     std::map<QString, KXManagedObject::Factory> factories;
 };
 
+/// Whether the variant is of a type that is read as an object, an empty handle included.
+bool isObservableHandle(const QVariant &value)
+{
+    return value.metaType().id() >= QMetaType::User
+        && QMetaType::canConvert(value.metaType(), QMetaType::fromType<KXObservable *>());
+}
+
 ClassFactories &classFactories()
 {
     static ClassFactories registry;
@@ -199,12 +206,14 @@ QSet<QString> KXManagedObject::changedKeys() const
     QSet<QString> keys;
     if (m_flags & Detached)
         return keys;
-    const auto &changes = m_context->d().changes;
-    const auto found = changes.find(const_cast<KXManagedObject *>(this));
+    const KXRowValues *stored = m_context->d().storedValues(this);
+    if (!stored && !isInserted())
+        return keys;
     for (const KXPropertyDescription &property : m_entity->properties()) {
-        const bool changed = isInserted()
-            ? values()->isPresent(property.index())
-            : found != changes.end() && found->second.changed.test(size_t(property.index()));
+        const KXToManyKeys *members = property.isToMany() ? values()->existingToMany(property) : nullptr;
+        const bool changed = property.isToMany() ? members && members->isChanged()
+            : stored                             ? !KXRowValues::isEqual(*values(), *stored, property)
+                                                 : values()->isPresent(property.index());
         if (changed)
             keys.insert(property.name());
     }
@@ -214,26 +223,48 @@ QSet<QString> KXManagedObject::changedKeys() const
 QVariant KXManagedObject::committedValueForKey(const QString &key) const
 {
     const KXPropertyDescription *property = m_entity->property(key);
-    if (property && property->isAttribute() && isUpdated()) {
-        const auto &changes = m_context->d().changes;
-        const auto found = changes.find(const_cast<KXManagedObject *>(this));
-        if (found != changes.end() && found->second.before)
-            return found->second.before->attribute(*property);
+    const KXRowValues *stored = property && !(m_flags & Detached) ? m_context->d().storedValues(this) : nullptr;
+    if (!stored)
+        return valueForKey(key);
+    if (property->isAttribute())
+        return stored->attribute(*property);
+    KXManagedObjectContextPrivate &context = m_context->d();
+    QVariantList members;
+    for (const qint64 member : context.storedKeysOf(const_cast<KXManagedObject *>(this), *property)) {
+        if (const KXRef<KXManagedObject> object = context.object(*property->destinationEntity(), member))
+            members.append(KXVariantFromRef(object));
     }
-    return valueForKey(key);
+    return property->isToMany() ? QVariant(members) : members.value(0);
 }
 
 // Writing
 
 template <typename Write> void KXManagedObject::change(const KXPropertyDescription &property, Write &&write)
 {
-    if (!loadedValues())
-        return; // the row is gone: there is nothing to keep the value
+    if (!loadedValues() || refusesChange(property))
+        return; // where the row is gone there is nothing to keep the value
     willChangeValueForKey(property.name());
     if (!(m_flags & Detached))
         m_context->d().willChange(this, property.index());
     write(*values());
     didChangeValueForKey(property.name());
+}
+
+bool KXManagedObject::refusesChange(const KXPropertyDescription &property) const
+{
+    if (m_flags & Deleted)
+        KXLogWarning(store, "\"%@\" of a deleted \"%@\" stays as it is", property.name(), m_entity->name());
+    return m_flags & Deleted;
+}
+
+void KXManagedObject::setDate(KXPropertyPlace place, const std::optional<QDateTime> &value)
+{
+    if (!value || KXValueConversion::isDateInRange(*value))
+        setInteger(
+            place, value ? std::optional(KXValueConversion::microsecondsFromDate(*value)) : std::optional<qint64>());
+    else
+        KXLogError(store, "A date of the year %d does not fit \"%@\" of \"%@\"", value->date().year(),
+            m_entity->properties().at(place.index).name(), m_entity->name());
 }
 
 void KXManagedObject::setInteger(KXPropertyPlace place, std::optional<qint64> value)
@@ -276,6 +307,10 @@ void KXManagedObject::setDouble(KXPropertyPlace place, std::optional<double> val
 void KXManagedObject::setText(KXPropertyPlace place, const std::optional<QString> &value)
 {
     const KXPropertyDescription &property = m_entity->properties().at(place.index);
+    if (value && !KXValueConversion::isWholeText(*value)) {
+        KXLogError(store, "\"%@\" of \"%@\" is given half of a surrogate pair", property.name(), m_entity->name());
+        return;
+    }
     const KXTextSlot *current = slotIfPresent<KXTextSlot>(place);
     if (current ? value && *value == current->view() : !value && m_values) {
         announceUnchanged(property);
@@ -290,7 +325,12 @@ void KXManagedObject::setText(KXPropertyPlace place, const std::optional<QString
 void KXManagedObject::setAttributeAt(int index, const QVariant &value)
 {
     const KXPropertyDescription &property = m_entity->properties().at(index);
-    change(property, [&](KXRowValues &block) { block.setAttribute(property, value); });
+    const QVariant converted = KXValueConversion::convert(value, property.type());
+    if (!converted.isValid() && value.isValid() && !value.isNull()) {
+        KXLogError(store, "The value does not fit \"%@\" of \"%@\"", property.name(), m_entity->name());
+        return;
+    }
+    change(property, [&](KXRowValues &block) { block.setAttribute(property, converted); });
 }
 
 void KXManagedObject::announceUnchanged(const KXPropertyDescription &property)
@@ -307,25 +347,25 @@ bool KXManagedObject::setValueForKey(const QString &key, const QVariant &value)
         throw KXException(u"KXUnknownKeyException"_s,
             KXStringWithFormat("The entity \"%@\" has no property \"%@\"", m_entity->name(), key));
     const KXPropertyPlace place { property->index(), property->offset() };
-    const auto objectFrom
-        = [](const QVariant &held) { return dynamic_cast<KXManagedObject *>(KXObservableFromVariant(held)); };
-    if (property->isToMany()) {
+    if (refusesChange(*property))
+        return false;
+    if (property->isRelationship()) {
         QList<KXRef<KXManagedObject>> objects;
-        for (const QVariant &element : value.toList()) {
-            KXManagedObject *object = objectFrom(element);
-            if (!object)
+        for (const QVariant &element : property->isToMany() ? value.toList() : QVariantList { value }) {
+            if (property->isToOne() && (!element.isValid() || element.isNull()))
+                continue;
+            KXRef<KXManagedObject> object(dynamic_cast<KXManagedObject *>(KXObservableFromVariant(element)));
+            if (!object && property->isToOne() && isObservableHandle(element))
+                continue; // an empty one
+            if (!object || (!(m_flags & Detached) && !m_context->d().mayConnect(this, *property, object.get())))
                 return false;
-            objects.append(KXRef<KXManagedObject>(object));
+            objects.append(std::move(object));
         }
-        writeToMany(place, objects);
-        return true;
-    }
-    if (property->isToOne()) {
-        KXManagedObject *object = objectFrom(value);
-        if (!object && value.isValid() && !value.isNull())
-            return false;
-        writeToOne(place, object);
-        return true;
+        if (property->isToMany())
+            writeToMany(place, objects);
+        else
+            writeToOne(place, objects.value(0).get());
+        return !(m_flags & Detached);
     }
     const QVariant converted = KXValueConversion::convert(value, property->type());
     if (!converted.isValid() && value.isValid() && !value.isNull())
@@ -340,9 +380,9 @@ bool KXManagedObject::setValueForKey(const QString &key, const QVariant &value)
 
 void KXManagedObject::writeToOne(KXPropertyPlace place, KXManagedObject *object)
 {
-    if (!loadedValues())
-        return;
     const KXPropertyDescription &property = m_entity->properties().at(place.index);
+    if (!loadedValues() || refusesChange(property))
+        return;
     if (m_flags & Detached)
         KXLogWarning(store, "\"%@\" of an object without context cannot be connected", property.name());
     else
@@ -351,9 +391,9 @@ void KXManagedObject::writeToOne(KXPropertyPlace place, KXManagedObject *object)
 
 void KXManagedObject::addToMany(KXPropertyPlace place, KXManagedObject *object)
 {
-    if (!loadedValues() || !object)
-        return;
     const KXPropertyDescription &property = m_entity->properties().at(place.index);
+    if (!loadedValues() || !object || refusesChange(property))
+        return;
     if (m_flags & Detached)
         KXLogWarning(store, "\"%@\" of an object without context cannot be connected", property.name());
     else
@@ -362,8 +402,9 @@ void KXManagedObject::addToMany(KXPropertyPlace place, KXManagedObject *object)
 
 void KXManagedObject::removeFromMany(KXPropertyPlace place, KXManagedObject *object)
 {
-    if (loadedValues() && object && !(m_flags & Detached))
-        m_context->d().removeFromMany(this, m_entity->properties().at(place.index), object);
+    const KXPropertyDescription &property = m_entity->properties().at(place.index);
+    if (loadedValues() && object && !(m_flags & Detached) && !refusesChange(property))
+        m_context->d().removeFromMany(this, property, object);
 }
 
 void KXManagedObject::writeToMany(KXPropertyPlace place, const QList<KXRef<KXManagedObject>> &objects)

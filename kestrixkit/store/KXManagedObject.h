@@ -33,7 +33,7 @@ struct KXPropertyPlace
 /// Counts its own references: hold it by KXRef. A context keeps one object per identifier; an object whose values
 /// are not in memory yet (a fault) reads them when they are first asked for. An object whose row is gone answers
 /// empty values and isMissing(); deleting it does nothing. A deleted object keeps its values until the deletion is
-/// saved; from then on it has no context and answers empty values.
+/// saved, whatever is set meanwhile; from then on it has no context and answers empty values.
 ///
 /// Belongs to the thread of its context. To another thread give its objectID().
 class KX_CORE_EXPORT KXManagedObject : public KXObservable
@@ -85,12 +85,13 @@ public:
     /// QVariantList of such. Throws KXException for a key that the entity does not have.
     [[nodiscard]] QVariant valueForKey(const QString &key) const override;
     /// Takes what valueForKey() answers. False where the value cannot be converted to the property's type; the
-    /// property is then left as it was.
+    /// property is then left as it was. False too for a deleted object, a text with half of a surrogate pair, a date
+    /// that microseconds since 1970 cannot tell, and members that cannot be connected.
     bool setValueForKey(const QString &key, const QVariant &value) override;
 
     /// Keys of the properties that differ from the stored row; all that have a value for an inserted object.
     [[nodiscard]] QSet<QString> changedKeys() const;
-    /// The value that the property had at the last fetch or save; the current one where it is unchanged.
+    /// The value that the property had at the last fetch, save or merge; the current one where it is unchanged.
     [[nodiscard]] QVariant committedValueForKey(const QString &key) const;
 
     /// Members of a to-many relationship, in the order of their keys.
@@ -144,7 +145,7 @@ private:
         Deleted = 1 << 2,
         Missing = 1 << 3,
         InsertPending = 1 << 4, ///< to be named as inserted in the next objects-did-change
-        HeldForObservers = 1 << 5, ///< the context holds a reference while somebody observes
+        HeldAsResident = 1 << 5, ///< the context holds a reference: its entity is resident
         Detached = 1 << 6, ///< in no context: see m_store
         DeletePending = 1 << 7, ///< to be named as deleted in the next objects-did-change
         Touched = 1 << 8, ///< asked for since the context last considered letting it go
@@ -174,9 +175,11 @@ private:
     void setInteger(KXPropertyPlace place, std::optional<qint64> value);
     void setDouble(KXPropertyPlace place, std::optional<double> value);
     void setText(KXPropertyPlace place, const std::optional<QString> &value);
+    void setDate(KXPropertyPlace place, const std::optional<QDateTime> &value);
     void setAttributeAt(int index, const QVariant &value);
     void announceUnchanged(const KXPropertyDescription &property);
     template <typename Write> void change(const KXPropertyDescription &property, Write &&write);
+    [[nodiscard]] bool refusesChange(const KXPropertyDescription &property) const;
     [[nodiscard]] KXRowValues *values() const { return reinterpret_cast<KXRowValues *>(m_values); }
 
     mutable std::atomic<qint32> m_references { 0 };
@@ -272,7 +275,7 @@ template <typename T> void KXManagedObject::writeAttribute(KXPropertyPlace place
     else if constexpr (kind == Kind::Text)
         setText(place, present ? std::optional<QString>(plain()) : std::nullopt);
     else if constexpr (kind == Kind::Date)
-        setInteger(place, present ? std::optional<qint64>(plain().toMSecsSinceEpoch() * 1000) : std::nullopt);
+        setDate(place, present ? std::optional<QDateTime>(plain()) : std::nullopt);
     else
         setInteger(place, present ? std::optional<qint64>(static_cast<qint64>(plain())) : std::nullopt);
 }

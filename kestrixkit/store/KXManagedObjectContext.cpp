@@ -194,7 +194,10 @@ KXRef<KXManagedObject> KXManagedObjectContext::managedObjectForEntity(const QStr
     m_p->checkThread();
     const KXEntityDescription &entity = m_p->entity(entityName);
     KXError problem;
-    const qint64 key = m_p->store ? m_p->store->keys.next(&problem) : 0;
+    qint64 key = m_p->store ? m_p->store->keys.next(&problem) : 0;
+    // In a file whose sequence somebody has set back a key may be in use.
+    for (KXManagedObject *used; key != 0 && (used = m_p->registered(key)) && used->m_values;)
+        key = m_p->store->keys.next(&problem);
     if (key == 0) {
         if (!m_p->store)
             problem = m_p->notOpen();
@@ -357,9 +360,13 @@ KXRef<KXManagedObject> KXManagedObjectContext::objectWithID(const KXManagedObjec
     const KXEntityDescription *entity = m_p->coordinator->model()->entity(id.entity()->name());
     if (!entity)
         return {};
-    if (KXManagedObject *object = m_p->registered(id.key()))
+    if (KXManagedObject *object = m_p->registered(id.key()); object && object->m_values)
         return KXRef<KXManagedObject>(object);
-    return m_p->makeObject(*entity, id.key());
+    if (KXRef<KXManagedObject> object = m_p->object(*entity, id.key()))
+        return object;
+    // The row is another entity's, is gone or cannot be read.
+    KXManagedObject *object = m_p->registered(id.key());
+    return object ? KXRef<KXManagedObject>(object) : m_p->makeObject(*entity, id.key());
 }
 
 KXRef<KXManagedObject> KXManagedObjectContext::registeredObjectWithID(const KXManagedObjectID &id) const
@@ -386,7 +393,7 @@ QList<KXRef<KXManagedObject>> KXManagedObjectContext::existingObjectsWithIDs(con
     QHash<const KXEntityDescription *, std::vector<qint64>> faults;
     for (const KXManagedObjectID &id : ids) {
         objects.append(objectWithID(id));
-        if (objects.last() && objects.last()->isFault())
+        if (objects.last() && !objects.last()->m_values)
             faults[objects.last()->entity()].push_back(id.key());
     }
     for (auto it = faults.cbegin(); it != faults.cend(); ++it)
@@ -411,8 +418,10 @@ bool KXManagedObjectContext::obtainPermanentIDsForObjects(const QList<KXRef<KXMa
 void KXManagedObjectContext::refreshObject(KXManagedObject *object)
 {
     m_p->checkThread();
-    if (object && object->managedObjectContext() == this && !object->hasChanges())
+    if (object && object->managedObjectContext() == this && !object->hasChanges()) {
         m_p->turnIntoFault(object);
+        object->m_flags &= ~quint32(KXManagedObject::Missing); // somebody may have brought it back
+    }
 }
 
 // The objects in memory
@@ -426,6 +435,7 @@ KXManagedObjectContextPrivate::KXManagedObjectContextPrivate(KXManagedObjectCont
 {
     if (coordinator->model())
         m_factories.resize(size_t(coordinator->model()->entities().size()));
+    KXRegisterObservableHandle(KXRef<KXManagedObject>());
 }
 
 KXManagedObjectContextPrivate::~KXManagedObjectContextPrivate()
@@ -435,7 +445,14 @@ KXManagedObjectContextPrivate::~KXManagedObjectContextPrivate()
     if (isOfMainThread)
         checkThread();
     // Whoever still holds an object keeps what it has read; the rest goes with the references below.
-    objects.forEach([this](KXManagedObject *object) { object->detach(store->identity); });
+    std::vector<KXRef<KXManagedObject>> residents;
+    objects.forEach([this, &residents](KXManagedObject *object) {
+        if (object->m_flags & KXManagedObject::HeldAsResident) {
+            residents.emplace_back(object);
+            object->deref();
+        }
+        object->detach(store->identity);
+    });
     for (KXManagedObject *object : m_owned) {
         object->m_flags &= ~quint32(KXManagedObject::Owned);
         if (object->m_references == 0)
@@ -483,16 +500,51 @@ KXManagedObject *KXManagedObjectContextPrivate::instantiate(const KXEntityDescri
 
 KXRef<KXManagedObject> KXManagedObjectContextPrivate::makeObject(const KXEntityDescription &entity, qint64 key)
 {
+    if (KXManagedObject *held = registered(key)) {
+        // Somebody had the identifier before there was a row, or with another entity's name.
+        if (held->m_entity == &entity && !held->m_values) {
+            held->m_flags &= ~quint32(KXManagedObject::Missing);
+            return KXRef<KXManagedObject>(held);
+        }
+        dismiss(held);
+    }
     KXRef<KXManagedObject> object(instantiate(entity));
     object->m_key = key;
     object->m_context = q;
-    objects.insert(key, object.get());
+    enter(object.get());
     if (parent) {
         object->m_flags |= KXManagedObject::Owned;
         m_owned.push_back(object.get());
-    } else if (entity.residence() == KXResidence::Resident)
-        m_resident.push_back(object);
+    }
     return object;
+}
+
+void KXManagedObjectContextPrivate::enter(KXManagedObject *object)
+{
+    objects.insert(object->m_key, object);
+    if (!parent && object->m_entity->residence() == KXResidence::Resident) {
+        object->m_flags |= KXManagedObject::HeldAsResident;
+        object->ref();
+    }
+}
+
+void KXManagedObjectContextPrivate::leave(KXManagedObject *object)
+{
+    const KXRef<KXManagedObject> held(object);
+    const bool isResident = object->m_flags & KXManagedObject::HeldAsResident;
+    objects.remove(object->m_key, object);
+    object->detach(store->identity);
+    m_observed.erase(object);
+    if (isResident)
+        object->deref();
+}
+
+void KXManagedObjectContextPrivate::dismiss(KXManagedObject *object)
+{
+    const KXRef<KXManagedObject> held(object);
+    turnIntoFault(object);
+    object->m_flags |= KXManagedObject::Missing;
+    leave(object);
 }
 
 void KXManagedObjectContextPrivate::setDefaults(KXManagedObject *object)
@@ -525,14 +577,22 @@ KXRef<KXManagedObject> KXManagedObjectContextPrivate::makeTemporary(const KXEnti
 KXRef<KXManagedObject> KXManagedObjectContextPrivate::object(const KXEntityDescription &entity, qint64 key)
 {
     if (KXManagedObject *object = registered(key)) {
-        object->m_flags |= KXManagedObject::Touched;
-        return KXRef<KXManagedObject>(object);
+        if (!object->m_entity->isKindOf(&entity) && object->isFault())
+            fillFault(object); // an identifier may have named the wrong entity: the row tells
+        object = registered(key);
+        if (object && object->m_entity->isKindOf(&entity)) {
+            object->m_flags |= KXManagedObject::Touched;
+            return KXRef<KXManagedObject>(object);
+        }
+        if (object && object->m_values)
+            return {};
     }
     if (entity.family().size() == 1)
         return makeObject(entity, key);
     // Which entity of the family it is stands in the row.
     fill(entity, std::span(&key, 1));
-    return KXRef<KXManagedObject>(registered(key));
+    KXManagedObject *found = registered(key);
+    return KXRef<KXManagedObject>(found && found->m_entity->isKindOf(&entity) ? found : nullptr);
 }
 
 void KXManagedObjectContextPrivate::touch(KXManagedObject *object)
@@ -590,7 +650,7 @@ void KXManagedObjectContextPrivate::fill(const KXEntityDescription &entity, std:
     wanted.reserve(keys.size());
     for (const qint64 key : keys) {
         KXManagedObject *object = registered(key);
-        if (!object || object->isFault())
+        if (!object || !object->m_values) // one that is missing may have come back
             wanted.push_back({ key, object, false });
     }
     if (wanted.empty() || !store)
@@ -599,9 +659,13 @@ void KXManagedObjectContextPrivate::fill(const KXEntityDescription &entity, std:
         fillFromParent(entity, keys);
         return;
     }
-    const auto earlier = [](const Wanted &a, const Wanted &b) { return a.key < b.key; };
-    if (!std::is_sorted(wanted.begin(), wanted.end(), earlier))
-        std::sort(wanted.begin(), wanted.end(), earlier);
+    const auto notAfter = [](const Wanted &a, const Wanted &b) { return a.key >= b.key; };
+    if (std::adjacent_find(wanted.begin(), wanted.end(), notAfter) != wanted.end()) {
+        std::sort(wanted.begin(), wanted.end(), [](const Wanted &a, const Wanted &b) { return a.key < b.key; });
+        wanted.erase(
+            std::unique(wanted.begin(), wanted.end(), [](const Wanted &a, const Wanted &b) { return a.key == b.key; }),
+            wanted.end());
+    }
 
     KXError error;
     const KXStoreConnections::Reader reader = store->connections.reader(&error);
@@ -617,11 +681,13 @@ void KXManagedObjectContextPrivate::fill(const KXEntityDescription &entity, std:
         const KXEntityDescription *actual = discriminator
             ? coordinator->model()->entities().value(row.integer(KXRowCodec::EntityColumn) - 1)
             : &entity;
-        if (!actual || (one.object && one.object->m_entity != actual))
-            return; // an identifier that names the wrong entity
+        if (!actual)
+            return;
         one.found = true;
+        const bool isIt = one.object && one.object->m_entity == actual; // else an identifier named the wrong entity
         KXManagedObject *object
-            = filled.emplace_back(one.object ? KXRef<KXManagedObject>(one.object) : makeObject(*actual, one.key)).get();
+            = filled.emplace_back(isIt ? KXRef<KXManagedObject>(one.object) : makeObject(*actual, one.key)).get();
+        object->m_flags &= ~quint32(KXManagedObject::Missing);
         KXRowValues *values = KXRowValues::create(*actual);
         object->m_values = reinterpret_cast<char *>(values);
         (discriminator ? store->codec(*actual) : codec).read(row, *values);

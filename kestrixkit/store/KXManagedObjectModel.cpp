@@ -27,6 +27,9 @@ QByteArray sqlQuoted(const QString &name)
     return '"' + text + '"';
 }
 
+/// As SQL compares names: A and a are one, Ä and ä are two.
+QByteArray sqlFolded(const QString &name) { return name.toUtf8().toLower(); }
+
 std::mutex sharedModelMutex;
 
 }
@@ -35,9 +38,20 @@ KXManagedObjectModel::Ref KXManagedObjectModel::make(
     const QList<KXEntityDescription> &entities, const QList<KXFetchTemplate> &templates)
 {
     std::shared_ptr<KXManagedObjectModel> model(new KXManagedObjectModel);
+    if (entities.size() > MostEntities)
+        invalidModel(KXStringWithFormat(
+            "The model has %@ entities, more than %@", qint64(entities.size()), qint64(MostEntities)));
+    QHash<QByteArray, QString> tables;
     for (const KXEntityDescription &entity : entities) {
         if (entity.name().isEmpty() || model->m_byName.contains(entity.name()))
             invalidModel(KXStringWithFormat("Entity \"%@\" occurs twice or has no name", entity.name()));
+        const QByteArray table = sqlFolded(entity.name());
+        if (table.startsWith("kx_") || table.startsWith("sqlite_") || table.contains('\0'))
+            invalidModel(KXStringWithFormat("Entity \"%@\" has a reserved name", entity.name()));
+        if (tables.contains(table))
+            invalidModel(KXStringWithFormat(
+                "Entities \"%@\" and \"%@\" differ by upper and lower case alone", tables[table], entity.name()));
+        tables.insert(table, entity.name());
         model->m_entities.push_back(entity);
         model->m_byName.insert(entity.name(), &model->m_entities.back());
     }
@@ -102,11 +116,15 @@ void KXManagedObjectModel::resolve()
     for (KXEntityDescription *entity : ordered) {
         entity->m_layoutSerial = entity->m_root->m_layoutSerial;
         const int inherited = entity->m_parent ? int(entity->m_parent->m_properties.size()) : 0;
+        if (entity->m_properties.size() > MostProperties)
+            invalidModel(KXStringWithFormat("Entity \"%@\" has %@ properties, more than %@", entity->name(),
+                qint64(entity->m_properties.size()), qint64(MostProperties)));
         QSet<QString> names;
         for (int i = 0; i < entity->m_properties.size(); ++i) {
             KXPropertyDescription &property = entity->m_properties[i];
             property.m_index = i;
-            if (property.name().isEmpty() || property.name().startsWith("kx_"_L1) || names.contains(property.name()))
+            if (property.name().isEmpty() || sqlFolded(property.name()).startsWith("kx_")
+                || property.name().contains(u'\0') || names.contains(property.name()))
                 invalidModel(KXStringWithFormat(
                     "Property \"%@\" of \"%@\" occurs twice or has a reserved name", property.name(), entity->name()));
             names.insert(property.name());
@@ -117,7 +135,14 @@ void KXManagedObjectModel::resolve()
                 QString column = property.name();
                 if (taken.contains(column.toLower())) // SQL does not tell upper from lower case in names
                     column += u'@' + entity->name();
+                if (taken.contains(column.toLower()))
+                    invalidModel(KXStringWithFormat("Property \"%@\" of \"%@\" has a name that another one takes",
+                        property.name(), entity->name()));
                 taken.insert(column.toLower());
+                if (taken.size() > MostColumns)
+                    invalidModel(
+                        KXStringWithFormat("Entity \"%@\" and those below it have more than %@ stored properties",
+                            entity->m_root->name(), qint64(MostColumns)));
                 property.m_column = sqlQuoted(column);
             }
             if (property.isRelationship()) {
@@ -132,6 +157,7 @@ void KXManagedObjectModel::resolve()
             = KXRowValues::layOut(*entity, [entity](int i, int offset) { entity->m_properties[i].m_offset = offset; });
     }
 
+    QHash<QByteArray, std::pair<const KXEntityDescription *, int>> joins; // whose relationship has the table
     for (KXEntityDescription *entity : ordered) {
         for (KXPropertyDescription &property : entity->m_properties) {
             if (!property.isRelationship())
@@ -153,14 +179,21 @@ void KXManagedObjectModel::resolve()
                 continue;
             QString here = owner->name() + u'.' + property.name();
             QString there;
+            const KXEntityDescription *other = property.m_destination;
             if (property.m_inverse) {
-                const KXEntityDescription *other = property.m_destination;
                 while (other->m_parent && property.m_inverse->index() < other->m_parent->m_properties.size())
                     other = other->m_parent;
                 there = other->name() + u'.' + property.m_inverseName;
             }
             const bool first = there.isEmpty() || here <= there;
             property.m_joinTable = sqlQuoted(u"kx_"_s + (first ? here : there));
+            const std::pair<const KXEntityDescription *, int> user
+                = first ? std::pair(owner, property.index()) : std::pair(other, property.m_inverse->index());
+            const QByteArray table = property.m_joinTable.toLower();
+            if (const auto known = joins.constFind(table); known != joins.constEnd() && *known != user)
+                invalidModel(KXStringWithFormat("Relationship \"%@\" of \"%@\" has a name that another one takes",
+                    property.name(), entity->name()));
+            joins.insert(table, user);
             property.m_joinSource = first ? "a" : "b";
             property.m_joinTarget = first ? "b" : "a";
             // A relationship that is its own inverse pairs rows of one table; both directions are rows.

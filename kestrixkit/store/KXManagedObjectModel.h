@@ -37,8 +37,15 @@ class KX_CORE_EXPORT KXManagedObjectModel
 public:
     using Ref = std::shared_ptr<const KXManagedObjectModel>;
 
-    /// Throws KXException for unknown parents, destinations or inverses, for names that occur twice and for
-    /// property names that begin with "kx_".
+    /// What a model may hold at most: entities; properties of an entity, those of its parents included; and those with
+    /// a value of their own among all the entities below one, which share a table.
+    static constexpr int MostEntities = 1000;
+    static constexpr int MostProperties = KXEntityDescription::MostProperties;
+    static constexpr int MostColumns = 1900;
+
+    /// Throws KXException for unknown parents, destinations or inverses, for names that occur twice or differ only in
+    /// what SQL takes for one (the case of Latin letters), for names that begin with "kx_" or, of entities, "sqlite_",
+    /// and for more of anything than is named above.
     [[nodiscard]] static Ref make(
         const QList<KXEntityDescription> &entities, const QList<KXFetchTemplate> &templates = {});
 

@@ -36,6 +36,7 @@ public:
     static void registerEntity()
     {
         KXManagedObject::registerClass(ownEntityName(), []() -> KXManagedObject * { return new Class; });
+        KXRegisterObservableHandle(KXRef<Class>()); // a handle in a variant is read as the object
     }
 
     /// A new object in the context; empty, with a log line, where the store gives no identifier.

@@ -101,6 +101,8 @@ KXError readRelationship(const QJsonObject &json, const QString &entityName, KXP
         : KXPropertyDescription::toOne(name, destination, json["inverse"_L1].toString());
     if (!json["optional"_L1].toBool(true))
         relationship.required();
+    if (json["acyclic"_L1].toBool())
+        relationship.acyclic();
     const QString rule = json["deleteRule"_L1].toString(modelDeleteRuleNames[0]);
     const auto found = std::find(std::begin(modelDeleteRuleNames), std::end(modelDeleteRuleNames), rule);
     if (found == std::end(modelDeleteRuleNames))
@@ -124,6 +126,8 @@ QJsonObject writeProperty(const KXPropertyDescription &property)
             json["inverse"_L1] = property.inverseName();
         if (property.isToMany())
             json["toMany"_L1] = true;
+        if (property.isAcyclic())
+            json["acyclic"_L1] = true;
         json["deleteRule"_L1] = modelDeleteRuleNames[int(property.deleteRule())];
         return json;
     }
@@ -171,6 +175,8 @@ QVariant KXModelFile::valueFromJSON(const QJsonValue &value, KXAttributeType typ
 KXError KXModelFile::readFile(const QString &path, QByteArray &json)
 {
     QFile file(path);
+    if (QFileInfo info(path); info.exists() && !info.isFile()) // a pipe would be waited for
+        return modelError(u"It is not a file"_s);
     if (!file.open(QIODevice::ReadOnly))
         return modelError(file.errorString());
     if (file.size() > modelFileLimit)

@@ -1,7 +1,5 @@
 #include <kestrixkit/store/KXPersistentStore.h>
 
-#include <QFile>
-
 #include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/store/KXPersistentStore_p.h>
 #include <kestrixkit/store/KXStoreReplacement_p.h>
@@ -22,9 +20,10 @@ std::optional<KXStoreMetadata> KXPersistentStore::metadataForStoreURL(const QUrl
 {
     KXStoreMetadata metadata;
     bool fresh = false;
-    KXError problem = KXStoreReplacement::recover(url.toLocalFile());
+    const QString path = KXStoreFiles::realPath(url.toLocalFile());
+    KXError problem = KXStoreReplacement::recover(path);
     if (!problem)
-        problem = KXStoreSchema::look(url.toLocalFile(), {}, fresh, metadata);
+        problem = KXStoreSchema::look(path, {}, fresh, metadata);
     if (!problem && fresh)
         problem = KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::CannotOpen,
             KXStringWithFormat("There is no store at %@", url.toLocalFile()));
@@ -32,6 +31,34 @@ std::optional<KXStoreMetadata> KXPersistentStore::metadataForStoreURL(const QUrl
         return metadata;
     KXSetError(error, problem);
     return std::nullopt;
+}
+
+/// Makes a store where there is none, or an empty file: written aside as a whole, then put in its place, so that nobody
+/// ever sees a part of it or has it taken away. Busy where another process or thread is at it.
+static KXError storeMake(const QString &path, const KXManagedObjectModel &model, const QByteArray &vfs)
+{
+    const QString made = KXStorePath(path).unique();
+    KXStoreReplacement replacement(path, made);
+    if (KXError error = replacement.begin())
+        return error;
+    // Whoever was faster has done it by now.
+    bool fresh = false;
+    KXStoreMetadata metadata;
+    KXError error = KXStoreSchema::look(path, vfs, fresh, metadata);
+    if (!error && fresh) {
+        error = KXStoreSchema::create(made, vfs, model);
+        if (!error)
+            error = replacement.freshIsWhole();
+        // A log of a store that somebody removed must not meet the new one.
+        const QStringList left = KXStoreFiles::companions(path);
+        for (qsizetype i = 1; i < left.size() && !error; ++i)
+            error = KXStoreFiles::remove(left[i]);
+        KXStoreFiles::shareModeOf(path, made);
+        if (!error)
+            error = KXStoreFiles::replace(made, path);
+    }
+    replacement.end(bool(error));
+    return error;
 }
 
 std::unique_ptr<KXPersistentStorePrivate> KXPersistentStorePrivate::open(
@@ -45,38 +72,36 @@ std::unique_ptr<KXPersistentStorePrivate> KXPersistentStorePrivate::open(
         return refuse(KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::CannotOpen,
             KXStringWithFormat("%@ is not the address of a local file", url.toString())));
     }
-    const QString path = url.toLocalFile();
-    if (KXError problem = KXStoreReplacement::recover(path))
-        return refuse(problem);
-    const bool existed = QFile::exists(path);
-    bool create = false;
-    KXStoreSchema::Metadata metadata;
-    if (KXError problem = KXStoreSchema::look(path, vfs, create, metadata))
-        return refuse(problem);
-    if (!create && metadata.versionHashes != model->versionHashes()) {
-        return refuse(KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::IncompatibleModel,
-            u"The model used to open the store is incompatible with the one used to create the store"_s));
-    }
-
+    const QString path = KXStoreFiles::realPath(url.toLocalFile());
     auto writer = std::make_unique<KXSQLiteConnection>();
-    KXError problem
-        = writer->open(path, { .create = create, .applicationId = KXStoreSchema::ApplicationId, .vfs = vfs });
-    if (!problem && create)
-        problem = KXStoreSchema::create(*writer, *model, metadata);
-    else if (!problem)
-        problem = KXStoreSchema::updateIndexes(*writer, *model);
-    // From here on nobody can replace the file, but another process may have done so since it was looked at.
-    if (existed && !create && writer->hasMoved()) {
-        writer.reset();
-        return open(url, model, vfs, error);
-    }
-    if (problem) {
-        writer.reset();
-        if (!existed) {
-            for (const QString &made : KXStoreFiles::companions(path))
-                QFile::remove(made);
+    KXStoreSchema::Metadata metadata;
+    for (bool opened = false; !opened;) {
+        if (KXError problem = KXStoreReplacement::recover(path)) // waits for whoever is making the store just now
+            return refuse(problem);
+        bool fresh = false;
+        metadata = {};
+        if (KXError problem = KXStoreSchema::look(path, vfs, fresh, metadata))
+            return refuse(problem);
+        if (fresh) {
+            if (KXError problem = storeMake(path, *model, vfs); problem && problem.code() != KXStoreErrorCode::Busy)
+                return refuse(problem);
+            continue;
         }
-        return refuse(problem);
+        if (metadata.versionHashes != model->versionHashes()) {
+            return refuse(KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::IncompatibleModel,
+                u"The model used to open the store is incompatible with the one used to create the store"_s));
+        }
+        KXError problem = writer->open(path, { .vfs = vfs });
+        if (!problem)
+            problem = KXStoreSchema::checkSchema(*writer, *model);
+        if (!problem)
+            problem = KXStoreSchema::updateIndexes(*writer, *model);
+        // From here on nobody can replace the file, but another process may have done so since it was looked at.
+        opened = !writer->hasMoved();
+        if (problem && opened)
+            return refuse(problem);
+        if (!opened)
+            writer = std::make_unique<KXSQLiteConnection>();
     }
 
     auto store = std::make_unique<KXPersistentStorePrivate>(url, path, vfs);

@@ -71,6 +71,13 @@ public:
         m_transient = true;
         return *this;
     }
+    /// Of a to-one relationship such as "parent": no object is ever its own ancestor. What would make a circle is
+    /// refused; of two contexts' changes that make one together, the one that comes later is taken back.
+    KXPropertyDescription &acyclic()
+    {
+        m_acyclic = true;
+        return *this;
+    }
     KXPropertyDescription &deleteRule(KXDeleteRule rule)
     {
         m_deleteRule = rule;
@@ -94,6 +101,7 @@ public:
     /// Meaningful for attributes.
     [[nodiscard]] KXAttributeType type() const { return m_type; }
     [[nodiscard]] const QVariant &defaultValue() const { return m_defaultValue; }
+    [[nodiscard]] bool isAcyclic() const { return m_acyclic; }
     [[nodiscard]] KXDeleteRule deleteRule() const { return m_deleteRule; }
     [[nodiscard]] const QString &destinationName() const { return m_destinationName; }
     [[nodiscard]] const QString &inverseName() const { return m_inverseName; }
@@ -135,6 +143,7 @@ private:
     bool m_optional = true;
     bool m_indexed = false;
     bool m_transient = false;
+    bool m_acyclic = false;
     int m_index = -1;
     int m_offset = 0;
     const KXEntityDescription *m_destination = nullptr;

@@ -54,6 +54,8 @@ KXRowCodec::KXRowCodec(const KXEntityDescription &entity)
     for (const KXPropertyDescription &property : entity.properties()) {
         if (property.isToMany())
             m_toMany.push_back(&property);
+        else if (property.isToOne() && property.inverse())
+            m_toOne.push_back(&property);
         // Each pair of a join table stands in the sets of both ends; one of them writes it.
         if (!property.joinTable().isEmpty()
             && (!property.inverse() || property.inverse() == &property || property.joinSource() == "a"))

@@ -26,6 +26,8 @@ public:
     /// The to-many relationships, and of these the ones whose join table rows are written from this end.
     [[nodiscard]] const std::vector<const KXPropertyDescription *> &toMany() const { return m_toMany; }
     [[nodiscard]] const std::vector<const KXPropertyDescription *> &joins() const { return m_joins; }
+    /// To-one relationships with an inverse: what they lead to must be there.
+    [[nodiscard]] const std::vector<const KXPropertyDescription *> &toOne() const { return m_toOne; }
     /// What must be looked at before a row is written: required properties and doubles.
     [[nodiscard]] const std::vector<const KXPropertyDescription *> &validated() const { return m_validated; }
 
@@ -51,6 +53,7 @@ private:
     std::vector<Column> m_columns;
     std::vector<const KXPropertyDescription *> m_toMany;
     std::vector<const KXPropertyDescription *> m_joins;
+    std::vector<const KXPropertyDescription *> m_toOne;
     std::vector<const KXPropertyDescription *> m_validated;
     QByteArray m_select;
     QByteArray m_insert;

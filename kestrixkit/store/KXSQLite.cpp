@@ -4,16 +4,20 @@
 #include <thread>
 
 #include <QFile>
+#include <QFileInfo>
 
 #include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/store/KXPredicateSQL_p.h>
+#include <kestrixkit/store/KXStoreFiles_p.h>
 
 using namespace Qt::StringLiterals;
 
 namespace {
 
 constexpr size_t statementsKept = 200;
+/// Values are bound and long lists are chunked: what a model or a predicate makes stays far below.
+constexpr int mostSQLBytes = 64 << 20;
 constexpr int busyTimeoutMilliseconds = 5000;
 /// Between two looks whether it was interrupted: some ten microseconds of work.
 constexpr int stepsBetweenLooks = 1000;
@@ -101,26 +105,32 @@ KXSQLiteConnection::~KXSQLiteConnection()
 
 KXError KXSQLiteConnection::open(const QString &path, const Options &options)
 {
-    const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE
-        | (options.create ? SQLITE_OPEN_CREATE : 0);
+    // Where there is no index of a log nobody has the file open, and a look at it needs none that others see. A log
+    // that holds nothing is not missed when it goes.
+    const bool isAlone = options.brief && !KXStoreFiles::exists(path + "-shm"_L1);
+    const bool hasLog = options.untouched && QFileInfo(path + "-wal"_L1).size() > 0;
+    const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE;
     const int code = sqlite3_open_v2(QFile::encodeName(path).constData(), &m_database, flags,
         options.vfs.isEmpty() ? nullptr : options.vfs.constData());
     if (code != SQLITE_OK)
         return lastError();
-    sqlite3_busy_timeout(m_database, busyTimeoutMilliseconds);
+    sqlite3_busy_timeout(m_database, options.brief ? 0 : busyTimeoutMilliseconds);
     const auto look
         = [](void *flag) { return int(static_cast<const std::atomic<bool> *>(flag)->load(std::memory_order_relaxed)); };
     sqlite3_progress_handler(m_database, stepsBetweenLooks, look, &m_interrupted);
-    if (options.untouched)
-        sqlite3_db_config(m_database, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
-    // A predicate's text never comes from outside, but a value that looks like a name must never become one.
-    sqlite3_db_config(m_database, SQLITE_DBCONFIG_DQS_DML, 0, nullptr);
-    sqlite3_db_config(m_database, SQLITE_DBCONFIG_DQS_DDL, 0, nullptr);
+    // A predicate's text never comes from outside, but a value that looks like a name must never become one. The file
+    // may come from anywhere.
+    for (const auto &[option, value] :
+        { std::pair(SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, int(hasLog)), { SQLITE_DBCONFIG_DQS_DML, 0 },
+            { SQLITE_DBCONFIG_DQS_DDL, 0 }, { SQLITE_DBCONFIG_DEFENSIVE, 1 }, { SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0 },
+            { SQLITE_DBCONFIG_ENABLE_TRIGGER, 0 }, { SQLITE_DBCONFIG_ENABLE_VIEW, 0 } })
+        sqlite3_db_config(m_database, option, value, nullptr);
+    for (const auto &[limit, value] : { std::pair(SQLITE_LIMIT_ATTACHED, 1), { SQLITE_LIMIT_TRIGGER_DEPTH, 1 },
+             { SQLITE_LIMIT_WORKER_THREADS, 0 }, { SQLITE_LIMIT_SQL_LENGTH, mostSQLBytes } })
+        sqlite3_limit(m_database, limit, value);
     KXPredicateSQL::registerFunctions(m_database);
-    if (options.create) {
-        // Before the log is switched on, so that the mark is in the file itself from the start.
-        const QByteArray mark = "PRAGMA application_id=" + QByteArray::number(options.applicationId);
-        if (KXError error = execute(mark.constData()))
+    if (isAlone) {
+        if (KXError error = execute("PRAGMA locking_mode=EXCLUSIVE"))
             return error;
     }
     sqlite3_wal_hook(
@@ -130,9 +140,16 @@ KXError KXSQLiteConnection::open(const QString &path, const Options &options)
             return SQLITE_OK;
         },
         this);
-    // A change of the journal mode is written into the file.
-    if (KXError error = options.untouched ? KXError() : execute("PRAGMA journal_mode=WAL"))
-        return error;
+    // A change of the journal mode is written into the file; where several are about it nothing waits by itself.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(busyTimeoutMilliseconds);
+    while (!options.untouched) {
+        KXError error = execute("PRAGMA journal_mode=WAL");
+        if (!error)
+            break;
+        if (error.code() != KXStoreErrorCode::Busy || std::chrono::steady_clock::now() > deadline)
+            return error;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
     // The writer checkpoints by its own measure: the hook above takes the place of the automatic one.
     return execute("PRAGMA synchronous=FULL; PRAGMA cache_size=-32768; PRAGMA temp_store=MEMORY");
 }
@@ -164,6 +181,22 @@ bool KXSQLiteConnection::hasMoved() const
 {
     int moved = 0;
     return sqlite3_file_control(m_database, "main", SQLITE_FCNTL_HAS_MOVED, &moved) == SQLITE_OK && moved;
+}
+
+KXError KXSQLiteConnection::goneError()
+{
+    return KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::Gone,
+        u"The store's file was removed, replaced or moved while it was open"_s);
+}
+
+qint64 KXSQLiteConnection::pagesInFile() const
+{
+    sqlite3_file *file = nullptr;
+    sqlite3_int64 size = 0;
+    sqlite3_file_control(m_database, "main", SQLITE_FCNTL_FILE_POINTER, &file);
+    if (file && file->pMethods)
+        file->pMethods->xFileSize(file, &size);
+    return size / 4096;
 }
 
 KXStatement KXSQLiteConnection::prepare(const QByteArray &sql)
@@ -247,6 +280,8 @@ KXError KXTransaction::begin()
 {
     KXError error = m_connection.execute("BEGIN IMMEDIATE");
     m_open = !error;
+    if (m_open && m_connection.hasMoved())
+        error = KXSQLiteConnection::goneError();
     return error;
 }
 

@@ -29,6 +29,7 @@ inline constexpr int ReadOnly = 1115;
 inline constexpr int Interrupted = 1116; ///< the running query was cancelled
 inline constexpr int InputOutput = 1117;
 inline constexpr int NoMapping = 1118; ///< what would become of a model's entities in another cannot be told
+inline constexpr int Gone = 1119; ///< the file that is open was removed, replaced or moved by somebody else
 inline constexpr int ValidationFailed = 1120; ///< a required value is missing, a number is none, a deletion is denied
 inline constexpr int Other = 1199;
 }
@@ -95,10 +96,10 @@ class KXSQLiteConnection
 public:
     struct Options
     {
-        bool create = false; ///< makes the file where there is none
-        int applicationId = 0; ///< written into the header of a file that is made
         bool untouched = false; ///< for a look at a file that may turn out not to be ours: neither checkpoints it nor
-                                ///< changes its journal mode
+                                ///< changes its journal mode, and leaves no log that was not there
+        bool brief = false; ///< the same for a moment's look: where nobody else has it open the file is locked, so that
+                            ///< not even the log's index is made, and where somebody has it is Busy at once
         QByteArray vfs; ///< name of a registered SQLite VFS; empty for the default
     };
 
@@ -107,8 +108,8 @@ public:
     KXSQLiteConnection(const KXSQLiteConnection &) = delete;
     KXSQLiteConnection &operator=(const KXSQLiteConnection &) = delete;
 
-    /// Opens with the pragmas of every store connection, write-ahead log included, and registers the functions
-    /// that predicates use.
+    /// Opens a file that exists with the pragmas of every store connection, write-ahead log included, and registers the
+    /// functions that predicates use. Nothing that is stored in a file is run: no triggers, no views.
     [[nodiscard]] KXError open(const QString &path, const Options &options);
 
     /// Opens a file that exists as its only connection, of any process, until it goes: folds the log in and removes it.
@@ -125,6 +126,11 @@ public:
 
     /// Whether the file has been moved or removed since it was opened.
     [[nodiscard]] bool hasMoved() const;
+
+    [[nodiscard]] static KXError goneError();
+
+    /// Size of the file without its log, in pages of 4 KiB.
+    [[nodiscard]] qint64 pagesInFile() const;
 
     /// What went wrong in the last call that failed, as an error of ours.
     [[nodiscard]] KXError lastError() const;
@@ -154,7 +160,8 @@ private:
     std::atomic<bool> m_interrupted { false };
 };
 
-/// Rolls a write transaction back unless it was committed.
+/// Rolls a write transaction back unless it was committed. None begins on a file that is gone from its place, where
+/// what is written would go with it.
 class KXTransaction
 {
 public:

@@ -8,13 +8,17 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <archive.h>
 #include <archive_entry.h>
 #include <zlib.h>
 
 #include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/store/KXSQLite_p.h>
-#include <kestrixkit/store/KXStoreFiles_p.h>
+#include <kestrixkit/store/KXStoreReplacement_p.h>
 
 using namespace Qt::StringLiterals;
 
@@ -22,6 +26,9 @@ namespace {
 
 constexpr size_t archiveBlock = 1 << 20;
 constexpr int archiveMostEntries = 8; // a store has three files
+/// More than a store packs into so few bytes is no backup but fills the disk.
+constexpr qint64 archiveAlwaysUnpacked = qint64(1) << 30;
+constexpr qint64 archiveMostGrowth = 100;
 constexpr int archiveFailed = 1;
 constexpr int archiveWrongUse = 64;
 
@@ -56,9 +63,15 @@ struct ArchiveSink
 struct ArchiveSource
 {
     explicit ArchiveSource(const QString &path)
-        : file(gzopen(QFile::encodeName(path).constData(), "rbe"))
-        , block(archiveBlock, Qt::Uninitialized)
+        : block(archiveBlock, Qt::Uninitialized)
     {
+        // A pipe would be waited for until somebody writes into it.
+        const int descriptor = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+        struct stat status;
+        if (descriptor >= 0 && ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode))
+            file = gzdopen(descriptor, "rb");
+        if (descriptor >= 0 && !file)
+            ::close(descriptor);
     }
     ~ArchiveSource()
     {
@@ -79,7 +92,7 @@ struct ArchiveSource
         archive_set_error(handle, EIO, "%s", problem == Z_OK ? "not compressed" : text);
         return -1;
     }
-    gzFile file;
+    gzFile file = nullptr;
     QByteArray block;
 };
 
@@ -92,7 +105,7 @@ KXError archiveAdd(archive *handle, const ArchiveSink &sink, const QString &path
     const ArchiveEntry entry(archive_entry_new(), archive_entry_free);
     archive_entry_set_pathname(entry.get(), "./" + QFile::encodeName(name));
     archive_entry_set_filetype(entry.get(), AE_IFREG);
-    archive_entry_set_perm(entry.get(), 0644);
+    archive_entry_set_perm(entry.get(), 0600);
     archive_entry_set_nlink(entry.get(), 1); // or readers would take files with one number for links
     archive_entry_set_mtime(entry.get(), file.modified(), 0);
     archive_entry_set_size(entry.get(), file.size());
@@ -120,8 +133,9 @@ KXError archiveAdd(archive *handle, const ArchiveSink &sink, const QString &path
 KXError archiveWrite(const QString &folder, const QString &path, const KXStoreProgress &progress)
 {
     ArchiveSink sink;
-    if (KXError error = sink.file.open(path))
+    if (KXError error = sink.file.create(path))
         return error;
+    (void)sink.file.lock(); // nobody else knows it; while it is locked nobody takes it for one that was left behind
     const ArchiveWriter handle(archive_write_new(), archive_write_free);
     archive_write_add_filter_gzip(handle.get());
     archive_write_set_format_cpio(handle.get());
@@ -158,12 +172,13 @@ public:
         const QString folder = QDir(workingFolder).absoluteFilePath(arguments[2]);
         const QString archive = QDir(workingFolder).absoluteFilePath(arguments[3]);
         // Under its own name once it is whole: no half of an archive is ever taken for one.
-        const QString part = archive + ".part"_L1;
+        const QString part = QFileInfo(archive).path() + "/."_L1 + QFileInfo(archive).fileName() + u'-'
+            + KXStorePath::newUUID() + ".part"_L1;
         KXError error = QDir(folder).exists() ? archiveWrite(folder, part, progress)
                                               : KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::CannotOpen,
                                                   KXStringWithFormat("There is no folder %@", folder));
         if (!error)
-            error = KXStoreFiles::replace(part, archive);
+            error = KXStoreFiles::move(part, archive);
         if (!error)
             return 0;
         KXLogWarning(store, "Cannot make the archive %@: %@", archive, error);
@@ -191,6 +206,7 @@ void KXStoreArchiver::setShared(KXStoreArchiver *archiver) { archiveShared.store
 KXError KXStoreArchiver::unpack(const QString &path, const QString &folder, const KXStoreProgress &progress)
 {
     const double packed = std::max(double(QFileInfo(path).size()), 1.0);
+    qint64 room = archiveAlwaysUnpacked + archiveMostGrowth * QFileInfo(path).size();
     ArchiveSource source(path);
     if (!source.file)
         return KXError(
@@ -215,8 +231,13 @@ KXError KXStoreArchiver::unpack(const QString &path, const QString &folder, cons
             || entries == archiveMostEntries)
             return KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::NotAStore,
                 KXStringWithFormat("%@ is not a backup of a store", path));
+        // The reader unpacks just the size that the entry names.
+        room -= archive_entry_size(entry);
+        if (room < 0)
+            return KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::NotAStore,
+                KXStringWithFormat("%@ would unpack to more than a hundred times its size and 1 GiB", path));
         KXNewFile file;
-        if (KXError error = file.open(folder + u'/' + QFile::decodeName(name)))
+        if (KXError error = file.create(folder + u'/' + QFile::decodeName(name)))
             return error;
         QByteArray block(archiveBlock, Qt::Uninitialized);
         la_ssize_t size = 0;

@@ -9,6 +9,7 @@
 #include <kestrixkit/store/KXPersistentStore_p.h>
 #include <kestrixkit/store/KXStoreArchiver_p.h>
 #include <kestrixkit/store/KXStoreCheck_p.h>
+#include <kestrixkit/store/KXStoreMigration_p.h>
 #include <kestrixkit/store/KXStoreProgress_p.h>
 #include <kestrixkit/store/KXStoreSchema_p.h>
 
@@ -19,27 +20,6 @@ namespace {
 constexpr qsizetype backupsKept = 5;
 constexpr QLatin1StringView backupSuffix { "bck.cpgz" };
 constexpr qint64 backupBlock = 1 << 20;
-
-/// A folder for unpacked files, which goes with the object.
-struct BackupFolder
-{
-    explicit BackupFolder(QString folderPath)
-        : path(std::move(folderPath))
-    {
-        error = KXStoreFiles::removeFolder(path); // of a process that was killed
-        if (!error)
-            error = KXStoreFiles::makeFolder(path);
-    }
-    ~BackupFolder()
-    {
-        if (KXError left = KXStoreFiles::removeFolder(path))
-            KXLogWarning(store, "Cannot remove %@", left);
-    }
-    Q_DISABLE_COPY_MOVE(BackupFolder)
-
-    const QString path;
-    KXError error;
-};
 
 KXError backupUnusable(const QString &why)
 {
@@ -68,8 +48,33 @@ KXError backupFinishUnpacked(const QString &folder, QString &file, const KXStore
     KXSQLiteConnection connection;
     if (KXError error = connection.openAlone(file))
         return error;
+    KXError unfit;
+    const auto model = KXStoreMigration::modelOf(metadata, &unfit);
+    if (model)
+        unfit = KXStoreSchema::checkSchema(connection, *model);
+    if (unfit)
+        return unfit;
     const QStringList damage = KXStoreCheck::damage(connection, progress);
     return damage.isEmpty() ? KXError() : KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::Damaged, damage.first());
+}
+
+/// The store in the file goes on with keys that the one which it replaces has never given out, where that can be read:
+/// what others have kept of a row that the backup does not know must never lead to another one.
+KXError backupKeepKeys(KXSQLiteConnection &old, const QString &file)
+{
+    KXStoreMetadata before;
+    KXStoreMetadata after;
+    if (!old.handle() || KXStoreSchema::readMetadata(old, before))
+        return {};
+    const qint64 next = KXStoreSchema::nextKey(old);
+    KXSQLiteConnection connection;
+    if (KXError error = connection.open(file, { .untouched = true, .brief = true }))
+        return error;
+    if (KXError error = KXStoreSchema::readMetadata(connection, after))
+        return error;
+    if (before.uuid != after.uuid || next <= KXStoreSchema::nextKey(connection))
+        return {};
+    return connection.execute(("UPDATE kx_sequence SET next = " + QByteArray::number(next)).constData());
 }
 
 KXError backupCopy(const QString &from, const QString &to)
@@ -78,7 +83,7 @@ KXError backupCopy(const QString &from, const QString &to)
     KXNewFile target;
     if (KXError error = source.open(from))
         return error;
-    if (KXError error = target.open(to))
+    if (KXError error = target.create(to))
         return error;
     QByteArray block(backupBlock, Qt::Uninitialized);
     for (qint64 offset = 0; offset < source.size();) {
@@ -129,6 +134,7 @@ bool KXStoreBackup::create(const KXStoreProgress &progress) const
     if (!before.isEmpty() && QFileInfo(before.last().toLocalFile()).lastModified() > KXClock::now().addDays(1))
         KXLogWarning(store, "[%@] There is a backup from the future: the clock may be wrong", name);
 
+    removeAbandoned();
     const QString staging = m_store.folder() + u'/' + stem;
     if (KXError error = archive(name, staging, KXProgressOfPart(progress, 0, 0.6))) {
         KXLogWarning(store, "%@", error.localizedDescription());
@@ -145,6 +151,14 @@ bool KXStoreBackup::create(const KXStoreProgress &progress) const
     KXLogInfo(store, "[%@] Backup created: %@", name, path);
     removeOld(path);
     return true;
+}
+
+/// What was unpacked or half written by processes that were killed.
+void KXStoreBackup::removeAbandoned() const
+{
+    static const auto pattern = u"\\A\\.%1-(?:.*-)?[0-9A-F]{8}(?:-[0-9A-F]{4}){3}-[0-9A-F]{12}(?:\\.part)?\\z"_s;
+    KXWorkFolder::removeAbandoned(
+        m_store.folder(), QRegularExpression(pattern.arg(QRegularExpression::escape(m_store.name()))));
 }
 
 /// Stages the store's files and has them archived. The error is the line for the log.
@@ -169,20 +183,20 @@ KXError KXStoreBackup::archive(const QString &name, const QString &staging, cons
         if (KXStoreFiles::exists(m_store.path() + suffix))
             files.append(file + suffix);
     }
-    if (KXError error = KXStoreFiles::makeFolder(staging))
+    KXWorkFolder folder;
+    if (KXError error = folder.open(staging, KXStoreFiles::companions(file)))
         return failure(
             error.code(), KXStringWithFormat("[%@] Failed to create backup folder %@: %@", name, staging, error));
     for (const QString &each : files) {
-        if (KXError error = KXStoreFiles::link(m_store.folder() + u'/' + each, staging + u'/' + each))
+        if (KXError error = folder.link(m_store.folder() + u'/' + each, each)) {
+            folder.leave(); // to be looked at; the next backup empties it
             return failure(
                 error.code(), KXStringWithFormat("[%@] Failed to copy backup file %@: %@", name, each, error));
+        }
     }
     const QStringList arguments { u"-z"_s, u"-c"_s, staging, m_store.folder() + u'/' + name };
     KXLogDebug(store, "[%@] Backup task args: %@", name, arguments);
     const int status = KXStoreArchiver::shared().run(arguments, m_store.folder(), progress);
-    KXError left = KXStoreFiles::removeFolder(staging);
-    if (left)
-        KXLogWarning(store, "Cannot remove %@", left);
     if (status == 0)
         return {};
     KXLogInfo(store, "[%@] Backup failed with exit code %ld", name, status);
@@ -192,13 +206,13 @@ KXError KXStoreBackup::archive(const QString &name, const QString &staging, cons
 /// Unpacks an archive and looks whether a store could be had from it.
 KXError KXStoreBackup::check(const QString &archive, const KXStoreProgress &progress) const
 {
-    const BackupFolder folder(m_store.folder() + "/."_L1 + QFileInfo(archive).fileName() + "-check"_L1);
-    if (folder.error)
-        return folder.error;
-    if (KXError error = KXStoreArchiver::unpack(archive, folder.path, KXProgressOfPart(progress, 0, 0.5)))
+    KXWorkFolder folder;
+    if (KXError error = folder.open(m_store.hidden()))
+        return error;
+    if (KXError error = KXStoreArchiver::unpack(archive, folder.path(), KXProgressOfPart(progress, 0, 0.5)))
         return error;
     QString file;
-    return backupFinishUnpacked(folder.path, file, KXProgressOfPart(progress, 0.5, 1));
+    return backupFinishUnpacked(folder.path(), file, KXProgressOfPart(progress, 0.5, 1));
 }
 
 void KXStoreBackup::removeOld(const QString &made) const
@@ -223,9 +237,10 @@ KXError KXStoreBackup::restore(const QString &backup, QString *copy, const KXSto
 {
     if (KXError error = KXStoreReplacement::recover(m_store.path()))
         return error;
-    const BackupFolder folder(m_store.folder() + "/."_L1 + m_store.name() + "-restore"_L1);
-    if (folder.error)
-        return folder.error;
+    removeAbandoned();
+    KXWorkFolder folder;
+    if (KXError error = folder.open(m_store.hidden()))
+        return error;
     bool fresh = false;
     const bool isStore = !KXStoreSchema::inspectFile(backup, {}, fresh) && !fresh;
     KXError error;
@@ -233,13 +248,13 @@ KXError KXStoreBackup::restore(const QString &backup, QString *copy, const KXSto
         KXSQLiteConnection alone; // so that the file is whole, and stays as it is while it is copied
         error = alone.openAlone(backup);
         if (!error)
-            error = backupCopy(backup, folder.path + u'/' + QFileInfo(backup).fileName());
+            error = backupCopy(KXStoreFiles::realPath(backup), folder.path() + u'/' + QFileInfo(backup).fileName());
     } else {
-        error = KXStoreArchiver::unpack(backup, folder.path, KXProgressOfPart(progress, 0, 0.5));
+        error = KXStoreArchiver::unpack(backup, folder.path(), KXProgressOfPart(progress, 0, 0.5));
     }
     QString file;
     if (!error)
-        error = backupFinishUnpacked(folder.path, file, KXProgressOfPart(progress, 0.5, 1));
+        error = backupFinishUnpacked(folder.path(), file, KXProgressOfPart(progress, 0.5, 1));
     return error ? error : takeOver(file, copy);
 }
 
@@ -259,6 +274,9 @@ KXError KXStoreBackup::takeOver(const QString &file, QString *copy) const
                 return error;
         }
     }
+    if (KXError error = backupKeepKeys(old, file))
+        return error;
+    KXStoreFiles::shareModeOf(m_store.path(), file);
     const QString fresh = m_store.unique();
     const QString kept = isThere ? m_store.unique() : QString();
     KXStoreReplacement replacement(m_store.path(), fresh, kept);

@@ -28,6 +28,7 @@ private:
     [[nodiscard]] KXError archive(
         const QString &archive, const QString &staging, const KXStoreProgress &progress) const;
     [[nodiscard]] KXError check(const QString &archive, const KXStoreProgress &progress) const;
+    void removeAbandoned() const;
     void removeOld(const QString &made) const;
     [[nodiscard]] KXError takeOver(const QString &file, QString *copy) const;
 

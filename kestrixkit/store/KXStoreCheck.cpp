@@ -4,6 +4,7 @@
 #include <kestrixkit/store/KXPersistentStore.h>
 #include <kestrixkit/store/KXStoreMigration_p.h>
 #include <kestrixkit/store/KXStoreProgress_p.h>
+#include <kestrixkit/store/KXStoreSchema_p.h>
 
 using namespace Qt::StringLiterals;
 
@@ -17,6 +18,12 @@ public:
     explicit StoreChecker(KXSQLiteConnection &connection)
         : m_connection(connection)
     {
+    }
+
+    void sequence()
+    {
+        if (KXStoreSchema::nextKey(m_connection) == 0)
+            m_lines.append(u"The sequence of keys is broken"_s);
     }
 
     void table(const KXEntityDescription &root)
@@ -121,6 +128,7 @@ QStringList KXStoreCheck::brokenPromises(
     KXSQLiteConnection &connection, const KXManagedObjectModel &model, const KXStoreProgress &progress)
 {
     StoreChecker checker(connection);
+    checker.sequence();
     double done = 0;
     for (const KXEntityDescription *entity : model.entities()) {
         if (progress)
@@ -146,6 +154,9 @@ std::optional<QStringList> KXPersistentStore::problemsOfStoreURL(
     }
     const KXReadTransaction one(connection);
     const QStringList damage = KXStoreCheck::damage(connection, KXProgressOfPart(progress, 0, 0.5));
-    return damage.isEmpty() ? KXStoreCheck::brokenPromises(connection, *model, KXProgressOfPart(progress, 0.5, 1))
-                            : damage;
+    if (!damage.isEmpty())
+        return damage;
+    if (KXError foreign = KXStoreSchema::checkSchema(connection, *model))
+        return QStringList { foreign.localizedDescription() };
+    return KXStoreCheck::brokenPromises(connection, *model, KXProgressOfPart(progress, 0.5, 1));
 }

@@ -7,6 +7,7 @@
 
 #include <kestrixkit/foundation/KXApplication.h>
 #include <kestrixkit/store/KXSQLite_p.h>
+#include <kestrixkit/store/KXStoreFiles_p.h>
 
 /// The connections of one open store: one that writes and a few that read.
 ///
@@ -28,7 +29,7 @@ public:
     KXStoreConnections &operator=(const KXStoreConnections &) = delete;
 
     /// Takes over the connection with which the store was opened.
-    void setWriter(std::unique_ptr<KXSQLiteConnection> writer) { m_writer = std::move(writer); }
+    void setWriter(std::unique_ptr<KXSQLiteConnection> writer);
     /// Answers queries on the store until it goes; not to be kept across calls. Empty with an error where no
     /// connection could be opened.
     class Reader;
@@ -49,6 +50,7 @@ private:
 
     const QString m_path;
     const QByteArray m_vfs;
+    KXFileIdentity m_file; // that the writer has open
     mutable std::mutex m_mutex;
     std::condition_variable m_changed;
     std::unique_ptr<KXSQLiteConnection> m_writer;

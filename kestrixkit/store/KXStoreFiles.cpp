@@ -6,6 +6,7 @@
 #include <map>
 #include <mutex>
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -15,6 +16,7 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/store/KXSQLite_p.h>
 
@@ -84,12 +86,48 @@ KXError KXStoreFiles::syncFolderOf(const QString &path)
     return filesSyncFolder(filesNative(QFileInfo(path).absolutePath()));
 }
 
+bool KXStoreFiles::isPlainFile(const QString &path)
+{
+    struct stat status;
+    return ::lstat(filesNative(path).constData(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+QString KXStoreFiles::realPath(const QString &path)
+{
+    const QFileInfo info(path);
+    const QString real = info.isSymLink() ? info.canonicalFilePath() : QString();
+    return real.isEmpty() ? path : real; // a link that leads nowhere is refused by whoever looks at it
+}
+
+void KXStoreFiles::shareModeOf(const QString &path, const QString &with)
+{
+    struct stat status;
+    if (::stat(filesNative(path).constData(), &status) != 0)
+        return;
+    const QByteArray native = filesNative(with);
+    // The owner first, for that takes rights away; only the superuser has anything to give.
+    if (::geteuid() == 0 && ::lchown(native.constData(), status.st_uid, status.st_gid) != 0)
+        return;
+    (void)::chmod(native.constData(), status.st_mode & 0666);
+}
+
 KXError KXStoreFiles::move(const QString &from, const QString &to)
 {
-    // The names that are moved to are made up to be unique: looking first is enough.
-    if (exists(to))
-        return filesError(EEXIST, filesNative(to));
-    return replace(from, to);
+    const KXFileStep step { KXFileStep::Rename, filesNative(from), filesNative(to) };
+    if (KXError error = filesStep(step, [&] {
+            if (::renameat2(AT_FDCWD, step.path.constData(), AT_FDCWD, step.other.constData(), RENAME_NOREPLACE) == 0)
+                return 0;
+            if (errno != EINVAL && errno != ENOSYS)
+                return -1;
+            // A file system that cannot do it in one step.
+            if (exists(to)) {
+                errno = EEXIST;
+                return -1;
+            }
+            return ::rename(step.path.constData(), step.other.constData());
+        }))
+        return error;
+    return syncFolderOf(to);
 }
 
 KXError KXStoreFiles::replace(const QString &from, const QString &to)
@@ -116,31 +154,11 @@ KXError KXStoreFiles::remove(const QString &path)
     return syncFolderOf(path);
 }
 
-KXError KXStoreFiles::makeFolder(const QString &path)
-{
-    const KXFileStep step { KXFileStep::MakeFolder, filesNative(path) };
-    return filesStep(step, [&] { return ::mkdir(step.path.constData(), 0777); });
-}
-
-KXError KXStoreFiles::removeFolder(const QString &path)
-{
-    if (!exists(path))
-        return {};
-    for (const QString &name :
-        QDir(path).entryList(QDir::AllEntries | QDir::System | QDir::Hidden | QDir::NoDotAndDotDot)) {
-        const KXFileStep step { KXFileStep::Remove, filesNative(path + u'/' + name) };
-        if (KXError error = filesStep(step, [&] { return ::unlink(step.path.constData()); }))
-            return error;
-    }
-    const KXFileStep step { KXFileStep::RemoveFolder, filesNative(path) };
-    return filesStep(step, [&] { return ::rmdir(step.path.constData()); });
-}
-
 KXError KXStoreFiles::sync(const QString &path)
 {
     const KXFileStep step { KXFileStep::Sync, filesNative(path) };
     return filesStep(step, [&] {
-        const int file = ::open(step.path.constData(), O_RDWR | O_CLOEXEC);
+        const int file = ::open(step.path.constData(), O_RDWR | O_CLOEXEC | O_NOFOLLOW);
         const int result = file < 0 ? -1 : ::fsync(file);
         const int number = errno;
         if (file >= 0)
@@ -155,6 +173,105 @@ QStringList KXStoreFiles::companions(const QString &path)
     return { path, path + "-wal"_L1, path + "-shm"_L1, path + "-journal"_L1 };
 }
 
+KXFileIdentity KXFileIdentity::ofPath(const QString &path)
+{
+    struct stat status;
+    return ::stat(filesNative(path).constData(), &status) == 0 ? KXFileIdentity { status.st_dev, status.st_ino }
+                                                               : KXFileIdentity();
+}
+
+KXWorkFolder::~KXWorkFolder()
+{
+    if (m_descriptor < 0)
+        return;
+    const KXFileStep step { KXFileStep::RemoveFolder, filesNative(m_path) };
+    KXError left = empty();
+    if (!left)
+        left = filesStep(step, [&] { return ::rmdir(step.path.constData()); });
+    if (left)
+        KXLogWarning(store, "Cannot remove %@", left);
+    leave();
+}
+
+void KXWorkFolder::leave()
+{
+    if (m_descriptor >= 0)
+        ::close(std::exchange(m_descriptor, -1));
+}
+
+KXError KXWorkFolder::open(const QString &path, const QStringList &names)
+{
+    const KXFileStep step { KXFileStep::MakeFolder, filesNative(path) };
+    bool isMine = true;
+    if (KXError error = filesStep(step, [&] {
+            isMine = ::mkdir(step.path.constData(), 0700) == 0;
+            return isMine || errno == EEXIST ? 0 : -1;
+        }))
+        return error;
+    const int folder = ::open(step.path.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    struct stat status;
+    // Whoever works in a folder holds its lock; nobody else's is ours to empty.
+    if (folder < 0 || ::fstat(folder, &status) != 0 || status.st_uid != ::geteuid()
+        || ::flock(folder, LOCK_EX | LOCK_NB) != 0) {
+        if (folder >= 0)
+            ::close(folder);
+        return filesError(EEXIST, step.path);
+    }
+    m_path = path;
+    m_descriptor = folder;
+    KXError error = isMine ? KXError() : empty(names);
+    if (error)
+        leave();
+    return error;
+}
+
+KXError KXWorkFolder::link(const QString &file, const QString &name) const
+{
+    const KXFileStep step { KXFileStep::Link, filesNative(file), filesNative(m_path + u'/' + name) };
+    return filesStep(step,
+        [&] { return ::linkat(AT_FDCWD, step.path.constData(), m_descriptor, filesNative(name).constData(), 0); });
+}
+
+KXError KXWorkFolder::empty(const QStringList &names) const
+{
+    const int copy = ::fcntl(m_descriptor, F_DUPFD_CLOEXEC, 0);
+    DIR *const folder = copy < 0 ? nullptr : ::fdopendir(copy);
+    if (!folder)
+        return filesError(errno, filesNative(m_path));
+    ::rewinddir(folder);
+    KXError error;
+    while (const dirent *entry = error ? nullptr : ::readdir(folder)) {
+        const QByteArray name(entry->d_name);
+        if (name == "." || name == "..")
+            continue;
+        const KXFileStep step { KXFileStep::Remove, filesNative(m_path) + '/' + name };
+        if (!names.isEmpty() && !names.contains(QFile::decodeName(name))) {
+            error = filesError(ENOTEMPTY, step.path);
+            break;
+        }
+        error = filesStep(step, [&] { return ::unlinkat(m_descriptor, name.constData(), 0); });
+    }
+    ::closedir(folder);
+    return error;
+}
+
+void KXWorkFolder::removeAbandoned(const QString &folder, const QRegularExpression &names)
+{
+    for (const QString &name : QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::System)) {
+        const QString path = folder + u'/' + name;
+        if (!names.match(name).hasMatch())
+            continue;
+        if (KXStoreFiles::isPlainFile(path)) {
+            KXNewFile file;
+            if (!file.open(path) && file.lock() && file.isInPlace() && KXStoreFiles::remove(path))
+                KXLogWarning(store, "Cannot remove %@", path);
+        } else {
+            KXWorkFolder abandoned;
+            (void)abandoned.open(path); // and what is open is removed
+        }
+    }
+}
+
 KXNewFile::~KXNewFile() { close(); }
 
 void KXNewFile::close()
@@ -163,21 +280,36 @@ void KXNewFile::close()
         ::close(std::exchange(m_descriptor, -1));
 }
 
-KXError KXNewFile::open(const QString &path, bool keep)
+KXError KXNewFile::create(const QString &path) { return open(path, O_CREAT | O_EXCL); }
+
+KXError KXNewFile::open(const QString &path)
+{
+    KXError error = open(path, 0);
+    if (error.code() == KXStoreErrorCode::CannotOpen) // there is none
+        error = open(path, O_CREAT);
+    if (error)
+        return error;
+    m_size = ::lseek(m_descriptor, 0, SEEK_END);
+    return {};
+}
+
+KXError KXNewFile::open(const QString &path, int flags)
 {
     m_path = path;
     const KXFileStep step { KXFileStep::Create, filesNative(path) };
-    if (keep && KXStoreFiles::exists(path)) {
-        // Nothing is made, so there is nothing to fail or to lose.
-        m_descriptor = ::open(step.path.constData(), O_RDWR | O_CLOEXEC);
-        if (m_descriptor < 0)
-            return filesError(errno, step.path);
-        m_size = ::lseek(m_descriptor, 0, SEEK_END);
-        return {};
-    }
-    return filesStep(step, [&] {
-        return m_descriptor = ::open(step.path.constData(), O_RDWR | O_CREAT | O_CLOEXEC | (keep ? 0 : O_TRUNC), 0666);
-    });
+    const auto call = [&] {
+        m_descriptor = ::open(step.path.constData(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | flags, 0600);
+        struct stat status;
+        if (m_descriptor >= 0 && (::fstat(m_descriptor, &status) != 0 || !S_ISREG(status.st_mode))) {
+            close();
+            errno = EINVAL;
+        }
+        return m_descriptor;
+    };
+    // Where nothing is made there is nothing to fail or to lose.
+    if (flags)
+        return filesStep(step, call);
+    return call() < 0 ? filesError(errno, step.path) : KXError();
 }
 
 bool KXNewFile::lock() { return ::flock(m_descriptor, LOCK_EX | LOCK_NB) == 0; }

@@ -3,6 +3,7 @@
 #include <memory>
 
 #include <QByteArray>
+#include <QRegularExpression>
 #include <QString>
 #include <QStringList>
 
@@ -42,6 +43,12 @@ public:
 
     /// Whether there is anything at the path.
     [[nodiscard]] static bool exists(const QString &path);
+    /// Whether it is a file, and no link to one.
+    [[nodiscard]] static bool isPlainFile(const QString &path);
+    /// Where a symbolic link leads to in the end; any other path as it is. What is made beside a store goes there.
+    [[nodiscard]] static QString realPath(const QString &path);
+    /// The one file may be read and written by whoever may the other one; by its owner alone where there is none.
+    static void shareModeOf(const QString &path, const QString &with);
     /// Fails where there is something at `to`.
     [[nodiscard]] static KXError move(const QString &from, const QString &to);
     /// Takes the place of what is at `to`, in one step.
@@ -49,9 +56,6 @@ public:
     [[nodiscard]] static KXError link(const QString &from, const QString &to);
     /// No error where there is nothing.
     [[nodiscard]] static KXError remove(const QString &path);
-    [[nodiscard]] static KXError makeFolder(const QString &path);
-    /// With the files in it; no error where there is nothing.
-    [[nodiscard]] static KXError removeFolder(const QString &path);
     /// The content of a file that nobody has open.
     [[nodiscard]] static KXError sync(const QString &path);
     /// The names in the folder of the file.
@@ -63,6 +67,45 @@ public:
     KXStoreFiles() = delete;
 };
 
+/// Tells one file from another that has taken its name.
+struct KXFileIdentity
+{
+    [[nodiscard]] static KXFileIdentity ofPath(const QString &path);
+    bool operator==(const KXFileIdentity &) const = default;
+
+    quint64 device = 0;
+    quint64 number = 0; ///< 0 where there is no file
+};
+
+/// A folder for files that are worked on beside a store: its owner's alone, locked while the object lives, removed with
+/// it. Never a link's target: all that is made and removed in it goes by the folder that was opened, whatever its
+/// path leads to meanwhile.
+class KX_CORE_EXPORT KXWorkFolder
+{
+public:
+    KXWorkFolder() = default;
+    ~KXWorkFolder();
+    Q_DISABLE_COPY_MOVE(KXWorkFolder)
+
+    /// Makes the folder. One of that name which a process left when it was killed is taken over and emptied; fails
+    /// where that is not so: it is another user's, somebody is at work in it, or it holds more than files of those
+    /// names (any where none are given).
+    [[nodiscard]] KXError open(const QString &path, const QStringList &names = {});
+    /// A hard link in the folder.
+    [[nodiscard]] KXError link(const QString &file, const QString &name) const;
+    [[nodiscard]] const QString &path() const { return m_path; }
+    /// The folder stays.
+    void leave();
+    /// Removes folders and files of such names that processes left when they were killed.
+    static void removeAbandoned(const QString &folder, const QRegularExpression &names);
+
+private:
+    [[nodiscard]] KXError empty(const QStringList &names = {}) const;
+
+    QString m_path;
+    int m_descriptor = -1;
+};
+
 /// A file that is being written. Closed without further ado when it goes.
 class KXNewFile
 {
@@ -71,8 +114,10 @@ public:
     ~KXNewFile();
     Q_DISABLE_COPY_MOVE(KXNewFile)
 
-    /// Makes the file, or empties it; with `keep` what is in it stays and is written behind.
-    [[nodiscard]] KXError open(const QString &path, bool keep = false);
+    /// Makes the file, its owner's alone; fails where there is anything of that name, a link included.
+    [[nodiscard]] KXError create(const QString &path);
+    /// Makes the file or opens it where it is there, to be written behind what is in it. Fails for a link.
+    [[nodiscard]] KXError open(const QString &path);
     /// So that nobody else does, of any process; released with the file. False where somebody else holds it.
     [[nodiscard]] bool lock();
     [[nodiscard]] KXError write(QByteArrayView bytes);
@@ -85,6 +130,8 @@ public:
     void close();
 
 private:
+    [[nodiscard]] KXError open(const QString &path, int flags);
+
     QString m_path;
     int m_descriptor = -1;
     qint64 m_size = 0;

@@ -1,5 +1,6 @@
 #include <kestrixkit/store/KXStoreMigration_p.h>
 
+#include <QFile>
 #include <QFileInfo>
 
 #include <kestrixkit/foundation/KXLog.h>
@@ -48,7 +49,7 @@ KXError KXStoreMigration::checkSource(KXSQLiteConnection &connection, const KXMa
     if (KXError error = KXStoreSchema::readMetadata(connection, metadata))
         return error;
     if (metadata.versionHashes == mapping.sourceModel()->versionHashes())
-        return {};
+        return KXStoreSchema::checkSchema(connection, *mapping.sourceModel());
     return KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::IncompatibleModel,
         u"The store was not written with the model that it is to be migrated from"_s);
 }
@@ -85,9 +86,10 @@ KXError KXStoreMigration::write(KXSQLiteConnection &connection, const KXMappingM
 
     {
         KXNewFile file; // for ATTACH opens none that is not there
-        if (KXError error = file.open(fresh))
+        if (KXError error = file.create(fresh))
             return error;
     }
+    KXStoreFiles::shareModeOf(QFile::decodeName(sqlite3_db_filename(connection.handle(), "main")), fresh);
     KXStatement attach = connection.prepare("ATTACH ?1 AS fresh");
     const QByteArray path = fresh.toUtf8();
     attach.bindText(1, std::string_view(path.constData(), size_t(path.size())));
@@ -98,7 +100,7 @@ KXError KXStoreMigration::write(KXSQLiteConnection &connection, const KXMappingM
     // files, so that memory does not grow with the store.
     if (KXError error = connection.execute(
             "PRAGMA temp_store=FILE; PRAGMA main.cache_size=-8192; PRAGMA fresh.cache_size=-16384;"
-            "PRAGMA fresh.journal_mode=OFF; PRAGMA fresh.synchronous=OFF; PRAGMA fresh.locking_mode=EXCLUSIVE"))
+            "PRAGMA fresh.journal_mode=MEMORY; PRAGMA fresh.synchronous=OFF; PRAGMA fresh.locking_mode=EXCLUSIVE"))
         return error;
     const QByteArray mark = "PRAGMA fresh.application_id=" + QByteArray::number(KXStoreSchema::ApplicationId);
     if (KXError error = connection.execute(mark.constData()))
@@ -132,8 +134,9 @@ KXError KXStoreMigration::write(KXSQLiteConnection &connection, const KXMappingM
     return connection.execute("DETACH fresh");
 }
 
-KXError KXStoreMigration::migrateInPlace(const QString &path, const KXManagedObjectModel::Ref &destination)
+KXError KXStoreMigration::migrateInPlace(const QString &storePath, const KXManagedObjectModel::Ref &destination)
 {
+    const QString path = KXStoreFiles::realPath(storePath);
     if (KXError error = KXStoreReplacement::recover(path))
         return error;
     KXSQLiteConnection old;

@@ -17,6 +17,13 @@ namespace {
 
 constexpr auto replacementPatience = std::chrono::seconds(5);
 constexpr QByteArrayView replacementWhole = "whole\n";
+constexpr qsizetype uuidLength = 36;
+
+/// As unique names have them: in capitals.
+bool isUUID(QStringView text)
+{
+    return text.size() == uuidLength && QUuid::fromString(text).toString(QUuid::WithoutBraces).toUpper() == text;
+}
 
 QString replacementNote(const QString &store) { return store + "-replacing"_L1; }
 
@@ -26,11 +33,19 @@ KXError replacementBusy(const QString &store)
         KXStringWithFormat("%@ is being migrated or restored elsewhere", store));
 }
 
-/// A name of the folder that a note may speak of; empty where it is none.
+/// The path of a name that a note may speak of: one that unique() makes, or a step of a migration keeps. Empty for any
+/// other: whoever wrote that note, it was none of us.
 QString replacementPath(const QString &store, const QJsonValue &name)
 {
+    const KXStorePath path(store);
     const QString text = name.toString();
-    return text.isEmpty() || text.contains(u'/') ? QString() : QFileInfo(store).absolutePath() + u'/' + text;
+    const QString end = u'.' + path.extension();
+    const QString begin = path.name() + u'-';
+    const bool isUnique = text.startsWith(begin) && text.endsWith(end)
+        && isUUID(QStringView(text).sliced(begin.size()).chopped(end.size()));
+    const bool isStep = text.indexOf(u'.') == uuidLength && text.size() > uuidLength + end.size() && text.endsWith(end)
+        && !text.contains(u'/') && isUUID(text.first(uuidLength));
+    return isUnique || isStep ? path.folder() + u'/' + text : QString();
 }
 
 }
@@ -45,10 +60,19 @@ KXStoreReplacement::KXStoreReplacement(QString store, QString fresh, QString kep
 KXError KXStoreReplacement::begin()
 {
     const QString path = replacementNote(m_store);
-    if (KXError error = m_note.open(path, true))
-        return error;
-    if (!m_note.lock() || !m_note.isInPlace() || !m_note.content().isEmpty())
+    for (;; std::this_thread::yield()) {
+        m_note.close();
+        if (KXError error = m_note.open(path))
+            return error;
+        if (m_note.lock() && m_note.isInPlace())
+            break;
+        // Who looks whether the note is one that was left behind holds an empty one for a moment, and removes it.
+        if (m_note.isInPlace() && !m_note.content().isEmpty())
+            return replacementBusy(m_store);
+    }
+    if (!m_note.content().isEmpty())
         return replacementBusy(m_store);
+    KXStoreFiles::shareModeOf(m_store, path);
     QJsonObject note { { "fresh"_L1, QFileInfo(m_fresh).fileName() } };
     if (!m_kept.isEmpty())
         note["kept"_L1] = QFileInfo(m_kept).fileName();
@@ -108,8 +132,9 @@ KXError KXStoreReplacement::moveOldAside() const
     return {};
 }
 
-KXError KXStoreReplacement::recover(const QString &store)
+KXError KXStoreReplacement::recover(const QString &storePath)
 {
+    const QString store = KXStoreFiles::realPath(storePath);
     const QString path = replacementNote(store);
     const auto deadline = std::chrono::steady_clock::now() + replacementPatience;
     KXNewFile note;
@@ -117,8 +142,13 @@ KXError KXStoreReplacement::recover(const QString &store)
         note.close();
         if (!KXStoreFiles::exists(path))
             return {};
-        if (KXError error = note.open(path, true))
-            return KXStoreFiles::exists(path) ? error : KXError();
+        if (KXError error = note.open(path)) {
+            if (KXStoreFiles::isPlainFile(path))
+                return error;
+            if (KXStoreFiles::exists(path)) // what else has that name is no note of ours
+                KXLogWarning(store, "%@ is in the way", path);
+            return {};
+        }
         if (note.lock() && note.isInPlace())
             break;
         if (std::chrono::steady_clock::now() > deadline)
@@ -133,9 +163,9 @@ KXError KXStoreReplacement::recover(const QString &store)
     KXError error;
     // A note that cannot be read was never synced, and nothing was begun before that.
     if (!fresh.isEmpty()) {
-        const bool oldIsAside = !kept.isEmpty() && KXStoreFiles::exists(kept);
+        const bool oldIsAside = !kept.isEmpty() && KXStoreFiles::isPlainFile(kept);
         if (oldIsAside && !KXStoreFiles::exists(store)) {
-            if (lines.size() > 2 && KXStoreFiles::exists(fresh)) {
+            if (lines.size() > 2 && KXStoreFiles::isPlainFile(fresh)) {
                 error = replacement.moveOldAside(); // what lay beside it: the new file must not meet an old log
                 if (!error)
                     error = KXStoreFiles::move(fresh, store);
@@ -168,20 +198,21 @@ KXError KXStoreReplacement::recover(const QString &store)
 }
 
 KXStorePath::KXStorePath(const QString &path)
-    : m_path(path)
+    : m_path(KXStoreFiles::realPath(path))
 {
-    const qsizetype start = path.lastIndexOf(u'/') + 1;
-    const qsizetype point = path.lastIndexOf(u'.');
+    const qsizetype start = m_path.lastIndexOf(u'/') + 1;
+    const qsizetype point = m_path.lastIndexOf(u'.');
     const bool has = point > start;
-    m_base = has ? path.left(point) : path;
-    m_extension = has ? path.mid(point + 1) : QString();
+    m_base = has ? m_path.left(point) : m_path;
+    m_extension = has ? m_path.mid(point + 1) : QString();
 }
 
 QString KXStorePath::name() const { return m_base.mid(m_base.lastIndexOf(u'/') + 1); }
 
 QString KXStorePath::folder() const { return QFileInfo(m_path).absolutePath(); }
 
-QString KXStorePath::unique() const
-{
-    return m_base + u'-' + QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper() + u'.' + m_extension;
-}
+QString KXStorePath::newUUID() { return QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper(); }
+
+QString KXStorePath::unique() const { return m_base + u'-' + newUUID() + u'.' + m_extension; }
+
+QString KXStorePath::hidden() const { return folder() + "/."_L1 + name() + u'-' + newUUID(); }

@@ -43,7 +43,7 @@ private:
     bool m_isWhole = false;
 };
 
-/// A store's path in its parts, and the names that are made of them.
+/// A store's path in its parts, and the names that are made of them. Of a link, the place that it leads to.
 class KXStorePath
 {
 public:
@@ -55,8 +55,12 @@ public:
     /// The part of the base behind the folder.
     [[nodiscard]] QString name() const;
     [[nodiscard]] QString folder() const;
-    /// "base-unique.extension": beside the store, of a name that is nowhere else.
+    /// "base-UUID.extension": beside the store, of a name that is nowhere else.
     [[nodiscard]] QString unique() const;
+    /// ".name-UUID": likewise, for what has no meaning to anybody.
+    [[nodiscard]] QString hidden() const;
+    /// In capitals, without braces.
+    [[nodiscard]] static QString newUUID();
 
 private:
     QString m_path;

@@ -13,6 +13,7 @@
 #include <QtEndian>
 
 #include <kestrixkit/foundation/KXStringWithFormat.h>
+#include <kestrixkit/store/KXStoreFiles_p.h>
 
 using namespace Qt::StringLiterals;
 
@@ -41,6 +42,15 @@ QByteArray columnType(const KXPropertyDescription &property)
     }
 }
 
+/// The name of a column's index and the statement that makes it.
+std::pair<QByteArray, QByteArray> createIndex(
+    const KXEntityDescription &root, const KXPropertyDescription &column, const QByteArray &schema)
+{
+    const QByteArray name = "kx_i_" + root.table().mid(1, root.table().size() - 2) + '_'
+        + column.column().mid(1, column.column().size() - 2);
+    return { name, "CREATE INDEX " + schema + ".\"" + name + "\" ON " + root.table() + '(' + column.column() + ')' };
+}
+
 /// Statements by the indexes' names.
 QMap<QByteArray, QByteArray> wantedIndexes(const KXManagedObjectModel &model, const QByteArray &schema)
 {
@@ -49,12 +59,10 @@ QMap<QByteArray, QByteArray> wantedIndexes(const KXManagedObjectModel &model, co
         if (root->parent())
             continue;
         for (const KXPropertyDescription *column : KXStoreSchema::columnsOfTable(*root)) {
-            if (!column->isIndexed() && !column->isToOne())
-                continue;
-            QByteArray name = "kx_i_" + root->table().mid(1, root->table().size() - 2) + '_'
-                + column->column().mid(1, column->column().size() - 2);
-            indexes.insert(name,
-                "CREATE INDEX " + schema + ".\"" + name + "\" ON " + root->table() + '(' + column->column() + ')');
+            if (column->isIndexed() || column->isToOne()) {
+                const auto [name, sql] = createIndex(*root, *column, schema);
+                indexes.insert(name, sql);
+            }
         }
     }
     return indexes;
@@ -66,7 +74,7 @@ QByteArray schemaFileHeader(const QString &path, const QByteArray &vfsName)
 {
     sqlite3_vfs *vfs = sqlite3_vfs_find(vfsName.isEmpty() ? nullptr : vfsName.constData());
     // SQLite looks for parameters behind a name's end.
-    const QByteArray name = QFile::encodeName(path) + QByteArray(4, '\0');
+    const QByteArray name = QFile::encodeName(KXStoreFiles::realPath(path)) + QByteArray(4, '\0');
     QByteArray header(100, '\0');
     std::vector<std::max_align_t> memory(size_t(vfs->szOsFile) / sizeof(std::max_align_t) + 1);
     auto *file = reinterpret_cast<sqlite3_file *>(memory.data());
@@ -143,8 +151,12 @@ KXError KXStoreSchema::inspectFile(const QString &path, const QByteArray &vfs, b
 KXError KXStoreSchema::readMetadata(KXSQLiteConnection &connection, Metadata &metadata)
 {
     KXStatement query = connection.prepare("SELECT key, value FROM kx_metadata");
-    if (!query)
-        return schemaError(KXStoreErrorCode::Damaged, connection.lastError().localizedDescription());
+    if (!query) {
+        const KXError problem = connection.lastError();
+        return problem.code() == KXStoreErrorCode::Other // there is no such table
+            ? schemaError(KXStoreErrorCode::Damaged, problem.localizedDescription())
+            : problem;
+    }
     int formatVersion = 0;
     while (query.step() == SQLITE_ROW) {
         const QString key = query.text(0);
@@ -171,13 +183,29 @@ KXError KXStoreSchema::look(const QString &path, const QByteArray &vfs, bool &fr
 {
     if (KXError error = inspectFile(path, vfs, fresh); error || fresh)
         return error;
-    // With a connection that never folds the log into a file that may be refused.
-    KXSQLiteConnection connection;
-    if (KXError error = connection.open(path, { .untouched = true, .vfs = vfs }))
-        return error;
-    fresh = connection.integer("SELECT count(*) FROM sqlite_master", -1)
-        == 0; // a creation that was cut short before its first commit
-    return fresh ? KXError() : readMetadata(connection, metadata);
+    // With connections that never fold the log into a file that may be refused, and leave nothing beside it. The first
+    // gives way to whoever has the file open.
+    KXError error;
+    for (const bool brief : { true, false }) {
+        KXSQLiteConnection connection;
+        error = connection.open(path, { .untouched = true, .brief = brief, .vfs = vfs });
+        if (!error) {
+            const qint64 tables = connection.integer("SELECT count(*) FROM sqlite_master", -1);
+            fresh = tables == 0; // a creation that was cut short before its first commit
+            metadata = {};
+            error = fresh ? KXError() : tables < 0 ? connection.lastError() : readMetadata(connection, metadata);
+        }
+        if (error.code() != KXStoreErrorCode::Busy)
+            break;
+    }
+    return error;
+}
+
+qint64 KXStoreSchema::nextKey(KXSQLiteConnection &connection)
+{
+    // One row with a whole number in it.
+    return connection.integer("SELECT sum(CASE WHEN typeof(next) = 'integer' AND next BETWEEN 1 AND "
+        + QByteArray::number(LastKey) + " THEN next END) FROM kx_sequence HAVING count(*) = 1");
 }
 
 QList<QByteArray> KXStoreSchema::tables(const KXManagedObjectModel &model, const QByteArray &schema)
@@ -250,8 +278,22 @@ KXError KXStoreSchema::writeMetadata(
     return {};
 }
 
-KXError KXStoreSchema::create(KXSQLiteConnection &connection, const KXManagedObjectModel &model, Metadata &metadata)
+KXError KXStoreSchema::create(const QString &path, const QByteArray &vfs, const KXManagedObjectModel &model)
 {
+    {
+        KXNewFile file; // which nobody else has made
+        if (KXError error = file.create(path))
+            return error;
+    }
+    KXSQLiteConnection connection;
+    if (KXError error = connection.open(path, { .untouched = true, .vfs = vfs }))
+        return error;
+    // Whole or not at all is the caller's business, as is the sync.
+    const QByteArray pragmas = "PRAGMA locking_mode=EXCLUSIVE; PRAGMA journal_mode=MEMORY; PRAGMA synchronous=OFF;"
+                               "PRAGMA application_id="
+        + QByteArray::number(ApplicationId);
+    if (KXError error = connection.execute(pragmas.constData()))
+        return error;
     KXTransaction transaction(connection);
     if (KXError error = transaction.begin())
         return error;
@@ -259,10 +301,61 @@ KXError KXStoreSchema::create(KXSQLiteConnection &connection, const KXManagedObj
         if (KXError error = connection.execute(sql.constData()))
             return error;
     }
-    metadata.uuid = QUuid::createUuid().toString(QUuid::WithoutBraces);
+    Metadata metadata {
+        .uuid = QUuid::createUuid().toString(QUuid::WithoutBraces), .modelJSON = {}, .versionHashes = {}
+    };
     if (KXError error = writeMetadata(connection, model, metadata))
         return error;
-    return transaction.commit();
+    if (KXError error = transaction.commit())
+        return error;
+    return connection.execute("PRAGMA journal_mode=WAL"); // so that those who open it need not change it
+}
+
+KXError KXStoreSchema::checkSchema(KXSQLiteConnection &connection, const KXManagedObjectModel &model)
+{
+    // As statements stand in the file: without the name of the database. Of a table, the columns in any order, for the
+    // order in which a model declares them does not matter.
+    const auto inFile = [](QByteArray sql) {
+        const qsizetype name = sql.indexOf("main.");
+        return sql.remove(name, 5);
+    };
+    const auto sorted = [](const QByteArray &sql) {
+        QByteArrayList columns = (sql.endsWith(')') ? sql.chopped(1) : sql).split(',');
+        std::sort(columns.begin(), columns.end());
+        return columns.join(',');
+    };
+    QSet<QByteArray> missing;
+    for (const QByteArray &sql : tables(model)) {
+        if (sql.startsWith("CREATE"))
+            missing.insert(sorted(inFile(sql)));
+    }
+    // What any program's ANALYZE leaves.
+    QSet<QByteArray> known = missing
+        + QSet<QByteArray> { sorted("CREATE TABLE sqlite_stat1(tbl,idx,stat)"),
+              sorted("CREATE TABLE sqlite_stat4(tbl,idx,neq,nlt,ndlt,sample)") };
+    for (const QByteArray &sql : indexes(model))
+        known.insert(inFile(sql));
+    // Those of attributes that were indexed once.
+    for (const KXEntityDescription *root : model.entities()) {
+        if (!root->parent()) {
+            for (const KXPropertyDescription *column : columnsOfTable(*root))
+                known.insert(inFile(createIndex(*root, *column, "main").second));
+        }
+    }
+    // The indexes of primary keys have no statement.
+    KXStatement query = connection.prepare("SELECT type, name, sql FROM sqlite_schema WHERE sql IS NOT NULL");
+    int code = query ? SQLITE_ROW : SQLITE_ERROR;
+    while (query && (code = query.step()) == SQLITE_ROW) {
+        const QByteArray sql = query.bytes(0) == "table" ? sorted(query.bytes(2)) : query.bytes(2);
+        missing.remove(sql);
+        if (!known.contains(sql))
+            return schemaError(KXStoreErrorCode::Damaged,
+                KXStringWithFormat(
+                    "The store holds the %@ \"%@\", which is none of its model's", query.text(0), query.text(1)));
+    }
+    if (code == SQLITE_DONE && !missing.isEmpty())
+        return schemaError(KXStoreErrorCode::Damaged, u"The store lacks tables of its model"_s);
+    return code == SQLITE_DONE ? KXError() : connection.lastError();
 }
 
 KXError KXStoreSchema::updateIndexes(KXSQLiteConnection &connection, const KXManagedObjectModel &model)

@@ -34,12 +34,21 @@ using Metadata = KXStoreMetadata;
 
 [[nodiscard]] KXError readMetadata(KXSQLiteConnection &connection, Metadata &metadata);
 
+/// The next key that nobody has reserved; 0 where the sequence is broken.
+[[nodiscard]] qint64 nextKey(KXSQLiteConnection &connection);
+/// Beyond this no key is reserved: sums of keys stay far from what 64 bits hold.
+inline constexpr qint64 LastKey = qint64(1) << 62;
+
 /// Writes model and hashes beside the UUID that the metadata holds.
 [[nodiscard]] KXError writeMetadata(KXSQLiteConnection &connection, const KXManagedObjectModel &model,
     Metadata &metadata, const QByteArray &schema = "main");
 
-/// Makes all tables and indexes in one transaction and gives the store a new UUID.
-[[nodiscard]] KXError create(KXSQLiteConnection &connection, const KXManagedObjectModel &model, Metadata &metadata);
+/// Makes a closed store of all tables and indexes, with a new UUID, in a file that is not there yet and that nobody
+/// else knows. Not synced; what is left of it after an error is the caller's to remove.
+[[nodiscard]] KXError create(const QString &path, const QByteArray &vfs, const KXManagedObjectModel &model);
+
+/// Damaged where the store holds anything but the model's tables and indexes: what is stored in a file is never run.
+[[nodiscard]] KXError checkSchema(KXSQLiteConnection &connection, const KXManagedObjectModel &model);
 
 /// Adds the indexes that the model asks for and drops those that it no longer does.
 [[nodiscard]] KXError updateIndexes(KXSQLiteConnection &connection, const KXManagedObjectModel &model);

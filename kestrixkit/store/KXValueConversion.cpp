@@ -74,6 +74,22 @@ QVariant decimalFrom(const QVariant &value)
     return {};
 }
 
+bool hasWholeTexts(const QVariant &value)
+{
+    if (value.typeId() == QMetaType::QString)
+        return KXValueConversion::isWholeText(value.toString());
+    if (value.typeId() == QMetaType::QStringList || value.typeId() == QMetaType::QVariantList) {
+        const QVariantList list = value.toList();
+        return std::all_of(list.begin(), list.end(), hasWholeTexts);
+    }
+    if (value.typeId() == QMetaType::QVariantMap || value.typeId() == QMetaType::QVariantHash) {
+        const QVariantMap map = value.toMap();
+        return std::all_of(map.keyBegin(), map.keyEnd(), KXValueConversion::isWholeText)
+            && std::all_of(map.begin(), map.end(), hasWholeTexts);
+    }
+    return true;
+}
+
 QCborValue cborFrom(const QVariant &value)
 {
     if (value.typeId() == qMetaTypeId<KXDecimal>())
@@ -141,9 +157,10 @@ QVariant KXValueConversion::convert(const QVariant &value, KXAttributeType type)
     case KXAttributeType::Decimal:
         return decimalFrom(value);
     case KXAttributeType::String:
-        return value.typeId() == QMetaType::QString ? value : QVariant();
+        return value.typeId() == QMetaType::QString && isWholeText(value.toString()) ? value : QVariant();
     case KXAttributeType::Date:
         return value.typeId() == QMetaType::QDateTime && value.toDateTime().isValid()
+                && isDateInRange(value.toDateTime())
             ? QVariant(value.toDateTime().toUTC())
             : QVariant();
     case KXAttributeType::URI:
@@ -159,9 +176,17 @@ QVariant KXValueConversion::convert(const QVariant &value, KXAttributeType type)
     case KXAttributeType::Binary:
         return value.typeId() == QMetaType::QByteArray ? value : QVariant();
     case KXAttributeType::Variant:
-        return value;
+        return hasWholeTexts(value) ? value : QVariant();
     }
     return {};
+}
+
+bool KXValueConversion::isWholeText(QStringView text)
+{
+    bool surrogates = false;
+    for (const QChar c : text)
+        surrogates |= c.isSurrogate();
+    return !surrogates || text.isValidUtf16();
 }
 
 QByteArray KXValueConversion::bytesFromVariant(const QVariant &value) { return cborFrom(value).toCbor(); }

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <algorithm>
+#include <limits>
+
 #include <QByteArray>
 #include <QDateTime>
 #include <QUrl>
@@ -15,8 +18,20 @@ namespace KXValueConversion {
 /// type's range. Never changes a value silently: 2.5 is no integer.
 [[nodiscard]] QVariant convert(const QVariant &value, KXAttributeType type);
 
-/// Microseconds since 1970 UTC; QDateTime carries milliseconds, so the last three digits come out as 0.
-[[nodiscard]] inline qint64 microsecondsFromDate(const QDateTime &date) { return date.toMSecsSinceEpoch() * 1000; }
+/// The furthest moments that 64 bits of microseconds can tell, in milliseconds from 1970: 292,277 years.
+inline constexpr qint64 furthestDate = std::numeric_limits<qint64>::max() / 1000;
+[[nodiscard]] inline bool isDateInRange(const QDateTime &date)
+{
+    return date.toMSecsSinceEpoch() <= furthestDate && date.toMSecsSinceEpoch() >= -furthestDate;
+}
+/// Microseconds since 1970 UTC; QDateTime carries milliseconds, so the last three digits come out as 0. Dates beyond
+/// the furthest are taken for it.
+[[nodiscard]] inline qint64 microsecondsFromDate(const QDateTime &date)
+{
+    return std::clamp(date.toMSecsSinceEpoch(), -furthestDate, furthestDate) * 1000;
+}
+/// Whether UTF-8, and so a file, can hold the text: it has no half of a surrogate pair. Quick for ordinary texts.
+[[nodiscard]] bool isWholeText(QStringView text);
 [[nodiscard]] inline QDateTime dateFromMicroseconds(qint64 microseconds)
 {
     // Rounded down, also before 1970.

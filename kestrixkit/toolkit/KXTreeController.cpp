@@ -280,49 +280,71 @@ void KXTreeController::rearrange()
             break;
         }
         std::erase_if(m_levels, [&](const auto &level) { return level.first != 0 && !living.contains(level.first); });
-        removeDead(*m_root, living);
+        removeDead(living);
         // From the top down: whoever gets children stands in place already, so it cannot be below one of them.
         for (const auto &[key, objects] : wanted)
             arrange(key == 0 ? *m_root : *m_nodes.at(key), objects);
-        removeDead(*m_root, living);
+        removeDead(living);
     }
     m_rearranging = false;
 }
 
-/// Takes out what has nothing living in it; what stays for a while are dead nodes above living ones. Answers whether
-/// there is life.
-bool KXTreeController::removeDead(KXTreeNode &node, const std::unordered_set<qint64> &living)
+/// Takes out what has nothing living in it; what stays for a while are dead nodes above living ones. Without recursion,
+/// as all of it: a stored tree may be deeper than the stack.
+void KXTreeController::removeDead(const std::unordered_set<qint64> &living)
 {
-    std::vector<bool> dead;
-    for (const auto &child : node.m_children)
-        dead.push_back(!removeDead(*child, living));
-    const bool lives = &node == m_root.get() || living.contains(node.m_key)
-        || std::find(dead.begin(), dead.end(), false) != dead.end();
-    for (int end = int(dead.size()); lives && end > 0; --end) {
+    struct Place
+    {
+        KXTreeNode *node;
+        size_t parent;
+        bool lives;
+    };
+    std::vector<Place> places { { m_root.get(), 0, true } };
+    for (size_t i = 0; i < places.size(); ++i) {
+        for (const auto &child : places[i].node->m_children)
+            places.push_back({ child.get(), i, living.contains(child->m_key) });
+    }
+    for (size_t i = places.size(); i-- > 0;) {
+        if (places[i].lives)
+            places[places[i].parent].lives = true;
+    }
+    // From the bottom up; a node's children lie one after the other in the list, the last of them at `end`.
+    size_t end = places.size();
+    for (size_t i = places.size(); i-- > 0;) {
+        const size_t first = end - places[i].node->m_children.size();
+        if (places[i].lives)
+            removeDeadChildren(*places[i].node, [&](int row) { return !places[first + size_t(row)].lives; });
+        end = first;
+    }
+}
+
+void KXTreeController::removeDeadChildren(KXTreeNode &node, const std::function<bool(int row)> &isDead)
+{
+    for (int end = node.childCount(); end > 0; --end) {
         int first = end;
-        while (first > 0 && dead[size_t(first) - 1])
+        while (first > 0 && isDead(first - 1))
             --first;
         if (first == end)
             continue;
         beginRemoveRows(indexForNode(&node), first, end - 1);
         // They end after the views have heard.
         const auto from = node.m_children.begin() + first, to = node.m_children.begin() + end;
-        const std::vector<std::unique_ptr<KXTreeNode>> gone(std::make_move_iterator(from), std::make_move_iterator(to));
+        std::vector<std::unique_ptr<KXTreeNode>> gone(std::make_move_iterator(from), std::make_move_iterator(to));
         node.m_children.erase(from, to);
         node.renumberFrom(first);
+        std::vector<const KXTreeNode *> below;
         for (const auto &child : gone)
-            forget(*child);
+            below.push_back(child.get());
+        while (!below.empty()) {
+            const KXTreeNode *const each = below.back();
+            below.pop_back();
+            m_nodes.erase(each->m_key);
+            for (const auto &child : each->m_children)
+                below.push_back(child.get());
+        }
         endRemoveRows();
         end = first + 1;
     }
-    return lives;
-}
-
-void KXTreeController::forget(const KXTreeNode &node)
-{
-    m_nodes.erase(node.m_key);
-    for (const auto &child : node.m_children)
-        forget(*child);
 }
 
 /// Brings the wanted objects below the node, in order. What else is there (it will be moved, or is dead) stays among

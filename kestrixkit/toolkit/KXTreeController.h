@@ -141,10 +141,10 @@ private:
     [[nodiscard]] bool readLevels(std::span<const KXRef<KXManagedObject>> parents);
     [[nodiscard]] KXRef<KXManagedObject> parentOf(const KXManagedObject *object) const;
     void arrange(KXTreeNode &parent, const Objects &wanted);
-    bool removeDead(KXTreeNode &node, const std::unordered_set<qint64> &living);
+    void removeDead(const std::unordered_set<qint64> &living);
+    void removeDeadChildren(KXTreeNode &node, const std::function<bool(int row)> &isDead);
     void insertRows(KXTreeNode &parent, int row, std::span<const KXRef<KXManagedObject>> objects);
     void moveRow(KXTreeNode &from, int row, KXTreeNode &to, int toRow);
-    void forget(const KXTreeNode &node);
     [[nodiscard]] KXTreeNode *node(const KXManagedObject *object) const;
     void select(const QList<const KXTreeNode *> &nodes);
     void updateSelection();

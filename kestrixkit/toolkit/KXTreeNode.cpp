@@ -1,6 +1,19 @@
 #include <kestrixkit/toolkit/KXTreeNode.h>
 
-KXTreeNode::~KXTreeNode() = default;
+#include <algorithm>
+#include <iterator>
+
+KXTreeNode::~KXTreeNode()
+{
+    // Taken apart from the top: a stored tree may be deeper than the stack.
+    std::vector<std::unique_ptr<KXTreeNode>> rest = std::move(m_children);
+    while (!rest.empty()) {
+        const std::unique_ptr<KXTreeNode> node = std::move(rest.back());
+        rest.pop_back();
+        std::move(node->m_children.begin(), node->m_children.end(), std::back_inserter(rest));
+        node->m_children.clear();
+    }
+}
 
 QList<const KXTreeNode *> KXTreeNode::childNodes() const
 {

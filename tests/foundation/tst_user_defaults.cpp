@@ -1,5 +1,9 @@
 #include <thread>
 
+#include <sys/stat.h>
+
+#include <QCborMap>
+#include <QDir>
 #include <QEventLoop>
 #include <QFile>
 #include <QSettings>
@@ -8,6 +12,7 @@
 #include <QUuid>
 #include <gtest/gtest.h>
 
+#include <kestrixkit/foundation/KXArchive.h>
 #include <kestrixkit/foundation/KXBundle.h>
 #include <kestrixkit/foundation/KXMainQueue.h>
 #include <kestrixkit/foundation/KXObserver.h>
@@ -158,6 +163,47 @@ TEST_F(UserDefaults, ChangesAreAnnouncedPerKey)
     KXMainQueue::async([&] { loop.quit(); });
     loop.exec();
     EXPECT_EQ(observed.last(), 2);
+}
+
+TEST_F(UserDefaults, WhatCannotBeReadIsKeptAside)
+{
+    const KXTestLog log;
+    const auto write = [this](const QByteArray &bytes) {
+        QDir().mkpath(QFileInfo(m_file).path());
+        QFile file(m_file);
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(bytes);
+    };
+    const auto aside = [this] {
+        return QFileInfo(m_file).dir().entryInfoList({ u"defaults.cbor.unreadable-*"_s }, QDir::Files | QDir::System);
+    };
+    const QByteArray newer = KXArchive::archive(u"kestrix.defaults", 2, QCborMap { { u"theme"_s, u"dark"_s } });
+    write(newer);
+    for (int i = 0; i < 2; ++i) // the second finds it kept
+        EXPECT_EQ(KXUserDefaults(m_file).valueForKey(u"theme"_s), QVariant());
+    ASSERT_EQ(aside().size(), 1);
+    KXUserDefaults defaults(m_file);
+    defaults.setValue(u"theme"_s, u"light"_s);
+    EXPECT_TRUE(defaults.synchronize());
+    EXPECT_EQ(KXUserDefaults(m_file).stringForKey(u"theme"_s), u"light"_s);
+    QFile kept(aside().value(0).filePath());
+    ASSERT_TRUE(kept.open(QIODevice::ReadOnly));
+    EXPECT_EQ(kept.readAll(), newer);
+
+    // A pipe is not waited for, whether it is there from the start or comes later.
+    QFile::remove(m_file);
+    ASSERT_EQ(::mkfifo(QFile::encodeName(m_file).constData(), 0600), 0);
+    EXPECT_TRUE(defaults.synchronize());
+    QFile::remove(m_file);
+    ASSERT_EQ(::mkfifo(QFile::encodeName(m_file).constData(), 0600), 0);
+    KXUserDefaults other(m_file);
+    other.setValue(u"theme"_s, u"dark"_s);
+    EXPECT_TRUE(other.synchronize());
+    EXPECT_EQ(KXUserDefaults(m_file).stringForKey(u"theme"_s), u"dark"_s);
+    EXPECT_GE(aside().size(), 2);
+    struct stat status = {};
+    ::stat(QFile::encodeName(m_file).constData(), &status);
+    EXPECT_EQ(status.st_mode & 0777, 0600U) << "a new file is its owner's alone";
 }
 
 TEST_F(UserDefaults, ManyThreadsMayUseThem)

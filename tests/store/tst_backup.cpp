@@ -199,9 +199,13 @@ TEST_F(Backup, thatFailsLeavesStoreAndOlderOnes)
     coordinator = Versions::open(path);
     EXPECT_TRUE(log.contains(u"[crate-01052026-bck.cpgz] Failed to copy backup file crate.db: "_s));
     EXPECT_TRUE(QFileInfo::exists(staging)) << "is left";
+    Library::write(staging + "/notes.txt"_L1, "somebody's");
     coordinator->backupPersistentStores();
     EXPECT_TRUE(log.contains(u"[crate-01052026-bck.cpgz] Failed to create backup folder %1: "_s.arg(staging)));
     EXPECT_EQ(archives(), before);
+    EXPECT_TRUE(QFile::remove(staging + "/notes.txt"_L1));
+    EXPECT_TRUE(coordinator->store()->createBackup()) << "what was left is no hindrance";
+    EXPECT_FALSE(QFileInfo::exists(staging));
     EXPECT_EQ(Versions::tracks(path).size(), 3);
     QFile::remove(path);
     coordinator->backupPersistentStores();

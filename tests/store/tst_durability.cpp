@@ -4,6 +4,7 @@
 #include <iostream>
 
 #include <QCryptographicHash>
+#include <QDir>
 #include <QFile>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
@@ -149,18 +150,32 @@ private:
     const QByteArray m_vfs;
 };
 
+/// What may be in a file, and the keys that were given out.
+struct Expected
+{
+    explicit Expected(const Worker &worker)
+        : confirmed(worker.confirmed)
+        , attempted(worker.attempted)
+        , keys(worker.keys)
+    {
+    }
+    QStringList confirmed;
+    QList<QStringList> attempted;
+    QSet<qint64> keys;
+};
+
 /// Opens the file and compares.
-void expectIntact(const QString &path, const QByteArray &vfs, const Worker &worker)
+void expectIntact(const QString &path, const QByteArray &vfs, const Expected &expected)
 {
     KXError error;
     Worker heir(path, vfs);
-    heir.keys = worker.keys;
+    heir.keys = expected.keys;
     ASSERT_TRUE(heir.open(&error)) << error.localizedDescription().toStdString();
     const QStringList found = Library::dump(*heir.context);
-    EXPECT_TRUE(found == worker.confirmed || worker.attempted.contains(found))
+    EXPECT_TRUE(found == expected.confirmed || expected.attempted.contains(found))
         << "found\n"
         << found.join(u'\n').toStdString() << "\nconfirmed\n"
-        << worker.confirmed.join(u'\n').toStdString();
+        << expected.confirmed.join(u'\n').toStdString();
     heir.insert("Genre"_L1, u"new"_s); // with a key never given out before
     EXPECT_TRUE(heir.save(&error)) << error.localizedDescription().toStdString();
     heir.close();
@@ -188,8 +203,10 @@ TEST(Durability, everyOperationMayFail)
         { "each operation once", SQLITE_IOERR, false, true, FaultVfs::All },
         { "all from one on, until it is mended", SQLITE_IOERR, true, true, FaultVfs::All },
         { "all from one on, to the end", SQLITE_IOERR, true, false, FaultVfs::All },
-        { "the disk is full", SQLITE_FULL, true, true, FaultVfs::Write | FaultVfs::OpenForWriting },
-        { "the disk stays full", SQLITE_FULL, true, false, FaultVfs::Write | FaultVfs::OpenForWriting },
+        { "the disk is full", SQLITE_FULL, true, true,
+            FaultVfs::Write | FaultVfs::OpenForWriting | FaultVfs::FileWrite },
+        { "the disk stays full", SQLITE_FULL, true, false,
+            FaultVfs::Write | FaultVfs::OpenForWriting | FaultVfs::FileWrite },
         { "the file may no longer be written", SQLITE_READONLY, true, false, FaultVfs::Write },
     };
     const KXTestLog log;
@@ -198,7 +215,7 @@ TEST(Durability, everyOperationMayFail)
             SCOPED_TRACE(row.what + (": operation " + std::to_string(nth)));
             const QTemporaryDir folder;
             const QString path = folder.filePath(u"library.db"_s);
-            FaultVfs vfs;
+            FaultVfs vfs(FaultVfs::MachineWide);
             vfs.failAt(nth, row.code, row.onwards, row.kinds);
             Worker worker(path, vfs.name());
             // Does what must succeed in the end, and may fail as long as the disk does.
@@ -242,7 +259,7 @@ TEST(Durability, everyOperationMayFail)
             }();
             worker.close(); // folds the log in, or tries to
             vfs.heal();
-            expectIntact(path, vfs.name(), worker);
+            expectIntact(path, vfs.name(), Expected(worker));
             if (row.heals) {
                 EXPECT_EQ(worker.confirmed.size(), 4);
             }
@@ -262,32 +279,41 @@ TEST(Durability, powerCuts)
     const KXTestLog log;
     for (int round = 0; round < KXTestRandom::scaled(30); ++round) {
         const QTemporaryDir folder;
-        FaultVfs vfs;
-        FaultVfs mended;
-        Worker worker(folder.filePath(u"library.db"_s), vfs.name());
-        const double likely = round == 0 ? 1 : 0.05;
-        std::mt19937_64 seeds(random.engine()());
-        vfs.setHook([&](qint64 operation) {
-            if (std::uniform_real_distribution(0.0, 1.0)(seeds) >= likely || ::testing::Test::HasFailure())
-                return;
-            const quint64 seed = seeds();
-            SCOPED_TRACE("before operation " + std::to_string(operation) + ", cut " + std::to_string(seed));
-            const QTemporaryDir left;
-            vfs.cut(left.path(), seed);
-            expectIntact(left.filePath(u"library.db"_s), mended.name(), worker);
-        });
-        ASSERT_TRUE(worker.open());
-        for (int save = 0; save < 12; ++save) {
-            worker.change(random);
-            if (random.chance(0.1)) {
-                worker.close(); // what is pending is given up
-                ASSERT_TRUE(worker.open());
-            } else {
-                ASSERT_TRUE(worker.save());
+        const QTemporaryDir left; // a folder for each cut
+        QList<std::pair<std::string, Expected>> cuts;
+        {
+            FaultVfs vfs(FaultVfs::MachineWide);
+            Worker worker(folder.filePath(u"library.db"_s), vfs.name());
+            const double likely = round == 0 ? 1 : 0.05;
+            std::mt19937_64 seeds(random.engine()());
+            vfs.setHook([&](qint64 operation) {
+                if (std::uniform_real_distribution(0.0, 1.0)(seeds) >= likely)
+                    return;
+                const quint64 seed = seeds();
+                const QString cut = left.filePath(QString::number(cuts.size()));
+                QDir().mkdir(cut);
+                vfs.cut(cut, seed);
+                cuts.append({ "before operation " + std::to_string(operation) + ", cut " + std::to_string(seed),
+                    Expected(worker) });
+            });
+            ASSERT_TRUE(worker.open());
+            for (int save = 0; save < 12; ++save) {
+                worker.change(random);
+                if (random.chance(0.1)) {
+                    worker.close(); // what is pending is given up
+                    ASSERT_TRUE(worker.open());
+                } else {
+                    ASSERT_TRUE(worker.save());
+                }
             }
+            worker.close();
         }
-        worker.close();
-        ASSERT_FALSE(::testing::Test::HasFailure());
+        const FaultVfs sound(FaultVfs::MachineWide); // which does not wait for the disk
+        for (qsizetype cut = 0; cut < cuts.size(); ++cut) {
+            SCOPED_TRACE(cuts[cut].first);
+            expectIntact(left.filePath(QString::number(cut) + "/library.db"_L1), sound.name(), cuts[cut].second);
+            ASSERT_FALSE(::testing::Test::HasFailure());
+        }
     }
 }
 

@@ -105,10 +105,11 @@ public:
         // All archives are whole, and not fewer than before.
         const QList<QUrl> archives = coordinator->store()->existingBackupFileURLs();
         EXPECT_GE(archives.size(), 5);
-        const QTemporaryDir unpacked;
-        for (const QUrl &archive : archives)
+        for (const QUrl &archive : archives) {
+            const QTemporaryDir unpacked;
             EXPECT_FALSE(KXStoreArchiver::unpack(archive.toLocalFile(), unpacked.path()))
                 << archive.toString().toStdString();
+        }
         // No folder is left behind by a deed that came to its end, but a staging folder whose links failed.
         EXPECT_FALSE(QFileInfo::exists(path + "-replacing"_L1));
         EXPECT_TRUE(Versions::add(coordinator, u"afterwards"_s));

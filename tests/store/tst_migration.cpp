@@ -258,9 +258,6 @@ TEST_F(MigrationBundle, mappingModelsLeadFromVersionToVersion)
     refused(KXStoreErrorCode::NoMapping, u"2to3.cdm"_s);
     addMapping(2, 3, lossyTempo);
     Library::write(stores.filePath(u"crate.Library 2.db"_s), "somebody's");
-    EXPECT_FALSE(Coordinator::progressivelyMigrateURL(url, type, Versions::model(3), &error))
-        << "the intermediate file is in the way";
-    QFile::remove(stores.filePath(u"crate.Library 2.db"_s));
     EXPECT_FALSE(Coordinator::progressivelyMigrateURL(url, u"XML"_s, Versions::model(3), &error));
     EXPECT_EQ(Versions::versionOf(path), 1);
 
@@ -269,7 +266,8 @@ TEST_F(MigrationBundle, mappingModelsLeadFromVersionToVersion)
     EXPECT_EQ(Versions::versionOf(path), 3);
     EXPECT_EQ(Versions::tracks(path), tracks);
     const QStringList files = Versions::files(stores.path());
-    ASSERT_EQ(files.size(), 3);
+    ASSERT_EQ(files.size(), 4);
+    EXPECT_TRUE(files.contains(u"crate.Library 2.db"_s)) << "which looks like one of ours, but is somebody's";
     EXPECT_EQ(files.filter(QRegularExpression(u"^[0-9A-F-]{36}\\.Library [23]\\.db$"_s)).size(), 2);
     const auto context = KXManagedObjectContext::contextWithPersistentStoreCoordinator(Versions::open(path));
     EXPECT_EQ(context->countForEntity(u"Song"_s, KXPredicate::predicateWithFormat("tempo IN {120, 121}")), 2);
@@ -345,28 +343,31 @@ TEST(Migration, thatWasInterruptedIsFinishedOrTakenBack)
         QStringList left;
         bool isSaid; ///< in the log
     };
-    const char *const begun = "{\"fresh\":\"crate-1.db\",\"kept\":\"crate-2.db\"}\n";
-    const char *const whole = "{\"fresh\":\"crate-1.db\",\"kept\":\"crate-2.db\"}\nwhole\n";
+#define NEW "crate-6F9619FF-8B86-D011-B42D-00C04FC964F1.db"
+#define OLD "crate-6F9619FF-8B86-D011-B42D-00C04FC964F2.db"
+    const char *const begun = "{\"fresh\":\"" NEW "\",\"kept\":\"" OLD "\"}\n";
+    const char *const whole = "{\"fresh\":\"" NEW "\",\"kept\":\"" OLD "\"}\nwhole\n";
     const Row rows[] = {
-        { "the new store was being written", begun,
-            { { "crate.db", "old" }, { "crate-1.db", "" }, { "crate-1.db-journal", "" } }, "old", { u"crate.db"_s },
-            true },
-        { "it was written, nothing was moved", whole, { { "crate.db", "old" }, { "crate-1.db", "new" } }, "old",
-            { u"crate.db"_s }, true },
-        { "the old store was moved", whole,
-            { { "crate-2.db", "old" }, { "crate-1.db", "new" }, { "crate.db-wal", "of the old one" } }, "new",
-            { u"crate-2.db"_s, u"crate.db"_s }, true },
-        { "the old store was moved after a failure", begun, { { "crate-2.db", "old" }, { "crate-1.db", "" } }, "old",
-            { u"crate.db"_s }, true },
-        { "all was moved", whole, { { "crate-2.db", "old" }, { "crate.db", "new" } }, "new",
-            { u"crate-2.db"_s, u"crate.db"_s }, false },
-        { "replaced in one step", "{\"fresh\":\"crate-1.db\"}\nwhole\n", { { "crate.db", "new" } }, "new",
-            { u"crate.db"_s }, false },
-        { "not replaced yet", "{\"fresh\":\"crate-1.db\"}\nwhole\n", { { "crate.db", "old" }, { "crate-1.db", "new" } },
+        { "the new store was being written", begun, { { "crate.db", "old" }, { NEW, "" }, { NEW "-journal", "" } },
             "old", { u"crate.db"_s }, true },
-        { "the note was not on the disk yet", "{\"fres", { { "crate.db", "old" } }, "old", { u"crate.db"_s }, false },
-        { "the note leads out of the folder", "{\"fresh\":\"../crate-1.db\"}\n", { { "crate.db", "old" } }, "old",
+        { "it was written, nothing was moved", whole, { { "crate.db", "old" }, { NEW, "new" } }, "old",
+            { u"crate.db"_s }, true },
+        { "the old store was moved", whole, { { OLD, "old" }, { NEW, "new" }, { "crate.db-wal", "of the old one" } },
+            "new", { QString(QLatin1StringView(OLD)), u"crate.db"_s }, true },
+        { "the old store was moved after a failure", begun, { { OLD, "old" }, { NEW, "" } }, "old", { u"crate.db"_s },
+            true },
+        { "all was moved", whole, { { OLD, "old" }, { "crate.db", "new" } }, "new",
+            { QString(QLatin1StringView(OLD)), u"crate.db"_s }, false },
+        { "replaced in one step", "{\"fresh\":\"" NEW "\"}\nwhole\n", { { "crate.db", "new" } }, "new",
             { u"crate.db"_s }, false },
+        { "not replaced yet", "{\"fresh\":\"" NEW "\"}\nwhole\n", { { "crate.db", "old" }, { NEW, "new" } }, "old",
+            { u"crate.db"_s }, true },
+        { "the note was not on the disk yet", "{\"fres", { { "crate.db", "old" } }, "old", { u"crate.db"_s }, false },
+        { "the note leads out of the folder", "{\"fresh\":\"../" NEW "\"}\n", { { "crate.db", "old" } }, "old",
+            { u"crate.db"_s }, false },
+        { "the note names what is none of ours", "{\"fresh\":\"thesis.txt\",\"kept\":\"crate-2024.db\"}\nwhole\n",
+            { { "crate.db", "old" }, { "thesis.txt", "" }, { "crate-2024.db", "mine" } }, "old",
+            { u"crate-2024.db"_s, u"crate.db"_s, u"thesis.txt"_s }, false },
     };
     for (const Row &row : rows) {
         SCOPED_TRACE(row.what);
@@ -386,4 +387,6 @@ TEST(Migration, thatWasInterruptedIsFinishedOrTakenBack)
         EXPECT_EQ(Versions::files(folder.path()), row.left);
         EXPECT_EQ(log.contains(u"interrupted"_s), row.isSaid);
     }
+#undef NEW
+#undef OLD
 }

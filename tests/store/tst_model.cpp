@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <kestrixkit/foundation/KXBundle.h>
+#include <kestrixkit/foundation/KXException.h>
 
 #include "store/Library.h"
 #include "support/KXTestLog.h"
@@ -38,6 +39,59 @@ TEST(Models, roundTripAsJSON)
     EXPECT_EQ(hash(Property(a).indexed(), b), hash(a, b));
     EXPECT_NE(hash(Property(a).required(), b), hash(a, b));
     EXPECT_NE(hash(Property::attribute(u"a"_s, KXAttributeType::Integer64), b), hash(a, b));
+}
+
+TEST(Models, thatAreTooLargeAreRefusedWithTheLimit)
+{
+    const auto entity = [](const QString &name, const QString &parent, int properties) {
+        KXEntityDescription made(name, parent);
+        for (int i = 0; i < properties; ++i)
+            made.add(Property::attribute(name + QString::number(i), KXAttributeType::Integer32));
+        return made;
+    };
+    const auto refusal = [](const QList<KXEntityDescription> &entities) {
+        try {
+            return KXManagedObjectModel::make(entities) ? QString() : u"nothing"_s;
+        } catch (const KXException &mistake) {
+            return mistake.reason();
+        }
+    };
+    const int most = KXManagedObjectModel::MostProperties;
+    EXPECT_EQ(refusal({ entity(u"A"_s, {}, most) }), QString());
+    EXPECT_TRUE(refusal({ entity(u"A"_s, {}, most + 1) }).contains(u"more than 256"_s));
+    EXPECT_TRUE(refusal({ entity(u"A"_s, {}, most), entity(u"B"_s, u"A"_s, 1) }).contains(u"\"B\""_s));
+
+    // At the limit all works: a setter of the last property, undo and a save.
+    const QTemporaryDir folder;
+    KXError error;
+    const auto coordinator
+        = Coordinator::persistentStoreCoordinatorWithStoreURL(QUrl::fromLocalFile(folder.filePath(u"wide.db"_s)),
+            KXManagedObjectModel::make({ entity(u"A"_s, {}, most) }), &error);
+    const auto context = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
+    ASSERT_TRUE(context) << error.localizedDescription().toStdString();
+    const auto object = context->managedObjectForEntity(u"A"_s);
+    EXPECT_TRUE(object->setValueForKey(u"A255"_s, 7));
+    EXPECT_TRUE(context->save(&error)) << error.localizedDescription().toStdString();
+
+    QList<KXEntityDescription> family { entity(u"A"_s, {}, 0) };
+    for (int i = 0; i < 8; ++i)
+        family.append(entity(u"B%1_"_s.arg(i), u"A"_s, 250));
+    EXPECT_TRUE(refusal(family).contains(u"more than 1900"_s));
+    family.removeLast();
+    EXPECT_EQ(refusal(family), QString());
+    const auto wide = Coordinator::persistentStoreCoordinatorWithStoreURL(
+        QUrl::fromLocalFile(folder.filePath(u"family.db"_s)), KXManagedObjectModel::make(family), &error);
+    ASSERT_TRUE(wide) << error.localizedDescription().toStdString();
+    const auto other = KXManagedObjectContext::contextWithPersistentStoreCoordinator(wide);
+    EXPECT_TRUE(other->managedObjectForEntity(u"B6_"_s)->setValueForKey(u"B6_249"_s, 7));
+    EXPECT_TRUE(other->save(&error)) << error.localizedDescription().toStdString();
+    EXPECT_EQ(other->countForEntity(u"A"_s), 1);
+
+    QList<KXEntityDescription> chain;
+    for (int i = 20'000; i > 0; --i)
+        chain.append(KXEntityDescription(u"E%1"_s.arg(i), i > 1 ? u"E%1"_s.arg(i - 1) : QString()));
+    EXPECT_TRUE(refusal(chain).contains(u"20000 entities, more than 1000"_s)) << refusal(chain).toStdString();
+    EXPECT_EQ(refusal(chain.last(1000)), QString());
 }
 
 TEST(Models, mergeTheCurrentVersionsOfTheBundles)
@@ -94,7 +148,16 @@ TEST(Models, mergeTheCurrentVersionsOfTheBundles)
         R"({"entities": [{"name": "A", "parent": "B"}]})",
         R"({"entities": [{"name": "A", "attributes": [{"name": "a", "type": "text"}]}]})",
         R"({"entities": [{"name": "A", "attributes": [{"name": "kx_id", "type": "string"}]}]})",
-        R"({"entities": [{"name": "A"}, {"name": "A"}]})",
+        R"({"entities": [{"name": "A"}, {"name": "A"}]})", R"({"entities": [{"name": "A"}, {"name": "a"}]})",
+        R"({"entities": [{"name": "kx_metadata"}]})", R"({"entities": [{"name": "KX_Sequence"}]})",
+        R"({"entities": [{"name": "sqlite_master"}]})", "{\"entities\": [{\"name\": \"A\\u0000B\"}]}",
+        R"({"entities": [{"name": "A", "attributes": [{"name": "KX_id", "type": "string"}]}]})",
+        R"({"entities": [{"name": "A", "relationships": [{"name": "r", "destination": "A", "toMany": true},
+            {"name": "R", "destination": "A", "toMany": true}]}]})",
+        R"({"entities": [{"name": "A.b", "relationships": [{"name": "c", "destination": "A", "toMany": true}]},
+            {"name": "A", "relationships": [{"name": "b.c", "destination": "A", "toMany": true}]}]})",
+        R"({"entities": [{"name": "A", "attributes": [{"name": "x", "type": "string"}, {"name": "x@A", "type": "string"},
+            {"name": "X", "type": "string"}]}]})",
         R"({"entities": [{"name": "A", "relationships": [{"name": "r", "destination": "B"}]}]})",
         R"({"entities": [{"name": "A", "relationships": [{"name": "r", "destination": "A", "inverse": "s"}]}]})",
         R"({"entities": [{"name": "A"}], "templates": [{"name": "t", "entity": "A", "predicate": "x =="}]})" };

@@ -59,6 +59,51 @@ class TreeTest : public ::testing::Test, public Grove
 {
 };
 
+// Recursion would take more stack than there is; what grew with the square would take minutes.
+TEST_F(TreeTest, mayBeOfAnyDepthAndWidth)
+{
+    constexpr int depth = 60'000;
+    constexpr int width = 300'000;
+    const auto fill = [&](int count, bool nested) {
+        const auto filling = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
+        KXRef<Branch> above;
+        for (int i = 0; i < count; ++i) {
+            const auto made = Branch::createInContext(*filling);
+            made->setTitle(QString::number(i));
+            made->setPosition(i);
+            made->setParent(above);
+            if (nested)
+                above = made;
+        }
+        ASSERT_TRUE(filling->save());
+    };
+    fill(depth, true);
+    {
+        KXTreeController tree(context, byPosition());
+        const auto nodes = tree.flattenedNodes();
+        ASSERT_EQ(nodes.size(), depth);
+        EXPECT_EQ(nodes.last()->indexPath().size(), depth);
+        tree.setSelectedObjects({ nodes.last()->representedObject() });
+        EXPECT_EQ(tree.selectionIndexPath().size(), depth);
+        // A cut in the middle: what lies below becomes a second tree, and goes when the top does.
+        Branch::cast(nodes[depth / 2]->representedObject())->setParent({});
+        context->processPendingChanges();
+        EXPECT_EQ(tree.rootNodes().size(), 2);
+        EXPECT_EQ(tree.flattenedNodes().size(), depth);
+        KXTreeRequest leaves = byPosition();
+        leaves.rootPredicate = KXPredicate::predicateWithFormat("position >= %d", depth - 1);
+        tree.setRequest(context, leaves);
+        EXPECT_EQ(tree.flattenedNodes().size(), 1);
+        context->rollback();
+    }
+    fill(width, false);
+    KXTreeController tree(context, byPosition());
+    EXPECT_EQ(tree.rootNodes().size(), width + 1);
+    context->managedObjectForEntity(u"Branch"_s);
+    context->processPendingChanges();
+    EXPECT_EQ(tree.rootNodes().size(), width + 2);
+}
+
 // Whatever is done to the objects, by whom and however often it is taken back: the tree is what the store says, and
 // got there by rows that came, went and moved.
 TEST_F(TreeTest, isWhatTheStoreSays)
