@@ -4,7 +4,7 @@
 
 #include <random>
 
-#include <kestrixkit/store/KXManagedObjectOf.h>
+#include <kestrixkit/context/KXManagedObjectOf.h>
 
 struct PlainTrack
 {

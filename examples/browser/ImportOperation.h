@@ -1,6 +1,6 @@
 #pragma once
 
-#include <kestrixkit/store/KXManagedObjectContextOperation.h>
+#include <kestrixkit/context/KXManagedObjectContextOperation.h>
 
 #include "Importer.h"
 

@@ -6,9 +6,9 @@
 
 #include <QHash>
 
+#include <kestrixkit/context/KXManagedObjectContext.h>
 #include <kestrixkit/foundation/KXClock.h>
-#include <kestrixkit/store/KXManagedObjectContext.h>
-#include <kestrixkit/store/KXPredicate.h>
+#include <kestrixkit/predicate/KXPredicate.h>
 
 #include "Parallel.h"
 #include "TagReaders.h"

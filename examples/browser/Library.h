@@ -5,9 +5,9 @@
 #include <QDateTime>
 #include <QUrl>
 
+#include <kestrixkit/context/KXManagedObjectOf.h>
+#include <kestrixkit/context/KXPersistentStoreCoordinator.h>
 #include <kestrixkit/foundation/KXError.h>
-#include <kestrixkit/store/KXManagedObjectOf.h>
-#include <kestrixkit/store/KXPersistentStoreCoordinator.h>
 
 class Track;
 

@@ -2,7 +2,7 @@
 
 #include <QCoreApplication>
 
-#include <kestrixkit/store/KXManagedObjectContext.h>
+#include <kestrixkit/context/KXManagedObjectContext.h>
 
 #include "Library.h"
 

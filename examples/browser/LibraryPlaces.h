@@ -3,9 +3,9 @@
 #include <QHash>
 #include <QObject>
 
+#include <kestrixkit/context/KXLiveList.h>
+#include <kestrixkit/counts/KXLiveCounts.h>
 #include <kestrixkit/filter_ui/KXViewState.h>
-#include <kestrixkit/filters/KXLiveCounts.h>
-#include <kestrixkit/store/KXLiveList.h>
 #include <kestrixkit/toolkit/KXTreeController.h>
 
 #include "Library.h"

@@ -5,9 +5,9 @@
 #include <QHash>
 #include <QPointer>
 
+#include <kestrixkit/counts/KXLiveCounts.h>
 #include <kestrixkit/filter_ui/KXFilterSetPresetDetailsViewController.h>
 #include <kestrixkit/filter_ui/KXFilterSetPresetsManagerViewController.h>
-#include <kestrixkit/filters/KXLiveCounts.h>
 
 class KXThemeableButton;
 

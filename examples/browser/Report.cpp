@@ -4,8 +4,8 @@
 
 #include <QJsonArray>
 
-#include <kestrixkit/store/KXManagedObjectContext.h>
-#include <kestrixkit/store/KXPredicate.h>
+#include <kestrixkit/context/KXManagedObjectContext.h>
+#include <kestrixkit/predicate/KXPredicate.h>
 
 #include "Presets.h"
 

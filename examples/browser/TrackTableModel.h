@@ -6,7 +6,7 @@
 #include <QAbstractTableModel>
 #include <QCache>
 
-#include <kestrixkit/store/KXLiveList.h>
+#include <kestrixkit/context/KXLiveList.h>
 
 #include "LibraryEditor.h"
 

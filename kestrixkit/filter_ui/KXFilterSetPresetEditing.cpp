@@ -4,9 +4,9 @@
 
 #include <QSet>
 
+#include <kestrixkit/context/KXManagedObjectContext.h>
 #include <kestrixkit/foundation/KXUndoManager.h>
 #include <kestrixkit/foundation/KXUserDefaults.h>
-#include <kestrixkit/store/KXManagedObjectContext.h>
 #include <kestrixkit/toolkit/KXAlert.h>
 #include <kestrixkit/toolkit/KXPasteboard.h>
 #include <kestrixkit/toolkit/KXTreeController.h>

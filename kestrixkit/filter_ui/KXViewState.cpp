@@ -6,8 +6,8 @@
 #include <QHash>
 #include <QSet>
 
+#include <kestrixkit/context/KXManagedObjectContext.h>
 #include <kestrixkit/source_list/KXSourceListItemController.h>
-#include <kestrixkit/store/KXManagedObjectContext.h>
 #include <kestrixkit/toolkit/KXNavigationStack.h>
 #include <kestrixkit/toolkit/KXViewController.h>
 

@@ -1,6 +1,6 @@
 #include <kestrixkit/filters/KXFacetFilter.h>
 
-#include <kestrixkit/store/KXTextFolding_p.h>
+#include <kestrixkit/predicate/KXTextFolding_p.h>
 
 using namespace Qt::StringLiterals;
 

@@ -1,8 +1,8 @@
 #pragma once
 
+#include <kestrixkit/context/KXManagedObjectOf.h>
 #include <kestrixkit/filters/KXCounts.h>
-#include <kestrixkit/store/KXManagedObjectOf.h>
-#include <kestrixkit/store/KXPredicate.h>
+#include <kestrixkit/predicate/KXPredicate.h>
 
 class KXFacetFilter;
 

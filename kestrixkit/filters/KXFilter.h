@@ -3,7 +3,7 @@
 #include <optional>
 
 #include <kestrixkit/filters/KXFilterTreeObject.h>
-#include <kestrixkit/store/KXPredicate.h>
+#include <kestrixkit/predicate/KXPredicate.h>
 
 class KXFilterSet;
 

@@ -1,8 +1,8 @@
 #pragma once
 
+#include <kestrixkit/context/KXManagedObjectContextOperation.h>
 #include <kestrixkit/filters/KXFilterSetMapper.h>
 #include <kestrixkit/filters/KXFilterSetPreset.h>
-#include <kestrixkit/store/KXManagedObjectContextOperation.h>
 
 /// Counts what one preset matches in one place of the application, in the background: the host subclasses it.
 ///

@@ -1,8 +1,8 @@
 #pragma once
 
+#include <kestrixkit/context/KXManagedObjectOf.h>
 #include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/foundation/KXSourceListItem.h>
-#include <kestrixkit/store/KXManagedObjectOf.h>
 
 /// Base of stored objects that form trees by the properties "position", "parent" and "children" of one class.
 ///

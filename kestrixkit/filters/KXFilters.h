@@ -1,6 +1,6 @@
 #pragma once
 
-#include <kestrixkit/store/KXManagedObjectModel.h>
+#include <kestrixkit/model/KXManagedObjectModel.h>
 
 /// The most comparisons that one query sent directly should hold. The local store runs larger predicates all the same;
 /// a host's remote queries have to split them.

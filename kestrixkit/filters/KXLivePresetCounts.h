@@ -4,9 +4,9 @@
 
 #include <QObject>
 
+#include <kestrixkit/counts/KXLiveCounts.h>
 #include <kestrixkit/filters/KXFilterSetMapper.h>
 #include <kestrixkit/filters/KXFilterSetPresetCountsProvider.h>
-#include <kestrixkit/filters/KXLiveCounts.h>
 #include <kestrixkit/foundation/KXNotificationCenter.h>
 
 /// Keeps the counts of all presets of a context right for one place of the application, whatever changes: the music,

@@ -4,8 +4,8 @@
 #include <cmath>
 #include <limits>
 
-#include <kestrixkit/store/KXEntityDescription.h>
-#include <kestrixkit/store/KXTextFolding_p.h>
+#include <kestrixkit/entity/KXEntityDescription.h>
+#include <kestrixkit/predicate/KXTextFolding_p.h>
 
 using namespace Qt::StringLiterals;
 

@@ -3,8 +3,8 @@
 #include <utility>
 #include <vector>
 
-#include <kestrixkit/store/KXPredicate.h>
-#include <kestrixkit/store/KXPredicateValue_p.h>
+#include <kestrixkit/predicate/KXPredicate.h>
+#include <kestrixkit/predicate/KXPredicateValue_p.h>
 
 class KXEntityDescription;
 

@@ -10,8 +10,9 @@
 #include <QStringList>
 #include <QUrl>
 
+#include <kestrixkit/entity/KXManagedObjectID.h>
 #include <kestrixkit/foundation/KXError.h>
-#include <kestrixkit/store/KXManagedObjectID.h>
+#include <kestrixkit/model/KXStoreMetadata.h>
 
 class KXPersistentStorePrivate;
 
@@ -20,14 +21,6 @@ inline constexpr QLatin1StringView KXSQLiteStoreType { "SQLite" };
 
 /// Told the part that is done, from 0 to 1, now and then during long work, on the thread that works. An estimate.
 using KXStoreProgress = std::function<void(double done)>;
-
-/// What a store file says about itself.
-struct KXStoreMetadata
-{
-    QString uuid;
-    QByteArray modelJSON; ///< of the model that it was written with
-    QMap<QString, QByteArray> versionHashes; ///< of that model's entities
-};
 
 /// One open store file. Owned by its coordinator; open until that goes. Any thread.
 class KX_CORE_EXPORT KXPersistentStore

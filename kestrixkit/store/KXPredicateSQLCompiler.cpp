@@ -4,7 +4,7 @@
 
 #include <QHash>
 
-#include <kestrixkit/store/KXPredicateEvaluator_p.h>
+#include <kestrixkit/predicate/KXPredicateEvaluator_p.h>
 
 using namespace Qt::StringLiterals;
 

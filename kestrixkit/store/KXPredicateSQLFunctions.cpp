@@ -6,9 +6,9 @@
 #include <sqlite3.h>
 
 #include <kestrixkit/foundation/KXDecimal.h>
-#include <kestrixkit/store/KXPredicateEvaluator_p.h>
+#include <kestrixkit/predicate/KXPredicateEvaluator_p.h>
+#include <kestrixkit/predicate/KXTextFolding_p.h>
 #include <kestrixkit/store/KXPredicateSQL_p.h>
-#include <kestrixkit/store/KXTextFolding_p.h>
 
 namespace {
 

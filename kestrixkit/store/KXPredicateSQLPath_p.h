@@ -5,9 +5,9 @@
 #include <QByteArray>
 #include <QStringList>
 
-#include <kestrixkit/store/KXEntityDescription.h>
+#include <kestrixkit/entity/KXEntityDescription.h>
+#include <kestrixkit/predicate/KXPredicateValue_p.h>
 #include <kestrixkit/store/KXPredicateSQL_p.h>
-#include <kestrixkit/store/KXPredicateValue_p.h>
 
 /// Thrown inside the compiler when a predicate has no SQL.
 struct KXPredicateSQLRefusal

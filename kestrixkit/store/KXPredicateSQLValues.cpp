@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include <kestrixkit/store/KXPredicateEvaluator_p.h>
+#include <kestrixkit/predicate/KXPredicateEvaluator_p.h>
 
 using namespace Qt::StringLiterals;
 

@@ -5,8 +5,8 @@
 #include <QByteArray>
 #include <QString>
 
-#include <kestrixkit/store/KXFetchRequest.h>
-#include <kestrixkit/store/KXPredicate.h>
+#include <kestrixkit/predicate/KXFetchRequest.h>
+#include <kestrixkit/predicate/KXPredicate.h>
 
 class KXEntityDescription;
 struct sqlite3;

@@ -2,9 +2,9 @@
 
 #include <QStringEncoder>
 
+#include <kestrixkit/entity/KXValueConversion_p.h>
 #include <kestrixkit/foundation/KXDecimal.h>
 #include <kestrixkit/store/KXStoreSchema_p.h>
-#include <kestrixkit/store/KXValueConversion_p.h>
 
 namespace {
 

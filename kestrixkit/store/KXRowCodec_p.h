@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include <kestrixkit/store/KXRowValues_p.h>
+#include <kestrixkit/entity/KXRowValues_p.h>
 #include <kestrixkit/store/KXSQLite_p.h>
 
 /// Between the rows of a table and the value blocks of one entity. Immutable; any thread.

@@ -6,7 +6,7 @@
 #include <QList>
 #include <QVariant>
 
-#include <kestrixkit/store/KXManagedObjectID.h>
+#include <kestrixkit/entity/KXManagedObjectID.h>
 
 /// One property of one row before and after a save.
 struct KXPropertyChange

@@ -3,7 +3,7 @@
 #include <QMap>
 #include <QString>
 
-#include <kestrixkit/store/KXManagedObjectModel.h>
+#include <kestrixkit/model/KXManagedObjectModel.h>
 #include <kestrixkit/store/KXPersistentStore.h>
 #include <kestrixkit/store/KXSQLite_p.h>
 

@@ -4,8 +4,8 @@
 
 #include <QItemSelectionModel>
 
+#include <kestrixkit/context/KXLiveList.h>
 #include <kestrixkit/foundation/KXException.h>
-#include <kestrixkit/store/KXLiveList.h>
 #include <kestrixkit/store/KXStoreChange.h>
 
 using namespace Qt::StringLiterals;

@@ -10,9 +10,9 @@
 #include <QAbstractItemModel>
 #include <QSet>
 
+#include <kestrixkit/context/KXManagedObjectContext.h>
 #include <kestrixkit/foundation/KXNotificationCenter.h>
 #include <kestrixkit/foundation/KXObservable.h>
-#include <kestrixkit/store/KXManagedObjectContext.h>
 #include <kestrixkit/toolkit/KXTreeNode.h>
 
 QT_BEGIN_NAMESPACE

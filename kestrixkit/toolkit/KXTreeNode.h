@@ -5,8 +5,8 @@
 
 #include <QList>
 
+#include <kestrixkit/context/KXManagedObject.h>
 #include <kestrixkit/foundation/KXGlobal.h>
-#include <kestrixkit/store/KXManagedObject.h>
 
 /// A place in a tree: row numbers from the top level down, each from 0. Empty for the (invisible) root itself.
 using KXIndexPath = QList<int>;

@@ -3,8 +3,8 @@
 #include <QJsonArray>
 #include <QTemporaryDir>
 
-#include <kestrixkit/store/KXManagedObjectContext.h>
-#include <kestrixkit/store/KXPredicate.h>
+#include <kestrixkit/context/KXManagedObjectContext.h>
+#include <kestrixkit/predicate/KXPredicate.h>
 
 #include <Importer.h>
 #include <Report.h>

@@ -7,8 +7,8 @@
 
 #include <QTemporaryDir>
 
+#include <kestrixkit/context/KXManagedObjectOf.h>
 #include <kestrixkit/foundation/KXDecimal.h>
-#include <kestrixkit/store/KXManagedObjectOf.h>
 
 class Album;
 class Genre;

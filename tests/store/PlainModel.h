@@ -8,7 +8,7 @@
 #include <QSet>
 #include <QVariant>
 
-#include <kestrixkit/store/KXEntityDescription.h>
+#include <kestrixkit/entity/KXEntityDescription.h>
 
 namespace PlainModel {
 

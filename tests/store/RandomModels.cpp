@@ -7,9 +7,9 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <kestrixkit/context/KXManagedObjectContext.h>
 #include <kestrixkit/foundation/KXDecimal.h>
 #include <kestrixkit/foundation/KXException.h>
-#include <kestrixkit/store/KXManagedObjectContext.h>
 
 using namespace Qt::StringLiterals;
 using Type = KXAttributeType;

@@ -7,8 +7,8 @@
 #include <QMap>
 #include <QVariant>
 
-#include <kestrixkit/store/KXManagedObjectModel.h>
-#include <kestrixkit/store/KXMigrationPlan.h>
+#include <kestrixkit/migration/KXMigrationPlan.h>
+#include <kestrixkit/model/KXManagedObjectModel.h>
 
 #include "support/KXTestRandom.h"
 

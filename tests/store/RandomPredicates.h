@@ -2,7 +2,7 @@
 
 #include <QStringList>
 
-#include <kestrixkit/store/KXPredicate.h>
+#include <kestrixkit/predicate/KXPredicate.h>
 
 #include "support/KXTestRandom.h"
 

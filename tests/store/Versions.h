@@ -2,7 +2,7 @@
 
 #include <QTemporaryDir>
 
-#include <kestrixkit/store/KXManagedObjectContext.h>
+#include <kestrixkit/context/KXManagedObjectContext.h>
 #include <kestrixkit/store/KXPersistentStore.h>
 
 /// A store whose model has three versions: tracks become songs with a tempo and a mood, then tempos become whole

@@ -15,10 +15,10 @@
 #include <zlib.h>
 
 #include <kestrixkit/foundation/KXClock.h>
-#include <kestrixkit/store/KXMigrationPlan.h>
+#include <kestrixkit/migration/KXMigrationPlan.h>
+#include <kestrixkit/migration/KXStoreArchiver_p.h>
 #include <kestrixkit/store/KXPersistentStore.h>
 #include <kestrixkit/store/KXSQLite_p.h>
-#include <kestrixkit/store/KXStoreArchiver_p.h>
 #include <kestrixkit/store/KXStoreSchema_p.h>
 
 #include "store/Library.h"

@@ -11,8 +11,8 @@
 #include <kestrixkit/foundation/KXApplication.h>
 #include <kestrixkit/foundation/KXBundle.h>
 #include <kestrixkit/foundation/KXClock.h>
-#include <kestrixkit/store/KXMainThreadDictionary.h>
-#include <kestrixkit/store/KXStoreArchiver_p.h>
+#include <kestrixkit/foundation/KXMainThreadDictionary.h>
+#include <kestrixkit/migration/KXStoreArchiver_p.h>
 
 #include "store/Library.h"
 #include "store/Versions.h"

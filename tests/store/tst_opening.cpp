@@ -12,7 +12,7 @@
 #include <kestrixkit/foundation/KXApplication.h>
 #include <kestrixkit/foundation/KXBundle.h>
 #include <kestrixkit/foundation/KXException.h>
-#include <kestrixkit/store/KXMainThreadDictionary.h>
+#include <kestrixkit/foundation/KXMainThreadDictionary.h>
 #include <kestrixkit/store/KXPersistentStore.h>
 #include <kestrixkit/store/KXStoreFiles_p.h>
 #include <kestrixkit/store/KXStoreSchema_p.h>

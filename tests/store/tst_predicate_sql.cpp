@@ -9,8 +9,8 @@
 #include <sqlite3.h>
 
 #include <kestrixkit/foundation/KXException.h>
+#include <kestrixkit/predicate/KXPredicateValue_p.h>
 #include <kestrixkit/store/KXPredicateSQL_p.h>
-#include <kestrixkit/store/KXPredicateValue_p.h>
 
 #include "store/Library.h"
 #include "store/RandomPredicates.h"

@@ -3,8 +3,8 @@
 
 #include <QTemporaryDir>
 
+#include <kestrixkit/context/KXManagedObjectOf.h>
 #include <kestrixkit/foundation/KXUndoManager.h>
-#include <kestrixkit/store/KXManagedObjectOf.h>
 
 class Branch : public KXManagedObjectOf<Branch>
 {

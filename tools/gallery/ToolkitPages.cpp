@@ -4,7 +4,7 @@
 #include <QMessageBox>
 #include <QTemporaryDir>
 
-#include <kestrixkit/store/KXManagedObjectOf.h>
+#include <kestrixkit/context/KXManagedObjectOf.h>
 #include <kestrixkit/theme/KXThemeStyleNames.h>
 #include <kestrixkit/theme/controls/KXThemeableOutlineView.h>
 #include <kestrixkit/theme/controls/KXThemeableScroller.h>

@@ -11,10 +11,10 @@
 #include <QUrl>
 #include <QUuid>
 
+#include <kestrixkit/context/KXManagedObjectContext.h>
 #include <kestrixkit/foundation/KXDecimal.h>
 #include <kestrixkit/foundation/KXException.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
-#include <kestrixkit/store/KXManagedObjectContext.h>
 #include <kestrixkit/store/KXPersistentStore.h>
 
 using namespace Qt::StringLiterals;

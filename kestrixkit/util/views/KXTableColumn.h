@@ -2,7 +2,7 @@
 
 #include <QString>
 
-#include <kestrixkit/store/KXFetchRequest.h>
+#include <kestrixkit/predicate/KXFetchRequest.h>
 
 /// What a KXTableView knows of a column of its model, beyond what the model's header says. A value; any thread.
 struct KXTableColumn

@@ -1,5 +1,5 @@
 #include <cstdio>
-#include <kestrixkit/store/KXManagedObjectOf.h>
+#include <kestrixkit/context/KXManagedObjectOf.h>
 using Property = KXPropertyDescription;
 int main(int, char **argv)
 {

@@ -1,0 +1,473 @@
+// Fetching and counting: SQL answers, and what is unsaved in the context is worked into its answer.
+
+#include <algorithm>
+#include <array>
+#include <optional>
+
+#include <QSet>
+
+#include <kestrixkit/context/KXContextFetch_p.h>
+#include <kestrixkit/foundation/KXAbstractOperation.h>
+#include <kestrixkit/foundation/KXException.h>
+#include <kestrixkit/foundation/KXStringWithFormat.h>
+#include <kestrixkit/predicate/KXPredicateEvaluator_p.h>
+#include <kestrixkit/predicate/KXPredicateValue_p.h>
+
+using namespace Qt::StringLiterals;
+
+using Object = KXManagedObject;
+
+KXContextFetcher::KXContextFetcher(KXManagedObjectContextPrivate &context, const KXFetchRequest &request)
+    : m_context(context)
+    , m_request(request)
+    , m_entity(context.entity(request.entityName()))
+    , m_sortOrder(request.sortDescriptors())
+{
+    context.checkThread();
+    for (KXManagedObjectContextPrivate *each = &context; each; each = each->parent ? &each->parent->d() : nullptr)
+        m_lineage.push_back(each);
+    if (!context.store)
+        m_error = KXManagedObjectContextPrivate::notOpen();
+}
+
+bool KXContextFetcher::compile()
+{
+    if (m_error)
+        return false;
+    const quint64 serial = m_context.store->identity->serial;
+    m_predicate = KXPredicateSQL::compile(m_request.predicate(), m_entity, serial);
+    if (!m_request.sortDescriptors().isEmpty())
+        m_order = KXPredicateSQL::compileOrder(m_request.sortDescriptors(), m_entity);
+    for (const KXPredicateSQL *part : { &m_predicate, &m_order }) {
+        if (part->status == KXPredicateSQL::UnknownKey)
+            throw KXException(u"KXUnknownKeyException"_s, part->reason);
+    }
+    return findAffected();
+}
+
+// What is unsaved
+
+/// Objects of the entity's family with unsaved changes that can be seen through the key.
+void KXContextFetcher::addDirty(const KXEntityDescription *from, const QString &key, QSet<qint64> &dirty) const
+{
+    for (const KXManagedObjectContextPrivate *context : m_lineage) {
+        for (const auto &[object, change] : context->changes) {
+            if (object->entity()->root() != from->root() || !object->isUpdated())
+                continue;
+            const KXPropertyDescription *property = object->entity()->property(key);
+            if (property && change.changed.test(size_t(property->index())))
+                dirty.insert(object->m_key);
+        }
+    }
+}
+
+/// Rows at which the relationship starts, in the store, when it leads to one of the keys.
+bool KXContextFetcher::step(const KXEntityDescription &entity, const KXPropertyDescription &relationship,
+    const QSet<qint64> &reached, QSet<qint64> &from)
+{
+    QByteArray keys = "[";
+    for (const qint64 key : reached)
+        keys += QByteArray::number(key) + ',';
+    keys[keys.size() - 1] = ']';
+    const QByteArray list = "(SELECT value FROM json_each(?))";
+    QByteArray sql;
+    if (!relationship.joinTable().isEmpty())
+        sql = "SELECT " + relationship.joinSource() + " FROM " + relationship.joinTable() + " WHERE "
+            + relationship.joinTarget() + " IN " + list;
+    else if (relationship.isToMany())
+        sql = "SELECT " + relationship.inverse()->column() + " FROM " + relationship.destinationEntity()->table()
+            + " WHERE kx_id IN " + list;
+    else
+        sql = "SELECT kx_id FROM " + entity.table() + " WHERE " + relationship.column() + " IN " + list;
+    const KXStoreConnections::Reader reader = m_context.store->connections.reader(&m_error);
+    if (!reader)
+        return false;
+    KXStatement statement = reader->prepare(sql);
+    int code = SQLITE_ERROR;
+    if (statement) {
+        statement.bindText(1, std::string_view(keys.constData(), size_t(keys.size())));
+        while ((code = statement.step()) == SQLITE_ROW)
+            from.insert(statement.integer(0));
+    }
+    if (code != SQLITE_DONE)
+        m_error = reader->lastError();
+    return code == SQLITE_DONE;
+}
+
+/// Adds the rows of the fetched entity that see an unsaved change somewhere along the path. The path is followed
+/// back from its end in the store; links that are themselves unsaved have made their own ends dirty.
+bool KXContextFetcher::followBack(const KXEntityDescription *from, const QStringList &path, QSet<qint64> &affected)
+{
+    struct Step
+    {
+        const KXEntityDescription *entity;
+        const KXPropertyDescription *property;
+    };
+    QList<Step> steps;
+    const KXEntityDescription *entity = from;
+    for (const QString &key : path) {
+        const KXPropertyDescription *property = nullptr;
+        for (const KXEntityDescription *member : entity->family()) // the key may be a sub-entity's
+            property = property ? property : member->property(key);
+        if (!property)
+            break; // "@count"
+        steps.append({ entity, property });
+        if (!property->isRelationship())
+            break;
+        entity = property->destinationEntity();
+    }
+    QSet<qint64> reached;
+    const auto addDeleted = [this, &reached](const KXEntityDescription *root) {
+        for (const KXManagedObjectContextPrivate *context : m_lineage) {
+            for (const KXContextHold &object : context->deleted) {
+                if (object->entity()->root() == root)
+                    reached.insert(object->m_key);
+            }
+        }
+    };
+    // A relationship without inverse does not become dirty when a member is deleted.
+    if (!steps.isEmpty() && steps.last().property->isRelationship() && !steps.last().property->inverse())
+        addDeleted(steps.last().property->destinationEntity()->root());
+    for (qsizetype i = steps.size() - 1; i >= 0; --i) {
+        if (!reached.isEmpty()) {
+            QSet<qint64> starts;
+            if (!step(*steps[i].entity, *steps[i].property, reached, starts))
+                return false;
+            reached = starts;
+        }
+        addDirty(steps[i].entity, steps[i].property->name(), reached);
+        if (i > 0) // a row that is deleted here still stands in the store, and whoever leads to it sees it there
+            addDeleted(steps[i].entity->root());
+    }
+    affected.unite(reached);
+    return true;
+}
+
+bool KXContextFetcher::findAffected()
+{
+    const auto isClean = [](const KXManagedObjectContextPrivate *context) {
+        return context->changes.empty() && context->inserted.empty() && context->deleted.empty();
+    };
+    if (std::all_of(m_lineage.begin(), m_lineage.end(), isClean))
+        return true;
+    for (const KXManagedObjectContextPrivate *context : m_lineage) {
+        for (const auto *list : { &context->inserted, &context->deleted }) {
+            for (const KXContextHold &object : *list) {
+                if (object->entity()->root() == m_entity.root())
+                    m_affected.insert(object->m_key);
+            }
+        }
+    }
+    QStringList paths = m_request.predicate().keyPaths();
+    for (const KXSortDescriptor &descriptor : m_request.sortDescriptors())
+        paths.append(descriptor.key);
+    for (const QString &path : paths) {
+        if (!followBack(&m_entity, path.split(u'.'), m_affected))
+            return false;
+    }
+    return true;
+}
+
+// Asking SQL
+
+QByteArray KXContextFetcher::where(bool withPredicate) const
+{
+    QByteArray text;
+    if (m_entity.parent()) {
+        for (const KXEntityDescription *member : m_entity.family())
+            text += (text.isEmpty() ? "t0.kx_entity IN (" : ",") + QByteArray::number(member->number());
+        text += ')';
+    }
+    if (withPredicate && m_request.predicate())
+        text += (text.isEmpty() ? "" : " AND ") + QByteArray("(") + m_predicate.text + ')';
+    return text.isEmpty() ? text : " WHERE " + text;
+}
+
+bool KXContextFetcher::query(
+    const QByteArray &sql, const std::vector<const KXPredicateSQL *> &parts, std::vector<qint64> &numbers)
+{
+    const KXStoreConnections::Reader reader = m_context.store->connections.reader(&m_error);
+    if (!reader)
+        return false;
+    KXStatement statement = reader->prepare(sql);
+    int code = SQLITE_ERROR;
+    if (statement) {
+        int parameter = 1;
+        for (const KXPredicateSQL *part : parts) {
+            part->bind(statement.get(), parameter);
+            parameter += int(part->values.size());
+        }
+        while ((code = statement.step()) == SQLITE_ROW)
+            numbers.push_back(statement.integer(0));
+    }
+    if (code != SQLITE_DONE)
+        m_error = reader->lastError();
+    return code == SQLITE_DONE;
+}
+
+/// The attribute that all rows are sorted by from the highest down by an index; nullptr for other requests.
+const KXPropertyDescription *KXContextFetcher::fallingNumber() const
+{
+    const QList<KXSortDescriptor> &order = m_request.sortDescriptors();
+    if (order.size() != 1 || order[0].ascending || m_request.fetchLimit() > 0 || m_request.fetchOffset() > 0)
+        return nullptr;
+    const KXPropertyDescription *property = m_entity.property(order[0].key);
+    if (!property || property->isRelationship() || !property->isIndexed())
+        return nullptr;
+    constexpr std::array numbers { KXAttributeType::Integer16, KXAttributeType::Integer32, KXAttributeType::Integer64,
+        KXAttributeType::Double, KXAttributeType::Date };
+    return std::find(numbers.begin(), numbers.end(), property->type()) != numbers.end() ? property : nullptr;
+}
+
+/// Read backwards an index has equal values' keys backwards, too. SQL would sort them; turning them round here takes a
+/// third of the time.
+bool KXContextFetcher::queryFalling(const KXPropertyDescription &number, std::vector<qint64> &keys)
+{
+    const KXStoreConnections::Reader reader = m_context.store->connections.reader(&m_error);
+    if (!reader)
+        return false;
+    const QByteArray value = "t0." + number.column();
+    KXStatement statement = reader->prepare("SELECT t0.kx_id, " + value + " FROM " + m_entity.table() + " t0"
+        + where(true) + " ORDER BY " + value + " DESC, t0.kx_id DESC");
+    int code = SQLITE_ERROR;
+    if (statement) {
+        m_predicate.bind(statement.get(), 1);
+        const bool isReal = number.type() == KXAttributeType::Double;
+        std::optional<double> real, lastReal;
+        std::optional<qint64> integer, lastInteger;
+        size_t first = 0; // of equal values
+        while ((code = statement.step()) == SQLITE_ROW) {
+            if (statement.isNull(1))
+                real.reset(), integer.reset();
+            else if (isReal)
+                real = statement.real(1);
+            else
+                integer = statement.integer(1);
+            if (real != lastReal || integer != lastInteger) {
+                std::reverse(keys.begin() + ptrdiff_t(first), keys.end());
+                first = keys.size();
+                lastReal = real;
+                lastInteger = integer;
+            }
+            keys.push_back(statement.integer(0));
+        }
+        std::reverse(keys.begin() + ptrdiff_t(first), keys.end());
+    }
+    if (code != SQLITE_DONE)
+        m_error = reader->lastError();
+    return code == SQLITE_DONE;
+}
+
+// In memory
+
+bool KXContextFetcher::isWanted(qint64 key, KXRef<Object> &object)
+{
+    object = m_context.object(m_entity, key);
+    return object && object->entity()->isKindOf(&m_entity) && !object->isDeleted() && !object->isMissing()
+        && (!m_request.predicate() || m_request.predicate().evaluateWithObject(object.get(), {}, &m_error));
+}
+
+KXSortOrder::KXSortOrder(const QList<KXSortDescriptor> &descriptors)
+{
+    for (const KXSortDescriptor &descriptor : descriptors)
+        m_keys.push_back(
+            { KXExpression::expressionForKeyPath(descriptor.key), descriptor.ascending, descriptor.options });
+}
+
+bool KXSortOrder::precedes(const Object *a, const Object *b) const
+{
+    for (const Key &key : m_keys) {
+        const int order = KXCompareForSorting(
+            key.path.expressionValueWithObject(a), key.path.expressionValueWithObject(b), key.options);
+        if (order != 0)
+            return key.ascending ? order < 0 : order > 0;
+    }
+    return a->m_key < b->m_key;
+}
+
+void KXContextFetcher::cut(std::vector<qint64> &keys, const KXFetchRequest &request)
+{
+    const auto offset = std::min<size_t>(keys.size(), size_t(std::max<qint64>(0, request.fetchOffset())));
+    keys.erase(keys.begin(), keys.begin() + ptrdiff_t(offset));
+    if (request.fetchLimit() > 0 && keys.size() > size_t(request.fetchLimit()))
+        keys.resize(size_t(request.fetchLimit()));
+}
+
+/// For what SQL cannot say: every object of the entity is looked at.
+bool KXContextFetcher::fetchInMemory(std::vector<qint64> &keys)
+{
+    std::vector<qint64> all;
+    if (!query("SELECT t0.kx_id FROM " + m_entity.table() + " t0" + where(false), {}, all))
+        return false;
+    for (const KXManagedObjectContextPrivate *context : m_lineage) {
+        for (const KXContextHold &object : context->inserted) {
+            if (object->isInserted() && object->entity()->isKindOf(&m_entity))
+                all.push_back(object->m_key);
+        }
+    }
+    std::vector<KXRef<Object>> objects;
+    KXAbstractOperation *const current = KXAbstractOperation::current();
+    const KXAbstractOperation *const operation = current && !current->isCancelled() ? current : nullptr;
+    constexpr size_t batch = 1000;
+    for (size_t from = 0; from < all.size(); from += batch) {
+        const auto part = std::span(all).subspan(from, std::min(batch, all.size() - from));
+        m_context.fill(m_entity, part);
+        for (const qint64 key : part) {
+            if (KXRef<Object> object; isWanted(key, object))
+                objects.push_back(object);
+            if (operation && operation->isCancelled()) // as a query is interrupted
+                m_error = KXPredicateEvaluator::GivenUp { true }.error();
+            if (m_error)
+                return false;
+        }
+    }
+    if (!m_request.sortDescriptors().isEmpty())
+        std::sort(objects.begin(), objects.end(),
+            [this](const auto &a, const auto &b) { return m_sortOrder.precedes(a.get(), b.get()); });
+    for (const KXRef<Object> &object : objects)
+        keys.push_back(object->m_key);
+    cut(keys, m_request);
+    return true;
+}
+
+bool KXContextFetcher::fetch(std::vector<qint64> &keys)
+{
+    if (!compile())
+        return false;
+    if (m_predicate.status == KXPredicateSQL::NotInSQL || m_order.status == KXPredicateSQL::NotInSQL)
+        return fetchInMemory(keys);
+
+    const bool sorted = !m_request.sortDescriptors().isEmpty();
+    QByteArray sql = "SELECT t0.kx_id FROM " + m_entity.table() + " t0" + where(true);
+    std::vector<const KXPredicateSQL *> parts { &m_predicate };
+    if (sorted) {
+        sql += " ORDER BY " + m_order.text;
+        parts.push_back(&m_order);
+    }
+    const bool limited = m_request.fetchLimit() > 0 || m_request.fetchOffset() > 0;
+    if (limited && m_affected.isEmpty()) {
+        sql += " LIMIT " + QByteArray::number(m_request.fetchLimit() > 0 ? m_request.fetchLimit() : -1) + " OFFSET "
+            + QByteArray::number(std::max<qint64>(0, m_request.fetchOffset()));
+    }
+    const KXPropertyDescription *falling = fallingNumber();
+    if (falling ? !queryFalling(*falling, keys) : !query(sql, parts, keys))
+        return false;
+    if (m_affected.isEmpty())
+        return true;
+
+    std::erase_if(keys, [this](qint64 key) { return m_affected.contains(key); });
+    std::vector<qint64> affected(m_affected.begin(), m_affected.end());
+    std::sort(affected.begin(), affected.end());
+    m_context.fill(m_entity, affected);
+    std::vector<KXRef<Object>> wanted;
+    for (const qint64 key : affected) {
+        if (KXRef<Object> object; isWanted(key, object))
+            wanted.push_back(object);
+    }
+    if (m_error)
+        return false;
+    if (sorted) {
+        // Each affected object is put to its place among the others, which SQL has sorted, from the last to the first
+        // so that places found stay right.
+        std::sort(wanted.begin(), wanted.end(),
+            [this](const auto &a, const auto &b) { return m_sortOrder.precedes(a.get(), b.get()); });
+        std::vector<qint64> merged;
+        merged.reserve(keys.size() + wanted.size());
+        auto from = keys.cbegin();
+        for (const KXRef<Object> &object : wanted) {
+            const auto place = std::partition_point(from, keys.cend(), [&](qint64 key) {
+                const KXRef<Object> other = m_context.object(m_entity, key);
+                return other && m_sortOrder.precedes(other.get(), object.get());
+            });
+            merged.insert(merged.end(), from, place);
+            merged.push_back(object->m_key);
+            from = place;
+        }
+        merged.insert(merged.end(), from, keys.cend());
+        keys.swap(merged);
+    } else {
+        for (const KXRef<Object> &object : wanted)
+            keys.push_back(object->m_key);
+    }
+    cut(keys, m_request);
+    return true;
+}
+
+bool KXContextFetcher::count(qint64 &number)
+{
+    if (!compile())
+        return false;
+    if (m_predicate.status == KXPredicateSQL::NotInSQL) {
+        std::vector<qint64> keys;
+        if (!fetchInMemory(keys))
+            return false;
+        number = qint64(keys.size());
+        return true;
+    }
+    std::vector<qint64> numbers;
+    const QByteArray condition = where(true);
+    if (!query("SELECT count(*) FROM " + m_entity.table() + " t0" + condition, { &m_predicate }, numbers))
+        return false;
+    number = numbers.front();
+    if (!m_affected.isEmpty()) {
+        // Without the affected rows that SQL counted, and with those that match as they are now.
+        KXPredicateSQL keys;
+        QByteArray list = "[";
+        for (const qint64 key : m_affected)
+            list += QByteArray::number(key) + ',';
+        list[list.size() - 1] = ']';
+        keys.values.push_back({ .type = KXSQLValue::Text, .bytes = list });
+        numbers.clear();
+        if (!query("SELECT count(*) FROM " + m_entity.table() + " t0" + condition
+                    + (condition.isEmpty() ? " WHERE " : " AND ") + "t0.kx_id IN (SELECT value FROM json_each(?))",
+                { &m_predicate, &keys }, numbers))
+            return false;
+        number -= numbers.front();
+        const std::vector<qint64> affected(m_affected.begin(), m_affected.end());
+        m_context.fill(m_entity, affected);
+        for (const qint64 key : affected) {
+            KXRef<Object> object;
+            number += isWanted(key, object);
+        }
+        if (m_error)
+            return false;
+    }
+    number = std::max<qint64>(0, number - std::max<qint64>(0, m_request.fetchOffset()));
+    if (m_request.fetchLimit() > 0)
+        number = std::min(number, m_request.fetchLimit());
+    return true;
+}
+
+KXRef<Object> KXContextFetcher::objectAt(KXManagedObjectContextPrivate &context, const KXEntityDescription &entity,
+    std::span<const qint64> keys, size_t place, size_t batchSize)
+{
+    const qint64 key = keys[place];
+    if (const Object *object = context.registered(key); !object || !object->m_values) {
+        const size_t from = place / batchSize * batchSize;
+        context.fill(entity, keys.subspan(from, std::min(batchSize, keys.size() - from)));
+    }
+    return context.object(entity, key);
+}
+
+KXFetchedList KXManagedObjectContextPrivate::fetch(const KXFetchRequest &request, KXError *error)
+{
+    KXContextFetcher fetcher(*this, request);
+    std::vector<qint64> keys;
+    if (!fetcher.fetch(keys)) {
+        KXSetError(error, fetcher.error());
+        return {};
+    }
+    keys.shrink_to_fit();
+    return KXFetchedList(q->weak_from_this(), &fetcher.entity(), std::move(keys), request.fetchBatchSize());
+}
+
+qint64 KXManagedObjectContextPrivate::count(const KXFetchRequest &request, KXError *error)
+{
+    KXContextFetcher fetcher(*this, request);
+    qint64 number = 0;
+    if (!fetcher.count(number)) {
+        KXSetError(error, fetcher.error());
+        return -1;
+    }
+    return number;
+}

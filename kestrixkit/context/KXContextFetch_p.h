@@ -1,0 +1,77 @@
+#pragma once
+
+#include <span>
+#include <vector>
+
+#include <QSet>
+
+#include <kestrixkit/context/KXManagedObjectContext_p.h>
+#include <kestrixkit/predicate/KXExpression.h>
+#include <kestrixkit/store/KXPredicateSQL_p.h>
+
+/// Sort descriptors made ready to compare objects in memory, in the order that SQL gives their rows.
+class KXSortOrder
+{
+public:
+    explicit KXSortOrder(const QList<KXSortDescriptor> &descriptors);
+
+    [[nodiscard]] bool isEmpty() const { return m_keys.empty(); }
+    /// Total: objects with equal values come in the order of their keys.
+    [[nodiscard]] bool precedes(const KXManagedObject *a, const KXManagedObject *b) const;
+
+private:
+    struct Key
+    {
+        KXExpression path;
+        bool ascending;
+        int options;
+    };
+    std::vector<Key> m_keys;
+};
+
+/// One fetch or count under way.
+class KXContextFetcher
+{
+public:
+    /// The request is borrowed.
+    KXContextFetcher(KXManagedObjectContextPrivate &context, const KXFetchRequest &request);
+
+    /// False with an error.
+    bool fetch(std::vector<qint64> &keys);
+    bool count(qint64 &number);
+    [[nodiscard]] const KXEntityDescription &entity() const { return m_entity; }
+    [[nodiscard]] const KXError &error() const { return m_error; }
+    [[nodiscard]] const KXSortOrder &sortOrder() const { return m_sortOrder; }
+
+    /// Whether a row is part of the result as the context sees it now; its object comes along.
+    bool isWanted(qint64 key, KXRef<KXManagedObject> &object);
+
+    /// The object at a place of a result, its values in memory: those of its batch are read with it.
+    [[nodiscard]] static KXRef<KXManagedObject> objectAt(KXManagedObjectContextPrivate &context,
+        const KXEntityDescription &entity, std::span<const qint64> keys, size_t place, size_t batchSize);
+
+private:
+    bool compile();
+    bool findAffected();
+    bool followBack(const KXEntityDescription *from, const QStringList &path, QSet<qint64> &affected);
+    void addDirty(const KXEntityDescription *from, const QString &key, QSet<qint64> &dirty) const;
+    bool step(const KXEntityDescription &entity, const KXPropertyDescription &relationship, const QSet<qint64> &reached,
+        QSet<qint64> &from);
+    bool query(const QByteArray &sql, const std::vector<const KXPredicateSQL *> &parts, std::vector<qint64> &numbers);
+    [[nodiscard]] const KXPropertyDescription *fallingNumber() const;
+    bool queryFalling(const KXPropertyDescription &number, std::vector<qint64> &keys);
+    [[nodiscard]] QByteArray where(bool withPredicate) const;
+    bool fetchInMemory(std::vector<qint64> &keys);
+    static void cut(std::vector<qint64> &keys, const KXFetchRequest &request);
+
+    KXManagedObjectContextPrivate &m_context;
+    std::vector<const KXManagedObjectContextPrivate *>
+        m_lineage; // the context and its parents: what is unsaved in any of them counts
+    const KXFetchRequest &m_request;
+    const KXEntityDescription &m_entity;
+    const KXSortOrder m_sortOrder;
+    KXPredicateSQL m_predicate;
+    KXPredicateSQL m_order;
+    QSet<qint64> m_affected; // rows of which SQL may say the wrong thing, because of unsaved changes
+    KXError m_error;
+};

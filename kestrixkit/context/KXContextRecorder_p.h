@@ -1,0 +1,90 @@
+#pragma once
+
+#include <bitset>
+#include <map>
+#include <memory>
+#include <unordered_map>
+#include <vector>
+
+#include <QSet>
+
+#include <kestrixkit/context/KXManagedObject.h>
+#include <kestrixkit/entity/KXRowValues_p.h>
+#include <kestrixkit/foundation/KXApplication.h>
+#include <kestrixkit/foundation/KXRef.h>
+
+class KXManagedObjectContextPrivate;
+class KXUndoManager;
+
+/// One bit for each property of an entity.
+using KXPropertySet = std::bitset<KXEntityDescription::MostProperties>;
+
+/// Turns what changes in a context into facts of its undo manager.
+///
+/// Objects are remembered as they were when they were first touched since the last boundary (a group opened or closed,
+/// a turn ended, a save); at the boundary that and what has become of them is one fact. A fact holds values and keys,
+/// and the objects themselves, so that undoing a deletion that was saved brings back the same instance.
+class KXContextRecorder
+{
+public:
+    explicit KXContextRecorder(KXManagedObjectContextPrivate &context)
+        : m_context(context)
+    {
+    }
+    ~KXContextRecorder();
+
+    [[nodiscard]] const std::shared_ptr<KXUndoManager> &manager() const { return m_manager; }
+    void setManager(std::shared_ptr<KXUndoManager> manager);
+    /// Whether changes are to be remembered now.
+    [[nodiscard]] bool isRecording() const;
+
+    // Called before the change, but for insertions.
+    void didInsert(KXManagedObject *object);
+    void willChange(KXManagedObject *object, int property);
+    void willLink(KXManagedObject *object, int property, qint64 key, bool add);
+    void willDelete(KXManagedObject *object);
+
+    /// Hands what was remembered to the undo manager.
+    void flush();
+    /// Drops it, and all facts of the context that the undo manager has.
+    void forget();
+
+    /// Members that came to and went from a to-many relationship.
+    struct Links
+    {
+        QSet<qint64> added;
+        QSet<qint64> removed;
+    };
+    /// One object before and after.
+    struct Entry
+    {
+        KXRef<KXManagedObject> object;
+        bool existedBefore = true;
+        bool existsAfter = true;
+        KXRowValues::Owner before;
+        KXRowValues::Owner after;
+        KXPropertySet changed; ///< columns
+        std::map<int, Links> links; ///< by the index of the relationship
+        std::map<int, QSet<qint64>> membersBefore; ///< of an object that goes or comes: all its members
+        std::map<int, QSet<qint64>> membersAfter;
+        bool restored = false; ///< while it is reverted: a saved deletion was taken back, with all values
+    };
+    /// Makes the objects what they were before; answers entries that undo that.
+    static std::vector<Entry> revert(KXManagedObjectContextPrivate &context, std::vector<Entry> entries);
+
+private:
+    Entry &entryOf(KXManagedObject *object);
+    static void dropFormerMembers(KXManagedObjectContextPrivate &context, const std::vector<Entry> &entries);
+    static void revertValues(
+        KXManagedObjectContextPrivate &context, const std::vector<Entry> &entries, const QSet<qint64> &back);
+    static void linkOnce(KXManagedObjectContextPrivate &context, KXManagedObject *object,
+        const KXPropertyDescription &property, qint64 key, bool add);
+    static void reconnect(KXManagedObjectContextPrivate &context, const Entry &entry);
+
+    KXManagedObjectContextPrivate &m_context;
+    std::shared_ptr<KXUndoManager> m_manager;
+    KXScopeToken m_boundary;
+    std::unordered_map<KXManagedObject *, size_t> m_indexes;
+    std::vector<Entry> m_entries; // in the order in which they were first touched
+    bool m_reverting = false;
+};

@@ -1,0 +1,419 @@
+#include <kestrixkit/context/KXManagedObject.h>
+
+#include <map>
+#include <mutex>
+
+#include <kestrixkit/context/KXManagedObjectContext_p.h>
+#include <kestrixkit/entity/KXValueConversion_p.h>
+#include <kestrixkit/foundation/KXException.h>
+#include <kestrixkit/foundation/KXLog.h>
+#include <kestrixkit/foundation/KXStringWithFormat.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+struct ClassFactories
+{
+    std::mutex mutex;
+    std::map<QString, KXManagedObject::Factory> factories;
+};
+
+/// Whether the variant is of a type that is read as an object, an empty handle included.
+bool isObservableHandle(const QVariant &value)
+{
+    return value.metaType().id() >= QMetaType::User
+        && QMetaType::canConvert(value.metaType(), QMetaType::fromType<KXObservable *>());
+}
+
+ClassFactories &classFactories()
+{
+    static ClassFactories registry;
+    return registry;
+}
+
+}
+
+KXManagedObject::KXManagedObject() = default;
+
+KXManagedObject::~KXManagedObject()
+{
+    if (m_values)
+        KXRowValues::destroy(values(), *m_entity);
+    if (m_flags & Detached)
+        delete m_store;
+}
+
+void KXManagedObject::registerClass(const QString &className, Factory factory)
+{
+    ClassFactories &registry = classFactories();
+    const std::lock_guard lock(registry.mutex);
+    registry.factories[className] = factory;
+}
+
+KXManagedObject::Factory KXManagedObject::registeredClass(const QString &className)
+{
+    ClassFactories &registry = classFactories();
+    const std::lock_guard lock(registry.mutex);
+    const auto found = registry.factories.find(className);
+    return found == registry.factories.end() ? nullptr : found->second;
+}
+
+void KXManagedObject::destroyUnreferenced() const noexcept
+{
+    auto *self = const_cast<KXManagedObject *>(this);
+    if (m_flags & Owned) {
+        if (!(m_flags & Detached))
+            m_context->d().released(); // which may end this object, too
+        return;
+    }
+    endWeakHandles();
+    if (!(m_flags & Detached) && m_context)
+        m_context->d().forget(self);
+    delete self;
+}
+
+void KXManagedObject::detach(std::shared_ptr<const KXStoreIdentity> store)
+{
+    m_flags = (m_flags & (Missing | Owned)) | Detached;
+    m_store = new StoreHolder(std::move(store));
+}
+
+KXManagedObjectID KXManagedObject::objectID() const
+{
+    if (m_key == 0)
+        return {};
+    if (m_flags & Detached)
+        return KXManagedObjectID(*m_store, m_entity, m_key);
+    return KXManagedObjectID(m_context->d().store->identity, m_entity, m_key);
+}
+
+void KXManagedObject::fireFault() const
+{
+    if (!(m_flags & (Detached | Missing)) && m_context)
+        m_context->d().fillFault(const_cast<KXManagedObject *>(this));
+}
+
+bool KXManagedObject::isMissing() const
+{
+    if (isFault())
+        fireFault();
+    return m_flags & Missing;
+}
+
+void KXManagedObject::observationDidBegin() const
+{
+    if (!(m_flags & Detached) && m_context)
+        m_context->d().setObserved(const_cast<KXManagedObject *>(this), true);
+}
+
+void KXManagedObject::observationDidEnd() const
+{
+    if (!(m_flags & Detached) && m_context)
+        m_context->d().setObserved(const_cast<KXManagedObject *>(this), false);
+}
+
+KXPropertyPlace KXManagedObject::resolve(QStringView key, Kind kind) const
+{
+    const KXPropertyDescription *property = m_entity->property(key);
+    if (!property)
+        throw KXException(u"KXUnknownKeyException"_s,
+            KXStringWithFormat("The entity \"%@\" has no property \"%@\"", m_entity->name(), key.toString()));
+    const bool fits = [&] {
+        if (property->isRelationship())
+            return kind == (property->isToMany() ? Kind::ToMany : Kind::ToOne);
+        switch (property->type()) {
+        case KXAttributeType::Integer16:
+        case KXAttributeType::Integer32:
+        case KXAttributeType::Integer64:
+            return kind == Kind::Integer || kind == Kind::Boolean;
+        case KXAttributeType::Boolean:
+            return kind == Kind::Boolean;
+        case KXAttributeType::Double:
+            return kind == Kind::Double;
+        case KXAttributeType::Date:
+            return kind == Kind::Date;
+        case KXAttributeType::String:
+            return kind == Kind::Text;
+        default:
+            return kind == Kind::Other;
+        }
+    }();
+    if (!fits) {
+        throw KXException(u"KXUnknownKeyException"_s,
+            KXStringWithFormat("The accessor \"%@\" does not fit the type of the property in the entity \"%@\"",
+                key.toString(), m_entity->name()));
+    }
+    return { property->index(), property->offset() };
+}
+
+// Reading
+
+QString KXManagedObject::textAt(int offset) const { return values()->slot<KXTextSlot>(offset).toString(); }
+
+QVariant KXManagedObject::attributeAt(int index) const
+{
+    return loadedValues() ? values()->attribute(m_entity->properties()[index]) : QVariant();
+}
+
+KXRef<KXManagedObject> KXManagedObject::readToOne(KXPropertyPlace place) const
+{
+    if (!loadedValues() || m_flags & Detached)
+        return {};
+    return m_context->d().toOne(this, m_entity->properties()[place.index]);
+}
+
+QList<KXRef<KXManagedObject>> KXManagedObject::readToMany(KXPropertyPlace place) const
+{
+    if (!loadedValues() || m_flags & Detached)
+        return {};
+    return m_context->d().toMany(const_cast<KXManagedObject *>(this), m_entity->properties()[place.index]);
+}
+
+QVariant KXManagedObject::valueForKey(const QString &key) const
+{
+    const KXPropertyDescription *property = m_entity->property(key);
+    if (!property) {
+        // What only a sibling or sub-entity has is absent here: a key path may lead to objects of either kind.
+        for (const KXEntityDescription *relative : m_entity->root()->family()) {
+            if (relative->property(key))
+                return {};
+        }
+        throw KXException(u"KXUnknownKeyException"_s,
+            KXStringWithFormat("The entity \"%@\" has no property \"%@\"", m_entity->name(), key));
+    }
+    const KXPropertyPlace place { property->index(), property->offset() };
+    if (property->isAttribute())
+        return attributeAt(place.index);
+    if (property->isToOne()) {
+        const KXRef<KXManagedObject> object = readToOne(place);
+        return KXVariantFromRef(object);
+    }
+    QVariantList list;
+    for (const KXRef<KXManagedObject> &object : readToMany(place))
+        list.append(KXVariantFromRef(object));
+    return list;
+}
+
+QList<KXRef<KXManagedObject>> KXManagedObject::objectsForKey(const QString &key) const
+{
+    const KXPropertyPlace place = resolve(key, Kind::ToMany);
+    return readToMany(place);
+}
+
+QSet<QString> KXManagedObject::changedKeys() const
+{
+    QSet<QString> keys;
+    if (m_flags & Detached)
+        return keys;
+    const KXRowValues *stored = m_context->d().storedValues(this);
+    if (!stored && !isInserted())
+        return keys;
+    for (const KXPropertyDescription &property : m_entity->properties()) {
+        const KXToManyKeys *members = property.isToMany() ? values()->existingToMany(property) : nullptr;
+        const bool changed = property.isToMany() ? members && members->isChanged()
+            : stored                             ? !KXRowValues::isEqual(*values(), *stored, property)
+                                                 : values()->isPresent(property.index());
+        if (changed)
+            keys.insert(property.name());
+    }
+    return keys;
+}
+
+QVariant KXManagedObject::committedValueForKey(const QString &key) const
+{
+    const KXPropertyDescription *property = m_entity->property(key);
+    const KXRowValues *stored = property && !(m_flags & Detached) ? m_context->d().storedValues(this) : nullptr;
+    if (!stored)
+        return valueForKey(key);
+    if (property->isAttribute())
+        return stored->attribute(*property);
+    KXManagedObjectContextPrivate &context = m_context->d();
+    QVariantList members;
+    for (const qint64 member : context.storedKeysOf(const_cast<KXManagedObject *>(this), *property)) {
+        if (const KXRef<KXManagedObject> object = context.object(*property->destinationEntity(), member))
+            members.append(KXVariantFromRef(object));
+    }
+    return property->isToMany() ? QVariant(members) : members.value(0);
+}
+
+// Writing
+
+template <typename Write> void KXManagedObject::change(const KXPropertyDescription &property, Write &&write)
+{
+    if (!loadedValues() || refusesChange(property))
+        return; // where the row is gone there is nothing to keep the value
+    willChangeValueForKey(property.name());
+    if (!(m_flags & Detached))
+        m_context->d().willChange(this, property.index());
+    write(*values());
+    didChangeValueForKey(property.name());
+}
+
+bool KXManagedObject::refusesChange(const KXPropertyDescription &property) const
+{
+    if (m_flags & Deleted)
+        KXLogWarning(store, "\"%@\" of a deleted \"%@\" stays as it is", property.name(), m_entity->name());
+    return m_flags & Deleted;
+}
+
+void KXManagedObject::setDate(KXPropertyPlace place, const std::optional<QDateTime> &value)
+{
+    if (!value || KXValueConversion::isDateInRange(*value))
+        setInteger(
+            place, value ? std::optional(KXValueConversion::microsecondsFromDate(*value)) : std::optional<qint64>());
+    else
+        KXLogError(store, "A date of the year %d does not fit \"%@\" of \"%@\"", value->date().year(),
+            m_entity->properties().at(place.index).name(), m_entity->name());
+}
+
+void KXManagedObject::setInteger(KXPropertyPlace place, std::optional<qint64> value)
+{
+    const KXPropertyDescription &property = m_entity->properties().at(place.index);
+    if (value) {
+        const qint64 limit = property.type() == KXAttributeType::Integer16 ? 0x7fff
+            : property.type() == KXAttributeType::Integer32                ? 0x7fff'ffff
+                                                                           : 0;
+        if (limit && (*value > limit || *value < -limit - 1)) {
+            KXLogError(store, "%lld does not fit \"%@\" of \"%@\"", *value, property.name(), m_entity->name());
+            return;
+        }
+    }
+    const qint64 *current = slotIfPresent<qint64>(place);
+    if (current ? value && *value == *current : !value && m_values) {
+        announceUnchanged(property);
+        return;
+    }
+    change(property, [&](KXRowValues &block) {
+        block.setPresent(place.index, value.has_value());
+        block.slot<qint64>(place.offset) = value.value_or(0);
+    });
+}
+
+void KXManagedObject::setDouble(KXPropertyPlace place, std::optional<double> value)
+{
+    const KXPropertyDescription &property = m_entity->properties().at(place.index);
+    const double *current = slotIfPresent<double>(place);
+    if (current ? value && *value == *current : !value && m_values) {
+        announceUnchanged(property);
+        return;
+    }
+    change(property, [&](KXRowValues &block) {
+        block.setPresent(place.index, value.has_value());
+        block.slot<double>(place.offset) = value.value_or(0);
+    });
+}
+
+void KXManagedObject::setText(KXPropertyPlace place, const std::optional<QString> &value)
+{
+    const KXPropertyDescription &property = m_entity->properties().at(place.index);
+    if (value && !KXValueConversion::isWholeText(*value)) {
+        KXLogError(store, "\"%@\" of \"%@\" is given half of a surrogate pair", property.name(), m_entity->name());
+        return;
+    }
+    const KXTextSlot *current = slotIfPresent<KXTextSlot>(place);
+    if (current ? value && *value == current->view() : !value && m_values) {
+        announceUnchanged(property);
+        return;
+    }
+    change(property, [&](KXRowValues &block) {
+        block.setPresent(place.index, value.has_value());
+        block.slot<KXTextSlot>(place.offset).assign(value.value_or(QString()));
+    });
+}
+
+void KXManagedObject::setAttributeAt(int index, const QVariant &value)
+{
+    const KXPropertyDescription &property = m_entity->properties().at(index);
+    const QVariant converted = KXValueConversion::convert(value, property.type());
+    if (!converted.isValid() && value.isValid() && !value.isNull()) {
+        KXLogError(store, "The value does not fit \"%@\" of \"%@\"", property.name(), m_entity->name());
+        return;
+    }
+    change(property, [&](KXRowValues &block) { block.setAttribute(property, converted); });
+}
+
+void KXManagedObject::announceUnchanged(const KXPropertyDescription &property)
+{
+    // Observers are told of every setting; the store is only told of changes.
+    willChangeValueForKey(property.name());
+    didChangeValueForKey(property.name());
+}
+
+bool KXManagedObject::setValueForKey(const QString &key, const QVariant &value)
+{
+    const KXPropertyDescription *property = m_entity->property(key);
+    if (!property)
+        throw KXException(u"KXUnknownKeyException"_s,
+            KXStringWithFormat("The entity \"%@\" has no property \"%@\"", m_entity->name(), key));
+    const KXPropertyPlace place { property->index(), property->offset() };
+    if (refusesChange(*property))
+        return false;
+    if (property->isRelationship()) {
+        QList<KXRef<KXManagedObject>> objects;
+        for (const QVariant &element : property->isToMany() ? value.toList() : QVariantList { value }) {
+            if (property->isToOne() && (!element.isValid() || element.isNull()))
+                continue;
+            KXRef<KXManagedObject> object(dynamic_cast<KXManagedObject *>(KXObservableFromVariant(element)));
+            if (!object && property->isToOne() && isObservableHandle(element))
+                continue; // an empty one
+            if (!object || (!(m_flags & Detached) && !m_context->d().mayConnect(this, *property, object.get())))
+                return false;
+            objects.append(std::move(object));
+        }
+        if (property->isToMany())
+            writeToMany(place, objects);
+        else
+            writeToOne(place, objects.value(0).get());
+        return !(m_flags & Detached);
+    }
+    const QVariant converted = KXValueConversion::convert(value, property->type());
+    if (!converted.isValid() && value.isValid() && !value.isNull())
+        return false;
+    if (loadedValues() && values()->attribute(*property) == converted
+        && values()->isPresent(place.index) == converted.isValid())
+        announceUnchanged(*property);
+    else
+        setAttributeAt(place.index, converted);
+    return true;
+}
+
+void KXManagedObject::writeToOne(KXPropertyPlace place, KXManagedObject *object)
+{
+    const KXPropertyDescription &property = m_entity->properties().at(place.index);
+    if (!loadedValues() || refusesChange(property))
+        return;
+    if (m_flags & Detached)
+        KXLogWarning(store, "\"%@\" of an object without context cannot be connected", property.name());
+    else
+        m_context->d().setToOne(this, property, object);
+}
+
+void KXManagedObject::addToMany(KXPropertyPlace place, KXManagedObject *object)
+{
+    const KXPropertyDescription &property = m_entity->properties().at(place.index);
+    if (!loadedValues() || !object || refusesChange(property))
+        return;
+    if (m_flags & Detached)
+        KXLogWarning(store, "\"%@\" of an object without context cannot be connected", property.name());
+    else
+        m_context->d().addToMany(this, property, object);
+}
+
+void KXManagedObject::removeFromMany(KXPropertyPlace place, KXManagedObject *object)
+{
+    const KXPropertyDescription &property = m_entity->properties().at(place.index);
+    if (loadedValues() && object && !(m_flags & Detached) && !refusesChange(property))
+        m_context->d().removeFromMany(this, property, object);
+}
+
+void KXManagedObject::writeToMany(KXPropertyPlace place, const QList<KXRef<KXManagedObject>> &objects)
+{
+    const QList<KXRef<KXManagedObject>> before = readToMany(place);
+    for (const KXRef<KXManagedObject> &object : before) {
+        if (!objects.contains(object))
+            removeFromMany(place, object.get());
+    }
+    for (const KXRef<KXManagedObject> &object : objects)
+        addToMany(place, object.get());
+}

@@ -1,0 +1,186 @@
+#pragma once
+
+#include <array>
+#include <memory>
+#include <unordered_map>
+#include <vector>
+
+#include <QHash>
+#include <QSet>
+
+#include <kestrixkit/context/KXManagedObjectContext.h>
+#include <kestrixkit/counts/KXCountColumn_p.h>
+
+class KXCountRuleCompiler;
+
+/// A rule over slots: most are one slot alone.
+struct KXCountNode
+{
+    enum Kind : quint8 { Slot, And, Or, Not, True, False };
+    Kind kind = True;
+    int slot = 0;
+    std::vector<KXCountNode> parts;
+};
+
+/// How many objects of an entity fit each of a number of rules, kept right while the objects change.
+///
+/// Holds of each object the properties that rules look at, in columns. A rule is a set of conditions, one a column,
+/// that must all hold: that is one bit in the columns' rows of bits (a slot), and a row's bits for all rules are found
+/// by joining as many words as there are columns. What cannot be put so is a tree over several slots. Counting all rows
+/// adds up their bits; a changed row is counted out with its old bits and in with its new ones.
+///
+/// Belongs to the thread of the context, which must outlive it. Rows are what the context has announced.
+class KX_CORE_EXPORT KXCountTable
+{
+public:
+    KXCountTable(KXManagedObjectContext &context, const KXEntityDescription &entity);
+    ~KXCountTable();
+    Q_DISABLE_COPY_MOVE(KXCountTable)
+
+    // Rules, by the numbers that they are given.
+
+    int addRule(const KXPredicate &predicate);
+    /// Counts again, looking at no more rows than the change concerns.
+    void replaceRule(int rule, const KXPredicate &predicate);
+    void removeRule(int rule);
+    [[nodiscard]] const KXPredicate &predicate(int rule) const { return m_rules[size_t(rule)].predicate; }
+    /// Why columns cannot hold what the rule looks at; empty where they can.
+    [[nodiscard]] const QString &reason(int rule) const { return m_rules[size_t(rule)].reason; }
+    /// -1 before the first counting, and while the store does not answer.
+    [[nodiscard]] qint64 count(int rule) const { return m_rules[size_t(rule)].count; }
+    /// Rules whose counts changed since the last call.
+    [[nodiscard]] std::vector<int> takeChanged();
+
+    /// Reads what columns lack and counts what is not counted yet; rules that columns cannot hold are counted by the
+    /// store when anything that they look at has changed. False with an error where the store does not answer; the next
+    /// call tries again.
+    bool update(KXError *error = nullptr);
+    /// Takes over what the context announced.
+    void follow(const KXObjectsDidChange &did);
+
+    /// The smallest number from `from` on that a row has in the column of numbers; KXCountColumn::absent where there is
+    /// none.
+    [[nodiscard]] qint64 nextNumber(const QString &attribute, qint64 from);
+
+    // For measuring and tests.
+
+    [[nodiscard]] size_t rowCount() const { return m_keys.size(); }
+    [[nodiscard]] double bytesPerRow() const;
+    /// Rules (slots, of those that have several) that were evaluated for a row, each once for its old and new state
+    /// together.
+    [[nodiscard]] quint64 evaluations() const { return m_evaluations; }
+    /// Forgets all counts, for measuring how long counting takes.
+    void forgetCounts();
+
+private:
+    friend class KXCountRuleCompiler;
+    static constexpr size_t countDeadAllowed = 4096;
+
+    struct Rule
+    {
+        bool isUsed = false;
+        KXPredicate predicate;
+        QString reason;
+        std::vector<int> slots;
+        KXCountNode tree;
+        qint64 count = -1;
+        bool isCounted = false;
+        bool hasChanged = false;
+        QSet<QString> allKeys; ///< of the paths of a rule that the store counts
+    };
+    /// Numbers of one column in order, with those that changed since they were put in order.
+    struct Order
+    {
+        std::vector<std::pair<qint64, quint32>> sorted;
+        std::vector<quint32> changed;
+    };
+
+    // Rows: KXCountTable.cpp.
+    [[nodiscard]] qint64 rowOf(qint64 key) const;
+    [[nodiscard]] bool has(qint64 row) const { return row >= 0 && m_alive[size_t(row)]; }
+    size_t addRow(qint64 key);
+    void bury(size_t row);
+    void compact();
+    void forgetRows();
+    void setFromObject(size_t row, KXManagedObject *object, size_t column);
+    void noteOrder(size_t column, size_t row);
+    Order &orderOf(size_t column);
+    [[nodiscard]] std::vector<quint32> rowsBetween(size_t column, qint64 from, qint64 to);
+
+    // Counting: KXCountTable.cpp.
+    /// A row's bits; none of a row that is not there.
+    void bits(qint64 row, quint64 *out) const;
+    [[nodiscard]] bool fits(const KXCountNode &node, const quint64 *bits) const;
+    void count(const quint64 *before, bool was, const quint64 *after, bool is);
+    template <typename Change> void changeRow(qint64 key, Change &&change);
+    void noteChange(int rule);
+    void scan();
+    void scanLane(size_t lane, std::vector<qint64> &counts) const;
+
+    // What the context announces: KXCountFollowing.cpp.
+    void followObjects(const KXObjectsDidChange &did);
+    void followMerge(const KXStoreChange &change);
+    void followRelated(const KXObjectsDidChange &did);
+    void markForStore(const KXObjectsDidChange &did);
+    void setFromChange(size_t row, const KXPropertyChange &change, size_t column);
+    [[nodiscard]] QSet<qint64> changedObjects(
+        const KXObjectsDidChange &did, const KXEntityDescription &entity, const QString &key) const;
+    [[nodiscard]] QSet<qint64> leadingTo(const KXEntityDescription &from, const QStringList &path,
+        const KXEntityDescription &to, const QSet<qint64> &keys) const;
+    void noteEvaluations(const std::vector<size_t> &columns);
+    void readInserted(const std::vector<qint64> &keys);
+    void changeSets(size_t column, const std::vector<quint32> &sets);
+
+    // Reading: KXCountReading.cpp.
+    bool readAll(const std::vector<size_t> &columns, KXError *error);
+    void readSets(const std::vector<size_t> &columns);
+    bool read(const std::vector<size_t> &columns, const std::vector<qint64> *keys, bool addsRows, KXError *error);
+    bool readMembers(size_t column, const std::vector<qint64> *keys, KXError *error);
+    void overlay(const std::vector<size_t> &columns, bool rowsToo);
+    [[nodiscard]] QVariant objects(const KXPropertyDescription &relationship, const std::vector<qint64> &keys) const;
+    bool countByStore(KXError *error);
+
+    // Rules: KXCountRules.cpp.
+    void compile(Rule &rule, int number);
+    bool moveBounds(int number, const KXPredicate &predicate);
+    void releaseSlots(Rule &rule);
+    int columnFor(const KXPropertyDescription &property);
+
+    KXManagedObjectContext &m_context;
+    const KXEntityDescription &m_entity;
+    std::vector<std::unique_ptr<KXCountColumn>> m_columns;
+    std::vector<bool> m_isRead; // by column
+    std::vector<bool> m_isDirty; // by column: conditions changed since its rows of bits were made
+    std::vector<qint64> m_keys; // by row; those up to m_sorted ascend
+    size_t m_sorted = 0;
+    size_t m_room = 0; // rows that the columns have room for
+    std::unordered_map<qint64, quint32> m_strays; // rows behind
+    std::vector<bool> m_alive;
+    size_t m_dead = 0;
+    bool m_hasRows = false;
+
+    std::vector<Rule> m_rules;
+    std::vector<int> m_owners; // of slots; -1: free
+    size_t m_words = 0; // of a row of bits
+    std::vector<int> m_trees; // rules that are not one slot
+    std::vector<int> m_changed;
+    std::map<size_t, Order> m_orders; // by column
+    quint64 m_evaluations = 0;
+};
+
+/// Counts a row out as it was and in as `change` has made it; that gets the row's number, or -1 where there is none
+/// yet.
+template <typename Change> void KXCountTable::changeRow(qint64 key, Change &&change)
+{
+    std::array<quint64, 64> onStack; // enough for two rows of bits of 2,048 slots
+    KXCountBits more(m_words * 2 > onStack.size() ? m_words * 2 : 0);
+    quint64 *before = more.empty() ? onStack.data() : more.data();
+    quint64 *after = before + m_words;
+    const qint64 row = rowOf(key);
+    const bool was = has(row);
+    bits(row, before);
+    change(row);
+    const qint64 now = row >= 0 ? row : rowOf(key);
+    bits(now, after);
+    count(before, was, after, has(now));
+}

@@ -1,0 +1,298 @@
+#include <kestrixkit/counts/KXLiveCounts.h>
+
+#include <algorithm>
+
+#include <kestrixkit/context/KXManagedObjectContext_p.h>
+#include <kestrixkit/counts/KXCountTable_p.h>
+#include <kestrixkit/foundation/KXClock.h>
+#include <kestrixkit/foundation/KXDelayedCall.h>
+#include <kestrixkit/foundation/KXLog.h>
+#include <kestrixkit/foundation/KXMainQueue.h>
+#include <kestrixkit/foundation/KXNotificationCenter.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr double liveCountsPause = 0.25; // seconds between two moments at least
+/// All time zones change their offsets at such marks, and days begin there.
+constexpr qint64 liveCountsQuarterHour = 15 * 60 * 1000;
+
+}
+
+class KXLiveCountsPrivate
+{
+public:
+    /// A date in a predicate that moves along with the clock.
+    struct MovingDate
+    {
+        QString keyPath;
+        qint64 milliseconds;
+    };
+    struct Entry
+    {
+        KXLiveCounts::Rule rule;
+        KXPredicate own;
+        int number = -1; ///< in the table
+        std::vector<MovingDate> moving;
+        bool dependsOnTime = false;
+    };
+
+    KXLiveCountsPrivate(KXLiveCounts *counts, KXManagedObjectContext::Ref managedObjectContext, const QString &name,
+        QList<KXPredicate> predicates)
+        : q(counts)
+        , context(std::move(managedObjectContext))
+        , entityName(name)
+        , base(std::move(predicates))
+        , table(*context, context->d().entity(name))
+        , timer(counts)
+    {
+    }
+
+    [[nodiscard]] KXPredicate whole(const KXPredicate &own) const
+    {
+        if (base.isEmpty())
+            return own ? own : KXPredicate::truePredicate();
+        return KXPredicate::andPredicate(base + QList<KXPredicate> { own });
+    }
+    /// What the rule says at asOf.
+    void ask(Entry &entry);
+    void scheduleUpdate();
+    void scheduleTimer();
+    void publish();
+    [[nodiscard]] qint64 nextBoundary();
+
+    KXLiveCounts *const q;
+    const KXManagedObjectContext::Ref context;
+    const QString entityName;
+    const QList<KXPredicate> base;
+    KXCountTable table;
+    QHash<QString, Entry> entries;
+    QHash<int, QString> identifiers; // by number in the table
+    qint64 asOf = KXClock::now().toMSecsSinceEpoch();
+    KXDelayedCall timer;
+    KXNotificationToken token;
+    bool isScheduled = false;
+};
+
+namespace {
+
+bool liveHasDates(const KXPredicate &predicate)
+{
+    const auto isDate = [](const QVariant &value) { return value.typeId() == QMetaType::QDateTime; };
+    for (const KXExpression *side : { &predicate.leftExpression(), &predicate.rightExpression() }) {
+        const QVariant &constant = side->constantValue();
+        const QVariantList list
+            = constant.typeId() == QMetaType::QVariantList ? constant.toList() : QVariantList { constant };
+        if (std::any_of(list.begin(), list.end(), isDate))
+            return true;
+    }
+    return std::any_of(predicate.subpredicates().begin(), predicate.subpredicates().end(), liveHasDates);
+}
+
+/// Dates that differ between a predicate and the one of a moment later by just that much.
+void liveCollectMoving(const KXPredicate &now, const KXPredicate &later, qint64 difference,
+    std::vector<KXLiveCountsPrivate::MovingDate> &moving)
+{
+    if (now.type() != KXPredicateType::Comparison) {
+        for (qsizetype i = 0; i < std::min(now.subpredicates().size(), later.subpredicates().size()); ++i)
+            liveCollectMoving(now.subpredicates()[i], later.subpredicates()[i], difference, moving);
+        return;
+    }
+    if (later.type() != KXPredicateType::Comparison)
+        return;
+    const QVariant a = now.rightExpression().constantValue(), b = later.rightExpression().constantValue();
+    if (a.typeId() == QMetaType::QDateTime && b.typeId() == QMetaType::QDateTime
+        && a.toDateTime().msecsTo(b.toDateTime()) == difference)
+        moving.push_back({ now.leftExpression().keyPath(), a.toDateTime().toMSecsSinceEpoch() });
+}
+
+}
+
+void KXLiveCountsPrivate::ask(Entry &entry)
+{
+    const auto at = [&](qint64 milliseconds) {
+        const KXClockMoment moment(QDateTime::fromMSecsSinceEpoch(milliseconds, Qt::UTC));
+        return entry.rule();
+    };
+    entry.own = at(asOf);
+    constexpr qint64 aMoment = 1;
+    entry.moving.clear();
+    entry.dependsOnTime = liveHasDates(entry.own); // most do not, and are asked once
+    if (entry.dependsOnTime)
+        liveCollectMoving(entry.own, at(asOf + aMoment), aMoment, entry.moving);
+    if (entry.number < 0)
+        entry.number = table.addRule(whole(entry.own));
+    else
+        table.replaceRule(entry.number, whole(entry.own));
+}
+
+void KXLiveCountsPrivate::scheduleUpdate()
+{
+    if (std::exchange(isScheduled, true))
+        return;
+    KXMainQueue::async([guard = QPointer<KXLiveCounts>(q)] {
+        if (guard)
+            guard->update();
+    });
+}
+
+qint64 KXLiveCountsPrivate::nextBoundary()
+{
+    qint64 next = std::numeric_limits<qint64>::max();
+    for (const Entry &entry : std::as_const(entries)) {
+        if (entry.dependsOnTime)
+            next = std::min(next, (asOf / liveCountsQuarterHour + 1) * liveCountsQuarterHour);
+        for (const KXLiveCountsPrivate::MovingDate &date : entry.moving) {
+            const qint64 number = table.nextNumber(date.keyPath, date.milliseconds * 1000);
+            // An object with that very date may fit now and not a moment later.
+            if (number != KXCountColumn::absent)
+                next = std::min(next, std::max(asOf + 1, asOf + (number + 999) / 1000 - date.milliseconds));
+        }
+    }
+    return next;
+}
+
+void KXLiveCountsPrivate::scheduleTimer()
+{
+    const qint64 next = nextBoundary();
+    if (next == std::numeric_limits<qint64>::max()) {
+        timer.cancel();
+        return;
+    }
+    const double seconds = double(next - KXClock::now().toMSecsSinceEpoch()) / 1000;
+    timer.start(std::max(liveCountsPause, seconds), [this] { q->advance(); });
+}
+
+void KXLiveCountsPrivate::publish()
+{
+    QStringList changed;
+    for (const int number : table.takeChanged()) {
+        if (const auto found = identifiers.constFind(number); found != identifiers.constEnd())
+            changed.append(*found);
+    }
+    if (!changed.isEmpty())
+        Q_EMIT q->countsDidChange(changed);
+}
+
+KXLiveCounts::KXLiveCounts(const KXManagedObjectContext::Ref &context, const QString &entityName,
+    const QList<KXPredicate> &basePredicates, QObject *parent)
+    : QObject(parent)
+    , d(std::make_unique<KXLiveCountsPrivate>(this, context, entityName, basePredicates))
+{
+    // What happened before is told before: it is read with the rest.
+    context->processPendingChanges();
+    d->token
+        = KXNotificationCenter::defaultCenter().addObserver(QString(KXManagedObjectContextObjectsDidChangeNotification),
+            context.get(), [this](const KXNotification &notification) {
+                const auto *did = notification.payloadAs<KXObjectsDidChange>();
+                if (!did)
+                    return;
+                d->table.follow(*did);
+                update();
+            });
+}
+
+KXLiveCounts::~KXLiveCounts() = default;
+
+const KXManagedObjectContext::Ref &KXLiveCounts::managedObjectContext() const { return d->context; }
+const QString &KXLiveCounts::entityName() const { return d->entityName; }
+
+void KXLiveCounts::setRule(const QString &identifier, Rule rule)
+{
+    KXLiveCountsPrivate::Entry &entry = d->entries[identifier];
+    entry.rule = std::move(rule);
+    d->ask(entry);
+    d->identifiers.insert(entry.number, identifier);
+    d->scheduleUpdate();
+}
+
+void KXLiveCounts::setRule(const QString &identifier, const KXPredicate &predicate)
+{
+    setRule(identifier, [predicate] { return predicate; });
+    d->entries[identifier].dependsOnTime = false;
+}
+
+void KXLiveCounts::removeRule(const QString &identifier)
+{
+    const auto found = d->entries.find(identifier);
+    if (found == d->entries.end())
+        return;
+    d->table.removeRule(found->number);
+    d->identifiers.remove(found->number);
+    d->entries.erase(found);
+    d->scheduleUpdate();
+}
+
+QStringList KXLiveCounts::identifiers() const { return d->entries.keys(); }
+
+void KXLiveCounts::ruleDidChange(const QString &identifier)
+{
+    const auto found = d->entries.find(identifier);
+    if (found == d->entries.end())
+        return;
+    d->ask(*found);
+    d->scheduleUpdate();
+}
+
+std::optional<qint64> KXLiveCounts::count(const QString &identifier) const
+{
+    const auto found = d->entries.constFind(identifier);
+    if (found == d->entries.constEnd())
+        return std::nullopt;
+    const qint64 count = d->table.count(found->number);
+    return count < 0 ? std::nullopt : std::optional(count);
+}
+
+KXPredicate KXLiveCounts::predicate(const QString &identifier) const { return d->entries.value(identifier).own; }
+
+QHash<QString, QString> KXLiveCounts::unsupported() const
+{
+    QHash<QString, QString> reasons;
+    for (auto entry = d->entries.cbegin(); entry != d->entries.cend(); ++entry) {
+        if (const QString &reason = d->table.reason(entry->number); !reason.isEmpty())
+            reasons.insert(entry.key(), reason);
+    }
+    return reasons;
+}
+
+QDateTime KXLiveCounts::asOf() const { return QDateTime::fromMSecsSinceEpoch(d->asOf, Qt::UTC); }
+
+void KXLiveCounts::advance()
+{
+    d->asOf = KXClock::now().toMSecsSinceEpoch();
+    for (KXLiveCountsPrivate::Entry &entry : d->entries) {
+        if (entry.dependsOnTime)
+            d->ask(entry);
+    }
+    update();
+}
+
+QDateTime KXLiveCounts::nextBoundary() const
+{
+    const qint64 next = d->nextBoundary();
+    return next == std::numeric_limits<qint64>::max() ? QDateTime() : QDateTime::fromMSecsSinceEpoch(next, Qt::UTC);
+}
+
+bool KXLiveCounts::update(KXError *error)
+{
+    d->isScheduled = false;
+    KXError problem;
+    const bool answered = d->table.update(&problem);
+    if (!answered) {
+        KXLogError(filters, "Cannot count \"%@\": %@", d->entityName, problem);
+        KXSetError(error, problem);
+    }
+    d->scheduleTimer();
+    d->publish();
+    return answered;
+}
+
+double KXLiveCounts::bytesPerObject() const { return d->table.bytesPerRow(); }
+quint64 KXLiveCounts::evaluations() const { return d->table.evaluations(); }
+
+void KXLiveCounts::recount()
+{
+    d->table.forgetCounts();
+    update();
+}

@@ -1,0 +1,91 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+
+#include <QDateTime>
+#include <QHash>
+#include <QObject>
+
+#include <kestrixkit/context/KXManagedObjectContext.h>
+#include <kestrixkit/foundation/KXError.h>
+
+class KXLiveCountsPrivate;
+
+/// How many objects of an entity fit each of a number of predicates, always right: while objects are edited, imported,
+/// deleted, undone and merged, and while time goes by.
+///
+/// Keeps what the predicates look at in compact columns (see bytesPerObject()), reads it from the store once, and
+/// follows from then on what the context announces; a changed object is evaluated against the predicates that use the
+/// changed property, without a look into the store. Properties of related objects are followed as well. What columns
+/// cannot hold, such as comparisons of two properties or binary values, is listed by unsupported() and counted by the
+/// store, again whenever anything that it looks at has changed.
+///
+/// Counts are those of one moment, asOf(). Predicates that hold dates may depend on the present and are made anew as
+/// time goes by: at the moments at which an object enters or leaves one of them, though not more often than four times
+/// a second, and at calendar boundaries.
+///
+/// Belongs to the thread of its context, which it keeps. Counts change at the end of the turn in which objects changed,
+/// before a save and with a merge: when the context announces.
+class KX_CORE_EXPORT KXLiveCounts : public QObject
+{
+    Q_OBJECT
+
+public:
+    /// Makes a predicate; called with the thread's clock standing at asOf(). An absent predicate lets everything
+    /// through.
+    using Rule = std::function<KXPredicate()>;
+
+    /// The base predicates hold for all counts. Throws KXException for an entity that the model does not have.
+    KXLiveCounts(const KXManagedObjectContext::Ref &context, const QString &entityName,
+        const QList<KXPredicate> &basePredicates = {}, QObject *parent = nullptr);
+    ~KXLiveCounts() override;
+
+    [[nodiscard]] const KXManagedObjectContext::Ref &managedObjectContext() const;
+    [[nodiscard]] const QString &entityName() const;
+
+    /// Sets what is counted under the identifier, in place of what was. Counted in the next turn, or at once by
+    /// update().
+    void setRule(const QString &identifier, Rule rule);
+    void setRule(const QString &identifier, const KXPredicate &predicate);
+    void removeRule(const QString &identifier);
+    [[nodiscard]] QStringList identifiers() const;
+    /// Asks the rule for its predicate again, because what that is made of has changed. It alone is counted anew, and
+    /// where only bounds of numbers or dates moved, only what lies between the old and the new ones.
+    void ruleDidChange(const QString &identifier);
+
+    /// Absent for an unknown identifier, before the first counting and while the store does not answer.
+    [[nodiscard]] std::optional<qint64> count(const QString &identifier) const;
+    /// The predicate that is counted under the identifier, without the base predicates.
+    [[nodiscard]] KXPredicate predicate(const QString &identifier) const;
+    /// Identifiers that the store counts, with what columns cannot hold.
+    [[nodiscard]] QHash<QString, QString> unsupported() const;
+
+    /// The moment for which counts hold.
+    [[nodiscard]] QDateTime asOf() const;
+    /// Moves that moment to the present, now instead of when it is next due. Backwards too, where the clock was set
+    /// back.
+    void advance();
+    /// When advance() is next due: an invalid date where nothing depends on the present.
+    [[nodiscard]] QDateTime nextBoundary() const;
+
+    /// Counts at once what is due. False with an error where the store does not answer; that is logged and tried again
+    /// with the next change.
+    bool update(KXError *error = nullptr);
+
+    // What it costs.
+
+    /// Memory of the columns for each object.
+    [[nodiscard]] double bytesPerObject() const;
+    /// Predicates that were evaluated for one object after a change, since the beginning.
+    [[nodiscard]] quint64 evaluations() const;
+    /// Counts everything from the filled columns once more, for measuring.
+    void recount();
+
+Q_SIGNALS:
+    /// The counts of these identifiers have become others, or were made for the first time.
+    void countsDidChange(const QStringList &identifiers);
+
+private:
+    const std::unique_ptr<KXLiveCountsPrivate> d;
+};

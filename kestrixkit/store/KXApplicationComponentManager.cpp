@@ -1,8 +1,0 @@
-#include <kestrixkit/store/KXApplicationComponentManager.h>
-
-KXApplicationComponentManager::KXApplicationComponentManager(const QUrl &storeURL)
-    : m_storeURL(storeURL)
-{
-}
-KXApplicationComponentManager::~KXApplicationComponentManager() = default;
-void KXApplicationComponentManager::finaliseSetup() { }
