@@ -84,3 +84,39 @@ private:
     };
     std::shared_ptr<const Data> m_data;
 };
+
+/// The same, of objects of a stored class: what that class's own helpers answer. An object of another class, because
+/// its entity was never registered, is an empty handle.
+template <class Class> class KXFetchedListOf : public KXFetchedList
+{
+public:
+    KXFetchedListOf() = default;
+    explicit KXFetchedListOf(KXFetchedList list)
+        : KXFetchedList(std::move(list))
+    {
+    }
+
+    [[nodiscard]] KXRef<Class> at(qsizetype index) const { return as<Class>(index); }
+    [[nodiscard]] KXRef<Class> operator[](qsizetype index) const { return at(index); }
+    [[nodiscard]] KXRef<Class> first() const { return at(0); }
+    /// All of them at once: for lists that are short.
+    [[nodiscard]] QList<KXRef<Class>> toList() const { return QList<KXRef<Class>>(begin(), end()); }
+
+    /// As the untyped one.
+    class const_iterator : public KXFetchedList::const_iterator
+    {
+    public:
+        using value_type = KXRef<Class>;
+        using reference = value_type;
+        using KXFetchedList::const_iterator::const_iterator;
+        value_type operator*() const { return KXDynamicRefCast<Class>(KXFetchedList::const_iterator::operator*()); }
+        const_iterator &operator++()
+        {
+            KXFetchedList::const_iterator::operator++();
+            return *this;
+        }
+        void operator++(int) { ++*this; }
+    };
+    [[nodiscard]] const_iterator begin() const { return { this, 0 }; }
+    [[nodiscard]] const_iterator end() const { return { this, size() }; }
+};

@@ -58,18 +58,18 @@ public:
         return quint8(countOfUsingPredicate(identifierPredicate(identifier), inContext)) != 0;
     }
 
-    [[nodiscard]] static KXFetchedList findAllInContext(KXManagedObjectContext &context)
+    [[nodiscard]] static KXFetchedListOf<Class> findAllInContext(KXManagedObjectContext &context)
     {
-        return context.fetchAllForEntity(ownEntityName());
+        return KXFetchedListOf<Class>(context.fetchAllForEntity(ownEntityName()));
     }
     [[nodiscard]] static KXRef<Class> findWithIdentifier(const QVariant &identifier, KXManagedObjectContext &inContext)
     {
         return findFirstUsingPredicate(identifierPredicate(identifier), inContext);
     }
-    [[nodiscard]] static KXFetchedList findUsingPredicate(
+    [[nodiscard]] static KXFetchedListOf<Class> findUsingPredicate(
         const KXPredicate &predicate, KXManagedObjectContext &inContext)
     {
-        return inContext.fetchForEntity(ownEntityName(), predicate);
+        return KXFetchedListOf<Class>(inContext.fetchForEntity(ownEntityName(), predicate));
     }
     [[nodiscard]] static KXRef<Class> findFirstUsingPredicate(
         const KXPredicate &predicate, KXManagedObjectContext &inContext)
@@ -157,8 +157,8 @@ private:
             this->template placeOf<Self, KXPropertyName(u"" #name), KXManagedObject::Kind::ToMany>(), object);         \
     }                                                                                                                  \
     void removeFrom##Name(const KXRef<KXManagedObject> &object) { removeFrom##Name(object.get()); }                    \
-    void set##Name(const QList<KXRef<KXManagedObject>> &objects)                                                       \
+    template <class KXOther = Destination> void set##Name(const QList<KXRef<KXOther>> &objects)                        \
     {                                                                                                                  \
-        this->writeToMany(                                                                                             \
-            this->template placeOf<Self, KXPropertyName(u"" #name), KXManagedObject::Kind::ToMany>(), objects);        \
+        this->writeToMany(this->template placeOf<Self, KXPropertyName(u"" #name), KXManagedObject::Kind::ToMany>(),    \
+            QList<KXRef<KXManagedObject>>(objects.begin(), objects.end()));                                            \
     }

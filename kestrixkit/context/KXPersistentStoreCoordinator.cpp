@@ -7,6 +7,7 @@
 #include <kestrixkit/foundation/KXApplication.h>
 #include <kestrixkit/foundation/KXBundle.h>
 #include <kestrixkit/foundation/KXFileManager.h>
+#include <kestrixkit/foundation/KXLock_p.h>
 #include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/foundation/KXMainThreadDictionary.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
@@ -26,11 +27,11 @@ struct KXPersistentStoreCoordinator::Feed
         std::recursive_mutex calling;
         bool ended = false;
     };
-    std::mutex mutex;
-    std::vector<std::shared_ptr<Observer>> observers;
-    std::deque<std::shared_ptr<const KXStoreChange>> queue;
-    bool delivering = false;
-    quint64 lastSerial = 0;
+    KXMutex mutex;
+    std::vector<std::shared_ptr<Observer>> observers KX_GUARDED_BY(mutex);
+    std::deque<std::shared_ptr<const KXStoreChange>> queue KX_GUARDED_BY(mutex);
+    bool delivering KX_GUARDED_BY(mutex) = false;
+    quint64 lastSerial KX_GUARDED_BY(mutex) = 0;
 };
 
 namespace {
@@ -164,11 +165,11 @@ KXPersistentStoreCoordinator::ChangeToken KXPersistentStoreCoordinator::addChang
 {
     auto entry = std::make_shared<Feed::Observer>();
     entry->function = std::move(observer);
-    const std::lock_guard lock(m_feed->mutex);
+    const KXMutexLocker lock(m_feed->mutex);
     m_feed->observers.push_back(entry);
     return ChangeToken(entry.get(), [feed = m_feed, entry](void *) {
         {
-            const std::lock_guard inner(feed->mutex);
+            const KXMutexLocker inner(feed->mutex);
             std::erase(feed->observers, entry);
         }
         const std::lock_guard running(entry->calling);
@@ -178,14 +179,14 @@ KXPersistentStoreCoordinator::ChangeToken KXPersistentStoreCoordinator::addChang
 
 quint64 KXPersistentStoreCoordinator::lastSerialNumber() const
 {
-    const std::lock_guard lock(m_feed->mutex);
+    const KXMutexLocker lock(m_feed->mutex);
     return m_feed->lastSerial;
 }
 
 std::shared_ptr<const KXStoreChange> KXPersistentStoreCoordinator::enqueueChange(
     const void *originatingContext, std::vector<KXEntityChange> entities)
 {
-    const std::lock_guard lock(m_feed->mutex);
+    const KXMutexLocker lock(m_feed->mutex);
     auto change = std::make_shared<const KXStoreChange>(
         m_store->identity(), ++m_feed->lastSerial, originatingContext, std::move(entities));
     m_feed->queue.push_back(change);
@@ -196,7 +197,7 @@ void KXPersistentStoreCoordinator::deliverChanges()
 {
     // One thread at a time delivers, whatever the others have queued included: that keeps the order, and a saver
     // never waits for an observer that another one is calling.
-    std::unique_lock lock(m_feed->mutex);
+    KXMutexLocker lock(m_feed->mutex);
     if (m_feed->delivering)
         return;
     m_feed->delivering = true;

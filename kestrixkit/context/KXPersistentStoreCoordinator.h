@@ -8,7 +8,6 @@
 
 #include <kestrixkit/entity/KXManagedObjectID.h>
 #include <kestrixkit/foundation/KXError.h>
-#include <kestrixkit/migration/KXMigrationPlan.h>
 #include <kestrixkit/model/KXManagedObjectModel.h>
 #include <kestrixkit/store/KXPersistentStore.h>
 #include <kestrixkit/store/KXStoreChange.h>

@@ -42,17 +42,18 @@ KXError KXKeySequence::reserve(qint64 size, Block &block)
 
 qint64 KXKeySequence::next(KXError *error)
 {
-    std::unique_lock lock(m_mutex);
+    KXMutexLocker lock(m_mutex);
     while (m_current.first == m_current.end) {
         if (m_following.first != m_following.end) {
             m_current = std::exchange(m_following, {});
         } else if (m_reserving) {
-            m_reserved.wait(lock);
+            lock.wait(m_reserved);
         } else {
             m_reserving = true;
+            const qint64 size = m_blockSize;
             lock.unlock();
             Block block;
-            const KXError problem = reserve(m_blockSize, block);
+            const KXError problem = reserve(size, block);
             lock.lock();
             m_reserving = false;
             m_reserved.notify_all();
@@ -64,12 +65,16 @@ qint64 KXKeySequence::next(KXError *error)
         }
     }
     const qint64 key = m_current.first++;
+    std::thread before;
     if (m_following.first == m_following.end && !m_reserving && m_current.end - m_current.first <= m_blockSize / 2)
-        reserveInBackground(lock);
+        before = reserveInBackground();
+    lock.unlock();
+    if (before.joinable())
+        before.join(); // it has done its work, but may need the mutex to say so
     return key;
 }
 
-void KXKeySequence::reserveInBackground(std::unique_lock<std::mutex> &lock)
+std::thread KXKeySequence::reserveInBackground()
 {
     m_reserving = true;
     m_blockSize = std::min(2 * m_blockSize, largestKeyBlock);
@@ -78,16 +83,11 @@ void KXKeySequence::reserveInBackground(std::unique_lock<std::mutex> &lock)
         Block block;
         // A failure is not reported here: whoever needs the block tries again and gets the error.
         const bool failed = bool(reserve(size, block));
-        const std::lock_guard inner(m_mutex);
+        const KXMutexLocker inner(m_mutex);
         if (!failed)
             m_following = block;
         m_reserving = false;
         m_reserved.notify_all();
     });
-    if (before.joinable()) {
-        // It has done its work, but may need the mutex to say so.
-        lock.unlock();
-        before.join();
-        lock.lock();
-    }
+    return before;
 }

@@ -1,9 +1,9 @@
 #pragma once
 
 #include <condition_variable>
-#include <mutex>
 #include <thread>
 
+#include <kestrixkit/foundation/KXLock_p.h>
 #include <kestrixkit/store/KXStoreConnections_p.h>
 
 /// Gives out the keys of new rows: unique in the store, never used twice, also after deletions, rollbacks, crashes
@@ -33,14 +33,15 @@ private:
         qint64 end = 0;
     };
     KXError reserve(qint64 size, Block &block);
-    void reserveInBackground(std::unique_lock<std::mutex> &lock);
+    /// Answers a thread that has done its work, to be joined without the lock.
+    [[nodiscard]] std::thread reserveInBackground() KX_REQUIRES(m_mutex);
 
     KXStoreConnections &m_connections;
-    std::mutex m_mutex;
+    KXMutex m_mutex;
     std::condition_variable m_reserved;
-    Block m_current;
-    Block m_following;
-    qint64 m_blockSize = 1024;
-    bool m_reserving = false;
+    Block m_current KX_GUARDED_BY(m_mutex);
+    Block m_following KX_GUARDED_BY(m_mutex);
+    qint64 m_blockSize KX_GUARDED_BY(m_mutex) = 1024;
+    bool m_reserving KX_GUARDED_BY(m_mutex) = false;
     std::thread m_thread;
 };

@@ -42,13 +42,14 @@ KXStoreConnections::Reader KXStoreConnections::reader(KXError *error)
     KXAbstractOperation *const operation = connectionsCurrentOperation();
     std::unique_ptr<KXSQLiteConnection> connection;
     {
-        std::unique_lock lock(m_mutex);
+        KXMutexLocker lock(m_mutex);
         if (main) {
             connection = std::move(m_mainIdle);
         } else {
             // Whoever holds one already must get another, or threads that hold them all would wait for one another.
             const bool isNested = connectionsReadersOfThread > 0;
-            m_changed.wait(lock, [&] { return !m_idle.empty() || m_readers < mostReaders || isNested; });
+            while (m_idle.empty() && m_readers >= mostReaders && !isNested)
+                lock.wait(m_changed);
             if (m_idle.empty()) {
                 ++m_readers;
             } else {
@@ -66,7 +67,7 @@ KXStoreConnections::Reader KXStoreConnections::reader(KXError *error)
             problem = KXSQLiteConnection::goneError();
         if (problem) {
             if (!main) {
-                const std::lock_guard lock(m_mutex);
+                const KXMutexLocker lock(m_mutex);
                 --m_readers;
                 m_changed.notify_all();
             }
@@ -82,7 +83,7 @@ KXStoreConnections::Reader KXStoreConnections::reader(KXError *error)
 void KXStoreConnections::handBack(std::unique_ptr<KXSQLiteConnection> connection, bool main)
 {
     --connectionsReadersOfThread;
-    const std::lock_guard lock(m_mutex);
+    const KXMutexLocker lock(m_mutex);
     if (main) {
         // A query inside a query opened a second connection; one is enough to keep.
         if (!m_mainIdle)
@@ -100,14 +101,16 @@ KXStoreConnections::Writer KXStoreConnections::writer(bool cancellable)
 {
     const bool main = KXMainQueue::isMainThread();
     KXAbstractOperation *const operation = cancellable ? connectionsCurrentOperation() : nullptr;
-    std::unique_lock lock(m_mutex);
+    KXMutexLocker lock(m_mutex);
     if (main) {
         ++m_mainWaiting;
-        m_changed.wait(lock, [this] { return !m_writing; });
+        while (m_writing)
+            lock.wait(m_changed);
         --m_mainWaiting;
     } else {
         const quint64 ticket = m_nextTicket++;
-        m_changed.wait(lock, [this, ticket] { return !m_writing && m_mainWaiting == 0 && ticket == m_served; });
+        while (m_writing || m_mainWaiting > 0 || ticket != m_served)
+            lock.wait(m_changed);
         ++m_served;
     }
     m_writing = true;
@@ -121,7 +124,7 @@ void KXStoreConnections::releaseWriter()
     const int logged = m_writer->logPages();
     if (logged > fewestPagesFolded && (logged > mostPagesLogged || logged > 4 * m_writer->pagesInFile()))
         sqlite3_wal_checkpoint_v2(m_writer->handle(), nullptr, SQLITE_CHECKPOINT_PASSIVE, nullptr, nullptr);
-    const std::lock_guard lock(m_mutex);
+    const KXMutexLocker lock(m_mutex);
     m_writing = false;
     m_changed.notify_all();
 }

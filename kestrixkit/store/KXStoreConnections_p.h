@@ -2,10 +2,10 @@
 
 #include <condition_variable>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 #include <kestrixkit/foundation/KXApplication.h>
+#include <kestrixkit/foundation/KXLock_p.h>
 #include <kestrixkit/store/KXSQLite_p.h>
 #include <kestrixkit/store/KXStoreFiles_p.h>
 
@@ -40,7 +40,7 @@ public:
     /// How many threads wait for the writer.
     [[nodiscard]] int waiting() const
     {
-        const std::lock_guard lock(m_mutex);
+        const KXMutexLocker lock(m_mutex);
         return int(m_nextTicket - m_served) + m_mainWaiting;
     }
 
@@ -51,16 +51,16 @@ private:
     const QString m_path;
     const QByteArray m_vfs;
     KXFileIdentity m_file; // that the writer has open
-    mutable std::mutex m_mutex;
+    mutable KXMutex m_mutex;
     std::condition_variable m_changed;
     std::unique_ptr<KXSQLiteConnection> m_writer;
-    std::vector<std::unique_ptr<KXSQLiteConnection>> m_idle;
-    std::unique_ptr<KXSQLiteConnection> m_mainIdle;
-    int m_readers = 0; // given out or idle, without the main thread's
-    bool m_writing = false;
-    quint64 m_nextTicket = 0; // of those who wait for the writer, in order of arrival
-    quint64 m_served = 0;
-    int m_mainWaiting = 0;
+    std::vector<std::unique_ptr<KXSQLiteConnection>> m_idle KX_GUARDED_BY(m_mutex);
+    std::unique_ptr<KXSQLiteConnection> m_mainIdle KX_GUARDED_BY(m_mutex);
+    int m_readers KX_GUARDED_BY(m_mutex) = 0; // given out or idle, without the main thread's
+    bool m_writing KX_GUARDED_BY(m_mutex) = false;
+    quint64 m_nextTicket KX_GUARDED_BY(m_mutex) = 0; // of those who wait for the writer, in order of arrival
+    quint64 m_served KX_GUARDED_BY(m_mutex) = 0;
+    int m_mainWaiting KX_GUARDED_BY(m_mutex) = 0;
 };
 
 class KXStoreConnections::Reader

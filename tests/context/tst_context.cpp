@@ -28,6 +28,27 @@ QStringList titles(const KXFetchedList &list)
 
 }
 
+TEST(Context, listsAreTyped)
+{
+    LibraryTest library;
+    const auto a = library.track(u"a"_s), b = library.track(u"b"_s);
+    const auto house = Genre::createInContext(*library.context), techno = Genre::createInContext(*library.context);
+    a->setGenres({ house, techno });
+    b->setGenres(a->genres());
+    EXPECT_EQ(b->genres().size(), 2);
+    QStringList titles;
+    for (const KXRef<Track> &track : Track::findAllInContext(*library.context))
+        titles.append(track->title());
+    titles.sort();
+    EXPECT_EQ(titles, (QStringList { u"a"_s, u"b"_s }));
+    const KXFetchedListOf<Genre> genres = Genre::findAllInContext(*library.context);
+    EXPECT_EQ(genres.toList().size(), 2);
+    EXPECT_FALSE(genres.at(2));
+    EXPECT_EQ(genres[0]->tracks().size(), 2);
+    a->setGenres({});
+    EXPECT_TRUE(a->genres().isEmpty());
+}
+
 TEST(Context, everyKindOfValueSurvivesSavingAndReopening)
 {
     LibraryTest library;

@@ -15,6 +15,7 @@
 #include <kestrixkit/foundation/KXDecimal.h>
 #include <kestrixkit/foundation/KXException.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
+#include <kestrixkit/migration/KXMigrationPlan.h>
 #include <kestrixkit/store/KXPersistentStore.h>
 
 using namespace Qt::StringLiterals;
