@@ -415,6 +415,13 @@ KXError KXContextSaver::overrule(KXSQLiteConnection &connection, const KXEntityD
         return {}; // gone meanwhile, and its links with it
     const QVariant was = before.isNull(0) ? QVariant() : QVariant(before.integer(0));
     before.reset();
+    Update *update = updateOf(entity, key);
+    if (update && update->version == 0 && !update->merged) {
+        // Of its row nothing else is written, and nothing is known that somebody else has.
+        std::vector<const KXPropertyDescription *> none;
+        if (KXError error = settleConflict(connection, *update, none))
+            return error;
+    }
     KXStatement change = connection.prepare("UPDATE " + entity.table() + " SET " + property.column()
         + " = ?, kx_version = kx_version + 1 WHERE kx_id = ? RETURNING kx_version");
     if (!change)
@@ -434,10 +441,9 @@ KXError KXContextSaver::overrule(KXSQLiteConnection &connection, const KXEntityD
     if (value)
         m_links.push_back({ &entity, &property, key, value });
 
-    if (Update *update = updateOf(entity, key)) {
-        if (!update->merged) {
+    if (update) {
+        if (!update->merged)
             update->merged = KXRowValues::Owner(KXRowValues::clone(*update->object->values(), entity), { &entity });
-        }
         update->merged->setToOne(property, value);
         update->merged->version = update->version = version;
         return {};
