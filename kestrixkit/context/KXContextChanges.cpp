@@ -77,7 +77,8 @@ bool KXManagedObjectContextPrivate::makesCircle(
             return true;
         const KXRef<Object> next = this->object(*property.destinationEntity(), key);
         const KXPropertyDescription *further = next ? next->m_entity->property(property.name()) : nullptr;
-        if (!further || !next->loadedValues())
+        // A deleted one keeps its values and holds nothing together; should it come back, it is asked itself.
+        if (!further || !next->loadedValues() || next->isDeleted())
             return false;
         seen.insert(std::exchange(key, next->values()->toOne(*further)));
     }
@@ -391,18 +392,20 @@ void KXManagedObjectContextPrivate::revive(
 void KXManagedObjectContextPrivate::remove(Object *object)
 {
     checkThread();
-    if (!object || object->managedObjectContext() != q || object->isDeleted() || !object->loadedValues())
-        return;
-    const KXRef<Object> held(object);
-    object->prepareForDeletion();
-    if (object->isDeleted())
-        return; // by its own preparation
-
-    markDeleted(held);
-    followDeleteRules(object);
+    std::vector<KXRef<Object>> doomed { KXRef<Object>(object) }; // with those that cascades reach, however deep
+    for (size_t i = 0; i < doomed.size(); ++i) {
+        const KXRef<Object> next = doomed[i];
+        if (!next || next->managedObjectContext() != q || next->isDeleted() || !next->loadedValues())
+            continue;
+        next->prepareForDeletion();
+        if (next->isDeleted())
+            continue; // by its own preparation
+        markDeleted(next);
+        followDeleteRules(next.get(), doomed);
+    }
 }
 
-void KXManagedObjectContextPrivate::followDeleteRules(Object *object)
+void KXManagedObjectContextPrivate::followDeleteRules(Object *object, std::vector<KXRef<Object>> &doomed)
 {
     for (const KXPropertyDescription &property : object->m_entity->properties()) {
         const KXPropertyDescription *inverse = property.inverse();
@@ -415,8 +418,10 @@ void KXManagedObjectContextPrivate::followDeleteRules(Object *object)
         else if (const KXRef<Object> other = toOne(object, property))
             others.append(other);
         for (const KXRef<Object> &other : others) {
-            if (property.deleteRule() == KXDeleteRule::Cascade)
-                remove(other.get());
+            if (property.deleteRule() == KXDeleteRule::Cascade) {
+                doomed.push_back(other);
+                continue;
+            }
             if (!inverse || !other->loadedValues())
                 continue;
             if (inverse->isToMany())
@@ -542,6 +547,7 @@ void KXManagedObjectContextPrivate::rollback()
 {
     checkThread();
     recorder.forget();
+    formerVersions.clear();
     KXObjectsDidChange did; // takes back what was announced
     KXChangesTogether together;
     const auto unannounced = std::exchange(m_announcements, {});

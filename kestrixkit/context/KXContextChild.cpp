@@ -154,6 +154,9 @@ void KXContextSaver::pass(KXManagedObjectContextPrivate &parent, KXObjectsDidCha
     }
     for (const KXRef<Object> &object : deleted)
         parent.markDeleted(object);
+    std::vector<KXRef<Object>> doomed; // what of the parent's goes with them, though the child did not know
     for (const KXRef<Object> &object : deleted)
-        parent.followDeleteRules(object.get());
+        parent.followDeleteRules(object.get(), doomed);
+    for (const KXRef<Object> &object : doomed)
+        parent.remove(object.get());
 }

@@ -56,6 +56,8 @@ void KXManagedObjectContextPrivate::vanish(
     const KXRef<Object> &object, KXObjectsDidChange &did, KXChangesTogether &together)
 {
     dropLinks(object.get(), did, together);
+    if (recorder.manager() && object->m_values)
+        formerVersions[object->m_key] = object->values()->version;
     changes.erase(object.get());
     if (object->isInserted())
         std::erase(inserted, object);
@@ -412,7 +414,17 @@ void KXManagedObjectContextPrivate::mergeChanges(const KXStoreChange &change)
                 KXRowChange row { .key = key };
                 readColumnsAgain(object.get(), row);
                 if (row.version != 0) {
-                    object->values()->version = 0; // the new row counts from 1
+                    object->values()->version = 0; // whatever the new one is, it is newer
+                    // Its members came with it, which no change tells: they are read again when they are asked for.
+                    for (const KXPropertyDescription *property : store->codec(*object->m_entity).toMany()) {
+                        KXToManyKeys *keys = object->values()->existingToMany(*property);
+                        if (!keys || !keys->loaded)
+                            continue;
+                        together.willSet(object.get(), *property);
+                        keys->loaded = false;
+                        keys->members.clear();
+                        noteRefreshed(did, object.get(), *property);
+                    }
                     takeOver({ { object, &row } }, did, together);
                     continue;
                 }

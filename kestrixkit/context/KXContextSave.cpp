@@ -115,6 +115,12 @@ KXEntityChange &KXContextSaver::changeOf(const KXEntityDescription *entity)
     return m_changes.back();
 }
 
+qint64 KXContextSaver::firstVersion(qint64 key) const
+{
+    const auto former = m_context.formerVersions.find(key);
+    return former == m_context.formerVersions.end() ? 1 : former->second + 1;
+}
+
 KXError KXContextSaver::writeInserted(KXSQLiteConnection &connection)
 {
     const KXEntityDescription *entity = nullptr;
@@ -127,7 +133,7 @@ KXError KXContextSaver::writeInserted(KXSQLiteConnection &connection)
             if (!statement)
                 return connection.lastError();
         }
-        codec.bindInsert(statement, object->m_key, *object->values(), m_buffer);
+        codec.bindInsert(statement, object->m_key, firstVersion(object->m_key), *object->values(), m_buffer);
         const int code = statement.step();
         statement.reset();
         if (code != SQLITE_DONE)
@@ -266,7 +272,7 @@ KXError KXContextSaver::writeJoins(KXSQLiteConnection &connection, Object &objec
 
 KXContextSaver::Deletion KXContextSaver::deletionOf(const KXEntityDescription &entity) const
 {
-    Deletion deletion { "DELETE FROM " + entity.table() + " WHERE kx_id = ?", {}, {} };
+    Deletion deletion { "DELETE FROM " + entity.table() + " WHERE kx_id = ? RETURNING kx_version", {}, {} };
     const auto clear = [&deletion](const KXPropertyDescription &property, const QByteArray &column) {
         const QByteArray sql = "DELETE FROM " + property.joinTable() + " WHERE " + column + " = ?";
         if (!property.joinTable().isEmpty() && !deletion.joins.contains(sql))
@@ -363,11 +369,20 @@ KXError KXContextSaver::writeDeleted(KXSQLiteConnection &connection)
         for (; deleted < m_doomed.size(); ++deleted) {
             const Row row = m_doomed[deleted];
             use(row.entity);
-            if (KXError error = run(deletion.row, row.key))
-                return error;
+            KXStatement statement = connection.prepare(deletion.row);
+            if (!statement)
+                return connection.lastError();
+            statement.bind(1, row.key);
+            int code = statement.step();
             // Where somebody else deleted it before, this is no news.
-            if (connection.changes() == 1)
+            if (code == SQLITE_ROW) {
                 changeOf(entity).deleted.append(row.key);
+                if (m_context.recorder.manager())
+                    m_gone[row.key] = statement.integer(0);
+                code = statement.step();
+            }
+            if (code != SQLITE_DONE)
+                return connection.lastError();
             if (Update *update = updateOf(*entity, row.key))
                 update->vanished = true;
         }
@@ -415,6 +430,13 @@ KXError KXContextSaver::overrule(KXSQLiteConnection &connection, const KXEntityD
         return {}; // gone meanwhile, and its links with it
     const QVariant was = before.isNull(0) ? QVariant() : QVariant(before.integer(0));
     before.reset();
+    Update *update = updateOf(entity, key);
+    if (update && update->version == 0 && !update->merged) {
+        // Of its row nothing else is written, and nothing is known that somebody else has.
+        std::vector<const KXPropertyDescription *> none;
+        if (KXError error = settleConflict(connection, *update, none))
+            return error;
+    }
     KXStatement change = connection.prepare("UPDATE " + entity.table() + " SET " + property.column()
         + " = ?, kx_version = kx_version + 1 WHERE kx_id = ? RETURNING kx_version");
     if (!change)
@@ -434,10 +456,9 @@ KXError KXContextSaver::overrule(KXSQLiteConnection &connection, const KXEntityD
     if (value)
         m_links.push_back({ &entity, &property, key, value });
 
-    if (Update *update = updateOf(entity, key)) {
-        if (!update->merged) {
+    if (update) {
+        if (!update->merged)
             update->merged = KXRowValues::Owner(KXRowValues::clone(*update->object->values(), entity), { &entity });
-        }
         update->merged->setToOne(property, value);
         update->merged->version = update->version = version;
         return {};
@@ -654,7 +675,8 @@ void KXContextSaver::finish(KXObjectsDidChange &did, KXChangesTogether &together
     for (Object *object : m_inserted) {
         object->m_flags &= ~quint32(Object::Inserted);
         settle(object);
-        object->values()->version = 1;
+        object->values()->version = firstVersion(object->m_key);
+        m_context.formerVersions.erase(object->m_key);
         m_context.touch(object);
         m_context.changes.erase(object);
     }
@@ -668,6 +690,8 @@ void KXContextSaver::finish(KXObjectsDidChange &did, KXChangesTogether &together
     auto inserted = std::exchange(m_context.inserted, {});
     std::copy_if(inserted.begin(), inserted.end(), std::back_inserter(m_context.inserted),
         [](const KXContextHold &object) { return object->isInserted(); });
+    for (const auto &[key, version] : m_gone)
+        m_context.formerVersions[key] = version;
     auto deleted = std::exchange(m_context.deleted, {});
     m_context.deleted.assign(deleted.begin() + ptrdiff_t(m_deletions), deleted.end());
     deleted.resize(m_deletions);

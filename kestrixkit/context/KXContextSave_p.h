@@ -67,6 +67,7 @@ private:
     };
 
     KXError validateObject(const KXManagedObject &object);
+    [[nodiscard]] qint64 firstVersion(qint64 key) const;
     KXError writeInserted(KXSQLiteConnection &connection);
     KXError writeUpdated(KXSQLiteConnection &connection, Update &update);
     KXError settleConflict(
@@ -98,6 +99,7 @@ private:
     std::set<std::tuple<int, qint64, qint64>> m_void;
     std::vector<Link> m_links;
     std::vector<Link> m_moves; // links of acyclic relationships that were changed; `other` is what they were before
+    std::unordered_map<qint64, qint64> m_gone; // deleted rows' last versions, where an undo may bring them back
     std::vector<Row> m_doomed; // rows to be deleted, those that delete rules reach in the store included
     std::vector<std::pair<KXManagedObject *, KXRowChange>> m_overruled; // of inserted objects
     std::vector<KXRowChange> m_foreign; // what became of rows that the context had not changed

@@ -30,7 +30,10 @@ inline constexpr QLatin1StringView KXManagedObjectContextDidSaveNotification {
     "KXManagedObjectContextDidSaveNotification"
 };
 
-/// The objects that changed since the last such notification. At that moment isInserted() and isDeleted() still hold.
+/// The objects that changed since the last such notification. At that moment isInserted() and isDeleted() still hold,
+/// unless what changed was saved meanwhile: what an observer changes and saves while it is told is announced when all
+/// have been told of what came before. Then an inserted object is a stored one, and a deleted one has no context any
+/// more, but keeps its identifier. Which list an object is in holds in both cases.
 struct KXObjectsDidChange
 {
     QList<KXRef<KXManagedObject>> inserted;

@@ -135,8 +135,8 @@ public:
     void revive(
         const KXRef<KXManagedObject> &object, const KXRowValues &values, const std::map<int, QSet<qint64>> &members);
 
-    /// What the deletion of an object does to others.
-    void followDeleteRules(KXManagedObject *object);
+    /// What the deletion of an object does to others; those that go with it are appended.
+    void followDeleteRules(KXManagedObject *object, std::vector<KXRef<KXManagedObject>> &doomed);
     /// Those at the other ends that still refer to a deleted object do so no more.
     void letGo(KXManagedObject *object);
 
@@ -193,6 +193,10 @@ public:
     std::vector<KXContextHold> inserted; ///< in order; those since deleted are no longer flagged so
     std::vector<KXContextHold> deleted;
     std::unordered_map<KXManagedObject *, Change> changes; ///< of stored objects, and of inserted ones once announced
+
+    /// The last versions of rows that are gone and that an undo may bring back: they go on from there, so that nobody
+    /// takes what was saved of their former life for news.
+    std::unordered_map<qint64, qint64> formerVersions;
 
     KXContextRecorder recorder { *this };
 

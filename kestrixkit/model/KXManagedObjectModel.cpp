@@ -112,6 +112,7 @@ void KXManagedObjectModel::resolve()
 
     // Columns of one family share a table: where siblings use one name, the later one's column names its entity.
     QHash<const KXEntityDescription *, QSet<QString>> columns;
+    QSet<QByteArray> indexes; // whose names hold the entity's and the column's
     for (KXEntityDescription *entity : ordered) {
         entity->m_layoutSerial = entity->m_root->m_layoutSerial;
         const int inherited = entity->m_parent ? int(entity->m_parent->m_properties.size()) : 0;
@@ -143,6 +144,12 @@ void KXManagedObjectModel::resolve()
                         KXStringWithFormat("Entity \"%@\" and those below it have more than %@ stored properties",
                             entity->m_root->name(), qint64(MostColumns)));
                 property.m_column = sqlQuoted(column);
+                const QByteArray index = sqlFolded(entity->m_root->name() + u'_' + column);
+                if ((property.isIndexed() || property.isToOne()) && indexes.contains(index))
+                    invalidModel(KXStringWithFormat("The index of \"%@\" of \"%@\" has a name that another one takes",
+                        property.name(), entity->name()));
+                if (property.isIndexed() || property.isToOne())
+                    indexes.insert(index);
             }
             if (property.isRelationship()) {
                 property.m_destination = m_byName.value(property.m_destinationName);

@@ -46,7 +46,7 @@ KXRowCodec::KXRowCodec(const KXEntityDescription &entity)
     m_select += " FROM " + entity.table() + " t0";
 
     m_insert = "INSERT INTO " + entity.table() + "(kx_id, kx_version";
-    QByteArray parameters = "?, 1";
+    QByteArray parameters = "?, ?";
     if (discriminator) {
         m_insert += ", kx_entity";
         parameters += ", " + QByteArray::number(entity.number());
@@ -158,13 +158,15 @@ void KXRowCodec::bind(KXStatement &statement, int parameter, const KXRowValues &
     }
 }
 
-void KXRowCodec::bindInsert(KXStatement &statement, qint64 key, const KXRowValues &values, QByteArray &buffer) const
+void KXRowCodec::bindInsert(
+    KXStatement &statement, qint64 key, qint64 version, const KXRowValues &values, QByteArray &buffer) const
 {
     if (buffer.capacity() < rowBufferBytes)
         buffer.reserve(rowBufferBytes);
     buffer.resize(0);
     int parameter = 1;
     statement.bind(parameter++, key);
+    statement.bind(parameter++, version);
     for (const Column &column : m_columns)
         bind(statement, parameter++, values, *column.property, buffer);
 }

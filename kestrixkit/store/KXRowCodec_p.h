@@ -37,7 +37,8 @@ public:
     static void bind(KXStatement &statement, int parameter, const KXRowValues &values,
         const KXPropertyDescription &property, QByteArray &buffer);
     /// Binds a whole new row.
-    void bindInsert(KXStatement &statement, qint64 key, const KXRowValues &values, QByteArray &buffer) const;
+    void bindInsert(
+        KXStatement &statement, qint64 key, qint64 version, const KXRowValues &values, QByteArray &buffer) const;
 
 private:
     /// What reading a row needs to know of a column, close together.

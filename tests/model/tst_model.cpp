@@ -73,6 +73,15 @@ TEST(Models, thatAreTooLargeAreRefusedWithTheLimit)
     EXPECT_TRUE(object->setValueForKey(u"A255"_s, 7));
     EXPECT_TRUE(context->save(&error)) << error.localizedDescription().toStdString();
 
+    // The names of indexes are those of entity and property.
+    const Property ofA = Property::attribute(u"b_C"_s, KXAttributeType::String);
+    const Property ofB = Property::toOne(u"c"_s, u"A"_s);
+    const auto both = [&](const Property &a) {
+        return refusal({ KXEntityDescription(u"A"_s).add(a), KXEntityDescription(u"A_b"_s).add(ofB) });
+    };
+    EXPECT_EQ(both(ofA), QString());
+    EXPECT_TRUE(both(Property(ofA).indexed()).contains(u"index"_s));
+
     QList<KXEntityDescription> family { entity(u"A"_s, {}, 0) };
     for (int i = 0; i < 8; ++i)
         family.append(entity(u"B%1_"_s.arg(i), u"A"_s, 250));
