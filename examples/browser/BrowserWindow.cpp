@@ -33,6 +33,7 @@
 #include "Settings.h"
 #include "SourceColumn.h"
 #include "TrackTableView.h"
+#include "WaveformMaker.h"
 
 using namespace Qt::StringLiterals;
 
@@ -103,6 +104,7 @@ BrowserWindow::~BrowserWindow()
     m_queue.waitUntilAllOperationsAreFinished();
     m_editor.save();
     // These follow the context and go before it.
+    delete m_waveformMaker;
     delete m_strip;
     delete m_preview;
     delete m_presetLibrary;
@@ -228,6 +230,8 @@ void BrowserWindow::buildTable()
     view->addAction(m_lightAction);
     view->addAction(findChild<MessageStrip *>()->action());
     view->addMenu(m_table->columnsMenu());
+    m_waveformMaker = new WaveformMaker(m_model, m_waveforms, this);
+    view->addAction(m_waveformMaker->action());
     m_table->setColumnPresetsName(u"TrackTableColumns"_s);
     m_table->setSortOptionsAutoSaveName(u"TrackTableSortOptions"_s);
     m_table->loadSortOptions();

@@ -22,6 +22,7 @@ class QProgressBar;
 class QPushButton;
 class SourceColumn;
 class TrackTableView;
+class WaveformMaker;
 
 /// The library's window: its places and presets to the left, the tracks of what is selected there in a sortable table,
 /// a summary above and the import's progress below.
@@ -88,6 +89,7 @@ private:
     Preview *m_preview;
     KXWaveformLibrary *m_waveforms;
     PlayerStrip *m_strip;
+    WaveformMaker *m_waveformMaker;
     QLabel *m_summary;
     QLabel *m_emptyText;
     QLabel *m_status;

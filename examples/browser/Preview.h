@@ -42,7 +42,8 @@ public:
     void playNext();
     void playPrevious();
 
-    /// Where the loudest part of a track is looked up; it outlives the preview. Without it playing starts at the beginning.
+    /// Where the loudest part of a track is looked up; it outlives the preview. Without it playing starts at the
+    /// beginning.
     void setWaveforms(KXWaveformLibrary *waveforms) { m_waveforms = waveforms; }
     [[nodiscard]] bool isShuffled() const;
     void setShuffled(bool shuffled);

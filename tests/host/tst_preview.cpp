@@ -1,5 +1,6 @@
 // Previewing from the table: the space bar, stepping on, the line, and no sound card.
 
+#include <QAction>
 #include <QLabel>
 #include <QMenu>
 #include <QPushButton>
@@ -16,6 +17,7 @@
 #include <Preview.h>
 #include <TrackTableModel.h>
 #include <TrackTableView.h>
+#include <WaveformMaker.h>
 
 #include <support/AudioFiles.h>
 
@@ -246,4 +248,28 @@ TEST_F(PreviewTest, aLostDeviceIsTold)
     output->lose();
     EXPECT_TRUE(preview->label()->text().startsWith(u"The sound device is gone"_s));
     EXPECT_EQ(preview->player().state(), KXAudioPlayerStateStopped);
+}
+
+TEST_F(PreviewTest, waveformsOfAListAreMadeAndPaused)
+{
+    KXWaveformLibrary waveforms(folder.filePath(u"library.waves"_s));
+    for (int i = 0; i < 40; ++i) // none of which is there
+        add(u"x %1"_s.arg(i));
+    save();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return model->rowCount() == 44; }, previewPatience));
+    WaveformMaker maker(model.get(), &waveforms);
+    int made = 0;
+    const auto connection = QObject::connect(&waveforms, &KXWaveformLibrary::progressed, [&] {
+        if (++made == 10)
+            maker.action()->setChecked(false);
+    });
+    maker.action()->setChecked(true);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return made >= 10; }, previewPatience));
+    EXPECT_TRUE(waveforms.isPaused());
+    EXPECT_TRUE(maker.action()->text().contains(u"of 44"_s));
+    QObject::disconnect(connection);
+    maker.action()->setChecked(true);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !maker.action()->isChecked(); }, previewPatience));
+    EXPECT_EQ(waveforms.pendingCount(), 0);
+    EXPECT_FALSE(maker.action()->text().contains(u"44"_s));
 }
