@@ -1,8 +1,15 @@
 #include <kestrixkit/audio/KXAudioLoudness_p.h>
 
+#include <cmath>
 #include <limits>
 
 #include <ebur128.h>
+
+namespace {
+
+constexpr float loudnessMostSample = 1e6F; // beyond, and what is no number, is damage
+
+}
 
 struct KXAudioLoudness::State
 {
@@ -20,30 +27,68 @@ struct KXAudioLoudness::State
 
 KXAudioLoudness::KXAudioLoudness(quint32 channels, double sampleRate)
     : m_channels(channels)
-    , m_state(std::make_unique<State>(std::min(2U, channels), sampleRate))
+    , m_sides(std::min(2U, channels))
+    , m_state(std::make_unique<State>(quint32(m_sides), sampleRate))
+    , m_thread([this] { run(); })
 {
 }
 
-KXAudioLoudness::~KXAudioLoudness() = default;
+KXAudioLoudness::~KXAudioLoudness()
+{
+    {
+        const std::lock_guard lock(m_mutex);
+        m_ends = true;
+    }
+    m_changed.notify_all();
+    m_thread.join();
+}
 
 void KXAudioLoudness::add(const float *const *channels, int frames)
 {
-    if (!m_state->meter)
-        return;
-    if (m_channels == 1) {
-        ebur128_add_frames_float(m_state->meter, channels[0], size_t(frames));
-        return;
-    }
-    m_interleaved.assign(size_t(frames) * 2, 0);
+    m_interleaved.assign(size_t(frames) * m_sides, 0);
     for (quint32 c = 0; c < m_channels; ++c) {
-        for (int i = 0; i < frames; ++i)
-            m_interleaved[size_t(i) * 2 + c % 2] += channels[c][i];
+        for (size_t i = 0; i < size_t(frames); ++i)
+            m_interleaved[i * m_sides + c % m_sides]
+                += std::abs(channels[c][i]) <= loudnessMostSample ? channels[c][i] : 0;
     }
-    ebur128_add_frames_float(m_state->meter, m_interleaved.data(), size_t(frames));
+    hand();
 }
 
-double KXAudioLoudness::lufs() const
+/// Waits for the block before.
+void KXAudioLoudness::hand()
 {
+    {
+        std::unique_lock lock(m_mutex);
+        m_changed.wait(lock, [this] { return !m_isMeasuring; });
+        std::swap(m_interleaved, m_handed);
+        m_isMeasuring = true;
+    }
+    m_changed.notify_all();
+}
+
+void KXAudioLoudness::run()
+{
+    for (;;) {
+        {
+            std::unique_lock lock(m_mutex);
+            m_changed.wait(lock, [this] { return m_isMeasuring || m_ends; });
+            if (m_ends)
+                return;
+        }
+        if (m_state->meter)
+            ebur128_add_frames_float(m_state->meter, m_handed.data(), m_handed.size() / m_sides);
+        {
+            const std::lock_guard lock(m_mutex);
+            m_isMeasuring = false;
+        }
+        m_changed.notify_all();
+    }
+}
+
+double KXAudioLoudness::lufs()
+{
+    std::unique_lock lock(m_mutex);
+    m_changed.wait(lock, [this] { return !m_isMeasuring; });
     double loudness = 0;
     const bool isMeasured = m_state->meter && ebur128_loudness_global(m_state->meter, &loudness) == EBUR128_SUCCESS;
     return isMeasured ? loudness : std::numeric_limits<double>::quiet_NaN();

@@ -273,6 +273,9 @@ TEST_F(Pyramid, loudnessIsTheStandards)
     EXPECT_NEAR(loudness({ silence, silence, sine, sine }), 0, 0.1); // the stems' mix
     EXPECT_EQ(loudness({ silence, silence }), -INFINITY);
     EXPECT_FALSE(KXWaveformPyramid::read(write(makeSound(1000)))->loudness());
+    std::vector<float> damaged = sine;
+    damaged[1000] = std::numeric_limits<float>::quiet_NaN();
+    EXPECT_NEAR(loudness({ damaged, sine }), 0, 0.1);
 }
 
 TEST_F(Pyramid, fingerprintsAreOfTheSoundAlone)
