@@ -98,10 +98,7 @@ PlayerStrip::PlayerStrip(Preview *preview, KXWaveformLibrary *waveforms, QWidget
         if (file == m_file)
             showWaveform();
     });
-    connect(m_waveform, &KXAudioPlayerWaveformView::hovered, this, [this](double seconds) {
-        m_hovered = seconds;
-        showTimes();
-    });
+    connect(m_waveform, &KXAudioPlayerWaveformView::sought, this, &PlayerStrip::showTimes);
     hide();
 }
 
@@ -127,7 +124,7 @@ void PlayerStrip::showWaveform() { m_waveform->setPyramid(m_library->pyramid(m_f
 void PlayerStrip::showTimes()
 {
     const double now = m_preview->player().currentTime(), all = m_preview->player().duration();
-    m_elapsed->setText(Preview::timeText(m_hovered >= 0 ? m_hovered : now));
+    m_elapsed->setText(Preview::timeText(now));
     // Whole seconds of both, so that the two add up to what is shown elsewhere.
     m_remaining->setText(u"-"_s + Preview::timeText(std::max(0.0, std::floor(all) - std::floor(now))));
 }

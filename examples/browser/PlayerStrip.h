@@ -47,5 +47,4 @@ private:
     QList<StemRow> m_stems;
     QUrl m_file; // that the waveform is of
     std::weak_ptr<void> m_item; // the player's, when it was looked at last
-    double m_hovered = -1; // seconds
 };

@@ -193,6 +193,11 @@ TEST_F(PreviewTest, theStripLeadsThePlayerAndItsStems)
     KXAudioPlayerWaveformView *waveform = strip->waveform();
     QTest::mouseClick(waveform, Qt::LeftButton, {}, waveform->rect().center());
     EXPECT_NEAR(stems->currentTime(), 10, 0.2);
+    const auto shows = [&](const QString &text) {
+        const auto labels = strip->findChildren<QLabel *>();
+        return std::any_of(labels.begin(), labels.end(), [&](QLabel *each) { return each->text() == text; });
+    };
+    EXPECT_TRUE(shows(Preview::timeText(stems->currentTime()))); // at once
     const auto picture = [&] { return waveform->grab().toImage(); };
     ASSERT_TRUE(QTest::qWaitFor([&] { return waveforms.overview(QUrl::fromLocalFile(path)); }, previewPatience));
     const QImage all = picture();

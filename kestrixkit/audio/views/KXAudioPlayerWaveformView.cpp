@@ -198,6 +198,7 @@ void KXAudioPlayerWaveformView::seekTo(double x)
     player->setTime(m_layer->timeAtPoint(x));
     m_layer->display();
     update();
+    Q_EMIT sought();
 }
 
 void KXAudioPlayerWaveformView::paintEvent(QPaintEvent *)
@@ -290,6 +291,7 @@ void KXAudioPlayerWaveformView::keyPressEvent(QKeyEvent *event)
     }
     m_layer->display();
     update();
+    Q_EMIT sought();
 }
 
 bool KXAudioPlayerWaveformView::event(QEvent *event)

@@ -39,6 +39,8 @@ public:
 Q_SIGNALS:
     /// The pointer is at this time of the item, -1 when it is not over it.
     void hovered(double seconds);
+    /// The user has led the player elsewhere.
+    void sought();
 
 protected:
     void paintEvent(QPaintEvent *event) override;
