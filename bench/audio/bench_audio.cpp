@@ -20,6 +20,7 @@
 #include <kestrixkit/audio/KXMultiTrackAudioPlayer.h>
 #include <kestrixkit/audio/KXPlaybackSession_p.h>
 #include <kestrixkit/audio/KXWaveformGenerator.h>
+#include <kestrixkit/audio/KXWaveformPyramid.h>
 #include <kestrixkit/foundation/KXOperationQueue.h>
 
 #include <support/AudioFiles.h>
@@ -29,6 +30,7 @@
 #include "peer/plain_rings.h"
 
 using namespace Qt::StringLiterals;
+using namespace std::string_literals;
 
 namespace {
 
@@ -63,6 +65,8 @@ QString folder()
 }
 QString track(const char *format) { return folder() + u"/track."_s + QLatin1StringView(format); }
 QUrl trackUrl(const char *format) { return QUrl::fromLocalFile(track(format)); }
+QString longPath() { return folder() + u"/long.wav"_s; } // ten hours
+QString manyPath() { return folder() + u"/many.wav"_s; } // 32 channels
 QString columnsPath() { return folder() + u"/columns.wav"_s; }
 
 void prepare()
@@ -76,6 +80,11 @@ void prepare()
         for (const AudioRecipe &recipe : recipes)
             QFile::rename(writeSound(sound, recipe, QDir::tempPath()), track(recipe.extension));
     }
+    const AudioRecipe plain { "many", "wav", "wav", "pcm_s16le" };
+    if (!QFile::exists(manyPath()))
+        writeSound(makeSound(600 * 8000, 32, 8000), plain, folder());
+    if (!QFile::exists(longPath()))
+        writeSound(makeSound(36'000 * 2000, 2, 2000), { "long", "wav", "wav", "pcm_u8" }, folder());
     if (!QFile::exists(columnsPath()))
         writeSound(makeSound(4000, 8), { "columns", "wav", "wav", "pcm_f32le" }, folder());
 }
@@ -135,6 +144,51 @@ void waveform(benchmark::State &state, const char *format)
     if (generator.waveformImages().size() != 2 || generator.waveformPaths()[0].elementCount() < 1750)
         return state.SkipWithError("not drawn");
     BenchProgram::report(state, (seconds(CLOCK_PROCESS_CPUTIME_ID) - start) * 1e3);
+}
+
+void pyramid(benchmark::State &state, bool measuresLoudness)
+{
+    const double start = measuresLoudness ? wallSeconds() : cpuSeconds(); // which is a second thread's work
+    KXWaveformReading reading;
+    reading.measuresLoudness = measuresLoudness;
+    const auto pyramid = KXWaveformPyramid::read(trackUrl("flac"), reading);
+    if (!pyramid || pyramid->frames() != 600 * 44'100)
+        return state.SkipWithError("not read");
+    BenchProgram::report(state, ((measuresLoudness ? wallSeconds() : cpuSeconds()) - start) * 1e3);
+}
+
+void pyramidBytes(benchmark::State &state)
+{
+    qsizetype most = 0;
+    for (const QString &path : { track("flac"), longPath(), manyPath() }) {
+        const auto pyramid = KXWaveformPyramid::read(QUrl::fromLocalFile(path));
+        if (!pyramid)
+            return state.SkipWithError("not read");
+        most = std::max(most, pyramid->toBytes().size());
+    }
+    BenchProgram::report(state, double(most));
+}
+
+void pyramidReload(benchmark::State &state)
+{
+    const QString path = folder() + u"/pyramid"_s;
+    QFile out(path);
+    const auto made = KXWaveformPyramid::read(trackUrl("flac"));
+    if (!made || !out.open(QIODevice::WriteOnly) || out.write(made->toBytes()) < 0)
+        return state.SkipWithError("not written");
+    out.close();
+    std::vector<double> times;
+    for (int i = 0; i < 100; ++i) {
+        const double start = wallSeconds();
+        QFile file(path);
+        if (!file.open(QIODevice::ReadOnly))
+            return state.SkipWithError("not opened");
+        const auto pyramid = KXWaveformPyramid::fromBytes(file.readAll());
+        if (!pyramid || pyramid->columnsOfChannels({}, 0, pyramid->frames(), 200).size() != 200)
+            return state.SkipWithError("not read");
+        times.push_back(wallSeconds() - start);
+    }
+    BenchProgram::report(state, median(times) * 1e3);
 }
 
 void process(benchmark::State &state, const QString &program, const QStringList &arguments)
@@ -456,6 +510,13 @@ int main(int argc, char **argv)
     addForFormats("audio.decode", decodeOurs, decodePeer, { "wav", "flac", "mp3", "m4a" });
     addForFormats("audio.waveform-decode", waveform, decodeOurs, { "wav", "flac", "mp3" });
     addForFormats("audio.waveform-showwavespic", pictureOurs, picturePeer, { "wav", "flac", "mp3" });
+    for (const auto &[figure, measuresLoudness] :
+        { std::pair("audio.pyramid-time", false), std::pair("audio.loudness-time", true) }) {
+        add((figure + "/ours"s).c_str(), [loud = measuresLoudness](benchmark::State &state) { pyramid(state, loud); });
+        add((figure + "/peer"s).c_str(), [](benchmark::State &state) { decodeOurs(state, "flac"); });
+    }
+    add("audio.pyramid-bytes/ours", pyramidBytes);
+    add("audio.pyramid-reload/ours", pyramidReload);
     add("audio.peak-bandwidth/ours", [](benchmark::State &state) { bandwidth(state, true); });
     add("audio.peak-bandwidth/peer", [](benchmark::State &state) { bandwidth(state, false); });
     add("audio.render-pass/ours", renderOurs);

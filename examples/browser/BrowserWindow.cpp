@@ -11,6 +11,7 @@
 #include <QStatusBar>
 #include <QToolBar>
 
+#include <kestrixkit/audio/KXWaveformLibrary.h>
 #include <kestrixkit/foundation/KXClock.h>
 #include <kestrixkit/foundation/KXMainQueue.h>
 #include <kestrixkit/foundation/KXUndoManager.h>
@@ -24,6 +25,7 @@
 #include "BrowserStyle.h"
 #include "GenreDialog.h"
 #include "MessageStrip.h"
+#include "PlayerStrip.h"
 #include "PreferencePanes.h"
 #include "PresetCommands.h"
 #include "PresetLibrary.h"
@@ -31,6 +33,7 @@
 #include "Settings.h"
 #include "SourceColumn.h"
 #include "TrackTableView.h"
+#include "WaveformMaker.h"
 
 using namespace Qt::StringLiterals;
 
@@ -101,6 +104,8 @@ BrowserWindow::~BrowserWindow()
     m_queue.waitUntilAllOperationsAreFinished();
     m_editor.save();
     // These follow the context and go before it.
+    delete m_waveformMaker;
+    delete m_strip;
     delete m_preview;
     delete m_presetLibrary;
     delete m_sources;
@@ -212,11 +217,21 @@ void BrowserWindow::buildTable()
     connect(m_model, &QAbstractItemModel::dataChanged, this, &BrowserWindow::updateActions);
     m_preview = new Preview(m_model, m_table, {}, this);
     menuBar()->addMenu(m_preview->makeMenu(this));
+    m_waveforms = new KXWaveformLibrary(m_coordinator->store()->URL().toLocalFile() + u".waves"_s, this);
+    m_preview->setWaveforms(m_waveforms);
+    m_table->setWaveforms(m_waveforms);
+    connect(m_preview, &Preview::changed, m_table, [this] {
+        const KXAudioPlayerState state = m_preview->player().state();
+        const bool isPlayed = state == KXAudioPlayerStatePlaying || state == KXAudioPlayerStateLoading;
+        m_table->setPlayingIndex(isPlayed ? m_preview->playingIndex() : QModelIndex());
+    });
     QMenu *view = menuBar()->addMenu(tr("&View"));
     view->setAccessibleName(tr("View"));
     view->addAction(m_lightAction);
     view->addAction(findChild<MessageStrip *>()->action());
     view->addMenu(m_table->columnsMenu());
+    m_waveformMaker = new WaveformMaker(m_model, m_waveforms, this);
+    view->addAction(m_waveformMaker->action());
     m_table->setColumnPresetsName(u"TrackTableColumns"_s);
     m_table->setSortOptionsAutoSaveName(u"TrackTableSortOptions"_s);
     m_table->loadSortOptions();
@@ -234,7 +249,14 @@ void BrowserWindow::buildTable()
     auto *centre = new QVBoxLayout(m_table->viewport());
     centre->addWidget(m_emptyText);
     m_emptyText->hide();
-    setCentralWidget(m_sources->beside(m_table));
+    auto *all = new QWidget;
+    auto *column = new QVBoxLayout(all);
+    column->setContentsMargins(0, 0, 0, 0);
+    column->setSpacing(0);
+    column->addWidget(m_sources->beside(m_table), 1);
+    m_strip = new PlayerStrip(m_preview, m_waveforms);
+    column->addWidget(m_strip);
+    setCentralWidget(all);
 }
 
 void BrowserWindow::buildStatus()

@@ -13,6 +13,8 @@
 #include "TrackTableModel.h"
 
 class KXFilterSetPreset;
+class KXWaveformLibrary;
+class PlayerStrip;
 class PresetLibrary;
 class Preview;
 class QLabel;
@@ -20,6 +22,7 @@ class QProgressBar;
 class QPushButton;
 class SourceColumn;
 class TrackTableView;
+class WaveformMaker;
 
 /// The library's window: its places and presets to the left, the tracks of what is selected there in a sortable table,
 /// a summary above and the import's progress below.
@@ -39,6 +42,8 @@ public:
 
     [[nodiscard]] TrackTableModel *model() const { return m_model; }
     [[nodiscard]] TrackTableView *table() const { return m_table; }
+    [[nodiscard]] Preview *preview() const { return m_preview; }
+    [[nodiscard]] PlayerStrip *strip() const { return m_strip; }
     [[nodiscard]] SourceColumn *sources() const { return m_sources; }
     [[nodiscard]] const KXManagedObjectContext::Ref &context() const { return m_context; }
 
@@ -82,6 +87,9 @@ private:
     QAction *m_genreAction;
     QLabel *m_title;
     Preview *m_preview;
+    KXWaveformLibrary *m_waveforms;
+    PlayerStrip *m_strip;
+    WaveformMaker *m_waveformMaker;
     QLabel *m_summary;
     QLabel *m_emptyText;
     QLabel *m_status;

@@ -2,13 +2,19 @@
 
 #include <QAbstractItemView>
 #include <QAction>
+#include <QActionGroup>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QMenu>
 #include <QPersistentModelIndex>
+#include <QRandomGenerator>
 
+#include <kestrixkit/audio/KXAudioFile.h>
 #include <kestrixkit/audio/KXAudioPlayerManager.h>
 #include <kestrixkit/audio/KXBasicAudioPlayer.h>
+#include <kestrixkit/audio/KXMultiTrackAudioPlayer.h>
 #include <kestrixkit/audio/KXPortAudioOutput.h>
+#include <kestrixkit/audio/KXWaveformLibrary.h>
 
 #include "BrowserStyle.h"
 #include "MessageStrip.h"
@@ -21,11 +27,15 @@ namespace {
 constexpr float previewVolume = 0.9F;
 constexpr int previewClockMilliseconds = 250;
 constexpr int previewLongestTitle = 40;
+constexpr double previewLoudestSeconds = 10;
 
-QString previewMinutes(double seconds)
+/// Whether a file has more tracks than two sides.
+bool previewIsStems(const QUrl &url)
 {
-    const int whole = int(seconds);
-    return u"%1:%2"_s.arg(whole / 60).arg(whole % 60, 2, 10, QLatin1Char('0'));
+    KXAudioFile file;
+    KXStreamFormat format;
+    return url.isLocalFile() && file.open(url) == KXAudioFileNoError && file.dataFormat(&format) == KXAudioFileNoError
+        && format.mChannelsPerFrame > 2;
 }
 
 } // namespace
@@ -68,12 +78,30 @@ struct Preview::Playlist : KXAudioPlayerPlaylist
             item->title = item->title.left(previewLongestTitle - 1) + u'…';
         return item;
     }
-    KXAudioPlayerItemPointer beside(const KXAudioPlayerItemPointer &item, int step) const
+    KXAudioPlayerItemPointer beside(const KXAudioPlayerItemPointer &item, int step)
     {
         const QPersistentModelIndex &index = static_cast<const Item &>(*item).index;
-        return index.isValid() ? itemAt(index.row() + step) : nullptr;
+        if (!isShuffled)
+            return index.isValid() ? itemAt(index.row() + step) : nullptr;
+        if (step < 0) {
+            while (!history.isEmpty()) {
+                const QPersistentModelIndex before = history.takeLast();
+                if (before.isValid() && before != index)
+                    return itemAt(before.row());
+            }
+            return nullptr;
+        }
+        const int rows = model->rowCount();
+        if (rows < 2)
+            return nullptr;
+        history.append(index);
+        // Any other one.
+        const int row = QRandomGenerator::global()->bounded(rows - 1);
+        return itemAt(row + (index.isValid() && row >= index.row() ? 1 : 0));
     }
     TrackTableModel *const model;
+    bool isShuffled = false;
+    QList<QPersistentModelIndex> history; // what was played while shuffled
 };
 
 /// What makes the player known to the rest of the application.
@@ -81,11 +109,25 @@ class Preview::Manager : public KXAudioPlayerManager
 {
 public:
     explicit Manager(const std::shared_ptr<KXAudioOutput> &output)
+        : basic(std::make_shared<KXBasicAudioPlayer>(output))
+        , stems(std::make_shared<KXMultiTrackAudioPlayer>(output))
     {
-        setAudioPlayer(std::make_shared<KXBasicAudioPlayer>(output));
-        audioPlayer()->setVolume(previewVolume);
-        audioPlayer()->setContinuous(true);
+        setAudioPlayer(basic);
+        for (KXAudioPlayer *each :
+            { static_cast<KXAudioPlayer *>(basic.get()), static_cast<KXAudioPlayer *>(stems.get()) }) {
+            each->setVolume(previewVolume);
+            each->setContinuous(true);
+        }
     }
+    void use(bool asStems)
+    {
+        if (asStems)
+            setAudioPlayer(stems);
+        else
+            setAudioPlayer(basic);
+    }
+    const std::shared_ptr<KXBasicAudioPlayer> basic;
+    const std::shared_ptr<KXMultiTrackAudioPlayer> stems;
 };
 
 Preview::Preview(
@@ -103,14 +145,38 @@ Preview::Preview(
     m_label->setContentsMargins(BrowserStyle::margin, 0, BrowserStyle::margin, 0);
     m_clock.setInterval(previewClockMilliseconds);
     connect(&m_clock, &QTimer::timeout, this, &Preview::showState);
-    connect(&player(), &KXAudioPlayer::stateChanged, this, &Preview::showState);
-    connect(&player(), &KXAudioPlayer::currentItemChanged, this, &Preview::followItem);
+    for (KXAudioPlayer *each : { static_cast<KXAudioPlayer *>(m_manager->basic.get()),
+             static_cast<KXAudioPlayer *>(m_manager->stems.get()) }) {
+        each->setDelegate(this);
+        connect(each, &KXAudioPlayer::stateChanged, this, [this, each] {
+            if (each == &player())
+                showState();
+        });
+        connect(each, &KXAudioPlayer::currentItemChanged, this, [this, each] {
+            if (each == &player())
+                followItem();
+        });
+    }
+    connect(m_view, &QAbstractItemView::doubleClicked, this, [this](const QModelIndex &index) {
+        if (index.column() != TrackTableModel::Rating) // whose stars are clicked
+            playRow(index.row());
+    });
+    m_view->installEventFilter(this);
+    m_output->setDeviceLostHandler([this](const QString &) {
+        m_lostDevice = true;
+        m_label->setText(tr("The sound device is gone: choose another one in the menu Play"));
+    });
 }
 
 Preview::~Preview()
 {
-    disconnect(&player(), nullptr, this, nullptr);
-    player().stop();
+    m_output->setDeviceLostHandler({});
+    for (KXAudioPlayer *each : { static_cast<KXAudioPlayer *>(m_manager->basic.get()),
+             static_cast<KXAudioPlayer *>(m_manager->stems.get()) }) {
+        disconnect(each, nullptr, this, nullptr);
+        each->setDelegate(nullptr);
+        each->stop();
+    }
     if (KXAudioPlayerManager::sharedInstance() == m_manager)
         KXAudioPlayerManager::setSharedInstance(nullptr);
 }
@@ -119,20 +185,156 @@ KXAudioPlayer &Preview::player() const { return *m_manager->audioPlayer(); }
 
 const Preview::Item *Preview::currentItem() const { return static_cast<const Item *>(player().currentItem().get()); }
 
+KXMultiTrackAudioPlayer *Preview::stems() const
+{
+    return m_manager->audioPlayer() == m_manager->stems ? m_manager->stems.get() : nullptr;
+}
+
+QModelIndex Preview::playingIndex() const
+{
+    const Item *item = currentItem();
+    return item ? QModelIndex(item->index) : QModelIndex();
+}
+
+QString Preview::playingTitle() const
+{
+    const Item *item = currentItem();
+    return item ? item->title : QString();
+}
+
+QString Preview::timeText(double seconds)
+{
+    const auto whole = qint64(seconds);
+    return u"%1:%2"_s.arg(whole / 60).arg(whole % 60, 2, 10, QLatin1Char('0'));
+}
+
+bool Preview::isShuffled() const { return m_playlist->isShuffled; }
+
+void Preview::setShuffled(bool shuffled)
+{
+    m_playlist->isShuffled = shuffled;
+    m_playlist->history.clear();
+    Q_EMIT changed();
+}
+
+float Preview::volume() const { return player().volume(); }
+
+void Preview::setVolume(float volume)
+{
+    m_manager->basic->setVolume(volume);
+    m_manager->stems->setVolume(volume);
+}
+
+void Preview::playNext() { m_manager->playNext(true); }
+
+void Preview::playPrevious() { m_manager->playPrevious(true); }
+
+bool Preview::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched != m_view || event->type() != QEvent::KeyPress)
+        return false;
+    const auto *key = static_cast<QKeyEvent *>(event);
+    const bool isReturn = key->key() == Qt::Key_Return || key->key() == Qt::Key_Enter;
+    if (!isReturn || (key->modifiers() & ~Qt::KeypadModifier) || !m_view->currentIndex().isValid())
+        return false;
+    playRow(m_view->currentIndex().row());
+    return true;
+}
+
+// Which of the two plays an item is only known when it comes.
+
+bool Preview::shouldPlayNextItem(KXAudioPlayer &player, const KXAudioPlayerItemPointer &item)
+{
+    return plays(player, item);
+}
+
+bool Preview::shouldPlayPreviousItem(KXAudioPlayer &player, const KXAudioPlayerItemPointer &item)
+{
+    return plays(player, item);
+}
+
+bool Preview::plays(KXAudioPlayer &asked, const KXAudioPlayerItemPointer &item)
+{
+    if (!item || previewIsStems(item->audioFileURL()) == (&asked == m_manager->stems.get()))
+        return true;
+    play(item);
+    return false;
+}
+
+void Preview::play(const KXAudioPlayerItemPointer &item)
+{
+    m_lostDevice = false;
+    KXAudioPlayer &former = player();
+    m_manager->use(previewIsStems(item->audioFileURL()));
+    if (&former != &player())
+        former.stop();
+    player().playItemFromPlaylist(item, m_playlist);
+}
+
+void Preview::fillDeviceMenu(QMenu *menu)
+{
+    menu->clear();
+    auto *output = dynamic_cast<KXPortAudioOutput *>(m_output.get());
+    const QList<KXAudioDevice> devices = output ? KXPortAudioOutput::devices() : QList<KXAudioDevice>();
+    if (devices.isEmpty()) {
+        menu->addAction(tr("No sound card"))->setEnabled(false);
+        return;
+    }
+    auto *group = new QActionGroup(menu);
+    const auto add = [&](const QString &name, const QString &identifier) {
+        QAction *action = menu->addAction(name);
+        action->setCheckable(true);
+        action->setChecked(output->device() == identifier);
+        group->addAction(action);
+        connect(action, &QAction::triggered, this, [this, output, identifier] {
+            const bool goesOn = std::exchange(m_lostDevice, false);
+            if (output->setDevice(identifier) != 0)
+                m_label->setText(tr("This sound device cannot be opened"));
+            else if (goesOn)
+                player().resume();
+        });
+    };
+    add(tr("The System's Own"), {});
+    for (const KXAudioDevice &device : devices)
+        add(device.identifier, device.identifier);
+}
+
+/// Once for each item, as soon as it plays.
+void Preview::cue()
+{
+    const auto item = player().currentItem();
+    if (!item || m_cued.lock() == item)
+        return;
+    m_cued = item;
+    if (const auto waveform = m_startsLoudest && m_waveforms ? m_waveforms->pyramid(item->audioFileURL()) : nullptr)
+        player().setTime(waveform->loudestTime(previewLoudestSeconds));
+}
+
 QMenu *Preview::makeMenu(QWidget *parent)
 {
     auto *menu = new QMenu(tr("&Play"), parent);
     menu->setAccessibleName(tr("Play"));
     menu->addAction(tr("&Preview or Stop"), this, &Preview::toggle)->setShortcut(Qt::Key_Space);
-    menu->addAction(tr("&Next Track"), this, [this] { m_manager->playNext(true); })
-        ->setShortcut(Qt::CTRL | Qt::Key_Right);
-    menu->addAction(tr("P&revious Track"), this, [this] { m_manager->playPrevious(true); })
-        ->setShortcut(Qt::CTRL | Qt::Key_Left);
+    menu->addAction(tr("&Next Track"), this, &Preview::playNext)->setShortcut(Qt::CTRL | Qt::Key_Right);
+    menu->addAction(tr("P&revious Track"), this, &Preview::playPrevious)->setShortcut(Qt::CTRL | Qt::Key_Left);
     menu->addSeparator();
+    QMenu *devices = menu->addMenu(tr("&Output"));
+    devices->setAccessibleName(tr("Output"));
+    connect(devices, &QMenu::aboutToShow, this, [this, devices] { fillDeviceMenu(devices); });
+    QAction *loudest = menu->addAction(tr("Start at the &Loudest Part"));
+    loudest->setCheckable(true);
+    connect(loudest, &QAction::toggled, this, [this](bool on) { m_startsLoudest = on; });
+    QAction *shuffled = menu->addAction(tr("&Shuffle"));
+    shuffled->setCheckable(true);
+    connect(shuffled, &QAction::toggled, this, &Preview::setShuffled);
+    connect(this, &Preview::changed, shuffled, [this, shuffled] { shuffled->setChecked(isShuffled()); });
     QAction *continuous = menu->addAction(tr("&Continue with the Next One"));
     continuous->setCheckable(true);
     continuous->setChecked(player().isContinuous());
-    connect(continuous, &QAction::toggled, this, [this](bool on) { player().setContinuous(on); });
+    connect(continuous, &QAction::toggled, this, [this](bool on) {
+        m_manager->basic->setContinuous(on);
+        m_manager->stems->setContinuous(on);
+    });
     return menu;
 }
 
@@ -145,6 +347,11 @@ void Preview::toggle()
         m_manager->togglePlayback();
         return;
     }
+    playRow(row);
+}
+
+void Preview::playRow(int row)
+{
     const std::shared_ptr<Item> selected = m_playlist->itemAt(row);
     if (!selected)
         return;
@@ -153,7 +360,7 @@ void Preview::toggle()
         return;
     }
     m_followed = selected;
-    player().playItemFromPlaylist(selected, m_playlist);
+    play(selected);
 }
 
 /// Where the player goes on by itself the selection goes along, unless the user has left the track.
@@ -165,6 +372,7 @@ void Preview::followItem()
     if (isFollowing && item && item->index.isValid())
         m_view->setCurrentIndex(item->index.sibling(item->index.row(), m_view->currentIndex().column()));
     m_followed = item;
+    Q_EMIT changed();
 }
 
 void Preview::showState()
@@ -173,9 +381,12 @@ void Preview::showState()
     const bool isPlaying = player().state() == KXAudioPlayerStatePlaying;
     if (isPlaying != m_clock.isActive())
         isPlaying ? m_clock.start() : m_clock.stop();
+    if (isPlaying)
+        cue();
+    Q_EMIT changed();
     if (!item)
         return;
-    const QString time = u"%1 / %2"_s.arg(previewMinutes(player().currentTime()), previewMinutes(player().duration()));
+    const QString time = u"%1 / %2"_s.arg(timeText(player().currentTime()), timeText(player().duration()));
     switch (player().state()) {
     case KXAudioPlayerStateIdle:
         m_label->clear();

@@ -2,22 +2,26 @@
 
 #include <memory>
 
+#include <QModelIndex>
 #include <QObject>
 #include <QTimer>
 
 #include <kestrixkit/audio/KXAudioOutput.h>
+#include <kestrixkit/audio/KXAudioPlayer.h>
 
-class KXAudioPlayer;
 class KXAudioPlayerManager;
+class KXMultiTrackAudioPlayer;
+class KXWaveformLibrary;
 class QAbstractItemView;
 class QAction;
 class QLabel;
 class QMenu;
 class TrackTableModel;
 
-/// Plays the selected track on the space bar, and the ones below it when it is continuous. One line tells what it plays
-/// and where it is; without a sound card it says so, and nothing else is different.
-class Preview : public QObject
+/// Plays the selected track on the space bar, by Return or a double-click, and the ones below it, or any others, when
+/// it is continuous. One line tells what it plays and where it is; without a sound card it says so, and nothing else is
+/// different. Files of more than two channels are played as stems.
+class Preview : public QObject, private KXAudioPlayerDelegate
 {
     Q_OBJECT
 public:
@@ -33,16 +37,49 @@ public:
 
     /// Plays the selected track; stops it, or goes on with it, when it is the one that was played last.
     void toggle();
+    /// Plays the track in this row from its start, whatever is played now.
+    void playRow(int row);
+    void playNext();
+    void playPrevious();
+
+    /// Where the loudest part of a track is looked up; it outlives the preview. Without it playing starts at the
+    /// beginning.
+    void setWaveforms(KXWaveformLibrary *waveforms) { m_waveforms = waveforms; }
+    [[nodiscard]] bool isShuffled() const;
+    void setShuffled(bool shuffled);
+    [[nodiscard]] float volume() const;
+    void setVolume(float volume);
+
+    [[nodiscard]] KXAudioPlayer &player() const;
+    /// The player while it plays stems; null while it plays anything else.
+    [[nodiscard]] KXMultiTrackAudioPlayer *stems() const;
+    /// What is played or was last; invalid where there was nothing, or it left the table.
+    [[nodiscard]] QModelIndex playingIndex() const;
+    [[nodiscard]] QString playingTitle() const;
+    /// Minutes and whole seconds that have passed.
+    [[nodiscard]] static QString timeText(double seconds);
+
+Q_SIGNALS:
+    /// The item, its state or its time has changed.
+    void changed();
+
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
     struct Item;
     struct Playlist;
     class Manager;
 
-    [[nodiscard]] KXAudioPlayer &player() const;
     [[nodiscard]] const Item *currentItem() const;
+    bool shouldPlayNextItem(KXAudioPlayer &player, const KXAudioPlayerItemPointer &item) override;
+    bool shouldPlayPreviousItem(KXAudioPlayer &player, const KXAudioPlayerItemPointer &item) override;
+    bool plays(KXAudioPlayer &player, const KXAudioPlayerItemPointer &item);
+    void play(const KXAudioPlayerItemPointer &item);
+    void fillDeviceMenu(QMenu *menu);
     void followItem();
     void showState();
+    void cue();
 
     TrackTableModel *const m_model;
     QAbstractItemView *const m_view;
@@ -51,5 +88,9 @@ private:
     const std::shared_ptr<Playlist> m_playlist;
     QLabel *m_label; // the parent's of whatever it is put into
     QTimer m_clock; // while it plays
+    KXWaveformLibrary *m_waveforms = nullptr;
+    bool m_startsLoudest = false;
+    bool m_lostDevice = false; // while it played
+    std::weak_ptr<KXAudioPlayerItem> m_cued; // the item that has been led to its loudest part, if it was to be
     std::shared_ptr<Item> m_followed; // the item that the selection is on
 };

@@ -32,6 +32,7 @@ constexpr ColumnDescription columnDescriptions[TrackTableModel::ColumnCount] = {
     { QT_TRANSLATE_NOOP("TrackTable", "Year"), "year", Qt::AlignRight, false },
     { QT_TRANSLATE_NOOP("TrackTable", "Added"), "added", Qt::AlignRight, false },
     { QT_TRANSLATE_NOOP("TrackTable", "Comment"), "comment", Qt::AlignLeft, true },
+    { QT_TRANSLATE_NOOP("TrackTable", "Waveform"), "location", Qt::AlignLeft, false },
 };
 
 constexpr int searchableRows = 20'000;
@@ -86,6 +87,8 @@ QVariant TrackTableModel::data(const QModelIndex &index, int role) const
         return row(index.row()).missing;
     case StarsRole:
         return row(index.row()).stars;
+    case LocationRole:
+        return row(index.row()).location;
     case KeyRole:
         return column == KeyName ? row(index.row()).key : 0;
     default:
@@ -238,6 +241,7 @@ TrackTableModel::Row TrackTableModel::makeRow(const Track &track) const
     Row row;
     row.missing = track.missing();
     row.stars = track.rating().value_or(0);
+    row.location = track.location();
     row.notes = track.importNotes().value_or(QString());
     row.texts[Title] = track.title();
     row.texts[Artist] = track.artistText().value_or(QString());

@@ -31,11 +31,13 @@ public:
         Year,
         Added,
         Comment,
+        Waveform,
         ColumnCount
     };
     enum Role {
         MissingRole = Qt::UserRole, ///< bool: the file is gone
         StarsRole, ///< int, 0 to 5; may be set
+        LocationRole, ///< QUrl: the file
         KeyRole, ///< int: number on the wheel of keys, negative for minor; 0 in columns other than KeyName
     };
 
@@ -73,6 +75,7 @@ private:
     {
         std::array<QString, ColumnCount> texts;
         QString notes;
+        QUrl location;
         bool missing = false;
         int stars = 0;
         int key = 0;

@@ -9,6 +9,8 @@
 #include <QPixmapCache>
 #include <QScrollBar>
 
+#include <kestrixkit/audio/KXWaveformLibrary.h>
+#include <kestrixkit/audio/views/KXAudioPlayerWaveformLayer.h>
 #include <kestrixkit/theme/KXThemeStyleNames.h>
 #include <kestrixkit/theme/controls/KXThemeableScroller.h>
 #include <kestrixkit/theme/controls/KXThemeableTableHeaderCell.h>
@@ -26,9 +28,10 @@ struct TrackColumn
     int width;
 };
 
-constexpr TrackColumn trackColumns[TrackTableModel::ColumnCount] = { { "title"_L1, 220 }, { "artist"_L1, 170 },
-    { "album"_L1, 162 }, { "genre"_L1, 130 }, { "bpm"_L1, 62 }, { "key"_L1, 92 }, { "rating"_L1, 98 },
-    { "length"_L1, 76 }, { "label"_L1, 108 }, { "year"_L1, 58 }, { "added"_L1, 106 }, { "comment"_L1, 136 } };
+constexpr TrackColumn trackColumns[TrackTableModel::ColumnCount]
+    = { { "title"_L1, 220 }, { "artist"_L1, 170 }, { "album"_L1, 162 }, { "genre"_L1, 130 }, { "bpm"_L1, 62 },
+          { "key"_L1, 92 }, { "rating"_L1, 98 }, { "length"_L1, 76 }, { "label"_L1, 108 }, { "year"_L1, 58 },
+          { "added"_L1, 106 }, { "comment"_L1, 136 }, { "waveform"_L1, 140 } };
 
 QPainterPath starPath(QPointF centre, double radius)
 {
@@ -68,6 +71,41 @@ void paintStars(QPainter &painter, const QRect &cell, Qt::LayoutDirection direct
         QPixmapCache::insert(key, picture);
     }
     painter.drawPixmap(place.topLeft(), picture);
+}
+
+/// Drawn once: a frame while scrolling only copies it.
+void paintWaveform(
+    QPainter &painter, const QRect &cell, const KXWaveformColumns &columns, const QUrl &file, QColor colour)
+{
+    const qreal ratio = painter.device()->devicePixelRatio();
+    const QRect place = cell.adjusted(BrowserStyle::margin, 4, -BrowserStyle::margin, -4);
+    const QSize pixels = place.size() * ratio;
+    if (pixels.isEmpty())
+        return;
+    const QString key = u"waveform %1 %2 %3 %4"_s.arg(file.toString(), QString::number(pixels.width()),
+        QString::number(pixels.height()), QString::number(colour.rgba()));
+    QPixmap picture;
+    if (!QPixmapCache::find(key, &picture)) {
+        picture = QPixmap::fromImage(KXAudioPlayerWaveformLayer::waveformImage(columns, pixels, colour));
+        picture.setDevicePixelRatio(ratio);
+        QPixmapCache::insert(key, picture);
+    }
+    painter.drawPixmap(place.topLeft(), picture);
+}
+
+/// The head of an arrow beside what is played.
+void paintPlaying(QPainter &painter, const QRect &cell, Qt::LayoutDirection direction, const QColor &colour)
+{
+    const QRectF box = QStyle::visualRect(
+        direction, cell, QRect(cell.left() + 2, cell.center().y() - 3, BrowserStyle::margin - 4, 8));
+    const bool isLeft = direction == Qt::LeftToRight;
+    painter.save();
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(colour);
+    painter.drawPolygon(QPolygonF { isLeft ? box.topLeft() : box.topRight(),
+        isLeft ? box.bottomLeft() : box.bottomRight(), QPointF(isLeft ? box.right() : box.left(), box.center().y()) });
+    painter.restore();
 }
 
 } // namespace
@@ -120,10 +158,34 @@ void TrackTableView::drawCell(QPainter &painter, const KXTableCell &cell) const
         drawText(painter, plate.adjusted(2, 0, -2, 0), Qt::AlignHCenter, cell.index.data().toString());
         return;
     }
+    if (cell.index.column() == TrackTableModel::Waveform) {
+        const QUrl file = cell.index.data(TrackTableModel::LocationRole).toUrl();
+        if (const KXWaveformColumns *columns = m_waveforms && !missing ? m_waveforms->overview(file) : nullptr)
+            paintWaveform(painter, cell.rect, *columns, file, cell.selected ? cell.text : BrowserStyle::accent());
+        return;
+    }
+    const bool isPlaying = m_playing.isValid() && cell.index.row() == m_playing.row();
+    if (isPlaying && cell.index.column() == TrackTableModel::Title)
+        paintPlaying(painter, cell.rect, layoutDirection(), cell.selected ? cell.text : BrowserStyle::accent());
     KXTableCell shown = cell;
-    if (missing)
+    if (isPlaying && !missing && !cell.selected && cell.index.column() == TrackTableModel::Title)
+        shown.text = BrowserStyle::accent();
+    else if (missing)
         shown.text = BrowserStyle::missingText();
     else if (!cell.selected && cell.index.column() != TrackTableModel::Title)
         shown.text = BrowserStyle::secondaryText();
     KXTableView::drawCell(painter, shown);
+}
+
+void TrackTableView::setWaveforms(KXWaveformLibrary *waveforms)
+{
+    m_waveforms = waveforms;
+    // Many of them come within a frame.
+    connect(waveforms, &KXWaveformLibrary::ready, viewport(), qOverload<>(&QWidget::update));
+}
+
+void TrackTableView::setPlayingIndex(const QModelIndex &index)
+{
+    m_playing = index;
+    viewport()->update();
 }

@@ -39,6 +39,9 @@ void KXAudioOutput::removeSource(const KXAudioRenderSource *source)
 void KXAudioOutput::announceLost(const QString &reason)
 {
     KXLogError(audio, "Audio output lost: %@", reason);
-    if (const LostHandler handler = m_lostHandler)
-        handler(reason);
+    const LostHandler player = m_lostHandler, host = m_deviceLostHandler; // either may end the output
+    if (player)
+        player(reason);
+    if (host)
+        host(reason);
 }

@@ -56,6 +56,9 @@ public:
     /// Stops and lets go of this source; nothing happens while it has another one. Nobody is told.
     void removeSource(const KXAudioRenderSource *source);
 
+    /// Called, after whoever plays, when the device goes while it is running; for a host that wants to tell its user.
+    void setDeviceLostHandler(LostHandler handler) { m_deviceLostHandler = std::move(handler); }
+
     /// Nothing happens while it is running.
     virtual Status start() = 0;
     /// What the device still holds is dropped. Nothing happens while it is stopped.
@@ -74,4 +77,5 @@ private:
     double m_sampleRate = 0;
     std::shared_ptr<KXAudioRenderSource> m_source;
     LostHandler m_lostHandler;
+    LostHandler m_deviceLostHandler;
 };

@@ -129,6 +129,19 @@ KXAudioFileStatus KXFFmpegAudioFile::read(float *const *channels, quint32 frames
     return done > 0 || status == EndOfFile ? KXAudioFileNoError : status;
 }
 
+KXAudioFileStatus KXFFmpegAudioFile::readEncoded(QByteArrayView *packet)
+{
+    *packet = {};
+    renewDeadline();
+    if (!std::exchange(m_hasPacket, false)) {
+        const int status = readPacket();
+        if (status < 0 || status == KXAudioFileInvalidFileError)
+            return status == AVERROR_EOF ? KXAudioFileNoError : status;
+    }
+    *packet = QByteArrayView(m_packet->data, m_packet->size);
+    return KXAudioFileNoError;
+}
+
 int KXFFmpegAudioFile::nextFrame()
 {
     if (m_isAtEnd)

@@ -29,6 +29,8 @@ public:
     KXAudioFileStatus setClientFormat(const KXStreamFormat &format) override;
     KXAudioFileStatus seek(qint64 frame) override;
     KXAudioFileStatus read(float *const *channels, quint32 frames, quint32 *framesRead) override;
+    /// The next packet as it was encoded, borrowed until the next call; empty at the end. In place of read().
+    KXAudioFileStatus readEncoded(QByteArrayView *packet);
     [[nodiscard]] bool lengthIsExact() const override { return m_lengthIsExact; }
     KXAudioFileStatus findExactLength() override;
     [[nodiscard]] qint64 position() const override { return m_position; }

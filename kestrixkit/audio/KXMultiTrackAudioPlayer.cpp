@@ -78,6 +78,8 @@ bool KXMultiTrackAudioPlayer::setupCoreAudio(const KXStreamFormat &format)
         return false;
     }
     m_numberOfChannels = m_session->inputCount();
+    m_mutes.assign(size_t(m_numberOfChannels), false);
+    m_stems.assign(size_t(numberOfStems()), {});
     applyVolumeToMixer();
     if (const int status = m_output->start()) {
         KXLogError(audio, "Couldn't initialize graph (%i)", qint16(status));
@@ -217,18 +219,91 @@ void KXMultiTrackAudioPlayer::applyVolumeToMixer()
         m_session->setVolume(volume());
 }
 
-void KXMultiTrackAudioPlayer::setChannelGain(qint64 index, float gain, const char *failure)
+void KXMultiTrackAudioPlayer::setChannelMuted(qint64 index, bool muted, const char *failure)
 {
-    if (m_session && m_hasGraph && index <= m_numberOfChannels && !m_session->setInputGain(index, gain))
+    if (!m_session || !m_hasGraph || index > m_numberOfChannels)
+        return;
+    if (index < 0 || index >= qint64(m_mutes.size()) || index >= m_session->inputCount()) {
         KXLogError(audio, failure, index, multiTrackNoSuchBus);
+        return;
+    }
+    m_mutes[size_t(index)] = muted;
+    applyStems();
 }
 
 void KXMultiTrackAudioPlayer::muteChannel(qint64 index)
 {
-    setChannelGain(index, 0, "Failed to set mute channel %ld (%i)");
+    setChannelMuted(index, true, "Failed to set mute channel %ld (%i)");
 }
 
 void KXMultiTrackAudioPlayer::unmuteChannel(qint64 index)
 {
-    setChannelGain(index, 1, "Failed to set unmute channel %ld (%i)");
+    setChannelMuted(index, false, "Failed to set unmute channel %ld (%i)");
+}
+
+bool KXMultiTrackAudioPlayer::isChannelMuted(qint64 index) const
+{
+    return index >= 0 && index < qint64(m_mutes.size()) && m_mutes[size_t(index)];
+}
+
+float KXMultiTrackAudioPlayer::heardGain(qint64 stem) const
+{
+    const bool anySoloed = std::any_of(m_stems.begin(), m_stems.end(), [](const Stem &each) { return each.soloed; });
+    return !anySoloed || m_stems[size_t(stem)].soloed ? m_stems[size_t(stem)].gain : 0;
+}
+
+void KXMultiTrackAudioPlayer::applyStems()
+{
+    for (qint64 c = 0; m_session && c < std::min<qint64>(m_session->inputCount(), qint64(m_mutes.size())); ++c)
+        m_session->setInputGain(c, m_mutes[size_t(c)] ? 0 : heardGain(c / 2));
+    Q_EMIT stemsChanged();
+}
+
+void KXMultiTrackAudioPlayer::setStemMuted(qint64 stem, bool muted)
+{
+    if (stem < 0 || stem >= qint64(m_stems.size()))
+        return;
+    for (qint64 c = 2 * stem; c < std::min<qint64>(2 * stem + 2, qint64(m_mutes.size())); ++c)
+        m_mutes[size_t(c)] = muted;
+    applyStems();
+}
+
+bool KXMultiTrackAudioPlayer::isStemMuted(qint64 stem) const
+{
+    return stem >= 0 && stem < qint64(m_stems.size()) && isChannelMuted(2 * stem)
+        && (2 * stem + 1 >= qint64(m_mutes.size()) || isChannelMuted(2 * stem + 1));
+}
+
+void KXMultiTrackAudioPlayer::setStemSoloed(qint64 stem, bool soloed)
+{
+    if (stem < 0 || stem >= qint64(m_stems.size()))
+        return;
+    m_stems[size_t(stem)].soloed = soloed;
+    applyStems();
+}
+
+bool KXMultiTrackAudioPlayer::isStemSoloed(qint64 stem) const
+{
+    return stem >= 0 && stem < qint64(m_stems.size()) && m_stems[size_t(stem)].soloed;
+}
+
+void KXMultiTrackAudioPlayer::setStemGain(qint64 stem, float gain)
+{
+    if (stem < 0 || stem >= qint64(m_stems.size()) || std::isnan(gain))
+        return;
+    m_stems[size_t(stem)].gain = std::clamp(gain, 0.0F, MostStemGain);
+    applyStems();
+}
+
+float KXMultiTrackAudioPlayer::stemGain(qint64 stem) const
+{
+    return stem >= 0 && stem < qint64(m_stems.size()) ? m_stems[size_t(stem)].gain : 0;
+}
+
+std::vector<float> KXMultiTrackAudioPlayer::audibleStemGains() const
+{
+    std::vector<float> gains;
+    for (qint64 stem = 0; stem < qint64(m_stems.size()); ++stem)
+        gains.push_back(isStemMuted(stem) ? 0 : heardGain(stem));
+    return gains;
 }

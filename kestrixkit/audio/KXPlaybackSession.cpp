@@ -16,6 +16,13 @@ void playbackMix(float *__restrict side, const float *__restrict channel, int fr
         side[i] += channel[i] * gain;
 }
 
+void playbackMixRamp(float *__restrict side, const float *__restrict channel, const float *__restrict ramp, int frames,
+    float from, float to, float pan) noexcept
+{
+    for (int i = 0; i < frames; ++i)
+        side[i] += channel[i] * (from + (to - from) * ramp[i]) * pan;
+}
+
 void playbackApplyRamp(
     float *left, float *right, int frames, qint64 firstFrame, float gain, const KXGainRamp *ramp) noexcept
 {
@@ -75,12 +82,15 @@ bool KXPlaybackSession::prepareBuffer(const KXStreamFormat &format)
     m_inputs = std::make_unique<Input[]>(channels);
     for (int i = 0; i < m_inputCount; ++i)
         m_inputs[size_t(i)].pan = i % 2 == 0 ? -1.0F : 1.0F;
+    const auto length = std::max(1, int(std::lround(format.mSampleRate * RampSeconds)));
+    for (int i = 1; i <= length; ++i)
+        m_gainRamp.push_back(float(0.5 - 0.5 * std::cos(M_PI * i / length)));
     return true;
 }
 
 bool KXPlaybackSession::setInputGain(qint64 input, float gain)
 {
-    if (input < 0 || input >= m_inputCount)
+    if (input < 0 || input >= m_inputCount || !std::isfinite(gain))
         return false;
     m_inputs[size_t(input)].gain.store(gain, std::memory_order_relaxed);
     return true;
@@ -173,6 +183,35 @@ int KXPlaybackSession::render(float *left, float *right, int frames) noexcept
     return delivered;
 }
 
+void KXPlaybackSession::mixInput(Input &input, const float *channel, float *left, float *right, int frames) noexcept
+{
+    const float pan = input.pan.load(std::memory_order_relaxed);
+    const float onLeft = std::min(1.0F, 1.0F - pan), onRight = std::min(1.0F, 1.0F + pan);
+    for (int at = 0; at < frames;) {
+        const bool isRamping = input.rampAt < m_gainRamp.size();
+        if (const float wanted = input.gain.load(std::memory_order_relaxed); !isRamping && wanted != input.to) {
+            input.from = m_isHeard ? input.to : wanted;
+            input.to = wanted;
+            input.rampAt = m_isHeard ? 0 : SIZE_MAX;
+            continue;
+        }
+        const int count
+            = isRamping ? int(std::min(size_t(frames - at), m_gainRamp.size() - input.rampAt)) : frames - at;
+        for (const auto &[side, part] : { std::pair(left, onLeft), std::pair(right, onRight) }) {
+            if (part == 0 || (!isRamping && input.to == 0))
+                continue;
+            if (isRamping)
+                playbackMixRamp(
+                    side + at, channel + at, m_gainRamp.data() + input.rampAt, count, input.from, input.to, part);
+            else
+                playbackMix(side + at, channel + at, count, input.to * part);
+        }
+        if (isRamping)
+            input.rampAt += size_t(count);
+        at += count;
+    }
+}
+
 int KXPlaybackSession::mix(float *left, float *right, int frames) noexcept
 {
     int done = 0;
@@ -183,15 +222,11 @@ int KXPlaybackSession::mix(float *left, float *right, int frames) noexcept
         const int count = std::min(frames - done, int(list->mBuffers[0].mDataByteSize / sizeof(float)));
         const auto buffers = list->buffers();
         for (int i = 0; i < m_inputCount; ++i) {
-            const float gain = m_inputs[size_t(i)].gain.load(std::memory_order_relaxed);
-            const float pan = m_inputs[size_t(i)].pan.load(std::memory_order_relaxed);
             const auto *channel = static_cast<const float *>(buffers[size_t(i)].mData);
-            if (const float side = gain * std::min(1.0F, 1.0F - pan); side != 0)
-                playbackMix(left + done, channel, count, side);
-            if (const float side = gain * std::min(1.0F, 1.0F + pan); side != 0)
-                playbackMix(right + done, channel, count, side);
+            mixInput(m_inputs[size_t(i)], channel, left + done, right + done, count);
         }
         m_ring.consumeNextBufferListPartial(quint32(count), m_format);
+        m_isHeard = true;
         done += count;
     }
     return done;

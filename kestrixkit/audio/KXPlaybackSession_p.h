@@ -45,6 +45,7 @@ class KX_AUDIO_EXPORT KXPlaybackSession final : public KXCoreAudioFileDecoderDel
 public:
     /// At most this much is taken from the ring in one pass; the rest of a longer pass is silence that does not count.
     static constexpr int MostFramesPerPass = 2048;
+    static constexpr double RampSeconds = 0.005;
 
     explicit KXPlaybackSession(const QUrl &url, const KXPlaybackOptions &options = {});
     ~KXPlaybackSession() override;
@@ -64,7 +65,9 @@ public:
     bool prepareBuffer(const KXStreamFormat &format);
 
     [[nodiscard]] int inputCount() const { return m_inputCount; }
-    /// Any thread. False for an input that does not exist.
+    /// Reached by a ramp of RampSeconds while it plays, so that nothing clicks; at once before it is first heard. A
+    /// ramp is not turned round in its middle, which would click: the last gain asked for comes after it. Any thread.
+    /// False for an input that does not exist.
     bool setInputGain(qint64 input, float gain);
     /// -1 left, 0 both sides at full gain, 1 right. Any thread.
     bool setInputPan(qint64 input, float pan);
@@ -99,8 +102,13 @@ private:
     {
         std::atomic<float> gain = 1;
         std::atomic<float> pan = 0;
+        // The render thread's own
+        float from = 1; // of the ramp
+        float to = 1; // of the ramp, and the gain behind it
+        size_t rampAt = SIZE_MAX; // frames of the ramp that were played; its length and more: over
     };
 
+    void mixInput(Input &input, const float *channel, float *left, float *right, int frames) noexcept;
     int mix(float *left, float *right, int frames) noexcept;
     void applyGain(float *left, float *right, int frames, qint64 firstFrame) noexcept;
 
@@ -111,6 +119,8 @@ private:
     KXStreamFormat m_format; // of the ring
     std::unique_ptr<Input[]> m_inputs;
     int m_inputCount = 0;
+    std::vector<float> m_gainRamp; // from 0 to 1, a value a frame
+    bool m_isHeard = false; // the render thread's: since the first frame was mixed
     std::atomic<float> m_gain = 0;
     std::atomic<const KXGainRamp *> m_ramp = nullptr;
     std::atomic<const KXGainRamp *> m_nextRamp = nullptr; // until the render thread makes it m_ramp

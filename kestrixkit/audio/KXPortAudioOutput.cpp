@@ -5,6 +5,8 @@
 
 #include <portaudio.h>
 
+#include <kestrixkit/audio/KXAudioResampler_p.h>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -15,13 +17,14 @@ constexpr auto portAudioRefresh = std::chrono::seconds(5); // looking for device
 
 int portAudioStreams = 0; // open or being torn down; the main thread's
 
-/// PortAudio knows the devices that were there when it was initialised. Looks again when there were none.
-PaError portAudioInitialise()
+/// PortAudio knows the devices that were there when it was initialised. Looks again when there were none, or when asked
+/// to.
+PaError portAudioInitialise(bool again = false)
 {
     static bool initialised = false;
     static std::chrono::steady_clock::time_point looked;
     const auto now = std::chrono::steady_clock::now();
-    const bool missing = initialised && Pa_GetDefaultOutputDevice() == paNoDevice;
+    const bool missing = initialised && (again || Pa_GetDefaultOutputDevice() == paNoDevice);
     if (missing && portAudioStreams == 0 && now - looked > portAudioRefresh) {
         Pa_Terminate();
         initialised = false;
@@ -34,6 +37,12 @@ PaError portAudioInitialise()
     return error;
 }
 
+QString portAudioIdentifier(const PaDeviceInfo &info)
+{
+    const PaHostApiInfo *api = Pa_GetHostApiInfo(info.hostApi);
+    return u"%1 (%2)"_s.arg(QString::fromUtf8(info.name), api ? QString::fromUtf8(api->name) : QString());
+}
+
 }
 
 /// What the render thread sees of the output.
@@ -43,7 +52,9 @@ struct KXPortAudioOutput::Stream
     std::atomic<KXAudioRenderSource *> source = nullptr;
     std::shared_ptr<KXAudioRenderSource> keptSource; // while the device may still be in it
     std::atomic<unsigned> passes = 0;
+    bool isJACK = false;
     std::atomic<bool> ended = false; // although nobody stopped it
+    std::unique_ptr<KXAudioResampler> resampler; // null where the device has the source's rate
 
     static int render(const void *, void *output, unsigned long frames, const PaStreamCallbackTimeInfo *,
         PaStreamCallbackFlags, void *self)
@@ -51,7 +62,10 @@ struct KXPortAudioOutput::Stream
         auto *stream = static_cast<Stream *>(self);
         auto *const *sides = static_cast<float *const *>(output);
         if (KXAudioRenderSource *source = stream->source.load(std::memory_order_acquire)) {
-            source->render(sides[0], sides[1], int(frames));
+            if (stream->resampler)
+                stream->resampler->render(*source, sides[0], sides[1], int(frames));
+            else
+                source->render(sides[0], sides[1], int(frames));
         } else {
             std::fill_n(sides[0], frames, 0.0F);
             std::fill_n(sides[1], frames, 0.0F);
@@ -73,7 +87,52 @@ KXAudioOutput::Status KXPortAudioOutput::prepare()
 {
     if (const PaError error = portAudioInitialise())
         return error;
-    return Pa_GetDefaultOutputDevice() == paNoDevice ? Status(paDeviceUnavailable) : 0;
+    return deviceIndex() == paNoDevice ? Status(paDeviceUnavailable) : 0;
+}
+
+QList<KXAudioDevice> KXPortAudioOutput::devices()
+{
+    QList<KXAudioDevice> devices;
+    if (portAudioInitialise(true) != paNoError)
+        return devices;
+    for (PaDeviceIndex i = 0; i < Pa_GetDeviceCount(); ++i) {
+        const PaDeviceInfo *info = Pa_GetDeviceInfo(i);
+        if (info && info->maxOutputChannels >= 2)
+            devices.append({ portAudioIdentifier(*info), QString::fromUtf8(info->name), info->defaultSampleRate,
+                i == Pa_GetDefaultOutputDevice() });
+    }
+    return devices;
+}
+
+int KXPortAudioOutput::deviceIndex() const
+{
+    if (m_device.isEmpty())
+        return Pa_GetDefaultOutputDevice();
+    for (PaDeviceIndex i = 0; i < Pa_GetDeviceCount(); ++i) {
+        const PaDeviceInfo *info = Pa_GetDeviceInfo(i);
+        if (info && info->maxOutputChannels >= 2 && portAudioIdentifier(*info) == m_device)
+            return i;
+    }
+    return paNoDevice;
+}
+
+KXAudioOutput::Status KXPortAudioOutput::setDevice(const QString &identifier)
+{
+    if (m_device == identifier)
+        return 0;
+    m_device = identifier;
+    if (!isOpen())
+        return 0;
+    const bool wasRunning = m_isRunning;
+    const double rate = sampleRate();
+    const Status status = open(rate);
+    if (status != 0) {
+        setSampleRate(rate); // as after a loss: it is tried again when it is started
+        if (wasRunning)
+            announceLost(u"the device cannot be opened"_s);
+        return status;
+    }
+    return wasRunning ? start() : 0;
 }
 
 KXAudioOutput::Status KXPortAudioOutput::open(double sampleRate)
@@ -81,7 +140,7 @@ KXAudioOutput::Status KXPortAudioOutput::open(double sampleRate)
     close();
     if (const Status status = prepare())
         return status;
-    const PaDeviceIndex device = Pa_GetDefaultOutputDevice();
+    const PaDeviceIndex device = deviceIndex();
     const PaDeviceInfo *info = Pa_GetDeviceInfo(device);
     if (!info)
         return paDeviceUnavailable;
@@ -91,10 +150,20 @@ KXAudioOutput::Status KXPortAudioOutput::open(double sampleRate)
     parameters.sampleFormat = paFloat32 | paNonInterleaved;
     parameters.suggestedLatency = info->defaultLowOutputLatency;
     auto stream = std::make_unique<Stream>();
-    const PaError error = Pa_OpenStream(
-        &stream->stream, nullptr, &parameters, sampleRate, FramesPerPass, paNoFlag, &Stream::render, stream.get());
+    const auto openAt = [&](double rate) {
+        return Pa_OpenStream(
+            &stream->stream, nullptr, &parameters, rate, FramesPerPass, paNoFlag, &Stream::render, stream.get());
+    };
+    PaError error = openAt(sampleRate);
+    if (error == paInvalidSampleRate) {
+        stream->resampler = std::make_unique<KXAudioResampler>(sampleRate, info->defaultSampleRate);
+        if (stream->resampler->isValid())
+            error = openAt(info->defaultSampleRate);
+    }
     if (error != paNoError)
         return error;
+    const PaHostApiInfo *api = Pa_GetHostApiInfo(info->hostApi);
+    stream->isJACK = api && api->type == paJACK;
     Pa_SetStreamFinishedCallback(stream->stream, [](void *self) { static_cast<Stream *>(self)->ended = true; });
     ++portAudioStreams;
     m_stream = std::move(stream);
@@ -125,6 +194,8 @@ KXAudioOutput::Status KXPortAudioOutput::start()
     m_stream->keptSource = sharedSource();
     m_stream->source.store(source(), std::memory_order_release);
     m_stream->ended = false;
+    if (m_stream->resampler)
+        m_stream->resampler->reset();
     if (const PaError error = Pa_StartStream(m_stream->stream))
         return error;
     m_isRunning = true;
@@ -163,10 +234,15 @@ void KXPortAudioOutput::lose(const QString &reason)
     m_isRunning = false;
     m_watchdog.stop();
     m_stream->source.store(nullptr, std::memory_order_release);
-    std::thread([stream = std::move(m_stream)] {
-        Pa_AbortStream(stream->stream);
-        Pa_CloseStream(stream->stream);
-    }).detach();
+    if (m_stream->isJACK) {
+        // PortAudio ends the process when it cannot take its ports back from a server that is gone.
+        (void)m_stream.release();
+    } else {
+        std::thread([stream = std::move(m_stream)] {
+            Pa_AbortStream(stream->stream);
+            Pa_CloseStream(stream->stream);
+        }).detach();
+    }
     if (!reason.isEmpty())
         announceLost(reason);
 }

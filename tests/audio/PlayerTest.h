@@ -11,6 +11,7 @@
 #include <kestrixkit/audio/KXAudioPlayer.h>
 #include <kestrixkit/audio/KXClockAudioOutput.h>
 #include <kestrixkit/audio/KXHandCrankedAudioOutput.h>
+#include <kestrixkit/foundation/KXLog.h>
 
 #include <support/AudioFiles.h>
 #include <support/KXTestLog.h>

@@ -1,5 +1,7 @@
 // The multi-track player on outputs that can be looked at: what is heard, where it stands, and how it ends.
 
+#include <complex>
+
 #include <kestrixkit/audio/KXCoreAudioFileDecoder.h>
 #include <kestrixkit/audio/KXMultiTrackAudioPlayer.h>
 #include <kestrixkit/audio/KXPlaybackSession_p.h>
@@ -49,8 +51,10 @@ TEST_F(MultiTrack, mutesAndVolumeActFromTheNextPassOn)
     player->muteChannel(2);
     Stereo heard = hear(1000);
     EXPECT_DOUBLE_EQ(player->currentTime(), 2000 / 44'100.0);
+    constexpr size_t ramp = 221; // 5 ms
     for (size_t i = 0; i < 1000; ++i) {
-        ASSERT_NEAR(heard.left[i], 0.125 * sound.channels[0][1000 + i], 1e-6);
+        if (i >= ramp)
+            ASSERT_NEAR(heard.left[i], 0.125 * sound.channels[0][1000 + i], 1e-6);
         ASSERT_NEAR(heard.right[i], 0.125 * (sound.channels[1][1000 + i] + sound.channels[3][1000 + i]), 1e-6);
     }
     player->unmuteChannel(2);
@@ -63,12 +67,107 @@ TEST_F(MultiTrack, mutesAndVolumeActFromTheNextPassOn)
         (QStringList { u"kestrix.audio: Failed to set mute channel 4 (-22)"_s,
             u"kestrix.audio: Failed to set unmute channel -1 (-22)"_s }));
     heard = hear(1000);
-    for (size_t i = 0; i < 1000; ++i)
+    for (size_t i = ramp; i < 1000; ++i)
         ASSERT_NEAR(heard.left[i], 0.125 * sound.channels[2][2000 + i], 1e-6);
     player->playItem(player->currentItem()); // mutes are forgotten
     heard = hear(500);
     for (size_t i = 0; i < 500; ++i)
         ASSERT_NEAR(heard.left[i], 0.125 * (sound.channels[0][i] + sound.channels[2][i]), 1e-6);
+}
+
+TEST_F(MultiTrack, stemsAreMixedAsTheyAreSet)
+{
+    KXTestRandom random;
+    const AudioSamples sound = makeSound(400'000, 7);
+    player->setStemGain(0, 2); // nothing there yet
+    EXPECT_EQ(player->numberOfStems(), 0);
+    EXPECT_TRUE(player->audibleStemGains().empty());
+    player->setVolume(1);
+    player->playItem(item(sound));
+    ASSERT_EQ(player->numberOfStems(), 4);
+    int changes = 0;
+    QObject::connect(player.get(), &KXMultiTrackAudioPlayer::stemsChanged, [&] { ++changes; });
+    // Before anything was heard there is nothing to fade from.
+    player->setStemSoloed(3, true);
+    EXPECT_EQ(hear(300).left[0], sound.channels[6][0]);
+    EXPECT_EQ(player->audibleStemGains(), (std::vector<float> { 0, 0, 0, 1 }));
+    player->setStemSoloed(3, false);
+    size_t at = 300;
+    bool mutes[7] = {}, solos[4] = {};
+    float gains[4] = { 1, 1, 1, 1 };
+    for (int round = 0; round < 60; ++round) {
+        const int stem = random.between(0, 3), channel = random.between(0, 6);
+        switch (random.between(0, 3)) {
+        case 0:
+            player->setStemGain(stem, gains[stem] = random.between(0.0F, 4.0F));
+            break;
+        case 1:
+            player->setStemSoloed(stem, solos[stem] = !solos[stem]);
+            break;
+        case 2:
+            mutes[channel] = !mutes[channel];
+            mutes[channel] ? player->muteChannel(channel) : player->unmuteChannel(channel);
+            break;
+        default: {
+            const bool muted = random.chance(0.5);
+            player->setStemMuted(stem, muted);
+            mutes[2 * stem] = mutes[std::min(6, 2 * stem + 1)] = muted;
+        }
+        }
+        EXPECT_EQ(changes, round + 3);
+        at += hear(700).left.size(); // two ramps: one may have been on its way
+        const Stereo heard = hear(50);
+        const bool any = std::any_of(std::begin(solos), std::end(solos), [](bool solo) { return solo; });
+        for (size_t i = 0; i < 50; ++i, ++at) {
+            double sides[2] = {};
+            for (size_t c = 0; c < 7; ++c) {
+                if (!mutes[c] && (!any || solos[c / 2]))
+                    sides[c % 2] += double(gains[c / 2]) * double(sound.channels[c][at]);
+            }
+            ASSERT_NEAR(heard.left[i], sides[0], 3e-6) << round;
+            ASSERT_NEAR(heard.right[i], sides[1], 3e-6) << round;
+        }
+    }
+    player->setStemGain(1, 99);
+    EXPECT_EQ(player->stemGain(1), KXMultiTrackAudioPlayer::MostStemGain);
+    player->setStemGain(1, std::nanf(""));
+    player->setStemGain(4, 1);
+    player->setStemMuted(-1, true);
+    EXPECT_EQ(player->stemGain(1), KXMultiTrackAudioPlayer::MostStemGain);
+    player->playItem(player->currentItem()); // all of it is forgotten
+    EXPECT_EQ(player->audibleStemGains(), (std::vector<float> { 1, 1, 1, 1 }));
+}
+
+// With a constant input all that is heard beside it is what switching does.
+TEST_F(MultiTrack, switchingStemsDoesNotClick)
+{
+    KXTestRandom random;
+    constexpr size_t frames = 1 << 16;
+    player->setVolume(1);
+    player->playItem(item({ 44'100, std::vector<std::vector<float>>(2, std::vector<float>(frames, 1.0F)) }));
+    std::vector<float> heard = hear(500).left;
+    for (int at = 0; heard.size() < frames; at = (at + 1) % 5) {
+        if (at < 2)
+            player->setStemMuted(0, at == 0);
+        else
+            player->setStemGain(0, random.between(0.0F, 1.0F));
+        // Also while the ramp before is on its way.
+        const Stereo more = hear(std::min<size_t>(random.between<size_t>(1, 900), frames - heard.size()));
+        heard.insert(heard.end(), more.left.begin(), more.left.end());
+    }
+    const double slope = M_PI / 2 / (0.005 * 44'100);
+    for (size_t i = 1; i < frames; ++i)
+        ASSERT_LE(std::abs(double(heard[i]) - double(heard[i - 1])), slope * 1.01) << i;
+    constexpr size_t window = 4096;
+    for (size_t start = 0; start + window <= frames; start += window) {
+        for (size_t bin = 186; bin < window / 2; bin += 3) { // from 2 kHz on
+            std::complex<double> sum = 0, turn = 1;
+            const auto step = std::polar(1.0, -2 * M_PI * double(bin) / window);
+            for (size_t i = 0; i < window; ++i, turn *= step)
+                sum += turn * double(heard[start + i]) * (0.5 - 0.5 * std::cos(2 * M_PI * double(i) / window));
+            ASSERT_LT(20 * std::log10(std::abs(sum) * 4 / window + 1e-12), -60) << start << " " << bin;
+        }
+    }
 }
 
 TEST_F(MultiTrack, rampsFollowTheFrameOfTheItem)

@@ -1,5 +1,6 @@
 // The way to a real device, as far as a machine without one can go.
 
+#include <QCoreApplication>
 #include <QProcess>
 #include <QStandardPaths>
 #include <QTemporaryDir>
@@ -27,6 +28,7 @@ struct SmokeItem : KXAudioPlayerItem
 };
 
 constexpr int smokePatience = 60'000; // milliseconds
+constexpr const char *sameRate = "KX_TEST_SAME_RATE"; // set in a process of its own
 
 }
 
@@ -36,6 +38,8 @@ TEST(PortAudio, playsThroughASoundServerAndSurvivesItsEnd)
 #if KX_SANITIZED
     GTEST_SKIP() << "the sound libraries are not instrumented";
 #endif
+    // Other than that of the files, unless a process for the same one is asked for.
+    const int rate = qEnvironmentVariableIsSet(sameRate) ? 44'100 : 48'000;
     const QString server = QStandardPaths::findExecutable(u"jackd"_s);
     if (server.isEmpty())
         GTEST_SKIP() << "no jackd";
@@ -46,7 +50,8 @@ TEST(PortAudio, playsThroughASoundServerAndSurvivesItsEnd)
     qputenv("JACK_DEFAULT_SERVER", name.toLatin1());
     QProcess jack;
     jack.setProcessChannelMode(QProcess::MergedChannels);
-    jack.start(server, { u"-n"_s, name, u"-r"_s, u"-d"_s, u"dummy"_s, u"-r"_s, u"44100"_s, u"-p"_s, u"512"_s });
+    jack.start(
+        server, { u"-n"_s, name, u"-r"_s, u"-d"_s, u"dummy"_s, u"-r"_s, QString::number(rate), u"-p"_s, u"512"_s });
     if (!jack.waitForStarted())
         GTEST_SKIP() << "jackd does not start";
     const auto output = std::make_shared<KXPortAudioOutput>();
@@ -56,6 +61,13 @@ TEST(PortAudio, playsThroughASoundServerAndSurvivesItsEnd)
         jack.waitForFinished();
         GTEST_SKIP() << "jackd does not run here: " << jack.readAll().toStdString();
     }
+
+    const QList<KXAudioDevice> devices = KXPortAudioOutput::devices();
+    ASSERT_FALSE(devices.isEmpty());
+    const auto usual
+        = std::find_if(devices.begin(), devices.end(), [](const KXAudioDevice &each) { return each.isDefault; });
+    ASSERT_NE(usual, devices.end());
+    EXPECT_EQ(usual->sampleRate, rate);
 
     KXTestLog log;
     KXMultiTrackAudioPlayer player(output);
@@ -71,6 +83,16 @@ TEST(PortAudio, playsThroughASoundServerAndSurvivesItsEnd)
     const double there = player.currentTime();
     EXPECT_TRUE(player.resume());
     ASSERT_TRUE(QTest::qWaitFor([&] { return player.currentTime() > there + 0.1; }, smokePatience));
+    // By name, and through one that is not there and back.
+    EXPECT_EQ(output->setDevice(usual->identifier), 0);
+    const double chosen = player.currentTime();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return player.currentTime() > chosen + 0.1; }, smokePatience));
+    EXPECT_NE(output->setDevice(u"no such device"_s), 0);
+    EXPECT_EQ(player.state(), KXAudioPlayerStateStopped);
+    EXPECT_EQ(output->setDevice({}), 0);
+    const double back = player.currentTime();
+    EXPECT_TRUE(player.resume());
+    ASSERT_TRUE(QTest::qWaitFor([&] { return player.currentTime() > back + 0.1; }, smokePatience));
 
     jack.kill();
     jack.waitForFinished();
@@ -78,4 +100,23 @@ TEST(PortAudio, playsThroughASoundServerAndSurvivesItsEnd)
     EXPECT_TRUE(log.contains(u"Audio output lost"_s));
     player.playItem(nullptr);
     EXPECT_EQ(player.state(), KXAudioPlayerStateIdle);
+}
+
+// The sound libraries know the server that was there first: another one needs another process. Meanwhile this one has
+// the time to show that the end of its server is not its own.
+TEST(PortAudio, playsAtTheServersRateToo)
+{
+#if KX_SANITIZED
+    GTEST_SKIP() << "the sound libraries are not instrumented";
+#endif
+    if (qEnvironmentVariableIsSet(sameRate))
+        GTEST_SKIP() << "this is that process";
+    QProcess process;
+    process.setProcessChannelMode(QProcess::MergedChannels);
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QString::fromLatin1(sameRate), u"1"_s);
+    process.setProcessEnvironment(environment);
+    process.start(QCoreApplication::applicationFilePath(), { u"--gtest_filter=PortAudio.playsThrough*"_s });
+    ASSERT_TRUE(process.waitForFinished(-1));
+    EXPECT_EQ(process.exitCode(), 0) << process.readAll().toStdString();
 }

@@ -65,7 +65,7 @@ TEST(RenderScope, passesNeitherLockNorAllocateNorCall)
             output->crank(left, right, int(sizes() % 300));
     });
     while (output->passes < passes) {
-        switch (random.between(0, 11)) {
+        switch (random.between(0, 13)) {
         case 0:
             player.playItem(items[random.between(0, 1)]);
             break;
@@ -84,6 +84,12 @@ TEST(RenderScope, passesNeitherLockNorAllocateNorCall)
             break;
         case 6:
             player.setVolume(random.between(0.0F, 1.0F));
+            break;
+        case 12:
+            player.setStemGain(random.between(0, 1), random.between(0.0F, 2.0F));
+            break;
+        case 13:
+            player.setStemSoloed(random.between(0, 1), random.chance(0.5));
             break;
         case 7:
             QTest::qWait(1);

@@ -1,15 +1,25 @@
 // Previewing from the table: the space bar, stepping on, the line, and no sound card.
 
+#include <QAction>
 #include <QLabel>
 #include <QMenu>
+#include <QPushButton>
 #include <QTest>
 
 #include <kestrixkit/audio/KXAudioPlayerManager.h>
 #include <kestrixkit/audio/KXHandCrankedAudioOutput.h>
 
+#include <kestrixkit/audio/KXMultiTrackAudioPlayer.h>
+#include <kestrixkit/audio/KXWaveformLibrary.h>
+#include <kestrixkit/audio/views/KXAudioPlayerWaveformView.h>
+
+#include <PlayerStrip.h>
 #include <Preview.h>
 #include <TrackTableModel.h>
 #include <TrackTableView.h>
+#include <WaveformMaker.h>
+
+#include <support/AudioFiles.h>
 
 #include "LibraryTest.h"
 #include "MusicFiles.h"
@@ -22,6 +32,11 @@ struct PreviewOutput : KXHandCrankedAudioOutput
 {
     int prepareStatus = 0;
     Status prepare() override { return prepareStatus; }
+    void lose()
+    {
+        stop();
+        announceLost(u"unplugged"_s);
+    }
 };
 
 class PreviewTest : public LibraryTest
@@ -119,4 +134,147 @@ TEST_F(PreviewTest, withoutASoundCardOneLineSaysSo)
     output->prepareStatus = 0; // plugged in
     press(Qt::Key_Space);
     EXPECT_TRUE(says(u"Playing b.flac"_s));
+}
+
+TEST_F(PreviewTest, doubleClicksAndReturnPlayFromTheStart)
+{
+    press(Qt::Key_Return);
+    ASSERT_TRUE(says(u"Playing a.flac"_s));
+    const QPoint second = view->visualRect(model->index(1, TrackTableModel::Artist)).center();
+    QTest::mouseClick(view->viewport(), Qt::LeftButton, {}, second);
+    QTest::mouseDClick(view->viewport(), Qt::LeftButton, {}, second);
+    ASSERT_TRUE(says(u"Playing b.flac"_s));
+    EXPECT_EQ(preview->playingIndex().row(), 1);
+    const QPoint stars = view->visualRect(model->index(0, TrackTableModel::Rating)).center();
+    QTest::mouseDClick(view->viewport(), Qt::LeftButton, {}, stars);
+    EXPECT_EQ(preview->playingIndex().row(), 1);
+
+    // In any order: another one each time, and back the way it came.
+    preview->setShuffled(true);
+    QList<int> rows { 1 };
+    for (int i = 0; i < 8; ++i) {
+        preview->playNext();
+        const int row = preview->playingIndex().row();
+        EXPECT_NE(row, rows.last());
+        rows.append(row);
+    }
+    for (int i = 7; i >= 0; --i) {
+        preview->player().stop();
+        preview->player().playPrevious();
+        EXPECT_EQ(preview->playingIndex().row(), rows[i]) << i;
+    }
+}
+
+TEST_F(PreviewTest, theStripLeadsThePlayerAndItsStems)
+{
+    const QString path
+        = writeSound(makeSound(8000 * 20, 8, 8000), { "stems", "wav", "wav", "pcm_s16le" }, folder.path());
+    add(u"0 stems"_s)->setLocation(QUrl::fromLocalFile(path));
+    save();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return model->rowCount() == 5; }, previewPatience));
+    KXWaveformLibrary waveforms(folder.filePath(u"library.waves"_s));
+    view->setWaveforms(&waveforms);
+    const auto strip = std::make_unique<PlayerStrip>(preview.get(), &waveforms);
+    strip->resize(1000, 200);
+    EXPECT_TRUE(strip->isHidden());
+    const auto rowOf = [&](const QString &title) {
+        int row = 0;
+        while (row < model->rowCount() && model->index(row, TrackTableModel::Title).data().toString() != title)
+            ++row;
+        return row;
+    };
+    const int row = rowOf(u"0 stems"_s);
+    preview->playRow(row);
+    ASSERT_TRUE(says(u"Playing 0 stems"_s));
+    KXMultiTrackAudioPlayer *stems = preview->stems();
+    ASSERT_TRUE(stems);
+    EXPECT_FALSE(strip->isHidden());
+    // A click in the middle of the waveform.
+    KXAudioPlayerWaveformView *waveform = strip->waveform();
+    QTest::mouseClick(waveform, Qt::LeftButton, {}, waveform->rect().center());
+    EXPECT_NEAR(stems->currentTime(), 10, 0.2);
+    const auto shows = [&](const QString &text) {
+        const auto labels = strip->findChildren<QLabel *>();
+        return std::any_of(labels.begin(), labels.end(), [&](QLabel *each) { return each->text() == text; });
+    };
+    EXPECT_TRUE(shows(Preview::timeText(stems->currentTime()))); // at once
+    const auto picture = [&] { return waveform->grab().toImage(); };
+    ASSERT_TRUE(QTest::qWaitFor([&] { return waveforms.overview(QUrl::fromLocalFile(path)); }, previewPatience));
+    const QImage all = picture();
+    const auto button = [&](const QString &name) {
+        for (QPushButton *each : strip->findChildren<QPushButton *>()) {
+            if (each->accessibleName() == name)
+                return each;
+        }
+        return static_cast<QPushButton *>(nullptr);
+    };
+    for (const QString &name : { u"Mute Stem 1"_s, u"Solo Stem 4"_s })
+        ASSERT_TRUE(button(name)) << name.toStdString();
+    EXPECT_FALSE(button(u"Mute Stem 5"_s));
+    button(u"Mute Stem 1"_s)->click();
+    EXPECT_TRUE(stems->isStemMuted(0));
+    EXPECT_EQ(waveform->stemGains(), (std::vector<float> { 0, 1, 1, 1 }));
+    EXPECT_NE(picture(), all); // in the next frame
+    EXPECT_FALSE(waveform->isEstimate());
+    button(u"Solo Stem 4"_s)->click();
+    EXPECT_EQ(waveform->stemGains(), (std::vector<float> { 0, 0, 0, 1 }));
+    stems->setStemSoloed(3, false); // by somebody else
+    EXPECT_FALSE(button(u"Solo Stem 4"_s)->isChecked());
+
+    // The next one has two channels, and another player, on the same output.
+    preview->playRow(rowOf(u"a.flac"_s));
+    ASSERT_TRUE(says(u"Playing a.flac"_s));
+    EXPECT_FALSE(preview->stems());
+    EXPECT_EQ(stems->state(), KXAudioPlayerStateStopped);
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    EXPECT_FALSE(button(u"Mute Stem 1"_s));
+    preview->playRow(row);
+    ASSERT_TRUE(says(u"Playing 0 stems"_s));
+    EXPECT_EQ(stems->audibleStemGains(), (std::vector<float> { 1, 1, 1, 1 }));
+
+    // The row has its waveform and, once the window says so, its mark.
+    const QRect cell = view->visualRect(model->index(row, TrackTableModel::Title));
+    const QImage unmarked = view->viewport()->grab(cell).toImage();
+    view->setPlayingIndex(preview->playingIndex());
+    EXPECT_NE(view->viewport()->grab(cell).toImage(), unmarked);
+    view->scrollTo(model->index(row, TrackTableModel::Waveform));
+    const QRect wave = view->visualRect(model->index(row, TrackTableModel::Waveform));
+    const QImage drawn = view->viewport()->grab(wave).toImage();
+    bool isDrawn = false;
+    for (int x = 1; x < drawn.width() && !isDrawn; ++x)
+        isDrawn = drawn.pixel(x, drawn.height() / 2) != drawn.pixel(0, drawn.height() / 2);
+    EXPECT_TRUE(isDrawn);
+}
+
+TEST_F(PreviewTest, aLostDeviceIsTold)
+{
+    press(Qt::Key_Return);
+    ASSERT_TRUE(says(u"Playing a.flac"_s));
+    output->lose();
+    EXPECT_TRUE(preview->label()->text().startsWith(u"The sound device is gone"_s));
+    EXPECT_EQ(preview->player().state(), KXAudioPlayerStateStopped);
+}
+
+TEST_F(PreviewTest, waveformsOfAListAreMadeAndPaused)
+{
+    KXWaveformLibrary waveforms(folder.filePath(u"library.waves"_s));
+    for (int i = 0; i < 40; ++i) // none of which is there
+        add(u"x %1"_s.arg(i));
+    save();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return model->rowCount() == 44; }, previewPatience));
+    WaveformMaker maker(model.get(), &waveforms);
+    int made = 0;
+    const auto connection = QObject::connect(&waveforms, &KXWaveformLibrary::progressed, [&] {
+        if (++made == 10)
+            maker.action()->setChecked(false);
+    });
+    maker.action()->setChecked(true);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return made >= 10; }, previewPatience));
+    EXPECT_TRUE(waveforms.isPaused());
+    EXPECT_TRUE(maker.action()->text().contains(u"of 44"_s));
+    QObject::disconnect(connection);
+    maker.action()->setChecked(true);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !maker.action()->isChecked(); }, previewPatience));
+    EXPECT_EQ(waveforms.pendingCount(), 0);
+    EXPECT_FALSE(maker.action()->text().contains(u"44"_s));
 }

@@ -1,11 +1,14 @@
 // kxtool audio, started the way users start it.
 
+#include <array>
+#include <cmath>
 #include <cstdlib>
 
 #include <sys/wait.h>
 
 #include <QDir>
 #include <QImage>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTemporaryDir>
@@ -117,4 +120,45 @@ TEST(AudioCommands, sayWhatIsWrong)
         EXPECT_TRUE(errors.contains("kxtool: ")) << arguments;
     }
     EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files), QStringList { u"in.wav"_s }); // nothing half done
+}
+
+TEST(AudioCommands, printColumnsAndLoudness)
+{
+    const QTemporaryDir dir;
+    AudioSamples sound { 8000, { std::vector<float>(8000 * 12), std::vector<float>(8000 * 12) } };
+    for (size_t i = 0; i < sound.frames(); ++i) {
+        sound.channels[0][i] = i < 48'000 ? 0.5F : -0.25F;
+        sound.channels[1][i] = i % 2 ? 0.75F : 0;
+    }
+    writeSound(sound, { "in", "wav", "wav", "pcm_f32le" }, dir.path());
+    const auto columns = [&](const QString &arguments) {
+        QByteArray output;
+        EXPECT_EQ(runTool(dir, u"pyramid in.wav "_s + arguments, &output), 0);
+        std::vector<std::array<double, 3>> result;
+        for (const QJsonValue each : QJsonDocument::fromJson(output)[u"columns"_s].toArray())
+            result.push_back({ each[u"min"_s].toDouble(), each[u"max"_s].toDouble(), each[u"rms"_s].toDouble() });
+        return result;
+    };
+    // Out of cells, which are 64 frames here, and decoded where columns divide them.
+    for (const QString &count : { u"500"_s, u"7"_s }) {
+        const auto both = columns(u"--columns "_s + count);
+        ASSERT_EQ(both.size(), count.toUInt());
+        EXPECT_NEAR(both.front()[0], 0, 0.01);
+        EXPECT_NEAR(both.front()[1], 0.75, 0.01);
+        EXPECT_NEAR(both.front()[2], std::sqrt((0.25 + 0.5625 / 2) / 2), 0.01);
+        EXPECT_NEAR(both.back()[0], -0.25, 0.01);
+    }
+    const auto left = columns(u"--columns 3 --from 5.5 --to 7 --channels 0"_s);
+    ASSERT_EQ(left.size(), 3U);
+    EXPECT_EQ(left[0], (std::array<double, 3> { 0.5, 0.5, 0.5 }));
+    EXPECT_EQ(left[1], (std::array<double, 3> { -0.25, -0.25, 0.25 }));
+    QByteArray output, errors;
+    ASSERT_EQ(runTool(dir, u"loudness in.wav"_s, &output), 0);
+    EXPECT_LT(QJsonDocument::fromJson(output)[u"loudness"_s].toDouble(), -1);
+    for (const QString &wrong : { u"pyramid in.wav"_s, u"pyramid in.wav --columns 0"_s,
+             u"pyramid absent.wav --columns 5"_s, u"pyramid in.wav --columns 5 --channels 2"_s,
+             u"pyramid in.wav --columns 5 --from 7 --to 6"_s, u"loudness absent.wav"_s }) {
+        EXPECT_EQ(runTool(dir, wrong, nullptr, &errors), 2) << wrong.toStdString();
+        EXPECT_FALSE(errors.isEmpty());
+    }
 }

@@ -316,6 +316,7 @@ const QList<Page> &pages()
         { u"buttons"_s, buttonsPage },
         { u"values"_s, valuesPage },
         { u"audio-types"_s, audioTypesPage },
+        { u"waveform"_s, waveformPage },
         { u"lists"_s, listsPage },
         { u"popovers"_s, popoversPage },
         { u"messages"_s, messagesPage },

@@ -29,6 +29,7 @@ QWidget *presetsPage(const Texts &text);
 // Pages of views outside of the controls, in files of their own.
 QWidget *toolkitPage(const Texts &text);
 QWidget *tablePage(const Texts &text);
+QWidget *waveformPage(const Texts &text);
 
 /// What a page marks a widget with that is also to be shown with the focus.
 inline constexpr const char *focusProperty = "galleryFocus";

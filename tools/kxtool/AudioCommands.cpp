@@ -6,6 +6,7 @@
 #include <QCommandLineParser>
 #include <QDir>
 #include <QEventLoop>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QRegularExpression>
@@ -14,6 +15,7 @@
 #include <kestrixkit/audio/KXAudioFile.h>
 #include <kestrixkit/audio/KXAudioFileMetadata.h>
 #include <kestrixkit/audio/KXWaveformGenerator.h>
+#include <kestrixkit/audio/KXWaveformWindow.h>
 #include <kestrixkit/foundation/KXOperationQueue.h>
 
 using namespace Qt::StringLiterals;
@@ -119,15 +121,95 @@ ExitStatus drawWaveform(const QStringList &arguments)
     return Done;
 }
 
+KXWaveformPyramid pyramidOf(const QString &path, bool measuresLoudness)
+{
+    KXWaveformReading reading;
+    reading.measuresLoudness = measuresLoudness;
+    KXError error;
+    const auto pyramid = KXWaveformPyramid::read(audioUrl(path), reading, &error);
+    if (!pyramid)
+        throw Ending { WrongInput, u"%1: %2"_s.arg(path, error.localizedDescription()) };
+    return *pyramid;
+}
+
+/// Channels counted from 0, such as 0,1,4.
+std::vector<int> channelList(const QString &list, int channels)
+{
+    std::vector<int> result;
+    for (const QString &each : list.split(u',')) {
+        bool isNumber = false;
+        const int channel = each.toInt(&isNumber);
+        if (!isNumber || channel < 0 || channel >= channels)
+            throw Ending { WrongInput, u"--channels takes numbers from 0 to %1"_s.arg(channels - 1) };
+        result.push_back(channel);
+    }
+    return result;
+}
+
+ExitStatus printPyramid(const QStringList &arguments)
+{
+    QCommandLineParser parser;
+    parser.addOptions({ { u"columns"_s, {}, u"N"_s }, { u"from"_s, {}, u"S"_s }, { u"to"_s, {}, u"S"_s },
+        { u"channels"_s, {}, u"LIST"_s } });
+    const QString file = positionalArguments(parser, arguments, 1).at(0);
+    constexpr int most = 1'000'000;
+    bool isNumber = false;
+    const int count = parser.value(u"columns"_s).toInt(&isNumber);
+    if (!isNumber || count < 1 || count > most)
+        throw Ending { WrongInput, u"--columns takes a number from 1 to %1"_s.arg(most) };
+    const KXWaveformPyramid pyramid = pyramidOf(file, false);
+    const double from = numberOption(parser, u"from"_s, 0), to = numberOption(parser, u"to"_s, pyramid.duration());
+    if (from > pyramid.duration() || to < from)
+        throw Ending { WrongInput, u"--from and --to take seconds of the file, in this order"_s };
+    KXWaveformWindow window { qint64(std::llround(from * pyramid.sampleRate())),
+        std::min(pyramid.frames(), qint64(std::llround(std::min(to, pyramid.duration()) * pyramid.sampleRate()))),
+        count, {}, {} };
+    if (parser.isSet(u"channels"_s))
+        window.channels = channelList(parser.value(u"channels"_s), pyramid.channels());
+    // Columns made of whole cells are the pyramid's; others begin or end within one.
+    const qint64 stretch = pyramid.framesPerCell() * count;
+    KXWaveformColumns columns;
+    if (window.from % pyramid.framesPerCell() == 0 && window.to > window.from
+        && (window.to - window.from) % stretch == 0) {
+        columns = pyramid.columnsOfChannels(window.channels, window.from, window.to, count);
+    } else {
+        KXError error;
+        const auto read = window.read(audioUrl(file), {}, &error);
+        if (!read)
+            throw Ending { WrongInput, u"%1: %2"_s.arg(file, error.localizedDescription()) };
+        columns = *read;
+    }
+    QJsonArray array;
+    for (const KXWaveformColumn &column : columns)
+        array.append(QJsonObject { { u"min"_s, double(column.least) }, { u"max"_s, double(column.greatest) },
+            { u"rms"_s, double(column.rms) } });
+    std::fputs(QJsonDocument(QJsonObject { { u"columns"_s, array } }).toJson().constData(), stdout);
+    return Done;
+}
+
+ExitStatus printLoudness(const QStringList &arguments)
+{
+    QCommandLineParser parser;
+    const QString file = positionalArguments(parser, arguments, 1).at(0);
+    const std::optional<double> loudness = pyramidOf(file, true).loudness();
+    if (!loudness)
+        throw Ending { WrongInput, u"%1: its loudness cannot be measured"_s.arg(file) };
+    const QJsonObject object { { u"file"_s, file },
+        { u"loudness"_s, std::isfinite(*loudness) ? QJsonValue(*loudness) : QJsonValue() } };
+    std::fputs(QJsonDocument(object).toJson().constData(), stdout);
+    return Done;
+}
+
 ExitStatus runAudio(const QStringList &arguments)
 {
     const QString name = arguments.value(0);
     for (const auto &[command, run] : { std::pair("info"_L1, &printInfo), std::pair("waveform"_L1, &drawWaveform),
+             std::pair("pyramid"_L1, &printPyramid), std::pair("loudness"_L1, &printLoudness),
              std::pair("render"_L1, &renderAudio) }) {
         if (name == command)
             return run(arguments.sliced(1));
     }
-    throw Ending { WrongInput, u"audio: info, waveform or render?"_s };
+    throw Ending { WrongInput, u"audio: info, waveform, pyramid, loudness or render?"_s };
 }
 
 } // namespace
@@ -137,10 +219,12 @@ Command audioCommand()
     return { u"audio"_s,
         u"info FILE\n"
         "  audio waveform FILE OUT.png --size WxH [--sum] [--colour #rrggbb]\n"
+        "  audio pyramid FILE --columns N [--from S] [--to S] [--channels 0,1]\n"
+        "  audio loudness FILE\n"
         "  audio render FILE OUT.wav [--player basic|multitrack] [--volume V] [--mute 1,3] [--seek S] [--duration S]"_s,
-        u"the facts of an audio file as JSON; its waveform as a picture; what a player makes of it (channels to mute "
-        u"are "
-        "counted from 0)"_s,
+        u"the facts of an audio file as JSON; its waveform as a picture or as JSON; its loudness in LUFS (null: "
+        u"silence); "
+        "what a player makes of it (channels are counted from 0)"_s,
         &runAudio };
 }
 
