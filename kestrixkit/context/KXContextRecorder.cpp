@@ -287,9 +287,16 @@ void KXContextRecorder::reconnect(KXManagedObjectContextPrivate &context, const 
             for (const qint64 key : QSet<qint64>(context.loadedToMany(object, property).members)) {
                 const KXRef<Object> other = context.object(*property.destinationEntity(), key);
                 const bool there = other && isAlive(context, other.get());
-                if (inverse->isToMany() && there)
+                if (inverse->isToMany() && there) {
+                    // The store let go of it with the row, whatever this end believes: the link is written anew.
+                    if (entry.restored && other->values()->existingToMany(*inverse)) {
+                        KXToManyKeys &back = other->values()->toMany(*inverse);
+                        back.removed.remove(object->m_key);
+                        if (!back.added.contains(object->m_key))
+                            back.members.remove(object->m_key);
+                    }
                     linkOnce(context, other.get(), *inverse, object->m_key, true);
-                else if (!there || (inverse->isToOne() && other->values()->toOne(*inverse) != object->m_key))
+                } else if (!there || (inverse->isToOne() && other->values()->toOne(*inverse) != object->m_key))
                     linkOnce(context, object, property, key, false);
             }
             continue;

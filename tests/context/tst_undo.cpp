@@ -77,6 +77,39 @@ public:
 
 }
 
+TEST(Undo, whatComesBackAfterAnotherContextDeletedItKeepsItsLinks)
+{
+    LibraryTest library;
+    const auto genre = library.genre(u"House"_s);
+    ASSERT_TRUE(library.context->save());
+    const auto manager = std::make_shared<KXUndoManager>();
+    manager->setGroupsByEvent(false);
+    library.context->setUndoManager(manager);
+    KXRef<Track> track;
+    {
+        const KXUndoGroup group(manager.get());
+        track = library.track(u"a"_s);
+        track->addToGenres(genre);
+    }
+    ASSERT_TRUE(library.context->save());
+    const auto other = library.otherContext();
+    const auto merging
+        = library.coordinator->addChangeObserver([&](const std::shared_ptr<const KXStoreChange> &change) {
+              if (change->originatingContext() == other.get())
+                  library.context->mergeChangesFromStoreChange(change);
+          });
+    other->removeManagedObject(other->objectWithID(track->objectID()));
+    ASSERT_TRUE(other->save());
+    manager->undo(); // of an insertion that is gone already
+    manager->redo();
+    ASSERT_TRUE(library.context->save());
+    const auto fresh = library.otherContext();
+    const auto stored = Track::cast(fresh->objectWithID(track->objectID()));
+    ASSERT_TRUE(stored && !stored->isMissing());
+    EXPECT_EQ(stored->genres().size(), 1);
+    EXPECT_EQ(Genre::cast(fresh->objectWithID(genre->objectID()))->tracks().size(), 1);
+}
+
 TEST(Undo, bringsTheSameObjectsBackUnderTheirIdentifiersAlsoAfterTheSave)
 {
     UndoTest library;
