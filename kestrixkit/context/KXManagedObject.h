@@ -254,7 +254,7 @@ template <typename T> T KXManagedObject::readAttribute(KXPropertyPlace place) co
 template <typename T> void KXManagedObject::writeAttribute(KXPropertyPlace place, const T &value)
 {
     constexpr Kind kind = kindOf<T>();
-    const auto present = [&value] {
+    const auto present = [&] {
         if constexpr (KXOptionalTraits<T>::isOptional)
             return value.has_value();
         else if constexpr (kind == Kind::Date)

@@ -73,7 +73,7 @@ public:
     static void setManagedObjectModel(const Ref &model);
 
     /// nullptr when the model has no entity of that name.
-    [[nodiscard]] const KXEntityDescription *entity(const QString &name) const { return m_byName.value(name); }
+    [[nodiscard]] const KXEntityDescription *entity(const QString &name) const override { return m_byName.value(name); }
     /// Sorted by name.
     [[nodiscard]] const QList<const KXEntityDescription *> &entities() const { return m_sorted; }
     /// Throws KXException when the model has no template of that name.

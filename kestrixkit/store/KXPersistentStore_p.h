@@ -1,5 +1,6 @@
 #pragma once
 
+#include <kestrixkit/model/KXManagedObjectModel.h>
 #include <kestrixkit/store/KXKeySequence_p.h>
 #include <kestrixkit/store/KXPersistentStore.h>
 #include <kestrixkit/store/KXRowCodec_p.h>
