@@ -4,14 +4,16 @@
 
 #include <QModelIndex>
 #include <QObject>
+#include <QPointer>
 #include <QTimer>
 
 #include <kestrixkit/audio/KXAudioOutput.h>
 #include <kestrixkit/audio/KXAudioPlayer.h>
+#include <kestrixkit/audio/KXWaveformLibrary.h>
 
 class KXAudioPlayerManager;
 class KXMultiTrackAudioPlayer;
-class KXWaveformLibrary;
+
 class QAbstractItemView;
 class QAction;
 class QLabel;
@@ -88,7 +90,7 @@ private:
     const std::shared_ptr<Playlist> m_playlist;
     QLabel *m_label; // the parent's of whatever it is put into
     QTimer m_clock; // while it plays
-    KXWaveformLibrary *m_waveforms = nullptr;
+    QPointer<KXWaveformLibrary> m_waveforms;
     bool m_startsLoudest = false;
     bool m_lostDevice = false; // while it played
     std::weak_ptr<KXAudioPlayerItem> m_cued; // the item that has been led to its loudest part, if it was to be

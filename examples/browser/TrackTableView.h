@@ -2,11 +2,11 @@
 
 #include <QPersistentModelIndex>
 
+#include <QPointer>
+#include <kestrixkit/audio/KXWaveformLibrary.h>
 #include <kestrixkit/util/views/KXTableView.h>
 
 #include "TrackTableModel.h"
-
-class KXWaveformLibrary;
 
 /// The table of tracks: ratings as stars, keys as coloured plates, waveforms, and a mark on what is played.
 class TrackTableView : public KXTableView
@@ -25,6 +25,6 @@ protected:
     void drawCell(QPainter &painter, const KXTableCell &cell) const override;
 
 private:
-    KXWaveformLibrary *m_waveforms = nullptr;
+    QPointer<KXWaveformLibrary> m_waveforms;
     QPersistentModelIndex m_playing;
 };
