@@ -51,7 +51,9 @@ QString defaultsMakeWay(const QString &path)
 {
     const QFileInfo info(path);
     if (info.exists() && !info.isFile() && !info.isDir()) {
-        const QString aside = defaultsAside(path);
+        QString aside = defaultsAside(path);
+        if (QFileInfo::exists(aside)) // another one of the same millisecond
+            aside += u'-' + QUuid::createUuid().toString(QUuid::WithoutBraces);
         KXLogWarning(foundation, "%@ is no file of user defaults, and kept as %@", path, aside);
         if (!QFile::rename(path, aside))
             KXLogError(foundation, "%@ cannot be kept as %@", path, aside);

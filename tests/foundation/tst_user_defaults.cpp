@@ -165,7 +165,7 @@ TEST_F(UserDefaults, ChangesAreAnnouncedPerKey)
     EXPECT_EQ(observed.last(), 2);
 }
 
-TEST_F(UserDefaults, DISABLED_WhatCannotBeReadIsKeptAside)
+TEST_F(UserDefaults, WhatCannotBeReadIsKeptAside)
 {
     const KXTestLog log;
     const auto write = [this](const QByteArray &bytes) {
