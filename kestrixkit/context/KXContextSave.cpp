@@ -583,6 +583,21 @@ void KXContextSaver::noteVoid(const KXPropertyDescription &property, qint64 key,
         m_void.insert({ property.inverse()->index(), other, key });
 }
 
+/// Members of a to-many relationship whose inverse is to-one come and go by a column of their own. One that left in
+/// memory alone, such as one that an older state of it never belonged to, is no news to others.
+bool KXContextSaver::isWrittenByMember(const KXPropertyDescription &property, qint64 key, qint64 member, bool add) const
+{
+    const KXPropertyDescription *inverse = property.inverse();
+    if (!inverse || !inverse->isToOne())
+        return true;
+    const Object *object = m_context.registered(member);
+    if (!object || object->isDeleted() || object->isInserted())
+        return object && object->isInserted() == add;
+    const auto change = m_context.changes.find(const_cast<Object *>(object));
+    return change != m_context.changes.end() && change->second.changed.test(size_t(inverse->index()))
+        && (add ? object->values() : change->second.before.get())->toOne(*inverse) == key;
+}
+
 void KXContextSaver::noteUpdate(const Update &update)
 {
     const Object &object = *update.object;
@@ -595,13 +610,14 @@ void KXContextSaver::noteUpdate(const Update &update)
             if (!keys || !keys->isChanged())
                 continue;
             KXPropertyChange members { &property, {}, {}, keys->added.values(), keys->removed.values() };
-            if (!m_void.empty()) {
-                const auto isVoid = [&](qint64 other) {
-                    return m_void.contains({ property.index(), object.m_key, other });
-                };
-                members.added.removeIf(isVoid);
-                members.removed.removeIf(isVoid);
-            }
+            const auto leaveWritten = [&](QList<qint64> &others, bool add) {
+                others.removeIf([&](qint64 other) {
+                    return m_void.contains({ property.index(), object.m_key, other })
+                        || !isWrittenByMember(property, object.m_key, other, add);
+                });
+            };
+            leaveWritten(members.added, true);
+            leaveWritten(members.removed, false);
             if (!members.added.isEmpty() || !members.removed.isEmpty())
                 row.properties.push_back(std::move(members));
         } else if (property.hasColumn() && !KXRowValues::isEqual(after, before, property)) {

@@ -84,6 +84,8 @@ private:
         const KXPropertyDescription &property, qint64 key, qint64 value);
     [[nodiscard]] Update *updateOf(const KXEntityDescription &entity, qint64 key);
     KXError writeJoins(KXSQLiteConnection &connection, KXManagedObject &object);
+    [[nodiscard]] bool isWrittenByMember(
+        const KXPropertyDescription &property, qint64 key, qint64 member, bool add) const;
     void noteUpdate(const Update &update);
     void noteVoid(const KXPropertyDescription &property, qint64 key, qint64 other);
     KXEntityChange &changeOf(const KXEntityDescription *entity);
