@@ -59,8 +59,8 @@ void KXManagedObjectContextPrivate::vanish(
     if (recorder.manager() && object->m_values)
         formerVersions[object->m_key] = object->values()->version;
     changes.erase(object.get());
-    if (object->isInserted())
-        std::erase(inserted, object);
+    if (object->isInserted() || (object->isDeleted() && object->values()->version == 0))
+        std::erase(inserted, object); // a deleted one that was never saved is still among them
     if (object->isDeleted())
         std::erase(deleted, object);
     dismiss(object.get());

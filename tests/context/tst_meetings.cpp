@@ -653,6 +653,28 @@ TEST(Undo, aLateUndoConnectsNothingWithWhatIsGoneOrTaken)
     meeting.expectSound("undone");
 }
 
+TEST(Undo, whatComesBackTwiceIsInsertedOnce)
+{
+    Meeting meeting;
+    const auto manager = std::make_shared<KXUndoManager>();
+    manager->setGroupsByEvent(false);
+    meeting.context->setUndoManager(manager);
+    const auto track = meeting.track(u"a"_s);
+    ASSERT_TRUE(meeting.context->save());
+    meeting.other->removeManagedObject(in(meeting.other, track));
+    ASSERT_TRUE(meeting.other->save());
+    manager->undo();
+    ASSERT_TRUE(meeting.context->save());
+    manager->redo(); // of a row that is gone: inserted again
+    manager->undo();
+    meeting.mergeInto(meeting.context, { 1 });
+    manager->redo();
+    KXError error;
+    EXPECT_TRUE(meeting.context->save(&error)) << error.localizedDescription().toStdString();
+    EXPECT_EQ(in(meeting.otherContext(), track)->title(), u"a"_s);
+    meeting.expectSound("back");
+}
+
 TEST(Folders, aCircleIsRefusedOnEveryWay)
 {
     const QTemporaryDir folder;
