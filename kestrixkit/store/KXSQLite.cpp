@@ -24,6 +24,8 @@ constexpr int stepsBetweenLooks = 1000;
 
 int errorCodeFromSQLite(int code)
 {
+    if (code == SQLITE_IOERR_SHMSIZE) // the log's index could not be made as long as it has to be
+        return KXStoreErrorCode::DiskFull;
     switch (code & 0xff) {
     case SQLITE_NOTADB:
         return KXStoreErrorCode::NotAStore;
@@ -96,14 +98,32 @@ void KXStatement::finish()
     m_statement = nullptr;
 }
 
-KXSQLiteConnection::~KXSQLiteConnection()
+KXSQLiteConnection::~KXSQLiteConnection() { close(); }
+
+void KXSQLiteConnection::close()
 {
-    for (auto &[sql, cached] : m_statements)
+    for (auto &[sql, cached] : std::exchange(m_statements, {}))
         sqlite3_finalize(cached.statement);
-    sqlite3_close_v2(m_database);
+    sqlite3_close_v2(std::exchange(m_database, nullptr));
 }
 
 KXError KXSQLiteConnection::open(const QString &path, const Options &options)
+{
+    const KXError error = openThrough(path, options);
+    if (error.code() != KXStoreErrorCode::DiskFull || !options.vfs.isEmpty())
+        return error;
+    // There is no room for the log's index, which processes share in a file. This one keeps it in memory, and the file
+    // to itself: nothing has to be written to look at a library.
+    close();
+    if (openThrough(path, { options.untouched, options.brief, "unix-excl" })) {
+        close();
+        return error;
+    }
+    KXLogWarning(store, "There is no room beside %@: nobody else can open it while it is open here", path);
+    return {};
+}
+
+KXError KXSQLiteConnection::openThrough(const QString &path, const Options &options)
 {
     // Where there is no index of a log nobody has the file open, and a look at it needs none that others see. A log
     // that holds nothing is not missed when it goes.
@@ -151,7 +171,9 @@ KXError KXSQLiteConnection::open(const QString &path, const Options &options)
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     // The writer checkpoints by its own measure: the hook above takes the place of the automatic one.
-    return execute("PRAGMA synchronous=FULL; PRAGMA cache_size=-32768; PRAGMA temp_store=MEMORY");
+    // The schema's version is asked for, since only that opens the log.
+    return execute("PRAGMA synchronous=FULL; PRAGMA cache_size=-32768; PRAGMA temp_store=MEMORY; "
+                   "PRAGMA schema_version");
 }
 
 KXError KXSQLiteConnection::openAlone(const QString &path)

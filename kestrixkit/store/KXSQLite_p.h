@@ -129,6 +129,8 @@ public:
 
 private:
     friend class KXStatement;
+    KXError openThrough(const QString &path, const Options &options);
+    void close();
     void handBack(sqlite3_stmt *statement);
 
     struct Cached
