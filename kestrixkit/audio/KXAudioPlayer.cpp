@@ -1,11 +1,15 @@
 #include <kestrixkit/audio/KXAudioPlayer.h>
 
+#include <algorithm>
+#include <cmath>
 #include <optional>
 
 #include <kestrixkit/foundation/KXMainQueue.h>
 #include <kestrixkit/foundation/KXNotificationCenter.h>
 
 KXAudioPlayerItem::~KXAudioPlayerItem() = default;
+
+float KXAudioPlayerItem::gain() const { return 1; }
 
 KXAudioPlayerPlaylist::~KXAudioPlayerPlaylist() = default;
 
@@ -27,6 +31,15 @@ KXAudioPlayer::KXAudioPlayer(QObject *parent)
 KXAudioPlayer::~KXAudioPlayer() = default;
 
 void KXAudioPlayer::setVolume(float) { }
+
+void KXAudioPlayer::applyVolume() { }
+
+float KXAudioPlayer::itemGain() const
+{
+    const KXAudioPlayerItemPointer item = currentItem();
+    const float gain = item ? item->gain() : 1;
+    return std::isnan(gain) ? 1 : std::clamp(gain, 0.0F, MostItemGain);
+}
 
 void KXAudioPlayer::playItem(const KXAudioPlayerItemPointer &) { }
 

@@ -37,6 +37,10 @@ public:
     virtual ~KXAudioPlayerItem();
     /// A local file or a stream; an empty address when there is nothing to play.
     [[nodiscard]] virtual QUrl audioFileURL() const = 0;
+    /// What its sound is multiplied with before the volume, so that items sound equally loud, such as
+    /// KXWaveformPyramid::gainForLoudness(). 1 at first; players take what is no number for 1, and keep to 0 to
+    /// KXAudioPlayer::MostItemGain. Main thread.
+    [[nodiscard]] virtual float gain() const;
 };
 using KXAudioPlayerItemPointer = std::shared_ptr<KXAudioPlayerItem>;
 
@@ -74,6 +78,8 @@ class KX_AUDIO_EXPORT KXAudioPlayer : public KXObject
     Q_PROPERTY(double duration READ duration)
     Q_PROPERTY(double currentTime READ currentTime WRITE setTime)
 public:
+    static constexpr float MostItemGain = 16;
+
     explicit KXAudioPlayer(QObject *parent = nullptr);
     ~KXAudioPlayer() override;
 
@@ -91,6 +97,8 @@ public:
     /// From 0 to 1, applied as a gain of its third power. 0 at first: the host sets what it wants to hear.
     [[nodiscard]] virtual float volume() const { return m_volume; }
     virtual void setVolume(float volume);
+    /// To be called when the gain of the current item has changed.
+    void currentItemGainDidChange() { applyVolume(); }
     virtual void playItem(const KXAudioPlayerItemPointer &item);
     virtual void stop();
     /// False, without a change of state, when there is nothing to go on with.
@@ -121,6 +129,10 @@ Q_SIGNALS:
     void continuousChanged();
 
 protected:
+    /// The gain of the current item.
+    [[nodiscard]] float itemGain() const;
+    /// What concrete players override: the sound has the volume and the item's gain from here on.
+    virtual void applyVolume();
     /// Assigns and announces, also what is the same as before. An observer may change the state again, or end the
     /// player: false when it did.
     bool setState(KXAudioPlayerState state);

@@ -118,7 +118,7 @@ void KXBasicAudioPlayer::becomeReady(const std::shared_ptr<KXPlaybackSession> &s
     if (m_loader->session != session)
         return;
     m_player = std::make_unique<KXStreamingPlayer>(session, m_output, [this](const QString &) { stop(); });
-    m_player->setVolume(volume());
+    applyVolume();
     const bool isStopped = state() == KXAudioPlayerStateStopped || state() == KXAudioPlayerStateIdle;
     if (!isStopped)
         m_player->applyFadeIn();
@@ -194,8 +194,14 @@ void KXBasicAudioPlayer::setTime(double seconds)
 
 void KXBasicAudioPlayer::setVolume(float volume)
 {
-    if (storeVolume(volume) && m_player)
-        m_player->setVolume(this->volume());
+    if (storeVolume(volume))
+        applyVolume();
+}
+
+void KXBasicAudioPlayer::applyVolume()
+{
+    if (m_player)
+        m_player->setVolume(volume(), itemGain());
 }
 
 void KXBasicAudioPlayer::applyFadeIn()

@@ -47,6 +47,9 @@ public:
     void setSecondsPerCall(double seconds) { m_secondsPerCall = seconds; }
     [[nodiscard]] KXAudioOutput &output() const { return *m_output; }
 
+protected:
+    void applyVolume() override;
+
 private:
     struct Loader;
     void load(const std::shared_ptr<KXPlaybackSession> &session);

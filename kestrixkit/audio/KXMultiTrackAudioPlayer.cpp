@@ -80,7 +80,7 @@ bool KXMultiTrackAudioPlayer::setupCoreAudio(const KXStreamFormat &format)
     m_numberOfChannels = m_session->inputCount();
     m_mutes.assign(size_t(m_numberOfChannels), false);
     m_stems.assign(size_t(numberOfStems()), {});
-    applyVolumeToMixer();
+    applyVolume();
     if (const int status = m_output->start()) {
         KXLogError(audio, "Couldn't initialize graph (%i)", qint16(status));
         return false;
@@ -210,13 +210,13 @@ void KXMultiTrackAudioPlayer::seekToFrame(qint64 frame)
 void KXMultiTrackAudioPlayer::setVolume(float volume)
 {
     if (storeVolume(volume))
-        applyVolumeToMixer();
+        applyVolume();
 }
 
-void KXMultiTrackAudioPlayer::applyVolumeToMixer()
+void KXMultiTrackAudioPlayer::applyVolume()
 {
     if (m_session)
-        m_session->setVolume(volume());
+        m_session->setVolume(volume(), itemGain());
 }
 
 void KXMultiTrackAudioPlayer::setChannelMuted(qint64 index, bool muted, const char *failure)

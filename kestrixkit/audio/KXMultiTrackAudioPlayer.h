@@ -80,6 +80,9 @@ Q_SIGNALS:
     /// What is heard of the stems has changed, or other stems are there.
     void stemsChanged();
 
+protected:
+    void applyVolume() override;
+
 private:
     struct Stem
     {
@@ -90,7 +93,6 @@ private:
     bool takeOutput();
     bool willStartDecoding(const KXStreamFormat &format);
     bool setupCoreAudio(const KXStreamFormat &format);
-    void applyVolumeToMixer();
     void setChannelMuted(qint64 index, bool muted, const char *failure);
     [[nodiscard]] float heardGain(qint64 stem) const;
     void applyStems();

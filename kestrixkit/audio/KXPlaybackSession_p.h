@@ -72,7 +72,10 @@ public:
     /// -1 left, 0 both sides at full gain, 1 right. Any thread.
     bool setInputPan(qint64 input, float pan);
     /// Applied as its third power, from the next pass on. Any thread.
-    void setVolume(float volume) { m_gain.store(volume * volume * volume, std::memory_order_relaxed); }
+    void setVolume(float volume, float gain = 1)
+    {
+        m_gain.store(volume * volume * volume * gain, std::memory_order_relaxed);
+    }
     /// In place of the ramp before, and of one that was to be next. Any thread, one at a time.
     void setRamp(const KXGainRamp &ramp);
     /// Takes the place of the ramp when playing first reaches its start. As above.

@@ -44,7 +44,7 @@ public:
     void seekToSecond(double seconds);
     [[nodiscard]] bool isSeeking() const { return decoder().seekToFrame() >= 0; }
 
-    void setVolume(float volume) { m_session->setVolume(volume); }
+    void setVolume(float volume, float gain) { m_session->setVolume(volume, gain); }
     /// To silence over the item's last whole second, once playing comes there; beside the fade that there is.
     void fadeOutAtEnd();
     void applyFadeIn();

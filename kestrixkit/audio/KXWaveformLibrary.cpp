@@ -14,7 +14,7 @@ constexpr int waveformNiceness = 10;
 
 /// From the store, or made. Null when it cannot be read, or the work was cancelled.
 std::shared_ptr<const KXWaveformPyramid> waveformOf(
-    KXWaveformStore &store, const QUrl &url, const std::shared_ptr<std::atomic<bool>> &ends)
+    KXWaveformStore &store, const QUrl &url, bool withLoudness, const std::shared_ptr<std::atomic<bool>> &ends)
 {
     const QString file = url.toLocalFile();
     const KXWaveformStore::Stamp stamp = KXWaveformStore::Stamp::of(file);
@@ -27,10 +27,11 @@ std::shared_ptr<const KXWaveformPyramid> waveformOf(
             return nullptr;
         store.setFingerprint(file, stamp, fingerprint);
     }
-    if (auto kept = store.pyramid(fingerprint))
+    if (auto kept = store.pyramid(fingerprint); kept && (!withLoudness || kept->loudness()))
         return std::make_shared<KXWaveformPyramid>(std::move(*kept));
     KXWaveformReading reading;
     reading.cancelled = ends;
+    reading.measuresLoudness = withLoudness;
     auto made = KXWaveformPyramid::read(url, reading);
     if (!made)
         return nullptr;
@@ -115,6 +116,16 @@ void KXWaveformLibrary::prepare(const QUrl &file)
     m_changed.notify_one();
 }
 
+void KXWaveformLibrary::setMeasuresLoudness(bool measures)
+{
+    if (m_measuresLoudness.exchange(measures) || !measures)
+        return;
+    for (const QUrl &file : m_pyramids.keys()) {
+        if (!m_pyramids.object(file)->pyramid->loudness())
+            m_pyramids.remove(file);
+    }
+}
+
 void KXWaveformLibrary::setPaused(bool paused)
 {
     {
@@ -159,7 +170,7 @@ void KXWaveformLibrary::run(const QString &path)
             }
         }
         const auto stamp = waveformStamp(file); // before: a change meanwhile shows
-        const Kept kept { waveformOf(store, file, m_ends), stamp };
+        const Kept kept { waveformOf(store, file, m_measuresLoudness, m_ends), stamp };
         KXMainQueue::async(this, [this, file, kept, wasAsked] { take(file, kept, wasAsked); });
     }
 }
@@ -167,6 +178,8 @@ void KXWaveformLibrary::run(const QString &path)
 void KXWaveformLibrary::take(const QUrl &file, const Kept &kept, bool wasAsked)
 {
     m_awaited.remove(file);
+    if (kept.pyramid && m_measuresLoudness && !kept.pyramid->loudness()) // it was being made when that was switched on
+        return wasAsked ? ask(file) : prepare(file);
     const QPointer<KXWaveformLibrary> alive(this);
     if (!kept.pyramid) {
         m_without.insert(file);

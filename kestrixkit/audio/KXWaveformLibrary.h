@@ -35,6 +35,11 @@ public:
     /// Looks whether the file was changed since.
     [[nodiscard]] std::shared_ptr<const KXWaveformPyramid> pyramid(const QUrl &file);
 
+    /// Whether loudness is measured with it, which takes half as long again. False at first. Waveforms that were made
+    /// without are made anew when they are asked for.
+    void setMeasuresLoudness(bool measures);
+    [[nodiscard]] bool measuresLoudness() const { return m_measuresLoudness; }
+
     /// Has it made when there is nothing else to do, if there is none yet.
     void prepare(const QUrl &file);
     /// While paused only what is asked for is made.
@@ -70,6 +75,7 @@ private:
     std::deque<QUrl> m_asked; // the newest at the end
     std::deque<QUrl> m_prepared;
     bool m_isPaused = false;
+    std::atomic<bool> m_measuresLoudness = false;
     const std::shared_ptr<std::atomic<bool>> m_ends = std::make_shared<std::atomic<bool>>(false);
     std::thread m_thread;
 };

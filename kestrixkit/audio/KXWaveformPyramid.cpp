@@ -306,6 +306,18 @@ KXWaveformColumns KXWaveformPyramid::columnsOfStems(
     return columns;
 }
 
+float KXWaveformPyramid::gainForLoudness(double wanted) const
+{
+    const std::optional<double> measured = loudness();
+    if (!measured || !std::isfinite(*measured))
+        return 1;
+    float peak = 0;
+    for (const KXWaveformColumn &part : columnsOfStems({}, 0, m_frames, 1))
+        peak = std::max({ peak, -part.least, part.greatest });
+    const double most = peak > 0 ? std::max(1.0, 1.0 / double(peak)) : 1;
+    return float(std::min(std::pow(10.0, (wanted - *measured) / 20), most));
+}
+
 double KXWaveformPyramid::loudestTime(double seconds) const
 {
     if (m_cells == 0 || !(seconds > 0))

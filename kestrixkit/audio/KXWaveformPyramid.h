@@ -44,6 +44,8 @@ class KX_AUDIO_EXPORT KXWaveformPyramid
 public:
     static constexpr qint64 MostBytes = 64 * 1024;
     static constexpr int MostChannels = 32;
+    /// In LUFS: what players level music to where they leave room for its peaks.
+    static constexpr double ReferenceLoudness = -18;
 
     /// Decodes the file, which takes as long as that; one that still grows is waited for, a few seconds after its last
     /// change. Nothing when it is cancelled, and with an error when it cannot be read or has too many channels. A file
@@ -78,6 +80,10 @@ public:
     /// whether it is a guess: with different gains, and for some but not all of more than four stems.
     [[nodiscard]] KXWaveformColumns columnsOfStems(
         std::span<const float> gains, qint64 from, qint64 to, int count, bool *isEstimate = nullptr) const;
+
+    /// What the sound is to be multiplied with to be heard at so many LUFS, but no more than lets its highest sample
+    /// reach full scale. 1 for silence, and when the loudness was not measured.
+    [[nodiscard]] float gainForLoudness(double wanted = ReferenceLoudness) const;
 
     /// Where the loudest stretch of so many seconds begins, in seconds.
     [[nodiscard]] double loudestTime(double seconds) const;

@@ -2,6 +2,7 @@
 
 #include <kestrixkit/audio/KXBasicAudioPlayer.h>
 #include <kestrixkit/audio/KXStreamingPlayer_p.h>
+#include <kestrixkit/audio/KXWaveformPyramid.h>
 #include <kestrixkit/foundation/KXLog.h>
 
 #include <support/HttpServer.h>
@@ -115,6 +116,59 @@ TEST_F(BasicPlayer, seeksToWholeSecondsAndFadesOnce)
     player->setTime(1e9); // its end
     EXPECT_EQ(player->currentTime(), 20);
     EXPECT_TRUE(crankUntil(KXAudioPlayerStateFinished));
+}
+
+namespace {
+
+/// An item that is played as loud as all others.
+struct LevelledItem : FileItem
+{
+    explicit LevelledItem(const QString &path)
+        : FileItem(path)
+    {
+        reading.measuresLoudness = true;
+        waveform = KXWaveformPyramid::read(url, reading);
+    }
+    float gain() const override { return isLevelled ? waveform->gainForLoudness() : 1; }
+    KXWaveformReading reading;
+    std::optional<KXWaveformPyramid> waveform;
+    bool isLevelled = true;
+};
+
+}
+
+TEST_F(BasicPlayer, itemsSoundEquallyLoudWithTheirGain)
+{
+    const auto loudness = [this](const Stereo &heard) {
+        const LevelledItem again(writeSound({ 44'100, { heard.left, heard.right } }, floats, m_dir.path()));
+        return *again.waveform->loudness();
+    };
+    player->setVolume(1);
+    std::shared_ptr<LevelledItem> last;
+    for (const double level : { 0.03, 0.1, 0.9 }) {
+        AudioSamples sound = makeSound(6 * 44'100, 2);
+        for (std::vector<float> &channel : sound.channels) {
+            for (float &sample : channel)
+                sample = float(sample * level);
+        }
+        last = std::make_shared<LevelledItem>(writeSound(sound, { "level", "wav", "wav", "pcm_f32le" }, m_dir.path()));
+        play(last);
+        hear(44'100); // while it fades in
+        EXPECT_NEAR(loudness(hear(3 * 44'100)), KXWaveformPyramid::ReferenceLoudness, 1) << level;
+    }
+    const double levelled = loudness(hear(30'000));
+    last->isLevelled = false;
+    player->currentItemGainDidChange();
+    EXPECT_GT(loudness(hear(30'000)), levelled + 3);
+    // What is quiet but for a beat is not led beyond full scale.
+    AudioSamples beat = makeSound(44'100, 1);
+    for (float &sample : beat.channels[0])
+        sample *= 0.001F;
+    beat.channels[0][20'000] = 0.5F;
+    const LevelledItem quiet(writeSound(beat, floats, m_dir.path()));
+    EXPECT_NEAR(quiet.gain(), 2, 0.05);
+    const LevelledItem silent(writeSound({ 44'100, { std::vector<float>(44'100) } }, floats, m_dir.path()));
+    EXPECT_EQ(silent.gain(), 1);
 }
 
 TEST_F(BasicPlayer, endsAtItsStartAndGoesOnWhenContinuous)

@@ -87,6 +87,19 @@ TEST_F(WaveformLibrary, preparesBehindWhatIsAskedFor)
     EXPECT_TRUE(wait(library, files[0]));
 }
 
+TEST_F(WaveformLibrary, measuresLoudnessOfWhatWasMadeWithoutIt)
+{
+    const QUrl file = write("a", 50'000), other = write("b", 60'000);
+    KXWaveformLibrary library(m_path);
+    EXPECT_FALSE(wait(library, file)->loudness());
+    library.prepare(other);
+    library.setMeasuresLoudness(true); // perhaps while the other one is being made
+    EXPECT_TRUE(wait(library, file)->loudness());
+    EXPECT_TRUE(wait(library, other)->loudness());
+    KXWaveformLibrary later(m_path);
+    EXPECT_TRUE(wait(later, file)->loudness()) << "it is kept";
+}
+
 TEST_F(WaveformLibrary, livesWithADamagedFileAndWithNone)
 {
     KXTestLog log;
