@@ -153,10 +153,12 @@ void BrowserWindow::buildMenu()
     m_genreAction = edit->addAction(tr("Rename &Genre…"), this, &BrowserWindow::renameGenre);
     edit->addSeparator();
     QAction *preferences = edit->addAction(tr("&Preferences…"), this, [this] {
-        PreferencePanes::show([alive = QPointer(this)](const std::string &folder) {
-            if (alive)
-                alive->importMusic([folder](QString *) { return folder; });
-        });
+        PreferencePanes::show(
+            [alive = QPointer(this)](const std::string &folder) {
+                if (alive)
+                    alive->importMusic([folder](QString *) { return folder; });
+            },
+            m_preview);
     });
     preferences->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Comma));
     preferences->setMenuRole(QAction::PreferencesRole);

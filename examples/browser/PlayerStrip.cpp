@@ -6,10 +6,12 @@
 #include <QLabel>
 #include <QSlider>
 
+#include <kestrixkit/audio/KXAudioCover.h>
 #include <kestrixkit/audio/KXAudioPlayerManager.h>
 #include <kestrixkit/audio/KXMultiTrackAudioPlayer.h>
 #include <kestrixkit/audio/KXWaveformLibrary.h>
 #include <kestrixkit/audio/views/KXAudioPlayerWaveformView.h>
+#include <kestrixkit/foundation/KXMainQueue.h>
 #include <kestrixkit/theme/KXThemeStyleNames.h>
 #include <kestrixkit/theme/controls/KXThemeableButton.h>
 
@@ -53,6 +55,7 @@ PlayerStrip::PlayerStrip(Preview *preview, KXWaveformLibrary *waveforms, QWidget
     , m_preview(preview)
     , m_library(waveforms)
     , m_waveform(new KXAudioPlayerWaveformView)
+    , m_cover(new QLabel)
     , m_title(new QLabel)
     , m_elapsed(new QLabel)
     , m_remaining(new QLabel)
@@ -62,6 +65,7 @@ PlayerStrip::PlayerStrip(Preview *preview, KXWaveformLibrary *waveforms, QWidget
     setAccessibleName(tr("Player"));
     auto *column = new QVBoxLayout(this);
     column->setContentsMargins(BrowserStyle::margin, 4, BrowserStyle::margin, 4);
+    m_covers.setMaxConcurrentOperationCount(1);
     auto *row = new QHBoxLayout;
     column->addLayout(row);
     auto *previous = stripButton(u"|<"_s, tr("Previous track"));
@@ -74,6 +78,9 @@ PlayerStrip::PlayerStrip(Preview *preview, KXWaveformLibrary *waveforms, QWidget
     });
     connect(next, &QPushButton::clicked, preview, &Preview::playNext);
     connect(m_shuffle, &QPushButton::clicked, preview, &Preview::setShuffled);
+    m_cover->setFixedSize(stripHeight, stripHeight);
+    m_cover->setAlignment(Qt::AlignCenter);
+    m_cover->setAccessibleName(tr("Cover"));
     m_title->setTextFormat(Qt::PlainText);
     m_title->setFixedWidth(stripTitleWidth);
     m_waveform->setFixedHeight(stripHeight);
@@ -82,7 +89,7 @@ PlayerStrip::PlayerStrip(Preview *preview, KXWaveformLibrary *waveforms, QWidget
     m_volume->setValue(int(std::lround(preview->volume() * stripPerCent)));
     connect(m_volume, &QSlider::valueChanged, preview,
         [preview](int value) { preview->setVolume(float(value) / stripPerCent); });
-    for (QWidget *each : std::initializer_list<QWidget *> { previous, toggle, next, m_title, m_elapsed })
+    for (QWidget *each : std::initializer_list<QWidget *> { previous, toggle, next, m_cover, m_title, m_elapsed })
         row->addWidget(each);
     row->addWidget(m_waveform, 1);
     for (QWidget *each : std::initializer_list<QWidget *> { m_remaining, m_volume, m_shuffle })
@@ -111,6 +118,7 @@ void PlayerStrip::follow()
         m_title->setText(m_title->fontMetrics().elidedText(m_preview->playingTitle(), Qt::ElideRight, stripTitleWidth));
         m_waveform->setPlayerItem(item);
         showWaveform();
+        showCover();
     }
     if (const auto *player = m_preview->stems(); m_stems.size() != (player && item ? player->numberOfStems() : 0))
         buildStems();
@@ -120,6 +128,26 @@ void PlayerStrip::follow()
 }
 
 void PlayerStrip::showWaveform() { m_waveform->setPyramid(m_library->pyramid(m_file)); }
+
+/// Read beside the main thread: a file may lie on a slow disk.
+void PlayerStrip::showCover()
+{
+    m_cover->hide();
+    if (m_file.isEmpty())
+        return;
+    const qreal ratio = devicePixelRatioF();
+    m_covers.cancelAllOperations(); // those of tracks that were skipped
+    m_covers.addBlock([this, file = m_file, ratio] {
+        QImage image = KXAudioCover::imageOfFile(file, QSizeF(stripHeight * ratio, stripHeight * ratio).toSize());
+        image.setDevicePixelRatio(ratio);
+        KXMainQueue::async(this, [this, file, image] {
+            if (m_file != file || image.isNull())
+                return;
+            m_cover->setPixmap(QPixmap::fromImage(image));
+            m_cover->show();
+        });
+    });
+}
 
 void PlayerStrip::showTimes()
 {

@@ -17,14 +17,11 @@
 #include "Analytics.h"
 #include "BrowserStyle.h"
 #include "Settings.h"
+#include "SoundPane.h"
 
 using namespace Qt::StringLiterals;
 
-namespace {
-
-constexpr QMargins paneMargins(24, 20, 24, 20);
-
-QLabel *paneNote(const QString &text)
+QLabel *PreferencePanes::note(const QString &text)
 {
     auto *note = new QLabel(text);
     note->setTextFormat(Qt::PlainText);
@@ -33,18 +30,17 @@ QLabel *paneNote(const QString &text)
     return note;
 }
 
-} // namespace
-
-void PreferencePanes::show(std::function<void(const std::string &folder)> importFolder)
+void PreferencePanes::show(std::function<void(const std::string &folder)> importFolder, Preview *preview)
 {
     KXPreferences &preferences = KXPreferences::sharedPreferences();
     if (preferences.viewControllers().isEmpty()) {
-        QList<KXPreferencesViewController *> panes { new GeneralPane(&preferences) };
+        QList<KXPreferencesViewController *> panes { new GeneralPane(&preferences), new SoundPane(&preferences) };
         if (Analytics::isAvailable())
             panes.append(new PrivacyPane(&preferences));
         preferences.setViewControllers(panes);
     }
     static_cast<GeneralPane *>(preferences.viewControllers().constFirst())->setImportFolder(std::move(importFolder));
+    static_cast<SoundPane *>(preferences.viewControllers().at(1))->setPreview(preview);
     preferences.showWindow();
 }
 
@@ -60,7 +56,7 @@ void GeneralPane::loadView()
 {
     auto *view = new QWidget;
     auto *form = new QFormLayout(view);
-    form->setContentsMargins(paneMargins);
+    form->setContentsMargins(PreferencePanes::margins);
     form->setFieldGrowthPolicy(QFormLayout::AllNonFixedFieldsGrow);
     m_folder = new QLabel;
     m_folder->setTextFormat(Qt::PlainText);
@@ -73,7 +69,7 @@ void GeneralPane::loadView()
     choose->setAccessibleName(tr("Choose the music folder"));
     connect(choose, &QPushButton::clicked, this, &GeneralPane::chooseFolder);
     form->addRow(QString(), choose);
-    form->addRow(QString(), paneNote(tr("Imported at once, and again whenever the browser starts.")));
+    form->addRow(QString(), PreferencePanes::note(tr("Imported at once, and again whenever the browser starts.")));
 
     auto *theme = new KXThemeablePopUpButton;
     theme->addItems({ tr("Dark"), tr("Light") });
@@ -132,14 +128,14 @@ void PrivacyPane::loadView()
 {
     auto *view = new QWidget;
     auto *column = new QVBoxLayout(view);
-    column->setContentsMargins(paneMargins);
+    column->setContentsMargins(PreferencePanes::margins);
     auto *consent = new QCheckBox(tr("&Send usage statistics"));
     consent->setChecked(Settings::analyticsConsent());
     connect(consent, &QCheckBox::toggled, this, [](bool on) { Analytics::setConsent(on); });
     column->addWidget(consent);
-    column->addWidget(
-        paneNote(tr("Which views are opened and how many tracks an import adds; never names of tracks, files or "
-                    "people. Nothing is sent unless this is on. What was sent, or would have been, stands below.")));
+    column->addWidget(PreferencePanes::note(
+        tr("Which views are opened and how many tracks an import adds; never names of tracks, files or "
+           "people. Nothing is sent unless this is on. What was sent, or would have been, stands below.")));
     m_lines = new QPlainTextEdit;
     m_lines->setReadOnly(true);
     m_lines->setTabChangesFocus(true);

@@ -6,6 +6,7 @@
 #include <kestrixkit/foundation/KXNotificationCenter.h>
 #include <kestrixkit/util/views/KXPreferencesViewController.h>
 
+class Preview;
 class QLabel;
 class QPlainTextEdit;
 class QWidget;
@@ -13,8 +14,13 @@ class QWidget;
 /// The sections of the browser's preferences. Every change is in force, and remembered, at once.
 namespace PreferencePanes {
 
-/// The window, in front, with the sections for this browser. A folder that is chosen is handed to `importFolder`.
-void show(std::function<void(const std::string &folder)> importFolder);
+/// The window, in front, with the sections for this browser. A folder that is chosen is handed to `importFolder`; the
+/// preview's sound is what the section "Sound" sets.
+void show(std::function<void(const std::string &folder)> importFolder, Preview *preview = nullptr);
+
+inline constexpr QMargins margins { 24, 20, 24, 20 };
+/// A paragraph that explains.
+QLabel *note(const QString &text);
 
 } // namespace PreferencePanes
 

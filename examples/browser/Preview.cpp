@@ -13,11 +13,11 @@
 #include <kestrixkit/audio/KXAudioPlayerManager.h>
 #include <kestrixkit/audio/KXBasicAudioPlayer.h>
 #include <kestrixkit/audio/KXMultiTrackAudioPlayer.h>
-#include <kestrixkit/audio/KXPortAudioOutput.h>
 #include <kestrixkit/audio/KXWaveformLibrary.h>
 
 #include "BrowserStyle.h"
 #include "MessageStrip.h"
+#include "Settings.h"
 #include "TrackTableModel.h"
 
 using namespace Qt::StringLiterals;
@@ -40,20 +40,33 @@ bool previewIsStems(const QUrl &url)
 
 } // namespace
 
+struct Preview::Levels
+{
+    bool areOn = Settings::equalLoudness();
+    QPointer<KXWaveformLibrary> waveforms;
+};
+
 struct Preview::Item : KXAudioPlayerItem
 {
     QPersistentModelIndex index; // follows the track wherever it is sorted to
     QUrl url;
     QString title;
+    std::shared_ptr<const Levels> levels;
 
     QUrl audioFileURL() const override { return url; }
+    float gain() const override
+    {
+        const auto waveform = levels->areOn && levels->waveforms ? levels->waveforms->pyramid(url) : nullptr;
+        return waveform ? waveform->gainForLoudness() : 1;
+    }
 };
 
 /// The tracks in the order in which the table shows them.
 struct Preview::Playlist : KXAudioPlayerPlaylist
 {
-    explicit Playlist(TrackTableModel *tracks)
+    Playlist(TrackTableModel *tracks, std::shared_ptr<const Levels> itemLevels)
         : model(tracks)
+        , levels(std::move(itemLevels))
     {
     }
     KXAudioPlayerItemPointer audioPlayerItemAfter(const KXAudioPlayerItemPointer &item) override
@@ -72,6 +85,7 @@ struct Preview::Playlist : KXAudioPlayerPlaylist
             return nullptr;
         auto item = std::make_shared<Item>();
         item->index = model->index(row, 0);
+        item->levels = levels;
         item->url = track->location();
         item->title = track->title().isEmpty() ? item->url.fileName() : track->title();
         if (item->title.size() > previewLongestTitle)
@@ -100,6 +114,7 @@ struct Preview::Playlist : KXAudioPlayerPlaylist
         return itemAt(row + (index.isValid() && row >= index.row() ? 1 : 0));
     }
     TrackTableModel *const model;
+    const std::shared_ptr<const Levels> levels;
     bool isShuffled = false;
     QList<QPersistentModelIndex> history; // what was played while shuffled
 };
@@ -137,9 +152,13 @@ Preview::Preview(
     , m_view(view)
     , m_output(output ? std::move(output) : std::make_shared<KXPortAudioOutput>())
     , m_manager(std::make_shared<Manager>(m_output))
-    , m_playlist(std::make_shared<Playlist>(model))
+    , m_levels(std::make_shared<Levels>())
+    , m_playlist(std::make_shared<Playlist>(model, m_levels))
     , m_label(new QLabel)
+    , m_startsLoudest(Settings::startsLoudest())
 {
+    if (auto *device = dynamic_cast<KXPortAudioOutput *>(m_output.get()))
+        (void)device->setDevice(Settings::outputDevice()); // nothing is open yet: it cannot fail
     KXAudioPlayerManager::setSharedInstance(m_manager);
     m_label->setAccessibleDescription(tr("Preview"));
     m_label->setContentsMargins(BrowserStyle::margin, 0, BrowserStyle::margin, 0);
@@ -225,6 +244,58 @@ void Preview::setVolume(float volume)
     m_manager->stems->setVolume(volume);
 }
 
+void Preview::setWaveforms(KXWaveformLibrary *waveforms)
+{
+    m_levels->waveforms = waveforms;
+    waveforms->setMeasuresLoudness(m_levels->areOn);
+    connect(waveforms, &KXWaveformLibrary::ready, this, [this](const QUrl &file) {
+        if (const Item *item = currentItem(); item && item->url == file)
+            player().currentItemGainDidChange();
+    });
+}
+
+bool Preview::isLevelled() const { return m_levels->areOn; }
+
+void Preview::setLevelled(bool levelled)
+{
+    m_levels->areOn = levelled;
+    Settings::setEqualLoudness(levelled);
+    if (m_levels->waveforms)
+        m_levels->waveforms->setMeasuresLoudness(levelled);
+    player().currentItemGainDidChange();
+}
+
+void Preview::setStartsLoudest(bool loudest)
+{
+    m_startsLoudest = loudest;
+    Settings::setStartsLoudest(loudest);
+    Q_EMIT changed();
+}
+
+QList<KXAudioDevice> Preview::devices() const
+{
+    return dynamic_cast<KXPortAudioOutput *>(m_output.get()) ? KXPortAudioOutput::devices() : QList<KXAudioDevice>();
+}
+
+QString Preview::device() const
+{
+    const auto *output = dynamic_cast<KXPortAudioOutput *>(m_output.get());
+    return output ? output->device() : QString();
+}
+
+void Preview::setDevice(const QString &identifier)
+{
+    auto *output = dynamic_cast<KXPortAudioOutput *>(m_output.get());
+    if (!output)
+        return;
+    Settings::setOutputDevice(identifier);
+    const bool goesOn = std::exchange(m_lostDevice, false);
+    if (output->setDevice(identifier) != 0)
+        m_label->setText(tr("This sound device cannot be opened"));
+    else if (goesOn)
+        player().resume();
+}
+
 void Preview::playNext() { m_manager->playNext(true); }
 
 void Preview::playPrevious() { m_manager->playPrevious(true); }
@@ -274,9 +345,8 @@ void Preview::play(const KXAudioPlayerItemPointer &item)
 void Preview::fillDeviceMenu(QMenu *menu)
 {
     menu->clear();
-    auto *output = dynamic_cast<KXPortAudioOutput *>(m_output.get());
-    const QList<KXAudioDevice> devices = output ? KXPortAudioOutput::devices() : QList<KXAudioDevice>();
-    if (devices.isEmpty()) {
+    const QList<KXAudioDevice> all = devices();
+    if (all.isEmpty()) {
         menu->addAction(tr("No sound card"))->setEnabled(false);
         return;
     }
@@ -284,19 +354,13 @@ void Preview::fillDeviceMenu(QMenu *menu)
     const auto add = [&](const QString &name, const QString &identifier) {
         QAction *action = menu->addAction(name);
         action->setCheckable(true);
-        action->setChecked(output->device() == identifier);
+        action->setChecked(device() == identifier);
         group->addAction(action);
-        connect(action, &QAction::triggered, this, [this, output, identifier] {
-            const bool goesOn = std::exchange(m_lostDevice, false);
-            if (output->setDevice(identifier) != 0)
-                m_label->setText(tr("This sound device cannot be opened"));
-            else if (goesOn)
-                player().resume();
-        });
+        connect(action, &QAction::triggered, this, [this, identifier] { setDevice(identifier); });
     };
     add(tr("The System's Own"), {});
-    for (const KXAudioDevice &device : devices)
-        add(device.identifier, device.identifier);
+    for (const KXAudioDevice &each : all)
+        add(each.identifier, each.identifier);
 }
 
 /// Once for each item, as soon as it plays.
@@ -306,7 +370,8 @@ void Preview::cue()
     if (!item || m_cued.lock() == item)
         return;
     m_cued = item;
-    if (const auto waveform = m_startsLoudest && m_waveforms ? m_waveforms->pyramid(item->audioFileURL()) : nullptr)
+    KXWaveformLibrary *waveforms = m_startsLoudest ? m_levels->waveforms.data() : nullptr;
+    if (const auto waveform = waveforms ? waveforms->pyramid(item->audioFileURL()) : nullptr)
         player().setTime(waveform->loudestTime(previewLoudestSeconds));
 }
 
@@ -323,7 +388,9 @@ QMenu *Preview::makeMenu(QWidget *parent)
     connect(devices, &QMenu::aboutToShow, this, [this, devices] { fillDeviceMenu(devices); });
     QAction *loudest = menu->addAction(tr("Start at the &Loudest Part"));
     loudest->setCheckable(true);
-    connect(loudest, &QAction::toggled, this, [this](bool on) { m_startsLoudest = on; });
+    loudest->setChecked(m_startsLoudest);
+    connect(loudest, &QAction::toggled, this, &Preview::setStartsLoudest);
+    connect(this, &Preview::changed, loudest, [this, loudest] { loudest->setChecked(m_startsLoudest); });
     QAction *shuffled = menu->addAction(tr("&Shuffle"));
     shuffled->setCheckable(true);
     connect(shuffled, &QAction::toggled, this, &Preview::setShuffled);

@@ -9,6 +9,7 @@
 
 #include <kestrixkit/audio/KXAudioOutput.h>
 #include <kestrixkit/audio/KXAudioPlayer.h>
+#include <kestrixkit/audio/KXPortAudioOutput.h>
 #include <kestrixkit/audio/KXWaveformLibrary.h>
 
 class KXAudioPlayerManager;
@@ -44,9 +45,21 @@ public:
     void playNext();
     void playPrevious();
 
-    /// Where the loudest part of a track is looked up; it outlives the preview. Without it playing starts at the
-    /// beginning.
-    void setWaveforms(KXWaveformLibrary *waveforms) { m_waveforms = waveforms; }
+    /// Where the loudest part of a track, and its loudness, are looked up. Without it playing starts at the beginning,
+    /// and tracks sound as they are.
+    void setWaveforms(KXWaveformLibrary *waveforms);
+    /// Whether all tracks sound equally loud, as soon as it is known how loud they are. Remembered.
+    [[nodiscard]] bool isLevelled() const;
+    void setLevelled(bool levelled);
+    /// Whether tracks begin at their loudest part. Remembered.
+    [[nodiscard]] bool startsLoudest() const { return m_startsLoudest; }
+    void setStartsLoudest(bool loudest);
+    /// What the sound can go to; empty where there is nothing. Takes a moment the first time.
+    [[nodiscard]] QList<KXAudioDevice> devices() const;
+    /// The identifier of what it goes to; empty: the system's own. Remembered.
+    [[nodiscard]] QString device() const;
+    /// Plays there from now on; goes on where a device was lost. Tells in the line where it cannot be opened.
+    void setDevice(const QString &identifier);
     [[nodiscard]] bool isShuffled() const;
     void setShuffled(bool shuffled);
     [[nodiscard]] float volume() const;
@@ -70,6 +83,7 @@ protected:
 
 private:
     struct Item;
+    struct Levels;
     struct Playlist;
     class Manager;
 
@@ -87,11 +101,11 @@ private:
     QAbstractItemView *const m_view;
     const std::shared_ptr<KXAudioOutput> m_output;
     const std::shared_ptr<Manager> m_manager;
+    const std::shared_ptr<Levels> m_levels;
     const std::shared_ptr<Playlist> m_playlist;
     QLabel *m_label; // the parent's of whatever it is put into
     QTimer m_clock; // while it plays
-    QPointer<KXWaveformLibrary> m_waveforms;
-    bool m_startsLoudest = false;
+    bool m_startsLoudest;
     bool m_lostDevice = false; // while it played
     std::weak_ptr<KXAudioPlayerItem> m_cued; // the item that has been led to its loudest part, if it was to be
     std::shared_ptr<Item> m_followed; // the item that the selection is on

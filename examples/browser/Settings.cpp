@@ -47,6 +47,21 @@ void Settings::setDarkTheme(bool dark)
         BrowserStyle::setDark(dark);
 }
 
+bool Settings::equalLoudness() { return KXUserDefaults::standard().boolForKey(equalLoudnessKey).value_or(false); }
+
+void Settings::setEqualLoudness(bool equal) { settingsWrite(equalLoudnessKey, equal); }
+
+bool Settings::startsLoudest() { return KXUserDefaults::standard().boolForKey(startsLoudestKey).value_or(false); }
+
+void Settings::setStartsLoudest(bool loudest) { settingsWrite(startsLoudestKey, loudest); }
+
+QString Settings::outputDevice()
+{
+    return KXUserDefaults::standard().stringForKey(outputDeviceKey).value_or(QString());
+}
+
+void Settings::setOutputDevice(const QString &identifier) { settingsWrite(outputDeviceKey, identifier); }
+
 bool Settings::analyticsConsent() { return KXUserDefaults::standard().boolForKey(analyticsKey).value_or(false); }
 
 void Settings::setAnalyticsConsent(bool consent) { settingsWrite(analyticsKey, consent); }

@@ -12,6 +12,9 @@ namespace Settings {
 
 inline constexpr QLatin1StringView musicFolderKey { "musicFolder" };
 inline constexpr QLatin1StringView darkThemeKey { "darkTheme" };
+inline constexpr QLatin1StringView equalLoudnessKey { "equalLoudness" };
+inline constexpr QLatin1StringView startsLoudestKey { "startsLoudest" };
+inline constexpr QLatin1StringView outputDeviceKey { "outputDevice" };
 inline constexpr QLatin1StringView analyticsKey { "analyticsConsent" };
 
 /// In the bytes of the file system; empty: none was chosen, or it is no folder any more.
@@ -21,6 +24,16 @@ void setMusicFolder(const std::string &folder);
 /// The theme, dark at first. Setting it changes the looks, too.
 bool darkTheme();
 void setDarkTheme(bool dark);
+
+/// Whether previews sound equally loud, and whether they begin at the loudest part. No, at first.
+bool equalLoudness();
+void setEqualLoudness(bool equal);
+bool startsLoudest();
+void setStartsLoudest(bool loudest);
+
+/// The sound device's identifier; empty at first, for the system's own.
+QString outputDevice();
+void setOutputDevice(const QString &identifier);
 
 /// Whether the user has agreed to usage statistics. No, at first.
 bool analyticsConsent();

@@ -1,5 +1,6 @@
 // What the browser says of errors, and the choices that it remembers.
 
+#include <QCheckBox>
 #include <QComboBox>
 #include <QFile>
 #include <QMenuBar>
@@ -22,6 +23,7 @@
 #include <BrowserWindow.h>
 #include <MessageStrip.h>
 #include <PreferencePanes.h>
+#include <Preview.h>
 #include <Settings.h>
 
 #include "LibraryTest.h"
@@ -98,9 +100,9 @@ TEST_F(BrowserMessagesTest, choicesAreInForceAtOnceAndRemembered)
     BrowserWindow window(coordinator);
     QTemporaryDir music;
     std::string imported;
-    PreferencePanes::show([&](const std::string &chosen) { imported = chosen; });
+    PreferencePanes::show([&](const std::string &chosen) { imported = chosen; }, window.preview());
     KXPreferences &preferences = KXPreferences::sharedPreferences();
-    ASSERT_EQ(preferences.viewControllers().size(), Analytics::isAvailable() ? 2 : 1);
+    ASSERT_EQ(preferences.viewControllers().size(), Analytics::isAvailable() ? 3 : 2);
     auto *const general = qobject_cast<GeneralPane *>(preferences.viewControllers()[0]);
     general->setFolder(music.path());
     EXPECT_EQ(imported, music.path().toStdString());
@@ -120,6 +122,25 @@ TEST_F(BrowserMessagesTest, choicesAreInForceAtOnceAndRemembered)
     light->trigger();
     EXPECT_EQ(theme->currentIndex(), 0);
     EXPECT_TRUE(BrowserStyle::isDark() && Settings::darkTheme());
+
+    // Sound: what the preview does, the pane shows, and the next browser knows.
+    preferences.setSelectedViewController(preferences.viewControllers()[1]);
+    QCheckBox *equal = nullptr, *loudest = nullptr;
+    for (QCheckBox *box : preferences.window()->findChildren<QCheckBox *>())
+        (box->text().contains(u"loudest"_s) ? loudest : equal) = box;
+    ASSERT_TRUE(equal && loudest);
+    EXPECT_FALSE(equal->isChecked() || loudest->isChecked());
+    equal->click();
+    loudest->click();
+    EXPECT_TRUE(window.preview()->isLevelled() && window.preview()->startsLoudest());
+    EXPECT_TRUE(Settings::equalLoudness() && Settings::startsLoudest());
+    Settings::setOutputDevice(u"a device of long ago"_s);
+    BrowserWindow later(coordinator);
+    EXPECT_TRUE(later.preview()->isLevelled() && later.preview()->startsLoudest());
+    EXPECT_EQ(later.preview()->device(), u"a device of long ago"_s);
+    PreferencePanes::show({}, later.preview());
+    auto *const device = preferences.viewControllers()[1]->view()->findChild<QComboBox *>();
+    EXPECT_EQ(device->currentText(), u"a device of long ago (not there)"_s);
     preferences.window()->close();
     KXAnimationGroup::setAnimationsEnabled(true);
 }

@@ -72,6 +72,13 @@ protected:
         view.reset();
         model.reset();
     }
+    int rowOf(const QString &title)
+    {
+        int row = 0;
+        while (row < model->rowCount() && model->index(row, TrackTableModel::Title).data().toString() != title)
+            ++row;
+        return row;
+    }
     void press(Qt::Key key, Qt::KeyboardModifiers modifiers = {}) { QTest::keyClick(view.get(), key, modifiers); }
     /// Whether the line comes to start like this, while the output plays.
     bool says(const QString &start)
@@ -177,12 +184,6 @@ TEST_F(PreviewTest, theStripLeadsThePlayerAndItsStems)
     const auto strip = std::make_unique<PlayerStrip>(preview.get(), &waveforms);
     strip->resize(1000, 200);
     EXPECT_TRUE(strip->isHidden());
-    const auto rowOf = [&](const QString &title) {
-        int row = 0;
-        while (row < model->rowCount() && model->index(row, TrackTableModel::Title).data().toString() != title)
-            ++row;
-        return row;
-    };
     const int row = rowOf(u"0 stems"_s);
     preview->playRow(row);
     ASSERT_TRUE(says(u"Playing 0 stems"_s));
@@ -244,6 +245,39 @@ TEST_F(PreviewTest, theStripLeadsThePlayerAndItsStems)
     for (int x = 1; x < drawn.width() && !isDrawn; ++x)
         isDrawn = drawn.pixel(x, drawn.height() / 2) != drawn.pixel(0, drawn.height() / 2);
     EXPECT_TRUE(isDrawn);
+}
+
+TEST_F(PreviewTest, theStripShowsTheCoverAndLevelsAreHeard)
+{
+    KXWaveformLibrary waveforms(folder.filePath(u"library.waves"_s));
+    const auto strip = std::make_unique<PlayerStrip>(preview.get(), &waveforms);
+    preview->setWaveforms(&waveforms);
+    QImage red(10, 10, QImage::Format_RGB32);
+    red.fill(Qt::red);
+    ASSERT_TRUE(red.save(folder.filePath(u"cover.png"_s)));
+    add(u"0 long"_s)
+        ->setLocation(QUrl::fromLocalFile(
+            writeSound(makeSound(44'100 * 3), { "long", "wav", "wav", "pcm_s16le" }, folder.path())));
+    save();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return model->rowCount() == 5; }, previewPatience));
+    preview->setLevelled(true);
+    preview->playRow(rowOf(u"0 long"_s));
+    ASSERT_TRUE(says(u"Playing 0 long"_s));
+    const auto *cover = [&] {
+        const auto labels = strip->findChildren<QLabel *>();
+        return *std::find_if(
+            labels.begin(), labels.end(), [](QLabel *each) { return each->accessibleName() == u"Cover"_s; });
+    }();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return cover->isVisibleTo(strip.get()); }, previewPatience));
+    EXPECT_EQ(cover->pixmap().toImage().pixelColor(5, 5), QColor(Qt::red));
+    const auto gain = [&] { return preview->player().currentItem()->gain(); };
+    EXPECT_TRUE(QTest::qWaitFor([&] { return gain() != 1; }, previewPatience)) << "once it is measured";
+    preview->setLevelled(false);
+    EXPECT_EQ(gain(), 1);
+    ASSERT_TRUE(QFile::remove(folder.filePath(u"cover.png"_s)));
+    preview->playRow(rowOf(u"a.flac"_s));
+    ASSERT_TRUE(says(u"Playing a.flac"_s));
+    EXPECT_TRUE(QTest::qWaitFor([&] { return !cover->isVisibleTo(strip.get()); }, previewPatience));
 }
 
 TEST_F(PreviewTest, aLostDeviceIsTold)
