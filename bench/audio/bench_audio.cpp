@@ -3,24 +3,30 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstring>
 #include <ctime>
+#include <memory>
 #include <random>
 #include <thread>
 
+#include <malloc.h>
 #include <pthread.h>
 
-#include <QCoreApplication>
+#include <QApplication>
 #include <QDir>
 #include <QEventLoop>
 #include <QFile>
 #include <QProcess>
+#include <QTest>
 
+#include <kestrixkit/audio/KXAudioFile.h>
 #include <kestrixkit/audio/KXBasicAudioPlayer.h>
 #include <kestrixkit/audio/KXHandCrankedAudioOutput.h>
 #include <kestrixkit/audio/KXMultiTrackAudioPlayer.h>
 #include <kestrixkit/audio/KXPlaybackSession_p.h>
 #include <kestrixkit/audio/KXWaveformGenerator.h>
 #include <kestrixkit/audio/KXWaveformPyramid.h>
+#include <kestrixkit/audio/views/KXAudioPlayerWaveformView.h>
 #include <kestrixkit/foundation/KXOperationQueue.h>
 
 #include <support/AudioFiles.h>
@@ -484,6 +490,102 @@ void firstFramePeer(benchmark::State &state, const char *format)
     BenchProgram::report(state, fastest(times) * 1e3);
 }
 
+/// Until the sound of the new place is heard; nothing of the old one may be.
+void seek(benchmark::State &state, const char *format)
+{
+    constexpr qint64 places = 50, step = 500'000;
+    KXAudioFile reference;
+    if (reference.open(trackUrl(format)) != KXAudioFileNoError)
+        return state.SkipWithError("not opened");
+    const auto output = std::make_shared<KXHandCrankedAudioOutput>();
+    KXMultiTrackAudioPlayer player(output);
+    player.setVolume(1);
+    player.playItem(std::make_shared<BenchItem>(trackUrl(format)));
+    Planar wanted(2), heard(2);
+    std::vector<double> times;
+    for (qint64 i = 1; i <= places; ++i) {
+        const qint64 frame = i * 37 % places * step + 1234;
+        quint32 got = 0;
+        if (reference.seek(frame) != KXAudioFileNoError
+            || reference.read(wanted.pointers.data(), passFrames, &got) != KXAudioFileNoError || got == 0)
+            return state.SkipWithError("not read");
+        std::this_thread::sleep_for(firstFramePause);
+        (void)output->crank(heard.pointers[0], heard.pointers[1], passFrames);
+        const double start = wallSeconds();
+        player.seekToFrame(frame);
+        int frames = 0;
+        while ((frames = output->crank(heard.pointers[0], heard.pointers[1], int(got))) == 0)
+            std::this_thread::yield();
+        times.push_back(wallSeconds() - start);
+        for (int k = 0; k < frames; ++k) {
+            if (std::abs(heard.samples[0][size_t(k)] - wanted.samples[0][size_t(k)]) > 1e-3F)
+                return state.SkipWithError("stale");
+        }
+    }
+    BenchProgram::report(state, median(times) * 1e3);
+}
+
+/// From a mute to the picture that shows it.
+void wavesFollow(benchmark::State &state)
+{
+    const QString path = folder() + u"/stems.wav"_s;
+    if (!QFile::exists(path))
+        writeSound(makeSound(300 * 8000, 8, 8000), { "stems", "wav", "wav", "pcm_s16le" }, folder());
+    auto pyramid = KXWaveformPyramid::read(QUrl::fromLocalFile(path));
+    if (!pyramid)
+        return state.SkipWithError("not read");
+    KXAudioPlayerWaveformView view;
+    view.resize(1200, 60);
+    view.setPlayerItem(std::make_shared<BenchItem>(QUrl::fromLocalFile(path)));
+    view.setPyramid(std::make_shared<KXWaveformPyramid>(std::move(*pyramid)));
+    view.show();
+    QCoreApplication::processEvents();
+    std::vector<double> times;
+    for (int i = 0; i < 100; ++i) {
+        const double start = wallSeconds();
+        view.setStemGains({ i % 2 ? 1.0F : 0.0F, 1, i % 3 ? 1.0F : 0.0F, 1 });
+        view.repaint();
+        times.push_back(wallSeconds() - start);
+        if (view.isEstimate())
+            return state.SkipWithError("an estimate");
+    }
+    BenchProgram::report(state, median(times) * 1e3);
+}
+
+/// What drawing a file of ten hours takes above having it open, whole and in parts.
+void longMemory(benchmark::State &state)
+{
+    const auto kilobytes = [](QByteArrayView key) {
+        QFile status(u"/proc/self/status"_s);
+        (void)status.open(QIODevice::ReadOnly);
+        const QByteArray text = status.readAll();
+        return text.mid(text.indexOf(key) + key.size()).simplified().split(' ').first().toLongLong();
+    };
+    const QUrl url = QUrl::fromLocalFile(longPath());
+    KXAudioFile file;
+    Planar chunk(2);
+    quint32 got = 0;
+    if (file.open(url) != KXAudioFileNoError
+        || file.read(chunk.pointers.data(), chunkFrames, &got) != KXAudioFileNoError)
+        return state.SkipWithError("not opened");
+    malloc_trim(0);
+    const qint64 before = kilobytes("VmRSS:");
+    const auto pyramid = KXWaveformPyramid::read(url);
+    if (!pyramid)
+        return state.SkipWithError("not read");
+    KXAudioPlayerWaveformView view;
+    view.resize(1200, 60);
+    view.setPlayerItem(std::make_shared<BenchItem>(url));
+    view.setPyramid(std::make_shared<KXWaveformPyramid>(*pyramid));
+    view.show();
+    for (int i = 0; i < 40; ++i) { // into the file, until single samples are seen
+        view.repaint();
+        QTest::qWait(10);
+        view.zoom(0.6, 700);
+    }
+    BenchProgram::report(state, double(kilobytes("VmHWM:") - before) / 1024);
+}
+
 using ForFormat = void (*)(benchmark::State &, const char *);
 
 void addForFormats(
@@ -501,6 +603,14 @@ void addForFormats(
 int main(int argc, char **argv)
 {
     using BenchProgram::add;
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    // Widgets only where they are measured.
+    const bool showsWidgets = std::any_of(argv, argv + argc, [](const char *argument) {
+        return std::strstr(argument, "waves-follow") || std::strstr(argument, "long-memory");
+    });
+    std::unique_ptr<QCoreApplication> application;
+    if (showsWidgets)
+        application = std::make_unique<QApplication>(argc, argv);
     add("audio.ring-jack/ours", throughput<OurRing>);
     add("audio.ring-jack/peer", throughput<plain::JackRing>);
     add("audio.ring-boost/ours", throughput<OurRing>);
@@ -521,6 +631,10 @@ int main(int argc, char **argv)
     add("audio.peak-bandwidth/peer", [](benchmark::State &state) { bandwidth(state, false); });
     add("audio.render-pass/ours", renderOurs);
     add("audio.render-pass/peer", renderPeer);
+    for (const char *format : { "wav", "flac", "mp3" })
+        add(("audio.seek/ours/"s + format).c_str(), [format](benchmark::State &state) { seek(state, format); });
+    add("audio.waves-follow/ours", wavesFollow);
+    add("audio.long-memory/ours", longMemory);
     addForFormats("audio.first-frame", firstFrameOurs, firstFramePeer, { "wav", "flac", "mp3", "ogg" });
     add("audio.partial-pictures/ours", partialPictures);
     add("audio.partial-pictures/peer", finalPictures);

@@ -8,6 +8,12 @@
 #include <QHeaderView>
 #include <QScrollBar>
 #include <QStyleFactory>
+#include <QTest>
+
+#include <kestrixkit/audio/KXWaveformLibrary.h>
+#include <kestrixkit/audio/KXWaveformStore_p.h>
+
+#include <support/AudioFiles.h>
 
 #include <BrowserStyle.h>
 #include <Library.h>
@@ -24,12 +30,18 @@ namespace {
 constexpr QSize windowSize(1440, 860);
 constexpr int frames = 200;
 
-QString browserStore()
+QString dataFolder()
 {
-    const QString folder = qEnvironmentVariable("KX_BENCH_DATA", u"bench-data"_s);
+    const QString folder = QDir(qEnvironmentVariable("KX_BENCH_DATA", u"bench-data"_s)).absolutePath();
     QDir().mkpath(folder);
-    return folder + u"/browser.db"_s;
+    return folder;
 }
+QString browserStore() { return dataFolder() + u"/browser-music.db"_s; }
+QString wavesPath() { return browserStore() + u".waves"_s; }
+
+/// The files of the rows in turn.
+constexpr int musicFiles = 4000;
+QUrl musicFile(int row) { return QUrl::fromLocalFile(dataFolder() + u"/music/%1.wav"_s.arg(row % musicFiles)); }
 
 /// CPU time of the process: the drawing is one thread's work, and the machine has other things to do.
 double cpuSeconds()
@@ -49,10 +61,32 @@ KXManagedObjectContext::Ref openBrowserStore(const QString &path)
     return KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
 }
 
+/// Small files under many names, with their waveforms.
+void prepareMusic()
+{
+    QDir().mkpath(dataFolder() + u"/music"_s);
+    const QString first
+        = writeSound(makeSound(8000 * 20, 2, 8000), { "0", "wav", "wav", "pcm_s16le" }, dataFolder() + u"/music"_s);
+    const auto fingerprint = KXAudioFingerprint::ofFile(musicFile(0));
+    auto pyramid = KXWaveformPyramid::read(musicFile(0));
+    if (!pyramid || fingerprint.isEmpty())
+        qFatal("no waveform");
+    pyramid->setFingerprint(fingerprint);
+    KXWaveformStore store(wavesPath());
+    store.setPyramid(*pyramid);
+    for (int i = 0; i < musicFiles; ++i) {
+        const QString path = musicFile(i).toLocalFile();
+        if (i > 0)
+            QFile::copy(first, path);
+        store.setFingerprint(path, KXWaveformStore::Stamp::of(path), fingerprint);
+    }
+}
+
 void prepare()
 {
     if (QFile::exists(browserStore()))
         return;
+    prepareMusic();
     const QString making = browserStore() + u".making"_s;
     QFile::remove(making);
     {
@@ -62,7 +96,7 @@ void prepare()
         for (int i = 0; i < BenchLibrary::Rows; ++i) {
             const PlainTrack plain = source.next();
             const KXRef<Track> track = Track::createInContext(*context);
-            track->setLocation(QUrl(u"file:///music/%1.mp3"_s.arg(i)));
+            track->setLocation(musicFile(i));
             track->setFileSize(1);
             track->setFileModified(1);
             track->setTitle(plain.title);
@@ -174,6 +208,43 @@ void frameOurs(benchmark::State &state)
     drawFrames(state, view);
 }
 
+/// What drawing takes from the thread that draws, while waveforms that come into sight are looked up beside it.
+void frameWaves(benchmark::State &state, bool shown)
+{
+    BrowserStyle::apply(*qApp);
+    const auto context = openBrowserStore(browserStore());
+    TrackTableModel model(context);
+    KXWaveformLibrary waveforms(wavesPath());
+    TrackTableView view;
+    view.setModel(&model);
+    view.setWaveforms(&waveforms);
+    view.horizontalHeader()->moveSection(view.horizontalHeader()->visualIndex(TrackTableModel::Waveform), 1);
+    view.setColumnHidden(TrackTableModel::Waveform, !shown);
+    showAndPaint(view);
+    std::mt19937 random(11);
+    double time = 0;
+    const auto seconds = [] {
+        timespec now {};
+        clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+        return double(now.tv_sec) + double(now.tv_nsec) * 1e-9;
+    };
+    for (int i = 0; i < frames; ++i) {
+        // A page further each time, from a place that was not seen lately.
+        if (i % 20 == 0)
+            view.verticalScrollBar()->setValue(int(random() % uint(view.verticalScrollBar()->maximum())));
+        const double start = seconds();
+        view.verticalScrollBar()->setValue(view.verticalScrollBar()->value() + 3);
+        view.viewport()->repaint();
+        time += seconds() - start;
+        QTest::qWait(15); // as frames come; what was looked up meanwhile is told
+    }
+    for (auto _ : state)
+        state.SetIterationTime(time);
+    if (shown && !waveforms.overview(musicFile(0))
+        && !QTest::qWaitFor([&] { return waveforms.overview(musicFile(0)); }))
+        state.SkipWithError("no waveforms");
+}
+
 void framePeer(benchmark::State &state)
 {
     plain::ConstantTexts rows(headers,
@@ -198,5 +269,7 @@ int main(int argc, char **argv)
     BenchProgram::add("table.open/peer", openPeer);
     BenchProgram::add("table.frame/ours", frameOurs);
     BenchProgram::add("table.frame/peer", framePeer);
+    BenchProgram::add("table.frame-waves/ours", [](benchmark::State &state) { frameWaves(state, true); });
+    BenchProgram::add("table.frame-waves/peer", [](benchmark::State &state) { frameWaves(state, false); });
     return BenchProgram::run(argc, argv, prepare);
 }

@@ -202,6 +202,7 @@ void PlayerStrip::showStems()
             row.gain->setValue(int(std::lround(player->stemGain(stem) * stripPerCent)));
     }
     const std::vector<float> gains = player->audibleStemGains();
-    if (m_waveform->stemGains() != gains)
-        m_waveform->setStemGains(gains);
+    const bool areNearly = player->mutesPartsOfStems();
+    if (m_waveform->stemGains() != gains || areNearly != m_waveform->isEstimate())
+        m_waveform->setStemGains(gains, areNearly);
 }

@@ -300,6 +300,15 @@ float KXMultiTrackAudioPlayer::stemGain(qint64 stem) const
     return stem >= 0 && stem < qint64(m_stems.size()) ? m_stems[size_t(stem)].gain : 0;
 }
 
+bool KXMultiTrackAudioPlayer::mutesPartsOfStems() const
+{
+    for (size_t c = 0; c + 1 < m_mutes.size(); c += 2) {
+        if (m_mutes[c] != m_mutes[c + 1])
+            return true;
+    }
+    return false;
+}
+
 std::vector<float> KXMultiTrackAudioPlayer::audibleStemGains() const
 {
     std::vector<float> gains;

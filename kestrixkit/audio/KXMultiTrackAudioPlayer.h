@@ -64,6 +64,8 @@ public:
     static constexpr float MostStemGain = 4;
     /// With what gain each stem is heard: 0 where it is muted, or another one is soloed.
     [[nodiscard]] std::vector<float> audibleStemGains() const;
+    /// Whether one channel of a stem is muted and the other one is not, which gains of stems do not tell.
+    [[nodiscard]] bool mutesPartsOfStems() const;
 
     /// The decoder of the current item; null when there is none.
     [[nodiscard]] std::shared_ptr<KXCoreAudioFileDecoder> currentFileDecoder() const;

@@ -12,7 +12,9 @@
 #include <kestrixkit/audio/KXWaveformStore_p.h>
 
 #include <support/AudioFiles.h>
+#include <support/ChildProcess.h>
 #include <support/KXTestLog.h>
+#include <support/SmallDisk.h>
 
 using namespace Qt::StringLiterals;
 
@@ -131,4 +133,44 @@ TEST_F(WaveformLibrary, livesWithADamagedFileAndWithNone)
     KXWaveformLibrary ends(m_path); // at once, with work to do
     for (int i = 0; i < 50; ++i)
         ends.prepare(file);
+}
+
+// Not a test: a process with a disk of its own, for the next one.
+TEST_F(WaveformLibrary, DISABLED_onADiskThatIsFull)
+{
+    const SmallDisk disk;
+    if (!disk) {
+        puts("no disk");
+        return;
+    }
+    const QUrl first = write("a", 4000), second = write("b", 5000), third = write("c", 6000);
+    const QString path = disk.filePath(u"library.waves"_s);
+    {
+        KXWaveformLibrary library(path);
+        EXPECT_TRUE(wait(library, first));
+        disk.fill();
+        EXPECT_TRUE(wait(library, second)) << "made, and not kept";
+    }
+    {
+        KXWaveformLibrary library(path); // opened on the full disk
+        EXPECT_TRUE(wait(library, first));
+        EXPECT_TRUE(wait(library, third));
+    }
+    EXPECT_TRUE(disk.makeRoom());
+    {
+        KXWaveformLibrary library(path);
+        EXPECT_TRUE(wait(library, third));
+    }
+    EXPECT_TRUE(KXWaveformStore(path).pyramid(KXAudioFingerprint::ofFile(third))) << "kept again";
+    puts(HasFailure() ? "failed" : "all well");
+}
+
+TEST_F(WaveformLibrary, livesWithAFullDisk)
+{
+    ChildProcess child("WaveformLibrary.DISABLED_onADiskThatIsFull", QProcessEnvironment::systemEnvironment());
+    const QByteArray output = child.readAll();
+    child.kill();
+    if (output.contains("no disk"))
+        GTEST_SKIP() << "no disk of its own can be had here";
+    EXPECT_TRUE(output.contains("all well")) << output.toStdString();
 }

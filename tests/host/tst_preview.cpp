@@ -217,6 +217,12 @@ TEST_F(PreviewTest, theStripLeadsThePlayerAndItsStems)
     EXPECT_EQ(waveform->stemGains(), (std::vector<float> { 0, 1, 1, 1 }));
     EXPECT_NE(picture(), all); // in the next frame
     EXPECT_FALSE(waveform->isEstimate());
+    stems->muteChannel(2); // by somebody else, one side of the second stem
+    (void)picture();
+    EXPECT_TRUE(waveform->isEstimate());
+    stems->unmuteChannel(2);
+    (void)picture();
+    EXPECT_FALSE(waveform->isEstimate());
     button(u"Solo Stem 4"_s)->click();
     EXPECT_EQ(waveform->stemGains(), (std::vector<float> { 0, 0, 0, 1 }));
     stems->setStemSoloed(3, false); // by somebody else

@@ -2,8 +2,6 @@
 
 #include <iostream>
 
-#include <sched.h>
-#include <sys/mount.h>
 #include <unistd.h>
 
 #include <QDir>
@@ -25,6 +23,7 @@
 #include "support/FaultVfs.h"
 #include "support/KXTestLog.h"
 #include "support/KXTestPrint.h"
+#include "support/SmallDisk.h"
 
 using namespace Qt::StringLiterals;
 using Coordinator = KXPersistentStoreCoordinator;
@@ -376,9 +375,7 @@ TEST(Opening, aSecondCoordinatorTakesNoLocksOfTheFirstAlong)
     environment.insert(u"KX_TEST_STORE"_s, library.path());
     const auto seenElsewhere = [&environment] {
         ChildProcess child("OpeningChild.*", environment);
-        QByteArray output;
-        for (QByteArray more; !(more = child.read()).isEmpty();)
-            output += more;
+        const QByteArray output = child.readAll();
         child.kill();
         return output.mid(output.indexOf("tracks ") + 7).split('\n').first().toInt();
     };
@@ -391,48 +388,29 @@ TEST(Opening, aSecondCoordinatorTakesNoLocksOfTheFirstAlong)
     EXPECT_EQ(seenElsewhere(), 2);
 }
 
-namespace {
-
-/// A disk of its own for this thread alone; false where the machine does not allow that.
-bool mountSmallDisk(const QString &folder)
-{
-    const QByteArray name = QFile::encodeName(folder);
-    return unshare(CLONE_NEWNS) == 0 && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0
-        && mount("tmpfs", name, "tmpfs", 0, "size=4m") == 0;
-}
-
-void fillDisk(const QString &path)
-{
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Unbuffered));
-    while (file.write(QByteArray(4096, 'x')) > 0) { }
-}
-
-}
-
 // Not a test: a process with a disk of its own, for the next one.
 TEST(FullDiskChild, DISABLED_looksAndSavesLater)
 {
-    const QTemporaryDir folder;
-    if (!mountSmallDisk(folder.path())) {
+    const SmallDisk disk;
+    if (!disk) {
         std::cout << "no disk" << std::endl;
         return;
     }
-    const auto at = [&folder](const QString &name) { return QDir(folder.path()).filePath(name); };
     const auto open = [](const QString &path) {
         return Coordinator::persistentStoreCoordinatorWithStoreURL(QUrl::fromLocalFile(path), Library::model());
     };
     {
-        const auto context = KXManagedObjectContext::contextWithPersistentStoreCoordinator(open(at(u"made.db"_s)));
+        const auto context
+            = KXManagedObjectContext::contextWithPersistentStoreCoordinator(open(disk.filePath(u"made.db"_s)));
         for (int i = 0; i < 20; ++i)
             Track::createInContext(*context)->setTitle(QString::number(i));
         ASSERT_TRUE(context->save());
         for (const QString suffix : { u""_s, u"-wal"_s })
-            ASSERT_TRUE(QFile::copy(at(u"made.db"_s) + suffix, at(u"killed.db"_s) + suffix));
+            ASSERT_TRUE(QFile::copy(disk.filePath(u"made.db"_s) + suffix, disk.filePath(u"killed.db"_s) + suffix));
     }
-    for (const QString &path : { at(u"made.db"_s), at(u"killed.db"_s) }) {
+    for (const QString &path : { disk.filePath(u"made.db"_s), disk.filePath(u"killed.db"_s) }) {
         const KXTestLog log;
-        fillDisk(at(u"filler"_s));
+        disk.fill();
         EXPECT_EQ(tracksIn(path), 20);
         {
             const auto coordinator = open(path);
@@ -449,22 +427,19 @@ TEST(FullDiskChild, DISABLED_looksAndSavesLater)
             EXPECT_FALSE(context->save(&error));
             EXPECT_EQ(error.code(), KXStoreErrorCode::DiskFull) << error.localizedDescription().toStdString();
             EXPECT_TRUE(context->hasChanges());
-            ASSERT_TRUE(QFile::remove(at(u"filler"_s)));
+            ASSERT_TRUE(disk.makeRoom());
             EXPECT_TRUE(context->save(&error)) << error.localizedDescription().toStdString();
         }
         const auto again = KXManagedObjectContext::contextWithPersistentStoreCoordinator(open(path));
         EXPECT_EQ(again->countForEntity(u"Track"_s, KXPredicate::predicateWithFormat("comment != nil")), 20);
     }
-    umount2(QFile::encodeName(folder.path()), MNT_DETACH);
     std::cout << (testing::Test::HasFailure() ? "failed" : "all well") << std::endl;
 }
 
 TEST(Opening, onAFullDiskTheLibraryCanBeLookedAt)
 {
     ChildProcess child("FullDiskChild.*", QProcessEnvironment::systemEnvironment());
-    QByteArray output;
-    for (QByteArray more; !(more = child.read()).isEmpty();)
-        output += more;
+    const QByteArray output = child.readAll();
     child.kill();
     if (output.contains("no disk"))
         GTEST_SKIP() << "no disk of its own can be had here";

@@ -5,6 +5,9 @@
 #include <random>
 #include <stdexcept>
 
+#include <QDataStream>
+#include <QFile>
+
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
@@ -149,5 +152,28 @@ QString writeSound(const AudioSamples &sound, const AudioRecipe &recipe, const Q
     const QString path = dir + QLatin1Char('/') + QLatin1StringView(recipe.name) + QLatin1Char('.')
         + QLatin1StringView(recipe.extension);
     AudioWriter(sound, recipe, "file:" + path.toStdString());
+    return path;
+}
+
+QString writePlainWave(const AudioSamples &sound, const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly))
+        throw std::runtime_error("not written");
+    QDataStream out(&file);
+    out.setByteOrder(QDataStream::LittleEndian);
+    const auto channels = quint32(sound.channels.size());
+    const auto bytes = quint32(sound.frames() * channels * 2);
+    out.writeRawData("RIFF", 4);
+    out << (36 + bytes);
+    out.writeRawData("WAVEfmt ", 8);
+    out << quint32(16) << quint16(1) << quint16(channels) << quint32(sound.rate) << quint32(sound.rate) * channels * 2
+        << quint16(channels * 2) << quint16(16);
+    out.writeRawData("data", 4);
+    out << bytes;
+    for (size_t i = 0; i < sound.frames(); ++i) {
+        for (const std::vector<float> &channel : sound.channels)
+            out << qint16(channel[i] * 32'767);
+    }
     return path;
 }

@@ -31,3 +31,6 @@ struct AudioRecipe
 
 /// Writes the samples into dir/NAME.EXTENSION and answers the path; throws std::runtime_error when it cannot.
 QString writeSound(const AudioSamples &sound, const AudioRecipe &recipe, const QString &dir);
+
+/// As 16-bit WAV without FFmpeg, which cannot write more than 64 channels.
+QString writePlainWave(const AudioSamples &sound, const QString &path);

@@ -54,6 +54,15 @@ public:
         return QByteArray(buffer, std::max<ssize_t>(0, size));
     }
 
+    /// All that it writes until it ends.
+    QByteArray readAll()
+    {
+        QByteArray output;
+        for (QByteArray more; !(more = read()).isEmpty();)
+            output += more;
+        return output;
+    }
+
     /// False where it had ended by itself.
     bool kill()
     {

@@ -67,6 +67,7 @@ void KXAudioPlayerWaveformView::setPlayerItem(const KXAudioPlayerItemPointer &it
     m_url = item ? item->audioFileURL() : QUrl();
     m_pyramid.reset();
     m_gains.clear();
+    m_gainsAreNearly = false;
     m_layer->setBounds(size());
     changeWaveform();
 }
@@ -77,9 +78,10 @@ void KXAudioPlayerWaveformView::setPyramid(std::shared_ptr<const KXWaveformPyram
     changeWaveform();
 }
 
-void KXAudioPlayerWaveformView::setStemGains(std::vector<float> gains)
+void KXAudioPlayerWaveformView::setStemGains(std::vector<float> gains, bool areNearly)
 {
     m_gains = std::move(gains);
+    m_gainsAreNearly = areNearly;
     changeWaveform();
 }
 
@@ -120,7 +122,7 @@ void KXAudioPlayerWaveformView::draw()
     const int columns = width();
     bool isEstimate = false;
     const KXWaveformColumns known = m_pyramid->columnsOfStems(m_gains, from, to, columns, &isEstimate);
-    showColumns(known, isEstimate);
+    showColumns(known, isEstimate || m_gainsAreNearly);
     const double pixelsPerCell = double(m_pyramid->framesPerCell()) * columns / double(to - from);
     if (length < waveformViewDecodes && (isEstimate || pixelsPerCell > waveformViewMostStretch))
         decodeWindow(from, to, columns);
@@ -141,7 +143,7 @@ void KXAudioPlayerWaveformView::decodeWindow(qint64 from, qint64 to, int columns
             view->m_decoding.reset();
             if (!read)
                 return;
-            view->showColumns(*read, false);
+            view->showColumns(*read, view->m_gainsAreNearly);
             view->update();
         });
     });

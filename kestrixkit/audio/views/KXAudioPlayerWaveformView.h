@@ -23,8 +23,9 @@ public:
     void setPlayerItem(const KXAudioPlayerItemPointer &item);
     /// Its waveform; null: none.
     void setPyramid(std::shared_ptr<const KXWaveformPyramid> pyramid);
-    /// The stems' gains, as they are heard, missing ones 1.
-    void setStemGains(std::vector<float> gains);
+    /// The stems' gains, as they are heard, missing ones 1; `areNearly` where they do not tell all of what is heard, and
+    /// the waveform can only be a guess.
+    void setStemGains(std::vector<float> gains, bool areNearly = false);
     [[nodiscard]] const std::vector<float> &stemGains() const { return m_gains; }
 
     [[nodiscard]] const KXAudioPlayerWaveformLayer &layer() const { return *m_layer; }
@@ -64,6 +65,7 @@ private:
     std::unique_ptr<KXAudioPlayerWaveformLayer> m_layer;
     std::shared_ptr<const KXWaveformPyramid> m_pyramid;
     std::vector<float> m_gains;
+    bool m_gainsAreNearly = false;
     QUrl m_url;
     bool m_isStale = true; // the pictures are of another stretch, size or theme
     bool m_isEstimate = false;
