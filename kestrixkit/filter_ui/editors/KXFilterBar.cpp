@@ -24,6 +24,7 @@ KXFilterBar::KXFilterBar(QWidget *parent)
     , m_placeholder(new QLabel(this))
 {
     setAcceptDrops(true);
+    setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
     setAccessibleName(KXLocalizedString("Filters"));
     m_indicator->setAutoFillBackground(true);
     m_indicator->setBackgroundRole(QPalette::Highlight);

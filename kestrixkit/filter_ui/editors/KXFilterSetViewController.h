@@ -2,6 +2,7 @@
 
 #include <kestrixkit/filter_ui/editors/KXFilterBar.h>
 #include <kestrixkit/filter_ui/editors/KXFilterSetManagerViewController.h>
+#include <kestrixkit/filters/KXFilterSetPreset.h>
 #include <kestrixkit/toolkit/KXViewController.h>
 
 class KXEntityDescription;
