@@ -11,6 +11,7 @@
 #include <kestrixkit/filters/KXRangeFilter.h>
 
 #include "BenchProgram.h"
+#include "counts/WhatIfBench.h"
 #include "peer/hand_rules.h"
 #include "store/BenchLibrary.h"
 
@@ -379,5 +380,9 @@ int main(int argc, char **argv)
     BenchProgram::add("counts.import/ours", importOurs);
     BenchProgram::add("counts.import/peer", importPeer);
     BenchProgram::add("counts.bytes/ours", bytes);
-    return BenchProgram::run(argc, argv, prepareCounts);
+    WhatIfBench::add();
+    return BenchProgram::run(argc, argv, [] {
+        prepareCounts();
+        WhatIfBench::prepare();
+    });
 }

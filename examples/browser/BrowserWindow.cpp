@@ -19,19 +19,21 @@
 #include <kestrixkit/theme/KXThemeStyleNames.h>
 #include <kestrixkit/theme/controls/KXThemeableButton.h>
 #include <kestrixkit/theme/controls/KXThemeableProgressIndicator.h>
+#include <kestrixkit/toolkit/KXAlert.h>
 #include <kestrixkit/toolkit/KXMenu.h>
 
 #include "Analytics.h"
 #include "BrowserStyle.h"
+#include "FilterStrip.h"
 #include "GenreDialog.h"
 #include "MessageStrip.h"
 #include "PlayerStrip.h"
 #include "PreferencePanes.h"
 #include "PresetCommands.h"
-#include "PresetLibrary.h"
 #include "Preview.h"
 #include "Settings.h"
 #include "SourceColumn.h"
+#include "TrackReasons.h"
 #include "TrackTableView.h"
 #include "WaveformMaker.h"
 
@@ -107,7 +109,7 @@ BrowserWindow::~BrowserWindow()
     delete m_waveformMaker;
     delete m_strip;
     delete m_preview;
-    delete m_presetLibrary;
+    delete m_filterStrip;
     delete m_sources;
     delete m_table;
     delete m_model;
@@ -151,6 +153,7 @@ void BrowserWindow::buildMenu()
     m_commentAction = edit->addAction(tr("Edit &Comment"), this, &BrowserWindow::editComment);
     m_commentAction->setShortcut(QKeySequence(Qt::Key_F2));
     m_genreAction = edit->addAction(tr("Rename &Genre…"), this, &BrowserWindow::renameGenre);
+    m_reasonsAction = edit->addAction(tr("&Why Is This Track in the List?"), this, &BrowserWindow::explainTrack);
     edit->addSeparator();
     QAction *preferences = edit->addAction(tr("&Preferences…"), this, [this] {
         PreferencePanes::show(
@@ -167,13 +170,17 @@ void BrowserWindow::buildMenu()
     QMenu *presets = menuBar()->addMenu(tr("&Presets"));
     presets->setAccessibleName(tr("Presets"));
     presets->addActions({ commands.newFolder, m_sources->saveAsPreset() });
-    connect(m_sources, &SourceColumn::picked, this, &BrowserWindow::showPreset);
+    connect(m_sources, &SourceColumn::picked, this, &BrowserWindow::showPlace);
     connect(m_sources, &SourceColumn::opened, this, [this] { m_table->setFocus(); });
-    m_presetLibrary = new PresetLibrary(m_context, this);
-    presets->addAction(tr("Presets &Library"), m_presetLibrary, &PresetLibrary::show)
+    m_filterStrip = new FilterStrip(m_context);
+    m_filterStrip->filters()->setTrackAtHand([this] { return trackAtHand(); });
+    connect(m_filterStrip, &FilterStrip::predicateDidChange, this, &BrowserWindow::applyFilters);
+    connect(m_sources, &SourceColumn::countingDidBegin, m_filterStrip->presets(), &PresetLibrary::countWith);
+    presets->addAction(tr("Presets &Library"), m_filterStrip->presets(), &PresetLibrary::showFilterSetPresetsManager)
         ->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_L));
-    connect(m_presetLibrary, &PresetLibrary::picked, this, &BrowserWindow::showPicked);
-    connect(m_sources, &SourceColumn::countingDidBegin, m_presetLibrary, &PresetLibrary::countWith);
+    QMenu *filter = menuBar()->addMenu(tr("&Filter"));
+    filter->setAccessibleName(tr("Filter"));
+    filter->addActions(m_filterStrip->actions());
 }
 
 void BrowserWindow::buildHeader()
@@ -184,7 +191,6 @@ void BrowserWindow::buildHeader()
     // Left of the title, whose length changes.
     bar->addWidget(toolButton(m_undoActions[0], u"undo"_s));
     bar->addWidget(toolButton(m_undoActions[1], u"redo"_s));
-    bar->addWidget(m_presetLibrary->button());
     auto *gap = new QWidget;
     gap->setFixedWidth(2 * BrowserStyle::margin);
     bar->addWidget(gap);
@@ -243,6 +249,7 @@ void BrowserWindow::buildTable()
         if (m_table->clickedCell().column() == TrackTableModel::GenreNames)
             filled.addAction(m_genreAction);
         filled.addAction(m_commentAction);
+        filled.addAction(m_reasonsAction);
     });
     m_table->setMenu(menu);
 
@@ -255,7 +262,13 @@ void BrowserWindow::buildTable()
     auto *column = new QVBoxLayout(all);
     column->setContentsMargins(0, 0, 0, 0);
     column->setSpacing(0);
-    column->addWidget(m_sources->beside(m_table), 1);
+    auto *tracks = new QWidget;
+    auto *rows = new QVBoxLayout(tracks);
+    rows->setContentsMargins(0, 0, 0, 0);
+    rows->setSpacing(0);
+    rows->addWidget(m_filterStrip);
+    rows->addWidget(m_table, 1);
+    column->addWidget(m_sources->beside(tracks), 1);
     m_strip = new PlayerStrip(m_preview, m_waveforms);
     column->addWidget(m_strip);
     setCentralWidget(all);
@@ -311,6 +324,7 @@ void BrowserWindow::updateActions()
     for (QAction *action : std::as_const(m_ratingActions))
         action->setEnabled(selected);
     m_commentAction->setEnabled(m_table->currentIndex().isValid());
+    m_reasonsAction->setEnabled(m_table->currentIndex().isValid());
     m_genreAction->setEnabled(!currentGenres().isEmpty());
 }
 
@@ -332,21 +346,42 @@ void BrowserWindow::renameGenre()
         (new GenreDialog(&m_editor, genres, this))->open();
 }
 
-void BrowserWindow::showPreset(const KXPredicate &predicate, const QString &title, const QString &emptyText)
+void BrowserWindow::showPlace(const KXPredicate &predicate, const QString &title, const QString &emptyText)
 {
     m_emptyReason = emptyText;
-    if (predicate != m_model->filter())
-        m_model->setFilter(predicate);
+    m_placePredicate = predicate;
     m_title->setText(title.isEmpty() ? tr("Library") : title);
+    m_filterStrip->setPlace(m_sources->placeURL());
+    applyFilters();
+}
+
+/// The tracks of the place that fit its filters.
+void BrowserWindow::applyFilters()
+{
+    const KXPredicate filters = m_filterStrip->predicate();
+    const KXPredicate all = !filters ? m_placePredicate
+        : !m_placePredicate          ? filters
+                                     : KXPredicate::andPredicate({ m_placePredicate, filters });
+    if (all != m_model->filter())
+        m_model->setFilter(all);
     showSummary();
 }
 
-/// The column shows all of the preset in the next turn; what was picked of it comes after that.
-void BrowserWindow::showPicked(
-    const KXRef<KXFilterSetPreset> &preset, const KXPredicate &predicate, const QString &title)
+/// The one that plays, else the current one of the table.
+KXRef<Track> BrowserWindow::trackAtHand() const
 {
-    m_sources->presets()->selectItem(preset.get());
-    KXMainQueue::async(this, [this, predicate, title] { showPreset(predicate, title, tr("No music in this preset")); });
+    const QModelIndex playing = m_preview->playingIndex();
+    return m_model->track(playing.isValid() ? playing.row() : m_table->currentIndex().row());
+}
+
+void BrowserWindow::explainTrack()
+{
+    const KXRef<Track> track = m_model->track(m_table->currentIndex().row());
+    if (!track)
+        return;
+    KXAlert alert(tr("Why “%1” is in the list").arg(track->title()));
+    alert.setInformativeText(TrackReasons::text(m_filterStrip->filters()->filterSet(), *track));
+    (void)alert.run(this);
 }
 
 // Importing
@@ -398,8 +433,9 @@ void BrowserWindow::showSummary()
         reasons.append(u"%1: %2"_s.arg(file.file, file.reason));
     }
     m_summary->setToolTip(reasons.join(u'\n'));
-    m_emptyText->setText(
-        m_model->isFiltered() && !m_emptyReason.isEmpty() ? m_emptyReason : tr("No music in the library yet"));
+    m_emptyText->setText(m_filterStrip->predicate()             ? tr("No track fits these filters")
+            : m_model->isFiltered() && !m_emptyReason.isEmpty() ? m_emptyReason
+                                                                : tr("No music in the library yet"));
     m_emptyText->setVisible(tracks == 0 && !m_import);
 }
 

@@ -12,10 +12,9 @@
 #include "LibraryEditor.h"
 #include "TrackTableModel.h"
 
-class KXFilterSetPreset;
+class FilterStrip;
 class KXWaveformLibrary;
 class PlayerStrip;
-class PresetLibrary;
 class Preview;
 class QLabel;
 class QProgressBar;
@@ -25,7 +24,7 @@ class TrackTableView;
 class WaveformMaker;
 
 /// The library's window: its places and presets to the left, the tracks of what is selected there in a sortable table,
-/// a summary above and the import's progress below.
+/// filters for them above it, a summary at the top and the import's progress below.
 ///
 /// Imports run in the background; the table follows what they save row by row, so that tracks show up as they are
 /// found. Ratings, comments and names of genres can be edited and that be undone; closing saves.
@@ -45,6 +44,7 @@ public:
     [[nodiscard]] Preview *preview() const { return m_preview; }
     [[nodiscard]] PlayerStrip *strip() const { return m_strip; }
     [[nodiscard]] SourceColumn *sources() const { return m_sources; }
+    [[nodiscard]] FilterStrip *filterStrip() const { return m_filterStrip; }
     [[nodiscard]] const KXManagedObjectContext::Ref &context() const { return m_context; }
 
 Q_SIGNALS:
@@ -63,8 +63,10 @@ private:
     void rateSelected(int stars);
     void editComment();
     void renameGenre();
-    void showPicked(const KXRef<KXFilterSetPreset> &preset, const KXPredicate &predicate, const QString &title);
-    void showPreset(const KXPredicate &predicate, const QString &title, const QString &emptyText = {});
+    void showPlace(const KXPredicate &predicate, const QString &title, const QString &emptyText = {});
+    void applyFilters();
+    void explainTrack();
+    [[nodiscard]] KXRef<Track> trackAtHand() const;
     [[nodiscard]] QList<KXRef<Track>> selectedTracks() const;
     /// Of the current track, in the order of their names.
     [[nodiscard]] QList<KXRef<Genre>> currentGenres() const;
@@ -78,13 +80,15 @@ private:
     TrackTableModel *m_model;
     TrackTableView *m_table;
     SourceColumn *m_sources;
-    PresetLibrary *m_presetLibrary;
+    FilterStrip *m_filterStrip;
+    KXPredicate m_placePredicate; // of what is selected to the left; absent for all tracks
     QString m_emptyReason; // why the table is empty, where it is
     QList<QAction *> m_ratingActions; // by stars
     QList<QAction *> m_undoActions; // undo, redo
     QAction *m_lightAction;
     QAction *m_commentAction;
     QAction *m_genreAction;
+    QAction *m_reasonsAction;
     QLabel *m_title;
     Preview *m_preview;
     KXWaveformLibrary *m_waveforms;

@@ -1,11 +1,6 @@
 #include "PresetLibrary.h"
 
-#include <QItemSelectionModel>
-
-#include <kestrixkit/foundation/KXMainQueue.h>
-#include <kestrixkit/theme/KXThemeStyleNames.h>
 #include <kestrixkit/theme/controls/KXPlaceholderView.h>
-#include <kestrixkit/theme/controls/KXThemeableButton.h>
 
 #include "Presets.h"
 #include "Report.h"
@@ -39,90 +34,23 @@ KXPredicate predicateOfValue(const KXFacetFilter &filter, const KXFacetFilterVal
 } // namespace
 
 PresetLibrary::PresetLibrary(KXManagedObjectContext::Ref context, QObject *parent)
-    : QObject(parent)
-    , m_context(std::move(context))
-    , m_button(new KXThemeableButton(tr("Presets")))
+    : KXFilterSetPresetsBarViewController(std::move(context), parent)
 {
-    m_button->setAccessibleDescription(tr("Opens the presets library"));
-    m_button->setThemeStyleName(KXFilterPresetsManagerOffButtonStyles);
-    connect(m_button, &QPushButton::pressed, this, [this] { m_closedByPress = m_hasJustClosed; });
-    connect(m_button, &QPushButton::clicked, this, [this] {
-        if (!std::exchange(m_closedByPress, false))
-            isShown() ? m_popover->close() : show();
-    });
+    connect(filterSetPresetsManagerViewController(), &KXFilterSetPresetsManagerViewController::selectedPresetChanged,
+        this, &PresetLibrary::countValues);
+    connect(this, &KXFilterSetPresetsBarViewController::managerShownChanged, this, &PresetLibrary::countValues);
 }
 
-PresetLibrary::~PresetLibrary()
+PresetLibrary::~PresetLibrary() { disconnect(this); }
+
+bool PresetLibrary::isShown() const
 {
-    m_popover.reset(); // tells the button that it is closed
-    delete m_button;
+    return filterSetPresetsManagerPopover() && filterSetPresetsManagerPopover()->isShown();
 }
 
-KXThemeableButton *PresetLibrary::button() const { return m_button; }
-
-void PresetLibrary::show()
+bool PresetLibrary::isPresetAvailable(KXFilterSetPresetsViewController &library, const Preset &preset)
 {
-    if (!m_button)
-        return;
-    if (!m_manager) {
-        m_manager = std::make_unique<KXFilterSetPresetsManagerViewController>(m_context);
-        m_manager->setDelegate(this);
-        KXFilterSetPresetsViewController *const library = m_manager->filterSetPresetsViewController();
-        library->setDelegate(this);
-        library->setCountsContextIdentifier(Presets::contextIdentifier);
-        connect(m_manager.get(), &KXFilterSetPresetsManagerViewController::selectedPresetChanged, this,
-            &PresetLibrary::countValues);
-        m_popover = std::make_unique<KXPopoverController>(m_manager.get());
-        m_popover->setDidShowAction([this] { m_button->setThemeStyleName(KXFilterPresetsManagerOnButtonStyles); });
-        m_popover->setCloseAction([this] {
-            if (m_button)
-                m_button->setThemeStyleName(KXFilterPresetsManagerOffButtonStyles);
-            m_hasJustClosed = true;
-            KXMainQueue::async(this, [this] { m_hasJustClosed = false; });
-        });
-    }
-    m_popover->showRelativeTo(m_button, Qt::BottomEdge);
-    countValues();
-}
-
-// Loading
-
-bool PresetLibrary::pick(const KXRef<KXFilterSetPreset> &preset, const KXRef<KXFilterSet> &set, const QString &title)
-{
-    const KXFilterSetPresetsManager::Ref manager = KXFilterSetPresetsManager::sharedManager();
-    const auto mapper = manager ? manager->filterSetMapperForApplicationContext(m_context) : nullptr;
-    // The mapped set is only looked at: it lives in a context that is never saved.
-    const auto scratch = KXManagedObjectContext::contextWithParentContext(m_context);
-    const KXRef<KXFilterSet> mapped
-        = mapper && set ? mapper->createInstanceByMappingFilterSet(set, *scratch) : KXRef<KXFilterSet>();
-    if (!mapped)
-        return false;
-    const KXPredicate predicate = Presets::predicate(mapped);
-    Q_EMIT picked(preset, predicate, title);
-    return true;
-}
-
-bool PresetLibrary::loadFilterSet(KXFilterSetPresetsManagerViewController &manager, const KXRef<KXFilterSet> &set)
-{
-    const KXRef<KXFilterSetPreset> preset = manager.selectedPreset();
-    return preset && pick(preset, set, Presets::path(*preset));
-}
-
-void PresetLibrary::loadFilterSet(KXFilterSetPresetDetailsViewController &details, const KXRef<KXFilterSet> &set)
-{
-    const KXRef<KXFilterSetPreset> preset = details.filterSetPreset();
-    QStringList names;
-    for (const QModelIndex &row : details.outlineView()->selectionModel()->selectedIndexes())
-        names.append(row.data().toString());
-    const QString title = names.isEmpty() ? QString() : u": "_s + names.join(u", "_s);
-    if (pick(preset, set, Presets::path(*preset) + title) && m_popover)
-        m_popover->close();
-}
-
-bool PresetLibrary::isPresetAvailable(KXFilterSetPresetsViewController &library, const KXRef<KXFilterSetPreset> &preset)
-{
-    const KXFilterSetPresetsManager::Ref manager = KXFilterSetPresetsManager::sharedManager();
-    const bool isAvailable = manager && manager->isPresetAvailable(preset, m_context);
+    const bool isAvailable = KXFilterSetPresetsBarViewController::isPresetAvailable(library, preset);
     const auto *const details = isAvailable ? nullptr : library.detailsViewControllers().value(preset->objectID());
     if (KXPlaceholderView *const message = details ? details->notAvailableMessageView() : nullptr) {
         const QString unknown = unknownNameOf(preset->filterSet());
@@ -134,10 +62,9 @@ bool PresetLibrary::isPresetAvailable(KXFilterSetPresetsViewController &library,
 }
 
 std::unique_ptr<KXFilterSetPresetDetailsViewController> PresetLibrary::detailsViewControllerForPreset(
-    KXFilterSetPresetsViewController &, const KXRef<KXFilterSetPreset> &preset)
+    KXFilterSetPresetsViewController &library, const Preset &preset)
 {
-    auto details = std::make_unique<KXFilterSetPresetDetailsViewController>(preset);
-    details->setDelegate(this);
+    auto details = KXFilterSetPresetsBarViewController::detailsViewControllerForPreset(library, preset);
     (void)details->view(); // whose message is told the reason
     return details;
 }
@@ -162,7 +89,7 @@ void PresetLibrary::countWith(KXLiveCounts &counts)
 /// Those of the selected preset alone: counting them costs nothing that way.
 void PresetLibrary::countValues()
 {
-    const KXRef<KXFilterSetPreset> preset = m_manager && isShown() ? m_manager->selectedPreset() : nullptr;
+    const Preset preset = isShown() ? filterSetPresetsManagerViewController()->selectedPreset() : Preset();
     const KXRef<KXFilterSet> set = preset && !preset->isFolder() ? preset->filterSet() : KXRef<KXFilterSet>();
     QHash<QString, KXRef<KXFacetFilterValue>> wanted;
     for (const KXRef<KXFilter> &filter : m_counts &&set ? set->filters() : QList<KXRef<KXFilter>>()) {
@@ -191,7 +118,9 @@ void PresetLibrary::deliver(const QStringList &identifiers)
             any = true;
         }
     }
-    auto *const details = any ? m_manager->filterSetPresetsViewController()->currentDetailsViewController() : nullptr;
+    auto *const details = any
+        ? filterSetPresetsManagerViewController()->filterSetPresetsViewController()->currentDetailsViewController()
+        : nullptr;
     if (details)
         details->reload();
 }

@@ -268,6 +268,17 @@ void SourceColumn::pick()
     Q_EMIT picked(predicate, title, emptyText);
 }
 
+QUrl SourceColumn::placeURL() const
+{
+    const auto presets = KXFilterSetPresetEditing::selectedPresets(*m_presetsTree);
+    if (presets.size() > 1)
+        return QUrl(u"browser:several-presets"_s);
+    if (!presets.isEmpty())
+        return presets.first()->objectID().URIRepresentation();
+    const auto *const place = dynamic_cast<KXViewState *>(m_library->selectedItem());
+    return place ? place->objectID().URIRepresentation() : QUrl();
+}
+
 namespace {
 
 void addPresetsBelow(const KXTreeController &tree, const KXTreeNode *node, QList<KXRef<KXFilterSetPreset>> &presets)

@@ -30,6 +30,9 @@ public:
     /// Makes a preset of the selected place; null where that is none that could be one.
     [[nodiscard]] QAction *saveAsPreset() const { return m_saveAsPreset; }
 
+    /// Names what is selected, a place or a preset; several presets are one place among them. Empty for nothing.
+    [[nodiscard]] QUrl placeURL() const;
+
     /// Puts it to the left of the view, in a splitter for the window to show.
     QWidget *beside(QWidget *view);
     /// Music has come or gone: makes the presets that a library begins with, and counts.

@@ -11,88 +11,116 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-struct ColumnDescription
+constexpr int plainText = KXCaseInsensitive | KXDiacriticInsensitive; // how texts are sorted
+
+QString titled(const char *text) { return QCoreApplication::translate("TrackTable", text); }
+
+MusicalKey keyOf(const QVariant &order) { return { order.toInt() / 2, order.toInt() % 2 == 0 }; }
+
+QString keyText(const QVariant &order) { return u"%1 · %2"_s.arg(keyOf(order).wheelCode(), keyOf(order).name()); }
+
+QString tempoText(const QVariant &bpm) { return QString::number(bpm.toDouble(), 'f', 1); }
+
+QString starsText(const QVariant &stars) { return QString(stars.toInt(), u'★'); }
+
+QString dateText(const QVariant &date)
 {
-    const char *title;
-    const char *sortKey;
-    Qt::AlignmentFlag alignment;
-    bool isText;
-};
+    return KXClock::locale().toString(date.toDateTime().toTimeZone(KXClock::timeZone()).date(), QLocale::ShortFormat);
+}
 
-constexpr ColumnDescription columnDescriptions[TrackTableModel::ColumnCount] = {
-    { QT_TRANSLATE_NOOP("TrackTable", "Title"), "title", Qt::AlignLeft, true },
-    { QT_TRANSLATE_NOOP("TrackTable", "Artist"), "artistText", Qt::AlignLeft, true },
-    { QT_TRANSLATE_NOOP("TrackTable", "Album"), "albumText", Qt::AlignLeft, true },
-    { QT_TRANSLATE_NOOP("TrackTable", "Genre"), "genreText", Qt::AlignLeft, true },
-    { QT_TRANSLATE_NOOP("TrackTable", "BPM"), "bpm", Qt::AlignRight, false },
-    { QT_TRANSLATE_NOOP("TrackTable", "Key"), "keyOrder", Qt::AlignHCenter, false },
-    { QT_TRANSLATE_NOOP("TrackTable", "Rating"), "rating", Qt::AlignLeft, false },
-    { QT_TRANSLATE_NOOP("TrackTable", "Length"), "duration", Qt::AlignRight, false },
-    { QT_TRANSLATE_NOOP("TrackTable", "Label"), "labelText", Qt::AlignLeft, true },
-    { QT_TRANSLATE_NOOP("TrackTable", "Year"), "year", Qt::AlignRight, false },
-    { QT_TRANSLATE_NOOP("TrackTable", "Added"), "added", Qt::AlignRight, false },
-    { QT_TRANSLATE_NOOP("TrackTable", "Comment"), "comment", Qt::AlignLeft, true },
-    { QT_TRANSLATE_NOOP("TrackTable", "Waveform"), "location", Qt::AlignLeft, false },
-};
-
-constexpr int searchableRows = 20'000;
-constexpr int rowsReadAtOnce = 32; // about a screen
-
-QString lengthText(double seconds)
+QString lengthText(const QVariant &seconds)
 {
-    const qint64 whole = qRound64(seconds);
+    const qint64 whole = qRound64(seconds.toDouble());
     const QString minutes = QString::number(whole / 60 % 60), rest = u"%1"_s.arg(whole % 60, 2, 10, QChar(u'0'));
     return whole < 3600 ? minutes + u':' + rest
                         : u"%1:%2:%3"_s.arg(whole / 3600).arg(minutes.rightJustified(2, u'0'), rest);
 }
 
+/// In the order of TrackTableModel::Column. The newest, best and latest come first when sorted by.
+QList<KXLiveListModel::Column> columnsOfTracks()
+{
+    const auto text = [](const QString &keyPath, const QString &title) -> KXLiveListModel::Column {
+        return { .keyPath = keyPath, .title = title, .sortOptions = plainText };
+    };
+    return {
+        text(u"title"_s, titled(QT_TRANSLATE_NOOP("TrackTable", "Title"))),
+        text(u"artistText"_s, titled(QT_TRANSLATE_NOOP("TrackTable", "Artist"))),
+        text(u"albumText"_s, titled(QT_TRANSLATE_NOOP("TrackTable", "Album"))),
+        text(u"genreText"_s, titled(QT_TRANSLATE_NOOP("TrackTable", "Genre"))),
+        { u"bpm"_s, titled(QT_TRANSLATE_NOOP("TrackTable", "BPM")), Qt::AlignRight, tempoText },
+        { u"keyOrder"_s, titled(QT_TRANSLATE_NOOP("TrackTable", "Key")), Qt::AlignHCenter, keyText },
+        { .keyPath = u"rating"_s,
+            .title = titled(QT_TRANSLATE_NOOP("TrackTable", "Rating")),
+            .formatter = starsText,
+            .sortsAscending = false },
+        { u"duration"_s, titled(QT_TRANSLATE_NOOP("TrackTable", "Length")), Qt::AlignRight, lengthText },
+        text(u"labelText"_s, titled(QT_TRANSLATE_NOOP("TrackTable", "Label"))),
+        { .keyPath = u"year"_s,
+            .title = titled(QT_TRANSLATE_NOOP("TrackTable", "Year")),
+            .alignment = Qt::AlignRight,
+            .sortsAscending = false },
+        { .keyPath = u"added"_s,
+            .title = titled(QT_TRANSLATE_NOOP("TrackTable", "Added")),
+            .alignment = Qt::AlignRight,
+            .formatter = dateText,
+            .sortsAscending = false },
+        { .keyPath = u"comment"_s,
+            .title = titled(QT_TRANSLATE_NOOP("TrackTable", "Comment")),
+            .isEditable = true,
+            .sortOptions = plainText },
+        { .keyPath = u"location"_s,
+            .title = titled(QT_TRANSLATE_NOOP("TrackTable", "Waveform")),
+            .formatter = [](const QVariant &) { return QString(); } },
+    };
+}
+
+QList<KXLiveListModel::Column> columnsFor(const LibraryEditor *editor)
+{
+    QList<KXLiveListModel::Column> columns = columnsOfTracks();
+    columns[TrackTableModel::Comment].isEditable = editor;
+    return columns;
+}
+
 } // namespace
 
 TrackTableModel::TrackTableModel(const KXManagedObjectContext::Ref &context, LibraryEditor *editor, QObject *parent)
-    : QAbstractTableModel(parent)
+    : KXLiveListModel(context, QString(Track::entityName), columnsFor(editor), { sortDescriptor(Added) }, parent)
     , m_editor(editor)
-    , m_tracks(context, request(), this)
 {
+    setRoles({ { MissingRole, u"missing"_s }, { StarsRole, u"rating"_s }, { LocationRole, u"location"_s },
+        { KeyRole, u"keyOrder"_s }, { NotesRole, u"importNotes"_s } });
 }
 
-int TrackTableModel::rowCount(const QModelIndex &parent) const { return parent.isValid() ? 0 : int(m_tracks.size()); }
-
-int TrackTableModel::columnCount(const QModelIndex &parent) const { return parent.isValid() ? 0 : ColumnCount; }
+KXSortDescriptor TrackTableModel::sortDescriptor(Column column)
+{
+    return KXLiveListModel::sortDescriptor(columnsOfTracks().at(column));
+}
 
 QVariant TrackTableModel::data(const QModelIndex &index, int role) const
 {
-    if (!checkIndex(index, CheckIndexOption::IndexIsValid | CheckIndexOption::ParentIsInvalid))
-        return {};
-    const auto column = Column(index.column());
+    const QVariant value = KXLiveListModel::data(index, role);
+    if (!index.isValid())
+        return value;
     switch (role) {
     case Qt::EditRole:
-        if (column == Rating)
-            return row(index.row()).stars;
-        [[fallthrough]];
-    case Qt::DisplayRole:
-        return row(index.row()).texts[column];
-    case Qt::TextAlignmentRole:
-        return QVariant::fromValue(Qt::Alignment(columnDescriptions[column].alignment | Qt::AlignVCenter));
+        return index.column() == Rating ? index.data(StarsRole) : value;
     case Qt::ToolTipRole: {
-        const Row &track = row(index.row());
-        return column == Title && !track.notes.isEmpty() ? track.texts[Title] + u'\n' + track.notes
-                                                         : track.texts[column];
+        const QString notes = index.column() == Title ? index.data(NotesRole).toString() : QString();
+        return notes.isEmpty() ? value : value.toString() + u'\n' + notes;
     }
     case Qt::AccessibleTextRole: {
-        const Row &track = row(index.row());
-        const QString text = column == Rating ? tr("%1 of 5 stars").arg(track.stars) : track.texts[column];
-        return track.missing ? tr("%1, file missing").arg(text) : text;
+        const QString text
+            = index.column() == Rating ? tr("%1 of 5 stars").arg(index.data(StarsRole).toInt()) : value.toString();
+        return index.data(MissingRole).toBool() ? tr("%1, file missing").arg(text) : text;
     }
-    case MissingRole:
-        return row(index.row()).missing;
     case StarsRole:
-        return row(index.row()).stars;
-    case LocationRole:
-        return row(index.row()).location;
+        return value.toInt();
     case KeyRole:
-        return column == KeyName ? row(index.row()).key : 0;
+        if (index.column() != KeyName || value.isNull())
+            return 0;
+        return keyOf(value).minor ? -keyOf(value).number : keyOf(value).number;
     default:
-        return {};
+        return value;
     }
 }
 
@@ -106,163 +134,4 @@ bool TrackTableModel::setData(const QModelIndex &index, const QVariant &value, i
     if (role == StarsRole || (role == Qt::EditRole && index.column() == Rating))
         return m_editor->rate({ edited }, value.toInt());
     return role == Qt::EditRole && index.column() == Comment && m_editor->setComment(edited, value.toString());
-}
-
-Qt::ItemFlags TrackTableModel::flags(const QModelIndex &index) const
-{
-    const Qt::ItemFlags flags = QAbstractTableModel::flags(index);
-    return m_editor && index.isValid() && index.column() == Comment ? flags | Qt::ItemIsEditable : flags;
-}
-
-QVariant TrackTableModel::headerData(int section, Qt::Orientation orientation, int role) const
-{
-    if (orientation != Qt::Horizontal || section < 0 || section >= ColumnCount)
-        return {};
-    if (role == Qt::DisplayRole)
-        return QCoreApplication::translate("TrackTable", columnDescriptions[section].title);
-    if (role == Qt::TextAlignmentRole)
-        return QVariant::fromValue(Qt::Alignment(columnDescriptions[section].alignment | Qt::AlignVCenter));
-    if (role == Qt::InitialSortOrderRole)
-        return sortDescriptor(Column(section)).ascending ? Qt::AscendingOrder : Qt::DescendingOrder;
-    return {};
-}
-
-void TrackTableModel::sort(int column, Qt::SortOrder order)
-{
-    if (column < 0 || column >= ColumnCount)
-        return;
-    KXSortDescriptor descriptor = sortDescriptor(Column(column));
-    descriptor.ascending = order == Qt::AscendingOrder;
-    setSortDescriptors({ descriptor });
-}
-
-void TrackTableModel::setSortDescriptors(const QList<KXSortDescriptor> &descriptors)
-{
-    const auto isAlike = [](const KXSortDescriptor &a, const KXSortDescriptor &b) {
-        return a.key == b.key && a.ascending == b.ascending;
-    };
-    if (std::equal(descriptors.begin(), descriptors.end(), m_sortDescriptors.begin(), m_sortDescriptors.end(), isAlike))
-        return;
-    m_sortDescriptors = descriptors;
-    m_tracks.setRequest(request());
-}
-
-KXSortDescriptor TrackTableModel::sortDescriptor(Column column)
-{
-    const ColumnDescription &description = columnDescriptions[column];
-    // The newest, best and latest first.
-    const bool ascending = column != Rating && column != Year && column != Added;
-    return { QLatin1StringView(description.sortKey), ascending,
-        description.isText ? KXCaseInsensitive | KXDiacriticInsensitive : 0 };
-}
-
-void TrackTableModel::setFilter(const KXPredicate &filter)
-{
-    m_filter = filter;
-    m_tracks.setRequest(request());
-}
-
-KXFetchRequest TrackTableModel::request() const
-{
-    return KXFetchRequest(QString(Track::entityName), m_filter)
-        .setSortDescriptors(m_sortDescriptors)
-        .setFetchBatchSize(rowsReadAtOnce);
-}
-
-QModelIndexList TrackTableModel::match(
-    const QModelIndex &start, int role, const QVariant &value, int hits, Qt::MatchFlags flags) const
-{
-    return rowCount() > searchableRows ? QModelIndexList()
-                                       : QAbstractTableModel::match(start, role, value, hits, flags);
-}
-
-void TrackTableModel::listWillChange(const KXListStep &step)
-{
-    const int first = int(step.first), last = int(step.first + step.count - 1);
-    switch (step.kind) {
-    case KXListStep::Insertion:
-        return beginInsertRows({}, first, last);
-    case KXListStep::Removal:
-        return beginRemoveRows({}, first, last);
-    case KXListStep::Move:
-        beginMoveRows({}, first, last, {}, int(step.to));
-        return;
-    case KXListStep::Update:
-        return;
-    case KXListStep::Reordering:
-        Q_EMIT layoutAboutToBeChanged({}, VerticalSortHint);
-        m_heldIndexes = persistentIndexList();
-        m_heldKeys.clear();
-        for (const QModelIndex &index : std::as_const(m_heldIndexes))
-            m_heldKeys.push_back(m_tracks.keys()[size_t(index.row())]);
-        return;
-    }
-}
-
-void TrackTableModel::listDidChange(const KXListStep &step)
-{
-    switch (step.kind) {
-    case KXListStep::Insertion:
-        return endInsertRows();
-    case KXListStep::Removal:
-        return endRemoveRows();
-    case KXListStep::Move:
-        return endMoveRows();
-    case KXListStep::Update:
-        for (qsizetype i = step.first; i < step.first + step.count; ++i)
-            m_rows.remove(m_tracks.keys()[size_t(i)]);
-        Q_EMIT dataChanged(index(int(step.first), 0), index(int(step.first + step.count - 1), ColumnCount - 1));
-        return;
-    case KXListStep::Reordering:
-        QModelIndexList moved;
-        const std::vector<qsizetype> rows = m_tracks.indexesOf(m_heldKeys);
-        for (size_t i = 0; i < rows.size(); ++i)
-            moved.append(index(int(rows[i]), m_heldIndexes[qsizetype(i)].column()));
-        changePersistentIndexList(m_heldIndexes, moved);
-        m_heldIndexes.clear();
-        Q_EMIT layoutChanged({}, VerticalSortHint);
-        return;
-    }
-}
-
-const TrackTableModel::Row &TrackTableModel::row(int number) const
-{
-    const qint64 key = m_tracks.key(number);
-    if (const Row *known = m_rows.object(key))
-        return *known;
-    const KXRef<Track> shown = track(number);
-    auto *made = new Row(shown ? makeRow(*shown) : Row());
-    m_rows.insert(key, made);
-    return *made;
-}
-
-TrackTableModel::Row TrackTableModel::makeRow(const Track &track) const
-{
-    Row row;
-    row.missing = track.missing();
-    row.stars = track.rating().value_or(0);
-    row.location = track.location();
-    row.notes = track.importNotes().value_or(QString());
-    row.texts[Title] = track.title();
-    row.texts[Artist] = track.artistText().value_or(QString());
-    row.texts[AlbumTitle] = track.albumText().value_or(QString());
-    row.texts[GenreNames] = track.genreText().value_or(QString());
-    row.texts[Comment] = track.comment().value_or(QString());
-    row.texts[LabelNames] = track.labelText().value_or(QString());
-    if (const auto bpm = track.bpm())
-        row.texts[Bpm] = QString::number(*bpm, 'f', 1);
-    if (const auto order = track.keyOrder()) {
-        const MusicalKey key { *order / 2, *order % 2 == 0 };
-        row.key = key.minor ? -key.number : key.number;
-        row.texts[KeyName] = u"%1 · %2"_s.arg(key.wheelCode(), key.name());
-    }
-    if (row.stars > 0)
-        row.texts[Rating] = QString(row.stars, u'★');
-    if (const auto duration = track.duration())
-        row.texts[Length] = lengthText(*duration);
-    if (const auto year = track.year())
-        row.texts[Year] = QString::number(*year);
-    row.texts[Added]
-        = KXClock::locale().toString(track.added().toTimeZone(KXClock::timeZone()).date(), QLocale::ShortFormat);
-    return row;
 }

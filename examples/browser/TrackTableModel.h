@@ -1,20 +1,12 @@
 #pragma once
 
-#include <array>
-#include <memory>
-
-#include <QAbstractTableModel>
-#include <QCache>
-
-#include <kestrixkit/context/KXLiveList.h>
+#include <kestrixkit/toolkit/KXLiveListModel.h>
 
 #include "LibraryEditor.h"
 
-/// The library's tracks as a table. It knows their identifiers and order; a row's values are looked up when it
-/// is painted, and the rows last painted are kept as texts, so that a million tracks open as fast as a hundred.
-///
-/// Follows the context row by row, sorting included: indexes, selections and editors stay with their tracks.
-class TrackTableModel : public QAbstractTableModel, private KXLiveListObserver
+/// The library's tracks as a table, as DJs read them: what a live list's model shows, with stars, keys of the wheel,
+/// and what is said of files that are gone.
+class TrackTableModel : public KXLiveListModel
 {
     Q_OBJECT
 public:
@@ -39,6 +31,7 @@ public:
         StarsRole, ///< int, 0 to 5; may be set
         LocationRole, ///< QUrl: the file
         KeyRole, ///< int: number on the wheel of keys, negative for minor; 0 in columns other than KeyName
+        NotesRole, ///< QString: what made no sense in the file's tags
     };
 
     /// The editor, which carries out what setData() is asked for, must outlive the model; without one nothing is
@@ -46,52 +39,19 @@ public:
     explicit TrackTableModel(
         const KXManagedObjectContext::Ref &context, LibraryEditor *editor = nullptr, QObject *parent = nullptr);
 
-    int rowCount(const QModelIndex &parent = {}) const override;
-    int columnCount(const QModelIndex &parent = {}) const override;
     QVariant data(const QModelIndex &index, int role = Qt::DisplayRole) const override;
     bool setData(const QModelIndex &index, const QVariant &value, int role = Qt::EditRole) override;
-    Qt::ItemFlags flags(const QModelIndex &index) const override;
-    QVariant headerData(int section, Qt::Orientation orientation, int role = Qt::DisplayRole) const override;
-    /// Puts the tracks in the order of that column.
-    void sort(int column, Qt::SortOrder order = Qt::AscendingOrder) override;
-    void setSortDescriptors(const QList<KXSortDescriptor> &descriptors);
     /// What the column is sorted by; texts without regard to case and diacritics.
     [[nodiscard]] static KXSortDescriptor sortDescriptor(Column column);
     /// Shows only the tracks that match; all of them for an absent predicate.
-    void setFilter(const KXPredicate &filter);
-    [[nodiscard]] const KXPredicate &filter() const { return m_filter; }
-    [[nodiscard]] bool isFiltered() const { return bool(m_filter); }
-
-    /// Typing looks for a row by its text only in libraries small enough to be read through.
-    QModelIndexList match(
-        const QModelIndex &start, int role, const QVariant &value, int hits, Qt::MatchFlags flags) const override;
+    void setFilter(const KXPredicate &filter) { setPredicate(filter); }
+    [[nodiscard]] const KXPredicate &filter() const { return predicate(); }
+    [[nodiscard]] bool isFiltered() const { return bool(predicate()); }
 
     /// Empty outside the table.
-    [[nodiscard]] KXRef<Track> track(int row) const { return m_tracks.as<Track>(row); }
-    [[nodiscard]] const KXLiveList &tracks() const { return m_tracks; }
+    [[nodiscard]] KXRef<Track> track(int row) const { return list().as<Track>(row); }
+    [[nodiscard]] const KXLiveList &tracks() const { return list(); }
 
 private:
-    struct Row
-    {
-        std::array<QString, ColumnCount> texts;
-        QString notes;
-        QUrl location;
-        bool missing = false;
-        int stars = 0;
-        int key = 0;
-    };
-    [[nodiscard]] KXFetchRequest request() const;
-    void listWillChange(const KXListStep &step) override;
-    void listDidChange(const KXListStep &step) override;
-    const Row &row(int number) const;
-    Row makeRow(const Track &track) const;
-
     LibraryEditor *const m_editor;
-    QList<KXSortDescriptor> m_sortDescriptors { sortDescriptor(Added) };
-    KXPredicate m_filter;
-    KXLiveList m_tracks;
-    mutable QCache<qint64, Row> m_rows { 1024 }; // by the tracks' keys
-    // While rows change places: the indexes that somebody holds, and whose they are.
-    QModelIndexList m_heldIndexes;
-    std::vector<qint64> m_heldKeys;
 };

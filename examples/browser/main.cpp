@@ -30,6 +30,7 @@
 #include "Report.h"
 #include "Settings.h"
 #include "TrackTableView.h"
+#include "WhatIfCommand.h"
 
 using namespace Qt::StringLiterals;
 
@@ -54,7 +55,9 @@ struct Arguments
     bool report = false;
     QString explainedPreset;
     std::string explainedFile; ///< empty: nothing is to be explained
-    [[nodiscard]] bool needsWindow() const { return !report && !hasQuery && explainedFile.empty(); }
+    QString whatIfPreset;
+    bool whatIf = false;
+    [[nodiscard]] bool needsWindow() const { return !report && !hasQuery && !whatIf && explainedFile.empty(); }
 };
 
 std::atomic<bool> interrupted = false;
@@ -161,9 +164,12 @@ Arguments readArguments(int argc, char **argv)
     const QCommandLineOption query(u"query"_s,
         u"No window: import, print the number of tracks that match as JSON. For instance: bpm >= 120 AND ANY genres.name == \"House\""_s,
         u"FORMAT"_s);
+    const QCommandLineOption whatIf(u"what-if"_s,
+        u"No window: import, print how many tracks a preset would have with each value added, and with it excluded, as JSON. For instance: Tempo/124 to 128"_s,
+        u"PRESET"_s);
     const QCommandLineOption screenshot(
         u"screenshot"_s, u"Import, draw the window into a PNG file and exit."_s, u"FILE"_s);
-    parser.addOptions({ music, store, report, query, explain, screenshot });
+    parser.addOptions({ music, store, report, query, explain, whatIf, screenshot });
     parser.addPositionalArgument(u"FILE"_s, u"With --explain: a music file of the library."_s, u"[FILE]"_s);
     parser.addHelpOption();
     if (!parser.parse(QCoreApplication::arguments()))
@@ -177,11 +183,15 @@ Arguments readArguments(int argc, char **argv)
         throw Ending { WrongInput, u"--explain: a preset and a file are needed"_s };
     if (files.size() > parser.isSet(explain))
         throw Ending { WrongInput, u"unexpected argument: %1"_s.arg(files.constLast()) };
-    if (parser.isSet(report) + parser.isSet(query) + parser.isSet(explain) + parser.isSet(screenshot) > 1)
-        throw Ending { WrongInput, u"--report, --query, --explain and --screenshot exclude each other"_s };
+    if (parser.isSet(report) + parser.isSet(query) + parser.isSet(explain) + parser.isSet(whatIf)
+            + parser.isSet(screenshot)
+        > 1)
+        throw Ending { WrongInput, u"--report, --query, --explain, --what-if and --screenshot exclude each other"_s };
 
     Arguments arguments;
     arguments.report = parser.isSet(report);
+    arguments.whatIf = parser.isSet(whatIf);
+    arguments.whatIfPreset = parser.value(whatIf);
     if (parser.isSet(explain)) {
         std::error_code error;
         const std::string named = rawArgument(argc, argv, files.constFirst());
@@ -280,6 +290,16 @@ QJsonObject explanation(KXManagedObjectContext &context, const Arguments &argume
     return Presets::explain(*preset, *track);
 }
 
+QJsonObject whatIf(KXManagedObjectContext &context, const Arguments &arguments, KXError *error)
+{
+    const KXRef<KXFilterSetPreset> preset = Presets::find(context, arguments.whatIfPreset);
+    if (!preset)
+        throw Ending { WrongInput, u"--what-if: there is no preset “%1”"_s.arg(arguments.whatIfPreset) };
+    if (const KXRef<KXFilterSet> set = preset->filterSet(); !set || set->isMissing())
+        throw Ending { WrongInput, u"--what-if: the preset “%1” has lost its filters"_s.arg(arguments.whatIfPreset) };
+    return WhatIfCommand::answer(*preset, error);
+}
+
 void printAnswer(const Arguments &arguments, const KXPersistentStoreCoordinator::Ref &coordinator)
 {
     QString problem;
@@ -293,6 +313,7 @@ void printAnswer(const Arguments &arguments, const KXPersistentStoreCoordinator:
         throw Ending { Failed, error.localizedDescription() };
     const QJsonObject answer = arguments.report ? Report::ofLibrary(*context, result, folder, arguments.store)
         : arguments.hasQuery                    ? Report::ofQuery(*context, arguments.query, &error)
+        : arguments.whatIf                      ? whatIf(*context, arguments, &error)
                                                 : explanation(*context, arguments);
     if (error)
         throw Ending { Failed, error.localizedDescription() };
@@ -359,7 +380,7 @@ int main(int argc, char **argv)
     QCoreApplication::setApplicationName(u"browser"_s);
     // Questions are answered on machines without a display too.
     const bool windowless = wasGiven(argc, argv, "--report") || wasGiven(argc, argv, "--query")
-        || wasGiven(argc, argv, "--explain") || wasGiven(argc, argv, "--help");
+        || wasGiven(argc, argv, "--explain") || wasGiven(argc, argv, "--what-if") || wasGiven(argc, argv, "--help");
     if (!windowless && !hasDisplay()) {
         if (!wasGiven(argc, argv, "--screenshot")) {
             std::fputs(

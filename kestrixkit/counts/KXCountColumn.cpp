@@ -151,6 +151,11 @@ qint64 KXCountColumn::numberFromDouble(double value)
     return bits < 0 ? std::numeric_limits<qint64>::min() ^ ~bits : bits;
 }
 
+double KXCountColumn::doubleFromNumber(qint64 number)
+{
+    return std::bit_cast<double>(number < 0 ? ~(number ^ std::numeric_limits<qint64>::min()) : number);
+}
+
 bool KXCountColumn::setNumber(size_t row, qint64 number)
 {
     if (m_isWide)
@@ -181,6 +186,15 @@ quint32 KXCountColumn::codeOfValue(const QVariant &value)
     while (m_classes.size() < m_paths[0].values.size()) // constants of rules are among the values, too
         codeWasAdded();
     return code;
+}
+
+quint32 KXCountColumn::numberOfConstant(int path, const QVariant &constant)
+{
+    if (m_kind == Kind::Value)
+        return codeOfValue(constant);
+    const quint32 number = m_paths[size_t(path)].values.numberOf(constant);
+    extendTests(path);
+    return number;
 }
 
 bool KXCountColumn::setKeys(size_t row, const std::vector<qint64> &keys)
@@ -325,22 +339,6 @@ void KXCountColumn::prepareCuts(Test &test)
         if (number < std::numeric_limits<qint64>::max())
             test.cuts.push_back(number + 1);
     };
-    // The first number whose value is, or is beyond, the constant; found by asking, as that is how values compare.
-    const auto first = [&](const KXPredicateValue &constant, bool beyond) {
-        qint64 low = isReal ? numberFromDouble(-std::numeric_limits<double>::infinity()) : absent + 1;
-        qint64 high = isReal ? numberFromDouble(std::numeric_limits<double>::infinity()) + 1
-                             : std::numeric_limits<qint64>::max();
-        while (low < high) {
-            const qint64 middle = std::midpoint(low, high);
-            const std::partial_ordering order
-                = KXPredicateValue::compare(KXPredicateValue(valueOfNumber(middle)), constant);
-            if (order > 0 || (!beyond && order == 0))
-                high = middle;
-            else
-                low = middle + 1;
-        }
-        return low;
-    };
     for (const KXPredicateValue &constant : countConstants(test.predicate)) {
         if (isDate ? constant.kind() == KXPredicateValue::Date
                    : !isReal && constant.kind() == KXPredicateValue::Integer) {
@@ -349,8 +347,8 @@ void KXCountColumn::prepareCuts(Test &test)
             addPoint(numberFromDouble(constant.real()));
         } else if (!isDate && constant.isNumber()
             && !(constant.kind() == KXPredicateValue::Real && std::isnan(constant.real()))) {
-            test.cuts.push_back(first(constant, false));
-            test.cuts.push_back(first(constant, true));
+            test.cuts.push_back(firstNumber(constant, false));
+            test.cuts.push_back(firstNumber(constant, true));
         }
     }
     std::sort(test.cuts.begin(), test.cuts.end());
@@ -365,11 +363,47 @@ void KXCountColumn::prepareCuts(Test &test)
     }
 }
 
+/// The first number whose value is, or is beyond, the constant; found by asking, as that is how values compare.
+qint64 KXCountColumn::firstNumber(const KXPredicateValue &constant, bool beyond) const
+{
+    const bool isReal = m_property.type() == KXAttributeType::Double;
+    qint64 low = isReal ? numberFromDouble(-std::numeric_limits<double>::infinity()) : absent + 1;
+    qint64 high
+        = isReal ? numberFromDouble(std::numeric_limits<double>::infinity()) + 1 : std::numeric_limits<qint64>::max();
+    while (low < high) {
+        const qint64 middle = std::midpoint(low, high);
+        const std::partial_ordering order
+            = KXPredicateValue::compare(KXPredicateValue(valueOfNumber(middle)), constant);
+        if (order > 0 || (!beyond && order == 0))
+            high = middle;
+        else
+            low = middle + 1;
+    }
+    return low;
+}
+
+std::optional<qint64> KXCountColumn::numberEqualTo(const QVariant &variant) const
+{
+    const KXPredicateValue constant(variant);
+    if (constant.isNull())
+        return absent;
+    const bool isReal = m_property.type() == KXAttributeType::Double;
+    const bool isDate = m_property.type() == KXAttributeType::Date;
+    if (isDate ? constant.kind() == KXPredicateValue::Date : !isReal && constant.kind() == KXPredicateValue::Integer)
+        return constant.integer() == absent ? std::nullopt : std::optional(constant.integer());
+    if (isDate || !constant.isNumber() || (constant.kind() == KXPredicateValue::Real && std::isnan(constant.real())))
+        return std::nullopt;
+    const qint64 number = firstNumber(constant, false);
+    if (number >= firstNumber(constant, true))
+        return std::nullopt;
+    return isReal ? numberFromDouble(doubleFromNumber(number)) : number; // the lower zero is no row's
+}
+
 QVariant KXCountColumn::valueOfNumber(qint64 number) const
 {
     switch (m_property.type()) {
     case KXAttributeType::Double:
-        return std::bit_cast<double>(number < 0 ? ~(number ^ std::numeric_limits<qint64>::min()) : number);
+        return doubleFromNumber(number);
     case KXAttributeType::Date:
         // Rules compare with whole milliseconds; what lies between two of them is as good as the next one.
         return QDateTime::fromMSecsSinceEpoch(number / 1000 + (number % 1000 > 0), Qt::UTC);

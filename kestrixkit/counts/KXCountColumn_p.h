@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <map>
+#include <optional>
 #include <span>
 #include <string>
 #include <unordered_map>
@@ -12,6 +13,7 @@
 
 #include <kestrixkit/entity/KXEntityDescription.h>
 #include <kestrixkit/predicate/KXPredicate.h>
+#include <kestrixkit/predicate/KXPredicateValue_p.h>
 
 /// A set of bits, 64 a word.
 using KXCountBits = std::vector<quint64>;
@@ -76,6 +78,7 @@ public:
     bool setNumber(size_t row, qint64 number);
     /// As the store has it: a double in the order of its bits, everything else as it is.
     [[nodiscard]] static qint64 numberFromDouble(double value);
+    [[nodiscard]] static double doubleFromNumber(qint64 number);
     /// Of a relationship, sorted.
     bool setKeys(size_t row, const std::vector<qint64> &keys);
     [[nodiscard]] const std::vector<qint64> &keysAt(size_t row) const { return m_sets[codeAt(row)]; }
@@ -91,6 +94,12 @@ public:
     quint32 codeOfValue(const QVariant &value);
     bool setCode(size_t row, quint32 code) { return std::exchange(m_narrow[row], qint32(code)) != qint32(code); }
     [[nodiscard]] quint32 codeAt(size_t row) const { return quint32(m_narrow[row]); }
+    /// Of all rows; not of a Number column.
+    [[nodiscard]] const quint32 *codes() const { return reinterpret_cast<const quint32 *>(m_narrow.data()); }
+    /// How many codes there are: rows have smaller ones.
+    [[nodiscard]] size_t codeCount() const { return m_kind == Kind::Value ? m_paths[0].values.size() : m_sets.size(); }
+    /// Of a Number column: the number that equals the constant, if a row could have one; `absent` for an absent one.
+    [[nodiscard]] std::optional<qint64> numberEqualTo(const QVariant &constant) const;
 
     // Paths that begin with a relationship: what they reach is looked up by whoever owns the column.
 
@@ -104,6 +113,15 @@ public:
     [[nodiscard]] int path(const QStringList &rest, bool isList);
     [[nodiscard]] size_t pathCount() const { return m_paths.size(); }
     [[nodiscard]] const QStringList &restOfPath(size_t path) const { return m_paths[path].rest; }
+    /// The values that the path reaches, or that a Value column has, by numbers.
+    [[nodiscard]] const KXCountValues &values(int path) const { return m_paths[size_t(path)].values; }
+    /// Numbers of the values that the path reaches from a set.
+    [[nodiscard]] const std::vector<quint32> &reachedFrom(int path, quint32 set) const
+    {
+        return m_paths[size_t(path)].numbers[set];
+    }
+    /// The number of a constant among the values of the path.
+    quint32 numberOfConstant(int path, const QVariant &constant);
     /// Looks again at what the path reaches from the sets that hold one of the keys. Answers the sets for which that
     /// changed.
     std::vector<quint32> reread(size_t path, const QSet<qint64> &keys);
@@ -175,6 +193,7 @@ private:
     [[nodiscard]] bool ask(const Test &test, const QVariant &value, bool isList) const;
     void prepareEquality(Test &test);
     void prepareCuts(Test &test);
+    [[nodiscard]] qint64 firstNumber(const KXPredicateValue &constant, bool beyond) const;
     void extendTests(int path);
     [[nodiscard]] KXCountBits bitsOf(const Test &test) const;
     [[nodiscard]] KXCountBits bitsOf(const KXCountCondition &condition) const;

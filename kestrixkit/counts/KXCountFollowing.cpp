@@ -164,6 +164,8 @@ void KXCountTable::readInserted(const std::vector<qint64> &keys)
             noteOrder(column, size_t(row));
         bits(row, now.data());
         count(none.data(), false, now.data(), true);
+        for (KXCountWatcher *watcher : m_watchers)
+            watcher->rowEnters(size_t(row));
         m_evaluations += m_rules.size();
     }
 }
@@ -262,11 +264,17 @@ void KXCountTable::changeSets(size_t column, const std::vector<quint32> &sets)
     for (const qint64 each : rows) {
         bits(each, row.data());
         count(row.data(), true, none.data(), false);
+        for (KXCountWatcher *watcher : m_watchers)
+            watcher->rowLeaves(size_t(each));
     }
     values.reclassify(sets);
+    for (KXCountWatcher *watcher : m_watchers)
+        watcher->setsDidChange(values, sets);
     for (const qint64 each : rows) {
         bits(each, row.data());
         count(none.data(), false, row.data(), true);
+        for (KXCountWatcher *watcher : m_watchers)
+            watcher->rowEnters(size_t(each));
     }
 }
 
@@ -279,7 +287,7 @@ void KXCountTable::markForStore(const KXObjectsDidChange &did)
     };
     static const std::vector<KXEntityChange> none;
     for (Rule &rule : m_rules) {
-        if (!rule.isUsed || rule.reason.isEmpty())
+        if (!rule.isUsed || rule.isCondition || rule.reason.isEmpty())
             continue;
         bool concerned = !did.inserted.isEmpty() || !did.deleted.isEmpty();
         for (auto keys = did.changedKeys.cbegin(); keys != did.changedKeys.cend() && !concerned; ++keys)

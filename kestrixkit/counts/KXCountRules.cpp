@@ -111,37 +111,15 @@ Part KXCountRuleCompiler::compare(const KXPredicate &predicate)
     if (path.type() != KXExpressionType::KeyPath || !(isLeft ? right : left).isConstant())
         throw KXStringWithFormat("\"%@\" compares more than one key path with a constant", predicate.predicateFormat());
 
-    const KXEntityDescription *entity = &m_table.m_entity;
-    const KXPropertyDescription *first = nullptr;
-    bool isList = false, wasList = false; // with the last key, and without it
-    for (qsizetype i = 0; i < path.keys().size(); ++i) {
-        const QString &key = path.keys()[i];
-        if (i > 0 && key == "@count"_L1 && i == path.keys().size() - 1) {
-            isList = wasList; // what is counted is one value
-            continue;
-        }
-        const KXPropertyDescription *property = nullptr;
-        for (const KXEntityDescription *member : entity ? entity->family() : QList<const KXEntityDescription *>())
-            property = property ? property : member->property(key);
-        if (!property || !KXCountColumn::canHold(*property))
-            throw KXStringWithFormat(
-                "\"%@\" of \"%@\" is nothing that is counted in memory", path.keyPath(), m_table.m_entity.name());
-        first = first ? first : property;
-        wasList = isList;
-        isList = isList || property->isToMany();
-        entity = property->isRelationship() ? property->destinationEntity() : nullptr;
-    }
-    if (isList && !isLeft)
+    const KXCountTable::Place place = m_table.findPlace(path);
+    if (place.isList && !isLeft)
         throw KXStringWithFormat("\"%@\" has many values on the right side of a comparison", path.keyPath());
-
-    const int column = m_table.columnFor(*first);
-    KXCountColumn &values = *m_table.m_columns[size_t(column)];
-    const int number = values.kind() == KXCountColumn::Kind::Relation ? values.path(path.keys().mid(1), isList) : 0;
     const KXExpression v = KXExpression::expressionForKeyPath(u"v"_s);
     const KXPredicate test = KXPredicate::comparison(isLeft ? v : left, predicate.comparisonOperator(),
         isLeft ? right : v, predicate.modifier(), predicate.options());
-    return { KXCountNode::Slot, { { column, { KXCountCondition::Comparison, values.comparison(test, number), {} } } },
-        {} };
+    const int column = m_table.columnFor(place.column->property());
+    return { KXCountNode::Slot,
+        { { column, { KXCountCondition::Comparison, place.column->comparison(test, place.path), {} } } }, {} };
 }
 
 Part KXCountRuleCompiler::compile(const KXPredicate &predicate)
@@ -189,6 +167,7 @@ KXCountNode KXCountRuleCompiler::place(const Part &part, int rule, std::vector<i
 void KXCountTable::compile(Rule &rule, int number)
 {
     rule.isCounted = false;
+    rule.revision = ++m_revision;
     rule.reason.clear();
     rule.allKeys.clear();
     rule.tree = {};
@@ -218,6 +197,50 @@ void KXCountTable::releaseSlots(Rule &rule)
     rule.slots.clear();
 }
 
+KXCountTable::Place KXCountTable::findPlace(const KXExpression &path)
+{
+    const KXEntityDescription *entity = &m_entity;
+    const KXPropertyDescription *first = nullptr, *last = nullptr;
+    bool isList = false, wasList = false; // with the last key, and without it
+    for (qsizetype i = 0; i < path.keys().size(); ++i) {
+        const QString &key = path.keys()[i];
+        if (i > 0 && key == "@count"_L1 && i == path.keys().size() - 1) {
+            isList = wasList; // what is counted is one value
+            last = nullptr;
+            continue;
+        }
+        const KXPropertyDescription *property = nullptr;
+        for (const KXEntityDescription *member : entity ? entity->family() : QList<const KXEntityDescription *>())
+            property = property ? property : member->property(key);
+        if (!property || !KXCountColumn::canHold(*property))
+            throw KXStringWithFormat(
+                "\"%@\" of \"%@\" is nothing that is counted in memory", path.keyPath(), m_entity.name());
+        first = first ? first : property;
+        last = property;
+        wasList = isList;
+        isList = isList || property->isToMany();
+        entity = property->isRelationship() ? property->destinationEntity() : nullptr;
+    }
+    if (!first)
+        throw KXStringWithFormat("No key path of \"%@\"", m_entity.name());
+    KXCountColumn &column = *m_columns[size_t(columnFor(*first))];
+    const int number = column.kind() == KXCountColumn::Kind::Relation ? column.path(path.keys().mid(1), isList) : 0;
+    return { &column, number, isList, last };
+}
+
+std::optional<KXCountTable::Place> KXCountTable::place(const QString &keyPath, QString *reason)
+{
+    if (keyPath.isEmpty())
+        return std::nullopt;
+    try {
+        return findPlace(KXExpression::expressionForKeyPath(keyPath));
+    } catch (const QString &why) {
+        if (reason)
+            *reason = why;
+        return std::nullopt;
+    }
+}
+
 int KXCountTable::columnFor(const KXPropertyDescription &property)
 {
     for (size_t i = 0; i < m_columns.size(); ++i) {
@@ -233,7 +256,10 @@ int KXCountTable::columnFor(const KXPropertyDescription &property)
     return int(m_columns.size()) - 1;
 }
 
-int KXCountTable::addRule(const KXPredicate &predicate)
+int KXCountTable::addRule(const KXPredicate &predicate) { return addRule(predicate, false); }
+int KXCountTable::addCondition(const KXPredicate &predicate) { return addRule(predicate, true); }
+
+int KXCountTable::addRule(const KXPredicate &predicate, bool isCondition)
 {
     const auto free = std::find_if(m_rules.begin(), m_rules.end(), [](const Rule &rule) { return !rule.isUsed; });
     const auto number = int(free - m_rules.begin());
@@ -242,6 +268,7 @@ int KXCountTable::addRule(const KXPredicate &predicate)
     Rule &rule = m_rules[size_t(number)];
     rule = {};
     rule.isUsed = true;
+    rule.isCondition = isCondition;
     rule.predicate = predicate;
     compile(rule, number);
     return number;

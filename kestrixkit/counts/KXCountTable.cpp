@@ -27,6 +27,8 @@ KXCountTable::KXCountTable(KXManagedObjectContext &context, const KXEntityDescri
 
 KXCountTable::~KXCountTable() = default;
 
+KXCountWatcher::~KXCountWatcher() = default;
+
 // Rows
 
 qint64 KXCountTable::rowOf(qint64 key) const
@@ -91,6 +93,8 @@ void KXCountTable::forgetRows()
     for (const auto &column : m_columns)
         column->resize(0);
     m_isRead.assign(m_columns.size(), false);
+    for (KXCountWatcher *watcher : m_watchers)
+        watcher->rowsDidMove();
     forgetCounts();
 }
 
@@ -122,6 +126,8 @@ void KXCountTable::compact()
     m_alive.assign(m_keys.size(), true);
     m_dead = 0;
     m_orders.clear();
+    for (KXCountWatcher *watcher : m_watchers)
+        watcher->rowsDidMove();
 }
 
 void KXCountTable::setFromObject(size_t row, KXManagedObject *object, size_t column)
@@ -247,6 +253,31 @@ bool KXCountTable::fits(const KXCountNode &node, const quint64 *bits) const
     return false;
 }
 
+/// Of one living row and one rule, without the bits of all the others.
+bool KXCountTable::fits(const KXCountNode &node, size_t row) const
+{
+    const auto part = [&](const KXCountNode &each) { return fits(each, row); };
+    switch (node.kind) {
+    case KXCountNode::Slot: {
+        const size_t word = size_t(node.slot) >> 6;
+        const quint64 bit = quint64(1) << (node.slot & 63);
+        return std::all_of(m_columns.begin(), m_columns.end(),
+            [&](const auto &column) { return !(column->users()[word] & bit) || (column->bitsAt(row)[word] & bit); });
+    }
+    case KXCountNode::And:
+        return std::all_of(node.parts.begin(), node.parts.end(), part);
+    case KXCountNode::Or:
+        return std::any_of(node.parts.begin(), node.parts.end(), part);
+    case KXCountNode::Not:
+        return !part(node.parts.front());
+    case KXCountNode::True:
+        return true;
+    case KXCountNode::False:
+        break;
+    }
+    return false;
+}
+
 void KXCountTable::noteChange(int rule)
 {
     if (!std::exchange(m_rules[size_t(rule)].hasChanged, true))
@@ -267,7 +298,8 @@ void KXCountTable::count(const quint64 *before, bool was, const quint64 *after, 
         for (quint64 left = before[word] ^ after[word]; left; left &= left - 1) {
             const size_t slot = word * 64 + size_t(std::countr_zero(left));
             const int owner = slot < m_owners.size() ? m_owners[slot] : -1;
-            if (owner < 0 || m_rules[size_t(owner)].tree.kind != KXCountNode::Slot)
+            if (owner < 0 || m_rules[size_t(owner)].isCondition
+                || m_rules[size_t(owner)].tree.kind != KXCountNode::Slot)
                 continue;
             m_rules[size_t(owner)].count += after[word] >> (slot & 63) & 1 ? 1 : -1;
             noteChange(owner);
@@ -337,7 +369,7 @@ void KXCountTable::scan()
     std::vector<int> trees;
     for (size_t i = 0; i < m_rules.size(); ++i) {
         const Rule &rule = m_rules[i];
-        if (!rule.isUsed || rule.isCounted || !rule.reason.isEmpty())
+        if (isSettled(rule) || !rule.reason.isEmpty())
             continue;
         if (rule.tree.kind == KXCountNode::Slot)
             lanes[size_t(rule.tree.slot) / 64 / countLane] = true;
@@ -366,7 +398,7 @@ void KXCountTable::scan()
     };
     for (size_t i = 0; i < m_rules.size(); ++i) {
         const Rule &rule = m_rules[i];
-        if (rule.isUsed && !rule.isCounted && rule.reason.isEmpty() && rule.tree.kind == KXCountNode::Slot)
+        if (!isSettled(rule) && rule.reason.isEmpty() && rule.tree.kind == KXCountNode::Slot)
             settle(int(i), counts[size_t(rule.tree.slot)]);
     }
     for (size_t tree = 0; tree < trees.size(); ++tree)
@@ -396,8 +428,8 @@ bool KXCountTable::update(KXError *error)
     bool isAllCounted = true;
     for (size_t i = 0; i < m_rules.size(); ++i) {
         const Rule &rule = m_rules[i];
-        isAllCounted = isAllCounted && (!rule.isUsed || rule.isCounted);
-        if (rule.isUsed && rule.reason.isEmpty() && rule.tree.kind != KXCountNode::Slot)
+        isAllCounted = isAllCounted && isSettled(rule);
+        if (rule.isUsed && !rule.isCondition && rule.reason.isEmpty() && rule.tree.kind != KXCountNode::Slot)
             m_trees.push_back(int(i));
     }
     if (isAllCounted)

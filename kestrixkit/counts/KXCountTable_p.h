@@ -2,6 +2,7 @@
 
 #include <array>
 #include <memory>
+#include <optional>
 #include <unordered_map>
 #include <vector>
 
@@ -12,6 +13,21 @@
 #include <kestrixkit/counts/KXCountColumn_p.h>
 
 class KXCountRuleCompiler;
+
+/// Told of the rows of a table, to keep something right that is made of them.
+class KX_CORE_EXPORT KXCountWatcher
+{
+public:
+    virtual ~KXCountWatcher();
+    /// The row has been there, and is about to change or to go.
+    virtual void rowLeaves(size_t row) = 0;
+    /// The row is there, new or changed.
+    virtual void rowEnters(size_t row) = 0;
+    /// What the paths of a relationship reach from the sets is something else. All rows with these have left.
+    virtual void setsDidChange(const KXCountColumn &column, const std::vector<quint32> &sets) = 0;
+    /// Rows have other numbers, or have gone.
+    virtual void rowsDidMove() = 0;
+};
 
 /// A rule over slots: most are one slot alone.
 struct KXCountNode
@@ -50,6 +66,32 @@ public:
     [[nodiscard]] qint64 count(int rule) const { return m_rules[size_t(rule)].count; }
     /// Rules whose counts changed since the last call.
     [[nodiscard]] std::vector<int> takeChanged();
+    /// A rule that is not counted: it is asked about rows.
+    int addCondition(const KXPredicate &predicate);
+    /// Changes with what the rule means.
+    [[nodiscard]] quint64 revision(int rule) const { return m_rules[size_t(rule)].revision; }
+
+    // Rows, for watchers; right after an update().
+
+    void addWatcher(KXCountWatcher *watcher) { m_watchers.push_back(watcher); }
+    void removeWatcher(KXCountWatcher *watcher) { std::erase(m_watchers, watcher); }
+    [[nodiscard]] bool hasRows() const { return m_hasRows; }
+    [[nodiscard]] bool isAlive(size_t row) const { return m_alive[row]; }
+    [[nodiscard]] bool isAnyDead() const { return m_dead > 0; }
+    [[nodiscard]] bool fitsAll(int rule) const { return m_rules[size_t(rule)].tree.kind == KXCountNode::True; }
+    /// Whether a living row fits the rule, which columns can hold.
+    [[nodiscard]] bool rowFits(int rule, size_t row) const { return fits(m_rules[size_t(rule)].tree, row); }
+
+    /// Where the values of a key path are.
+    struct Place
+    {
+        KXCountColumn *column;
+        int path; ///< of the column
+        bool isList; ///< may reach any number of values
+        const KXPropertyDescription *last; ///< what the path ends with; null where that is a number of values
+    };
+    /// Makes the column, which update() reads. Absent, with the reason, where columns cannot hold it.
+    [[nodiscard]] std::optional<Place> place(const QString &keyPath, QString *reason = nullptr);
 
     /// Reads what columns lack and counts what is not counted yet; rules that columns cannot hold are counted by the
     /// store when anything that they look at has changed. False with an error where the store does not answer; the next
@@ -85,7 +127,9 @@ private:
         KXCountNode tree;
         qint64 count = -1;
         bool isCounted = false;
+        bool isCondition = false; ///< never to be counted
         bool hasChanged = false;
+        quint64 revision = 0;
         QSet<QString> allKeys; ///< of the paths of a rule that the store counts
     };
     /// Numbers of one column in order, with those that changed since they were put in order.
@@ -111,6 +155,8 @@ private:
     /// A row's bits; none of a row that is not there.
     void bits(qint64 row, quint64 *out) const;
     [[nodiscard]] bool fits(const KXCountNode &node, const quint64 *bits) const;
+    [[nodiscard]] bool fits(const KXCountNode &node, size_t row) const;
+    [[nodiscard]] static bool isSettled(const Rule &rule) { return !rule.isUsed || rule.isCounted || rule.isCondition; }
     void count(const quint64 *before, bool was, const quint64 *after, bool is);
     template <typename Change> void changeRow(qint64 key, Change &&change);
     void noteChange(int rule);
@@ -144,7 +190,10 @@ private:
     void compile(Rule &rule, int number);
     bool moveBounds(int number, const KXPredicate &predicate);
     void releaseSlots(Rule &rule);
+    int addRule(const KXPredicate &predicate, bool isCondition);
     int columnFor(const KXPropertyDescription &property);
+    /// Throws the reason, a QString.
+    Place findPlace(const KXExpression &path);
 
     KXManagedObjectContext &m_context;
     const KXEntityDescription &m_entity;
@@ -166,6 +215,8 @@ private:
     std::vector<int> m_changed;
     std::map<size_t, Order> m_orders; // by column
     quint64 m_evaluations = 0;
+    quint64 m_revision = 0; // the newest of the rules
+    std::vector<KXCountWatcher *> m_watchers;
 };
 
 /// Counts a row out as it was and in as `change` has made it; that gets the row's number, or -1 where there is none
@@ -179,8 +230,16 @@ template <typename Change> void KXCountTable::changeRow(qint64 key, Change &&cha
     const qint64 row = rowOf(key);
     const bool was = has(row);
     bits(row, before);
+    for (KXCountWatcher *watcher : m_watchers) {
+        if (was)
+            watcher->rowLeaves(size_t(row));
+    }
     change(row);
     const qint64 now = row >= 0 ? row : rowOf(key);
     bits(now, after);
     count(before, was, after, has(now));
+    for (KXCountWatcher *watcher : m_watchers) {
+        if (has(now))
+            watcher->rowEnters(size_t(now));
+    }
 }

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include <QPointer>
+
 #include <kestrixkit/context/KXManagedObjectContext_p.h>
 #include <kestrixkit/counts/KXCountTable_p.h>
 #include <kestrixkit/foundation/KXClock.h>
@@ -36,6 +38,7 @@ public:
         int number = -1; ///< in the table
         std::vector<MovingDate> moving;
         bool dependsOnTime = false;
+        bool isCondition = false;
     };
 
     KXLiveCountsPrivate(KXLiveCounts *counts, KXManagedObjectContext::Ref managedObjectContext, const QString &name,
@@ -69,6 +72,7 @@ public:
     KXCountTable table;
     QHash<QString, Entry> entries;
     QHash<int, QString> identifiers; // by number in the table
+    QHash<int, Entry> conditions; // by number in the table
     qint64 asOf = KXClock::now().toMSecsSinceEpoch();
     KXDelayedCall timer;
     KXNotificationToken token;
@@ -121,10 +125,13 @@ void KXLiveCountsPrivate::ask(Entry &entry)
     entry.dependsOnTime = liveHasDates(entry.own); // most do not, and are asked once
     if (entry.dependsOnTime)
         liveCollectMoving(entry.own, at(asOf + aMoment), aMoment, entry.moving);
-    if (entry.number < 0)
-        entry.number = table.addRule(whole(entry.own));
+    const KXPredicate asked = !entry.isCondition ? whole(entry.own)
+        : entry.own                              ? entry.own
+                                                 : KXPredicate::truePredicate();
+    if (entry.number >= 0)
+        table.replaceRule(entry.number, asked);
     else
-        table.replaceRule(entry.number, whole(entry.own));
+        entry.number = entry.isCondition ? table.addCondition(asked) : table.addRule(asked);
 }
 
 void KXLiveCountsPrivate::scheduleUpdate()
@@ -140,7 +147,7 @@ void KXLiveCountsPrivate::scheduleUpdate()
 qint64 KXLiveCountsPrivate::nextBoundary()
 {
     qint64 next = std::numeric_limits<qint64>::max();
-    for (const Entry &entry : std::as_const(entries)) {
+    const auto look = [&](const Entry &entry) {
         if (entry.dependsOnTime)
             next = std::min(next, (asOf / liveCountsQuarterHour + 1) * liveCountsQuarterHour);
         for (const KXLiveCountsPrivate::MovingDate &date : entry.moving) {
@@ -149,7 +156,9 @@ qint64 KXLiveCountsPrivate::nextBoundary()
             if (number != KXCountColumn::absent)
                 next = std::min(next, std::max(asOf + 1, asOf + (number + 999) / 1000 - date.milliseconds));
         }
-    }
+    };
+    std::for_each(entries.cbegin(), entries.cend(), look);
+    std::for_each(conditions.cbegin(), conditions.cend(), look);
     return next;
 }
 
@@ -226,6 +235,35 @@ void KXLiveCounts::removeRule(const QString &identifier)
 
 QStringList KXLiveCounts::identifiers() const { return d->entries.keys(); }
 
+KXCountTable &KXLiveCounts::table() const { return d->table; }
+const QList<KXPredicate> &KXLiveCounts::basePredicates() const { return d->base; }
+
+int KXLiveCounts::addCondition(Rule rule)
+{
+    KXLiveCountsPrivate::Entry entry;
+    entry.isCondition = true;
+    entry.rule = std::move(rule);
+    d->ask(entry);
+    const int number = entry.number;
+    d->conditions.insert(number, std::move(entry));
+    d->scheduleUpdate();
+    return number;
+}
+
+void KXLiveCounts::setCondition(int number, Rule rule)
+{
+    KXLiveCountsPrivate::Entry &entry = d->conditions[number];
+    entry.rule = std::move(rule);
+    d->ask(entry);
+    d->scheduleUpdate();
+}
+
+void KXLiveCounts::removeCondition(int number)
+{
+    d->table.removeRule(number);
+    d->conditions.remove(number);
+}
+
 void KXLiveCounts::ruleDidChange(const QString &identifier)
 {
     const auto found = d->entries.find(identifier);
@@ -265,6 +303,10 @@ void KXLiveCounts::advance()
         if (entry.dependsOnTime)
             d->ask(entry);
     }
+    for (KXLiveCountsPrivate::Entry &condition : d->conditions) {
+        if (condition.dependsOnTime)
+            d->ask(condition);
+    }
     update();
 }
 
@@ -284,7 +326,10 @@ bool KXLiveCounts::update(KXError *error)
         KXSetError(error, problem);
     }
     d->scheduleTimer();
+    const QPointer<KXLiveCounts> guard(this);
     d->publish();
+    if (guard)
+        Q_EMIT didUpdate();
     return answered;
 }
 

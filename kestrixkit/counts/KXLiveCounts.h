@@ -10,7 +10,9 @@
 #include <kestrixkit/context/KXManagedObjectContext.h>
 #include <kestrixkit/foundation/KXError.h>
 
+class KXCountTable;
 class KXLiveCountsPrivate;
+class KXWhatIfCountsPrivate;
 
 /// How many objects of an entity fit each of a number of predicates, always right: while objects are edited, imported,
 /// deleted, undone and merged, and while time goes by.
@@ -85,7 +87,18 @@ public:
 Q_SIGNALS:
     /// The counts of these identifiers have become others, or were made for the first time.
     void countsDidChange(const QStringList &identifiers);
+    /// Everything that was due has been counted, whether or not that changed a count. After countsDidChange().
+    void didUpdate();
 
 private:
+    friend class KXWhatIfCountsPrivate;
+    // Rules that are asked about rows instead of being counted, by their numbers in the table. The base predicates do
+    // not hold for them.
+    [[nodiscard]] KXCountTable &table() const;
+    [[nodiscard]] const QList<KXPredicate> &basePredicates() const;
+    int addCondition(Rule rule);
+    void setCondition(int number, Rule rule);
+    void removeCondition(int number);
+
     const std::unique_ptr<KXLiveCountsPrivate> d;
 };

@@ -5,6 +5,50 @@
 
 using namespace Qt::StringLiterals;
 
+namespace {
+
+/// The attributes but for the place.
+QVariantMap filterSetAttributesOf(const KXManagedObject &object)
+{
+    QVariantMap attributes;
+    for (const KXPropertyDescription &property : object.entity()->properties()) {
+        if (property.isAttribute() && property.name() != "position"_L1)
+            attributes.insert(property.name(), object.valueForKey(property.name()));
+    }
+    return attributes;
+}
+
+QList<QVariantMap> filterSetValuesOf(const KXFilter &filter)
+{
+    QList<QVariantMap> values;
+    const auto *const facet = dynamic_cast<const KXFacetFilter *>(&filter);
+    for (const auto &value : facet ? facet->values() : QList<KXRef<KXFacetFilterValue>>())
+        values.append(filterSetAttributesOf(*value));
+    return values;
+}
+
+bool filterSetIsSameFilter(const KXFilter &a, const KXFilter &b)
+{
+    if (a.entity()->name() != b.entity()->name() || filterSetAttributesOf(a) != filterSetAttributesOf(b))
+        return false;
+    // Values stand in no order.
+    QList<QVariantMap> values = filterSetValuesOf(b);
+    for (const QVariantMap &value : filterSetValuesOf(a)) {
+        if (!values.removeOne(value))
+            return false;
+    }
+    return values.isEmpty();
+}
+
+}
+
+bool KXFilterSet::hasSameFiltersAs(const KXFilterSet &other) const
+{
+    const QList<KXRef<KXFilter>> ours = sortedFilters(), theirs = other.sortedFilters();
+    return std::equal(ours.begin(), ours.end(), theirs.begin(), theirs.end(),
+        [](const auto &a, const auto &b) { return filterSetIsSameFilter(*a, *b); });
+}
+
 QList<KXRef<KXFilter>> KXFilterSet::sortedFilters() const
 {
     QList<KXRef<KXFilter>> sorted = filters();

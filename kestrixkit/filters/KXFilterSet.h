@@ -27,6 +27,11 @@ public:
     /// without their order above each other. Empty where the store gives no identifier.
     [[nodiscard]] KXRef<KXFilterSet> duplicateInContext(KXManagedObjectContext &context) const;
 
+    /// Whether both hold the same filters in the same order, attribute by attribute and value by value, whatever the
+    /// numbers of their positions: whether a set that was copied has been changed since. The sets may be of different
+    /// contexts.
+    [[nodiscard]] bool hasSameFiltersAs(const KXFilterSet &other) const;
+
     [[nodiscard]] bool isEditable() const override { return isFolder(); }
     [[nodiscard]] bool canBeParentForItem(const KXSourceListItem *) const override { return isFolder(); }
     [[nodiscard]] QIcon image() const override;

@@ -12,6 +12,7 @@
 #include <kestrixkit/foundation/KXBundle.h>
 #include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/theme/controls/KXBadge.h>
+#include <kestrixkit/theme/controls/KXButtonMatrixView.h>
 #include <kestrixkit/theme/controls/KXHyperlinkButton.h>
 #include <kestrixkit/theme/controls/KXPlaceholderView.h>
 #include <kestrixkit/theme/controls/KXPopoverFrame.h>
@@ -138,8 +139,8 @@ KXInterfaceLoader::KXInterfaceLoader()
 void KXInterfaceLoader::registerControls()
 {
     const auto all = [this]<typename... Widgets>() { (registerWidget<Widgets>(), ...); };
-    all.operator()<KXBadge, KXHyperlinkButton, KXPlaceholderView, KXPopoverFrame, KXSelectionBar, KXStarRating,
-        KXThemeableButton, KXThemeableControl, KXThemeableOutlineView, KXThemeablePopUpButton,
+    all.operator()<KXBadge, KXButtonMatrixView, KXHyperlinkButton, KXPlaceholderView, KXPopoverFrame, KXSelectionBar,
+        KXStarRating, KXThemeableButton, KXThemeableControl, KXThemeableOutlineView, KXThemeablePopUpButton,
         KXThemeableProgressIndicator, KXThemeableScrollView, KXThemeableSegmentedControl,
         KXThemeableSpinningProgressIndicator, KXThemeableTableView, KXThemeableTextField, KXThemeableView>();
     // Files turn these round by the property "orientation".

@@ -127,8 +127,12 @@ void KXPopoverController::close()
     const QPointer<KXViewController> content(m_content);
     if (content)
         content->popoverWillClose();
-    if (alive && m_frame)
+    if (alive && m_frame) {
+        const bool wasActive = m_frame->isActiveWindow();
         m_frame->hide();
+        if (wasActive && m_anchor) // the keyboard goes on where the popover was opened
+            m_anchor->window()->activateWindow();
+    }
     if (content)
         content->disappear();
     if (content)

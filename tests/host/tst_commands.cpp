@@ -12,6 +12,8 @@
 #include <QTemporaryDir>
 
 #include <Crate.h>
+#include <Library.h>
+#include <Presets.h>
 
 #include "MusicFiles.h"
 #include "support/KXTestProcess.h"
@@ -134,6 +136,47 @@ TEST(Browser, explainsWhyATrackIsInAPreset)
         EXPECT_EQ(answer.status, 2) << mistake.join(u' ').toStdString();
         EXPECT_EQ(answer.errors.trimmed().count('\n'), 0);
     }
+}
+
+TEST(Browser, saysWhatEveryValueWouldMakeOfAPreset)
+{
+    const QTemporaryDir folder;
+    const QString store = folder.filePath(u"library.db"_s);
+    Library::registerEntities();
+    for (const QString &preset : { u"Tempo/124 to 128"_s, u"Without/No Deep House"_s, u"Keys/Around 8"_s }) {
+        const Answer answer = browser({ u"--store"_s, store, u"--what-if"_s, preset });
+        ASSERT_EQ(answer.status, 0) << answer.errors.toStdString();
+        const QJsonObject json = answer.json();
+        EXPECT_EQ(json.value(u"preset"_s), preset);
+        KXError error;
+        const auto coordinator = Library::open(store, &error);
+        ASSERT_TRUE(coordinator) << error.localizedDescription().toStdString();
+        const auto context = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
+        EXPECT_EQ(json.value(u"count"_s).toInt(),
+            Track::countOfUsingPredicate(Presets::predicate(Presets::find(*context, preset)->filterSet()), *context));
+        int differing = 0;
+        QStringList queries;
+        for (const QJsonValue &facet : json.value(u"facets"_s).toArray()) {
+            for (const QJsonValue &value : facet[u"values"_s].toArray()) {
+                for (const auto &[count, query] :
+                    { std::pair(u"added"_s, u"addedQuery"_s), std::pair(u"excluded"_s, u"excludedQuery"_s) }) {
+                    queries.append(value[query].toString());
+                    const auto predicate = KXPredicate::predicateWithText(queries.last(), &error);
+                    ASSERT_EQ(value[count].toInt(-1), Track::countOfUsingPredicate(predicate, *context))
+                        << queries.last().toStdString();
+                    differing += value[count] != json.value(u"count"_s);
+                }
+            }
+        }
+        EXPECT_GT(queries.size(), 100);
+        EXPECT_GT(differing, 50);
+        const QString query = queries[queries.size() / 3];
+        EXPECT_EQ(browser({ u"--store"_s, store, u"--query"_s, query }).json().value(u"count"_s).toInt(),
+            Track::countOfUsingPredicate(KXPredicate::predicateWithText(query), *context));
+    }
+    for (const QStringList &mistake :
+        QList<QStringList> { { u"Nowhere"_s }, { u"Tempo"_s }, { u"Tempo"_s, u"--report"_s } })
+        EXPECT_EQ(browser(QStringList { u"--store"_s, store, u"--what-if"_s } + mistake).status, 2);
 }
 
 TEST(Browser, importsAFolderAndSaysWhatItSkipped)

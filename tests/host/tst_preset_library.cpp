@@ -12,6 +12,7 @@
 #include <kestrixkit/toolkit/KXAnimationGroup.h>
 
 #include <BrowserWindow.h>
+#include <FilterStrip.h>
 #include <PresetLibrary.h>
 #include <Presets.h>
 #include <SourceColumn.h>
@@ -59,10 +60,12 @@ TEST_F(PresetLibraryTest, filtersTheTable)
     window.show();
     auto *const column = window.findChild<SourceColumn *>();
     ASSERT_TRUE(QTest::qWaitFor([&] { return column->library()->selectedItem(); })); // as it was left: all tracks
-    auto *const presets = window.findChild<PresetLibrary *>();
-    QTest::mouseClick(presets->button(), Qt::LeftButton);
+    PresetLibrary *const presets = window.filterStrip()->presets();
+    KXThemeableButton *const button = presets->filterSetPresetsManagerButton();
+    QTest::mouseClick(button, Qt::LeftButton);
     ASSERT_TRUE(presets->isShown());
-    KXFilterSetPresetsViewController &library = *presets->manager()->filterSetPresetsViewController();
+    KXFilterSetPresetsViewController &library
+        = *presets->filterSetPresetsManagerViewController()->filterSetPresetsViewController();
     KXSourceListView &outline = *library.sourceListViewController()->sourceListView();
     const auto select = [&](const KXRef<KXFilterSetPreset> &preset) {
         const auto own = window.context()->objectWithID(preset->objectID());
@@ -81,16 +84,17 @@ TEST_F(PresetLibraryTest, filtersTheTable)
     clickTwice(select(two));
     EXPECT_FALSE(presets->isShown());
     EXPECT_TRUE(rows(8)) << window.model()->rowCount();
-    const auto shownBeside = [&] {
-        const KXSourceListItem *item = column->presets()->selectedItem();
-        return column->library()->selectedItem() || !item ? QString() : item->title();
+    const auto loaded = [&] {
+        const auto preset = window.filterStrip()->loadedPreset();
+        return (preset ? preset->title() : QString())
+            + (window.filterStrip()->isChanged() ? u", changed"_s : QString());
     };
-    EXPECT_EQ(shownBeside(), u"g1"_s);
+    EXPECT_EQ(loaded(), u"g1"_s);
 
     // The button closes what it opened.
     for (const bool shows : { true, false, true, false, true }) {
         QTest::qWait(0); // no click follows in the same turn
-        QTest::mouseClick(presets->button(), Qt::LeftButton);
+        QTest::mouseClick(button, Qt::LeftButton);
         EXPECT_EQ(presets->isShown(), shows);
     }
 
@@ -107,12 +111,12 @@ TEST_F(PresetLibraryTest, filtersTheTable)
     QTest::keyClick(details->outlineView(), Qt::Key_Return);
     EXPECT_FALSE(presets->isShown());
     EXPECT_TRUE(rows(4)) << window.model()->rowCount();
-    EXPECT_EQ(shownBeside(), u"g1"_s);
+    EXPECT_EQ(loaded(), u"g1, changed"_s); // with fewer values
     EXPECT_FALSE(window.context()->hasChanges() || window.context()->undoManager()->canUndo());
 
     // Beside a value that is left out stands how many have it; those of no genre do not.
     QTest::qWait(0);
-    presets->button()->click();
+    button->click();
     select(without);
     const auto *const excluding = library.currentDetailsViewController()->outlineView()->model();
     EXPECT_TRUE(QTest::qWaitFor(

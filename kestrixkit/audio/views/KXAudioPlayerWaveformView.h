@@ -23,8 +23,8 @@ public:
     void setPlayerItem(const KXAudioPlayerItemPointer &item);
     /// Its waveform; null: none.
     void setPyramid(std::shared_ptr<const KXWaveformPyramid> pyramid);
-    /// The stems' gains, as they are heard, missing ones 1; `areNearly` where they do not tell all of what is heard, and
-    /// the waveform can only be a guess.
+    /// The stems' gains, as they are heard, missing ones 1; `areNearly` where they do not tell all of what is heard,
+    /// and the waveform can only be a guess.
     void setStemGains(std::vector<float> gains, bool areNearly = false);
     [[nodiscard]] const std::vector<float> &stemGains() const { return m_gains; }
 

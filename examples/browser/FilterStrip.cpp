@@ -1,0 +1,217 @@
+#include "FilterStrip.h"
+
+#include <QAction>
+#include <QBoxLayout>
+#include <QLabel>
+
+#include <kestrixkit/filter_ui/KXFilterSetPresetSaveViewController.h>
+#include <kestrixkit/filter_ui/editors/KXDateFilterViewController.h>
+#include <kestrixkit/filter_ui/editors/KXFilterBarFilterView.h>
+#include <kestrixkit/filter_ui/editors/KXFilterButton.h>
+#include <kestrixkit/filter_ui/editors/KXRangeFilterViewController.h>
+#include <kestrixkit/filters/KXFacetFilter.h>
+#include <kestrixkit/foundation/KXUndoManager.h>
+#include <kestrixkit/theme/KXThemeStyleNames.h>
+#include <kestrixkit/theme/controls/KXThemeableButton.h>
+#include <kestrixkit/theme/controls/KXThemeableView.h>
+
+#include "ChoiceEditor.h"
+#include "FilterTypes.h"
+#include "Presets.h"
+
+using namespace Qt::StringLiterals;
+
+TrackFilters::TrackFilters(KXManagedObjectContext::Ref context, QObject *parent)
+    : KXFilterSetViewController(std::move(context), parent)
+{
+    setAutosaveName(u"browser.save"_s);
+    filterSetManagerViewController()->setAllowedFilterTypeItems(FilterTypes::items());
+    setFilteredEntity(this->context()->persistentStoreCoordinator()->model()->entity(Track::entityName));
+}
+
+void TrackFilters::addFilterOfType(const KXFilterTypeItem &type)
+{
+    KXRef<KXFilter> filter;
+    {
+        const KXUndoGroup group(context()->undoManager(), tr("Add Filter"));
+        filter = FilterTypes::make(*context(), type.tag, m_trackAtHand ? m_trackAtHand() : KXRef<Track>());
+        insertFilter(filter);
+    }
+    context()->save();
+    showFilter(filter);
+}
+
+std::unique_ptr<KXViewController> TrackFilters::filterViewControllerForFilter(const KXRef<KXFilter> &filter)
+{
+    const KXRef<KXManagedObject> object(filter);
+    switch (FilterTypes::editorOf(*filter)) {
+    case FilterTypes::Editor::Range:
+        if (const auto range = KXRangeFilter::cast(object)) {
+            auto editor = std::make_unique<KXRangeFilterViewController>(range);
+            editor->setUnitText(FilterTypes::unitOf(*filter));
+            return editor;
+        }
+        break;
+    case FilterTypes::Editor::Date:
+        if (const auto date = KXDateFilter::cast(object))
+            return std::make_unique<KXDateFilterViewController>(date);
+        break;
+    case FilterTypes::Editor::Choice:
+        if (const auto facet = KXFacetFilter::cast(object))
+            return std::make_unique<ChoiceEditor>(facet);
+        break;
+    case FilterTypes::Editor::Text:
+        if (const auto facet = KXFacetFilter::cast(object))
+            return std::make_unique<TextEditor>(facet);
+        break;
+    }
+    return nullptr;
+}
+
+FilterStrip::FilterStrip(KXManagedObjectContext::Ref context, QWidget *parent)
+    : QWidget(parent)
+    , m_context(std::move(context))
+    , m_places(m_context)
+    , m_filters(std::make_unique<TrackFilters>(m_context, nullptr))
+    , m_presets(std::make_unique<PresetLibrary>(m_context))
+    , m_state(new QLabel)
+    , m_revert(new KXThemeableButton(tr("Revert")))
+{
+    auto *const rows = new QVBoxLayout(this);
+    rows->setContentsMargins(0, 0, 0, 0);
+    rows->setSpacing(0);
+    auto *const top = new KXThemeableView;
+    top->setThemeStyleName(KXToolbarStyles);
+    auto *const line = new QHBoxLayout(top);
+    line->setContentsMargins(0, 0, 6, 0);
+    m_presets->setDelegate(this);
+    m_presets->setFilterSetViewController(m_filters.get());
+    m_presets->setCountsContextIdentifier(QString(Presets::contextIdentifier));
+    line->addWidget(m_presets->view(), 1);
+    m_state->setTextFormat(Qt::PlainText);
+    m_state->setForegroundRole(QPalette::PlaceholderText);
+    line->addWidget(m_state);
+    m_revert->setThemeStyleName(KXButtonStyles);
+    m_revert->setToolTip(tr("Take the filters of the preset again"));
+    m_revert->hide();
+    connect(m_revert, &QPushButton::clicked, this, &FilterStrip::revert);
+    line->addWidget(m_revert);
+    rows->addWidget(top);
+    auto *const bottom = new KXThemeableView;
+    bottom->setThemeStyleName(KXToolbarStyles);
+    auto *const filters = new QHBoxLayout(bottom);
+    filters->setContentsMargins(4, 0, 0, 0);
+    filters->addWidget(m_filters->view());
+    rows->addWidget(bottom);
+    setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
+
+    makeActions();
+    connect(m_filters.get(), &KXFilterSetViewController::filterSetDidChange, this, [this] {
+        showState();
+        Q_EMIT predicateDidChange();
+    });
+    connect(m_filters.get(), &KXFilterSetViewController::didSavePreset, this,
+        [this](const KXRef<KXFilterSetPreset> &preset) {
+            m_places.setPresetOfSet(m_filters->filterSet(), preset);
+            showState();
+        });
+    // The preset may be renamed, changed and deleted.
+    m_changes
+        = KXNotificationCenter::defaultCenter().addObserver(QString(KXManagedObjectContextObjectsDidChangeNotification),
+            m_context.get(), [this](const KXNotification &notification) {
+                const auto *const did = notification.payloadAs<KXObjectsDidChange>();
+                if (!did)
+                    return;
+                for (const auto *list : { &did->inserted, &did->updated, &did->deleted, &did->refreshed }) {
+                    for (const KXRef<KXManagedObject> &object : *list) {
+                        if (KXFilterSetPreset::cast(object) || KXFilterSet::filterSetOfObject(object)) {
+                            showState();
+                            return;
+                        }
+                    }
+                }
+            });
+}
+
+FilterStrip::~FilterStrip()
+{
+    m_changes = {};
+    m_filters->disconnect(this);
+    m_presets.reset();
+    m_filters.reset();
+}
+
+void FilterStrip::makeActions()
+{
+    const auto add = [this](const QString &title, const QKeySequence &keys, auto perform) {
+        auto *const action = new QAction(title, this);
+        action->setShortcut(keys);
+        connect(action, &QAction::triggered, this, perform);
+        m_actions.append(action);
+        return action;
+    };
+    add(tr("&Add Filter…"), QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_F),
+        [this] { m_filters->showFilterSetManager(); });
+    add(tr("&Edit Filters"), QKeySequence(Qt::CTRL | Qt::Key_E), [this] { focusFilters(); });
+    add(tr("&Save Filters as Preset…"), QKeySequence(Qt::CTRL | Qt::Key_S),
+        [this] { m_filters->saveAsPreset(m_filters->saveButton()); });
+    m_revertAction = add(tr("&Revert to Preset"), {}, [this] { revert(); });
+    add(tr("Enable All &Filters"), {}, [this] { m_filters->enableAllFilters(); });
+    add(tr("&Disable All Filters"), {}, [this] { m_filters->disableAllFilters(); });
+    add(tr("&Delete All Filters"), QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Backspace),
+        [this] { m_filters->removeAllFilters(); });
+}
+
+void FilterStrip::focusFilters()
+{
+    const QList<KXFilterBarFilterView *> &views = m_filters->filterBar()->filterViews();
+    if (views.isEmpty())
+        m_filters->addButton()->setFocus(Qt::ShortcutFocusReason);
+    else
+        views.first()->button()->setFocus(Qt::ShortcutFocusReason);
+}
+
+void FilterStrip::setPlace(const QUrl &place)
+{
+    if (place == m_place && m_filters->filterSet())
+        return;
+    m_place = place;
+    m_filters->setFilterSet(m_places.setOfPlace(place));
+}
+
+KXPredicate FilterStrip::predicate() const
+{
+    const KXRef<KXFilterSet> set = m_filters->filterSet();
+    for (const KXRef<KXFilter> &filter : set ? set->filters() : QList<KXRef<KXFilter>>()) {
+        if (filter->enabled() && filter->representedLocalPredicateWithKeyPath())
+            return set->representedLocalPredicateWithKeyPath();
+    }
+    return {};
+}
+
+KXRef<KXFilterSetPreset> FilterStrip::loadedPreset() const
+{
+    return m_filters->filterSet() ? m_places.presetOfSet(*m_filters->filterSet()) : KXRef<KXFilterSetPreset>();
+}
+
+void FilterStrip::showState()
+{
+    const KXRef<KXFilterSetPreset> preset = loadedPreset();
+    m_isChanged = preset && m_places.isChangedSince(*m_filters->filterSet(), *preset);
+    const QString title = preset ? Presets::path(*preset) : QString();
+    m_state->setText(m_isChanged ? tr("%1, changed").arg(title) : title);
+    m_revert->setVisible(m_isChanged);
+    m_revertAction->setEnabled(m_isChanged);
+}
+
+void FilterStrip::revert()
+{
+    if (const KXRef<KXFilterSetPreset> preset = loadedPreset())
+        m_presets->loadPreset(preset);
+}
+
+void FilterStrip::didLoadFilterSet(KXFilterSetPresetsBarViewController &, const KXRef<KXFilterSetPreset> &preset)
+{
+    m_places.adopt(m_place, m_filters->filterSet(), preset);
+    showState();
+}

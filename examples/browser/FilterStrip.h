@@ -1,0 +1,79 @@
+#pragma once
+
+#include <functional>
+
+#include <QWidget>
+
+#include <kestrixkit/filter_ui/editors/KXFilterSetViewController.h>
+
+#include "Library.h"
+#include "PlaceFilters.h"
+#include "PresetLibrary.h"
+
+class QLabel;
+
+/// The filters of tracks, edited: which there are, and with what each is edited.
+class TrackFilters : public KXFilterSetViewController
+{
+    Q_OBJECT
+public:
+    explicit TrackFilters(KXManagedObjectContext::Ref context, QObject *parent);
+
+    /// The track that "like this one" means.
+    void setTrackAtHand(std::function<KXRef<Track>()> track) { m_trackAtHand = std::move(track); }
+    void addFilterOfType(const KXFilterTypeItem &type) override;
+    using KXFilterSetViewController::addFilterOfType;
+    [[nodiscard]] std::unique_ptr<KXViewController> filterViewControllerForFilter(
+        const KXRef<KXFilter> &filter) override;
+
+private:
+    std::function<KXRef<Track>()> m_trackAtHand;
+};
+
+/// The strip above the table: presets as buttons, below them the filters of the place that is shown, and which preset
+/// they come from. Each place keeps its filters.
+class FilterStrip : public QWidget, private KXFilterSetPresetsBarViewControllerDelegate
+{
+    Q_OBJECT
+public:
+    /// The process has its presets manager by then.
+    explicit FilterStrip(KXManagedObjectContext::Ref context, QWidget *parent = nullptr);
+    ~FilterStrip() override;
+
+    [[nodiscard]] TrackFilters *filters() const { return m_filters.get(); }
+    [[nodiscard]] PresetLibrary *presets() const { return m_presets.get(); }
+    /// Shows the filters of that place; an empty one has none.
+    void setPlace(const QUrl &place);
+    /// What the filters ask for; absent where nothing does.
+    [[nodiscard]] KXPredicate predicate() const;
+    /// The preset that the filters were loaded from or saved as; empty for none.
+    [[nodiscard]] KXRef<KXFilterSetPreset> loadedPreset() const;
+    [[nodiscard]] bool isChanged() const { return m_isChanged; }
+    /// Commands for the menu bar.
+    [[nodiscard]] const QList<QAction *> &actions() const { return m_actions; }
+    /// Loads the preset again.
+    void revert();
+
+Q_SIGNALS:
+    /// The tracks to be shown may be others.
+    void predicateDidChange();
+
+private:
+    void didLoadFilterSet(
+        KXFilterSetPresetsBarViewController &controller, const KXRef<KXFilterSetPreset> &preset) override;
+    void makeActions();
+    void showState();
+    void focusFilters();
+
+    const KXManagedObjectContext::Ref m_context;
+    PlaceFilters m_places;
+    QUrl m_place;
+    std::unique_ptr<TrackFilters> m_filters;
+    std::unique_ptr<PresetLibrary> m_presets;
+    QLabel *m_state;
+    KXThemeableButton *m_revert;
+    bool m_isChanged = false;
+    QList<QAction *> m_actions;
+    QAction *m_revertAction;
+    KXNotificationToken m_changes;
+};

@@ -1,0 +1,138 @@
+#include <kestrixkit/filter_ui/presets_bar/KXFilterSetPresetsBarPresetButton.h>
+
+#include <QPainter>
+#include <QStyleOptionButton>
+
+#include <kestrixkit/foundation/KXObserver.h>
+#include <kestrixkit/foundation/KXStringWithFormat.h>
+#include <kestrixkit/theme/KXThemeStyleNames.h>
+#include <kestrixkit/theme/controls/KXBadge.h>
+#include <kestrixkit/theme/controls/KXControlPainter.h>
+#include <kestrixkit/toolkit/KXMenu.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr int barButtonBadgeGap = 5; // in points, before the badge
+constexpr int barButtonArrow = 14; // room for a folder's arrow
+const QColor barBadgeColour(168, 223, 16, 204); // the same in every theme
+
+int barBadgeRoom(const QImage &badge)
+{
+    return badge.isNull() ? 0 : qRound(badge.deviceIndependentSize().width()) + barButtonBadgeGap;
+}
+
+}
+
+QSize KXFilterSetPresetsBarButtonCell::sizeHint(const QStyleOptionButton &option) const
+{
+    const int text = qMin(longestTitle, option.fontMetrics.size(Qt::TextShowMnemonic, option.text).width() + 1);
+    const int arrow = option.features & QStyleOptionButton::HasMenu ? barButtonArrow : 0;
+    return { 2 * KXControlPainter::padding + text + barBadgeRoom(m_badgeImage) + arrow,
+        option.fontMetrics.height() + 8 };
+}
+
+void KXFilterSetPresetsBarButtonCell::paintInterior(
+    QPainter &painter, const QStyleOptionButton &option, const QRect &rect) const
+{
+    if (m_badgeImage.isNull()) {
+        KXThemeableButtonCell::paintInterior(painter, option, rect);
+        return;
+    }
+    const int arrow = option.features & QStyleOptionButton::HasMenu ? barButtonArrow : 0;
+    const QSizeF badge = m_badgeImage.deviceIndependentSize();
+    const auto visual = [&](const QRect &part) { return QStyle::visualRect(option.direction, rect, part); };
+    const QRect at(rect.right() + 1 - arrow - int(badge.width()), rect.center().y() - int(badge.height()) / 2 + 1,
+        int(badge.width()), int(badge.height()));
+    painter.setOpacity(option.state & QStyle::State_Enabled ? 1 : 0.5);
+    painter.drawImage(visual(at), m_badgeImage);
+    painter.setOpacity(1);
+    if (arrow > 0) {
+        const QRect room(rect.right() + 5 - arrow, rect.top(), arrow, rect.height());
+        KXControlPainter::chevron(painter, QRectF(visual(room)).center(), 7, 0, textColour(option));
+    }
+    const QRect text(rect.left(), rect.top(), at.left() - barButtonBadgeGap - rect.left() + 1, rect.height());
+    KXControlPainter::text(painter, visual(text), Qt::AlignLeft | Qt::AlignVCenter | Qt::TextShowMnemonic, option.text,
+        textColour(option));
+}
+
+KXFilterSetPresetsBarPresetButton::KXFilterSetPresetsBarPresetButton(
+    const KXRef<KXFilterSetPreset> &preset, QWidget *parent)
+    : KXThemeableButton(new KXFilterSetPresetsBarButtonCell, parent)
+    , m_barCell(static_cast<KXFilterSetPresetsBarButtonCell *>(cell()))
+{
+    m_barCell->setRepresentedObject(preset);
+    setThemeStyleName(KXFilterPresetsBarButtonStyles);
+    setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
+    m_titleObserver
+        = KXObserver::observerFor(preset.get(), u"title"_s, {}, [this](const KXKeyValueChange &) { titleDidChange(); });
+    m_countsObserver = KXObserver::observerFor(
+        preset.get(), u"counts"_s, {}, [this](const KXKeyValueChange &) { countsDidChange(); });
+    titleDidChange();
+}
+
+KXFilterSetPresetsBarPresetButton::~KXFilterSetPresetsBarPresetButton() = default;
+
+QSize KXFilterSetPresetsBarPresetButton::sizeHint() const
+{
+    QStyleOptionButton option;
+    initStyleOption(&option);
+    return m_barCell->sizeHint(option);
+}
+
+void KXFilterSetPresetsBarPresetButton::paintEvent(QPaintEvent *)
+{
+    QStyleOptionButton option;
+    initStyleOption(&option);
+    QPainter painter(this);
+    m_barCell->paint(painter, option);
+}
+
+qint64 KXFilterSetPresetsBarPresetButton::countOf(const KXFilterSetPreset &preset, const QString &identifier)
+{
+    return identifier.isEmpty() ? 0 : preset.counts().value_or(KXCounts()).value(identifier);
+}
+
+qint64 KXFilterSetPresetsBarPresetButton::count() const
+{
+    return filterSetPreset() ? countOf(*filterSetPreset(), m_identifier) : 0;
+}
+
+void KXFilterSetPresetsBarPresetButton::setCountsContextIdentifier(const QString &identifier)
+{
+    m_identifier = identifier;
+    countsDidChange();
+}
+
+void KXFilterSetPresetsBarPresetButton::titleDidChange()
+{
+    QString title = filterSetPreset()->title().simplified();
+    setAccessibleName(m_shownCount > 0 ? KXStringWithFormat("%@, %ld", title, m_shownCount) : title);
+    setText(title.replace(u'&', u"&&"_s));
+    updateGeometry();
+}
+
+void KXFilterSetPresetsBarPresetButton::countsDidChange()
+{
+    const qint64 count = this->count();
+    if (count == m_shownCount)
+        return;
+    const bool looksTheSame = KXBadgeCell::textForCount(count) == KXBadgeCell::textForCount(m_shownCount);
+    m_shownCount = count;
+    if (!looksTheSame)
+        m_barCell->setBadgeImage(KXBadgeCell::image(count, barBadgeColour, Qt::white, devicePixelRatioF()));
+    titleDidChange();
+    update();
+}
+
+KXFilterSetPresetsBarPresetFolderButton::KXFilterSetPresetsBarPresetFolderButton(
+    const KXRef<KXFilterSetPreset> &preset, QWidget *parent)
+    : KXFilterSetPresetsBarPresetButton(preset, parent)
+    , m_menu(new KXMenu(this))
+{
+    setThemeStyleName(KXFilterPresetsBarFolderButtonStyles);
+    m_menu->setToolTipsVisible(true);
+    m_menu->setAccessibleName(preset->title());
+    setMenu(m_menu);
+}

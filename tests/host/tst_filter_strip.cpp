@@ -1,0 +1,348 @@
+// Building filters above the table, keeping them as presets and loading them, by mouse, keys and drags.
+
+#include <QLabel>
+#include <QLineEdit>
+#include <QMenu>
+#include <QMimeData>
+#include <QTest>
+#include <QTimer>
+
+#include <kestrixkit/filter_ui/KXFilterSetPresetSaveViewController.h>
+#include <kestrixkit/filter_ui/KXViewState.h>
+#include <kestrixkit/filter_ui/editors/KXDateFilterViewController.h>
+#include <kestrixkit/filter_ui/editors/KXFilterBarFilterView.h>
+#include <kestrixkit/filter_ui/editors/KXFilterButton.h>
+#include <kestrixkit/filter_ui/editors/KXRangeFilterViewController.h>
+#include <kestrixkit/filter_ui/presets_bar/KXFilterSetPresetsBarPresetButton.h>
+#include <kestrixkit/foundation/KXUndoManager.h>
+#include <kestrixkit/source_list/KXSourceListView.h>
+#include <kestrixkit/theme/controls/KXButtonMatrixView.h>
+#include <kestrixkit/theme/controls/KXThemeableButton.h>
+#include <kestrixkit/theme/controls/KXThemeableTextField.h>
+#include <kestrixkit/toolkit/KXAlert.h>
+#include <kestrixkit/toolkit/KXAnimationGroup.h>
+
+#include <BrowserWindow.h>
+#include <ChoiceEditor.h>
+#include <FilterStrip.h>
+#include <FilterTypes.h>
+#include <Presets.h>
+#include <SourceColumn.h>
+#include <TrackReasons.h>
+#include <TrackTableView.h>
+
+#include "LibraryTest.h"
+#include "support/KXTestPrint.h"
+
+using namespace Qt::StringLiterals;
+
+class FilterStripTest : public LibraryTest
+{
+protected:
+    void SetUp() override
+    {
+        LibraryTest::SetUp();
+        KXAnimationGroup::setAnimationsEnabled(false);
+        for (int i = 0; i < 20; ++i) {
+            const auto track = add(u"t%1"_s.arg(i), 110.0 + i);
+            track->setLocation(QUrl(u"file:///music/t%1.%2"_s.arg(i).arg(i % 2 ? u"FLAC"_s : u"mp3"_s)));
+            track->setRating(i % 6);
+            track->setYear(2000 + i);
+            track->setKeyOrder(2 + i);
+            track->setComment(i % 3 ? u"plain"_s : u"Warm-up (b)"_s);
+            const QString name = u"g%1"_s.arg(i % 3);
+            auto genre = Genre::findFirstUsingPredicate(KXPredicate::predicateWithFormat("name == %@", name), *context);
+            if (!genre)
+                genre = Genre::createInContext(*context);
+            genre->setName(name);
+            track->addToGenres(genre);
+        }
+        Presets::install(*context);
+        save();
+    }
+    void TearDown() override
+    {
+        window.reset();
+        KXAnimationGroup::setAnimationsEnabled(true);
+    }
+    void open()
+    {
+        window = std::make_unique<BrowserWindow>(coordinator);
+        window->resize(1400, 700);
+        window->show();
+        QApplication::setActiveWindow(window.get());
+        ASSERT_TRUE(QTest::qWaitFor([&] { return bool(strip().filters()->filterSet()); }));
+    }
+    FilterStrip &strip() { return *window->filterStrip(); }
+    KXFilterBar &bar() { return *strip().filters()->filterBar(); }
+    KXFilterSetPresetsBar &presetsBar() { return *strip().presets()->filterSetPresetsBar(); }
+    KXFilterButton *button(int index) { return bar().filterViews()[index]->button(); }
+    static QWidget *focus() { return QApplication::focusWidget(); }
+    static void turns()
+    {
+        for (int i = 0; i < 4; ++i)
+            QTest::qWait(0);
+    }
+    /// Adds a filter of the type by clicking on it, and leaves its editor open.
+    template <class Editor> Editor *addFilter(const QString &type)
+    {
+        QTest::mouseClick(strip().filters()->addButton(), Qt::LeftButton);
+        auto *const matrix = strip().filters()->filterSetManagerViewController()->filterTypeSelectionMatrix();
+        for (KXThemeableButton *const one : matrix->buttons()) {
+            if (one->text() == type)
+                QTest::mouseClick(one, Qt::LeftButton);
+        }
+        turns();
+        KXPopoverController *const popover = strip().filters()->filterPopover();
+        return popover ? qobject_cast<Editor *>(popover->contentViewController()) : nullptr;
+    }
+    void addRange(const QString &type, const QString &start, const QString &end)
+    {
+        auto *const editor = addFilter<KXRangeFilterViewController>(type);
+        ASSERT_TRUE(editor);
+        QTest::keyClicks(editor->startValueField(), start);
+        editor->endValueField()->setFocus();
+        QTest::keyClicks(editor->endValueField(), end);
+        QTest::keyClick(editor->endValueField(), Qt::Key_Return);
+        turns();
+    }
+    /// "Tempo Year- Genre": names of the filters, those that are off marked, as the bar has them and the store too.
+    QString filters()
+    {
+        QStringList names;
+        qint64 position = 0;
+        for (const auto &filter : bar().filters()) {
+            names += filter->name().value_or(u"?"_s) + (filter->enabled() ? QString() : u"-"_s);
+            EXPECT_EQ(filter->position(), position++);
+        }
+        return names.join(u' ');
+    }
+    int rows()
+    {
+        turns();
+        const int expected = int(window->context()->countForEntity(
+            QString(Track::entityName), strip().predicate() ? strip().predicate() : KXPredicate::truePredicate()));
+        EXPECT_EQ(window->model()->rowCount(), expected);
+        return window->model()->rowCount();
+    }
+    KXRef<KXFilterSetPreset> preset(const QString &path) { return Presets::find(*window->context(), path); }
+    KXFilterSetPresetSaveViewController &openSave()
+    {
+        QTest::keyClick(window.get(), Qt::Key_S, Qt::ControlModifier);
+        turns();
+        return *strip().filters()->filterSetPresetSaveViewController();
+    }
+    static void select(KXFilterSetPresetSaveViewController &popover, const KXRef<KXFilterSetPreset> &preset)
+    {
+        popover.filterSetPresetsViewController()->sourceListTreeController()->setSelectedObjects({ preset });
+    }
+    /// What the menu that is open shows; picks the item by keys.
+    static QStringList pickInMenu(const QString &item)
+    {
+        QStringList items;
+        auto *const menu = qobject_cast<QMenu *>(QApplication::activePopupWidget());
+        for (QAction *action : menu ? menu->actions() : QList<QAction *>()) {
+            items += action->text();
+            if (action->text().startsWith(item)) {
+                menu->setActiveAction(action);
+                QTest::keyClick(menu, Qt::Key_Return);
+                break;
+            }
+        }
+        return items;
+    }
+
+    std::unique_ptr<BrowserWindow> window;
+};
+
+TEST_F(FilterStripTest, fromTheFirstFilterToThePresetAfterARestart)
+{
+    open();
+    EXPECT_EQ(rows(), 20);
+    // Four filters, each of which filters the table as it is set.
+    addRange(u"Tempo"_s, u"112"_s, u"126"_s);
+    EXPECT_EQ(rows(), 15);
+    addRange(u"Year"_s, u"2004"_s, QString());
+    EXPECT_EQ(rows(), 13);
+    auto *const choice = addFilter<ChoiceEditor>(u"Genre"_s);
+    ASSERT_TRUE(choice);
+    EXPECT_EQ(focus(), choice->searchField());
+    QTest::keyClicks(focus(), u"G1"_s);
+    QTest::keyClick(focus(), Qt::Key_Down);
+    QTest::keyClick(focus(), Qt::Key_Space);
+    EXPECT_EQ(rows(), 5);
+    QTest::keyClick(focus(), Qt::Key_Return);
+    turns();
+    ASSERT_TRUE(addFilter<KXDateFilterViewController>(u"Added"_s));
+    QTest::keyClick(focus(), Qt::Key_Escape);
+    turns();
+    EXPECT_EQ(filters(), u"Tempo Year Genre Added"_s);
+    EXPECT_EQ(rows(), 5);
+
+    // Off and on by its switch; moved by a drag; the middle one removed, and back by undo.
+    QTest::mouseClick(button(2)->enabledSwitch(), Qt::LeftButton);
+    EXPECT_EQ(filters(), u"Tempo Year Genre- Added"_s);
+    EXPECT_EQ(rows(), 13);
+    const std::unique_ptr<QMimeData> dragged(bar().mimeDataForFilterView(*bar().filterViews()[3]));
+    const QPoint place = bar().filterViews()[0]->geometry().center();
+    QDragEnterEvent enter(place, Qt::MoveAction, dragged.get(), Qt::LeftButton, {});
+    QApplication::sendEvent(&bar(), &enter);
+    QDropEvent drop(place, Qt::MoveAction, dragged.get(), Qt::LeftButton, {});
+    QApplication::sendEvent(&bar(), &drop);
+    EXPECT_EQ(filters(), u"Added Tempo Year Genre-"_s);
+    QTest::mouseClick(button(3)->enabledSwitch(), Qt::LeftButton);
+    button(1)->setFocus();
+    QTest::keyClick(button(1), Qt::Key_Delete);
+    EXPECT_EQ(filters(), u"Added Year Genre"_s);
+    EXPECT_EQ(rows(), 6);
+    QTest::keyClick(window.get(), Qt::Key_Z, Qt::ControlModifier);
+    turns();
+    EXPECT_EQ(filters(), u"Added Tempo Year Genre"_s);
+    EXPECT_EQ(rows(), 5);
+
+    // Kept under a name, overwritten, and kept in a folder.
+    KXFilterSetPresetSaveViewController &popover = openSave();
+    popover.nameTextField()->selectAll();
+    QTest::keyClicks(popover.nameTextField(), u"Night"_s);
+    QTest::keyClick(popover.nameTextField(), Qt::Key_Return);
+    turns();
+    const auto night = preset(u"Night"_s);
+    ASSERT_TRUE(night);
+    EXPECT_EQ(strip().loadedPreset(), night);
+    EXPECT_FALSE(strip().isChanged());
+    QTest::mouseClick(button(3)->enabledSwitch(), Qt::LeftButton);
+    turns();
+    EXPECT_TRUE(strip().isChanged());
+    int asked = 0;
+    const auto runner = KXAlert::setRunner([&](const KXAlert &) {
+        ++asked;
+        return KXAlertAnswer { 0 };
+    });
+    openSave();
+    select(popover, night);
+    QTest::mouseClick(popover.saveButton(), Qt::LeftButton);
+    turns();
+    EXPECT_EQ(asked, 1);
+    EXPECT_FALSE(strip().isChanged());
+    EXPECT_EQ(preset(u"Night"_s)->filterSet()->sortedFilters()[3]->enabled(), false);
+    openSave();
+    select(popover,
+        KXFilterSetPreset::findFirstUsingPredicate(
+            KXPredicate::predicateWithFormat("title == %@", u"Keys"_s), *window->context()));
+    popover.nameTextField()->selectAll();
+    QTest::keyClicks(popover.nameTextField(), u"Mine"_s);
+    QTest::mouseClick(popover.saveButton(), Qt::LeftButton);
+    turns();
+    EXPECT_TRUE(preset(u"Keys/Mine"_s));
+
+    // Loaded by a button, by the menu of a folder, by the overflow menu.
+    auto *const four = presetsBar().presetButtonForPreset(preset(u"Four Stars and More"_s).get());
+    const QUrl before = preset(u"Four Stars and More"_s)->filterSetURI();
+    QTest::mouseClick(four, Qt::LeftButton);
+    EXPECT_EQ(filters(), u"Rating"_s);
+    EXPECT_EQ(rows(), 6);
+    EXPECT_EQ(preset(u"Four Stars and More"_s)->filterSetURI(), before);
+    EXPECT_TRUE(preset(u"Four Stars and More"_s)->lastLoaded().isValid());
+    const auto inFolder = [&](const QString &folder, const QString &item) {
+        QStringList items;
+        QTimer::singleShot(0, window.get(), [&] { items = pickInMenu(item); });
+        for (auto *one : presetsBar().presetButtons()) {
+            if (one->filterSetPreset()->title() == folder)
+                QTest::mouseClick(one, Qt::LeftButton); // returns when the menu has closed
+        }
+        return items;
+    };
+    EXPECT_EQ(inFolder(u"Keys"_s, u"Mine"_s).last().left(4), u"Mine"_s);
+    EXPECT_EQ(filters(), u"Added Tempo Year Genre-"_s);
+    EXPECT_EQ(rows(), 13);
+    window->resize(700, 600);
+    turns();
+    ASSERT_TRUE(presetsBar().overflowButton()->isVisible());
+    QTest::mouseClick(presetsBar().overflowButton(), Qt::LeftButton);
+    EXPECT_EQ(pickInMenu(u"Night"_s).last().left(5), u"Night"_s);
+    turns();
+    EXPECT_EQ(strip().loadedPreset()->title(), u"Night"_s);
+
+    // One more change; then all of it is there again.
+    QTest::mouseClick(button(0)->enabledSwitch(), Qt::LeftButton);
+    EXPECT_EQ(filters(), u"Added- Tempo Year Genre-"_s);
+    const int shown = rows();
+    window->close();
+    window.reset();
+    open();
+    EXPECT_EQ(filters(), u"Added- Tempo Year Genre-"_s);
+    EXPECT_EQ(rows(), shown);
+    EXPECT_EQ(strip().loadedPreset()->title(), u"Night"_s);
+    EXPECT_TRUE(strip().isChanged());
+    EXPECT_TRUE(preset(u"Keys/Mine"_s) && preset(u"Night"_s));
+    strip().revert();
+    EXPECT_EQ(filters(), u"Added Tempo Year Genre-"_s);
+    EXPECT_FALSE(strip().isChanged());
+    EXPECT_FALSE(window->context()->undoManager()->canUndo());
+
+    // Another place has its own.
+    window->sources()->library()->selectItem(dynamic_cast<KXViewState *>(
+        window->sources()->library()->treeController()->rootNodes()[1]->representedObject().get()));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return bar().filterViews().isEmpty(); }));
+}
+
+TEST_F(FilterStripTest, everyTypeFiltersWhatItSays)
+{
+    open();
+    struct Case
+    {
+        const char16_t *type, *choice;
+        KXPredicate brute;
+    };
+    const auto format = [](const char *text) { return KXPredicate::predicateWithFormat(text); };
+    const Case cases[] { { u"Genre", u"g2", format("ANY genres.name == \"g2\"") },
+        { u"File Kind", u"FLAC", format("location ENDSWITH \"FLAC\"") }, { u"Key", u"8A", format("keyOrder == 16") } };
+    for (const auto &[type, wanted, brute] : cases) {
+        auto *const editor = addFilter<ChoiceEditor>(QString::fromUtf16(type));
+        ASSERT_TRUE(editor);
+        QTest::keyClicks(editor->searchField(), QString::fromUtf16(wanted));
+        const QModelIndex first = editor->list()->model()->index(0, 0);
+        QTest::mouseClick(editor->list()->viewport(), Qt::LeftButton, {}, editor->list()->visualRect(first).center());
+        EXPECT_EQ(rows(), window->context()->countForEntity(QString(Track::entityName), brute)) << int(type[0]);
+        EXPECT_GT(rows(), 0);
+        // Escape takes it back.
+        QTest::keyClick(editor->list(), Qt::Key_Escape);
+        EXPECT_EQ(rows(), 20);
+        strip().filters()->removeAllFilters();
+    }
+    auto *const text = addFilter<TextEditor>(u"Comment"_s);
+    ASSERT_TRUE(text);
+    QTest::keyClicks(text->field(), u"UP (B"_s);
+    QTest::keyClick(text->field(), Qt::Key_Return);
+    EXPECT_EQ(rows(), 7);
+    strip().filters()->removeAllFilters();
+
+    // Like the track at hand.
+    const auto current = [&] {
+        window->table()->setCurrentIndex(window->model()->index(0, 0));
+        return window->model()->track(0);
+    };
+    rows();
+    const auto tempoTrack = current();
+    ASSERT_TRUE(addFilter<KXRangeFilterViewController>(u"Same Tempo"_s));
+    const double bpm = *tempoTrack->bpm();
+    for (int row = 0; row < rows(); ++row)
+        EXPECT_NEAR(*window->model()->track(row)->bpm(), bpm, bpm * 0.041);
+    QTest::keyClick(focus(), Qt::Key_Return);
+    strip().filters()->removeAllFilters();
+    rows();
+    const auto track = current();
+    ASSERT_TRUE(addFilter<ChoiceEditor>(u"Fitting Key"_s));
+    EXPECT_EQ(KXFacetFilter::cast(KXRef<KXManagedObject>(bar().filters()[0]))->values().size(), 4);
+    QTest::keyClick(focus(), Qt::Key_Return);
+
+    // Why it is there, in words.
+    addRange(u"Year"_s, QString(), u"1999"_s);
+    EXPECT_EQ(rows(), 0);
+    const QString reasons = TrackReasons::text(strip().filters()->filterSet(), *track);
+    EXPECT_TRUE(reasons.contains(u"✓  Key is"_s) && reasons.contains(u"✗  Year is"_s)) << qPrintable(reasons);
+    // Two that exclude each other say so.
+    addRange(u"Year"_s, u"2001"_s, QString());
+    EXPECT_FALSE(bar().filterViews()[1]->problem().isEmpty());
+    EXPECT_TRUE(bar().filterViews()[0]->problem().isEmpty());
+}
