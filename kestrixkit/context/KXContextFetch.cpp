@@ -7,6 +7,7 @@
 #include <QSet>
 
 #include <kestrixkit/context/KXContextFetch_p.h>
+#include <kestrixkit/entity/KXModelPath.h>
 #include <kestrixkit/foundation/KXAbstractOperation.h>
 #include <kestrixkit/foundation/KXException.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
@@ -96,26 +97,9 @@ bool KXContextFetcher::step(const KXEntityDescription &entity, const KXPropertyD
 
 /// Adds the rows of the fetched entity that see an unsaved change somewhere along the path. The path is followed
 /// back from its end in the store; links that are themselves unsaved have made their own ends dirty.
-bool KXContextFetcher::followBack(const KXEntityDescription *from, const QStringList &path, QSet<qint64> &affected)
+bool KXContextFetcher::followBack(const KXModelPath &path, QSet<qint64> &affected)
 {
-    struct Step
-    {
-        const KXEntityDescription *entity;
-        const KXPropertyDescription *property;
-    };
-    QList<Step> steps;
-    const KXEntityDescription *entity = from;
-    for (const QString &key : path) {
-        const KXPropertyDescription *property = nullptr;
-        for (const KXEntityDescription *member : entity->family()) // the key may be a sub-entity's
-            property = property ? property : member->property(key);
-        if (!property)
-            break; // "@count"
-        steps.append({ entity, property });
-        if (!property->isRelationship())
-            break;
-        entity = property->destinationEntity();
-    }
+    const std::vector<KXModelPath::Step> &steps = path.steps();
     QSet<qint64> reached;
     const auto addDeleted = [this, &reached](const KXEntityDescription *root) {
         for (const KXManagedObjectContextPrivate *context : m_lineage) {
@@ -126,9 +110,9 @@ bool KXContextFetcher::followBack(const KXEntityDescription *from, const QString
         }
     };
     // A relationship without inverse does not become dirty when a member is deleted.
-    if (!steps.isEmpty() && steps.last().property->isRelationship() && !steps.last().property->inverse())
-        addDeleted(steps.last().property->destinationEntity()->root());
-    for (qsizetype i = steps.size() - 1; i >= 0; --i) {
+    if (!steps.empty() && steps.back().property->isRelationship() && !steps.back().property->inverse())
+        addDeleted(steps.back().property->destinationEntity()->root());
+    for (size_t i = steps.size(); i-- > 0;) {
         if (!reached.isEmpty()) {
             QSet<qint64> starts;
             if (!step(*steps[i].entity, *steps[i].property, reached, starts))
@@ -162,7 +146,7 @@ bool KXContextFetcher::findAffected()
     for (const KXSortDescriptor &descriptor : m_request.sortDescriptors())
         paths.append(descriptor.key);
     for (const QString &path : paths) {
-        if (!followBack(&m_entity, path.split(u'.'), m_affected))
+        if (!followBack(KXModelPath(m_entity, path), m_affected))
             return false;
     }
     return true;

@@ -29,6 +29,8 @@ private:
     std::vector<Key> m_keys;
 };
 
+class KXModelPath;
+
 /// One fetch or count under way.
 class KXContextFetcher
 {
@@ -53,7 +55,7 @@ public:
 private:
     bool compile();
     bool findAffected();
-    bool followBack(const KXEntityDescription *from, const QStringList &path, QSet<qint64> &affected);
+    bool followBack(const KXModelPath &path, QSet<qint64> &affected);
     void addDirty(const KXEntityDescription *from, const QString &key, QSet<qint64> &dirty) const;
     bool step(const KXEntityDescription &entity, const KXPropertyDescription &relationship, const QSet<qint64> &reached,
         QSet<qint64> &from);

@@ -7,6 +7,7 @@
 #include <QCoreApplication>
 
 #include <kestrixkit/context/KXContextFetch_p.h>
+#include <kestrixkit/entity/KXModelPath.h>
 #include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/foundation/KXMainQueue.h>
 #include <kestrixkit/store/KXStoreChange.h>
@@ -127,21 +128,12 @@ void KXLiveList::prepare()
     for (const KXSortDescriptor &descriptor : m_request.sortDescriptors())
         paths.append(descriptor.key);
     for (const QString &path : paths) {
-        const KXEntityDescription *entity = m_entity;
         bool isDirect = true;
-        for (const QString &key : path.split(u'.')) {
-            const KXPropertyDescription *property = nullptr;
-            for (const KXEntityDescription *member : entity->family()) // the key may be a sub-entity's
-                property = property ? property : member->property(key);
-            if (!property)
-                break; // "@count"
+        for (const KXModelPath::Step &step : KXModelPath(*m_entity, path).steps()) {
             if (std::exchange(isDirect, false))
-                m_directKeys.insert(key);
+                m_directKeys.insert(step.property->name());
             else
-                m_remoteKeys.push_back({ entity->root(), key });
-            if (!property->isRelationship())
-                break;
-            entity = property->destinationEntity();
+                m_remoteKeys.push_back({ step.entity->root(), step.property->name() });
         }
     }
 }

@@ -6,6 +6,7 @@
 #include <bit>
 
 #include <kestrixkit/context/KXManagedObjectContext_p.h>
+#include <kestrixkit/entity/KXModelPath.h>
 #include <kestrixkit/foundation/KXLog.h>
 
 using Object = KXManagedObject;
@@ -181,20 +182,17 @@ void KXCountTable::followRelated(const KXObjectsDidChange &did)
         for (size_t path = 0; path < column.pathCount(); ++path) {
             // At each step of the path the objects of one family; those of which the next key changed matter.
             const QStringList &rest = column.restOfPath(path);
-            const KXEntityDescription *entity = column.property().destinationEntity();
+            const KXEntityDescription &first = *column.property().destinationEntity();
+            const std::vector<KXModelPath::Step> steps = KXModelPath(first, rest).steps();
             QSet<qint64> targets;
-            for (qsizetype step = 0; entity && step <= rest.size(); ++step) {
-                const QString next = rest.value(step);
-                const QSet<qint64> changed = changedObjects(did, *entity, next);
+            for (qsizetype step = 0; step <= qsizetype(steps.size()); ++step) {
+                const KXEntityDescription *entity
+                    = step == 0 ? &first : steps[size_t(step - 1)].property->destinationEntity();
+                const QSet<qint64> changed = entity ? changedObjects(did, *entity, rest.value(step)) : QSet<qint64>();
                 if (step == 0)
                     targets.unite(changed);
                 else if (!changed.isEmpty())
-                    targets.unite(
-                        leadingTo(*column.property().destinationEntity(), rest.first(step), *entity, changed));
-                const KXPropertyDescription *property = nullptr;
-                for (const KXEntityDescription *member : entity->family())
-                    property = property ? property : member->property(next);
-                entity = property && property->isRelationship() ? property->destinationEntity() : nullptr;
+                    targets.unite(leadingTo(first, rest.first(step), *entity, changed));
             }
             if (targets.isEmpty())
                 continue;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include <kestrixkit/entity/KXModelPath.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
 
 using namespace Qt::StringLiterals;
@@ -199,31 +200,15 @@ void KXCountTable::releaseSlots(Rule &rule)
 
 KXCountTable::Place KXCountTable::findPlace(const KXExpression &path)
 {
-    const KXEntityDescription *entity = &m_entity;
-    const KXPropertyDescription *first = nullptr, *last = nullptr;
-    bool isList = false, wasList = false; // with the last key, and without it
-    for (qsizetype i = 0; i < path.keys().size(); ++i) {
-        const QString &key = path.keys()[i];
-        if (i > 0 && key == "@count"_L1 && i == path.keys().size() - 1) {
-            isList = wasList; // what is counted is one value
-            last = nullptr;
-            continue;
-        }
-        const KXPropertyDescription *property = nullptr;
-        for (const KXEntityDescription *member : entity ? entity->family() : QList<const KXEntityDescription *>())
-            property = property ? property : member->property(key);
-        if (!property || !KXCountColumn::canHold(*property))
-            throw KXStringWithFormat(
-                "\"%@\" of \"%@\" is nothing that is counted in memory", path.keyPath(), m_entity.name());
-        first = first ? first : property;
-        last = property;
-        wasList = isList;
-        isList = isList || property->isToMany();
-        entity = property->isRelationship() ? property->destinationEntity() : nullptr;
-    }
-    if (!first)
-        throw KXStringWithFormat("No key path of \"%@\"", m_entity.name());
-    KXCountColumn &column = *m_columns[size_t(columnFor(*first))];
+    const KXModelPath model(m_entity, path.keys());
+    const bool canHold = std::all_of(model.steps().begin(), model.steps().end(),
+        [](const KXModelPath::Step &step) { return !step.isAmbiguous && KXCountColumn::canHold(*step.property); });
+    if (!model.isKnown() || !canHold)
+        throw KXStringWithFormat(
+            "\"%@\" of \"%@\" is nothing that is counted in memory", path.keyPath(), m_entity.name());
+    const bool isList = model.isToMany();
+    const KXPropertyDescription *const last = model.isCount() ? nullptr : model.steps().back().property;
+    KXCountColumn &column = *m_columns[size_t(columnFor(*model.steps().front().property))];
     const int number = column.kind() == KXCountColumn::Kind::Relation ? column.path(path.keys().mid(1), isList) : 0;
     return { &column, number, isList, last };
 }

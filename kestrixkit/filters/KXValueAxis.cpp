@@ -5,6 +5,7 @@
 #include <limits>
 
 #include <kestrixkit/entity/KXEntityDescription.h>
+#include <kestrixkit/entity/KXModelPath.h>
 #include <kestrixkit/predicate/KXTextFolding_p.h>
 
 using namespace Qt::StringLiterals;
@@ -52,13 +53,12 @@ KXValueDomain KXValueDomain::ofKeyPath(const KXEntityDescription *entity, const 
         return { AbsentOnly };
     if (!entity)
         return domain;
+    const KXModelPath path(*entity, keys);
     bool passesObject = false;
-    for (qsizetype i = 0; i < keys.size(); ++i) {
-        const bool isLast = i + 1 == keys.size();
-        if (isLast && keys[i] == "@count"_L1 && domain.isToMany)
-            return { Integers, passesObject, false, 0, std::numeric_limits<qint64>::max() };
-        const KXPropertyDescription *property = entity ? entity->property(keys[i]) : nullptr;
-        if (!property) {
+    for (const KXModelPath::Step &step : path.steps()) {
+        const KXPropertyDescription *property = step.property;
+        const bool isLast = &step == &path.steps().back() && path.isKnown() && !path.isCount();
+        if (step.entity->property(property->name()) != property) { // a sub-entity's
             domain.type = Anything;
             return domain;
         }
@@ -66,12 +66,10 @@ KXValueDomain KXValueDomain::ofKeyPath(const KXEntityDescription *entity, const 
             domain.isToMany = domain.isToMany || property->isToMany();
             if (!property->isToMany() && !isLast)
                 passesObject = true;
-            entity = property->destinationEntity();
             domain.type = Objects;
             domain.canBeAbsent = passesObject || property->isOptional();
             continue;
         }
-        entity = nullptr;
         domain.canBeAbsent = passesObject || property->isOptional();
         const auto integers = [&](qint64 least, qint64 most) {
             domain.type = Integers;
@@ -113,6 +111,10 @@ KXValueDomain KXValueDomain::ofKeyPath(const KXEntityDescription *entity, const 
             break;
         }
     }
+    if (path.isCount())
+        return { Integers, passesObject, false, 0, std::numeric_limits<qint64>::max() };
+    if (!path.isKnown())
+        domain.type = Anything;
     return domain;
 }
 

@@ -2,37 +2,23 @@
 
 #include <algorithm>
 
+#include <kestrixkit/entity/KXModelPath.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
 
 using namespace Qt::StringLiterals;
 
 namespace {
 
-bool sqlPathIsSame(const KXPropertyDescription &a, const KXPropertyDescription &b)
-{
-    if (a.isToMany() != b.isToMany() || a.isTransient() != b.isTransient())
-        return false;
-    return a.isToMany()
-        ? a.joinTable() == b.joinTable() && a.joinSource() == b.joinSource() && a.inverse() == b.inverse()
-        : a.column() == b.column();
-}
-
-/// The property of the entity, or of those of its sub-entities that have one of that name: rows of the others
-/// have no value there.
 const KXPropertyDescription &sqlPathProperty(const KXEntityDescription &entity, const QString &key)
 {
-    const KXPropertyDescription *found = entity.property(key);
-    for (qsizetype i = 0; i < entity.family().size() && (!found || !entity.property(key)); ++i) {
-        const KXPropertyDescription *property = entity.family()[i]->property(key);
-        if (found && property && !sqlPathIsSame(*found, *property)) {
-            throw KXPredicateSQLRefusal { KXPredicateSQL::NotInSQL,
-                KXStringWithFormat("several sub-entities of %@ have a property \"%@\"", entity.name(), key) };
-        }
-        found = found ? found : property;
-    }
-    if (!found)
+    const KXModelPath::Step step = KXModelPath::stepAt(entity, key);
+    if (!step.property)
         throw KXPredicateSQLRefusal { KXPredicateSQL::UnknownKey,
             KXStringWithFormat("%@ has no property \"%@\"", entity.name(), key) };
+    if (step.isAmbiguous)
+        throw KXPredicateSQLRefusal { KXPredicateSQL::NotInSQL,
+            KXStringWithFormat("several sub-entities of %@ have a property \"%@\"", entity.name(), key) };
+    const KXPropertyDescription *const found = step.property;
     if (found->isTransient())
         throw KXPredicateSQLRefusal { KXPredicateSQL::NotInSQL, KXStringWithFormat("\"%@\" is not stored", key) };
     return *found;

@@ -5,6 +5,7 @@
 #include <QLocale>
 
 #include <kestrixkit/context/KXPersistentStoreCoordinator.h>
+#include <kestrixkit/entity/KXModelPath.h>
 #include <kestrixkit/foundation/KXClock.h>
 #include <kestrixkit/foundation/KXDecimal.h>
 #include <kestrixkit/foundation/KXException.h>
@@ -268,16 +269,9 @@ bool KXLiveListModel::setData(const QModelIndex &index, const QVariant &value, i
 /// Of a key path that leads to other objects, what to look for in what the context announces.
 void KXLiveListModel::noteRemote(const QString &keyPath)
 {
-    const QStringList keys = keyPath.split(u'.');
-    const KXEntityDescription *entity = m_entity;
-    for (qsizetype i = 0; i < keys.size() && entity; ++i) {
-        if (i > 0)
-            m_remotes.push_back({ entity->root(), keys[i] });
-        const KXPropertyDescription *property = nullptr;
-        for (const KXEntityDescription *member : entity->family())
-            property = property ? property : member->property(keys[i]);
-        entity = property && property->isRelationship() ? property->destinationEntity() : nullptr;
-    }
+    const std::vector<KXModelPath::Step> steps = KXModelPath(*m_entity, keyPath).steps();
+    for (size_t i = 1; i < steps.size(); ++i)
+        m_remotes.push_back({ steps[i].entity->root(), steps[i].property->name() });
     const KXManagedObjectContext::Ref context = m_context.lock();
     if (m_remotes.empty() || m_changes || !context)
         return;

@@ -5,6 +5,7 @@
 #include <QItemSelectionModel>
 
 #include <kestrixkit/context/KXLiveList.h>
+#include <kestrixkit/entity/KXModelPath.h>
 #include <kestrixkit/foundation/KXException.h>
 #include <kestrixkit/store/KXStoreChange.h>
 
@@ -97,15 +98,10 @@ void KXTreeController::setRequest(const KXManagedObjectContext::Ref &context, co
     m_rootKeys.clear();
     if (context) {
         for (const KXSortDescriptor &descriptor : request.sortDescriptors) {
-            const QStringList path = descriptor.key.split(u'.');
-            m_sortKeys.insert(path.first());
-            const KXEntityDescription *remote = entity;
-            for (const QString &key : path) {
-                const KXPropertyDescription *property = remote->property(key);
-                if (!property || !property->isRelationship())
-                    break;
-                remote = property->destinationEntity();
-                m_remoteRoots.insert(remote->root());
+            m_sortKeys.insert(descriptor.key.section(u'.', 0, 0));
+            for (const KXModelPath::Step &step : KXModelPath(*entity, descriptor.key).steps()) {
+                if (step.property->isRelationship())
+                    m_remoteRoots.insert(step.property->destinationEntity()->root());
             }
         }
         if (!request.sortDescriptors.isEmpty() && request.sortDescriptors.first().ascending) {

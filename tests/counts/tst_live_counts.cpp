@@ -120,3 +120,35 @@ TEST(LiveCounts, equalARecountAfterEveryChange)
         }
     }
 }
+
+TEST(LiveCounts, siblingsThatShareANameAreCountedEachByItsOwn)
+{
+    using Property = KXPropertyDescription;
+    const auto code = Property::attribute(u"code"_s, KXAttributeType::Integer32);
+    const auto model = KXManagedObjectModel::make(
+        { KXEntityDescription(u"Item"_s).add(Property::attribute(u"n"_s, KXAttributeType::Integer32)),
+            KXEntityDescription(u"Clip"_s, u"Item"_s).add(code), KXEntityDescription(u"Song"_s, u"Item"_s).add(code) });
+    const QTemporaryDir folder;
+    const auto context = Context::contextWithPersistentStoreCoordinator(
+        KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(
+            QUrl::fromLocalFile(folder.filePath(u"items"_s)), model));
+    const auto make = [&](const QString &entity, int number) {
+        const auto object = context->managedObjectForEntity(entity);
+        EXPECT_TRUE(object->setValueForKey(u"code"_s, number));
+        return object;
+    };
+    for (const int number : { 1, 1, 2 })
+        make(u"Clip"_s, number);
+    const auto song = make(u"Song"_s, 1);
+    ASSERT_TRUE(context->save());
+    KXLiveCounts counts(context, u"Item"_s);
+    const KXPredicate ones = KXPredicate::predicateWithFormat("code == 1");
+    counts.setRule(u"ones"_s, ones);
+    EXPECT_EQ(context->countForEntity(u"Item"_s, ones), 3);
+    EXPECT_TRUE(counts.update());
+    EXPECT_EQ(counts.count(u"ones"_s), 3);
+    EXPECT_TRUE(song->setValueForKey(u"code"_s, 2));
+    context->processPendingChanges();
+    EXPECT_TRUE(counts.update());
+    EXPECT_EQ(counts.count(u"ones"_s), 2);
+}

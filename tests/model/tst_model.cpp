@@ -4,6 +4,7 @@
 #include <QFile>
 #include <gtest/gtest.h>
 
+#include <kestrixkit/entity/KXModelPath.h>
 #include <kestrixkit/foundation/KXBundle.h>
 #include <kestrixkit/foundation/KXException.h>
 
@@ -182,4 +183,36 @@ TEST(Models, mergeTheCurrentVersionsOfTheBundles)
     }
     EXPECT_FALSE(KXManagedObjectModel::modelWithContentsOfFile(folder.filePath(u"missing.mom"_s), &error));
     EXPECT_TRUE(error.localizedDescription().contains(u"missing.mom"_s));
+}
+
+TEST(ModelPath, followsKeysAsFarAsTheModelKnowsThem)
+{
+    const auto model = Library::model();
+    struct Row
+    {
+        const char *from, *path;
+        size_t steps;
+        bool known, count, toMany;
+        const char *destination;
+    };
+    for (const Row &row : { Row { "Track", "title", 1, true, false, false, nullptr },
+             Row { "Track", "album", 1, true, false, false, "Album" },
+             Row { "Track", "album.tracks.genres", 3, true, false, true, "Genre" },
+             Row { "Track", "genres.@count", 1, true, true, false, nullptr },
+             Row { "Track", "album.tracks.@count", 2, true, true, false, nullptr },
+             Row { "Track", "neighbours.genres.@count", 2, true, true, true, nullptr },
+             Row { "Track", "album.@count", 1, false, false, false, nullptr },
+             Row { "Track", "genres.@count.x", 1, false, false, true, nullptr },
+             Row { "Track", "title.length", 1, false, false, false, nullptr },
+             Row { "Track", "", 0, false, false, false, nullptr },
+             Row { "Track", "no", 0, false, false, false, nullptr },
+             Row { "Person", "studio", 1, true, false, false, nullptr } }) {
+        const KXModelPath path(*model->entity(QLatin1StringView(row.from)), QString::fromLatin1(row.path));
+        EXPECT_EQ(path.steps().size(), row.steps) << row.path;
+        EXPECT_EQ(path.isKnown(), row.known) << row.path;
+        EXPECT_EQ(path.isCount(), row.count) << row.path;
+        EXPECT_EQ(path.isToMany(), row.toMany) << row.path;
+        EXPECT_EQ(path.destination(), row.destination ? model->entity(QLatin1StringView(row.destination)) : nullptr)
+            << row.path;
+    }
 }
