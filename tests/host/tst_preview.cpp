@@ -23,6 +23,7 @@
 
 #include "LibraryTest.h"
 #include "MusicFiles.h"
+#include "OwnDisplay.h"
 
 using namespace Qt::StringLiterals;
 
@@ -285,6 +286,53 @@ TEST_F(PreviewTest, theStripShowsTheCoverAndLevelsAreHeard)
     ASSERT_TRUE(says(u"Playing a.flac"_s));
     EXPECT_TRUE(QTest::qWaitFor([&] { return !cover->isVisibleTo(strip.get()); }, previewPatience));
 }
+
+TEST_F(PreviewTest, DISABLED_onThisDisplay)
+{
+    const AudioSamples sound = makeSound(8000 * 40, 8, 8000);
+    const QString path = writeSound(sound, { "stems", "wav", "wav", "pcm_s16le" }, folder.path());
+    add(u"0 stems"_s)->setLocation(QUrl::fromLocalFile(path));
+    save();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return model->rowCount() == 5; }, previewPatience));
+    KXWaveformLibrary waveforms(folder.filePath(u"library.waves"_s));
+    const auto strip = std::make_unique<PlayerStrip>(preview.get(), &waveforms);
+    strip->setGeometry(100, 500, 1100, 260);
+    preview->setVolume(1);
+    preview->playRow(rowOf(u"0 stems"_s));
+    ASSERT_TRUE(says(u"Playing 0 stems"_s));
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(strip.get()));
+    KXAudioPlayerWaveformView *waveform = strip->waveform();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return waveforms.pyramid(QUrl::fromLocalFile(path)); }, previewPatience));
+    const auto clickAt = [](const QWidget &widget, QPoint point) {
+        const QPoint place = widget.mapToGlobal(point);
+        QProcess hand;
+        startWithFork(hand);
+        hand.start(u"xdotool"_s,
+            { u"mousemove"_s, QString::number(place.x()), QString::number(place.y()), u"click"_s, u"1"_s });
+        ASSERT_TRUE(QTest::qWaitFor([&] { return hand.state() == QProcess::NotRunning; }, previewPatience));
+    };
+    KXMultiTrackAudioPlayer *stems = preview->stems();
+    clickAt(*waveform, waveform->rect().center());
+    ASSERT_TRUE(QTest::qWaitFor([&] { return stems->currentTime() > 19; }, previewPatience)) << "no click came";
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !stems->isSeeking(); }, previewPatience));
+    EXPECT_NEAR(waveform->layer().playerHeadLayer().position.x(), waveform->width() / 2, 3) << "the head is there";
+    const auto frame = size_t(std::llround(stems->currentTime() * 8000));
+    float left[256], right[256];
+    int heard = 0;
+    ASSERT_TRUE(QTest::qWaitFor([&] { return (heard = output->crank(left, right, 256)) > 0; }, previewPatience));
+    const auto &channels = sound.channels;
+    EXPECT_NEAR(left[0], channels[0][frame] + channels[2][frame] + channels[4][frame] + channels[6][frame], 1e-3)
+        << "and so is the sound";
+    const QImage all = waveform->grab().toImage();
+    QPushButton *mute = nullptr;
+    for (QPushButton *each : strip->findChildren<QPushButton *>())
+        mute = each->accessibleName() == u"Mute Stem 1"_s ? each : mute;
+    clickAt(*mute, mute->rect().center());
+    ASSERT_TRUE(QTest::qWaitFor([&] { return stems->isStemMuted(0); }, previewPatience));
+    EXPECT_NE(waveform->grab().toImage(), all) << "the waveform follows in the next frame";
+}
+
+TEST(PreviewPointer, clicksLeadThePlayer) { runOnOwnDisplay(u"PreviewTest.DISABLED_onThisDisplay"_s); }
 
 TEST_F(PreviewTest, aLostDeviceIsTold)
 {
