@@ -173,16 +173,16 @@ TEST_F(FilterBarTest, wrapsByTheWidthsOfItsViews)
     for (const auto *one : bar.filterViews())
         width += one->sizeHint().width();
     bar.resize(width, 48);
-    EXPECT_EQ(bar.height(), 48);
+    EXPECT_EQ(bar.intrinsicHeight(), 48);
     bar.resize(width - 1, 48);
-    EXPECT_EQ(bar.height(), 96);
+    EXPECT_EQ(bar.intrinsicHeight(), 96);
     EXPECT_EQ(view(3)->pos(), QPoint(0, 48));
     bar.setLayoutDirection(Qt::RightToLeft);
     EXPECT_EQ(view(0)->geometry().right(), bar.rect().right());
     // A text that grows pushes the others on.
     bar.setLayoutDirection(Qt::LeftToRight);
     bar.resize(2 * width, 48);
-    EXPECT_EQ(bar.height(), 48);
+    EXPECT_EQ(bar.intrinsicHeight(), 48);
     bar.filters()[0]->setLabel(QString(200, u'x'));
     QTest::qWait(0);
     EXPECT_EQ(view(1)->x(), view(0)->sizeHint().width());

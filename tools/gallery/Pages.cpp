@@ -325,6 +325,8 @@ const QList<Page> &pages()
         { u"table"_s, tablePage },
         { u"source-list"_s, sourceListPage },
         { u"presets"_s, presetsPage },
+        { u"filters"_s, filtersPage },
+        { u"filter-dates"_s, filterDatesPage },
     };
     return all;
 }
