@@ -25,6 +25,8 @@ QWidget *messagesPage(const Texts &text);
 QWidget *preferencesPage(const Texts &text);
 /// The presets library.
 QWidget *presetsPage(const Texts &text);
+/// Editors of filters with what-if counts.
+QWidget *filterEditorsPage(const Texts &text);
 
 // Pages of views outside of the controls, in files of their own.
 QWidget *toolkitPage(const Texts &text);
