@@ -62,8 +62,8 @@ public:
     }
     ~SongShelf() override { m_editors.clear(); }
 
-    /// With one value asked for, and perhaps two kept out, which keeps nothing out.
-    QWidget *facet(bool hasExclusions)
+    /// With nothing chosen; or with one value asked for and two kept out, which keeps nothing out.
+    QWidget *facet(bool hasChoices)
     {
         const auto filter = KXFacetFilter::createInContext(*m_context);
         filter->setName(m_text("Genre"));
@@ -75,18 +75,16 @@ public:
         for (const char *genre : genres)
             offers.append({ m_text(genre), m_text(genre) });
         editor->setOffers(offers);
-        editor->setState(offers[0].value, KXFacetFilterViewController::State::Included);
-        for (int i = 1; i < 3 && hasExclusions; ++i)
-            editor->setState(offers[i].value, KXFacetFilterViewController::State::Excluded);
+        using State = KXFacetFilterViewController::State;
+        for (int i = 0; i < 3 && hasChoices; ++i)
+            editor->setState(offers[i].value, i == 0 ? State::Included : State::Excluded);
         editor->setWhatIfCounts(&m_counts);
         editor->setFilteredEntity(m_context->persistentStoreCoordinator()->model()->entity(GallerySong::entityName));
         QWidget *const view = editor->view();
-        editor->searchField()->setProperty(focusProperty, !hasExclusions);
-        editor->valuesView()->setProperty(focusProperty, hasExclusions);
+        editor->searchField()->setProperty(focusProperty, !hasChoices);
+        editor->valuesView()->setProperty(focusProperty, hasChoices);
         editor->valuesView()->setCurrentIndex(editor->valuesModel()->index(1));
         view->setFixedSize(300, 360);
-        if (!hasExclusions)
-            m_counts.update();
         m_editors.push_back(std::move(editor));
         return view;
     }

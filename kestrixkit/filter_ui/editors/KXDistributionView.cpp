@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <mutex>
 
 #include <QAccessible>
+#include <QAccessibleWidget>
 #include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPainter>
@@ -31,11 +33,33 @@ double distributionStep(double span, int most)
     return 10 * power;
 }
 
+/// Moved like a slider; its value is what lies within the bounds.
+class DistributionAccessible : public QAccessibleWidget
+{
+public:
+    explicit DistributionAccessible(KXDistributionView *view)
+        : QAccessibleWidget(view, QAccessible::Slider)
+    {
+    }
+    QString text(QAccessible::Text kind) const override
+    {
+        return kind == QAccessible::Value ? widget()->accessibleDescription() : QAccessibleWidget::text(kind);
+    }
+};
+
+QAccessibleInterface *distributionInterface(const QString &, QObject *object)
+{
+    auto *const view = qobject_cast<KXDistributionView *>(object);
+    return view ? new DistributionAccessible(view) : nullptr;
+}
+
 }
 
 KXDistributionView::KXDistributionView(QWidget *parent)
     : QWidget(parent)
 {
+    static std::once_flag once;
+    std::call_once(once, [] { QAccessible::installFactory(distributionInterface); });
     setFocusPolicy(Qt::StrongFocus);
     setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
     setAccessibleName(KXLocalizedString("Distribution"));

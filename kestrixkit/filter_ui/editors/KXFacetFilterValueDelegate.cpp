@@ -13,6 +13,7 @@ namespace {
 constexpr int facetMarkWidth = 22; // before the title
 constexpr int facetExclusionWidth = 26; // at the row's end
 constexpr int facetGap = 8;
+constexpr int facetSlack = 4; // beside a count, which must not be cut
 
 /// A check mark or a bar, in the middle of the rectangle.
 void facetPaintMark(QPainter &painter, const QRect &rect, bool isCheck, const QColor &colour)
@@ -66,7 +67,7 @@ void KXFacetFilterValueDelegate::paint(
     const QVariant added = index.data(KXFacetFilterValuesModel::AddedRole);
     if (added.isValid()) {
         const QString count = KXClock::locale().toString(cell.count);
-        const int width = option.fontMetrics.horizontalAdvance(count);
+        const int width = painter->fontMetrics().horizontalAdvance(count) + facetSlack;
         KXControlPainter::text(*painter, place(right - width, width), Qt::AlignRight | Qt::AlignVCenter, count, pale);
         right -= width + facetGap;
     }
