@@ -53,9 +53,11 @@ void KXCountTable::followObjects(const KXObjectsDidChange &did)
                 continue;
             columns.clear();
             const auto keys = did.changedKeys.constFind(object.get());
-            for (size_t i = 0; i < m_columns.size() && keys != did.changedKeys.constEnd(); ++i) {
-                if (keys->contains(m_columns[i]->property().name()))
-                    columns.push_back(i);
+            if (keys == did.changedKeys.constEnd())
+                continue;
+            for (const QString &key : *keys) {
+                if (const auto column = m_columnsByName.constFind(key); column != m_columnsByName.constEnd())
+                    columns.push_back(*column);
             }
             if (columns.empty())
                 continue;

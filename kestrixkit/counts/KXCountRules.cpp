@@ -228,13 +228,12 @@ std::optional<KXCountTable::Place> KXCountTable::place(const QString &keyPath, Q
 
 int KXCountTable::columnFor(const KXPropertyDescription &property)
 {
-    for (size_t i = 0; i < m_columns.size(); ++i) {
-        if (m_columns[i]->property().name() == property.name())
-            return int(i);
-    }
+    if (const auto known = m_columnsByName.constFind(property.name()); known != m_columnsByName.constEnd())
+        return int(*known);
     auto column = std::make_unique<KXCountColumn>(property);
     column->resize(m_room);
     column->setResolver([this, &property](const std::vector<qint64> &keys) { return objects(property, keys); });
+    m_columnsByName.insert(property.name(), m_columns.size());
     m_columns.push_back(std::move(column));
     m_isRead.push_back(false);
     m_isDirty.push_back(true);

@@ -198,6 +198,7 @@ private:
     KXManagedObjectContext &m_context;
     const KXEntityDescription &m_entity;
     std::vector<std::unique_ptr<KXCountColumn>> m_columns;
+    QHash<QString, size_t> m_columnsByName;
     std::vector<bool> m_isRead; // by column
     std::vector<bool> m_isDirty; // by column: conditions changed since its rows of bits were made
     std::vector<qint64> m_keys; // by row; those up to m_sorted ascend

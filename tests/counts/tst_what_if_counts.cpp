@@ -151,7 +151,7 @@ TEST(WhatIfCounts, equalCountingWithTheValuePutInAfterEveryChange)
 {
     KXTestRandom random;
     const KXClockPin pin(QDateTime(QDate(2024, 3, 30), QTime(22, 0), Qt::UTC));
-    for (int walk = 0; walk < KXTestRandom::scaled(300); ++walk) {
+    for (int walk = 0; walk < KXTestRandom::scaled(200); ++walk) {
         Changing world(random);
         Searching search(world);
         search.base

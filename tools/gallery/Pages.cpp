@@ -327,6 +327,7 @@ const QList<Page> &pages()
         { u"presets"_s, presetsPage },
         { u"filters"_s, filtersPage },
         { u"filter-dates"_s, filterDatesPage },
+        { u"filter-editors"_s, filterEditorsPage },
     };
     return all;
 }
