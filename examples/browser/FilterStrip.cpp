@@ -116,21 +116,16 @@ FilterStrip::FilterStrip(KXManagedObjectContext::Ref context, QWidget *parent)
             showState();
         });
     // The preset may be renamed, changed and deleted.
-    m_changes
-        = KXNotificationCenter::defaultCenter().addObserver(QString(KXManagedObjectContextObjectsDidChangeNotification),
-            m_context.get(), [this](const KXNotification &notification) {
-                const auto *const did = notification.payloadAs<KXObjectsDidChange>();
-                if (!did)
+    m_changes = KXManagedObjectContext::onChange(m_context.get(), [this](const KXObjectsDidChange &did) {
+        for (const auto *list : { &did.inserted, &did.updated, &did.deleted, &did.refreshed }) {
+            for (const KXRef<KXManagedObject> &object : *list) {
+                if (KXFilterSetPreset::cast(object) || KXFilterSet::filterSetOfObject(object)) {
+                    showState();
                     return;
-                for (const auto *list : { &did->inserted, &did->updated, &did->deleted, &did->refreshed }) {
-                    for (const KXRef<KXManagedObject> &object : *list) {
-                        if (KXFilterSetPreset::cast(object) || KXFilterSet::filterSetOfObject(object)) {
-                            showState();
-                            return;
-                        }
-                    }
                 }
-            });
+            }
+        }
+    });
 }
 
 FilterStrip::~FilterStrip()

@@ -109,12 +109,7 @@ KXLiveList::KXLiveList(
     if (!openWithFirstRows())
         refetch();
     m_observer = observer;
-    m_token
-        = KXNotificationCenter::defaultCenter().addObserver(QString(KXManagedObjectContextObjectsDidChangeNotification),
-            context.get(), [this](const KXNotification &notification) {
-                if (const auto *did = notification.payloadAs<KXObjectsDidChange>())
-                    follow(*did);
-            });
+    m_token = KXManagedObjectContext::onChange(context.get(), [this](const KXObjectsDidChange &did) { follow(did); });
 }
 
 KXLiveList::~KXLiveList() = default;

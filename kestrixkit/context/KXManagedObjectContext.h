@@ -1,6 +1,7 @@
 #pragma once
 
 #include <any>
+#include <functional>
 #include <memory>
 
 #include <QList>
@@ -11,6 +12,7 @@
 #include <kestrixkit/context/KXManagedObject.h>
 #include <kestrixkit/context/KXPersistentStoreCoordinator.h>
 #include <kestrixkit/foundation/KXError.h>
+#include <kestrixkit/foundation/KXNotificationCenter.h>
 #include <kestrixkit/predicate/KXFetchRequest.h>
 
 class KXManagedObjectContextPrivate;
@@ -34,7 +36,7 @@ inline constexpr QLatin1StringView KXManagedObjectContextDidSaveNotification {
 /// unless what changed was saved meanwhile: what an observer changes and saves while it is told is announced when all
 /// have been told of what came before. Then an inserted object is a stored one, and a deleted one has no context any
 /// more, but keeps its identifier. Which list an object is in holds in both cases.
-struct KXObjectsDidChange
+struct KX_CORE_EXPORT KXObjectsDidChange
 {
     QList<KXRef<KXManagedObject>> inserted;
     QList<KXRef<KXManagedObject>> updated;
@@ -45,6 +47,10 @@ struct KXObjectsDidChange
     QHash<const KXManagedObject *, QSet<QString>> changedKeys;
     /// The save that a merge took over; what it says of rows that the context does not hold stands only there.
     std::shared_ptr<const KXStoreChange> merged;
+
+    /// Keys of the objects of the entity's family that came, went, or of which this property changed, those that the
+    /// context does not hold included.
+    [[nodiscard]] QSet<qint64> touched(const KXEntityDescription &entity, const QString &property) const;
 };
 
 /// A working set of stored objects: in it they are created, fetched, changed and saved.
@@ -62,6 +68,11 @@ public:
     ~KXManagedObjectContext();
     KXManagedObjectContext(const KXManagedObjectContext &) = delete;
     KXManagedObjectContext &operator=(const KXManagedObjectContext &) = delete;
+
+    /// Calls the function each time the context announces what changed, on the context's thread, until the token goes.
+    /// An empty token where there is no context.
+    [[nodiscard]] static KXNotificationToken onChange(
+        const KXManagedObjectContext *context, std::function<void(const KXObjectsDidChange &)> function);
 
     // Making and finding contexts.
 

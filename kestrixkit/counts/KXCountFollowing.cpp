@@ -190,7 +190,7 @@ void KXCountTable::followRelated(const KXObjectsDidChange &did)
             for (qsizetype step = 0; step <= qsizetype(steps.size()); ++step) {
                 const KXEntityDescription *entity
                     = step == 0 ? &first : steps[size_t(step - 1)].property->destinationEntity();
-                const QSet<qint64> changed = entity ? changedObjects(did, *entity, rest.value(step)) : QSet<qint64>();
+                const QSet<qint64> changed = entity ? did.touched(*entity, rest.value(step)) : QSet<qint64>();
                 if (step == 0)
                     targets.unite(changed);
                 else if (!changed.isEmpty())
@@ -201,38 +201,6 @@ void KXCountTable::followRelated(const KXObjectsDidChange &did)
             changeSets(i, column.reread(path, targets));
         }
     }
-}
-
-/// Keys of the objects of the entity's family that went or came back, or of which the property changed.
-QSet<qint64> KXCountTable::changedObjects(
-    const KXObjectsDidChange &did, const KXEntityDescription &entity, const QString &key) const
-{
-    QSet<qint64> keys;
-    for (const auto *list : { &did.inserted, &did.deleted }) {
-        for (const KXRef<Object> &object : *list) {
-            if (object->entity()->root() == entity.root())
-                keys.insert(object->objectID().key());
-        }
-    }
-    for (const auto *list : { &did.updated, &did.refreshed }) {
-        for (const KXRef<Object> &object : *list) {
-            if (object->entity()->root() == entity.root() && did.changedKeys.value(object.get()).contains(key))
-                keys.insert(object->objectID().key());
-        }
-    }
-    static const std::vector<KXEntityChange> none;
-    for (const KXEntityChange &change : did.merged ? did.merged->entities() : none) {
-        if (change.entity->root() != entity.root())
-            continue;
-        keys.unite(QSet<qint64>(change.deleted.begin(), change.deleted.end()));
-        keys.unite(QSet<qint64>(change.inserted.begin(), change.inserted.end()));
-        for (const KXRowChange &row : change.updated) {
-            if (std::any_of(row.properties.begin(), row.properties.end(),
-                    [&](const KXPropertyChange &news) { return news.property->name() == key; }))
-                keys.insert(row.key);
-        }
-    }
-    return keys;
 }
 
 /// Keys of the objects from which the path leads to one of those of the keys.

@@ -169,8 +169,6 @@ private:
     void followRelated(const KXObjectsDidChange &did);
     void markForStore(const KXObjectsDidChange &did);
     void setFromChange(size_t row, const KXPropertyChange &change, size_t column);
-    [[nodiscard]] QSet<qint64> changedObjects(
-        const KXObjectsDidChange &did, const KXEntityDescription &entity, const QString &key) const;
     [[nodiscard]] QSet<qint64> leadingTo(const KXEntityDescription &from, const QStringList &path,
         const KXEntityDescription &to, const QSet<qint64> &keys) const;
     void noteEvaluations(const std::vector<size_t> &columns);

@@ -191,15 +191,10 @@ KXLiveCounts::KXLiveCounts(const KXManagedObjectContext::Ref &context, const QSt
 {
     // What happened before is told before: it is read with the rest.
     context->processPendingChanges();
-    d->token
-        = KXNotificationCenter::defaultCenter().addObserver(QString(KXManagedObjectContextObjectsDidChangeNotification),
-            context.get(), [this](const KXNotification &notification) {
-                const auto *did = notification.payloadAs<KXObjectsDidChange>();
-                if (!did)
-                    return;
-                d->table.follow(*did);
-                update();
-            });
+    d->token = KXManagedObjectContext::onChange(context.get(), [this](const KXObjectsDidChange &did) {
+        d->table.follow(did);
+        update();
+    });
 }
 
 KXLiveCounts::~KXLiveCounts() = default;

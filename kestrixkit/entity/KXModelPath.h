@@ -1,5 +1,6 @@
 #pragma once
 
+#include <utility>
 #include <vector>
 
 #include <QStringList>
@@ -35,7 +36,8 @@ public:
     KXModelPath(const KXEntityDescription &entity, const QString &keyPath);
 
     /// As far as the model knows the keys: up to an unknown one, to an attribute, or to a final "@count".
-    [[nodiscard]] const std::vector<Step> &steps() const { return m_steps; }
+    [[nodiscard]] const std::vector<Step> &steps() const & { return m_steps; }
+    [[nodiscard]] std::vector<Step> steps() && { return std::move(m_steps); } // of a path that goes at once
     /// Whether the steps are all of the path, but for a final "@count" of members.
     [[nodiscard]] bool isKnown() const { return m_isKnown; }
     /// Whether it ends in the number of an object's members.

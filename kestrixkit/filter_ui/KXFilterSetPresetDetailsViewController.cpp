@@ -58,12 +58,7 @@ KXFilterSetPresetDetailsViewController::KXFilterSetPresetDetailsViewController(
     const KXManagedObjectContext *const context = m_preset ? m_preset->managedObjectContext() : nullptr;
     m_saves = KXNotificationCenter::defaultCenter().addObserver(QString(KXManagedObjectContextDidSaveNotification),
         context, [this](const KXNotification &notification) { managedObjectContextDidSave(notification); });
-    m_changes
-        = KXNotificationCenter::defaultCenter().addObserver(QString(KXManagedObjectContextObjectsDidChangeNotification),
-            context, [this](const KXNotification &notification) {
-                if (const auto *did = notification.payloadAs<KXObjectsDidChange>())
-                    follow(*did);
-            });
+    m_changes = KXManagedObjectContext::onChange(context, [this](const KXObjectsDidChange &did) { follow(did); });
 }
 
 KXFilterSetPresetDetailsViewController::~KXFilterSetPresetDetailsViewController()

@@ -36,9 +36,8 @@ KXFilterSetPresetsManagerViewController::KXFilterSetPresetsManagerViewController
     connect(m_library->sourceListTreeController(), &KXTreeController::selectionChanged, this,
         &KXFilterSetPresetsManagerViewController::selectionDidChange);
     // An edit may make a preset usable, or of no use any more.
-    m_changes
-        = KXNotificationCenter::defaultCenter().addObserver(QString(KXManagedObjectContextObjectsDidChangeNotification),
-            m_library->context().get(), [this](const KXNotification &) { selectionDidChange(); });
+    m_changes = KXManagedObjectContext::onChange(
+        m_library->context().get(), [this](const KXObjectsDidChange &) { selectionDidChange(); });
 }
 
 QWidget *KXFilterSetPresetsManagerViewController::filterSetPresetsContainerView() const { return m_container; }

@@ -49,9 +49,8 @@ KXFilterSetPresetsViewController::KXFilterSetPresetsViewController(KXManagedObje
     m_sourceList->setDelegate(this);
     connect(m_tree, &KXTreeController::selectionChanged, this, &KXFilterSetPresetsViewController::selectionDidChange);
     // What a preset may, and whether its set is empty, changes without the selection; the tree has followed by then.
-    m_changes
-        = KXNotificationCenter::defaultCenter().addObserver(QString(KXManagedObjectContextObjectsDidChangeNotification),
-            m_context.get(), [this](const KXNotification &) { selectionDidChange(); });
+    m_changes = KXManagedObjectContext::onChange(
+        m_context.get(), [this](const KXObjectsDidChange &) { selectionDidChange(); });
 }
 
 KXFilterSetPresetsViewController::~KXFilterSetPresetsViewController()

@@ -34,12 +34,7 @@ void KXFilterSetWhatIfCounts::setFilterSet(const KXRef<KXFilterSet> &set)
         m_counts.removeFacet(identifier);
     m_spread.clear();
     if (const auto context = set ? set->managedObjectContext() : nullptr) {
-        m_changes = KXNotificationCenter::defaultCenter().addObserver(
-            QString(KXManagedObjectContextObjectsDidChangeNotification), &*context,
-            [this](const KXNotification &notification) {
-                if (const auto *did = notification.payloadAs<KXObjectsDidChange>())
-                    follow(*did);
-            });
+        m_changes = KXManagedObjectContext::onChange(&*context, [this](const KXObjectsDidChange &did) { follow(did); });
     }
     takeOver();
 }

@@ -36,11 +36,8 @@ KXLivePresetCounts::KXLivePresetCounts(KXManagedObjectContext::Ref presetsContex
     , m_presetsContext(std::move(presetsContext))
     , m_place(std::move(place))
     , m_counts(std::make_unique<KXLiveCounts>(m_place.context, m_place.entityName, m_place.basePredicates))
-    , m_changes(KXNotificationCenter::defaultCenter().addObserver(KXManagedObjectContextObjectsDidChangeNotification,
-          m_presetsContext.get(), [this](const KXNotification &notification) {
-              if (const auto *did = notification.payloadAs<KXObjectsDidChange>())
-                  follow(*did);
-          }))
+    , m_changes(KXManagedObjectContext::onChange(
+          m_presetsContext.get(), [this](const KXObjectsDidChange &did) { follow(did); }))
 {
     connect(m_counts.get(), &KXLiveCounts::countsDidChange, this, &KXLivePresetCounts::deliver);
     for (const KXRef<KXManagedObject> &object : KXFilterSetPreset::findAllInContext(*m_presetsContext))

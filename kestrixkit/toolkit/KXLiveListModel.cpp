@@ -275,12 +275,8 @@ void KXLiveListModel::noteRemote(const QString &keyPath)
     const KXManagedObjectContext::Ref context = m_context.lock();
     if (m_remotes.empty() || m_changes || !context)
         return;
-    m_changes
-        = KXNotificationCenter::defaultCenter().addObserver(QString(KXManagedObjectContextObjectsDidChangeNotification),
-            context.get(), [this](const KXNotification &notification) {
-                if (const auto *did = notification.payloadAs<KXObjectsDidChange>())
-                    followRelated(*did);
-            });
+    m_changes = KXManagedObjectContext::onChange(
+        context.get(), [this](const KXObjectsDidChange &did) { followRelated(did); });
 }
 
 void KXLiveListModel::followRelated(const KXObjectsDidChange &did)

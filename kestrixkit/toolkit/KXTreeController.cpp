@@ -115,12 +115,8 @@ void KXTreeController::setRequest(const KXManagedObjectContext::Ref &context, co
         m_rootList = std::make_unique<KXLiveList>(
             context, KXFetchRequest(request.entityName, roots).setSortDescriptors(request.sortDescriptors));
         // After the list's own observer, so that the list is up to date in ours.
-        m_token = KXNotificationCenter::defaultCenter().addObserver(
-            QString(KXManagedObjectContextObjectsDidChangeNotification), context.get(),
-            [this](const KXNotification &notification) {
-                if (const auto *did = notification.payloadAs<KXObjectsDidChange>())
-                    follow(*did);
-            });
+        m_token
+            = KXManagedObjectContext::onChange(context.get(), [this](const KXObjectsDidChange &did) { follow(did); });
         m_rootKeys = m_rootList->keys();
     }
     rearrange();

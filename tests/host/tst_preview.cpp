@@ -302,7 +302,8 @@ TEST_F(PreviewTest, DISABLED_onThisDisplay)
     ASSERT_TRUE(says(u"Playing 0 stems"_s));
     ASSERT_TRUE(QTest::qWaitForWindowExposed(strip.get()));
     KXAudioPlayerWaveformView *waveform = strip->waveform();
-    ASSERT_TRUE(QTest::qWaitFor([&] { return waveforms.pyramid(QUrl::fromLocalFile(path)); }, previewPatience));
+    ASSERT_TRUE(
+        QTest::qWaitFor([&] { return waveforms.pyramid(QUrl::fromLocalFile(path)) != nullptr; }, previewPatience));
     const auto clickAt = [](const QWidget &widget, QPoint point) {
         const QPoint place = widget.mapToGlobal(point);
         QProcess hand;

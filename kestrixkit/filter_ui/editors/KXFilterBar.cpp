@@ -58,12 +58,7 @@ void KXFilterBar::setFilterSet(const KXRef<KXFilterSet> &set)
             setupFilterViews();
     });
     // What is merged and undone comes whole by this.
-    m_changes
-        = KXNotificationCenter::defaultCenter().addObserver(QString(KXManagedObjectContextObjectsDidChangeNotification),
-            context, [this](const KXNotification &notification) {
-                if (const auto *did = notification.payloadAs<KXObjectsDidChange>())
-                    follow(*did);
-            });
+    m_changes = KXManagedObjectContext::onChange(context, [this](const KXObjectsDidChange &did) { follow(did); });
     setupFilterViews();
 }
 

@@ -38,11 +38,7 @@ KXFilterSetViewController::KXFilterSetViewController(KXManagedObjectContext::Ref
 {
     m_typeGrid->setDelegate(this);
     m_changes
-        = KXNotificationCenter::defaultCenter().addObserver(QString(KXManagedObjectContextObjectsDidChangeNotification),
-            m_context.get(), [this](const KXNotification &notification) {
-                if (const auto *did = notification.payloadAs<KXObjectsDidChange>())
-                    follow(*did);
-            });
+        = KXManagedObjectContext::onChange(m_context.get(), [this](const KXObjectsDidChange &did) { follow(did); });
 }
 
 KXFilterSetViewController::~KXFilterSetViewController()

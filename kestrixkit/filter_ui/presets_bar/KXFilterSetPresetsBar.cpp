@@ -62,12 +62,8 @@ void KXFilterSetPresetsBar::setContext(const KXManagedObjectContext::Ref &contex
     const KXFilterSetPresetsManager::Ref manager = KXFilterSetPresetsManager::sharedManager();
     m_context = context;
     m_presetsContext = manager ? manager->context() : nullptr;
-    m_changes
-        = KXNotificationCenter::defaultCenter().addObserver(QString(KXManagedObjectContextObjectsDidChangeNotification),
-            m_presetsContext.get(), [this](const KXNotification &notification) {
-                if (const auto *did = notification.payloadAs<KXObjectsDidChange>())
-                    follow(*did);
-            });
+    m_changes = KXManagedObjectContext::onChange(
+        m_presetsContext.get(), [this](const KXObjectsDidChange &did) { follow(did); });
     setupPresetButtons();
 }
 
