@@ -193,6 +193,19 @@ TEST_F(FilterBarTest, wrapsByTheWidthsOfItsViews)
     EXPECT_EQ(view(2)->sizeHint().width(), view(2)->button()->sizeHint().width() + 10);
 }
 
+TEST_F(FilterBarTest, hundredsOfFiltersAndHugeTexts)
+{
+    for (int i = 0; i < 300; ++i)
+        add(i % 50 ? QString::number(i) : QString(5000, QChar(u'&')) + u'\n');
+    bar.resize(900, 48);
+    EXPECT_EQ(bar.filterViews().size(), 304);
+    EXPECT_GT(bar.intrinsicHeight(), 10 * KXFilterBarFilterViewHeight);
+    for (const auto *one : bar.filterViews())
+        ASSERT_TRUE(one->width() < 400 && one->geometry().bottom() < bar.intrinsicHeight());
+    EXPECT_TRUE(bar.moveFilterView(303, DropPosition::before(0)));
+    EXPECT_EQ(edited->sortedFilters(), bar.filters());
+}
+
 TEST_F(FilterBarTest, dragsReorderWithoutUndo)
 {
     const auto drop = [&](int from, const QPoint &place) {
