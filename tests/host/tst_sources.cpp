@@ -285,8 +285,7 @@ TEST_F(SourcesTest, unavailableAndDeletedPresets)
     endOfTurn();
     // Sets of places have titles, those of presets none.
     const auto countSets = [&] {
-        return KXFilterSet::countOfUsingPredicate(
-            KXPredicate::predicateWithFormat("title == nil"), *window->context());
+        return KXFilterSet::countOfUsingPredicate(KXPredicate::predicateWithFormat("title == nil"), *window->context());
     };
     const qint64 sets = countSets();
     const auto alert = KXAlert::setRunner([&](const KXAlert &asked) {
