@@ -38,8 +38,11 @@ void PlaceFilters::removeForgotten()
     for (const KXRef<KXManagedObject> &object : KXFilterSet::findUsingPredicate(titled, *m_context)) {
         const auto set = KXFilterSet::cast(object);
         const QUrl place = set ? placeOfWorkingSet(*set) : QUrl();
+        if (place.isEmpty())
+            continue;
         const auto of = m_context->objectInstancesFromURIRepresentations({ place });
-        if (!place.isEmpty() && !of.isEmpty() && !placeObjectIsThere(of.first().get()))
+        const bool isEmpty = set->filters().isEmpty() && !presetOfSet(*set);
+        if (isEmpty || (!of.isEmpty() && !placeObjectIsThere(of.first().get())))
             m_context->removeManagedObject(set);
     }
     if (!hadChanges)

@@ -13,7 +13,7 @@
 class PlaceFilters
 {
 public:
-    /// Takes those away whose places have gone.
+    /// Takes those away that are empty, and those whose places have gone.
     explicit PlaceFilters(KXManagedObjectContext::Ref context);
 
     /// Made where there is none yet. Empty where the store takes none.

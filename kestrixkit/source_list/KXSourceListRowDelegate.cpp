@@ -15,10 +15,32 @@ constexpr int sourceListGap = 8; // between image and title
 constexpr int sourceListTitleSpace = 3; // between title and badge, or the row's end
 constexpr int sourceListMargin = 10; // between badge and the row's end
 
+constexpr int sourceListCheckSide = 14;
+
+/// Room for the check box.
+int sourceListCheckRoom(const KXSourceListCell &cell)
+{
+    return cell.isChecked ? sourceListCheckSide + sourceListGap : 0;
+}
+
 /// Where the title begins, for rows that read from left to right.
 int sourceListTitleLeft(const QRect &row, const KXSourceListCell &cell)
 {
-    return row.left() + 2 + (cell.image.isNull() ? 0 : sourceListImageSide + sourceListGap);
+    return row.left() + 2 + sourceListCheckRoom(cell) + (cell.image.isNull() ? 0 : sourceListImageSide + sourceListGap);
+}
+
+void sourceListPaintCheck(QPainter &painter, const QRect &box, bool isChecked, const QColor &colour)
+{
+    painter.save();
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(QPen(colour, 1.2));
+    painter.drawRoundedRect(QRectF(box).adjusted(0.5, 0.5, -0.5, -0.5), 3, 3);
+    if (isChecked) {
+        painter.setPen(QPen(colour, 1.8, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+        const QPointF at = box.topLeft();
+        painter.drawPolyline(QPolygonF { at + QPointF(3.5, 7.5), at + QPointF(6, 10), at + QPointF(10.5, 4.5) });
+    }
+    painter.restore();
 }
 
 void sourceListPaintProgress(QPainter &painter, const QRect &place, const QColor &colour)
@@ -78,9 +100,11 @@ void KXSourceListRowDelegate::paint(
     } else {
         right = row.right() + 1 - sourceListTitleSpace;
     }
+    if (cell.isChecked)
+        sourceListPaintCheck(*painter, checkRect(option, cell), *cell.isChecked, colour);
     if (!cell.image.isNull()) {
-        const QRect image(
-            row.left() + 2, row.center().y() + 1 - sourceListImageSide / 2, sourceListImageSide, sourceListImageSide);
+        const QRect image(row.left() + 2 + sourceListCheckRoom(cell), row.center().y() + 1 - sourceListImageSide / 2,
+            sourceListImageSide, sourceListImageSide);
         KXControlPainter::icon(
             *painter, place(image), cell.image, selected || !cell.isEnabled ? colour : QColor(), option.state);
     }
@@ -89,6 +113,14 @@ void KXSourceListRowDelegate::paint(
         KXControlPainter::text(*painter, place(QRect(left, row.top(), right - left, row.height())),
             Qt::AlignLeft | Qt::AlignVCenter, cell.title, colour);
     painter->restore();
+}
+
+QRect KXSourceListRowDelegate::checkRect(const QStyleOptionViewItem &option, const KXSourceListCell &cell)
+{
+    const QRect row = option.rect;
+    const QRect box(
+        row.left() + 2, row.center().y() + 1 - sourceListCheckSide / 2, sourceListCheckSide, sourceListCheckSide);
+    return cell.isChecked ? QStyle::visualRect(option.direction, row, box) : QRect();
 }
 
 QSize KXSourceListRowDelegate::sizeHint(const QStyleOptionViewItem &option, const QModelIndex &) const

@@ -126,8 +126,30 @@ bool KXSourceListView::editTitle(const QModelIndex &row)
     return edit(row, AllEditTriggers, nullptr);
 }
 
+bool KXSourceListView::isForCheckBox(const QModelIndex &row, const QEvent &event) const
+{
+    const KXSourceListCell cell = cellForRow(row);
+    if (!cell.isChecked)
+        return false;
+    if (event.type() == QEvent::KeyPress)
+        return static_cast<const QKeyEvent &>(event).key() == Qt::Key_Space;
+    if (event.type() != QEvent::MouseButtonPress && event.type() != QEvent::MouseButtonRelease)
+        return false;
+    QStyleOptionViewItem option;
+    initViewItemOption(&option);
+    option.rect = visualRect(row);
+    const auto &mouse = static_cast<const QMouseEvent &>(event);
+    return mouse.button() == Qt::LeftButton
+        && KXSourceListRowDelegate::checkRect(option, cell).adjusted(-3, -3, 3, 3).contains(mouse.position().toPoint());
+}
+
 bool KXSourceListView::edit(const QModelIndex &index, EditTrigger trigger, QEvent *event)
 {
+    if (event && isForCheckBox(index, *event)) {
+        if (event->type() != QEvent::MouseButtonPress)
+            Q_EMIT checkBoxClicked(index);
+        return true;
+    }
     return (trigger == NoEditTriggers || cellForRow(index).isEditable)
         && KXThemeableOutlineView::edit(index, trigger, event);
 }

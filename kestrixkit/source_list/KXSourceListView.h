@@ -111,6 +111,8 @@ public:
 Q_SIGNALS:
     /// A key that stands for deleting was pressed, and the delegate did not deal with it.
     void deletePressed();
+    /// The row's check box was clicked, or Space pressed on the row. What it shows is the model's affair.
+    void checkBoxClicked(const QModelIndex &row);
 
 protected:
     bool event(QEvent *event) override;
@@ -129,6 +131,7 @@ protected:
 private:
     friend class KXSourceListRowDelegate;
     [[nodiscard]] KXSourceListDropTarget validate(const QDropEvent &event, KXSourceListDrop *drop) const;
+    [[nodiscard]] bool isForCheckBox(const QModelIndex &row, const QEvent &event) const;
     void showTarget(const KXSourceListDropTarget &target);
     void paintTarget(QPainter &painter) const;
     [[nodiscard]] QPixmap dragImage(const QModelIndexList &rows) const;

@@ -140,6 +140,10 @@ QVariant KXSourceListViewController::rowData(const KXTreeNode &node, int role)
         const KXSourceListCell cell = cellForNode(node);
         return cell.count > 0 ? KXStringWithFormat("%@, %lld", cell.title, cell.count) : cell.title;
     }
+    case Qt::CheckStateRole: {
+        const KXSourceListCell cell = cellForNode(node);
+        return cell.isChecked ? QVariant(*cell.isChecked ? Qt::Checked : Qt::Unchecked) : QVariant();
+    }
     case Qt::AccessibleDescriptionRole:
         return cellForNode(node).toolTip;
     default:

@@ -173,16 +173,16 @@ TEST_F(FilterBarTest, wrapsByTheWidthsOfItsViews)
     for (const auto *one : bar.filterViews())
         width += one->sizeHint().width();
     bar.resize(width, 48);
-    EXPECT_EQ(bar.height(), 48);
+    EXPECT_EQ(bar.intrinsicHeight(), 48);
     bar.resize(width - 1, 48);
-    EXPECT_EQ(bar.height(), 96);
+    EXPECT_EQ(bar.intrinsicHeight(), 96);
     EXPECT_EQ(view(3)->pos(), QPoint(0, 48));
     bar.setLayoutDirection(Qt::RightToLeft);
     EXPECT_EQ(view(0)->geometry().right(), bar.rect().right());
     // A text that grows pushes the others on.
     bar.setLayoutDirection(Qt::LeftToRight);
     bar.resize(2 * width, 48);
-    EXPECT_EQ(bar.height(), 48);
+    EXPECT_EQ(bar.intrinsicHeight(), 48);
     bar.filters()[0]->setLabel(QString(200, u'x'));
     QTest::qWait(0);
     EXPECT_EQ(view(1)->x(), view(0)->sizeHint().width());
@@ -191,6 +191,19 @@ TEST_F(FilterBarTest, wrapsByTheWidthsOfItsViews)
     bar.filters()[1]->setName(QString(60, u'x'));
     EXPECT_GT(view(1)->sizeHint().width(), view(1)->button()->sizeHint().width() + 10);
     EXPECT_EQ(view(2)->sizeHint().width(), view(2)->button()->sizeHint().width() + 10);
+}
+
+TEST_F(FilterBarTest, hundredsOfFiltersAndHugeTexts)
+{
+    for (int i = 0; i < 300; ++i)
+        add(i % 50 ? QString::number(i) : QString(5000, QChar(u'&')) + u'\n');
+    bar.resize(900, 48);
+    EXPECT_EQ(bar.filterViews().size(), 304);
+    EXPECT_GT(bar.intrinsicHeight(), 10 * KXFilterBarFilterViewHeight);
+    for (const auto *one : bar.filterViews())
+        ASSERT_TRUE(one->width() < 400 && one->geometry().bottom() < bar.intrinsicHeight());
+    EXPECT_TRUE(bar.moveFilterView(303, DropPosition::before(0)));
+    EXPECT_EQ(edited->sortedFilters(), bar.filters());
 }
 
 TEST_F(FilterBarTest, dragsReorderWithoutUndo)

@@ -326,6 +326,8 @@ const QList<Page> &pages()
         { u"source-list"_s, sourceListPage },
         { u"presets"_s, presetsPage },
         { u"filter-editors"_s, filterEditorsPage },
+        { u"filters"_s, filtersPage },
+        { u"filter-dates"_s, filterDatesPage },
     };
     return all;
 }

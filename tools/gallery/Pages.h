@@ -27,6 +27,9 @@ QWidget *preferencesPage(const Texts &text);
 QWidget *presetsPage(const Texts &text);
 /// Editors of filters with what-if counts.
 QWidget *filterEditorsPage(const Texts &text);
+/// The presets bar, the bar of filters and their editors; dates, whose fields are the toolkit's, by themselves.
+QWidget *filtersPage(const Texts &text);
+QWidget *filterDatesPage(const Texts &text);
 
 // Pages of views outside of the controls, in files of their own.
 QWidget *toolkitPage(const Texts &text);

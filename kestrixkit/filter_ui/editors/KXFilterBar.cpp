@@ -24,7 +24,9 @@ KXFilterBar::KXFilterBar(QWidget *parent)
     , m_placeholder(new QLabel(this))
 {
     setAcceptDrops(true);
-    setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
+    QSizePolicy policy(QSizePolicy::Expanding, QSizePolicy::Minimum);
+    policy.setHeightForWidth(true);
+    setSizePolicy(policy);
     setAccessibleName(KXLocalizedString("Filters"));
     m_indicator->setAutoFillBackground(true);
     m_indicator->setBackgroundRole(QPalette::Highlight);
@@ -200,9 +202,9 @@ QList<int> KXFilterBar::widths() const
     return widths;
 }
 
-int KXFilterBar::intrinsicHeight() const
+int KXFilterBar::heightForWidth(int width) const
 {
-    return KXFilterBarLayout::rows(widths(), width()) * KXFilterBarFilterViewHeight;
+    return KXFilterBarLayout::rows(widths(), width) * KXFilterBarFilterViewHeight;
 }
 
 QSize KXFilterBar::sizeHint() const
@@ -210,10 +212,10 @@ QSize KXFilterBar::sizeHint() const
     int width = 0;
     for (const int one : widths())
         width += one;
-    return { qMax(width, 120), intrinsicHeight() };
+    return { qMax(width, 120), KXFilterBarFilterViewHeight };
 }
 
-QSize KXFilterBar::minimumSizeHint() const { return { 60, intrinsicHeight() }; }
+QSize KXFilterBar::minimumSizeHint() const { return { 60, KXFilterBarFilterViewHeight }; }
 
 void KXFilterBar::arrange()
 {
@@ -225,9 +227,9 @@ void KXFilterBar::arrange()
     m_placeholder->setVisible(m_views.isEmpty() && !m_placeholder->text().isEmpty());
     m_placeholder->setGeometry(0, 0, width(), KXFilterBarFilterViewHeight);
     showIndicator();
-    const int wanted = KXFilterBarLayout::rows(widths, width()) * KXFilterBarFilterViewHeight;
-    if (wanted != maximumHeight() || wanted != minimumHeight())
-        setFixedHeight(wanted); // whatever the layout around it makes of hints
+    const int rows = KXFilterBarLayout::rows(widths, width());
+    if (std::exchange(m_rows, rows) != rows)
+        updateGeometry();
 }
 
 /// From filter to filter, each with its switch, whatever the order in which they came.

@@ -77,7 +77,10 @@ public:
     void edit(const QWidget *sender);
     void toggleFilterEnabledState(const QWidget *sender);
 
-    [[nodiscard]] int intrinsicHeight() const;
+    /// Of its rows at the width that it has.
+    [[nodiscard]] int intrinsicHeight() const { return heightForWidth(width()); }
+    [[nodiscard]] bool hasHeightForWidth() const override { return true; }
+    [[nodiscard]] int heightForWidth(int width) const override;
     [[nodiscard]] QSize sizeHint() const override;
     [[nodiscard]] QSize minimumSizeHint() const override;
 
@@ -125,6 +128,7 @@ private:
     KXFilterBarDropPosition m_dropPosition;
     QWidget *m_indicator;
     QLabel *m_placeholder;
+    int m_rows = 1;
     QPoint m_pressPlace;
     QPointer<KXFilterBarFilterView> m_dragged; // while it is; what is merged meanwhile moves it or takes it away
     bool m_isDragging = false;

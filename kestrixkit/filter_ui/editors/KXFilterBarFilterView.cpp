@@ -5,7 +5,7 @@
 
 #include <kestrixkit/filter_ui/editors/KXFilterBar.h>
 #include <kestrixkit/filter_ui/editors/KXFilterButton.h>
-#include <kestrixkit/filters/KXRangeFilter.h>
+#include <kestrixkit/filter_ui/editors/KXRangeFilterViewController.h>
 #include <kestrixkit/foundation/KXObserver.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/theme/KXThemeStyleNames.h>
@@ -45,16 +45,42 @@ KXFilterBarFilterView::KXFilterBarFilterView(KXRef<KXFilter> filter, QWidget *pa
 
 KXFilterBarFilterView::~KXFilterBarFilterView() = default;
 
+namespace {
+
+QString filterViewBound(KXPredicateOperator comparison, const KXDecimal &bound)
+{
+    const char16_t *const signs[] = { u"<", u"≤", u">", u"≥", u"=", u"≠" }; // by code
+    const int code = int(comparison);
+    const QString sign = code >= 0 && code < int(std::size(signs)) ? QString::fromUtf16(signs[code]) : u"?"_s;
+    return KXStringWithFormat("%@ %@", sign, KXRangeFilterViewController::textOfNumber(bound));
+}
+
+/// "112 – 126", "≥ 112", "> 112, < 126"; empty without bounds.
+QString filterViewRange(const KXRangeFilter &range)
+{
+    const auto start = range.startValue(), end = range.endValue();
+    const auto text = [](const KXDecimal &bound) { return KXRangeFilterViewController::textOfNumber(bound); };
+    if (start && end && range.startValueOperatorType() == KXPredicateOperator::GreaterThanOrEqual
+        && range.endValueOperatorType() == KXPredicateOperator::LessThanOrEqual)
+        return KXStringWithFormat("%@ – %@", text(*start), text(*end));
+    QStringList bounds;
+    if (start)
+        bounds.append(filterViewBound(range.startValueOperatorType(), *start));
+    if (end)
+        bounds.append(filterViewBound(range.endValueOperatorType(), *end));
+    return bounds.join(u", "_s);
+}
+
+}
+
 QString KXFilterBarFilterView::textOfFilter(const KXFilter &filter)
 {
-    const QString label = filter.label();
-    if (!label.isEmpty() && label != filter.name().value_or(QString()))
-        return label;
+    if (const auto own = filter.storedLabel(); own && !own->isEmpty())
+        return *own;
     const auto *const range = dynamic_cast<const KXRangeFilter *>(&filter);
-    if (const auto end = range ? range->endValue() : std::nullopt)
-        return KXStringWithFormat(
-            "%@ %@", KXPredicate::stringForOperatorType(int(range->endValueOperatorType())), *end);
-    return KXLocalizedString("Any");
+    const QString text = range ? filterViewRange(*range) : filter.label();
+    const bool isNameAlone = !range && text == filter.name().value_or(QString());
+    return text.isEmpty() || isNameAlone ? KXLocalizedString("Any") : text;
 }
 
 void KXFilterBarFilterView::refresh()

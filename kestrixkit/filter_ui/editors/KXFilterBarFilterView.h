@@ -29,7 +29,8 @@ public:
 
     /// Shows the filter as it is now.
     void refresh();
-    /// What the filter asks for, in few words: its label, or where that is only its name, an end bound alone or "Any".
+    /// What the filter asks for, in few words: the user's own label; else bounds as "112 – 126", dates and values as
+    /// the default label has them; "Any" for a filter that asks for nothing.
     [[nodiscard]] static QString textOfFilter(const KXFilter &filter);
 
     /// As wide as the label where that is wider than the button, else ten points wider than the button.

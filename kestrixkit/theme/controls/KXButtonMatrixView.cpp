@@ -15,6 +15,7 @@ constexpr int matrixSpacing = 4;
 KXButtonMatrixView::KXButtonMatrixView(QWidget *parent)
     : KXThemed<QWidget>(parent)
     , m_buttonStyleName(KXButtonStyles)
+    , m_selectedStyleName(KXDefaultButtonStyles)
 {
     auto *const grid = new QGridLayout(this);
     grid->setContentsMargins(0, 0, 0, 0);
@@ -28,10 +29,12 @@ void KXButtonMatrixView::setItems(const QList<KXButtonMatrixItem> &items, int co
         button->hide();
         button->deleteLater(); // one of its events may have led here
     }
+    auto *const grid = static_cast<QGridLayout *>(layout());
+    grid->setColumnStretch(m_columns, 0);
     m_items = items;
     m_columns = qMax(1, columns);
     m_selected = -1;
-    auto *const grid = static_cast<QGridLayout *>(layout());
+    grid->setColumnStretch(m_columns, 1); // behind the last one
     for (int i = 0; i < m_items.size(); ++i) {
         QString text = m_items[i].title;
         auto *const button = new KXThemeableButton(text.replace(u'&', QStringLiteral("&&")), this);
@@ -57,11 +60,11 @@ void KXButtonMatrixView::setButtonSize(const QSize &size)
     }
 }
 
-void KXButtonMatrixView::setButtonStyleName(const QString &name)
+void KXButtonMatrixView::setButtonStyleNames(const QString &name, const QString &selected)
 {
     m_buttonStyleName = name;
-    for (KXThemeableButton *const button : std::as_const(m_buttons))
-        button->setThemeStyleName(name);
+    m_selectedStyleName = selected;
+    setSelectedIndex(m_selected);
 }
 
 std::optional<KXButtonMatrixItem> KXButtonMatrixView::selectedItem() const
@@ -72,8 +75,10 @@ std::optional<KXButtonMatrixItem> KXButtonMatrixView::selectedItem() const
 void KXButtonMatrixView::setSelectedIndex(int index)
 {
     m_selected = index < m_buttons.size() ? qMax(-1, index) : -1;
-    for (int i = 0; i < m_buttons.size(); ++i)
+    for (int i = 0; i < m_buttons.size(); ++i) {
         m_buttons[i]->setChecked(i == m_selected);
+        m_buttons[i]->setThemeStyleName(i == m_selected ? m_selectedStyleName : m_buttonStyleName);
+    }
     setCurrent(qMax(0, m_selected));
 }
 

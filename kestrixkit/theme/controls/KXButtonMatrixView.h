@@ -32,8 +32,8 @@ public:
     [[nodiscard]] int columns() const { return m_columns; }
     /// Of every button, in points; by their titles unless set. Buttons grow higher where the font needs it.
     void setButtonSize(const QSize &size);
-    /// Of the buttons.
-    void setButtonStyleName(const QString &name);
+    /// Of the buttons, and of the selected one.
+    void setButtonStyleNames(const QString &name, const QString &selected);
 
     [[nodiscard]] const QList<KXThemeableButton *> &buttons() const { return m_buttons; }
     /// -1 for none.
@@ -61,6 +61,7 @@ private:
     QList<KXThemeableButton *> m_buttons;
     QSize m_buttonSize;
     QString m_buttonStyleName;
+    QString m_selectedStyleName;
     int m_columns = 1;
     int m_selected = -1;
 };
