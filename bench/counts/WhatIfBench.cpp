@@ -57,7 +57,7 @@ KXManagedObjectContext::Ref openPieces(const QString &path)
 /// As music has it: of the values of a facet some are common and most are rare.
 const std::vector<hand::Piece> &handPieces()
 {
-    static const std::vector<hand::Piece> made = [] {
+    static const std::vector<hand::Piece> all = [] {
         std::mt19937 random(12);
         std::vector<hand::Piece> made(pieces);
         for (hand::Piece &piece : made) {
@@ -66,20 +66,20 @@ const std::vector<hand::Piece> &handPieces()
         }
         return made;
     }();
-    return made;
+    return all;
 }
 
 /// Three facets with some values asked for: about one track in twenty is found.
 const hand::FacetSearch &handSearch()
 {
     static const hand::FacetSearch search = [] {
-        hand::FacetSearch search;
+        hand::FacetSearch made;
         for (const int facet : { 1, 4, 9 }) {
-            search.isChosen[size_t(facet)] = true;
+            made.isChosen[size_t(facet)] = true;
             for (int value = facet; value < facet + 10; ++value)
-                search.included[size_t(facet)][size_t(value)] = true;
+                made.included[size_t(facet)][size_t(value)] = true;
         }
-        return search;
+        return made;
     }();
     return search;
 }
