@@ -28,6 +28,7 @@
 #include "Crate.h"
 #include "Presets.h"
 #include "Report.h"
+#include "SearchCommand.h"
 #include "Settings.h"
 #include "TrackTableView.h"
 
@@ -52,9 +53,10 @@ struct Arguments
     KXPredicate query;
     bool hasQuery = false;
     bool report = false;
+    std::optional<QString> search;
     QString explainedPreset;
     std::string explainedFile; ///< empty: nothing is to be explained
-    [[nodiscard]] bool needsWindow() const { return !report && !hasQuery && explainedFile.empty(); }
+    [[nodiscard]] bool needsWindow() const { return !report && !hasQuery && !search && explainedFile.empty(); }
 };
 
 std::atomic<bool> interrupted = false;
@@ -161,9 +163,11 @@ Arguments readArguments(int argc, char **argv)
     const QCommandLineOption query(u"query"_s,
         u"No window: import, print the number of tracks that match as JSON. For instance: bpm >= 120 AND ANY genres.name == \"House\""_s,
         u"FORMAT"_s);
+    const QCommandLineOption search(u"search"_s,
+        u"No window: import, print what a search for the text finds, with counts by group, as JSON."_s, u"TEXT"_s);
     const QCommandLineOption screenshot(
         u"screenshot"_s, u"Import, draw the window into a PNG file and exit."_s, u"FILE"_s);
-    parser.addOptions({ music, store, report, query, explain, screenshot });
+    parser.addOptions({ music, store, report, query, explain, search, screenshot });
     parser.addPositionalArgument(u"FILE"_s, u"With --explain: a music file of the library."_s, u"[FILE]"_s);
     parser.addHelpOption();
     if (!parser.parse(QCoreApplication::arguments()))
@@ -177,11 +181,15 @@ Arguments readArguments(int argc, char **argv)
         throw Ending { WrongInput, u"--explain: a preset and a file are needed"_s };
     if (files.size() > parser.isSet(explain))
         throw Ending { WrongInput, u"unexpected argument: %1"_s.arg(files.constLast()) };
-    if (parser.isSet(report) + parser.isSet(query) + parser.isSet(explain) + parser.isSet(screenshot) > 1)
-        throw Ending { WrongInput, u"--report, --query, --explain and --screenshot exclude each other"_s };
+    if (parser.isSet(report) + parser.isSet(query) + parser.isSet(explain) + parser.isSet(search)
+            + parser.isSet(screenshot)
+        > 1)
+        throw Ending { WrongInput, u"--report, --query, --explain, --search and --screenshot exclude each other"_s };
 
     Arguments arguments;
     arguments.report = parser.isSet(report);
+    if (parser.isSet(search))
+        arguments.search = parser.value(search);
     if (parser.isSet(explain)) {
         std::error_code error;
         const std::string named = rawArgument(argc, argv, files.constFirst());
@@ -293,6 +301,7 @@ void printAnswer(const Arguments &arguments, const KXPersistentStoreCoordinator:
         throw Ending { Failed, error.localizedDescription() };
     const QJsonObject answer = arguments.report ? Report::ofLibrary(*context, result, folder, arguments.store)
         : arguments.hasQuery                    ? Report::ofQuery(*context, arguments.query, &error)
+        : arguments.search                      ? SearchCommand::answer(context, *arguments.search, &error)
                                                 : explanation(*context, arguments);
     if (error)
         throw Ending { Failed, error.localizedDescription() };
@@ -359,11 +368,12 @@ int main(int argc, char **argv)
     QCoreApplication::setApplicationName(u"browser"_s);
     // Questions are answered on machines without a display too.
     const bool windowless = wasGiven(argc, argv, "--report") || wasGiven(argc, argv, "--query")
-        || wasGiven(argc, argv, "--explain") || wasGiven(argc, argv, "--help");
+        || wasGiven(argc, argv, "--explain") || wasGiven(argc, argv, "--search") || wasGiven(argc, argv, "--help");
     if (!windowless && !hasDisplay()) {
         if (!wasGiven(argc, argv, "--screenshot")) {
             std::fputs(
-                "browser: there is no display for the window; --screenshot, --report and --query need none\n", stderr);
+                "browser: there is no display for the window; --screenshot, --report, --query and --search need none\n",
+                stderr);
             return WrongInput;
         }
         qputenv("QT_QPA_PLATFORM", "offscreen");
