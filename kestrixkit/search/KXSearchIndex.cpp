@@ -425,11 +425,3 @@ KXSearchIndex::Figures KXSearchIndex::figures() const
     }
     return figures;
 }
-
-QList<std::pair<qsizetype, qsizetype>> KXSearchMatches(const QString &text, const QString &term)
-{
-    QList<std::pair<qsizetype, qsizetype>> matches;
-    for (const KXSearchWords::Range &range : KXSearchWords::matches(text, term))
-        matches.append({ range.from, range.length });
-    return matches;
-}

@@ -113,8 +113,3 @@ Q_SIGNALS:
 private:
     const std::unique_ptr<KXSearchIndexPrivate> d;
 };
-
-/// Where in a text, in its characters, what a term looks for stands: beginnings and lengths, in order, for views that
-/// set it off.
-[[nodiscard]] KX_CORE_EXPORT QList<std::pair<qsizetype, qsizetype>> KXSearchMatches(
-    const QString &text, const QString &term);

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <kestrixkit/search/KXSearchIndex.h>
+#include <kestrixkit/search/KXSearchMatches.h>
 #include <kestrixkit/search/KXSearchWords_p.h>
 
 #include "support/KXTestPrint.h"
