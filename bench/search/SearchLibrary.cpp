@@ -1,10 +1,13 @@
 #include "search/SearchLibrary.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
+#include <map>
 
 #include <QDir>
 #include <QFile>
+#include <QSet>
 
 #include <kestrixkit/context/KXManagedObjectOf.h>
 
@@ -293,7 +296,7 @@ void SearchLibrary::prepare()
     if (QFile::exists(done))
         return;
     QDir(searchFolder()).removeRecursively();
-    open(storePath());
+    (void)open(storePath());
     fillStore(storePath());
     {
         const auto context = open(storePath());

@@ -20,6 +20,7 @@ class Preview;
 class QLabel;
 class QProgressBar;
 class QPushButton;
+class SearchPopover;
 class SourceColumn;
 class TrackTableView;
 class WaveformMaker;
@@ -45,6 +46,7 @@ public:
     [[nodiscard]] Preview *preview() const { return m_preview; }
     [[nodiscard]] PlayerStrip *strip() const { return m_strip; }
     [[nodiscard]] SourceColumn *sources() const { return m_sources; }
+    [[nodiscard]] SearchPopover *search() const { return m_search; }
     [[nodiscard]] const KXManagedObjectContext::Ref &context() const { return m_context; }
 
 Q_SIGNALS:
@@ -64,6 +66,10 @@ private:
     void editComment();
     void renameGenre();
     void showPicked(const KXRef<KXFilterSetPreset> &preset, const KXPredicate &predicate, const QString &title);
+    /// Opens the place where it lies, with its row selected.
+    void showFound(const KXManagedObjectID &found);
+    bool showTrack(const KXManagedObjectID &track);
+    void playFound(const KXManagedObjectID &found);
     void showPreset(const KXPredicate &predicate, const QString &title, const QString &emptyText = {});
     [[nodiscard]] QList<KXRef<Track>> selectedTracks() const;
     /// Of the current track, in the order of their names.
@@ -79,6 +85,7 @@ private:
     TrackTableView *m_table;
     SourceColumn *m_sources;
     PresetLibrary *m_presetLibrary;
+    SearchPopover *m_search;
     QString m_emptyReason; // why the table is empty, where it is
     QList<QAction *> m_ratingActions; // by stars
     QList<QAction *> m_undoActions; // undo, redo
