@@ -268,6 +268,30 @@ void KXSearchIndexPrivate::settle(bool all)
     }
 }
 
+/// Brings what the paths of the objects reach into memory, each step at once.
+void KXSearchIndexPrivate::fetchPaths(const QList<KXRef<KXManagedObject>> &objects, const KXSearchPlan::Group &group)
+{
+    KXManagedObjectContextPrivate &working = context->d();
+    for (const KXSearchPath &path : group.texts) {
+        QList<KXRef<Object>> level = objects;
+        for (const KXPropertyDescription *step : path.steps) {
+            std::vector<qint64> keys;
+            for (const KXRef<Object> &object : std::as_const(level)) {
+                const std::vector<qint64> next = working.keysOf(object.get(), *step);
+                keys.insert(keys.end(), next.begin(), next.end());
+            }
+            std::sort(keys.begin(), keys.end());
+            keys.erase(std::unique(keys.begin(), keys.end()), keys.end());
+            working.fill(*step->destinationEntity(), keys);
+            level.clear();
+            for (const qint64 key : keys) {
+                if (Object *object = working.registered(key); object && !object->isDeleted())
+                    level.append(KXRef<Object>(object));
+            }
+        }
+    }
+}
+
 void KXSearchIndexPrivate::readObjects()
 {
     const std::shared_ptr<const KXStoreIdentity> &identity = context->persistentStoreCoordinator()->store()->identity();
@@ -286,7 +310,10 @@ void KXSearchIndexPrivate::readObjects()
             keys.push_back(entry.key());
         }
         std::vector<KXSearchRowText> rows;
-        for (const KXRef<Object> &object : context->existingObjectsWithIDs(ids)) {
+        const QList<KXRef<Object>> objects = context->existingObjectsWithIDs(ids);
+        if (objects.size() > 1)
+            fetchPaths(objects, plan.groups[i]);
+        for (const KXRef<Object> &object : objects) {
             if (object->entity()->isKindOf(plan.groups[i].entity))
                 rows.push_back(KXSearchReading::ofObject(*object, plan.groups[i]));
         }

@@ -65,6 +65,7 @@ public:
     /// Has what is due read, as far as that is not left to a search or to the next pause.
     void settle(bool all);
     void readObjects();
+    void fetchPaths(const QList<KXRef<KXManagedObject>> &objects, const KXSearchPlan::Group &group);
     /// Any thread. False where it is better to read everything anew.
     bool readDue(const KXSearchStop &stop);
     void setChanged(size_t group, const std::vector<qint64> &keys, std::vector<KXSearchRowText> rows,

@@ -325,6 +325,7 @@ const QList<Page> &pages()
         { u"table"_s, tablePage },
         { u"source-list"_s, sourceListPage },
         { u"presets"_s, presetsPage },
+        { u"search"_s, searchPage },
     };
     return all;
 }

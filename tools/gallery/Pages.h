@@ -25,6 +25,8 @@ QWidget *messagesPage(const Texts &text);
 QWidget *preferencesPage(const Texts &text);
 /// The presets library.
 QWidget *presetsPage(const Texts &text);
+/// The search's popover.
+QWidget *searchPage(const Texts &text);
 
 // Pages of views outside of the controls, in files of their own.
 QWidget *toolkitPage(const Texts &text);
