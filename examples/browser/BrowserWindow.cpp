@@ -1,5 +1,7 @@
 #include "BrowserWindow.h"
 
+#include <span>
+
 #include <QBoxLayout>
 #include <QCloseEvent>
 #include <QHeaderView>
@@ -26,11 +28,13 @@
 #include "BrowserStyle.h"
 #include "FilterStrip.h"
 #include "GenreDialog.h"
+#include "LibrarySearch.h"
 #include "MessageStrip.h"
 #include "PlayerStrip.h"
 #include "PreferencePanes.h"
 #include "PresetCommands.h"
 #include "Preview.h"
+#include "SearchPopover.h"
 #include "Settings.h"
 #include "SourceColumn.h"
 #include "TrackReasons.h"
@@ -110,6 +114,7 @@ BrowserWindow::~BrowserWindow()
     delete m_strip;
     delete m_preview;
     delete m_filterStrip;
+    delete m_search;
     delete m_sources;
     delete m_table;
     delete m_model;
@@ -139,6 +144,11 @@ void BrowserWindow::buildMenu()
     m_sources = new SourceColumn(m_context);
     const PresetCommands &commands = m_sources->commands();
     edit->addActions({ commands.copy, commands.paste, commands.duplicate, commands.rename, commands.remove });
+    edit->addSeparator();
+    m_search = new SearchPopover(m_context, this);
+    edit->addAction(tr("&Find…"), m_search, &SearchPopover::show)->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_F));
+    connect(m_search, &SearchPopover::picked, this, &BrowserWindow::showFound);
+    connect(m_search, &SearchPopover::playRequested, this, &BrowserWindow::playFound);
     edit->addSeparator();
     QMenu *rating = edit->addMenu(tr("&Rating"));
     rating->setAccessibleName(tr("Rating"));
@@ -209,6 +219,7 @@ void BrowserWindow::buildHeader()
     m_summary->setForegroundRole(QPalette::PlaceholderText);
     m_summary->setContentsMargins(0, 0, BrowserStyle::margin, 0);
     bar->addWidget(m_summary);
+    bar->addWidget(m_search->field());
     bar->addWidget(toolButton(m_lightAction, u"theme"_s));
     new MessageStrip(this);
 }
@@ -382,6 +393,57 @@ void BrowserWindow::explainTrack()
     KXAlert alert(tr("Why “%1” is in the list").arg(track->title()));
     alert.setInformativeText(TrackReasons::text(m_filterStrip->filters()->filterSet(), *track));
     (void)alert.run(this);
+}
+
+// Finding
+
+bool BrowserWindow::showTrack(const KXManagedObjectID &track)
+{
+    const qint64 key = track.key();
+    qsizetype row = m_model->tracks().indexesOf(std::span(&key, 1)).front();
+    if (row < 0) { // it lies elsewhere
+        m_sources->showAllTracks();
+        showPlace({}, tr("All Tracks"));
+        row = m_model->tracks().indexesOf(std::span(&key, 1)).front();
+    }
+    const QModelIndex index = m_model->index(int(row), 0);
+    if (!index.isValid())
+        return false;
+    m_table->setCurrentIndex(index);
+    m_table->selectRow(index.row());
+    m_table->scrollTo(index, QAbstractItemView::PositionAtCenter);
+    m_table->setFocus();
+    return true;
+}
+
+void BrowserWindow::showFound(const KXManagedObjectID &found)
+{
+    const KXRef<KXManagedObject> object = m_context->objectWithID(found);
+    if (!object || object->isDeleted() || object->isMissing())
+        return;
+    if (const auto preset = KXDynamicRefCast<KXFilterSetPreset>(object)) {
+        m_sources->presets()->selectItem(preset.get());
+        return;
+    }
+    if (KXDynamicRefCast<Track>(object)) {
+        showTrack(found);
+        return;
+    }
+    const char *format = KXDynamicRefCast<Artist>(object) ? "ANY artists == %@"
+        : KXDynamicRefCast<Genre>(object)                 ? "ANY genres == %@"
+        : KXDynamicRefCast<Label>(object)                 ? "ANY labels == %@"
+                                                          : "album == %@";
+    m_sources->showAllTracks();
+    showPlace(KXPredicate::predicateWithFormat(format, KXVariantFromRef(object)), LibrarySearch::titleOf(*object));
+    m_table->setCurrentIndex(m_model->index(0, 0));
+    m_table->setFocus();
+}
+
+void BrowserWindow::playFound(const KXManagedObjectID &found)
+{
+    showFound(found);
+    if (m_table->currentIndex().isValid())
+        m_preview->playRow(m_table->currentIndex().row());
 }
 
 // Importing

@@ -19,6 +19,7 @@ class Preview;
 class QLabel;
 class QProgressBar;
 class QPushButton;
+class SearchPopover;
 class SourceColumn;
 class TrackTableView;
 class WaveformMaker;
@@ -45,6 +46,7 @@ public:
     [[nodiscard]] PlayerStrip *strip() const { return m_strip; }
     [[nodiscard]] SourceColumn *sources() const { return m_sources; }
     [[nodiscard]] FilterStrip *filterStrip() const { return m_filterStrip; }
+    [[nodiscard]] SearchPopover *search() const { return m_search; }
     [[nodiscard]] const KXManagedObjectContext::Ref &context() const { return m_context; }
 
 Q_SIGNALS:
@@ -67,6 +69,10 @@ private:
     void applyFilters();
     void explainTrack();
     [[nodiscard]] KXRef<Track> trackAtHand() const;
+    /// Opens the place where it lies, with its row selected.
+    void showFound(const KXManagedObjectID &found);
+    bool showTrack(const KXManagedObjectID &track);
+    void playFound(const KXManagedObjectID &found);
     [[nodiscard]] QList<KXRef<Track>> selectedTracks() const;
     /// Of the current track, in the order of their names.
     [[nodiscard]] QList<KXRef<Genre>> currentGenres() const;
@@ -82,6 +88,7 @@ private:
     SourceColumn *m_sources;
     FilterStrip *m_filterStrip;
     KXPredicate m_placePredicate; // of what is selected to the left; absent for all tracks
+    SearchPopover *m_search;
     QString m_emptyReason; // why the table is empty, where it is
     QList<QAction *> m_ratingActions; // by stars
     QList<QAction *> m_undoActions; // undo, redo

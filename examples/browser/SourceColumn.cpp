@@ -6,6 +6,7 @@
 #include <QLabel>
 
 #include <kestrixkit/foundation/KXLog.h>
+#include <kestrixkit/foundation/KXMainQueue.h>
 #include <kestrixkit/foundation/KXUserDefaults.h>
 #include <kestrixkit/store/KXPersistentStore.h>
 #include <kestrixkit/theme/KXStandardTheme.h>
@@ -245,6 +246,14 @@ void SourceColumn::pickLater()
 {
     const KXRef<KXViewState> all = m_places->place(LibraryPlaces::AllTracks);
     m_pickSoon.start(all && all->count() > largeLibrary ? pickDelay : 0, [this] { pick(); });
+}
+
+void SourceColumn::showAllTracks()
+{
+    m_library->selectItem(m_places->place(LibraryPlaces::AllTracks).get());
+    // The selection is told of in this turn and in the next one.
+    m_pickSoon.cancel();
+    KXMainQueue::async(this, [this] { m_pickSoon.cancel(); });
 }
 
 void SourceColumn::pick()

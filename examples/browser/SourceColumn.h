@@ -35,6 +35,8 @@ public:
 
     /// Puts it to the left of the view, in a splitter for the window to show.
     QWidget *beside(QWidget *view);
+    /// Selects the place of all tracks, without picking it: the caller says what is shown.
+    void showAllTracks();
     /// Music has come or gone: makes the presets that a library begins with, and counts.
     void musicDidChange();
     /// Ends editing and remembers what is selected and open.

@@ -28,6 +28,7 @@
 #include "Crate.h"
 #include "Presets.h"
 #include "Report.h"
+#include "SearchCommand.h"
 #include "Settings.h"
 #include "TrackTableView.h"
 #include "WhatIfCommand.h"
@@ -53,11 +54,15 @@ struct Arguments
     KXPredicate query;
     bool hasQuery = false;
     bool report = false;
+    std::optional<QString> search;
     QString explainedPreset;
     std::string explainedFile; ///< empty: nothing is to be explained
     QString whatIfPreset;
     bool whatIf = false;
-    [[nodiscard]] bool needsWindow() const { return !report && !hasQuery && !whatIf && explainedFile.empty(); }
+    [[nodiscard]] bool needsWindow() const
+    {
+        return !report && !hasQuery && !whatIf && !search && explainedFile.empty();
+    }
 };
 
 std::atomic<bool> interrupted = false;
@@ -167,9 +172,11 @@ Arguments readArguments(int argc, char **argv)
     const QCommandLineOption whatIf(u"what-if"_s,
         u"No window: import, print how many tracks a preset would have with each value added, and with it excluded, as JSON. For instance: Tempo/124 to 128"_s,
         u"PRESET"_s);
+    const QCommandLineOption search(u"search"_s,
+        u"No window: import, print what a search for the text finds, with counts by group, as JSON."_s, u"TEXT"_s);
     const QCommandLineOption screenshot(
         u"screenshot"_s, u"Import, draw the window into a PNG file and exit."_s, u"FILE"_s);
-    parser.addOptions({ music, store, report, query, explain, whatIf, screenshot });
+    parser.addOptions({ music, store, report, query, explain, whatIf, search, screenshot });
     parser.addPositionalArgument(u"FILE"_s, u"With --explain: a music file of the library."_s, u"[FILE]"_s);
     parser.addHelpOption();
     if (!parser.parse(QCoreApplication::arguments()))
@@ -183,15 +190,18 @@ Arguments readArguments(int argc, char **argv)
         throw Ending { WrongInput, u"--explain: a preset and a file are needed"_s };
     if (files.size() > parser.isSet(explain))
         throw Ending { WrongInput, u"unexpected argument: %1"_s.arg(files.constLast()) };
-    if (parser.isSet(report) + parser.isSet(query) + parser.isSet(explain) + parser.isSet(whatIf)
+    if (parser.isSet(report) + parser.isSet(query) + parser.isSet(explain) + parser.isSet(whatIf) + parser.isSet(search)
             + parser.isSet(screenshot)
         > 1)
-        throw Ending { WrongInput, u"--report, --query, --explain, --what-if and --screenshot exclude each other"_s };
+        throw Ending { WrongInput,
+            u"--report, --query, --explain, --what-if, --search and --screenshot exclude each other"_s };
 
     Arguments arguments;
     arguments.report = parser.isSet(report);
     arguments.whatIf = parser.isSet(whatIf);
     arguments.whatIfPreset = parser.value(whatIf);
+    if (parser.isSet(search))
+        arguments.search = parser.value(search);
     if (parser.isSet(explain)) {
         std::error_code error;
         const std::string named = rawArgument(argc, argv, files.constFirst());
@@ -314,6 +324,7 @@ void printAnswer(const Arguments &arguments, const KXPersistentStoreCoordinator:
     const QJsonObject answer = arguments.report ? Report::ofLibrary(*context, result, folder, arguments.store)
         : arguments.hasQuery                    ? Report::ofQuery(*context, arguments.query, &error)
         : arguments.whatIf                      ? whatIf(*context, arguments, &error)
+        : arguments.search                      ? SearchCommand::answer(context, *arguments.search, &error)
                                                 : explanation(*context, arguments);
     if (error)
         throw Ending { Failed, error.localizedDescription() };
@@ -380,11 +391,13 @@ int main(int argc, char **argv)
     QCoreApplication::setApplicationName(u"browser"_s);
     // Questions are answered on machines without a display too.
     const bool windowless = wasGiven(argc, argv, "--report") || wasGiven(argc, argv, "--query")
-        || wasGiven(argc, argv, "--explain") || wasGiven(argc, argv, "--what-if") || wasGiven(argc, argv, "--help");
+        || wasGiven(argc, argv, "--explain") || wasGiven(argc, argv, "--what-if") || wasGiven(argc, argv, "--search")
+        || wasGiven(argc, argv, "--help");
     if (!windowless && !hasDisplay()) {
         if (!wasGiven(argc, argv, "--screenshot")) {
             std::fputs(
-                "browser: there is no display for the window; --screenshot, --report and --query need none\n", stderr);
+                "browser: there is no display for the window; --screenshot, --report, --query and --search need none\n",
+                stderr);
             return WrongInput;
         }
         qputenv("QT_QPA_PLATFORM", "offscreen");

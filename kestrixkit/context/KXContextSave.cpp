@@ -662,6 +662,8 @@ KXError KXContextSaver::write(KXSQLiteConnection &connection)
         if (!update.vanished)
             noteUpdate(update);
     }
+    if (KXError error = KXStoreSchema::raiseChangeNumber(connection, m_changeNumbers))
+        return error;
     return transaction.commit();
 }
 
@@ -782,7 +784,8 @@ bool KXManagedObjectContextPrivate::save(KXError *error)
             const KXStoreConnections::Writer writer = store->connections.writer();
             if (KXError problem = saver.write(*writer))
                 return KXSetError(error, problem);
-            change = coordinator->enqueueChange(q, saver.takeChanges());
+            change = coordinator->enqueueChange(
+                q, saver.takeChanges(), saver.changeNumbers().before, saver.changeNumbers().after);
         }
         newestSerial = change->serialNumber();
         saver.finish(did, together);

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include <kestrixkit/context/KXManagedObjectContext_p.h>
+#include <kestrixkit/store/KXStoreSchema_p.h>
 
 /// One save under way. Nothing of the context changes before the transaction was committed.
 class KXContextSaver
@@ -20,6 +21,8 @@ public:
     KXError validate();
     KXError write(KXSQLiteConnection &connection);
     [[nodiscard]] std::vector<KXEntityChange> takeChanges() { return std::move(m_changes); }
+    /// Of the store, once the save was written.
+    [[nodiscard]] const KXStoreSchema::ChangeNumbers &changeNumbers() const { return m_changeNumbers; }
     /// Makes the changes unsaved changes of the parent context, instead of writing them: KXContextChild.cpp.
     void pass(KXManagedObjectContextPrivate &parent, KXObjectsDidChange &did, KXChangesTogether &together);
     /// Makes what was committed the state of the context. What somebody else's saves had to do with it is noted in
@@ -96,6 +99,7 @@ private:
     std::vector<KXManagedObject *> m_deleted; // stored ones only
     size_t m_deletions = 0; // of the context's, those that were never stored included
     std::vector<KXEntityChange> m_changes;
+    KXStoreSchema::ChangeNumbers m_changeNumbers;
     /// Members of to-many relationships that came or went here, but not in the store: somebody else was first. Index of
     /// the property, key of its object, key of the member; keys are unique among all entities.
     std::set<std::tuple<int, qint64, qint64>> m_void;

@@ -184,11 +184,11 @@ quint64 KXPersistentStoreCoordinator::lastSerialNumber() const
 }
 
 std::shared_ptr<const KXStoreChange> KXPersistentStoreCoordinator::enqueueChange(
-    const void *originatingContext, std::vector<KXEntityChange> entities)
+    const void *originatingContext, std::vector<KXEntityChange> entities, qint64 numberBefore, qint64 numberAfter)
 {
     const KXMutexLocker lock(m_feed->mutex);
     auto change = std::make_shared<const KXStoreChange>(
-        m_store->identity(), ++m_feed->lastSerial, originatingContext, std::move(entities));
+        m_store->identity(), ++m_feed->lastSerial, originatingContext, std::move(entities), numberBefore, numberAfter);
     m_feed->queue.push_back(change);
     return change;
 }

@@ -97,7 +97,7 @@ public:
     /// For the framework: numbers and queues the change while the caller still holds the writer, so that order is that
     /// of the commits; deliverChanges() then calls the observers, without the writer.
     std::shared_ptr<const KXStoreChange> enqueueChange(
-        const void *originatingContext, std::vector<KXEntityChange> entities);
+        const void *originatingContext, std::vector<KXEntityChange> entities, qint64 numberBefore, qint64 numberAfter);
     void deliverChanges();
 
 private:

@@ -103,6 +103,7 @@ std::unique_ptr<KXPersistentStorePrivate> KXPersistentStorePrivate::open(
         if (!opened)
             writer = std::make_unique<KXSQLiteConnection>();
     }
+    KXStoreSchema::addChangeNumber(*writer);
 
     auto store = std::make_unique<KXPersistentStorePrivate>(url, path, vfs);
     store->identity = std::make_shared<KXStoreIdentity>(

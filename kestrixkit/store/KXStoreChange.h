@@ -45,17 +45,23 @@ class KX_CORE_EXPORT KXStoreChange : public std::enable_shared_from_this<KXStore
 {
 public:
     KXStoreChange(std::shared_ptr<const KXStoreIdentity> store, quint64 serialNumber, const void *originatingContext,
-        std::vector<KXEntityChange> entities)
+        std::vector<KXEntityChange> entities, qint64 numberBefore = 0, qint64 numberAfter = 0)
         : m_store(std::move(store))
         , m_serialNumber(serialNumber)
         , m_originatingContext(originatingContext)
         , m_entities(std::move(entities))
+        , m_numberBefore(numberBefore)
+        , m_numberAfter(numberAfter)
     {
     }
 
     [[nodiscard]] const std::shared_ptr<const KXStoreIdentity> &store() const { return m_store; }
     /// Counts the saves of a coordinator from 1, in the order in which they were committed.
     [[nodiscard]] quint64 serialNumber() const { return m_serialNumber; }
+    /// The store's change number, which every save of any process raises, before and after this one: where the number
+    /// before is not that of the change that came last, somebody else has saved between.
+    [[nodiscard]] qint64 numberBefore() const { return m_numberBefore; }
+    [[nodiscard]] qint64 numberAfter() const { return m_numberAfter; }
     /// Identity of the context that saved, for comparison only: it may be gone.
     [[nodiscard]] const void *originatingContext() const { return m_originatingContext; }
     [[nodiscard]] const std::vector<KXEntityChange> &entities() const { return m_entities; }
@@ -74,4 +80,6 @@ private:
     quint64 m_serialNumber;
     const void *m_originatingContext;
     std::vector<KXEntityChange> m_entities;
+    qint64 m_numberBefore;
+    qint64 m_numberAfter;
 };

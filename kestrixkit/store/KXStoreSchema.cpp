@@ -8,10 +8,12 @@
 #include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QRandomGenerator>
 #include <QSet>
 #include <QUuid>
 #include <QtEndian>
 
+#include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/store/KXStoreFiles_p.h>
 
@@ -206,6 +208,45 @@ qint64 KXStoreSchema::nextKey(KXSQLiteConnection &connection)
     // One row with a whole number in it.
     return connection.integer("SELECT sum(CASE WHEN typeof(next) = 'integer' AND next BETWEEN 1 AND "
         + QByteArray::number(LastKey) + " THEN next END) FROM kx_sequence HAVING count(*) = 1");
+}
+
+qint64 KXStoreSchema::changeNumber(KXSQLiteConnection &connection)
+{
+    return connection.integer("SELECT value FROM kx_metadata WHERE key = 'change' AND typeof(value) = 'integer'");
+}
+
+KXError KXStoreSchema::raiseChangeNumber(KXSQLiteConnection &connection, ChangeNumbers &numbers)
+{
+    KXStatement raise = connection.prepare(
+        "INSERT INTO kx_metadata VALUES('change', ?1) ON CONFLICT(key) DO UPDATE SET value = CASE WHEN typeof(value) = "
+        "'integer' AND value BETWEEN 1 AND 1 << 62 THEN value + ?2 ELSE ?1 END RETURNING value");
+    if (!raise)
+        return connection.lastError();
+    // By random steps: a copy of the store that goes its own way never comes to a number of the original's.
+    QRandomGenerator *random = QRandomGenerator::system();
+    const qint64 step = 1 + qint64(random->generate() >> 2);
+    raise.bind(1, 1 + qint64(random->generate64() >> 4));
+    raise.bind(2, step);
+    if (raise.step() != SQLITE_ROW)
+        return connection.lastError();
+    numbers.after = raise.integer(0);
+    numbers.before = numbers.after - step;
+    return raise.step() == SQLITE_DONE ? KXError() : connection.lastError();
+}
+
+void KXStoreSchema::addChangeNumber(KXSQLiteConnection &connection)
+{
+    if (changeNumber(connection) != 0)
+        return;
+    KXTransaction transaction(connection);
+    ChangeNumbers numbers;
+    KXError error = transaction.begin();
+    if (!error)
+        error = raiseChangeNumber(connection, numbers);
+    if (!error)
+        error = transaction.commit();
+    if (error)
+        KXLogInfo(store, "The store gets no change number: %@", error);
 }
 
 QList<QByteArray> KXStoreSchema::tables(const KXManagedObjectModel &model, const QByteArray &schema)

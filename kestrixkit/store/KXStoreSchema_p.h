@@ -39,6 +39,20 @@ using Metadata = KXStoreMetadata;
 /// Beyond this no key is reserved: sums of keys stay far from what 64 bits hold.
 inline constexpr qint64 LastKey = qint64(1) << 62;
 
+/// Two changes of a store that follow each other, as its change number stood before and after.
+struct ChangeNumbers
+{
+    qint64 before = 0;
+    qint64 after = 0;
+};
+/// What every save raises in its own transaction: who knows the number of the state that it has read knows later
+/// whether anything was saved since, by whatever process. 0 where the store has none yet.
+[[nodiscard]] qint64 changeNumber(KXSQLiteConnection &connection);
+/// Within the saver's transaction.
+[[nodiscard]] KXError raiseChangeNumber(KXSQLiteConnection &connection, ChangeNumbers &numbers);
+/// Gives a store of before there was a change number one; a store that cannot be written does without.
+void addChangeNumber(KXSQLiteConnection &connection);
+
 /// Writes model and hashes beside the UUID that the metadata holds.
 [[nodiscard]] KXError writeMetadata(KXSQLiteConnection &connection, const KXManagedObjectModel &model,
     Metadata &metadata, const QByteArray &schema = "main");

@@ -179,6 +179,37 @@ TEST(Browser, saysWhatEveryValueWouldMakeOfAPreset)
         EXPECT_EQ(browser(QStringList { u"--store"_s, store, u"--what-if"_s } + mistake).status, 2);
 }
 
+TEST(Browser, searchesWhatItImported)
+{
+    const QTemporaryDir folder;
+    const QString music = folder.filePath(u"music"_s), store = folder.filePath(u"s.db"_s);
+    makeMusic(u"%1/a.flac"_s.arg(music).toStdString(),
+        { { "TITLE", "Élan Vital" }, { "ARTIST", "Jay-Z" }, { "GENRE", "House" }, { "COMMENT", "8A banger" } });
+    makeMusic(u"%1/b.flac"_s.arg(music).toStdString(),
+        { { "TITLE", "Antarctica" }, { "ARTIST", "Elan" }, { "ALBUM", "Don't" }, { "GENRE", "House" } });
+    const auto groups = [&](const QString &text) {
+        const Answer answer = browser({ u"--music"_s, music, u"--store"_s, store, u"--search"_s, text });
+        EXPECT_EQ(answer.status, 0) << answer.errors.toStdString();
+        EXPECT_EQ(answer.json().value(u"text"_s), text);
+        QString found;
+        for (const QJsonValue &group : answer.json().value(u"groups"_s).toArray()) {
+            if (group[u"count"_s].toInt() == 0)
+                continue;
+            found += group[u"name"_s].toString() + u':';
+            for (const QJsonValue &title : group[u"first"_s].toArray())
+                found += u' ' + title.toString();
+            found += u';';
+        }
+        return found;
+    };
+    EXPECT_EQ(groups(u"ELAN"_s), u"Tracks: Antarctica Élan Vital;Artists: Elan;"_s);
+    EXPECT_EQ(groups(u"jay hous 8a"_s), u"Tracks: Élan Vital;"_s);
+    EXPECT_EQ(groups(u"dont"_s), u"Tracks: Antarctica;Albums: Don't;"_s);
+    EXPECT_EQ(groups(u"tarct"_s), u"Tracks: Antarctica;"_s);
+    EXPECT_EQ(groups(u"  "_s), QString());
+    EXPECT_FALSE(QFile::exists(store + u"-search-library"_s));
+}
+
 TEST(Browser, importsAFolderAndSaysWhatItSkipped)
 {
     const QTemporaryDir folder;

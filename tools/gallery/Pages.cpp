@@ -328,6 +328,7 @@ const QList<Page> &pages()
         { u"filters"_s, filtersPage },
         { u"filter-dates"_s, filterDatesPage },
         { u"filter-editors"_s, filterEditorsPage },
+        { u"search"_s, searchPage },
     };
     return all;
 }

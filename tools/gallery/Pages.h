@@ -30,6 +30,8 @@ QWidget *filtersPage(const Texts &text);
 QWidget *filterDatesPage(const Texts &text);
 /// Editors of filters with what-if counts.
 QWidget *filterEditorsPage(const Texts &text);
+/// The search's popover.
+QWidget *searchPage(const Texts &text);
 
 // Pages of views outside of the controls, in files of their own.
 QWidget *toolkitPage(const Texts &text);

@@ -1,0 +1,427 @@
+#include <kestrixkit/search/KXSearchIndex.h>
+
+#include <algorithm>
+
+#include <QDateTime>
+#include <QElapsedTimer>
+#include <QRegularExpression>
+
+#include <kestrixkit/foundation/KXException.h>
+#include <kestrixkit/foundation/KXLog.h>
+#include <kestrixkit/foundation/KXStringWithFormat.h>
+#include <kestrixkit/search/KXSearchIndex_p.h>
+#include <kestrixkit/store/KXStoreSchema_p.h>
+
+using namespace Qt::StringLiterals;
+
+KXSearchIndexPrivate::KXSearchIndexPrivate(KXSearchIndex *index, KXManagedObjectContext::Ref managedObjectContext,
+    QList<KXSearchGroup> searchGroups, const QString &name)
+    : q(index)
+    , context(std::move(managedObjectContext))
+    , groups(std::move(searchGroups))
+    , plan(*context->persistentStoreCoordinator()->model(), groups)
+    , store(context->d().store)
+    , states(plan.groups.size())
+    , due(plan.groups.size())
+    , memories(plan.groups.size())
+{
+    static const QRegularExpression allowed(u"^[A-Za-z0-9_]{0,64}$"_s);
+    if (!allowed.match(name).hasMatch())
+        throw KXException(
+            u"KXInvalidArgumentException"_s, KXStringWithFormat("\"%@\" cannot be part of a file's name", name));
+    if (store && !name.isEmpty())
+        file = std::make_unique<const KXSearchFile>(
+            KXStoreFiles::realPath(store->url.toLocalFile()), name, store->identity->uuid, plan.fingerprint);
+    builder.setMaxConcurrentOperationCount(1);
+    builder.setName(u"kx-search-build"_s);
+    searcher.setMaxConcurrentOperationCount(1);
+    searcher.setName(u"kx-search"_s);
+}
+
+// Opening
+
+bool KXSearchIndexPrivate::openFile()
+{
+    std::optional<KXSearchFile::Index> found = file && store ? file->read() : std::nullopt;
+    if (!found || found->segments.size() != plan.groups.size())
+        return false;
+    qint64 number = 0;
+    if (const KXStoreConnections::Reader reader = store->connections.reader())
+        number = KXStoreSchema::changeNumber(*reader);
+    if (number == 0)
+        return false;
+    std::optional<KXSearchFile::Changes> changes;
+    if (found->changeNumber != number) {
+        changes = file->readChanges();
+        if (!changes || changes->indexNumber != found->changeNumber || changes->changeNumber != number
+            || changes->keys.size() != plan.groups.size())
+            return false;
+    }
+    try {
+        become(found->changeNumber, std::move(found->segments), 0);
+    } catch (const KXSearchDamage &) {
+        return false;
+    }
+    fileNumber = indexNumber;
+    if (changes) {
+        knownNumber = keptNumber = number;
+        for (size_t i = 0; i < plan.groups.size(); ++i)
+            noteDue(i, QSet<qint64>(changes->keys[i].begin(), changes->keys[i].end()));
+    }
+    return true;
+}
+
+/// The groups are from now on what was read; what was noted before the event is in it. Throws KXSearchDamage and has
+/// then changed nothing.
+void KXSearchIndexPrivate::become(
+    qint64 changeNumber, std::vector<std::shared_ptr<const KXSearchSegment>> segments, quint64 upTo)
+{
+    {
+        const KXMutexLocker lock(mutex);
+        std::vector<KXSearchGroupState> fresh(segments.size());
+        for (size_t i = 0; i < segments.size(); ++i) {
+            fresh[i].segment = std::move(segments[i]);
+            for (auto entry = states[i].changed.cbegin(); entry != states[i].changed.cend(); ++entry) {
+                if (entry.value()->event <= upTo)
+                    continue;
+                auto changed = std::make_shared<KXSearchChangedRow>(*entry.value());
+                changed->row = fresh[i].segment->rowOf(entry.key());
+                if (changed->isThere)
+                    changed->rowsBefore = fresh[i].segment->rowsBefore(changed->text.rank, entry.key());
+                fresh[i].changed.insert(entry.key(), std::move(changed));
+            }
+        }
+        states = std::move(fresh);
+        for (QHash<qint64, Due> &keys : due)
+            keys.removeIf([upTo](const auto &entry) { return entry.value().event <= upTo; });
+        isOpen = true;
+        ++installs;
+        indexNumber = changeNumber;
+        knownNumber = std::max(knownNumber, changeNumber);
+    }
+    advance();
+}
+
+KXError KXSearchIndexPrivate::build(Built &built, const KXSearchStop &stop)
+{
+    if (!store)
+        return KXManagedObjectContextPrivate::notOpen();
+    KXError error;
+    const KXStoreConnections::Reader reader = store->connections.reader(&error);
+    if (!reader)
+        return error;
+    // One state of the store for all groups, and its number.
+    const KXReadTransaction transaction(*reader);
+    built.changeNumber = KXStoreSchema::changeNumber(*reader);
+    for (const KXSearchPlan::Group &group : plan.groups) {
+        KXSearchBuilder segment;
+        KXSearchReading reading(*reader, group);
+        if ((error = reading.readAll(segment, stop)))
+            return error;
+        QByteArray bytes = segment.finish(stop);
+        built.bytes.push_back(bytes);
+        built.segments.push_back(
+            std::make_shared<const KXSearchSegment>(std::make_shared<const KXSearchBytes>(bytes), 0, bytes.size()));
+    }
+    return {};
+}
+
+quint64 KXSearchIndexPrivate::eventInStore()
+{
+    const bool isClean = !context->hasChanges();
+    const KXMutexLocker lock(mutex);
+    return isClean ? event : cleanEvent;
+}
+
+/// On the index's own thread.
+void KXSearchIndexPrivate::install(Built built)
+{
+    const bool wasOpen = isOpen;
+    become(built.changeNumber, std::move(built.segments), built.event);
+    if (!wasOpen)
+        noteUnsaved();
+    settle(false);
+    if (file && built.changeNumber != 0) {
+        builder.addBlock([this, number = built.changeNumber, bytes = std::move(built.bytes)] {
+            file->removeAbandoned();
+            const KXError error = file->write(number, bytes);
+            if (error)
+                KXLogInfo(search, "The search index is not kept: %@", error);
+            else
+                fileNumber = number;
+        });
+    }
+    if (!wasOpen)
+        Q_EMIT q->didOpen();
+    else
+        Q_EMIT q->didFold();
+}
+
+void KXSearchIndexPrivate::buildInBackground()
+{
+    if (isBuilding) {
+        buildAgain = true;
+        return;
+    }
+    isBuilding = true;
+    auto built = std::make_shared<Built>();
+    built->event = eventInStore();
+    built->installs = installs;
+    builder.addBlock([this, built, stop = KXSearchStop(buildNumber, buildNumber.load())] {
+        KXError error;
+        QElapsedTimer timer;
+        timer.start();
+        try {
+            error = build(*built, stop);
+        } catch (const KXSearchStop::Stopped &) {
+            return; // nobody is there any more
+        }
+        if (error)
+            KXLogError(search, "Cannot read what is to be searched: %@", error);
+        const double seconds = double(timer.elapsed()) / 1000;
+        QMetaObject::invokeMethod(q, [this, built, seconds, failed = bool(error)] {
+            isBuilding = false;
+            lastBuildSeconds = seconds;
+            lastBuildEnd = QDateTime::currentMSecsSinceEpoch();
+            if (!failed && built->installs == installs)
+                install(std::move(*built));
+            if (std::exchange(buildAgain, false) && !failed)
+                buildInBackground();
+            if (isOpen && wanted.isWaiting)
+                startSearch();
+        });
+    });
+}
+
+/// What lay in the file was not what was written.
+void KXSearchIndexPrivate::damaged()
+{
+    KXLogWarning(search, "The search index of %@ is damaged and made anew", store->url.toString());
+    isOpen = false;
+    fileNumber = -1;
+    knownNumber = 0;
+}
+
+// Searching
+
+KXSearchResults KXSearchIndexPrivate::find(const QString &term, qsizetype limit, const KXSearchStop &stop)
+{
+    const std::vector<QByteArray> words = KXSearchWords::ofTerm(term);
+    const std::shared_ptr<const KXStoreIdentity> &identity = context->persistentStoreCoordinator()->store()->identity();
+    KXSearchResults results { term, {}, true };
+    std::vector<KXSearchGroupState> current;
+    {
+        const KXMutexLocker lock(mutex);
+        current = states;
+        results.isCurrent = std::all_of(due.begin(), due.end(), [](const auto &keys) { return keys.isEmpty(); });
+    }
+    const KXMutexLocker lock(searching);
+    for (size_t i = 0; i < current.size(); ++i) {
+        stop.look();
+        const KXSearchFound found
+            = KXSearchFind(current[i], words, size_t(std::max<qsizetype>(0, limit)), memories[i], stop);
+        KXSearchResults::Group group { plan.groups[i].name, found.count, {} };
+        group.first.reserve(qsizetype(found.first.size()));
+        for (const qint64 key : found.first)
+            group.first.append(KXManagedObjectID(identity, plan.groups[i].entity, key));
+        results.groups.append(std::move(group));
+    }
+    return results;
+}
+
+void KXSearchIndexPrivate::startSearch()
+{
+    wanted.isWaiting = false;
+    settle(false);
+    searcher.addBlock([this, search = wanted] {
+        const KXSearchStop stop(searchNumber, search.number);
+        auto results = std::make_shared<KXSearchResults>();
+        bool isDamaged = false;
+        try {
+            stop.look();
+            readDue(stop);
+            *results = find(search.term, search.limit, stop);
+        } catch (const KXSearchStop::Stopped &) {
+            return;
+        } catch (const KXSearchDamage &) {
+            isDamaged = true;
+        }
+        QMetaObject::invokeMethod(q, [this, results, isDamaged, number = search.number] {
+            if (isDamaged && isOpen)
+                damaged();
+            if (number != searchNumber)
+                return;
+            if (isDamaged) {
+                wanted.isWaiting = true;
+                buildInBackground();
+                return;
+            }
+            const auto receiver = std::exchange(wanted.receiver, {});
+            if (receiver)
+                receiver(*results);
+        });
+    });
+}
+
+// The index
+
+KXSearchIndex::KXSearchIndex(const KXManagedObjectContext::Ref &context, const QList<KXSearchGroup> &groups,
+    const QString &name, QObject *parent)
+    : QObject(parent)
+    , d(std::make_unique<KXSearchIndexPrivate>(this, context, groups, name))
+{
+    // What happened before is told before: it is read with the rest.
+    context->processPendingChanges();
+    KXNotificationCenter &center = KXNotificationCenter::defaultCenter();
+    d->didChangeToken = center.addObserver(QString(KXManagedObjectContextObjectsDidChangeNotification), context.get(),
+        [this](const KXNotification &notification) {
+            if (const auto *did = notification.payloadAs<KXObjectsDidChange>())
+                d->follow(*did);
+        });
+    d->didSaveToken = center.addObserver(
+        QString(KXManagedObjectContextDidSaveNotification), context.get(), [this](const KXNotification &notification) {
+            if (const auto *change = notification.payloadAs<std::shared_ptr<const KXStoreChange>>(); change && *change)
+                d->followOwnSave(**change);
+        });
+    d->changeToken = context->persistentStoreCoordinator()->addChangeObserver(
+        [this](const std::shared_ptr<const KXStoreChange> &change) { d->noteSave(*change); });
+}
+
+KXSearchIndex::~KXSearchIndex()
+{
+    ++d->searchNumber;
+    ++d->buildNumber;
+    d->changeToken.reset();
+    d->builder.waitUntilAllOperationsAreFinished();
+    d->searcher.waitUntilAllOperationsAreFinished();
+    keep();
+}
+
+const KXManagedObjectContext::Ref &KXSearchIndex::managedObjectContext() const { return d->context; }
+const QList<KXSearchGroup> &KXSearchIndex::groups() const { return d->groups; }
+bool KXSearchIndex::isOpen() const { return d->isOpen; }
+
+bool KXSearchIndex::open(KXError *error)
+{
+    if (d->isOpen)
+        return true;
+    if (d->openFile()) {
+        d->noteUnsaved();
+        d->settle(false);
+        Q_EMIT didOpen();
+        return true;
+    }
+    KXSearchIndexPrivate::Built built;
+    built.event = d->eventInStore();
+    if (const KXError problem = d->build(built, {}))
+        return KXSetError(error, problem);
+    d->install(std::move(built));
+    return true;
+}
+
+void KXSearchIndex::openInBackground()
+{
+    if (d->isOpen || d->isBuilding)
+        return;
+    if (!d->openFile()) {
+        d->buildInBackground();
+        return;
+    }
+    d->noteUnsaved();
+    d->settle(false);
+    Q_EMIT didOpen();
+}
+
+KXSearchResults KXSearchIndex::results(const QString &term, qsizetype limit, KXError *error)
+{
+    for (int attempt = 0; open(error); ++attempt) {
+        try {
+            d->settle(true);
+            if (!d->isOpen)
+                throw KXSearchDamage {};
+            return d->find(term, limit, {});
+        } catch (const KXSearchDamage &) {
+            if (d->isOpen)
+                d->damaged();
+            if (attempt > 0)
+                break;
+            KXSearchIndexPrivate::Built built;
+            built.event = d->eventInStore();
+            if (const KXError problem = d->build(built, {})) {
+                KXSetError(error, problem);
+                break;
+            }
+            d->install(std::move(built));
+        }
+    }
+    return { term, {}, false };
+}
+
+void KXSearchIndex::search(const QString &term, qsizetype limit, std::function<void(const KXSearchResults &)> receiver)
+{
+    d->wanted = { term, limit, std::move(receiver), ++d->searchNumber, true };
+    openInBackground();
+    if (d->isOpen)
+        d->startSearch();
+}
+
+void KXSearchIndex::stop()
+{
+    ++d->searchNumber;
+    d->wanted = {};
+}
+
+bool KXSearchIndex::update()
+{
+    if (!d->isOpen || !d->store)
+        return false;
+    d->advance();
+    qint64 number = 0;
+    {
+        // Whoever saves has told of it before the writer is free again.
+        const KXStoreConnections::Writer writer = d->store->connections.writer();
+        number = KXStoreSchema::changeNumber(*writer);
+    }
+    d->context->persistentStoreCoordinator()->deliverChanges();
+    bool isNews;
+    {
+        const KXMutexLocker lock(d->mutex);
+        isNews = number != (d->saves.empty() ? d->knownNumber : d->saves.back().after);
+    }
+    if (isNews)
+        fold();
+    return isNews;
+}
+
+void KXSearchIndex::fold() { d->buildInBackground(); }
+
+bool KXSearchIndex::keep(KXError *error)
+{
+    d->builder.waitUntilAllOperationsAreFinished();
+    const std::optional<KXSearchFile::Changes> changes = d->changesToKeep();
+    if (!changes)
+        return KXSetError(error,
+            KXError(
+                KXKestrixKitErrorDomain, KXStoreErrorCode::Other, u"Not all that was saved is in the search index"_s));
+    if (changes->changeNumber == d->keptNumber || changes->changeNumber == d->indexNumber)
+        return true;
+    if (const KXError problem = d->file->writeChanges(*changes))
+        return KXSetError(error, problem);
+    d->keptNumber = changes->changeNumber;
+    return true;
+}
+
+KXSearchIndex::Figures KXSearchIndex::figures() const
+{
+    Figures figures;
+    const KXMutexLocker lock(d->mutex);
+    for (const KXSearchGroupState &state : d->states) {
+        figures.changedRows += state.changed.size();
+        if (!state.segment)
+            continue;
+        figures.bytes += state.segment->size();
+        figures.rows += state.segment->rows();
+        figures.isMapped = figures.isMapped || state.segment->isMapped();
+    }
+    return figures;
+}

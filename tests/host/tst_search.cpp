@@ -1,0 +1,100 @@
+// Finding in the browser's window, by the keyboard alone.
+
+#include <QLineEdit>
+#include <QTableView>
+#include <QTest>
+
+#include <kestrixkit/toolkit/KXAnimationGroup.h>
+
+#include <BrowserWindow.h>
+#include <SearchPopover.h>
+#include <SourceColumn.h>
+#include <TrackTableView.h>
+
+#include "LibraryTest.h"
+
+using namespace Qt::StringLiterals;
+
+using SearchTest = LibraryTest;
+
+TEST_F(SearchTest, findsAndGoesThere)
+{
+    KXAnimationGroup::setAnimationsEnabled(false);
+    const auto artist = Artist::createInContext(*context);
+    artist->setName(u"Björk"_s);
+    for (int i = 0; i < 30'000; ++i) {
+        const auto track = add(u"Love Song %1"_s.arg(i));
+        if (i % 10'000 == 7)
+            track->addToArtists(artist);
+    }
+    save();
+    BrowserWindow window(coordinator);
+    window.resize(1200, 700);
+    window.show();
+    SearchPopover &search = *window.search();
+    window.activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&window));
+    QTest::keyClick(&window, Qt::Key_F, Qt::ControlModifier);
+    ASSERT_TRUE(search.popover() && search.popover()->isShown());
+    LibrarySearchViewController &controller = *search.controller();
+    QLineEdit *field = controller.searchField();
+    const auto rows = [&] {
+        QStringList texts;
+        for (int row = 0; row < controller.resultsContent()->rowCount(); ++row)
+            texts.append(controller.resultsContent()->index(row).data().toString());
+        return texts.join(u'|');
+    };
+    const auto shows
+        = [&](const QString &expected) { return QTest::qWaitFor([&] { return rows() == expected; }, 20'000); };
+
+    // Of two hundred quick keystrokes the last term alone is shown.
+    for (int i = 0; i < 197; ++i)
+        QTest::keyClick(field, Qt::Key_L);
+    field->setText(u"song 12"_s);
+    QTest::keyClick(field, Qt::Key_3);
+    QTest::keyClick(field, Qt::Key_4);
+    QTest::keyClick(field, Qt::Key_5);
+    EXPECT_TRUE(shows(u"Tracks  ·  1|Love Song 12345"_s)) << rows().toStdString();
+    EXPECT_TRUE(controller.selectedItem().isValid());
+    QTest::keyClick(field, Qt::Key_Return);
+    EXPECT_FALSE(search.popover()->isShown());
+    const QModelIndex current = window.table()->currentIndex();
+    EXPECT_EQ(window.model()->track(current.row())->title(), u"Love Song 12345"_s);
+    EXPECT_TRUE(window.table()->selectionModel()->isRowSelected(current.row(), {}));
+    EXPECT_TRUE(window.table()->viewport()->rect().intersects(window.table()->visualRect(current)));
+
+    // Groups, more of one, and an artist's tracks.
+    search.show(); // the platform of tests does not activate the window again
+    ASSERT_TRUE(search.popover()->isShown());
+    field->setText(u"bjor"_s);
+    EXPECT_TRUE(shows(u"Tracks  ·  3|Love Song 10007|Love Song 20007|Love Song 7|Artists  ·  1|Björk"_s))
+        << rows().toStdString();
+    for (int i = 0; i < 3; ++i)
+        QTest::keyClick(field, Qt::Key_Down);
+    QTest::keyClick(field, Qt::Key_Return);
+    EXPECT_EQ(window.model()->rowCount(), 3);
+    QTest::qWait(50);
+    EXPECT_EQ(window.model()->rowCount(), 3);
+
+    // What lies elsewhere is shown among all tracks; what has changed is found.
+    const KXRef<Track> other = window.model()->track(0);
+    other->setTitle(u"Changed"_s);
+    search.show();
+    field->setText(u"song 29999"_s);
+    EXPECT_TRUE(shows(u"Tracks  ·  1|Love Song 29999"_s)) << rows().toStdString();
+    QTest::keyClick(field, Qt::Key_Return);
+    EXPECT_EQ(window.model()->rowCount(), 30'000);
+    EXPECT_EQ(window.model()->track(window.table()->currentIndex().row())->title(), u"Love Song 29999"_s);
+    search.show();
+    field->setText(u"change"_s);
+    EXPECT_TRUE(shows(u"Tracks  ·  1|Changed"_s)) << rows().toStdString();
+    field->setText(u"  "_s);
+    EXPECT_TRUE(shows(QString()));
+    EXPECT_TRUE(controller.placeholderView()->isVisible());
+    field->setText(u"love"_s);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return controller.resultsContent()->rowCount() > 4; }, 5000));
+    // While it is shown it follows.
+    window.context()->removeManagedObject(other);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return rows().startsWith(u"Tracks  ·  29,999|"_s); }, 5000))
+        << rows().toStdString();
+}
