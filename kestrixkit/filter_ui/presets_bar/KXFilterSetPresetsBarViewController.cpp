@@ -199,6 +199,7 @@ bool KXFilterSetPresetsBarViewController::loadFilterSet(
 {
     // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): whoever gave it may end
     const KXRef<KXFilterSet> set = given;
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): closing may end who has it
     const Preset preset = manager.selectedPreset();
     closeManager();
     if (!loadFilterSet(set))
@@ -227,6 +228,7 @@ void KXFilterSetPresetsBarViewController::loadFilterSet(
 {
     // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): whoever gave it may end
     const KXRef<KXFilterSet> set = given;
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): closing may end who has it
     const Preset preset = details.filterSetPreset();
     closeManager();
     if (loadFilterSet(set))
