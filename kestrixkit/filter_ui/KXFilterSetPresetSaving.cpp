@@ -24,9 +24,9 @@ qint64 savedPlaceAfter(const QList<SavedPreset> &level)
 QList<SavedPreset> savedTopLevel(KXManagedObjectContext &context)
 {
     QList<SavedPreset> level;
-    for (const KXRef<KXManagedObject> &object :
+    for (const auto &preset :
         KXFilterSetPreset::findUsingPredicate(KXPredicate::predicateWithFormat("parent == nil"), context))
-        level.append(KXFilterSetPreset::cast(object));
+        level.append(preset);
     return level;
 }
 

@@ -220,7 +220,8 @@ bool KXFilterSetViewController::isOwn(const KXRef<KXFilter> &filter) const
 
 void KXFilterSetViewController::removeFilter(const KXRef<KXFilter> &given)
 {
-    const KXRef<KXFilter> filter = given; // the list that it is in may change
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): whoever gave it may end
+    const KXRef<KXFilter> filter = given;
     if (!isOwn(filter))
         return;
     if (filter == m_editedFilter)
@@ -264,6 +265,7 @@ std::unique_ptr<KXViewController> KXFilterSetViewController::filterViewControlle
 
 void KXFilterSetViewController::showFilter(const KXRef<KXFilter> &given)
 {
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): whoever gave it may end
     const KXRef<KXFilter> filter = given;
     if (!editedFilterIsThere(filter) || !m_filterBar)
         return;

@@ -134,6 +134,7 @@ void KXFilterSetsViewController::closeFilterPopover()
 
 void KXFilterSetsViewController::showFilter(const KXRef<KXFilter> &given)
 {
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): whoever gave it may end
     const KXRef<KXFilter> filter = given;
     if (!filterSetsIsThere(filter) || !isViewLoaded())
         return;

@@ -108,7 +108,8 @@ bool KXFilterSetPresetsBarViewController::eventFilter(QObject *object, QEvent *e
 
 void KXFilterSetPresetsBarViewController::loadPreset(const Preset &given)
 {
-    const Preset preset = given; // whoever gave it may end
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): whoever gave it may end
+    const Preset preset = given;
     KXManagedObjectContext *const borrowed = preset ? preset->managedObjectContext() : nullptr;
     if (!borrowed || preset->isDeleted())
         return;
@@ -196,7 +197,9 @@ void KXFilterSetPresetsBarViewController::loadPreset(KXFilterSetPresetsBar &, co
 bool KXFilterSetPresetsBarViewController::loadFilterSet(
     KXFilterSetPresetsManagerViewController &manager, const KXRef<KXFilterSet> &given)
 {
-    const KXRef<KXFilterSet> set = given; // keeps its context, too
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): whoever gave it may end
+    const KXRef<KXFilterSet> set = given;
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): closing may end who has it
     const Preset preset = manager.selectedPreset();
     closeManager();
     if (!loadFilterSet(set))
@@ -223,7 +226,9 @@ KXFilterSetPresetsBarViewController::detailsViewControllerForPreset(
 void KXFilterSetPresetsBarViewController::loadFilterSet(
     KXFilterSetPresetDetailsViewController &details, const KXRef<KXFilterSet> &given)
 {
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): whoever gave it may end
     const KXRef<KXFilterSet> set = given;
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): closing may end who has it
     const Preset preset = details.filterSetPreset();
     closeManager();
     if (loadFilterSet(set))
