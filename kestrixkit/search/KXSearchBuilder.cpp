@@ -339,6 +339,16 @@ void KXSearchBuilder::writeRanks()
     append(ranks);
 }
 
+bool KXSearchBuilder::isTooLarge() const
+{
+    constexpr quint64 most = quint64(1) << 31;
+    quint64 lists = 0; // at most five bytes a word of a row
+    for (const auto &[row, text] : m_links)
+        lists += 5 * (m_textPlaces[text + 1] - m_textPlaces[text]);
+    return m_keys.size() > most || m_wordText.size() + m_wordPlaces.size() > most || m_ranks.size() > most
+        || lists > 2 * most;
+}
+
 QByteArray KXSearchBuilder::finish(const KXSearchStop &stop)
 {
     m_layout.rows = m_keys.size();

@@ -24,6 +24,8 @@ public:
     [[nodiscard]] quint32 addText(QByteArrayView utf8);
     void link(quint32 row, quint32 text);
 
+    /// Places are numbers of 32 bits: some hundred million words of rows.
+    [[nodiscard]] bool isTooLarge() const;
     /// Throws KXSearchStop::Stopped.
     [[nodiscard]] QByteArray finish(const KXSearchStop &stop);
 

@@ -19,7 +19,9 @@ KXSearchIndexPrivate::KXSearchIndexPrivate(KXSearchIndex *index, KXManagedObject
     : q(index)
     , context(std::move(managedObjectContext))
     , groups(std::move(searchGroups))
-    , plan(*context->persistentStoreCoordinator()->model(), groups)
+    , plan(context->persistentStoreCoordinator()->model()
+              ? KXSearchPlan(*context->persistentStoreCoordinator()->model(), groups)
+              : KXSearchPlan()) // of a store that could not be opened: nothing is ever found
     , store(context->d().store)
     , states(plan.groups.size())
     , due(plan.groups.size())
@@ -118,6 +120,9 @@ KXError KXSearchIndexPrivate::build(Built &built, const KXSearchStop &stop)
         KXSearchReading reading(*reader, group);
         if ((error = reading.readAll(segment, stop)))
             return error;
+        if (segment.isTooLarge())
+            return KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::Other,
+                KXStringWithFormat("\"%@\" has more texts than a search index can hold", group.name));
         QByteArray bytes = segment.finish(stop);
         built.bytes.push_back(bytes);
         built.segments.push_back(
