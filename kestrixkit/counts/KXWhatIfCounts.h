@@ -34,6 +34,7 @@ public:
         QVariant value;
         KXPredicateOperator comparisonOperator = KXPredicateOperator::Equal;
     };
+    /// One part of the search, and what is offered for it.
     struct Facet
     {
         QString keyPath;
@@ -52,6 +53,7 @@ public:
         [[nodiscard]] KXPredicate predicateWithValue(
             const QVariant &value, KXPredicateOperator comparisonOperator) const;
     };
+    /// Of an offered value.
     struct ValueCounts
     {
         qint64 added = 0; ///< with the value put in by "="

@@ -22,6 +22,7 @@ class KXPropertyDescription;
 class KX_CORE_EXPORT KXModelPath
 {
 public:
+    /// One key of the path.
     struct Step
     {
         const KXEntityDescription *entity; ///< whose objects the key is asked of

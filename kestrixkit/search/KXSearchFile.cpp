@@ -99,7 +99,7 @@ std::optional<KXSearchFile::Index> KXSearchFile::read() const
     FileHead head;
     if (file.size() < qint64(sizeof head) || ::pread(file.number(), &head, sizeof head, 0) != ssize_t(sizeof head))
         return std::nullopt;
-    const auto fits = [&head](const QByteArray &bytes, const char *field, size_t size) {
+    const auto fits = [](const QByteArray &bytes, const char *field, size_t size) {
         return size_t(bytes.size()) <= size
             && std::memcmp(field, bytes.leftJustified(qsizetype(size), '\0').constData(), size) == 0;
     };

@@ -179,11 +179,7 @@ void KXSearchIndexPrivate::followOwnSave(const KXStoreChange &change)
     bool isConcerned = false;
     for (size_t i = 0; i < plan.groups.size(); ++i) {
         QSet<qint64> keys;
-        const KXMutexLocker lock(mutex);
-        const auto take = [&](qint64 key) {
-            if (!states[i].changed.contains(key) && !due[i].contains(key))
-                keys.insert(key);
-        };
+        const auto take = [&keys](qint64 key) { keys.insert(key); };
         for (const KXEntityChange &entity : change.entities()) {
             if (!entity.entity->isKindOf(plan.groups[i].entity))
                 continue;
@@ -192,10 +188,14 @@ void KXSearchIndexPrivate::followOwnSave(const KXStoreChange &change)
             for (const KXRowChange &row : entity.updated)
                 take(row.key);
         }
+        const KXMutexLocker lock(mutex);
         ++event;
-        for (const qint64 key : std::as_const(keys))
+        for (const qint64 key : std::as_const(keys)) {
+            if (states[i].changed.contains(key) || due[i].contains(key))
+                continue;
             due[i].insert(key, { event, context->hasChanges() });
-        isConcerned = isConcerned || !keys.isEmpty();
+            isConcerned = true;
+        }
     }
     {
         const KXMutexLocker lock(mutex);

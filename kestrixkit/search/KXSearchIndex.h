@@ -27,6 +27,7 @@ struct KXSearchGroup
 /// What a search found.
 struct KXSearchResults
 {
+    /// Of one group.
     struct Group
     {
         QString name;
@@ -95,6 +96,7 @@ public:
 
     // What it costs.
 
+    /// What an index takes.
     struct Figures
     {
         qint64 bytes = 0; ///< of all groups

@@ -26,6 +26,7 @@ class KX_UI_EXPORT KXLiveListModel : public QAbstractTableModel, private KXLiveL
     Q_OBJECT
 
 public:
+    /// What a column shows, and how.
     struct Column
     {
         QString keyPath = {};

@@ -240,8 +240,8 @@ TEST(TableViewChild, DISABLED_writesLayouts)
     table.setColumnPresetsName(u"layout"_s);
     for (int width = 60;; width = width < 400 ? width + 1 : 60) {
         for (int column = 0; column < 5; ++column) {
+            table.setColumnShown(table.tableColumns()[column].identifier, true); // at its own width the first time
             table.setColumnWidth(column, width);
-            table.setColumnShown(table.tableColumns()[column].identifier, true);
         }
         ASSERT_TRUE(KXUserDefaults::standard().synchronize());
         std::cout << "saved " << width << std::endl;
