@@ -26,8 +26,8 @@ public:
     [[nodiscard]] QString term();
     void fill(Track &track);
     void fill(KXManagedObjectContext &context, int tracks);
-    /// One change; only of a context that `mayDelete` do objects go that others lead to. That is saved at once, and
-    /// answered: contexts that do not know of it are of no use any more.
+    /// One change; only of a context that `mayDelete` do objects go that others lead to. Whether some
+    /// did is answered: contexts that do not know of it are of no use any more.
     bool edit(KXManagedObjectContext &context, bool mayDelete);
 
     KXTestRandom &random;
