@@ -7,6 +7,8 @@
 #include <QTranslator>
 #include <gtest/gtest.h>
 
+#include <kestrixkit/filter_ui/editors/KXFilterBar.h>
+#include <kestrixkit/filter_ui/presets_bar/KXFilterSetPresetsBar.h>
 #include <kestrixkit/foundation/KXBundle.h>
 #include <kestrixkit/messages/views/KXMessageView.h>
 #include <kestrixkit/source_list/KXSourceListView.h>
@@ -240,6 +242,8 @@ TEST_F(InterfaceTest, everyFileLoads)
 {
     KXInterfaceLoader::shared().registerWidget<KXMessageView>(); // as their controllers do
     KXInterfaceLoader::shared().registerWidget<KXSourceListView>();
+    KXInterfaceLoader::shared().registerWidget<KXFilterBar>();
+    KXInterfaceLoader::shared().registerWidget<KXFilterSetPresetsBar>();
     for (const QString &path : KXBundle::frameworkBundle().resourcePaths(u"ui"_s, u"interfaces"_s)) {
         KXTestLog log;
         const std::unique_ptr<QWidget> view(KXInterfaceLoader::shared().load(path));

@@ -1,7 +1,9 @@
 #include <kestrixkit/filter_ui/editors/KXFacetFilterValuesModel.h>
 
 #include <algorithm>
-#include <numeric>
+
+#include <QMultiHash>
+#include <QSet>
 
 #include <kestrixkit/filter_ui/KXFacetFilterValueCellView.h>
 #include <kestrixkit/foundation/KXClock.h>
@@ -22,6 +24,29 @@ QString facetFolded(const QString &text)
     }
     return folded;
 }
+
+/// Finds values among thousands; equal ones have equal texts.
+class FacetHeldValues
+{
+public:
+    explicit FacetHeldValues(const KXRef<KXFacetFilter> &filter)
+        : m_all(filter && !filter->isDeleted() ? filter->valuesSortedByName() : QList<KXRef<KXFacetFilterValue>>())
+    {
+        for (const KXRef<KXFacetFilterValue> &value : m_all)
+            m_byText.insert(value->value().toString(), value);
+    }
+    [[nodiscard]] const QList<KXRef<KXFacetFilterValue>> &all() const { return m_all; }
+    [[nodiscard]] QList<KXRef<KXFacetFilterValue>> of(const QVariant &value) const
+    {
+        QList<KXRef<KXFacetFilterValue>> found = m_byText.values(value.toString());
+        found.removeIf([&value](const KXRef<KXFacetFilterValue> &held) { return held->value() != value; });
+        return found;
+    }
+
+private:
+    const QList<KXRef<KXFacetFilterValue>> m_all;
+    QMultiHash<QString, KXRef<KXFacetFilterValue>> m_byText;
+};
 
 KXFacetFilterValuesModel::State facetStateOf(const KXFacetFilterValue &value)
 {
@@ -45,11 +70,14 @@ void KXFacetFilterValuesModel::setOffers(const QList<Offer> &offers)
 {
     beginResetModel();
     m_offers = offers;
-    const QList<KXRef<KXFacetFilterValue>> held
-        = m_filter && !m_filter->isDeleted() ? m_filter->valuesSortedByName() : QList<KXRef<KXFacetFilterValue>>();
-    for (const KXRef<KXFacetFilterValue> &value : held) {
-        const auto isIt = [&value](const Offer &offer) { return offer.value == value->value(); };
-        if (std::none_of(m_offers.begin(), m_offers.end(), isIt))
+    const FacetHeldValues held(m_filter);
+    QSet<const KXFacetFilterValue *> offered;
+    for (const Offer &offer : offers) {
+        for (const KXRef<KXFacetFilterValue> &value : held.of(offer.value))
+            offered.insert(value.get());
+    }
+    for (const KXRef<KXFacetFilterValue> &value : held.all()) {
+        if (!offered.contains(value.get()))
             m_offers.append(
                 { value->name().value_or(value->value().toString()), value->value(), value->valueIdentifier() });
     }
@@ -84,15 +112,12 @@ void KXFacetFilterValuesModel::setCounts(const QList<KXWhatIfCounts::ValueCounts
 
 void KXFacetFilterValuesModel::readChoices()
 {
-    const QList<KXRef<KXFacetFilterValue>> held
-        = m_filter && !m_filter->isDeleted() ? m_filter->values() : QList<KXRef<KXFacetFilterValue>>();
+    const FacetHeldValues held(m_filter);
     bool isNews = false;
     for (size_t i = 0; i < m_entries.size(); ++i) {
         State state = State::NotChosen;
-        for (const KXRef<KXFacetFilterValue> &value : held) {
-            if (state == State::NotChosen && value->value() == m_offers[qsizetype(i)].value)
-                state = facetStateOf(*value);
-        }
+        for (const KXRef<KXFacetFilterValue> &value : held.of(m_offers[qsizetype(i)].value))
+            state = state == State::NotChosen ? facetStateOf(*value) : state;
         isNews = isNews || m_entries[i].state != state;
         m_entries[i].state = state;
     }

@@ -68,7 +68,7 @@ void KXFacetFilterViewController::offerValues()
 {
     if (m_counts && canEdit() && m_filter->localValuePredicateKeyPath()) {
         m_offeredKeyPath = *m_filter->localValuePredicateKeyPath();
-        m_counts->setFacet(m_offeredKeyPath, m_model->values(), m_filter->localValuePredicateModifier());
+        m_counts->setFacet(m_offeredKeyPath, m_model->values(), m_filter->localValuePredicateModifier(), m_filter);
         m_counts->update(); // which fails where the store does: then there are no counts
     }
     showCounts();
