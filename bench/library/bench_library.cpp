@@ -1,4 +1,5 @@
-// The presets library with 10,000 presets in 500 folders, beside a plain tree view of the same rows.
+// The presets library with 10,000 presets in 500 folders, beside a plain tree view of the same rows; and the presets
+// bar with 2,000 presets and folders at the top level, beside plain buttons and menus.
 
 #include <ctime>
 #include <malloc.h>
@@ -10,12 +11,16 @@
 
 #include <kestrixkit/filter_ui/KXFilterSetPresetDetailsViewController.h>
 #include <kestrixkit/filter_ui/KXFilterSetPresetsViewController.h>
+#include <kestrixkit/filter_ui/presets_bar/KXFilterSetPresetsBar.h>
+#include <kestrixkit/filter_ui/presets_bar/KXFilterSetPresetsBarPresetButton.h>
 #include <kestrixkit/filters/KXFilterSet.h>
+#include <kestrixkit/filters/KXFilterSetPresetsManager.h>
 #include <kestrixkit/filters/KXFilters.h>
 #include <kestrixkit/foundation/KXUndoManager.h>
 #include <kestrixkit/theme/KXDarkTheme.h>
 #include <kestrixkit/theme/KXThemeManager.h>
 #include <kestrixkit/theme/KXThemeStyleNames.h>
+#include <kestrixkit/toolkit/KXMenu.h>
 
 #include "BenchProgram.h"
 #include "peer/plain_library.h"
@@ -202,6 +207,125 @@ void countsPeer(benchmark::State &state)
     BenchProgram::report(state, seconds * 1e3);
 }
 
+// The bar: laid out and painted, the menu of what does not fit opened once, and that of each folder in view.
+
+constexpr int barPresets = 2'000; // every twentieth a folder of ten
+constexpr int barFolderEvery = 20;
+constexpr QSize barSize(1200, 30);
+
+QString barPath() { return BenchLibrary::emptyStorePath().chopped(8) + u"bar-2k.db"_s; }
+
+void prepareBar()
+{
+    if (QFile::exists(barPath()))
+        return;
+    const QString making = barPath() + u".making"_s;
+    QFile::remove(making);
+    {
+        const auto context = openLibrary(making);
+        const KXUndoRegistrationOff unrecorded(context->undoManager());
+        const auto add = [&](const QString &title, qint64 position, const KXRef<KXFilterSetPreset> &parent) {
+            const auto preset = KXFilterSetPreset::createInContext(*context);
+            preset->setTitle(title);
+            preset->setPosition(position);
+            preset->setParent(parent);
+            return preset;
+        };
+        for (int i = 0; i < barPresets; ++i) {
+            const auto preset = add(u"Preset %1"_s.arg(i), i, {});
+            preset->setIsFolder(i % barFolderEvery == 2);
+            for (int j = 0; preset->isFolder() && j < 10; ++j)
+                add(u"Preset %1 of %2"_s.arg(j).arg(i), j, preset)
+                    ->setFilterSet(KXFilterSet::createInContext(*context));
+            if (!preset->isFolder())
+                preset->setFilterSet(KXFilterSet::createInContext(*context));
+        }
+        if (!context->save())
+            std::exit(1);
+    }
+    QFile::rename(making, barPath());
+}
+
+void openOnce(QMenu &menu)
+{
+    menu.popup(QPoint(10, 40));
+    QCoreApplication::processEvents();
+    menu.hide();
+}
+
+class AnySet : public KXFilterSetMapper
+{
+public:
+    bool canMapFilterSet(const KXRef<KXFilterSet> &set) const override { return bool(set); }
+    KXRef<KXFilterSet> createInstanceByMappingFilterSet(
+        const KXRef<KXFilterSet> &, KXManagedObjectContext &) const override
+    {
+        return {};
+    }
+};
+
+void barOurs(benchmark::State &state)
+{
+    const auto context = openLibrary(barPath());
+    malloc_trim(0);
+    const double start = cpuSeconds();
+    const auto manager = std::make_shared<KXFilterSetPresetsManager>(context);
+    manager->registerFilterSetMapper(std::make_shared<AnySet>(), context);
+    KXFilterSetPresetsManager::setSharedManager(manager);
+    KXFilterSetPresetsBar bar;
+    bar.resize(barSize);
+    bar.setCountsContextIdentifier(place);
+    bar.setContext(context);
+    bar.show();
+    QCoreApplication::processEvents();
+    openOnce(*bar.overflowMenu());
+    int folders = 0;
+    for (const auto *button : bar.presetButtons()) {
+        if (const auto *folder = qobject_cast<const KXFilterSetPresetsBarPresetFolderButton *>(button)) {
+            openOnce(*folder->presetsMenu());
+            folders += folder->presetsMenu()->actions().size() == 10;
+        }
+    }
+    const double seconds = cpuSeconds() - start;
+    const bool isRight = bar.presets().size() == barPresets && folders > 0
+        && bar.overflowMenu()->actions().size() == barPresets - bar.shownCount();
+    KXFilterSetPresetsManager::setSharedManager(nullptr);
+    if (!isRight)
+        return state.SkipWithError("wrong bar");
+    BenchProgram::report(state, seconds * 1e3);
+}
+
+void barPeer(benchmark::State &state)
+{
+    plain::PresetRows rows(barPath());
+    malloc_trim(0);
+    const double start = cpuSeconds();
+    const auto &themes = KXThemeManager::sharedManager();
+    plain::PresetButtons bar(rows, themes.valueForKeyPath(KXFilterPresetFolderIcon).value<QIcon>(),
+        themes.valueForKeyPath(KXFilterPresetIcon).value<QIcon>());
+    bar.resize(barSize);
+    bar.show();
+    QCoreApplication::processEvents();
+    openOnce(bar.overflow());
+    int folders = 0;
+    for (const QToolButton *button : bar.buttons()) {
+        if (button->isVisible() && button->menu()) {
+            openOnce(*button->menu());
+            folders += button->menu()->actions().size() == 10;
+        }
+    }
+    const double seconds = cpuSeconds() - start;
+    if (bar.buttons().size() != barPresets || folders == 0 || bar.overflow().actions().size() < barPresets - 100)
+        return state.SkipWithError("wrong bar");
+    BenchProgram::report(state, seconds * 1e3);
+}
+
+void prepare()
+{
+    prepareLibrary();
+    prepareBar();
+}
+
 }
 
 int main(int argc, char **argv)
@@ -214,5 +338,7 @@ int main(int argc, char **argv)
     BenchProgram::add("library.show/peer", showPeer);
     BenchProgram::add("library.counts/ours", countsOurs);
     BenchProgram::add("library.counts/peer", countsPeer);
-    return BenchProgram::run(argc, argv, prepareLibrary);
+    BenchProgram::add("library.bar-show/ours", barOurs);
+    BenchProgram::add("library.bar-show/peer", barPeer);
+    return BenchProgram::run(argc, argv, prepare);
 }

@@ -101,8 +101,8 @@ protected:
     {
         context->processPendingChanges();
         QStringList titles;
-        for (const Button *button : bar().presetButtons())
-            titles += button->text();
+        for (const Preset &preset : bar().presets())
+            titles += bar().presetButtonForPreset(preset.get())->text(); // there is room for all
         return titles.join(u'|');
     }
     /// "House (12)|Mood & More>|No use-": titles as a menu shows them, folders, and what is disabled.

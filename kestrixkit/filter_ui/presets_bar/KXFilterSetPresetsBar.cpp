@@ -76,6 +76,7 @@ void KXFilterSetPresetsBar::setCountsContextIdentifier(const QString &identifier
     m_identifier = identifier;
     for (Button *const button : std::as_const(m_buttons))
         button->setCountsContextIdentifier(identifier);
+    m_width = -1;
 }
 
 // Buttons
@@ -95,47 +96,46 @@ QList<BarPreset> KXFilterSetPresetsBar::level(const Preset &folder) const
     return presets;
 }
 
+QList<KXFilterSetPresetsBar::Button *> KXFilterSetPresetsBar::presetButtons() const
+{
+    QList<Button *> buttons;
+    for (const Preset &preset : m_presets) {
+        if (Button *const button = m_buttons.value(preset.get()))
+            buttons.append(button);
+    }
+    return buttons;
+}
+
 KXFilterSetPresetsBar::Button *KXFilterSetPresetsBar::presetButtonForPreset(const KXFilterSetPreset *preset) const
 {
-    for (Button *const button : m_buttons) {
-        if (button->filterSetPreset().get() == preset)
-            return button;
-    }
-    return nullptr;
+    return m_buttons.value(preset);
 }
 
 void KXFilterSetPresetsBar::setupPresetButtons()
 {
-    const QList<Preset> presets = level({});
-    QHash<const KXFilterSetPreset *, Button *> shown;
-    for (Button *const button : std::as_const(m_buttons))
-        shown.insert(button->filterSetPreset().get(), button);
+    m_presets = level({});
+    m_width = -1;
     const QWidget *const focus = QApplication::focusWidget();
-    QList<Button *> buttons;
-    for (const Preset &preset : presets) {
-        Button *button = shown.take(preset.get());
+    bool hadFocus = false;
+    QHash<const KXFilterSetPreset *, Button *> kept;
+    for (const Preset &preset : std::as_const(m_presets)) {
+        Button *const button = m_buttons.value(preset.get());
         const bool isFolderButton = qobject_cast<KXFilterSetPresetsBarPresetFolderButton *>(button);
-        if (button && isFolderButton != preset->isFolder()) {
-            button->deleteLater();
-            button = nullptr;
-        }
-        buttons.append(button ? button : createPresetButtonForPreset(preset));
+        if (button && isFolderButton == preset->isFolder())
+            kept.insert(preset.get(), m_buttons.take(preset.get()));
     }
-    const bool hadFocus = std::any_of(shown.begin(), shown.end(), [&](const Button *gone) { return gone == focus; });
-    for (Button *const gone : std::as_const(shown)) {
+    for (Button *const gone : std::exchange(m_buttons, kept)) {
+        hadFocus = hadFocus || gone == focus;
         gone->removeEventFilter(this);
         gone->hide();
         gone->deleteLater(); // it may be what has led here
     }
-    m_presets = presets;
-    m_buttons = buttons;
     for (Button *const button : std::as_const(m_buttons))
         updateAvailability(*button);
-    restoreTabOrder();
     arrange(true);
     updateGeometry();
-    if (hadFocus && !m_buttons.isEmpty())
-        m_buttons.first()->setFocus(Qt::OtherFocusReason);
+    if (const auto first = presetButtons().value(0); hadFocus && first)
+        first->setFocus(Qt::OtherFocusReason);
 }
 
 KXFilterSetPresetsBar::Button *KXFilterSetPresetsBar::createPresetButtonForPreset(const Preset &preset)
@@ -151,6 +151,8 @@ KXFilterSetPresetsBar::Button *KXFilterSetPresetsBar::createPresetButtonForPrese
     }
     button->setCountsContextIdentifier(m_identifier);
     button->installEventFilter(this);
+    updateAvailability(*button);
+    m_buttons.insert(preset.get(), button);
     return button;
 }
 
@@ -224,15 +226,20 @@ void KXFilterSetPresetsBar::updateAvailabilityAfter(const KXObjectsDidChange &di
 
 // Layout
 
+QSize KXFilterSetPresetsBar::sizeOf(const Preset &preset) const
+{
+    const Button *const button = m_buttons.value(preset.get());
+    return button ? button->sizeHint() : Button::sizeForPreset(*preset, m_identifier, fontMetrics());
+}
+
 QSize KXFilterSetPresetsBar::sizeHint() const
 {
-    int width = 0, height = m_overflowButton->sizeHint().height();
-    for (const Button *button : m_buttons) {
-        const QSize size = button->sizeHint();
-        width += size.width() + spacing;
-        height = qMax(height, size.height());
+    if (m_width < 0) {
+        m_width = 0;
+        for (const Preset &preset : m_presets)
+            m_width += sizeOf(preset).width() + spacing;
     }
-    return { width, height };
+    return { m_width, qMax(m_overflowButton->sizeHint().height(), fontMetrics().height() + 8) };
 }
 
 QSize KXFilterSetPresetsBar::minimumSizeHint() const
@@ -240,31 +247,35 @@ QSize KXFilterSetPresetsBar::minimumSizeHint() const
     return { m_overflowButton->sizeHint().width(), sizeHint().height() };
 }
 
+bool KXFilterSetPresetsBar::hasRoomForAll() const
+{
+    int needed = 0;
+    return std::all_of(m_presets.begin(), m_presets.end(), [&](const Preset &preset) {
+        needed += sizeOf(preset).width() + spacing;
+        return needed <= width();
+    });
+}
+
 void KXFilterSetPresetsBar::arrange(bool animated)
 {
-    QList<QSize> sizes;
-    int total = 0;
-    for (const Button *button : std::as_const(m_buttons)) {
-        sizes.append(button->sizeHint());
-        total += sizes.last().width() + spacing;
-    }
     const QSize overflow = m_overflowButton->sizeHint();
-    const int available = total > width() ? width() - overflow.width() - overflowSpacing : width();
+    const int available = hasRoomForAll() ? width() : width() - overflow.width() - overflowSpacing;
     const auto placed = [this](int left, QSize size) {
         return QStyle::visualRect(layoutDirection(), rect(), QRect(QPoint(left, (height() - size.height()) / 2), size));
     };
     m_slide.finish();
-    bool isHidden = false;
+    const qsizetype before = m_buttons.size();
+    QSet<const Button *> shown;
     int left = 0;
-    for (qsizetype i = 0; i < m_buttons.size(); ++i) {
-        Button *const button = m_buttons[i];
-        isHidden = isHidden || sizes[i].width() > available - left;
-        if (isHidden) {
-            button->hide();
-            continue;
-        }
-        const QRect place = placed(left, sizes[i]);
-        left += place.width() + spacing;
+    for (m_shownCount = 0; m_shownCount < m_presets.size(); ++m_shownCount) {
+        const Preset &preset = m_presets[m_shownCount];
+        const QSize size = sizeOf(preset);
+        if (size.width() > available - left)
+            break; // and all after it, however small
+        Button *const made = m_buttons.value(preset.get());
+        Button *const button = made ? made : createPresetButtonForPreset(preset);
+        const QRect place = placed(left, size);
+        left += size.width() + spacing;
         if (animated && button->isVisible() && KXAnimationGroup::areAnimationsEnabled()) {
             button->resize(place.size());
             m_slide.add(button, "pos", place.topLeft());
@@ -272,16 +283,23 @@ void KXFilterSetPresetsBar::arrange(bool animated)
             button->setGeometry(place);
         }
         button->show();
+        shown.insert(button);
+    }
+    for (Button *const button : std::as_const(m_buttons)) {
+        if (!shown.contains(button))
+            button->hide();
     }
     m_slide.start();
     m_overflowButton->setGeometry(placed(width() - overflow.width(), overflow));
-    m_overflowButton->setVisible(isHidden);
+    m_overflowButton->setVisible(m_shownCount < m_presets.size());
+    if (animated || m_buttons.size() != before)
+        restoreTabOrder();
 }
 
 void KXFilterSetPresetsBar::restoreTabOrder()
 {
     QWidget *last = nullptr;
-    for (Button *const button : std::as_const(m_buttons)) {
+    for (Button *const button : presetButtons()) {
         if (last)
             setTabOrder(last, button);
         last = button;
@@ -300,6 +318,7 @@ bool KXFilterSetPresetsBar::event(QEvent *event)
 {
     const bool handled = QWidget::event(event);
     if (event->type() == QEvent::LayoutRequest) { // a title or a badge has another width
+        m_width = -1;
         arrange(false);
         updateGeometry();
     } else if (event->type() == QEvent::LayoutDirectionChange) {
@@ -313,7 +332,7 @@ bool KXFilterSetPresetsBar::event(QEvent *event)
 void KXFilterSetPresetsBar::moveFocus(const QWidget *from, int step)
 {
     QList<QWidget *> stops;
-    for (Button *const button : std::as_const(m_buttons)) {
+    for (Button *const button : presetButtons()) {
         if (button->isVisible() && (button->isEnabled() || button == from))
             stops.append(button);
     }
@@ -345,10 +364,8 @@ bool KXFilterSetPresetsBar::eventFilter(QObject *object, QEvent *event)
 void KXFilterSetPresetsBar::menuNeedsUpdate(KXMenu &menu, const Preset &folder)
 {
     if (!folder) {
-        for (const Button *button : std::as_const(m_buttons)) {
-            if (!button->isVisibleTo(this))
-                addMenuItemForPreset(menu, button->filterSetPreset());
-        }
+        for (const Preset &preset : m_presets.mid(m_shownCount))
+            addMenuItemForPreset(menu, preset);
         return;
     }
     const bool isThere = !folder->isDeleted() && folder->managedObjectContext();

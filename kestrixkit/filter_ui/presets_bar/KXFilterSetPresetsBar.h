@@ -53,9 +53,11 @@ public:
 
     /// Of the top level, by position.
     [[nodiscard]] const QList<Preset> &presets() const { return m_presets; }
-    /// In the same order.
-    [[nodiscard]] const QList<Button *> &presetButtons() const { return m_buttons; }
-    /// nullptr for one that is not shown.
+    /// Those that had room since they are there, in the same order: a button is made when there first is.
+    [[nodiscard]] QList<Button *> presetButtons() const;
+    /// How many of the presets have room; the others are in the overflow menu.
+    [[nodiscard]] qsizetype shownCount() const { return m_shownCount; }
+    /// nullptr for one that has none.
     [[nodiscard]] Button *presetButtonForPreset(const KXFilterSetPreset *preset) const;
     [[nodiscard]] KXThemeableButton *overflowButton() const { return m_overflowButton; }
     [[nodiscard]] KXMenu *overflowMenu() const { return m_overflowMenu; }
@@ -86,6 +88,8 @@ private:
     void updateAvailability(Button &button) const;
     [[nodiscard]] bool isAvailable(const Preset &preset) const;
     void arrange(bool animated);
+    [[nodiscard]] QSize sizeOf(const Preset &preset) const;
+    [[nodiscard]] bool hasRoomForAll() const;
     void restoreTabOrder();
     void moveFocus(const QWidget *from, int step);
     [[nodiscard]] Preset presetOfSender(const QObject *sender) const;
@@ -95,7 +99,9 @@ private:
     KXManagedObjectContext::Ref m_presetsContext;
     QString m_identifier;
     QList<Preset> m_presets;
-    QList<Button *> m_buttons;
+    QHash<const KXFilterSetPreset *, Button *> m_buttons;
+    qsizetype m_shownCount = 0;
+    mutable int m_width = -1; // of all buttons; -1: not known
     KXThemeableButton *m_overflowButton;
     KXMenu *m_overflowMenu;
     KXAnimationGroup m_slide;

@@ -1,5 +1,6 @@
 #include <kestrixkit/filter_ui/presets_bar/KXFilterSetPresetsBarPresetButton.h>
 
+#include <QApplication>
 #include <QPainter>
 #include <QStyleOptionButton>
 
@@ -25,12 +26,22 @@ int barBadgeRoom(const QImage &badge)
 
 }
 
+namespace {
+
+QSize barButtonSize(const QFontMetrics &metrics, const QString &text, int badgeRoom, bool isFolder)
+{
+    const int width = qMin(KXFilterSetPresetsBarButtonCell::longestTitle, metrics.horizontalAdvance(text) + 1);
+    return { 2 * KXControlPainter::padding + width + badgeRoom + (isFolder ? barButtonArrow : 0),
+        metrics.height() + 8 };
+}
+
+}
+
 QSize KXFilterSetPresetsBarButtonCell::sizeHint(const QStyleOptionButton &option) const
 {
-    const int text = qMin(longestTitle, option.fontMetrics.size(Qt::TextShowMnemonic, option.text).width() + 1);
-    const int arrow = option.features & QStyleOptionButton::HasMenu ? barButtonArrow : 0;
-    return { 2 * KXControlPainter::padding + text + barBadgeRoom(m_badgeImage) + arrow,
-        option.fontMetrics.height() + 8 };
+    QString text = option.text;
+    return barButtonSize(option.fontMetrics, text.replace(u"&&"_s, u"&"_s), barBadgeRoom(m_badgeImage),
+        option.features & QStyleOptionButton::HasMenu);
 }
 
 void KXFilterSetPresetsBarButtonCell::paintInterior(
@@ -92,6 +103,14 @@ void KXFilterSetPresetsBarPresetButton::paintEvent(QPaintEvent *)
 qint64 KXFilterSetPresetsBarPresetButton::countOf(const KXFilterSetPreset &preset, const QString &identifier)
 {
     return identifier.isEmpty() ? 0 : preset.counts().value_or(KXCounts()).value(identifier);
+}
+
+QSize KXFilterSetPresetsBarPresetButton::sizeForPreset(
+    const KXFilterSetPreset &preset, const QString &identifier, const QFontMetrics &metrics)
+{
+    const int badge = KXBadgeCell::sizeForCount(countOf(preset, identifier), QApplication::font()).width();
+    return barButtonSize(
+        metrics, preset.title().simplified(), badge > 0 ? badge + barButtonBadgeGap : 0, preset.isFolder());
 }
 
 qint64 KXFilterSetPresetsBarPresetButton::count() const

@@ -52,6 +52,9 @@ public:
     [[nodiscard]] const QImage &badgeImage() const { return m_barCell->badgeImage(); }
     /// Under the identifier; 0 where nothing was counted.
     [[nodiscard]] qint64 count() const;
+    /// The size that the button of a preset would have.
+    [[nodiscard]] static QSize sizeForPreset(
+        const KXFilterSetPreset &preset, const QString &identifier, const QFontMetrics &metrics);
     [[nodiscard]] static qint64 countOf(const KXFilterSetPreset &preset, const QString &identifier);
 
     // With and without theme by the cell, which has room for the badge.
