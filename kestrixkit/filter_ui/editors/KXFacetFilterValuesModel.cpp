@@ -15,16 +15,6 @@ namespace {
 
 constexpr QLatin1StringView facetCountsIdentifier { "whatIf" };
 
-QString facetFolded(const QString &text)
-{
-    QString folded;
-    for (const QChar c : text.normalized(QString::NormalizationForm_KD)) {
-        if (!c.isMark())
-            folded += c.toCaseFolded();
-    }
-    return folded;
-}
-
 /// Finds values among thousands; equal ones have equal texts.
 class FacetHeldValues
 {
@@ -56,6 +46,12 @@ KXFacetFilterValuesModel::State facetStateOf(const KXFacetFilterValue &value)
     return value.operatorType() == KXPredicateOperator::NotEqual ? State::Excluded : State::Included;
 }
 
+KXPredicateOperator facetInclusionOf(const KXFacetFilterValue &value)
+{
+    const KXPredicateOperator code = value.operatorType();
+    return code == KXPredicateOperator::NotEqual ? KXPredicateOperator::Equal : code;
+}
+
 }
 
 KXFacetFilterValuesModel::KXFacetFilterValuesModel(KXRef<KXFacetFilter> filter, QObject *parent)
@@ -65,6 +61,16 @@ KXFacetFilterValuesModel::KXFacetFilterValuesModel(KXRef<KXFacetFilter> filter, 
 }
 
 KXFacetFilterValuesModel::~KXFacetFilterValuesModel() = default;
+
+QString KXFacetFilterValuesModel::foldedText(const QString &text)
+{
+    QString folded;
+    for (const QChar c : text.normalized(QString::NormalizationForm_KD)) {
+        if (!c.isMark())
+            folded += c.toCaseFolded();
+    }
+    return folded;
+}
 
 void KXFacetFilterValuesModel::setOffers(const QList<Offer> &offers)
 {
@@ -78,12 +84,12 @@ void KXFacetFilterValuesModel::setOffers(const QList<Offer> &offers)
     }
     for (const KXRef<KXFacetFilterValue> &value : held.all()) {
         if (!offered.contains(value.get()))
-            m_offers.append(
-                { value->name().value_or(value->value().toString()), value->value(), value->valueIdentifier() });
+            m_offers.append({ value->name().value_or(value->value().toString()), value->value(),
+                value->valueIdentifier(), facetInclusionOf(*value) });
     }
     m_entries.assign(size_t(m_offers.size()), {});
     for (qsizetype i = 0; i < m_offers.size(); ++i)
-        m_entries[size_t(i)].folded = facetFolded(m_offers[i].name);
+        m_entries[size_t(i)].folded = foldedText(m_offers[i].name);
     m_rows.clear();
     endResetModel();
     readChoices();
@@ -102,7 +108,8 @@ void KXFacetFilterValuesModel::setCounts(const QList<KXWhatIfCounts::ValueCounts
 {
     bool isNews = false;
     for (size_t i = 0; i < m_entries.size(); ++i) {
-        const auto now = qsizetype(i) < counts.size() ? std::optional(counts[qsizetype(i)]) : std::nullopt;
+        const bool isKnown = qsizetype(i) < counts.size() && isComparedByEquality(int(i));
+        const auto now = isKnown ? std::optional(counts[qsizetype(i)]) : std::nullopt;
         isNews = isNews || m_entries[i].counts != now;
         m_entries[i].counts = now;
     }
@@ -133,7 +140,7 @@ void KXFacetFilterValuesModel::setSearchText(const QString &text)
 
 void KXFacetFilterValuesModel::arrange()
 {
-    const QString sought = facetFolded(m_searchText.trimmed());
+    const QString sought = foldedText(m_searchText.trimmed());
     QList<int> rows;
     for (int i = 0; i < int(m_offers.size()); ++i) {
         if (m_entries[size_t(i)].folded.contains(sought))
@@ -176,8 +183,7 @@ KXSourceListCell KXFacetFilterValuesModel::cell(int number) const
         entry.shown = KXFacetFilterValue::createTemporaryInstanceInContext(
             *context, offer.name, offer.value, offer.identifier, KXPredicateOperator::Equal);
     if (entry.shown) {
-        entry.shown->setOperatorType(
-            entry.state == State::Excluded ? KXPredicateOperator::NotEqual : KXPredicateOperator::Equal);
+        entry.shown->setOperatorType(entry.state == State::Excluded ? KXPredicateOperator::NotEqual : offer.included);
         entry.shown->setEnabled(true);
         entry.shown->setCount(entry.counts ? entry.counts->added : 0, facetCountsIdentifier);
         KXFacetFilterValueCellView view(cell);
@@ -229,6 +235,8 @@ QVariant KXFacetFilterValuesModel::data(const QModelIndex &index, int role) cons
         return entry.counts && entry.counts->added == 0;
     case AddedRole:
         return entry.counts ? QVariant(entry.counts->added) : QVariant();
+    case ExcludableRole:
+        return isComparedByEquality(number);
     case ExcludedRole:
         return entry.counts ? QVariant(entry.counts->excluded) : QVariant();
     default:
