@@ -182,8 +182,47 @@ template <typename Change> double timeOfPieceEdits(KXManagedObjectContext &conte
     return whatIfSeconds() - start;
 }
 
-/// From the edit of a track until all counts are right.
+/// What the counts add to an edit until all of them are right: with them, less the same edits without.
 void whatIfChangeOurs(benchmark::State &state)
+{
+    const auto nothing = [](size_t, size_t, uint32_t) {};
+    double without = 0;
+    {
+        const auto plain = openPieces(BenchLibrary::scratchCopy(piecesPath()));
+        malloc_trim(0);
+        without = timeOfPieceEdits(*plain, nothing);
+    }
+    WhatIf whatIf(BenchLibrary::scratchCopy(piecesPath()));
+    malloc_trim(0);
+    const double with = timeOfPieceEdits(*whatIf.context, nothing);
+    const auto followed = whatIf.all();
+    whatIf.counts.recount();
+    if (followed != whatIf.all())
+        return state.SkipWithError("wrong counts");
+    BenchProgram::report(state, (with - without) * 1e3);
+}
+
+/// The affected cells alone.
+void whatIfChangePeer(benchmark::State &state)
+{
+    auto rows = handPieces();
+    hand::FacetCounts counts;
+    hand::countFacets(rows.data(), rows.size(), handSearch(), counts);
+    std::mt19937 random(3);
+    const double start = whatIfSeconds();
+    for (int i = 0; i < pieceEdits; ++i) {
+        hand::Piece &piece = rows[size_t(i) % 1000];
+        const hand::Piece before = piece;
+        piece.values[size_t(3 + i / 1000 % 2)] = random() % hand::Values;
+        hand::changeFacets(before, piece, handSearch(), counts);
+    }
+    const double seconds = whatIfSeconds() - start;
+    benchmark::DoNotOptimize(counts);
+    BenchProgram::report(state, seconds * 1e3);
+}
+
+/// From the edit of a track until all counts are right: what the user waits for.
+void whatIfEditOurs(benchmark::State &state)
 {
     WhatIf whatIf(BenchLibrary::scratchCopy(piecesPath()));
     malloc_trim(0);
@@ -195,7 +234,7 @@ void whatIfChangeOurs(benchmark::State &state)
     BenchProgram::report(state, seconds * 1e3);
 }
 
-void whatIfChangePeer(benchmark::State &state)
+void whatIfEditPeer(benchmark::State &state)
 {
     auto rows = handPieces();
     hand::FacetCounts counts;
@@ -219,6 +258,8 @@ void WhatIfBench::add()
     BenchProgram::add("counts.whatif/peer", whatIfPeer);
     BenchProgram::add("counts.whatif-change/ours", whatIfChangeOurs);
     BenchProgram::add("counts.whatif-change/peer", whatIfChangePeer);
+    BenchProgram::add("counts.whatif-edit/ours", whatIfEditOurs);
+    BenchProgram::add("counts.whatif-edit/peer", whatIfEditPeer);
 }
 
 void WhatIfBench::prepare()

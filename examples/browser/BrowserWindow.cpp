@@ -362,7 +362,7 @@ void BrowserWindow::showPlace(const KXPredicate &predicate, const QString &title
     m_emptyReason = emptyText;
     m_placePredicate = predicate;
     m_title->setText(title.isEmpty() ? tr("Library") : title);
-    m_filterStrip->setPlace(m_sources->placeURL());
+    m_filterStrip->setPlace(m_sources->placeURL(), predicate);
     applyFilters();
 }
 

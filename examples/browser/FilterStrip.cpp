@@ -8,14 +8,14 @@
 #include <kestrixkit/filter_ui/editors/KXDateFilterViewController.h>
 #include <kestrixkit/filter_ui/editors/KXFilterBarFilterView.h>
 #include <kestrixkit/filter_ui/editors/KXFilterButton.h>
-#include <kestrixkit/filter_ui/editors/KXRangeFilterViewController.h>
 #include <kestrixkit/filters/KXFacetFilter.h>
 #include <kestrixkit/foundation/KXUndoManager.h>
 #include <kestrixkit/theme/KXThemeStyleNames.h>
 #include <kestrixkit/theme/controls/KXThemeableButton.h>
 #include <kestrixkit/theme/controls/KXThemeableView.h>
+#include <kestrixkit/toolkit/KXPopoverController.h>
 
-#include "ChoiceEditor.h"
+#include "FilterEditors.h"
 #include "FilterTypes.h"
 #include "Presets.h"
 
@@ -26,7 +26,7 @@ TrackFilters::TrackFilters(KXManagedObjectContext::Ref context, QObject *parent)
 {
     setAutosaveName(u"browser.save"_s);
     filterSetManagerViewController()->setAllowedFilterTypeItems(FilterTypes::items());
-    setFilteredEntity(this->context()->persistentStoreCoordinator()->model()->entity(Track::entityName));
+    setFilteredEntity(filteredEntity());
 }
 
 void TrackFilters::addFilterOfType(const KXFilterTypeItem &type)
@@ -44,21 +44,23 @@ void TrackFilters::addFilterOfType(const KXFilterTypeItem &type)
 std::unique_ptr<KXViewController> TrackFilters::filterViewControllerForFilter(const KXRef<KXFilter> &filter)
 {
     const KXRef<KXManagedObject> object(filter);
+    const KXRef<Track> track = m_trackAtHand ? m_trackAtHand() : KXRef<Track>();
+    const auto counts = [this] { return m_whatIfCounts ? m_whatIfCounts() : nullptr; };
     switch (FilterTypes::editorOf(*filter)) {
     case FilterTypes::Editor::Range:
-        if (const auto range = KXRangeFilter::cast(object)) {
-            auto editor = std::make_unique<KXRangeFilterViewController>(range);
-            editor->setUnitText(FilterTypes::unitOf(*filter));
-            return editor;
-        }
+        if (const auto range = KXRangeFilter::cast(object))
+            return std::make_unique<TrackRangeEditor>(range, track, counts());
         break;
     case FilterTypes::Editor::Date:
         if (const auto date = KXDateFilter::cast(object))
             return std::make_unique<KXDateFilterViewController>(date);
         break;
     case FilterTypes::Editor::Choice:
-        if (const auto facet = KXFacetFilter::cast(object))
-            return std::make_unique<ChoiceEditor>(facet);
+        if (const auto facet = KXFacetFilter::cast(object)) {
+            auto editor = std::make_unique<TrackFacetEditor>(facet, track, counts());
+            editor->setFilteredEntity(filteredEntity());
+            return editor;
+        }
         break;
     case FilterTypes::Editor::Text:
         if (const auto facet = KXFacetFilter::cast(object))
@@ -66,6 +68,20 @@ std::unique_ptr<KXViewController> TrackFilters::filterViewControllerForFilter(co
         break;
     }
     return nullptr;
+}
+
+void TrackFilters::whatIfCountsDidChange()
+{
+    KXViewController *const editor = filterPopover() ? filterPopover()->contentViewController() : nullptr;
+    if (auto *const facet = qobject_cast<TrackFacetEditor *>(editor))
+        facet->setWhatIfCounts(m_whatIfCounts());
+    else if (auto *const range = qobject_cast<TrackRangeEditor *>(editor))
+        range->setWhatIfCounts(m_whatIfCounts());
+}
+
+const KXEntityDescription *TrackFilters::filteredEntity() const
+{
+    return context()->persistentStoreCoordinator()->model()->entity(Track::entityName);
 }
 
 FilterStrip::FilterStrip(KXManagedObjectContext::Ref context, QWidget *parent)
@@ -105,6 +121,7 @@ FilterStrip::FilterStrip(KXManagedObjectContext::Ref context, QWidget *parent)
     rows->addWidget(bottom);
     setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
 
+    m_filters->setWhatIfCounts([this] { return whatIfCounts(); });
     makeActions();
     connect(m_filters.get(), &KXFilterSetViewController::filterSetDidChange, this, [this] {
         showState();
@@ -134,6 +151,7 @@ FilterStrip::~FilterStrip()
     m_filters->disconnect(this);
     m_presets.reset();
     m_filters.reset();
+    m_whatIfCounts.reset(); // before the counts that it uses
 }
 
 void FilterStrip::makeActions()
@@ -166,12 +184,33 @@ void FilterStrip::focusFilters()
         views.first()->button()->setFocus(Qt::ShortcutFocusReason);
 }
 
-void FilterStrip::setPlace(const QUrl &place)
+void FilterStrip::setPlace(const QUrl &place, const KXPredicate &predicate)
 {
-    if (place == m_place && m_filters->filterSet())
+    const bool hadCounts = bool(m_whatIfCounts);
+    if (predicate != m_placePredicate) {
+        m_placePredicate = predicate;
+        m_whatIfCounts.reset();
+        m_liveCounts.reset();
+    }
+    if (place == m_place && m_filters->filterSet()) {
+        if (hadCounts && !m_whatIfCounts)
+            m_filters->whatIfCountsDidChange();
         return;
+    }
     m_place = place;
     m_filters->setFilterSet(m_places.setOfPlace(place));
+}
+
+KXFilterSetWhatIfCounts *FilterStrip::whatIfCounts()
+{
+    if (!m_whatIfCounts) {
+        const auto base = m_placePredicate ? QList<KXPredicate> { m_placePredicate } : QList<KXPredicate>();
+        m_liveCounts = std::make_unique<KXLiveCounts>(m_context, QString(Track::entityName), base);
+        m_whatIfCounts = std::make_unique<KXFilterSetWhatIfCounts>(*m_liveCounts);
+    }
+    if (m_whatIfCounts->filterSet() != m_filters->filterSet())
+        m_whatIfCounts->setFilterSet(m_filters->filterSet());
+    return m_whatIfCounts.get();
 }
 
 KXPredicate FilterStrip::predicate() const

@@ -5,6 +5,7 @@
 #include <QWidget>
 
 #include <kestrixkit/filter_ui/editors/KXFilterSetViewController.h>
+#include <kestrixkit/filters/KXFilterSetWhatIfCounts.h>
 
 #include "Library.h"
 #include "PlaceFilters.h"
@@ -21,13 +22,20 @@ public:
 
     /// The track that "like this one" means.
     void setTrackAtHand(std::function<KXRef<Track>()> track) { m_trackAtHand = std::move(track); }
+    /// Where editors get their counts from; asked when one opens.
+    void setWhatIfCounts(std::function<KXFilterSetWhatIfCounts *()> counts) { m_whatIfCounts = std::move(counts); }
+    /// There are other counts: the editor that is open takes them.
+    void whatIfCountsDidChange();
     void addFilterOfType(const KXFilterTypeItem &type) override;
     using KXFilterSetViewController::addFilterOfType;
     [[nodiscard]] std::unique_ptr<KXViewController> filterViewControllerForFilter(
         const KXRef<KXFilter> &filter) override;
 
 private:
+    [[nodiscard]] const KXEntityDescription *filteredEntity() const;
+
     std::function<KXRef<Track>()> m_trackAtHand;
+    std::function<KXFilterSetWhatIfCounts *()> m_whatIfCounts;
 };
 
 /// The strip above the table: presets as buttons, below them the filters of the place that is shown, and which preset
@@ -42,8 +50,11 @@ public:
 
     [[nodiscard]] TrackFilters *filters() const { return m_filters.get(); }
     [[nodiscard]] PresetLibrary *presets() const { return m_presets.get(); }
-    /// Shows the filters of that place; an empty one has none.
-    void setPlace(const QUrl &place);
+    /// Shows the filters of that place; an empty one has none. The predicate is the place's own, absent for all tracks:
+    /// what is counted in editors fits it as well.
+    void setPlace(const QUrl &place, const KXPredicate &predicate);
+    /// Of the filters of the place, for their editors; made when it is first asked for, as that reads the library.
+    [[nodiscard]] KXFilterSetWhatIfCounts *whatIfCounts();
     /// What the filters ask for; absent where nothing does.
     [[nodiscard]] KXPredicate predicate() const;
     /// The preset that the filters were loaded from or saved as; empty for none.
@@ -68,6 +79,9 @@ private:
     const KXManagedObjectContext::Ref m_context;
     PlaceFilters m_places;
     QUrl m_place;
+    KXPredicate m_placePredicate;
+    std::unique_ptr<KXLiveCounts> m_liveCounts; // over the tracks of the place
+    std::unique_ptr<KXFilterSetWhatIfCounts> m_whatIfCounts;
     std::unique_ptr<TrackFilters> m_filters;
     std::unique_ptr<PresetLibrary> m_presets;
     QLabel *m_state;

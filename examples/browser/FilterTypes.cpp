@@ -5,7 +5,6 @@
 
 #include <kestrixkit/filters/KXDateFilter.h>
 #include <kestrixkit/filters/KXFacetFilter.h>
-#include <kestrixkit/filters/KXRangeFilter.h>
 
 #include "TagValues.h"
 
@@ -40,8 +39,6 @@ struct FilterType
     KXPredicateModifier modifier = KXPredicateModifier::Direct;
 };
 
-constexpr double tempoTolerance = 0.04; // of the tempo: what a pitch fader bridges without being heard
-
 const FilterType filterTypes[] = {
     { Tempo, QT_TRANSLATE_NOOP("FilterTypes", "Tempo"), u"bpm", FilterTypes::Editor::Range },
     { KeyOfWheel, QT_TRANSLATE_NOOP("FilterTypes", "Key"), u"keyOrder", FilterTypes::Editor::Choice },
@@ -72,42 +69,17 @@ const FilterType *filterTypeOf(const KXFilter &filter)
     return found == std::end(filterTypes) ? nullptr : found;
 }
 
+MusicalKey keyOfOrder(int order) { return { order / 2, order % 2 == 0 }; }
+
 FilterTypes::Choice keyChoice(int order)
 {
-    const MusicalKey key { order / 2, order % 2 == 0 };
+    const MusicalKey key = keyOfOrder(order);
     return { u"%1 · %2"_s.arg(key.wheelCode(), key.name()), order };
 }
 
 FilterTypes::Choice kindChoice(const QString &name, const QString &extensions)
 {
-    return { name, u"(?is).*\\.(%1)"_s.arg(extensions), KXPredicateOperator::Matches };
-}
-
-void addFilterValue(KXFacetFilter &filter, const FilterTypes::Choice &choice)
-{
-    const auto value = KXFacetFilterValue::createInContext(*filter.managedObjectContext());
-    if (!value)
-        return;
-    value->setName(choice.name);
-    value->setValue(choice.value);
-    value->setOperatorType(choice.included);
-    filter.addToValues(value);
-}
-
-void setTempoAround(KXRangeFilter &filter, double bpm)
-{
-    const auto tenth = [](double value) { return KXDecimal::fromDouble(std::round(value * 10) / 10); };
-    filter.setStartValue(tenth(bpm * (1 - tempoTolerance)));
-    filter.setEndValue(tenth(bpm * (1 + tempoTolerance)));
-}
-
-/// The key itself, its neighbours on the wheel, and its relative.
-void addFittingKeys(KXFacetFilter &filter, int order)
-{
-    const int number = order / 2, mode = order % 2;
-    for (const int neighbour : { (number + 10) % 12 + 1, number, number % 12 + 1 })
-        addFilterValue(filter, keyChoice(2 * neighbour + mode));
-    addFilterValue(filter, keyChoice(2 * number + 1 - mode));
+    return { name, u"(?is).*\\.(%1)"_s.arg(extensions), {}, KXPredicateOperator::Matches };
 }
 
 template <class Named> QList<FilterTypes::Choice> namesOf(KXManagedObjectContext &context)
@@ -155,7 +127,7 @@ KXRef<KXFilter> FilterTypes::make(KXManagedObjectContext &context, qint64 tag, c
         const auto facet = KXFacetFilter::createInContext(context);
         const auto order = track ? track->keyOrder() : std::nullopt;
         if (facet && type->tag == LikeKey && order)
-            addFittingKeys(*facet, *order);
+            setFittingKeys(*facet, *order);
         filter = facet;
     }
     if (!filter)
@@ -205,17 +177,60 @@ QList<FilterTypes::Choice> FilterTypes::choicesFor(KXManagedObjectContext &conte
         return { kindChoice(u"AAC / M4A"_s, u"m4a|aac|mp4"_s), kindChoice(u"AIFF"_s, u"aiff?|aifc"_s),
             kindChoice(u"FLAC"_s, u"flac"_s), kindChoice(u"MP3"_s, u"mp3"_s), kindChoice(u"Ogg"_s, u"ogg|oga|opus"_s),
             kindChoice(u"WAV"_s, u"wav"_s) };
-    default: // presets may ask for more than the grid offers: what they hold can be switched off
-        if (const auto *const facet = dynamic_cast<const KXFacetFilter *>(&filter)) {
-            for (const auto &value : facet->valuesSortedByName())
-                choices.append({ value->name().value_or(value->value().toString()), value->value(),
-                    value->operatorType() == KXPredicateOperator::NotEqual ? KXPredicateOperator::Equal
-                                                                           : value->operatorType() });
-        }
+    default: // presets may ask for more than the grid offers; the editor offers what they hold
         break;
     }
     return choices;
 }
+
+bool FilterTypes::isOfKeys(const KXFilter &filter)
+{
+    const FilterType *const type = filterTypeOf(filter);
+    return type && type->tag == KeyOfWheel;
+}
+
+bool FilterTypes::isOfTempos(const KXFilter &filter)
+{
+    const FilterType *const type = filterTypeOf(filter);
+    return type && type->tag == Tempo;
+}
+
+void FilterTypes::addValue(KXFacetFilter &filter, const Choice &choice)
+{
+    const auto value = KXFacetFilterValue::createInContext(*filter.managedObjectContext());
+    if (!value)
+        return;
+    value->setName(choice.name);
+    value->setValue(choice.value);
+    value->setOperatorType(choice.included);
+    filter.addToValues(value);
+}
+
+void FilterTypes::removeValues(KXFacetFilter &filter)
+{
+    for (const auto &value : filter.values())
+        filter.managedObjectContext()->removeManagedObject(value);
+}
+
+void FilterTypes::setTempoAround(KXRangeFilter &filter, double bpm)
+{
+    const auto tenth = [](double value) { return KXDecimal::fromDouble(std::round(value * 10) / 10); };
+    filter.setStartValueOperatorType(KXPredicateOperator::GreaterThanOrEqual);
+    filter.setEndValueOperatorType(KXPredicateOperator::LessThanOrEqual);
+    filter.setStartValue(tenth(bpm * (1 - tempoTolerance)));
+    filter.setEndValue(tenth(bpm * (1 + tempoTolerance)));
+}
+
+void FilterTypes::setFittingKeys(KXFacetFilter &filter, int keyOrder)
+{
+    removeValues(filter);
+    const int number = keyOrder / 2, mode = keyOrder % 2;
+    for (const int neighbour : { (number + 10) % 12 + 1, number, number % 12 + 1 })
+        addValue(filter, keyChoice(2 * neighbour + mode));
+    addValue(filter, keyChoice(2 * number + 1 - mode));
+}
+
+QString FilterTypes::keyCode(int keyOrder) { return keyOfOrder(keyOrder).wheelCode(); }
 
 QString FilterTypes::patternOfText(const QString &part)
 {

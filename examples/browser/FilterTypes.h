@@ -1,7 +1,9 @@
 #pragma once
 
+#include <kestrixkit/filter_ui/editors/KXFacetFilterValuesModel.h>
 #include <kestrixkit/filters/KXFilter.h>
 #include <kestrixkit/filters/KXFilterDefaultValue.h>
+#include <kestrixkit/filters/KXRangeFilter.h>
 
 #include "Library.h"
 
@@ -20,15 +22,23 @@ enum class Editor { Range, Date, Choice, Text };
 [[nodiscard]] Editor editorOf(const KXFilter &filter);
 /// What the filter's numbers are of: "bpm", "seconds".
 [[nodiscard]] QString unitOf(const KXFilter &filter);
+[[nodiscard]] bool isOfKeys(const KXFilter &filter);
+[[nodiscard]] bool isOfTempos(const KXFilter &filter);
 /// One of the values to choose from.
-struct Choice
-{
-    QString name;
-    QVariant value;
-    KXPredicateOperator included = KXPredicateOperator::Equal; ///< how it is compared when it is wanted
-};
-/// The library's values of what the filter asks for, by name.
+using Choice = KXFacetFilterValuesModel::Offer;
+/// The library's values of what the filter asks for, by name; empty for what the grid does not offer.
 [[nodiscard]] QList<Choice> choicesFor(KXManagedObjectContext &context, const KXFilter &filter);
+
+void addValue(KXFacetFilter &filter, const Choice &choice);
+void removeValues(KXFacetFilter &filter);
+
+inline constexpr double tempoTolerance = 0.04; ///< of the tempo: what a pitch fader bridges without being heard
+/// Asks for tempos within the tolerance.
+void setTempoAround(KXRangeFilter &filter, double bpm);
+/// Asks for the key itself, its neighbours on the wheel and its relative, in place of what was asked for.
+void setFittingKeys(KXFacetFilter &filter, int keyOrder);
+/// Of the wheel: "8A".
+[[nodiscard]] QString keyCode(int keyOrder);
 
 /// What a text filter compares with for a part of a text, whatever its case.
 [[nodiscard]] QString patternOfText(const QString &part);

@@ -39,9 +39,10 @@ void KXFilterSetWhatIfCounts::setFilterSet(const KXRef<KXFilterSet> &set)
     takeOver();
 }
 
-void KXFilterSetWhatIfCounts::setFacet(const QString &keyPath, const QVariantList &values, KXPredicateModifier modifier)
+void KXFilterSetWhatIfCounts::setFacet(const QString &keyPath, const QVariantList &values, KXPredicateModifier modifier,
+    const KXRef<KXFacetFilter> &filter)
 {
-    m_facets.insert(keyPath, { values, modifier });
+    m_facets.insert(keyPath, { values, modifier, filter });
     takeOver();
 }
 
@@ -83,12 +84,17 @@ QList<KXRef<KXFilter>> KXFilterSetWhatIfCounts::filters() const
 
 KXRef<KXFacetFilter> KXFilterSetWhatIfCounts::filterOfFacet(const QString &keyPath) const
 {
+    const KXRef<KXFacetFilter> named = m_facets.value(keyPath).filter;
+    KXRef<KXFacetFilter> first;
     for (const KXRef<KXFilter> &filter : filters()) {
         const auto facet = KXFacetFilter::cast(KXRef<KXManagedObject>(filter));
-        if (facet && facet->localValuePredicateKeyPath() == keyPath)
+        if (!facet || facet->localValuePredicateKeyPath() != keyPath)
+            continue;
+        if (facet == named)
             return facet;
+        first = first ? first : facet;
     }
-    return {};
+    return first;
 }
 
 /// What the set asks for besides its facets and the filters whose distribution is watched.

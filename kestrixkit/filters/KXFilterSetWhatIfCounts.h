@@ -33,9 +33,10 @@ public:
     void setFilterSet(const KXRef<KXFilterSet> &set);
 
     /// Offers values for a key path, in place of those that were. The modifier is that of a filter that would have to
-    /// be made; an existing filter keeps its own.
-    void setFacet(
-        const QString &keyPath, const QVariantList &values, KXPredicateModifier modifier = KXPredicateModifier::Direct);
+    /// be made; an existing filter keeps its own. Where a filter is named, it is that one that values are put into, as
+    /// long as it is in the set, and not the first for the key path.
+    void setFacet(const QString &keyPath, const QVariantList &values,
+        KXPredicateModifier modifier = KXPredicateModifier::Direct, const KXRef<KXFacetFilter> &filter = {});
     void removeFacet(const QString &keyPath);
     [[nodiscard]] QStringList facets() const { return m_facets.keys(); }
     /// The filter that the key path's values would be put into; empty where one would have to be made.
@@ -65,6 +66,7 @@ private:
     {
         QVariantList values;
         KXPredicateModifier modifier;
+        KXRef<KXFacetFilter> filter; ///< empty: the first for the key path
     };
 
     [[nodiscard]] QList<KXRef<KXFilter>> filters() const;

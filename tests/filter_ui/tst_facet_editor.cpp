@@ -201,6 +201,16 @@ TEST_F(FacetEditorTest, followsTheSetAndItsObjects)
     context->processPendingChanges();
     EXPECT_EQ(rows()[model().rowOfValue(u"É"_s)], u"É 1/6"_s);
 
+    // Another filter for the same key path comes first; the counts are those of the edited one.
+    const auto first = facet({ u"C"_s, u"É"_s });
+    first->setEnabled(true);
+    first->setPosition(-1);
+    edited->addToFilters(first);
+    context->processPendingChanges();
+    EXPECT_EQ(rows()[model().rowOfValue(u"Am"_s)], u"Am 0/4"_s);
+    context->removeManagedObject(first);
+    context->save();
+
     // Many values, and one that the filter holds though nobody offers it.
     editor->setState(u"Dm"_s, State::Excluded);
     QStringList names;

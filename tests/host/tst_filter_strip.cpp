@@ -15,15 +15,15 @@
 #include <kestrixkit/filter_ui/editors/KXRangeFilterViewController.h>
 #include <kestrixkit/filter_ui/presets_bar/KXFilterSetPresetsBarPresetButton.h>
 #include <kestrixkit/foundation/KXUndoManager.h>
-#include <kestrixkit/source_list/KXSourceListView.h>
 #include <kestrixkit/theme/controls/KXButtonMatrixView.h>
 #include <kestrixkit/theme/controls/KXThemeableButton.h>
+#include <kestrixkit/theme/controls/KXThemeableTableView.h>
 #include <kestrixkit/theme/controls/KXThemeableTextField.h>
 #include <kestrixkit/toolkit/KXAlert.h>
 #include <kestrixkit/toolkit/KXAnimationGroup.h>
 
 #include <BrowserWindow.h>
-#include <ChoiceEditor.h>
+#include <FilterEditors.h>
 #include <FilterStrip.h>
 #include <FilterTypes.h>
 #include <Presets.h>
@@ -125,6 +125,13 @@ protected:
         EXPECT_EQ(window->model()->rowCount(), expected);
         return window->model()->rowCount();
     }
+    static void click(TrackFacetEditor &editor, int row, Qt::KeyboardModifiers modifiers = {})
+    {
+        KXThemeableTableView &list = *editor.valuesView();
+        const QModelIndex index = list.model()->index(row, 0);
+        list.scrollTo(index);
+        QTest::mouseClick(list.viewport(), Qt::LeftButton, modifiers, list.visualRect(index).center());
+    }
     KXRef<KXFilterSetPreset> preset(const QString &path) { return Presets::find(*window->context(), path); }
     KXFilterSetPresetSaveViewController &openSave()
     {
@@ -164,7 +171,7 @@ TEST_F(FilterStripTest, fromTheFirstFilterToThePresetAfterARestart)
     EXPECT_EQ(rows(), 15);
     addRange(u"Year"_s, u"2004"_s, QString());
     EXPECT_EQ(rows(), 13);
-    auto *const choice = addFilter<ChoiceEditor>(u"Genre"_s);
+    auto *const choice = addFilter<TrackFacetEditor>(u"Genre"_s);
     ASSERT_TRUE(choice);
     EXPECT_EQ(focus(), choice->searchField());
     QTest::keyClicks(focus(), u"G1"_s);
@@ -298,15 +305,14 @@ TEST_F(FilterStripTest, everyTypeFiltersWhatItSays)
     const Case cases[] { { u"Genre", u"g2", format("ANY genres.name == \"g2\"") },
         { u"File Kind", u"FLAC", format("location ENDSWITH \"FLAC\"") }, { u"Key", u"8A", format("keyOrder == 16") } };
     for (const auto &[type, wanted, brute] : cases) {
-        auto *const editor = addFilter<ChoiceEditor>(QString::fromUtf16(type));
+        auto *const editor = addFilter<TrackFacetEditor>(QString::fromUtf16(type));
         ASSERT_TRUE(editor);
         QTest::keyClicks(editor->searchField(), QString::fromUtf16(wanted));
-        const QModelIndex first = editor->list()->model()->index(0, 0);
-        QTest::mouseClick(editor->list()->viewport(), Qt::LeftButton, {}, editor->list()->visualRect(first).center());
+        click(*editor, 0);
         EXPECT_EQ(rows(), window->context()->countForEntity(QString(Track::entityName), brute)) << int(type[0]);
         EXPECT_GT(rows(), 0);
         // Escape takes it back.
-        QTest::keyClick(editor->list(), Qt::Key_Escape);
+        QTest::keyClick(editor->valuesView(), Qt::Key_Escape);
         EXPECT_EQ(rows(), 20);
         strip().filters()->removeAllFilters();
     }
@@ -324,7 +330,7 @@ TEST_F(FilterStripTest, everyTypeFiltersWhatItSays)
     };
     rows();
     const auto tempoTrack = current();
-    ASSERT_TRUE(addFilter<KXRangeFilterViewController>(u"Same Tempo"_s));
+    ASSERT_TRUE(addFilter<TrackRangeEditor>(u"Same Tempo"_s));
     const double bpm = *tempoTrack->bpm();
     for (int row = 0; row < rows(); ++row)
         EXPECT_NEAR(*window->model()->track(row)->bpm(), bpm, bpm * 0.041);
@@ -332,7 +338,7 @@ TEST_F(FilterStripTest, everyTypeFiltersWhatItSays)
     strip().filters()->removeAllFilters();
     rows();
     const auto track = current();
-    ASSERT_TRUE(addFilter<ChoiceEditor>(u"Fitting Key"_s));
+    ASSERT_TRUE(addFilter<TrackFacetEditor>(u"Fitting Key"_s));
     EXPECT_EQ(KXFacetFilter::cast(KXRef<KXManagedObject>(bar().filters()[0]))->values().size(), 4);
     QTest::keyClick(focus(), Qt::Key_Return);
 
@@ -345,4 +351,122 @@ TEST_F(FilterStripTest, everyTypeFiltersWhatItSays)
     addRange(u"Year"_s, u"2001"_s, QString());
     EXPECT_FALSE(bar().filterViews()[1]->problem().isEmpty());
     EXPECT_TRUE(bar().filterViews()[0]->problem().isEmpty());
+}
+
+TEST_F(FilterStripTest, theNumberBesideAValueIsWhatTheTableHasAfterAClick)
+{
+    open();
+    addRange(u"Tempo"_s, u"112"_s, u"126"_s);
+    for (const char16_t *type : { u"Genre", u"Key" }) {
+        auto *const editor = addFilter<TrackFacetEditor>(QString::fromUtf16(type));
+        ASSERT_TRUE(editor);
+        KXFacetFilterValuesModel &model = *editor->valuesModel();
+        for (int row = 0; row < model.rowCount(); ++row) {
+            for (const Qt::KeyboardModifiers how :
+                { Qt::KeyboardModifiers(), Qt::KeyboardModifiers(Qt::AltModifier) }) {
+                const QVariant promised = model.index(row).data(
+                    how ? KXFacetFilterValuesModel::ExcludedRole : KXFacetFilterValuesModel::AddedRole);
+                ASSERT_TRUE(promised.isValid());
+                click(*editor, row, how);
+                EXPECT_EQ(rows(), promised.toInt()) << qPrintable(model.index(row).data().toString());
+                click(*editor, row, how); // let go of it
+            }
+        }
+        // Of those that are chosen together as well.
+        for (int row = 0; row < std::min(3, model.rowCount()); ++row) {
+            const int promised = model.index(row).data(KXFacetFilterValuesModel::AddedRole).toInt();
+            click(*editor, row);
+            EXPECT_EQ(rows(), promised);
+        }
+        QTest::keyClick(editor->valuesView(), Qt::Key_Return);
+        turns();
+    }
+    // What would leave nothing is pale, and can be chosen all the same.
+    strip().filters()->removeAllFilters();
+    addRange(u"Year"_s, u"2019"_s, QString());
+    auto *const genres = addFilter<TrackFacetEditor>(u"Genre"_s);
+    const int last = genres->valuesModel()->rowCount() - 1;
+    ASSERT_TRUE(genres->valuesModel()->index(last).data(KXFacetFilterValuesModel::EmptiesRole).toBool());
+    click(*genres, last);
+    EXPECT_EQ(rows(), 0);
+    // Another editor for the same key path is opened over it, and has its counts at once and later on.
+    strip().filters()->showFilter(bar().filters()[1]);
+    turns();
+    auto *const again = qobject_cast<TrackFacetEditor *>(strip().filters()->filterPopover()->contentViewController());
+    ASSERT_TRUE(again && again != genres);
+    click(*again, again->valuesModel()->rowOfValue(u"g1"_s));
+    EXPECT_EQ(again->valuesModel()->index(last).data(KXFacetFilterValuesModel::AddedRole).toInt(), rows());
+    QTest::keyClick(again->valuesView(), Qt::Key_Return);
+    turns();
+
+    // In another place its own tracks are counted.
+    const auto places = window->sources()->library()->treeController();
+    const auto *const genrePlaces = [&]() -> const KXTreeNode * {
+        for (const KXTreeNode *root : places->rootNodes()) {
+            if (!root->childNodes().isEmpty())
+                return root->childNodes().first();
+        }
+        return nullptr;
+    }();
+    ASSERT_TRUE(genrePlaces);
+    window->sources()->library()->selectItem(dynamic_cast<KXViewState *>(genrePlaces->representedObject().get()));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return bar().filterViews().isEmpty() && window->model()->rowCount() < 20; }));
+    auto *const keys = addFilter<TrackFacetEditor>(u"Key"_s);
+    ASSERT_TRUE(keys);
+    qint64 all = 0;
+    for (int row = 0; row < keys->valuesModel()->rowCount(); ++row)
+        all += keys->valuesModel()->index(row).data(KXFacetFilterValuesModel::AddedRole).toInt();
+    EXPECT_EQ(all, window->model()->rowCount());
+}
+
+TEST_F(FilterStripTest, aClickAsksForWhatFitsTheTrackAtHand)
+{
+    open();
+    rows();
+    window->table()->setCurrentIndex(window->model()->index(3, 0));
+    const auto track = window->model()->track(3);
+    auto *const range = addFilter<TrackRangeEditor>(u"Tempo"_s);
+    ASSERT_TRUE(range && range->aroundButton() && range->distributionView());
+    EXPECT_FALSE(range->distributionView()->bars().isEmpty());
+    QTest::mouseClick(range->aroundButton(), Qt::LeftButton);
+    EXPECT_NEAR(range->filter()->startValue()->toDouble(), *track->bpm() * 0.96, 0.06);
+    EXPECT_NEAR(range->filter()->endValue()->toDouble(), *track->bpm() * 1.04, 0.06);
+    EXPECT_LT(rows(), 20);
+    QTest::keyClick(range->startValueField(), Qt::Key_Escape);
+    EXPECT_EQ(rows(), 20);
+    turns();
+    strip().filters()->removeAllFilters();
+    rows();
+    window->table()->setCurrentIndex(window->model()->index(3, 0));
+    auto *const keys = addFilter<TrackFacetEditor>(u"Key"_s);
+    ASSERT_TRUE(keys && keys->fittingButton());
+    click(*keys, 5); // goes
+    QTest::mouseClick(keys->fittingButton(), Qt::LeftButton);
+    EXPECT_EQ(keys->filter()->values().size(), 4);
+    const int own = *window->model()->track(0)->keyOrder();
+    EXPECT_EQ(
+        keys->valuesModel()->state(keys->valuesModel()->rowOfValue(own)), KXFacetFilterViewController::State::Included);
+}
+
+TEST_F(FilterStripTest, ofMoreValuesThanAreOfferedAnyIsFound)
+{
+    for (int i = 0; i < TrackFacetEditor::mostOffers + 10; ++i)
+        Genre::createInContext(*context)->setName(u"a rare one %1"_s.arg(i));
+    const auto last = Genre::createInContext(*context);
+    last->setName(u"Zouk é"_s);
+    save();
+    open();
+    auto *const editor = addFilter<TrackFacetEditor>(u"Genre"_s);
+    ASSERT_TRUE(editor);
+    const auto &model = *editor->valuesModel();
+    EXPECT_EQ(model.rowCount(), TrackFacetEditor::mostOffers);
+    EXPECT_EQ(model.index(0).data().toString(), u"g0"_s) << "those that bring most are among them";
+    EXPECT_EQ(model.rowOfValue(u"Zouk é"_s), -1);
+    QTest::keyClicks(editor->searchField(), u"k E"_s);
+    ASSERT_EQ(model.rowCount(), 1);
+    click(*editor, 0);
+    EXPECT_EQ(rows(), 0);
+    QTest::keyClicks(editor->searchField(), u"x"_s);
+    editor->searchField()->clear();
+    EXPECT_EQ(model.state(model.rowOfValue(u"Zouk é"_s)), KXFacetFilterViewController::State::Included);
 }

@@ -1,5 +1,7 @@
 #include <kestrixkit/filter_ui/editors/KXDistributionFilterViewController.h>
 
+#include <utility>
+
 #include <QGridLayout>
 
 #include <kestrixkit/foundation/KXStringWithFormat.h>
@@ -37,16 +39,42 @@ void KXDistributionFilterViewController::setWhatIfCounts(KXFilterSetWhatIfCounts
 {
     if (m_counts) {
         m_counts->disconnect(this);
-        m_counts->removeDistribution(filter());
+        stopWatching();
     }
     m_counts = counts;
     if (!counts)
         return;
     connect(
         counts, &KXFilterSetWhatIfCounts::countsDidChange, this, &KXDistributionFilterViewController::showDistribution);
-    counts->addDistribution(filter());
-    counts->update(); // which fails where the store does: then there are no bars
+    watch();
+}
+
+void KXDistributionFilterViewController::watch()
+{
+    m_isWatching = true;
+    m_counts->addDistribution(filter());
+    m_counts->update(); // which fails where the store does: then there are no bars
     showDistribution();
+}
+
+void KXDistributionFilterViewController::stopWatching()
+{
+    if (std::exchange(m_isWatching, false) && m_counts)
+        m_counts->removeDistribution(filter());
+}
+
+void KXDistributionFilterViewController::popoverWillShow()
+{
+    KXRangeFilterViewController::popoverWillShow();
+    if (m_counts && !m_isWatching)
+        watch();
+}
+
+/// The next editor may watch the same filter before this one is deleted.
+void KXDistributionFilterViewController::popoverWillClose()
+{
+    KXRangeFilterViewController::popoverWillClose();
+    stopWatching();
 }
 
 void KXDistributionFilterViewController::viewDidLoad()
@@ -66,7 +94,7 @@ void KXDistributionFilterViewController::viewDidLoad()
 
 void KXDistributionFilterViewController::showDistribution()
 {
-    if (!m_distributionView)
+    if (!m_distributionView || (m_counts && !m_isWatching)) // one that closes keeps what it shows
         return;
     m_distributionView->setNumbers(
         m_counts && canEdit() ? m_counts->distribution(filter()) : QList<KXWhatIfCounts::NumberCount>());

@@ -18,15 +18,21 @@ public:
     /// nullptr before the view is loaded.
     [[nodiscard]] KXDistributionView *distributionView() const { return m_distributionView; }
 
+    void popoverWillShow() override;
+    void popoverWillClose() override;
+
 protected:
     void viewDidLoad() override;
     void filterDidChange() override;
 
 private:
+    void watch();
+    void stopWatching();
     void showDistribution();
     void showBounds();
     void take(const KXDistributionView::Bounds &bounds);
 
     QPointer<KXFilterSetWhatIfCounts> m_counts;
+    bool m_isWatching = false;
     QPointer<KXDistributionView> m_distributionView;
 };

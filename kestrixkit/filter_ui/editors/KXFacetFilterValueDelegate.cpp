@@ -61,7 +61,8 @@ void KXFacetFilterValueDelegate::paint(
     QColor exclusion = pale;
     if (state != State::Excluded)
         exclusion.setAlphaF(option.state & QStyle::State_MouseOver || isSelected ? 0.55F : 0.2F);
-    facetPaintMark(*painter, exclusionRect(row, option.direction), false, exclusion);
+    if (index.data(KXFacetFilterValuesModel::ExcludableRole).toBool())
+        facetPaintMark(*painter, exclusionRect(row, option.direction), false, exclusion);
 
     int right = row.right() + 1 - facetExclusionWidth - facetGap / 2;
     const QVariant added = index.data(KXFacetFilterValuesModel::AddedRole);

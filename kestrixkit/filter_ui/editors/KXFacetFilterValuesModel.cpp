@@ -1,7 +1,9 @@
 #include <kestrixkit/filter_ui/editors/KXFacetFilterValuesModel.h>
 
 #include <algorithm>
-#include <numeric>
+
+#include <QMultiHash>
+#include <QSet>
 
 #include <kestrixkit/filter_ui/KXFacetFilterValueCellView.h>
 #include <kestrixkit/foundation/KXClock.h>
@@ -13,15 +15,28 @@ namespace {
 
 constexpr QLatin1StringView facetCountsIdentifier { "whatIf" };
 
-QString facetFolded(const QString &text)
+/// Finds values among thousands; equal ones have equal texts.
+class FacetHeldValues
 {
-    QString folded;
-    for (const QChar c : text.normalized(QString::NormalizationForm_KD)) {
-        if (!c.isMark())
-            folded += c.toCaseFolded();
+public:
+    explicit FacetHeldValues(const KXRef<KXFacetFilter> &filter)
+        : m_all(filter && !filter->isDeleted() ? filter->valuesSortedByName() : QList<KXRef<KXFacetFilterValue>>())
+    {
+        for (const KXRef<KXFacetFilterValue> &value : m_all)
+            m_byText.insert(value->value().toString(), value);
     }
-    return folded;
-}
+    [[nodiscard]] const QList<KXRef<KXFacetFilterValue>> &all() const { return m_all; }
+    [[nodiscard]] QList<KXRef<KXFacetFilterValue>> of(const QVariant &value) const
+    {
+        QList<KXRef<KXFacetFilterValue>> found = m_byText.values(value.toString());
+        found.removeIf([&value](const KXRef<KXFacetFilterValue> &held) { return held->value() != value; });
+        return found;
+    }
+
+private:
+    const QList<KXRef<KXFacetFilterValue>> m_all;
+    QMultiHash<QString, KXRef<KXFacetFilterValue>> m_byText;
+};
 
 KXFacetFilterValuesModel::State facetStateOf(const KXFacetFilterValue &value)
 {
@@ -29,6 +44,12 @@ KXFacetFilterValuesModel::State facetStateOf(const KXFacetFilterValue &value)
     if (!value.enabled())
         return State::NotChosen;
     return value.operatorType() == KXPredicateOperator::NotEqual ? State::Excluded : State::Included;
+}
+
+KXPredicateOperator facetInclusionOf(const KXFacetFilterValue &value)
+{
+    const KXPredicateOperator code = value.operatorType();
+    return code == KXPredicateOperator::NotEqual ? KXPredicateOperator::Equal : code;
 }
 
 }
@@ -41,21 +62,34 @@ KXFacetFilterValuesModel::KXFacetFilterValuesModel(KXRef<KXFacetFilter> filter, 
 
 KXFacetFilterValuesModel::~KXFacetFilterValuesModel() = default;
 
+QString KXFacetFilterValuesModel::foldedText(const QString &text)
+{
+    QString folded;
+    for (const QChar c : text.normalized(QString::NormalizationForm_KD)) {
+        if (!c.isMark())
+            folded += c.toCaseFolded();
+    }
+    return folded;
+}
+
 void KXFacetFilterValuesModel::setOffers(const QList<Offer> &offers)
 {
     beginResetModel();
     m_offers = offers;
-    const QList<KXRef<KXFacetFilterValue>> held
-        = m_filter && !m_filter->isDeleted() ? m_filter->valuesSortedByName() : QList<KXRef<KXFacetFilterValue>>();
-    for (const KXRef<KXFacetFilterValue> &value : held) {
-        const auto isIt = [&value](const Offer &offer) { return offer.value == value->value(); };
-        if (std::none_of(m_offers.begin(), m_offers.end(), isIt))
-            m_offers.append(
-                { value->name().value_or(value->value().toString()), value->value(), value->valueIdentifier() });
+    const FacetHeldValues held(m_filter);
+    QSet<const KXFacetFilterValue *> offered;
+    for (const Offer &offer : offers) {
+        for (const KXRef<KXFacetFilterValue> &value : held.of(offer.value))
+            offered.insert(value.get());
+    }
+    for (const KXRef<KXFacetFilterValue> &value : held.all()) {
+        if (!offered.contains(value.get()))
+            m_offers.append({ value->name().value_or(value->value().toString()), value->value(),
+                value->valueIdentifier(), facetInclusionOf(*value) });
     }
     m_entries.assign(size_t(m_offers.size()), {});
     for (qsizetype i = 0; i < m_offers.size(); ++i)
-        m_entries[size_t(i)].folded = facetFolded(m_offers[i].name);
+        m_entries[size_t(i)].folded = foldedText(m_offers[i].name);
     m_rows.clear();
     endResetModel();
     readChoices();
@@ -74,7 +108,8 @@ void KXFacetFilterValuesModel::setCounts(const QList<KXWhatIfCounts::ValueCounts
 {
     bool isNews = false;
     for (size_t i = 0; i < m_entries.size(); ++i) {
-        const auto now = qsizetype(i) < counts.size() ? std::optional(counts[qsizetype(i)]) : std::nullopt;
+        const bool isKnown = qsizetype(i) < counts.size() && isComparedByEquality(int(i));
+        const auto now = isKnown ? std::optional(counts[qsizetype(i)]) : std::nullopt;
         isNews = isNews || m_entries[i].counts != now;
         m_entries[i].counts = now;
     }
@@ -84,15 +119,12 @@ void KXFacetFilterValuesModel::setCounts(const QList<KXWhatIfCounts::ValueCounts
 
 void KXFacetFilterValuesModel::readChoices()
 {
-    const QList<KXRef<KXFacetFilterValue>> held
-        = m_filter && !m_filter->isDeleted() ? m_filter->values() : QList<KXRef<KXFacetFilterValue>>();
+    const FacetHeldValues held(m_filter);
     bool isNews = false;
     for (size_t i = 0; i < m_entries.size(); ++i) {
         State state = State::NotChosen;
-        for (const KXRef<KXFacetFilterValue> &value : held) {
-            if (state == State::NotChosen && value->value() == m_offers[qsizetype(i)].value)
-                state = facetStateOf(*value);
-        }
+        for (const KXRef<KXFacetFilterValue> &value : held.of(m_offers[qsizetype(i)].value))
+            state = state == State::NotChosen ? facetStateOf(*value) : state;
         isNews = isNews || m_entries[i].state != state;
         m_entries[i].state = state;
     }
@@ -108,7 +140,7 @@ void KXFacetFilterValuesModel::setSearchText(const QString &text)
 
 void KXFacetFilterValuesModel::arrange()
 {
-    const QString sought = facetFolded(m_searchText.trimmed());
+    const QString sought = foldedText(m_searchText.trimmed());
     QList<int> rows;
     for (int i = 0; i < int(m_offers.size()); ++i) {
         if (m_entries[size_t(i)].folded.contains(sought))
@@ -151,8 +183,7 @@ KXSourceListCell KXFacetFilterValuesModel::cell(int number) const
         entry.shown = KXFacetFilterValue::createTemporaryInstanceInContext(
             *context, offer.name, offer.value, offer.identifier, KXPredicateOperator::Equal);
     if (entry.shown) {
-        entry.shown->setOperatorType(
-            entry.state == State::Excluded ? KXPredicateOperator::NotEqual : KXPredicateOperator::Equal);
+        entry.shown->setOperatorType(entry.state == State::Excluded ? KXPredicateOperator::NotEqual : offer.included);
         entry.shown->setEnabled(true);
         entry.shown->setCount(entry.counts ? entry.counts->added : 0, facetCountsIdentifier);
         KXFacetFilterValueCellView view(cell);
@@ -204,6 +235,8 @@ QVariant KXFacetFilterValuesModel::data(const QModelIndex &index, int role) cons
         return entry.counts && entry.counts->added == 0;
     case AddedRole:
         return entry.counts ? QVariant(entry.counts->added) : QVariant();
+    case ExcludableRole:
+        return isComparedByEquality(number);
     case ExcludedRole:
         return entry.counts ? QVariant(entry.counts->excluded) : QVariant();
     default:

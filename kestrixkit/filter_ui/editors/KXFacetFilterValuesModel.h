@@ -22,6 +22,9 @@ public:
         QString name = {};
         QVariant value = {};
         std::optional<QString> identifier = {}; ///< in the remote catalogue
+        /// How an object is compared with it when it is included. What is compared otherwise than by "=", such as a
+        /// pattern, cannot be excluded, and is not counted.
+        KXPredicateOperator included = KXPredicateOperator::Equal;
     };
     enum class State { NotChosen, Included, Excluded };
     enum Role {
@@ -30,6 +33,7 @@ public:
         EmptiesRole, ///< bool: choosing it would leave nothing in the list
         AddedRole, ///< qint64: objects in the list with the value added; invalid where that is not known
         ExcludedRole, ///< qint64: with it excluded
+        ExcludableRole, ///< bool
     };
 
     /// The context makes temporary values for the rows; it is that of the filter.
@@ -45,6 +49,8 @@ public:
     /// Shows values whose names contain the text, without regard to case and diacritics.
     void setSearchText(const QString &text);
     [[nodiscard]] const QString &searchText() const { return m_searchText; }
+    /// Without case and diacritics: what is searched in.
+    [[nodiscard]] static QString foldedText(const QString &text);
     /// Puts the rows in order of their counts, then of their names.
     void arrange();
     /// Looks what the filter holds.
@@ -67,6 +73,10 @@ private:
         KXRef<KXFacetFilterValue> shown; ///< what the cell is made of; made when it is first painted
     };
 
+    [[nodiscard]] bool isComparedByEquality(int number) const
+    {
+        return m_offers[number].included == KXPredicateOperator::Equal;
+    }
     [[nodiscard]] KXSourceListCell cell(int number) const;
     [[nodiscard]] QString description(int number) const;
 

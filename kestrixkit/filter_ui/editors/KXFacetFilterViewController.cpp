@@ -23,11 +23,7 @@ KXFacetFilterViewController::KXFacetFilterViewController(KXRef<KXFacetFilter> fi
     m_model->setOffers({});
 }
 
-KXFacetFilterViewController::~KXFacetFilterViewController()
-{
-    if (m_counts && !m_offeredKeyPath.isEmpty())
-        m_counts->removeFacet(m_offeredKeyPath);
-}
+KXFacetFilterViewController::~KXFacetFilterViewController() { stopOffering(); }
 
 KXThemeableTextField *KXFacetFilterViewController::searchField() const { return m_searchField; }
 KXThemeableTableView *KXFacetFilterViewController::valuesView() const { return m_valuesView; }
@@ -46,8 +42,7 @@ void KXFacetFilterViewController::setWhatIfCounts(KXFilterSetWhatIfCounts *count
 {
     if (m_counts) {
         m_counts->disconnect(this);
-        if (!m_offeredKeyPath.isEmpty())
-            m_counts->removeFacet(m_offeredKeyPath);
+        stopOffering();
     }
     m_offeredKeyPath.clear();
     m_counts = counts;
@@ -66,17 +61,29 @@ void KXFacetFilterViewController::setFilteredEntity(const KXEntityDescription *e
 /// The counts are asked for all values that are offered.
 void KXFacetFilterViewController::offerValues()
 {
-    if (m_counts && canEdit() && m_filter->localValuePredicateKeyPath()) {
+    const auto &offers = m_model->offers();
+    const bool canCount = std::any_of(
+        offers.begin(), offers.end(), [](const Offer &offer) { return offer.included == KXPredicateOperator::Equal; });
+    if (m_counts && canEdit() && canCount && m_filter->localValuePredicateKeyPath()) {
         m_offeredKeyPath = *m_filter->localValuePredicateKeyPath();
-        m_counts->setFacet(m_offeredKeyPath, m_model->values(), m_filter->localValuePredicateModifier());
+        m_counts->setFacet(m_offeredKeyPath, m_model->values(), m_filter->localValuePredicateModifier(), m_filter);
         m_counts->update(); // which fails where the store does: then there are no counts
     }
     showCounts();
 }
 
+void KXFacetFilterViewController::stopOffering()
+{
+    const QString keyPath = std::exchange(m_offeredKeyPath, {});
+    if (m_counts && !keyPath.isEmpty())
+        m_counts->removeFacet(keyPath);
+}
+
+/// An editor that closes keeps those that it shows.
 void KXFacetFilterViewController::showCounts()
 {
-    m_model->setCounts(m_counts ? m_counts->valueCounts(m_offeredKeyPath) : QList<KXWhatIfCounts::ValueCounts>());
+    if (!m_counts || !m_offeredKeyPath.isEmpty())
+        m_model->setCounts(m_counts ? m_counts->valueCounts(m_offeredKeyPath) : QList<KXWhatIfCounts::ValueCounts>());
     if (canEdit())
         m_model->readChoices();
     if (!std::exchange(m_isArranged, true))
@@ -119,7 +126,16 @@ void KXFacetFilterViewController::popoverWillShow()
 {
     KXFilterEditorViewController::popoverWillShow();
     m_before = choices();
+    if (m_offeredKeyPath.isEmpty())
+        offerValues();
     m_model->arrange();
+}
+
+/// The next editor may offer values for the same key path before this one is deleted.
+void KXFacetFilterViewController::popoverWillClose()
+{
+    KXFilterEditorViewController::popoverWillClose();
+    stopOffering();
 }
 
 void KXFacetFilterViewController::filterDidChange()
@@ -185,14 +201,14 @@ void KXFacetFilterViewController::setState(const QVariant &value, State state)
     const auto &offers = m_model->offers();
     const auto offer
         = std::find_if(offers.begin(), offers.end(), [&value](const Offer &each) { return each.value == value; });
-    if (offer == offers.end())
+    if (offer == offers.end() || (state == State::Excluded && offer->included != KXPredicateOperator::Equal))
         return;
     const QPointer<KXFacetFilterViewController> alive(this);
     change([&] {
         if (state == State::NotChosen)
             take(value);
         else
-            put(*offer, state == State::Excluded ? KXPredicateOperator::NotEqual : KXPredicateOperator::Equal, true);
+            put(*offer, state == State::Excluded ? KXPredicateOperator::NotEqual : offer->included, true);
     });
     if (alive && canEdit())
         filterDidChange();

@@ -29,8 +29,8 @@ public:
 
     [[nodiscard]] const KXRef<KXFacetFilter> &filter() const { return m_filter; }
     void setOffers(const QList<Offer> &offers);
-    /// Counts of the set that the filter is in; while the editor lives they offer its values for the filter's key path.
-    /// nullptr: no counts are shown. Borrowed.
+    /// Counts of the set that the filter is in; until the editor closes they offer its values for the filter's key
+    /// path. nullptr: no counts are shown. Borrowed.
     void setWhatIfCounts(KXFilterSetWhatIfCounts *counts);
     /// What is filtered, so that the editor can say when an exclusion has no effect. nullptr: it does not.
     void setFilteredEntity(const KXEntityDescription *entity);
@@ -52,6 +52,7 @@ public:
 
     void revert() override;
     void popoverWillShow() override;
+    void popoverWillClose() override;
 
 protected:
     void viewDidLoad() override;
@@ -69,6 +70,7 @@ private:
     };
 
     void offerValues();
+    void stopOffering();
     void showCounts();
     void showNote();
     void put(const Offer &offer, KXPredicateOperator operatorType, bool enabled);

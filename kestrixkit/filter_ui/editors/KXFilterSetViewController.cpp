@@ -269,11 +269,16 @@ void KXFilterSetViewController::showFilter(const KXRef<KXFilter> &given)
     const KXRef<KXFilter> filter = given;
     if (!editedFilterIsThere(filter) || !m_filterBar)
         return;
-    const KXFilterBarFilterView *const view = m_filterBar->viewOfFilter(filter.get());
-    auto editor = view ? filterViewControllerForFilter(filter) : nullptr;
-    if (!editor)
+    const KXFilterBarFilterView *view = m_filterBar->viewOfFilter(filter.get());
+    if (!view)
         return;
-    closeFilterPopover();
+    closeFilterPopover(); // what it looks at, such as counts, may be the next one's, too
+    if (!editedFilterIsThere(filter))
+        return;
+    auto editor = filterViewControllerForFilter(filter);
+    view = m_filterBar ? m_filterBar->viewOfFilter(filter.get()) : nullptr;
+    if (!editor || !view)
+        return;
     KXViewController *const content = editor.release();
     m_filterPopover = std::make_unique<KXPopoverController>(content);
     content->setParent(m_filterPopover.get());
