@@ -43,6 +43,14 @@ QColor BrowserStyle::keyColour(const MusicalKey &key)
     return QColor::fromHslF(hue, key.minor ? 0.58F : 0.72F, (key.minor ? 0.64F : 0.74F) + blue);
 }
 
+QString BrowserStyle::timeText(double seconds)
+{
+    const auto whole = qint64(seconds);
+    const QString minutes = QString::number(whole / 60 % 60), rest = u"%1"_s.arg(whole % 60, 2, 10, QChar(u'0'));
+    return whole < 3600 ? minutes + u':' + rest
+                        : u"%1:%2:%3"_s.arg(whole / 3600).arg(minutes.rightJustified(2, u'0'), rest);
+}
+
 void BrowserStyle::apply(QApplication &application)
 {
     QApplication::setStyle(QStyleFactory::create(u"Fusion"_s));

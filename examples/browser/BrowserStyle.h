@@ -25,6 +25,10 @@ inline constexpr int margin = 10;
 /// Once round the colour circle along the wheel of keys; minor keys are a little deeper than their relatives.
 QColor keyColour(const MusicalKey &key);
 
+/// A length or a time of music: "6:31", "1:02:05". Whole seconds that have passed, so that what is played comes to the
+/// length that the table shows.
+QString timeText(double seconds);
+
 /// Style, font and the theme that the user chose for the whole application.
 void apply(QApplication &application);
 

@@ -152,9 +152,9 @@ void PlayerStrip::showCover()
 void PlayerStrip::showTimes()
 {
     const double now = m_preview->player().currentTime(), all = m_preview->player().duration();
-    m_elapsed->setText(Preview::timeText(now));
+    m_elapsed->setText(BrowserStyle::timeText(now));
     // Whole seconds of both, so that the two add up to what is shown elsewhere.
-    m_remaining->setText(u"-"_s + Preview::timeText(std::max(0.0, std::floor(all) - std::floor(now))));
+    m_remaining->setText(u"-"_s + BrowserStyle::timeText(std::max(0.0, std::floor(all) - std::floor(now))));
 }
 
 void PlayerStrip::buildStems()

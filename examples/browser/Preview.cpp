@@ -221,12 +221,6 @@ QString Preview::playingTitle() const
     return item ? item->title : QString();
 }
 
-QString Preview::timeText(double seconds)
-{
-    const auto whole = qint64(seconds);
-    return u"%1:%2"_s.arg(whole / 60).arg(whole % 60, 2, 10, QLatin1Char('0'));
-}
-
 bool Preview::isShuffled() const { return m_playlist->isShuffled; }
 
 void Preview::setShuffled(bool shuffled)
@@ -453,7 +447,8 @@ void Preview::showState()
     Q_EMIT changed();
     if (!item)
         return;
-    const QString time = u"%1 / %2"_s.arg(timeText(player().currentTime()), timeText(player().duration()));
+    const QString time
+        = u"%1 / %2"_s.arg(BrowserStyle::timeText(player().currentTime()), BrowserStyle::timeText(player().duration()));
     switch (player().state()) {
     case KXAudioPlayerStateIdle:
         m_label->clear();

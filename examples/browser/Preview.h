@@ -71,8 +71,6 @@ public:
     /// What is played or was last; invalid where there was nothing, or it left the table.
     [[nodiscard]] QModelIndex playingIndex() const;
     [[nodiscard]] QString playingTitle() const;
-    /// Minutes and whole seconds that have passed.
-    [[nodiscard]] static QString timeText(double seconds);
 
 Q_SIGNALS:
     /// The item, its state or its time has changed.

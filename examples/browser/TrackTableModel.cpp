@@ -28,13 +28,7 @@ QString dateText(const QVariant &date)
     return KXClock::locale().toString(date.toDateTime().toTimeZone(KXClock::timeZone()).date(), QLocale::ShortFormat);
 }
 
-QString lengthText(const QVariant &seconds)
-{
-    const qint64 whole = qRound64(seconds.toDouble());
-    const QString minutes = QString::number(whole / 60 % 60), rest = u"%1"_s.arg(whole % 60, 2, 10, QChar(u'0'));
-    return whole < 3600 ? minutes + u':' + rest
-                        : u"%1:%2:%3"_s.arg(whole / 3600).arg(minutes.rightJustified(2, u'0'), rest);
-}
+QString lengthText(const QVariant &seconds) { return BrowserStyle::timeText(seconds.toDouble()); }
 
 /// In the order of TrackTableModel::Column. The newest, best and latest come first when sorted by.
 QList<KXLiveListModel::Column> columnsOfTracks()

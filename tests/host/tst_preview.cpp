@@ -13,6 +13,7 @@
 #include <kestrixkit/audio/KXWaveformLibrary.h>
 #include <kestrixkit/audio/views/KXAudioPlayerWaveformView.h>
 
+#include <BrowserStyle.h>
 #include <PlayerStrip.h>
 #include <Preview.h>
 #include <TrackTableModel.h>
@@ -199,7 +200,7 @@ TEST_F(PreviewTest, theStripLeadsThePlayerAndItsStems)
         const auto labels = strip->findChildren<QLabel *>();
         return std::any_of(labels.begin(), labels.end(), [&](QLabel *each) { return each->text() == text; });
     };
-    EXPECT_TRUE(shows(Preview::timeText(stems->currentTime()))); // at once
+    EXPECT_TRUE(shows(BrowserStyle::timeText(stems->currentTime()))); // at once
     const auto picture = [&] { return waveform->grab().toImage(); };
     ASSERT_TRUE(QTest::qWaitFor([&] { return waveforms.overview(QUrl::fromLocalFile(path)); }, previewPatience));
     const QImage all = picture();
