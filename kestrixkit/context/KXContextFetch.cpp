@@ -428,7 +428,10 @@ KXRef<Object> KXContextFetcher::objectAt(KXManagedObjectContextPrivate &context,
     const qint64 key = keys[place];
     if (const Object *object = context.registered(key); !object || !object->m_values) {
         const size_t from = place / batchSize * batchSize;
-        context.fill(entity, keys.subspan(from, std::min(batchSize, keys.size() - from)));
+        std::span<const qint64> batch = keys.subspan(from, std::min(batchSize, keys.size() - from));
+        while (batch.back() <= 0) // the last rows of a list that is being put right may be nobody's
+            batch = batch.first(batch.size() - 1);
+        context.fill(entity, batch);
     }
     return context.object(entity, key);
 }
