@@ -429,7 +429,7 @@ KXRef<Object> KXContextFetcher::objectAt(KXManagedObjectContextPrivate &context,
     if (const Object *object = context.registered(key); !object || !object->m_values) {
         const size_t from = place / batchSize * batchSize;
         std::span<const qint64> batch = keys.subspan(from, std::min(batchSize, keys.size() - from));
-        while (batch.back() <= 0) // the last rows of a list that is being put right may be nobody's
+        while (!batch.empty() && batch.back() <= 0) // the last rows of a list that is being put right may be nobody's
             batch = batch.first(batch.size() - 1);
         context.fill(entity, batch);
     }
