@@ -202,6 +202,11 @@ void KXFilterSetPresetsBar::follow(const KXObjectsDidChange &did)
         setupPresetButtons();
     else
         updateAvailabilityAfter(did);
+    // A folder's number is of all that lies in it, and it is told of its own children's coming and going alone.
+    for (Button *const button : std::as_const(m_buttons)) {
+        if (button->filterSetPreset()->isFolder())
+            button->setCountsContextIdentifier(m_identifier);
+    }
 }
 
 /// A preset can be used or not by what its filters are.
