@@ -133,6 +133,7 @@ void KXLivePresetCounts::follow(const KXObjectsDidChange &did)
 
 void KXLivePresetCounts::deliver(const QStringList &identifiers)
 {
+    QSet<KXRef<KXFilterSetPreset>> around; // folders further up; a preset tells its own
     for (const QString &identifier : identifiers) {
         const auto found = m_entries.constFind(identifier);
         const std::optional<qint64> count = m_counts->count(identifier);
@@ -140,6 +141,13 @@ void KXLivePresetCounts::deliver(const QStringList &identifiers)
             continue;
         const KXRef<KXFilterSetPreset> preset = found->preset; // an observer may remove it
         preset->setCount(*count, m_place.countsContextIdentifier);
+        const KXRef<KXFilterSetPreset> own = preset->parent();
+        for (auto folder = own ? own->parent() : own; folder && !around.contains(folder); folder = folder->parent())
+            around.insert(folder);
+    }
+    for (const KXRef<KXFilterSetPreset> &folder : std::as_const(around)) {
+        folder->willChangeValueForKey(u"counts");
+        folder->didChangeValueForKey(u"counts");
     }
 }
 
