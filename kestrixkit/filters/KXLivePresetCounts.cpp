@@ -40,8 +40,8 @@ KXLivePresetCounts::KXLivePresetCounts(KXManagedObjectContext::Ref presetsContex
           m_presetsContext.get(), [this](const KXObjectsDidChange &did) { follow(did); }))
 {
     connect(m_counts.get(), &KXLiveCounts::countsDidChange, this, &KXLivePresetCounts::deliver);
-    for (const KXRef<KXManagedObject> &object : KXFilterSetPreset::findAllInContext(*m_presetsContext))
-        add(KXFilterSetPreset::cast(object));
+    for (const KXRef<KXFilterSetPreset> &preset : KXFilterSetPreset::findAllInContext(*m_presetsContext))
+        add(preset);
 }
 
 KXLivePresetCounts::~KXLivePresetCounts() = default;
