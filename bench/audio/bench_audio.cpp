@@ -490,7 +490,7 @@ void firstFramePeer(benchmark::State &state, const char *format)
     BenchProgram::report(state, fastest(times) * 1e3);
 }
 
-/// Until the sound of the new place is heard; nothing of the old one may be.
+/// Until the sound of the new place is heard; nothing of the old one comes after it.
 void seek(benchmark::State &state, const char *format)
 {
     constexpr qint64 places = 50, step = 500'000;
@@ -513,6 +513,8 @@ void seek(benchmark::State &state, const char *format)
         (void)output->crank(heard.pointers[0], heard.pointers[1], passFrames);
         const double start = wallSeconds();
         player.seekToFrame(frame);
+        while (player.isSeeking()) // until then the old sound goes on
+            std::this_thread::yield();
         int frames = 0;
         while ((frames = output->crank(heard.pointers[0], heard.pointers[1], int(got))) == 0)
             std::this_thread::yield();
