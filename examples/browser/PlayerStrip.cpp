@@ -203,6 +203,6 @@ void PlayerStrip::showStems()
     }
     const std::vector<float> gains = player->audibleStemGains();
     const bool areNearly = player->mutesPartsOfStems();
-    if (m_waveform->stemGains() != gains || areNearly != m_waveform->isEstimate())
+    if (m_waveform->stemGains() != gains || m_waveform->stemGainsAreNearly() != areNearly)
         m_waveform->setStemGains(gains, areNearly);
 }

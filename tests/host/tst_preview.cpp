@@ -225,6 +225,12 @@ TEST_F(PreviewTest, theStripLeadsThePlayerAndItsStems)
     stems->unmuteChannel(2);
     (void)picture();
     EXPECT_FALSE(waveform->isEstimate());
+    stems->setStemGain(1, 0.5F);
+    (void)picture();
+    EXPECT_TRUE(waveform->isEstimate());
+    Q_EMIT preview->changed(); // as it does four times a second: what is being decoded goes on
+    EXPECT_TRUE(QTest::qWaitFor([&] { return !waveform->isEstimate(); }, previewPatience));
+    stems->setStemGain(1, 1);
     button(u"Solo Stem 4"_s)->click();
     EXPECT_EQ(waveform->stemGains(), (std::vector<float> { 0, 0, 0, 1 }));
     stems->setStemSoloed(3, false); // by somebody else

@@ -27,6 +27,7 @@ public:
     /// and the waveform can only be a guess.
     void setStemGains(std::vector<float> gains, bool areNearly = false);
     [[nodiscard]] const std::vector<float> &stemGains() const { return m_gains; }
+    [[nodiscard]] bool stemGainsAreNearly() const { return m_gainsAreNearly; }
 
     [[nodiscard]] const KXAudioPlayerWaveformLayer &layer() const { return *m_layer; }
     /// Whether what is shown is a guess.
