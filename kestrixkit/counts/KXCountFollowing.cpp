@@ -72,14 +72,15 @@ void KXCountTable::followObjects(const KXObjectsDidChange &did)
 
 void KXCountTable::followMerge(const KXStoreChange &change)
 {
-    KXManagedObjectContextPrivate &context = m_context.d();
+    KXManagedObjectContextPrivate &context = KXManagedObjectContextPrivate::of(m_context);
     std::vector<qint64> inserted;
     std::vector<size_t> columns;
     for (const KXEntityChange &entity : change.entities()) {
         if (!entity.entity->isKindOf(&m_entity))
             continue;
-        std::copy_if(entity.inserted.begin(), entity.inserted.end(), std::back_inserter(inserted),
-            [&](qint64 key) { return !context.registered(key) || !context.registered(key)->isDeleted(); });
+        std::copy_if(entity.inserted.begin(), entity.inserted.end(), std::back_inserter(inserted), [&](qint64 key) {
+            return !context.reader.registered(key) || !context.reader.registered(key)->isDeleted();
+        });
         for (const qint64 key : entity.deleted) {
             changeRow(key, [&](qint64 row) {
                 if (has(row))
@@ -90,7 +91,7 @@ void KXCountTable::followMerge(const KXStoreChange &change)
             if (!has(rowOf(news.key)))
                 continue;
             // What the context holds may have edits of its own.
-            Object *held = context.registered(news.key);
+            Object *held = context.reader.registered(news.key);
             if (held && held->isFault())
                 held = nullptr;
             columns.clear();
@@ -159,7 +160,8 @@ void KXCountTable::readInserted(const std::vector<qint64> &keys)
         const qint64 row = rowOf(key);
         if (!has(row))
             continue; // gone meanwhile
-        if (Object *object = m_context.d().registered(key); object && object->isUpdated()) {
+        if (Object *object = KXManagedObjectContextPrivate::of(m_context).reader.registered(key);
+            object && object->isUpdated()) {
             for (const size_t column : columns)
                 setFromObject(size_t(row), object, column);
         }

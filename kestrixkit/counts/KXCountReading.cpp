@@ -35,7 +35,7 @@ struct CountMembers
 bool KXCountTable::read(
     const std::vector<size_t> &columns, const std::vector<qint64> *keys, bool addsRows, KXError *error)
 {
-    KXPersistentStorePrivate *store = m_context.d().store;
+    KXPersistentStorePrivate *store = KXManagedObjectContextPrivate::of(m_context).store;
     if (!store)
         return KXSetError(error, KXManagedObjectContextPrivate::notOpen());
     QByteArray sql = "SELECT t0.kx_id";
@@ -148,7 +148,8 @@ bool KXCountTable::readMembers(size_t column, const std::vector<qint64> *keys, K
         = property.joinTable().isEmpty() ? property.destinationEntity()->table() : property.joinTable();
     QByteArray sql = "SELECT " + object + ", " + member + " FROM " + table + " WHERE " + object
         + (keys ? QByteArray(" IN (SELECT value FROM json_each(?))") : QByteArray(" IS NOT NULL"));
-    const KXStoreConnections::Reader reader = m_context.d().store->connections.reader(error);
+    const KXStoreConnections::Reader reader
+        = KXManagedObjectContextPrivate::of(m_context).store->connections.reader(error);
     if (!reader)
         return false;
     KXStatement rows = reader->prepare(sql);
@@ -185,7 +186,7 @@ bool KXCountTable::readMembers(size_t column, const std::vector<qint64> *keys, K
 /// What is unsaved here the store does not know.
 void KXCountTable::overlay(const std::vector<size_t> &columns, bool rowsToo)
 {
-    KXManagedObjectContextPrivate &context = m_context.d();
+    KXManagedObjectContextPrivate &context = KXManagedObjectContextPrivate::of(m_context);
     const auto take = [&](KXManagedObject *object) {
         if (!object->entity()->isKindOf(&m_entity))
             return;
@@ -193,18 +194,18 @@ void KXCountTable::overlay(const std::vector<size_t> &columns, bool rowsToo)
         for (const size_t column : has(row) ? columns : std::vector<size_t>())
             setFromObject(size_t(row), object, column);
     };
-    for (const KXContextHold &object : context.inserted) {
+    for (const KXContextHold &object : context.ledger.insertions()) {
         if (!object->isInserted())
             continue;
         if (rowsToo && object->entity()->isKindOf(&m_entity))
             addRow(object->objectID().key());
         take(object.get());
     }
-    for (const auto &[object, change] : context.changes) {
+    for (const auto &[object, change] : context.ledger.changes()) {
         if (object->isUpdated())
             take(object);
     }
-    for (const KXContextHold &object : context.deleted) {
+    for (const KXContextHold &object : context.ledger.deletions()) {
         if (const qint64 row = rowOf(object->objectID().key()); rowsToo && has(row))
             bury(size_t(row));
     }
@@ -235,22 +236,23 @@ void KXCountTable::readSets(const std::vector<size_t> &columns)
         if (values.kind() != KXCountColumn::Kind::Relation)
             continue;
         if (values.pathCount() > 0)
-            m_context.d().fill(*values.property().destinationEntity(), values.newKeys());
+            KXManagedObjectContextPrivate::of(m_context).reader.fill(
+                *values.property().destinationEntity(), values.newKeys());
         values.readSets();
     }
 }
 
 QVariant KXCountTable::objects(const KXPropertyDescription &relationship, const std::vector<qint64> &keys) const
 {
-    KXManagedObjectContextPrivate &context = m_context.d();
+    KXManagedObjectContextPrivate &context = KXManagedObjectContextPrivate::of(m_context);
     if (relationship.isToOne())
         return keys.empty() ? QVariant()
-                            : KXVariantFromRef(context.object(*relationship.destinationEntity(), keys.front()));
-    context.fill(*relationship.destinationEntity(), keys);
+                            : KXVariantFromRef(context.reader.object(*relationship.destinationEntity(), keys.front()));
+    context.reader.fill(*relationship.destinationEntity(), keys);
     QVariantList list;
     for (const qint64 key : keys) {
         // Nothing tells a relationship without inverse that a member was deleted.
-        const KXRef<KXManagedObject> member = context.object(*relationship.destinationEntity(), key);
+        const KXRef<KXManagedObject> member = context.reader.object(*relationship.destinationEntity(), key);
         if (member && (relationship.inverse() || !(member->isDeleted() || member->isMissing())))
             list.append(KXVariantFromRef(member));
     }

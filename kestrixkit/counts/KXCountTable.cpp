@@ -139,7 +139,9 @@ void KXCountTable::setFromObject(size_t row, KXManagedObject *object, size_t col
             noteOrder(column, row);
         return;
     }
-    values.setKeys(row, property ? m_context.d().keysOf(object, *property) : std::vector<qint64>());
+    values.setKeys(row,
+        property ? KXManagedObjectContextPrivate::of(m_context).reader.keysOf(object, *property)
+                 : std::vector<qint64>());
 }
 
 double KXCountTable::bytesPerRow() const

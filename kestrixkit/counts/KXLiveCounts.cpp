@@ -47,7 +47,7 @@ public:
         , context(std::move(managedObjectContext))
         , entityName(name)
         , base(std::move(predicates))
-        , table(*context, context->d().entity(name))
+        , table(*context, KXManagedObjectContextPrivate::of(*context).entity(name))
         , timer(counts)
     {
     }

@@ -22,7 +22,7 @@ KXSearchIndexPrivate::KXSearchIndexPrivate(KXSearchIndex *index, KXManagedObject
     , plan(context->persistentStoreCoordinator()->model()
               ? KXSearchPlan(*context->persistentStoreCoordinator()->model(), groups)
               : KXSearchPlan()) // of a store that could not be opened: nothing is ever found
-    , store(context->d().store)
+    , store(KXManagedObjectContextPrivate::of(*context).store)
     , states(plan.groups.size())
     , due(plan.groups.size())
     , memories(plan.groups.size())

@@ -16,6 +16,8 @@ public:
     {
     }
 
+    [[nodiscard]] static KXPersistentStorePrivate &of(const KXPersistentStore &store) { return *store.m_p; }
+
     /// Opens the file, or makes it where there is none. nullptr and an error where it is refused; it is then left
     /// as it was, and what was made for a new one is removed again.
     [[nodiscard]] static std::unique_ptr<KXPersistentStorePrivate> open(
