@@ -16,40 +16,56 @@ void KXManagedObjectContextPrivate::noteRefreshed(
     keys.insert(property.name());
 }
 
-void KXManagedObjectContextPrivate::dropLinks(Object *object, KXObjectsDidChange &did, KXChangesTogether &together)
+QSet<qint64> KXManagedObjectContextPrivate::knownEnds(const Object *object, const KXPropertyDescription &property)
+{
+    const KXToManyKeys *keys = property.isToMany() ? object->values()->existingToMany(property) : nullptr;
+    if (property.isToMany())
+        return keys ? keys->added + keys->members : QSet<qint64>();
+    return { object->values()->toOne(property) };
+}
+
+/// Members that others hold are no longer theirs.
+void KXManagedObjectContextPrivate::leaveMembers(Object *object, KXObjectsDidChange &did, KXChangesTogether &together)
 {
     for (const KXPropertyDescription &property : object->entity()->properties()) {
         const KXPropertyDescription *inverse = property.isRelationship() ? property.inverse() : nullptr;
-        if (!inverse || !object->m_values)
+        if (!inverse || !inverse->isToMany() || !object->m_values)
             continue;
-        const KXToManyKeys *own = property.isToMany() ? object->values()->existingToMany(property) : nullptr;
-        const QSet<qint64> others = own ? own->added + own->members
-            : property.isToOne()        ? QSet<qint64> { object->values()->toOne(property) }
-                                        : QSet<qint64>();
-        for (const qint64 key : others) {
+        for (const qint64 key : knownEnds(object, property)) {
             Object *other = key ? registered(key) : nullptr;
-            if (!other || !other->m_values || other == object)
-                continue;
-            if (inverse->isToOne()) {
-                if (other->values()->toOne(*inverse) != object->m_key || other->isDeleted())
-                    continue;
-                const KXUndoRegistrationOff off(recorder.manager().get());
-                together.willSet(other, *inverse);
-                willChange(other, inverse->index());
-                other->values()->setToOne(*inverse, 0);
-                noteRefreshed(did, other, *inverse);
-                continue;
-            }
-            KXToManyKeys *keys = other->values()->existingToMany(*inverse);
+            KXToManyKeys *keys
+                = other && other->m_values && other != object ? other->values()->existingToMany(*inverse) : nullptr;
             if (!keys || !(keys->added.contains(object->m_key) || keys->members.contains(object->m_key)))
                 continue;
             if (other->isObserved())
                 together.willLink(other, *inverse, KXRef<Object>(object), false);
             keys->added.remove(object->m_key);
             keys->members.remove(object->m_key);
+            if (!other->isDeleted())
+                noteRefreshed(did, other, *inverse);
+        }
+    }
+}
+
+void KXManagedObjectContextPrivate::dropLinks(Object *object, KXObjectsDidChange &did, KXChangesTogether &together)
+{
+    for (const KXPropertyDescription &property : object->entity()->properties()) {
+        const KXPropertyDescription *inverse = property.isRelationship() ? property.inverse() : nullptr;
+        if (!inverse || !inverse->isToOne() || !object->m_values)
+            continue;
+        for (const qint64 key : knownEnds(object, property)) {
+            Object *other = key ? registered(key) : nullptr;
+            if (!other || !other->m_values || other == object || other->isDeleted()
+                || other->values()->toOne(*inverse) != object->m_key)
+                continue;
+            const KXUndoRegistrationOff off(recorder.manager().get());
+            together.willSet(other, *inverse);
+            willChange(other, inverse->index());
+            other->values()->setToOne(*inverse, 0);
             noteRefreshed(did, other, *inverse);
         }
     }
+    leaveMembers(object, did, together);
 }
 
 void KXManagedObjectContextPrivate::vanish(

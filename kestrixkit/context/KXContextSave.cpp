@@ -715,6 +715,7 @@ void KXContextSaver::finish(KXObjectsDidChange &did, KXChangesTogether &together
     deleted.resize(m_deletions);
     for (const KXContextHold &object : deleted) {
         m_context.changes.erase(object.get());
+        m_context.leaveMembers(object.get(), did, together); // what others have linked to it since it was deleted here
         m_context.dismiss(object.get());
     }
     // What others have saved, or taken, meanwhile.

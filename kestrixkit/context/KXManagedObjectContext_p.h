@@ -167,6 +167,9 @@ public:
     void takeToOne(KXManagedObject *object, const KXPropertyDescription &property, qint64 key, KXObjectsDidChange &did,
         KXChangesTogether &together);
     /// Takes an object whose row is gone out of the relationships of others.
+    /// Keys of the other ends as far as they are in memory; 0 among them is nobody.
+    [[nodiscard]] static QSet<qint64> knownEnds(const KXManagedObject *object, const KXPropertyDescription &property);
+    void leaveMembers(KXManagedObject *object, KXObjectsDidChange &did, KXChangesTogether &together);
     void dropLinks(KXManagedObject *object, KXObjectsDidChange &did, KXChangesTogether &together);
     /// The object's row is gone by somebody else's doing: it leaves the context, unsaved edits included.
     void vanish(const KXRef<KXManagedObject> &object, KXObjectsDidChange &did, KXChangesTogether &together);
