@@ -108,6 +108,11 @@ void KXManagedObjectContextPrivate::link(Object *object, const KXPropertyDescrip
 {
     if (object->m_flags & Object::Deleted || !object->loadedValues())
         return;
+    // One that has come back kept its members while it was deleted: they are no news.
+    const KXToManyKeys *known = object->values()->existingToMany(property);
+    if (known
+        && (known->loaded ? known->members.contains(key) == add : (add ? known->added : known->removed).contains(key)))
+        return;
     const KXChangeKind kind = add ? KXChangeKind::Insertion : KXChangeKind::Removal;
     const QVariantList member = object->isObserved()
         ? QVariantList { KXVariantFromRef(this->object(*property.destinationEntity(), key)) }

@@ -199,17 +199,13 @@ bool isAlive(const KXManagedObjectContextPrivate &context, const Object *object)
 
 }
 
-/// Unless the relationship knows already.
+/// Unless one of the two is gone.
 void KXContextRecorder::linkOnce(
     KXManagedObjectContextPrivate &context, Object *object, const KXPropertyDescription &property, qint64 key, bool add)
 {
     if (object->isDeleted() || object->isMissing() || (add && !isThere(context, property, key)))
         return;
-    const KXToManyKeys *keys = object->values()->existingToMany(property);
-    const bool known = keys
-        && (keys->loaded ? keys->members.contains(key) == add : (add ? keys->added : keys->removed).contains(key));
-    if (!known)
-        context.link(object, property, key, add);
+    context.link(object, property, key, add);
 }
 
 /// Columns and links of objects that were there before and are now. To-one relationships are set like anybody sets

@@ -302,6 +302,31 @@ TEST(Merge, whatOthersLinkToADeletedObjectIsGoneWithTheSaveAndAlsoAfterItsUndo)
     EXPECT_EQ(Library::dump(*library.otherContext()), Library::dump(*library.context));
 }
 
+TEST(Undo, aRollbackAfterItLeavesWhatIsStored)
+{
+    UndoTest library;
+    const auto person = Person::createInContext(*library.context);
+    person->setName(u"One"_s);
+    const auto kept = Album::createInContext(*library.context);
+    kept->setTitle(u"kept"_s);
+    kept->setArtist(person);
+    const auto given = Album::createInContext(*library.context);
+    given->setTitle(u"given"_s);
+    ASSERT_TRUE(library.context->save());
+    library.manager->removeAllActions();
+    {
+        KXUndoGroup group(library.manager.get(), u"Edit"_s);
+        given->setArtist(person);
+        library.context->processPendingChanges();
+        library.context->removeManagedObject(person);
+    }
+    library.manager->undo();
+    EXPECT_EQ(person->albums().size(), 1);
+    library.context->rollback();
+    EXPECT_EQ(person->albums().size(), 1);
+    EXPECT_EQ(Library::dump(*library.otherContext()), Library::dump(*library.context));
+}
+
 TEST(Merge, takesOverSavesAroundUnsavedEdits)
 {
     UndoTest library;
