@@ -30,6 +30,7 @@ enum class KXPredicateOperator : int {
     In = 10,
     Contains = 99,
     Between = 100,
+    BeginsWord = 101, ///< each word of the right side begins a word of the left, as a search finds it
 };
 
 /// Which elements of the left side must match; a code without a name here counts as Direct.
@@ -59,6 +60,8 @@ enum KXPredicateOption : int {
 ///   is one absent value. "@count" is the number of objects of the to-many relationship before it.
 /// - ANY asks for one matching element, ALL for all, and no modifier counts as ANY. On the right side of a
 ///   comparison some element must match. A list is its elements.
+/// - "text BEGINSWORD term" holds when every word of the term begins a word of the text, whatever the case, diacritics
+///   and punctuation; a number counts as it is written. A term without words fits every text.
 /// - "x IN list" asks for an equal element; "text IN text" for a part. CONTAINS is IN with its sides exchanged;
 ///   with ANY or ALL it looks into each element's text.
 ///

@@ -12,6 +12,7 @@
 #include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/predicate/KXPredicate_p.h>
 #include <kestrixkit/predicate/KXTextFolding_p.h>
+#include <kestrixkit/predicate/KXTextWords_p.h>
 
 using namespace Qt::StringLiterals;
 
@@ -194,6 +195,8 @@ bool KXPredicateEvaluator::evaluate(const KXPredicate &predicate, const KXObserv
 
 int KXPredicateEvaluator::foldingOptions(KXPredicateOperator comparisonOperator, int options)
 {
+    if (comparisonOperator == KXPredicateOperator::BeginsWord)
+        return 0; // words are without both
     return comparisonOperator == KXPredicateOperator::Matches ? options & KXDiacriticInsensitive : options;
 }
 
@@ -251,7 +254,28 @@ KXPreparedSide KXPredicateEvaluator::prepareRight(const KXPredicate &predicate, 
         for (const KXPredicateValue &value : side.values)
             side.expressions.push_back(regularExpression(value.text(), predicate.options()));
     }
+    if (comparisonOperator == KXPredicateOperator::BeginsWord) {
+        for (const KXPredicateValue &value : side.values) {
+            if (value.kind() == KXPredicateValue::Text)
+                side.words.push_back(KXTextWords::ofTerm(value.text()));
+        }
+    }
     return side;
+}
+
+/// What has words: texts, and numbers as they are written.
+static std::optional<QByteArray> wordsText(const KXPredicateValue &value)
+{
+    switch (value.kind()) {
+    case KXPredicateValue::Text:
+        return value.text().toUtf8();
+    case KXPredicateValue::Integer:
+        return QByteArray::number(value.integer());
+    case KXPredicateValue::Real:
+        return KXTextWords::textOfNumber(value.real());
+    default:
+        return std::nullopt;
+    }
 }
 
 bool KXPredicateEvaluator::isTrue(
@@ -343,6 +367,12 @@ bool KXPredicateEvaluator::compare(const KXPredicate &predicate, const KXObserva
                     return true;
             }
             return false;
+        case KXPredicateOperator::BeginsWord: {
+            const std::optional<QByteArray> text = wordsText(left);
+            return text && std::any_of(right->words.begin(), right->words.end(), [&text](const auto &words) {
+                return KXTextWords::begin(words, *text);
+            });
+        }
         default:
             break;
         }

@@ -19,6 +19,7 @@ struct KXPreparedSide
     std::vector<KXPredicateValue> values;
     std::vector<std::pair<size_t, qsizetype>> table; ///< hashes and places of the values, sorted; of long lists only
     std::vector<QRegularExpression> expressions; ///< for MATCHES, one a value
+    std::vector<std::vector<QByteArray>> words; ///< for BEGINSWORD, of each text
 
     [[nodiscard]] bool contains(const KXPredicateValue &value) const;
 };

@@ -20,7 +20,7 @@ constexpr KXPredicateOperator jsonOperators[] = { KXPredicateOperator::LessThan,
     KXPredicateOperator::GreaterThan, KXPredicateOperator::GreaterThanOrEqual, KXPredicateOperator::Equal,
     KXPredicateOperator::NotEqual, KXPredicateOperator::Matches, KXPredicateOperator::Like,
     KXPredicateOperator::BeginsWith, KXPredicateOperator::EndsWith, KXPredicateOperator::In,
-    KXPredicateOperator::Contains, KXPredicateOperator::Between };
+    KXPredicateOperator::Contains, KXPredicateOperator::Between, KXPredicateOperator::BeginsWord };
 
 // Writing
 

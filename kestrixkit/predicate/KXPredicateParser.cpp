@@ -159,6 +159,7 @@ KXPredicateOperator KXPredicateParser::readOperator()
         { "in"_L1, KXPredicateOperator::In },
         { "contains"_L1, KXPredicateOperator::Contains },
         { "between"_L1, KXPredicateOperator::Between },
+        { "beginsword"_L1, KXPredicateOperator::BeginsWord },
     };
     if (m_token == Token::Symbol || m_token == Token::Word) {
         for (const auto &[text, comparisonOperator] : operators) {

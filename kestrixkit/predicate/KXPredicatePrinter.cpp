@@ -43,6 +43,8 @@ QLatin1StringView KXPredicatePrinter::operatorName(KXPredicateOperator compariso
         return "CONTAINS"_L1;
     case KXPredicateOperator::Between:
         return "BETWEEN"_L1;
+    case KXPredicateOperator::BeginsWord:
+        return "BEGINSWORD"_L1;
     }
     return {};
 }

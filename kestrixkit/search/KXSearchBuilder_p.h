@@ -7,8 +7,8 @@
 
 #include <QByteArray>
 
+#include <kestrixkit/predicate/KXTextWords_p.h>
 #include <kestrixkit/search/KXSearchSegment_p.h>
-#include <kestrixkit/search/KXSearchWords_p.h>
 
 /// Makes the bytes of a segment out of rows and their texts. One thread; used once.
 class KXSearchBuilder
@@ -44,7 +44,7 @@ private:
     quint64 place(); // of the next part in m_out
     template <typename T> void append(const std::vector<T> &values);
 
-    KXSearchWords::Splitter m_splitter;
+    KXTextWords::Splitter m_splitter;
     // By row, in the order of keys.
     std::vector<qint64> m_keys;
     std::vector<quint64> m_rankPlaces { 0 };

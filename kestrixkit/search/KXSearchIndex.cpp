@@ -211,7 +211,7 @@ void KXSearchIndexPrivate::damaged()
 
 KXSearchResults KXSearchIndexPrivate::find(const QString &term, qsizetype limit, const KXSearchStop &stop)
 {
-    const std::vector<QByteArray> words = KXSearchWords::ofTerm(term);
+    const std::vector<QByteArray> words = KXTextWords::ofTerm(term);
     const std::shared_ptr<const KXStoreIdentity> &identity = context->persistentStoreCoordinator()->store()->identity();
     KXSearchResults results { term, {}, true };
     std::vector<KXSearchGroupState> current;
@@ -266,6 +266,21 @@ void KXSearchIndexPrivate::startSearch()
                 receiver(*results);
         });
     });
+}
+
+// Conditions
+
+KXPredicate KXSearchGroup::predicate(const QString &term) const
+{
+    QList<KXPredicate> words;
+    for (const QByteArray &word : KXTextWords::ofTerm(term)) {
+        QList<KXPredicate> places;
+        for (const QString &text : texts)
+            places.append(KXPredicate::comparison(
+                text, KXPredicateOperator::BeginsWord, QString::fromUtf8(word), KXPredicateModifier::Any));
+        words.append(KXPredicate::orPredicate(places));
+    }
+    return words.isEmpty() ? KXPredicate() : KXPredicate::andPredicate(words);
 }
 
 // The index

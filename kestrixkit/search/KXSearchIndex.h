@@ -14,7 +14,7 @@
 class KXSearchIndexPrivate;
 
 /// Objects of one entity (with its sub-entities) that a search looks for, and by what they are found.
-struct KXSearchGroup
+struct KX_CORE_EXPORT KXSearchGroup
 {
     QString name; ///< for whoever shows results
     QString entityName;
@@ -22,6 +22,11 @@ struct KXSearchGroup
     QStringList texts;
     /// The order of results, the best first; then by key. Key paths through to-one relationships are allowed.
     QList<KXSortDescriptor> rank;
+
+    /// The term as a condition on an object of the group, to be kept as a filter or to narrow a list: each of its words
+    /// begins a word of the texts. Never looks inside words, so that it depends on the object alone. Absent for a term
+    /// without words. Any thread.
+    [[nodiscard]] KXPredicate predicate(const QString &term) const;
 };
 
 /// What a search found.

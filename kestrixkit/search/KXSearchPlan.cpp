@@ -4,7 +4,7 @@
 
 #include <kestrixkit/foundation/KXException.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
-#include <kestrixkit/search/KXSearchWords_p.h>
+#include <kestrixkit/predicate/KXTextWords_p.h>
 
 using namespace Qt::StringLiterals;
 
@@ -62,7 +62,7 @@ KXSearchPlan::KXSearchPlan(const KXManagedObjectModel &model, const QList<KXSear
         hash.addData(text.toUtf8());
         hash.addData(QByteArrayView("\0", 1));
     };
-    note(QString::number(KXSearchWords::Version));
+    note(QString::number(KXTextWords::Version));
     const QMap<QString, QByteArray> versions = model.versionHashes();
     for (auto version = versions.cbegin(); version != versions.cend(); ++version) {
         note(version.key());

@@ -80,7 +80,7 @@ void Query::narrow(const QByteArray &word)
 {
     std::shared_ptr<const KXSearchBits> bits = m_memory.rows(m_segment, word, false, m_stop);
     std::vector<bool> fits = look(word, false);
-    if (std::find(fits.begin(), fits.end(), true) == fits.end() && KXSearchWords::mayBeInside(word) && isEmpty(*bits)) {
+    if (std::find(fits.begin(), fits.end(), true) == fits.end() && KXTextWords::mayBeInside(word) && isEmpty(*bits)) {
         bits = m_memory.rows(m_segment, word, true, m_stop);
         fits = look(word, true);
     }

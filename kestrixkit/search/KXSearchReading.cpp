@@ -19,7 +19,7 @@ QByteArrayView readingText(sqlite3_value *value, QByteArray &buffer)
     case SQLITE_NULL:
         return {};
     case SQLITE_FLOAT:
-        buffer = QByteArray::number(sqlite3_value_double(value), 'f', QLocale::FloatingPointShortest);
+        buffer = KXTextWords::textOfNumber(sqlite3_value_double(value));
         return buffer;
     default:
         const auto *utf8 = reinterpret_cast<const char *>(sqlite3_value_text(value));
@@ -35,7 +35,7 @@ QString readingText(const QVariant &value)
     case QMetaType::QUrl:
         return QString::fromLatin1(value.toUrl().toEncoded());
     case QMetaType::Double:
-        return QString::number(value.toDouble(), 'f', QLocale::FloatingPointShortest);
+        return QString::fromLatin1(KXTextWords::textOfNumber(value.toDouble()));
     default:
         return value.metaType() == QMetaType::fromType<KXDecimal>() ? value.value<KXDecimal>().toString()
                                                                     : value.toString();
@@ -92,7 +92,7 @@ public:
     }
 
 private:
-    KXSearchWords::Splitter m_splitter;
+    KXTextWords::Splitter m_splitter;
     std::vector<QByteArray> m_words;
 };
 

@@ -87,6 +87,7 @@ private:
     void applyOperand(const Operand &operand, const Condition &condition, const Operand &other);
     void relation(const Operand &operand, KXPredicateOperator comparisonOperator, const KXPredicateValue &value,
         const Condition &condition);
+    [[nodiscard]] static bool hasText(const Operand &operand, KXPredicateOperator comparisonOperator, bool isRight);
     void textRelation(const Operand &operand, KXPredicateOperator comparisonOperator, const KXPredicateValue &value,
         const Condition &condition);
     void isOneOf(const Operand &operand, const Condition &condition, bool absentToo);

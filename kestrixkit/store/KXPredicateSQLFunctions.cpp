@@ -8,6 +8,7 @@
 #include <kestrixkit/foundation/KXDecimal.h>
 #include <kestrixkit/predicate/KXPredicateEvaluator_p.h>
 #include <kestrixkit/predicate/KXTextFolding_p.h>
+#include <kestrixkit/predicate/KXTextWords_p.h>
 #include <kestrixkit/store/KXPredicateSQL_p.h>
 
 namespace {
@@ -47,15 +48,40 @@ bool sqlFunctionMatches(sqlite3_context *context, sqlite3_value **arguments)
     return matches;
 }
 
-/// kx_text(left, code of the operator, right, options): LIKE, MATCHES, BEGINSWITH, ENDSWITH, CONTAINS.
+bool sqlFunctionBeginsWord(sqlite3_context *context, sqlite3_value **arguments)
+{
+    using Words = std::vector<QByteArray>;
+    constexpr int term = 2;
+    auto *words = static_cast<Words *>(sqlite3_get_auxdata(context, term));
+    std::unique_ptr<Words> made;
+    if (!words) {
+        made = std::make_unique<Words>(KXTextWords::ofTerm(QString::fromUtf8(sqlFunctionText(arguments[term]))));
+        words = made.get();
+    }
+    const QByteArray number = sqlite3_value_type(arguments[0]) == SQLITE_FLOAT
+        ? KXTextWords::textOfNumber(sqlite3_value_double(arguments[0]))
+        : QByteArray();
+    const bool begins = KXTextWords::begin(*words, number.isNull() ? sqlFunctionText(arguments[0]) : number);
+    if (made)
+        sqlite3_set_auxdata(context, term, made.release(), [](void *kept) { delete static_cast<Words *>(kept); });
+    return begins;
+}
+
+/// kx_text(left, code of the operator, right, options): LIKE, MATCHES, BEGINSWITH, ENDSWITH, CONTAINS, BEGINSWORD.
 void sqlFunctionCompareText(sqlite3_context *context, int, sqlite3_value **arguments)
 {
-    if (sqlite3_value_type(arguments[0]) != SQLITE_TEXT || sqlite3_value_type(arguments[2]) != SQLITE_TEXT)
+    const auto code = KXPredicateOperator(sqlite3_value_int(arguments[1]));
+    const int type = sqlite3_value_type(arguments[0]);
+    const bool isNumber = type == SQLITE_INTEGER || type == SQLITE_FLOAT;
+    if (sqlite3_value_type(arguments[2]) != SQLITE_TEXT
+        || (type != SQLITE_TEXT && !(isNumber && code == KXPredicateOperator::BeginsWord)))
         return;
+    if (code == KXPredicateOperator::BeginsWord)
+        return sqlite3_result_int(context, sqlFunctionBeginsWord(context, arguments));
     const QByteArrayView left = sqlFunctionText(arguments[0]);
     const QByteArrayView right = sqlFunctionText(arguments[2]);
     bool result = false;
-    switch (KXPredicateOperator(sqlite3_value_int(arguments[1]))) {
+    switch (code) {
     case KXPredicateOperator::Like:
         result = KXTextFolding::isLike(left, right);
         break;

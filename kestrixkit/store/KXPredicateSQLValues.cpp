@@ -239,12 +239,20 @@ void KXPredicateSQLCompiler::isOneOf(const Operand &operand, const Condition &co
         m_text += ')';
 }
 
+/// Whether it may stand on that side of an operator on texts: words are those of numbers as well.
+bool KXPredicateSQLCompiler::hasText(const Operand &operand, KXPredicateOperator comparisonOperator, bool isRight)
+{
+    return operand.kind == KXPredicateValue::Text
+        || (comparisonOperator == KXPredicateOperator::BeginsWord && !isRight
+            && (operand.kind == KXPredicateValue::Integer || operand.kind == KXPredicateValue::Real));
+}
+
 void KXPredicateSQLCompiler::textRelation(const Operand &operand, KXPredicateOperator comparisonOperator,
     const KXPredicateValue &value, const Condition &condition)
 {
     if (operand.kind == KXPredicateValue::Other)
         KXPredicateSQLRefusal::refuse(u"a value of any kind is compared"_s);
-    if (operand.kind != KXPredicateValue::Text || value.kind() != KXPredicateValue::Text) {
+    if (!hasText(operand, comparisonOperator, condition.reversed) || value.kind() != KXPredicateValue::Text) {
         m_text += '0';
         return;
     }
@@ -305,7 +313,8 @@ void KXPredicateSQLCompiler::applyOperand(const Operand &operand, const Conditio
         KXPredicateSQLRefusal::refuse(u"a value of any kind is compared"_s);
 
     if (!isMember && !isRelation(comparisonOperator)) {
-        const bool isText = operand.kind == Value::Text && other.kind == Value::Text;
+        const bool isText = hasText(operand, comparisonOperator, condition.reversed)
+            && hasText(other, comparisonOperator, !condition.reversed);
         if (!isText || comparisonOperator == KXPredicateOperator::Between) {
             m_text += '0';
             return;

@@ -270,6 +270,63 @@ TEST(Merge, whatOthersLinkToADeletedObjectIsThereWhenItComesBack)
     EXPECT_EQ(Library::dump(*library.otherContext()), Library::dump(*library.context));
 }
 
+TEST(Merge, whatOthersLinkToADeletedObjectIsGoneWithTheSaveAndAlsoAfterItsUndo)
+{
+    UndoTest library;
+    const auto genre = Genre::createInContext(*library.context);
+    genre->setName(u"House"_s);
+    library.track(u"mine"_s)->addToGenres(genre);
+    ASSERT_TRUE(library.context->save());
+    library.manager->removeAllActions();
+    {
+        KXUndoGroup group(library.manager.get(), u"Delete"_s);
+        library.context->removeManagedObject(genre);
+    }
+    const auto other = library.otherContext();
+    const auto token = KXNotificationCenter::defaultCenter().addObserver(
+        QString(KXManagedObjectContextDidSaveNotification), other.get(), [&](const KXNotification &saved) {
+            library.context->mergeChangesFromStoreChange(*saved.payloadAs<std::shared_ptr<const KXStoreChange>>());
+        });
+    const auto made = Track::createInContext(*other);
+    made->setTitle(u"theirs"_s);
+    made->addToGenres(Genre::cast(other->objectWithID(genre->objectID())));
+    ASSERT_TRUE(other->save());
+    const auto theirs = Track::cast(library.context->objectWithID(made->objectID()));
+    (void)theirs->genres(); // read while the genre is deleted here, and still stored
+    ASSERT_TRUE(library.context->save());
+    EXPECT_EQ(theirs->genres().size(), 0);
+    library.manager->undo();
+    EXPECT_EQ(theirs->genres().size(), 0);
+    EXPECT_EQ(genre->tracks().size(), 1);
+    ASSERT_TRUE(library.context->save());
+    EXPECT_EQ(Library::dump(*library.otherContext()), Library::dump(*library.context));
+}
+
+TEST(Undo, aRollbackAfterItLeavesWhatIsStored)
+{
+    UndoTest library;
+    const auto person = Person::createInContext(*library.context);
+    person->setName(u"One"_s);
+    const auto kept = Album::createInContext(*library.context);
+    kept->setTitle(u"kept"_s);
+    kept->setArtist(person);
+    const auto given = Album::createInContext(*library.context);
+    given->setTitle(u"given"_s);
+    ASSERT_TRUE(library.context->save());
+    library.manager->removeAllActions();
+    {
+        KXUndoGroup group(library.manager.get(), u"Edit"_s);
+        given->setArtist(person);
+        library.context->processPendingChanges();
+        library.context->removeManagedObject(person);
+    }
+    library.manager->undo();
+    EXPECT_EQ(person->albums().size(), 1);
+    library.context->rollback();
+    EXPECT_EQ(person->albums().size(), 1);
+    EXPECT_EQ(Library::dump(*library.otherContext()), Library::dump(*library.context));
+}
+
 TEST(Merge, takesOverSavesAroundUnsavedEdits)
 {
     UndoTest library;

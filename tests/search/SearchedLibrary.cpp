@@ -1,6 +1,6 @@
 #include "search/SearchedLibrary.h"
 
-#include <kestrixkit/search/KXSearchWords_p.h>
+#include <kestrixkit/predicate/KXTextWords_p.h>
 
 using namespace Qt::StringLiterals;
 
@@ -22,7 +22,7 @@ static void collectWords(KXManagedObject *object, const QStringList &path, std::
     if (!object || object->isDeleted())
         return;
     if (path.size() == 1) {
-        KXSearchWords::Splitter splitter;
+        KXTextWords::Splitter splitter;
         for (const QByteArrayView word : splitter.ofText(object->valueForKey(path[0]).toString()))
             words.push_back(word.toByteArray());
         return;
@@ -35,10 +35,11 @@ static void collectWords(KXManagedObject *object, const QStringList &path, std::
         collectWords(other.get(), path.mid(1), words);
 }
 
-KXSearchResults SearchedLibrary::scan(KXManagedObjectContext &context, const QString &term, qsizetype limit)
+KXSearchResults SearchedLibrary::scan(
+    KXManagedObjectContext &context, const QString &term, qsizetype limit, bool mayBeInside)
 {
     KXSearchResults results { term, {}, true };
-    const std::vector<QByteArray> wanted = KXSearchWords::ofTerm(term);
+    const std::vector<QByteArray> wanted = KXTextWords::ofTerm(term);
     for (const KXSearchGroup &group : groups()) {
         const auto objects = context.fetch(KXFetchRequest(group.entityName).setSortDescriptors(group.rank));
         std::vector<std::vector<QByteArray>> words;
@@ -59,7 +60,8 @@ KXSearchResults SearchedLibrary::scan(KXManagedObjectContext &context, const QSt
                 return found;
             };
             std::vector<bool> found = look(false);
-            if (std::find(found.begin(), found.end(), true) == found.end() && QString::fromUtf8(part).size() >= 3)
+            if (mayBeInside && std::find(found.begin(), found.end(), true) == found.end()
+                && QString::fromUtf8(part).size() >= 3)
                 found = look(true);
             for (size_t i = 0; i < fits.size(); ++i)
                 fits[i] = fits[i] && found[i];

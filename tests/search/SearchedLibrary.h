@@ -18,7 +18,8 @@ public:
     /// Tracks by all that they lead to, people and genres.
     [[nodiscard]] static QList<KXSearchGroup> groups();
     /// What groups() must find, by looking at every object that a fetch gives.
-    [[nodiscard]] static KXSearchResults scan(KXManagedObjectContext &context, const QString &term, qsizetype limit);
+    [[nodiscard]] static KXSearchResults scan(
+        KXManagedObjectContext &context, const QString &term, qsizetype limit, bool mayBeInside = true);
     /// Group, number and keys, a line each.
     [[nodiscard]] static QStringList lines(const KXSearchResults &results);
 

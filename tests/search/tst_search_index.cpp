@@ -127,6 +127,37 @@ TEST(SearchIndex, equalsAScanByHandAfterEveryChange)
     }
 }
 
+TEST(SearchIndex, aTermAsAConditionFitsByTheBeginningsOfWords)
+{
+    KXTestRandom random;
+    SearchedLibrary world(random);
+    LibraryTest library;
+    world.fill(*library.context, 60);
+    for (int edits = 60; edits > 0; --edits)
+        world.edit(*library.context, true);
+    ASSERT_TRUE(library.context->save());
+    EXPECT_TRUE(SearchedLibrary::groups()[0].predicate(u" - "_s).isNull());
+    for (int round = 0; round < 300; ++round) {
+        const QString term = world.term();
+        const auto scan = SearchedLibrary::scan(*library.context, term, 1000, false);
+        for (int i = 0; i < scan.groups.size(); ++i) {
+            const KXSearchGroup group = SearchedLibrary::groups()[i];
+            const KXPredicate predicate = group.predicate(term);
+            if (predicate.isNull())
+                continue;
+            const auto found
+                = library.context->fetch(KXFetchRequest(group.entityName, predicate).setSortDescriptors(group.rank));
+            QList<KXManagedObjectID> ids;
+            for (const auto &object : found) {
+                ids.append(object->objectID());
+                EXPECT_TRUE(predicate.evaluateWithObject(object.get()));
+            }
+            ASSERT_EQ(ids, scan.groups[i].first) << group.name.toStdString() << ": " << term.toStdString();
+            EXPECT_EQ(KXPredicate::predicateWithText(predicate.predicateFormat()), predicate);
+        }
+    }
+}
+
 // Not a test: what the next one runs and kills.
 TEST(SearchIndexChild, DISABLED_changesUntilItIsKilled)
 {

@@ -95,9 +95,9 @@ KXPredicate RandomPredicates::comparison()
         KXPredicateOperator::LessThanOrEqual, KXPredicateOperator::GreaterThan, KXPredicateOperator::GreaterThanOrEqual,
         KXPredicateOperator::Equal, KXPredicateOperator::Equal, KXPredicateOperator::NotEqual, KXPredicateOperator::In,
         KXPredicateOperator::In, KXPredicateOperator::Between };
-    static constexpr KXPredicateOperator textual[]
-        = { KXPredicateOperator::Matches, KXPredicateOperator::Like, KXPredicateOperator::BeginsWith,
-              KXPredicateOperator::EndsWith, KXPredicateOperator::Contains, KXPredicateOperator::In };
+    static constexpr KXPredicateOperator textual[] = { KXPredicateOperator::Matches, KXPredicateOperator::Like,
+        KXPredicateOperator::BeginsWith, KXPredicateOperator::EndsWith, KXPredicateOperator::Contains,
+        KXPredicateOperator::In, KXPredicateOperator::BeginsWord };
     static const QStringList patterns { u"*"_s, u"a*"_s, u"*b"_s, u"?"_s, u"*?b*"_s, u"\\*"_s, u"b\\*"_s, u"ab"_s,
         u"[ab]+"_s, u"a|á"_s, u"("_s, u"."_s, u"s*"_s };
 

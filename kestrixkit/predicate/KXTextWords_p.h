@@ -13,7 +13,7 @@
 /// A word is a run of letters and digits without case, diacritics and differences of width. Apostrophes do not divide
 /// ("don't" is "dont"), other punctuation does. Scripts that are written without blanks have no words: there each
 /// character begins one of at most four characters.
-namespace KXSearchWords {
+namespace KXTextWords {
 
 /// Raised when words become others, for indexes that are kept.
 inline constexpr quint32 Version = 1;
@@ -28,6 +28,8 @@ inline constexpr qsizetype ShortestInside = 3;
 [[nodiscard]] KX_CORE_EXPORT std::vector<QByteArray> ofTerm(const QString &term);
 /// Whether a word of a term is long enough to be looked for inside words.
 [[nodiscard]] KX_CORE_EXPORT bool mayBeInside(QByteArrayView word);
+/// A number as people write it.
+[[nodiscard]] KX_CORE_EXPORT QByteArray textOfNumber(double number);
 /// Whether each word of the term begins a word of the text.
 [[nodiscard]] KX_CORE_EXPORT bool begin(const std::vector<QByteArray> &termWords, QByteArrayView utf8);
 /// Where in the text, in its own characters, words begin as those of the term do: beginning and length, in order. What

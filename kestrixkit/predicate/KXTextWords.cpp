@@ -1,7 +1,9 @@
-#include <kestrixkit/search/KXSearchWords_p.h>
+#include <kestrixkit/predicate/KXTextWords_p.h>
 
 #include <algorithm>
 #include <array>
+
+#include <QLocale>
 
 #include <kestrixkit/predicate/KXPredicate.h>
 #include <kestrixkit/predicate/KXTextFolding_p.h>
@@ -79,7 +81,7 @@ QByteArray wordsFolded(const QString &text)
 
 }
 
-KXSearchWords::Splitter::Class KXSearchWords::Splitter::classOf(char32_t c)
+KXTextWords::Splitter::Class KXTextWords::Splitter::classOf(char32_t c)
 {
     static const std::array<Class, 128> ascii = [] {
         std::array<Class, 128> classes {};
@@ -104,7 +106,7 @@ KXSearchWords::Splitter::Class KXSearchWords::Splitter::classOf(char32_t c)
     return QChar::isSpace(c) ? Space : Other;
 }
 
-void KXSearchWords::Splitter::addWord(qsizetype from, qsizetype to)
+void KXTextWords::Splitter::addWord(qsizetype from, qsizetype to)
 {
     if (to - from > LongestWord) {
         to = from + LongestWord;
@@ -115,7 +117,7 @@ void KXSearchWords::Splitter::addWord(qsizetype from, qsizetype to)
         m_places.emplace_back(from, to);
 }
 
-void KXSearchWords::Splitter::endPiece(bool isTerm)
+void KXTextWords::Splitter::endPiece(bool isTerm)
 {
     if (m_piece < 0)
         return;
@@ -129,7 +131,7 @@ void KXSearchWords::Splitter::endPiece(bool isTerm)
     m_hasParts = false;
 }
 
-void KXSearchWords::Splitter::endRun(bool isTerm)
+void KXTextWords::Splitter::endRun(bool isTerm)
 {
     const auto count = qsizetype(m_run.size());
     const auto end = qsizetype(m_text.size());
@@ -142,7 +144,7 @@ void KXSearchWords::Splitter::endRun(bool isTerm)
     m_run.clear();
 }
 
-void KXSearchWords::Splitter::endChunk(bool isTerm)
+void KXTextWords::Splitter::endChunk(bool isTerm)
 {
     endPiece(isTerm);
     endRun(isTerm);
@@ -159,7 +161,7 @@ void KXSearchWords::Splitter::endChunk(bool isTerm)
     m_pieces.clear();
 }
 
-void KXSearchWords::Splitter::split(QByteArrayView folded, bool isTerm)
+void KXTextWords::Splitter::split(QByteArrayView folded, bool isTerm)
 {
     m_text.clear();
     m_places.clear();
@@ -206,7 +208,7 @@ void KXSearchWords::Splitter::split(QByteArrayView folded, bool isTerm)
         m_words.emplace_back(m_text.data() + from, to - from);
 }
 
-const std::vector<QByteArrayView> &KXSearchWords::Splitter::ofText(QByteArrayView utf8)
+const std::vector<QByteArrayView> &KXTextWords::Splitter::ofText(QByteArrayView utf8)
 {
     if (!wordsAreAscii(utf8))
         return ofText(QString::fromUtf8(utf8));
@@ -217,14 +219,14 @@ const std::vector<QByteArrayView> &KXSearchWords::Splitter::ofText(QByteArrayVie
     return m_words;
 }
 
-const std::vector<QByteArrayView> &KXSearchWords::Splitter::ofText(const QString &text)
+const std::vector<QByteArrayView> &KXTextWords::Splitter::ofText(const QString &text)
 {
     const QByteArray folded = wordsFolded(text);
     split(folded, false);
     return m_words;
 }
 
-std::vector<QByteArray> KXSearchWords::ofTerm(const QString &term)
+std::vector<QByteArray> KXTextWords::ofTerm(const QString &term)
 {
     Splitter splitter;
     const QByteArray folded = wordsFolded(term);
@@ -244,13 +246,18 @@ std::vector<QByteArray> KXSearchWords::ofTerm(const QString &term)
     return words;
 }
 
-bool KXSearchWords::mayBeInside(QByteArrayView word)
+bool KXTextWords::mayBeInside(QByteArrayView word)
 {
     const auto characters = std::count_if(word.begin(), word.end(), [](char c) { return (uchar(c) & 0xC0) != 0x80; });
     return characters >= ShortestInside;
 }
 
-bool KXSearchWords::begin(const std::vector<QByteArray> &termWords, QByteArrayView utf8)
+QByteArray KXTextWords::textOfNumber(double number)
+{
+    return QByteArray::number(number, 'f', QLocale::FloatingPointShortest);
+}
+
+bool KXTextWords::begin(const std::vector<QByteArray> &termWords, QByteArrayView utf8)
 {
     Splitter splitter;
     const std::vector<QByteArrayView> &words = splitter.ofText(utf8);
@@ -260,7 +267,7 @@ bool KXSearchWords::begin(const std::vector<QByteArray> &termWords, QByteArrayVi
     });
 }
 
-std::vector<KXSearchWords::Range> KXSearchWords::matches(const QString &text, const QString &term)
+std::vector<KXTextWords::Range> KXTextWords::matches(const QString &text, const QString &term)
 {
     const std::vector<QByteArray> wanted = ofTerm(term);
     std::vector<Range> ranges;

@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <kestrixkit/predicate/KXTextWords_p.h>
 #include <kestrixkit/search/KXSearchMatches.h>
-#include <kestrixkit/search/KXSearchWords_p.h>
 
 #include "support/KXTestPrint.h"
 
@@ -13,7 +13,7 @@ namespace {
 
 QString wordsOf(const QString &text)
 {
-    KXSearchWords::Splitter splitter;
+    KXTextWords::Splitter splitter;
     QStringList words;
     for (const QByteArrayView word : splitter.ofText(text))
         words.append(QString::fromUtf8(word));
@@ -25,19 +25,19 @@ QString wordsOf(const QString &text)
 QString termOf(const QString &term)
 {
     QStringList words;
-    for (const QByteArray &word : KXSearchWords::ofTerm(term))
+    for (const QByteArray &word : KXTextWords::ofTerm(term))
         words.append(QString::fromUtf8(word));
     return words.join(u' ');
 }
 
 bool finds(const QString &term, const QString &text)
 {
-    return KXSearchWords::begin(KXSearchWords::ofTerm(term), text.toUtf8());
+    return KXTextWords::begin(KXTextWords::ofTerm(term), text.toUtf8());
 }
 
 }
 
-TEST(SearchWords, ofTextsAndTerms)
+TEST(TextWords, ofTextsAndTerms)
 {
     struct Row
     {
@@ -68,7 +68,7 @@ TEST(SearchWords, ofTextsAndTerms)
     }
 }
 
-TEST(SearchWords, findAsPeopleType)
+TEST(TextWords, findAsPeopleType)
 {
     const std::pair<QString, QString> found[] = {
         { u"punk daf"_s, u"Daft Punk"_s },
@@ -102,7 +102,7 @@ TEST(SearchWords, findAsPeopleType)
     EXPECT_FALSE(finds(QString(10'000, u'x'), u"xx"_s));
 }
 
-TEST(SearchWords, matchesAreSetOff)
+TEST(TextWords, matchesAreSetOff)
 {
     const auto marked = [](QString text, const QString &term) {
         const auto matches = KXSearchMatches(text, term);
