@@ -13,6 +13,7 @@
 #include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/predicate/KXPredicateEvaluator_p.h>
 #include <kestrixkit/predicate/KXPredicateValue_p.h>
+#include <kestrixkit/store/KXRowReader_p.h>
 
 using namespace Qt::StringLiterals;
 
@@ -30,7 +31,7 @@ KXContextFetcher::KXContextFetcher(KXManagedObjectContextPrivate &context, const
          each = each->parent ? &KXManagedObjectContextPrivate::of(*each->parent) : nullptr)
         m_lineage.push_back(&each->ledger);
     if (!context.store)
-        m_error = KXManagedObjectContextPrivate::notOpen();
+        m_error = KXPersistentStorePrivate::notOpen();
 }
 
 bool KXContextFetcher::compile()
@@ -156,12 +157,7 @@ bool KXContextFetcher::findAffected()
 
 QByteArray KXContextFetcher::where(bool withPredicate) const
 {
-    QByteArray text;
-    if (m_entity.parent()) {
-        for (const KXEntityDescription *member : m_entity.family())
-            text += (text.isEmpty() ? "t0.kx_entity IN (" : ",") + QByteArray::number(member->number());
-        text += ')';
-    }
+    QByteArray text = KXEntityCondition(m_entity);
     if (withPredicate && m_request.predicate())
         text += (text.isEmpty() ? "" : " AND ") + QByteArray("(") + m_predicate.text + ')';
     return text.isEmpty() ? text : " WHERE " + text;

@@ -309,7 +309,7 @@ bool KXManagedObjectContextPrivate::save(KXError *error)
     if (!saver.collect())
         return true;
     if (!store)
-        return KXSetError(error, notOpen());
+        return KXSetError(error, KXPersistentStorePrivate::notOpen());
     if (KXError problem = saver.validate())
         return KXSetError(error, problem);
     const KXManagedObjectContext::Ref held = q->weak_from_this().lock(); // whoever is told may let go of it

@@ -160,7 +160,7 @@ KXRef<KXManagedObject> KXManagedObjectContext::managedObjectForEntity(const QStr
         key = m_p->store->keys.next(&problem);
     if (key == 0) {
         if (!m_p->store)
-            problem = m_p->notOpen();
+            problem = KXPersistentStorePrivate::notOpen();
         KXLogError(store, "Cannot insert into \"%@\": %@", entityName, problem);
         KXSetError(error, problem);
         return {};

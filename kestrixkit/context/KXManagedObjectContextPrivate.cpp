@@ -40,11 +40,6 @@ KXManagedObjectContextPrivate::~KXManagedObjectContextPrivate()
     workingSet.end([this](Object *object) { ledger.detached(object); });
 }
 
-KXError KXManagedObjectContextPrivate::notOpen()
-{
-    return KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::CannotOpen, u"The store is not open"_s);
-}
-
 QString KXManagedObjectContextPrivate::description() const
 {
     return KXStringWithFormat("%@", store ? store->url.toString() : u"no store"_s);

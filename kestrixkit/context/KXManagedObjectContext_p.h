@@ -19,7 +19,6 @@ public:
     }
 
     [[nodiscard]] QString description() const;
-    [[nodiscard]] static KXError notOpen();
     /// Throws KXException for a name that the model does not have.
     [[nodiscard]] const KXEntityDescription &entity(const QString &name) const;
     /// The codec of an entity's rows; there must be a store.

@@ -107,7 +107,7 @@ void KXSearchIndexPrivate::become(
 KXError KXSearchIndexPrivate::build(Built &built, const KXSearchStop &stop)
 {
     if (!store)
-        return KXManagedObjectContextPrivate::notOpen();
+        return KXPersistentStorePrivate::notOpen();
     KXError error;
     const KXStoreConnections::Reader reader = store->connections.reader(&error);
     if (!reader)

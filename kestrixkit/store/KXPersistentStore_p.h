@@ -23,6 +23,9 @@ public:
     [[nodiscard]] static std::unique_ptr<KXPersistentStorePrivate> open(
         const QUrl &url, const KXManagedObjectModel::Ref &model, const QByteArray &vfs, KXError *error);
 
+    /// What is answered where there should be a store.
+    [[nodiscard]] static KXError notOpen();
+
     /// Of an entity of the store's model.
     [[nodiscard]] const KXRowCodec &codec(const KXEntityDescription &entity) const
     {
