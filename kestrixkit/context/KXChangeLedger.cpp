@@ -6,6 +6,7 @@
 #include <utility>
 
 #include <kestrixkit/context/KXObjectKeeper_p.h>
+#include <kestrixkit/foundation/KXCheck.h>
 
 using Access = KXObjectAccess;
 using Object = KXManagedObject;

@@ -6,6 +6,7 @@
 
 #include <QList>
 
+#include <kestrixkit/foundation/KXCheck.h>
 #include <kestrixkit/foundation/KXGlobal.h>
 #include <kestrixkit/foundation/KXRef.h>
 

@@ -1,5 +1,7 @@
 #include <kestrixkit/filters/KXCounts.h>
 
+#include <kestrixkit/foundation/KXStringWithFormat.h>
+
 using namespace Qt::StringLiterals;
 
 QVariant KXVariantFromCounts(const std::optional<KXCounts> &counts)

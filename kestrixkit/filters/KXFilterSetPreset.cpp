@@ -2,6 +2,7 @@
 
 #include <kestrixkit/filters/KXFilterImages_p.h>
 #include <kestrixkit/filters/KXFilterSet.h>
+#include <kestrixkit/foundation/KXCheck.h>
 #include <kestrixkit/foundation/KXException.h>
 #include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/foundation/KXMainQueue.h>

@@ -6,6 +6,7 @@
 #include <kestrixkit/filters/KXFilterSetPreset.h>
 #include <kestrixkit/filters/KXRangeFilter.h>
 #include <kestrixkit/foundation/KXBundle.h>
+#include <kestrixkit/foundation/KXCheck.h>
 
 void KXFilters::registerEntities()
 {

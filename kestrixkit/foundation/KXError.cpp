@@ -1,5 +1,7 @@
 #include <kestrixkit/foundation/KXError.h>
 
+#include <kestrixkit/foundation/KXStringWithFormat.h>
+
 using namespace Qt::StringLiterals;
 
 class KXErrorData : public QSharedData

@@ -4,6 +4,8 @@
 
 #include <QLoggingCategory>
 
+#include <kestrixkit/foundation/KXCheck.h>
+
 using namespace Qt::StringLiterals;
 
 constinit std::atomic<int> KXKestrixKitLogLevel { KXLogLevelError | KXLogLevelWarning };

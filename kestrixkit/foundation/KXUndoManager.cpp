@@ -2,6 +2,7 @@
 
 #include <QThread>
 
+#include <kestrixkit/foundation/KXCheck.h>
 #include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/foundation/KXMainQueue.h>
 #include <kestrixkit/foundation/KXRunCaught_p.h>

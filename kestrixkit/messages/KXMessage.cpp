@@ -3,6 +3,7 @@
 #include <QLocale>
 
 #include <kestrixkit/foundation/KXClock.h>
+#include <kestrixkit/foundation/KXStringWithFormat.h>
 
 using namespace Qt::StringLiterals;
 

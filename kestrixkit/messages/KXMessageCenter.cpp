@@ -2,6 +2,7 @@
 
 #include <QSet>
 
+#include <kestrixkit/foundation/KXCheck.h>
 #include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/foundation/KXMainQueue.h>
 #include <kestrixkit/foundation/KXNotificationCenter.h>

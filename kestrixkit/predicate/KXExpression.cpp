@@ -13,8 +13,6 @@
 #include <kestrixkit/foundation/KXObservable.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/predicate/KXPredicate.h>
-#include <kestrixkit/predicate/KXPredicateEvaluator_p.h>
-#include <kestrixkit/predicate/KXPredicatePrinter_p.h>
 #include <kestrixkit/predicate/KXPredicateValue_p.h>
 
 using namespace Qt::StringLiterals;
@@ -201,49 +199,6 @@ const QString &KXExpression::variable() const
 const QString &KXExpression::function() const
 {
     return (type() == KXExpressionType::Function ? *d : expressionDataOfNil()).text;
-}
-
-QString KXExpression::expressionFormat() const
-{
-    QString text;
-    KXPredicatePrinter(text).print(*this);
-    return text;
-}
-
-KXExpression KXExpression::expressionWithSubstitutionVariables(const QVariantMap &variables) const
-{
-    switch (type()) {
-    case KXExpressionType::Variable:
-        return expressionForConstantValue(KXPredicateEvaluator::variable(d->text, variables));
-    case KXExpressionType::Function: {
-        // The variable's own value: as a constant an object may be no more than its identifier.
-        const KXExpression operand = d->operand.type() == KXExpressionType::Variable
-            ? d->operand
-            : d->operand.expressionWithSubstitutionVariables(variables);
-        if (operand.isConstant() || operand.type() == KXExpressionType::Variable)
-            return expressionForConstantValue(
-                KXPredicateEvaluator(variables).value(expressionForFunction(operand, d->text, d->arguments), nullptr));
-        return expressionForFunction(operand, d->text, d->arguments);
-    }
-    case KXExpressionType::Aggregate: {
-        QList<KXExpression> elements;
-        for (const KXExpression &element : d->arguments)
-            elements.append(element.expressionWithSubstitutionVariables(variables));
-        return expressionForAggregate(elements);
-    }
-    default:
-        return *this;
-    }
-}
-
-QVariant KXExpression::expressionValueWithObject(const KXObservable *object, const QVariantMap &variables) const
-{
-    try {
-        return KXPredicateEvaluator(variables).value(*this, object);
-    } catch (const KXPredicateEvaluator::GivenUp &givenUp) {
-        KXLogWarning(store, "No value of an expression: %@", givenUp.error());
-        return {};
-    }
 }
 
 bool operator==(const KXExpression &a, const KXExpression &b)

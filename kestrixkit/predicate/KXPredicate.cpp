@@ -9,14 +9,8 @@
 #include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/foundation/KXObservable.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
-#include <kestrixkit/predicate/KXPredicateEvaluator_p.h>
-#include <kestrixkit/predicate/KXPredicateParser_p.h>
-#include <kestrixkit/predicate/KXPredicatePrinter_p.h>
 
 using namespace Qt::StringLiterals;
-
-KXPredicateData::KXPredicateData() = default;
-KXPredicateData::~KXPredicateData() = default;
 
 namespace {
 
@@ -67,24 +61,6 @@ KXPredicate::~KXPredicate() = default;
 KXPredicate::KXPredicate(const KXPredicateData *data)
     : d(data)
 {
-}
-
-KXPredicate KXPredicate::predicateWithFormatArguments(QAnyStringView format, const QVariantList &arguments)
-{
-    KXPredicateParser parser(format.toString(), &arguments);
-    const KXPredicate predicate = parser.parse();
-    if (!predicate)
-        throw KXException(u"KXInvalidArgumentException"_s, parser.problem());
-    return predicate;
-}
-
-KXPredicate KXPredicate::predicateWithText(const QString &text, KXError *error)
-{
-    KXPredicateParser parser(text, nullptr);
-    const KXPredicate predicate = parser.parse();
-    if (!predicate)
-        KXSetError(error, KXError(KXKestrixKitErrorDomain, TextError, parser.problem()));
-    return predicate;
 }
 
 KXPredicate KXPredicate::comparison(const KXExpression &left, KXPredicateOperator comparisonOperator,
@@ -153,25 +129,6 @@ KXPredicateModifier KXPredicate::modifier() const { return (d ? *d : predicateDa
 int KXPredicate::options() const { return d ? d->options : 0; }
 int KXPredicate::countOfComparisons() const { return d ? d->countOfComparisons : 0; }
 int KXPredicate::depth() const { return d ? d->depth : 0; }
-
-bool KXPredicate::evaluateWithObject(const KXObservable *object, const QVariantMap &variables, KXError *error) const
-{
-    try {
-        return KXPredicateEvaluator(variables).evaluate(*this, object);
-    } catch (const KXPredicateEvaluator::GivenUp &givenUp) {
-        if (!error)
-            KXLogWarning(store, "Not evaluated, %@: %@", givenUp.error(), predicateFormat());
-        return KXSetError(error, givenUp.error());
-    }
-}
-
-QString KXPredicate::predicateFormat() const
-{
-    QString text;
-    if (d)
-        KXPredicatePrinter(text).print(*this);
-    return text;
-}
 
 KXPredicate KXPredicate::predicateWithSubstitutionVariables(const QVariantMap &variables) const
 {

@@ -9,6 +9,7 @@
 
 #include <kestrixkit/entity/KXManagedObjectID.h>
 #include <kestrixkit/foundation/KXDecimal.h>
+#include <kestrixkit/foundation/KXError.h>
 #include <kestrixkit/foundation/KXException.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
 
@@ -314,4 +315,24 @@ QVariant KXPredicateParser::valueFromCall(const QString &name, const QVariant &a
     if (!decoded)
         return {};
     return name == "DATA"_L1 ? QVariant(*decoded) : QCborValue::fromCbor(*decoded).toVariant();
+}
+
+// For predicates
+
+KXPredicate KXPredicate::predicateWithFormatArguments(QAnyStringView format, const QVariantList &arguments)
+{
+    KXPredicateParser parser(format.toString(), &arguments);
+    const KXPredicate predicate = parser.parse();
+    if (!predicate)
+        throw KXException(u"KXInvalidArgumentException"_s, parser.problem());
+    return predicate;
+}
+
+KXPredicate KXPredicate::predicateWithText(const QString &text, KXError *error)
+{
+    KXPredicateParser parser(text, nullptr);
+    const KXPredicate predicate = parser.parse();
+    if (!predicate)
+        KXSetError(error, KXError(KXKestrixKitErrorDomain, TextError, parser.problem()));
+    return predicate;
 }

@@ -299,3 +299,20 @@ void KXPredicatePrinter::printName(const QString &name)
     else
         printQuoted(name, u'`');
 }
+
+// For predicates and expressions
+
+QString KXPredicate::predicateFormat() const
+{
+    QString text;
+    if (!isNull())
+        KXPredicatePrinter(text).print(*this);
+    return text;
+}
+
+QString KXExpression::expressionFormat() const
+{
+    QString text;
+    KXPredicatePrinter(text).print(*this);
+    return text;
+}

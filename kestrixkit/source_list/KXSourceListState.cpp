@@ -5,6 +5,7 @@
 #include <kestrixkit/foundation/KXArchive.h>
 #include <kestrixkit/foundation/KXMainQueue.h>
 #include <kestrixkit/foundation/KXSourceListItem.h>
+#include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/foundation/KXUndoGuards.h>
 #include <kestrixkit/foundation/KXUserDefaults.h>
 #include <kestrixkit/source_list/KXSourceListViewController.h>

@@ -8,6 +8,7 @@
 #include <QMimeData>
 
 #include <kestrixkit/foundation/KXObserver.h>
+#include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/foundation/KXUndoManager.h>
 #include <kestrixkit/source_list/KXSourceListItemController.h>
 #include <kestrixkit/toolkit/KXPasteboard.h>

@@ -7,6 +7,7 @@
 #include <kestrixkit/context/KXLiveList.h>
 #include <kestrixkit/entity/KXModelPath.h>
 #include <kestrixkit/foundation/KXException.h>
+#include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/store/KXStoreChange.h>
 
 using namespace Qt::StringLiterals;

@@ -1,6 +1,7 @@
 #include <kestrixkit/util/KXNiceDateTransformer.h>
 
 #include <kestrixkit/foundation/KXClock.h>
+#include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/util/KXDate.h>
 
 KXNiceDateTransformer::KXNiceDateTransformer()

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <kestrixkit/foundation/KXCheck.h>
 #include <kestrixkit/foundation/KXError.h>
 #include <kestrixkit/foundation/KXException.h>
 #include <kestrixkit/foundation/KXLog.h>

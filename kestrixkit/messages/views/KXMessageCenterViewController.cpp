@@ -1,5 +1,6 @@
 #include <kestrixkit/messages/views/KXMessageCenterViewController.h>
 
+#include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/messages/KXMessageCenter.h>
 #include <kestrixkit/messages/views/KXMessageCenterDetailsViewController.h>
 #include <kestrixkit/theme/KXThemeManager.h>

@@ -1,3 +1,5 @@
+// What assistive technology is told of the controls.
+
 #include <kestrixkit/theme/controls/KXControlAccessibility_p.h>
 
 #include <functional>
