@@ -6,28 +6,8 @@
 #include <QSet>
 
 #include <kestrixkit/context/KXManagedObjectContext_p.h>
-#include <kestrixkit/predicate/KXExpression.h>
+#include <kestrixkit/context/KXSortOrder_p.h>
 #include <kestrixkit/store/KXPredicateSQL_p.h>
-
-/// Sort descriptors made ready to compare objects in memory, in the order that SQL gives their rows.
-class KXSortOrder
-{
-public:
-    explicit KXSortOrder(const QList<KXSortDescriptor> &descriptors);
-
-    [[nodiscard]] bool isEmpty() const { return m_keys.empty(); }
-    /// Total: objects with equal values come in the order of their keys.
-    [[nodiscard]] bool precedes(const KXManagedObject *a, const KXManagedObject *b) const;
-
-private:
-    struct Key
-    {
-        KXExpression path;
-        bool ascending;
-        int options;
-    };
-    std::vector<Key> m_keys;
-};
 
 class KXModelPath;
 
