@@ -4,7 +4,6 @@
 #include <array>
 #include <optional>
 
-
 #include <kestrixkit/context/KXContextFetch_p.h>
 #include <kestrixkit/foundation/KXAbstractOperation.h>
 #include <kestrixkit/foundation/KXException.h>

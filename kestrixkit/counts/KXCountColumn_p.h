@@ -18,6 +18,15 @@
 /// A set of bits, 64 a word.
 using KXCountBits = std::vector<quint64>;
 
+inline void KXCountSetBit(KXCountBits &bits, size_t bit) { bits[bit >> 6] |= quint64(1) << (bit & 63); }
+[[nodiscard]] inline bool KXCountBit(const KXCountBits &bits, size_t bit) { return bits[bit >> 6] >> (bit & 63) & 1; }
+[[nodiscard]] inline size_t KXCountWords(size_t bits) { return (bits + 63) / 64; }
+/// The bytes of something as a key of a map.
+[[nodiscard]] inline std::string KXCountBytes(const void *data, size_t size)
+{
+    return { static_cast<const char *>(data), size };
+}
+
 /// Distinct values by numbers; 0 is the absent value. Values that a predicate could tell apart have numbers of their
 /// own.
 class KXCountValues
