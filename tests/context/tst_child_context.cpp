@@ -7,6 +7,7 @@
 #include <kestrixkit/foundation/KXNotificationCenter.h>
 #include <kestrixkit/foundation/KXUndoManager.h>
 
+#include "context/Meeting.h"
 #include "store/Library.h"
 #include "support/KXTestRandom.h"
 
@@ -15,11 +16,6 @@ using namespace Qt::StringLiterals;
 namespace {
 
 using Context = KXManagedObjectContext;
-
-template <class T> KXRef<T> in(const Context::Ref &context, const KXRef<T> &object)
-{
-    return T::cast(context->objectWithID(object->objectID()));
-}
 
 }
 

@@ -1,0 +1,283 @@
+// Trees stay trees, and what the framework writes of relationships passes its own check.
+
+#include <gtest/gtest.h>
+
+#include <kestrixkit/foundation/KXUndoManager.h>
+
+#include "context/Meeting.h"
+#include "support/KXTestLog.h"
+#include "support/KXTestRandom.h"
+
+using namespace Qt::StringLiterals;
+
+namespace folders_test {
+
+using Context = KXManagedObjectContext;
+using Change = Meeting::Change;
+
+/// A tree that must stay one: folders with notes.
+namespace Notes {
+
+KXManagedObjectModel::Ref model()
+{
+    using Property = KXPropertyDescription;
+    static const auto model = KXManagedObjectModel::make(
+        { KXEntityDescription(u"Folder"_s)
+                .add(Property::attribute(u"name"_s, KXAttributeType::String))
+                .add(Property::toMany(u"children"_s, u"Folder"_s, u"parent"_s).deleteRule(KXDeleteRule::Cascade))
+                .add(Property::toOne(u"parent"_s, u"Folder"_s, u"children"_s).acyclic()) });
+    return model;
+}
+
+QVariant keyed(const KXRef<KXManagedObject> &object) { return KXVariantFromRef(object); }
+
+KXRef<KXManagedObject> parentOf(const KXRef<KXManagedObject> &folder)
+{
+    return folder->valueForKey(u"parent"_s).value<KXRef<KXManagedObject>>();
+}
+
+/// Whether every folder comes to the top, and both ends of all relationships agree.
+::testing::AssertionResult isTree(Context &context)
+{
+    const KXFetchedList all = context.fetchAllForEntity(u"Folder"_s);
+    for (const auto &folder : all) {
+        qsizetype steps = 0;
+        for (auto above = parentOf(folder); above && !above->isDeleted(); above = parentOf(above)) {
+            if (++steps > all.size())
+                return ::testing::AssertionFailure() << folder->objectID().key() << " is in a circle";
+        }
+        for (const auto &other : all) {
+            if (folder->objectsForKey(u"children"_s).contains(other) != (parentOf(other) == folder))
+                return ::testing::AssertionFailure()
+                    << folder->objectID().key() << " and its child " << other->objectID().key() << " disagree";
+        }
+    }
+    return ::testing::AssertionSuccess();
+}
+
+}
+
+TEST(Folders, aCircleIsRefusedOnEveryWay)
+{
+    const QTemporaryDir folder;
+    const auto coordinator = KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(
+        QUrl::fromLocalFile(folder.filePath(u"notes"_s)), Notes::model());
+    const auto context = Context::contextWithPersistentStoreCoordinator(coordinator);
+    const auto make = [&] { return context->managedObjectForEntity(u"Folder"_s); };
+    const auto a = make(), b = make(), c = make();
+    EXPECT_TRUE(b->setValueForKey(u"parent"_s, Notes::keyed(a)));
+    EXPECT_TRUE(c->setValueForKey(u"parent"_s, Notes::keyed(b)));
+    ASSERT_TRUE(context->save());
+    const KXTestLog log;
+    EXPECT_FALSE(a->setValueForKey(u"parent"_s, Notes::keyed(c)));
+    EXPECT_FALSE(a->setValueForKey(u"parent"_s, Notes::keyed(a)));
+    EXPECT_FALSE(c->setValueForKey(u"children"_s, QVariantList { Notes::keyed(a) }));
+    EXPECT_TRUE(log.contains(u"circle"_s));
+    EXPECT_FALSE(context->hasChanges());
+    EXPECT_TRUE(Notes::isTree(*context));
+    const auto model = KXManagedObjectModel::modelWithJSON(Notes::model()->toJSON());
+    EXPECT_TRUE(model->entity(u"Folder"_s)->property(u"parent"_s)->isAcyclic()) << "a model file says so, too";
+}
+
+TEST(Folders, aDeepTreeIsDeletedWithItsTop)
+{
+    constexpr int depth = 60'000;
+    const QTemporaryDir folder;
+    const QUrl url = QUrl::fromLocalFile(folder.filePath(u"notes"_s));
+    const auto open
+        = [&] { return KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(url, Notes::model()); };
+    ASSERT_TRUE(open());
+    Library::tamper(url.toLocalFile(),
+        "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 60000) "
+        "INSERT INTO Folder(kx_id, kx_version, parent) SELECT i, 1, nullif(i - 1, 0) FROM n; "
+        "UPDATE kx_sequence SET next = 60001");
+    const auto coordinator = open();
+    const auto context = Context::contextWithPersistentStoreCoordinator(coordinator);
+    const auto all = context->fetchAllForEntity(u"Folder"_s);
+    ASSERT_EQ(all.size(), depth);
+    context->removeManagedObject(all.at(1).get());
+    EXPECT_EQ(context->deletedObjects().size(), depth - 1);
+    ASSERT_TRUE(context->save());
+    EXPECT_EQ(context->countForEntity(u"Folder"_s), 1);
+    EXPECT_EQ(problemsOf(url), std::string());
+}
+
+TEST(Folders, theLaterOfTwoMovesIntoEachOtherGivesWay)
+{
+    const QTemporaryDir folder;
+    const QUrl url = QUrl::fromLocalFile(folder.filePath(u"notes"_s));
+    const auto coordinator = KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(url, Notes::model());
+    const auto first = Context::contextWithPersistentStoreCoordinator(coordinator);
+    const auto second = Context::contextWithPersistentStoreCoordinator(coordinator);
+    const auto a = first->managedObjectForEntity(u"Folder"_s), b = first->managedObjectForEntity(u"Folder"_s);
+    ASSERT_TRUE(first->save(nullptr));
+    const auto there = second->objectWithID(b->objectID());
+    EXPECT_TRUE(a->setValueForKey(u"parent"_s, Notes::keyed(b)));
+    EXPECT_TRUE(there->setValueForKey(u"parent"_s, Notes::keyed(second->objectWithID(a->objectID()))));
+    ASSERT_TRUE(first->save(nullptr));
+    const KXTestLog log;
+    ASSERT_TRUE(second->save(nullptr));
+    EXPECT_TRUE(log.contains(u"another context has moved"_s));
+    EXPECT_EQ(problemsOf(url), std::string());
+    EXPECT_FALSE(there->valueForKey(u"parent"_s).isValid()) << "it is where it was";
+    EXPECT_TRUE(Notes::isTree(*Context::contextWithPersistentStoreCoordinator(coordinator)));
+}
+
+TEST(Folders, ofMovesThatMakeACircleTogetherOneGivesWay)
+{
+    KXTestRandom random;
+    for (int round = KXTestRandom::scaled(100); round > 0 && !testing::Test::HasFailure(); --round) {
+        const QTemporaryDir folder;
+        const QUrl url = QUrl::fromLocalFile(folder.filePath(u"notes"_s));
+        const auto coordinator
+            = KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(url, Notes::model());
+        Context::Ref sides[2] = { Context::contextWithPersistentStoreCoordinator(coordinator),
+            Context::contextWithPersistentStoreCoordinator(coordinator) };
+        const auto manager = std::make_shared<KXUndoManager>();
+        manager->setGroupsByEvent(false);
+        if (random.chance(0.5))
+            sides[0]->setUndoManager(manager);
+        std::vector<Change> pending[2];
+        const auto feed = coordinator->addChangeObserver([&](const Change &change) {
+            for (int side = 0; side < 2; ++side) {
+                if (sides[side].get() != change->originatingContext())
+                    pending[side].push_back(change);
+            }
+        });
+        const auto merge = [&](int side) {
+            for (const Change &change : std::exchange(pending[side], {}))
+                sides[side]->mergeChangesFromStoreChange(change);
+        };
+        for (int i = 0; i < 6; ++i)
+            (void)sides[0]->managedObjectForEntity(u"Folder"_s);
+        ASSERT_TRUE(sides[0]->save(nullptr));
+        for (int step = 0; step < 60; ++step) {
+            const int side = random.below(2);
+            const auto any = [&] {
+                const auto list = sides[side]->fetchAllForEntity(u"Folder"_s);
+                return list.isEmpty() ? KXRef<KXManagedObject>() : list.at(random.below(int(list.size())));
+            };
+            const int kind = random.below(12);
+            if (kind < 6) {
+                const KXUndoGroup group(side == 0 ? manager.get() : nullptr, u"Move"_s);
+                if (const auto mover = any())
+                    (void)mover->setValueForKey(u"parent"_s, random.chance(0.2) ? QVariant() : Notes::keyed(any()));
+            } else if (kind == 6 && random.chance(0.3)) {
+                const KXUndoGroup group(side == 0 ? manager.get() : nullptr, u"Delete"_s);
+                sides[side]->removeManagedObject(any());
+            } else if (kind == 7) {
+                (void)sides[side]
+                    ->managedObjectForEntity(u"Folder"_s)
+                    ->setValueForKey(u"parent"_s, Notes::keyed(any()));
+            } else if (kind == 8) {
+                random.chance(0.7) ? manager->undo() : manager->redo();
+            } else if (kind == 9) {
+                merge(side);
+                EXPECT_TRUE(Notes::isTree(*sides[side])) << "merged at step " << step;
+            } else {
+                ASSERT_TRUE(sides[side]->save(nullptr));
+                EXPECT_EQ(problemsOf(url), std::string()) << "saved at step " << step;
+                EXPECT_TRUE(Notes::isTree(*Context::contextWithPersistentStoreCoordinator(coordinator)))
+                    << "saved at step " << step;
+            }
+            if (testing::Test::HasFailure())
+                return;
+        }
+        for (int turn = 0; turn < 2; ++turn) { // with what the first saves the second
+            merge(0);
+            ASSERT_TRUE(sides[0]->save(nullptr));
+            merge(1);
+            ASSERT_TRUE(sides[1]->save(nullptr));
+        }
+        merge(0);
+        EXPECT_EQ(problemsOf(url), std::string());
+        for (const auto &side : sides) {
+            EXPECT_TRUE(Notes::isTree(*side));
+            EXPECT_EQ(
+                Library::dump(*side), Library::dump(*Context::contextWithPersistentStoreCoordinator(coordinator)));
+        }
+    }
+}
+
+TEST(Relationships, whatTheFrameworkWritesPassesItsOwnCheck)
+{
+    KXTestRandom random;
+    for (int round = KXTestRandom::scaled(200); round > 0 && !testing::Test::HasFailure(); --round) {
+        Meeting meeting;
+        const auto manager = std::make_shared<KXUndoManager>();
+        manager->setGroupsByEvent(false);
+        if (random.chance(0.5))
+            meeting.context->setUndoManager(manager);
+        std::vector<Change> pending[2];
+        const auto feed = meeting.coordinator->addChangeObserver([&](const Change &change) {
+            pending[change->originatingContext() == meeting.context.get()].push_back(change);
+        });
+        const bool merges = random.chance(0.7);
+        const bool inOrder = random.chance(0.5);
+        const auto merge = [&](int side) {
+            std::vector<Change> changes = std::exchange(pending[side], {});
+            if (!inOrder)
+                std::shuffle(changes.begin(), changes.end(), random.engine());
+            for (const Change &change : changes)
+                (side ? meeting.other : meeting.context)->mergeChangesFromStoreChange(change);
+        };
+        for (int i = 0; i < 4; ++i) {
+            meeting.track(QString::number(i));
+            meeting.genre(QString::number(i));
+            Album::createInContext(*meeting.context)->setTitle(QString::number(i));
+        }
+        ASSERT_TRUE(meeting.context->save());
+        for (int step = 0; step < 80 && !testing::Test::HasFailure(); ++step) {
+            const int side = random.below(2);
+            const Context::Ref &by = side ? meeting.other : meeting.context;
+            const auto any = [&](const QString &entity) {
+                const auto list = by->fetchAllForEntity(entity);
+                return list.isEmpty() ? KXRef<KXManagedObject>() : list.at(random.below(int(list.size())));
+            };
+            const int kind = random.below(14);
+            const auto track = Track::cast(any(u"Track"_s));
+            if (kind < 9) {
+                const KXUndoGroup group(side == 0 ? manager.get() : nullptr, u"Edit"_s);
+                if (kind == 0 || !track)
+                    Track::createInContext(*by)->setTitle(u"new"_s);
+                else if (kind == 1)
+                    track->setAlbum(Album::cast(any(u"Album"_s)));
+                else if (kind < 4)
+                    track->setRemix(random.chance(0.8) ? Track::cast(any(u"Track"_s)) : KXRef<Track>());
+                else if (kind == 4)
+                    track->addToNeighbours(any(u"Track"_s));
+                else if (kind == 5)
+                    track->addToGenres(any(u"Genre"_s));
+                else if (kind == 6)
+                    by->removeManagedObject(any(random.chance(0.5) ? u"Track"_s : u"Album"_s));
+                else if (kind == 7)
+                    track->setTitle(QString::number(step));
+                else
+                    Album::createInContext(*by)->setTitle(u"new"_s);
+            } else if (kind == 9) {
+                random.chance(0.7) ? manager->undo() : manager->redo();
+            } else if (kind == 10 && merges) {
+                merge(side);
+            } else {
+                KXError error;
+                ASSERT_TRUE(by->save(&error)) << error.localizedDescription().toStdString();
+                EXPECT_EQ(problemsOf(meeting.url()), std::string()) << "saved at step " << step;
+            }
+        }
+        if (!merges)
+            continue;
+        for (int turn = 0; turn < 3; ++turn) {
+            merge(0);
+            ASSERT_TRUE(meeting.context->save(nullptr));
+            merge(1);
+            ASSERT_TRUE(meeting.other->save(nullptr));
+        }
+        merge(0);
+        EXPECT_EQ(problemsOf(meeting.url()), std::string());
+        const QStringList stored = Library::dump(*meeting.otherContext());
+        EXPECT_EQ(Library::dump(*meeting.context), stored);
+        EXPECT_EQ(Library::dump(*meeting.other), stored);
+    }
+}
+
+}
