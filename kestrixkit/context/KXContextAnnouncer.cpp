@@ -9,8 +9,8 @@ void KXContextAnnouncer::schedule()
     if (m_scheduled || !KXMainQueue::isMainThread())
         return;
     m_scheduled = true;
-    KXMainQueue::async([this, alive = std::weak_ptr(m_alive)] {
-        if (!alive.expired())
+    KXMainQueue::async([this, alive = m_alive.watch()] {
+        if (alive)
             processPendingChanges();
     });
 }

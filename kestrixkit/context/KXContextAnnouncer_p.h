@@ -1,10 +1,10 @@
 #pragma once
 
-#include <memory>
 #include <vector>
 
 #include <kestrixkit/context/KXChangeLedger_p.h>
 #include <kestrixkit/context/KXContextRecorder_p.h>
+#include <kestrixkit/foundation/KXAlive.h>
 
 /// Tells observers of a context what has changed: at the end of the main thread's turn, before a save, and when asked.
 /// One announcement after the other, however deep the calls that cause them. Of the context's thread.
@@ -37,5 +37,5 @@ private:
     bool m_posting = false;
     bool m_due = false;
     bool m_scheduled = false;
-    const std::shared_ptr<char> m_alive = std::make_shared<char>(); // for calls queued on the main thread
+    KXAlive m_alive;
 };

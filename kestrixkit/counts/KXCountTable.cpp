@@ -233,12 +233,13 @@ void KXCountTable::bits(qint64 row, quint64 *out) const
     }
 }
 
-bool KXCountTable::fits(const KXCountNode &node, const quint64 *bits) const
+/// Whether a row fits; `fitsSlot` says of a slot whether it fits that.
+template <typename FitsSlot> static bool countNodeFits(const KXCountNode &node, const FitsSlot &fitsSlot)
 {
-    const auto part = [&](const KXCountNode &each) { return fits(each, bits); };
+    const auto part = [&](const KXCountNode &each) { return countNodeFits(each, fitsSlot); };
     switch (node.kind) {
     case KXCountNode::Slot:
-        return bits[node.slot >> 6] >> (node.slot & 63) & 1;
+        return fitsSlot(size_t(node.slot) >> 6, quint64(1) << (node.slot & 63));
     case KXCountNode::And:
         return std::all_of(node.parts.begin(), node.parts.end(), part);
     case KXCountNode::Or:
@@ -253,29 +254,18 @@ bool KXCountTable::fits(const KXCountNode &node, const quint64 *bits) const
     return false;
 }
 
+bool KXCountTable::fits(const KXCountNode &node, const quint64 *bits) const
+{
+    return countNodeFits(node, [bits](size_t word, quint64 bit) { return (bits[word] & bit) != 0; });
+}
+
 /// Of one living row and one rule, without the bits of all the others.
 bool KXCountTable::fits(const KXCountNode &node, size_t row) const
 {
-    const auto part = [&](const KXCountNode &each) { return fits(each, row); };
-    switch (node.kind) {
-    case KXCountNode::Slot: {
-        const size_t word = size_t(node.slot) >> 6;
-        const quint64 bit = quint64(1) << (node.slot & 63);
+    return countNodeFits(node, [&](size_t word, quint64 bit) {
         return std::all_of(m_columns.begin(), m_columns.end(),
             [&](const auto &column) { return !(column->users()[word] & bit) || (column->bitsAt(row)[word] & bit); });
-    }
-    case KXCountNode::And:
-        return std::all_of(node.parts.begin(), node.parts.end(), part);
-    case KXCountNode::Or:
-        return std::any_of(node.parts.begin(), node.parts.end(), part);
-    case KXCountNode::Not:
-        return !part(node.parts.front());
-    case KXCountNode::True:
-        return true;
-    case KXCountNode::False:
-        break;
-    }
-    return false;
+    });
 }
 
 void KXCountTable::noteChange(int rule)

@@ -61,7 +61,6 @@ KXFilterSetPresetCountsScheduler::KXFilterSetPresetCountsScheduler(
     , m_callbacks(std::move(callbacks))
     , m_name(std::move(name))
     , m_context(countsPresetsContext())
-    , m_self(std::make_shared<KXFilterSetPresetCountsScheduler *>(this))
     , m_changes(KXNotificationCenter::defaultCenter().addObserver(KXManagedObjectContextObjectsDidChangeNotification,
           m_context.get(),
           [this](const KXNotification &notification) { managedObjectContextObjectsDidChange(notification); }))
@@ -122,13 +121,13 @@ void KXFilterSetPresetCountsScheduler::enqueueCountsOperationForPreset(const KXR
         = m_callbacks.countsProviderForFilterSetPreset ? m_callbacks.countsProviderForFilterSetPreset(preset) : nullptr;
     if (!operation)
         return;
-    operation->setCompletionBlock([weakOperation = std::weak_ptr(operation), weakSelf = std::weak_ptr(m_self), title] {
+    operation->setCompletionBlock([this, weakOperation = std::weak_ptr(operation), alive = m_alive.watch(), title] {
         const auto finished = weakOperation.lock();
         if (!finished || finished->isCancelled())
             return;
-        KXMainQueue::async([finished, weakSelf, title] {
-            if (const auto self = weakSelf.lock())
-                (*self)->operationDidFinish(finished, title);
+        KXMainQueue::async([this, finished, alive, title] {
+            if (alive)
+                operationDidFinish(finished, title);
         });
     });
     m_countOperations.insert(id, operation);

@@ -8,6 +8,7 @@
 #include <QSet>
 
 #include <kestrixkit/filters/KXFilterSetPresetCountsProvider.h>
+#include <kestrixkit/foundation/KXAlive.h>
 #include <kestrixkit/foundation/KXNotificationCenter.h>
 #include <kestrixkit/foundation/KXOperationQueue.h>
 
@@ -82,8 +83,7 @@ private:
     /// was queued, counts what was before.
     QSet<KXRef<KXFilterSetPreset>> m_countedBeforeSave;
     QPointer<QTimer> m_timer;
-    std::shared_ptr<KXFilterSetPresetCountsScheduler *>
-        m_self; ///< gone with the scheduler; for hops to the main thread
+    KXAlive m_alive; ///< for hops to the main thread
     KXNotificationToken m_changes;
     KXNotificationToken m_saves;
 };

@@ -87,24 +87,38 @@ std::optional<quint32> KXSearchSegment::rowOf(qint64 key) const
     return std::nullopt;
 }
 
-template <typename Function> void KXSearchSegment::eachRank(quint32 block, Function &&function) const
+KXSearchSegment::RankBlock KXSearchSegment::rankBlock(quint32 block) const
 {
     const quint32 from = number(m_layout.rankPlaces, block);
     const quint32 end = number(m_layout.rankPlaces, block + 1);
     if (end < from)
         throw KXSearchDamage {};
-    const auto *p = reinterpret_cast<const uchar *>(at(m_layout.ranks + from, end - from));
-    const uchar *const last = p + (end - from);
+    const auto *bytes = reinterpret_cast<const uchar *>(at(m_layout.ranks + from, end - from));
+    return { bytes, bytes + (end - from) };
+}
+
+/// What the next rank adds to the first `shared` bytes of the one before, which has `before` bytes.
+QByteArrayView KXSearchSegment::nextRank(RankBlock &block, qsizetype before, quint32 &shared)
+{
+    shared = segmentNumber(block.at, block.end);
+    const quint32 size = segmentNumber(block.at, block.end);
+    if (shared > quint32(before) || size > size_t(block.end - block.at))
+        throw KXSearchDamage {};
+    const QByteArrayView added(reinterpret_cast<const char *>(block.at), qsizetype(size));
+    block.at += size;
+    return added;
+}
+
+template <typename Function> void KXSearchSegment::eachRank(quint32 block, Function &&function) const
+{
+    RankBlock ranks = rankBlock(block);
     QByteArray rank;
     const quint32 first = block * RowsPerRankBlock;
     for (quint32 row = first; row < std::min(rows(), first + RowsPerRankBlock); ++row) {
-        const quint32 shared = segmentNumber(p, last);
-        const quint32 size = segmentNumber(p, last);
-        if (shared > quint32(rank.size()) || size > size_t(last - p))
-            throw KXSearchDamage {};
+        quint32 shared;
+        const QByteArrayView added = nextRank(ranks, rank.size(), shared);
         rank.resize(shared);
-        rank.append(reinterpret_cast<const char *>(p), size);
-        p += size;
+        rank.append(added);
         if (function(row, QByteArrayView(rank)))
             return;
     }
@@ -113,17 +127,9 @@ template <typename Function> void KXSearchSegment::eachRank(quint32 block, Funct
 /// Shares nothing with another one.
 QByteArrayView KXSearchSegment::firstRank(quint32 block) const
 {
-    const quint32 from = number(m_layout.rankPlaces, block);
-    const quint32 end = number(m_layout.rankPlaces, block + 1);
-    if (end < from)
-        throw KXSearchDamage {};
-    const auto *p = reinterpret_cast<const uchar *>(at(m_layout.ranks + from, end - from));
-    const uchar *const last = p + (end - from);
-    const quint32 shared = segmentNumber(p, last);
-    const quint32 size = segmentNumber(p, last);
-    if (shared != 0 || size > size_t(last - p))
-        throw KXSearchDamage {};
-    return { reinterpret_cast<const char *>(p), qsizetype(size) };
+    RankBlock ranks = rankBlock(block);
+    quint32 shared;
+    return nextRank(ranks, 0, shared);
 }
 
 quint32 KXSearchSegment::rowsBefore(const QByteArray &rank, qint64 key) const

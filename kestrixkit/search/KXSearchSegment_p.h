@@ -80,6 +80,13 @@ private:
     void addList(quint32 word, KXSearchBits &bits) const;
     void addWords(quint32 from, quint32 to, KXSearchBits &bits, const KXSearchStop &stop) const;
     /// The ranks of a block's rows, until the function answers true.
+    struct RankBlock
+    {
+        const uchar *at;
+        const uchar *end;
+    };
+    [[nodiscard]] RankBlock rankBlock(quint32 block) const;
+    [[nodiscard]] static QByteArrayView nextRank(RankBlock &block, qsizetype before, quint32 &shared);
     template <typename Function> void eachRank(quint32 block, Function &&function) const;
     [[nodiscard]] QByteArrayView firstRank(quint32 block) const;
 

@@ -12,10 +12,10 @@ KXThemeable::~KXThemeable() = default;
 
 void KXThemeable::setThemeStyleName(const QString &name)
 {
-    const std::weak_ptr<void> life = m_life;
+    const KXAlive::Watch alive = m_alive.watch();
     m_themeStyleName = name;
     applyTheme();
-    if (!life.expired())
+    if (alive)
         setNeedsDisplay();
 }
 
@@ -24,17 +24,17 @@ void KXThemeable::applyTheme()
     const auto theme = KXThemeManager::sharedManager().theme();
     if (m_themeStyleName.isNull() || !theme)
         return;
-    const std::weak_ptr<void> life = m_life;
+    const KXAlive::Watch alive = m_alive.watch();
     const QVariantMap style = theme->valueForKey(m_themeStyleName).toMap();
     m_isThemed = m_isThemed || !style.isEmpty();
-    for (auto entry = style.cbegin(); entry != style.cend() && !life.expired(); ++entry)
+    for (auto entry = style.cbegin(); entry != style.cend() && alive; ++entry)
         setThemeValue(entry.key(), entry.value());
 }
 
 void KXThemeable::themeDidChange(const KXNotification &)
 {
-    const std::weak_ptr<void> life = m_life;
+    const KXAlive::Watch alive = m_alive.watch();
     applyTheme();
-    if (!life.expired())
+    if (alive)
         setNeedsDisplay();
 }

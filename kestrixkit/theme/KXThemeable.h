@@ -1,10 +1,9 @@
 #pragma once
 
-#include <memory>
-
 #include <QString>
 #include <QVariant>
 
+#include <kestrixkit/foundation/KXAlive.h>
 #include <kestrixkit/foundation/KXNotificationCenter.h>
 
 /// What makes a control take its looks from a style of the theme: a mix-in for widgets, or for what paints them.
@@ -48,6 +47,6 @@ protected:
 private:
     QString m_themeStyleName;
     bool m_isThemed = false;
-    std::shared_ptr<void> m_life = std::make_shared<char>(); // expires with the control
+    KXAlive m_alive;
     KXNotificationToken m_themeChanges;
 };

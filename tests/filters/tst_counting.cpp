@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <kestrixkit/filters/KXFilterSetPresetCountsScheduler.h>
+#include <kestrixkit/filters/KXFilterSetPresetLocalCountsProvider.h>
 #include <kestrixkit/filters/KXFilterSetPresetsManager.h>
 #include <kestrixkit/foundation/KXException.h>
 
@@ -41,11 +42,14 @@ private:
     const Mood m_mood;
 };
 
-/// Counts things by the preset's set as the store has it, once it is let go on.
-class Counting : public KXFilterSetPresetCountsProvider
+/// Counts things, once it is let go on.
+class Counting : public KXFilterSetPresetLocalCountsProvider
 {
 public:
-    using KXFilterSetPresetCountsProvider::KXFilterSetPresetCountsProvider;
+    Counting(KXRef<KXFilterSetPreset> preset, const QString &contextIdentifier)
+        : KXFilterSetPresetLocalCountsProvider(std::move(preset), contextIdentifier, u"Thing"_s)
+    {
+    }
     enum Mood { Counts, ThrowsOurs, ThrowsOthers };
 
     std::counting_semaphore<> goOn { 0 };
@@ -59,13 +63,7 @@ protected:
             throw KXException(u"Wrong"_s, u"ours"_s);
         if (mood == ThrowsOthers)
             throw std::runtime_error("others'");
-        if (isCancelled())
-            return;
-        const auto context = localContext();
-        const auto id = context->persistentStoreCoordinator()->managedObjectIDForURIRepresentation(filterSetURI());
-        const auto set = KXFilterSet::cast(context->objectWithID(id));
-        deliverCount(context->countForEntity(
-            u"Thing"_s, set ? set->representedLocalPredicateWithKeyPath() : KXPredicate::falsePredicate()));
+        KXFilterSetPresetLocalCountsProvider::loadCounts();
     }
 };
 
@@ -320,6 +318,38 @@ TEST(Counting, followsExactlyTheChangedFilters)
     EXPECT_TRUE(running->isCancelled());
     EXPECT_FALSE(place.scheduler->countOperations().contains(a->objectID()));
     place.settle();
+}
+
+TEST(Counting, asThePlaceIsConfigured)
+{
+    Shelf shelf;
+    for (const int bpm : { 90, 100, 110 })
+        shelf.make<Thing>()->setBpm(bpm);
+    const auto preset = shelf.preset(u"p"_s, shelf.set({ shelf.range({}, u"105"_s) }));
+    const auto setless = shelf.preset(u"setless"_s);
+    shelf.context->save();
+    const auto count = [](const KXRef<KXFilterSetPreset> &counted, const QList<KXPredicate> &base,
+                           const std::shared_ptr<const KXFilterSetMapper> &mapper, const QString &entity) {
+        const auto operation = std::make_shared<KXFilterSetPresetLocalCountsProvider>(counted, u"here"_s, entity);
+        operation->setBasePredicates(base);
+        operation->setFilterSetMapper(mapper);
+        counted->setCount(-1, u"here"_s);
+        KXFilterSetPresetCountsScheduler::countsQueue().addOperation(operation);
+        KXFilterSetPresetCountsScheduler::countsQueue().waitUntilAllOperationsAreFinished();
+        QCoreApplication::processEvents();
+        return countHere(counted).value_or(-2);
+    };
+    const auto mapper = [](Mapper::Mood mood) { return std::make_shared<Mapper>(mood); };
+    const KXPredicate fast = KXPredicate::comparison(u"bpm"_s, KXPredicateOperator::GreaterThan, 95);
+    const QString things = u"Thing"_s;
+    EXPECT_EQ(count(preset, {}, nullptr, things), 2);
+    EXPECT_EQ(count(preset, { fast }, nullptr, things), 1);
+    EXPECT_EQ(count(preset, { fast }, mapper(Mapper::Willing), things), 1);
+    EXPECT_EQ(count(preset, {}, mapper(Mapper::Refusing), things), 0);
+    EXPECT_EQ(count(setless, {}, nullptr, things), 0);
+    KXTestLog log;
+    EXPECT_EQ(count(preset, {}, mapper(Mapper::Throwing), things), 0);
+    EXPECT_EQ(count(preset, {}, nullptr, u"Nothing"_s), -1) << "nothing is delivered";
 }
 
 TEST(Counting, seesWhatWasSavedAfterItBegan)

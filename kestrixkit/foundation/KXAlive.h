@@ -1,0 +1,39 @@
+#pragma once
+
+#include <memory>
+
+/// Lets a call that comes later ask whether somebody is still there who is neither a QObject (QPointer) nor counts
+/// references (KXWeakRef, std::weak_ptr): a member whose watch goes along with the call.
+///
+/// Belongs to its owner, and is not copied with it. A watch may be copied and asked on any thread; what it answers
+/// lasts only on the thread on which the owner ends.
+class KXAlive
+{
+public:
+    class Watch
+    {
+    public:
+        explicit operator bool() const { return !m_life.expired(); }
+
+    private:
+        friend class KXAlive;
+        std::weak_ptr<const char> m_life;
+    };
+
+    KXAlive() = default;
+    KXAlive(const KXAlive &)
+        : KXAlive()
+    {
+    }
+    KXAlive &operator=(const KXAlive &) { return *this; }
+
+    [[nodiscard]] Watch watch() const
+    {
+        Watch watch;
+        watch.m_life = m_life;
+        return watch;
+    }
+
+private:
+    std::shared_ptr<const char> m_life = std::make_shared<const char>();
+};
