@@ -13,9 +13,11 @@
 #include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/predicate/KXPredicateEvaluator_p.h>
 #include <kestrixkit/predicate/KXPredicateValue_p.h>
+#include <kestrixkit/store/KXRowReader_p.h>
 
 using namespace Qt::StringLiterals;
 
+using Access = KXObjectAccess;
 using Object = KXManagedObject;
 
 KXContextFetcher::KXContextFetcher(KXManagedObjectContextPrivate &context, const KXFetchRequest &request)
@@ -25,10 +27,11 @@ KXContextFetcher::KXContextFetcher(KXManagedObjectContextPrivate &context, const
     , m_sortOrder(request.sortDescriptors())
 {
     context.checkThread();
-    for (KXManagedObjectContextPrivate *each = &context; each; each = each->parent ? &each->parent->d() : nullptr)
-        m_lineage.push_back(each);
+    for (KXManagedObjectContextPrivate *each = &context; each;
+         each = each->parent ? &KXManagedObjectContextPrivate::of(*each->parent) : nullptr)
+        m_lineage.push_back(&each->ledger);
     if (!context.store)
-        m_error = KXManagedObjectContextPrivate::notOpen();
+        m_error = KXPersistentStorePrivate::notOpen();
 }
 
 bool KXContextFetcher::compile()
@@ -51,13 +54,13 @@ bool KXContextFetcher::compile()
 /// Objects of the entity's family with unsaved changes that can be seen through the key.
 void KXContextFetcher::addDirty(const KXEntityDescription *from, const QString &key, QSet<qint64> &dirty) const
 {
-    for (const KXManagedObjectContextPrivate *context : m_lineage) {
-        for (const auto &[object, change] : context->changes) {
+    for (const KXChangeLedger *ledger : m_lineage) {
+        for (const auto &[object, change] : ledger->changes()) {
             if (object->entity()->root() != from->root() || !object->isUpdated())
                 continue;
             const KXPropertyDescription *property = object->entity()->property(key);
             if (property && change.changed.test(size_t(property->index())))
-                dirty.insert(object->m_key);
+                dirty.insert(Access::key(object));
         }
     }
 }
@@ -102,10 +105,10 @@ bool KXContextFetcher::followBack(const KXModelPath &path, QSet<qint64> &affecte
     const std::vector<KXModelPath::Step> &steps = path.steps();
     QSet<qint64> reached;
     const auto addDeleted = [this, &reached](const KXEntityDescription *root) {
-        for (const KXManagedObjectContextPrivate *context : m_lineage) {
-            for (const KXContextHold &object : context->deleted) {
+        for (const KXChangeLedger *ledger : m_lineage) {
+            for (const KXContextHold &object : ledger->deletions()) {
                 if (object->entity()->root() == root)
-                    reached.insert(object->m_key);
+                    reached.insert(Access::key(object));
             }
         }
     };
@@ -129,16 +132,14 @@ bool KXContextFetcher::followBack(const KXModelPath &path, QSet<qint64> &affecte
 
 bool KXContextFetcher::findAffected()
 {
-    const auto isClean = [](const KXManagedObjectContextPrivate *context) {
-        return context->changes.empty() && context->inserted.empty() && context->deleted.empty();
-    };
+    const auto isClean = [](const KXChangeLedger *ledger) { return ledger->isEmpty(); };
     if (std::all_of(m_lineage.begin(), m_lineage.end(), isClean))
         return true;
-    for (const KXManagedObjectContextPrivate *context : m_lineage) {
-        for (const auto *list : { &context->inserted, &context->deleted }) {
+    for (const KXChangeLedger *ledger : m_lineage) {
+        for (const auto *list : { &ledger->insertions(), &ledger->deletions() }) {
             for (const KXContextHold &object : *list) {
                 if (object->entity()->root() == m_entity.root())
-                    m_affected.insert(object->m_key);
+                    m_affected.insert(Access::key(object));
             }
         }
     }
@@ -156,12 +157,7 @@ bool KXContextFetcher::findAffected()
 
 QByteArray KXContextFetcher::where(bool withPredicate) const
 {
-    QByteArray text;
-    if (m_entity.parent()) {
-        for (const KXEntityDescription *member : m_entity.family())
-            text += (text.isEmpty() ? "t0.kx_entity IN (" : ",") + QByteArray::number(member->number());
-        text += ')';
-    }
+    QByteArray text = KXEntityCondition(m_entity);
     if (withPredicate && m_request.predicate())
         text += (text.isEmpty() ? "" : " AND ") + QByteArray("(") + m_predicate.text + ')';
     return text.isEmpty() ? text : " WHERE " + text;
@@ -246,7 +242,7 @@ bool KXContextFetcher::queryFalling(const KXPropertyDescription &number, std::ve
 
 bool KXContextFetcher::isWanted(qint64 key, KXRef<Object> &object)
 {
-    object = m_context.object(m_entity, key);
+    object = m_context.reader.object(m_entity, key);
     return object && object->entity()->isKindOf(&m_entity) && !object->isDeleted() && !object->isMissing()
         && (!m_request.predicate() || m_request.predicate().evaluateWithObject(object.get(), {}, &m_error));
 }
@@ -266,7 +262,7 @@ bool KXSortOrder::precedes(const Object *a, const Object *b) const
         if (order != 0)
             return key.ascending ? order < 0 : order > 0;
     }
-    return a->m_key < b->m_key;
+    return Access::key(a) < Access::key(b);
 }
 
 void KXContextFetcher::cut(std::vector<qint64> &keys, const KXFetchRequest &request)
@@ -283,10 +279,10 @@ bool KXContextFetcher::fetchInMemory(std::vector<qint64> &keys)
     std::vector<qint64> all;
     if (!query("SELECT t0.kx_id FROM " + m_entity.table() + " t0" + where(false), {}, all))
         return false;
-    for (const KXManagedObjectContextPrivate *context : m_lineage) {
-        for (const KXContextHold &object : context->inserted) {
+    for (const KXChangeLedger *ledger : m_lineage) {
+        for (const KXContextHold &object : ledger->insertions()) {
             if (object->isInserted() && object->entity()->isKindOf(&m_entity))
-                all.push_back(object->m_key);
+                all.push_back(Access::key(object));
         }
     }
     std::vector<KXRef<Object>> objects;
@@ -295,7 +291,7 @@ bool KXContextFetcher::fetchInMemory(std::vector<qint64> &keys)
     constexpr size_t batch = 1000;
     for (size_t from = 0; from < all.size(); from += batch) {
         const auto part = std::span(all).subspan(from, std::min(batch, all.size() - from));
-        m_context.fill(m_entity, part);
+        m_context.reader.fill(m_entity, part);
         for (const qint64 key : part) {
             if (KXRef<Object> object; isWanted(key, object))
                 objects.push_back(object);
@@ -309,7 +305,7 @@ bool KXContextFetcher::fetchInMemory(std::vector<qint64> &keys)
         std::sort(objects.begin(), objects.end(),
             [this](const auto &a, const auto &b) { return m_sortOrder.precedes(a.get(), b.get()); });
     for (const KXRef<Object> &object : objects)
-        keys.push_back(object->m_key);
+        keys.push_back(Access::key(object));
     cut(keys, m_request);
     return true;
 }
@@ -342,7 +338,7 @@ bool KXContextFetcher::fetch(std::vector<qint64> &keys)
     std::erase_if(keys, [this](qint64 key) { return m_affected.contains(key); });
     std::vector<qint64> affected(m_affected.begin(), m_affected.end());
     std::sort(affected.begin(), affected.end());
-    m_context.fill(m_entity, affected);
+    m_context.reader.fill(m_entity, affected);
     std::vector<KXRef<Object>> wanted;
     for (const qint64 key : affected) {
         if (KXRef<Object> object; isWanted(key, object))
@@ -360,18 +356,18 @@ bool KXContextFetcher::fetch(std::vector<qint64> &keys)
         auto from = keys.cbegin();
         for (const KXRef<Object> &object : wanted) {
             const auto place = std::partition_point(from, keys.cend(), [&](qint64 key) {
-                const KXRef<Object> other = m_context.object(m_entity, key);
+                const KXRef<Object> other = m_context.reader.object(m_entity, key);
                 return other && m_sortOrder.precedes(other.get(), object.get());
             });
             merged.insert(merged.end(), from, place);
-            merged.push_back(object->m_key);
+            merged.push_back(Access::key(object));
             from = place;
         }
         merged.insert(merged.end(), from, keys.cend());
         keys.swap(merged);
     } else {
         for (const KXRef<Object> &object : wanted)
-            keys.push_back(object->m_key);
+            keys.push_back(Access::key(object));
     }
     cut(keys, m_request);
     return true;
@@ -408,7 +404,7 @@ bool KXContextFetcher::count(qint64 &number)
             return false;
         number -= numbers.front();
         const std::vector<qint64> affected(m_affected.begin(), m_affected.end());
-        m_context.fill(m_entity, affected);
+        m_context.reader.fill(m_entity, affected);
         for (const qint64 key : affected) {
             KXRef<Object> object;
             number += isWanted(key, object);
@@ -426,14 +422,14 @@ KXRef<Object> KXContextFetcher::objectAt(KXManagedObjectContextPrivate &context,
     std::span<const qint64> keys, size_t place, size_t batchSize)
 {
     const qint64 key = keys[place];
-    if (const Object *object = context.registered(key); !object || !object->m_values) {
+    if (const Object *object = context.reader.registered(key); !object || !Access::values(object)) {
         const size_t from = place / batchSize * batchSize;
         std::span<const qint64> batch = keys.subspan(from, std::min(batchSize, keys.size() - from));
         while (!batch.empty() && batch.back() <= 0) // the last rows of a list that is being put right may be nobody's
             batch = batch.first(batch.size() - 1);
-        context.fill(entity, batch);
+        context.reader.fill(entity, batch);
     }
-    return context.object(entity, key);
+    return context.reader.object(entity, key);
 }
 
 KXFetchedList KXManagedObjectContextPrivate::fetch(const KXFetchRequest &request, KXError *error)

@@ -67,8 +67,7 @@ private:
     static void cut(std::vector<qint64> &keys, const KXFetchRequest &request);
 
     KXManagedObjectContextPrivate &m_context;
-    std::vector<const KXManagedObjectContextPrivate *>
-        m_lineage; // the context and its parents: what is unsaved in any of them counts
+    std::vector<const KXChangeLedger *> m_lineage; // of the context and its parents: what is unsaved in any counts
     const KXFetchRequest &m_request;
     const KXEntityDescription &m_entity;
     const KXSortOrder m_sortOrder;

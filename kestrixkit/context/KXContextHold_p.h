@@ -47,6 +47,7 @@ public:
     explicit operator bool() const { return m_object != 0; }
     operator KXRef<KXManagedObject>() const { return KXRef<KXManagedObject>(get()); }
     friend bool operator==(const KXContextHold &a, const KXRef<KXManagedObject> &b) { return a.get() == b.get(); }
+    friend bool operator==(const KXContextHold &a, const KXManagedObject *b) { return a.get() == b; }
 
 private:
     static constexpr quintptr uncounted = 1;

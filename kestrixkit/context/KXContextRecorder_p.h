@@ -1,6 +1,6 @@
 #pragma once
 
-#include <bitset>
+#include <functional>
 #include <map>
 #include <memory>
 #include <unordered_map>
@@ -8,16 +8,12 @@
 
 #include <QSet>
 
-#include <kestrixkit/context/KXManagedObject.h>
-#include <kestrixkit/entity/KXRowValues_p.h>
+#include <kestrixkit/context/KXContextReader_p.h>
 #include <kestrixkit/foundation/KXApplication.h>
 #include <kestrixkit/foundation/KXRef.h>
 
-class KXManagedObjectContextPrivate;
+class KXUndoFact;
 class KXUndoManager;
-
-/// One bit for each property of an entity.
-using KXPropertySet = std::bitset<KXEntityDescription::MostProperties>;
 
 /// Turns what changes in a context into facts of its undo manager.
 ///
@@ -27,11 +23,15 @@ using KXPropertySet = std::bitset<KXEntityDescription::MostProperties>;
 class KXContextRecorder
 {
 public:
-    explicit KXContextRecorder(KXManagedObjectContextPrivate &context)
-        : m_context(context)
-    {
-    }
+    struct Entry;
+    /// Makes a fact of what was remembered.
+    using MakeFact = std::function<std::unique_ptr<KXUndoFact>(std::vector<Entry>)>;
+
+    /// Facts are those of the target; the store may be absent.
+    KXContextRecorder(
+        const void *target, const KXPersistentStorePrivate *store, KXContextReader &reader, MakeFact makeFact);
     ~KXContextRecorder();
+    Q_DISABLE_COPY_MOVE(KXContextRecorder)
 
     [[nodiscard]] const std::shared_ptr<KXUndoManager> &manager() const { return m_manager; }
     void setManager(std::shared_ptr<KXUndoManager> manager);
@@ -69,19 +69,16 @@ public:
         std::map<int, QSet<qint64>> membersAfter;
         bool restored = false; ///< while it is reverted: a saved deletion was taken back, with all values
     };
-    /// Makes the objects what they were before; answers entries that undo that.
-    static std::vector<Entry> revert(KXManagedObjectContextPrivate &context, std::vector<Entry> entries);
+    /// While facts are reverted nothing is remembered: the opposite facts are made of theirs. Answers how it was.
+    [[nodiscard]] bool setReverting(bool reverting) { return std::exchange(m_reverting, reverting); }
 
 private:
     Entry &entryOf(KXManagedObject *object);
-    static void dropFormerMembers(KXManagedObjectContextPrivate &context, const std::vector<Entry> &entries);
-    static void revertValues(
-        KXManagedObjectContextPrivate &context, const std::vector<Entry> &entries, const QSet<qint64> &back);
-    static void linkOnce(KXManagedObjectContextPrivate &context, KXManagedObject *object,
-        const KXPropertyDescription &property, qint64 key, bool add);
-    static void reconnect(KXManagedObjectContextPrivate &context, const Entry &entry);
 
-    KXManagedObjectContextPrivate &m_context;
+    const void *const m_target;
+    const KXPersistentStorePrivate *const m_store;
+    KXContextReader &m_reader;
+    const MakeFact m_makeFact;
     std::shared_ptr<KXUndoManager> m_manager;
     KXScopeToken m_boundary;
     std::unordered_map<KXManagedObject *, size_t> m_indexes;

@@ -5,7 +5,10 @@
 #include <vector>
 
 #include <kestrixkit/context/KXManagedObjectContext_p.h>
+#include <kestrixkit/store/KXStoreChange.h>
 #include <kestrixkit/store/KXStoreSchema_p.h>
+
+class KXContextMerger;
 
 /// One save under way. Nothing of the context changes before the transaction was committed.
 class KXContextSaver
@@ -24,17 +27,17 @@ public:
     /// Of the store, once the save was written.
     [[nodiscard]] const KXStoreSchema::ChangeNumbers &changeNumbers() const { return m_changeNumbers; }
     /// Makes the changes unsaved changes of the parent context, instead of writing them: KXContextChild.cpp.
-    void pass(KXManagedObjectContextPrivate &parent, KXObjectsDidChange &did, KXChangesTogether &together);
-    /// Makes what was committed the state of the context. What somebody else's saves had to do with it is noted in
-    /// `did` and told observers by `together`, when the caller has them told.
-    void finish(KXObjectsDidChange &did, KXChangesTogether &together);
+    void pass(KXManagedObjectContextPrivate &parent, KXContextMerger &others);
+    /// Makes what was committed the state of the context. What somebody else's saves had to do with it is taken over,
+    /// and is told when the caller has it told.
+    void finish(KXContextMerger &others);
 
 private:
     /// An updated object and what becomes of it.
     struct Update
     {
         KXManagedObject *object;
-        KXManagedObjectContextPrivate::Change *change;
+        const KXChangeLedger::Change *change;
         qint64 version = 0; ///< of the row once it is written; 0: no column changes
         bool vanished = false; ///< somebody deleted the row
         KXRowValues::Owner stored; ///< the row as somebody else left it, where both had changed it
@@ -69,29 +72,38 @@ private:
         std::vector<Referrer> referrers;
     };
 
+    // Reading what is to be written, and writing it: KXContextSave.cpp.
     KXError validateObject(const KXManagedObject &object);
-    [[nodiscard]] qint64 firstVersion(qint64 key) const;
     KXError writeInserted(KXSQLiteConnection &connection);
     KXError writeUpdated(KXSQLiteConnection &connection, Update &update);
     KXError settleConflict(
         KXSQLiteConnection &connection, Update &update, std::vector<const KXPropertyDescription *> &columns);
+    KXError writeJoins(KXSQLiteConnection &connection, KXManagedObject &object);
+
+    // Rows that go: KXContextSaveDeletions.cpp.
     KXError writeDeleted(KXSQLiteConnection &connection);
     [[nodiscard]] Deletion deletionOf(const KXEntityDescription &entity) const;
     [[nodiscard]] static Referrer referrerBy(const KXPropertyDescription &property, const KXEntityDescription &of);
     KXError findReferrers(
         KXSQLiteConnection &connection, const Referrer &referrer, qint64 key, std::vector<Row> &found) const;
     KXError followReferrers(KXSQLiteConnection &connection, const Deletion &deletion, qint64 key);
+
+    // Links that others have to do with: KXContextSaveLinks.cpp.
     KXError breakCircles(KXSQLiteConnection &connection);
     KXError settleLinks(KXSQLiteConnection &connection);
     KXError overrule(KXSQLiteConnection &connection, const KXEntityDescription &entity,
         const KXPropertyDescription &property, qint64 key, qint64 value);
     [[nodiscard]] Update *updateOf(const KXEntityDescription &entity, qint64 key);
-    KXError writeJoins(KXSQLiteConnection &connection, KXManagedObject &object);
+
+    // What others are told, and what becomes of the context: KXContextSaveFinish.cpp.
     [[nodiscard]] bool isWrittenByMember(
         const KXPropertyDescription &property, qint64 key, qint64 member, bool add) const;
     void noteUpdate(const Update &update);
     void noteVoid(const KXPropertyDescription &property, qint64 key, qint64 other);
     KXEntityChange &changeOf(const KXEntityDescription *entity);
+    void settleMembers(KXManagedObject *object);
+    [[nodiscard]] std::vector<KXContextHold> settleLedger(KXContextMerger &others);
+    void takeMerged(const Update &update, KXContextMerger &others);
 
     KXManagedObjectContextPrivate &m_context;
     std::vector<KXManagedObject *> m_inserted;

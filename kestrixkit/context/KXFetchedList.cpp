@@ -16,7 +16,7 @@ KXRef<KXManagedObject> KXFetchedList::at(qsizetype index) const
     if (index < 0 || index >= size() || m_data->context.expired())
         return {};
     // The context lives: it belongs to this thread, which is here.
-    KXManagedObjectContextPrivate &context = m_data->borrowed->d();
+    KXManagedObjectContextPrivate &context = KXManagedObjectContextPrivate::of(*m_data->borrowed);
     return KXContextFetcher::objectAt(context, *m_data->entity, m_data->keys, size_t(index), size_t(m_data->batchSize));
 }
 

@@ -12,6 +12,7 @@
 #include <kestrixkit/foundation/KXMainQueue.h>
 #include <kestrixkit/store/KXStoreChange.h>
 
+using Access = KXObjectAccess;
 using Object = KXManagedObject;
 
 namespace {
@@ -97,7 +98,7 @@ KXLiveListObserver::~KXLiveListObserver() = default;
 KXLiveList::KXLiveList(
     const KXManagedObjectContext::Ref &context, const KXFetchRequest &request, KXLiveListObserver *observer)
     : m_context(context)
-    , m_borrowed(&context->d())
+    , m_borrowed(&KXManagedObjectContextPrivate::of(*context))
     , m_coordinator(context->persistentStoreCoordinator())
     , m_request(request)
     , m_observer(nullptr)
@@ -105,7 +106,7 @@ KXLiveList::KXLiveList(
 {
     prepare();
     // A fetch sees what is not announced yet; what of it is taken back before it is would never be heard of.
-    m_borrowed->processPendingChanges();
+    m_borrowed->announcer.processPendingChanges();
     if (!openWithFirstRows())
         refetch();
     m_observer = observer;
@@ -140,8 +141,7 @@ bool KXLiveList::openWithFirstRows()
     const KXPropertyDescription *first = order.isEmpty() ? nullptr : m_entity->property(order.first().key);
     const bool isServed = order.isEmpty()
         || (first && first->isIndexed() && (order.first().options == 0 || first->type() != KXAttributeType::String));
-    const bool isClean = !m_borrowed->parent && m_borrowed->changes.empty() && m_borrowed->inserted.empty()
-        && m_borrowed->deleted.empty();
+    const bool isClean = !m_borrowed->parent && m_borrowed->ledger.isEmpty();
     if (!isServed || !isClean || m_request.predicate() || m_request.fetchLimit() > 0 || m_request.fetchOffset() > 0
         || !KXMainQueue::isMainThread() || !QCoreApplication::instance())
         return false;
@@ -168,7 +168,7 @@ bool KXLiveList::openWithFirstRows()
 
 bool KXLiveList::fetchAll(std::vector<qint64> &keys)
 {
-    m_fetchedOverChanges = !m_borrowed->changes.empty() || !m_borrowed->inserted.empty();
+    m_fetchedOverChanges = !m_borrowed->ledger.changes().empty() || !m_borrowed->ledger.insertions().empty();
     KXContextFetcher fetcher(*m_borrowed, m_request);
     m_valid = fetcher.fetch(keys);
     ++m_fetches;
@@ -268,7 +268,7 @@ void KXLiveList::setRequest(const KXFetchRequest &request)
 {
     if (m_context.expired() || m_following || &m_borrowed->entity(request.entityName()) != m_entity)
         return;
-    m_borrowed->processPendingChanges();
+    m_borrowed->announcer.processPendingChanges();
     m_request = request;
     prepare();
     do {
@@ -312,7 +312,7 @@ KXLiveList::Touched KXLiveList::touchedBy(const KXObjectsDidChange &did)
     for (const auto *list : { &did.inserted, &did.deleted }) {
         for (const KXRef<Object> &object : *list) {
             if (object->entity()->isKindOf(m_entity))
-                touched.keys.push_back(object->m_key);
+                touched.keys.push_back(Access::key(object));
         }
     }
     for (const KXRef<Object> &object : did.deleted)
@@ -322,7 +322,7 @@ KXLiveList::Touched KXLiveList::touchedBy(const KXObjectsDidChange &did)
             const QSet<QString> keys = did.changedKeys.value(object.get());
             touched.all |= isRemote(object->entity(), [&](const QString &key) { return keys.contains(key); });
             if (object->entity()->isKindOf(m_entity))
-                (keys.intersects(m_directKeys) ? touched.keys : touched.updated).push_back(object->m_key);
+                (keys.intersects(m_directKeys) ? touched.keys : touched.updated).push_back(Access::key(object));
         }
     }
     if (did.merged)
@@ -383,16 +383,15 @@ void KXLiveList::refetch()
 /// Whether the row stands before the object; notes that it was looked at.
 bool KXLiveList::isBefore(qint64 key, const Object *object)
 {
-    const KXRef<Object> row = m_borrowed->object(*m_entity, key);
-    if (!row || !row->loadedValues()) {
+    const KXRef<Object> row = m_borrowed->reader.object(*m_entity, key);
+    if (!row || !Access::loadedValues(row)) {
         m_doubtful = true; // deleted in the store, which is still to be merged
         return false;
     }
-    const auto change = m_borrowed->changes.find(row.get());
-    m_doubtful |= change != m_borrowed->changes.end() && change->second.unannounced.any();
+    m_doubtful |= m_borrowed->ledger.isUnannounced(row.get());
     if (m_seen.size() >= liveListSeenAtMost)
         m_seenBefore = std::exchange(m_seen, {});
-    const Seen now { row->values()->version, false };
+    const Seen now { Access::values(row)->version, false };
     if (const auto [known, isNew] = m_seen.try_emplace(key, now); !isNew && known->second.version < now.version)
         known->second = now;
     return m_fetcher->sortOrder().precedes(row.get(), object);
@@ -426,12 +425,12 @@ void KXLiveList::place(const Touched &touched)
         return found != olds.end() && found->key == key ? &*found : nullptr;
     };
 
-    m_borrowed->fill(*m_entity, touched.keys);
+    m_borrowed->reader.fill(*m_entity, touched.keys);
     std::vector<KXRef<Object>> wanted;
     std::vector<qint64> gone, come, moved;
     for (const qint64 key : touched.keys) {
         if (KXRef<Object> object; m_fetcher->isWanted(key, object)) {
-            m_seen.insert_or_assign(key, Seen { object->values()->version, true });
+            m_seen.insert_or_assign(key, Seen { Access::values(object)->version, true });
             wanted.push_back(std::move(object));
             if (!oldOf(key))
                 come.push_back(key);
@@ -446,7 +445,7 @@ void KXLiveList::place(const Touched &touched)
             [&](const auto &a, const auto &b) { return order.precedes(a.get(), b.get()); });
     else // rows that stay do so where they are
         std::stable_sort(wanted.begin(), wanted.end(), [&](const auto &a, const auto &b) {
-            const Old *first = oldOf(a->m_key), *second = oldOf(b->m_key);
+            const Old *first = oldOf(Access::key(a)), *second = oldOf(Access::key(b));
             return first && (!second || first->index < second->index);
         });
 
@@ -454,7 +453,7 @@ void KXLiveList::place(const Touched &touched)
     keys.reserve(rest.size() + wanted.size());
     size_t from = 0, lastStaying = 0;
     for (const KXRef<Object> &object : wanted) {
-        const Old *old = oldOf(object->m_key);
+        const Old *old = oldOf(Access::key(object));
         size_t to;
         if (sorted)
             to = size_t(std::partition_point(rest.begin() + ptrdiff_t(from), rest.end(), [&](qint64 key) {
@@ -463,12 +462,12 @@ void KXLiveList::place(const Touched &touched)
         else
             to = old ? old->place : rest.size();
         keys.insert(keys.end(), rest.begin() + ptrdiff_t(from), rest.begin() + ptrdiff_t(to));
-        keys.push_back(object->m_key);
+        keys.push_back(Access::key(object));
         from = to;
         if (old && old->place == to && old->index >= lastStaying)
             lastStaying = old->index;
         else if (old)
-            moved.push_back(object->m_key);
+            moved.push_back(Access::key(object));
     }
     keys.insert(keys.end(), rest.begin() + ptrdiff_t(from), rest.end());
     if (gone.size() + come.size() + moved.size() <= liveListStepsAtMost)

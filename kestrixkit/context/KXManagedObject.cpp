@@ -3,7 +3,8 @@
 #include <map>
 #include <mutex>
 
-#include <kestrixkit/context/KXManagedObjectContext_p.h>
+#include <kestrixkit/context/KXObjectKeeper_p.h>
+#include <kestrixkit/entity/KXRowValues_p.h>
 #include <kestrixkit/entity/KXValueConversion_p.h>
 #include <kestrixkit/foundation/KXException.h>
 #include <kestrixkit/foundation/KXLog.h>
@@ -40,7 +41,7 @@ KXManagedObject::~KXManagedObject()
 {
     if (m_values)
         KXRowValues::destroy(values(), *m_entity);
-    if (m_flags & Detached)
+    if (m_state & Detached)
         delete m_store;
 }
 
@@ -62,55 +63,54 @@ KXManagedObject::Factory KXManagedObject::registeredClass(const QString &classNa
 void KXManagedObject::destroyUnreferenced() const noexcept
 {
     auto *self = const_cast<KXManagedObject *>(this);
-    if (m_flags & Owned) {
-        if (!(m_flags & Detached))
-            m_context->d().released(); // which may end this object, too
+    if (m_residency & Owned) {
+        if (!(m_state & Detached))
+            m_keeper->unreferenced(self); // which may end this object, too
         return;
     }
     endWeakHandles();
-    if (!(m_flags & Detached) && m_context)
-        m_context->d().forget(self);
+    if (!(m_state & Detached) && m_keeper)
+        m_keeper->unreferenced(self);
     delete self;
 }
 
-void KXManagedObject::detach(std::shared_ptr<const KXStoreIdentity> store)
+KXManagedObjectContext *KXManagedObject::managedObjectContext() const
 {
-    m_flags = (m_flags & (Missing | Owned)) | Detached;
-    m_store = new StoreHolder(std::move(store));
+    return m_state & Detached || !m_keeper ? nullptr : m_keeper->q;
 }
 
 KXManagedObjectID KXManagedObject::objectID() const
 {
     if (m_key == 0)
         return {};
-    if (m_flags & Detached)
+    if (m_state & Detached)
         return KXManagedObjectID(*m_store, m_entity, m_key);
-    return KXManagedObjectID(m_context->d().store->identity, m_entity, m_key);
+    return KXManagedObjectID(m_keeper->identity(), m_entity, m_key);
 }
 
 void KXManagedObject::fireFault() const
 {
-    if (!(m_flags & (Detached | Missing)) && m_context)
-        m_context->d().fillFault(const_cast<KXManagedObject *>(this));
+    if (!(m_state & (Detached | Missing)) && m_keeper)
+        m_keeper->fillFault(const_cast<KXManagedObject *>(this));
 }
 
 bool KXManagedObject::isMissing() const
 {
     if (isFault())
         fireFault();
-    return m_flags & Missing;
+    return m_state & Missing;
 }
 
 void KXManagedObject::observationDidBegin() const
 {
-    if (!(m_flags & Detached) && m_context)
-        m_context->d().setObserved(const_cast<KXManagedObject *>(this), true);
+    if (!(m_state & Detached) && m_keeper)
+        m_keeper->setObserved(const_cast<KXManagedObject *>(this), true);
 }
 
 void KXManagedObject::observationDidEnd() const
 {
-    if (!(m_flags & Detached) && m_context)
-        m_context->d().setObserved(const_cast<KXManagedObject *>(this), false);
+    if (!(m_state & Detached) && m_keeper)
+        m_keeper->setObserved(const_cast<KXManagedObject *>(this), false);
 }
 
 KXPropertyPlace KXManagedObject::resolve(QStringView key, Kind kind) const
@@ -158,16 +158,16 @@ QVariant KXManagedObject::attributeAt(int index) const
 
 KXRef<KXManagedObject> KXManagedObject::readToOne(KXPropertyPlace place) const
 {
-    if (!loadedValues() || m_flags & Detached)
+    if (!loadedValues() || m_state & Detached)
         return {};
-    return m_context->d().toOne(this, m_entity->properties()[place.index]);
+    return m_keeper->toOne(this, m_entity->properties()[place.index]);
 }
 
 QList<KXRef<KXManagedObject>> KXManagedObject::readToMany(KXPropertyPlace place) const
 {
-    if (!loadedValues() || m_flags & Detached)
+    if (!loadedValues() || m_state & Detached)
         return {};
-    return m_context->d().toMany(const_cast<KXManagedObject *>(this), m_entity->properties()[place.index]);
+    return m_keeper->toMany(const_cast<KXManagedObject *>(this), m_entity->properties()[place.index]);
 }
 
 QVariant KXManagedObject::valueForKey(const QString &key) const
@@ -204,9 +204,9 @@ QList<KXRef<KXManagedObject>> KXManagedObject::objectsForKey(const QString &key)
 QSet<QString> KXManagedObject::changedKeys() const
 {
     QSet<QString> keys;
-    if (m_flags & Detached)
+    if (m_state & Detached)
         return keys;
-    const KXRowValues *stored = m_context->d().storedValues(this);
+    const KXRowValues *stored = m_keeper->storedValues(this);
     if (!stored && !isInserted())
         return keys;
     for (const KXPropertyDescription &property : m_entity->properties()) {
@@ -223,15 +223,14 @@ QSet<QString> KXManagedObject::changedKeys() const
 QVariant KXManagedObject::committedValueForKey(const QString &key) const
 {
     const KXPropertyDescription *property = m_entity->property(key);
-    const KXRowValues *stored = property && !(m_flags & Detached) ? m_context->d().storedValues(this) : nullptr;
+    const KXRowValues *stored = property && !(m_state & Detached) ? m_keeper->storedValues(this) : nullptr;
     if (!stored)
         return valueForKey(key);
     if (property->isAttribute())
         return stored->attribute(*property);
-    KXManagedObjectContextPrivate &context = m_context->d();
     QVariantList members;
-    for (const qint64 member : context.storedKeysOf(const_cast<KXManagedObject *>(this), *property)) {
-        if (const KXRef<KXManagedObject> object = context.object(*property->destinationEntity(), member))
+    for (const qint64 member : m_keeper->storedKeysOf(const_cast<KXManagedObject *>(this), *property)) {
+        if (const KXRef<KXManagedObject> object = m_keeper->object(*property->destinationEntity(), member))
             members.append(KXVariantFromRef(object));
     }
     return property->isToMany() ? QVariant(members) : members.value(0);
@@ -244,17 +243,17 @@ template <typename Write> void KXManagedObject::change(const KXPropertyDescripti
     if (!loadedValues() || refusesChange(property))
         return; // where the row is gone there is nothing to keep the value
     willChangeValueForKey(property.name());
-    if (!(m_flags & Detached))
-        m_context->d().willChange(this, property.index());
+    if (!(m_state & Detached))
+        m_keeper->willChange(this, property.index());
     write(*values());
     didChangeValueForKey(property.name());
 }
 
 bool KXManagedObject::refusesChange(const KXPropertyDescription &property) const
 {
-    if (m_flags & Deleted)
+    if (m_state & Deleted)
         KXLogWarning(store, "\"%@\" of a deleted \"%@\" stays as it is", property.name(), m_entity->name());
-    return m_flags & Deleted;
+    return m_state & Deleted;
 }
 
 void KXManagedObject::setDate(KXPropertyPlace place, const std::optional<QDateTime> &value)
@@ -357,7 +356,7 @@ bool KXManagedObject::setValueForKey(const QString &key, const QVariant &value)
             KXRef<KXManagedObject> object(dynamic_cast<KXManagedObject *>(KXObservableFromVariant(element)));
             if (!object && property->isToOne() && isObservableHandle(element))
                 continue; // an empty one
-            if (!object || (!(m_flags & Detached) && !m_context->d().mayConnect(this, *property, object.get())))
+            if (!object || (!(m_state & Detached) && !m_keeper->mayConnect(this, *property, object.get())))
                 return false;
             objects.append(std::move(object));
         }
@@ -365,7 +364,7 @@ bool KXManagedObject::setValueForKey(const QString &key, const QVariant &value)
             writeToMany(place, objects);
         else
             writeToOne(place, objects.value(0).get());
-        return !(m_flags & Detached);
+        return !(m_state & Detached);
     }
     const QVariant converted = KXValueConversion::convert(value, property->type());
     if (!converted.isValid() && value.isValid() && !value.isNull())
@@ -383,10 +382,10 @@ void KXManagedObject::writeToOne(KXPropertyPlace place, KXManagedObject *object)
     const KXPropertyDescription &property = m_entity->properties().at(place.index);
     if (!loadedValues() || refusesChange(property))
         return;
-    if (m_flags & Detached)
+    if (m_state & Detached)
         KXLogWarning(store, "\"%@\" of an object without context cannot be connected", property.name());
     else
-        m_context->d().setToOne(this, property, object);
+        m_keeper->setToOne(this, property, object);
 }
 
 void KXManagedObject::addToMany(KXPropertyPlace place, KXManagedObject *object)
@@ -394,17 +393,17 @@ void KXManagedObject::addToMany(KXPropertyPlace place, KXManagedObject *object)
     const KXPropertyDescription &property = m_entity->properties().at(place.index);
     if (!loadedValues() || !object || refusesChange(property))
         return;
-    if (m_flags & Detached)
+    if (m_state & Detached)
         KXLogWarning(store, "\"%@\" of an object without context cannot be connected", property.name());
     else
-        m_context->d().addToMany(this, property, object);
+        m_keeper->addToMany(this, property, object);
 }
 
 void KXManagedObject::removeFromMany(KXPropertyPlace place, KXManagedObject *object)
 {
     const KXPropertyDescription &property = m_entity->properties().at(place.index);
-    if (loadedValues() && object && !(m_flags & Detached) && !refusesChange(property))
-        m_context->d().removeFromMany(this, property, object);
+    if (loadedValues() && object && !(m_state & Detached) && !refusesChange(property))
+        m_keeper->removeFromMany(this, property, object);
 }
 
 void KXManagedObject::writeToMany(KXPropertyPlace place, const QList<KXRef<KXManagedObject>> &objects)

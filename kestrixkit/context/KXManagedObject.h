@@ -19,7 +19,7 @@
 #include <kestrixkit/foundation/KXRef.h>
 
 class KXManagedObjectContext;
-class KXManagedObjectContextPrivate;
+class KXObjectKeeper;
 class KXRowValues;
 
 /// Where a property lies in the value blocks of its entity's family; resolved by the accessors once per model.
@@ -64,23 +64,20 @@ public:
     /// Null for a temporary instance. Valid also after the object left its context.
     [[nodiscard]] KXManagedObjectID objectID() const final;
     /// nullptr for a temporary instance, for one whose deletion was saved, and after the context is gone.
-    [[nodiscard]] KXManagedObjectContext *managedObjectContext() const
-    {
-        return m_flags & Detached ? nullptr : m_context;
-    }
+    [[nodiscard]] KXManagedObjectContext *managedObjectContext() const;
 
-    [[nodiscard]] bool isInserted() const { return m_flags & Inserted; }
+    [[nodiscard]] bool isInserted() const { return m_state & Inserted; }
     /// Whether a stored object has unsaved changes.
-    [[nodiscard]] bool isUpdated() const { return m_flags & Updated; }
-    [[nodiscard]] bool isDeleted() const { return m_flags & Deleted; }
-    [[nodiscard]] bool hasChanges() const { return m_flags & (Inserted | Updated | Deleted); }
+    [[nodiscard]] bool isUpdated() const { return m_state & Updated; }
+    [[nodiscard]] bool isDeleted() const { return m_state & Deleted; }
+    [[nodiscard]] bool hasChanges() const { return m_state & (Inserted | Updated | Deleted); }
     /// Whether its values are not in memory yet.
-    [[nodiscard]] bool isFault() const { return !m_values && !(m_flags & Missing); }
+    [[nodiscard]] bool isFault() const { return !m_values && !(m_state & Missing); }
     /// Whether its row turned out to be gone. Reads the row where that is not known yet.
     [[nodiscard]] bool isMissing() const;
 
     /// Whether it was made by a child context: that keeps it, and is kept by those who hold it.
-    [[nodiscard]] bool belongsToContext() const { return m_flags & Owned; }
+    [[nodiscard]] bool belongsToContext() const { return m_residency & Owned; }
 
     /// Attributes in their public types, to-one relationships as KXRef<KXManagedObject>, to-many ones as
     /// QVariantList of such. Throws KXException for a key that the entity does not have.
@@ -131,26 +128,25 @@ protected:
     void observationDidEnd() const override;
 
 private:
-    friend class KXManagedObjectContext;
-    friend class KXManagedObjectContextPrivate;
-    friend class KXContextFetcher;
-    friend class KXContextRecorder;
-    friend class KXLiveList;
-    friend class KXSortOrder;
-    friend class KXContextSaver;
+    /// The framework's own access; see KXObjectAccess_p.h.
+    friend class KXObjectAccess;
     using StoreHolder = std::shared_ptr<const KXStoreIdentity>;
 
-    enum Flag : quint32 {
+    /// What of the object the store does not know yet. Written by KXChangeLedger alone.
+    enum State : quint16 {
         Inserted = 1 << 0,
         Updated = 1 << 1,
         Deleted = 1 << 2,
-        Missing = 1 << 3,
+        Missing = 1 << 3, ///< there is no row of it
         InsertPending = 1 << 4, ///< to be named as inserted in the next objects-did-change
-        HeldAsResident = 1 << 5, ///< the context holds a reference: its entity is resident
+        DeletePending = 1 << 5, ///< to be named as deleted in the next objects-did-change
         Detached = 1 << 6, ///< in no context: see m_store
-        DeletePending = 1 << 7, ///< to be named as deleted in the next objects-did-change
-        Touched = 1 << 8, ///< asked for since the context last considered letting it go
-        Owned = 1 << 9, ///< made by a child context, which ends it
+    };
+    /// Why its context keeps it. Written by KXWorkingSet alone.
+    enum Residency : quint16 {
+        HeldAsResident = 1 << 0, ///< the context holds a reference: its entity is resident
+        Touched = 1 << 1, ///< asked for since the context last considered letting it go
+        Owned = 1 << 2, ///< made by a child context, which ends it
     };
 
     /// The value block, read from the store where it must be; nullptr where there is nothing to read.
@@ -172,7 +168,6 @@ private:
     }
     [[nodiscard]] QString textAt(int offset) const;
     [[nodiscard]] QVariant attributeAt(int index) const;
-    void detach(StoreHolder store);
     void setInteger(KXPropertyPlace place, std::optional<qint64> value);
     void setDouble(KXPropertyPlace place, std::optional<double> value);
     void setText(KXPropertyPlace place, const std::optional<QString> &value);
@@ -184,10 +179,11 @@ private:
     [[nodiscard]] KXRowValues *values() const { return reinterpret_cast<KXRowValues *>(m_values); }
 
     mutable std::atomic<qint32> m_references { 0 };
-    mutable quint32 m_flags = 0;
+    quint16 m_state = 0;
+    quint16 m_residency = 0;
     /// What keeps the entity alive: the context, or for an object without one a reference of its own.
     union {
-        KXManagedObjectContext *m_context = nullptr;
+        KXObjectKeeper *m_keeper = nullptr;
         StoreHolder *m_store;
     };
     const KXEntityDescription *m_entity = nullptr;

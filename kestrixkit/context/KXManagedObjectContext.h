@@ -10,6 +10,7 @@
 
 #include <kestrixkit/context/KXFetchedList.h>
 #include <kestrixkit/context/KXManagedObject.h>
+#include <kestrixkit/context/KXObjectsDidChange.h>
 #include <kestrixkit/context/KXPersistentStoreCoordinator.h>
 #include <kestrixkit/foundation/KXError.h>
 #include <kestrixkit/foundation/KXNotificationCenter.h>
@@ -22,35 +23,9 @@ struct KXNotification;
 /// Key of the main context in KXMainThreadDictionary.
 inline constexpr QLatin1StringView KLNSManagedObjectContextMainThreadKey { "KLNSManagedObjectContextMainThreadKey" };
 
-/// Posted by a context when its pending changes are processed: before a save, at an explicit call and at the end of
-/// the main thread's turn. Sender: the context; payload: KXObjectsDidChange.
-inline constexpr QLatin1StringView KXManagedObjectContextObjectsDidChangeNotification {
-    "KXManagedObjectContextObjectsDidChangeNotification"
-};
 /// Posted after a save, on the saving thread. Sender: the context; payload: std::shared_ptr<const KXStoreChange>.
 inline constexpr QLatin1StringView KXManagedObjectContextDidSaveNotification {
     "KXManagedObjectContextDidSaveNotification"
-};
-
-/// The objects that changed since the last such notification. At that moment isInserted() and isDeleted() still hold,
-/// unless what changed was saved meanwhile: what an observer changes and saves while it is told is announced when all
-/// have been told of what came before. Then an inserted object is a stored one, and a deleted one has no context any
-/// more, but keeps its identifier. Which list an object is in holds in both cases.
-struct KX_CORE_EXPORT KXObjectsDidChange
-{
-    QList<KXRef<KXManagedObject>> inserted;
-    QList<KXRef<KXManagedObject>> updated;
-    QList<KXRef<KXManagedObject>> deleted;
-    QList<KXRef<KXManagedObject>> refreshed; ///< by a merge: they took over what another context saved; by a rollback
-    QList<qint64> insertedKeys; ///< by a merge: rows that another context inserted, as keys alone
-    /// Of each updated or refreshed object the keys that changed.
-    QHash<const KXManagedObject *, QSet<QString>> changedKeys;
-    /// The save that a merge took over; what it says of rows that the context does not hold stands only there.
-    std::shared_ptr<const KXStoreChange> merged;
-
-    /// Keys of the objects of the entity's family that came, went, or of which this property changed, those that the
-    /// context does not hold included.
-    [[nodiscard]] QSet<qint64> touched(const KXEntityDescription &entity, const QString &property) const;
 };
 
 /// A working set of stored objects: in it they are created, fetched, changed and saved.
@@ -199,10 +174,8 @@ public:
     /// Drops the object's values, so that the next access reads the row again; unsaved changes of it are kept.
     void refreshObject(KXManagedObject *object);
 
-    /// The framework's own access; see KXManagedObjectContext_p.h.
-    [[nodiscard]] KXManagedObjectContextPrivate &d() const { return *m_p; }
-
 private:
+    friend class KXManagedObjectContextPrivate;
     explicit KXManagedObjectContext(KXPersistentStoreCoordinator::Ref coordinator, Ref parent = nullptr);
     std::unique_ptr<KXManagedObjectContextPrivate> m_p;
 };

@@ -58,7 +58,7 @@ KXManagedObjectContext::Ref KXManagedObjectContextOperation::localContext()
             });
     }
     if (m_localContext && current() == this)
-        m_localContext->d().checkThread();
+        KXManagedObjectContextPrivate::of(*m_localContext).checkThread();
     return m_localContext;
 }
 

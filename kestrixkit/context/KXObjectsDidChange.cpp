@@ -1,8 +1,7 @@
-// What a context announces: who follows it, and what in it concerns them.
+#include <kestrixkit/context/KXObjectsDidChange.h>
 
 #include <algorithm>
 
-#include <kestrixkit/context/KXManagedObjectContext.h>
 #include <kestrixkit/entity/KXEntityDescription.h>
 #include <kestrixkit/store/KXStoreChange.h>
 
@@ -34,15 +33,4 @@ QSet<qint64> KXObjectsDidChange::touched(const KXEntityDescription &entity, cons
         }
     }
     return keys;
-}
-
-KXNotificationToken KXManagedObjectContext::onChange(
-    const KXManagedObjectContext *context, std::function<void(const KXObjectsDidChange &)> function)
-{
-    return KXNotificationCenter::defaultCenter().addObserver(
-        QString(KXManagedObjectContextObjectsDidChangeNotification), context,
-        [function = std::move(function)](const KXNotification &notification) {
-            if (const auto *did = notification.payloadAs<KXObjectsDidChange>())
-                function(*did);
-        });
 }

@@ -225,6 +225,6 @@ void KXPersistentStoreCoordinator::backupPersistentStores()
 {
     if (!m_store)
         return;
-    const KXStoreConnections::Writer held = m_store->d().connections.writer(false);
+    const KXStoreConnections::Writer held = KXPersistentStorePrivate::of(*m_store).connections.writer(false);
     m_store->createBackup();
 }

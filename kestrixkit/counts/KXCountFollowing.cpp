@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <bit>
 
-#include <kestrixkit/context/KXManagedObjectContext_p.h>
+#include <kestrixkit/context/KXContextRows_p.h>
 #include <kestrixkit/entity/KXModelPath.h>
 #include <kestrixkit/foundation/KXLog.h>
 
@@ -72,14 +72,14 @@ void KXCountTable::followObjects(const KXObjectsDidChange &did)
 
 void KXCountTable::followMerge(const KXStoreChange &change)
 {
-    KXManagedObjectContextPrivate &context = m_context.d();
+    const KXContextRows rows(m_context);
     std::vector<qint64> inserted;
     std::vector<size_t> columns;
     for (const KXEntityChange &entity : change.entities()) {
         if (!entity.entity->isKindOf(&m_entity))
             continue;
         std::copy_if(entity.inserted.begin(), entity.inserted.end(), std::back_inserter(inserted),
-            [&](qint64 key) { return !context.registered(key) || !context.registered(key)->isDeleted(); });
+            [&](qint64 key) { return !rows.held(key) || !rows.held(key)->isDeleted(); });
         for (const qint64 key : entity.deleted) {
             changeRow(key, [&](qint64 row) {
                 if (has(row))
@@ -90,7 +90,7 @@ void KXCountTable::followMerge(const KXStoreChange &change)
             if (!has(rowOf(news.key)))
                 continue;
             // What the context holds may have edits of its own.
-            Object *held = context.registered(news.key);
+            Object *held = rows.held(news.key);
             if (held && held->isFault())
                 held = nullptr;
             columns.clear();
@@ -159,7 +159,7 @@ void KXCountTable::readInserted(const std::vector<qint64> &keys)
         const qint64 row = rowOf(key);
         if (!has(row))
             continue; // gone meanwhile
-        if (Object *object = m_context.d().registered(key); object && object->isUpdated()) {
+        if (Object *object = KXContextRows(m_context).held(key); object && object->isUpdated()) {
             for (const size_t column : columns)
                 setFromObject(size_t(row), object, column);
         }

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <bit>
 
-#include <kestrixkit/context/KXManagedObjectContext_p.h>
+#include <kestrixkit/context/KXContextRows_p.h>
 
 using namespace Qt::StringLiterals;
 
@@ -139,7 +139,7 @@ void KXCountTable::setFromObject(size_t row, KXManagedObject *object, size_t col
             noteOrder(column, row);
         return;
     }
-    values.setKeys(row, property ? m_context.d().keysOf(object, *property) : std::vector<qint64>());
+    values.setKeys(row, property ? KXContextRows(m_context).keysOf(object, *property) : std::vector<qint64>());
 }
 
 double KXCountTable::bytesPerRow() const

@@ -13,6 +13,7 @@
 #include <kestrixkit/counts/KXCountColumn_p.h>
 
 class KXCountRuleCompiler;
+class KXRowReader;
 
 /// Told of the rows of a table, to keep something right that is made of them.
 class KX_CORE_EXPORT KXCountWatcher
@@ -179,7 +180,7 @@ private:
     bool readAll(const std::vector<size_t> &columns, KXError *error);
     void readSets(const std::vector<size_t> &columns);
     bool read(const std::vector<size_t> &columns, const std::vector<qint64> *keys, bool addsRows, KXError *error);
-    bool readMembers(size_t column, const std::vector<qint64> *keys, KXError *error);
+    bool readMembers(KXRowReader &reader, size_t column, const std::vector<qint64> *keys, KXError *error);
     void overlay(const std::vector<size_t> &columns, bool rowsToo);
     [[nodiscard]] QVariant objects(const KXPropertyDescription &relationship, const std::vector<qint64> &keys) const;
     bool countByStore(KXError *error);

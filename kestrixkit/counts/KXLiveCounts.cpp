@@ -4,7 +4,7 @@
 
 #include <QPointer>
 
-#include <kestrixkit/context/KXManagedObjectContext_p.h>
+#include <kestrixkit/context/KXContextRows_p.h>
 #include <kestrixkit/counts/KXCountTable_p.h>
 #include <kestrixkit/foundation/KXClock.h>
 #include <kestrixkit/foundation/KXDelayedCall.h>
@@ -47,7 +47,7 @@ public:
         , context(std::move(managedObjectContext))
         , entityName(name)
         , base(std::move(predicates))
-        , table(*context, context->d().entity(name))
+        , table(*context, KXContextRows(*context).entity(name))
         , timer(counts)
     {
     }

@@ -271,21 +271,21 @@ void KXSearchIndexPrivate::settle(bool all)
 /// Brings what the paths of the objects reach into memory, each step at once.
 void KXSearchIndexPrivate::fetchPaths(const QList<KXRef<KXManagedObject>> &objects, const KXSearchPlan::Group &group)
 {
-    KXManagedObjectContextPrivate &working = context->d();
+    KXManagedObjectContextPrivate &working = KXManagedObjectContextPrivate::of(*context);
     for (const KXSearchPath &path : group.texts) {
         QList<KXRef<Object>> level = objects;
         for (const KXPropertyDescription *step : path.steps) {
             std::vector<qint64> keys;
             for (const KXRef<Object> &object : std::as_const(level)) {
-                const std::vector<qint64> next = working.keysOf(object.get(), *step);
+                const std::vector<qint64> next = working.reader.keysOf(object.get(), *step);
                 keys.insert(keys.end(), next.begin(), next.end());
             }
             std::sort(keys.begin(), keys.end());
             keys.erase(std::unique(keys.begin(), keys.end()), keys.end());
-            working.fill(*step->destinationEntity(), keys);
+            working.reader.fill(*step->destinationEntity(), keys);
             level.clear();
             for (const qint64 key : keys) {
-                if (Object *object = working.registered(key); object && !object->isDeleted())
+                if (Object *object = working.reader.registered(key); object && !object->isDeleted())
                     level.append(KXRef<Object>(object));
             }
         }

@@ -22,7 +22,7 @@ KXSearchIndexPrivate::KXSearchIndexPrivate(KXSearchIndex *index, KXManagedObject
     , plan(context->persistentStoreCoordinator()->model()
               ? KXSearchPlan(*context->persistentStoreCoordinator()->model(), groups)
               : KXSearchPlan()) // of a store that could not be opened: nothing is ever found
-    , store(context->d().store)
+    , store(KXManagedObjectContextPrivate::of(*context).store)
     , states(plan.groups.size())
     , due(plan.groups.size())
     , memories(plan.groups.size())
@@ -107,7 +107,7 @@ void KXSearchIndexPrivate::become(
 KXError KXSearchIndexPrivate::build(Built &built, const KXSearchStop &stop)
 {
     if (!store)
-        return KXManagedObjectContextPrivate::notOpen();
+        return KXPersistentStorePrivate::notOpen();
     KXError error;
     const KXStoreConnections::Reader reader = store->connections.reader(&error);
     if (!reader)

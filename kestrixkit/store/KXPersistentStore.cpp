@@ -33,6 +33,11 @@ std::optional<KXStoreMetadata> KXPersistentStore::metadataForStoreURL(const QUrl
     return std::nullopt;
 }
 
+KXError KXPersistentStorePrivate::notOpen()
+{
+    return KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::CannotOpen, u"The store is not open"_s);
+}
+
 /// Makes a store where there is none, or an empty file: written aside as a whole, then put in its place, so that nobody
 /// ever sees a part of it or has it taken away. Busy where another process or thread is at it.
 static KXError storeMake(const QString &path, const KXManagedObjectModel &model, const QByteArray &vfs)

@@ -59,9 +59,7 @@ public:
     static bool restoreBackup(const QUrl &backup, const QUrl &store, KXError *error = nullptr, QUrl *copy = nullptr,
         const KXStoreProgress &progress = {});
 
-    /// The framework's own access; see KXPersistentStore_p.h.
-    [[nodiscard]] KXPersistentStorePrivate &d() const { return *m_p; }
-
 private:
+    friend class KXPersistentStorePrivate;
     std::unique_ptr<KXPersistentStorePrivate> m_p;
 };

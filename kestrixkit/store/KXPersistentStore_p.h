@@ -16,10 +16,15 @@ public:
     {
     }
 
+    [[nodiscard]] static KXPersistentStorePrivate &of(const KXPersistentStore &store) { return *store.m_p; }
+
     /// Opens the file, or makes it where there is none. nullptr and an error where it is refused; it is then left
     /// as it was, and what was made for a new one is removed again.
     [[nodiscard]] static std::unique_ptr<KXPersistentStorePrivate> open(
         const QUrl &url, const KXManagedObjectModel::Ref &model, const QByteArray &vfs, KXError *error);
+
+    /// What is answered where there should be a store.
+    [[nodiscard]] static KXError notOpen();
 
     /// Of an entity of the store's model.
     [[nodiscard]] const KXRowCodec &codec(const KXEntityDescription &entity) const

@@ -243,7 +243,7 @@ TEST(Threads, theMainThreadSavesBeforeThoseWhoWait)
     });
     go[0].release();
     holding.acquire();
-    const KXStoreConnections &connections = coordinator->store()->d().connections;
+    const KXStoreConnections &connections = KXPersistentStorePrivate::of(*coordinator->store()).connections;
     const auto waitFor = [&connections](int number) {
         while (connections.waiting() < number)
             std::this_thread::yield();

@@ -1,0 +1,181 @@
+#include <kestrixkit/context/KXContextEditor_p.h>
+
+#include <kestrixkit/foundation/KXException.h>
+#include <kestrixkit/foundation/KXLog.h>
+#include <kestrixkit/foundation/KXStringWithFormat.h>
+
+using Access = KXObjectAccess;
+using Object = KXManagedObject;
+
+void KXContextEditor::willChange(Object *object, int property)
+{
+    m_keeper.checkThread();
+    if (object->isDeleted())
+        return;
+    if (m_recorder.manager())
+        m_recorder.willChange(object, property);
+    m_ledger.edited(object, property);
+    m_announcer.schedule();
+}
+
+// Relationships
+
+bool KXContextEditor::mayConnect(Object *object, const KXPropertyDescription &property, Object *other)
+{
+    if (!other)
+        return true;
+    if (other->managedObjectContext() != m_keeper.q) {
+        if (other->managedObjectContext()) {
+            throw KXException(QStringLiteral("KXInvalidArgumentException"),
+                KXStringWithFormat("\"%@\" of \"%@\" cannot hold an object of another context", property.name(),
+                    object->entity()->name()));
+        }
+        KXLogWarning(
+            store, "\"%@\" of \"%@\" cannot hold an object without context", property.name(), object->entity()->name());
+        return false;
+    }
+    if (!other->entity()->isKindOf(property.destinationEntity())) {
+        throw KXException(QStringLiteral("KXInvalidArgumentException"),
+            KXStringWithFormat("\"%@\" of \"%@\" cannot hold an object of the entity \"%@\"", property.name(),
+                object->entity()->name(), other->entity()->name()));
+    }
+    if (other->isDeleted() || !Access::loadedValues(other))
+        return false;
+    const KXPropertyDescription *inverse = property.inverse();
+    if (property.isAcyclic() ? makesCircle(object, property, Access::key(other))
+                             : inverse && inverse->isAcyclic() && makesCircle(other, *inverse, Access::key(object))) {
+        KXLogWarning(store, "\"%@\" of \"%@\" would lead in a circle", property.name(), object->entity()->name());
+        return false;
+    }
+    return true;
+}
+
+bool KXContextEditor::makesCircle(const Object *object, const KXPropertyDescription &property, qint64 above)
+{
+    QSet<qint64> seen; // a damaged file may have circles
+    for (qint64 key = above; key != 0 && !seen.contains(key);) {
+        if (key == Access::key(object))
+            return true;
+        const KXRef<Object> next = m_reader.object(*property.destinationEntity(), key);
+        const KXPropertyDescription *further = next ? next->entity()->property(property.name()) : nullptr;
+        // A deleted one keeps its values and holds nothing together; should it come back, it is asked itself.
+        if (!further || !Access::loadedValues(next) || next->isDeleted())
+            return false;
+        seen.insert(std::exchange(key, Access::values(next)->toOne(*further)));
+    }
+    return false;
+}
+
+void KXContextEditor::assignToOne(Object *object, const KXPropertyDescription &property, qint64 key)
+{
+    if (object->isDeleted() || !Access::loadedValues(object))
+        return; // a deleted object keeps its values
+    object->willChangeValueForKey(property.name());
+    willChange(object, property.index());
+    Access::values(object)->setToOne(property, key);
+    object->didChangeValueForKey(property.name());
+}
+
+void KXContextEditor::assign(Object *object, const KXPropertyDescription &property, const KXRowValues &from)
+{
+    object->willChangeValueForKey(property.name());
+    willChange(object, property.index());
+    Access::values(object)->copy(from, property);
+    object->didChangeValueForKey(property.name());
+}
+
+void KXContextEditor::link(Object *object, const KXPropertyDescription &property, qint64 key, bool add)
+{
+    if (object->isDeleted() || !Access::loadedValues(object))
+        return;
+    // One that has come back kept its members while it was deleted: they are no news.
+    const KXToManyKeys *known = Access::values(object)->existingToMany(property);
+    if (known
+        && (known->loaded ? known->members.contains(key) == add : (add ? known->added : known->removed).contains(key)))
+        return;
+    const KXChangeKind kind = add ? KXChangeKind::Insertion : KXChangeKind::Removal;
+    const QVariantList member = object->isObserved()
+        ? QVariantList { KXVariantFromRef(m_reader.object(*property.destinationEntity(), key)) }
+        : QVariantList();
+    object->willChangeValueForKey(property.name(), kind, add ? QVariantList() : member);
+    willChange(object, property.index());
+    m_recorder.willLink(object, property.index(), key, add);
+    KXToManyKeys &keys = Access::values(object)->toMany(property);
+    QSet<qint64> &undone = add ? keys.removed : keys.added;
+    if (!undone.remove(key))
+        (add ? keys.added : keys.removed).insert(key);
+    if (keys.loaded) {
+        if (add)
+            keys.members.insert(key);
+        else
+            keys.members.remove(key);
+    }
+    object->didChangeValueForKey(property.name(), kind, add ? QVariantList() : member, add ? member : QVariantList());
+}
+
+void KXContextEditor::setToOne(Object *object, const KXPropertyDescription &property, Object *other)
+{
+    m_keeper.checkThread();
+    if (!mayConnect(object, property, other))
+        return;
+    const qint64 before = Access::values(object)->toOne(property);
+    const qint64 after = other ? Access::key(other) : 0;
+    if (before == after) {
+        Access::announceUnchanged(object, property);
+        return;
+    }
+    const KXRef<Object> held(object);
+    const KXRef<Object> heldOther(other);
+    assignToOne(object, property, after);
+    const KXPropertyDescription *inverse = property.inverse();
+    if (!inverse)
+        return;
+    const KXRef<Object> partner = before ? m_reader.object(*property.destinationEntity(), before) : KXRef<Object>();
+    if (inverse->isToMany()) {
+        if (partner)
+            link(partner.get(), *inverse, Access::key(object), false);
+        if (other)
+            link(other, *inverse, Access::key(object), true);
+        return;
+    }
+    if (partner && Access::loadedValues(partner) && Access::values(partner)->toOne(*inverse) == Access::key(object))
+        assignToOne(partner.get(), *inverse, 0);
+    if (other) {
+        // Whoever was the partner of the new partner loses it.
+        if (const qint64 robbed = Access::values(other)->toOne(*inverse); robbed && robbed != Access::key(object)) {
+            if (const KXRef<Object> loser = m_reader.object(*inverse->destinationEntity(), robbed))
+                assignToOne(loser.get(), property, 0);
+        }
+        assignToOne(other, *inverse, Access::key(object));
+    }
+}
+
+void KXContextEditor::addToMany(Object *object, const KXPropertyDescription &property, Object *other)
+{
+    m_keeper.checkThread();
+    if (!mayConnect(object, property, other) || m_reader.isMember(object, property, Access::key(other)))
+        return;
+    const KXPropertyDescription *inverse = property.inverse();
+    if (inverse && inverse->isToOne()) {
+        setToOne(other, *inverse, object);
+        return;
+    }
+    link(object, property, Access::key(other), true);
+    if (inverse && !(inverse == &property && other == object))
+        link(other, *inverse, Access::key(object), true);
+}
+
+void KXContextEditor::removeFromMany(Object *object, const KXPropertyDescription &property, Object *other)
+{
+    m_keeper.checkThread();
+    if (other->managedObjectContext() != m_keeper.q || !m_reader.isMember(object, property, Access::key(other)))
+        return;
+    const KXPropertyDescription *inverse = property.inverse();
+    if (inverse && inverse->isToOne()) {
+        setToOne(other, *inverse, nullptr);
+        return;
+    }
+    link(object, property, Access::key(other), false);
+    if (inverse && !(inverse == &property && other == object))
+        link(other, *inverse, Access::key(object), false);
+}

@@ -1,0 +1,101 @@
+#pragma once
+
+#include <algorithm>
+#include <optional>
+#include <vector>
+
+#include <QByteArrayView>
+
+#include <kestrixkit/entity/KXEntityDescription.h>
+#include <kestrixkit/store/KXStoreConnections_p.h>
+
+class KXPersistentStorePrivate;
+
+/// Names the rows of an entity and its descendants among those of its table, which the statement calls t0; empty where
+/// all are its own.
+[[nodiscard]] QByteArray KXEntityCondition(const KXEntityDescription &entity);
+
+/// A value of the row that a reader stands on, as it is stored; valid until the reader goes on.
+class KXColumnValue
+{
+public:
+    explicit KXColumnValue(sqlite3_value *value)
+        : m_value(value)
+    {
+    }
+    [[nodiscard]] bool isNull() const { return sqlite3_value_type(m_value) == SQLITE_NULL; }
+    [[nodiscard]] qint64 integer() const { return sqlite3_value_int64(m_value); }
+    [[nodiscard]] double real() const { return sqlite3_value_double(m_value); }
+    [[nodiscard]] QByteArrayView utf8() const
+    {
+        const auto *text = reinterpret_cast<const char *>(sqlite3_value_text(m_value));
+        return QByteArrayView(text, sqlite3_value_bytes(m_value));
+    }
+
+private:
+    sqlite3_value *m_value;
+};
+
+/// Reads many rows of an open store without making objects: what is made of all rows, such as counts.
+///
+/// Borrows a connection, and reads one state of the store from the first row to its own end; not to be kept across
+/// calls. Of one thread; any thread.
+class KXRowReader
+{
+public:
+    /// Empty with an error where there is no store, or no connection could be opened.
+    explicit KXRowReader(KXPersistentStorePrivate *store, KXError *error = nullptr);
+    ~KXRowReader();
+    Q_DISABLE_COPY_MOVE(KXRowReader)
+
+    explicit operator bool() const { return bool(m_connection); }
+
+    /// Keys in any order; nullptr stands for all rows.
+    using Keys = std::vector<qint64>;
+
+    /// Calls `take(key, values)` for rows of the entity and its descendants, in the order of their keys. `values(i)` is
+    /// the KXColumnValue of the i-th property; each has a column. Not to be called within `take`.
+    template <typename Take>
+    [[nodiscard]] KXError rows(const KXEntityDescription &entity,
+        const std::vector<const KXPropertyDescription *> &properties, const Keys *keys, Take &&take)
+    {
+        bool isSparse = false;
+        KXStatement statement = rowStatement(entity, properties, keys, isSparse);
+        if (!statement)
+            return m_connection->lastError();
+        const std::vector<qint64> wanted = isSparse ? sorted(*keys) : std::vector<qint64>();
+        int code;
+        while ((code = statement.step()) == SQLITE_ROW) {
+            const qint64 key = statement.integer(0);
+            if (!isSparse || std::binary_search(wanted.begin(), wanted.end(), key))
+                take(key, [&statement](size_t i) {
+                    return KXColumnValue(sqlite3_column_value(statement.get(), int(i) + 1));
+                });
+        }
+        return code == SQLITE_DONE ? KXError() : m_connection->lastError();
+    }
+
+    /// Calls `take(object, member)` with the keys of each pair of a to-many relationship, of all objects or of those of
+    /// the keys, in no order.
+    template <typename Take>
+    [[nodiscard]] KXError members(const KXPropertyDescription &relationship, const Keys *keys, Take &&take)
+    {
+        KXStatement statement = memberStatement(relationship, keys);
+        if (!statement)
+            return m_connection->lastError();
+        int code;
+        while ((code = statement.step()) == SQLITE_ROW)
+            take(statement.integer(0), statement.integer(1));
+        return code == SQLITE_DONE ? KXError() : m_connection->lastError();
+    }
+
+private:
+    [[nodiscard]] KXStatement rowStatement(const KXEntityDescription &entity,
+        const std::vector<const KXPropertyDescription *> &properties, const Keys *keys, bool &isSparse);
+    [[nodiscard]] KXStatement memberStatement(const KXPropertyDescription &relationship, const Keys *keys);
+    [[nodiscard]] static std::vector<qint64> sorted(Keys keys);
+
+    KXStoreConnections::Reader m_connection;
+    std::optional<KXReadTransaction> m_transaction;
+    QByteArray m_keyList; // bound to the statement that is read
+};
