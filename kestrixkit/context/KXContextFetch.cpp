@@ -145,7 +145,7 @@ bool KXContextFetcher::findAffected()
     }
     QStringList paths = m_request.predicate().keyPaths();
     for (const KXSortDescriptor &descriptor : m_request.sortDescriptors())
-        paths.append(descriptor.key);
+        paths.append(descriptor.keyPaths());
     for (const QString &path : paths) {
         if (!followBack(KXModelPath(m_entity, path), m_affected))
             return false;
@@ -192,7 +192,7 @@ const KXPropertyDescription *KXContextFetcher::fallingNumber() const
     if (order.size() != 1 || order[0].ascending || m_request.fetchLimit() > 0 || m_request.fetchOffset() > 0)
         return nullptr;
     const KXPropertyDescription *property = m_entity.property(order[0].key);
-    if (!property || property->isRelationship() || !property->isIndexed())
+    if (!property || property->isRelationship() || !property->isIndexed() || !order[0].memberKey.isEmpty())
         return nullptr;
     constexpr std::array numbers { KXAttributeType::Integer16, KXAttributeType::Integer32, KXAttributeType::Integer64,
         KXAttributeType::Double, KXAttributeType::Date };
@@ -249,18 +249,44 @@ bool KXContextFetcher::isWanted(qint64 key, KXRef<Object> &object)
 
 KXSortOrder::KXSortOrder(const QList<KXSortDescriptor> &descriptors)
 {
-    for (const KXSortDescriptor &descriptor : descriptors)
-        m_keys.push_back(
-            { KXExpression::expressionForKeyPath(descriptor.key), descriptor.ascending, descriptor.options });
+    for (const KXSortDescriptor &descriptor : descriptors) {
+        const bool isOfMember = !descriptor.memberKey.isEmpty(); // the path then begins at the member
+        m_keys.push_back({ descriptor,
+            KXExpression::expressionForKeyPath(isOfMember ? descriptor.key.section(u'.', 1) : descriptor.key) });
+    }
+}
+
+QVariant KXSortOrder::Key::valueOf(const Object *object) const
+{
+    if (descriptor.memberKey.isEmpty())
+        return path.expressionValueWithObject(object);
+    QVariant lowest;
+    for (const KXRef<Object> &member : object->objectsForKey(descriptor.key.section(u'.', 0, 0))) {
+        const auto to = member->valueForKey(descriptor.memberKey).value<KXRef<Object>>();
+        if (!to || to->objectID() != descriptor.member)
+            continue;
+        const QVariant value = path.expressionValueWithObject(member.get());
+        if (value.isValid() && (!lowest.isValid() || KXCompareForSorting(value, lowest, descriptor.options) < 0))
+            lowest = value;
+    }
+    return lowest;
+}
+
+int KXSortOrder::Key::compare(const QVariant &a, const QVariant &b) const
+{
+    if (descriptor.absentLast && descriptor.ascending) {
+        if (a.isNull() != b.isNull())
+            return a.isNull() ? 1 : -1;
+    }
+    const int order = KXCompareForSorting(a, b, descriptor.options);
+    return descriptor.ascending ? order : -order;
 }
 
 bool KXSortOrder::precedes(const Object *a, const Object *b) const
 {
     for (const Key &key : m_keys) {
-        const int order = KXCompareForSorting(
-            key.path.expressionValueWithObject(a), key.path.expressionValueWithObject(b), key.options);
-        if (order != 0)
-            return key.ascending ? order < 0 : order > 0;
+        if (const int order = key.compare(key.valueOf(a), key.valueOf(b)); order != 0)
+            return order < 0;
     }
     return Access::key(a) < Access::key(b);
 }
