@@ -185,6 +185,7 @@ void BrowserWindow::buildMenu()
     m_filterStrip = new FilterStrip(m_context);
     m_filterStrip->filters()->setTrackAtHand([this] { return trackAtHand(); });
     connect(m_filterStrip, &FilterStrip::predicateDidChange, this, &BrowserWindow::applyFilters);
+    connect(m_filterStrip, &FilterStrip::narrowingDidEnd, this, [this] { m_table->setFocus(); });
     connect(m_sources, &SourceColumn::countingDidBegin, m_filterStrip->presets(), &PresetLibrary::countWith);
     presets->addAction(tr("Presets &Library"), m_filterStrip->presets(), &PresetLibrary::showFilterSetPresetsManager)
         ->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_L));
@@ -495,7 +496,7 @@ void BrowserWindow::showSummary()
         reasons.append(u"%1: %2"_s.arg(file.file, file.reason));
     }
     m_summary->setToolTip(reasons.join(u'\n'));
-    m_emptyText->setText(m_filterStrip->predicate()             ? tr("No track fits these filters")
+    m_emptyText->setText(m_filterStrip->predicate()             ? tr("No track fits this")
             : m_model->isFiltered() && !m_emptyReason.isEmpty() ? m_emptyReason
                                                                 : tr("No music in the library yet"));
     m_emptyText->setVisible(tracks == 0 && !m_import);

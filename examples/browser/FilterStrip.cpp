@@ -2,6 +2,7 @@
 
 #include <QAction>
 #include <QBoxLayout>
+#include <QKeyEvent>
 #include <QLabel>
 
 #include <kestrixkit/filter_ui/KXFilterSetPresetSaveViewController.h>
@@ -12,14 +13,29 @@
 #include <kestrixkit/foundation/KXUndoManager.h>
 #include <kestrixkit/theme/KXThemeStyleNames.h>
 #include <kestrixkit/theme/controls/KXThemeableButton.h>
+#include <kestrixkit/theme/controls/KXThemeableTextField.h>
 #include <kestrixkit/theme/controls/KXThemeableView.h>
 #include <kestrixkit/toolkit/KXPopoverController.h>
 
 #include "FilterEditors.h"
 #include "FilterTypes.h"
+#include "LibrarySearch.h"
 #include "Presets.h"
 
 using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr int narrowingWidth = 180;
+// A quick typist's next key comes within that; every list that nobody sees would delay the one that counts.
+constexpr double narrowingPause = 0.12;
+
+KXPredicate both(const KXPredicate &a, const KXPredicate &b)
+{
+    return !a ? b : !b ? a : KXPredicate::andPredicate({ a, b });
+}
+
+} // namespace
 
 TrackFilters::TrackFilters(KXManagedObjectContext::Ref context, QObject *parent)
     : KXFilterSetViewController(std::move(context), parent)
@@ -90,6 +106,8 @@ FilterStrip::FilterStrip(KXManagedObjectContext::Ref context, QWidget *parent)
     , m_places(m_context)
     , m_filters(std::make_unique<TrackFilters>(m_context, nullptr))
     , m_presets(std::make_unique<PresetLibrary>(m_context))
+    , m_narrowing(new KXThemeableTextField)
+    , m_narrowingCall(this)
     , m_state(new QLabel)
     , m_revert(new KXThemeableButton(tr("Revert")))
 {
@@ -112,6 +130,15 @@ FilterStrip::FilterStrip(KXManagedObjectContext::Ref context, QWidget *parent)
     m_revert->hide();
     connect(m_revert, &QPushButton::clicked, this, &FilterStrip::revert);
     line->addWidget(m_revert);
+    m_narrowing->setThemeStyleName(KXTextFieldStyles);
+    m_narrowing->setPlaceholderText(tr("Narrow  (/)"));
+    m_narrowing->setAccessibleName(tr("Narrow the list"));
+    m_narrowing->setClearButtonEnabled(true);
+    m_narrowing->setFixedWidth(narrowingWidth);
+    m_narrowing->installEventFilter(this);
+    connect(m_narrowing, &QLineEdit::textChanged, this,
+        [this] { m_narrowingCall.start(narrowingPause, [this] { narrow(); }); });
+    line->addWidget(m_narrowing);
     rows->addWidget(top);
     auto *const bottom = new KXThemeableView;
     bottom->setThemeStyleName(KXToolbarStyles);
@@ -163,7 +190,12 @@ void FilterStrip::makeActions()
         m_actions.append(action);
         return action;
     };
-    add(tr("&Add Filter…"), QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_F),
+    // "/" is a letter where text is edited: there it does not get this far.
+    add(tr("&Narrow the List"), {}, [this] {
+        m_narrowing->setFocus(Qt::ShortcutFocusReason);
+        m_narrowing->selectAll();
+    })->setShortcuts({ QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_F), QKeySequence(Qt::Key_Slash) });
+    add(tr("&Add Filter…"), QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_A),
         [this] { m_filters->showFilterSetManager(); });
     add(tr("&Edit Filters"), QKeySequence(Qt::CTRL | Qt::Key_E), [this] { focusFilters(); });
     add(tr("&Save Filters as Preset…"), QKeySequence(Qt::CTRL | Qt::Key_S),
@@ -186,13 +218,16 @@ void FilterStrip::focusFilters()
 
 void FilterStrip::setPlace(const QUrl &place, const KXPredicate &predicate)
 {
+    const bool isSameSet = place == m_place && m_filters->filterSet();
+    const bool isSame = isSameSet && predicate == m_placePredicate;
     const bool hadCounts = bool(m_whatIfCounts);
-    if (predicate != m_placePredicate) {
+    if (!isSame) {
         m_placePredicate = predicate;
-        m_whatIfCounts.reset();
-        m_liveCounts.reset();
+        m_narrowingText.clear();
+        showNarrowingText();
+        forgetCounts();
     }
-    if (place == m_place && m_filters->filterSet()) {
+    if (isSameSet) {
         if (hadCounts && !m_whatIfCounts)
             m_filters->whatIfCountsDidChange();
         return;
@@ -201,10 +236,71 @@ void FilterStrip::setPlace(const QUrl &place, const KXPredicate &predicate)
     m_filters->setFilterSet(m_places.setOfPlace(place));
 }
 
+// Narrowing
+
+QString FilterStrip::narrowingText() const { return m_narrowing->text(); }
+
+void FilterStrip::setNarrowingText(const QString &text)
+{
+    m_narrowing->setText(text);
+    narrow();
+}
+
+void FilterStrip::showNarrowingText()
+{
+    m_narrowing->setText(m_narrowingText);
+    m_narrowingCall.cancel();
+}
+
+/// The list fits what is typed.
+void FilterStrip::narrow()
+{
+    m_narrowingCall.cancel();
+    const KXPredicate before = narrowingPredicate();
+    m_narrowingText = m_narrowing->text();
+    if (narrowingPredicate() == before)
+        return;
+    const bool hadCounts = bool(m_whatIfCounts);
+    forgetCounts();
+    if (hadCounts)
+        m_filters->whatIfCountsDidChange();
+    Q_EMIT predicateDidChange();
+}
+
+KXPredicate FilterStrip::narrowingPredicate() const
+{
+    return LibrarySearch::groups()[LibrarySearch::Tracks].predicate(m_narrowingText);
+}
+
+bool FilterStrip::eventFilter(QObject *object, QEvent *event)
+{
+    if (object == m_narrowing && event->type() == QEvent::KeyPress) {
+        const int key = static_cast<QKeyEvent *>(event)->key();
+        if (key == Qt::Key_Escape)
+            m_narrowing->clear();
+        if (key == Qt::Key_Escape || key == Qt::Key_Return || key == Qt::Key_Enter || key == Qt::Key_Down) {
+            narrow();
+            Q_EMIT narrowingDidEnd();
+            return true;
+        }
+    }
+    return QWidget::eventFilter(object, event);
+}
+
+// Counts
+
+/// They are of another list.
+void FilterStrip::forgetCounts()
+{
+    m_whatIfCounts.reset();
+    m_liveCounts.reset();
+}
+
 KXFilterSetWhatIfCounts *FilterStrip::whatIfCounts()
 {
     if (!m_whatIfCounts) {
-        const auto base = m_placePredicate ? QList<KXPredicate> { m_placePredicate } : QList<KXPredicate>();
+        const KXPredicate list = both(m_placePredicate, narrowingPredicate());
+        const auto base = list ? QList<KXPredicate> { list } : QList<KXPredicate>();
         m_liveCounts = std::make_unique<KXLiveCounts>(m_context, QString(Track::entityName), base);
         m_whatIfCounts = std::make_unique<KXFilterSetWhatIfCounts>(*m_liveCounts);
     }
@@ -218,9 +314,9 @@ KXPredicate FilterStrip::predicate() const
     const KXRef<KXFilterSet> set = m_filters->filterSet();
     for (const KXRef<KXFilter> &filter : set ? set->filters() : QList<KXRef<KXFilter>>()) {
         if (filter->enabled() && filter->representedLocalPredicateWithKeyPath())
-            return set->representedLocalPredicateWithKeyPath();
+            return both(set->representedLocalPredicateWithKeyPath(), narrowingPredicate());
     }
-    return {};
+    return narrowingPredicate();
 }
 
 KXRef<KXFilterSetPreset> FilterStrip::loadedPreset() const

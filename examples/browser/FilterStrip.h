@@ -6,11 +6,13 @@
 
 #include <kestrixkit/filter_ui/editors/KXFilterSetViewController.h>
 #include <kestrixkit/filters/KXFilterSetWhatIfCounts.h>
+#include <kestrixkit/foundation/KXDelayedCall.h>
 
 #include "Library.h"
 #include "PlaceFilters.h"
 #include "PresetLibrary.h"
 
+class KXThemeableTextField;
 class QLabel;
 
 /// The filters of tracks, edited: which there are, and with what each is edited.
@@ -39,7 +41,8 @@ private:
 };
 
 /// The strip above the table: presets as buttons, below them the filters of the place that is shown, and which preset
-/// they come from. Each place keeps its filters.
+/// they come from. Each place keeps its filters. A field narrows the list to what fits the words that are typed, until
+/// another place is shown.
 class FilterStrip : public QWidget, private KXFilterSetPresetsBarViewControllerDelegate
 {
     Q_OBJECT
@@ -55,7 +58,11 @@ public:
     void setPlace(const QUrl &place, const KXPredicate &predicate);
     /// Of the filters of the place, for their editors; made when it is first asked for, as that reads the library.
     [[nodiscard]] KXFilterSetWhatIfCounts *whatIfCounts();
-    /// What the filters ask for; absent where nothing does.
+    /// What narrows the list as one types, beside the filters.
+    [[nodiscard]] QString narrowingText() const;
+    /// At once, not after a pause.
+    void setNarrowingText(const QString &text);
+    /// What the filters and the words ask for; absent where nothing does.
     [[nodiscard]] KXPredicate predicate() const;
     /// The preset that the filters were loaded from or saved as; empty for none.
     [[nodiscard]] KXRef<KXFilterSetPreset> loadedPreset() const;
@@ -68,6 +75,11 @@ public:
 Q_SIGNALS:
     /// The tracks to be shown may be others.
     void predicateDidChange();
+    /// The keyboard goes back to the list.
+    void narrowingDidEnd();
+
+protected:
+    bool eventFilter(QObject *object, QEvent *event) override;
 
 private:
     void didLoadFilterSet(
@@ -75,6 +87,10 @@ private:
     void makeActions();
     void showState();
     void focusFilters();
+    void narrow();
+    void showNarrowingText();
+    [[nodiscard]] KXPredicate narrowingPredicate() const;
+    void forgetCounts();
 
     const KXManagedObjectContext::Ref m_context;
     PlaceFilters m_places;
@@ -84,6 +100,9 @@ private:
     std::unique_ptr<KXFilterSetWhatIfCounts> m_whatIfCounts;
     std::unique_ptr<TrackFilters> m_filters;
     std::unique_ptr<PresetLibrary> m_presets;
+    KXThemeableTextField *m_narrowing;
+    QString m_narrowingText; // that the list fits
+    KXDelayedCall m_narrowingCall;
     QLabel *m_state;
     KXThemeableButton *m_revert;
     bool m_isChanged = false;

@@ -25,7 +25,7 @@
 #include "Analytics.h"
 #include "BrowserStyle.h"
 #include "BrowserWindow.h"
-#include "Crate.h"
+#include "DemoMusic.h"
 #include "Presets.h"
 #include "Report.h"
 #include "SearchCommand.h"
@@ -157,7 +157,7 @@ Arguments readArguments(int argc, char **argv)
 {
     QCommandLineParser parser;
     parser.setApplicationDescription(u"Brings a folder of music into a library and shows it.\n"
-                                     "Without a folder, a small crate of synthesised loops is made and used."_s);
+                                     "Without a folder, a few synthesised loops are made and used."_s);
     const QCommandLineOption music(u"music"_s, u"The folder of music to import."_s, u"DIR"_s);
     const QCommandLineOption store(
         u"store"_s, u"The library's file; without it, library.db in the application's support folder."_s, u"FILE"_s);
@@ -254,7 +254,7 @@ KXPersistentStoreCoordinator::Ref openLibrary(const QString &file)
     return coordinator;
 }
 
-// The folder to import: the one that was named; else the crate, unless the library already holds other music.
+// The folder to import: the one that was named; else the demo music, unless the library already holds other music.
 std::string musicFolder(
     const Arguments &arguments, const KXPersistentStoreCoordinator::Ref &coordinator, QString *error)
 {
@@ -267,7 +267,7 @@ std::string musicFolder(
     const auto inCaches = KXPredicate::predicateWithFormat("location BEGINSWITH %@", below);
     if (context->countForEntity(tracks) > 0 && context->countForEntity(tracks, inCaches) == 0)
         return {};
-    return Crate::make(caches, error);
+    return DemoMusic::make(caches, error);
 }
 
 ImportResult importNow(const KXPersistentStoreCoordinator::Ref &coordinator, const std::string &folder)

@@ -84,7 +84,7 @@ const KXPropertyDescription *KXContextFetcher::fallingNumber() const
     if (order.size() != 1 || order[0].ascending || m_request.fetchLimit() > 0 || m_request.fetchOffset() > 0)
         return nullptr;
     const KXPropertyDescription *property = m_entity.property(order[0].key);
-    if (!property || property->isRelationship() || !property->isIndexed())
+    if (!property || property->isRelationship() || !property->isIndexed() || !order[0].memberKey.isEmpty())
         return nullptr;
     constexpr std::array numbers { KXAttributeType::Integer16, KXAttributeType::Integer32, KXAttributeType::Integer64,
         KXAttributeType::Double, KXAttributeType::Date };

@@ -102,7 +102,7 @@ bool KXContextFetcher::findAffected()
     }
     QStringList paths = m_request.predicate().keyPaths();
     for (const KXSortDescriptor &descriptor : m_request.sortDescriptors())
-        paths.append(descriptor.key);
+        paths.append(descriptor.keyPaths());
     for (const QString &path : paths) {
         if (!followBack(KXModelPath(m_entity, path), m_affected))
             return false;

@@ -7,6 +7,7 @@
 #include <kestrixkit/foundation/KXBundle.h>
 #include <kestrixkit/foundation/KXException.h>
 #include <kestrixkit/foundation/KXLog.h>
+#include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/migration/KXStoreMigration_p.h>
 #include <kestrixkit/model/KXModelFile_p.h>
 #include <kestrixkit/store/KXPersistentStore.h>
@@ -82,6 +83,29 @@ KXError migrationRunPass(const KXStorePath &store, const MigrationPass &pass)
     return error;
 }
 
+}
+
+KXPersistentStoreCoordinator::Ref KXPersistentStoreCoordinator::persistentStoreCoordinatorByMigratingStoreURL(
+    const QUrl &url, const KXManagedObjectModel::Ref &model, KXError *error)
+{
+    KXError problem;
+    if (KXStoreMigration::fits(url, *model))
+        return persistentStoreCoordinatorWithStoreURL(url, model, error);
+    const auto plan = KXMigrationPlan::planForStoreURL(url, model, &problem);
+    if (plan && (plan->losesData() || !plan->isPossible())) {
+        KXSetError(error,
+            KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::IncompatibleModel,
+                KXStringWithFormat(
+                    "%@ was written by another version, and cannot be opened without loss", url.toLocalFile())));
+        return nullptr;
+    }
+    // Where another process was faster, there is nothing left to do.
+    if (plan && plan->isNeeded() && !migrateURL(url, plan->mapping()->sourceModel(), model, &problem)
+        && !KXStoreMigration::fits(url, *model)) {
+        KXSetError(error, problem);
+        return nullptr;
+    }
+    return persistentStoreCoordinatorWithStoreURL(url, model, error); // tells what is wrong with what is no store
 }
 
 bool KXPersistentStoreCoordinator::migrateURL(const QUrl &url, const KXManagedObjectModel::Ref &sourceModel,

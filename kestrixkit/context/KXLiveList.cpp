@@ -47,7 +47,7 @@ void KXLiveList::prepare()
     m_remoteKeys.clear();
     QStringList paths = m_request.predicate().keyPaths();
     for (const KXSortDescriptor &descriptor : m_request.sortDescriptors())
-        paths.append(descriptor.key);
+        paths.append(descriptor.keyPaths());
     for (const QString &path : paths) {
         bool isDirect = true;
         for (const KXModelPath::Step &step : KXModelPath(*m_entity, path).steps()) {

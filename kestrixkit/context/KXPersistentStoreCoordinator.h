@@ -58,6 +58,12 @@ public:
     static Ref persistentStoreCoordinatorWithStoreURL(
         const QUrl &url, const KXManagedObjectModel::Ref &model, KXError *error = nullptr, const QByteArray &vfs = {});
 
+    /// The same for a host whose model changes from version to version: a store of an older model is migrated by
+    /// migrateURL() first, which keeps the old file beside it. Refused (code 134100) where something would be lost by
+    /// that, as when a newer version of the host has written the store.
+    static Ref persistentStoreCoordinatorByMigratingStoreURL(
+        const QUrl &url, const KXManagedObjectModel::Ref &model, KXError *error = nullptr);
+
     /// Migrates a store that nobody has open from the one model to the other, with an inferred mapping. The old store
     /// is kept beside it, as "name-UNIQUE.extension", and never deleted.
     ///

@@ -20,9 +20,10 @@ public:
 private:
     struct Key
     {
+        KXSortDescriptor descriptor;
         KXExpression path;
-        bool ascending;
-        int options;
+        [[nodiscard]] QVariant valueOf(const KXManagedObject *object) const;
+        [[nodiscard]] int compare(const QVariant &a, const QVariant &b) const;
     };
     std::vector<Key> m_keys;
 };

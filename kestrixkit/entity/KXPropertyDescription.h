@@ -65,6 +65,13 @@ public:
         m_indexed = true;
         return *this;
     }
+    /// Of an indexed attribute or a to-one relationship: its index has an attribute of the same entity behind it, so
+    /// that the rows of one value are read in that order.
+    KXPropertyDescription &indexedWith(const QString &attribute)
+    {
+        m_indexedWith = attribute;
+        return *this;
+    }
     /// Kept in memory only: never stored, empty after a fetch.
     KXPropertyDescription &transient()
     {
@@ -97,6 +104,8 @@ public:
     [[nodiscard]] bool isToOne() const { return isRelationship() && !m_toMany; }
     [[nodiscard]] bool isOptional() const { return m_optional; }
     [[nodiscard]] bool isIndexed() const { return m_indexed; }
+    /// Empty for none.
+    [[nodiscard]] const QString &secondInIndex() const { return m_indexedWith; }
     [[nodiscard]] bool isTransient() const { return m_transient; }
     /// Meaningful for attributes.
     [[nodiscard]] KXAttributeType type() const { return m_type; }
@@ -136,6 +145,7 @@ private:
     QString m_destinationName;
     QString m_inverseName;
     QString m_renamingIdentifier;
+    QString m_indexedWith;
     QVariant m_defaultValue;
     KXAttributeType m_type = KXAttributeType::String;
     KXDeleteRule m_deleteRule = KXDeleteRule::Nullify;

@@ -43,6 +43,12 @@ KXManagedObjectModel::Ref KXStoreMigration::modelOf(const KXStoreMetadata &metad
     return nullptr;
 }
 
+bool KXStoreMigration::fits(const QUrl &url, const KXManagedObjectModel &model)
+{
+    const auto metadata = KXPersistentStore::metadataForStoreURL(url);
+    return !metadata || metadata->versionHashes == model.versionHashes();
+}
+
 KXError KXStoreMigration::checkSource(KXSQLiteConnection &connection, const KXMappingModel &mapping)
 {
     KXStoreMetadata metadata;

@@ -11,6 +11,9 @@ namespace KXStoreMigration {
 /// The model that a store was written with, out of its own metadata.
 [[nodiscard]] KXManagedObjectModel::Ref modelOf(const KXStoreMetadata &metadata, KXError *error = nullptr);
 
+/// Whether a store can be opened with the model as it is, or made: true where there is none that could be read, too.
+[[nodiscard]] bool fits(const QUrl &url, const KXManagedObjectModel &model);
+
 /// An error where the connection's store is not of the mapping's source model.
 [[nodiscard]] KXError checkSource(KXSQLiteConnection &connection, const KXMappingModel &mapping);
 

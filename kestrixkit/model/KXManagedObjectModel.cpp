@@ -151,6 +151,12 @@ void KXManagedObjectModel::resolve()
                 if (property.isIndexed() || property.isToOne())
                     indexes.insert(index);
             }
+            if (!property.m_indexedWith.isEmpty()) {
+                const KXPropertyDescription *const second = entity->property(property.m_indexedWith);
+                if ((!property.isIndexed() && !property.isToOne()) || !second || !second->hasColumn())
+                    invalidModel(KXStringWithFormat("The index of \"%@\" of \"%@\" cannot go on with \"%@\"",
+                        property.name(), entity->name(), property.m_indexedWith));
+            }
             if (property.isRelationship()) {
                 property.m_destination = m_byName.value(property.m_destinationName);
                 if (!property.m_destination) {

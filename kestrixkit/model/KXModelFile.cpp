@@ -82,6 +82,7 @@ KXError readAttribute(const QJsonObject &json, const QString &entityName, KXProp
         attribute.required();
     if (json["indexed"_L1].toBool())
         attribute.indexed();
+    attribute.indexedWith(json["indexedWith"_L1].toString());
     if (json["transient"_L1].toBool())
         attribute.transient();
     if (json.contains("default"_L1))
@@ -109,6 +110,7 @@ KXError readRelationship(const QJsonObject &json, const QString &entityName, KXP
         return modelError(KXStringWithFormat(
             "Relationship \"%@\" of \"%@\" has the unknown delete rule \"%@\"", name, entityName, rule));
     relationship.deleteRule(KXDeleteRule(found - std::begin(modelDeleteRuleNames)));
+    relationship.indexedWith(json["indexedWith"_L1].toString());
     relationship.renamedFrom(json["renamedFrom"_L1].toString());
     return {};
 }
@@ -120,6 +122,8 @@ QJsonObject writeProperty(const KXPropertyDescription &property)
         json["optional"_L1] = false;
     if (property.renamingIdentifier() != property.name())
         json["renamedFrom"_L1] = property.renamingIdentifier();
+    if (!property.secondInIndex().isEmpty())
+        json["indexedWith"_L1] = property.secondInIndex();
     if (property.isRelationship()) {
         json["destination"_L1] = property.destinationName();
         if (!property.inverseName().isEmpty())

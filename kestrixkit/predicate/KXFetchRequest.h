@@ -3,14 +3,30 @@
 #include <QList>
 #include <QString>
 
+#include <kestrixkit/entity/KXManagedObjectID.h>
 #include <kestrixkit/predicate/KXPredicate.h>
 
 /// One key to sort by. A key path through to-one relationships is allowed; absent values sort first ascending.
+///
+/// A key path that begins with a to-many relationship is allowed where one more condition picks the member whose value
+/// it is: {.key = "entries.position", .memberKey = "list", .member = list} puts objects in the order in which a list
+/// has them, by the entries that lead from that list to them.
 struct KXSortDescriptor
 {
-    QString key;
+    QString key = {};
     bool ascending = true;
     int options = 0; ///< bits of KXPredicateOption, for texts; an order of folded texts is served by no index
+    bool absentLast = false; ///< in either direction
+    QString memberKey = {}; ///< a to-one relationship of the to-many one's members
+    KXManagedObjectID member = {}; ///< where that leads; of several members the lowest value counts
+
+    /// What the order depends on.
+    [[nodiscard]] QStringList keyPaths() const
+    {
+        return memberKey.isEmpty() ? QStringList { key }
+                                   : QStringList { key, key.section(u'.', 0, 0) + u'.' + memberKey };
+    }
+    friend bool operator==(const KXSortDescriptor &, const KXSortDescriptor &) = default;
 };
 
 /// What to fetch: an entity (with its sub-entities), a predicate, an order and a range of the result.

@@ -172,7 +172,7 @@ void KXSearchIndexPrivate::buildInBackground()
     auto built = std::make_shared<Built>();
     built->event = eventInStore();
     built->installs = installs;
-    builder.addBlock([this, built, stop = KXSearchStop(buildNumber, buildNumber.load())] {
+    builder.addBlock([this, built, stop = KXSearchStop(buildNumber, buildNumber.load())]() mutable {
         KXError error;
         QElapsedTimer timer;
         timer.start();
@@ -184,7 +184,7 @@ void KXSearchIndexPrivate::buildInBackground()
         if (error)
             KXLogError(search, "Cannot read what is to be searched: %@", error);
         const double seconds = double(timer.elapsed()) / 1000;
-        QMetaObject::invokeMethod(q, [this, built, seconds, failed = bool(error)] {
+        QMetaObject::invokeMethod(q, [this, built = std::move(built), seconds, failed = bool(error)] {
             isBuilding = false;
             lastBuildSeconds = seconds;
             lastBuildEnd = QDateTime::currentMSecsSinceEpoch();
@@ -251,7 +251,7 @@ void KXSearchIndexPrivate::startSearch()
         } catch (const KXSearchDamage &) {
             isDamaged = true;
         }
-        QMetaObject::invokeMethod(q, [this, results, isDamaged, number = search.number] {
+        QMetaObject::invokeMethod(q, [this, results = std::move(results), isDamaged, number = search.number] {
             if (isDamaged && isOpen)
                 damaged();
             if (number != searchNumber)

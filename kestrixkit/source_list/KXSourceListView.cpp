@@ -122,7 +122,8 @@ bool KXSourceListView::editTitle(const QModelIndex &row)
     if (!row.isValid())
         return false;
     scrollTo(row);
-    setCurrentIndex(row);
+    // Whatever keys are held down: the control key of a shortcut would take the row out of the selection.
+    selectionModel()->setCurrentIndex(row, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
     return edit(row, AllEditTriggers, nullptr);
 }
 

@@ -386,6 +386,28 @@ KXPredicateSQL KXPredicateSQL::compile(const KXPredicate &predicate, const KXEnt
     }
 }
 
+namespace {
+
+/// The lowest of the values that members have which lead to one object. It is found by way of the row, whose members
+/// are few, and not by way of that object, which may have many: the plus keeps the latter's index out of it.
+QByteArray sqlValueOfMember(
+    const KXSortDescriptor &descriptor, const KXPredicateSQLPath &path, const KXPredicateSQLRow &row, int &aliases)
+{
+    using Step = KXPredicateSQLStep;
+    const KXPropertyDescription *const members = path.size() == 2 ? path[0].property : nullptr;
+    const KXPropertyDescription *const to = members && path[0].kind == Step::ToMany
+        ? members->destinationEntity()->property(descriptor.memberKey)
+        : nullptr;
+    if (!to || !to->isToOne() || !members->joinTable().isEmpty() || path[1].kind != Step::Attribute)
+        KXPredicateSQLRefusal::refuse(u"sorting by a member needs an attribute of it, and where it leads"_s);
+    const QByteArray alias = 't' + QByteArray::number(++aliases);
+    return "(SELECT min(" + alias + '.' + path[1].property->column() + ") FROM " + members->destinationEntity()->table()
+        + ' ' + alias + " WHERE " + alias + '.' + members->inverse()->column() + '=' + row.key + " AND +" + alias + '.'
+        + to->column() + "=?)";
+}
+
+}
+
 KXPredicateSQL KXPredicateSQL::compileOrder(
     const QList<KXSortDescriptor> &descriptors, const KXEntityDescription &entity)
 {
@@ -395,15 +417,20 @@ KXPredicateSQL KXPredicateSQL::compileOrder(
     try {
         for (const KXSortDescriptor &descriptor : descriptors) {
             const KXPredicateSQLPath path(descriptor.key.split(u'.'), entity);
-            if (path.isToMany() || path.kind() == KXPredicateValue::Other)
+            const bool isOfMember = !descriptor.memberKey.isEmpty();
+            if (path.isToMany() != isOfMember || path.kind() == KXPredicateValue::Other)
                 KXPredicateSQLRefusal::refuse(u"sorting needs one value of a known kind"_s);
             path.collectEntities(result.entities);
-            const QByteArray value = path.scalar(row, 0, path.size(), aliases);
+            const QByteArray value = isOfMember ? sqlValueOfMember(descriptor, path, row, aliases)
+                                                : path.scalar(row, 0, path.size(), aliases);
+            if (isOfMember)
+                result.values.push_back({ .type = KXSQLValue::Integer, .integer = descriptor.member.key() });
             const bool folds = descriptor.options != 0 && path.kind() == KXPredicateValue::Text;
             result.text += folds ? "kx_fold(" + value + ", " + QByteArray::number(descriptor.options) + ')' : value;
             if (path.kind() == KXPredicateValue::Decimal)
                 result.text += " COLLATE KX_DECIMAL";
-            result.text += descriptor.ascending ? ", " : " DESC, ";
+            // Absent values are the lowest: falling orders have them last by themselves.
+            result.text += !descriptor.ascending ? " DESC, " : descriptor.absentLast ? " NULLS LAST, " : ", ";
         }
         result.text += row.key;
     } catch (const KXPredicateSQLRefusal &refusal) {

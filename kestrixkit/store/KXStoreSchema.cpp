@@ -44,13 +44,31 @@ QByteArray columnType(const KXPropertyDescription &property)
     }
 }
 
-/// The name of a column's index and the statement that makes it.
-std::pair<QByteArray, QByteArray> createIndex(
-    const KXEntityDescription &root, const KXPropertyDescription &column, const QByteArray &schema)
+/// The name of an index and the statement that makes it. With a second column it has another name than without, and so
+/// takes the place of that one.
+std::pair<QByteArray, QByteArray> createIndex(const KXEntityDescription &root, const KXPropertyDescription &column,
+    const KXPropertyDescription *second, const QByteArray &schema)
 {
-    const QByteArray name = "kx_i_" + root.table().mid(1, root.table().size() - 2) + '_'
-        + column.column().mid(1, column.column().size() - 2);
-    return { name, "CREATE INDEX " + schema + ".\"" + name + "\" ON " + root.table() + '(' + column.column() + ')' };
+    const auto bare = [](const QByteArray &quoted) { return quoted.mid(1, quoted.size() - 2); };
+    QByteArray name = "kx_i_" + bare(root.table()) + '_' + bare(column.column()), columns = column.column();
+    if (second) {
+        name += '+' + bare(second->column());
+        columns += ',' + second->column();
+    }
+    return { name, "CREATE INDEX " + schema + ".\"" + name + "\" ON " + root.table() + '(' + columns + ')' };
+}
+
+/// nullptr for a column that is indexed alone.
+const KXPropertyDescription *secondInIndex(const KXEntityDescription &root, const KXPropertyDescription &column)
+{
+    if (column.secondInIndex().isEmpty())
+        return nullptr;
+    for (const KXEntityDescription *entity : root.family()) {
+        const KXPropertyDescription *const own = entity->property(column.name());
+        if (own && own->column() == column.column())
+            return entity->property(column.secondInIndex());
+    }
+    return nullptr;
 }
 
 /// Statements by the indexes' names.
@@ -62,7 +80,7 @@ QMap<QByteArray, QByteArray> wantedIndexes(const KXManagedObjectModel &model, co
             continue;
         for (const KXPropertyDescription *column : KXStoreSchema::columnsOfTable(*root)) {
             if (column->isIndexed() || column->isToOne()) {
-                const auto [name, sql] = createIndex(*root, *column, schema);
+                const auto [name, sql] = createIndex(*root, *column, secondInIndex(*root, *column), schema);
                 indexes.insert(name, sql);
             }
         }
@@ -376,20 +394,27 @@ KXError KXStoreSchema::checkSchema(KXSQLiteConnection &connection, const KXManag
               sorted("CREATE TABLE sqlite_stat4(tbl,idx,neq,nlt,ndlt,sample)") };
     for (const QByteArray &sql : indexes(model))
         known.insert(inFile(sql));
-    // Those of attributes that were indexed once.
-    for (const KXEntityDescription *root : model.entities()) {
-        if (!root->parent()) {
-            for (const KXPropertyDescription *column : columnsOfTable(*root))
-                known.insert(inFile(createIndex(*root, *column, "main").second));
+    // Those of attributes that were indexed once, alone or with others.
+    const auto isFormerIndex = [&](const QByteArray &sql) {
+        for (const KXEntityDescription *root : model.entities()) {
+            const auto columns = root->parent() ? QList<const KXPropertyDescription *>() : columnsOfTable(*root);
+            for (const KXPropertyDescription *column : columns) {
+                if (sql == inFile(createIndex(*root, *column, nullptr, "main").second)
+                    || std::any_of(columns.begin(), columns.end(), [&](const KXPropertyDescription *second) {
+                           return sql == inFile(createIndex(*root, *column, second, "main").second);
+                       }))
+                    return true;
+            }
         }
-    }
+        return false;
+    };
     // The indexes of primary keys have no statement.
     KXStatement query = connection.prepare("SELECT type, name, sql FROM sqlite_schema WHERE sql IS NOT NULL");
     int code = query ? SQLITE_ROW : SQLITE_ERROR;
     while (query && (code = query.step()) == SQLITE_ROW) {
         const QByteArray sql = query.bytes(0) == "table" ? sorted(query.bytes(2)) : query.bytes(2);
         missing.remove(sql);
-        if (!known.contains(sql))
+        if (!known.contains(sql) && !isFormerIndex(sql))
             return schemaError(KXStoreErrorCode::Damaged,
                 KXStringWithFormat(
                     "The store holds the %@ \"%@\", which is none of its model's", query.text(0), query.text(1)));

@@ -48,7 +48,8 @@ KXAnimationGroup &KXAnimationGroup::add(
 
 void KXAnimationGroup::start(std::function<void()> completion)
 {
-    finish();
+    while (isRunning()) // what one completion starts is not to be lost
+        finish();
     m_completion = std::move(completion);
     while (m_waiting.animationCount() > 0)
         m_running.addAnimation(m_waiting.takeAnimation(0));
@@ -57,7 +58,9 @@ void KXAnimationGroup::start(std::function<void()> completion)
         return;
     }
     m_running.start();
-    if (!areAnimationsEnabled())
+    if (!isRunning() && m_running.animationCount() > 0)
+        complete(); // all targets have gone meanwhile
+    else if (!areAnimationsEnabled())
         finish();
 }
 

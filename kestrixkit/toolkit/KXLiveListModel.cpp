@@ -12,6 +12,7 @@
 #include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/foundation/KXUndoManager.h>
 #include <kestrixkit/model/KXManagedObjectModel.h>
+#include <kestrixkit/toolkit/KXObjectPasteboard.h>
 
 using namespace Qt::StringLiterals;
 
@@ -92,26 +93,25 @@ KXFetchRequest KXLiveListModel::request() const
         .setFetchBatchSize(liveRowsReadAtOnce);
 }
 
-void KXLiveListModel::setPredicate(const KXPredicate &predicate)
-{
-    m_predicate = predicate;
-    m_list.setRequest(request());
-}
+void KXLiveListModel::setPredicate(const KXPredicate &predicate) { setPredicate(predicate, m_sortDescriptors); }
 
 void KXLiveListModel::setSortDescriptors(const QList<KXSortDescriptor> &descriptors)
 {
-    const auto isAlike = [](const KXSortDescriptor &a, const KXSortDescriptor &b) {
-        return a.key == b.key && a.ascending == b.ascending && a.options == b.options;
-    };
-    if (std::equal(descriptors.begin(), descriptors.end(), m_sortDescriptors.begin(), m_sortDescriptors.end(), isAlike))
-        return;
-    m_sortDescriptors = descriptors;
+    if (descriptors != m_sortDescriptors)
+        setPredicate(m_predicate, descriptors);
+}
+
+void KXLiveListModel::setPredicate(const KXPredicate &predicate, const QList<KXSortDescriptor> &sortDescriptors)
+{
+    m_predicate = predicate;
+    m_sortDescriptors = sortDescriptors;
     m_list.setRequest(request());
 }
 
 KXSortDescriptor KXLiveListModel::sortDescriptor(const Column &column)
 {
-    return { column.sortKey.isEmpty() ? column.keyPath : column.sortKey, column.sortsAscending, column.sortOptions };
+    return { column.sortKey.isEmpty() ? column.keyPath : column.sortKey, column.sortsAscending, column.sortOptions,
+        column.sortsAbsentLast };
 }
 
 void KXLiveListModel::sort(int column, Qt::SortOrder order)
@@ -222,8 +222,27 @@ const KXPropertyDescription *KXLiveListModel::editedProperty(int column) const
 
 Qt::ItemFlags KXLiveListModel::flags(const QModelIndex &index) const
 {
-    const Qt::ItemFlags flags = QAbstractTableModel::flags(index);
-    return index.isValid() && editedProperty(index.column()) ? flags | Qt::ItemIsEditable : flags;
+    Qt::ItemFlags flags = QAbstractTableModel::flags(index);
+    if (index.isValid()) {
+        flags.setFlag(Qt::ItemIsDragEnabled);
+        flags.setFlag(Qt::ItemIsEditable, editedProperty(index.column()));
+    }
+    return flags;
+}
+
+QStringList KXLiveListModel::mimeTypes() const { return { QString(KXObjectPasteboardType) }; }
+
+QMimeData *KXLiveListModel::mimeData(const QModelIndexList &indexes) const
+{
+    QSet<int> seen; // every column of a row may be among them
+    QList<KXManagedObjectID> objects;
+    for (const QModelIndex &index : indexes) {
+        if (!seen.contains(index.row())) {
+            seen.insert(index.row());
+            objects.append(m_list.objectID(index.row()));
+        }
+    }
+    return KXObjectPasteboard::mimeDataWithObjects(objects);
 }
 
 QVariant KXLiveListModel::parsed(

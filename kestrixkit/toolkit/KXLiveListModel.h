@@ -41,6 +41,7 @@ public:
         QString sortKey = {}; ///< what the column is sorted by; empty for its key path
         int sortOptions = 0; ///< bits of KXPredicateOption, such as KXCaseInsensitive
         bool sortsAscending = true; ///< at first
+        bool sortsAbsentLast = false; ///< in either direction
     };
 
     /// Throws KXException for an unknown entity.
@@ -56,6 +57,8 @@ public:
     void setPredicate(const KXPredicate &predicate);
     [[nodiscard]] const KXPredicate &predicate() const { return m_predicate; }
     void setSortDescriptors(const QList<KXSortDescriptor> &descriptors);
+    /// Both with one fetch.
+    void setPredicate(const KXPredicate &predicate, const QList<KXSortDescriptor> &sortDescriptors);
     [[nodiscard]] const QList<KXSortDescriptor> &sortDescriptors() const { return m_sortDescriptors; }
     /// What a column is sorted by, in its first direction.
     [[nodiscard]] static KXSortDescriptor sortDescriptor(const Column &column);
@@ -70,6 +73,9 @@ public:
     [[nodiscard]] QVariant headerData(
         int section, Qt::Orientation orientation, int role = Qt::DisplayRole) const override;
     [[nodiscard]] Qt::ItemFlags flags(const QModelIndex &index) const override;
+    /// The objects of the rows, each once, as KXObjectPasteboard has them.
+    [[nodiscard]] QMimeData *mimeData(const QModelIndexList &indexes) const override;
+    [[nodiscard]] QStringList mimeTypes() const override;
     /// Sets the value of an editable column as one step to undo, "Change …" with the column's title, and saves. False
     /// for a value that is refused and for one that is there already.
     bool setData(const QModelIndex &index, const QVariant &value, int role = Qt::EditRole) override;

@@ -1,5 +1,6 @@
 #include <kestrixkit/toolkit/KXMenu.h>
 
+#include <QActionEvent>
 #include <QPointer>
 
 KXMenu::KXMenu(QWidget *parent)
@@ -21,7 +22,6 @@ QAction *KXMenu::addItem(const QString &title, QObject *target, std::function<vo
         return target && (!validate || validate());
     };
     m_validators.emplace(action, isValid);
-    connect(action, &QObject::destroyed, this, [this, action] { m_validators.erase(action); });
     connect(action, &QAction::triggered, this, [isValid, perform = std::move(perform)] {
         // Copies: what it does may fill the menu anew.
         const auto stillValid = isValid;
@@ -30,6 +30,15 @@ QAction *KXMenu::addItem(const QString &title, QObject *target, std::function<vo
             work();
     });
     return action;
+}
+
+/// An item that leaves takes its validator with it: the next one may lie at the same address. By then the menu hears no
+/// signals of it any more.
+void KXMenu::actionEvent(QActionEvent *event)
+{
+    if (event->type() == QEvent::ActionRemoved)
+        m_validators.erase(event->action());
+    QMenu::actionEvent(event);
 }
 
 void KXMenu::validate()

@@ -31,6 +31,9 @@ public:
     /// Fills the menu and asks every item, as opening it does.
     void validate();
 
+protected:
+    void actionEvent(QActionEvent *event) override;
+
 private:
     std::function<void(KXMenu &)> m_update;
     std::unordered_map<const QAction *, Validator> m_validators;

@@ -81,8 +81,13 @@ void KXViewController::appearIn(QWidget *container, const QMargins &margins)
     QWidget *const ours = view();
     if (!container || container == ours || (m_hasAppeared && ours->parentWidget() == container))
         return;
+    const QPointer<KXViewController> alive(this); // it may end whenever it is told something
+    const QPointer<QWidget> place(container);
     disappear();
-    viewWillAppear();
+    if (alive)
+        viewWillAppear();
+    if (!alive || !place || !m_view)
+        return;
     QLayout *layout = container->layout();
     if (!layout)
         layout = new QVBoxLayout(container);
@@ -96,7 +101,10 @@ void KXViewController::disappear()
 {
     if (!m_view || !m_hasAppeared)
         return;
+    const QPointer<KXViewController> alive(this);
     viewWillDisappear();
+    if (!alive)
+        return;
     if (m_view) {
         if (QWidget *parent = m_view->parentWidget(); parent && parent->layout())
             parent->layout()->removeWidget(m_view);

@@ -11,7 +11,7 @@
 #include <QRegularExpression>
 #include <QTemporaryDir>
 
-#include <Crate.h>
+#include <DemoMusic.h>
 #include <Library.h>
 #include <Presets.h>
 
@@ -78,13 +78,13 @@ TEST(Browser, reportsItsCrateTheSameTwiceAndCountsLikeALoop)
     EXPECT_EQ(timeless(browser({ u"--report"_s, u"--store"_s, store }).output), timeless(first.output));
 
     int house = 0, fastHouse = 0;
-    for (const CrateTrack &track : Crate::tracks()) {
+    for (const DemoTrack &track : DemoMusic::tracks()) {
         const bool isHouse = QString::fromUtf8(track.genres).split(u';').contains(u"House"_s);
         house += isHouse;
         fastHouse += isHouse && track.bpm >= 124;
     }
     const QJsonObject report = first.json();
-    EXPECT_EQ(report.value(u"tracks"_s).toInt(), int(Crate::tracks().size()));
+    EXPECT_EQ(report.value(u"tracks"_s).toInt(), int(DemoMusic::tracks().size()));
     EXPECT_TRUE(report.value(u"skipped"_s).isArray());
     EXPECT_EQ(report.value(u"genres"_s).toObject().value(u"House"_s).toInt(), house);
     EXPECT_EQ(report.value(u"store"_s).toString(), store);

@@ -293,6 +293,40 @@ TEST_F(FilterStripTest, fromTheFirstFilterToThePresetAfterARestart)
     ASSERT_TRUE(QTest::qWaitFor([&] { return bar().filterViews().isEmpty(); }));
 }
 
+TEST_F(FilterStripTest, wordsNarrowTheListAsTheyAreTyped)
+{
+    open();
+    window->table()->setFocus();
+    QTest::keyClick(window->table(), Qt::Key_Slash);
+    auto *const field = qobject_cast<KXThemeableTextField *>(focus());
+    ASSERT_TRUE(field);
+    for (const auto &[typed, expected] : { std::pair(u"w"_s, 7), { u"arm g0"_s, 7 }, { u" 5"_s, 0 } }) {
+        QTest::keyClicks(field, typed);
+        const auto follows = [&, wanted = expected] { return window->model()->rowCount() == wanted; };
+        EXPECT_TRUE(QTest::qWaitFor(follows)) << field->text().toStdString() << ": " << window->model()->rowCount();
+    }
+    for (int i = 0; i < 2; ++i)
+        QTest::keyClick(field, Qt::Key_Backspace);
+    QTest::keyClick(field, Qt::Key_Return); // does not wait for the pause
+    EXPECT_EQ(rows(), 7);
+    EXPECT_TRUE(QTest::qWaitFor([this] { return strip().whatIfCounts()->count() == 7; }));
+    EXPECT_EQ(focus(), window->table());
+    addRange(u"Tempo"_s, u"110"_s, u"115"_s);
+    EXPECT_EQ(rows(), 2);
+    window->table()->selectRow(0);
+    QTest::keyClick(window->table(), Qt::Key_2); // rates, and is no word
+    EXPECT_EQ(window->model()->track(0)->rating(), 2);
+    QTest::keyClick(window.get(), Qt::Key_F, Qt::ControlModifier | Qt::ShiftModifier);
+    EXPECT_EQ(focus(), field);
+    QTest::keyClick(field, Qt::Key_Escape);
+    EXPECT_EQ(rows(), 6);
+    EXPECT_EQ(focus(), window->table());
+    strip().setNarrowingText(u"nothing"_s);
+    EXPECT_EQ(rows(), 0);
+    strip().setPlace(QUrl(u"x-place:1"_s), {});
+    EXPECT_EQ(strip().narrowingText(), QString());
+}
+
 TEST_F(FilterStripTest, everyTypeFiltersWhatItSays)
 {
     open();

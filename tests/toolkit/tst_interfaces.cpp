@@ -11,6 +11,8 @@
 #include <kestrixkit/filter_ui/presets_bar/KXFilterSetPresetsBar.h>
 #include <kestrixkit/foundation/KXBundle.h>
 #include <kestrixkit/messages/views/KXMessageView.h>
+#include <kestrixkit/navigation/KXInspectorOutlineView.h>
+#include <kestrixkit/navigation/KXNavigationBar.h>
 #include <kestrixkit/source_list/KXSourceListView.h>
 #include <kestrixkit/toolkit/KXViewController.h>
 
@@ -243,6 +245,8 @@ TEST_F(InterfaceTest, everyFileLoads)
     KXInterfaceLoader::shared().registerWidget<KXMessageView>(); // as their controllers do
     KXInterfaceLoader::shared().registerWidget<KXSourceListView>();
     KXInterfaceLoader::shared().registerWidget<KXFilterBar>();
+    KXInterfaceLoader::shared().registerWidget<KXInspectorOutlineView>();
+    KXInterfaceLoader::shared().registerWidget<KXNavigationBar>();
     KXInterfaceLoader::shared().registerWidget<KXFilterSetPresetsBar>();
     for (const QString &path : KXBundle::frameworkBundle().resourcePaths(u"ui"_s, u"interfaces"_s)) {
         KXTestLog log;

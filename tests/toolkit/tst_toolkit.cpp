@@ -288,6 +288,21 @@ TEST(ListController, keepsTheSelectionOfWhatStays)
     EXPECT_FALSE(list.index(1).data().isValid());
 }
 
+TEST(Menu, filledAnewAsksItsNewItemsAlone)
+{
+    KXMenu menu;
+    int round = 0;
+    menu.setUpdater([&](KXMenu &filled) {
+        for (int i = 0; i < 4; ++i)
+            filled.addItem(u"item"_s, &menu, {}, [valid = i % 2 == round % 2] { return valid; });
+    });
+    for (; round < 20; ++round) {
+        menu.validate();
+        for (int i = 0; i < 4; ++i)
+            EXPECT_EQ(menu.actions()[i]->isEnabled(), i % 2 == round % 2) << round << ' ' << i;
+    }
+}
+
 TEST(Menu, asksItsItems)
 {
     KXMenu menu;

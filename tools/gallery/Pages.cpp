@@ -329,6 +329,7 @@ const QList<Page> &pages()
         { u"filter-dates"_s, filterDatesPage },
         { u"filter-editors"_s, filterEditorsPage },
         { u"search"_s, searchPage },
+        { u"navigation"_s, navigationPage },
     };
     return all;
 }

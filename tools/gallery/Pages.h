@@ -32,6 +32,8 @@ QWidget *filterDatesPage(const Texts &text);
 QWidget *filterEditorsPage(const Texts &text);
 /// The search's popover.
 QWidget *searchPage(const Texts &text);
+/// Breadcrumbs, layers and the inspector.
+QWidget *navigationPage(const Texts &text);
 
 // Pages of views outside of the controls, in files of their own.
 QWidget *toolkitPage(const Texts &text);

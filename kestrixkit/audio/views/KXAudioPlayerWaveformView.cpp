@@ -5,7 +5,6 @@
 #include <QHelpEvent>
 #include <QMouseEvent>
 #include <QPainter>
-#include <QThreadPool>
 #include <QToolTip>
 
 #include <kestrixkit/audio/KXAudioPlayerManager.h>
@@ -50,6 +49,8 @@ KXAudioPlayerWaveformView::KXAudioPlayerWaveformView(QWidget *parent)
     setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
     m_clock.setInterval(waveformViewFrameMilliseconds);
     connect(&m_clock, &QTimer::timeout, this, &KXAudioPlayerWaveformView::follow);
+    m_decoder.setMaxConcurrentOperationCount(1); // what is out of date ends at its next block
+    m_decoder.setName(u"kx-waveform"_s);
     m_clock.start();
 }
 
@@ -134,8 +135,9 @@ void KXAudioPlayerWaveformView::decodeWindow(qint64 from, qint64 to, int columns
     // The gains of a pyramid's mix: that is what is heard, and never the channels apart.
     std::vector<float> gains = m_gains;
     gains.resize(size_t(m_pyramid->stems()), 1);
-    QThreadPool::globalInstance()->start([view = QPointer(this), cancelled = m_decoding, url = m_url,
-                                             window = KXWaveformWindow { from, to, columns, {}, std::move(gains) }] {
+    m_decoder.cancelAllOperations();
+    m_decoder.addBlock([view = QPointer(this), cancelled = m_decoding, url = m_url,
+                           window = KXWaveformWindow { from, to, columns, {}, std::move(gains) }] {
         const auto read = window.read(url, cancelled);
         KXMainQueue::async([view, cancelled, read] {
             if (!view || *cancelled || view->m_decoding != cancelled)

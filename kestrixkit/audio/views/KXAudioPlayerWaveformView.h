@@ -6,6 +6,7 @@
 
 #include <kestrixkit/audio/views/KXAudioPlayerWaveformLayer.h>
 #include <kestrixkit/foundation/KXNotificationCenter.h>
+#include <kestrixkit/foundation/KXOperationQueue.h>
 
 /// A waveform to listen by: shows where the shared player is, and leads it elsewhere.
 ///
@@ -75,4 +76,5 @@ private:
     QTimer m_clock;
     std::shared_ptr<std::atomic<bool>> m_decoding; // set to end it; null while nothing is decoded
     KXNotificationToken m_theme;
+    KXOperationQueue m_decoder; // last: its thread ends before all else goes
 };

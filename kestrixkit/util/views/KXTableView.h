@@ -111,6 +111,16 @@ public:
     /// Selects the row concerned alone, unless it is selected or may not be, and answers the menu to show.
     [[nodiscard]] virtual QMenu *menuForEvent(const QContextMenuEvent *event);
 
+    // Dragging rows
+
+    /// Whether a press on a row that moves on drags the selected rows, instead of selecting those that it comes by.
+    /// What may be dropped between rows is the delegate's to say. Not so at first.
+    void setDragsRows(bool drags);
+    /// The selected rows, from top to bottom.
+    [[nodiscard]] QList<int> selectedRowNumbers() const;
+    /// The texts of the rows as they are shown: a line a row, columns parted by tabs.
+    [[nodiscard]] QString textOfRows(const QList<int> &rows) const;
+
     using KXThemeableTableView::edit;
     /// Takes over what stands in a cell's open editor.
     void commitOpenEditor();
@@ -129,6 +139,13 @@ protected:
     void drawText(QPainter &painter, const QRect &rect, Qt::Alignment alignment, const QString &text) const;
 
     void paintEvent(QPaintEvent *event) override;
+    /// The keys for copying put the selected rows on the clipboard: as the model's mime data, and as text.
+    void keyPressEvent(QKeyEvent *event) override;
+    void startDrag(Qt::DropActions supportedActions) override;
+    void dragEnterEvent(QDragEnterEvent *event) override;
+    void dragMoveEvent(QDragMoveEvent *event) override;
+    void dragLeaveEvent(QDragLeaveEvent *event) override;
+    void dropEvent(QDropEvent *event) override;
     void contextMenuEvent(QContextMenuEvent *event) override;
     bool viewportEvent(QEvent *event) override;
     void scrollContentsBy(int dx, int dy) override;
@@ -154,6 +171,12 @@ private:
     void track(const QPoint *position);
     void rememberTopRow();
     void drawRow(QPainter &painter, int row, int firstColumn, int lastColumn) const;
+    [[nodiscard]] QMimeData *mimeDataOfRows(const QList<int> &rows) const;
+    [[nodiscard]] QPixmap dragImage(const QList<int> &rows) const;
+    [[nodiscard]] int dropRowAt(const QPoint &place) const;
+    [[nodiscard]] Qt::DropAction validateDrop(const QDropEvent &event, int row);
+    void showDropRow(int row);
+    void paintDropRow(QPainter &painter) const;
 
     QList<KXTableColumn> m_columns;
     std::unique_ptr<KXTableLayout> m_layout; // of all of them, as last arranged or saved
@@ -173,6 +196,8 @@ private:
     QPointer<QMenu> m_menu;
     QPersistentModelIndex m_trackedCell;
     QPersistentModelIndex m_clickedCell;
+
+    int m_dropRow = -1; // in front of which something dragged would come; -1: nowhere
 
     std::unique_ptr<KXTableText> m_text;
     QPersistentModelIndex m_topRow; // invalid at the beginning

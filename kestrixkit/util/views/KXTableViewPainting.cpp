@@ -42,6 +42,8 @@ void KXTableView::paintEvent(QPaintEvent *event)
     const int height = qMax(1, rows->defaultSectionSize());
     for (int row = rows->count(), y = bottom; y <= exposed.bottom() && lastRow == rows->count() - 1; y += height, ++row)
         painter.fillRect(0, y, viewport()->width(), height, rowColour(row, false));
+    if (m_dropRow >= 0)
+        paintDropRow(painter);
 }
 
 void KXTableView::drawRow(QPainter &painter, int row, int firstColumn, int lastColumn) const

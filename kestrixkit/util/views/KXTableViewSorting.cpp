@@ -17,19 +17,12 @@ namespace {
 constexpr QStringView tableSortFormatName = u"kestrix.sort-descriptors";
 constexpr int tableSortFormatNumber = 1;
 
-bool tableSortsAlike(const QList<KXSortDescriptor> &a, const QList<KXSortDescriptor> &b)
-{
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](const auto &x, const auto &y) {
-        return x.key == y.key && x.ascending == y.ascending && x.options == y.options;
-    });
-}
-
 }
 
 void KXTableView::setSortDescriptors(const QList<KXSortDescriptor> &descriptors)
 {
     m_sortDescriptorsHaveChanged = true;
-    const bool isNew = !tableSortsAlike(descriptors, m_sortDescriptors);
+    const bool isNew = descriptors != m_sortDescriptors;
     m_sortDescriptors = descriptors;
     showSortIndicator();
     if (!isNew)
@@ -95,7 +88,10 @@ void KXTableView::sortRows(const QList<KXSortDescriptor> &descriptors)
 
 void KXTableView::saveSortOptions()
 {
-    if (m_sortOptionsAutoSaveName.isEmpty() || !m_sortDescriptorsHaveChanged)
+    // The order of one list's members is that list's, and not the table's.
+    if (m_sortOptionsAutoSaveName.isEmpty() || !m_sortDescriptorsHaveChanged
+        || std::any_of(m_sortDescriptors.begin(), m_sortDescriptors.end(),
+            [](const KXSortDescriptor &descriptor) { return !descriptor.memberKey.isEmpty(); }))
         return;
     QCborArray list;
     for (const KXSortDescriptor &descriptor : std::as_const(m_sortDescriptors))

@@ -1,4 +1,4 @@
-// The crate that the browser makes itself: real music in every format.
+// The music that the browser makes itself: real music in every format.
 
 #include <QDateTime>
 #include <QDir>
@@ -7,29 +7,29 @@
 #include <QTemporaryDir>
 
 #include <AudioProbe.h>
-#include <Crate.h>
+#include <DemoMusic.h>
 
 #include "MusicFiles.h"
 
 using namespace Qt::StringLiterals;
 
-TEST(Crate, everyFileIsMusicAndTellsItsTags)
+TEST(DemoMusic, everyFileIsMusicAndTellsItsTags)
 {
     const QTemporaryDir caches;
     QString error;
-    const std::string crate = Crate::make(caches.path(), &error);
-    ASSERT_FALSE(crate.empty()) << error.toStdString();
+    const std::string made = DemoMusic::make(caches.path(), &error);
+    ASSERT_FALSE(made.empty()) << error.toStdString();
 
     QSet<QString> names;
     std::set<AudioFormat> formats;
     int stems = 0;
-    for (const CrateTrack &track : Crate::tracks()) {
+    for (const DemoTrack &track : DemoMusic::tracks()) {
         SCOPED_TRACE(track.title);
         EXPECT_FALSE(names.contains(track.fileName()));
         names.insert(track.fileName());
         formats.insert(track.format);
         stems += track.stems;
-        const std::string path = crate + '/' + track.fileName().toStdString();
+        const std::string path = made + '/' + track.fileName().toStdString();
         const TagReading reading = readTags(path);
         ASSERT_TRUE(reading.tags) << reading.refusal.toStdString();
         const TrackTags &tags = *reading.tags;
@@ -59,7 +59,7 @@ TEST(Crate, everyFileIsMusicAndTellsItsTags)
         << "something is left over";
 }
 
-TEST(Crate, isMadeOnceAndWhole)
+TEST(DemoMusic, isMadeOnceAndWhole)
 {
     const QTemporaryDir caches;
     QString error;
@@ -67,20 +67,20 @@ TEST(Crate, isMadeOnceAndWhole)
     QDir(caches.path()).mkpath(u"making-crate-old/House"_s);
     QDir(caches.path()).mkpath(u"making-crate-new/House"_s);
     ASSERT_EQ(::system(("touch -d '3 hours ago' " + caches.filePath(u"making-crate-old"_s).toStdString()).c_str()), 0);
-    const std::string first = Crate::make(caches.path(), &error);
+    const std::string first = DemoMusic::make(caches.path(), &error);
     ASSERT_FALSE(first.empty()) << error.toStdString();
     EXPECT_FALSE(QDir(caches.filePath(u"making-crate-old"_s)).exists());
     EXPECT_TRUE(QDir(caches.filePath(u"making-crate-new"_s)).exists());
 
-    const std::string file = first + '/' + Crate::tracks().front().fileName().toStdString();
+    const std::string file = first + '/' + DemoMusic::tracks().front().fileName().toStdString();
     const auto made = std::filesystem::last_write_time(file);
-    EXPECT_EQ(Crate::make(caches.path(), &error), first);
+    EXPECT_EQ(DemoMusic::make(caches.path(), &error), first);
     EXPECT_EQ(std::filesystem::last_write_time(file), made);
-    EXPECT_TRUE(Crate::make(u"/proc/no such place"_s, &error).empty());
+    EXPECT_TRUE(DemoMusic::make(u"/proc/no such place"_s, &error).empty());
     EXPECT_FALSE(error.isEmpty());
 }
 
-TEST(Crate, loopsSoundTheSameEachTimeAndGoRoundWithoutAClick)
+TEST(DemoMusic, loopsSoundTheSameEachTimeAndGoRoundWithoutAClick)
 {
     for (const LoopStyle style : { LoopStyle::House, LoopStyle::DrumAndBass, LoopStyle::Ambient, LoopStyle::Dub }) {
         const LoopRecipe recipe { style, 126, { 8, true }, 7 };

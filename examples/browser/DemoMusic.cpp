@@ -1,4 +1,4 @@
-#include "Crate.h"
+#include "DemoMusic.h"
 
 #include <filesystem>
 
@@ -23,8 +23,8 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// Changes with the records below, so that an older crate is not taken for this one.
-constexpr QLatin1StringView crateFolderName { "crate-1" };
+// Changes with the records below, so that older music is not taken for this. Users' libraries point into it.
+constexpr QLatin1StringView demoFolderName { "crate-1" };
 
 TagLib::String tagText(const QString &text) { return TagLib::String(text.toStdString(), TagLib::String::UTF8); }
 
@@ -55,14 +55,14 @@ void writeRating(TagLib::File *file, int stars)
     tag->addFrame(frame);
 }
 
-QString writeTrack(const CrateTrack &track, uint32_t number, const std::string &folder)
+QString writeTrack(const DemoTrack &track, uint32_t number, const std::string &folder)
 {
     const std::string path = folder + '/' + track.fileName().toStdString();
     const LoopRecipe recipe = track.recipe(number);
     const int rate = preferredSampleRate(track.format);
     QString error = encodeAudio(track.stems ? renderStems(recipe, rate) : renderLoop(recipe, rate), track.format, path);
     if (error.isEmpty())
-        error = Crate::writeTags(track, int(number), path);
+        error = DemoMusic::writeTags(track, int(number), path);
     return error.isEmpty() ? error : u"%1: %2"_s.arg(track.fileName(), error);
 }
 
@@ -77,19 +77,19 @@ void removeLeftovers(const QDir &caches)
 
 } // namespace
 
-QString CrateTrack::fileName() const
+QString DemoTrack::fileName() const
 {
     const QString folder = stems ? u"Stems"_s : QString::fromUtf8(genres).section(u';', 0, 0).replace(u'/', u'-');
     const QString credit = QString::fromUtf8(artists).replace(u";"_s, u", "_s);
     return u"%1/%2 - %3.%4"_s.arg(folder, credit, QString::fromUtf8(title), fileExtension(format));
 }
 
-LoopRecipe CrateTrack::recipe(uint32_t seed) const
+LoopRecipe DemoTrack::recipe(uint32_t seed) const
 {
     return { style, bpm, TagValues::key(QString::fromUtf8(key)).value_or(MusicalKey { 8, true }), seed };
 }
 
-QString Crate::writeTags(const CrateTrack &track, int trackNumber, const std::string &path)
+QString DemoMusic::writeTags(const DemoTrack &track, int trackNumber, const std::string &path)
 {
     const TagLib::FileRef reference(path.c_str());
     if (reference.isNull())
@@ -121,12 +121,12 @@ QString Crate::writeTags(const CrateTrack &track, int trackNumber, const std::st
     return file->save() ? QString() : u"tags cannot be written"_s;
 }
 
-std::string Crate::make(const QString &cachesFolder, QString *error)
+std::string DemoMusic::make(const QString &cachesFolder, QString *error)
 {
     QDir caches(cachesFolder);
-    const QString crate = caches.filePath(crateFolderName);
-    const std::string path = QFile::encodeName(crate).toStdString();
-    if (QFileInfo(crate).isDir())
+    const QString made = caches.filePath(demoFolderName);
+    const std::string path = QFile::encodeName(made).toStdString();
+    if (QFileInfo(made).isDir())
         return path;
     if (!caches.mkpath(u"."_s)) {
         *error = u"%1: cannot make the folder"_s.arg(cachesFolder);
@@ -139,7 +139,7 @@ std::string Crate::make(const QString &cachesFolder, QString *error)
         return {};
     }
 
-    for (const CrateTrack &track : tracks())
+    for (const DemoTrack &track : tracks())
         QDir(making.path()).mkpath(track.fileName().section(u'/', 0, 0));
     const std::string folder = QFile::encodeName(making.path()).toStdString();
     std::vector<QString> problems(tracks().size());
@@ -154,19 +154,19 @@ std::string Crate::make(const QString &cachesFolder, QString *error)
 
     std::error_code code;
     std::filesystem::rename(folder, path, code);
-    if (code && !QFileInfo(crate).isDir()) { // another process may have been first
-        *error = u"%1: %2"_s.arg(crate, QString::fromStdString(code.message()));
+    if (code && !QFileInfo(made).isDir()) { // another process may have been first
+        *error = u"%1: %2"_s.arg(made, QString::fromStdString(code.message()));
         return {};
     }
     return path;
 }
 
-const std::vector<CrateTrack> &Crate::tracks()
+const std::vector<DemoTrack> &DemoMusic::tracks()
 {
     using enum LoopStyle;
     using F = AudioFormat;
     // clang-format off
-    static const std::vector<CrateTrack> all {
+    static const std::vector<DemoTrack> all {
         { "Glass Harbour", "Ostra Lume", "Night Ferry", "House", "Quay Nine", "Am", House, 124, 2019, 4, F::Flac },
         { "Second Deck", "Ostra Lume;Mirela Vance", "Night Ferry", "House;Deep House", "Quay Nine", "Em", House, 123, 2019, 5, F::Flac },
         { "Tidewater Stomp", "Ostra Lume", "Night Ferry", "House", "Quay Nine", "Dm", House, 125, 2019, 3, F::Mp3 },

@@ -1,0 +1,419 @@
+#include <kestrixkit/navigation/KXInspectorViewController.h>
+
+#include <QCborArray>
+#include <QPainter>
+#include <QStyledItemDelegate>
+#include <QVBoxLayout>
+
+#include <kestrixkit/foundation/KXArchive.h>
+#include <kestrixkit/foundation/KXStringWithFormat.h>
+#include <kestrixkit/foundation/KXUserDefaults.h>
+#include <kestrixkit/navigation/KXAssociation_p.h>
+#include <kestrixkit/navigation/KXInspectorModel_p.h>
+#include <kestrixkit/navigation/KXInspectorOutlineView.h>
+#include <kestrixkit/theme/KXThemeStyleNames.h>
+#include <kestrixkit/theme/controls/KXControlPainter.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr QStringView inspectorPlaceFormat = u"com.kestrix.kestrixkit.inspector-place";
+constexpr int inspectorPlaceFormatNumber = 1;
+constexpr int inspectorChevron = 20; // points of room for it
+
+/// Headers with their arrow heads; content is painted by its own widgets.
+class InspectorDelegate : public QStyledItemDelegate
+{
+public:
+    InspectorDelegate(KXInspectorModel *model, KXInspectorOutlineView *view)
+        : QStyledItemDelegate(view)
+        , m_model(model)
+        , m_view(view)
+    {
+    }
+    QSize sizeHint(const QStyleOptionViewItem &, const QModelIndex &index) const override
+    {
+        const auto *const item = KXInspectorViewItem::inspectorViewItem(m_model->controller(index));
+        if (!KXInspectorModel::isHeader(index)) {
+            const QWidget *const cell = m_view->indexWidget(index);
+            return { 0, cell ? cell->sizeHint().height() : 0 };
+        }
+        return { 0,
+            item && item->showHeader() ? KXInspectorViewController::HeaderHeight
+                                       : KXInspectorViewController::SpacerHeight };
+    }
+    void paint(QPainter *painter, const QStyleOptionViewItem &option, const QModelIndex &index) const override
+    {
+        const auto *const item = KXInspectorViewItem::inspectorViewItem(m_model->controller(index));
+        if (!item || !KXInspectorModel::isHeader(index) || !item->showHeader())
+            return;
+        if (KXThemeableTableRowView *const looks = item->tableRowView()) {
+            looks->setState({ .selected = bool(option.state & QStyle::State_Selected),
+                .emphasised = m_view->hasFocus(),
+                .hovered = bool(option.state & QStyle::State_MouseOver),
+                .row = index.row() });
+            looks->draw(*painter, option.rect, option.palette);
+        }
+        const bool mirrored = option.direction == Qt::RightToLeft;
+        const QRect arrow = QStyle::visualRect(option.direction, option.rect,
+            QRect(option.rect.left(), option.rect.top(), inspectorChevron, option.rect.height()));
+        const int angle = m_view->isExpanded(index) ? 0 : mirrored ? 90 : -90;
+        KXControlPainter::chevron(*painter, QRectF(arrow).center(), 7, angle,
+            m_view->palette().color(QPalette::Active, QPalette::PlaceholderText));
+        painter->save();
+        QFont font = option.font;
+        font.setBold(true);
+        painter->setFont(font);
+        painter->setLayoutDirection(option.direction);
+        const QRect text = QStyle::visualRect(
+            option.direction, option.rect, option.rect.adjusted(inspectorChevron, 0, -KXControlPainter::padding, 0));
+        KXControlPainter::text(*painter, text, int(Qt::AlignVCenter | Qt::AlignLeft), item->title(),
+            option.palette.color(QPalette::Active, QPalette::Text));
+        painter->restore();
+    }
+
+private:
+    KXInspectorModel *const m_model;
+    KXInspectorOutlineView *const m_view;
+};
+
+}
+
+/// Around the view of a section: as high as that wants to be.
+class KXInspectorViewController::Cell : public QWidget
+{
+public:
+    Cell(const KXInspectorOutlineView *outline, std::function<void()> layoutDidChange)
+        : m_outline(outline)
+        , m_layoutDidChange(std::move(layoutDidChange))
+    {
+        (new QVBoxLayout(this))->setContentsMargins(0, 0, 0, 0);
+    }
+    void setContent(QWidget *content)
+    {
+        m_content = content;
+        layout()->addWidget(content);
+        content->show();
+    }
+    void releaseContent()
+    {
+        if (m_content && m_content->parentWidget() == this) {
+            layout()->removeWidget(m_content);
+            m_content->hide();
+            m_content->setParent(nullptr);
+        }
+        m_content = nullptr;
+    }
+    [[nodiscard]] QSize sizeHint() const override
+    {
+        if (!m_content)
+            return { 0, 0 };
+        const int width = m_outline->viewport()->width();
+        const int own
+            = m_content->hasHeightForWidth() ? m_content->heightForWidth(width) : m_content->sizeHint().height();
+        return { width,
+            std::clamp(std::max(own, m_content->minimumSizeHint().height()), m_content->minimumHeight(),
+                m_content->maximumHeight()) };
+    }
+    [[nodiscard]] QSize minimumSizeHint() const override { return { 0, 0 }; }
+
+protected:
+    bool event(QEvent *event) override
+    {
+        const bool handled = QWidget::event(event);
+        if (event->type() == QEvent::LayoutRequest)
+            m_layoutDidChange();
+        return handled;
+    }
+
+private:
+    const KXInspectorOutlineView *const m_outline;
+    const std::function<void()> m_layoutDidChange;
+    QPointer<QWidget> m_content;
+};
+
+KXInspectorViewController::KXInspectorViewController(QObject *parent)
+    : KXViewController(parent)
+    , m_model(new KXInspectorModel(this))
+{
+}
+
+KXInspectorViewController::~KXInspectorViewController()
+{
+    for (KXViewController *controller : std::as_const(m_viewControllers)) {
+        controller->disconnect(this);
+        if (inspectorViewController(controller) == this)
+            KXAssociate(controller, KXInspectorViewControllerKey, nullptr);
+    }
+    takeViewsOut();
+}
+
+KXInspectorViewController *KXInspectorViewController::inspectorViewController(const KXViewController *controller)
+{
+    return KXAssociated<KXInspectorViewController>(controller, KXInspectorViewControllerKey);
+}
+
+KXInspectorOutlineView *KXInspectorViewController::outlineView() const { return m_outline; }
+
+void KXInspectorViewController::loadView()
+{
+    KXInterfaceLoader::shared().registerWidgetOnce<KXInspectorOutlineView>();
+    KXViewController::loadView();
+}
+
+void KXInspectorViewController::viewDidLoad()
+{
+    KXViewController::viewDidLoad();
+    m_outline = outlet<KXInspectorOutlineView>(u"outlineView"_s);
+    m_cells.clear();
+    if (!m_outline)
+        return;
+    m_outline->setModel(m_model);
+    m_outline->setItemDelegate(new InspectorDelegate(m_model, m_outline));
+    m_outline->groupRowView()->setThemeStyleName(KXSourceListGroupRowStyles);
+    const auto folded = [this](const QModelIndex &header, bool expanded) {
+        const KXViewController *const controller = m_model->controller(header);
+        const auto *const item = KXInspectorViewItem::inspectorViewItem(m_model->controller(header));
+        if (m_isReloading || !item || !item->showHeader())
+            return;
+        expanded ? (void)m_expanded.insert(controller) : (void)m_expanded.remove(controller);
+        saveExpanded();
+        updateAppearance();
+    };
+    connect(m_outline, &QTreeView::expanded, this, [folded](const QModelIndex &header) { folded(header, true); });
+    connect(m_outline, &QTreeView::collapsed, this, [folded](const QModelIndex &header) { folded(header, false); });
+    connect(m_outline, &KXInspectorOutlineView::widthDidChange, this, &KXInspectorViewController::measureAll);
+    reload();
+}
+
+void KXInspectorViewController::setViewControllers(const QList<KXViewController *> &given)
+{
+    QList<KXViewController *> controllers = given;
+    controllers.removeAll(nullptr);
+    if (controllers == m_viewControllers)
+        return;
+    const QPointer<KXInspectorViewController> alive(this);
+    QList<QPointer<KXViewController>> gone;
+    for (KXViewController *controller : std::as_const(m_viewControllers)) {
+        controller->disconnect(this);
+        KXInspectorViewItem::inspectorViewItem(controller)->disconnect(this);
+        if (controllers.contains(controller))
+            continue;
+        m_expanded.remove(controller);
+        if (inspectorViewController(controller) == this)
+            KXAssociate(controller, KXInspectorViewControllerKey, nullptr);
+        gone.append(controller);
+    }
+    m_viewControllers = controllers;
+    for (qsizetype i = 0; i < controllers.size(); ++i) {
+        KXViewController *const controller = controllers.at(i);
+        KXAssociate(controller, KXInspectorViewControllerKey, this);
+        connect(KXInspectorViewItem::inspectorViewItem(controller), &KXInspectorViewItem::didChange, this,
+            [this, i] { itemDidChange(i); });
+        connect(controller, &QObject::destroyed, this, [this, controller] {
+            m_viewControllers.removeAll(controller); // of which only the address is left
+            m_expanded.remove(controller);
+            takeViewsOut();
+            reload();
+        });
+    }
+    if (m_outline)
+        takeViewsOut();
+    for (const QPointer<KXViewController> &controller : std::as_const(gone)) {
+        if (alive && controller && controller->hasAppeared()) {
+            controller->viewWillDisappear();
+            controller->viewDidDisappear();
+        }
+    }
+    if (alive && m_outline && m_viewControllers == controllers)
+        reload();
+}
+
+KXViewController *KXInspectorViewController::viewControllerForItem(const KXInspectorViewItem *item) const
+{
+    for (KXViewController *controller : m_viewControllers) {
+        if (item && KXInspectorViewItem::inspectorViewItem(controller) == item)
+            return controller;
+    }
+    return nullptr;
+}
+
+// Rows
+
+void KXInspectorViewController::takeViewsOut()
+{
+    for (const QPointer<Cell> &cell : std::exchange(m_cells, {})) {
+        if (cell)
+            cell->releaseContent();
+    }
+}
+
+void KXInspectorViewController::reload()
+{
+    if (!m_outline)
+        return;
+    m_isReloading = true;
+    m_model->setControllers(m_viewControllers);
+    for (qsizetype i = 0; i < m_viewControllers.size(); ++i) {
+        auto *const cell = new Cell(m_outline, [this, i] { measure(i); });
+        QWidget *const content = m_viewControllers.at(i)->view();
+        cell->setContent(content);
+        m_cells.append(cell);
+        m_outline->setIndexWidget(m_model->contentIndex(i), cell); // owns it
+    }
+    restoreExpanded();
+    m_isReloading = false;
+    measureAll();
+    updateAppearance();
+}
+
+void KXInspectorViewController::itemDidChange(qsizetype index)
+{
+    if (!m_outline || index >= m_viewControllers.size())
+        return;
+    m_isReloading = true;
+    m_outline->setExpanded(m_model->headerIndex(index), isOpen(index));
+    m_isReloading = false;
+    m_model->headerDidChange(index);
+    measure(index);
+    updateAppearance();
+}
+
+void KXInspectorViewController::measure(qsizetype index)
+{
+    if (!m_outline || index < 0 || index >= m_cells.size())
+        return;
+    m_model->contentDidChange(index);
+    m_outline->scheduleDelayedItemsLayout();
+}
+
+void KXInspectorViewController::measureAll()
+{
+    for (qsizetype i = 0; i < m_cells.size(); ++i)
+        measure(i);
+}
+
+void KXInspectorViewController::heightOfViewControllerDidChange(KXViewController *controller)
+{
+    measure(m_viewControllers.indexOf(controller));
+}
+
+// What is open
+
+bool KXInspectorViewController::isOpen(qsizetype index) const
+{
+    KXViewController *const controller = m_viewControllers.value(index);
+    const auto *const item = KXInspectorViewItem::inspectorViewItem(controller);
+    return item && (!item->showHeader() || m_expanded.contains(controller));
+}
+
+bool KXInspectorViewController::isExpanded(const KXViewController *controller) const
+{
+    return isOpen(m_viewControllers.indexOf(controller));
+}
+
+void KXInspectorViewController::setExpanded(const KXViewController *controller, bool expanded)
+{
+    const qsizetype index = m_viewControllers.indexOf(controller);
+    if (index < 0)
+        return;
+    expanded ? (void)m_expanded.insert(controller) : (void)m_expanded.remove(controller);
+    if (m_outline)
+        m_outline->setExpanded(m_model->headerIndex(index), isOpen(index)); // which saves
+    else
+        saveExpanded();
+}
+
+void KXInspectorViewController::updateAppearance()
+{
+    const QPointer<KXInspectorViewController> alive(this);
+    const QList<QPointer<KXViewController>> all(m_viewControllers.cbegin(), m_viewControllers.cend());
+    for (const QPointer<KXViewController> &controller : all) {
+        if (!alive)
+            return;
+        const qsizetype index = m_viewControllers.indexOf(controller);
+        if (index < 0)
+            continue;
+        const bool appears = hasAppeared() && m_outline && isOpen(index);
+        if (appears == controller->hasAppeared())
+            continue;
+        appears ? controller->viewWillAppear() : controller->viewWillDisappear();
+        if (controller)
+            appears ? controller->viewDidAppear() : controller->viewDidDisappear();
+    }
+}
+
+void KXInspectorViewController::viewDidAppear()
+{
+    KXViewController::viewDidAppear();
+    updateAppearance();
+}
+
+void KXInspectorViewController::viewWillDisappear()
+{
+    for (const QPointer<KXViewController> &controller :
+        QList<QPointer<KXViewController>>(m_viewControllers.cbegin(), m_viewControllers.cend())) {
+        if (controller && controller->hasAppeared())
+            controller->viewWillDisappear();
+        if (controller && controller->hasAppeared())
+            controller->viewDidDisappear();
+    }
+    KXViewController::viewWillDisappear();
+}
+
+void KXInspectorViewController::setAutosaveName(const QString &name)
+{
+    m_autosaveName = name;
+    m_isReloading = true;
+    restoreExpanded();
+    m_isReloading = false;
+    updateAppearance();
+}
+
+QByteArray KXInspectorViewController::persistentObjectForItem(const KXInspectorViewItem *item) const
+{
+    const qsizetype index = m_viewControllers.indexOf(viewControllerForItem(item));
+    if (index < 0)
+        return {};
+    return KXArchive::archive(inspectorPlaceFormat, inspectorPlaceFormatNumber, QCborArray { qint64(index) });
+}
+
+KXInspectorViewItem *KXInspectorViewController::itemForPersistentObject(const QByteArray &object) const
+{
+    const auto values = KXArchive::unarchive(object, inspectorPlaceFormat, inspectorPlaceFormatNumber);
+    const qint64 index = values ? values->toArray().first().toInteger(-1) : -1;
+    return index >= 0 && index < m_viewControllers.size()
+        ? KXInspectorViewItem::inspectorViewItem(m_viewControllers.at(index))
+        : nullptr;
+}
+
+void KXInspectorViewController::saveExpanded()
+{
+    if (m_autosaveName.isEmpty())
+        return;
+    QVariantList open;
+    for (KXViewController *controller : std::as_const(m_viewControllers)) {
+        if (m_expanded.contains(controller))
+            open.append(persistentObjectForItem(KXInspectorViewItem::inspectorViewItem(controller)));
+    }
+    KXUserDefaults::standard().setValue(KXStringWithFormat("%@ Expanded Items", m_autosaveName), open);
+}
+
+/// What is remembered, where there is something; and sections without header in any case.
+void KXInspectorViewController::restoreExpanded()
+{
+    const auto open = m_autosaveName.isEmpty()
+        ? std::nullopt
+        : KXUserDefaults::standard().arrayForKey(KXStringWithFormat("%@ Expanded Items", m_autosaveName));
+    if (open) {
+        m_expanded.clear();
+        for (const QVariant &place : *open) {
+            if (const KXViewController *controller
+                = viewControllerForItem(itemForPersistentObject(place.toByteArray())))
+                m_expanded.insert(controller);
+        }
+    }
+    for (qsizetype i = 0; m_outline && i < m_viewControllers.size(); ++i)
+        m_outline->setExpanded(m_model->headerIndex(i), isOpen(i));
+}
