@@ -169,7 +169,8 @@ QHash<qint64, QList<KXRef<KXManagedObject>>> KXOrderedMembership::entries(
 
 qint64 KXOrderedMembership::memberOf(const Object &entry) const
 {
-    const std::vector<qint64> keys = KXManagedObjectContextPrivate::of(*m_context).reader.keysOf(entry.get(), *m_member);
+    const std::vector<qint64> keys
+        = KXManagedObjectContextPrivate::of(*m_context).reader.keysOf(entry.get(), *m_member);
     return keys.empty() ? 0 : keys.front();
 }
 
