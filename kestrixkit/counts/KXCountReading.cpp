@@ -90,7 +90,7 @@ bool KXCountTable::readMembers(KXRowReader &reader, size_t column, const std::ve
     }
     std::vector<CountMembers> members;
     const auto take = [&members](qint64 object, qint64 member) { members.push_back({ object, member }); };
-    if (const KXError problem = reader.members(m_columns[column]->property(), keys, take))
+    if (const KXError problem = reader.links(m_entity, { &m_columns[column]->property() }, keys, take))
         return KXSetError(error, problem);
     std::sort(members.begin(), members.end());
     std::vector<qint64> together;

@@ -271,21 +271,21 @@ void KXSearchIndexPrivate::settle(bool all)
 /// Brings what the paths of the objects reach into memory, each step at once.
 void KXSearchIndexPrivate::fetchPaths(const QList<KXRef<KXManagedObject>> &objects, const KXSearchPlan::Group &group)
 {
-    KXManagedObjectContextPrivate &working = KXManagedObjectContextPrivate::of(*context);
+    const KXContextRows working(*context);
     for (const KXSearchPath &path : group.texts) {
         QList<KXRef<Object>> level = objects;
         for (const KXPropertyDescription *step : path.steps) {
             std::vector<qint64> keys;
             for (const KXRef<Object> &object : std::as_const(level)) {
-                const std::vector<qint64> next = working.reader.keysOf(object.get(), *step);
+                const std::vector<qint64> next = working.keysOf(object.get(), *step);
                 keys.insert(keys.end(), next.begin(), next.end());
             }
             std::sort(keys.begin(), keys.end());
             keys.erase(std::unique(keys.begin(), keys.end()), keys.end());
-            working.reader.fill(*step->destinationEntity(), keys);
+            working.fill(*step->destinationEntity(), keys);
             level.clear();
             for (const qint64 key : keys) {
-                if (Object *object = working.reader.registered(key); object && !object->isDeleted())
+                if (Object *object = working.held(key); object && !object->isDeleted())
                     level.append(KXRef<Object>(object));
             }
         }
@@ -327,8 +327,7 @@ bool KXSearchIndexPrivate::readDue(const KXSearchStop &stop)
     if (!store || dueCount() > followingMostDue)
         return false;
     KXError error;
-    const KXStoreConnections::Reader reader = store->connections.reader(&error);
-    for (size_t i = 0; i < plan.groups.size() && reader && !error; ++i) {
+    for (size_t i = 0; i < plan.groups.size() && !error; ++i) {
         while (!error) {
             stop.look();
             QHash<qint64, Due> events;
@@ -344,16 +343,16 @@ bool KXSearchIndexPrivate::readDue(const KXSearchStop &stop)
                 break;
             const std::vector<qint64> keys(events.keyBegin(), events.keyEnd());
             std::vector<KXSearchRowText> rows;
-            const KXReadTransaction transaction(*reader);
-            KXSearchReading reading(*reader, plan.groups[i]);
-            error = reading.readRows(keys, rows);
+            KXRowReader reader(store, &error); // each time anew: it shows what was saved when it begins
+            if (reader)
+                error = KXSearchReading(reader, plan.groups[i]).readRows(keys, rows);
             if (!error)
                 setChanged(i, keys, std::move(rows), events);
         }
     }
     if (error)
         KXLogError(search, "Cannot read what has changed: %@", error);
-    return reader && !error;
+    return !error;
 }
 
 /// Rows in the order of their keys; those of the keys that are not among them are gone.

@@ -10,7 +10,8 @@
 #include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/search/KXSearchIndex_p.h>
-#include <kestrixkit/store/KXStoreSchema_p.h>
+#include <kestrixkit/store/KXPersistentStore.h>
+#include <kestrixkit/store/KXStoreFiles_p.h>
 
 using namespace Qt::StringLiterals;
 
@@ -22,7 +23,7 @@ KXSearchIndexPrivate::KXSearchIndexPrivate(KXSearchIndex *index, KXManagedObject
     , plan(context->persistentStoreCoordinator()->model()
               ? KXSearchPlan(*context->persistentStoreCoordinator()->model(), groups)
               : KXSearchPlan()) // of a store that could not be opened: nothing is ever found
-    , store(KXManagedObjectContextPrivate::of(*context).store)
+    , store(KXContextRows(*context).store())
     , states(plan.groups.size())
     , due(plan.groups.size())
     , memories(plan.groups.size())
@@ -31,9 +32,10 @@ KXSearchIndexPrivate::KXSearchIndexPrivate(KXSearchIndex *index, KXManagedObject
     if (!allowed.match(name).hasMatch())
         throw KXException(
             u"KXInvalidArgumentException"_s, KXStringWithFormat("\"%@\" cannot be part of a file's name", name));
-    if (store && !name.isEmpty())
+    if (const KXPersistentStore *open = store ? context->persistentStoreCoordinator()->store() : nullptr;
+        open && !name.isEmpty())
         file = std::make_unique<const KXSearchFile>(
-            KXStoreFiles::realPath(store->url.toLocalFile()), name, store->identity->uuid, plan.fingerprint);
+            KXStoreFiles::realPath(open->URL().toLocalFile()), name, open->identifier(), plan.fingerprint);
     builder.setMaxConcurrentOperationCount(1);
     builder.setName(u"kx-search-build"_s);
     searcher.setMaxConcurrentOperationCount(1);
@@ -48,8 +50,8 @@ bool KXSearchIndexPrivate::openFile()
     if (!found || found->segments.size() != plan.groups.size())
         return false;
     qint64 number = 0;
-    if (const KXStoreConnections::Reader reader = store->connections.reader())
-        number = KXStoreSchema::changeNumber(*reader);
+    if (KXRowReader reader(store); reader)
+        number = reader.changeNumber();
     if (number == 0)
         return false;
     std::optional<KXSearchFile::Changes> changes;
@@ -106,18 +108,14 @@ void KXSearchIndexPrivate::become(
 
 KXError KXSearchIndexPrivate::build(Built &built, const KXSearchStop &stop)
 {
-    if (!store)
-        return KXPersistentStorePrivate::notOpen();
     KXError error;
-    const KXStoreConnections::Reader reader = store->connections.reader(&error);
+    KXRowReader reader(store, &error); // one state of the store for all groups, and its number
     if (!reader)
         return error;
-    // One state of the store for all groups, and its number.
-    const KXReadTransaction transaction(*reader);
-    built.changeNumber = KXStoreSchema::changeNumber(*reader);
+    built.changeNumber = reader.changeNumber();
     for (const KXSearchPlan::Group &group : plan.groups) {
         KXSearchBuilder segment;
-        KXSearchReading reading(*reader, group);
+        KXSearchReading reading(reader, group);
         if ((error = reading.readAll(segment, stop)))
             return error;
         if (segment.isTooLarge())
@@ -201,7 +199,8 @@ void KXSearchIndexPrivate::buildInBackground()
 /// What lay in the file was not what was written.
 void KXSearchIndexPrivate::damaged()
 {
-    KXLogWarning(search, "The search index of %@ is damaged and made anew", store->url.toString());
+    KXLogWarning(search, "The search index of %@ is damaged and made anew",
+        context->persistentStoreCoordinator()->store()->URL().toString());
     isOpen = false;
     fileNumber = -1;
     knownNumber = 0;
@@ -396,12 +395,7 @@ bool KXSearchIndex::update()
     if (!d->isOpen || !d->store)
         return false;
     d->advance();
-    qint64 number = 0;
-    {
-        // Whoever saves has told of it before the writer is free again.
-        const KXStoreConnections::Writer writer = d->store->connections.writer();
-        number = KXStoreSchema::changeNumber(*writer);
-    }
+    const qint64 number = KXRowReader::changeNumberAfterSaves(*d->store); // whoever saves has told of it by then
     d->context->persistentStoreCoordinator()->deliverChanges();
     bool isNews;
     {

@@ -3,7 +3,7 @@
 #include <atomic>
 #include <deque>
 
-#include <kestrixkit/context/KXManagedObjectContext_p.h>
+#include <kestrixkit/context/KXContextRows_p.h>
 #include <kestrixkit/foundation/KXDelayedCall.h>
 #include <kestrixkit/foundation/KXNotificationCenter.h>
 #include <kestrixkit/foundation/KXOperationQueue.h>

@@ -4,10 +4,9 @@
 
 #include <QtEndian>
 
-#include <sqlite3.h>
-
 #include <kestrixkit/predicate/KXPredicateValue_p.h>
 #include <kestrixkit/predicate/KXTextFolding_p.h>
+#include <kestrixkit/store/KXRowReader_p.h>
 
 namespace {
 
@@ -72,34 +71,30 @@ void KXSearchRank::addDecimal(QByteArrayView canonical)
         invertFrom(from);
 }
 
-void KXSearchRank::add(const KXPropertyDescription &property, sqlite3_value *value, bool ascending, int options)
+void KXSearchRank::add(const KXPropertyDescription &property, KXColumnValue value, bool ascending, int options)
 {
     const qsizetype from = m_bytes.size();
-    if (sqlite3_value_type(value) == SQLITE_NULL) {
+    if (value.isNull()) {
         m_bytes += rankAbsent;
     } else {
         m_bytes += rankPresent;
-        const auto text = [value] {
-            const auto *utf8 = reinterpret_cast<const char *>(sqlite3_value_text(value));
-            return QByteArrayView(utf8, sqlite3_value_bytes(value));
-        };
         switch (property.type()) {
         case KXAttributeType::Double:
-            addReal(sqlite3_value_double(value));
+            addReal(value.real());
             break;
         case KXAttributeType::Decimal:
-            addDecimal(text());
+            addDecimal(value.utf8());
             break;
         case KXAttributeType::String:
         case KXAttributeType::URI:
         case KXAttributeType::UUID:
             if (options)
-                addText(KXTextFolding::folded(text(), options));
+                addText(KXTextFolding::folded(value.utf8(), options));
             else
-                addText(text());
+                addText(value.utf8());
             break;
         default:
-            addInteger(sqlite3_value_int64(value));
+            addInteger(value.integer());
         }
     }
     if (!ascending)

@@ -5,14 +5,14 @@
 
 #include <kestrixkit/entity/KXPropertyDescription.h>
 
-struct sqlite3_value;
+class KXColumnValue;
 
 /// Sort values as bytes whose plain order is that of sort descriptors: texts by code point, absent values first.
 class KXSearchRank
 {
 public:
     /// One value after the other, as the descriptors have them.
-    void add(const KXPropertyDescription &property, sqlite3_value *value, bool ascending, int options);
+    void add(const KXPropertyDescription &property, KXColumnValue value, bool ascending, int options);
     void add(const QVariant &value, bool ascending, int options);
     /// Bytes that another rank has taken.
     void addBytes(QByteArrayView bytes) { m_bytes += bytes; }

@@ -13,18 +13,14 @@ namespace {
 constexpr int readingRowsPerLook = 1024;
 
 /// A column as a text to be searched; numbers as people write them.
-QByteArrayView readingText(sqlite3_value *value, QByteArray &buffer)
+QByteArrayView readingText(KXColumnValue value, QByteArray &buffer)
 {
-    switch (sqlite3_value_type(value)) {
-    case SQLITE_NULL:
+    if (value.isNull())
         return {};
-    case SQLITE_FLOAT:
-        buffer = KXTextWords::textOfNumber(sqlite3_value_double(value));
-        return buffer;
-    default:
-        const auto *utf8 = reinterpret_cast<const char *>(sqlite3_value_text(value));
-        return { utf8, sqlite3_value_bytes(value) };
-    }
+    if (!value.isReal())
+        return value.utf8();
+    buffer = KXTextWords::textOfNumber(value.real());
+    return buffer;
 }
 
 QString readingText(const QVariant &value)
@@ -40,14 +36,6 @@ QString readingText(const QVariant &value)
         return value.metaType() == QMetaType::fromType<KXDecimal>() ? value.value<KXDecimal>().toString()
                                                                     : value.toString();
     }
-}
-
-QByteArray readingFamily(const KXEntityDescription &entity)
-{
-    QByteArray numbers;
-    for (const KXEntityDescription *member : entity.family())
-        numbers += (numbers.isEmpty() ? "" : ",") + QByteArray::number(member->number());
-    return "t0.kx_entity IN (" + numbers + ')';
 }
 
 /// Follows a key path, with a call for each value that it ends in.
@@ -112,103 +100,56 @@ KXSearchRowText KXSearchReading::ofObject(KXManagedObject &object, const KXSearc
     return { object.objectID().key(), rank.bytes(), words.take() };
 }
 
-/// Key, then the columns of the texts and of the ranks that the row itself holds; to-one columns that a text's path of
-/// one step goes through.
-QByteArray KXSearchReading::rowQuery() const
+/// Of the texts and of the ranks that the row itself holds; to-one columns that a text's path of one step goes through.
+std::vector<const KXPropertyDescription *> KXSearchReading::rowColumns() const
 {
-    QByteArray sql = "SELECT t0.kx_id";
+    std::vector<const KXPropertyDescription *> columns;
     for (const KXSearchPath &path : m_group.texts) {
         if (path.isDirect())
-            sql += ", t0." + path.attribute->column();
-        else if (path.steps.size() == 1 && path.steps[0]->isToOne())
-            sql += ", t0." + path.steps[0]->column();
+            columns.push_back(path.attribute);
+        else if (isOwnLink(path))
+            columns.push_back(path.steps[0]);
     }
     for (const KXSearchPlan::Rank &rank : m_group.ranks) {
         if (rank.path.isDirect())
-            sql += ", t0." + rank.path.attribute->column();
+            columns.push_back(rank.path.attribute);
     }
-    return sql + " FROM " + m_group.entity->table() + " t0";
+    return columns;
 }
 
-/// Pairs of a row and the row that the path ends at, with the attribute there where it is wanted.
-QByteArray KXSearchReading::linkQuery(const KXSearchPath &path, bool withValue, bool ofKeys)
-{
-    QByteArray from;
-    QByteArray source;
-    QByteArray current;
-    const KXEntityDescription *entity = path.start;
-    for (size_t i = 0; i < path.steps.size(); ++i) {
-        const KXPropertyDescription *step = path.steps[i];
-        const QByteArray alias = 't' + QByteArray::number(i);
-        QByteArray table, entry, exit;
-        if (step->isToOne()) { // the row that holds the column
-            table = entity->table();
-            entry = alias + ".kx_id";
-            exit = alias + '.' + step->column();
-        } else if (!step->joinTable().isEmpty()) {
-            table = step->joinTable();
-            entry = alias + '.' + step->joinSource();
-            exit = alias + '.' + step->joinTarget();
-        } else {
-            table = step->destinationEntity()->table();
-            entry = alias + '.' + step->inverse()->column();
-            exit = alias + ".kx_id";
-        }
-        from += i == 0 ? table + ' ' + alias : " JOIN " + table + ' ' + alias + " ON " + entry + " = " + current;
-        source = i == 0 ? entry : source;
-        current = exit;
-        entity = step->destinationEntity();
-    }
-    QByteArray sql = "SELECT " + source + ", " + current;
-    if (withValue) {
-        sql += ", tv." + path.attribute->column();
-        from += " JOIN " + path.target()->table() + " tv ON tv.kx_id = " + current;
-    }
-    sql += " FROM " + from + " WHERE " + source;
-    sql += ofKeys ? " IN (SELECT value FROM json_each(?))" : " IS NOT NULL";
-    return sql;
-}
-
-KXError KXSearchReading::readLinkedRanks(const QByteArray &keyList)
+KXError KXSearchReading::readLinkedRanks(const std::vector<qint64> *keys)
 {
     m_linkedRanks.clear();
     for (const KXSearchPlan::Rank &descriptor : m_group.ranks) {
-        auto &values = m_linkedRanks.emplace_back();
-        if (descriptor.path.isDirect())
+        auto &found = m_linkedRanks.emplace_back();
+        const KXSearchPath &path = descriptor.path;
+        if (path.isDirect())
             continue;
-        KXStatement rows = m_connection.prepare(linkQuery(descriptor.path, true, !keyList.isNull()));
-        if (!rows)
-            return m_connection.lastError();
-        if (!keyList.isNull())
-            rows.bindText(1, std::string_view(keyList.constData(), size_t(keyList.size())));
-        int code;
-        while ((code = rows.step()) == SQLITE_ROW) {
+        const auto take = [&](qint64 row, KXColumnValue value) {
             KXSearchRank rank;
-            rank.add(*descriptor.path.attribute, sqlite3_column_value(rows.get(), 2), descriptor.ascending,
-                descriptor.options);
-            values[rows.integer(0)] = rank.bytes();
-        }
-        if (code != SQLITE_DONE)
-            return m_connection.lastError();
+            rank.add(*path.attribute, value, descriptor.ascending, descriptor.options);
+            found[row] = rank.bytes();
+        };
+        if (KXError error = m_reader.linkedValues(*path.start, path.steps, *path.attribute, keys, take))
+            return error;
     }
     return {};
 }
 
-/// Of the row that the statement of rowQuery() stands on.
-void KXSearchReading::setRank(KXStatement &row, KXSearchRank &rank) const
+/// Of a row with the values of rowColumns().
+template <typename Values> void KXSearchReading::setRank(qint64 key, const Values &values, KXSearchRank &rank) const
 {
-    int column = 1;
+    size_t column = 0;
     for (const KXSearchPath &path : m_group.texts)
-        column += path.isDirect() || (path.steps.size() == 1 && path.steps[0]->isToOne()) ? 1 : 0;
+        column += path.isDirect() || isOwnLink(path) ? 1 : 0;
     rank.clear();
     for (size_t i = 0; i < m_group.ranks.size(); ++i) {
         const KXSearchPlan::Rank &descriptor = m_group.ranks[i];
         if (descriptor.path.isDirect()) {
-            rank.add(*descriptor.path.attribute, sqlite3_column_value(row.get(), column++), descriptor.ascending,
-                descriptor.options);
+            rank.add(*descriptor.path.attribute, values(column++), descriptor.ascending, descriptor.options);
             continue;
         }
-        const auto linked = m_linkedRanks[i].find(row.integer(0));
+        const auto linked = m_linkedRanks[i].find(key);
         if (linked != m_linkedRanks[i].end())
             rank.addBytes(linked->second);
         else
@@ -218,42 +159,35 @@ void KXSearchReading::setRank(KXStatement &row, KXSearchRank &rank) const
 
 KXError KXSearchReading::readAll(KXSearchBuilder &builder, const KXSearchStop &stop)
 {
-    if (KXError error = readLinkedRanks({}))
+    if (KXError error = readLinkedRanks(nullptr))
         return error;
-    const bool isFamily = m_group.entity->hasDiscriminator();
-    KXStatement rows = m_connection.prepare(
-        rowQuery() + (isFamily ? " WHERE " + readingFamily(*m_group.entity) : QByteArray()) + " ORDER BY t0.kx_id");
-    if (!rows)
-        return m_connection.lastError();
-    KXSearchRank rank;
-    QByteArray buffer;
     struct ToOne
     {
         quint32 row;
         qint64 target;
     };
     std::vector<std::vector<ToOne>> toOne(m_group.texts.size());
-    int code;
-    while ((code = rows.step()) == SQLITE_ROW) {
-        if (builder.rowCount() % readingRowsPerLook == 0)
-            stop.look();
+    KXSearchRank rank;
+    QByteArray buffer;
+    const auto takeRow = [&](qint64 key, const auto &values) {
         const quint32 row = builder.rowCount();
-        setRank(rows, rank);
-        builder.addRow(rows.integer(0), rank.bytes());
-        int column = 1;
+        if (row % readingRowsPerLook == 0)
+            stop.look();
+        setRank(key, values, rank);
+        builder.addRow(key, rank.bytes());
+        size_t column = 0;
         for (size_t i = 0; i < m_group.texts.size(); ++i) {
             const KXSearchPath &path = m_group.texts[i];
             if (path.isDirect()) {
-                builder.link(row, builder.addText(readingText(sqlite3_column_value(rows.get(), column++), buffer)));
-            } else if (path.steps.size() == 1 && path.steps[0]->isToOne()) {
-                if (const qint64 target = rows.integer(column++))
+                builder.link(row, builder.addText(readingText(values(column++), buffer)));
+            } else if (isOwnLink(path)) {
+                if (const qint64 target = values(column++).integer())
                     toOne[i].push_back({ row, target });
             }
         }
-    }
-    if (code != SQLITE_DONE)
-        return m_connection.lastError();
-    rows = {};
+    };
+    if (KXError error = m_reader.rows(*m_group.entity, rowColumns(), nullptr, takeRow))
+        return error;
     for (size_t i = 0; i < m_group.texts.size(); ++i) {
         const KXSearchPath &path = m_group.texts[i];
         if (path.isDirect())
@@ -265,22 +199,20 @@ KXError KXSearchReading::readAll(KXSearchBuilder &builder, const KXSearchStop &s
             if (const auto text = texts.find(target); text != texts.end())
                 builder.link(row, text->second);
         };
-        if (path.steps.size() == 1 && path.steps[0]->isToOne()) {
+        if (isOwnLink(path)) {
             for (const auto &[row, target] : toOne[i])
                 link(row, target);
             continue;
         }
-        KXStatement links = m_connection.prepare(linkQuery(path, false, false));
-        if (!links)
-            return m_connection.lastError();
-        for (int count = 0; (code = links.step()) == SQLITE_ROW; ++count) {
-            if (count % readingRowsPerLook == 0)
+        int count = 0;
+        const auto takeLink = [&](qint64 source, qint64 target) {
+            if (count++ % readingRowsPerLook == 0)
                 stop.look();
-            if (const std::optional<quint32> row = builder.rowOf(links.integer(0)))
-                link(*row, links.integer(1));
-        }
-        if (code != SQLITE_DONE)
-            return m_connection.lastError();
+            if (const std::optional<quint32> row = builder.rowOf(source))
+                link(*row, target);
+        };
+        if (KXError error = m_reader.links(*path.start, path.steps, nullptr, takeLink))
+            return error;
     }
     return {};
 }
@@ -289,73 +221,48 @@ KXError KXSearchReading::readAll(KXSearchBuilder &builder, const KXSearchStop &s
 KXError KXSearchReading::readTargets(const KXSearchPath &path, KXSearchBuilder &builder,
     std::unordered_map<qint64, quint32> &texts, const KXSearchStop &stop)
 {
-    KXStatement rows
-        = m_connection.prepare("SELECT kx_id, " + path.attribute->column() + " FROM " + path.target()->table());
-    if (!rows)
-        return m_connection.lastError();
     QByteArray buffer;
-    int code;
-    while ((code = rows.step()) == SQLITE_ROW) {
+    const auto take = [&](qint64 key, const auto &values) {
         if (texts.size() % readingRowsPerLook == 0)
             stop.look();
-        texts[rows.integer(0)] = builder.addText(readingText(sqlite3_column_value(rows.get(), 1), buffer));
-    }
-    return code == SQLITE_DONE ? KXError() : m_connection.lastError();
+        texts[key] = builder.addText(readingText(values(0), buffer));
+    };
+    return m_reader.rows(*path.target()->root(), { path.attribute }, nullptr, take);
 }
 
 KXError KXSearchReading::readRows(const std::vector<qint64> &keys, std::vector<KXSearchRowText> &found)
 {
-    QByteArray list = "[";
-    for (const qint64 key : keys)
-        list += QByteArray::number(key) + ',';
-    if (list.size() > 1)
-        list.chop(1);
-    list += ']';
-    const auto bind = [&list](KXStatement &statement) {
-        statement.bindText(1, std::string_view(list.constData(), size_t(list.size())));
-    };
-    if (KXError error = readLinkedRanks(list))
+    if (KXError error = readLinkedRanks(&keys))
         return error;
     // Values at the ends of paths by row.
     std::vector<std::unordered_map<qint64, std::vector<QByteArray>>> linked(m_group.texts.size());
     QByteArray buffer;
-    int code;
     for (size_t i = 0; i < m_group.texts.size(); ++i) {
-        if (m_group.texts[i].isDirect())
+        const KXSearchPath &path = m_group.texts[i];
+        if (path.isDirect())
             continue;
-        KXStatement links = m_connection.prepare(linkQuery(m_group.texts[i], true, true));
-        if (!links)
-            return m_connection.lastError();
-        bind(links);
-        while ((code = links.step()) == SQLITE_ROW) {
-            linked[i][links.integer(0)].push_back(
-                readingText(sqlite3_column_value(links.get(), 2), buffer).toByteArray());
-        }
-        if (code != SQLITE_DONE)
-            return m_connection.lastError();
+        const auto take = [&](qint64 row, KXColumnValue value) {
+            linked[i][row].push_back(readingText(value, buffer).toByteArray());
+        };
+        if (KXError error = m_reader.linkedValues(*path.start, path.steps, *path.attribute, &keys, take))
+            return error;
     }
-    const bool isFamily = m_group.entity->hasDiscriminator();
-    KXStatement rows = m_connection.prepare(rowQuery() + " WHERE t0.kx_id IN (SELECT value FROM json_each(?))"
-        + (isFamily ? " AND " + readingFamily(*m_group.entity) : QByteArray()) + " ORDER BY t0.kx_id");
-    if (!rows)
-        return m_connection.lastError();
-    bind(rows);
     KXSearchRank rank;
     ReadingWords words;
-    while ((code = rows.step()) == SQLITE_ROW) {
-        setRank(rows, rank);
-        int column = 1;
+    const auto take = [&](qint64 key, const auto &values) {
+        setRank(key, values, rank);
+        size_t column = 0;
         for (size_t i = 0; i < m_group.texts.size(); ++i) {
             const KXSearchPath &path = m_group.texts[i];
             if (path.isDirect()) {
-                words.add(readingText(sqlite3_column_value(rows.get(), column++), buffer));
+                words.add(readingText(values(column++), buffer));
                 continue;
             }
-            column += path.steps.size() == 1 && path.steps[0]->isToOne() ? 1 : 0;
-            for (const QByteArray &text : linked[i][rows.integer(0)])
+            column += isOwnLink(path) ? 1 : 0;
+            for (const QByteArray &text : linked[i][key])
                 words.add(QByteArrayView(text));
         }
-        found.push_back({ rows.integer(0), rank.bytes(), words.take() });
-    }
-    return code == SQLITE_DONE ? KXError() : m_connection.lastError();
+        found.push_back({ key, rank.bytes(), words.take() });
+    };
+    return m_reader.rows(*m_group.entity, rowColumns(), &keys, take);
 }

@@ -4,7 +4,7 @@
 #include <kestrixkit/search/KXSearchBuilder_p.h>
 #include <kestrixkit/search/KXSearchPlan_p.h>
 #include <kestrixkit/search/KXSearchRank_p.h>
-#include <kestrixkit/store/KXSQLite_p.h>
+#include <kestrixkit/store/KXRowReader_p.h>
 
 class KXManagedObject;
 
@@ -16,12 +16,12 @@ struct KXSearchRowText
     QByteArray words;
 };
 
-/// Reads what an index holds. Any thread; a connection by one at a time.
+/// Reads what an index holds of one group. Of the reader's thread.
 class KXSearchReading
 {
 public:
-    KXSearchReading(KXSQLiteConnection &connection, const KXSearchPlan::Group &group)
-        : m_connection(connection)
+    KXSearchReading(KXRowReader &reader, const KXSearchPlan::Group &group)
+        : m_reader(reader)
         , m_group(group)
     {
     }
@@ -34,14 +34,18 @@ public:
     [[nodiscard]] static KXSearchRowText ofObject(KXManagedObject &object, const KXSearchPlan::Group &group);
 
 private:
-    [[nodiscard]] QByteArray rowQuery() const;
-    [[nodiscard]] static QByteArray linkQuery(const KXSearchPath &path, bool withValue, bool ofKeys);
-    [[nodiscard]] KXError readLinkedRanks(const QByteArray &keyList);
-    void setRank(KXStatement &row, KXSearchRank &rank) const;
+    /// A path of one step whose column the row itself holds.
+    [[nodiscard]] static bool isOwnLink(const KXSearchPath &path)
+    {
+        return path.steps.size() == 1 && path.steps[0]->isToOne();
+    }
+    [[nodiscard]] std::vector<const KXPropertyDescription *> rowColumns() const;
+    [[nodiscard]] KXError readLinkedRanks(const std::vector<qint64> *keys);
+    template <typename Values> void setRank(qint64 key, const Values &values, KXSearchRank &rank) const;
     [[nodiscard]] KXError readTargets(const KXSearchPath &path, KXSearchBuilder &builder,
         std::unordered_map<qint64, quint32> &texts, const KXSearchStop &stop);
 
-    KXSQLiteConnection &m_connection;
+    KXRowReader &m_reader;
     const KXSearchPlan::Group &m_group;
     // Of the descriptors through relationships: encoded values by row.
     std::vector<std::unordered_map<qint64, QByteArray>> m_linkedRanks;

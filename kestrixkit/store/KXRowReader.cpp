@@ -1,6 +1,7 @@
 #include <kestrixkit/store/KXRowReader_p.h>
 
 #include <kestrixkit/store/KXPersistentStore_p.h>
+#include <kestrixkit/store/KXStoreSchema_p.h>
 
 QByteArray KXEntityCondition(const KXEntityDescription &entity)
 {
@@ -74,17 +75,54 @@ KXStatement KXRowReader::rowStatement(const KXEntityDescription &entity,
     return statement;
 }
 
-KXStatement KXRowReader::memberStatement(const KXPropertyDescription &relationship, const Keys *keys)
+KXStatement KXRowReader::linkStatement(
+    const KXEntityDescription &start, const Path &path, const KXPropertyDescription *attribute, const Keys *keys)
 {
-    const bool isJoined = !relationship.joinTable().isEmpty();
-    const QByteArray object = isJoined ? relationship.joinSource() : relationship.inverse()->column();
-    const QByteArray member = isJoined ? relationship.joinTarget() : QByteArray("kx_id");
-    const QByteArray table = isJoined ? relationship.joinTable() : relationship.destinationEntity()->table();
-    KXStatement statement = m_connection->prepare("SELECT " + object + ", " + member + " FROM " + table + " WHERE "
-        + object + (keys ? QByteArray(" IN (SELECT value FROM json_each(?))") : QByteArray(" IS NOT NULL")));
+    QByteArray from;
+    QByteArray source;
+    QByteArray current;
+    const KXEntityDescription *entity = &start;
+    for (size_t i = 0; i < path.size(); ++i) {
+        const KXPropertyDescription *step = path[i];
+        const QByteArray alias = 't' + QByteArray::number(i);
+        QByteArray table, entry, exit;
+        if (step->isToOne()) { // the row that holds the column
+            table = entity->table();
+            entry = alias + ".kx_id";
+            exit = alias + '.' + step->column();
+        } else if (!step->joinTable().isEmpty()) {
+            table = step->joinTable();
+            entry = alias + '.' + step->joinSource();
+            exit = alias + '.' + step->joinTarget();
+        } else {
+            table = step->destinationEntity()->table();
+            entry = alias + '.' + step->inverse()->column();
+            exit = alias + ".kx_id";
+        }
+        from += i == 0 ? table + ' ' + alias : " JOIN " + table + ' ' + alias + " ON " + entry + " = " + current;
+        source = i == 0 ? entry : source;
+        current = exit;
+        entity = step->destinationEntity();
+    }
+    QByteArray sql = "SELECT " + source + ", " + current;
+    if (attribute) {
+        sql += ", tv." + attribute->column();
+        from += " JOIN " + entity->table() + " tv ON tv.kx_id = " + current;
+    }
+    sql += " FROM " + from + " WHERE " + source;
+    sql += keys ? " IN (SELECT value FROM json_each(?))" : " IS NOT NULL";
+    KXStatement statement = m_connection->prepare(sql);
     if (statement && keys) {
         m_keyList = rowReaderKeyList(*keys);
         statement.bindText(1, std::string_view(m_keyList.constData(), size_t(m_keyList.size())));
     }
     return statement;
+}
+
+qint64 KXRowReader::changeNumber() { return KXStoreSchema::changeNumber(*m_connection); }
+
+qint64 KXRowReader::changeNumberAfterSaves(KXPersistentStorePrivate &store)
+{
+    const KXStoreConnections::Writer writer = store.connections.writer();
+    return KXStoreSchema::changeNumber(*writer);
 }

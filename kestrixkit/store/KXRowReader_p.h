@@ -24,6 +24,7 @@ public:
     {
     }
     [[nodiscard]] bool isNull() const { return sqlite3_value_type(m_value) == SQLITE_NULL; }
+    [[nodiscard]] bool isReal() const { return sqlite3_value_type(m_value) == SQLITE_FLOAT; }
     [[nodiscard]] qint64 integer() const { return sqlite3_value_int64(m_value); }
     [[nodiscard]] double real() const { return sqlite3_value_double(m_value); }
     [[nodiscard]] QByteArrayView utf8() const
@@ -75,24 +76,45 @@ public:
         return code == SQLITE_DONE ? KXError() : m_connection->lastError();
     }
 
-    /// Calls `take(object, member)` with the keys of each pair of a to-many relationship, of all objects or of those of
-    /// the keys, in no order.
+    using Path = std::vector<const KXPropertyDescription *>;
+
+    /// Calls `take(row, end)` with the keys of each pair of rows of which the relationships lead from the one, of the
+    /// entity's table, to the other; of all rows or of those of the keys, in no order.
     template <typename Take>
-    [[nodiscard]] KXError members(const KXPropertyDescription &relationship, const Keys *keys, Take &&take)
+    [[nodiscard]] KXError links(const KXEntityDescription &entity, const Path &path, const Keys *keys, Take &&take)
     {
-        KXStatement statement = memberStatement(relationship, keys);
-        if (!statement)
-            return m_connection->lastError();
-        int code;
-        while ((code = statement.step()) == SQLITE_ROW)
-            take(statement.integer(0), statement.integer(1));
-        return code == SQLITE_DONE ? KXError() : m_connection->lastError();
+        return eachLink(linkStatement(entity, path, nullptr, keys),
+            [&take](const KXStatement &link) { take(link.integer(0), link.integer(1)); });
     }
+    /// Calls `take(row, value)` with the attribute of each such end.
+    template <typename Take>
+    [[nodiscard]] KXError linkedValues(const KXEntityDescription &entity, const Path &path,
+        const KXPropertyDescription &attribute, const Keys *keys, Take &&take)
+    {
+        return eachLink(linkStatement(entity, path, &attribute, keys), [&take](const KXStatement &link) {
+            take(link.integer(0), KXColumnValue(sqlite3_column_value(link.get(), 2)));
+        });
+    }
+
+    /// The store's change number, which every save raises, in the state that is read; 0 where it has none.
+    [[nodiscard]] qint64 changeNumber();
+    /// The newest, after all saves that have begun by now: those that this process makes were told by then.
+    [[nodiscard]] static qint64 changeNumberAfterSaves(KXPersistentStorePrivate &store);
 
 private:
     [[nodiscard]] KXStatement rowStatement(const KXEntityDescription &entity,
         const std::vector<const KXPropertyDescription *> &properties, const Keys *keys, bool &isSparse);
-    [[nodiscard]] KXStatement memberStatement(const KXPropertyDescription &relationship, const Keys *keys);
+    [[nodiscard]] KXStatement linkStatement(
+        const KXEntityDescription &entity, const Path &path, const KXPropertyDescription *attribute, const Keys *keys);
+    template <typename Take> [[nodiscard]] KXError eachLink(KXStatement statement, Take &&take)
+    {
+        if (!statement)
+            return m_connection->lastError();
+        int code;
+        while ((code = statement.step()) == SQLITE_ROW)
+            take(statement);
+        return code == SQLITE_DONE ? KXError() : m_connection->lastError();
+    }
     [[nodiscard]] static std::vector<qint64> sorted(Keys keys);
 
     KXStoreConnections::Reader m_connection;
