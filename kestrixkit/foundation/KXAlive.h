@@ -10,6 +10,7 @@
 class KXAlive
 {
 public:
+    /// True as long as the owner is there.
     class Watch
     {
     public:
