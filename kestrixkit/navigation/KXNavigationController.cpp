@@ -1,5 +1,6 @@
 #include <kestrixkit/navigation/KXNavigationController.h>
 
+#include <QEvent>
 #include <QVBoxLayout>
 
 #include <kestrixkit/navigation/KXAssociation_p.h>
