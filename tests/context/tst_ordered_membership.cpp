@@ -102,9 +102,9 @@ void plainInsert(Keys &list, const Keys &members, qint64 before)
     list.insert(std::find(list.begin(), list.end(), next), members.begin(), members.end());
 }
 
-struct Walk
+struct MembershipWalk
 {
-    explicit Walk(KXTestRandom &random)
+    explicit MembershipWalk(KXTestRandom &random)
         : random(random)
         , all(40, 3)
         , plain(all.queues.size())
@@ -226,7 +226,7 @@ TEST(OrderedMembership, agreesWithPlainListsWhileTheyAreEditedUndoneMergedAndReo
 {
     KXTestRandom random;
     for (int round = KXTestRandom::scaled(1'000); round > 0 && !::testing::Test::HasFatalFailure(); --round) {
-        Walk walk(random);
+        MembershipWalk walk(random);
         for (int i = 0; i < 100 && !::testing::Test::HasFatalFailure(); ++i)
             walk.step();
         walk.check();
