@@ -16,7 +16,7 @@ using KXPropertySet = std::bitset<KXEntityDescription::MostProperties>;
 /// The only writer of an object's state, by transitions. Each has the states that it may begin from; checking builds
 /// end the process where one begins from another. The ledger holds what it names, so that nothing unsaved is lost. It
 /// tells nobody and records nothing: that is for the callers. Of the context's thread.
-class KXChangeLedger
+class KX_CORE_EXPORT KXChangeLedger
 {
 public:
     explicit KXChangeLedger(KXObjectKeeper &keeper)
