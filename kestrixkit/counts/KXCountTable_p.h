@@ -152,7 +152,7 @@ private:
     Order &orderOf(size_t column);
     [[nodiscard]] std::vector<quint32> rowsBetween(size_t column, qint64 from, qint64 to);
 
-    // Counting: KXCountTable.cpp.
+    // Counting: KXCountScan.cpp.
     /// A row's bits; none of a row that is not there.
     void bits(qint64 row, quint64 *out) const;
     [[nodiscard]] bool fits(const KXCountNode &node, const quint64 *bits) const;
