@@ -23,6 +23,7 @@
 #include <kestrixkit/toolkit/KXMenu.h>
 
 #include "BenchProgram.h"
+#include "library/CrateBench.h"
 #include "peer/plain_library.h"
 #include "store/BenchLibrary.h"
 
@@ -324,6 +325,7 @@ void prepare()
 {
     prepareLibrary();
     prepareBar();
+    CrateBench::prepare();
 }
 
 }
@@ -340,5 +342,6 @@ int main(int argc, char **argv)
     BenchProgram::add("library.counts/peer", countsPeer);
     BenchProgram::add("library.bar-show/ours", barOurs);
     BenchProgram::add("library.bar-show/peer", barPeer);
+    CrateBench::add();
     return BenchProgram::run(argc, argv, prepare);
 }

@@ -7,6 +7,7 @@
 #include <kestrixkit/theme/KXDarkTheme.h>
 #include <kestrixkit/theme/KXLightTheme.h>
 #include <kestrixkit/theme/KXThemeManager.h>
+#include <kestrixkit/theme/controls/KXBadge.h>
 
 #include "Settings.h"
 
@@ -57,6 +58,7 @@ void BrowserStyle::apply(QApplication &application)
     QFont font = QApplication::font();
     font.setFamilies({ u"Inter"_s, u"Noto Sans"_s, u"Cantarell"_s, u"DejaVu Sans"_s, font.family() });
     application.setFont(font);
+    KXBadgeCell::setTextFormat(&KXBadgeCell::shortText);
     setDark(Settings::darkTheme());
 }
 

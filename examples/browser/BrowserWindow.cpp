@@ -10,6 +10,7 @@
 #include <QMenuBar>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QScrollBar>
 #include <QStatusBar>
 #include <QToolBar>
 
@@ -26,15 +27,20 @@
 
 #include "Analytics.h"
 #include "BrowserStyle.h"
+#include "CrateTable.h"
+#include "CratesPane.h"
+#include "FileCommands.h"
 #include "FilterStrip.h"
 #include "GenreDialog.h"
 #include "LibrarySearch.h"
 #include "MessageStrip.h"
+#include "PlayHistory.h"
 #include "PlayerStrip.h"
 #include "PreferencePanes.h"
 #include "PresetCommands.h"
 #include "Preview.h"
 #include "SearchPopover.h"
+#include "SelectionSummary.h"
 #include "Settings.h"
 #include "SourceColumn.h"
 #include "TrackReasons.h"
@@ -98,6 +104,8 @@ BrowserWindow::BrowserWindow(KXPersistentStoreCoordinator::Ref coordinator)
     buildHeader();
     buildTable();
     buildStatus();
+    m_files = new FileCommands(this);
+    menuBar()->insertMenu(menuBar()->actions().first(), m_files->makeMenu());
     showSummary();
     updateActions();
     m_table->setFocus();
@@ -110,6 +118,8 @@ BrowserWindow::~BrowserWindow()
     m_queue.waitUntilAllOperationsAreFinished();
     m_editor.save();
     // These follow the context and go before it.
+    delete m_crateTable;
+    delete m_playHistory;
     delete m_waveformMaker;
     delete m_strip;
     delete m_preview;
@@ -230,12 +240,15 @@ void BrowserWindow::buildTable()
     m_model = new TrackTableModel(m_context, &m_editor, this);
     m_table = new TrackTableView;
     m_table->setModel(m_model);
+    m_model->setRowsEditedTogether([table = m_table] { return table->selectedRowNumbers(); });
     for (const auto signal : { &QAbstractItemModel::rowsInserted, &QAbstractItemModel::rowsRemoved })
         connect(m_model, signal, this, &BrowserWindow::showSummary);
     connect(m_table->selectionModel(), &QItemSelectionModel::selectionChanged, this, &BrowserWindow::updateActions);
     connect(m_table->selectionModel(), &QItemSelectionModel::currentRowChanged, this, &BrowserWindow::updateActions);
     connect(m_model, &QAbstractItemModel::dataChanged, this, &BrowserWindow::updateActions);
+    buildCrates();
     m_preview = new Preview(m_model, m_table, {}, this);
+    m_playHistory = new PlayHistory(m_preview, m_model, &m_sources->crates()->editor(), this);
     menuBar()->addMenu(m_preview->makeMenu(this));
     m_waveforms = new KXWaveformLibrary(m_coordinator->store()->URL().toLocalFile() + u".waves"_s, this);
     m_preview->setWaveforms(m_waveforms);
@@ -262,6 +275,7 @@ void BrowserWindow::buildTable()
             filled.addAction(m_genreAction);
         filled.addAction(m_commentAction);
         filled.addAction(m_reasonsAction);
+        m_crateTable->addTo(filled);
     });
     m_table->setMenu(menu);
 
@@ -286,6 +300,23 @@ void BrowserWindow::buildTable()
     setCentralWidget(all);
 }
 
+void BrowserWindow::buildCrates()
+{
+    m_crateTable = new CrateTable(m_table, m_model, m_sources->crates(), this);
+    menuBar()->addMenu(m_crateTable->makeMenu(this));
+    connect(m_sources, &SourceColumn::orderWillBe, m_table, &TrackTableView::setPlaceOrder);
+    connect(m_crateTable, &CrateTable::said, this, [this](const QString &what) { m_status->setText(what); });
+    connect(m_crateTable, &CrateTable::crateRequested, this, [this](const KXRef<Crate> &crate, qint64 track) {
+        m_sources->crates()->select(crate);
+        // It is shown in a later turn.
+        KXMainQueue::async(this, [this, track] {
+            m_sources->pick();
+            showTrack(KXManagedObjectID(
+                m_coordinator->store()->identity(), m_coordinator->model()->entity(QString(Track::entityName)), track));
+        });
+    });
+}
+
 void BrowserWindow::buildStatus()
 {
     statusBar()->setSizeGripEnabled(false);
@@ -302,7 +333,11 @@ void BrowserWindow::buildStatus()
     m_cancel = cancel;
     m_cancel->setAccessibleName(tr("Cancel the import"));
     connect(m_cancel, &QPushButton::clicked, this, &BrowserWindow::cancelImport);
+    auto *const selected = new QLabel;
+    selected->setAccessibleDescription(tr("Summary of the selected tracks"));
+    new SelectionSummary(m_table, m_model, selected, m_table);
     statusBar()->addWidget(m_status, 1);
+    statusBar()->addPermanentWidget(selected);
     statusBar()->addPermanentWidget(m_preview->label());
     statusBar()->addPermanentWidget(m_progress);
     statusBar()->addPermanentWidget(m_cancel);
@@ -347,9 +382,14 @@ void BrowserWindow::editComment()
     const QModelIndex cell = m_table->currentIndex().siblingAtColumn(TrackTableModel::Comment);
     if (!cell.isValid())
         return;
+    const int before = m_table->horizontalScrollBar()->value();
     m_table->selectionModel()->setCurrentIndex(cell, QItemSelectionModel::NoUpdate);
     m_table->scrollTo(cell);
     m_table->edit(cell);
+    // The title is in sight again when the comment is written.
+    if (QWidget *const editor = m_table->indexWidget(cell))
+        connect(editor, &QObject::destroyed, m_table->horizontalScrollBar(),
+            [bar = m_table->horizontalScrollBar(), before] { bar->setValue(before); });
 }
 
 void BrowserWindow::renameGenre()
@@ -362,9 +402,13 @@ void BrowserWindow::showPlace(const KXPredicate &predicate, const QString &title
 {
     m_emptyReason = emptyText;
     m_placePredicate = predicate;
+    const bool isElsewhere = !m_placeURL.isEmpty() && m_sources->placeURL() != m_placeURL;
+    m_placeURL = m_sources->placeURL();
     m_title->setText(title.isEmpty() ? tr("Library") : title);
-    m_filterStrip->setPlace(m_sources->placeURL(), predicate);
+    m_filterStrip->setPlace(m_placeURL, predicate);
     applyFilters();
+    if (isElsewhere)
+        m_table->scrollToTop();
 }
 
 /// The tracks of the place that fit its filters.
@@ -374,8 +418,7 @@ void BrowserWindow::applyFilters()
     const KXPredicate all = !filters ? m_placePredicate
         : !m_placePredicate          ? filters
                                      : KXPredicate::andPredicate({ m_placePredicate, filters });
-    if (all != m_model->filter())
-        m_model->setFilter(all);
+    m_model->setFilter(all);
     showSummary();
 }
 

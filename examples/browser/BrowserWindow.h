@@ -12,8 +12,11 @@
 #include "LibraryEditor.h"
 #include "TrackTableModel.h"
 
+class CrateTable;
+class FileCommands;
 class FilterStrip;
 class KXWaveformLibrary;
+class PlayHistory;
 class PlayerStrip;
 class Preview;
 class QLabel;
@@ -39,6 +42,8 @@ public:
     /// Starts to bring the library up to date with a folder of music. An import that runs is cancelled.
     void importMusic(const ImportOperation::Source &source);
     void cancelImport();
+    [[nodiscard]] bool isImporting() const { return bool(m_import); }
+    [[nodiscard]] FileCommands *files() const { return m_files; }
 
     [[nodiscard]] TrackTableModel *model() const { return m_model; }
     [[nodiscard]] TrackTableView *table() const { return m_table; }
@@ -60,6 +65,7 @@ private:
     void buildMenu();
     void buildHeader();
     void buildTable();
+    void buildCrates();
     void buildStatus();
     void updateActions();
     void rateSelected(int stars);
@@ -87,6 +93,7 @@ private:
     TrackTableView *m_table;
     SourceColumn *m_sources;
     FilterStrip *m_filterStrip;
+    QUrl m_placeURL;
     KXPredicate m_placePredicate; // of what is selected to the left; absent for all tracks
     SearchPopover *m_search;
     QString m_emptyReason; // why the table is empty, where it is
@@ -100,6 +107,9 @@ private:
     Preview *m_preview;
     KXWaveformLibrary *m_waveforms;
     PlayerStrip *m_strip;
+    CrateTable *m_crateTable;
+    FileCommands *m_files;
+    PlayHistory *m_playHistory;
     WaveformMaker *m_waveformMaker;
     QLabel *m_summary;
     QLabel *m_emptyText;

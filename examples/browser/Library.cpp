@@ -2,6 +2,7 @@
 
 #include <kestrixkit/filters/KXFilters.h>
 
+#include "Crate.h"
 #include "LibraryPlaces.h"
 
 using namespace Qt::StringLiterals;
@@ -48,7 +49,8 @@ KXEntityDescription trackEntity()
         .add(Property::toOne(u"key"_s, u"Key"_s, u"tracks"_s))
         .add(Property::toMany(u"artists"_s, u"Artist"_s, u"tracks"_s))
         .add(Property::toMany(u"genres"_s, u"Genre"_s, u"tracks"_s))
-        .add(Property::toMany(u"labels"_s, u"Label"_s, u"tracks"_s));
+        .add(Property::toMany(u"labels"_s, u"Label"_s, u"tracks"_s))
+        .add(Property::toMany(u"crateEntries"_s, u"CrateEntry"_s, u"track"_s).deleteRule(KXDeleteRule::Cascade));
 }
 
 } // namespace
@@ -57,6 +59,7 @@ void Library::registerEntities()
 {
     KXFilters::registerEntities();
     LibraryPlaces::registerEntity();
+    Crates::registerEntities();
     Track::registerEntity();
     Artist::registerEntity();
     Album::registerEntity();
@@ -67,19 +70,20 @@ void Library::registerEntities()
 
 KXManagedObjectModel::Ref Library::model()
 {
-    static const KXManagedObjectModel::Ref music = KXManagedObjectModel::make({
-        trackEntity(),
-        namedEntity(u"Artist"_s, u"artists"_s),
-        namedEntity(u"Genre"_s, u"genres"_s),
-        namedEntity(u"Label"_s, u"labels"_s),
-        namedEntity(u"Key"_s, u"key"_s)
-            .add(Property::attribute(u"number"_s, Type::Integer16).required())
-            .add(Property::attribute(u"isMinor"_s, Type::Boolean).required()),
-        KXEntityDescription(u"Album"_s)
-            .add(Property::attribute(u"title"_s, Type::String).required().indexed())
-            .add(Property::attribute(u"artistText"_s, Type::String))
-            .add(Property::toMany(u"tracks"_s, u"Track"_s, u"album"_s)),
-    });
+    static const KXManagedObjectModel::Ref music
+        = KXManagedObjectModel::make(Crates::entities() << QList<KXEntityDescription> {
+                                         trackEntity(),
+                                         namedEntity(u"Artist"_s, u"artists"_s),
+                                         namedEntity(u"Genre"_s, u"genres"_s),
+                                         namedEntity(u"Label"_s, u"labels"_s),
+                                         namedEntity(u"Key"_s, u"key"_s)
+                                             .add(Property::attribute(u"number"_s, Type::Integer16).required())
+                                             .add(Property::attribute(u"isMinor"_s, Type::Boolean).required()),
+                                         KXEntityDescription(u"Album"_s)
+                                             .add(Property::attribute(u"title"_s, Type::String).required().indexed())
+                                             .add(Property::attribute(u"artistText"_s, Type::String))
+                                             .add(Property::toMany(u"tracks"_s, u"Track"_s, u"album"_s)),
+                                     });
     static const KXManagedObjectModel::Ref model
         = KXManagedObjectModel::modelByMergingModels({ music, KXFilters::managedObjectModel() });
     return model;
@@ -87,6 +91,6 @@ KXManagedObjectModel::Ref Library::model()
 
 KXPersistentStoreCoordinator::Ref Library::open(const QString &path, KXError *error)
 {
-    return KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(
+    return KXPersistentStoreCoordinator::persistentStoreCoordinatorByMigratingStoreURL(
         QUrl::fromLocalFile(path), model(), error);
 }

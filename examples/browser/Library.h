@@ -9,6 +9,7 @@
 #include <kestrixkit/context/KXPersistentStoreCoordinator.h>
 #include <kestrixkit/foundation/KXError.h>
 
+class CrateEntry;
 class Track;
 
 class Artist : public KXManagedObjectOf<Artist>
@@ -90,6 +91,7 @@ public:
     KX_TO_MANY(Artist, artists, Artists)
     KX_TO_MANY(Genre, genres, Genres)
     KX_TO_MANY(Label, labels, Labels)
+    KX_TO_MANY(CrateEntry, crateEntries, CrateEntries) // its places in crates
 };
 
 /// The library's object model and its store.
@@ -100,7 +102,8 @@ void registerEntities();
 
 KXManagedObjectModel::Ref model();
 
-/// Opens or makes the library's file; nullptr and an error where that cannot be.
+/// Opens or makes the library's file; nullptr and an error where that cannot be. A library of an older version becomes
+/// one of this version, its old file is kept beside it.
 KXPersistentStoreCoordinator::Ref open(const QString &path, KXError *error);
 
 } // namespace Library

@@ -34,15 +34,19 @@ bool LibraryEditor::rate(const QList<KXRef<Track>> &tracks, int stars)
     return changed && save();
 }
 
-bool LibraryEditor::setComment(const KXRef<Track> &track, const QString &comment)
+bool LibraryEditor::setComment(const QList<KXRef<Track>> &tracks, const QString &comment)
 {
-    if (track->comment().value_or(QString()) == comment)
-        return false;
+    bool changed = false;
     {
         const KXUndoGroup group(m_context->undoManager(), tr("Change Comment"));
-        track->setComment(comment.isEmpty() ? std::nullopt : std::optional(comment));
+        for (const KXRef<Track> &track : tracks) {
+            if (track->comment().value_or(QString()) == comment)
+                continue;
+            track->setComment(comment.isEmpty() ? std::nullopt : std::optional(comment));
+            changed = true;
+        }
     }
-    return save();
+    return changed && save();
 }
 
 bool LibraryEditor::renameGenre(const KXRef<Genre> &genre, const QString &name)

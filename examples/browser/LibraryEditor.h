@@ -19,7 +19,7 @@ public:
 
     /// stars from 0 (none) to 5. All of these answer false where nothing changed or could be saved.
     bool rate(const QList<KXRef<Track>> &tracks, int stars);
-    bool setComment(const KXRef<Track> &track, const QString &comment);
+    bool setComment(const QList<KXRef<Track>> &tracks, const QString &comment);
     /// The tracks show the new name in the old one's place.
     bool renameGenre(const KXRef<Genre> &genre, const QString &name);
     /// Why a genre cannot have the name; empty where it can.

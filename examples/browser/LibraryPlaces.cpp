@@ -205,6 +205,12 @@ void LibraryPlaces::countWith(KXLiveCounts &counts)
     m_all->setRule(allTracksIdentifier, KXPredicate::truePredicate());
 }
 
+void LibraryPlaces::updateCounts()
+{
+    if (m_all)
+        m_all->update();
+}
+
 void LibraryPlaces::setRule(const KXRef<KXViewState> &place)
 {
     if (!m_counts || !place)

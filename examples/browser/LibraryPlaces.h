@@ -38,6 +38,8 @@ public:
 
     /// Keeps the counts of the places right: of all tracks, and among those that the given ones count.
     void countWith(KXLiveCounts &counts);
+    /// Counts at once what is due, instead of in the next turn; tries again where the store did not answer.
+    void updateCounts();
 
     /// Whether the presets that a library begins with were made. Said once, it is so for good.
     [[nodiscard]] bool hasStartingPresets() const { return m_places.contains(StartingPresets); }

@@ -1,5 +1,6 @@
 #include "Settings.h"
 
+#include <algorithm>
 #include <filesystem>
 
 #include <QAction>
@@ -36,6 +37,43 @@ std::string Settings::musicFolder()
 void Settings::setMusicFolder(const std::string &folder)
 {
     settingsWrite(musicFolderKey, QByteArray::fromStdString(folder)); // the bytes of a path need not be text
+}
+
+std::vector<std::string> Settings::musicFolders()
+{
+    std::vector<std::string> folders;
+    std::error_code error;
+    if (const std::string first = musicFolder(); !first.empty())
+        folders.push_back(first);
+    const auto more = KXUserDefaults::standard().arrayForKey(moreMusicFoldersKey);
+    for (const QVariant &value : more.value_or(QVariantList())) {
+        const std::string folder = value.toByteArray().toStdString();
+        if (std::filesystem::is_directory(folder, error)
+            && std::find(folders.begin(), folders.end(), folder) == folders.end())
+            folders.push_back(folder);
+    }
+    return folders;
+}
+
+void Settings::addMusicFolders(const std::vector<std::string> &folders)
+{
+    for (const std::string &folder : folders) {
+        const std::vector<std::string> known = musicFolders();
+        const auto holds = [&](const std::string &other) {
+            const auto path = (std::filesystem::path(folder) / "").lexically_normal(),
+                       of = (std::filesystem::path(other) / "").lexically_normal();
+            return path.native().starts_with(of.native());
+        };
+        if (std::any_of(known.begin(), known.end(), holds))
+            continue;
+        if (musicFolder().empty()) {
+            setMusicFolder(folder);
+            continue;
+        }
+        QVariantList more = KXUserDefaults::standard().arrayForKey(moreMusicFoldersKey).value_or(QVariantList());
+        more.append(QByteArray::fromStdString(folder));
+        settingsWrite(moreMusicFoldersKey, more);
+    }
 }
 
 bool Settings::darkTheme() { return KXUserDefaults::standard().boolForKey(darkThemeKey).value_or(true); }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include <QString>
 
@@ -11,6 +12,7 @@ class QAction;
 namespace Settings {
 
 inline constexpr QLatin1StringView musicFolderKey { "musicFolder" };
+inline constexpr QLatin1StringView moreMusicFoldersKey { "moreMusicFolders" };
 inline constexpr QLatin1StringView darkThemeKey { "darkTheme" };
 inline constexpr QLatin1StringView equalLoudnessKey { "equalLoudness" };
 inline constexpr QLatin1StringView startsLoudestKey { "startsLoudest" };
@@ -20,6 +22,10 @@ inline constexpr QLatin1StringView analyticsKey { "analyticsConsent" };
 /// In the bytes of the file system; empty: none was chosen, or it is no folder any more.
 std::string musicFolder();
 void setMusicFolder(const std::string &folder);
+/// That one and all that were added, in the order in which they were; those that are no folders any more are left out.
+std::vector<std::string> musicFolders();
+/// Those that are there already, or lie in one that is, are not added.
+void addMusicFolders(const std::vector<std::string> &folders);
 
 /// The theme, dark at first. Setting it changes the looks, too.
 bool darkTheme();

@@ -17,6 +17,7 @@
 #include <kestrixkit/theme/controls/KXThemeableView.h>
 
 #include "BrowserStyle.h"
+#include "CratesPane.h"
 #include "LibraryPlaces.h"
 #include "PresetCommands.h"
 #include "PresetMapper.h"
@@ -49,8 +50,11 @@ SourceColumn::SourceColumn(KXManagedObjectContext::Ref context, QWidget *parent)
     , m_autosaveSuffix(suffixOf(*m_context))
 {
     setThemeStyleName(KXSplitViewStyles);
-    m_themeChanges = KXNotificationCenter::defaultCenter().addObserver(KXThemeDidChangeNotification,
-        &KXThemeManager::sharedManager(), [this](const KXNotification &) { m_icons.clear(); });
+    m_themeChanges = KXNotificationCenter::defaultCenter().addObserver(
+        KXThemeDidChangeNotification, &KXThemeManager::sharedManager(), [this](const KXNotification &) {
+            m_icons.clear();
+            m_crates->forgetIcons();
+        });
     m_manager->registerFilterSetMapper(m_mapper, m_context);
     KXFilterSetPresetsManager::setSharedManager(m_manager);
 
@@ -60,6 +64,8 @@ SourceColumn::SourceColumn(KXManagedObjectContext::Ref context, QWidget *parent)
     m_presetsTree = std::make_unique<KXTreeController>(m_context, presets);
     makeList(m_library, m_placesTree.get(), tr("Library"), u"browser.library."_s + m_autosaveSuffix);
     makeList(m_presets, m_presetsTree.get(), tr("Presets"), u"browser.presets."_s + m_autosaveSuffix);
+    m_crates = new CratesPane(m_context, this);
+    prepareList(m_crates->list(), tr("Crates"), u"browser.crates."_s + m_autosaveSuffix);
     m_library->setRootItem(m_places->place(LibraryPlaces::AllTracks));
     m_presets->setCountsContextIdentifier(QString(Presets::contextIdentifier));
     m_presets->sourceListView()->setPlaceholderText(
@@ -75,10 +81,11 @@ SourceColumn::SourceColumn(KXManagedObjectContext::Ref context, QWidget *parent)
     m_library->sourceListView()->setContextMenu(menu);
 
     addWidget(section(tr("Library"), m_library.get(), {}));
+    addWidget(section(tr("Crates"), m_crates->list(), { m_crates->newCrate }));
     addWidget(section(tr("Presets"), m_presets.get(), { m_commands->newFolder }));
     setChildrenCollapsible(false);
-    setStretchFactor(1, 1);
-    setSizes({ 240, 480 });
+    setStretchFactor(2, 1);
+    setSizes({ 220, 220, 320 });
 }
 
 SourceColumn::~SourceColumn()
@@ -93,6 +100,16 @@ void SourceColumn::makeList(std::unique_ptr<KXSourceListViewController> &list, K
 {
     list = std::make_unique<KXSourceListViewController>();
     list->setTreeController(tree);
+    prepareList(list.get(), name, autosaveName);
+}
+
+QList<KXSourceListViewController *> SourceColumn::lists() const
+{
+    return { m_library.get(), m_crates->list(), m_presets.get() };
+}
+
+void SourceColumn::prepareList(KXSourceListViewController *list, const QString &name, const QString &autosaveName)
+{
     list->setDelegate(this);
     list->setAutosaveName(autosaveName);
     KXSourceListView *const view = list->sourceListView();
@@ -150,7 +167,7 @@ QWidget *SourceColumn::beside(QWidget *view)
 
 void SourceColumn::commit()
 {
-    for (KXSourceListViewController *list : { m_library.get(), m_presets.get() }) {
+    for (KXSourceListViewController *list : lists()) {
         list->sourceListView()->commitEditing();
         list->saveState();
     }
@@ -173,6 +190,7 @@ void SourceColumn::startCounting()
     if (m_counts)
         return;
     m_counts = std::make_unique<KXLivePresetCounts>(m_context, Presets::place(m_context, m_mapper));
+    m_counts->countFolders(); // a track that is in several presets of a folder is one track
     m_places->countWith(m_counts->liveCounts());
     Q_EMIT countingDidBegin(m_counts->liveCounts());
 }
@@ -196,6 +214,9 @@ void SourceColumn::musicDidChange()
     startCounting();
     m_counts->liveCounts().advance(); // what has come just now was added after the moment that counts are of
     m_counts->update();
+    // What is told when music has come is told with all badges there.
+    m_places->updateCounts();
+    m_crates->startCounting();
 }
 
 // What rows show, and what they stand for
@@ -209,6 +230,8 @@ void SourceColumn::willDisplayCellView(KXSourceListViewController &, KXSourceLis
 {
     if (const auto *const place = dynamic_cast<KXViewState *>(item); place && !place->parent())
         cell.image = iconOf(place->tag());
+    if (const auto *const crate = dynamic_cast<Crate *>(item))
+        cell.image = m_crates->iconOf(*crate);
     auto *const preset = dynamic_cast<KXFilterSetPreset *>(item);
     if (!preset)
         return;
@@ -233,10 +256,11 @@ QIcon SourceColumn::iconOf(qint64 tag)
 
 void SourceColumn::itemWasSelected(KXSourceListViewController &list, KXSourceListItem *item)
 {
-    // One of the two lists says what is shown.
-    KXSourceListViewController &other = &list == m_library.get() ? *m_presets : *m_library;
-    if (item)
-        other.setSelectionIndexPath({});
+    // One of the lists says what is shown.
+    for (KXSourceListViewController *other : lists()) {
+        if (item && other != &list)
+            other->setSelectionIndexPath({});
+    }
     pickLater();
 }
 
@@ -251,6 +275,7 @@ void SourceColumn::pickLater()
 void SourceColumn::showAllTracks()
 {
     m_library->selectItem(m_places->place(LibraryPlaces::AllTracks).get());
+    Q_EMIT orderWillBe({});
     // The selection is told of in this turn and in the next one.
     m_pickSoon.cancel();
     KXMainQueue::async(this, [this] { m_pickSoon.cancel(); });
@@ -264,8 +289,13 @@ void SourceColumn::pick()
     const auto presets = KXFilterSetPresetEditing::selectedPresets(*m_presetsTree);
     const auto *const place = dynamic_cast<KXViewState *>(m_library->selectedItem());
     m_saveAsPreset->setEnabled(place && (place->parent() || place->tag() == LibraryPlaces::RecentlyAdded));
+    Q_EMIT orderWillBe(m_crates->order());
     if (!presets.isEmpty()) {
         pickPresets(presets);
+        return;
+    }
+    if (!m_crates->selected().isEmpty()) {
+        Q_EMIT picked(m_crates->predicate(), m_crates->title(), m_crates->emptyText());
         return;
     }
     if (place) {
@@ -284,6 +314,8 @@ QUrl SourceColumn::placeURL() const
         return QUrl(u"browser:several-presets"_s);
     if (!presets.isEmpty())
         return presets.first()->objectID().URIRepresentation();
+    if (const auto crates = m_crates->selected(); !crates.isEmpty())
+        return crates.size() > 1 ? QUrl(u"browser:several-crates"_s) : crates.first()->objectID().URIRepresentation();
     const auto *const place = dynamic_cast<KXViewState *>(m_library->selectedItem());
     return place ? place->objectID().URIRepresentation() : QUrl();
 }

@@ -8,13 +8,15 @@
 #include <kestrixkit/source_list/KXSourceListViewController.h>
 #include <kestrixkit/theme/controls/KXThemeableSplitView.h>
 
+class CratesPane;
 class LibraryPlaces;
 class PresetCommands;
 class PresetMapper;
 class QLabel;
 
-/// The left side of the window: the library's places above, its presets below, each with a badge that counts live.
-/// What is selected there is what the table shows; several presets, or a folder, show the tracks of any of them.
+/// The left side of the window: the library's places above, then its crates, and its presets below, each with a badge
+/// that counts live. What is selected there is what the table shows; several presets or crates, or a folder, show the
+/// tracks of any of them.
 ///
 /// It installs the process's presets manager, with the library's mapper.
 class SourceColumn : public KXThemeableSplitView, private KXSourceListViewControllerDelegate
@@ -26,17 +28,20 @@ public:
 
     [[nodiscard]] KXSourceListViewController *library() const { return m_library.get(); }
     [[nodiscard]] KXSourceListViewController *presets() const { return m_presets.get(); }
+    [[nodiscard]] CratesPane *crates() const { return m_crates; }
     [[nodiscard]] const PresetCommands &commands() const { return *m_commands; }
     /// Makes a preset of the selected place; null where that is none that could be one.
     [[nodiscard]] QAction *saveAsPreset() const { return m_saveAsPreset; }
 
-    /// Names what is selected, a place or a preset; several presets are one place among them. Empty for nothing.
+    /// Names what is selected, a place, crate or preset; several of a kind are one place among them. Empty for nothing.
     [[nodiscard]] QUrl placeURL() const;
 
     /// Puts it to the left of the view, in a splitter for the window to show.
     QWidget *beside(QWidget *view);
     /// Selects the place of all tracks, without picking it: the caller says what is shown.
     void showAllTracks();
+    /// Shows what is selected at once, instead of in the next turn.
+    void pick();
     /// Music has come or gone: makes the presets that a library begins with, and counts.
     void musicDidChange();
     /// Ends editing and remembers what is selected and open.
@@ -46,6 +51,8 @@ Q_SIGNALS:
     /// Something else is selected: its tracks (all where the predicate is absent), its title, and what to say where
     /// there are none.
     void picked(const KXPredicate &predicate, const QString &title, const QString &emptyText);
+    /// What will be picked next has an order of its own, or has none.
+    void orderWillBe(const std::optional<KXSortDescriptor> &order);
     /// Counts are live from now on.
     void countingDidBegin(KXLiveCounts &counts);
     /// Return was pressed, or a row clicked twice: on to the tracks.
@@ -61,10 +68,11 @@ private:
     QWidget *section(const QString &title, KXSourceListViewController *list, QList<QAction *> actions);
     void makeList(std::unique_ptr<KXSourceListViewController> &list, KXTreeController *tree, const QString &name,
         const QString &autosaveName);
+    void prepareList(KXSourceListViewController *list, const QString &name, const QString &autosaveName);
+    [[nodiscard]] QList<KXSourceListViewController *> lists() const;
     void startCounting();
     void firstMusicCame();
     void pickLater();
-    void pick();
     void pickPresets(const QList<KXRef<KXFilterSetPreset>> &presets);
     [[nodiscard]] bool isAvailable(const KXRef<KXFilterSetPreset> &preset) const;
     [[nodiscard]] KXPredicate predicateOf(const KXRef<KXFilterSetPreset> &preset) const;
@@ -79,6 +87,7 @@ private:
     KXDelayedCall m_countSoon { this };
     std::unique_ptr<KXTreeController> m_placesTree, m_presetsTree;
     std::unique_ptr<KXSourceListViewController> m_library, m_presets;
+    CratesPane *m_crates;
     PresetCommands *m_commands;
     QAction *m_saveAsPreset;
     QPointer<KXThemeableSplitView> m_beside;

@@ -36,7 +36,7 @@ QList<KXLiveListModel::Column> columnsOfTracks()
     const auto text = [](const QString &keyPath, const QString &title) -> KXLiveListModel::Column {
         return { .keyPath = keyPath, .title = title, .sortOptions = plainText };
     };
-    return {
+    QList<KXLiveListModel::Column> columns {
         text(u"title"_s, titled(QT_TRANSLATE_NOOP("TrackTable", "Title"))),
         text(u"artistText"_s, titled(QT_TRANSLATE_NOOP("TrackTable", "Artist"))),
         text(u"albumText"_s, titled(QT_TRANSLATE_NOOP("TrackTable", "Album"))),
@@ -66,6 +66,9 @@ QList<KXLiveListModel::Column> columnsOfTracks()
             .title = titled(QT_TRANSLATE_NOOP("TrackTable", "Waveform")),
             .formatter = [](const QVariant &) { return QString(); } },
     };
+    for (KXLiveListModel::Column &column : columns)
+        column.sortsAbsentLast = true; // who sorts by tempo looks for a tempo
+    return columns;
 }
 
 QList<KXLiveListModel::Column> columnsFor(const LibraryEditor *editor)
@@ -88,6 +91,22 @@ TrackTableModel::TrackTableModel(const KXManagedObjectContext::Ref &context, Lib
 KXSortDescriptor TrackTableModel::sortDescriptor(Column column)
 {
     return KXLiveListModel::sortDescriptor(columnsOfTracks().at(column));
+}
+
+void TrackTableModel::setOrder(const QList<KXSortDescriptor> &order)
+{
+    if (m_holdsOrder)
+        m_heldOrder = order;
+    else
+        setSortDescriptors(order);
+}
+
+void TrackTableModel::setFilter(const KXPredicate &filter)
+{
+    m_holdsOrder = false;
+    const QList<KXSortDescriptor> order = std::exchange(m_heldOrder, {}).value_or(sortDescriptors());
+    if (filter != this->filter() || order != sortDescriptors())
+        setPredicate(filter, order);
 }
 
 QVariant TrackTableModel::data(const QModelIndex &index, int role) const
@@ -122,10 +141,21 @@ bool TrackTableModel::setData(const QModelIndex &index, const QVariant &value, i
 {
     if (!m_editor || !checkIndex(index, CheckIndexOption::IndexIsValid))
         return false;
-    const KXRef<Track> edited = track(index.row());
-    if (!edited)
-        return false;
     if (role == StarsRole || (role == Qt::EditRole && index.column() == Rating))
-        return m_editor->rate({ edited }, value.toInt());
-    return role == Qt::EditRole && index.column() == Comment && m_editor->setComment(edited, value.toString());
+        return m_editor->rate(editedWith(index.row()), value.toInt());
+    return role == Qt::EditRole && index.column() == Comment
+        && m_editor->setComment(editedWith(index.row()), value.toString());
+}
+
+QList<KXRef<Track>> TrackTableModel::editedWith(int row) const
+{
+    QList<int> rows = m_rowsEditedTogether ? m_rowsEditedTogether() : QList<int>();
+    if (!rows.contains(row))
+        rows = { row };
+    QList<KXRef<Track>> tracks;
+    for (const int each : std::as_const(rows)) {
+        if (const KXRef<Track> edited = track(each))
+            tracks.append(edited);
+    }
+    return tracks;
 }

@@ -41,10 +41,15 @@ public:
 
     QVariant data(const QModelIndex &index, int role = Qt::DisplayRole) const override;
     bool setData(const QModelIndex &index, const QVariant &value, int role = Qt::EditRole) override;
+    /// Answers the rows that are edited together with one of them: the selected ones. Every row by itself without.
+    void setRowsEditedTogether(std::function<QList<int>()> rows) { m_rowsEditedTogether = std::move(rows); }
     /// What the column is sorted by; texts without regard to case and diacritics.
     [[nodiscard]] static KXSortDescriptor sortDescriptor(Column column);
     /// Shows only the tracks that match; all of them for an absent predicate.
-    void setFilter(const KXPredicate &filter) { setPredicate(filter); }
+    void setFilter(const KXPredicate &filter);
+    void setOrder(const QList<KXSortDescriptor> &order);
+    /// The next order waits for the filter that comes with it: a place is fetched once.
+    void holdOrder() { m_holdsOrder = true; }
     [[nodiscard]] const KXPredicate &filter() const { return predicate(); }
     [[nodiscard]] bool isFiltered() const { return bool(predicate()); }
 
@@ -53,5 +58,11 @@ public:
     [[nodiscard]] const KXLiveList &tracks() const { return list(); }
 
 private:
+    [[nodiscard]] QList<KXRef<Track>> editedWith(int row) const;
+
     LibraryEditor *const m_editor;
+
+    std::function<QList<int>()> m_rowsEditedTogether;
+    bool m_holdsOrder = false;
+    std::optional<QList<KXSortDescriptor>> m_heldOrder;
 };

@@ -130,9 +130,26 @@ TrackTableView::TrackTableView(QWidget *parent)
     setSortDescriptors({ TrackTableModel::sortDescriptor(TrackTableModel::Added) });
 }
 
+void TrackTableView::setPlaceOrder(const std::optional<KXSortDescriptor> &order)
+{
+    if (order == m_placeOrder)
+        return;
+    if (!m_placeOrder)
+        m_ownOrder = sortDescriptors();
+    m_placeOrder = order;
+    static_cast<TrackTableModel *>(model())->holdOrder();
+    setSortDescriptors(order ? QList { *order } : m_ownOrder);
+}
+
+void TrackTableView::sortInPlaceOrder()
+{
+    if (m_placeOrder)
+        setSortDescriptors({ *m_placeOrder });
+}
+
 void TrackTableView::sortRows(const QList<KXSortDescriptor> &descriptors)
 {
-    static_cast<TrackTableModel *>(model())->setSortDescriptors(descriptors);
+    static_cast<TrackTableModel *>(model())->setOrder(descriptors);
 }
 
 void TrackTableView::drawCell(QPainter &painter, const KXTableCell &cell) const

@@ -17,6 +17,14 @@ public:
 
     /// Where the column of waveforms takes them from; nothing is drawn there without. It outlives the table.
     void setWaveforms(KXWaveformLibrary *waveforms);
+    /// What is shown next is in an order of its own, or in that of the table, which is the one that it had before. To
+    /// be said before the model is told what to show.
+    void setPlaceOrder(const std::optional<KXSortDescriptor> &order);
+    /// Whether the order is that of what is shown.
+    [[nodiscard]] bool isInPlaceOrder() const { return m_placeOrder && sortDescriptors() == QList { *m_placeOrder }; }
+    /// Back to it.
+    void sortInPlaceOrder();
+
     /// The track that is played; invalid: none.
     void setPlayingIndex(const QModelIndex &index);
 
@@ -27,4 +35,6 @@ protected:
 private:
     QPointer<KXWaveformLibrary> m_waveforms;
     QPersistentModelIndex m_playing;
+    std::optional<KXSortDescriptor> m_placeOrder;
+    QList<KXSortDescriptor> m_ownOrder; // to return to
 };

@@ -26,6 +26,7 @@
 #include "BrowserStyle.h"
 #include "BrowserWindow.h"
 #include "DemoMusic.h"
+#include "FileCommands.h"
 #include "Presets.h"
 #include "Report.h"
 #include "SearchCommand.h"
@@ -343,8 +344,14 @@ void runWindow(QApplication &application, Arguments arguments, const KXPersisten
     QSocketNotifier notifier(interruptPipe[0], QSocketNotifier::Read);
     QObject::connect(&notifier, &QSocketNotifier::activated, &application, [] { QCoreApplication::exit(Failed); });
     QString problem;
-    if (arguments.music.empty())
-        arguments.music = Settings::musicFolder();
+    std::vector<std::string> more; // that are looked through after the first
+    if (arguments.music.empty()) {
+        more = Settings::musicFolders();
+        if (!more.empty()) {
+            arguments.music = more.front();
+            more.erase(more.begin());
+        }
+    }
     if (!arguments.screenshot.isEmpty()) {
         QObject::connect(
             &window, &BrowserWindow::importFinished, &window,
@@ -361,6 +368,7 @@ void runWindow(QApplication &application, Arguments arguments, const KXPersisten
     Analytics::start();
     Analytics::windowWasOpened();
     window.importMusic([arguments, coordinator](QString *error) { return musicFolder(arguments, coordinator, error); });
+    window.files()->import(more);
     if (QApplication::exec() != Done)
         throw Ending { Failed, interrupted ? u"interrupted"_s : problem };
 }

@@ -95,7 +95,9 @@ std::optional<qint64> KXFilterSetPreset::countForContextIdentifier(const QString
 {
     if (identifier.isEmpty())
         return 0;
-    return isFolder() ? std::nullopt : std::optional(m_counts ? m_counts->value(identifier) : 0);
+    if (isFolder() && !(m_counts && m_counts->contains(identifier)))
+        return std::nullopt;
+    return m_counts ? m_counts->value(identifier) : 0;
 }
 
 KXRef<KXFilterSetPreset> KXFilterSetPreset::duplicateInContext(KXManagedObjectContext &context) const
@@ -105,7 +107,8 @@ KXRef<KXFilterSetPreset> KXFilterSetPreset::duplicateInContext(KXManagedObjectCo
         return {};
     copy->setIsFolder(isFolder());
     copy->setTitle(title());
-    copy->m_counts = counts();
+    if (!isFolder())
+        copy->m_counts = counts();
     const KXRef<KXFilterSet> set = filterSet();
     if (set && !set->isMissing()) {
         const KXRef<KXFilterSet> copiedSet = set->duplicateInContext(context);

@@ -43,7 +43,7 @@ public:
     /// Main thread. Announces the counts of the folder around it, too.
     void setCount(qint64 count, const QString &forContextIdentifier);
 
-    /// Of a folder absent: whoever shows a tree has the sum at hand.
+    /// Of a folder absent, unless somebody has set it: whoever shows a tree has the sum at hand.
     [[nodiscard]] std::optional<qint64> countForContextIdentifier(const QString &identifier) const override;
     [[nodiscard]] QStringList badgeKeys() const override { return { QStringLiteral("counts") }; }
 

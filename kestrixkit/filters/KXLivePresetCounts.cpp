@@ -71,6 +71,7 @@ void KXLivePresetCounts::add(const KXRef<KXFilterSetPreset> &preset)
     if (!preset || preset->isFolder() || preset->isDeleted())
         return;
     const QString identifier = identifierOf(*preset);
+    m_folders.remove(identifier); // it may have been one
     Entry &entry = m_entries[identifier];
     entry.preset = preset;
     map(entry);
@@ -86,24 +87,85 @@ void KXLivePresetCounts::remove(const KXFilterSetPreset &preset)
     const QString identifier = identifierOf(preset);
     m_counts->removeRule(identifier);
     m_entries.remove(identifier);
+    m_folders.remove(identifier);
+}
+
+// Folders
+
+void KXLivePresetCounts::countFolders()
+{
+    m_countsFolders = true;
+    for (const KXRef<KXFilterSetPreset> &preset : KXFilterSetPreset::findAllInContext(*m_presetsContext))
+        addFolder(preset);
+}
+
+void KXLivePresetCounts::addFolder(const KXRef<KXFilterSetPreset> &folder)
+{
+    if (!m_countsFolders || !folder || !folder->isFolder() || folder->isDeleted())
+        return;
+    const QString identifier = identifierOf(*folder);
+    if (m_folders.contains(identifier))
+        return;
+    m_folders.insert(identifier, folder);
+    m_counts->setRule(identifier, [this, identifier] {
+        QList<KXPredicate> parts;
+        QSet<qint64> seen;
+        if (const KXRef<KXFilterSetPreset> counted = m_folders.value(identifier))
+            addParts(*counted, parts, seen);
+        return parts.isEmpty()  ? KXPredicate::falsePredicate()
+            : parts.size() == 1 ? parts.first()
+                                : KXPredicate::orPredicate(parts);
+    });
+}
+
+/// A preset without filters lets everything through, and says so.
+void KXLivePresetCounts::addParts(const KXFilterSetPreset &folder, QList<KXPredicate> &parts, QSet<qint64> &seen) const
+{
+    for (const KXRef<KXFilterSetPreset> &child : folder.children()) {
+        const qint64 key = child ? child->objectID().key() : 0;
+        if (key == 0 || child->isDeleted() || seen.contains(key))
+            continue;
+        seen.insert(key);
+        if (child->isFolder()) {
+            addParts(*child, parts, seen);
+            continue;
+        }
+        const auto found = m_entries.constFind(identifierOf(*child));
+        if (found == m_entries.constEnd() || !found->mapped)
+            continue;
+        const KXPredicate predicate = found->mapped->representedLocalPredicateWithKeyPath();
+        parts.append(predicate ? predicate : KXPredicate::truePredicate());
+    }
+}
+
+void KXLivePresetCounts::foldersDidChange()
+{
+    for (auto folder = m_folders.cbegin(); folder != m_folders.cend(); ++folder)
+        m_counts->ruleDidChange(folder.key());
 }
 
 void KXLivePresetCounts::follow(const KXObjectsDidChange &did)
 {
     QSet<QUrl> edited; // filter sets
+    bool mayChangeFolders = false; // a preset came, went or was moved
     for (const KXRef<KXManagedObject> &object : did.deleted) {
-        if (const auto preset = KXFilterSetPreset::cast(object))
+        if (const auto preset = KXFilterSetPreset::cast(object)) {
             remove(*preset);
-        else if (KXFilterSet::cast(object))
+            mayChangeFolders = true;
+        } else if (KXFilterSet::cast(object))
             edited.insert(object->objectID().URIRepresentation());
     }
     for (const auto *list : { &did.inserted, &did.updated, &did.refreshed }) {
         for (const KXRef<KXManagedObject> &object : *list) {
             if (const auto preset = KXFilterSetPreset::cast(object)) {
                 const QSet<QString> changed = did.changedKeys.value(object.get());
-                if (preset->isFolder())
-                    remove(*preset); // it may have been a plain one
-                else if (list == &did.inserted || changed.contains(u"isFolder"_s))
+                mayChangeFolders |= list == &did.inserted || changed.contains(u"isFolder"_s)
+                    || changed.contains(u"children"_s) || changed.contains(u"parent"_s);
+                if (preset->isFolder()) {
+                    if (!m_folders.contains(identifierOf(*preset)))
+                        remove(*preset); // it may have been a plain one
+                    addFolder(preset);
+                } else if (list == &did.inserted || changed.contains(u"isFolder"_s))
                     add(preset);
                 else if (changed.contains(u"filterSetURI"_s))
                     edited.insert(preset->filterSetURI());
@@ -119,16 +181,25 @@ void KXLivePresetCounts::follow(const KXObjectsDidChange &did)
     for (const qint64 key : others ? others->inserted : QList<qint64>()) {
         const auto id = KXManagedObjectID(
             m_presetsContext->persistentStoreCoordinator()->store()->identity(), others->entity, key);
-        add(KXFilterSetPreset::cast(m_presetsContext->objectWithID(id)));
+        const auto preset = KXFilterSetPreset::cast(m_presetsContext->objectWithID(id));
+        add(preset);
+        addFolder(preset);
+        mayChangeFolders = true;
     }
-    if (edited.isEmpty())
+    if (edited.isEmpty()) {
+        if (mayChangeFolders && !m_folders.isEmpty()) {
+            foldersDidChange();
+            m_counts->update(); // the sum would be right at once, too
+        }
         return;
+    }
     for (Entry &entry : m_entries) {
         if (!edited.contains(entry.preset->filterSetURI()))
             continue;
         map(entry);
         m_counts->ruleDidChange(identifierOf(*entry.preset));
     }
+    foldersDidChange();
 }
 
 void KXLivePresetCounts::deliver(const QStringList &identifiers)
@@ -137,6 +208,8 @@ void KXLivePresetCounts::deliver(const QStringList &identifiers)
     for (const QString &identifier : identifiers) {
         const auto found = m_entries.constFind(identifier);
         const std::optional<qint64> count = m_counts->count(identifier);
+        if (const KXRef<KXFilterSetPreset> folder = count ? m_folders.value(identifier) : nullptr)
+            folder->setCount(*count, m_place.countsContextIdentifier);
         if (found == m_entries.constEnd() || !count)
             continue;
         const KXRef<KXFilterSetPreset> preset = found->preset; // an observer may remove it

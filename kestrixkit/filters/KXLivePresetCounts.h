@@ -36,6 +36,9 @@ public:
     /// What counts; predicates, unsupported presets and the moment are asked there, by identifierOf().
     [[nodiscard]] KXLiveCounts &liveCounts() const { return *m_counts; }
     [[nodiscard]] static QString identifierOf(const KXFilterSetPreset &preset);
+    /// From now on the count of a folder is that of the objects which fit any preset in it, each counted once, and no
+    /// longer the sum over its presets.
+    void countFolders();
     [[nodiscard]] std::optional<qint64> count(const KXFilterSetPreset &preset) const
     {
         return m_counts->count(identifierOf(preset));
@@ -56,12 +59,17 @@ private:
     void add(const KXRef<KXFilterSetPreset> &preset);
     void remove(const KXFilterSetPreset &preset);
     void map(Entry &entry) const;
+    void addFolder(const KXRef<KXFilterSetPreset> &folder);
+    void addParts(const KXFilterSetPreset &folder, QList<KXPredicate> &parts, QSet<qint64> &seen) const;
+    void foldersDidChange();
     void follow(const KXObjectsDidChange &did);
     void deliver(const QStringList &identifiers);
 
     const KXManagedObjectContext::Ref m_presetsContext;
     const Place m_place;
     QHash<QString, Entry> m_entries;
+    bool m_countsFolders = false;
+    QHash<QString, KXRef<KXFilterSetPreset>> m_folders; // that are counted
     std::unique_ptr<KXLiveCounts> m_counts;
     KXNotificationToken m_changes;
 };

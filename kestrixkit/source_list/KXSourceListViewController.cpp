@@ -5,8 +5,10 @@
 #include <algorithm>
 
 #include <QKeyEvent>
+#include <QLocale>
 #include <QMimeData>
 
+#include <kestrixkit/foundation/KXClock.h>
 #include <kestrixkit/foundation/KXObserver.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/foundation/KXUndoManager.h>
@@ -135,7 +137,9 @@ QVariant KXSourceListViewController::rowData(const KXTreeNode &node, int role)
     }
     case Qt::ToolTipRole: {
         const KXSourceListCell cell = cellForNode(node);
-        return cell.toolTip.isEmpty() ? cell.title : cell.toolTip;
+        const QString text = cell.toolTip.isEmpty() ? cell.title : cell.toolTip;
+        // Exactly, whatever the badge says.
+        return cell.count > 0 ? text + u'\n' + KXClock::locale().toString(cell.count) : text;
     }
     case Qt::AccessibleTextRole: {
         const KXSourceListCell cell = cellForNode(node);

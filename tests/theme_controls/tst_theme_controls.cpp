@@ -16,6 +16,7 @@
 
 #include <gallery/Pages.h>
 #include <kestrixkit/audio/views/KXAudioTypeButton.h>
+#include <kestrixkit/foundation/KXClock.h>
 #include <kestrixkit/theme/KXDarkTheme.h>
 #include <kestrixkit/theme/KXLightTheme.h>
 #include <kestrixkit/theme/KXThemeManager.h>
@@ -416,6 +417,15 @@ TEST_F(ThemeControls, badgesDividersPopoversAndTypes)
         EXPECT_EQ(KXBadgeCell::textForCount(count), text);
         EXPECT_EQ(KXBadgeCell::image(count, Qt::green, Qt::white, 2).height(), text.isEmpty() ? 0 : 28);
     }
+    KXClock::setLocale(QLocale(u"de"_s));
+    KXBadgeCell::setTextFormat(&KXBadgeCell::shortText);
+    for (const auto &[count, text] : std::initializer_list<std::pair<qint64, QString>> { { 0, {} }, { 999, u"999"_s },
+             { 1000, u"1,0k"_s }, { 1299, u"1,2k"_s }, { 9999, u"9,9k"_s }, { 10'000, u"10k"_s },
+             { 999'999, u"999k"_s }, { 1'000'000, u"1,0M"_s }, { 36'000'000, u"36M"_s } })
+        EXPECT_EQ(KXBadgeCell::textForCount(count), text) << count;
+    KXBadgeCell::setTextFormat({});
+    KXClock::setLocale(std::nullopt);
+    EXPECT_EQ(KXBadgeCell::textForCount(1299), u"999+"_s);
 
     KXThemeableSplitView split;
     split.addWidget(new QWidget);

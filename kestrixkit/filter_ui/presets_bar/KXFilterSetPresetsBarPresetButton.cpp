@@ -102,7 +102,9 @@ void KXFilterSetPresetsBarPresetButton::paintEvent(QPaintEvent *)
 
 qint64 KXFilterSetPresetsBarPresetButton::countOf(const KXFilterSetPreset &preset, const QString &identifier)
 {
-    return identifier.isEmpty() ? 0 : preset.counts().value_or(KXCounts()).value(identifier);
+    // A folder may have a count of its own; else it is the sum.
+    const std::optional<qint64> own = preset.countForContextIdentifier(identifier);
+    return own ? *own : preset.counts().value_or(KXCounts()).value(identifier);
 }
 
 QSize KXFilterSetPresetsBarPresetButton::sizeForPreset(

@@ -1,9 +1,13 @@
 #include <kestrixkit/theme/controls/KXBadge.h>
 
+#include <cmath>
+
 #include <QApplication>
+#include <QLocale>
 #include <QPainter>
 #include <QStyleOptionButton>
 
+#include <kestrixkit/foundation/KXClock.h>
 #include <kestrixkit/theme/controls/KXControlAccessibility_p.h>
 #include <kestrixkit/theme/controls/KXControlPainter.h>
 
@@ -21,11 +25,34 @@ QFont badgeFont(const QFont &font)
 
 constexpr int badgeHeight = 16;
 
+std::function<QString(qint64)> &badgeFormat()
+{
+    static std::function<QString(qint64)> format;
+    return format;
+}
+
 }
 
 QString KXBadgeCell::textForCount(qint64 count)
 {
+    if (count >= 1 && badgeFormat())
+        return badgeFormat()(count);
     return count < 1 ? QString() : count > 999 ? u"999+"_s : QString::number(count);
+}
+
+void KXBadgeCell::setTextFormat(std::function<QString(qint64 count)> format) { badgeFormat() = std::move(format); }
+
+QString KXBadgeCell::shortText(qint64 count)
+{
+    const QLocale locale = KXClock::locale();
+    if (count < 1'000)
+        return count < 1 ? QString() : locale.toString(count);
+    const bool isMany = count >= 1'000'000;
+    const double number = double(count) / (isMany ? 1e6 : 1e3);
+    // Rounded down: a badge promises nothing that is not there.
+    const QString digits = number < 10 ? locale.toString(std::floor(number * 10) / 10, 'f', 1)
+                                       : locale.toString(std::floor(number), 'f', 0);
+    return digits + (isMany ? u'M' : u'k');
 }
 
 QSize KXBadgeCell::sizeForCount(qint64 count, const QFont &font)

@@ -1,11 +1,13 @@
 #pragma once
 
+#include <functional>
+
 #include <QImage>
 
 #include <kestrixkit/theme/controls/KXThemeableButtonCell.h>
 
-/// A number in a pill, as beside presets. Below 1 there is none; from 1,000 on it says "999+". Its keys are those of a
-/// button. Main thread.
+/// A number in a pill, as beside presets. Below 1 there is none; from 1,000 on it says "999+", unless the host has
+/// another format. Its keys are those of a button. Main thread.
 class KX_UI_EXPORT KXBadgeCell : public KXThemeableButtonCell
 {
     Q_OBJECT
@@ -13,6 +15,11 @@ public:
     using KXThemeableButtonCell::KXThemeableButtonCell;
 
     [[nodiscard]] static QString textForCount(qint64 count);
+    /// What all badges of the process say of a number from 1 on; an empty function for what they say by themselves. Set
+    /// before there are any.
+    static void setTextFormat(std::function<QString(qint64 count)> format);
+    /// A format of at most four signs that grows with the number, in the user's language: "999", "1.2k", "36k", "2.4M".
+    [[nodiscard]] static QString shortText(qint64 count);
     /// Nothing for a count below 1.
     [[nodiscard]] static QSize sizeForCount(qint64 count, const QFont &font);
     /// Where the text ends in the rectangle, in the middle of its height.

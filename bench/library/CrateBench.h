@@ -1,0 +1,10 @@
+/// 10,000 tracks dropped into a crate of 100,000, and saved, beside the same by plain SQL in the same tables.
+#pragma once
+
+namespace CrateBench {
+
+void add();
+/// Makes the library that is kept between runs.
+void prepare();
+
+}

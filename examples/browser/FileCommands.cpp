@@ -1,0 +1,131 @@
+#include "FileCommands.h"
+
+#include <algorithm>
+#include <filesystem>
+
+#include <QAction>
+#include <QApplication>
+#include <QDropEvent>
+#include <QFile>
+#include <QFileDialog>
+#include <QMenu>
+#include <QMimeData>
+
+#include <kestrixkit/foundation/KXMainQueue.h>
+
+#include "BrowserWindow.h"
+#include "Settings.h"
+#include "TrackTableView.h"
+
+using namespace Qt::StringLiterals;
+
+FileCommands::FileCommands(BrowserWindow *window)
+    : QObject(window)
+    , m_window(window)
+    , m_rescan(new QAction(tr("&Rescan Music Folders"), this))
+    , m_cancel(new QAction(tr("&Cancel Import"), this))
+{
+    m_rescan->setShortcut(QKeySequence(Qt::Key_F5));
+    connect(m_rescan, &QAction::triggered, this, &FileCommands::rescan);
+    connect(m_cancel, &QAction::triggered, this, [this] {
+        m_queue.clear();
+        m_window->cancelImport();
+    });
+    // In a later turn: the window still has to say what the one before did.
+    connect(window, &BrowserWindow::importFinished, this, [this](const QString &error) {
+        if (!error.isEmpty())
+            m_queue.clear(); // cancelled, or the store takes no more
+        KXMainQueue::async(this, [this] { goOn(); });
+    });
+    window->setAcceptDrops(true);
+    window->installEventFilter(this);
+    window->table()->viewport()->installEventFilter(this);
+}
+
+QMenu *FileCommands::makeMenu()
+{
+    auto *const menu = new QMenu(tr("&File"), m_window);
+    menu->setAccessibleName(tr("File"));
+    menu->addAction(tr("&Add Music Folder…"), this, &FileCommands::chooseFolder)
+        ->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_O));
+    menu->addActions({ m_rescan, m_cancel });
+    menu->addSeparator();
+    menu->addAction(tr("Close &Window"), m_window, &QWidget::close)->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_W));
+    QAction *const quit = menu->addAction(tr("&Quit"), qApp, &QApplication::closeAllWindows);
+    quit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
+    quit->setMenuRole(QAction::QuitRole);
+    connect(menu, &QMenu::aboutToShow, this, &FileCommands::updateActions);
+    return menu;
+}
+
+void FileCommands::updateActions()
+{
+    m_rescan->setEnabled(!Settings::musicFolders().empty());
+    m_cancel->setEnabled(m_window->isImporting() || !m_queue.empty());
+}
+
+void FileCommands::chooseFolder()
+{
+    auto *const dialog = new QFileDialog(m_window, tr("Add Music Folder"));
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->setFileMode(QFileDialog::Directory);
+    dialog->setOption(QFileDialog::ShowDirsOnly);
+    connect(dialog, &QFileDialog::fileSelected, this,
+        [this](const QString &folder) { addFolders({ QFile::encodeName(folder).toStdString() }); });
+    dialog->open();
+}
+
+void FileCommands::addFolders(const std::vector<std::string> &folders)
+{
+    Settings::addMusicFolders(folders);
+    import(folders);
+}
+
+void FileCommands::rescan() { import(Settings::musicFolders()); }
+
+void FileCommands::import(const std::vector<std::string> &folders)
+{
+    for (const std::string &folder : folders) {
+        if (std::find(m_queue.begin(), m_queue.end(), folder) == m_queue.end())
+            m_queue.push_back(folder);
+    }
+    goOn();
+}
+
+void FileCommands::goOn()
+{
+    if (m_queue.empty() || m_window->isImporting())
+        return;
+    const std::string next = m_queue.front();
+    m_queue.erase(m_queue.begin());
+    m_window->importMusic([next](QString *) { return next; });
+}
+
+// Dropping
+
+std::vector<std::string> FileCommands::foldersIn(const QMimeData *data)
+{
+    std::vector<std::string> folders;
+    for (const QUrl &url : data && data->hasUrls() ? data->urls() : QList<QUrl>()) {
+        const std::string path = QFile::encodeName(url.toLocalFile()).toStdString();
+        std::error_code error;
+        if (!path.empty() && std::filesystem::is_directory(path, error))
+            folders.push_back(path);
+    }
+    return folders;
+}
+
+bool FileCommands::eventFilter(QObject *watched, QEvent *event)
+{
+    if (event->type() != QEvent::DragEnter && event->type() != QEvent::DragMove && event->type() != QEvent::Drop)
+        return QObject::eventFilter(watched, event);
+    auto *const drop = static_cast<QDropEvent *>(event);
+    const std::vector<std::string> folders = foldersIn(drop->mimeData());
+    if (folders.empty())
+        return QObject::eventFilter(watched, event);
+    drop->setDropAction(Qt::CopyAction);
+    drop->accept();
+    if (event->type() == QEvent::Drop)
+        addFolders(folders);
+    return true;
+}
