@@ -4,10 +4,8 @@
 #include <kestrixkit/foundation/KXMainQueue.h>
 #include <kestrixkit/foundation/KXNotificationCenter.h>
 
-void KXContextAnnouncer::schedule()
+void KXContextAnnouncer::scheduleTurn()
 {
-    if (m_scheduled || !KXMainQueue::isMainThread())
-        return;
     m_scheduled = true;
     KXMainQueue::async([this, alive = m_alive.watch()] {
         if (alive)

@@ -11,16 +11,22 @@
 class KXContextAnnouncer
 {
 public:
-    KXContextAnnouncer(KXObjectKeeper &keeper, KXChangeLedger &ledger, KXContextRecorder &recorder)
+    KXContextAnnouncer(
+        KXObjectKeeper &keeper, KXChangeLedger &ledger, KXContextRecorder &recorder, bool isOfMainThread)
         : m_keeper(keeper)
         , m_ledger(ledger)
         , m_recorder(recorder)
+        , m_isOfMainThread(isOfMainThread)
     {
     }
     Q_DISABLE_COPY_MOVE(KXContextAnnouncer)
 
     /// Something has changed, which is told at the end of the turn. A background context announces when it saves.
-    void schedule();
+    void schedule()
+    {
+        if (m_isOfMainThread && !m_scheduled)
+            scheduleTurn();
+    }
     void processPendingChanges();
     /// What is pending is told before what comes now: at once, or next where something is being told.
     void settle();
@@ -28,11 +34,13 @@ public:
     void announce(KXObjectsDidChange did);
 
 private:
+    void scheduleTurn();
     void post();
 
     KXObjectKeeper &m_keeper;
     KXChangeLedger &m_ledger;
     KXContextRecorder &m_recorder;
+    const bool m_isOfMainThread;
     std::vector<KXObjectsDidChange> m_toPost; // in order
     bool m_posting = false;
     bool m_due = false;

@@ -25,7 +25,7 @@ KXManagedObjectContextPrivate::KXManagedObjectContextPrivate(KXManagedObjectCont
           [context](std::vector<KXContextRecorder::Entry> entries) {
               return KXContextReverter::factOf(context, std::move(entries));
           })
-    , announcer(*this, ledger, recorder)
+    , announcer(*this, ledger, recorder, isOfMainThread)
     , editor(*this, workingSet, ledger, reader, recorder, announcer)
 {
     KXRegisterObservableHandle(KXRef<Object>());
