@@ -27,6 +27,7 @@
 
 #include "Analytics.h"
 #include "BrowserStyle.h"
+#include "BulkEdits.h"
 #include "CrateTable.h"
 #include "CratesPane.h"
 #include "FileCommands.h"
@@ -95,8 +96,12 @@ BrowserWindow::BrowserWindow(KXPersistentStoreCoordinator::Ref coordinator)
     m_changeToken = m_coordinator->addChangeObserver([this](const std::shared_ptr<const KXStoreChange> &change) {
         if (change->originatingContext() == m_context.get())
             return;
-        KXMainQueue::async(this, [this, change] {
-            if (!m_import || change->originatingContext() != m_import->importingContext())
+        // At the moment of the save: the next edit has another context.
+        BulkEdits *const bulk = m_bulkEdits;
+        const bool isEdited = bulk && bulk->editor().merges(change->originatingContext());
+        KXMainQueue::async(this, [this, change, isEdited] {
+            const bool isImported = m_import && change->originatingContext() == m_import->importingContext();
+            if (!isImported && !isEdited)
                 m_context->mergeChangesFromStoreChange(change);
         });
     });
@@ -105,6 +110,11 @@ BrowserWindow::BrowserWindow(KXPersistentStoreCoordinator::Ref coordinator)
     buildTable();
     buildStatus();
     m_files = new FileCommands(this);
+    auto *const bulk = new BulkEdits(this, m_context, m_status);
+    m_bulkEdits = bulk;
+    m_model->setBulkEdit([bulk](const QString &key, const QVariant &value, const QString &name) {
+        return bulk->edit(key, value, name);
+    });
     menuBar()->insertMenu(menuBar()->actions().first(), m_files->makeMenu());
     showSummary();
     updateActions();
@@ -114,6 +124,7 @@ BrowserWindow::BrowserWindow(KXPersistentStoreCoordinator::Ref coordinator)
 BrowserWindow::~BrowserWindow()
 {
     m_changeToken.reset();
+    delete m_bulkEdits.exchange(nullptr);
     cancelImport();
     m_queue.waitUntilAllOperationsAreFinished();
     m_editor.save();
@@ -179,7 +190,7 @@ void BrowserWindow::buildMenu()
         PreferencePanes::show(
             [alive = QPointer(this)](const std::string &folder) {
                 if (alive)
-                    alive->importMusic([folder](QString *) { return folder; });
+                    alive->files()->import({ folder });
             },
             m_preview);
     });
@@ -375,7 +386,12 @@ void BrowserWindow::updateActions()
     m_genreAction->setEnabled(!currentGenres().isEmpty());
 }
 
-void BrowserWindow::rateSelected(int stars) { m_editor.rate(selectedTracks(), stars); }
+void BrowserWindow::rateSelected(int stars)
+{
+    const QVariant rating = stars > 0 ? QVariant(stars) : QVariant();
+    if (!m_bulkEdits.load()->edit(u"rating"_s, rating, LibraryEditor::tr("Change Rating")))
+        m_editor.rate(selectedTracks(), stars);
+}
 
 void BrowserWindow::editComment()
 {
@@ -552,8 +568,18 @@ void BrowserWindow::showProgress(qint64 done, qint64 total)
     const QLocale locale = KXClock::locale();
     m_progress->setRange(0, int(total));
     m_progress->setValue(int(done));
-    m_status->setText(total == 0 ? tr("Looking for music…")
-                                 : tr("Importing %1 of %2").arg(locale.toString(done), locale.toString(total)));
+    if (done == 0 || !m_importClock.isValid())
+        m_importClock.start();
+    QString text = total == 0 ? tr("Looking for music…")
+                              : tr("Importing %1 of %2").arg(locale.toString(done), locale.toString(total));
+    // From the pace so far, once there is one.
+    const double seconds = double(m_importClock.elapsed()) / 1000;
+    const double left = done > 0 ? seconds / double(done) * double(total - done) : 0;
+    if (seconds > 3 && left > 5)
+        text += u"  ·  "_s
+            + (left < 90 ? tr("about %1 s left").arg(locale.toString(qint64(left / 5 + 1) * 5))
+                         : tr("about %1 min left").arg(locale.toString(qint64(left / 60 + 1))));
+    m_status->setText(text);
 }
 
 void BrowserWindow::finishImport(const std::weak_ptr<ImportOperation> &operation)
@@ -585,7 +611,7 @@ void BrowserWindow::finishImport(const std::weak_ptr<ImportOperation> &operation
     }
     if (!error.isEmpty())
         m_status->setText(error);
-    MessageStrip::postImport(result);
+    m_files->report(result);
     Analytics::importFinished(result.added);
     showSummary();
     m_sources->musicDidChange();

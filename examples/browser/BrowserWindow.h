@@ -1,9 +1,11 @@
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <string>
 
+#include <QElapsedTimer>
 #include <QMainWindow>
 
 #include <kestrixkit/foundation/KXOperationQueue.h>
@@ -12,6 +14,7 @@
 #include "LibraryEditor.h"
 #include "TrackTableModel.h"
 
+class BulkEdits;
 class CrateTable;
 class FileCommands;
 class FilterStrip;
@@ -109,6 +112,7 @@ private:
     PlayerStrip *m_strip;
     CrateTable *m_crateTable;
     FileCommands *m_files;
+    std::atomic<BulkEdits *> m_bulkEdits { nullptr }; // asked by whoever saves
     PlayHistory *m_playHistory;
     WaveformMaker *m_waveformMaker;
     QLabel *m_summary;
@@ -117,6 +121,7 @@ private:
     QProgressBar *m_progress;
     QPushButton *m_cancel;
     ImportResult m_lastResult;
+    QElapsedTimer m_importClock; // since its first file
     KXOperationQueue m_queue;
     std::shared_ptr<ImportOperation> m_import; // the one that runs, if any
     KXPersistentStoreCoordinator::ChangeToken m_changeToken; // last: its observer uses what stands above

@@ -5,6 +5,7 @@
 
 #include <QAction>
 #include <QApplication>
+#include <QCryptographicHash>
 #include <QDropEvent>
 #include <QFile>
 #include <QFileDialog>
@@ -12,21 +13,32 @@
 #include <QMimeData>
 
 #include <kestrixkit/foundation/KXMainQueue.h>
+#include <kestrixkit/foundation/KXUserDefaults.h>
 
 #include "BrowserWindow.h"
+#include "MessageStrip.h"
 #include "Settings.h"
 #include "TrackTableView.h"
 
 using namespace Qt::StringLiterals;
+
+namespace {
+
+const QString fileToldKey = u"toldUnreadableFiles"_s; // marks of eight bytes
+constexpr qsizetype fileMostTold = 5'000; // the oldest are told of again
+
+} // namespace
 
 FileCommands::FileCommands(BrowserWindow *window)
     : QObject(window)
     , m_window(window)
     , m_rescan(new QAction(tr("&Rescan Music Folders"), this))
     , m_cancel(new QAction(tr("&Cancel Import"), this))
+    , m_showUnreadable(new QAction(tr("Files That Could &Not Be Read"), this))
 {
     m_rescan->setShortcut(QKeySequence(Qt::Key_F5));
     connect(m_rescan, &QAction::triggered, this, &FileCommands::rescan);
+    connect(m_showUnreadable, &QAction::triggered, this, &FileCommands::showUnreadable);
     connect(m_cancel, &QAction::triggered, this, [this] {
         m_queue.clear();
         m_window->cancelImport();
@@ -48,7 +60,7 @@ QMenu *FileCommands::makeMenu()
     menu->setAccessibleName(tr("File"));
     menu->addAction(tr("&Add Music Folder…"), this, &FileCommands::chooseFolder)
         ->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_O));
-    menu->addActions({ m_rescan, m_cancel });
+    menu->addActions({ m_rescan, m_cancel, m_showUnreadable });
     menu->addSeparator();
     menu->addAction(tr("Close &Window"), m_window, &QWidget::close)->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_W));
     QAction *const quit = menu->addAction(tr("&Quit"), qApp, &QApplication::closeAllWindows);
@@ -62,6 +74,7 @@ void FileCommands::updateActions()
 {
     m_rescan->setEnabled(!Settings::musicFolders().empty());
     m_cancel->setEnabled(m_window->isImporting() || !m_queue.empty());
+    m_showUnreadable->setEnabled(!m_unreadable.empty());
 }
 
 void FileCommands::chooseFolder()
@@ -81,7 +94,11 @@ void FileCommands::addFolders(const std::vector<std::string> &folders)
     import(folders);
 }
 
-void FileCommands::rescan() { import(Settings::musicFolders()); }
+void FileCommands::rescan()
+{
+    m_unreadable.clear();
+    import(Settings::musicFolders());
+}
 
 void FileCommands::import(const std::vector<std::string> &folders)
 {
@@ -99,6 +116,44 @@ void FileCommands::goOn()
     const std::string next = m_queue.front();
     m_queue.erase(m_queue.begin());
     m_window->importMusic([next](QString *) { return next; });
+}
+
+// What could not be read
+
+void FileCommands::report(const ImportResult &result)
+{
+    KXUserDefaults &defaults = KXUserDefaults::standard();
+    QVariantList told = defaults.arrayForKey(fileToldKey).value_or(QVariantList());
+    bool isNews = false;
+    for (const SkippedFile &file : result.skipped) {
+        const bool isListed = std::any_of(m_unreadable.begin(), m_unreadable.end(),
+            [&](const SkippedFile &other) { return other.file == file.file && other.reason == file.reason; });
+        if (!isListed)
+            m_unreadable.push_back(file);
+        const QByteArray mark
+            = QCryptographicHash::hash((file.file + u'\n' + file.reason).toUtf8(), QCryptographicHash::Sha1).first(8);
+        if (!told.contains(mark)) {
+            told.append(mark);
+            isNews = true;
+        }
+    }
+    if (isNews) {
+        const qsizetype old = std::max<qsizetype>(0, told.size() - fileMostTold);
+        defaults.setValue(fileToldKey, told.mid(old));
+    }
+    ImportResult news = result;
+    if (!isNews)
+        news.skipped.clear();
+    MessageStrip::postImport(news);
+}
+
+void FileCommands::showUnreadable()
+{
+    ImportResult all;
+    all.skipped = m_unreadable;
+    MessageStrip::postImport(all);
+    if (const auto *const strip = m_window->findChild<MessageStrip *>())
+        strip->action()->trigger();
 }
 
 // Dropping

@@ -5,6 +5,8 @@
 
 #include <QObject>
 
+#include "Importer.h"
+
 class BrowserWindow;
 class QAction;
 class QMenu;
@@ -27,17 +29,21 @@ public:
     void import(const std::vector<std::string> &folders);
     /// All that are remembered.
     void rescan();
+    /// Tells what an import could not read, unless all of that was told before, by this browser or an earlier one.
+    void report(const ImportResult &result);
 
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
     void chooseFolder();
+    void showUnreadable();
     void goOn();
     void updateActions();
     [[nodiscard]] static std::vector<std::string> foldersIn(const QMimeData *data);
 
     BrowserWindow *const m_window;
     std::vector<std::string> m_queue;
-    QAction *m_rescan, *m_cancel;
+    std::vector<SkippedFile> m_unreadable; // of all folders, as last looked through
+    QAction *m_rescan, *m_cancel, *m_showUnreadable;
 };

@@ -1,10 +1,14 @@
 #include "PreferencePanes.h"
 
+#include <algorithm>
+
 #include <QCheckBox>
 #include <QFile>
 #include <QFileDialog>
 #include <QFormLayout>
+#include <QHBoxLayout>
 #include <QLabel>
+#include <QListWidget>
 #include <QPlainTextEdit>
 
 #include <kestrixkit/foundation/KXNotificationCenter.h>
@@ -58,18 +62,31 @@ void GeneralPane::loadView()
     auto *form = new QFormLayout(view);
     form->setContentsMargins(PreferencePanes::margins);
     form->setFieldGrowthPolicy(QFormLayout::AllNonFixedFieldsGrow);
-    m_folder = new QLabel;
-    m_folder->setTextFormat(Qt::PlainText);
-    m_folder->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    m_folder->setMinimumWidth(320);
-    showFolder();
-    form->addRow(tr("Music folder:"), m_folder);
-    auto *choose = new KXThemeableButton(tr("&Choose…"));
-    choose->setThemeStyleName(KXButtonStyles);
-    choose->setAccessibleName(tr("Choose the music folder"));
+    m_folders = new QListWidget;
+    m_folders->setAccessibleName(tr("Music folders"));
+    m_folders->setTextElideMode(Qt::ElideMiddle);
+    m_folders->setMinimumWidth(360);
+    m_folders->setFixedHeight(6 * m_folders->fontMetrics().height());
+    form->addRow(tr("Music folders:"), m_folders);
+    auto *buttons = new QHBoxLayout;
+    auto *choose = new KXThemeableButton(tr("&Add…"));
+    choose->setAccessibleName(tr("Add a music folder"));
     connect(choose, &QPushButton::clicked, this, &GeneralPane::chooseFolder);
-    form->addRow(QString(), choose);
-    form->addRow(QString(), PreferencePanes::note(tr("Imported at once, and again whenever the browser starts.")));
+    auto *remove = new KXThemeableButton(tr("&Remove"));
+    remove->setAccessibleName(tr("Remove the music folder"));
+    m_remove = remove;
+    connect(m_remove, &QPushButton::clicked, this, &GeneralPane::removeFolder);
+    for (KXThemeableButton *button : { choose, remove }) {
+        button->setThemeStyleName(KXButtonStyles);
+        buttons->addWidget(button);
+    }
+    buttons->addStretch();
+    form->addRow(QString(), buttons);
+    form->addRow(QString(),
+        PreferencePanes::note(tr("Imported at once, and looked through whenever the browser starts. A folder that is "
+                                 "removed here is looked through no more; its tracks stay.")));
+    connect(m_folders, &QListWidget::currentRowChanged, this, [this](int row) { m_remove->setEnabled(row >= 0); });
+    showFolders();
 
     auto *theme = new KXThemeablePopUpButton;
     theme->addItems({ tr("Dark"), tr("Light") });
@@ -86,15 +103,27 @@ void GeneralPane::loadView()
     setView(view);
 }
 
-void GeneralPane::showFolder()
+void GeneralPane::showFolders()
 {
-    const std::string folder = Settings::musicFolder();
-    const QString path = QFile::decodeName(QByteArray::fromStdString(folder));
-    if (!m_folder)
+    if (!m_folders)
         return;
-    m_folder->setText(
-        folder.empty() ? tr("None chosen") : m_folder->fontMetrics().elidedText(path, Qt::ElideMiddle, 420));
-    m_folder->setToolTip(path.isEmpty() ? QString() : "<qt>"_L1 + path.toHtmlEscaped() + "</qt>"_L1);
+    m_folders->clear();
+    for (const std::string &folder : Settings::musicFolders()) {
+        const QByteArray bytes = QByteArray::fromStdString(folder);
+        auto *const item = new QListWidgetItem(QFile::decodeName(bytes), m_folders);
+        item->setData(Qt::UserRole, bytes); // a name need not be text
+        item->setToolTip("<qt>"_L1 + item->text().toHtmlEscaped() + "</qt>"_L1);
+    }
+    m_remove->setEnabled(m_folders->currentRow() >= 0);
+}
+
+void GeneralPane::removeFolder()
+{
+    const QListWidgetItem *const item = m_folders ? m_folders->currentItem() : nullptr;
+    if (!item)
+        return;
+    Settings::removeMusicFolder(item->data(Qt::UserRole).toByteArray().toStdString());
+    showFolders();
 }
 
 void GeneralPane::chooseFolder()
@@ -110,9 +139,11 @@ void GeneralPane::chooseFolder()
 
 void GeneralPane::setFolder(const QString &folder)
 {
-    Settings::setMusicFolder(QFile::encodeName(folder).toStdString());
-    showFolder();
-    if (const std::string chosen = Settings::musicFolder(); !chosen.empty() && m_importFolder)
+    const std::string chosen = QFile::encodeName(folder).toStdString();
+    Settings::addMusicFolders({ chosen });
+    showFolders();
+    const std::vector<std::string> known = Settings::musicFolders();
+    if (m_importFolder && std::find(known.begin(), known.end(), chosen) != known.end())
         m_importFolder(chosen);
 }
 

@@ -8,7 +8,9 @@
 
 class Preview;
 class QLabel;
+class QListWidget;
 class QPlainTextEdit;
+class QPushButton;
 class QWidget;
 
 /// The sections of the browser's preferences. Every change is in force, and remembered, at once.
@@ -24,7 +26,7 @@ QLabel *note(const QString &text);
 
 } // namespace PreferencePanes
 
-/// The music folder and the theme.
+/// The music folders and the theme.
 class GeneralPane : public KXPreferencesViewController
 {
     Q_OBJECT
@@ -35,16 +37,19 @@ public:
         m_importFolder = std::move(function);
     }
     void chooseFolder();
+    /// Adds it, unless it is there, and imports it.
     void setFolder(const QString &folder);
+    void removeFolder();
 
 protected:
     void loadView() override;
 
 private:
-    void showFolder();
+    void showFolders();
 
     std::function<void(const std::string &folder)> m_importFolder;
-    QPointer<QLabel> m_folder;
+    QPointer<QListWidget> m_folders;
+    QPointer<QPushButton> m_remove;
     KXNotificationToken m_theme;
 };
 

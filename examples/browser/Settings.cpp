@@ -76,6 +76,17 @@ void Settings::addMusicFolders(const std::vector<std::string> &folders)
     }
 }
 
+void Settings::removeMusicFolder(const std::string &folder)
+{
+    std::vector<std::string> kept = musicFolders();
+    std::erase(kept, folder);
+    setMusicFolder(kept.empty() ? std::string() : kept.front());
+    QVariantList more;
+    for (size_t i = 1; i < kept.size(); ++i)
+        more.append(QByteArray::fromStdString(kept[i]));
+    settingsWrite(moreMusicFoldersKey, more);
+}
+
 bool Settings::darkTheme() { return KXUserDefaults::standard().boolForKey(darkThemeKey).value_or(true); }
 
 void Settings::setDarkTheme(bool dark)

@@ -27,6 +27,9 @@ std::vector<std::string> musicFolders();
 /// Those that are there already, or lie in one that is, are not added.
 void addMusicFolders(const std::vector<std::string> &folders);
 
+/// It is looked through no more; what is known of its files stays.
+void removeMusicFolder(const std::string &folder);
+
 /// The theme, dark at first. Setting it changes the looks, too.
 bool darkTheme();
 void setDarkTheme(bool dark);

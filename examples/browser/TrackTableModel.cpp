@@ -141,10 +141,23 @@ bool TrackTableModel::setData(const QModelIndex &index, const QVariant &value, i
 {
     if (!m_editor || !checkIndex(index, CheckIndexOption::IndexIsValid))
         return false;
-    if (role == StarsRole || (role == Qt::EditRole && index.column() == Rating))
-        return m_editor->rate(editedWith(index.row()), value.toInt());
-    return role == Qt::EditRole && index.column() == Comment
-        && m_editor->setComment(editedWith(index.row()), value.toString());
+    const int row = index.row();
+    if (role == StarsRole || (role == Qt::EditRole && index.column() == Rating)) {
+        const QVariant rating = value.toInt() > 0 ? QVariant(std::min(value.toInt(), 5)) : QVariant();
+        return editsInBulk(row, u"rating"_s, rating, LibraryEditor::tr("Change Rating"))
+            || m_editor->rate(editedWith(row), value.toInt());
+    }
+    if (role != Qt::EditRole || index.column() != Comment)
+        return false;
+    const QVariant comment = value.toString().isEmpty() ? QVariant() : QVariant(value.toString());
+    return editsInBulk(row, u"comment"_s, comment, LibraryEditor::tr("Change Comment"))
+        || m_editor->setComment(editedWith(row), value.toString());
+}
+
+bool TrackTableModel::editsInBulk(int row, const QString &key, const QVariant &value, const QString &actionName) const
+{
+    return m_bulkEdit && m_rowsEditedTogether && m_rowsEditedTogether().contains(row)
+        && m_bulkEdit(key, value, actionName);
 }
 
 QList<KXRef<Track>> TrackTableModel::editedWith(int row) const

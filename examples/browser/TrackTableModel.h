@@ -43,6 +43,9 @@ public:
     bool setData(const QModelIndex &index, const QVariant &value, int role = Qt::EditRole) override;
     /// Answers the rows that are edited together with one of them: the selected ones. Every row by itself without.
     void setRowsEditedTogether(std::function<QList<int>()> rows) { m_rowsEditedTogether = std::move(rows); }
+    /// Asked first where one of the selected rows is edited: true where it edits all of them by itself.
+    using BulkEdit = std::function<bool(const QString &key, const QVariant &value, const QString &actionName)>;
+    void setBulkEdit(BulkEdit edit) { m_bulkEdit = std::move(edit); }
     /// What the column is sorted by; texts without regard to case and diacritics.
     [[nodiscard]] static KXSortDescriptor sortDescriptor(Column column);
     /// Shows only the tracks that match; all of them for an absent predicate.
@@ -62,7 +65,10 @@ private:
 
     LibraryEditor *const m_editor;
 
+    [[nodiscard]] bool editsInBulk(int row, const QString &key, const QVariant &value, const QString &actionName) const;
+
     std::function<QList<int>()> m_rowsEditedTogether;
+    BulkEdit m_bulkEdit;
     bool m_holdsOrder = false;
     std::optional<QList<KXSortDescriptor>> m_heldOrder;
 };

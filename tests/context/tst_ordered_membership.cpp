@@ -1,4 +1,4 @@
-// Lists that hold things once and in an order, beside plain vectors of them: edited, undone, merged, reopened.
+// QueueLists that hold things once and in an order, beside plain vectors of them: edited, undone, merged, reopened.
 
 #include <algorithm>
 #include <set>
@@ -17,9 +17,9 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-using Keys = std::vector<qint64>;
+using QueueKeys = std::vector<qint64>;
 
-KXManagedObjectModel::Ref listsModel()
+KXManagedObjectModel::Ref queuesModel()
 {
     using Property = KXPropertyDescription;
     static const auto model = KXManagedObjectModel::make({
@@ -37,10 +37,10 @@ KXManagedObjectModel::Ref listsModel()
 }
 
 /// A store with things and queues, and a context that merges what others save.
-class Lists
+class QueueLists
 {
 public:
-    Lists(int things, int queues)
+    QueueLists(int things, int queues)
     {
         open();
         for (int i = 0; i < things; ++i) {
@@ -60,7 +60,7 @@ public:
         coordinator.reset();
         KXError error;
         coordinator = KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(
-            QUrl::fromLocalFile(folder.filePath(u"lists.db"_s)), listsModel(), &error);
+            QUrl::fromLocalFile(folder.filePath(u"lists.db"_s)), queuesModel(), &error);
         ASSERT_TRUE(coordinator) << error.localizedDescription().toStdString();
         context = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
         context->setUndoManager(std::make_shared<KXUndoManager>());
@@ -79,18 +79,18 @@ public:
         return KXManagedObjectID(coordinator->store()->identity(), coordinator->model()->entity(entity), key);
     }
     KXManagedObjectID queue(int number) const { return id(u"Queue"_s, queues[size_t(number)]); }
-    Keys members(int number) const { return lists->members(queue(number)); }
+    QueueKeys members(int number) const { return lists->members(queue(number)); }
 
     QTemporaryDir folder;
     KXPersistentStoreCoordinator::Ref coordinator;
     KXManagedObjectContext::Ref context;
     std::unique_ptr<KXOrderedMembership> lists;
     KXPersistentStoreCoordinator::ChangeToken token;
-    Keys things, queues;
+    QueueKeys things, queues;
 };
 
 /// What a membership should make of a plain vector.
-void plainInsert(Keys &list, const Keys &members, qint64 before)
+void queueInsert(QueueKeys &list, const QueueKeys &members, qint64 before)
 {
     // In front of what stays there of the members behind the mark, the mark included.
     const auto isMoved = [&](qint64 key) { return std::find(members.begin(), members.end(), key) != members.end(); };
@@ -102,9 +102,9 @@ void plainInsert(Keys &list, const Keys &members, qint64 before)
     list.insert(std::find(list.begin(), list.end(), next), members.begin(), members.end());
 }
 
-struct MembershipWalk
+struct QueueWalk
 {
-    explicit MembershipWalk(KXTestRandom &random)
+    explicit QueueWalk(KXTestRandom &random)
         : random(random)
         , all(40, 3)
         , plain(all.queues.size())
@@ -120,18 +120,18 @@ struct MembershipWalk
             KXFetchRequest(u"Thing"_s, all.lists->predicate(all.queue(number)))
                 .setSortDescriptors({ all.lists->order(all.queue(number)) }));
     }
-    Keys someThings()
+    QueueKeys someThings()
     {
-        Keys some(all.things);
+        QueueKeys some(all.things);
         std::shuffle(some.begin(), some.end(), random.engine());
         some.resize(size_t(random.between(1, random.chance(0.2) ? 30 : 3)));
         return some;
     }
     /// The same change of a list of the store and of the plain one.
-    void change(const KXOrderedMembership &given, int number, Keys &list)
+    void change(const KXOrderedMembership &given, int number, QueueKeys &list)
     {
         auto &lists = const_cast<KXOrderedMembership &>(given);
-        const Keys some = someThings();
+        const QueueKeys some = someThings();
         const int kind = random.below(10);
         if (kind < 3) {
             lists.append(all.queue(number), some);
@@ -140,7 +140,7 @@ struct MembershipWalk
         } else if (kind < 8) {
             const qint64 before = list.empty() || random.chance(0.2) ? 0 : random.oneOf(list);
             lists.insert(all.queue(number), some, before);
-            plainInsert(list, some, before);
+            queueInsert(list, some, before);
         } else {
             lists.remove(all.queue(number), some);
             std::erase_if(list, [&](qint64 key) { return std::find(some.begin(), some.end(), key) != some.end(); });
@@ -176,7 +176,7 @@ struct MembershipWalk
         } else if (kind < 95) { // somebody else
             ASSERT_TRUE(all.context->save());
             const auto other = KXManagedObjectContext::contextWithPersistentStoreCoordinator(all.coordinator);
-            const KXOrderedMembership lists = Lists::make(other);
+            const KXOrderedMembership lists = QueueLists::make(other);
             change(lists, number, plain[size_t(number)]);
             ASSERT_TRUE(other->save());
             forget();
@@ -208,14 +208,14 @@ struct MembershipWalk
         ASSERT_EQ(shown->keys(), plain[size_t(shownQueue)]) << "on the screen";
         const qint64 thing = random.oneOf(all.things);
         const qsizetype holders = std::count_if(plain.begin(), plain.end(),
-            [&](const Keys &list) { return std::find(list.begin(), list.end(), thing) != list.end(); });
+            [&](const QueueKeys &list) { return std::find(list.begin(), list.end(), thing) != list.end(); });
         ASSERT_EQ(all.lists->listsOf(all.id(u"Thing"_s, thing)).size(), holders);
     }
 
     KXTestRandom &random;
-    Lists all;
-    std::vector<Keys> plain;
-    std::vector<std::vector<Keys>> done, undone; // what the lists were before, and after
+    QueueLists all;
+    std::vector<QueueKeys> plain;
+    std::vector<std::vector<QueueKeys>> done, undone; // what the lists were before, and after
     std::unique_ptr<KXLiveList> shown;
     int shownQueue = 0;
 };
@@ -226,7 +226,7 @@ TEST(OrderedMembership, agreesWithPlainListsWhileTheyAreEditedUndoneMergedAndReo
 {
     KXTestRandom random;
     for (int round = KXTestRandom::scaled(1'000); round > 0 && !::testing::Test::HasFatalFailure(); --round) {
-        MembershipWalk walk(random);
+        QueueWalk walk(random);
         for (int i = 0; i < 100 && !::testing::Test::HasFatalFailure(); ++i)
             walk.step();
         walk.check();
@@ -235,24 +235,24 @@ TEST(OrderedMembership, agreesWithPlainListsWhileTheyAreEditedUndoneMergedAndReo
 
 TEST(OrderedMembership, thereIsAlwaysRoomBetweenTwoMembers)
 {
-    Lists all(200, 1);
-    Keys expected { all.things[0], all.things[1] };
+    QueueLists all(200, 1);
+    QueueKeys expected { all.things[0], all.things[1] };
     all.lists->append(all.queue(0), expected);
     // Always at the same place, from both sides, more often than numbers can be halved; and in front of all.
     for (size_t i = 2; i < 150; ++i) {
         const qint64 before = i % 3 == 0 ? expected.front() : expected[expected.size() / 2];
         EXPECT_EQ(all.lists->insert(all.queue(0), std::span(&all.things[i], 1), before), 1);
-        plainInsert(expected, { all.things[i] }, before);
+        queueInsert(expected, { all.things[i] }, before);
         ASSERT_EQ(all.members(0), expected);
     }
     // Positions that no arithmetic survives.
     const auto entries = all.context->fetchAllForEntity(u"Entry"_s);
     entries.at(0)->setValueForKey(u"position"_s, std::numeric_limits<qint64>::max());
     entries.at(1)->setValueForKey(u"position"_s, std::numeric_limits<qint64>::min());
-    const Keys now = all.members(0);
+    const QueueKeys now = all.members(0);
     EXPECT_EQ(all.lists->append(all.queue(0), std::span(&all.things[150], 1)), 1);
     EXPECT_EQ(all.lists->insert(all.queue(0), std::span(&all.things[151], 1), now.front()), 1);
-    Keys more { all.things[151] };
+    QueueKeys more { all.things[151] };
     more.insert(more.end(), now.begin(), now.end());
     more.push_back(all.things[150]);
     EXPECT_EQ(all.members(0), more);
@@ -262,23 +262,23 @@ TEST(OrderedMembership, thereIsAlwaysRoomBetweenTwoMembers)
 /// Two who do not see each other's changes: nothing is there twice, nothing is lost, and the lists can be edited on.
 TEST(OrderedMembership, whatTwoAddAtOnceIsThereOnce)
 {
-    Lists all(12, 1);
+    QueueLists all(12, 1);
     all.lists->append(all.queue(0), std::span(all.things).first(2));
     ASSERT_TRUE(all.context->save());
     const auto other = KXManagedObjectContext::contextWithPersistentStoreCoordinator(all.coordinator);
-    KXOrderedMembership theirs = Lists::make(other);
+    KXOrderedMembership theirs = QueueLists::make(other);
     all.lists->append(all.queue(0), std::span(all.things).subspan(2, 4));
     theirs.append(all.queue(0), std::span(all.things).subspan(4, 4));
     ASSERT_TRUE(other->save());
     ASSERT_TRUE(all.context->save());
-    Keys seen = all.members(0);
+    QueueKeys seen = all.members(0);
     EXPECT_EQ(std::set<qint64>(seen.begin(), seen.end()), std::set<qint64>(all.things.begin(), all.things.begin() + 8));
     EXPECT_EQ(seen.size(), 8U);
     // One in front of each, where some have the same number.
     for (size_t i = 2; i < 6; ++i) {
-        const Keys moved { all.things[i + 6] };
+        const QueueKeys moved { all.things[i + 6] };
         const qint64 before = all.members(0)[i];
-        plainInsert(seen, moved, before);
+        queueInsert(seen, moved, before);
         all.lists->insert(all.queue(0), moved, before);
         ASSERT_EQ(all.members(0), seen) << i;
     }
@@ -288,16 +288,16 @@ TEST(OrderedMembership, whatTwoAddAtOnceIsThereOnce)
 
 TEST(OrderedMembership, whatIsNobodysIsSkipped)
 {
-    Lists all(3, 1);
-    const Keys odd { 0, -5, 987'654, all.things[0], all.queues[0], all.things[0] };
+    QueueLists all(3, 1);
+    const QueueKeys odd { 0, -5, 987'654, all.things[0], all.queues[0], all.things[0] };
     EXPECT_EQ(all.lists->append(all.queue(0), odd), 1);
-    EXPECT_EQ(all.members(0), Keys { all.things[0] });
+    EXPECT_EQ(all.members(0), QueueKeys { all.things[0] });
     EXPECT_EQ(all.lists->append({}, all.things), 0);
     EXPECT_EQ(all.lists->append(all.id(u"Queue"_s, 987'654), all.things), 0);
     EXPECT_EQ(all.lists->insert(all.queue(0), std::span(&all.things[1], 1), 987'654), 1) << "in front of nothing: last";
-    EXPECT_EQ(all.members(0), Keys({ all.things[0], all.things[1] }));
+    EXPECT_EQ(all.members(0), QueueKeys({ all.things[0], all.things[1] }));
     all.context->removeManagedObject(all.context->objectWithID(all.id(u"Thing"_s, all.things[0])));
-    EXPECT_EQ(all.members(0), Keys { all.things[1] });
+    EXPECT_EQ(all.members(0), QueueKeys { all.things[1] });
     all.context->removeManagedObject(all.context->objectWithID(all.queue(0)));
     EXPECT_EQ(all.lists->append(all.queue(0), all.things), 0);
     EXPECT_TRUE(all.context->save());

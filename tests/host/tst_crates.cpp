@@ -12,14 +12,17 @@
 #include <QMimeData>
 #include <QProcess>
 #include <QScrollBar>
+#include <QSignalSpy>
 #include <QStatusBar>
 #include <QTest>
 
 #include <kestrixkit/foundation/KXUndoManager.h>
 #include <kestrixkit/foundation/KXUserDefaults.h>
+#include <kestrixkit/messages/KXMessageCenter.h>
 
 #include <BrowserWindow.h>
 #include <CratesPane.h>
+#include <FileCommands.h>
 #include <LibraryPlaces.h>
 #include <PlayHistory.h>
 #include <Presets.h>
@@ -413,6 +416,31 @@ TEST_F(CratesTest, whatIsEditedInOneOfTheSelectedRowsIsEditedInAllAndTheyAreAdde
     EXPECT_FALSE(window->model()->track(1)->comment() || window->model()->track(3)->comment());
 }
 
+// More than are edited at once: the window stays alive, and the step can be undone.
+TEST_F(CratesTest, veryManyTracksAreEditedInTheBackground)
+{
+    for (int i = 0; i < 3'000; ++i)
+        add(u"m%1"_s.arg(i))->setRating(i % 2 ? std::optional(2) : std::nullopt);
+    save();
+    open();
+    const auto rated = [&](const char *format) {
+        return Track::countOfUsingPredicate(KXPredicate::predicateWithFormat(format), *window->context());
+    };
+    table().setFocus();
+    table().selectAll();
+    press(QKeySequence(Qt::Key_4), &table());
+    EXPECT_EQ(undo().undoActionName(), u"Change Rating"_s);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return rated("rating == 4") == 3'008; }, 60'000)) << rated("rating == 4");
+    press(QKeySequence(u"Ctrl+Z"_s));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return rated("rating == 4") == 0; }, 60'000)) << rated("rating == 4");
+    EXPECT_EQ(rated("rating == 2"), 1'500);
+    EXPECT_EQ(rated("rating == nil"), 1'508);
+    table().selectAll();
+    press(QKeySequence(Qt::Key_1), &table());
+    window->close(); // in the middle
+    window.reset();
+}
+
 // First starts: an import ends before the window has begun to count.
 TEST_F(CratesTest, everyBadgeIsThereWhenTheFirstImportEnds)
 {
@@ -470,6 +498,28 @@ TEST_F(CratesTest, foldersAreAddedByTheMenuAndByDroppingThem)
     QMimeData files;
     files.setUrls({ QUrl(u"http://example.com/"_s) });
     EXPECT_EQ(DragAndDrop::drop(table(), files, { 60, 60 }, Qt::CopyAction), Qt::IgnoreAction);
+
+    // A file that cannot be read is told of once, and again only when one asks.
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !window->isImporting(); }, 60'000));
+    writeBytes(two + "/bad.mp3", "no music");
+    KXMessageCenter &center = KXMessageCenter::sharedInstance();
+    for (const int told : { 1, 0 }) {
+        center.clearMessages(center.messages());
+        QSignalSpy finished(window.get(), &BrowserWindow::importFinished);
+        window->files()->rescan();
+        ASSERT_TRUE(QTest::qWaitFor([&] { return finished.size() == 2; }, 60'000));
+        EXPECT_EQ(center.messageCount(), told);
+    }
+    for (QAction *action : window->findChildren<QAction *>()) {
+        if (action->text().remove(u'&') == u"Files That Could Not Be Read"_s)
+            action->trigger();
+    }
+    EXPECT_EQ(center.messageCount(), 1);
+    center.clearMessages(center.messages());
+
+    // The preferences know both folders, and take one of them away.
+    Settings::removeMusicFolder(one);
+    EXPECT_EQ(Settings::musicFolders(), std::vector { two });
     for (const auto key : { Settings::musicFolderKey, Settings::moreMusicFoldersKey })
         KXUserDefaults::standard().remove(key);
     press(QKeySequence(u"Ctrl+W"_s));

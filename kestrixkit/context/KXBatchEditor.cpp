@@ -1,0 +1,215 @@
+#include <kestrixkit/context/KXBatchEditor.h>
+
+#include <algorithm>
+#include <atomic>
+#include <span>
+
+#include <QPointer>
+#include <QSemaphore>
+
+#include <kestrixkit/context/KXManagedObjectContextOperation.h>
+#include <kestrixkit/context/KXManagedObjectContext_p.h>
+#include <kestrixkit/foundation/KXException.h>
+#include <kestrixkit/foundation/KXMainQueue.h>
+#include <kestrixkit/foundation/KXStringWithFormat.h>
+#include <kestrixkit/foundation/KXUndoManager.h>
+
+namespace {
+
+constexpr size_t batchSize = 1'000; // objects saved and merged together: some milliseconds of the main thread
+constexpr int batchPatience = 20; // milliseconds between looks whether all was cancelled
+
+}
+
+/// What is to be done, by identifiers. Values are few and objects many: they are numbered.
+struct KXBatchEditor::Edit
+{
+    struct Step
+    {
+        qint64 key;
+        qint32 target; ///< number of the value to set
+        qint32 expected; ///< of the one that has to be there; -1: any
+    };
+    QString entityName, key, actionName;
+    QList<QVariant> values;
+    std::vector<Step> steps;
+
+    qint32 numberOf(const QVariant &value)
+    {
+        const qsizetype known = values.indexOf(value);
+        if (known >= 0)
+            return qint32(known);
+        values.append(value);
+        return qint32(values.size() - 1);
+    }
+};
+
+struct KXBatchEditor::Shared
+{
+    std::atomic<const void *> writer { nullptr }; // the context of the operation at work
+    std::atomic<bool> ends { false };
+};
+
+class KXBatchEditOperation : public KXManagedObjectContextOperation
+{
+public:
+    using Edit = KXBatchEditor::Edit;
+
+    KXBatchEditOperation(const KXManagedObjectContext::Ref &context, KXBatchEditor *editor,
+        std::shared_ptr<KXBatchEditor::Shared> shared, std::shared_ptr<const Edit> edit, std::shared_ptr<Edit> inverse)
+        : KXManagedObjectContextOperation(context)
+        , m_editor(editor)
+        , m_shared(std::move(shared))
+        , m_edit(std::move(edit))
+        , m_inverse(std::move(inverse))
+    {
+        setMergeChangesIntoMainContext(true);
+        outcome->actionName = m_edit->actionName;
+    }
+
+    void main() override
+    {
+        const KXManagedObjectContext::Ref context = localContext();
+        if (!context)
+            return;
+        m_shared->writer = context.get();
+        m_inverse->values = m_edit->values;
+        const std::vector<Edit::Step> &steps = m_edit->steps;
+        for (size_t from = 0; from < steps.size() && !stops(); from += batchSize) {
+            const size_t count = std::min(batchSize, steps.size() - from);
+            if (!change(*context, std::span(steps).subspan(from, count)))
+                break;
+            waitForMainThread(qint64(from + count), qint64(steps.size()));
+        }
+        outcome->cancelled = stops();
+        m_shared->writer = nullptr;
+    }
+
+    const std::shared_ptr<KXBatchOutcome> outcome = std::make_shared<KXBatchOutcome>();
+
+private:
+    [[nodiscard]] bool stops() const { return isCancelled() || m_shared->ends; }
+
+    bool change(KXManagedObjectContext &context, std::span<const Edit::Step> steps)
+    {
+        const KXEntityDescription &entity = context.d().entity(m_edit->entityName);
+        std::vector<qint64> keys;
+        for (const Edit::Step &step : steps)
+            keys.push_back(step.key);
+        context.d().fill(entity, keys);
+        std::vector<Edit::Step> done;
+        qint64 kept = 0;
+        for (const Edit::Step &step : steps) {
+            const KXRef<KXManagedObject> object = context.d().object(entity, step.key);
+            if (!object || object->isMissing())
+                continue;
+            const QVariant before = object->valueForKey(m_edit->key);
+            const QVariant &target = m_edit->values[step.target];
+            if (step.expected >= 0 && before != m_edit->values[step.expected]) {
+                ++kept;
+                continue;
+            }
+            if (before == target || !object->setValueForKey(m_edit->key, target))
+                continue;
+            done.push_back({ step.key, m_inverse->numberOf(before), step.target });
+        }
+        outcome->kept += kept;
+        if (!done.empty() && !context.save(&outcome->error)) {
+            context.rollback();
+            return false;
+        }
+        outcome->changed += qint64(done.size());
+        m_inverse->steps.insert(m_inverse->steps.end(), done.begin(), done.end());
+        return true;
+    }
+
+    /// Until what was saved is merged: the merge is queued already, and this behind it.
+    void waitForMainThread(qint64 done, qint64 total)
+    {
+        const auto merged = std::make_shared<QSemaphore>();
+        KXMainQueue::async([merged, editor = m_editor, done, total] {
+            merged->release();
+            if (editor)
+                Q_EMIT editor->progressed(done, total);
+        });
+        while (!merged->tryAcquire(1, batchPatience)) {
+            if (stops())
+                return;
+        }
+    }
+
+    const QPointer<KXBatchEditor> m_editor; // looked at on the main thread alone
+    const std::shared_ptr<KXBatchEditor::Shared> m_shared;
+    const std::shared_ptr<const Edit> m_edit;
+    const std::shared_ptr<Edit> m_inverse; // read by nobody before this is done: edits run one after the other
+};
+
+KXBatchEditor::KXBatchEditor(KXManagedObjectContext::Ref context, QObject *parent)
+    : QObject(parent)
+    , m_context(std::move(context))
+    , m_shared(std::make_shared<Shared>())
+{
+    m_queue.setMaxConcurrentOperationCount(1);
+}
+
+KXBatchEditor::~KXBatchEditor()
+{
+    m_shared->ends = true;
+    m_queue.cancelAllOperations();
+    m_queue.waitUntilAllOperationsAreFinished();
+    if (KXUndoManager *const undo = m_context->undoManager())
+        undo->removeAllActionsWithTarget(this);
+}
+
+bool KXBatchEditor::merges(const void *originatingContext) const
+{
+    return originatingContext && m_shared->writer.load() == originatingContext;
+}
+
+void KXBatchEditor::setValue(const QVariant &value, const QString &forKey, const QString &entityName,
+    std::vector<qint64> keys, const QString &actionName)
+{
+    const KXPropertyDescription *const property = m_context->d().entity(entityName).property(forKey);
+    if (!property || !property->isAttribute())
+        throw KXException(QStringLiteral("KXInvalidArgumentException"),
+            KXStringWithFormat("\"%@\" has no attribute \"%@\"", entityName, forKey));
+    if (keys.empty())
+        return;
+    const auto edit = std::make_shared<Edit>(Edit { entityName, forKey, actionName, { value }, {} });
+    for (const qint64 key : keys)
+        edit->steps.push_back({ key, 0, -1 });
+    const auto inverse = std::make_shared<Edit>(Edit { entityName, forKey, actionName, {}, {} });
+    registerStep(inverse, actionName);
+    run(edit, inverse);
+}
+
+/// The step's content comes to be when the edit has been carried out; whoever undoes it before waits for that.
+void KXBatchEditor::registerStep(const std::shared_ptr<Edit> &inverse, const QString &actionName)
+{
+    KXUndoManager *const undo = m_context->undoManager();
+    if (!undo)
+        return;
+    const KXUndoGroup group(undo, actionName);
+    undo->registerUndo(this, [this, inverse] {
+        const auto back
+            = std::make_shared<Edit>(Edit { inverse->entityName, inverse->key, inverse->actionName, {}, {} });
+        registerStep(back, back->actionName);
+        run(inverse, back);
+    });
+}
+
+void KXBatchEditor::run(const std::shared_ptr<const Edit> &edit, const std::shared_ptr<Edit> &inverse)
+{
+    const auto operation = std::make_shared<KXBatchEditOperation>(m_context, this, m_shared, edit, inverse);
+    ++m_pending;
+    // Queued behind the merges of its saves.
+    operation->setCompletionBlock([this, outcome = operation->outcome] {
+        KXMainQueue::async(this, [this, outcome] {
+            --m_pending;
+            Q_EMIT finished(*outcome);
+        });
+    });
+    m_queue.addOperation(operation);
+}
+
+void KXBatchEditor::cancel() { m_queue.cancelAllOperations(); }

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include <QObject>
+#include <QVariant>
+
+#include <kestrixkit/context/KXManagedObjectContext.h>
+#include <kestrixkit/foundation/KXError.h>
+#include <kestrixkit/foundation/KXOperationQueue.h>
+
+class KXBatchEditOperation;
+
+/// What came of an edit of many objects.
+struct KXBatchOutcome
+{
+    QString actionName;
+    qint64 changed = 0;
+    qint64 kept = 0; ///< of an undo or redo: those that somebody has changed since, and that stay as they are
+    bool cancelled = false; ///< what was changed before stays changed, and is undone with the step
+    KXError error; ///< of the store; what was saved before stays
+};
+
+/// Sets an attribute of very many objects in the background, without making the main thread wait for it: a library of
+/// 300,000 tracks is rated while it is scrolled.
+///
+/// Works through the objects in batches, each of them saved and merged into the main context before the next one is
+/// saved, so that the main thread is busy for a batch at a time. One edit comes after the other. Each is a step of the
+/// context's undo manager from the moment it is asked for; undoing and redoing are such edits themselves, and carry
+/// identifiers and former values, not objects. They leave alone what was changed meanwhile, and say how much that was.
+///
+/// Unsaved changes of the main context are its own: save it before. Main thread; the context is that of the thread.
+class KX_CORE_EXPORT KXBatchEditor : public QObject
+{
+    Q_OBJECT
+public:
+    explicit KXBatchEditor(KXManagedObjectContext::Ref context, QObject *parent = nullptr);
+    /// Cancels what is under way, and waits for that. Its steps go from the undo manager.
+    ~KXBatchEditor() override;
+
+    /// An invalid value takes the attribute away. Keys of objects that are gone are skipped. Throws KXException for an
+    /// entity or attribute that the model does not have.
+    void setValue(const QVariant &value, const QString &forKey, const QString &entityName, std::vector<qint64> keys,
+        const QString &actionName);
+    /// Ends what is under way after the batch at hand, and drops what waits for it.
+    void cancel();
+    [[nodiscard]] bool isBusy() const { return m_pending > 0; }
+    /// Whether changes of that context, as the change feed names it, are merged by the editor. Any thread.
+    [[nodiscard]] bool merges(const void *originatingContext) const;
+
+Q_SIGNALS:
+    void progressed(qint64 done, qint64 total);
+    void finished(const KXBatchOutcome &outcome);
+
+private:
+    friend class KXBatchEditOperation;
+    struct Edit;
+    struct Shared;
+    void run(const std::shared_ptr<const Edit> &edit, const std::shared_ptr<Edit> &inverse);
+    void registerStep(const std::shared_ptr<Edit> &inverse, const QString &actionName);
+
+    const KXManagedObjectContext::Ref m_context;
+    const std::shared_ptr<Shared> m_shared;
+    int m_pending = 0;
+    KXOperationQueue m_queue; // last: it is waited for
+};
