@@ -35,6 +35,8 @@
 #include "GenreDialog.h"
 #include "LibrarySearch.h"
 #include "MessageStrip.h"
+#include "PlaceNavigator.h"
+#include "PlaceSteps.h"
 #include "PlayHistory.h"
 #include "PlayerStrip.h"
 #include "PreferencePanes.h"
@@ -44,9 +46,11 @@
 #include "SelectionSummary.h"
 #include "Settings.h"
 #include "SourceColumn.h"
+#include "TrackInspector.h"
 #include "TrackReasons.h"
 #include "TrackTableView.h"
 #include "WaveformMaker.h"
+#include "WindowState.h"
 
 using namespace Qt::StringLiterals;
 
@@ -119,6 +123,9 @@ BrowserWindow::BrowserWindow(KXPersistentStoreCoordinator::Ref coordinator)
     showSummary();
     updateActions();
     m_table->setFocus();
+    WindowState::restore(*this, *m_panes, *m_sources);
+    // In the turn after that in which the source lists take over what was open and selected.
+    KXMainQueue::async(this, [this] { KXMainQueue::async(this, [this] { WindowState::restoreSidebar(*m_sources); }); });
 }
 
 BrowserWindow::~BrowserWindow()
@@ -131,6 +138,8 @@ BrowserWindow::~BrowserWindow()
     // These follow the context and go before it.
     delete m_crateTable;
     delete m_playHistory;
+    delete m_inspector;
+    delete m_places;
     delete m_waveformMaker;
     delete m_strip;
     delete m_preview;
@@ -145,6 +154,8 @@ void BrowserWindow::closeEvent(QCloseEvent *event)
 {
     m_table->commitOpenEditor();
     m_sources->commit();
+    m_places->commit();
+    WindowState::save(*this, *m_panes, *m_sources);
     if (m_editor.save())
         QMainWindow::closeEvent(event);
     else
@@ -201,8 +212,6 @@ void BrowserWindow::buildMenu()
     QMenu *presets = menuBar()->addMenu(tr("&Presets"));
     presets->setAccessibleName(tr("Presets"));
     presets->addActions({ commands.newFolder, m_sources->saveAsPreset() });
-    connect(m_sources, &SourceColumn::picked, this, &BrowserWindow::showPlace);
-    connect(m_sources, &SourceColumn::opened, this, [this] { m_table->setFocus(); });
     m_filterStrip = new FilterStrip(m_context);
     m_filterStrip->filters()->setTrackAtHand([this] { return trackAtHand(); });
     connect(m_filterStrip, &FilterStrip::predicateDidChange, this, &BrowserWindow::applyFilters);
@@ -227,6 +236,7 @@ void BrowserWindow::buildHeader()
     gap->setFixedWidth(2 * BrowserStyle::margin);
     bar->addWidget(gap);
     m_title = new QLabel(tr("Library"));
+    m_title->setObjectName(u"placeTitle"_s);
     m_title->setTextFormat(Qt::PlainText);
     QFont font = m_title->font();
     font.setPointSizeF(font.pointSizeF() * 1.5);
@@ -286,6 +296,7 @@ void BrowserWindow::buildTable()
             filled.addAction(m_genreAction);
         filled.addAction(m_commentAction);
         filled.addAction(m_reasonsAction);
+        m_places->addSteps(filled);
         m_crateTable->addTo(filled);
     });
     m_table->setMenu(menu);
@@ -305,7 +316,9 @@ void BrowserWindow::buildTable()
     rows->setSpacing(0);
     rows->addWidget(m_filterStrip);
     rows->addWidget(m_table, 1);
-    column->addWidget(m_sources->beside(tracks), 1);
+    buildPlaces(tracks, view);
+    m_panes = m_sources->beside(m_places->view(), m_inspector->container());
+    column->addWidget(m_panes, 1);
     m_strip = new PlayerStrip(m_preview, m_waveforms);
     column->addWidget(m_strip);
     setCentralWidget(all);
@@ -315,7 +328,6 @@ void BrowserWindow::buildCrates()
 {
     m_crateTable = new CrateTable(m_table, m_model, m_sources->crates(), this);
     menuBar()->addMenu(m_crateTable->makeMenu(this));
-    connect(m_sources, &SourceColumn::orderWillBe, m_table, &TrackTableView::setPlaceOrder);
     connect(m_crateTable, &CrateTable::said, this, [this](const QString &what) { m_status->setText(what); });
     connect(m_crateTable, &CrateTable::crateRequested, this, [this](const KXRef<Crate> &crate, qint64 track) {
         m_sources->crates()->select(crate);
@@ -326,6 +338,21 @@ void BrowserWindow::buildCrates()
                 m_coordinator->store()->identity(), m_coordinator->model()->entity(QString(Track::entityName)), track));
         });
     });
+}
+
+void BrowserWindow::buildPlaces(QWidget *tracks, QMenu *view)
+{
+    m_places = new PlaceNavigator(m_context, m_sources, m_filterStrip, m_table, tracks);
+    connect(m_places, &PlaceNavigator::placeDidChange, this, &BrowserWindow::showPlace);
+    connect(m_sources, &SourceColumn::opened, this, [this] { m_table->setFocus(); });
+    m_inspector = new TrackInspector(m_context, m_table, &m_editor);
+    connect(m_inspector, &TrackInspector::picked, this, &BrowserWindow::showFound);
+    view->addActions({ m_places->layeredAction(), m_inspector->action() });
+    menuBar()->addMenu(m_places->makeMenu(this));
+    auto *const bar = findChild<QToolBar *>();
+    QAction *const first = bar->actions().constFirst();
+    bar->insertWidget(first, toolButton(m_places->backAction(), u"back"_s));
+    bar->insertWidget(first, toolButton(m_places->forwardAction(), u"forward"_s));
 }
 
 void BrowserWindow::buildStatus()
@@ -414,17 +441,14 @@ void BrowserWindow::renameGenre()
         (new GenreDialog(&m_editor, genres, this))->open();
 }
 
-void BrowserWindow::showPlace(const KXPredicate &predicate, const QString &title, const QString &emptyText)
+void BrowserWindow::showPlace(
+    const KXPredicate &predicate, const QString &title, const QString &emptyText, const QUrl &filters)
 {
     m_emptyReason = emptyText;
     m_placePredicate = predicate;
-    const bool isElsewhere = !m_placeURL.isEmpty() && m_sources->placeURL() != m_placeURL;
-    m_placeURL = m_sources->placeURL();
     m_title->setText(title.isEmpty() ? tr("Library") : title);
-    m_filterStrip->setPlace(m_placeURL, predicate);
+    m_filterStrip->setPlace(filters, predicate);
     applyFilters();
-    if (isElsewhere)
-        m_table->scrollToTop();
 }
 
 /// The tracks of the place that fit its filters.
@@ -462,8 +486,8 @@ bool BrowserWindow::showTrack(const KXManagedObjectID &track)
     const qint64 key = track.key();
     qsizetype row = m_model->tracks().indexesOf(std::span(&key, 1)).front();
     if (row < 0) { // it lies elsewhere
-        m_sources->showAllTracks();
-        showPlace({}, tr("All Tracks"));
+        m_places->visitAllTracks();
+        m_filterStrip->setNarrowingText({});
         row = m_model->tracks().indexesOf(std::span(&key, 1)).front();
     }
     const QModelIndex index = m_model->index(int(row), 0);
@@ -481,20 +505,14 @@ void BrowserWindow::showFound(const KXManagedObjectID &found)
     const KXRef<KXManagedObject> object = m_context->objectWithID(found);
     if (!object || object->isDeleted() || object->isMissing())
         return;
-    if (const auto preset = KXDynamicRefCast<KXFilterSetPreset>(object)) {
-        m_sources->presets()->selectItem(preset.get());
+    if (m_sources->selectPlaces({ found.URIRepresentation() }))
         return;
-    }
     if (KXDynamicRefCast<Track>(object)) {
         showTrack(found);
         return;
     }
-    const char *format = KXDynamicRefCast<Artist>(object) ? "ANY artists == %@"
-        : KXDynamicRefCast<Genre>(object)                 ? "ANY genres == %@"
-        : KXDynamicRefCast<Label>(object)                 ? "ANY labels == %@"
-                                                          : "album == %@";
-    m_sources->showAllTracks();
-    showPlace(KXPredicate::predicateWithFormat(format, KXVariantFromRef(object)), LibrarySearch::titleOf(*object));
+    if (const auto step = PlaceSteps::to(*object))
+        m_places->visit({ { m_sources->allTracksURL() }, { *step } });
     m_table->setCurrentIndex(m_model->index(0, 0));
     m_table->setFocus();
 }

@@ -18,7 +18,9 @@ class BulkEdits;
 class CrateTable;
 class FileCommands;
 class FilterStrip;
+class KXThemeableSplitView;
 class KXWaveformLibrary;
+class PlaceNavigator;
 class PlayHistory;
 class PlayerStrip;
 class Preview;
@@ -27,6 +29,7 @@ class QProgressBar;
 class QPushButton;
 class SearchPopover;
 class SourceColumn;
+class TrackInspector;
 class TrackTableView;
 class WaveformMaker;
 
@@ -55,6 +58,8 @@ public:
     [[nodiscard]] SourceColumn *sources() const { return m_sources; }
     [[nodiscard]] FilterStrip *filterStrip() const { return m_filterStrip; }
     [[nodiscard]] SearchPopover *search() const { return m_search; }
+    [[nodiscard]] PlaceNavigator *places() const { return m_places; }
+    [[nodiscard]] TrackInspector *inspector() const { return m_inspector; }
     [[nodiscard]] const KXManagedObjectContext::Ref &context() const { return m_context; }
 
 Q_SIGNALS:
@@ -69,12 +74,13 @@ private:
     void buildHeader();
     void buildTable();
     void buildCrates();
+    void buildPlaces(QWidget *tracks, QMenu *view);
     void buildStatus();
     void updateActions();
     void rateSelected(int stars);
     void editComment();
     void renameGenre();
-    void showPlace(const KXPredicate &predicate, const QString &title, const QString &emptyText = {});
+    void showPlace(const KXPredicate &predicate, const QString &title, const QString &emptyText, const QUrl &filters);
     void applyFilters();
     void explainTrack();
     [[nodiscard]] KXRef<Track> trackAtHand() const;
@@ -96,9 +102,11 @@ private:
     TrackTableView *m_table;
     SourceColumn *m_sources;
     FilterStrip *m_filterStrip;
-    QUrl m_placeURL;
     KXPredicate m_placePredicate; // of what is selected to the left; absent for all tracks
     SearchPopover *m_search;
+    PlaceNavigator *m_places;
+    TrackInspector *m_inspector;
+    KXThemeableSplitView *m_panes; // places, tracks, inspector
     QString m_emptyReason; // why the table is empty, where it is
     QList<QAction *> m_ratingActions; // by stars
     QList<QAction *> m_undoActions; // undo, redo

@@ -221,13 +221,17 @@ void FilterTypes::setTempoAround(KXRangeFilter &filter, double bpm)
     filter.setEndValue(tenth(bpm * (1 + tempoTolerance)));
 }
 
+QList<int> FilterTypes::fittingKeys(int keyOrder)
+{
+    const int number = keyOrder / 2, mode = keyOrder % 2;
+    return { 2 * ((number + 10) % 12 + 1) + mode, keyOrder, 2 * (number % 12 + 1) + mode, 2 * number + 1 - mode };
+}
+
 void FilterTypes::setFittingKeys(KXFacetFilter &filter, int keyOrder)
 {
     removeValues(filter);
-    const int number = keyOrder / 2, mode = keyOrder % 2;
-    for (const int neighbour : { (number + 10) % 12 + 1, number, number % 12 + 1 })
-        addValue(filter, keyChoice(2 * neighbour + mode));
-    addValue(filter, keyChoice(2 * number + 1 - mode));
+    for (const int order : fittingKeys(keyOrder))
+        addValue(filter, keyChoice(order));
 }
 
 QString FilterTypes::keyCode(int keyOrder) { return keyOfOrder(keyOrder).wheelCode(); }

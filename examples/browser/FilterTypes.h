@@ -35,6 +35,8 @@ void removeValues(KXFacetFilter &filter);
 inline constexpr double tempoTolerance = 0.04; ///< of the tempo: what a pitch fader bridges without being heard
 /// Asks for tempos within the tolerance.
 void setTempoAround(KXRangeFilter &filter, double bpm);
+/// The key itself, its neighbours on the wheel and its relative, as they are stored (Track::keyOrder()).
+[[nodiscard]] QList<int> fittingKeys(int keyOrder);
 /// Asks for the key itself, its neighbours on the wheel and its relative, in place of what was asked for.
 void setFittingKeys(KXFacetFilter &filter, int keyOrder);
 /// Of the wheel: "8A".

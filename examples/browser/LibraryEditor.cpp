@@ -49,6 +49,17 @@ bool LibraryEditor::setComment(const QList<KXRef<Track>> &tracks, const QString 
     return changed && save();
 }
 
+bool LibraryEditor::setValue(const KXRef<Track> &track, const QString &key, const QVariant &value, const QString &name)
+{
+    if (track->valueForKey(key) == value)
+        return false;
+    {
+        const KXUndoGroup group(m_context->undoManager(), tr("Change %1").arg(name));
+        track->setValueForKey(key, value);
+    }
+    return save();
+}
+
 bool LibraryEditor::renameGenre(const KXRef<Genre> &genre, const QString &name)
 {
     const QString before = genre->name(), after = name.simplified();

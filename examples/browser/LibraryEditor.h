@@ -20,6 +20,8 @@ public:
     /// stars from 0 (none) to 5. All of these answer false where nothing changed or could be saved.
     bool rate(const QList<KXRef<Track>> &tracks, int stars);
     bool setComment(const QList<KXRef<Track>> &tracks, const QString &comment);
+    /// Any other property; an invalid value takes it away. The name is that of the property, for the step.
+    bool setValue(const KXRef<Track> &track, const QString &key, const QVariant &value, const QString &name);
     /// The tracks show the new name in the old one's place.
     bool renameGenre(const KXRef<Genre> &genre, const QString &name);
     /// Why a genre cannot have the name; empty where it can.

@@ -111,6 +111,14 @@ QString Settings::outputDevice()
 
 void Settings::setOutputDevice(const QString &identifier) { settingsWrite(outputDeviceKey, identifier); }
 
+bool Settings::layeredPlaces() { return KXUserDefaults::standard().boolForKey(layeredPlacesKey).value_or(false); }
+
+void Settings::setLayeredPlaces(bool layered) { settingsWrite(layeredPlacesKey, layered); }
+
+bool Settings::showsInspector() { return KXUserDefaults::standard().boolForKey(showsInspectorKey).value_or(false); }
+
+void Settings::setShowsInspector(bool shows) { settingsWrite(showsInspectorKey, shows); }
+
 bool Settings::analyticsConsent() { return KXUserDefaults::standard().boolForKey(analyticsKey).value_or(false); }
 
 void Settings::setAnalyticsConsent(bool consent) { settingsWrite(analyticsKey, consent); }

@@ -17,6 +17,8 @@ inline constexpr QLatin1StringView darkThemeKey { "darkTheme" };
 inline constexpr QLatin1StringView equalLoudnessKey { "equalLoudness" };
 inline constexpr QLatin1StringView startsLoudestKey { "startsLoudest" };
 inline constexpr QLatin1StringView outputDeviceKey { "outputDevice" };
+inline constexpr QLatin1StringView layeredPlacesKey { "layeredPlaces" };
+inline constexpr QLatin1StringView showsInspectorKey { "showsInspector" };
 inline constexpr QLatin1StringView analyticsKey { "analyticsConsent" };
 
 /// In the bytes of the file system; empty: none was chosen, or it is no folder any more.
@@ -43,6 +45,14 @@ void setStartsLoudest(bool loudest);
 /// The sound device's identifier; empty at first, for the system's own.
 QString outputDevice();
 void setOutputDevice(const QString &identifier);
+
+/// Whether places lie on each other as layers, instead of below breadcrumbs. No, at first.
+bool layeredPlaces();
+void setLayeredPlaces(bool layered);
+
+/// Whether the inspector is shown. No, at first.
+bool showsInspector();
+void setShowsInspector(bool shows);
 
 /// Whether the user has agreed to usage statistics. No, at first.
 bool analyticsConsent();

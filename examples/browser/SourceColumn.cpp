@@ -6,8 +6,6 @@
 #include <QLabel>
 
 #include <kestrixkit/foundation/KXLog.h>
-#include <kestrixkit/foundation/KXMainQueue.h>
-#include <kestrixkit/foundation/KXUserDefaults.h>
 #include <kestrixkit/store/KXPersistentStore.h>
 #include <kestrixkit/theme/KXStandardTheme.h>
 #include <kestrixkit/theme/KXThemeManager.h>
@@ -86,6 +84,7 @@ SourceColumn::SourceColumn(KXManagedObjectContext::Ref context, QWidget *parent)
     setChildrenCollapsible(false);
     setStretchFactor(2, 1);
     setSizes({ 220, 220, 320 });
+    connect(this, &QSplitter::splitterMoved, this, &SourceColumn::scrollToSelection);
 }
 
 SourceColumn::~SourceColumn()
@@ -150,19 +149,17 @@ QWidget *SourceColumn::section(const QString &title, KXSourceListViewController 
     return pane;
 }
 
-QWidget *SourceColumn::beside(QWidget *view)
+KXThemeableSplitView *SourceColumn::beside(QWidget *view, QWidget *right)
 {
-    m_beside = new KXThemeableSplitView(Qt::Horizontal);
-    m_beside->setThemeStyleName(KXSplitViewStyles);
-    m_beside->addWidget(this);
-    m_beside->addWidget(view);
-    m_beside->setChildrenCollapsible(false);
-    m_beside->setStretchFactor(1, 1);
-    m_beside->setSizes({ 230, 1210 });
+    auto *const beside = new KXThemeableSplitView(Qt::Horizontal);
+    beside->setThemeStyleName(KXSplitViewStyles);
+    for (QWidget *pane : { static_cast<QWidget *>(this), view, right })
+        beside->addWidget(pane);
+    beside->setChildrenCollapsible(false);
+    beside->setStretchFactor(1, 1);
+    beside->setSizes({ 230, 1210, 260 });
     setMinimumWidth(150);
-    if (const auto state = KXUserDefaults::standard().dataForKey(u"browser.split"_s))
-        m_beside->restoreState(*state);
-    return m_beside;
+    return beside;
 }
 
 void SourceColumn::commit()
@@ -171,8 +168,6 @@ void SourceColumn::commit()
         list->sourceListView()->commitEditing();
         list->saveState();
     }
-    if (m_beside)
-        KXUserDefaults::standard().setValue(u"browser.split"_s, m_beside->saveState());
 }
 
 // Counting
@@ -272,13 +267,61 @@ void SourceColumn::pickLater()
     m_pickSoon.start(all && all->count() > largeLibrary ? pickDelay : 0, [this] { pick(); });
 }
 
-void SourceColumn::showAllTracks()
+QUrl SourceColumn::allTracksURL() const
 {
-    m_library->selectItem(m_places->place(LibraryPlaces::AllTracks).get());
-    Q_EMIT orderWillBe({});
-    // The selection is told of in this turn and in the next one.
-    m_pickSoon.cancel();
-    KXMainQueue::async(this, [this] { m_pickSoon.cancel(); });
+    const KXRef<KXViewState> all = m_places->place(LibraryPlaces::AllTracks);
+    return all ? all->objectID().URIRepresentation() : QUrl();
+}
+
+QList<QUrl> SourceColumn::selectedPlaces() const
+{
+    QList<QUrl> places;
+    for (const KXSourceListViewController *list : lists()) {
+        for (const KXRef<KXManagedObject> &object : list->treeController()->selectedObjects())
+            places.append(object->objectID().URIRepresentation());
+    }
+    return places;
+}
+
+std::pair<KXSourceListViewController *, QList<KXRef<KXManagedObject>>> SourceColumn::listOfPlaces(
+    const QList<QUrl> &places) const
+{
+    const QList<KXRef<KXManagedObject>> objects = m_context->objectInstancesFromURIRepresentations(places);
+    for (KXSourceListViewController *list : lists()) {
+        QList<KXRef<KXManagedObject>> there;
+        for (const KXRef<KXManagedObject> &object : objects) {
+            if (object && !object->isDeleted() && list->treeController()->treeNodeForObject(object.get()))
+                there.append(object);
+        }
+        if (!there.isEmpty())
+            return { list, there };
+    }
+    return {};
+}
+
+bool SourceColumn::selectPlaces(const QList<QUrl> &places)
+{
+    const auto [list, objects] = listOfPlaces(places);
+    if (objects.isEmpty())
+        return false;
+    for (KXSourceListViewController *other : lists()) {
+        if (other != list)
+            other->setSelectionIndexPath({});
+    }
+    list->treeController()->setSelectedObjects(objects);
+    scrollToSelection();
+    pick(); // what is told of the selection later on picks the same again
+    return true;
+}
+
+/// What lies in something closed is opened.
+void SourceColumn::scrollToSelection()
+{
+    for (KXSourceListViewController *list : lists()) {
+        const KXTreeController &tree = *list->treeController();
+        if (const KXRef<KXManagedObject> first = tree.selectedObjects().value(0))
+            list->sourceListView()->scrollTo(tree.indexForNode(tree.treeNodeForObject(first.get())));
+    }
 }
 
 void SourceColumn::pick()

@@ -36,12 +36,22 @@ public:
     /// Names what is selected, a place, crate or preset; several of a kind are one place among them. Empty for nothing.
     [[nodiscard]] QUrl placeURL() const;
 
-    /// Puts it to the left of the view, in a splitter for the window to show.
-    QWidget *beside(QWidget *view);
-    /// Selects the place of all tracks, without picking it: the caller says what is shown.
-    void showAllTracks();
+    /// What is selected, for selectPlaces() to select again.
+    [[nodiscard]] QList<QUrl> selectedPlaces() const;
+    /// Selects these, scrolls there and picks them at once; false, and nothing happens, where none of them is there.
+    bool selectPlaces(const QList<QUrl> &places);
+    [[nodiscard]] bool hasPlaces(const QList<QUrl> &places) const { return !listOfPlaces(places).second.isEmpty(); }
+    [[nodiscard]] QUrl allTracksURL() const;
+    void scrollToSelection();
+    /// What names of settings that concern this library alone end in.
+    [[nodiscard]] const QString &autosaveSuffix() const { return m_autosaveSuffix; }
+
+    /// Puts it to the left of the view, in a splitter for the window to show, and another one to the right.
+    KXThemeableSplitView *beside(QWidget *view, QWidget *right);
     /// Shows what is selected at once, instead of in the next turn.
     void pick();
+    /// From top to bottom.
+    [[nodiscard]] QList<KXSourceListViewController *> lists() const;
     /// Music has come or gone: makes the presets that a library begins with, and counts.
     void musicDidChange();
     /// Ends editing and remembers what is selected and open.
@@ -69,7 +79,9 @@ private:
     void makeList(std::unique_ptr<KXSourceListViewController> &list, KXTreeController *tree, const QString &name,
         const QString &autosaveName);
     void prepareList(KXSourceListViewController *list, const QString &name, const QString &autosaveName);
-    [[nodiscard]] QList<KXSourceListViewController *> lists() const;
+    /// The list that has them, and those that it has.
+    [[nodiscard]] std::pair<KXSourceListViewController *, QList<KXRef<KXManagedObject>>> listOfPlaces(
+        const QList<QUrl> &places) const;
     void startCounting();
     void firstMusicCame();
     void pickLater();
@@ -90,7 +102,6 @@ private:
     CratesPane *m_crates;
     PresetCommands *m_commands;
     QAction *m_saveAsPreset;
-    QPointer<KXThemeableSplitView> m_beside;
     QString m_autosaveSuffix;
     QHash<qint64, QIcon> m_icons; // of places, in the theme's colour
     KXNotificationToken m_themeChanges;
