@@ -7,8 +7,8 @@
 #include <QPointer>
 #include <QSemaphore>
 
+#include <kestrixkit/context/KXContextRows_p.h>
 #include <kestrixkit/context/KXManagedObjectContextOperation.h>
-#include <kestrixkit/context/KXManagedObjectContext_p.h>
 #include <kestrixkit/foundation/KXException.h>
 #include <kestrixkit/foundation/KXMainQueue.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
@@ -92,15 +92,16 @@ private:
 
     bool change(KXManagedObjectContext &context, std::span<const Edit::Step> steps)
     {
-        const KXEntityDescription &entity = context.d().entity(m_edit->entityName);
+        const KXContextRows rows(context);
+        const KXEntityDescription &entity = rows.entity(m_edit->entityName);
         std::vector<qint64> keys;
         for (const Edit::Step &step : steps)
             keys.push_back(step.key);
-        context.d().fill(entity, keys);
+        rows.fill(entity, keys);
         std::vector<Edit::Step> done;
         qint64 kept = 0;
         for (const Edit::Step &step : steps) {
-            const KXRef<KXManagedObject> object = context.d().object(entity, step.key);
+            const KXRef<KXManagedObject> object = rows.object(entity, step.key);
             if (!object || object->isMissing())
                 continue;
             const QVariant before = object->valueForKey(m_edit->key);
@@ -169,7 +170,7 @@ bool KXBatchEditor::merges(const void *originatingContext) const
 void KXBatchEditor::setValue(const QVariant &value, const QString &forKey, const QString &entityName,
     std::vector<qint64> keys, const QString &actionName)
 {
-    const KXPropertyDescription *const property = m_context->d().entity(entityName).property(forKey);
+    const KXPropertyDescription *const property = KXContextRows(*m_context).entity(entityName).property(forKey);
     if (!property || !property->isAttribute())
         throw KXException(QStringLiteral("KXInvalidArgumentException"),
             KXStringWithFormat("\"%@\" has no attribute \"%@\"", entityName, forKey));

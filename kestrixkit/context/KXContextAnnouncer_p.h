@@ -11,8 +11,7 @@
 class KXContextAnnouncer
 {
 public:
-    KXContextAnnouncer(
-        KXObjectKeeper &keeper, KXChangeLedger &ledger, KXContextRecorder &recorder, bool isOfMainThread)
+    KXContextAnnouncer(KXObjectKeeper &keeper, KXChangeLedger &ledger, KXContextRecorder &recorder, bool isOfMainThread)
         : m_keeper(keeper)
         , m_ledger(ledger)
         , m_recorder(recorder)
