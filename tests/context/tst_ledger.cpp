@@ -20,7 +20,9 @@ TEST(Ledger, endsTheProcessWhereATransitionBeginsWrongly)
     updated->setTitle(u"edited"_s);
     library.context->removeManagedObject(deleted);
     library.context->refreshObject(missing.get());
-    Library::tamper(library.path(), "DELETE FROM Track WHERE title = 'missing'");
+    const auto other = library.otherContext();
+    other->removeManagedObject(other->objectWithID(missing->objectID()));
+    ASSERT_TRUE(other->save());
     ASSERT_TRUE(missing->isMissing());
     const std::map<QString, Object> states {
         { u"stored"_s, stored },
