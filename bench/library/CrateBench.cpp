@@ -17,7 +17,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr int crateTracks = 200'000; // of the library
+constexpr int crateTracks = 300'000; // of the library
 constexpr int crateFilled = 100'000;
 constexpr int crateDropped = 10'000;
 
@@ -27,8 +27,6 @@ double crateCpuSeconds()
     clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
     return double(time.tv_sec) + double(time.tv_nsec) * 1e-9;
 }
-
-QString cratesPath() { return BenchLibrary::emptyStorePath().chopped(8) + u"crates-200k.db"_s; }
 
 KXManagedObjectContext::Ref openCrates(const QString &path)
 {
@@ -68,7 +66,7 @@ std::vector<qint64> allTracks(KXManagedObjectContext &context)
 
 void crateAddOurs(benchmark::State &state)
 {
-    const auto context = openCrates(BenchLibrary::scratchCopy(cratesPath()));
+    const auto context = openCrates(BenchLibrary::scratchCopy(CrateBench::path()));
     const KXRef<Crate> crate = theCrate(*context);
     CrateEditor editor(context);
     const std::vector<qint64> dropped = droppedKeys(allTracks(*context));
@@ -83,7 +81,7 @@ void crateAddOurs(benchmark::State &state)
 
 void crateAddPeer(benchmark::State &state)
 {
-    const QString path = BenchLibrary::scratchCopy(cratesPath());
+    const QString path = BenchLibrary::scratchCopy(CrateBench::path());
     std::vector<qint64> dropped;
     qint64 crate = 0;
     {
@@ -103,6 +101,8 @@ void crateAddPeer(benchmark::State &state)
 
 }
 
+QString CrateBench::path() { return BenchLibrary::emptyStorePath().chopped(8) + u"crates-300k.db"_s; }
+
 void CrateBench::add()
 {
     BenchProgram::add("library.crate-add/ours", crateAddOurs);
@@ -111,9 +111,9 @@ void CrateBench::add()
 
 void CrateBench::prepare()
 {
-    if (QFile::exists(cratesPath()))
+    if (QFile::exists(path()))
         return;
-    const QString making = cratesPath() + u".making"_s;
+    const QString making = path() + u".making"_s;
     QFile::remove(making);
     {
         const auto context = openCrates(making);
@@ -138,5 +138,5 @@ void CrateBench::prepare()
         if (!editor.make(Crate::Kind::Plain, {}, u"Full"_s, std::span(all).first(crateFilled)))
             std::exit(1);
     }
-    QFile::rename(making, cratesPath());
+    QFile::rename(making, path());
 }

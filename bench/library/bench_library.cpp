@@ -24,6 +24,7 @@
 
 #include "BenchProgram.h"
 #include "library/CrateBench.h"
+#include "library/EditBench.h"
 #include "peer/plain_library.h"
 #include "store/BenchLibrary.h"
 
@@ -343,5 +344,6 @@ int main(int argc, char **argv)
     BenchProgram::add("library.bar-show/ours", barOurs);
     BenchProgram::add("library.bar-show/peer", barPeer);
     CrateBench::add();
+    EditBench::add();
     return BenchProgram::run(argc, argv, prepare);
 }

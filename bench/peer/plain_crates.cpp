@@ -88,6 +88,16 @@ size_t Crates::add(qint64 crate, const std::vector<qint64> &tracks)
     return m_entries.size();
 }
 
+qint64 Crates::rateAll(int stars)
+{
+    sqlite3_stmt *const update = cratePrepare(m_database, "UPDATE Track SET rating = ?, kx_version = kx_version + 1");
+    sqlite3_bind_int(update, 1, stars);
+    if (sqlite3_step(update) != SQLITE_DONE)
+        crateFail(m_database);
+    sqlite3_finalize(update);
+    return sqlite3_changes64(m_database);
+}
+
 qint64 Crates::count(qint64 crate) const
 {
     return crateNumber(m_database, "SELECT count(*) FROM CrateEntry WHERE crate = ?", crate);

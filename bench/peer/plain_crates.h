@@ -20,6 +20,8 @@ public:
     /// Puts those that are not in the crate yet behind its last track, in one transaction. Answers how many came.
     size_t add(qint64 crate, const std::vector<qint64> &tracks);
     [[nodiscard]] qint64 count(qint64 crate) const;
+    /// Gives all tracks the rating, in one statement. Answers how many there were.
+    [[nodiscard]] qint64 rateAll(int stars);
 
 private:
     struct Entry

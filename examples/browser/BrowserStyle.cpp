@@ -1,7 +1,11 @@
 #include "BrowserStyle.h"
 
+#include <algorithm>
+#include <cmath>
+
 #include <QApplication>
 #include <QFont>
+#include <QHash>
 #include <QStyleFactory>
 
 #include <kestrixkit/theme/KXDarkTheme.h>
@@ -23,6 +27,25 @@ const KXThemeColours &styleColours()
     return dark.colours();
 }
 
+QColor styleLegible(const QColor &colour, const QColor &background, double ratio)
+{
+    if (BrowserStyle::contrast(colour, background) >= ratio)
+        return colour;
+    const float hue = colour.hslHueF(), saturation = colour.hslSaturationF(), lightness = colour.lightnessF();
+    const auto of = [&](float shift) {
+        return QColor::fromHslF(std::max(hue, 0.0F), saturation, std::clamp(lightness + shift, 0.0F, 1.0F));
+    };
+    constexpr float step = 0.02F;
+    for (float shift = 0; shift <= 1; shift += step) {
+        for (const QColor &near : { of(shift), of(-shift) }) {
+            if (BrowserStyle::contrast(near, background) >= ratio)
+                return near;
+        }
+    }
+    return BrowserStyle::contrast(Qt::white, background) > BrowserStyle::contrast(Qt::black, background) ? Qt::white
+                                                                                                         : Qt::black;
+}
+
 } // namespace
 
 QColor BrowserStyle::row() { return styleColours().row; }
@@ -34,6 +57,27 @@ QColor BrowserStyle::secondaryText() { return styleColours().secondaryText; }
 QColor BrowserStyle::missingText() { return styleColours().disabledText; }
 QColor BrowserStyle::accent() { return styleColours().accent; }
 QColor BrowserStyle::emptyStar() { return styleColours().controlPressed; }
+
+double BrowserStyle::contrast(const QColor &a, const QColor &b)
+{
+    const auto luminance = [](const QColor &colour) {
+        const auto linear
+            = [](double part) { return part <= 0.04045 ? part / 12.92 : std::pow((part + 0.055) / 1.055, 2.4); };
+        return 0.2126 * linear(colour.redF()) + 0.7152 * linear(colour.greenF()) + 0.0722 * linear(colour.blueF());
+    };
+    const double one = luminance(a), other = luminance(b);
+    return (std::max(one, other) + 0.05) / (std::min(one, other) + 0.05);
+}
+
+QColor BrowserStyle::legible(const QColor &colour, const QColor &background, double ratio)
+{
+    // A few colours of a theme, asked for in every cell that is painted.
+    static QHash<std::pair<quint64, double>, QColor> known;
+    QColor &found = known[{ quint64(colour.rgb()) << 32 | background.rgb(), ratio }];
+    if (!found.isValid())
+        found = styleLegible(colour, background, ratio);
+    return found;
+}
 
 QColor BrowserStyle::keyColour(const MusicalKey &key)
 {

@@ -19,6 +19,12 @@ QColor missingText();
 QColor accent();
 QColor emptyStar();
 
+/// The nearest colour that stands out from the background by the ratio, from 1 (none) to 21: darker or lighter, of the
+/// same hue. Texts are read from 4.5 on, signs are seen from 3 on.
+QColor legible(const QColor &colour, const QColor &background, double ratio);
+/// By which two colours stand out from each other, as the web's guidelines for accessibility measure it.
+double contrast(const QColor &a, const QColor &b);
+
 inline constexpr int rowHeight = 30;
 inline constexpr int margin = 10;
 

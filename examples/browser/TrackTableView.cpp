@@ -33,6 +33,8 @@ constexpr TrackColumn trackColumns[TrackTableModel::ColumnCount]
           { "key"_L1, 92 }, { "rating"_L1, 98 }, { "length"_L1, 76 }, { "label"_L1, 108 }, { "year"_L1, 58 },
           { "added"_L1, 106 }, { "comment"_L1, 136 }, { "waveform"_L1, 140 } };
 
+constexpr double textContrast = 4.5, signContrast = 3;
+
 QPainterPath starPath(QPointF centre, double radius)
 {
     QPolygonF star;
@@ -47,10 +49,12 @@ QPainterPath starPath(QPointF centre, double radius)
 }
 
 /// Five stars, that many of them bright. Their paths cost more than all texts of the row: they are painted once.
-void paintStars(QPainter &painter, const QRect &cell, Qt::LayoutDirection direction, int stars, bool missing)
+void paintStars(QPainter &painter, const QRect &cell, Qt::LayoutDirection direction, int stars, bool missing,
+    const QColor &background)
 {
-    const QColor bright = missing ? BrowserStyle::missingText() : BrowserStyle::accent(),
-                 empty = BrowserStyle::emptyStar();
+    const QColor bright = BrowserStyle::legible(
+                     missing ? BrowserStyle::missingText() : BrowserStyle::accent(), background, signContrast),
+                 empty = BrowserStyle::legible(BrowserStyle::emptyStar(), background, signContrast);
     const QRect place = TrackDelegate::starBox(cell, 1, direction).united(TrackDelegate::starBox(cell, 5, direction));
     const qreal ratio = painter.device()->devicePixelRatio();
     const QString key
@@ -152,11 +156,21 @@ void TrackTableView::sortRows(const QList<KXSortDescriptor> &descriptors)
     static_cast<TrackTableModel *>(model())->setOrder(descriptors);
 }
 
+std::pair<QColor, QColor> TrackTableView::plateColours(const QColor &colour, const QColor &row)
+{
+    constexpr float share = 0.2F;
+    const auto mixed = [](float over, float under) { return over * share + under * (1 - share); };
+    const QColor plate = QColor::fromRgbF(
+        mixed(colour.redF(), row.redF()), mixed(colour.greenF(), row.greenF()), mixed(colour.blueF(), row.blueF()));
+    return { BrowserStyle::legible(colour, plate, textContrast), plate };
+}
+
 void TrackTableView::drawCell(QPainter &painter, const KXTableCell &cell) const
 {
     const bool missing = cell.index.data(TrackTableModel::MissingRole).toBool();
     if (cell.index.column() == TrackTableModel::Rating) {
-        paintStars(painter, cell.rect, layoutDirection(), cell.index.data(TrackTableModel::StarsRole).toInt(), missing);
+        paintStars(painter, cell.rect, layoutDirection(), cell.index.data(TrackTableModel::StarsRole).toInt(), missing,
+            rowColour(cell.index.row(), cell.selected));
         return;
     }
     if (const int number = cell.index.data(TrackTableModel::KeyRole).toInt()) {
@@ -164,14 +178,13 @@ void TrackTableView::drawCell(QPainter &painter, const KXTableCell &cell) const
         const QColor colour = missing ? BrowserStyle::missingText() : BrowserStyle::keyColour(key);
         const QRect plate(cell.rect.left() + BrowserStyle::margin - 2, cell.rect.center().y() - 9,
             cell.rect.width() - 2 * BrowserStyle::margin + 4, 20);
-        QColor fill = colour;
-        fill.setAlphaF(0.20F);
+        const auto [letters, fill] = plateColours(colour, rowColour(cell.index.row(), cell.selected));
         painter.setRenderHint(QPainter::Antialiasing);
         painter.setPen(Qt::NoPen);
         painter.setBrush(fill);
         painter.drawRoundedRect(plate, 5, 5);
         painter.setRenderHint(QPainter::Antialiasing, false);
-        painter.setPen(colour);
+        painter.setPen(letters);
         drawText(painter, plate.adjusted(2, 0, -2, 0), Qt::AlignHCenter, cell.index.data().toString());
         return;
     }

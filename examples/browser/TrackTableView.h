@@ -25,6 +25,9 @@ public:
     /// Back to it.
     void sortInPlaceOrder();
 
+    /// Of the letters and of the plate that stand for a key, on a row of that colour.
+    [[nodiscard]] static std::pair<QColor, QColor> plateColours(const QColor &colour, const QColor &row);
+
     /// The track that is played; invalid: none.
     void setPlayingIndex(const QModelIndex &index);
 

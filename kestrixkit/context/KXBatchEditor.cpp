@@ -4,6 +4,7 @@
 #include <atomic>
 #include <span>
 
+#include <QElapsedTimer>
 #include <QPointer>
 #include <QSemaphore>
 
@@ -16,7 +17,10 @@
 
 namespace {
 
-constexpr size_t batchSize = 1'000; // objects saved and merged together: some milliseconds of the main thread
+// Objects that are saved and merged together. Each save waits for the disk; each merge takes its time of the main
+// thread.
+constexpr size_t batchFirst = 1'000, batchLeast = 250, batchMost = 8'000;
+constexpr qint64 batchQuick = 10, batchSlow = 30; // milliseconds that the main thread takes for one
 constexpr int batchPatience = 20; // milliseconds between looks whether all was cancelled
 
 }
@@ -75,11 +79,17 @@ public:
         m_shared->writer = context.get();
         m_inverse->values = m_edit->values;
         const std::vector<Edit::Step> &steps = m_edit->steps;
-        for (size_t from = 0; from < steps.size() && !stops(); from += batchSize) {
-            const size_t count = std::min(batchSize, steps.size() - from);
+        size_t size = batchFirst;
+        for (size_t from = 0; from < steps.size() && !stops();) {
+            const size_t count = std::min(size, steps.size() - from);
             if (!change(*context, std::span(steps).subspan(from, count)))
                 break;
-            waitForMainThread(qint64(from + count), qint64(steps.size()));
+            from += count;
+            const qint64 milliseconds = waitForMainThread(qint64(from), qint64(steps.size()));
+            if (milliseconds < batchQuick)
+                size = std::min(size * 2, batchMost);
+            else if (milliseconds > batchSlow)
+                size = std::max(size / 2, batchLeast);
         }
         outcome->cancelled = stops();
         m_shared->writer = nullptr;
@@ -124,19 +134,19 @@ private:
         return true;
     }
 
-    /// Until what was saved is merged: the merge is queued already, and this behind it.
-    void waitForMainThread(qint64 done, qint64 total)
+    /// Until what was saved is merged: the merge is queued already, and this behind it. Answers how long that took.
+    qint64 waitForMainThread(qint64 done, qint64 total)
     {
+        QElapsedTimer clock;
+        clock.start();
         const auto merged = std::make_shared<QSemaphore>();
         KXMainQueue::async([merged, editor = m_editor, done, total] {
-            merged->release();
             if (editor)
                 Q_EMIT editor->progressed(done, total);
+            merged->release(); // whoever cancels in that call is obeyed at once
         });
-        while (!merged->tryAcquire(1, batchPatience)) {
-            if (stops())
-                return;
-        }
+        while (!merged->tryAcquire(1, batchPatience) && !stops()) { }
+        return clock.elapsed();
     }
 
     const QPointer<KXBatchEditor> m_editor; // looked at on the main thread alone

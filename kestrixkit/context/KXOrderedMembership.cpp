@@ -293,16 +293,21 @@ qsizetype KXOrderedMembership::append(const KXManagedObjectID &list, std::span<c
         return 0;
     const auto present = entries(list, coming);
     std::erase_if(coming, [&](qint64 key) { return present.contains(key); });
-    return coming.empty() ? 0 : insert(list, coming);
+    return coming.empty() ? 0 : put(owner, coming, {}, 0);
 }
 
 qsizetype KXOrderedMembership::insert(const KXManagedObjectID &list, std::span<const qint64> members, qint64 before)
 {
     const Object owner = living(list);
     const std::vector<qint64> wanted = owner ? distinct(members) : std::vector<qint64>();
-    if (wanted.empty())
-        return 0;
-    auto present = entries(list, wanted);
+    return wanted.empty() ? 0 : put(owner, wanted, entries(list, wanted), before);
+}
+
+/// Those of the members that are in the list already come with their entries.
+qsizetype KXOrderedMembership::put(
+    const Object &owner, const std::vector<qint64> &wanted, QHash<qint64, QList<Object>> present, qint64 before)
+{
+    const KXManagedObjectID list = owner->objectID();
     const auto movedOf = [&] {
         QSet<qint64> keys;
         for (const QList<Object> &each : std::as_const(present)) {

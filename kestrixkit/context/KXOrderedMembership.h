@@ -77,6 +77,8 @@ private:
         const KXManagedObjectID &list, qint64 before, const QSet<qint64> &moved) const;
     void renumber(const KXManagedObjectID &list);
     void spread(const std::vector<Object> &entries, Place &place) const;
+    qsizetype put(
+        const Object &list, const std::vector<qint64> &members, QHash<qint64, QList<Object>> present, qint64 before);
     std::vector<Object> makeEntries(const Object &list, std::span<const qint64> members);
 
     const KXManagedObjectContext::Ref m_context;

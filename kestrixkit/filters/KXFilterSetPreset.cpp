@@ -2,6 +2,7 @@
 
 #include <kestrixkit/filters/KXFilterImages_p.h>
 #include <kestrixkit/filters/KXFilterSet.h>
+#include <kestrixkit/filters/KXFolderCounts_p.h>
 #include <kestrixkit/foundation/KXCheck.h>
 #include <kestrixkit/foundation/KXException.h>
 #include <kestrixkit/foundation/KXLog.h>
@@ -95,9 +96,10 @@ std::optional<qint64> KXFilterSetPreset::countForContextIdentifier(const QString
 {
     if (identifier.isEmpty())
         return 0;
-    if (isFolder() && !(m_counts && m_counts->contains(identifier)))
-        return std::nullopt;
-    return m_counts ? m_counts->value(identifier) : 0;
+    if (!isFolder())
+        return m_counts ? m_counts->value(identifier) : 0;
+    const QString own = KXFolderCountIdentifier(identifier);
+    return m_counts && m_counts->contains(own) ? std::optional(m_counts->value(own)) : std::nullopt;
 }
 
 KXRef<KXFilterSetPreset> KXFilterSetPreset::duplicateInContext(KXManagedObjectContext &context) const

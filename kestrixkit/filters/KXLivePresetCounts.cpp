@@ -1,6 +1,7 @@
 #include <kestrixkit/filters/KXLivePresetCounts.h>
 
 #include <kestrixkit/filters/KXFilterSetPreset.h>
+#include <kestrixkit/filters/KXFolderCounts_p.h>
 #include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/store/KXPersistentStore.h>
 
@@ -209,7 +210,7 @@ void KXLivePresetCounts::deliver(const QStringList &identifiers)
         const auto found = m_entries.constFind(identifier);
         const std::optional<qint64> count = m_counts->count(identifier);
         if (const KXRef<KXFilterSetPreset> folder = count ? m_folders.value(identifier) : nullptr)
-            folder->setCount(*count, m_place.countsContextIdentifier);
+            folder->setCount(*count, KXFolderCountIdentifier(m_place.countsContextIdentifier));
         if (found == m_entries.constEnd() || !count)
             continue;
         const KXRef<KXFilterSetPreset> preset = found->preset; // an observer may remove it

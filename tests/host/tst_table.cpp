@@ -89,6 +89,25 @@ TEST_F(TableTest, sortsByAnyColumn)
     }
 }
 
+TEST_F(TableTest, keysAndStarsAreSeenOnEveryRow)
+{
+    for (const bool dark : { true, false }) {
+        BrowserStyle::setDark(dark);
+        for (const QColor &row : { BrowserStyle::row(), BrowserStyle::alternateRow(), BrowserStyle::selection() }) {
+            for (int key = 1; key <= 24; ++key) {
+                const MusicalKey musical { (key + 1) / 2, key % 2 == 0 };
+                const auto [letters, plate] = TrackTableView::plateColours(BrowserStyle::keyColour(musical), row);
+                EXPECT_GE(BrowserStyle::contrast(letters, plate), 4.5) << key << ' ' << row.name().toStdString();
+            }
+            for (const QColor &star : { BrowserStyle::emptyStar(), BrowserStyle::accent() })
+                EXPECT_GE(BrowserStyle::contrast(BrowserStyle::legible(star, row, 3), row), 3);
+        }
+    }
+    BrowserStyle::setDark(true);
+    EXPECT_NEAR(BrowserStyle::contrast(Qt::white, Qt::black), 21, 0.01);
+    EXPECT_EQ(BrowserStyle::legible(Qt::white, Qt::black, 4.5), QColor(Qt::white)) << "what stands out stays";
+}
+
 TEST_F(TableTest, windowFollowsAnImportAndKeepsItsPlace)
 {
     QTemporaryDir music;
