@@ -242,6 +242,19 @@ std::optional<KXOrderedMembership::Place> KXOrderedMembership::placeBefore(
     return place;
 }
 
+/// Whether the entries lie in the gap in that order: whoever drops them where they are makes no step to undo.
+bool KXOrderedMembership::isInPlace(const std::vector<Object> &entries, Place &place) const
+{
+    std::optional<qint64> low = place.low;
+    for (const Object &entry : entries) {
+        if (low && position(entry) <= *low)
+            return false;
+        low = position(entry);
+    }
+    const Object high = place.at(0);
+    return !high || !low || *low < position(high);
+}
+
 /// Gives the entries numbers in the gap, and further ones to those behind it where it is too small.
 void KXOrderedMembership::spread(const std::vector<Object> &entries, Place &place) const
 {
@@ -340,7 +353,8 @@ qsizetype KXOrderedMembership::put(
                 m_context->removeManagedObject(own[i]);
         }
     }
-    spread(row, *place);
+    if (!made.empty() || !isInPlace(row, *place))
+        spread(row, *place);
     return qsizetype(made.size());
 }
 

@@ -76,6 +76,7 @@ private:
     [[nodiscard]] std::optional<Place> placeBefore(
         const KXManagedObjectID &list, qint64 before, const QSet<qint64> &moved) const;
     void renumber(const KXManagedObjectID &list);
+    [[nodiscard]] bool isInPlace(const std::vector<Object> &entries, Place &place) const;
     void spread(const std::vector<Object> &entries, Place &place) const;
     qsizetype put(
         const Object &list, const std::vector<qint64> &members, QHash<qint64, QList<Object>> present, qint64 before);
