@@ -106,10 +106,13 @@ void PlaceNavigator::visit(const Place &place)
     if (m_hasShown && m_history.current() && m_history.current()->place == place)
         return;
     commit();
-    const std::optional<PlaceView> left = m_history.viewOf(place);
+    std::optional<PlaceView> left = m_history.viewOf(place);
     m_history.visit(place);
-    if (left)
-        m_history.leave(*left); // how it is to be looked at
+    if (left) { // it is looked at where it was left, in its own order or the table's, and whole
+        left->order.clear();
+        left->words.clear();
+        m_history.leave(*left);
+    }
     show(true);
 }
 

@@ -22,8 +22,9 @@ class TrackTableView;
 /// among what was visited. The steps are pushed onto a bar of breadcrumbs or, if the user wants that, lie on each other
 /// as layers; the tracks themselves are one view, which is in the topmost.
 ///
-/// A place that was visited comes back as it was left: scrolled, selected, sorted and narrowed as it was; its filters
-/// are the place's own. What was visited is remembered for each library.
+/// By back and forward a place comes back as it was left: scrolled, selected, sorted and narrowed as it was; its
+/// filters are the place's own. One that is opened anew is scrolled and selected as it was left last. What was visited
+/// is remembered for each library.
 class PlaceNavigator : public QObject
 {
     Q_OBJECT

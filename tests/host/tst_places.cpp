@@ -10,6 +10,8 @@
 #include <kestrixkit/toolkit/KXAnimationGroup.h>
 
 #include <BrowserWindow.h>
+#include <CrateEditor.h>
+#include <CratesPane.h>
 #include <FilterStrip.h>
 #include <LibraryPlaces.h>
 #include <PlaceNavigator.h>
@@ -231,6 +233,41 @@ TEST_F(PlacesTest, survivesARestartAndWhatIsGone)
         EXPECT_FALSE(places().backAction()->isEnabled());
         window->close();
     }
+}
+
+// A crate has an order of its own, which is there again after a step out of it.
+TEST_F(PlacesTest, leadOutOfCratesAndBack)
+{
+    table().setSortDescriptors({ TrackTableModel::sortDescriptor(TrackTableModel::Title) });
+    const std::vector<qint64> tracks { window->model()->tracks().key(7), window->model()->tracks().key(3),
+        window->model()->tracks().key(11) };
+    const auto crate = window->sources()->crates()->editor().make(Crate::Kind::Plain, {}, u"Set"_s, tracks);
+    ASSERT_TRUE(crate);
+    window->sources()->selectPlaces({ crate->objectID().URIRepresentation() });
+    const auto titles = [this] {
+        QStringList all;
+        for (int row = 0; row < std::min(3, window->model()->rowCount()); ++row)
+            all += window->model()->track(row)->title();
+        return all.join(u", "_s).toStdString();
+    };
+    EXPECT_EQ(titles(), "Track 007, Track 003, Track 011");
+    selectRow(1);
+    go(PlaceStep::ToArtist);
+    EXPECT_EQ(crumbs(), "Set > Artist 3");
+    EXPECT_EQ(titles(), "Track 003, Track 008, Track 013");
+    places().goBack();
+    EXPECT_EQ(titles(), "Track 007, Track 003, Track 011");
+    EXPECT_TRUE(table().isInPlaceOrder());
+    table().setSortDescriptors({ TrackTableModel::sortDescriptor(TrackTableModel::Title) });
+    places().visitAllTracks();
+    places().goBack();
+    EXPECT_EQ(titles(), "Track 003, Track 007, Track 011"); // as it was left
+    window->context()->removeManagedObject(crate);
+    window->context()->save();
+    QCoreApplication::processEvents();
+    places().visitAllTracks();
+    places().goBack();
+    EXPECT_NE(crumbs(), "Set");
 }
 
 // Wherever one goes, back and forward again end in an identical picture.
