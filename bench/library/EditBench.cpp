@@ -65,7 +65,7 @@ EditRun editAll()
     });
     window.table()->selectAll();
     QTest::qWait(500); // the summary of what is selected is an affair of its own
-    pulse.start(0);
+    pulse.start(1);
     const double start = last = editSeconds();
     bulk->edit(u"rating"_s, 4, u"Rate"_s);
     while (!isDone)
