@@ -10,10 +10,10 @@
 using namespace Qt::StringLiterals;
 
 /// One rule being compiled.
-class KXCountRuleCompiler
+class KXCountTable::RuleCompiler
 {
 public:
-    explicit KXCountRuleCompiler(KXCountTable &table)
+    explicit RuleCompiler(KXCountTable &table)
         : m_table(table)
     {
     }
@@ -38,9 +38,7 @@ private:
     KXCountTable &m_table;
 };
 
-using Part = KXCountRuleCompiler::Part;
-
-KXCountCondition KXCountRuleCompiler::joined(KXCountCondition a, KXCountCondition b, KXCountCondition::Kind kind)
+KXCountCondition KXCountTable::RuleCompiler::joined(KXCountCondition a, KXCountCondition b, KXCountCondition::Kind kind)
 {
     if (a.kind == kind) {
         a.parts.push_back(std::move(b));
@@ -49,7 +47,7 @@ KXCountCondition KXCountRuleCompiler::joined(KXCountCondition a, KXCountConditio
     return { kind, 0, { std::move(a), std::move(b) } };
 }
 
-Part KXCountRuleCompiler::negate(Part part)
+KXCountTable::RuleCompiler::Part KXCountTable::RuleCompiler::negate(Part part)
 {
     if (part.kind == KXCountNode::Slot && part.conditions.empty())
         return { KXCountNode::False, {}, {} };
@@ -63,7 +61,7 @@ Part KXCountRuleCompiler::negate(Part part)
     return { KXCountNode::Not, {}, { std::move(part) } };
 }
 
-Part KXCountRuleCompiler::join(std::vector<Part> parts, bool isAnd)
+KXCountTable::RuleCompiler::Part KXCountTable::RuleCompiler::join(std::vector<Part> parts, bool isAnd)
 {
     // An AND of conditions is one set of conditions; so is an OR of single conditions of one column.
     Part together;
@@ -101,7 +99,7 @@ Part KXCountRuleCompiler::join(std::vector<Part> parts, bool isAnd)
     return { isAnd ? KXCountNode::And : KXCountNode::Or, {}, std::move(others) };
 }
 
-Part KXCountRuleCompiler::compare(const KXPredicate &predicate)
+KXCountTable::RuleCompiler::Part KXCountTable::RuleCompiler::compare(const KXPredicate &predicate)
 {
     const KXExpression &left = predicate.leftExpression();
     const KXExpression &right = predicate.rightExpression();
@@ -123,7 +121,7 @@ Part KXCountRuleCompiler::compare(const KXPredicate &predicate)
         { { column, { KXCountCondition::Comparison, place.column->comparison(test, place.path), {} } } }, {} };
 }
 
-Part KXCountRuleCompiler::compile(const KXPredicate &predicate)
+KXCountTable::RuleCompiler::Part KXCountTable::RuleCompiler::compile(const KXPredicate &predicate)
 {
     switch (predicate.type()) {
     case KXPredicateType::True:
@@ -143,7 +141,7 @@ Part KXCountRuleCompiler::compile(const KXPredicate &predicate)
     return join(std::move(parts), predicate.type() == KXPredicateType::And);
 }
 
-KXCountNode KXCountRuleCompiler::place(const Part &part, int rule, std::vector<int> &slots)
+KXCountNode KXCountTable::RuleCompiler::place(const Part &part, int rule, std::vector<int> &slots)
 {
     if (part.kind != KXCountNode::Slot || part.conditions.empty()) {
         KXCountNode node { part.kind == KXCountNode::Slot ? KXCountNode::True : part.kind, 0, {} };
@@ -173,7 +171,7 @@ void KXCountTable::compile(Rule &rule, int number)
     rule.allKeys.clear();
     rule.tree = {};
     try {
-        KXCountRuleCompiler compiler(*this);
+        RuleCompiler compiler(*this);
         rule.tree = compiler.place(compiler.compile(rule.predicate), number, rule.slots);
     } catch (const QString &reason) {
         rule.reason = reason;
@@ -284,9 +282,9 @@ bool KXCountTable::moveBounds(int number, const KXPredicate &predicate)
     if (!isSettled || !rule.isCounted || !rule.reason.isEmpty() || rule.tree.kind != KXCountNode::Slot)
         return false;
     const int slot = rule.tree.slot;
-    Part part;
+    RuleCompiler::Part part;
     try {
-        part = KXCountRuleCompiler(*this).compile(predicate);
+        part = RuleCompiler(*this).compile(predicate);
     } catch (const QString &) {
         return false;
     }

@@ -12,7 +12,6 @@
 #include <kestrixkit/context/KXManagedObjectContext.h>
 #include <kestrixkit/counts/KXCountColumn_p.h>
 
-class KXCountRuleCompiler;
 class KXRowReader;
 
 /// Told of the rows of a table, to keep something right that is made of them.
@@ -116,7 +115,7 @@ public:
     void forgetCounts();
 
 private:
-    friend class KXCountRuleCompiler;
+    class RuleCompiler; // KXCountRules.cpp
     static constexpr size_t countDeadAllowed = 4096;
 
     struct Rule

@@ -79,7 +79,6 @@ protected:
     void setPlainExecuting(bool executing);
 
 private:
-    friend class KXOperationQueue;
-    friend class KXOperationQueuePrivate;
+    friend class KXOperationState; // by which a queue knows it
     const std::shared_ptr<KXOperationState> m_state;
 };

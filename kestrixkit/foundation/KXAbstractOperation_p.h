@@ -13,6 +13,11 @@ class KXOperationState
 public:
     enum class Phase { Waiting, Started, Done };
 
+    [[nodiscard]] static const std::shared_ptr<KXOperationState> &of(const KXAbstractOperation &operation)
+    {
+        return operation.m_state;
+    }
+
     // False when it has been queued or done before.
     bool enterQueue();
     void markStarted();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <utility>
 
 /// Lets a call that comes later ask whether somebody is still there who is neither a QObject (QPointer) nor counts
 /// references (KXWeakRef, std::weak_ptr): a member whose watch goes along with the call.
@@ -14,11 +15,14 @@ public:
     class Watch
     {
     public:
+        explicit Watch(std::weak_ptr<const void> life)
+            : m_life(std::move(life))
+        {
+        }
         explicit operator bool() const { return !m_life.expired(); }
 
     private:
-        friend class KXAlive;
-        std::weak_ptr<const char> m_life;
+        std::weak_ptr<const void> m_life;
     };
 
     KXAlive() = default;
@@ -28,12 +32,7 @@ public:
     }
     KXAlive &operator=(const KXAlive &) { return *this; }
 
-    [[nodiscard]] Watch watch() const
-    {
-        Watch watch;
-        watch.m_life = m_life;
-        return watch;
-    }
+    [[nodiscard]] Watch watch() const { return Watch(m_life); }
 
 private:
     std::shared_ptr<const char> m_life = std::make_shared<const char>();

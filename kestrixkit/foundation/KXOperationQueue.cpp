@@ -55,7 +55,7 @@ int KXOperationQueuePrivate::limit() const
 
 void KXOperationQueuePrivate::add(const std::shared_ptr<KXAbstractOperation> &operation)
 {
-    if (!operation->m_state->enterQueue())
+    if (!KXOperationState::of(*operation)->enterQueue())
         throw KXException(KXInvalidArgumentException, u"An operation can be queued only once"_s);
     {
         KXMutexLocker lock(mutex);
@@ -68,12 +68,12 @@ void KXOperationQueuePrivate::add(const std::shared_ptr<KXAbstractOperation> &op
             queue->schedule();
         }
     };
-    operation->m_state->whenDone([weak, done = operation.get()] {
+    KXOperationState::of(*operation)->whenDone([weak, done = operation.get()] {
         if (const auto queue = weak.lock())
             queue->operationIsDone(done);
     });
     for (const auto &dependency : operation->dependencies()) {
-        dependency->m_state->whenDone(look);
+        KXOperationState::of(*dependency)->whenDone(look);
     }
     KXScopeToken cancelHandler = operation->addCancelHandler(look); // a cancelled one waits for nobody
     KXMutexLocker lock(mutex);
@@ -93,7 +93,7 @@ void KXOperationQueuePrivate::schedule()
             continue;
         entry->started = true;
         ++running;
-        entry->operation->m_state->markStarted();
+        KXOperationState::of(*entry->operation)->markStarted();
         toRun.push_back(entry->operation);
         if (idleThreads >= int(toRun.size())) {
             wake.notify_one();
@@ -148,7 +148,7 @@ void KXOperationQueuePrivate::work()
 void KXOperationQueuePrivate::run(const std::shared_ptr<KXAbstractOperation> &operation)
 {
     const KXCurrentOperation current(operation.get());
-    const auto state = operation->m_state;
+    const auto state = KXOperationState::of(*operation);
     // Open until start() has returned: it is not done before, and what it throws is logged first.
     state->announcementOpened();
     if (!KXRunCaught("an operation", [&] { operation->start(); })) {
