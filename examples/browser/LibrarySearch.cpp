@@ -2,6 +2,8 @@
 
 #include <kestrixkit/filters/KXFilterSetPreset.h>
 
+#include "Crate.h"
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -25,7 +27,8 @@ QList<KXSearchGroup> LibrarySearch::groups()
         namedGroup(u"Albums"_s, Album::entityName, { u"title"_s, u"artistText"_s }),
         namedGroup(u"Genres"_s, Genre::entityName, { u"name"_s }),
         namedGroup(u"Labels"_s, Label::entityName, { u"name"_s }),
-        namedGroup(u"Presets and Crates"_s, KXFilterSetPreset::entityName, { u"title"_s }),
+        namedGroup(u"Presets"_s, KXFilterSetPreset::entityName, { u"title"_s }),
+        namedGroup(u"Crates"_s, Crate::entityName, { u"name"_s }),
     };
 }
 

@@ -8,10 +8,10 @@
 namespace LibrarySearch {
 
 /// Places of the groups among groups().
-enum Group : quint8 { Tracks, Artists, Albums, Genres, Labels, Presets };
+enum Group : quint8 { Tracks, Artists, Albums, Genres, Labels, Presets, Crates };
 
 /// Tracks by title, artists, album, genres, labels and comment, those with the most stars first; artists, albums,
-/// genres, labels and presets by their names.
+/// genres, labels, presets and crates by their names.
 [[nodiscard]] QList<KXSearchGroup> groups();
 
 /// The index of the library's window, kept beside the store.

@@ -17,6 +17,7 @@ namespace {
 
 constexpr qsizetype mostResults = 200; // of a group
 constexpr int searchFieldWidth = 200;
+constexpr QSize searchCoverSize { 64, 64 }; // pixels, for sharp screens as well
 
 /// What tells a track, or an album, from others of its name.
 QString detailOf(const KXManagedObject &object)
@@ -36,6 +37,7 @@ QString detailOf(const KXManagedObject &object)
 LibrarySearchViewController::LibrarySearchViewController(KXSearchIndex &index, QObject *parent)
     : KXSearchViewController({}, parent)
     , m_index(index)
+    , m_covers(searchCoverSize)
 {
     setSearchDelay(0);
     connect(&m_index, &KXSearchIndex::didChange, this, [this] {
@@ -49,6 +51,7 @@ void LibrarySearchViewController::viewDidLoad()
     KXSearchViewController::viewDidLoad();
     // A click opens a result, as Return does, and leaves the keyboard in the field.
     if (tableView()) {
+        connect(&m_covers, &KXAudioCoverCache::didRead, tableView()->viewport(), qOverload<>(&QWidget::update));
         tableView()->setFocusPolicy(Qt::NoFocus);
         connect(tableView(), &QTableView::clicked, this, [this](const QModelIndex &row) {
             if (shouldSelectRow(row.row()))
@@ -75,7 +78,7 @@ void LibrarySearchViewController::performSearch()
 void LibrarySearchViewController::take(const KXSearchResults &results)
 {
     static const char *const names[] = { QT_TR_NOOP("Tracks"), QT_TR_NOOP("Artists"), QT_TR_NOOP("Albums"),
-        QT_TR_NOOP("Genres"), QT_TR_NOOP("Labels"), QT_TR_NOOP("Presets and Crates") };
+        QT_TR_NOOP("Genres"), QT_TR_NOOP("Labels"), QT_TR_NOOP("Presets"), QT_TR_NOOP("Crates") };
     if (progressIndicator())
         progressIndicator()->hide();
     const QVariant before = selectedItem();
@@ -111,7 +114,19 @@ KXSearchResultCell LibrarySearchViewController::resultCell(const QVariant &item)
     const KXRef<KXManagedObject> object = m_index.managedObjectContext()->objectWithID(item.value<KXManagedObjectID>());
     if (!object || object->isDeleted() || object->isMissing())
         return {};
-    return { LibrarySearch::titleOf(*object), detailOf(*object), {} };
+    return { LibrarySearch::titleOf(*object), detailOf(*object), coverOf(*object) };
+}
+
+QIcon LibrarySearchViewController::coverOf(const KXManagedObject &object) const
+{
+    const auto *track = dynamic_cast<const Track *>(&object);
+    KXRef<Track> first;
+    if (const auto *album = dynamic_cast<const Album *>(&object)) {
+        const QList<KXRef<Track>> tracks = album->tracks();
+        first = tracks.isEmpty() ? KXRef<Track>() : tracks.first();
+        track = first.get();
+    }
+    return track ? m_covers.cover(track->location()) : QIcon();
 }
 
 KXManagedObjectID LibrarySearchViewController::confirmed() const

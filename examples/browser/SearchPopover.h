@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include <kestrixkit/audio/views/KXAudioCoverCache.h>
 #include <kestrixkit/navigation/KXSearchViewController.h>
 #include <kestrixkit/search/KXSearchIndex.h>
 #include <kestrixkit/toolkit/KXPopoverController.h>
@@ -32,7 +33,11 @@ private:
     /// Invalid where there is none.
     [[nodiscard]] KXManagedObjectID confirmed() const;
 
+    /// Of the track, or of the album's first.
+    [[nodiscard]] QIcon coverOf(const KXManagedObject &object) const;
+
     KXSearchIndex &m_index;
+    mutable KXAudioCoverCache m_covers;
     QString m_shownTerm; // whose results are shown
 };
 

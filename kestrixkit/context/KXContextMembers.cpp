@@ -3,6 +3,7 @@
 #include <kestrixkit/context/KXContextReader_p.h>
 
 #include <algorithm>
+#include <unordered_map>
 
 #include <kestrixkit/foundation/KXLog.h>
 
@@ -95,6 +96,48 @@ KXToManyKeys &KXContextReader::loadedToMany(Object *object, const KXPropertyDesc
     keys.members.unite(keys.added).subtract(keys.removed);
     keys.loaded = true;
     return keys;
+}
+
+void KXContextReader::loadToMany(std::span<const KXRef<Object>> objects, const KXPropertyDescription &property)
+{
+    std::unordered_map<qint64, KXToManyKeys *> wanted;
+    QByteArray list;
+    for (const KXRef<Object> &object : objects) {
+        if (m_parent || !m_store || !Access::values(object.get()) || Access::values(object.get())->version == 0)
+            continue;
+        KXToManyKeys &keys = Access::values(object.get())->toMany(property);
+        if (!keys.loaded && wanted.emplace(Access::key(object.get()), &keys).second)
+            list += (list.isEmpty() ? "[" : ",") + QByteArray::number(Access::key(object.get()));
+    }
+    if (wanted.size() < 2)
+        return;
+    const bool isColumn = property.joinTable().isEmpty();
+    const QByteArray owner = isColumn ? property.inverse()->column() : property.joinSource();
+    KXError error;
+    const KXStoreConnections::Reader reader = m_store->connections.reader(&error);
+    KXStatement query = reader
+        ? reader->prepare("SELECT " + owner + ", " + (isColumn ? QByteArray("kx_id") : property.joinTarget()) + " FROM "
+            + (isColumn ? property.destinationEntity()->table() : property.joinTable()) + " WHERE " + owner
+            + " IN (SELECT value FROM json_each(?))")
+        : KXStatement();
+    std::vector<std::pair<KXToManyKeys *, qint64>> members; // taken when all are there
+    int code = SQLITE_ERROR;
+    if (query) {
+        list += ']';
+        query.bindText(1, std::string_view(list.constData(), size_t(list.size())));
+        while ((code = query.step()) == SQLITE_ROW)
+            members.emplace_back(wanted.at(query.integer(0)), query.integer(1));
+    }
+    if (code != SQLITE_DONE) {
+        KXLogError(store, "Cannot read \"%@\": %@", property.name(), reader ? reader->lastError() : error);
+        return;
+    }
+    for (const auto &[keys, member] : members)
+        keys->members.insert(member);
+    for (const auto &[key, keys] : wanted) {
+        keys->members.unite(keys->added).subtract(keys->removed);
+        keys->loaded = true;
+    }
 }
 
 KXRef<Object> KXContextReader::toOne(const Object *object, const KXPropertyDescription &property)

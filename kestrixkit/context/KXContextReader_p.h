@@ -46,6 +46,9 @@ public:
     [[nodiscard]] std::vector<qint64> storedKeysOf(KXManagedObject *object, const KXPropertyDescription &property);
     /// The relationship with all its members in memory.
     KXToManyKeys &loadedToMany(KXManagedObject *object, const KXPropertyDescription &property);
+    /// The same for many objects that have their values, with one look into the store. Those that it does not answer
+    /// for are read when they are asked for.
+    void loadToMany(std::span<const KXRef<KXManagedObject>> objects, const KXPropertyDescription &property);
     [[nodiscard]] bool isMember(KXManagedObject *object, const KXPropertyDescription &property, qint64 key);
     /// Whether the store says so.
     [[nodiscard]] bool isStoredMember(qint64 key, const KXPropertyDescription &property, qint64 other);

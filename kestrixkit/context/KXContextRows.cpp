@@ -23,6 +23,12 @@ void KXContextRows::fill(const KXEntityDescription &entity, std::span<const qint
     m_context.reader.fill(entity, keys);
 }
 
+void KXContextRows::loadKeys(
+    std::span<const KXRef<KXManagedObject>> objects, const KXPropertyDescription &relationship) const
+{
+    m_context.reader.loadToMany(objects, relationship);
+}
+
 std::vector<qint64> KXContextRows::keysOf(KXManagedObject *object, const KXPropertyDescription &relationship) const
 {
     return m_context.reader.keysOf(object, relationship);

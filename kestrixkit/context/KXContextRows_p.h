@@ -26,6 +26,8 @@ public:
     [[nodiscard]] KXRef<KXManagedObject> object(const KXEntityDescription &entity, qint64 key) const;
     /// Brings values into memory, those of all the keys at once.
     void fill(const KXEntityDescription &entity, std::span<const qint64> keys) const;
+    /// Reads at once what keysOf() will be asked of many objects that have their values.
+    void loadKeys(std::span<const KXRef<KXManagedObject>> objects, const KXPropertyDescription &relationship) const;
     /// Keys of the rows at the other end of a relationship, sorted; none of a missing object.
     [[nodiscard]] std::vector<qint64> keysOf(KXManagedObject *object, const KXPropertyDescription &relationship) const;
 

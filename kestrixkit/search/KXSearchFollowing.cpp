@@ -275,6 +275,8 @@ void KXSearchIndexPrivate::fetchPaths(const QList<KXRef<KXManagedObject>> &objec
     for (const KXSearchPath &path : group.texts) {
         QList<KXRef<Object>> level = objects;
         for (const KXPropertyDescription *step : path.steps) {
+            if (step->isToMany())
+                working.loadKeys({ level.constData(), size_t(level.size()) }, *step);
             std::vector<qint64> keys;
             for (const KXRef<Object> &object : std::as_const(level)) {
                 const std::vector<qint64> next = working.keysOf(object.get(), *step);

@@ -1,11 +1,34 @@
 #pragma once
 
+#include <functional>
+
 #include <QCoreApplication>
+#include <QPoint>
 #include <QProcess>
 #include <QStandardPaths>
+#include <QTest>
 #include <gtest/gtest.h>
 
 #include <support/KXTestProcess.h>
+
+/// Drags with the display's pointer from one place of the screen to another at the pace of a hand, which rests there
+/// before it lets go, until `isDone`.
+inline void dragWithPointer(QPoint from, QPoint to, const std::function<bool()> &isDone)
+{
+    using namespace Qt::StringLiterals;
+    const auto moveTo = [](QPoint place) {
+        return QStringList { u"mousemove"_s, QString::number(place.x()), QString::number(place.y()) };
+    };
+    QStringList steps = moveTo(from) << u"mousedown"_s << u"1"_s;
+    for (int i = 1; i <= 20; ++i)
+        steps << moveTo(from + (to - from) * i / 20) << u"sleep"_s << u"0.02"_s;
+    steps << u"sleep"_s << u"0.2"_s << u"mouseup"_s << u"1"_s;
+    QProcess hand;
+    startWithFork(hand);
+    hand.start(u"xdotool"_s, steps);
+    EXPECT_TRUE(QTest::qWaitFor(isDone, 60'000)) << "nothing was dropped";
+    EXPECT_TRUE(QTest::qWaitFor([&] { return hand.state() == QProcess::NotRunning; }, 60'000));
+}
 
 /// Runs one (disabled) test of this program on a display of its own, where a real pointer moves; skips where the
 /// machine has none. As the last thing that a test does.

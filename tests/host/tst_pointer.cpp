@@ -1,14 +1,17 @@
-// Once with a real pointer, on a display of its own: a preset is dragged into a folder.
+// With a real pointer, on a display of its own: a preset is dragged into a folder, a filter to another place.
 
-#include <QProcess>
 #include <QTest>
 
+#include <kestrixkit/filter_ui/editors/KXFilterBarFilterView.h>
+#include <kestrixkit/filter_ui/editors/KXFilterButton.h>
 #include <kestrixkit/foundation/KXUndoManager.h>
+#include <kestrixkit/toolkit/KXPopoverController.h>
 
 #include <BrowserWindow.h>
+#include <FilterStrip.h>
+#include <FilterTypes.h>
 #include <Presets.h>
 #include <SourceColumn.h>
-#include <support/KXTestProcess.h>
 
 #include "LibraryTest.h"
 #include "OwnDisplay.h"
@@ -33,27 +36,43 @@ TEST_F(PointerTest, DISABLED_onThisDisplay)
     const auto place = [&](const KXRef<KXFilterSetPreset> &preset) {
         const QModelIndex row
             = list.treeController()->indexForNode(list.treeController()->treeNodeForObject(preset.get()));
-        const QPoint centre = view.viewport()->mapToGlobal(view.visualRect(row).center());
-        return QStringList { QString::number(centre.x()), QString::number(centre.y()) };
+        return view.viewport()->mapToGlobal(view.visualRect(row).center());
     };
-    // At the pace of a hand; the pointer rests on the folder before it lets go.
-    const QStringList start = place(loose), end = place(tempo);
-    QStringList steps { u"mousemove"_s, start[0], start[1], u"mousedown"_s, u"1"_s };
-    for (int i = 1; i <= 20; ++i) {
-        const auto between = [&](int axis) {
-            return QString::number(start[axis].toInt() + (end[axis].toInt() - start[axis].toInt()) * i / 20);
-        };
-        steps << u"mousemove"_s << between(0) << between(1) << u"sleep"_s << u"0.02"_s;
-    }
-    steps << u"sleep"_s << u"0.2"_s << u"mouseup"_s << u"1"_s;
-    QProcess hand;
-    startWithFork(hand);
-    hand.start(u"xdotool"_s, steps);
-    ASSERT_TRUE(QTest::qWaitFor([&] { return loose->parent() == tempo; }, 60'000)) << "nothing was dropped";
+    dragWithPointer(place(loose), place(tempo), [&] { return loose->parent() == tempo; });
     EXPECT_EQ(loose->position(), 0);
     EXPECT_EQ(window.context()->undoManager()->undoActionName(), u"Move Items"_s);
     EXPECT_FALSE(window.context()->hasChanges());
-    ASSERT_TRUE(QTest::qWaitFor([&] { return hand.state() == QProcess::NotRunning; }, 60'000));
+}
+
+TEST_F(PointerTest, DISABLED_filtersOnThisDisplay)
+{
+    add(u"a"_s, 120);
+    save();
+    BrowserWindow window(coordinator);
+    window.move(0, 0);
+    window.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
+    TrackFilters &filters = *window.filterStrip()->filters();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return bool(filters.filterSet()); }));
+    QList<KXRef<KXFilter>> made;
+    for (int i = 0; i < 3; ++i) {
+        made += FilterTypes::make(*window.context(), FilterTypes::items()[i].tag, {});
+        filters.insertFilter(made.last());
+    }
+    ASSERT_TRUE(window.context()->save());
+    ASSERT_TRUE(QTest::qWaitFor([&] { return filters.filterBar()->filterViews().size() == 3; }));
+    QTest::qWait(50);
+    const auto place = [&](int view, int x) {
+        const QWidget *button = filters.filterBar()->filterViews()[view]->button();
+        return button->mapToGlobal(QPoint(x < 0 ? button->width() + x : x, button->height() / 2));
+    };
+    dragWithPointer(place(2, 12), place(0, 2), [&] { return made[2]->position() == 0; });
+    EXPECT_EQ(made[0]->position(), 1);
+    EXPECT_EQ(made[1]->position(), 2);
+    EXPECT_FALSE(window.context()->hasChanges());
+    EXPECT_FALSE(filters.filterPopover() && filters.filterPopover()->isShown()); // it was no click
 }
 
 TEST(Pointer, dragsAPresetIntoAFolder) { runOnOwnDisplay(u"PointerTest.DISABLED_onThisDisplay"_s); }
+
+TEST(Pointer, dragsAFilterToTheFront) { runOnOwnDisplay(u"PointerTest.DISABLED_filtersOnThisDisplay"_s); }

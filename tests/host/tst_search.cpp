@@ -1,17 +1,23 @@
 // Finding in the browser's window, by the keyboard alone.
 
+#include <QDir>
+#include <QImage>
 #include <QLineEdit>
 #include <QTableView>
 #include <QTest>
 
+#include <kestrixkit/foundation/KXClock.h>
 #include <kestrixkit/toolkit/KXAnimationGroup.h>
 
 #include <BrowserWindow.h>
+#include <Preview.h>
 #include <SearchPopover.h>
 #include <SourceColumn.h>
 #include <TrackTableView.h>
 
 #include "LibraryTest.h"
+#include "support/AudioFiles.h"
+#include "support/KXTestRandom.h"
 
 using namespace Qt::StringLiterals;
 
@@ -22,11 +28,19 @@ TEST_F(SearchTest, findsAndGoesThere)
     KXAnimationGroup::setAnimationsEnabled(false);
     const auto artist = Artist::createInContext(*context);
     artist->setName(u"Björk"_s);
-    for (int i = 0; i < 30'000; ++i) {
-        const auto track = add(u"Love Song %1"_s.arg(i));
-        if (i % 10'000 == 7)
+    const int count = std::max(30'000, KXTestRandom::scaled(300'000));
+    const auto name = [](int number) { return u"Love Song %1"_s.arg(number, 6, 10, QChar(u'0')); };
+    for (int i = 0; i < count; ++i) {
+        const auto track = add(name(i));
+        if (i % (count / 3) == 7)
             track->addToArtists(artist);
     }
+    const auto heard = add(u"Audible"_s);
+    ASSERT_TRUE(QDir(folder.path()).mkdir(u"album"_s));
+    heard->setLocation(QUrl::fromLocalFile(writePlainWave(makeSound(20'000), folder.filePath(u"album/heard.wav"_s))));
+    QImage picture(40, 40, QImage::Format_RGB32);
+    picture.fill(Qt::red);
+    ASSERT_TRUE(picture.save(folder.filePath(u"album/cover.png"_s)));
     save();
     BrowserWindow window(coordinator);
     window.resize(1200, 700);
@@ -50,16 +64,16 @@ TEST_F(SearchTest, findsAndGoesThere)
     // Of two hundred quick keystrokes the last term alone is shown.
     for (int i = 0; i < 197; ++i)
         QTest::keyClick(field, Qt::Key_L);
-    field->setText(u"song 12"_s);
+    field->setText(u"song 012"_s);
     QTest::keyClick(field, Qt::Key_3);
     QTest::keyClick(field, Qt::Key_4);
     QTest::keyClick(field, Qt::Key_5);
-    EXPECT_TRUE(shows(u"Tracks  ·  1|Love Song 12345"_s)) << rows().toStdString();
+    EXPECT_TRUE(shows(u"Tracks  ·  1|Love Song 012345"_s)) << rows().toStdString();
     EXPECT_TRUE(controller.selectedItem().isValid());
     QTest::keyClick(field, Qt::Key_Return);
     EXPECT_FALSE(search.popover()->isShown());
     const QModelIndex current = window.table()->currentIndex();
-    EXPECT_EQ(window.model()->track(current.row())->title(), u"Love Song 12345"_s);
+    EXPECT_EQ(window.model()->track(current.row())->title(), name(12345));
     EXPECT_TRUE(window.table()->selectionModel()->isRowSelected(current.row(), {}));
     EXPECT_TRUE(window.table()->viewport()->rect().intersects(window.table()->visualRect(current)));
 
@@ -67,7 +81,8 @@ TEST_F(SearchTest, findsAndGoesThere)
     search.show(); // the platform of tests does not activate the window again
     ASSERT_TRUE(search.popover()->isShown());
     field->setText(u"bjor"_s);
-    EXPECT_TRUE(shows(u"Tracks  ·  3|Love Song 10007|Love Song 20007|Love Song 7|Artists  ·  1|Björk"_s))
+    EXPECT_TRUE(shows(
+        u"Tracks  ·  3|%1|%2|%3|Artists  ·  1|Björk"_s.arg(name(7), name(count / 3 + 7), name(2 * count / 3 + 7))))
         << rows().toStdString();
     for (int i = 0; i < 3; ++i)
         QTest::keyClick(field, Qt::Key_Down);
@@ -80,11 +95,11 @@ TEST_F(SearchTest, findsAndGoesThere)
     const KXRef<Track> other = window.model()->track(0);
     other->setTitle(u"Changed"_s);
     search.show();
-    field->setText(u"song 29999"_s);
-    EXPECT_TRUE(shows(u"Tracks  ·  1|Love Song 29999"_s)) << rows().toStdString();
+    field->setText(name(29'999));
+    EXPECT_TRUE(shows(u"Tracks  ·  1|"_s + name(29'999))) << rows().toStdString();
     QTest::keyClick(field, Qt::Key_Return);
-    EXPECT_EQ(window.model()->rowCount(), 30'000);
-    EXPECT_EQ(window.model()->track(window.table()->currentIndex().row())->title(), u"Love Song 29999"_s);
+    EXPECT_EQ(window.model()->rowCount(), count + 1);
+    EXPECT_EQ(window.model()->track(window.table()->currentIndex().row())->title(), name(29'999));
     search.show();
     field->setText(u"change"_s);
     EXPECT_TRUE(shows(u"Tracks  ·  1|Changed"_s)) << rows().toStdString();
@@ -95,6 +110,16 @@ TEST_F(SearchTest, findsAndGoesThere)
     EXPECT_TRUE(QTest::qWaitFor([&] { return controller.resultsContent()->rowCount() > 4; }, 5000));
     // While it is shown it follows.
     window.context()->removeManagedObject(other);
-    EXPECT_TRUE(QTest::qWaitFor([&] { return rows().startsWith(u"Tracks  ·  29,999|"_s); }, 5000))
+    EXPECT_TRUE(QTest::qWaitFor(
+        [&] { return rows().startsWith(u"Tracks  ·  %1|"_s.arg(KXClock::locale().toString(count - 1))); }, 5000))
         << rows().toStdString();
+
+    // With its picture, and played from the field.
+    field->setText(u"audib"_s);
+    EXPECT_TRUE(shows(u"Tracks  ·  1|Audible"_s)) << rows().toStdString();
+    EXPECT_TRUE(QTest::qWaitFor([&] { return !controller.resultCell(controller.selectedItem()).image.isNull(); }));
+    QTest::keyClick(field, Qt::Key_Return, Qt::ControlModifier);
+    const QModelIndex played = window.preview()->playingIndex();
+    ASSERT_TRUE(played.isValid());
+    EXPECT_EQ(window.model()->track(played.row())->title(), u"Audible"_s);
 }
