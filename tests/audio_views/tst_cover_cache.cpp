@@ -8,6 +8,8 @@
 
 #include <kestrixkit/audio/views/KXAudioCoverCache.h>
 
+#include <support/AudioFiles.h>
+
 using namespace Qt::StringLiterals;
 
 TEST(CoverCache, readsInTheBackgroundWhatIsAskedForLast)
@@ -16,7 +18,9 @@ TEST(CoverCache, readsInTheBackgroundWhatIsAskedForLast)
     const auto file = [&](const QString &name) {
         const QDir album(folder.filePath(name));
         EXPECT_TRUE(QDir().mkpath(album.path()));
-        return QUrl::fromLocalFile(album.filePath(u"track.mp3"_s));
+        const QString path = album.filePath(u"track.wav"_s);
+        writePlainWave(makeSound(100), path);
+        return QUrl::fromLocalFile(path);
     };
     const QUrl pictured = file(u"pictured"_s), bare = file(u"bare"_s);
     QImage picture(300, 200, QImage::Format_RGB32);
