@@ -178,7 +178,7 @@ bool KXBatchEditor::merges(const void *originatingContext) const
 }
 
 void KXBatchEditor::setValue(const QVariant &value, const QString &forKey, const QString &entityName,
-    std::vector<qint64> keys, const QString &actionName)
+    const std::vector<qint64> &keys, const QString &actionName)
 {
     const KXPropertyDescription *const property = KXContextRows(*m_context).entity(entityName).property(forKey);
     if (!property || !property->isAttribute())

@@ -41,8 +41,8 @@ public:
 
     /// An invalid value takes the attribute away. Keys of objects that are gone are skipped. Throws KXException for an
     /// entity or attribute that the model does not have.
-    void setValue(const QVariant &value, const QString &forKey, const QString &entityName, std::vector<qint64> keys,
-        const QString &actionName);
+    void setValue(const QVariant &value, const QString &forKey, const QString &entityName,
+        const std::vector<qint64> &keys, const QString &actionName);
     /// Ends what is under way after the batch at hand, and drops what waits for it.
     void cancel();
     [[nodiscard]] bool isBusy() const { return m_pending > 0; }

@@ -30,6 +30,7 @@ public:
         : KXAlive()
     {
     }
+    // NOLINTNEXTLINE(bugprone-unhandled-self-assignment): a copy is alive for itself, so nothing is assigned
     KXAlive &operator=(const KXAlive &) { return *this; }
 
     [[nodiscard]] Watch watch() const { return Watch(m_life); }
