@@ -1,6 +1,7 @@
 #include <kestrixkit/navigation/KXInspectorViewController.h>
 
 #include <QCborArray>
+#include <QEvent>
 #include <QPainter>
 #include <QStyledItemDelegate>
 #include <QVBoxLayout>

@@ -5,6 +5,7 @@
 #include <QPainter>
 #include <QStyleOption>
 
+#include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/theme/KXPixelThickLine.h>
 #include <kestrixkit/theme/KXThemeManager.h>
 #include <kestrixkit/theme/controls/KXControlPainter.h>

@@ -7,6 +7,7 @@
 #include <QVBoxLayout>
 
 #include <kestrixkit/foundation/KXMainQueue.h>
+#include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/theme/KXThemeManager.h>
 #include <kestrixkit/theme/KXThemeStyleNames.h>
 #include <kestrixkit/theme/controls/KXControlPainter.h>

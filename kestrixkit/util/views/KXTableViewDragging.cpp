@@ -5,7 +5,9 @@
 #include <QApplication>
 #include <QClipboard>
 #include <QDrag>
+#include <QDropEvent>
 #include <QHeaderView>
+#include <QKeyEvent>
 #include <QMimeData>
 #include <QPainter>
 
