@@ -116,7 +116,12 @@ bool KXManagedObjectContext::save(KXError *error) { return m_p->save(error); }
 
 bool KXManagedObjectContext::hasChanges() const
 {
-    return !insertedObjects().isEmpty() || !m_p->ledger.deletions().empty() || !updatedObjects().isEmpty();
+    const KXChangeLedger &ledger = m_p->ledger;
+    return !ledger.deletions().empty()
+        || std::any_of(ledger.insertions().begin(), ledger.insertions().end(),
+            [](const auto &object) { return object->isInserted(); })
+        || std::any_of(ledger.changes().begin(), ledger.changes().end(),
+            [](const auto &change) { return change.first->isUpdated(); });
 }
 
 QList<KXRef<KXManagedObject>> KXManagedObjectContext::insertedObjects() const

@@ -12,14 +12,8 @@ using Object = KXManagedObject;
 
 namespace {
 
-/// So many rows are read at once when they change; more wait for a search or a pause.
-constexpr size_t followingAtOnce = 64;
-constexpr size_t followingRowsPerRead = 1000;
-/// Beyond that everything is read anew.
-constexpr size_t followingMostDue = 20'000;
 /// Changed rows that a search looks at one by one.
 constexpr size_t followingMostChanged = 4096;
-constexpr double followingPause = 2; // seconds without changes
 /// At most a tenth of the time goes into reading everything anew.
 constexpr double followingBuildShare = 10;
 /// Saves that nobody merges are forgotten; the index is then read anew at the next start.
@@ -61,17 +55,28 @@ QSet<qint64> followingChanged(
     return keys;
 }
 
-/// The keys of the group's own entity that its paths begin with.
-QSet<QString> followingFirstKeys(const KXSearchPlan::Group &group)
+/// The keys of the group's own entity that its paths begin with, and which direct texts each is.
+QHash<QString, std::optional<quint64>> followingFirstKeys(const KXSearchPlan::Group &group)
 {
-    QSet<QString> keys;
-    const auto add = [&keys](const KXSearchPath &path) {
-        keys.insert(path.isDirect() ? path.attribute->name() : path.steps.front()->name());
+    QHash<QString, std::optional<quint64>> keys;
+    for (const KXSearchPlan::Rank &rank : group.ranks) {
+        if (rank.path.isDirect())
+            keys.insert(rank.path.attribute->name(), 0);
+    }
+    for (size_t i = 0; i < group.texts.size(); ++i) {
+        if (!group.texts[i].isDirect())
+            continue;
+        std::optional<quint64> &texts = keys[group.texts[i].attribute->name()];
+        texts = i < 63 ? std::optional(texts.value_or(0) | quint64(1) << i) : std::nullopt;
+    }
+    const auto addLinked = [&keys](const KXSearchPath &path) {
+        if (!path.isDirect())
+            keys.insert(path.steps.front()->name(), std::nullopt);
     };
     for (const KXSearchPath &path : group.texts)
-        add(path);
+        addLinked(path);
     for (const KXSearchPlan::Rank &rank : group.ranks)
-        add(rank.path);
+        addLinked(rank.path);
     return keys;
 }
 
@@ -94,21 +99,38 @@ QSet<qint64> KXSearchIndexPrivate::leadingTo(
 }
 
 /// Rows of the group whose words or rank may have changed.
-QSet<qint64> KXSearchIndexPrivate::affected(const KXObjectsDidChange &did, const KXSearchPlan::Group &group) const
+KXSearchIndexPrivate::Affected KXSearchIndexPrivate::affected(
+    const KXObjectsDidChange &did, const KXSearchPlan::Group &group) const
 {
-    QSet<qint64> keys;
-    const QSet<QString> first = followingFirstKeys(group);
+    Affected rows;
+    const QHash<QString, Texts> first = followingFirstKeys(group);
+    for (const KXRef<Object> &object : did.updated) {
+        const auto changed = did.changedKeys.constFind(object.get());
+        if (changed == did.changedKeys.constEnd() || !object->entity()->isKindOf(group.entity))
+            continue;
+        bool isConcerned = false;
+        Texts texts = 0;
+        for (const QString &key : *changed) {
+            if (const auto concerned = first.constFind(key); concerned != first.constEnd()) {
+                isConcerned = true;
+                texts = texts && *concerned ? Texts(*texts | **concerned) : std::nullopt;
+            }
+        }
+        if (isConcerned)
+            rows.insert(object->objectID().key(), texts);
+    }
+    QSet<qint64> keys; // of the others
     for (const auto *list : { &did.inserted, &did.deleted }) {
         for (const KXRef<Object> &object : *list) {
             if (object->entity()->isKindOf(group.entity))
                 keys.insert(object->objectID().key());
         }
     }
-    for (const auto *list : { &did.updated, &did.refreshed }) {
-        for (const KXRef<Object> &object : *list) {
-            if (object->entity()->isKindOf(group.entity) && did.changedKeys.value(object.get()).intersects(first))
-                keys.insert(object->objectID().key());
-        }
+    const auto isAmong = [&first](const QString &key) { return first.contains(key); };
+    for (const KXRef<Object> &object : did.refreshed) {
+        const QSet<QString> changed = did.changedKeys.value(object.get());
+        if (object->entity()->isKindOf(group.entity) && std::any_of(changed.begin(), changed.end(), isAmong))
+            keys.insert(object->objectID().key());
     }
     static const std::vector<KXEntityChange> none;
     for (const KXEntityChange &change : did.merged ? did.merged->entities() : none) {
@@ -118,7 +140,7 @@ QSet<qint64> KXSearchIndexPrivate::affected(const KXObjectsDidChange &did, const
         keys.unite(QSet<qint64>(change.deleted.begin(), change.deleted.end()));
         for (const KXRowChange &row : change.updated) {
             if (std::any_of(row.properties.begin(), row.properties.end(),
-                    [&](const KXPropertyChange &news) { return first.contains(news.property->name()); }))
+                    [&](const KXPropertyChange &news) { return isAmong(news.property->name()); }))
                 keys.insert(row.key);
         }
     }
@@ -135,26 +157,31 @@ QSet<qint64> KXSearchIndexPrivate::affected(const KXObjectsDidChange &did, const
         takeRelated(path);
     for (const KXSearchPlan::Rank &rank : group.ranks)
         takeRelated(rank.path);
-    return keys;
+    for (const qint64 key : std::as_const(keys))
+        rows.insert(key, std::nullopt);
+    return rows;
 }
 
-void KXSearchIndexPrivate::noteDue(size_t group, const QSet<qint64> &keys)
+void KXSearchIndexPrivate::noteDue(size_t group, const Affected &rows)
 {
     const bool isUnsaved = context->hasChanges();
     const KXMutexLocker lock(mutex);
     ++event;
-    for (const qint64 key : keys)
-        due[group].insert(key, { event, isUnsaved });
+    for (auto row = rows.cbegin(); row != rows.cend(); ++row) {
+        Due &noted = due[group][row.key()];
+        const bool wasRight = noted.event == 0 && saves.empty();
+        noted = { event, isUnsaved, wasRight ? *row : std::nullopt };
+    }
 }
 
 void KXSearchIndexPrivate::follow(const KXObjectsDidChange &did)
 {
     bool isConcerned = false;
     for (size_t i = 0; i < plan.groups.size(); ++i) {
-        const QSet<qint64> keys = affected(did, plan.groups[i]);
-        if (keys.isEmpty())
+        const Affected rows = affected(did, plan.groups[i]);
+        if (rows.isEmpty())
             continue;
-        noteDue(i, keys);
+        noteDue(i, rows);
         isConcerned = true;
     }
     if (did.merged) {
@@ -193,7 +220,7 @@ void KXSearchIndexPrivate::followOwnSave(const KXStoreChange &change)
         for (const qint64 key : std::as_const(keys)) {
             if (states[i].changed.contains(key) || due[i].contains(key))
                 continue;
-            due[i].insert(key, { event, context->hasChanges() });
+            due[i].insert(key, { event, context->hasChanges(), {} });
             isConcerned = true;
         }
     }
@@ -209,7 +236,7 @@ void KXSearchIndexPrivate::followOwnSave(const KXStoreChange &change)
         settle(false);
         Q_EMIT q->didChange();
     }
-    pauseCall.start(followingPause, [this] { pause(); });
+    pauseCall.start(KXSearchPause, [this] { pause(); });
 }
 
 /// What the context has not saved is not in what was read.
@@ -221,166 +248,10 @@ void KXSearchIndexPrivate::noteUnsaved()
     did.deleted = context->deletedObjects();
     for (const KXRef<Object> &object : did.updated)
         did.changedKeys.insert(object.get(), object->changedKeys());
-    for (size_t i = 0; i < plan.groups.size(); ++i)
-        noteDue(i, affected(did, plan.groups[i]));
-}
-
-size_t KXSearchIndexPrivate::dueCount()
-{
-    const KXMutexLocker lock(mutex);
-    size_t count = 0;
-    for (const auto &keys : due)
-        count += size_t(keys.size());
-    return count;
-}
-
-size_t KXSearchIndexPrivate::changedCount()
-{
-    const KXMutexLocker lock(mutex);
-    size_t count = 0;
-    for (const KXSearchGroupState &state : states)
-        count += size_t(state.changed.size());
-    return count;
-}
-
-void KXSearchIndexPrivate::settle(bool all)
-{
-    pauseCall.start(followingPause, [this] { pause(); });
-    if (!isOpen)
-        return;
-    const size_t count = dueCount();
-    const bool isClean = !context->hasChanges();
-    if (isClean && count > 0) { // the store has it by now
-        const KXMutexLocker lock(mutex);
-        for (QHash<qint64, Due> &rows : due) {
-            for (Due &row : rows)
-                row.isUnsaved = false;
-        }
-    }
-    try {
-        if (count > 0 && (!isClean || count <= followingAtOnce))
-            readObjects();
-        else if (count > 0 && all)
-            readDue({});
-    } catch (const KXSearchDamage &) {
-        damaged();
-        buildInBackground();
-    }
-}
-
-/// Brings what the paths of the objects reach into memory, each step at once.
-void KXSearchIndexPrivate::fetchPaths(const QList<KXRef<KXManagedObject>> &objects, const KXSearchPlan::Group &group)
-{
-    const KXContextRows working(*context);
-    for (const KXSearchPath &path : group.texts) {
-        QList<KXRef<Object>> level = objects;
-        for (const KXPropertyDescription *step : path.steps) {
-            if (step->isToMany())
-                working.loadKeys({ level.constData(), size_t(level.size()) }, *step);
-            std::vector<qint64> keys;
-            for (const KXRef<Object> &object : std::as_const(level)) {
-                const std::vector<qint64> next = working.keysOf(object.get(), *step);
-                keys.insert(keys.end(), next.begin(), next.end());
-            }
-            std::sort(keys.begin(), keys.end());
-            keys.erase(std::unique(keys.begin(), keys.end()), keys.end());
-            working.fill(*step->destinationEntity(), keys);
-            level.clear();
-            for (const qint64 key : keys) {
-                if (Object *object = working.held(key); object && !object->isDeleted())
-                    level.append(KXRef<Object>(object));
-            }
-        }
-    }
-}
-
-void KXSearchIndexPrivate::readObjects()
-{
-    const std::shared_ptr<const KXStoreIdentity> &identity = context->persistentStoreCoordinator()->store()->identity();
     for (size_t i = 0; i < plan.groups.size(); ++i) {
-        QHash<qint64, Due> events;
-        {
-            const KXMutexLocker lock(mutex);
-            events = due[i];
-        }
-        if (events.isEmpty())
-            continue;
-        QList<KXManagedObjectID> ids;
-        std::vector<qint64> keys;
-        for (auto entry = events.cbegin(); entry != events.cend(); ++entry) {
-            ids.append(KXManagedObjectID(identity, plan.groups[i].entity, entry.key()));
-            keys.push_back(entry.key());
-        }
-        std::vector<KXSearchRowText> rows;
-        const QList<KXRef<Object>> objects = context->existingObjectsWithIDs(ids);
-        if (objects.size() > 1)
-            fetchPaths(objects, plan.groups[i]);
-        for (const KXRef<Object> &object : objects) {
-            if (object->entity()->isKindOf(plan.groups[i].entity))
-                rows.push_back(KXSearchReading::ofObject(*object, plan.groups[i]));
-        }
-        std::sort(rows.begin(), rows.end(), [](const auto &a, const auto &b) { return a.key < b.key; });
-        setChanged(i, keys, std::move(rows), events);
-    }
-}
-
-bool KXSearchIndexPrivate::readDue(const KXSearchStop &stop)
-{
-    if (!store || dueCount() > followingMostDue)
-        return false;
-    KXError error;
-    for (size_t i = 0; i < plan.groups.size() && !error; ++i) {
-        while (!error) {
-            stop.look();
-            QHash<qint64, Due> events;
-            {
-                const KXMutexLocker lock(mutex);
-                for (auto entry = due[i].cbegin();
-                     entry != due[i].cend() && size_t(events.size()) < followingRowsPerRead; ++entry) {
-                    if (!entry->isUnsaved)
-                        events.insert(entry.key(), entry.value());
-                }
-            }
-            if (events.isEmpty())
-                break;
-            const std::vector<qint64> keys(events.keyBegin(), events.keyEnd());
-            std::vector<KXSearchRowText> rows;
-            KXRowReader reader(store, &error); // each time anew: it shows what was saved when it begins
-            if (reader)
-                error = KXSearchReading(reader, plan.groups[i]).readRows(keys, rows);
-            if (!error)
-                setChanged(i, keys, std::move(rows), events);
-        }
-    }
-    if (error)
-        KXLogError(search, "Cannot read what has changed: %@", error);
-    return !error;
-}
-
-/// Rows in the order of their keys; those of the keys that are not among them are gone.
-void KXSearchIndexPrivate::setChanged(
-    size_t group, const std::vector<qint64> &keys, std::vector<KXSearchRowText> rows, const QHash<qint64, Due> &events)
-{
-    const KXMutexLocker lock(mutex);
-    KXSearchGroupState &state = states[group];
-    for (const qint64 key : keys) {
-        const auto stillDue = due[group].constFind(key);
-        if (stillDue == due[group].constEnd() || stillDue->event != events.value(key).event)
-            continue; // changed once more, or somebody else was faster
-        auto changed = std::make_shared<KXSearchChangedRow>();
-        changed->event = events.value(key).event;
-        const auto row = std::lower_bound(
-            rows.begin(), rows.end(), key, [](const KXSearchRowText &text, qint64 other) { return text.key < other; });
-        changed->isThere = row != rows.end() && row->key == key;
-        if (changed->isThere)
-            changed->text = std::move(*row);
-        changed->text.key = key;
-        changed->row = state.segment->rowOf(key);
-        if (changed->isThere)
-            changed->rowsBefore = state.segment->rowsBefore(changed->text.rank, key);
-        // One that never was in the segment and is gone here may still be stored: it is kept with the others.
-        state.changed.insert(key, std::move(changed));
-        due[group].remove(key);
+        Affected rows = affected(did, plan.groups[i]);
+        std::fill(rows.begin(), rows.end(), std::nullopt); // what the index holds of them may be older than the edit
+        noteDue(i, rows);
     }
 }
 
@@ -419,7 +290,7 @@ void KXSearchIndexPrivate::pause()
 {
     if (!isOpen || isBuilding)
         return;
-    if (context->hasChanges() || dueCount() <= followingMostDue)
+    if (context->hasChanges() || dueCount() <= KXSearchMostDue)
         settle(true);
     pauseCall.cancel();
     const double seconds = double(QDateTime::currentMSecsSinceEpoch() - lastBuildEnd) / 1000;
@@ -427,7 +298,7 @@ void KXSearchIndexPrivate::pause()
     if (isMuch && !context->hasChanges() && seconds >= followingBuildShare * lastBuildSeconds)
         buildInBackground();
     else if (isMuch)
-        pauseCall.start(followingPause + followingBuildShare * lastBuildSeconds, [this] { pause(); });
+        pauseCall.start(KXSearchPause + followingBuildShare * lastBuildSeconds, [this] { pause(); });
     else
         keepInBackground();
 }

@@ -69,8 +69,12 @@ bool KXSearchIndexPrivate::openFile()
     fileNumber = indexNumber;
     if (changes) {
         knownNumber = keptNumber = number;
-        for (size_t i = 0; i < plan.groups.size(); ++i)
-            noteDue(i, QSet<qint64>(changes->keys[i].begin(), changes->keys[i].end()));
+        for (size_t i = 0; i < plan.groups.size(); ++i) {
+            Affected rows;
+            for (const qint64 key : changes->keys[i])
+                rows.insert(key, std::nullopt);
+            noteDue(i, rows);
+        }
     }
     return true;
 }
@@ -88,6 +92,11 @@ void KXSearchIndexPrivate::become(
             for (auto entry = states[i].changed.cbegin(); entry != states[i].changed.cend(); ++entry) {
                 if (entry.value()->event <= upTo)
                     continue;
+                if (entry.value()->isAddition) { // to a row that may be another now
+                    if (!due[i].contains(entry.key()))
+                        due[i].insert(entry.key(), { entry.value()->event, context->hasChanges(), {} });
+                    continue;
+                }
                 auto changed = std::make_shared<KXSearchChangedRow>(*entry.value());
                 changed->row = fresh[i].segment->rowOf(entry.key());
                 if (changed->isThere)
@@ -96,8 +105,11 @@ void KXSearchIndexPrivate::become(
             }
         }
         states = std::move(fresh);
-        for (QHash<qint64, Due> &keys : due)
+        for (QHash<qint64, Due> &keys : due) {
             keys.removeIf([upTo](const auto &entry) { return entry.value().event <= upTo; });
+            for (Due &row : keys)
+                row.texts.reset();
+        }
         isOpen = true;
         ++installs;
         indexNumber = changeNumber;

@@ -12,6 +12,11 @@
 #include <kestrixkit/search/KXSearchPlan_p.h>
 #include <kestrixkit/search/KXSearchState_p.h>
 
+/// Rows to be read; beyond so many everything is read anew.
+inline constexpr size_t KXSearchMostDue = 20'000;
+/// Seconds without changes after which what changed is read, and kept.
+inline constexpr double KXSearchPause = 2;
+
 /// What an index consists of. Its own thread is that of its context; what others touch is behind the mutexes.
 class KXSearchIndexPrivate
 {
@@ -48,22 +53,37 @@ public:
 
     // What the context announces, and others save: KXSearchFollowing.cpp.
 
+    /// Those of a group's direct texts that an edit changed, one bit each (of the first 63); none where all of the
+    /// row is to be read.
+    using Texts = std::optional<quint64>;
+    using Affected = QHash<qint64, Texts>; // by key
+
     /// A row to be read.
     struct Due
     {
         quint64 event = 0;
         bool isUnsaved = false; ///< perhaps: only the context's objects know
+        Texts texts; ///< of an edit of a row that was right before
     };
 
     void follow(const KXObjectsDidChange &did);
     void followOwnSave(const KXStoreChange &change);
     void noteUnsaved();
-    [[nodiscard]] QSet<qint64> affected(const KXObjectsDidChange &did, const KXSearchPlan::Group &group) const;
+    [[nodiscard]] Affected affected(const KXObjectsDidChange &did, const KXSearchPlan::Group &group) const;
     [[nodiscard]] QSet<qint64> leadingTo(
         const KXSearchPlan::Group &group, const KXSearchPath &path, size_t steps, const QSet<qint64> &keys) const;
-    void noteDue(size_t group, const QSet<qint64> &keys);
+    void noteDue(size_t group, const Affected &rows);
+    void noteSave(const KXStoreChange &change);
+    /// Moves knownNumber on over the saves that are in the index.
+    void advance();
+    void pause();
+
+    // Reading rows that have changed: KXSearchChanges.cpp.
+
     /// Has what is due read, as far as that is not left to a search or to the next pause.
     void settle(bool all);
+    /// What an edit has only added to a row, or made of its rank, needs no more than the object itself.
+    void takeAdditions(size_t group, QHash<qint64, Due> &events);
     void readObjects();
     void fetchPaths(const QList<KXRef<KXManagedObject>> &objects, const KXSearchPlan::Group &group);
     /// Any thread. False where it is better to read everything anew.
@@ -72,10 +92,6 @@ public:
         const QHash<qint64, Due> &events);
     [[nodiscard]] size_t dueCount();
     [[nodiscard]] size_t changedCount();
-    void noteSave(const KXStoreChange &change);
-    /// Moves knownNumber on over the saves that are in the index.
-    void advance();
-    void pause();
 
     // Keeping: KXSearchFollowing.cpp.
 

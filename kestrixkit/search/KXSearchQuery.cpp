@@ -13,6 +13,8 @@ bool queryHolds(const QByteArray &words, const QByteArray &needle)
     return ::memmem(words.constData(), size_t(words.size()), needle.constData(), size_t(needle.size())) != nullptr;
 }
 
+bool queryHas(const KXSearchBits &bits, quint32 row) { return bits[row >> 6] >> (row & 63) & 1; }
+
 /// One group while it is searched.
 class Query
 {
@@ -36,8 +38,9 @@ public:
 
 private:
     [[nodiscard]] bool isEmpty(const KXSearchBits &bits) const;
-    /// Of the changed rows, whether a word begins with, or holds, what is looked for.
-    [[nodiscard]] std::vector<bool> look(const QByteArray &word, bool inside) const;
+    /// Of the changed rows, whether a word begins with, or holds, what is looked for; `found`: the segment's rows that
+    /// have one.
+    [[nodiscard]] std::vector<bool> look(const QByteArray &word, bool inside, const KXSearchBits &found) const;
 
     const std::shared_ptr<const KXSearchSegment> m_segment;
     KXSearchMemory &m_memory;
@@ -49,7 +52,7 @@ private:
     std::shared_ptr<const KXSearchBits> m_first; // the only word's
 };
 
-std::vector<bool> Query::look(const QByteArray &word, bool inside) const
+std::vector<bool> Query::look(const QByteArray &word, bool inside, const KXSearchBits &found) const
 {
     const QByteArray needle = inside ? word : '\0' + word;
     constexpr size_t rowsPerLook = 1024;
@@ -57,7 +60,8 @@ std::vector<bool> Query::look(const QByteArray &word, bool inside) const
     for (size_t i = 0; i < m_rows.size(); ++i) {
         if (i % rowsPerLook == 0)
             m_stop.look();
-        fits[i] = queryHolds(m_rows[i]->text.words, needle);
+        const KXSearchChangedRow &row = *m_rows[i];
+        fits[i] = queryHolds(row.text.words, needle) || (row.isAddition && queryHas(found, *row.row));
     }
     return fits;
 }
@@ -72,17 +76,17 @@ bool Query::isEmpty(const KXSearchBits &bits) const
             return false;
     }
     for (const quint32 row : m_former)
-        count -= bits[row >> 6] >> (row & 63) & 1;
+        count -= queryHas(bits, row);
     return count == 0;
 }
 
 void Query::narrow(const QByteArray &word)
 {
     std::shared_ptr<const KXSearchBits> bits = m_memory.rows(m_segment, word, false, m_stop);
-    std::vector<bool> fits = look(word, false);
+    std::vector<bool> fits = look(word, false, *bits);
     if (std::find(fits.begin(), fits.end(), true) == fits.end() && KXTextWords::mayBeInside(word) && isEmpty(*bits)) {
         bits = m_memory.rows(m_segment, word, true, m_stop);
-        fits = look(word, true);
+        fits = look(word, true, *bits);
     }
     for (size_t i = 0; i < fits.size(); ++i)
         m_fits[i] = m_fits[i] && fits[i];

@@ -59,10 +59,28 @@ void readingEachValue(KXManagedObject &object, const KXSearchPath &path, size_t 
     }
 }
 
+QByteArray readingRank(KXManagedObject &object, const KXSearchPlan::Group &group)
+{
+    KXSearchRank rank;
+    for (const KXSearchPlan::Rank &descriptor : group.ranks) {
+        QVariant value;
+        readingEachValue(object, descriptor.path, 0, [&value](const QVariant &found) { value = found; });
+        rank.add(value, descriptor.ascending, descriptor.options);
+    }
+    return rank.bytes();
+}
+
 /// Words of one row between zeros, each once.
 class ReadingWords
 {
 public:
+    /// Of what take() has answered.
+    [[nodiscard]] bool areAllAmong(const QByteArray &taken, const QString &text)
+    {
+        const auto &words = m_splitter.ofText(text);
+        return std::all_of(words.begin(), words.end(),
+            [&taken](QByteArrayView word) { return taken.contains(QByteArray(1, '\0') + word.toByteArray() + '\0'); });
+    }
     template <typename Text> void add(const Text &text)
     {
         for (const QByteArrayView word : m_splitter.ofText(text))
@@ -88,16 +106,27 @@ private:
 
 KXSearchRowText KXSearchReading::ofObject(KXManagedObject &object, const KXSearchPlan::Group &group)
 {
-    KXSearchRank rank;
-    for (const KXSearchPlan::Rank &descriptor : group.ranks) {
-        QVariant value;
-        readingEachValue(object, descriptor.path, 0, [&value](const QVariant &found) { value = found; });
-        rank.add(value, descriptor.ascending, descriptor.options);
-    }
     ReadingWords words;
     for (const KXSearchPath &path : group.texts)
         readingEachValue(object, path, 0, [&words](const QVariant &value) { words.add(readingText(value)); });
-    return { object.objectID().key(), rank.bytes(), words.take() };
+    return { object.objectID().key(), readingRank(object, group), words.take() };
+}
+
+std::optional<KXSearchRowText> KXSearchReading::additionsTo(
+    KXManagedObject &object, const KXSearchPlan::Group &group, quint64 texts)
+{
+    ReadingWords words;
+    for (size_t i = 0; texts >> i; ++i) {
+        if (texts >> i & 1)
+            words.add(readingText(object.valueForKey(group.texts[i].attribute->name())));
+    }
+    const QByteArray now = words.take();
+    for (size_t i = 0; texts >> i; ++i) {
+        if (texts >> i & 1
+            && !words.areAllAmong(now, readingText(object.committedValueForKey(group.texts[i].attribute->name()))))
+            return std::nullopt;
+    }
+    return KXSearchRowText { object.objectID().key(), readingRank(object, group), now };
 }
 
 /// Of the texts and of the ranks that the row itself holds; to-one columns that a text's path of one step goes through.

@@ -32,6 +32,10 @@ public:
     [[nodiscard]] KXError readRows(const std::vector<qint64> &keys, std::vector<KXSearchRowText> &rows);
     /// What an object says of itself.
     [[nodiscard]] static KXSearchRowText ofObject(KXManagedObject &object, const KXSearchPlan::Group &group);
+    /// Its rank, and the words of those of its direct texts that are set in the bits; nullopt where a word that was
+    /// among them when it was last saved is no more.
+    [[nodiscard]] static std::optional<KXSearchRowText> additionsTo(
+        KXManagedObject &object, const KXSearchPlan::Group &group, quint64 texts);
 
 private:
     /// A path of one step whose column the row itself holds.

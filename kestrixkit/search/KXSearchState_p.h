@@ -18,6 +18,7 @@ struct KXSearchChangedRow
     bool isThere = true; ///< false: deleted
     quint64 event = 0; ///< counts what was noted; the later, the higher
     std::optional<quint32> row; ///< its former self in the segment
+    bool isAddition = false; ///< its former self's words are still its own, beside those that stand here
     quint32 rowsBefore = 0; ///< how many of the segment's rank higher
 };
 

@@ -143,7 +143,7 @@ void SearchedLibrary::fill(KXManagedObjectContext &context, int tracks)
 bool SearchedLibrary::edit(KXManagedObjectContext &context, bool mayDelete)
 {
     const auto track = any<Track>(context);
-    const int what = track ? random.below(13) : 0;
+    const int what = track ? random.below(16) : 0;
     log += "e" + std::to_string(what) + (mayDelete ? "" : "o")
         + (track ? "t" + std::to_string(track->objectID().key()) : std::string()) + " ";
     switch (what) {
@@ -196,6 +196,14 @@ bool SearchedLibrary::edit(KXManagedObjectContext &context, bool mayDelete)
                 context.removeManagedObject(KXRef<KXManagedObject>(any<Person>(context).get()));
             return true;
         }
+        break;
+    case 12: // what only adds words, and what only ranks a row elsewhere, is not read whole
+    case 13:
+        random.chance(0.7) ? track->setTitle(track->title() + u' ' + text())
+                           : track->setComment(track->comment().value_or(u"more"_s) + u' ' + text());
+        break;
+    case 14:
+        track->setLoved(random.chance(0.5));
         break;
     default:
         fill(*track);
