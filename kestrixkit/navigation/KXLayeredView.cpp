@@ -1,5 +1,6 @@
 #include <kestrixkit/navigation/KXLayeredView.h>
 
+#include <QEvent>
 #include <QPainter>
 #include <QStyle>
 

@@ -5,7 +5,9 @@
 #include <QApplication>
 #include <QClipboard>
 #include <QDrag>
+#include <QDragMoveEvent>
 #include <QHeaderView>
+#include <QKeyEvent>
 #include <QMimeData>
 #include <QPainter>
 
