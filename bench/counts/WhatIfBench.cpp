@@ -51,7 +51,9 @@ KXManagedObjectContext::Ref openPieces(const QString &path)
         = KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(QUrl::fromLocalFile(path), model);
     if (!coordinator)
         std::exit(1);
-    return KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
+    const auto context = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
+    context->setUndoManager(nullptr); // which the peers have none of
+    return context;
 }
 
 /// As music has it: of the values of a facet some are common and most are rare.

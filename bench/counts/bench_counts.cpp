@@ -51,7 +51,9 @@ KXManagedObjectContext::Ref openCounts(const QString &path)
         std::fprintf(stderr, "%s\n", qPrintable(error.localizedDescription()));
         std::exit(1);
     }
-    return KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
+    const auto context = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
+    context->setUndoManager(nullptr); // which the peers have none of
+    return context;
 }
 
 QString countsPath() { return BenchLibrary::emptyStorePath().chopped(8) + u"counts-200k.db"_s; }
@@ -333,6 +335,7 @@ double timeOfImport(KXManagedObjectContext &context)
 {
     const auto background
         = KXManagedObjectContext::contextWithPersistentStoreCoordinator(context.persistentStoreCoordinator());
+    background->setUndoManager(nullptr); // as on a thread of its own
     const auto token = KXNotificationCenter::defaultCenter().addObserver(
         QString(KXManagedObjectContextDidSaveNotification), background.get(), [&context](const KXNotification &saved) {
             context.mergeChangesFromStoreChange(*saved.payloadAs<std::shared_ptr<const KXStoreChange>>());

@@ -287,7 +287,9 @@ KXManagedObjectContext::Ref SearchLibrary::open(const QString &path)
         std::fprintf(stderr, "%s\n", qPrintable(error.localizedDescription()));
         std::exit(1);
     }
-    return KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
+    const auto context = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
+    context->setUndoManager(nullptr); // which the peers have none of
+    return context;
 }
 
 void SearchLibrary::prepare()

@@ -99,7 +99,9 @@ KXManagedObjectContext::Ref BenchLibrary::open(const QString &path, bool indexed
         std::fprintf(stderr, "%s\n", qPrintable(error.localizedDescription()));
         std::exit(1);
     }
-    return KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
+    const auto context = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
+    context->setUndoManager(nullptr); // which the peers have none of
+    return context;
 }
 
 void BenchLibrary::insert(KXManagedObjectContext &context, Source &source, int count)

@@ -92,7 +92,10 @@ public:
 private:
     [[nodiscard]] KXManagedObjectContext::Ref otherContext() const
     {
-        return KXManagedObjectContext::contextWithPersistentStoreCoordinator(m_context->persistentStoreCoordinator());
+        const auto other
+            = KXManagedObjectContext::contextWithPersistentStoreCoordinator(m_context->persistentStoreCoordinator());
+        other->setUndoManager(nullptr); // as another process would
+        return other;
     }
 
     std::shared_ptr<const KXStoreChange> saveElsewhere(std::span<const int> places) const

@@ -58,7 +58,9 @@ KXManagedObjectContext::Ref openBrowserStore(const QString &path)
     const auto coordinator = Library::open(path, &error);
     if (!coordinator)
         qFatal("%s", qPrintable(error.localizedDescription()));
-    return KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
+    const auto context = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
+    context->setUndoManager(nullptr); // which the peers have none of
+    return context;
 }
 
 /// Small files under many names, with their waveforms.

@@ -46,7 +46,7 @@ void Crate::setCount(qint64 count)
 
 QVariant Crate::valueForKey(const QString &key) const
 {
-    return key == "count"_L1 ? QVariant(m_count) : KXFilterTreeObject<Crate>::valueForKey(key);
+    return key == "count"_L1 ? QVariant(m_count) : KXTreeObjectOf<Crate>::valueForKey(key);
 }
 
 QString Crate::title() const

@@ -3,7 +3,7 @@
 #include <QDate>
 
 #include <kestrixkit/context/KXOrderedMembership.h>
-#include <kestrixkit/filters/KXFilterTreeObject.h>
+#include <kestrixkit/context/KXTreeObjectOf.h>
 
 #include "Library.h"
 
@@ -22,7 +22,7 @@ public:
 /// A list of tracks that the user fills, or a folder of such; an item of the source list. Beside those that the user
 /// makes there are the list of what is prepared for the next set, and a list for each day on which something was
 /// played.
-class Crate : public KXFilterTreeObject<Crate>
+class Crate : public KXTreeObjectOf<Crate>
 {
 public:
     static constexpr QLatin1StringView entityName { "Crate" };

@@ -328,7 +328,8 @@ void printAnswer(const Arguments &arguments, const KXPersistentStoreCoordinator:
         : arguments.search                      ? SearchCommand::answer(context, *arguments.search, &error)
                                                 : explanation(*context, arguments);
     if (error)
-        throw Ending { Failed, error.localizedDescription() };
+        throw Ending { error.code() == KXStoreErrorCode::NotComparable ? WrongInput : Failed,
+            error.localizedDescription() };
     const QByteArray json
         = QJsonDocument(answer).toJson(arguments.report ? QJsonDocument::Indented : QJsonDocument::Compact).trimmed()
         + '\n';

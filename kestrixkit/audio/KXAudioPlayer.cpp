@@ -4,6 +4,7 @@
 #include <cmath>
 #include <optional>
 
+#include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/foundation/KXMainQueue.h>
 #include <kestrixkit/foundation/KXNotificationCenter.h>
 
@@ -56,6 +57,8 @@ QUrl KXAudioPlayer::beginItem(KXAudioPlayerItemPointer item, const std::function
         return {};
     if (!item)
         setState(KXAudioPlayerStateIdle);
+    else if (m_volume == 0 && !std::exchange(m_volumeWasSet, true))
+        KXLogWarning(audio, "A player plays at the volume 0, because nobody has called setVolume()");
     return item ? item->audioFileURL() : QUrl();
 }
 
@@ -103,6 +106,7 @@ bool KXAudioPlayer::storeCurrentItem(KXAudioPlayerItemPointer item)
 
 bool KXAudioPlayer::storeVolume(float volume)
 {
+    m_volumeWasSet = true;
     return change(u"volume", &KXAudioPlayer::volumeChanged, [&] { m_volume = volume; });
 }
 

@@ -157,6 +157,7 @@ private:
 
     std::atomic<KXAudioPlayerState> m_state = KXAudioPlayerStateIdle;
     float m_volume = 0;
+    bool m_volumeWasSet = false; // or its absence was logged
     bool m_continuous = false;
     KXAudioPlayerItemPointer m_currentItem;
     std::shared_ptr<KXAudioPlayerPlaylist> m_playlist;

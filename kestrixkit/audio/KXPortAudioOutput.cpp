@@ -5,6 +5,7 @@
 
 #include <portaudio.h>
 
+#include <kestrixkit/audio/KXAudioProbeLog_p.h>
 #include <kestrixkit/audio/KXAudioResampler_p.h>
 
 using namespace Qt::StringLiterals;
@@ -32,6 +33,7 @@ PaError portAudioInitialise(bool again = false)
     if (initialised)
         return paNoError;
     looked = now;
+    KXAudioQuietenProbing();
     const PaError error = Pa_Initialize();
     initialised = error == paNoError;
     return error;

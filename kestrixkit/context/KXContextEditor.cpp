@@ -26,7 +26,7 @@ bool KXContextEditor::mayConnect(Object *object, const KXPropertyDescription &pr
         return true;
     if (other->managedObjectContext() != m_keeper.q) {
         if (other->managedObjectContext()) {
-            throw KXException(QStringLiteral("KXInvalidArgumentException"),
+            throw KXException(QString(KXInvalidArgumentException),
                 KXStringWithFormat("\"%@\" of \"%@\" cannot hold an object of another context", property.name(),
                     object->entity()->name()));
         }
@@ -35,12 +35,15 @@ bool KXContextEditor::mayConnect(Object *object, const KXPropertyDescription &pr
         return false;
     }
     if (!other->entity()->isKindOf(property.destinationEntity())) {
-        throw KXException(QStringLiteral("KXInvalidArgumentException"),
+        throw KXException(QString(KXInvalidArgumentException),
             KXStringWithFormat("\"%@\" of \"%@\" cannot hold an object of the entity \"%@\"", property.name(),
                 object->entity()->name(), other->entity()->name()));
     }
-    if (other->isDeleted() || !Access::loadedValues(other))
+    if (other->isDeleted() || !Access::loadedValues(other)) {
+        KXLogWarning(store, "\"%@\" of \"%@\" cannot hold an object that was deleted", property.name(),
+            object->entity()->name());
         return false;
+    }
     const KXPropertyDescription *inverse = property.inverse();
     if (property.isAcyclic() ? makesCircle(object, property, Access::key(other))
                              : inverse && inverse->isAcyclic() && makesCircle(other, *inverse, Access::key(object))) {

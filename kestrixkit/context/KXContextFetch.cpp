@@ -7,7 +7,9 @@
 #include <kestrixkit/context/KXContextFetch_p.h>
 #include <kestrixkit/foundation/KXAbstractOperation.h>
 #include <kestrixkit/foundation/KXException.h>
+#include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
+#include <kestrixkit/predicate/KXPredicateCheck_p.h>
 #include <kestrixkit/predicate/KXPredicateEvaluator_p.h>
 #include <kestrixkit/store/KXRowReader_p.h>
 
@@ -40,9 +42,26 @@ bool KXContextFetcher::compile()
         m_order = KXPredicateSQL::compileOrder(m_request.sortDescriptors(), m_entity);
     for (const KXPredicateSQL *part : { &m_predicate, &m_order }) {
         if (part->status == KXPredicateSQL::UnknownKey)
-            throw KXException(u"KXUnknownKeyException"_s, part->reason);
+            m_error = KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::UnknownKey, part->reason);
     }
-    return findAffected();
+    if (const QString misfit = KXPredicateCheck::misfit(m_request.predicate(), m_entity); !m_error && !misfit.isEmpty())
+        m_error = KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::NotComparable, misfit);
+    return !m_error && findAffected();
+}
+
+void KXContextFetcher::throwIfMistake(const KXError &error)
+{
+    if (error.code() == KXStoreErrorCode::UnknownKey && error.domain() == KXKestrixKitErrorDomain)
+        throw KXException(QString(KXUnknownKeyException), error.localizedDescription());
+}
+
+void KXContextFetcher::report(KXError *slot) const
+{
+    KXSetError(slot, m_error);
+    if (slot)
+        return;
+    throwIfMistake(m_error);
+    KXLogError(store, "Cannot fetch \"%@\": %@", m_request.entityName(), m_error);
 }
 
 // Asking SQL
@@ -311,7 +330,7 @@ KXFetchedList KXManagedObjectContextPrivate::fetch(const KXFetchRequest &request
     KXContextFetcher fetcher(*this, request);
     std::vector<qint64> keys;
     if (!fetcher.fetch(keys)) {
-        KXSetError(error, fetcher.error());
+        fetcher.report(error);
         return {};
     }
     keys.shrink_to_fit();
@@ -323,7 +342,7 @@ qint64 KXManagedObjectContextPrivate::count(const KXFetchRequest &request, KXErr
     KXContextFetcher fetcher(*this, request);
     qint64 number = 0;
     if (!fetcher.count(number)) {
-        KXSetError(error, fetcher.error());
+        fetcher.report(error);
         return -1;
     }
     return number;

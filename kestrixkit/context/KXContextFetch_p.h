@@ -23,6 +23,10 @@ public:
     bool count(qint64 &number);
     [[nodiscard]] const KXEntityDescription &entity() const { return m_entity; }
     [[nodiscard]] const KXError &error() const { return m_error; }
+    /// Puts the error into the slot. Without one it is logged, and an unknown key is an exception.
+    void report(KXError *slot) const;
+    /// Throws KXException for an unknown key: of who gave no error slot.
+    static void throwIfMistake(const KXError &error);
     [[nodiscard]] const KXSortOrder &sortOrder() const { return m_sortOrder; }
 
     /// Whether a row is part of the result as the context sees it now; its object comes along.

@@ -4,6 +4,8 @@
 
 #include <QFileInfo>
 
+#include <kestrixkit/context/KXStoredClasses_p.h>
+#include <kestrixkit/entity/KXStoreErrorCode.h>
 #include <kestrixkit/foundation/KXBundle.h>
 #include <kestrixkit/foundation/KXException.h>
 #include <kestrixkit/foundation/KXLog.h>
@@ -16,8 +18,6 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-
-constexpr int migrationNothingFoundCode = 8001;
 
 /// A step of a progressive migration.
 struct MigrationPass
@@ -33,7 +33,7 @@ KXError migrationPasses(
 {
     const QStringList files = KXModelFile::allModelFiles(KXBundle::mainBundle());
     if (files.isEmpty())
-        return KXError(KXKestrixKitErrorDomain, migrationNothingFoundCode, u"No models found in bundle"_s);
+        return KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::NothingToMigrate, u"No models found in bundle"_s);
     QList<QMap<QString, QByteArray>> visited { source->versionHashes() };
     while (visited.last() != last->versionHashes()) {
         KXError error;
@@ -51,7 +51,8 @@ KXError migrationPasses(
             }
         }
         if (passes.size() == before)
-            return KXError(KXKestrixKitErrorDomain, migrationNothingFoundCode, u"No mapping models found in bundle"_s);
+            return KXError(
+                KXKestrixKitErrorDomain, KXStoreErrorCode::NothingToMigrate, u"No mapping models found in bundle"_s);
         source = passes.last().mapping->destinationModel();
         visited.append(source->versionHashes());
     }
@@ -88,6 +89,7 @@ KXError migrationRunPass(const KXStorePath &store, const MigrationPass &pass)
 KXPersistentStoreCoordinator::Ref KXPersistentStoreCoordinator::persistentStoreCoordinatorByMigratingStoreURL(
     const QUrl &url, const KXManagedObjectModel::Ref &model, KXError *error)
 {
+    KXStoredClasses::check(model.get());
     KXError problem;
     if (KXStoreMigration::fits(url, *model))
         return persistentStoreCoordinatorWithStoreURL(url, model, error);

@@ -101,8 +101,10 @@ bool KXLiveList::fetchAll(std::vector<qint64> &keys)
     m_fetchedUntil = m_coordinator->lastSerialNumber() + 1;
     m_seen.clear();
     m_seenBefore.clear();
-    if (!m_valid)
-        KXLogError(store, "Cannot fetch \"%@\": %@", m_request.entityName(), fetcher.error());
+    if (m_valid)
+        return true;
+    KXContextFetcher::throwIfMistake(fetcher.error());
+    KXLogError(store, "Cannot fetch \"%@\": %@", m_request.entityName(), fetcher.error());
     return m_valid;
 }
 

@@ -1,9 +1,8 @@
 #include <kestrixkit/context/KXManagedObject.h>
 
-#include <map>
-#include <mutex>
-
+#include <kestrixkit/context/KXManagedObjectContext.h>
 #include <kestrixkit/context/KXObjectKeeper_p.h>
+#include <kestrixkit/context/KXStoredClasses_p.h>
 #include <kestrixkit/entity/KXRowValues_p.h>
 #include <kestrixkit/entity/KXValueConversion_p.h>
 #include <kestrixkit/foundation/KXException.h>
@@ -11,22 +10,6 @@
 #include <kestrixkit/foundation/KXStringWithFormat.h>
 
 using namespace Qt::StringLiterals;
-
-namespace {
-
-struct ClassFactories
-{
-    std::mutex mutex;
-    std::map<QString, KXManagedObject::Factory> factories;
-};
-
-ClassFactories &classFactories()
-{
-    static ClassFactories registry;
-    return registry;
-}
-
-}
 
 KXManagedObject::KXManagedObject() = default;
 
@@ -38,19 +21,26 @@ KXManagedObject::~KXManagedObject()
         delete m_store;
 }
 
-void KXManagedObject::registerClass(const QString &className, Factory factory)
+void KXManagedObject::registerClass(
+    const QString &className, Factory factory, const QList<const std::type_info *> &classes)
 {
-    ClassFactories &registry = classFactories();
-    const std::lock_guard lock(registry.mutex);
-    registry.factories[className] = factory;
+    KXStoredClasses::add(className, factory, classes);
 }
 
 KXManagedObject::Factory KXManagedObject::registeredClass(const QString &className)
 {
-    ClassFactories &registry = classFactories();
-    const std::lock_guard lock(registry.mutex);
-    const auto found = registry.factories.find(className);
-    return found == registry.factories.end() ? nullptr : found->second;
+    return KXStoredClasses::factory(className);
+}
+
+void KXManagedObject::requireClass(
+    const KXManagedObjectContext &context, const QString &entityName, std::atomic<quint32> &checked)
+{
+    const auto &model = context.persistentStoreCoordinator()->model();
+    const KXEntityDescription *const entity = model ? model->entity(entityName) : nullptr;
+    if (!entity || entity->layoutSerial() == checked.load(std::memory_order_relaxed))
+        return; // an unknown entity is another mistake
+    KXStoredClasses::require(*entity);
+    checked.store(entity->layoutSerial(), std::memory_order_relaxed);
 }
 
 void KXManagedObject::destroyUnreferenced() const noexcept
@@ -110,32 +100,12 @@ KXPropertyPlace KXManagedObject::resolve(QStringView key, Kind kind) const
 {
     const KXPropertyDescription *property = m_entity->property(key);
     if (!property)
-        throw KXException(u"KXUnknownKeyException"_s,
+        throw KXException(QString(KXUnknownKeyException),
             KXStringWithFormat("The entity \"%@\" has no property \"%@\"", m_entity->name(), key.toString()));
-    const bool fits = [&] {
-        if (property->isRelationship())
-            return kind == (property->isToMany() ? Kind::ToMany : Kind::ToOne);
-        switch (property->type()) {
-        case KXAttributeType::Integer16:
-        case KXAttributeType::Integer32:
-        case KXAttributeType::Integer64:
-            return kind == Kind::Integer || kind == Kind::Boolean;
-        case KXAttributeType::Boolean:
-            return kind == Kind::Boolean;
-        case KXAttributeType::Double:
-            return kind == Kind::Double;
-        case KXAttributeType::Date:
-            return kind == Kind::Date;
-        case KXAttributeType::String:
-            return kind == Kind::Text;
-        default:
-            return kind == Kind::Other;
-        }
-    }();
-    if (!fits) {
-        throw KXException(u"KXUnknownKeyException"_s,
-            KXStringWithFormat("The accessor \"%@\" does not fit the type of the property in the entity \"%@\"",
-                key.toString(), m_entity->name()));
+    if (!KXAccessorNote::fits(kind, *property)) {
+        throw KXException(QString(KXInvalidClassException),
+            KXStringWithFormat("\"%@\" of \"%@\" is %@ in the class and %@ in the model", key.toString(),
+                m_entity->name(), KXAccessorNote::nameOfKind(kind), KXAccessorNote::typeOfProperty(*property)));
     }
     return { property->index(), property->offset() };
 }
@@ -172,7 +142,7 @@ QVariant KXManagedObject::valueForKey(const QString &key) const
             if (relative->property(key))
                 return {};
         }
-        throw KXException(u"KXUnknownKeyException"_s,
+        throw KXException(QString(KXUnknownKeyException),
             KXStringWithFormat("The entity \"%@\" has no property \"%@\"", m_entity->name(), key));
     }
     const KXPropertyPlace place { property->index(), property->offset() };

@@ -12,6 +12,7 @@
 #include <QUuid>
 #include <QVariant>
 
+#include <kestrixkit/context/KXAccessorNote.h>
 #include <kestrixkit/entity/KXEntityDescription.h>
 #include <kestrixkit/entity/KXIdentifiedObject.h>
 #include <kestrixkit/entity/KXManagedObjectID.h>
@@ -82,9 +83,10 @@ public:
     /// Attributes in their public types, to-one relationships as KXRef<KXManagedObject>, to-many ones as
     /// QVariantList of such. Throws KXException for a key that the entity does not have.
     [[nodiscard]] QVariant valueForKey(const QString &key) const override;
-    /// Takes what valueForKey() answers. False where the value cannot be converted to the property's type; the
-    /// property is then left as it was. False too for a deleted object, a text with half of a surrogate pair, a date
-    /// that microseconds since 1970 cannot tell, and members that cannot be connected.
+    /// Takes what valueForKey() answers. False, with a log line that says why, where the value cannot be converted to
+    /// the property's type; the property is then left as it was. False too for a deleted object and one whose context
+    /// is gone, a text with half of a surrogate pair, a date that microseconds since 1970 cannot tell, and members that
+    /// cannot be connected.
     bool setValueForKey(const QString &key, const QVariant &value) override;
 
     /// Keys of the properties that differ from the stored row; all that have a value for an inserted object.
@@ -95,11 +97,18 @@ public:
     /// Members of a to-many relationship, in the order of their keys.
     [[nodiscard]] QList<KXRef<KXManagedObject>> objectsForKey(const QString &key) const;
 
-    /// Of a stored class's C++ class: see KXManagedObjectOf::registerEntity().
+    /// Of a stored class's C++ class: see KXManagedObjectOf::registerEntity(). `classes` are the class and its bases,
+    /// whose accessors are checked against the models that are used; without them nothing is checked.
     using Factory = KXManagedObject *(*)();
-    static void registerClass(const QString &className, Factory factory);
+    static void registerClass(
+        const QString &className, Factory factory, const QList<const std::type_info *> &classes = {});
     /// nullptr where none is registered.
     [[nodiscard]] static Factory registeredClass(const QString &className);
+    /// Throws KXException (KXInvalidClassException) where the entity has no registered class, and where its class does
+    /// not fit the context's model: names each accessor with its type here and there. `checked` is remembered by the
+    /// class that asks, so that a model is looked at once.
+    static void requireClass(
+        const KXManagedObjectContext &context, const QString &entityName, std::atomic<quint32> &checked);
 
 protected:
     // For subclasses; the base does nothing.
@@ -118,7 +127,7 @@ protected:
     void writeToMany(KXPropertyPlace place, const QList<KXRef<KXManagedObject>> &objects);
 
     /// What an accessor of the given C++ type expects of the model.
-    enum class Kind : quint8 { Integer, Boolean, Double, Date, Text, Other, ToOne, ToMany };
+    using Kind = KXAccessorKind;
     template <typename T> static constexpr Kind kindOf();
     /// Throws KXException where the entity has no such property or one of another kind.
     [[nodiscard]] KXPropertyPlace resolve(QStringView key, Kind kind) const;
@@ -176,6 +185,9 @@ private:
     void announceUnchanged(const KXPropertyDescription &property);
     template <typename Write> void change(const KXPropertyDescription &property, Write &&write);
     [[nodiscard]] bool refusesChange(const KXPropertyDescription &property) const;
+    void logMisfit(const KXPropertyDescription &property, const QVariant &value) const;
+    /// Whether it was in a context once and is in none any more.
+    [[nodiscard]] bool isAbandoned() const { return (m_state & Detached) && m_key != 0; }
     [[nodiscard]] KXRowValues *values() const { return reinterpret_cast<KXRowValues *>(m_values); }
 
     mutable std::atomic<qint32> m_references { 0 };
@@ -194,18 +206,6 @@ private:
 /// Objects travel in QVariants as this.
 Q_DECLARE_METATYPE(KXRef<KXManagedObject>)
 
-template <typename T> struct KXOptionalTraits
-{
-    using Value = T;
-    static constexpr bool isOptional = false;
-};
-/// Of an optional type.
-template <typename T> struct KXOptionalTraits<std::optional<T>>
-{
-    using Value = T;
-    static constexpr bool isOptional = true;
-};
-
 template <typename T> constexpr KXManagedObject::Kind KXManagedObject::kindOf()
 {
     using Value = typename KXOptionalTraits<T>::Value;
@@ -219,15 +219,23 @@ template <typename T> constexpr KXManagedObject::Kind KXManagedObject::kindOf()
         return Kind::Text;
     else if constexpr (std::is_same_v<Value, QDateTime>)
         return Kind::Date;
+    else if constexpr (std::is_same_v<Value, KXDecimal>)
+        return Kind::Decimal;
+    else if constexpr (std::is_same_v<Value, QUrl>)
+        return Kind::URI;
+    else if constexpr (std::is_same_v<Value, QUuid>)
+        return Kind::UUID;
+    else if constexpr (std::is_same_v<Value, QByteArray>)
+        return Kind::Binary;
     else
-        return Kind::Other;
+        return Kind::Variant;
 }
 
 template <typename T> T KXManagedObject::readAttribute(KXPropertyPlace place) const
 {
     using Value = typename KXOptionalTraits<T>::Value;
     constexpr Kind kind = kindOf<T>();
-    if constexpr (kind == Kind::Other) {
+    if constexpr (kind >= Kind::Decimal) {
         const QVariant value = attributeAt(place.index);
         if constexpr (std::is_same_v<Value, QVariant>)
             return value;
@@ -265,7 +273,7 @@ template <typename T> void KXManagedObject::writeAttribute(KXPropertyPlace place
         else
             return value;
     };
-    if constexpr (kind == Kind::Other)
+    if constexpr (kind >= Kind::Decimal)
         setAttributeAt(place.index, present ? QVariant::fromValue(plain()) : QVariant());
     else if constexpr (kind == Kind::Double)
         setDouble(place, present ? std::optional<double>(plain()) : std::nullopt);

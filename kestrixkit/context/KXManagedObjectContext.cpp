@@ -1,5 +1,8 @@
 #include <kestrixkit/context/KXManagedObjectContext.h>
 
+#include <QCoreApplication>
+
+#include <kestrixkit/context/KXContextFetch_p.h>
 #include <kestrixkit/context/KXManagedObjectContext_p.h>
 #include <kestrixkit/foundation/KXApplication.h>
 #include <kestrixkit/foundation/KXBundle.h>
@@ -25,7 +28,13 @@ KXManagedObjectContext::~KXManagedObjectContext() = default;
 KXManagedObjectContext::Ref KXManagedObjectContext::contextWithPersistentStoreCoordinator(
     const KXPersistentStoreCoordinator::Ref &coordinator)
 {
-    return coordinator ? Ref(new KXManagedObjectContext(coordinator)) : nullptr;
+    if (!coordinator)
+        return nullptr;
+    const Ref context(new KXManagedObjectContext(coordinator));
+    // Without an application nobody undoes anything, and no turn of a main loop ends a step.
+    if (context->m_p->isOfMainThread && QCoreApplication::instance())
+        context->setUndoManager(std::make_shared<KXUndoManager>());
+    return context;
 }
 
 KXManagedObjectContext::Ref KXManagedObjectContext::contextWithStoreURL(const QUrl &url,
@@ -34,9 +43,7 @@ KXManagedObjectContext::Ref KXManagedObjectContext::contextWithStoreURL(const QU
     const auto coordinator = KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(
         url, mergedModelFromBundles, configuration, error);
     const Ref context = contextWithPersistentStoreCoordinator(coordinator);
-    if (context)
-        context->setUndoManager(std::make_shared<KXUndoManager>());
-    else
+    if (!context)
         KXLogError(store, "Unabled to get a NSPersistentStoreCoordinator");
     return context;
 }
@@ -44,6 +51,17 @@ KXManagedObjectContext::Ref KXManagedObjectContext::contextWithStoreURL(const QU
 KXManagedObjectContext::Ref KXManagedObjectContext::mainContext()
 {
     return KXMainThreadDictionary::get<Ref>(KLNSManagedObjectContextMainThreadKey);
+}
+
+void KXManagedObjectContext::setMainContext(const Ref &context)
+{
+    if (context && !context->m_p->isOfMainThread)
+        throw KXException(
+            QString(KXInvalidArgumentException), u"A context of another thread cannot be the main context"_s);
+    if (context)
+        KXMainThreadDictionary::setValue(KLNSManagedObjectContextMainThreadKey, context);
+    else
+        KXMainThreadDictionary::remove(KLNSManagedObjectContextMainThreadKey);
 }
 
 KXManagedObjectContext::Ref KXManagedObjectContext::setupMainContext()
@@ -59,8 +77,7 @@ KXManagedObjectContext::Ref KXManagedObjectContext::setupMainContext()
     const QString name = KXBundle::mainBundle().name();
     const Ref context = contextWithPersistentStoreCoordinator(
         KXPersistentStoreCoordinator::persistentStoreCoordinatorWithName(KXStringWithFormat("%@.db", name)));
-    context->setUndoManager(std::make_shared<KXUndoManager>());
-    KXMainThreadDictionary::setValue(KLNSManagedObjectContextMainThreadKey, context);
+    setMainContext(context);
     KXLogDebug(store, "Created context for: %@", name);
     return context;
 }
@@ -192,6 +209,17 @@ void KXManagedObjectContext::deleteObjects(const QList<KXRef<KXManagedObject>> &
 
 // Fetching
 
+namespace {
+
+/// Of those who take no error slot: a failure is logged, the programmer's mistake is thrown.
+void reportFetch(const QString &name, const KXPredicate &predicate, const KXError &error)
+{
+    KXContextFetcher::throwIfMistake(error);
+    KXLogError(store, "%@: %@ %@", name, predicate.predicateFormat(), error);
+}
+
+}
+
 KXFetchedList KXManagedObjectContext::fetch(const KXFetchRequest &request, KXError *error)
 {
     return m_p->fetch(request, error);
@@ -206,7 +234,7 @@ KXFetchedList KXManagedObjectContext::fetchAllForEntity(const QString &entityNam
     KXError error;
     const KXFetchedList list = fetch(KXFetchRequest(entityName), &error);
     if (list.isNull())
-        KXLogError(store, "%@: %@", entityName, error);
+        reportFetch(entityName, {}, error);
     return list;
 }
 
@@ -215,7 +243,7 @@ KXFetchedList KXManagedObjectContext::fetchForEntity(const QString &entityName, 
     KXError error;
     const KXFetchedList list = fetch(KXFetchRequest(entityName, usingPredicate), &error);
     if (list.isNull())
-        KXLogError(store, "%@: %@ %@", entityName, usingPredicate.predicateFormat(), error);
+        reportFetch(entityName, usingPredicate, error);
     return list;
 }
 
@@ -225,7 +253,7 @@ KXRef<KXManagedObject> KXManagedObjectContext::fetchFirstForEntity(
     KXError error;
     const KXFetchedList list = fetch(KXFetchRequest(entityName, usingPredicate).setFetchLimit(1), &error);
     if (list.isNull())
-        KXLogError(store, "%@: %@ %@", entityName, usingPredicate.predicateFormat(), error);
+        reportFetch(entityName, usingPredicate, error);
     return list.first();
 }
 
@@ -234,7 +262,7 @@ qint64 KXManagedObjectContext::countForEntity(const QString &entityName, const K
     KXError error;
     const qint64 number = count(KXFetchRequest(entityName, usingPredicate), &error);
     if (number < 0)
-        KXLogError(store, "%@: %@", usingPredicate.predicateFormat(), error);
+        reportFetch(entityName, usingPredicate, error);
     return std::max<qint64>(0, number);
 }
 
@@ -252,7 +280,7 @@ KXFetchRequest requestFromTemplate(
 KXRef<KXManagedObject> firstOrLog(const KXFetchedList &list, const QString &templateName, const KXError &error)
 {
     if (list.isNull())
-        KXLogError(store, "%@: %@", templateName, error);
+        reportFetch(templateName, {}, error);
     return list.first();
 }
 
@@ -265,7 +293,7 @@ qint64 KXManagedObjectContext::countFor(const QVariant &identifier, const QStrin
     const qint64 number = count(
         requestFromTemplate(*m_p, usingTemplate, { { u"IDENTIFIER"_s, identifier }, { u"USER"_s, user } }), &error);
     if (number < 0)
-        KXLogError(store, "%@: %@", usingTemplate, error);
+        reportFetch(usingTemplate, {}, error);
     return number;
 }
 
@@ -274,7 +302,7 @@ qint64 KXManagedObjectContext::countUsingTemplate(const QString &templateName)
     KXError error;
     const qint64 number = count(requestFromTemplate(*m_p, templateName, {}), &error);
     if (number < 0)
-        KXLogError(store, "%@: %@", templateName, error);
+        reportFetch(templateName, {}, error);
     return std::max<qint64>(0, number);
 }
 

@@ -12,6 +12,7 @@
 #include <kestrixkit/context/KXManagedObject.h>
 #include <kestrixkit/context/KXObjectsDidChange.h>
 #include <kestrixkit/context/KXPersistentStoreCoordinator.h>
+#include <kestrixkit/entity/KXStoreErrorCode.h>
 #include <kestrixkit/foundation/KXError.h>
 #include <kestrixkit/foundation/KXNotificationCenter.h>
 #include <kestrixkit/predicate/KXFetchRequest.h>
@@ -54,9 +55,13 @@ public:
     /// Saves and closes the registered main context, if there is one, opens the store named after the application
     /// and registers a new main context on it. Main thread.
     static Ref setupMainContext();
-    /// The registered main context; nullptr before setupMainContext(). Any thread may ask, only the main one may use
-    /// it.
+    /// The registered main context; nullptr before setupMainContext() or setMainContext(). Any thread may ask, only the
+    /// main one may use it.
     [[nodiscard]] static Ref mainContext();
+    /// Registers a context of the main thread in place of an earlier one, which is neither saved nor closed: for hosts
+    /// that open their store themselves. nullptr for none. Throws KXException for a context of another thread. Main
+    /// thread.
+    static void setMainContext(const Ref &context);
     /// A context of the calling thread; nullptr without coordinator.
     [[nodiscard]] static Ref contextWithPersistentStoreCoordinator(
         const KXPersistentStoreCoordinator::Ref &coordinator);
@@ -82,8 +87,9 @@ public:
 
     // Undo.
 
-    /// What the user can take back; contexts of the main thread that open their own store have one, others none until
-    /// it is set. Changes are recorded while its registration is on.
+    /// What the user can take back; contexts of an application's main thread have one, others none until it is set.
+    /// Changes are recorded while its registration is on. One that imports very much does better without:
+    /// setUndoManager(nullptr).
     [[nodiscard]] KXUndoManager *undoManager() const;
     void setUndoManager(std::shared_ptr<KXUndoManager> manager);
 
@@ -132,7 +138,10 @@ public:
     /// Each object in the order of the list.
     void deleteObjects(const QList<KXRef<KXManagedObject>> &objects);
 
-    // Fetching and counting. A failure is logged and answers a null list, an empty handle or 0.
+    // Fetching and counting. A failure is logged and answers a null list, an empty handle or 0; who gives an error slot
+    // finds it there instead. A comparison of a number with a text, or of a date with either, is such a failure (code
+    // NotComparable). So is a key that the entity does not have (code UnknownKey); who gives no slot for it gets a
+    // KXException (KXUnknownKeyException).
 
     [[nodiscard]] KXFetchedList fetch(const KXFetchRequest &request, KXError *error = nullptr);
     /// -1 on failure.

@@ -49,7 +49,8 @@ const KXEntityDescription &KXManagedObjectContextPrivate::entity(const QString &
 {
     const KXEntityDescription *entity = coordinator->model() ? coordinator->model()->entity(name) : nullptr;
     if (!entity)
-        throw KXException(u"KXUnknownEntityException"_s, KXStringWithFormat("The model has no entity \"%@\"", name));
+        throw KXException(
+            QString(KXUnknownEntityException), KXStringWithFormat("The model has no entity \"%@\"", name));
     return *entity;
 }
 

@@ -33,21 +33,36 @@ public:
     using Self = Class;
 
     /// Makes objects of the entity instances of this class from now on. Any number of times; before the first fetch.
+    /// Whatever opens a store logs which accessors its model does not fit, each with its type here and there.
     static void registerEntity()
     {
-        KXManagedObject::registerClass(ownEntityName(), []() -> KXManagedObject * { return new Class; });
+        KXManagedObject::registerClass(
+            ownEntityName(), []() -> KXManagedObject * { return new Class; }, lineage());
         KXRegisterObservableHandle(KXRef<Class>()); // a handle in a variant is read as the object
     }
+    /// The class and those that it derives from, as registerEntity() names them.
+    [[nodiscard]] static QList<const std::type_info *> lineage()
+    {
+        QList<const std::type_info *> classes { &typeid(Class) };
+        if constexpr (requires { Parent::lineage(); })
+            classes += Parent::lineage();
+        return classes;
+    }
+
+    // What makes or finds objects of the class throws KXException (KXInvalidClassException) where it was not
+    // registered, or where one of its accessors does not fit the context's model.
 
     /// A new object in the context; empty, with a log line, where the store gives no identifier.
     [[nodiscard]] static KXRef<Class> createInContext(KXManagedObjectContext &context, KXError *error = nullptr)
     {
+        requireClass(context);
         return cast(context.managedObjectForEntity(ownEntityName(), error));
     }
 
     /// An object that is in no context: never saved, gone with its last owner.
     [[nodiscard]] static KXRef<Class> createTemporaryInstanceInContext(KXManagedObjectContext &context)
     {
+        requireClass(context);
         return cast(context.temporaryInstanceOfEntity(ownEntityName()));
     }
 
@@ -60,6 +75,7 @@ public:
 
     [[nodiscard]] static KXFetchedListOf<Class> findAllInContext(KXManagedObjectContext &context)
     {
+        requireClass(context);
         return KXFetchedListOf<Class>(context.fetchAllForEntity(ownEntityName()));
     }
     [[nodiscard]] static KXRef<Class> findWithIdentifier(const QVariant &identifier, KXManagedObjectContext &inContext)
@@ -69,11 +85,13 @@ public:
     [[nodiscard]] static KXFetchedListOf<Class> findUsingPredicate(
         const KXPredicate &predicate, KXManagedObjectContext &inContext)
     {
+        requireClass(inContext);
         return KXFetchedListOf<Class>(inContext.fetchForEntity(ownEntityName(), predicate));
     }
     [[nodiscard]] static KXRef<Class> findFirstUsingPredicate(
         const KXPredicate &predicate, KXManagedObjectContext &inContext)
     {
+        requireClass(inContext);
         return cast(inContext.fetchFirstForEntity(ownEntityName(), predicate));
     }
     [[nodiscard]] static qint64 countOfInContext(KXManagedObjectContext &context)
@@ -97,18 +115,35 @@ private:
         static const QString text(Class::entityName);
         return text;
     }
+    /// Else an object would be inserted that is none of this class, and a list would be one of empty handles.
+    static void requireClass(const KXManagedObjectContext &context)
+    {
+        static constinit std::atomic<quint32> checked { 0 };
+        KXManagedObject::requireClass(context, ownEntityName(), checked);
+    }
     [[nodiscard]] static KXPredicate identifierPredicate(const QVariant &identifier)
     {
         return KXPredicate::predicateWithFormat("identifier == %@", identifier);
     }
 };
 
-/// A typed attribute: key constant, getter and setter. `Type` is a number, bool, QString, QDateTime, QUrl, QUuid,
-/// KXDecimal, QByteArray, QVariant or an enumeration, or std::optional of such where absent and zero differ.
+/// What an accessor of a class expects of the model, noted for registerEntity(). Accessors refer to it, so that those
+/// of a class template are noted, too.
+#define KX_NOTE_ACCESSOR(name, kind, type)                                                                             \
+    static constexpr KXKey name##Key { u"" #name };                                                                    \
+    static inline const KXAccessorNote name##Accessor { std::type_identity<Self>(), name##Key, kind, type };
+
+/// A typed attribute: key constant, getter and setter. `Type` is bool, an integer, an enumeration, double, QString,
+/// QDateTime, QUrl, QUuid, KXDecimal, QByteArray or QVariant, or std::optional of such where absent and zero differ.
 #define KX_ATTRIBUTE(Type, name, setName)                                                                              \
-    static constexpr QStringView name##Key { u"" #name };                                                              \
+    static_assert(KXIsAttributeValue<Type>,                                                                            \
+        "KX_ATTRIBUTE(" #Type ", " #name ", " #setName "): this type is not stored. Take double for float; bool, "     \
+        "integers, enumerations, double, QString, QDateTime, QUrl, QUuid, KXDecimal, QByteArray and QVariant are, "    \
+        "and std::optional of them");                                                                                  \
+    KX_NOTE_ACCESSOR(name, KXManagedObject::kindOf<Type>(), #Type)                                                     \
     [[nodiscard]] Type name() const                                                                                    \
     {                                                                                                                  \
+        static_cast<void>(&name##Accessor);                                                                            \
         return this->template readAttribute<Type>(                                                                     \
             this->template placeOf<Self, KXPropertyName(u"" #name), KXManagedObject::kindOf<Type>()>());               \
     }                                                                                                                  \
@@ -120,9 +155,10 @@ private:
 
 /// A typed to-one relationship. The class at the other end need not be complete here.
 #define KX_TO_ONE(Destination, name, setName)                                                                          \
-    static constexpr QStringView name##Key { u"" #name };                                                              \
+    KX_NOTE_ACCESSOR(name, KXManagedObject::Kind::ToOne, "to-one relationship")                                        \
     template <class KXOther = Destination> [[nodiscard]] KXRef<KXOther> name() const                                   \
     {                                                                                                                  \
+        static_cast<void>(&name##Accessor);                                                                            \
         return KXOther::cast(                                                                                          \
             this->readToOne(this->template placeOf<Self, KXPropertyName(u"" #name), KXManagedObject::Kind::ToOne>())); \
     }                                                                                                                  \
@@ -134,9 +170,10 @@ private:
 
 /// A typed to-many relationship: name(), addToName(), removeFromName(), setName(). Names holds the capitalised name.
 #define KX_TO_MANY(Destination, name, Name)                                                                            \
-    static constexpr QStringView name##Key { u"" #name };                                                              \
+    KX_NOTE_ACCESSOR(name, KXManagedObject::Kind::ToMany, "to-many relationship")                                      \
     template <class KXOther = Destination> [[nodiscard]] QList<KXRef<KXOther>> name() const                            \
     {                                                                                                                  \
+        static_cast<void>(&name##Accessor);                                                                            \
         QList<KXRef<KXOther>> typed;                                                                                   \
         for (const KXRef<KXManagedObject> &object : this->readToMany(                                                  \
                  this->template placeOf<Self, KXPropertyName(u"" #name), KXManagedObject::Kind::ToMany>())) {          \

@@ -24,7 +24,7 @@ bool isObservableHandle(const QVariant &value)
 
 template <typename Write> void KXManagedObject::change(const KXPropertyDescription &property, Write &&write)
 {
-    if (!loadedValues() || refusesChange(property))
+    if (refusesChange(property) || !loadedValues())
         return; // where the row is gone there is nothing to keep the value
     willChangeValueForKey(property.name());
     if (!(m_state & Detached))
@@ -37,7 +37,19 @@ bool KXManagedObject::refusesChange(const KXPropertyDescription &property) const
 {
     if (m_state & Deleted)
         KXLogWarning(store, "\"%@\" of a deleted \"%@\" stays as it is", property.name(), m_entity->name());
-    return m_state & Deleted;
+    else if (isAbandoned())
+        KXLogWarning(store,
+            "\"%@\" of a \"%@\" stays as it is: the object's context is gone, or its deletion was saved",
+            property.name(), m_entity->name());
+    else
+        return false;
+    return true;
+}
+
+void KXManagedObject::logMisfit(const KXPropertyDescription &property, const QVariant &value) const
+{
+    KXLogError(store, "\"%@\" (%s) does not fit \"%@\" of \"%@\", which is %@", KXDescription(value), value.typeName(),
+        property.name(), m_entity->name(), KXAccessorNote::typeOfProperty(property));
 }
 
 void KXManagedObject::setDate(KXPropertyPlace place, const std::optional<QDateTime> &value)
@@ -110,7 +122,7 @@ void KXManagedObject::setAttributeAt(int index, const QVariant &value)
     const KXPropertyDescription &property = m_entity->properties().at(index);
     const QVariant converted = KXValueConversion::convert(value, property.type());
     if (!converted.isValid() && value.isValid() && !value.isNull()) {
-        KXLogError(store, "The value does not fit \"%@\" of \"%@\"", property.name(), m_entity->name());
+        logMisfit(property, value);
         return;
     }
     change(property, [&](KXRowValues &block) { block.setAttribute(property, converted); });
@@ -127,7 +139,7 @@ bool KXManagedObject::setValueForKey(const QString &key, const QVariant &value)
 {
     const KXPropertyDescription *property = m_entity->property(key);
     if (!property)
-        throw KXException(u"KXUnknownKeyException"_s,
+        throw KXException(QString(KXUnknownKeyException),
             KXStringWithFormat("The entity \"%@\" has no property \"%@\"", m_entity->name(), key));
     const KXPropertyPlace place { property->index(), property->offset() };
     if (refusesChange(*property))
@@ -140,8 +152,13 @@ bool KXManagedObject::setValueForKey(const QString &key, const QVariant &value)
             KXRef<KXManagedObject> object(dynamic_cast<KXManagedObject *>(KXObservableFromVariant(element)));
             if (!object && property->isToOne() && isObservableHandle(element))
                 continue; // an empty one
-            if (!object || (!(m_state & Detached) && !m_keeper->mayConnect(this, *property, object.get())))
+            if (!object) {
+                KXLogError(store, "\"%@\" of \"%@\" takes objects, not \"%@\" (%s)", key, m_entity->name(),
+                    KXDescription(element), element.typeName());
                 return false;
+            }
+            if (!(m_state & Detached) && !m_keeper->mayConnect(this, *property, object.get()))
+                return false; // which was logged
             objects.append(std::move(object));
         }
         if (property->isToMany())
@@ -151,8 +168,10 @@ bool KXManagedObject::setValueForKey(const QString &key, const QVariant &value)
         return !(m_state & Detached);
     }
     const QVariant converted = KXValueConversion::convert(value, property->type());
-    if (!converted.isValid() && value.isValid() && !value.isNull())
+    if (!converted.isValid() && value.isValid() && !value.isNull()) {
+        logMisfit(*property, value);
         return false;
+    }
     if (loadedValues() && values()->attribute(*property) == converted
         && values()->isPresent(place.index) == converted.isValid())
         announceUnchanged(*property);
@@ -164,7 +183,7 @@ bool KXManagedObject::setValueForKey(const QString &key, const QVariant &value)
 void KXManagedObject::writeToOne(KXPropertyPlace place, KXManagedObject *object)
 {
     const KXPropertyDescription &property = m_entity->properties().at(place.index);
-    if (!loadedValues() || refusesChange(property))
+    if (refusesChange(property) || !loadedValues())
         return;
     if (m_state & Detached)
         KXLogWarning(store, "\"%@\" of an object without context cannot be connected", property.name());
@@ -175,7 +194,7 @@ void KXManagedObject::writeToOne(KXPropertyPlace place, KXManagedObject *object)
 void KXManagedObject::addToMany(KXPropertyPlace place, KXManagedObject *object)
 {
     const KXPropertyDescription &property = m_entity->properties().at(place.index);
-    if (!loadedValues() || !object || refusesChange(property))
+    if (!object || refusesChange(property) || !loadedValues())
         return;
     if (m_state & Detached)
         KXLogWarning(store, "\"%@\" of an object without context cannot be connected", property.name());
@@ -186,7 +205,7 @@ void KXManagedObject::addToMany(KXPropertyPlace place, KXManagedObject *object)
 void KXManagedObject::removeFromMany(KXPropertyPlace place, KXManagedObject *object)
 {
     const KXPropertyDescription &property = m_entity->properties().at(place.index);
-    if (loadedValues() && object && !(m_state & Detached) && !refusesChange(property))
+    if (object && !refusesChange(property) && loadedValues() && !(m_state & Detached))
         m_keeper->removeFromMany(this, property, object);
 }
 

@@ -20,7 +20,7 @@ const KXPropertyDescription *membershipProperty(
 {
     const KXPropertyDescription *const property = entity.property(key);
     if (!property || !isFine(*property))
-        throw KXException(u"KXInvalidArgumentException"_s,
+        throw KXException(QString(KXInvalidArgumentException),
             KXStringWithFormat("\"%@\" of \"%@\" cannot be used for members of lists", key, entity.name()));
     return property;
 }

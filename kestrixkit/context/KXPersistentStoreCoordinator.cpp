@@ -4,6 +4,7 @@
 #include <mutex>
 #include <thread>
 
+#include <kestrixkit/context/KXStoredClasses_p.h>
 #include <kestrixkit/foundation/KXApplication.h>
 #include <kestrixkit/foundation/KXBundle.h>
 #include <kestrixkit/foundation/KXFileManager.h>
@@ -80,6 +81,7 @@ KXPersistentStoreCoordinator::Ref KXPersistentStoreCoordinator::persistentStoreC
     {
         const std::lock_guard lock(opening);
         const KXManagedObjectModel::Ref model = KXManagedObjectModel::managedObjectModel();
+        KXStoredClasses::check(model.get());
         const QString path = storePathForName(name);
         std::unique_ptr<KXPersistentStorePrivate> store;
         if (!model)
@@ -115,6 +117,7 @@ KXPersistentStoreCoordinator::Ref KXPersistentStoreCoordinator::persistentStoreC
         KXSetError(error, problem);
         return nullptr;
     }
+    KXStoredClasses::check(model.get());
     const auto coordinator = [&](std::unique_ptr<KXPersistentStorePrivate> store) {
         return Ref(new KXPersistentStoreCoordinator(model, std::make_unique<KXPersistentStore>(std::move(store))));
     };
@@ -146,6 +149,7 @@ KXPersistentStoreCoordinator::Ref KXPersistentStoreCoordinator::persistentStoreC
 KXPersistentStoreCoordinator::Ref KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(
     const QUrl &url, const KXManagedObjectModel::Ref &model, KXError *error, const QByteArray &vfs)
 {
+    KXStoredClasses::check(model.get());
     KXError problem;
     auto store = KXPersistentStorePrivate::open(url, model, vfs, &problem);
     if (!store) {
@@ -221,10 +225,10 @@ void KXPersistentStoreCoordinator::deliverChanges()
     m_feed->delivering = false;
 }
 
-void KXPersistentStoreCoordinator::backupPersistentStores()
+bool KXPersistentStoreCoordinator::backupPersistentStores(KXError *error)
 {
     if (!m_store)
-        return;
+        return KXSetError(error, KXPersistentStorePrivate::notOpen());
     const KXStoreConnections::Writer held = KXPersistentStorePrivate::of(*m_store).connections.writer(false);
-    m_store->createBackup();
+    return m_store->createBackup({}, error);
 }

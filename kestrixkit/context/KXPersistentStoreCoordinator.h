@@ -23,7 +23,8 @@ inline constexpr QLatin1StringView KLNSPersistentStoreCoordinatorMainThreadKey {
 /// An open store and its model: what contexts stand on. Any thread; held by shared_ptr, also by each of its contexts.
 ///
 /// A coordinator whose store could not be opened by name has none: its contexts fetch nothing, insert nothing and
-/// fail to save, each with an error.
+/// fail to save, each with an error. Whatever opens a store logs where the accessors of registered classes do not fit
+/// the model: see registerEntity().
 class KX_CORE_EXPORT KXPersistentStoreCoordinator : public std::enable_shared_from_this<KXPersistentStoreCoordinator>
 {
 public:
@@ -83,7 +84,8 @@ public:
         const QUrl &url, const QString &ofType, const KXManagedObjectModel::Ref &toModel, KXError *error = nullptr);
 
     /// Makes today's backup of the store, see KXPersistentStore::createBackup(). Saves wait meanwhile, reading goes on.
-    void backupPersistentStores();
+    /// False and an error where none was made, because there is one already (code BackupExists) or because it failed.
+    bool backupPersistentStores(KXError *error = nullptr);
 
     [[nodiscard]] const KXManagedObjectModel::Ref &model() const { return m_model; }
     /// nullptr where opening failed.

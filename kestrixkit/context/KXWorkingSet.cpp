@@ -1,5 +1,7 @@
 #include <kestrixkit/context/KXWorkingSet_p.h>
 
+#include <kestrixkit/context/KXStoredClasses_p.h>
+
 using Access = KXObjectAccess;
 using Object = KXManagedObject;
 
@@ -21,10 +23,13 @@ KXWorkingSet::~KXWorkingSet() = default;
 
 KXRef<Object> KXWorkingSet::instance(const KXEntityDescription &entity)
 {
+    if (const quint32 serial = KXStoredClasses::serial(); serial != m_factoriesSerial) {
+        std::fill(m_factories.begin(), m_factories.end(), nullptr);
+        m_factoriesSerial = serial;
+    }
     Object::Factory &factory = m_factories[size_t(entity.number() - 1)];
-    // The nearest ancestor's class serves an entity without one of its own.
-    for (const KXEntityDescription *ancestor = &entity; ancestor && !factory; ancestor = ancestor->parent())
-        factory = Object::registeredClass(ancestor->className());
+    if (!factory)
+        factory = KXStoredClasses::factoryFor(entity);
     if (!factory)
         factory = []() -> Object * { return new Object; };
     KXRef<Object> object(factory());

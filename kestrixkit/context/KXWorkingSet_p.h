@@ -54,7 +54,8 @@ private:
     KXObjectKeeper &m_keeper;
     const bool m_isOfChild;
     KXIdentityMap<KXManagedObject> m_objects;
-    std::vector<KXManagedObject::Factory> m_factories; // by the entities' numbers; looked up once
+    std::vector<KXManagedObject::Factory> m_factories; // by the entities' numbers; looked up once a registration
+    quint32 m_factoriesSerial = 0;
     std::unordered_map<KXManagedObject *, KXRef<KXManagedObject>> m_observed;
     std::vector<KXRef<KXManagedObject>> m_recent; // a ring
     size_t m_recentNext = 0;

@@ -183,7 +183,7 @@ bool KXCountTable::countByStore(KXError *error)
     bool answered = true;
     for (size_t i = 0; i < m_rules.size(); ++i) {
         Rule &rule = m_rules[i];
-        if (isSettled(rule) || rule.reason.isEmpty())
+        if (isSettled(rule) || rule.reason.isEmpty() || rule.isRefused)
             continue;
         const qint64 number = m_context.count(KXFetchRequest(m_entity.name(), rule.predicate), error);
         answered = answered && number >= 0;

@@ -5,7 +5,9 @@
 #include <algorithm>
 
 #include <kestrixkit/entity/KXModelPath.h>
+#include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
+#include <kestrixkit/predicate/KXPredicateCheck_p.h>
 
 using namespace Qt::StringLiterals;
 
@@ -170,7 +172,13 @@ void KXCountTable::compile(Rule &rule, int number)
     rule.reason.clear();
     rule.allKeys.clear();
     rule.tree = {};
+    rule.isRefused = false;
     try {
+        if (const QString misfit = KXPredicateCheck::misfit(rule.predicate, m_entity); !misfit.isEmpty()) {
+            rule.isRefused = true;
+            KXLogError(filters, "Cannot count \"%@\": %@", m_entity.name(), misfit);
+            throw misfit;
+        }
         RuleCompiler compiler(*this);
         rule.tree = compiler.place(compiler.compile(rule.predicate), number, rule.slots);
     } catch (const QString &reason) {

@@ -128,6 +128,7 @@ private:
         qint64 count = -1;
         bool isCounted = false;
         bool isCondition = false; ///< never to be counted
+        bool isRefused = false; ///< a fetch by it is an error: it has no count
         bool hasChanged = false;
         quint64 revision = 0;
         QSet<QString> allKeys; ///< of the paths of a rule that the store counts

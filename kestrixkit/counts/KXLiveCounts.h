@@ -56,11 +56,12 @@ public:
     /// where only bounds of numbers or dates moved, only what lies between the old and the new ones.
     void ruleDidChange(const QString &identifier);
 
-    /// Absent for an unknown identifier, before the first counting and while the store does not answer.
+    /// Absent for an unknown identifier, before the first counting, while the store does not answer, and for a
+    /// predicate that compares what cannot be compared (see unsupported()).
     [[nodiscard]] std::optional<qint64> count(const QString &identifier) const;
     /// The predicate that is counted under the identifier, without the base predicates.
     [[nodiscard]] KXPredicate predicate(const QString &identifier) const;
-    /// Identifiers that the store counts, with what columns cannot hold.
+    /// Identifiers that the store counts, with what columns cannot hold; and those that nobody counts, with the reason.
     [[nodiscard]] QHash<QString, QString> unsupported() const;
 
     /// The moment for which counts hold.

@@ -146,7 +146,7 @@ void KXViewState::tearDownController()
 
 void KXViewState::prepareForDeletion()
 {
-    KXFilterTreeObject::prepareForDeletion();
+    KXTreeObjectOf::prepareForDeletion();
     tearDownController();
 }
 
@@ -207,7 +207,7 @@ QVariant KXViewState::valueForKey(const QString &key) const
         return sourceURL();
     if (key == "trackingPath"_L1)
         return trackingPath();
-    return KXFilterTreeObject::valueForKey(key);
+    return KXTreeObjectOf::valueForKey(key);
 }
 
 bool KXViewState::setValueForKey(const QString &key, const QVariant &value)
@@ -223,7 +223,7 @@ bool KXViewState::setValueForKey(const QString &key, const QVariant &value)
     else if (key == "controller"_L1)
         setControllerObject(value.value<QObject *>());
     else
-        return KXFilterTreeObject::setValueForKey(key, value);
+        return KXTreeObjectOf::setValueForKey(key, value);
     return true;
 }
 
@@ -235,5 +235,5 @@ QStringList KXViewState::keyPathsForValuesAffectingKey(const QString &key) const
         return { u"controller"_s };
     if (key == "trackingPath"_L1)
         return { u"title"_s, u"parent.trackingPath"_s };
-    return KXFilterTreeObject::keyPathsForValuesAffectingKey(key);
+    return KXTreeObjectOf::keyPathsForValuesAffectingKey(key);
 }

@@ -8,7 +8,7 @@
 #include <QPointer>
 #include <QUrl>
 
-#include <kestrixkit/filters/KXFilterTreeObject.h>
+#include <kestrixkit/context/KXTreeObjectOf.h>
 
 /// One node of the tree by which a window is navigated: a place of the application, remembered from run to run, and
 /// together with it the controller of the view that shows it.
@@ -16,7 +16,7 @@
 /// The controller is made when it is first asked for, and ends when it is torn down: with the deletion of the view
 /// state at the latest. Its kind, the image, the count and whether work is in progress are kept in memory only. All
 /// keys are observable; observers of "count" hear of "expanded", too. Register the entity before a store is opened.
-class KX_UI_EXPORT KXViewState : public KXFilterTreeObject<KXViewState>
+class KX_UI_EXPORT KXViewState : public KXTreeObjectOf<KXViewState>
 {
 public:
     static constexpr QLatin1StringView entityName { "KXViewState" };

@@ -98,7 +98,7 @@ QIcon KXFilter::image() const { return KXFilterImage(u"filter_set"_s); }
 
 QVariant KXFilter::valueForKey(const QString &key) const
 {
-    return key == labelKey || key == "title"_L1 ? label() : KXFilterTreeObject::valueForKey(key);
+    return key == labelKey || key == "title"_L1 ? label() : KXTreeObjectOf::valueForKey(key);
 }
 
 QStringList KXFilter::keyPathsForValuesAffectingKey(const QString &key) const
@@ -106,5 +106,5 @@ QStringList KXFilter::keyPathsForValuesAffectingKey(const QString &key) const
     if (key == labelKey)
         return keysAffectingLabel();
     return key == "title"_L1 ? keysAffectingLabel() << QString(labelKey.toString())
-                             : KXFilterTreeObject::keyPathsForValuesAffectingKey(key);
+                             : KXTreeObjectOf::keyPathsForValuesAffectingKey(key);
 }

@@ -2,7 +2,7 @@
 
 #include <optional>
 
-#include <kestrixkit/filters/KXFilterTreeObject.h>
+#include <kestrixkit/context/KXTreeObjectOf.h>
 #include <kestrixkit/predicate/KXPredicate.h>
 
 class KXFilterSet;
@@ -12,7 +12,7 @@ class KXFilterSet;
 /// A filter turns itself into a predicate for the local library and one for the remote catalogue. Both are the same
 /// tree on key paths and modifiers of their own. Attributes that the store has no value for read as absent, 0 or false.
 /// Belongs to the thread of its context.
-class KX_CORE_EXPORT KXFilter : public KXFilterTreeObject<KXFilter>
+class KX_CORE_EXPORT KXFilter : public KXTreeObjectOf<KXFilter>
 {
 public:
     static constexpr QLatin1StringView entityName { "KXFilter" };
@@ -32,7 +32,7 @@ public:
     /// The owner; a filter below another one may have none.
     KX_TO_ONE(KXFilterSet, filterSet, setFilterSet)
 
-    static constexpr QStringView labelKey { u"label" };
+    static constexpr KXKey labelKey { u"label" };
     /// What the user called it, else the default label, which is never stored. Observable with all that it follows.
     [[nodiscard]] QString label() const { return storedLabel().value_or(defaultLabel()); }
     [[nodiscard]] std::optional<QString> storedLabel() const;

@@ -3,7 +3,7 @@
 #include <kestrixkit/filters/KXFilter.h>
 
 /// The filters that together describe one search; or a folder of such sets. Belongs to the thread of its context.
-class KX_CORE_EXPORT KXFilterSet : public KXFilterTreeObject<KXFilterSet>
+class KX_CORE_EXPORT KXFilterSet : public KXTreeObjectOf<KXFilterSet>
 {
 public:
     static constexpr QLatin1StringView entityName { "KXFilterSet" };

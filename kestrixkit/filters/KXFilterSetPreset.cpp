@@ -37,7 +37,7 @@ void KXFilterSetPreset::setFilterSet(const KXRef<KXFilterSet> &set)
         return;
     }
     if (set && set->managedObjectContext() != managedObjectContext()) {
-        throw KXException(u"KXInvalidArgumentException"_s,
+        throw KXException(QString(KXInvalidArgumentException),
             KXStringWithFormat("The preset \"%@\" cannot hold a filter set of another context", title()));
     }
     registerHeldSet();
@@ -122,7 +122,7 @@ KXRef<KXFilterSetPreset> KXFilterSetPreset::duplicateInContext(KXManagedObjectCo
 
 void KXFilterSetPreset::prepareForDeletion()
 {
-    KXFilterTreeObject::prepareForDeletion();
+    KXTreeObjectOf::prepareForDeletion();
     if (const KXRef<KXFilterSet> set = filterSet(); set && managedObjectContext())
         managedObjectContext()->removeManagedObject(set);
 }
@@ -136,11 +136,11 @@ QVariant KXFilterSetPreset::valueForKey(const QString &key) const
 {
     if (key == "counts"_L1)
         return KXVariantFromCounts(counts());
-    return key == "filterSet"_L1 ? KXVariantFromRef(filterSet()) : KXFilterTreeObject::valueForKey(key);
+    return key == "filterSet"_L1 ? KXVariantFromRef(filterSet()) : KXTreeObjectOf::valueForKey(key);
 }
 
 QStringList KXFilterSetPreset::keyPathsForValuesAffectingKey(const QString &key) const
 {
     return key == "counts"_L1 ? QStringList { u"children"_s, u"parent"_s }
-                              : KXFilterTreeObject::keyPathsForValuesAffectingKey(key);
+                              : KXTreeObjectOf::keyPathsForValuesAffectingKey(key);
 }

@@ -2,8 +2,8 @@
 
 #include <QUrl>
 
+#include <kestrixkit/context/KXTreeObjectOf.h>
 #include <kestrixkit/filters/KXCounts.h>
-#include <kestrixkit/filters/KXFilterTreeObject.h>
 
 class KXFilterSet;
 
@@ -11,7 +11,7 @@ class KXFilterSet;
 inline constexpr qint64 KXFilterSetPresetTopLevelTag = 1;
 
 /// A named, saved search that the user picks, or a folder of such. It owns its filter set, which it names by URI.
-class KX_CORE_EXPORT KXFilterSetPreset : public KXFilterTreeObject<KXFilterSetPreset>
+class KX_CORE_EXPORT KXFilterSetPreset : public KXTreeObjectOf<KXFilterSetPreset>
 {
 public:
     static constexpr QLatin1StringView entityName { "KXFilterSetPreset" };

@@ -18,6 +18,23 @@ QString rangeBoundText(KXPredicateOperator comparisonOperator, const KXDecimal &
 
 }
 
+KXRef<KXRangeFilter> KXRangeFilter::createWithKeyPath(const QString &keyPath, const std::optional<KXDecimal> &from,
+    const std::optional<KXDecimal> &to, KXManagedObjectContext &inContext, KXError *error)
+{
+    KXRef<KXRangeFilter> filter = createInContext(inContext, error);
+    if (!filter)
+        return filter;
+    filter->setName(keyPath);
+    filter->setEnabled(true);
+    filter->setLocalValuePredicateKeyPath(keyPath);
+    filter->setRemoteValuePredicateKeyPath(keyPath);
+    filter->setStartValue(from);
+    filter->setStartValueOperatorType(KXPredicateOperator::GreaterThanOrEqual);
+    filter->setEndValue(to);
+    filter->setEndValueOperatorType(KXPredicateOperator::LessThanOrEqual);
+    return filter;
+}
+
 QString KXRangeFilter::defaultLabel() const
 {
     const auto start = startValue();

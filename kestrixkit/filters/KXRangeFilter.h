@@ -14,6 +14,15 @@ public:
     KX_ATTRIBUTE(std::optional<KXDecimal>, endValue, setEndValue)
     KX_ATTRIBUTE(KXPredicateOperator, endValueOperatorType, setEndValueOperatorType)
 
+    /// A new, enabled filter for what lies from the one bound to the other, both included; an absent bound leaves that
+    /// end open. It looks at the key path in the local library and in the remote catalogue alike, and is called after
+    /// it. Empty, with a log line, where the store gives no identifier.
+    ///
+    ///     KXRangeFilter::createWithKeyPath(Track::bpmKey, 120, 128, context);
+    [[nodiscard]] static KXRef<KXRangeFilter> createWithKeyPath(const QString &keyPath,
+        const std::optional<KXDecimal> &from, const std::optional<KXDecimal> &to, KXManagedObjectContext &inContext,
+        KXError *error = nullptr);
+
     /// "> 120 AND < 130". An end bound alone is not shown: the label is then the name.
     [[nodiscard]] QString defaultLabel() const override;
     [[nodiscard]] QString detailsAsHTMLString() const override;

@@ -2,6 +2,7 @@
 
 #include <compare>
 #include <optional>
+#include <type_traits>
 
 #include <QByteArray>
 #include <QMetaType>
@@ -22,6 +23,20 @@ class KX_CORE_EXPORT KXDecimal
 public:
     /// Zero.
     KXDecimal();
+    /// An integer, exactly. Implicit: a bound may be given as 120.
+    template <typename Integer>
+    requires(
+        std::is_integral_v<
+            Integer> && !std::is_same_v<Integer, bool> && !std::is_same_v<Integer, char> && !std::is_same_v<Integer, char16_t> && !std::is_same_v<Integer, char32_t>)
+        KXDecimal(Integer value)
+        : KXDecimal(value == 0 ? QByteArray() : QByteArray::number(value))
+    {
+    }
+    /// As fromDouble(): 0.1 is 0.1.
+    KXDecimal(double value)
+        : KXDecimal(fromDouble(value))
+    {
+    }
 
     /// Reads "[+-]digits[.digits][E[+-]digits]" and nothing else: no spaces, no bare points, no group separators.
     [[nodiscard]] static std::optional<KXDecimal> fromString(QAnyStringView text);

@@ -36,3 +36,11 @@ private:
 inline constexpr QLatin1StringView KXInvalidArgumentException { "KXInvalidArgumentException" };
 /// A state that should have been impossible.
 inline constexpr QLatin1StringView KXInternalInconsistencyException { "KXInternalInconsistencyException" };
+/// A model has no entity of that name.
+inline constexpr QLatin1StringView KXUnknownEntityException { "KXUnknownEntityException" };
+/// An entity has no property of that name.
+inline constexpr QLatin1StringView KXUnknownKeyException { "KXUnknownKeyException" };
+/// Descriptions of entities that make no model.
+inline constexpr QLatin1StringView KXInvalidModelException { "KXInvalidModelException" };
+/// A stored class that was not registered, or whose accessors do not fit the model.
+inline constexpr QLatin1StringView KXInvalidClassException { "KXInvalidClassException" };

@@ -13,6 +13,8 @@ class KXSourceListItemController;
 
 /// What an object offers to be shown as a row of an outline: filters, filter sets, presets and view states are such.
 ///
+/// A title is enough. Items that the user may move have a position, which a stored class gets by
+/// KX_ATTRIBUTE(qint64, position, setPosition); items of a tree have parent and children (see KXTreeObjectOf).
 /// Pointers to other items are borrowed. Used on the main thread.
 class KX_CORE_EXPORT KXSourceListItem
 {
@@ -21,14 +23,14 @@ public:
 
     [[nodiscard]] virtual QString title() const = 0;
     /// Among its siblings, from 0.
-    [[nodiscard]] virtual qint64 position() const = 0;
-    virtual void setPosition(const qint64 &position) = 0;
+    [[nodiscard]] virtual qint64 position() const { return 0; }
+    virtual void setPosition(const qint64 &) { }
     /// Null at the top.
-    [[nodiscard]] virtual KXSourceListItem *parentItem() const = 0;
+    [[nodiscard]] virtual KXSourceListItem *parentItem() const { return nullptr; }
     /// False, and nothing changes, for an item of another kind and where it would make a circle.
-    virtual bool setParentItem(KXSourceListItem *parent) = 0;
+    virtual bool setParentItem(KXSourceListItem *parent) { return !parent; }
     /// In no particular order.
-    [[nodiscard]] virtual QList<KXSourceListItem *> childItems() const = 0;
+    [[nodiscard]] virtual QList<KXSourceListItem *> childItems() const { return {}; }
 
     /// Whether its row is a heading.
     [[nodiscard]] virtual bool isGroup() const { return false; }
@@ -39,7 +41,7 @@ public:
     [[nodiscard]] virtual bool canBeSelected() const { return true; }
     /// Whether it may be dragged.
     [[nodiscard]] virtual bool canBeRepositioned() const { return true; }
-    [[nodiscard]] virtual bool canBeParentForItem(const KXSourceListItem *item) const = 0;
+    [[nodiscard]] virtual bool canBeParentForItem(const KXSourceListItem *) const { return false; }
     /// Null stands for the top level.
     [[nodiscard]] virtual bool canBeChildForItem(const KXSourceListItem *) const { return true; }
     /// Whether the item stands above this one. Kinds of items differ in what they say of themselves.

@@ -3,6 +3,7 @@
 #include <kestrixkit/foundation/KXUndoManager.h>
 
 #include <QAction>
+#include <QKeySequence>
 
 #include <kestrixkit/foundation/KXStringWithFormat.h>
 
@@ -33,6 +34,7 @@ QAction *KXUndoManager::createRedoAction(QObject *parent) { return createAction(
 QAction *KXUndoManager::createAction(QObject *parent, bool redoes)
 {
     auto *action = new QAction(parent);
+    action->setShortcuts(redoes ? QKeySequence::Redo : QKeySequence::Undo);
     const auto update = [this, action, redoes] {
         QString title = redoes ? redoMenuItemTitle() : undoMenuItemTitle();
         action->setText(title.replace(u'&', u"&&"_s)); // a name's own, no shortcut

@@ -114,7 +114,8 @@ public:
     /// "Undo %@" with the name of the step, or "Undo" alone.
     [[nodiscard]] QString undoMenuItemTitle() const;
     [[nodiscard]] QString redoMenuItemTitle() const;
-    /// An action that undoes; its text and whether it is enabled follow the stack. Needs QGuiApplication.
+    /// An action that undoes, with the platform's keys for it; its text and whether it is enabled follow the stack.
+    /// Needs QGuiApplication.
     [[nodiscard]] QAction *createUndoAction(QObject *parent);
     [[nodiscard]] QAction *createRedoAction(QObject *parent);
 

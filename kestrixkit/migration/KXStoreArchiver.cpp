@@ -1,4 +1,4 @@
-#include <kestrixkit/migration/KXStoreArchiver_p.h>
+#include <kestrixkit/migration/KXStoreArchiver.h>
 
 #include <atomic>
 #include <memory>

@@ -5,7 +5,7 @@
 
 #include <kestrixkit/foundation/KXClock.h>
 #include <kestrixkit/foundation/KXLog.h>
-#include <kestrixkit/migration/KXStoreArchiver_p.h>
+#include <kestrixkit/migration/KXStoreArchiver.h>
 #include <kestrixkit/migration/KXStoreCheck_p.h>
 #include <kestrixkit/migration/KXStoreMigration_p.h>
 #include <kestrixkit/store/KXPersistentStore_p.h>
@@ -114,12 +114,13 @@ QList<QUrl> KXStoreBackup::existing() const
     return urls;
 }
 
-bool KXStoreBackup::create(const KXStoreProgress &progress) const
+KXError KXStoreBackup::create(const KXStoreProgress &progress) const
 {
     if (!KXStoreFiles::exists(m_store.path())) {
         KXLogDebug(
             store, "[%@] Not creating backup as store file does not exists", QFileInfo(m_store.path()).fileName());
-        return false;
+        return KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::CannotOpen,
+            KXStringWithFormat("There is no store file %@", m_store.path()));
     }
     const QString stem = m_store.name() + KXClock::today().toString(u"-ddMMyyyy-'bck'"_s);
     const QString name = stem + ".cpgz"_L1;
@@ -128,7 +129,8 @@ bool KXStoreBackup::create(const KXStoreProgress &progress) const
     KXLogDebug(store, "[%@] Found backups: %@", name, before);
     if (KXStoreFiles::exists(path)) {
         KXLogInfo(store, "[%@] Existing backup found: %@. Not backing up", name, path);
-        return false;
+        return KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::BackupExists,
+            KXStringWithFormat("There is a backup of today already: %@", path));
     }
     if (!before.isEmpty() && QFileInfo(before.last().toLocalFile()).lastModified() > KXClock::now().addDays(1))
         KXLogWarning(store, "[%@] There is a backup from the future: the clock may be wrong", name);
@@ -137,7 +139,7 @@ bool KXStoreBackup::create(const KXStoreProgress &progress) const
     const QString staging = m_store.folder() + u'/' + stem;
     if (KXError error = archive(name, staging, KXProgressOfPart(progress, 0, 0.6))) {
         KXLogWarning(store, "%@", error.localizedDescription());
-        return false;
+        return error;
     }
     KXError damage = KXStoreFiles::exists(path) ? check(path, KXProgressOfPart(progress, 0.6, 1))
                                                 : backupUnusable(u"The archiver has written nothing"_s);
@@ -145,11 +147,11 @@ bool KXStoreBackup::create(const KXStoreProgress &progress) const
         KXLogWarning(store, "[%@] Backup cannot be used: %@", name, damage);
         if (KXError left = KXStoreFiles::remove(path))
             KXLogWarning(store, "Cannot remove %@", left);
-        return false;
+        return damage;
     }
     KXLogInfo(store, "[%@] Backup created: %@", name, path);
     removeOld(path);
-    return true;
+    return {};
 }
 
 /// What was unpacked or half written by processes that were killed.
@@ -296,9 +298,10 @@ KXError KXStoreBackup::takeOver(const QString &file, QString *copy) const
 
 // What stores and coordinators offer of it.
 
-bool KXPersistentStore::createBackup(const KXStoreProgress &progress)
+bool KXPersistentStore::createBackup(const KXStoreProgress &progress, KXError *error)
 {
-    return KXStoreBackup(URL().toLocalFile()).create(progress);
+    const KXError problem = KXStoreBackup(URL().toLocalFile()).create(progress);
+    return !problem || KXSetError(error, problem);
 }
 
 QList<QUrl> KXPersistentStore::existingBackupFileURLs() const { return KXStoreBackup(URL().toLocalFile()).existing(); }

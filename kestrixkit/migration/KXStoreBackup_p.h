@@ -18,8 +18,9 @@ public:
 
     /// Oldest first.
     [[nodiscard]] QList<QUrl> existing() const;
-    /// Makes today's archive. False where there is one already, or where it fails, which the log tells.
-    bool create(const KXStoreProgress &progress = {}) const;
+    /// Makes today's archive. An error where there is one already (code BackupExists), or where it fails, which the log
+    /// tells.
+    [[nodiscard]] KXError create(const KXStoreProgress &progress = {}) const;
     /// Puts what an archive or a copy of a store holds in the store's place. `copy` gets the path that the old store is
     /// kept under; empty where there was none.
     [[nodiscard]] KXError restore(const QString &backup, QString *copy, const KXStoreProgress &progress = {}) const;

@@ -6,6 +6,7 @@
 #include <QSet>
 
 #include <kestrixkit/entity/KXRowValues_p.h>
+#include <kestrixkit/entity/KXStoreErrorCode.h>
 #include <kestrixkit/foundation/KXBundle.h>
 #include <kestrixkit/foundation/KXException.h>
 #include <kestrixkit/foundation/KXLog.h>
@@ -17,7 +18,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-[[noreturn]] void invalidModel(const QString &reason) { throw KXException(u"KXInvalidModelException"_s, reason); }
+[[noreturn]] void invalidModel(const QString &reason) { throw KXException(QString(KXInvalidModelException), reason); }
 
 QByteArray sqlQuoted(const QString &name)
 {
@@ -33,28 +34,48 @@ std::mutex sharedModelMutex;
 
 }
 
+void KXManagedObjectModel::add(const KXEntityDescription &entity, QHash<QByteArray, QString> &tables)
+{
+    if (entity.name().isEmpty() || m_byName.contains(entity.name()))
+        invalidModel(KXStringWithFormat("Entity \"%@\" occurs twice or has no name", entity.name()));
+    const QByteArray table = sqlFolded(entity.name());
+    if (table.startsWith("kx_") || table.startsWith("sqlite_") || table.contains('\0'))
+        invalidModel(KXStringWithFormat("Entity \"%@\" has a reserved name", entity.name()));
+    if (tables.contains(table))
+        invalidModel(KXStringWithFormat(
+            "Entities \"%@\" and \"%@\" differ by upper and lower case alone", tables[table], entity.name()));
+    tables.insert(table, entity.name());
+    m_entities.push_back(entity);
+    m_byName.insert(entity.name(), &m_entities.back());
+}
+
 KXManagedObjectModel::Ref KXManagedObjectModel::make(
-    const QList<KXEntityDescription> &entities, const QList<KXFetchTemplate> &templates)
+    const QList<KXEntityDescription> &entities, const QList<KXFetchTemplate> &templates, const QList<Ref> &on)
 {
     std::shared_ptr<KXManagedObjectModel> model(new KXManagedObjectModel);
-    if (entities.size() > MostEntities)
-        invalidModel(KXStringWithFormat(
-            "The model has %@ entities, more than %@", qint64(entities.size()), qint64(MostEntities)));
     QHash<QByteArray, QString> tables;
-    for (const KXEntityDescription &entity : entities) {
-        if (entity.name().isEmpty() || model->m_byName.contains(entity.name()))
-            invalidModel(KXStringWithFormat("Entity \"%@\" occurs twice or has no name", entity.name()));
-        const QByteArray table = sqlFolded(entity.name());
-        if (table.startsWith("kx_") || table.startsWith("sqlite_") || table.contains('\0'))
-            invalidModel(KXStringWithFormat("Entity \"%@\" has a reserved name", entity.name()));
-        if (tables.contains(table))
-            invalidModel(KXStringWithFormat(
-                "Entities \"%@\" and \"%@\" differ by upper and lower case alone", tables[table], entity.name()));
-        tables.insert(table, entity.name());
-        model->m_entities.push_back(entity);
-        model->m_byName.insert(entity.name(), &model->m_entities.back());
+    QHash<QString, QByteArray> taken;
+    for (const Ref &other : on) {
+        for (const KXEntityDescription *entity : other ? other->m_sorted : QList<const KXEntityDescription *>()) {
+            const auto known = taken.constFind(entity->name());
+            if (known != taken.constEnd() && *known != entity->versionHash())
+                invalidModel(KXStringWithFormat("Two models describe the entity \"%@\" differently", entity->name()));
+            if (known != taken.constEnd())
+                continue;
+            taken.insert(entity->name(), entity->versionHash());
+            model->add(undone(*entity), tables);
+        }
     }
+    for (const KXEntityDescription &entity : entities)
+        model->add(entity, tables);
+    if (model->m_entities.size() > size_t(MostEntities))
+        invalidModel(KXStringWithFormat(
+            "The model has %@ entities, more than %@", qint64(model->m_entities.size()), qint64(MostEntities)));
     model->resolve();
+    for (const Ref &other : on) {
+        if (other)
+            model->m_templates.insert(other->m_templates);
+    }
     for (const KXFetchTemplate &fetch : templates) {
         if (!model->entity(fetch.entityName))
             invalidModel(
@@ -62,6 +83,16 @@ KXManagedObjectModel::Ref KXManagedObjectModel::make(
         model->m_templates.insert(fetch.name, fetch);
     }
     return model;
+}
+
+/// As it was before a model took it.
+KXEntityDescription KXManagedObjectModel::undone(const KXEntityDescription &entity)
+{
+    KXEntityDescription own = entity;
+    if (entity.parent())
+        own.m_properties.remove(0, entity.parent()->properties().size());
+    own.m_family.clear();
+    return own;
 }
 
 /// Turns names into pointers and decides where everything lies: in the tables and in the value blocks.
@@ -220,7 +251,7 @@ const KXFetchTemplate &KXManagedObjectModel::fetchTemplate(const QString &name) 
     const auto found = m_templates.constFind(name);
     if (found == m_templates.constEnd())
         throw KXException(
-            u"KXInvalidArgumentException"_s, KXStringWithFormat("The model has no fetch template \"%@\"", name));
+            QString(KXInvalidArgumentException), KXStringWithFormat("The model has no fetch template \"%@\"", name));
     return *found;
 }
 
@@ -245,7 +276,7 @@ KXManagedObjectModel::Ref KXManagedObjectModel::modelWithJSON(const QByteArray &
         return make(content.entities, content.templates);
     } catch (const KXException &mistake) {
         // A file is input, not the programmer's doing.
-        KXSetError(error, KXError(KXKestrixKitErrorDomain, KXModelFile::InvalidModelCode, mistake.reason()));
+        KXSetError(error, KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::InvalidModel, mistake.reason()));
         return nullptr;
     }
 }
@@ -257,7 +288,7 @@ KXManagedObjectModel::Ref KXManagedObjectModel::modelWithContentsOfFile(const QS
     Ref model = problem ? nullptr : modelWithJSON(json, &problem);
     if (!model) {
         KXSetError(error,
-            KXError(KXKestrixKitErrorDomain, KXModelFile::InvalidModelCode,
+            KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::InvalidModel,
                 KXStringWithFormat("%@: %@", path, problem.localizedDescription())));
     }
     return model;
@@ -265,75 +296,105 @@ KXManagedObjectModel::Ref KXManagedObjectModel::modelWithContentsOfFile(const QS
 
 KXManagedObjectModel::Ref KXManagedObjectModel::modelByMergingModels(const QList<Ref> &models, KXError *error)
 {
-    QList<KXEntityDescription> entities;
-    QMap<QString, KXFetchTemplate> templates;
-    QHash<QString, QByteArray> seen;
-    for (const Ref &model : models) {
-        for (const KXEntityDescription *entity : model->m_sorted) {
-            if (const auto known = seen.constFind(entity->name()); known != seen.constEnd()) {
-                if (*known != entity->versionHash()) {
-                    KXSetError(error,
-                        KXError(KXKestrixKitErrorDomain, KXModelFile::InvalidModelCode,
-                            KXStringWithFormat("Two models describe the entity \"%@\" differently", entity->name())));
-                    return nullptr;
-                }
-                continue;
-            }
-            seen.insert(entity->name(), entity->versionHash());
-            KXEntityDescription own = *entity;
-            if (entity->parent())
-                own.m_properties.remove(0, entity->parent()->properties().size());
-            own.m_family.clear();
-            entities.append(own);
-        }
-        templates.insert(model->m_templates);
-    }
     try {
-        return make(entities, templates.values());
+        return make({}, {}, models);
     } catch (const KXException &mistake) {
-        KXSetError(error, KXError(KXKestrixKitErrorDomain, KXModelFile::InvalidModelCode, mistake.reason()));
+        KXSetError(error, KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::InvalidModel, mistake.reason()));
         return nullptr;
     }
+}
+
+namespace {
+
+/// The files of some bundles: those that make a model by themselves, and those whose entities need the others'.
+struct ModelFiles
+{
+    QList<KXManagedObjectModel::Ref> models;
+    QList<KXModelFile::Content> dependent;
+    KXError dependence; // of the first of those: what it lacks
+    KXError damage; // of the first that is none at all
+
+    void read(const QString &path)
+    {
+        KXError problem;
+        if (const auto model = KXManagedObjectModel::modelWithContentsOfFile(path, &problem)) {
+            models.append(model);
+            return;
+        }
+        QByteArray json;
+        KXModelFile::Content content;
+        const bool isReadable = !KXModelFile::readFile(path, json) && !KXModelFile::read(json, content);
+        if (isReadable)
+            dependent.append(content);
+        if (KXError &first = isReadable ? dependence : damage; !first)
+            first = problem;
+    }
+};
+
+/// nullptr where they do not fit together.
+KXManagedObjectModel::Ref modelOn(const QList<KXManagedObjectModel::Ref> &models, const KXModelFile::Content &content)
+{
+    try {
+        return KXManagedObjectModel::make(content.entities, content.templates, models);
+    } catch (const KXException &) {
+        return nullptr;
+    }
+}
+
+const QList<const KXBundle *> bundlesOrMain(const QList<const KXBundle *> &bundles)
+{
+    return bundles.isEmpty() ? QList<const KXBundle *> { &KXBundle::mainBundle() } : bundles;
+}
+
 }
 
 KXManagedObjectModel::Ref KXManagedObjectModel::mergedModelFromBundles(
     const QList<const KXBundle *> &bundles, KXError *error)
 {
-    QList<Ref> models;
-    for (const KXBundle *bundle : bundles.isEmpty() ? QList<const KXBundle *> { &KXBundle::mainBundle() } : bundles) {
-        for (const QString &path : KXModelFile::currentModelFiles(*bundle)) {
-            const Ref model = modelWithContentsOfFile(path, error);
-            if (!model)
-                return nullptr;
-            models.append(model);
-        }
+    ModelFiles files;
+    for (const KXBundle *bundle : bundlesOrMain(bundles)) {
+        for (const QString &path : KXModelFile::currentModelFiles(*bundle))
+            files.read(path);
     }
-    if (models.isEmpty()) {
-        KXSetError(
-            error, KXError(KXKestrixKitErrorDomain, KXModelFile::InvalidModelCode, u"The bundles hold no model"_s));
-        return nullptr;
+    KXModelFile::Content dependent;
+    for (const KXModelFile::Content &content : files.dependent) {
+        dependent.entities += content.entities;
+        dependent.templates += content.templates;
     }
-    return modelByMergingModels(models, error);
+    if (files.models.isEmpty() && files.dependent.isEmpty() && !files.damage)
+        files.damage = KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::InvalidModel, u"The bundles hold no model"_s);
+    if (!files.damage && files.dependent.isEmpty())
+        return modelByMergingModels(files.models, error);
+    Ref model = files.damage ? nullptr : modelOn(files.models, dependent);
+    if (!model)
+        KXSetError(error, files.damage ? files.damage : files.dependence);
+    return model;
 }
 
 KXManagedObjectModel::Ref KXManagedObjectModel::mergedModelFromBundles(
     const QList<const KXBundle *> &bundles, const KXStoreMetadata &forStoreMetadata)
 {
     const auto &wanted = forStoreMetadata.versionHashes;
-    QList<Ref> models;
-    for (const KXBundle *bundle : bundles.isEmpty() ? QList<const KXBundle *> { &KXBundle::mainBundle() } : bundles) {
-        for (const QString &path : KXModelFile::allModelFiles(*bundle)) {
-            const Ref model = modelWithContentsOfFile(path);
-            if (model && model->versionHashes() == wanted)
-                return model;
-            const auto fits = [&wanted](const KXEntityDescription *entity) {
-                return wanted.value(entity->name()) == entity->versionHash();
-            };
-            if (model && std::all_of(model->m_sorted.begin(), model->m_sorted.end(), fits))
-                models.append(model);
-        }
+    const auto fits = [&wanted](const Ref &model) {
+        return std::all_of(model->m_sorted.begin(), model->m_sorted.end(),
+            [&wanted](auto *entity) { return wanted.value(entity->name()) == entity->versionHash(); });
+    };
+    ModelFiles files;
+    for (const KXBundle *bundle : bundlesOrMain(bundles)) {
+        for (const QString &path : KXModelFile::allModelFiles(*bundle))
+            files.read(path);
     }
-    const Ref merged = modelByMergingModels(models);
+    QList<Ref> models;
+    std::copy_if(files.models.begin(), files.models.end(), std::back_inserter(models), fits);
+    for (const Ref &model : models) {
+        if (model->versionHashes() == wanted)
+            return model;
+    }
+    Ref merged = modelByMergingModels(models);
+    for (const KXModelFile::Content &content : files.dependent) {
+        if (const Ref more = modelOn({ merged }, content); more && fits(more))
+            merged = more;
+    }
     return merged && merged->versionHashes() == wanted ? merged : nullptr;
 }
 

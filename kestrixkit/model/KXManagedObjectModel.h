@@ -47,8 +47,14 @@ public:
     /// Throws KXException for unknown parents, destinations or inverses, for names that occur twice or differ only in
     /// what SQL takes for one (the case of Latin letters), for names that begin with "kx_" or, of entities, "sqlite_",
     /// and for more of anything than is named above.
-    [[nodiscard]] static Ref make(
-        const QList<KXEntityDescription> &entities, const QList<KXFetchTemplate> &templates = {});
+    ///
+    /// What is in the models of `on` becomes part of the model, as by modelByMergingModels(); the entities may derive
+    /// from theirs and lead to them:
+    ///
+    ///     make({ KXEntityDescription(u"EnergyFilter"_s, u"KXRangeFilter"_s) }, {}, { KXFilters::managedObjectModel()
+    ///     })
+    [[nodiscard]] static Ref make(const QList<KXEntityDescription> &entities,
+        const QList<KXFetchTemplate> &templates = {}, const QList<Ref> &on = {});
 
     /// nullptr and an error that names the file where it cannot be read, parsed or resolved.
     [[nodiscard]] static Ref modelWithContentsOfFile(const QString &path, KXError *error = nullptr);
@@ -58,7 +64,7 @@ public:
 
     /// The models of the bundles (the main bundle's when the list is empty) in one; nullptr when there is none.
     /// Of each "Name.momd" folder the current version is taken: the one named in its "current" file, else the
-    /// one whose name sorts last.
+    /// one whose name sorts last. A file's entities may derive from those of the others.
     [[nodiscard]] static Ref mergedModelFromBundles(const QList<const KXBundle *> &bundles, KXError *error = nullptr);
     /// Of all versions in the bundles those that a store with this metadata was written with, in one; nullptr where
     /// they do not make it up.
@@ -83,6 +89,8 @@ public:
 
 private:
     KXManagedObjectModel() = default;
+    void add(const KXEntityDescription &entity, QHash<QByteArray, QString> &tables);
+    [[nodiscard]] static KXEntityDescription undone(const KXEntityDescription &entity);
     void resolve();
 
     std::deque<KXEntityDescription> m_entities; // never moves: properties and entities point at each other

@@ -11,6 +11,7 @@
 #include <QUrl>
 #include <QUuid>
 
+#include <kestrixkit/entity/KXStoreErrorCode.h>
 #include <kestrixkit/foundation/KXBundle.h>
 #include <kestrixkit/foundation/KXDecimal.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
@@ -47,7 +48,7 @@ constexpr QLatin1StringView modelDeleteRuleNames[] = { "nullify"_L1, "cascade"_L
 
 KXError modelError(const QString &text)
 {
-    return KXError(KXKestrixKitErrorDomain, KXModelFile::InvalidModelCode, text);
+    return KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::InvalidModel, text);
 }
 
 QJsonValue defaultToJSON(const QVariant &value, KXAttributeType type)
@@ -259,18 +260,21 @@ QByteArray KXModelFile::write(
     return QJsonDocument(QJsonObject { { "entities"_L1, entityList }, { "templates"_L1, templateList } }).toJson();
 }
 
+QString KXModelFile::hashedLine(const KXPropertyDescription &property)
+{
+    if (property.isRelationship())
+        return KXStringWithFormat("relationship %@ %@ %@ %d %d", property.name(), property.destinationName(),
+            property.inverseName(), int(property.isToMany()), int(property.isOptional()));
+    return KXStringWithFormat("attribute %@ %d %d", property.name(), int(property.type()), int(property.isOptional()));
+}
+
 QByteArray KXModelFile::versionHash(const KXEntityDescription &entity)
 {
     // One line a property, sorted: the order of declaration does not matter to a store.
     QStringList lines;
     for (const KXPropertyDescription &property : entity.properties()) {
-        if (property.isRelationship()) {
-            lines.append(KXStringWithFormat("relationship %@ %@ %@ %d %d", property.name(), property.destinationName(),
-                property.inverseName(), int(property.isToMany()), int(property.isOptional())));
-        } else if (!property.isTransient()) {
-            lines.append(KXStringWithFormat(
-                "attribute %@ %d %d", property.name(), int(property.type()), int(property.isOptional())));
-        }
+        if (property.isRelationship() || !property.isTransient())
+            lines.append(hashedLine(property));
     }
     lines.sort();
     lines.prepend(KXStringWithFormat("entity %@ %@", entity.name(), entity.parentName()));

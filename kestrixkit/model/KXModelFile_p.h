@@ -13,8 +13,6 @@ class KXBundle;
 /// The JSON form of models: files "Name.momd/Name 2.mom" in a bundle, and the metadata of store files.
 namespace KXModelFile {
 
-inline constexpr int InvalidModelCode = 1101;
-
 struct Content
 {
     QList<KXEntityDescription> entities;
@@ -30,6 +28,8 @@ struct Content
 /// SHA-256 over the names, types, optionality and relationships of the entity's properties: what decides how its
 /// rows are stored. Defaults, indexes, delete rules and classes may change without making a store incompatible.
 [[nodiscard]] QByteArray versionHash(const KXEntityDescription &entity);
+/// What of a property goes into it.
+[[nodiscard]] QString hashedLine(const KXPropertyDescription &property);
 
 /// A value of an attribute as models write it; types that JSON has no form for are texts. Invalid where it is none.
 [[nodiscard]] QVariant valueFromJSON(const QJsonValue &value, KXAttributeType type);

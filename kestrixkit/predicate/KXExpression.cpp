@@ -142,11 +142,11 @@ KXExpression KXExpression::expressionForFunction(
 {
     if (name != "valueForKeyPath:"_L1 || arguments.size() != 1
         || arguments[0].constantValue().typeId() != QMetaType::QString) {
-        throw KXException(u"KXInvalidArgumentException"_s,
+        throw KXException(QString(KXInvalidArgumentException),
             KXStringWithFormat("The function \"%@\" is not valueForKeyPath: with one constant text", name));
     }
     if (operand.depth() >= KXPredicate::MaximumDepth)
-        throw KXException(u"KXInvalidArgumentException"_s, u"The expression is nested too deeply"_s);
+        throw KXException(QString(KXInvalidArgumentException), u"The expression is nested too deeply"_s);
     auto *data = new KXExpressionData;
     data->type = KXExpressionType::Function;
     data->depth = operand.depth() + 1;
@@ -166,7 +166,7 @@ KXExpression KXExpression::expressionForAggregate(const QList<KXExpression> &ele
         constant = constant && element.isConstant();
     }
     if (depth >= KXPredicate::MaximumDepth)
-        throw KXException(u"KXInvalidArgumentException"_s, u"The expression is nested too deeply"_s);
+        throw KXException(QString(KXInvalidArgumentException), u"The expression is nested too deeply"_s);
     auto *data = new KXExpressionData;
     data->depth = depth + 1;
     if (constant) {

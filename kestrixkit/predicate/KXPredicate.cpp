@@ -95,7 +95,7 @@ KXPredicate KXPredicate::compound(KXPredicateType type, const QList<KXPredicate>
         data->countOfComparisons += part.countOfComparisons();
     }
     if (data->depth > MaximumDepth)
-        throw KXException(u"KXInvalidArgumentException"_s,
+        throw KXException(QString(KXInvalidArgumentException),
             KXStringWithFormat("Predicates nest in more than %d levels", MaximumDepth));
     return KXPredicate(data.release());
 }

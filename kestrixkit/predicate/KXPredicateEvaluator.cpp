@@ -167,8 +167,8 @@ QVariant KXPredicateEvaluator::variable(const QString &name, const QVariantMap &
 {
     const auto found = variables.constFind(name);
     if (found == variables.constEnd())
-        throw KXException(
-            u"KXInvalidArgumentException"_s, KXStringWithFormat("No value for the variable $%@ of a predicate", name));
+        throw KXException(QString(KXInvalidArgumentException),
+            KXStringWithFormat("No value for the variable $%@ of a predicate", name));
     return *found;
 }
 

@@ -324,7 +324,7 @@ KXPredicate KXPredicate::predicateWithFormatArguments(QAnyStringView format, con
     KXPredicateParser parser(format.toString(), &arguments);
     const KXPredicate predicate = parser.parse();
     if (!predicate)
-        throw KXException(u"KXInvalidArgumentException"_s, parser.problem());
+        throw KXException(QString(KXInvalidArgumentException), parser.problem());
     return predicate;
 }
 

@@ -31,7 +31,7 @@ KXSearchIndexPrivate::KXSearchIndexPrivate(KXSearchIndex *index, KXManagedObject
     static const QRegularExpression allowed(u"^[A-Za-z0-9_]{0,64}$"_s);
     if (!allowed.match(name).hasMatch())
         throw KXException(
-            u"KXInvalidArgumentException"_s, KXStringWithFormat("\"%@\" cannot be part of a file's name", name));
+            QString(KXInvalidArgumentException), KXStringWithFormat("\"%@\" cannot be part of a file's name", name));
     if (const KXPersistentStore *open = store ? context->persistentStoreCoordinator()->store() : nullptr;
         open && !name.isEmpty())
         file = std::make_unique<const KXSearchFile>(

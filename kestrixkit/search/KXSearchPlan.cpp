@@ -12,7 +12,7 @@ namespace {
 
 [[noreturn]] void planRefuse(const char *reason, const QString &path, const QString &entity)
 {
-    throw KXException(u"KXInvalidArgumentException"_s, KXStringWithFormat(reason, path, entity));
+    throw KXException(QString(KXInvalidArgumentException), KXStringWithFormat(reason, path, entity));
 }
 
 KXSearchPath planPath(const QString &keyPath, const KXEntityDescription &from)

@@ -1,6 +1,7 @@
 #include <kestrixkit/store/KXPersistentStore.h>
 
 #include <kestrixkit/foundation/KXStringWithFormat.h>
+#include <kestrixkit/model/KXModelComparison_p.h>
 #include <kestrixkit/store/KXPersistentStore_p.h>
 #include <kestrixkit/store/KXStoreReplacement_p.h>
 #include <kestrixkit/store/KXStoreSchema_p.h>
@@ -66,6 +67,21 @@ static KXError storeMake(const QString &path, const KXManagedObjectModel &model,
     return error;
 }
 
+/// Names what differs and what to do.
+static KXError storeIncompatibility(const KXStoreSchema::Metadata &metadata, const KXManagedObjectModel &model)
+{
+    constexpr qsizetype mostNamed = 6;
+    QString text = u"The model used to open the store is incompatible with the one used to create the store"_s;
+    const KXManagedObjectModel::Ref former = KXManagedObjectModel::modelWithJSON(metadata.modelJSON);
+    const QStringList all = former ? KXModelComparison::differences(*former, model) : QStringList();
+    if (!all.isEmpty())
+        text += ": "_L1 + all.first(std::min(all.size(), mostNamed)).join(", "_L1);
+    if (all.size() > mostNamed)
+        text += KXStringWithFormat(" and %lld more", all.size() - mostNamed);
+    text += ". It can be migrated: persistentStoreCoordinatorByMigratingStoreURL() or kxtool migrate"_L1;
+    return KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::IncompatibleModel, text);
+}
+
 std::unique_ptr<KXPersistentStorePrivate> KXPersistentStorePrivate::open(
     const QUrl &url, const KXManagedObjectModel::Ref &model, const QByteArray &vfs, KXError *error)
 {
@@ -93,8 +109,7 @@ std::unique_ptr<KXPersistentStorePrivate> KXPersistentStorePrivate::open(
             continue;
         }
         if (metadata.versionHashes != model->versionHashes()) {
-            return refuse(KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::IncompatibleModel,
-                u"The model used to open the store is incompatible with the one used to create the store"_s));
+            return refuse(storeIncompatibility(metadata, *model));
         }
         KXError problem = writer->open(path, { .vfs = vfs });
         if (!problem)

@@ -48,9 +48,9 @@ public:
 
     /// Makes today's backup, "name-ddMMyyyy-bck.cpgz" beside the store, of all that is saved when it begins; others may
     /// save meanwhile. The archive is unpacked and checked, then of older ones all but the newest four are removed.
-    /// False where there is one of today already and where it fails, which the log tells; the store is never touched.
-    /// Takes as long as compressing the file does.
-    bool createBackup(const KXStoreProgress &progress = {});
+    /// False and an error where there is one of today already (code BackupExists) and where it fails, which the log
+    /// tells, too; the store is never touched. Takes as long as compressing the file does.
+    bool createBackup(const KXStoreProgress &progress = {}, KXError *error = nullptr);
     /// The store's archives, oldest first. Of all stores whose names begin like this one's.
     [[nodiscard]] QList<QUrl> existingBackupFileURLs() const;
     /// Puts what is in a backup in the place of a store that nobody has open, or where there is none. The old store,

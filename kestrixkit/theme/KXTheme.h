@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <optional>
 
 #include <QBrush>
@@ -9,6 +10,10 @@
 
 #include <kestrixkit/foundation/KXObservable.h>
 #include <kestrixkit/theme/KXThemeValues.h>
+
+QT_BEGIN_NAMESPACE
+class QGuiApplication;
+QT_END_NAMESPACE
 
 /// The looks of the framework's views: colours, gradients, fonts, shadows, textures, drawing routines and styles.
 ///
@@ -25,6 +30,14 @@ public:
     KXTheme();
     ~KXTheme() override;
     Q_DISABLE_COPY_MOVE(KXTheme)
+
+    /// Makes the theme the process's (see KXThemeManager) and dresses the whole application in it: its "palette", and,
+    /// in an application of widgets that links KestrixKit::UI, tool tips and the style that draws menus, headers,
+    /// scroll bars and all else that is not themed. May be called again at any time, with another theme; none takes the
+    /// theme away and leaves the rest.
+    ///
+    ///     KXTheme::apply(application, std::make_shared<KXDarkTheme>());
+    static void apply(QGuiApplication &application, const std::shared_ptr<KXTheme> &theme);
 
     // Textures, to be added (QPainter::CompositionMode_Plus) over a background as a faint grain.
     [[nodiscard]] virtual QBrush noisePattern() const;

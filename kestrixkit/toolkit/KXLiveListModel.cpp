@@ -25,7 +25,8 @@ const KXEntityDescription *liveEntity(const KXManagedObjectContext::Ref &context
 {
     const KXEntityDescription *entity = context->persistentStoreCoordinator()->model()->entity(name);
     if (!entity)
-        throw KXException(u"KXUnknownEntityException"_s, KXStringWithFormat("The model has no entity \"%@\"", name));
+        throw KXException(
+            QString(KXUnknownEntityException), KXStringWithFormat("The model has no entity \"%@\"", name));
     return entity;
 }
 

@@ -395,3 +395,17 @@ TEST_F(BasicPlayer, randomTransportLeavesNothingBehind)
             std::make_shared<FileItem>(u"/nowhere.wav"_s), std::make_shared<FileItem>(QString()), nullptr },
         last);
 }
+
+TEST_F(BasicPlayer, saysOnceThatNobodyWillHearIt)
+{
+    const KXTestLog log;
+    const auto heard = [&] { return log.lines().filter(u"at the volume 0"_s).size(); };
+    KXBasicAudioPlayer loud(std::make_shared<KXHandCrankedAudioOutput>()),
+        silent(std::make_shared<KXHandCrankedAudioOutput>());
+    loud.setVolume(0); // somebody wants it so
+    loud.playItem(shortItem("a"));
+    EXPECT_EQ(heard(), 0);
+    silent.playItem(shortItem("a"));
+    silent.playItem(shortItem("b"));
+    EXPECT_EQ(heard(), 1);
+}

@@ -5,6 +5,7 @@
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <kestrixkit/audio/KXMultiTrackAudioPlayer.h>
@@ -119,4 +120,18 @@ TEST(PortAudio, playsAtTheServersRateToo)
     process.start(QCoreApplication::applicationFilePath(), { u"--gtest_filter=PortAudio.playsThrough*"_s });
     ASSERT_TRUE(process.waitForFinished(-1));
     EXPECT_EQ(process.exitCode(), 0) << process.readAll().toStdString();
+}
+
+// What sound libraries have to say about a machine without sound is no business of who reads standard error.
+TEST(PortAudioDeathTest, looksForDevicesInSilence)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            KXPortAudioOutput output;
+            (void)output.prepare();
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0),
+        testing::Not(testing::AnyOf(testing::HasSubstr("ALSA"), testing::HasSubstr("jack"))));
 }

@@ -105,6 +105,7 @@ TEST(Identity, whatWasDeletedLeavesMemory)
 {
     LibraryTest library;
     auto &context = *library.context;
+    context.setUndoManager(nullptr); // whose steps hold what they bring back
     KXWeakRef<Person> weak[3];
     for (auto &each : weak) {
         const auto person = Person::createInContext(context); // resident
@@ -194,7 +195,7 @@ TEST(Context, refusesWhatAFileCannotHold)
         EXPECT_FALSE(track->setValueForKey(u"title"_s, bad));
         EXPECT_FALSE(track->setValueForKey(u"extra"_s, QStringList { bad }));
     }
-    EXPECT_EQ(log.lines().filter(u"Track"_s).size(), 2 + 2 * 4);
+    EXPECT_EQ(log.lines().filter(u"Track"_s).size(), 2 * 2 + 2 * 6);
     ASSERT_TRUE(library.context->save());
     EXPECT_EQ(track->title(), u"a"_s);
     EXPECT_EQ(Library::dump(*library.context), Library::dump(*library.otherContext()));

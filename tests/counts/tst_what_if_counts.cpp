@@ -26,11 +26,11 @@ public:
     QVariantList pool(const QString &keyPath)
     {
         const auto date = [](int days) { return KXClock::now().addDays(days); };
-        static const QVariantList texts { u"a"_s, u"A"_s, u"ab"_s, u"á"_s, u""_s, u"5"_s, QVariant(), 5 };
-        static const QVariantList numbers { 0, 1, 1.0, 2, 2.5, -1, QVariant(), u"1"_s, 3,
+        static const QVariantList texts { u"a"_s, u"A"_s, u"ab"_s, u"á"_s, u""_s, u"5"_s, QVariant() };
+        static const QVariantList numbers { 0, 1, 1.0, 2, 2.5, -1, QVariant(), 3,
             QVariant::fromValue(*KXDecimal::fromString(u"1.0"_s)), true };
         if (keyPath == "added"_L1)
-            return { date(0), date(-3), QDateTime::fromMSecsSinceEpoch(0, Qt::UTC), QVariant(), 4 };
+            return { date(0), date(-3), QDateTime::fromMSecsSinceEpoch(0, Qt::UTC), QVariant() };
         if (keyPath == "genres.name"_L1)
             return { u"House"_s, u"Techno"_s, u"Jungle"_s, u"a"_s, u""_s, QVariant() };
         if (keyPath == "album.artist.name"_L1 || keyPath == "album.title"_L1)

@@ -120,7 +120,8 @@ TEST_F(StoreCommands, endWithTwoWhereTheInputCannotBeUsed)
             { u"backup"_s, u"noise.db"_s }, { u"restore"_s, u"missing.cpgz"_s, u"crate.db"_s },
             { u"query"_s, u"crate.db"_s, u"Nobody"_s, u"TRUEPREDICATE"_s },
             { u"query"_s, u"crate.db"_s, u"Track"_s, u"title =="_s },
-            { u"query"_s, u"crate.db"_s, u"Track"_s, u"nothing == 1"_s } }) {
+            { u"query"_s, u"crate.db"_s, u"Track"_s, u"nothing == 1"_s },
+            { u"query"_s, u"crate.db"_s, u"Track"_s, u"title == 5"_s } }) {
         const Answer answer = kxtool(arguments);
         EXPECT_EQ(answer.status, 2) << arguments.join(u' ').toStdString();
         EXPECT_TRUE(answer.output.isEmpty());

@@ -9,7 +9,7 @@
 
 #include <kestrixkit/foundation/KXClock.h>
 #include <kestrixkit/foundation/KXLog.h>
-#include <kestrixkit/migration/KXStoreArchiver_p.h>
+#include <kestrixkit/migration/KXStoreArchiver.h>
 #include <kestrixkit/store/KXSQLite_p.h>
 
 #include "store/Library.h"
@@ -90,7 +90,8 @@ struct TestArchiver : KXStoreArchiver
 TEST_F(Backup, holdsWhatWasSavedAndIsMadeOnceADay)
 {
     ASSERT_TRUE(Versions::add(coordinator, u"in the log"_s));
-    coordinator->backupPersistentStores();
+    KXError why;
+    EXPECT_TRUE(coordinator->backupPersistentStores(&why)) << why.localizedDescription().toStdString();
     const QString archive = file(u"crate-01052026-bck.cpgz"_s);
     EXPECT_EQ(archives(), QStringList { u"crate-01052026-bck.cpgz"_s });
     EXPECT_EQ(Versions::files(folder.path()), QStringList({ u"crate-01052026-bck.cpgz"_s, u"crate.db"_s }))
@@ -102,7 +103,8 @@ TEST_F(Backup, holdsWhatWasSavedAndIsMadeOnceADay)
     QDir(file(u"unpacked"_s)).removeRecursively();
 
     ASSERT_TRUE(Versions::add(coordinator, u"after the backup"_s));
-    coordinator->backupPersistentStores();
+    EXPECT_FALSE(coordinator->backupPersistentStores(&why));
+    EXPECT_EQ(why.code(), KXStoreErrorCode::BackupExists);
     EXPECT_TRUE(log.contains(u"[crate-01052026-bck.cpgz] Existing backup found: %1. Not backing up"_s.arg(archive)));
 
     KXError error;

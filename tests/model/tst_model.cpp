@@ -153,6 +153,23 @@ TEST(Models, mergeTheCurrentVersionsOfTheBundles)
     EXPECT_EQ(attribute("Crate"), u"first"_s);
     Library::write(folder.filePath(u"More.mom"_s), model("other"));
     EXPECT_TRUE(attribute("Crate").contains(u"Crate"_s));
+    QFile::remove(folder.filePath(u"More.mom"_s));
+
+    // What derives from another file's entity is put together with it, for a store that was written so as well.
+    const auto box = [](const char *parent) {
+        return QByteArray(R"({"entities": [{"name": "Box", "parent": ")") + parent + R"("}]})";
+    };
+    Library::write(folder.filePath(u"A box.mom"_s), box("Crate"));
+    const auto merged = KXManagedObjectModel::mergedModelFromBundles({});
+    ASSERT_TRUE(merged && merged->entity(u"Box"_s));
+    EXPECT_EQ(merged->entity(u"Box"_s)->parent(), merged->entity(u"Crate"_s));
+    KXStoreMetadata metadata;
+    metadata.versionHashes = merged->versionHashes();
+    const auto found = KXManagedObjectModel::mergedModelFromBundles({}, metadata);
+    EXPECT_TRUE(found && found->versionHashes() == merged->versionHashes());
+    Library::write(folder.filePath(u"A box.mom"_s), box("Nobody"));
+    EXPECT_TRUE(attribute("Crate").contains(u"Nobody"_s));
+    QFile::remove(folder.filePath(u"A box.mom"_s));
 
     const char *const bad[] = { "", "[]", "{\"entities\": [", R"({"entities": [{"name": ""}]})",
         R"({"entities": [{"name": "A", "parent": "B"}]})",

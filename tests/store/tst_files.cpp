@@ -16,7 +16,7 @@
 
 #include <kestrixkit/foundation/KXClock.h>
 #include <kestrixkit/migration/KXMigrationPlan.h>
-#include <kestrixkit/migration/KXStoreArchiver_p.h>
+#include <kestrixkit/migration/KXStoreArchiver.h>
 #include <kestrixkit/store/KXPersistentStore.h>
 #include <kestrixkit/store/KXSQLite_p.h>
 #include <kestrixkit/store/KXStoreSchema_p.h>

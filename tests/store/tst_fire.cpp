@@ -12,7 +12,7 @@
 #include <kestrixkit/foundation/KXBundle.h>
 #include <kestrixkit/foundation/KXClock.h>
 #include <kestrixkit/foundation/KXMainThreadDictionary.h>
-#include <kestrixkit/migration/KXStoreArchiver_p.h>
+#include <kestrixkit/migration/KXStoreArchiver.h>
 
 #include "store/Library.h"
 #include "store/Versions.h"

@@ -9,6 +9,7 @@
 #include <sqlite3.h>
 
 #include <kestrixkit/foundation/KXException.h>
+#include <kestrixkit/predicate/KXPredicateCheck_p.h>
 #include <kestrixkit/predicate/KXPredicateValue_p.h>
 #include <kestrixkit/store/KXPredicateSQL_p.h>
 
@@ -234,7 +235,9 @@ TEST(PredicateSQL, agreesWithMemoryOnSavedAndUnsavedObjects)
         } else if (round % 50 == 0) {
             ASSERT_TRUE(library.context->save());
         }
-        const KXPredicate predicate = library.predicates.predicate(4);
+        KXPredicate predicate = library.predicates.predicate(4);
+        while (!KXPredicateCheck::misfit(predicate, *Library::model()->entity(u"Track"_s)).isEmpty())
+            predicate = library.predicates.predicate(4); // which fetches refuse
         const KXPredicateSQL sql = compiled(predicate);
         ASSERT_NE(sql.status, KXPredicateSQL::UnknownKey) << sql.reason.toStdString();
         if (sql.status == KXPredicateSQL::NotInSQL) {

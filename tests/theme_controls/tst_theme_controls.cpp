@@ -3,14 +3,18 @@
 #include <QAbstractScrollArea>
 #include <QAbstractSpinBox>
 #include <QAccessible>
+#include <QHeaderView>
 #include <QImage>
 #include <QLineEdit>
+#include <QMenu>
+#include <QScrollBar>
 #include <QShortcut>
 #include <QSignalSpy>
 #include <QStandardItemModel>
 #include <QStyleFactory>
 #include <QToolBar>
 #include <QToolButton>
+#include <QToolTip>
 #include <QtTest/QTest>
 #include <gtest/gtest.h>
 
@@ -463,4 +467,35 @@ TEST_F(ThemeControls, badgesDividersPopoversAndTypes)
     EXPECT_FALSE(button.cell().typeColour().isValid());
     QWidget *const shown = &button;
     grab(shown); // a badge all the same
+}
+
+// What is themed nowhere is dressed as well, in the one theme and in the other.
+TEST_F(ThemeControls, oneCallDressesTheWholeApplication)
+{
+    const QPalette before = QApplication::palette();
+    QApplication::setStyle(QStyleFactory::create(u"Windows"_s));
+    const auto brightness = [](QWidget &widget) {
+        widget.resize(120, 60);
+        return qGray(widget.grab().toImage().scaled(1, 1, Qt::IgnoreAspectRatio, Qt::SmoothTransformation).pixel(0, 0));
+    };
+    for (const bool isDark : { true, false, true }) {
+        const auto theme = isDark ? std::static_pointer_cast<KXTheme>(std::make_shared<KXDarkTheme>())
+                                  : std::make_shared<KXLightTheme>();
+        KXTheme::apply(*qApp, theme);
+        EXPECT_EQ(manager.theme(), theme);
+        QMenu menu; // widgets that are there already are told by the main loop, which does not run here
+        menu.addAction(u"Open"_s);
+        QScrollBar scrollBar(Qt::Vertical);
+        QStandardItemModel columns(0, 2);
+        QHeaderView header(Qt::Horizontal);
+        header.setModel(&columns);
+        QLineEdit field;
+        for (QWidget *widget : std::initializer_list<QWidget *> { &menu, &scrollBar, &header, &field })
+            EXPECT_EQ(brightness(*widget) < 128, isDark) << widget->metaObject()->className();
+        EXPECT_EQ(qGray(QToolTip::palette().color(QPalette::ToolTipBase).rgb()) < 128, isDark);
+    }
+    KXTheme::apply(*qApp, nullptr);
+    EXPECT_FALSE(manager.theme());
+    QApplication::setPalette(before);
+    QToolTip::setPalette(before);
 }

@@ -12,6 +12,7 @@
 
 #include <kestrixkit/foundation/KXBundle.h>
 #include <kestrixkit/foundation/KXUserDefaults.h>
+#include <kestrixkit/theme/KXDarkTheme.h>
 #include <kestrixkit/util/views/KXTableView.h>
 
 #include "support/ChildProcess.h"
@@ -482,4 +483,41 @@ TEST_F(TableViewTest, paintsWithinItsCells)
             }
         }
     }
+}
+
+TEST(TableTheme, headerTextsStandAboveTheCells)
+{
+    KXTheme::apply(*qApp, std::make_shared<KXDarkTheme>());
+    QStandardItemModel model(1, 2);
+    for (int column = 0; column < 2; ++column) {
+        model.setHorizontalHeaderItem(column, new QStandardItem(u"HHH"_s));
+        model.setItem(0, column, new QStandardItem(u"HHH"_s));
+        const auto alignment = QVariant::fromValue(Qt::AlignVCenter | (column ? Qt::AlignRight : Qt::AlignLeft));
+        model.setHeaderData(column, Qt::Horizontal, alignment, Qt::TextAlignmentRole);
+        model.setData(model.index(0, column), alignment, Qt::TextAlignmentRole);
+    }
+    KXTableView table; // nobody names its style
+    table.setModel(&model);
+    table.resize(400, 120);
+    const QImage image = table.grab().toImage();
+    const QHeaderView *const header = table.horizontalHeader();
+    // Where ink begins and ends, in a section's own coordinates.
+    const auto ink = [&](int column, int top, int height) {
+        const int left = table.columnViewportPosition(column);
+        std::pair<int, int> found { -1, -1 };
+        for (int x = 5; x < table.columnWidth(column) - 5; ++x) {
+            for (int y = top + 3; y < top + height - 3; ++y) {
+                if (std::abs(qGray(image.pixel(left + x, y)) - qGray(image.pixel(left + 4, y))) > 60)
+                    found = { found.first < 0 ? x : found.first, x };
+            }
+        }
+        return found;
+    };
+    const auto headLeft = ink(0, 0, header->height()), headRight = ink(1, 0, header->height());
+    const auto cellLeft = ink(0, header->height(), table.rowHeight(0)),
+               cellRight = ink(1, header->height(), table.rowHeight(0));
+    EXPECT_GT(cellLeft.first, 5);
+    EXPECT_LE(std::abs(headLeft.first - cellLeft.first), 1);
+    EXPECT_LE(std::abs(headRight.second - cellRight.second), 1);
+    KXTheme::apply(*qApp, nullptr);
 }

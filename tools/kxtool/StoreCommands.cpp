@@ -206,12 +206,11 @@ ExitStatus backup(const QStringList &arguments)
 {
     const Call call(arguments, 1);
     const auto coordinator = open(call.file(0));
-    const QList<QUrl> before = coordinator->store()->existingBackupFileURLs();
-    const bool made = coordinator->store()->createBackup(progressOf("archiving and checking"));
+    KXError error;
+    const bool made = coordinator->store()->createBackup(progressOf("archiving and checking"), &error);
+    if (!made && error.code() != KXStoreErrorCode::BackupExists)
+        fail(Failed, error);
     const QList<QUrl> after = coordinator->store()->existingBackupFileURLs();
-    if (!made
-        && (after.isEmpty() || QFileInfo(after.last().toLocalFile()).lastModified().date() != QDate::currentDate()))
-        throw Ending { Failed, u"there is no new backup, for the reason above"_s };
     const QString archive = after.isEmpty() ? QString() : after.last().toLocalFile();
     call.print(QJsonObject { { "made"_L1, made }, { "archive"_L1, archive } },
         { made ? archive : u"there is a backup of today already: "_s + archive });
@@ -264,6 +263,8 @@ ExitStatus query(const QStringList &arguments)
     } catch (const KXException &mistake) {
         throw Ending { WrongInput, mistake.reason() };
     }
+    if (error.code() == KXStoreErrorCode::UnknownKey || error.code() == KXStoreErrorCode::NotComparable)
+        fail(WrongInput, error);
     if (error)
         fail(Failed, error);
     QJsonArray objects;

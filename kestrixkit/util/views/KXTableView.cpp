@@ -10,6 +10,7 @@
 #include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/foundation/KXUserDefaults.h>
+#include <kestrixkit/theme/KXThemeStyleNames.h>
 #include <kestrixkit/theme/controls/KXThemeableTableHeaderCell.h>
 #include <kestrixkit/toolkit/KXMenu.h>
 #include <kestrixkit/util/views/KXTableLayout_p.h>
@@ -30,6 +31,9 @@ KXTableView::KXTableView(QWidget *parent)
 
     auto *const header = new KXThemeableTableHeaderView(Qt::Horizontal);
     setHorizontalHeader(header);
+    // Looks, and where the header's texts stand above the cells', are the theme's as soon as there is one.
+    setThemeStyleName(QString(KXTableStyles));
+    header->setThemeStyleName(QString(KXTableHeaderStyles));
     header->setSectionsMovable(true);
     header->setSortIndicatorShown(true);
     header->setSortIndicator(-1, Qt::AscendingOrder);

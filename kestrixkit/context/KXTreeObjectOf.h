@@ -4,11 +4,22 @@
 #include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/foundation/KXSourceListItem.h>
 
-/// Base of stored objects that form trees by the properties "position", "parent" and "children" of one class.
+/// Base of stored objects that form trees by the properties "position", "parent" and "children" of one class, and are
+/// rows of source lists. All that is left to say is a title:
+///
+///     class Crate : public KXTreeObjectOf<Crate>
+///     {
+///     public:
+///         static constexpr QLatin1StringView entityName { "Crate" };
+///         KX_ATTRIBUTE(QString, title, setTitle)
+///     };
+///     … Crate::treeDescription().add(KXPropertyDescription::attribute(Crate::titleKey, KXAttributeType::String)) …
+///
+/// Objects of a list without levels derive from KXManagedObjectOf and KXSourceListItem instead.
 ///
 /// An object never becomes its own ancestor: a parent that would make a circle is refused with a log line. Files hold
 /// what they hold, so whatever follows the tree comes to an end all the same. Belongs to the thread of its context.
-template <class Class> class KXFilterTreeObject : public KXManagedObjectOf<Class>, public KXSourceListItem
+template <class Class> class KXTreeObjectOf : public KXManagedObjectOf<Class>, public KXSourceListItem
 {
 public:
     using Self = Class;
@@ -16,15 +27,35 @@ public:
     KX_ATTRIBUTE(qint64, position, setPosition)
     KX_TO_MANY(Class, children, Children)
 
-    static constexpr QStringView parentKey { u"parent" };
+    /// The class's entity with the three properties of the tree, for a model in C++; add() what is the class's own.
+    /// What is deleted leaves its children at the top.
+    [[nodiscard]] static KXEntityDescription treeDescription()
+    {
+        const QString name(Class::entityName);
+        return KXEntityDescription(name)
+            .add(KXPropertyDescription::attribute(positionKey, KXAttributeType::Integer64).withDefault(0))
+            .add(KXPropertyDescription::toOne(parentKey, name, childrenKey).acyclic())
+            .add(KXPropertyDescription::toMany(childrenKey, name, parentKey));
+    }
+
+    KX_NOTE_ACCESSOR(parent, KXManagedObject::Kind::ToOne, "to-one relationship")
     /// Empty at the top.
-    [[nodiscard]] KXRef<Class> parent() const { return Class::cast(this->readToOne(parentPlace())); }
+    [[nodiscard]] KXRef<Class> parent() const
+    {
+        static_cast<void>(&parentAccessor);
+        return Class::cast(this->readToOne(parentPlace()));
+    }
     void setParent(const KXRef<Class> &parent)
     {
         if (mayHaveParent(parent.get()))
             this->writeToOne(parentPlace(), parent.get());
     }
 
+    /// Whatever the class, unless overridden.
+    [[nodiscard]] bool canBeParentForItem(const KXSourceListItem *item) const override
+    {
+        return dynamic_cast<const Class *>(item);
+    }
     [[nodiscard]] KXSourceListItem *parentItem() const override { return parent().get(); }
     bool setParentItem(KXSourceListItem *item) override
     {
@@ -57,7 +88,7 @@ private:
     {
         if (!isCircleWithParent(parent))
             return true;
-        KXLogWarning(filters, "\"%@\" cannot be moved into itself", title());
+        KXLogWarning(store, "\"%@\" cannot be moved into itself", title());
         return false;
     }
 };
