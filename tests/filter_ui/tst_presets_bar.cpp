@@ -219,7 +219,7 @@ TEST_F(PresetsBarTest, menusAndBadgesCount)
     KXClock::setLocale(QLocale(QLocale::English, QLocale::UnitedKingdom));
     QHelpEvent asked(QEvent::ToolTip, { 2, 2 }, button->mapToGlobal(QPoint(2, 2)));
     QCoreApplication::sendEvent(button, &asked);
-    EXPECT_EQ(QToolTip::text(), u"Dark: 1,500"_s);
+    EXPECT_EQ(QToolTip::text(), u"Mood & More: 1,500"_s);
     QToolTip::hideText();
     EXPECT_EQ(button->accessibleName(), u"Mood & More, 1500"_s);
     house->setCount(0, u"here"_s);
