@@ -67,7 +67,7 @@ EditRun editAll()
     QTest::qWait(500); // the summary of what is selected is an affair of its own
     pulse.start(1);
     const double start = last = editSeconds();
-    bulk->edit(u"rating"_s, 4, u"Rate"_s);
+    bulk->edit([] { return TrackFields::Properties { { u"rating"_s, 4 } }; }, u"Rate"_s);
     while (!isDone)
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
     run.seconds = editSeconds() - start;

@@ -10,7 +10,6 @@
 #include <QMenuBar>
 #include <QProgressBar>
 #include <QPushButton>
-#include <QScrollBar>
 #include <QStatusBar>
 #include <QToolBar>
 
@@ -35,6 +34,7 @@
 #include "GenreDialog.h"
 #include "LibrarySearch.h"
 #include "MessageStrip.h"
+#include "MissingFiles.h"
 #include "PlaceNavigator.h"
 #include "PlaceSteps.h"
 #include "PlayHistory.h"
@@ -46,6 +46,7 @@
 #include "SelectionSummary.h"
 #include "Settings.h"
 #include "SourceColumn.h"
+#include "TrackCommands.h"
 #include "TrackInspector.h"
 #include "TrackReasons.h"
 #include "TrackTableView.h"
@@ -113,13 +114,7 @@ BrowserWindow::BrowserWindow(KXPersistentStoreCoordinator::Ref coordinator)
     buildHeader();
     buildTable();
     buildStatus();
-    m_files = new FileCommands(this);
-    auto *const bulk = new BulkEdits(this, m_context, m_status);
-    m_bulkEdits = bulk;
-    m_model->setBulkEdit([bulk](const QString &key, const QVariant &value, const QString &name) {
-        return bulk->edit(key, value, name);
-    });
-    menuBar()->insertMenu(menuBar()->actions().first(), m_files->makeMenu());
+    buildCommands();
     showSummary();
     updateActions();
     m_table->setFocus();
@@ -132,6 +127,9 @@ BrowserWindow::~BrowserWindow()
 {
     m_changeToken.reset();
     delete m_bulkEdits.exchange(nullptr);
+    delete std::exchange(m_trackCommands, nullptr);
+    delete m_missing;
+    delete m_files;
     cancelImport();
     m_queue.waitUntilAllOperationsAreFinished();
     m_editor.save();
@@ -192,8 +190,6 @@ void BrowserWindow::buildMenu()
         connect(action, &QAction::triggered, this, [this, stars] { rateSelected(stars); });
         m_ratingActions.append(action);
     }
-    m_commentAction = edit->addAction(tr("Edit &Comment"), this, &BrowserWindow::editComment);
-    m_commentAction->setShortcut(QKeySequence(Qt::Key_F2));
     m_genreAction = edit->addAction(tr("Rename &Genre…"), this, &BrowserWindow::renameGenre);
     m_reasonsAction = edit->addAction(tr("&Why Is This Track in the List?"), this, &BrowserWindow::explainTrack);
     edit->addSeparator();
@@ -294,8 +290,8 @@ void BrowserWindow::buildTable()
     menu->setUpdater([this](KXMenu &filled) {
         if (m_table->clickedCell().column() == TrackTableModel::GenreNames)
             filled.addAction(m_genreAction);
-        filled.addAction(m_commentAction);
         filled.addAction(m_reasonsAction);
+        m_trackCommands->addTo(filled, m_table->clickedCell().column());
         m_places->addSteps(filled);
         m_crateTable->addTo(filled);
     });
@@ -383,6 +379,22 @@ void BrowserWindow::buildStatus()
     m_cancel->hide();
 }
 
+void BrowserWindow::buildCommands()
+{
+    m_files = new FileCommands(this);
+    m_missing = new MissingFiles(this, &m_editor);
+    m_trackCommands = new TrackCommands(this, &m_editor, m_missing);
+    const auto say = [this](const QString &what) { m_status->setText(what); };
+    connect(m_missing, &MissingFiles::said, this, say);
+    connect(m_trackCommands, &TrackCommands::said, this, say);
+    auto *const bulk = new BulkEdits(this, m_context, m_status);
+    m_bulkEdits = bulk;
+    m_model->setBulkEdit([bulk](const auto &properties, const QString &name) { return bulk->edit(properties, name); });
+    const QList<QAction *> menus = menuBar()->actions();
+    menuBar()->insertMenu(menus[0], m_files->makeMenu({ m_missing->find }));
+    menuBar()->insertMenu(menus[1], m_trackCommands->makeMenu(this));
+}
+
 // Editing
 
 QList<KXRef<Track>> BrowserWindow::selectedTracks() const
@@ -408,31 +420,18 @@ void BrowserWindow::updateActions()
     const bool selected = m_table->selectionModel()->hasSelection();
     for (QAction *action : std::as_const(m_ratingActions))
         action->setEnabled(selected);
-    m_commentAction->setEnabled(m_table->currentIndex().isValid());
     m_reasonsAction->setEnabled(m_table->currentIndex().isValid());
     m_genreAction->setEnabled(!currentGenres().isEmpty());
+    if (m_trackCommands)
+        m_trackCommands->updateActions();
 }
 
 void BrowserWindow::rateSelected(int stars)
 {
     const QVariant rating = stars > 0 ? QVariant(stars) : QVariant();
-    if (!m_bulkEdits.load()->edit(u"rating"_s, rating, LibraryEditor::tr("Change Rating")))
+    const auto properties = [&] { return TrackFields::Properties { { u"rating"_s, rating } }; };
+    if (!m_bulkEdits.load()->edit(properties, LibraryEditor::tr("Change Rating")))
         m_editor.rate(selectedTracks(), stars);
-}
-
-void BrowserWindow::editComment()
-{
-    const QModelIndex cell = m_table->currentIndex().siblingAtColumn(TrackTableModel::Comment);
-    if (!cell.isValid())
-        return;
-    const int before = m_table->horizontalScrollBar()->value();
-    m_table->selectionModel()->setCurrentIndex(cell, QItemSelectionModel::NoUpdate);
-    m_table->scrollTo(cell);
-    m_table->edit(cell);
-    // The title is in sight again when the comment is written.
-    if (QWidget *const editor = m_table->indexWidget(cell))
-        connect(editor, &QObject::destroyed, m_table->horizontalScrollBar(),
-            [bar = m_table->horizontalScrollBar(), before] { bar->setValue(before); });
 }
 
 void BrowserWindow::renameGenre()
@@ -447,6 +446,8 @@ void BrowserWindow::showPlace(
     m_emptyReason = emptyText;
     m_placePredicate = predicate;
     m_title->setText(title.isEmpty() ? tr("Library") : title);
+    if (QLayout *const bar = m_title->parentWidget()->layout())
+        bar->invalidate(); // nobody tells it while the window is hidden
     m_filterStrip->setPlace(filters, predicate);
     applyFilters();
 }
@@ -625,6 +626,7 @@ void BrowserWindow::finishImport(const std::weak_ptr<ImportOperation> &operation
         count(result.updated, tr("%1 updated"));
         count(result.vanished, tr("%1 missing"));
         count(result.returned, tr("%1 back"));
+        count(result.moved, tr("%1 found again"));
         m_status->setText(parts.isEmpty() ? tr("Up to date") : parts.join(u"  ·  "_s));
     }
     if (!error.isEmpty())
@@ -633,5 +635,8 @@ void BrowserWindow::finishImport(const std::weak_ptr<ImportOperation> &operation
     Analytics::importFinished(result.added);
     showSummary();
     m_sources->musicDidChange();
+    // What asks lets everything else go on, so it comes last.
+    if (!result.doubtful.empty())
+        KXMainQueue::async(this, [this, found = result] { m_missing->settle(found); });
     Q_EMIT importFinished(error);
 }

@@ -19,6 +19,7 @@ class CrateTable;
 class FileCommands;
 class FilterStrip;
 class KXThemeableSplitView;
+class MissingFiles;
 class KXWaveformLibrary;
 class PlaceNavigator;
 class PlayHistory;
@@ -29,6 +30,7 @@ class QProgressBar;
 class QPushButton;
 class SearchPopover;
 class SourceColumn;
+class TrackCommands;
 class TrackInspector;
 class TrackTableView;
 class WaveformMaker;
@@ -50,6 +52,8 @@ public:
     void cancelImport();
     [[nodiscard]] bool isImporting() const { return bool(m_import); }
     [[nodiscard]] FileCommands *files() const { return m_files; }
+    [[nodiscard]] MissingFiles *missing() const { return m_missing; }
+    [[nodiscard]] TrackCommands *trackCommands() const { return m_trackCommands; }
 
     [[nodiscard]] TrackTableModel *model() const { return m_model; }
     [[nodiscard]] TrackTableView *table() const { return m_table; }
@@ -76,9 +80,9 @@ private:
     void buildCrates();
     void buildPlaces(QWidget *tracks, QMenu *view);
     void buildStatus();
+    void buildCommands();
     void updateActions();
     void rateSelected(int stars);
-    void editComment();
     void renameGenre();
     void showPlace(const KXPredicate &predicate, const QString &title, const QString &emptyText, const QUrl &filters);
     void applyFilters();
@@ -111,7 +115,6 @@ private:
     QList<QAction *> m_ratingActions; // by stars
     QList<QAction *> m_undoActions; // undo, redo
     QAction *m_lightAction;
-    QAction *m_commentAction;
     QAction *m_genreAction;
     QAction *m_reasonsAction;
     QLabel *m_title;
@@ -120,6 +123,8 @@ private:
     PlayerStrip *m_strip;
     CrateTable *m_crateTable;
     FileCommands *m_files;
+    MissingFiles *m_missing;
+    TrackCommands *m_trackCommands = nullptr;
     std::atomic<BulkEdits *> m_bulkEdits { nullptr }; // asked by whoever saves
     PlayHistory *m_playHistory;
     WaveformMaker *m_waveformMaker;

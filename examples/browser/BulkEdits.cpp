@@ -5,6 +5,7 @@
 #include <QStatusBar>
 
 #include <kestrixkit/foundation/KXClock.h>
+#include <kestrixkit/foundation/KXUndoManager.h>
 #include <kestrixkit/theme/KXThemeStyleNames.h>
 #include <kestrixkit/theme/controls/KXThemeableButton.h>
 
@@ -33,7 +34,7 @@ BulkEdits::BulkEdits(BrowserWindow *window, KXManagedObjectContext::Ref context,
     connect(&m_editor, &KXBatchEditor::finished, this, &BulkEdits::showOutcome);
 }
 
-bool BulkEdits::edit(const QString &key, const QVariant &value, const QString &actionName)
+bool BulkEdits::edit(const std::function<TrackFields::Properties()> &properties, const QString &actionName)
 {
     const QList<int> rows = m_window->table()->selectedRowNumbers();
     if (rows.size() < fromRows)
@@ -42,8 +43,14 @@ bool BulkEdits::edit(const QString &key, const QVariant &value, const QString &a
     keys.reserve(size_t(rows.size()));
     for (const int row : rows)
         keys.push_back(m_window->model()->tracks().key(row));
+    TrackFields::Properties values;
+    {
+        const KXUndoRegistrationOff unrecorded(
+            m_context->undoManager()); // names that are made are no step of their own
+        values = properties();
+    }
     if (m_context->save()) // what is unsaved is older than this; where it cannot be saved, neither can that
-        m_editor.setValue(value, key, QString(Track::entityName), std::move(keys), actionName);
+        m_editor.setValues(values, QString(Track::entityName), keys, actionName);
     return true;
 }
 

@@ -2,6 +2,8 @@
 
 #include <kestrixkit/context/KXBatchEditor.h>
 
+#include "TrackFields.h"
+
 class BrowserWindow;
 class QLabel;
 class QPushButton;
@@ -20,9 +22,9 @@ public:
     /// All of them outlive this. The line is where the window says what happened.
     BulkEdits(BrowserWindow *window, KXManagedObjectContext::Ref context, QLabel *line);
 
-    /// Sets an attribute of all selected tracks. False, and nothing is done, where they are few: these are edited at
-    /// once, by whoever asks.
-    bool edit(const QString &key, const QVariant &value, const QString &actionName);
+    /// Sets properties of all selected tracks; what these are is asked where it is needed. False, and nothing is done,
+    /// where they are few: these are edited at once, by whoever asks.
+    bool edit(const std::function<TrackFields::Properties()> &properties, const QString &actionName);
     [[nodiscard]] KXBatchEditor &editor() { return m_editor; }
 
 private:

@@ -26,12 +26,14 @@ namespace {
 
 const QString fileToldKey = u"toldUnreadableFiles"_s; // marks of eight bytes
 constexpr qsizetype fileMostTold = 5'000; // the oldest are told of again
+constexpr double fileSoundsAfter = 5; // seconds after the last import: the window is looked at first
 
 } // namespace
 
 FileCommands::FileCommands(BrowserWindow *window)
     : QObject(window)
     , m_window(window)
+    , m_sounds(window->context()->persistentStoreCoordinator())
     , m_rescan(new QAction(tr("&Rescan Music Folders"), this))
     , m_cancel(new QAction(tr("&Cancel Import"), this))
     , m_showUnreadable(new QAction(tr("Files That Could &Not Be Read"), this))
@@ -54,13 +56,18 @@ FileCommands::FileCommands(BrowserWindow *window)
     window->table()->viewport()->installEventFilter(this);
 }
 
-QMenu *FileCommands::makeMenu()
+QMenu *FileCommands::makeMenu(const QList<QAction *> &others)
 {
     auto *const menu = new QMenu(tr("&File"), m_window);
     menu->setAccessibleName(tr("File"));
     menu->addAction(tr("&Add Music Folder…"), this, &FileCommands::chooseFolder)
         ->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_O));
+    menu->addAction(tr("Add &Files…"), this, &FileCommands::chooseFiles)
+        ->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_O));
     menu->addActions({ m_rescan, m_cancel, m_showUnreadable });
+    if (!others.isEmpty())
+        menu->addSeparator();
+    menu->addActions(others);
     menu->addSeparator();
     menu->addAction(tr("Close &Window"), m_window, &QWidget::close)->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_W));
     QAction *const quit = menu->addAction(tr("&Quit"), qApp, &QApplication::closeAllWindows);
@@ -88,6 +95,27 @@ void FileCommands::chooseFolder()
     dialog->open();
 }
 
+void FileCommands::chooseFiles()
+{
+    auto *const dialog = new QFileDialog(m_window, tr("Add Files"));
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->setFileMode(QFileDialog::ExistingFiles);
+    connect(dialog, &QFileDialog::filesSelected, this, [this](const QStringList &chosen) {
+        std::vector<std::string> files;
+        for (const QString &file : chosen)
+            files.push_back(QFile::encodeName(file).toStdString());
+        addFiles(files);
+    });
+    dialog->open();
+}
+
+void FileCommands::addFiles(const std::vector<std::string> &files)
+{
+    ImportTask task;
+    task.files = files;
+    enqueue(task);
+}
+
 void FileCommands::addFolders(const std::vector<std::string> &folders)
 {
     Settings::addMusicFolders(folders);
@@ -102,20 +130,38 @@ void FileCommands::rescan()
 
 void FileCommands::import(const std::vector<std::string> &folders)
 {
-    for (const std::string &folder : folders) {
-        if (std::find(m_queue.begin(), m_queue.end(), folder) == m_queue.end())
-            m_queue.push_back(folder);
-    }
+    for (const std::string &folder : folders)
+        enqueue(ImportTask(folder));
+}
+
+void FileCommands::enqueue(const ImportTask &task)
+{
+    if (!task.isEmpty() && std::find(m_queue.begin(), m_queue.end(), task) == m_queue.end())
+        m_queue.push_back(task);
     goOn();
 }
 
 void FileCommands::goOn()
 {
-    if (m_queue.empty() || m_window->isImporting())
+    if (m_window->isImporting())
         return;
-    const std::string next = m_queue.front();
+    if (m_queue.empty()) {
+        m_readSoundsSoon.start(fileSoundsAfter, [this] { readSounds(); });
+        return;
+    }
+    m_readSoundsSoon.cancel();
+    m_sounds.cancel(); // the import reads first
+    const ImportTask next = m_queue.front();
     m_queue.erase(m_queue.begin());
     m_window->importMusic([next](QString *) { return next; });
+}
+
+void FileCommands::readSounds(std::function<void()> done)
+{
+    m_readSoundsSoon.cancel();
+    m_sounds.start([](const KXManagedObjectContext::Ref &context,
+                       const LibraryJob::Stop &stop) { Sounds::readMissing(*context, stop); },
+        std::move(done));
 }
 
 // What could not be read
@@ -158,16 +204,18 @@ void FileCommands::showUnreadable()
 
 // Dropping
 
-std::vector<std::string> FileCommands::foldersIn(const QMimeData *data)
+std::pair<std::vector<std::string>, std::vector<std::string>> FileCommands::musicIn(const QMimeData *data)
 {
-    std::vector<std::string> folders;
+    std::vector<std::string> folders, files;
     for (const QUrl &url : data && data->hasUrls() ? data->urls() : QList<QUrl>()) {
-        const std::string path = QFile::encodeName(url.toLocalFile()).toStdString();
+        const std::string path = url.isLocalFile() ? pathOfUrl(url) : std::string();
         std::error_code error;
         if (!path.empty() && std::filesystem::is_directory(path, error))
             folders.push_back(path);
+        else if (isMusicName(path) && std::filesystem::is_regular_file(path, error))
+            files.push_back(path);
     }
-    return folders;
+    return { folders, files };
 }
 
 bool FileCommands::eventFilter(QObject *watched, QEvent *event)
@@ -175,12 +223,14 @@ bool FileCommands::eventFilter(QObject *watched, QEvent *event)
     if (event->type() != QEvent::DragEnter && event->type() != QEvent::DragMove && event->type() != QEvent::Drop)
         return QObject::eventFilter(watched, event);
     auto *const drop = static_cast<QDropEvent *>(event);
-    const std::vector<std::string> folders = foldersIn(drop->mimeData());
-    if (folders.empty())
+    const auto [folders, files] = musicIn(drop->mimeData());
+    if (folders.empty() && files.empty())
         return QObject::eventFilter(watched, event);
     drop->setDropAction(Qt::CopyAction);
     drop->accept();
-    if (event->type() == QEvent::Drop)
+    if (event->type() == QEvent::Drop) {
         addFolders(folders);
+        addFiles(files);
+    }
     return true;
 }

@@ -5,15 +5,19 @@
 
 #include <QObject>
 
+#include <kestrixkit/foundation/KXDelayedCall.h>
+
 #include "Importer.h"
+#include "LibraryJob.h"
 
 class BrowserWindow;
 class QAction;
 class QMenu;
 class QMimeData;
 
-/// The File menu: folders of music are added and looked through again, one after the other; folders that are dropped
-/// on the window are added as well. Closing and quitting.
+/// The File menu: folders of music, and files, are added and looked through again, one after the other; what is dropped
+/// on the window is added as well. When all is imported the sounds of the tracks are read in the background. Closing
+/// and quitting.
 class FileCommands : public QObject
 {
     Q_OBJECT
@@ -21,12 +25,18 @@ public:
     /// The window outlives this.
     explicit FileCommands(BrowserWindow *window);
 
-    [[nodiscard]] QMenu *makeMenu();
+    /// Others put their commands behind the first, which is of what is added.
+    [[nodiscard]] QMenu *makeMenu(const QList<QAction *> &others = {});
     /// Remembers the folders and imports them; those that are remembered already, or lie in one that is, are looked
     /// through again.
     void addFolders(const std::vector<std::string> &folders);
+    /// Files alone are not remembered.
+    void addFiles(const std::vector<std::string> &files);
     /// Imports them when what is being imported is done.
     void import(const std::vector<std::string> &folders);
+    void enqueue(const ImportTask &task);
+    /// At once, instead of a while after the last import. What was moved or retagged is known again from then on.
+    void readSounds(std::function<void()> done = {});
     /// All that are remembered.
     void rescan();
     /// Tells what an import could not read, unless all of that was told before, by this browser or an earlier one.
@@ -37,13 +47,17 @@ protected:
 
 private:
     void chooseFolder();
+    void chooseFiles();
     void showUnreadable();
     void goOn();
     void updateActions();
-    [[nodiscard]] static std::vector<std::string> foldersIn(const QMimeData *data);
+    /// Folders and music files, in this order.
+    [[nodiscard]] static std::pair<std::vector<std::string>, std::vector<std::string>> musicIn(const QMimeData *data);
 
     BrowserWindow *const m_window;
-    std::vector<std::string> m_queue;
+    std::vector<ImportTask> m_queue;
+    LibraryJob m_sounds;
+    KXDelayedCall m_readSoundsSoon { this };
     std::vector<SkippedFile> m_unreadable; // of all folders, as last looked through
     QAction *m_rescan, *m_cancel, *m_showUnreadable;
 };

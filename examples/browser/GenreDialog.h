@@ -4,10 +4,9 @@
 
 #include "LibraryEditor.h"
 
-class QComboBox;
-class QDialogButtonBox;
-class QLabel;
-class QLineEdit;
+class KXThemeableButton;
+class KXThemeablePopUpButton;
+class KXThemeableTextField;
 
 /// Asks for a genre's new name. A name that cannot be given is said why, and not accepted.
 class GenreDialog : public QDialog
@@ -26,8 +25,8 @@ private:
 
     LibraryEditor *const m_editor;
     const QList<KXRef<Genre>> m_genres;
-    QComboBox *m_choice;
-    QLineEdit *m_name;
-    QLabel *m_objection;
-    QDialogButtonBox *m_buttons;
+    KXThemeablePopUpButton *m_choice;
+    KXThemeableTextField *m_name;
+    KXThemeableTextField *m_objection;
+    KXThemeableButton *m_rename;
 };

@@ -13,12 +13,12 @@ void ImportOperation::main()
 {
     m_result = {};
     QString error;
-    const std::string folder = m_source(&error);
+    const ImportTask task = m_source(&error);
     if (!error.isEmpty()) {
         m_result.error = KXError(KXKestrixKitErrorDomain, 0, error);
-    } else if (!folder.empty()) {
+    } else if (!task.isEmpty()) {
         const KXManagedObjectContext::Ref context = localContext();
         m_importingContext = context.get();
-        m_result = Importer(context, folder).run([this] { return isCancelled(); }, m_progress);
+        m_result = Importer(context, task).run([this] { return isCancelled(); }, m_progress);
     }
 }

@@ -8,9 +8,9 @@
 class ImportOperation : public KXManagedObjectContextOperation
 {
 public:
-    /// Answers the folder to import, in the bytes of the file system; an empty one where there is nothing to do or
-    /// where the error is filled. Called in the background.
-    using Source = std::function<std::string(QString *error)>;
+    /// Answers what to import; an empty task where there is nothing to do or where the error is filled. Called in the
+    /// background.
+    using Source = std::function<ImportTask(QString *error)>;
 
     /// progress is called in the background.
     ImportOperation(const KXManagedObjectContext::Ref &mainContext, Source source, Importer::Progress progress);

@@ -2,9 +2,10 @@
 
 #include <algorithm>
 #include <chrono>
+#include <map>
+#include <memory>
 #include <unordered_map>
-
-#include <QHash>
+#include <unordered_set>
 
 #include <kestrixkit/context/KXManagedObjectContext.h>
 #include <kestrixkit/foundation/KXClock.h>
@@ -12,6 +13,8 @@
 
 #include "Parallel.h"
 #include "TagReaders.h"
+#include "TrackFilling.h"
+#include "TrackNames.h"
 
 using namespace Qt::StringLiterals;
 
@@ -24,87 +27,29 @@ constexpr size_t filesPerBatch = 64;
 // Code of the store's error for a query that was cancelled.
 constexpr int queryInterrupted = 1116;
 
-/// Objects of an entity by their names, made when a name is new. It keeps identifiers, not objects.
-template <class Class> class NameIndex
-{
-public:
-    explicit NameIndex(KXManagedObjectContext &context)
-        : m_context(context)
-    {
-        for (const KXRef<KXManagedObject> &object : context.fetchAllForEntity(QString(Class::entityName))) {
-            if (const KXRef<Class> typed = Class::cast(object))
-                m_ids.insert(keyOf(*typed), typed->objectID());
-        }
-    }
-
-    /// fill sets a new object's values. Empty where the store gives no identifier.
-    template <class Fill> KXRef<Class> object(const QString &key, const Fill &fill, KXError *error)
-    {
-        if (const KXManagedObjectID id = m_ids.value(key)) {
-            if (const KXRef<Class> known = Class::cast(m_context.objectWithID(id)); known && !known->isMissing())
-                return known;
-        }
-        const KXRef<Class> made = Class::createInContext(m_context, error);
-        if (made) {
-            fill(*made);
-            m_ids.insert(key, made->objectID());
-        }
-        return made;
-    }
-
-    template <class Fill>
-    QList<KXRef<KXManagedObject>> objects(const QStringList &names, const Fill &fill, KXError *error)
-    {
-        QList<KXRef<KXManagedObject>> result;
-        for (const QString &name : names) {
-            if (const KXRef<Class> named = object(
-                    TagValues::nameKey(name), [&](Class &made) { fill(made, name); }, error))
-                result.append(named);
-        }
-        return result;
-    }
-
-private:
-    static QString keyOf(const Class &object)
-    {
-        if constexpr (requires { object.artistText(); })
-            return TagValues::nameKey(object.title()) + u'\n' + TagValues::nameKey(object.artistText());
-        else
-            return TagValues::nameKey(object.name());
-    }
-
-    KXManagedObjectContext &m_context;
-    QHash<QString, KXManagedObjectID> m_ids;
-};
-
-std::optional<QString> present(const QString &text) { return text.isEmpty() ? std::nullopt : std::optional(text); }
-
-constexpr auto setNameOf = [](auto &object, const QString &name) { object.setName(name); };
-
 /// One run of an import.
 class Import
 {
 public:
     Import(const KXManagedObjectContext::Ref &context, const Importer::Stop &stop, const Importer::Progress &progress)
         : m_context(context)
-        , m_artists(*m_context)
-        , m_albums(*m_context)
-        , m_genres(*m_context)
-        , m_labels(*m_context)
-        , m_keys(*m_context)
+        , m_names(*m_context)
         , m_stop(stop)
         , m_progress(progress)
     {
     }
 
-    ImportResult run(const std::string &folder)
+    ImportResult run(const ImportTask &task)
     {
-        m_scan = scanFolder(folder, m_stop);
+        m_onlyFindsMissing = m_result.foundMissing = task.onlyFindsMissing;
+        m_isOfFiles = !task.files.empty();
+        m_scan = m_isOfFiles ? scanFiles(task.files) : scanFolder(task.folder, m_stop);
         m_result.skipped = m_scan.skipped;
         loadKnown();
+        loadLeftOut();
         std::vector<const ScannedFile *> changed;
         for (const ScannedFile &file : m_scan.files) {
-            if (!isUnchanged(file))
+            if (isToBeRead(file))
                 changed.push_back(&file);
         }
         m_total = qint64(m_scan.files.size());
@@ -112,13 +57,18 @@ public:
 
         for (size_t at = 0; at < changed.size() && goesOn(); at += filesPerBatch)
             readBatch(changed, at, std::min(changed.size(), at + filesPerBatch));
-        if (m_scan.complete && goesOn())
+        settleLikely();
+        if (m_scan.complete && goesOn() && !m_isOfFiles && !m_onlyFindsMissing && rootIsThere())
             markVanished();
         if (m_result.error.code() == queryInterrupted && m_stop && m_stop()) {
             m_stopped = true;
             m_result.error = {};
         }
+        Sounds::recount(*m_context, m_sounds);
         save();
+        if (m_wentAway && !m_result.error)
+            m_result.error = KXError(KXKestrixKitErrorDomain, 0,
+                u"The folder %1 went away while it was looked through"_s.arg(displayPath(m_scan.root)));
         m_result.cancelled = !m_result.error && (!m_scan.complete || m_stopped);
         std::sort(m_result.skipped.begin(), m_result.skipped.end(),
             [](const SkippedFile &a, const SkippedFile &b) { return a.file < b.file; });
@@ -135,10 +85,20 @@ private:
         bool found = false;
     };
 
+    /// A file that is new or changed, and what was read of it.
+    struct Arrival
+    {
+        const ScannedFile *file;
+        TagReading reading;
+        bool wantsSound = false;
+        TrackSound sound = {};
+        std::vector<LikelyFile> likely = {};
+    };
+
     bool goesOn()
     {
         m_stopped = m_stopped || (m_stop && m_stop());
-        return !m_stopped && !m_result.error;
+        return !m_stopped && !m_wentAway && !m_result.error;
     }
 
     void loadKnown()
@@ -152,30 +112,73 @@ private:
                 m_known.insert({ pathOfUrl(track->location()),
                     { track->objectID(), track->fileSize(), track->fileModified(), track->missing() } });
         }
+        for (const ScannedFile &file : m_scan.files) {
+            if (const auto known = m_known.find(file.path); known != m_known.end())
+                known->second.found = true;
+        }
     }
 
-    bool isUnchanged(const ScannedFile &file)
+    /// Files that the user names come back into the library, whatever became of them before.
+    void loadLeftOut()
+    {
+        for (const KXRef<LeftOutFile> &out : LeftOutFile::findAllInContext(*m_context)) {
+            if (out)
+                m_leftOut.insert(pathOfUrl(out->location()));
+        }
+        if (!m_isOfFiles || m_onlyFindsMissing)
+            return;
+        for (const ScannedFile &file : m_scan.files) {
+            if (m_leftOut.erase(file.path) == 0)
+                continue;
+            const auto those = KXPredicate::predicateWithFormat("location == %@", urlOfPath(file.path));
+            for (const KXRef<LeftOutFile> &out : LeftOutFile::findUsingPredicate(those, *m_context))
+                m_context->removeManagedObject(out);
+        }
+    }
+
+    bool isToBeRead(const ScannedFile &file)
     {
         const auto found = m_known.find(file.path);
         if (found == m_known.end())
-            return false;
+            return m_onlyFindsMissing || !m_leftOut.contains(file.path);
+        if (m_onlyFindsMissing)
+            return true;
         Known &known = found->second;
-        known.found = true;
         if (known.size != file.size || known.modified != file.modified)
-            return false;
+            return true;
         ++m_result.unchanged;
         if (known.missing)
             setMissing(known, false);
-        return true;
+        return false;
     }
+
+    [[nodiscard]] bool isKnown(const ScannedFile &file) const { return m_known.contains(file.path); }
 
     void readBatch(const std::vector<const ScannedFile *> &files, size_t begin, size_t end)
     {
-        std::vector<TagReading> readings(end - begin);
-        forEachInParallel(readings.size(), [&](size_t i) { readings[i] = m_readers.read(files[begin + i]->path); });
-        for (size_t i = 0; i < readings.size() && goesOn(); ++i)
-            take(*files[begin + i], readings[i]);
-        m_done += qint64(readings.size());
+        std::vector<Arrival> arrivals(end - begin);
+        forEachInParallel(arrivals.size(), [&](size_t i) {
+            arrivals[i].file = files[begin + i];
+            arrivals[i].reading = m_readers.read(arrivals[i].file->path);
+        });
+        const bool isWhole = std::all_of(
+            arrivals.begin(), arrivals.end(), [](const Arrival &arrival) { return arrival.reading.tags.has_value(); });
+        if (!isWhole && !rootIsThere()) {
+            m_wentAway = true; // what was read before is saved
+            return;
+        }
+        for (Arrival &arrival : arrivals)
+            arrival.wantsSound = wantsSound(arrival);
+        forEachInParallel(arrivals.size(), [&](size_t i) {
+            if (arrivals[i].wantsSound)
+                arrivals[i].sound = Sounds::ofFile(arrivals[i].file->path);
+        });
+        for (Arrival &arrival : arrivals) {
+            if (!goesOn())
+                break;
+            take(arrival);
+        }
+        m_done += qint64(arrivals.size());
         if (m_touched >= objectsPerSave || Clock::now() - m_lastSave > std::chrono::seconds(1))
             save();
         if (m_progress && Clock::now() - m_lastProgress > std::chrono::milliseconds(50)) {
@@ -184,96 +187,129 @@ private:
         }
     }
 
-    void take(const ScannedFile &file, const TagReading &reading)
+    /// Whether it is worth reading through: it may be the file of a track whose own is gone.
+    bool wantsSound(const Arrival &arrival)
     {
+        if (!arrival.reading.tags || (isKnown(*arrival.file) && !m_onlyFindsMissing))
+            return false;
+        const std::optional<double> duration = arrival.reading.tags->duration;
+        return former().ofSameFile(*arrival.file, duration) == 0 && former().mayHave(duration);
+    }
+
+    FormerFiles &former()
+    {
+        if (!m_former) {
+            m_former = std::make_unique<FormerFiles>(*m_context, [this](const std::string &path) {
+                const auto known = m_known.find(path);
+                return known != m_known.end() && known->second.found;
+            });
+        }
+        return *m_former;
+    }
+
+    void take(Arrival &arrival)
+    {
+        const ScannedFile &file = *arrival.file;
         const auto known = m_known.find(file.path);
-        if (!reading.tags) {
-            m_result.skipped.push_back({ shownPath(file.path, m_scan.root), reading.refusal });
+        if (!arrival.reading.tags) {
+            if (m_onlyFindsMissing)
+                return;
+            m_result.skipped.push_back({ shownPath(file.path, m_scan.root), arrival.reading.refusal });
             // A track whose file was spoilt cannot be played; it comes back when the file can be read again.
             if (known != m_known.end() && !known->second.missing)
                 setMissing(known->second, true);
             return;
         }
-        KXError *error = &m_result.error;
-        const bool isNew = known == m_known.end();
-        const KXRef<Track> track = isNew ? Track::createInContext(*m_context, error)
-                                         : Track::cast(m_context->objectWithID(known->second.id));
+        if (known != m_known.end() && !m_onlyFindsMissing) {
+            if (const KXRef<Track> track = Track::cast(m_context->objectWithID(known->second.id)))
+                store(*track, arrival);
+            ++m_result.updated;
+            return;
+        }
+        const std::optional<double> duration = arrival.reading.tags->duration;
+        qint64 former = this->former().ofSameFile(file, duration);
+        if (former == 0)
+            former = this->former().ofSameSound(arrival.sound, duration);
+        if (former != 0 && !isKnown(file)) {
+            adopt(former, arrival);
+            return;
+        }
+        arrival.likely = former != 0 ? std::vector<LikelyFile> { { former, file.path, 1 } }
+                                     : this->former().alike(arrival.sound, duration, file.path);
+        if (!arrival.likely.empty())
+            m_likely.push_back(std::move(arrival));
+        else if (!m_onlyFindsMissing)
+            add(arrival);
+    }
+
+    void add(const Arrival &arrival)
+    {
+        const KXRef<Track> track = Track::createInContext(*m_context, &m_result.error);
         if (!track)
             return;
-        if (isNew) {
-            track->setLocation(urlOfPath(file.path));
-            track->setAdded(KXClock::now());
-        }
-        track->setFileSize(file.size);
-        track->setFileModified(file.modified);
-        track->setMissing(false);
-        fill(*track, *reading.tags, error);
+        track->setLocation(urlOfPath(arrival.file->path));
+        track->setAdded(KXClock::now());
+        store(*track, arrival);
+        ++m_result.added;
+    }
+
+    /// The file is that of a track whose own is gone.
+    void adopt(qint64 former, const Arrival &arrival)
+    {
+        this->former().take(former);
+        const KXManagedObjectID id(m_context->persistentStoreCoordinator()->store()->identity(),
+            m_context->persistentStoreCoordinator()->model()->entity(QString(Track::entityName)), former);
+        const KXRef<Track> track = Track::cast(m_context->objectWithID(id));
+        if (!track || track->isMissing())
+            return;
+        if (const auto known = m_known.find(pathOfUrl(track->location())); known != m_known.end())
+            known->second.found = true;
+        track->setLocation(urlOfPath(arrival.file->path));
+        store(*track, arrival);
+        ++m_result.moved;
+    }
+
+    void store(Track &track, const Arrival &arrival)
+    {
+        const ScannedFile &file = *arrival.file;
+        const TrackTags &tags = *arrival.reading.tags;
+        track.setFileSize(file.size);
+        track.setFileModified(file.modified);
+        if (track.missing())
+            track.setMissing(false);
+        TrackFilling::fill(track, tags, m_names, &m_result.error);
+        if (arrival.wantsSound)
+            Sounds::set(track, arrival.sound);
+        noteSound(track);
         // Stopping interrupts the query under way, so that a name may have been left out: the next import reads the
         // file again.
         if (m_stop && m_stop())
-            track->setFileModified(0);
-        ++(isNew ? m_result.added : m_result.updated);
+            track.setFileModified(0);
+        m_touched += 3 + int(tags.artists.size() + tags.genres.size() + tags.labels.size());
     }
 
-    void fill(Track &track, const TrackTags &tags, KXError *error)
+    /// A file that begins and lasts like one that is gone is taken for it where no other file does, and like no other
+    /// one that is gone. Else somebody has to say.
+    void settleLikely()
     {
-        track.setTitle(tags.title);
-        track.setArtistText(present(tags.artistText));
-        track.setAlbumText(present(tags.album));
-        track.setGenreText(present(tags.genres.join(", "_L1)));
-        track.setLabelText(present(tags.labels.join(", "_L1)));
-        track.setBpm(tags.bpm);
-        track.setKeyOrder(tags.key ? std::optional(tags.key->number * 2 + !tags.key->minor) : std::nullopt);
-        track.setYear(tags.year);
-        track.setTrackNumber(tags.trackNumber);
-        track.setComment(present(tags.comment));
-        track.setDuration(tags.duration);
-        track.setSampleRate(tags.sampleRate);
-        track.setChannels(tags.channels);
-        track.setBitrate(tags.bitrate);
-        track.setImportNotes(present(tags.notes.join(u'\n')));
-        // Stars that the user gave here stay until the file itself says something new.
-        if (track.isInserted() || track.fileRating() != tags.rating)
-            track.setRating(tags.rating);
-        track.setFileRating(tags.rating);
-
-        const auto artists = m_artists.objects(tags.artists, setNameOf, error);
-        const auto genres = m_genres.objects(tags.genres, setNameOf, error);
-        const auto labels = m_labels.objects(tags.labels, setNameOf, error);
-        track.setArtists(artists);
-        track.setGenres(genres);
-        track.setLabels(labels);
-        track.setAlbum(albumOf(tags, error));
-        track.setKey(keyOf(tags, error));
-        m_touched += 3 + int(artists.size() + genres.size() + labels.size());
-    }
-
-    KXRef<Album> albumOf(const TrackTags &tags, KXError *error)
-    {
-        if (tags.album.isEmpty())
-            return {};
-        const QString key = TagValues::nameKey(tags.album) + u'\n' + TagValues::nameKey(tags.albumArtist);
-        return m_albums.object(
-            key,
-            [&](Album &album) {
-                album.setTitle(tags.album);
-                album.setArtistText(tags.albumArtist);
-            },
-            error);
-    }
-
-    KXRef<Key> keyOf(const TrackTags &tags, KXError *error)
-    {
-        if (!tags.key)
-            return {};
-        return m_keys.object(
-            TagValues::nameKey(tags.key->name()),
-            [&](Key &key) {
-                key.setName(tags.key->name());
-                key.setNumber(tags.key->number);
-                key.setIsMinor(tags.key->minor);
-            },
-            error);
+        std::map<qint64, int> files; // by track
+        for (const Arrival &arrival : m_likely) {
+            for (const LikelyFile &likely : arrival.likely)
+                ++files[likely.track];
+        }
+        for (Arrival &arrival : m_likely) {
+            if (!goesOn())
+                return;
+            std::erase_if(arrival.likely, [&](const LikelyFile &likely) { return !former().isGone(likely.track); });
+            const bool isSure = arrival.likely.size() == 1 && files[arrival.likely[0].track] == 1;
+            if (isSure && !isKnown(*arrival.file)) {
+                adopt(arrival.likely[0].track, arrival);
+                continue;
+            }
+            m_result.doubtful.insert(m_result.doubtful.end(), arrival.likely.begin(), arrival.likely.end());
+            if (!m_onlyFindsMissing)
+                add(arrival);
+        }
     }
 
     void setMissing(const Known &known, bool missing)
@@ -282,10 +318,20 @@ private:
         if (!track)
             return;
         track->setMissing(missing);
+        noteSound(*track);
         ++(missing ? m_result.vanished : m_result.returned);
         if (++m_touched >= objectsPerSave)
             save();
     }
+
+    /// How many files there are of its sound is counted again.
+    void noteSound(const Track &track)
+    {
+        if (const qint64 hash = track.soundHash().value_or(0))
+            m_sounds.insert(hash);
+    }
+
+    [[nodiscard]] bool rootIsThere() const { return !m_scan.rootMark || m_scan.rootMark == markOfFolder(m_scan.root); }
 
     void markVanished()
     {
@@ -314,33 +360,34 @@ private:
 
     TagReaders m_readers;
     KXManagedObjectContext::Ref m_context;
-    NameIndex<Artist> m_artists;
-    NameIndex<Album> m_albums;
-    NameIndex<Genre> m_genres;
-    NameIndex<Label> m_labels;
-    NameIndex<Key> m_keys;
+    TrackNames m_names;
     const Importer::Stop &m_stop;
     const Importer::Progress &m_progress;
     Scan m_scan;
     std::unordered_map<std::string, Known> m_known; // by path
+    std::unordered_set<std::string> m_leftOut; // paths
+    std::unique_ptr<FormerFiles> m_former; // from the first new file on
+    std::vector<Arrival> m_likely;
+    std::set<qint64> m_sounds; // whose files came or went
     ImportResult m_result;
     qint64 m_done = 0;
     qint64 m_total = 0;
     int m_touched = 0; // objects changed since the last save, roughly
-    bool m_stopped = false;
+    bool m_isOfFiles = false, m_onlyFindsMissing = false;
+    bool m_stopped = false, m_wentAway = false;
     Clock::time_point m_lastSave = Clock::now();
     Clock::time_point m_lastProgress {};
 };
 
 } // namespace
 
-Importer::Importer(KXManagedObjectContext::Ref context, std::string folder)
+Importer::Importer(KXManagedObjectContext::Ref context, ImportTask task)
     : m_context(std::move(context))
-    , m_folder(std::move(folder))
+    , m_task(std::move(task))
 {
 }
 
 ImportResult Importer::run(const Stop &stop, const Progress &progress) const
 {
-    return Import(m_context, stop, progress).run(m_folder);
+    return Import(m_context, stop, progress).run(m_task);
 }

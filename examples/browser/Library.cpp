@@ -45,6 +45,10 @@ KXEntityDescription trackEntity()
         .add(Property::attribute(u"bitrate"_s, Type::Integer32))
         .add(Property::attribute(u"added"_s, Type::Date).required().indexed())
         .add(Property::attribute(u"importNotes"_s, Type::String))
+        .add(Property::attribute(u"soundHash"_s, Type::Integer64).indexed())
+        .add(Property::attribute(u"soundOutline"_s, Type::Binary))
+        .add(Property::attribute(u"copies"_s, Type::Integer16))
+        .add(Property::attribute(u"fileTags"_s, Type::Binary))
         .add(Property::toOne(u"album"_s, u"Album"_s, u"tracks"_s))
         .add(Property::toOne(u"key"_s, u"Key"_s, u"tracks"_s))
         .add(Property::toMany(u"artists"_s, u"Artist"_s, u"tracks"_s))
@@ -66,6 +70,7 @@ void Library::registerEntities()
     Genre::registerEntity();
     Label::registerEntity();
     Key::registerEntity();
+    LeftOutFile::registerEntity();
 }
 
 KXManagedObjectModel::Ref Library::model()
@@ -73,6 +78,8 @@ KXManagedObjectModel::Ref Library::model()
     static const KXManagedObjectModel::Ref music
         = KXManagedObjectModel::make(Crates::entities() << QList<KXEntityDescription> {
                                          trackEntity(),
+                                         KXEntityDescription(u"LeftOutFile"_s)
+                                             .add(Property::attribute(u"location"_s, Type::URI).required().indexed()),
                                          namedEntity(u"Artist"_s, u"artists"_s),
                                          namedEntity(u"Genre"_s, u"genres"_s),
                                          namedEntity(u"Label"_s, u"labels"_s),

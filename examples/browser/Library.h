@@ -86,12 +86,26 @@ public:
     KX_ATTRIBUTE(QDateTime, added, setAdded)
     KX_ATTRIBUTE(std::optional<QString>, importNotes, setImportNotes) // lines; what made no sense in the file's tags
 
+    // What the file is known again by. A hash of 0 says that it has no sound that can be read.
+    KX_ATTRIBUTE(std::optional<qint64>, soundHash, setSoundHash) // of its packets: see Sounds
+    KX_ATTRIBUTE(std::optional<QByteArray>, soundOutline, setSoundOutline) // of how it begins, however it is encoded
+    KX_ATTRIBUTE(std::optional<int>, copies, setCopies) // tracks of that sound whose files are there; absent: this one
+    KX_ATTRIBUTE(std::optional<QByteArray>, fileTags, setFileTags) // marks of what it says: see TrackFields
+
     KX_TO_ONE(Album, album, setAlbum)
     KX_TO_ONE(Key, key, setKey)
     KX_TO_MANY(Artist, artists, Artists)
     KX_TO_MANY(Genre, genres, Genres)
     KX_TO_MANY(Label, labels, Labels)
     KX_TO_MANY(CrateEntry, crateEntries, CrateEntries) // its places in crates
+};
+
+/// A file that the user took out of the library: imports of its folder leave it alone.
+class LeftOutFile : public KXManagedObjectOf<LeftOutFile>
+{
+public:
+    static constexpr QLatin1StringView entityName { "LeftOutFile" };
+    KX_ATTRIBUTE(QUrl, location, setLocation)
 };
 
 /// The library's object model and its store.

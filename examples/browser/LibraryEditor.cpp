@@ -1,8 +1,15 @@
 #include "LibraryEditor.h"
 
+#include <set>
+
 #include <kestrixkit/foundation/KXUndoManager.h>
 
+#include "Crate.h"
+#include "Scanner.h"
+#include "Sounds.h"
 #include "TagValues.h"
+#include "TrackFilling.h"
+#include "TrackNames.h"
 
 using namespace Qt::StringLiterals;
 
@@ -34,30 +41,23 @@ bool LibraryEditor::rate(const QList<KXRef<Track>> &tracks, int stars)
     return changed && save();
 }
 
-bool LibraryEditor::setComment(const QList<KXRef<Track>> &tracks, const QString &comment)
+bool LibraryEditor::setField(const QList<KXRef<Track>> &tracks, TrackFields::Field field, const QString &text)
 {
+    const std::optional<TrackFields::Value> value = TrackFields::value(field, text);
+    if (!value)
+        return false;
     bool changed = false;
     {
-        const KXUndoGroup group(m_context->undoManager(), tr("Change Comment"));
+        const KXUndoGroup group(m_context->undoManager(), tr("Change %1").arg(TrackFields::name(field)));
+        TrackNames names(*m_context);
         for (const KXRef<Track> &track : tracks) {
-            if (track->comment().value_or(QString()) == comment)
+            if (!track || track->isDeleted() || TrackFields::has(*track, *value))
                 continue;
-            track->setComment(comment.isEmpty() ? std::nullopt : std::optional(comment));
+            TrackFields::set(*track, *value, names);
             changed = true;
         }
     }
     return changed && save();
-}
-
-bool LibraryEditor::setValue(const KXRef<Track> &track, const QString &key, const QVariant &value, const QString &name)
-{
-    if (track->valueForKey(key) == value)
-        return false;
-    {
-        const KXUndoGroup group(m_context->undoManager(), tr("Change %1").arg(name));
-        track->setValueForKey(key, value);
-    }
-    return save();
 }
 
 bool LibraryEditor::renameGenre(const KXRef<Genre> &genre, const QString &name)
@@ -87,4 +87,68 @@ QString LibraryEditor::objectionToGenreName(const KXRef<Genre> &genre, const QSt
             return tr("There is a genre “%1” already.").arg(other->name());
     }
     return {};
+}
+
+// Files
+
+bool LibraryEditor::remove(const QList<KXRef<Track>> &tracks)
+{
+    bool changed = false;
+    {
+        const KXUndoGroup group(m_context->undoManager(), tr("Remove from Library"));
+        std::set<qint64> sounds;
+        for (const KXRef<Track> &track : tracks) {
+            if (!track || track->isDeleted())
+                continue;
+            if (track->copies())
+                sounds.insert(track->soundHash().value_or(0));
+            if (const auto out = LeftOutFile::createInContext(*m_context))
+                out->setLocation(track->location());
+            m_context->removeManagedObject(track);
+            changed = true;
+        }
+        Sounds::recount(*m_context, sounds);
+    }
+    return changed && save();
+}
+
+bool LibraryEditor::relocate(const KXRef<Track> &track, const FoundFile &file)
+{
+    if (!track || track->isDeleted() || !file.tags)
+        return false;
+    {
+        const KXUndoGroup group(m_context->undoManager(), tr("Locate File"));
+        const QUrl location = urlOfPath(file.file.path);
+        const auto ofFile = KXPredicate::predicateWithFormat("location == %@", location);
+        for (const KXRef<Track> &other : Track::findUsingPredicate(ofFile, *m_context)) {
+            if (other && other != track)
+                unite(track, other);
+        }
+        const std::set<qint64> sounds { track->soundHash().value_or(0), file.sound.hash };
+        track->setLocation(location);
+        track->setFileSize(file.file.size);
+        track->setFileModified(file.file.modified);
+        track->setMissing(false);
+        TrackFilling::setFacts(*track, *file.tags);
+        track->setFileTags(TrackFields::marks(*file.tags));
+        Sounds::set(*track, file.sound);
+        Sounds::recount(*m_context, sounds);
+    }
+    return save();
+}
+
+void LibraryEditor::unite(const KXRef<Track> &track, const KXRef<Track> &other)
+{
+    QList<KXRef<Crate>> crates;
+    for (const KXRef<CrateEntry> &entry : track->crateEntries())
+        crates.append(entry->crate());
+    for (const KXRef<CrateEntry> &entry : other->crateEntries()) {
+        if (!crates.contains(entry->crate()))
+            entry->setTrack(track);
+    }
+    if (!track->rating())
+        track->setRating(other->rating());
+    if (!track->comment())
+        track->setComment(other->comment());
+    m_context->removeManagedObject(other);
 }

@@ -5,6 +5,7 @@
 #include <kestrixkit/foundation/KXUndoManager.h>
 
 #include "Presets.h"
+#include "Sounds.h"
 
 using namespace Qt::StringLiterals;
 
@@ -44,8 +45,8 @@ LibraryPlaces::~LibraryPlaces() = default;
 KXTreeRequest LibraryPlaces::request()
 {
     KXTreeRequest request { QString(KXViewState::entityName) };
-    request.rootPredicate
-        = KXPredicate::predicateWithFormat("parent == nil AND tag >= %d AND tag <= %d", int(AllTracks), int(Genres));
+    request.rootPredicate = KXPredicate::predicateWithFormat("parent == nil AND tag IN %@",
+        QVariant(QVariantList { qint64(AllTracks), qint64(RecentlyAdded), qint64(Genres), qint64(Duplicates) }));
     request.sortDescriptors = { { u"position"_s } };
     return request;
 }
@@ -56,7 +57,7 @@ KXRef<KXViewState> LibraryPlaces::make(const QString &title, qint64 tag, const K
     if (place) {
         place->setTitle(title);
         place->setTag(tag);
-        place->setPosition(tag);
+        place->setPosition(tag == Duplicates ? qint64(RecentlyAdded) : tag); // behind those, in older libraries too
         place->setParent(parent);
     }
     return place;
@@ -76,7 +77,7 @@ void LibraryPlaces::makePlaces()
             m_places.insert(place->tag(), place);
     }
     const std::pair<Tag, QString> wanted[] { { AllTracks, tr("All Tracks") }, { RecentlyAdded, tr("Recently Added") },
-        { Genres, tr("Genres") } };
+        { Duplicates, tr("Duplicates") }, { Genres, tr("Genres") } };
     for (const auto &[tag, title] : wanted) {
         if (!m_places.contains(tag)) {
             if (const auto made = make(title, tag, {}))
@@ -173,6 +174,8 @@ KXPredicate LibraryPlaces::predicate(const KXViewState &place) const
         lately->setLocalValuePredicateKeyPath(u"added"_s);
         return KXPredicate::andPredicate({ Presets::base(), lately->representedLocalPredicateWithKeyPath() });
     }
+    case Duplicates:
+        return Sounds::duplicates();
     case Genres:
         return KXPredicate::predicateWithFormat("missing == FALSE AND genres.@count > 0");
     default:
@@ -192,8 +195,8 @@ void LibraryPlaces::countWith(KXLiveCounts &counts)
                 place->setCount(*count);
         }
     });
-    setRule(place(RecentlyAdded));
-    setRule(place(Genres));
+    for (const Tag tag : { RecentlyAdded, Duplicates, Genres })
+        setRule(place(tag));
     for (const KXRef<KXViewState> &place : std::as_const(m_genrePlaces))
         setRule(place);
     // Every track, those too whose files are gone.

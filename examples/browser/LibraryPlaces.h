@@ -10,14 +10,15 @@
 
 #include "Library.h"
 
-/// The places of the library, as view states in its store: all tracks, those added lately, and the genres, which come
-/// and go with the music. What is done here is not the user's and cannot be undone.
+/// The places of the library, as view states in its store: all tracks, those added lately, those that are there
+/// more than once, and the genres, which come and go with the music. What is done here is not the user's and cannot be
+/// undone.
 class LibraryPlaces : public QObject, private KXLiveListObserver
 {
     Q_OBJECT
 public:
     /// Stored as tags of the top level: new ones at the end. Places below Genres have their genre's key as tag.
-    enum Tag : qint64 { AllTracks = 1, RecentlyAdded = 2, Genres = 3, StartingPresets = 4 };
+    enum Tag : qint64 { AllTracks = 1, RecentlyAdded = 2, Genres = 3, StartingPresets = 4, Duplicates = 5 };
 
     static void registerEntity();
 

@@ -17,6 +17,18 @@ namespace {
 
 constexpr size_t stripListedFiles = 200; // in the details of a message
 
+void postFiles(const QString &title, const std::vector<SkippedFile> &files)
+{
+    QString list = u"<ul>"_s;
+    for (size_t i = 0; i < std::min(files.size(), stripListedFiles); ++i)
+        list += u"<li>%1: %2</li>"_s.arg(files[i].file.toHtmlEscaped(), files[i].reason.toHtmlEscaped());
+    list += "</ul>"_L1;
+    if (files.size() > stripListedFiles)
+        list += MessageStrip::tr("… and %1 more")
+                    .arg(KXClock::locale().toString(qulonglong(files.size() - stripListedFiles)));
+    KXMessageCenter::sharedInstance().postMessage(KXMessage::messageWithType(KXMessageTypeError, title, list));
+}
+
 }
 
 MessageStrip::MessageStrip(QMainWindow *window)
@@ -68,18 +80,19 @@ void MessageStrip::postImport(const ImportResult &result)
         return;
     const QLocale locale = KXClock::locale();
     const size_t count = result.skipped.size();
-    QString list = u"<ul>"_s;
-    for (size_t i = 0; i < std::min(count, stripListedFiles); ++i) {
-        const SkippedFile &file = result.skipped[i];
-        list += u"<li>%1: %2</li>"_s.arg(file.file.toHtmlEscaped(), file.reason.toHtmlEscaped());
-    }
-    list += "</ul>"_L1;
-    if (count > stripListedFiles)
-        list += tr("… and %1 more").arg(locale.toString(qulonglong(count - stripListedFiles)));
-    center.postMessage(KXMessage::messageWithType(KXMessageTypeError,
-        count == 1 ? tr("1 file could not be read")
-                   : tr("%1 files could not be read").arg(locale.toString(qulonglong(count))),
-        list));
+    postFiles(count == 1 ? tr("1 file could not be read")
+                         : tr("%1 files could not be read").arg(locale.toString(qulonglong(count))),
+        result.skipped);
+}
+
+void MessageStrip::postUnwritten(const std::vector<SkippedFile> &files)
+{
+    if (files.empty())
+        return;
+    postFiles(files.size() == 1
+            ? tr("The tags of 1 file could not be written")
+            : tr("The tags of %1 files could not be written").arg(KXClock::locale().toString(qulonglong(files.size()))),
+        files);
 }
 
 void MessageStrip::postUnplayable(const QString &title, const QUrl &file)

@@ -29,6 +29,8 @@ public:
 
     /// Files that could not be read, and an import that failed. Nothing where all went well.
     static void postImport(const ImportResult &result);
+    /// Files whose tags could not be written. Nothing where all could.
+    static void postUnwritten(const std::vector<SkippedFile> &files);
     static void postUnplayable(const QString &title, const QUrl &file);
 
 private:

@@ -15,9 +15,7 @@
 
 using namespace Qt::StringLiterals;
 
-namespace {
-
-bool hasMusicExtension(std::string_view name)
+bool isMusicName(std::string_view name)
 {
     static constexpr std::array<std::string_view, 26> extensions { "wav", "wave", "w64", "aif", "aiff", "aifc", "flac",
         "mp2", "mp3", "mp4", "m4a", "m4b", "aac", "ogg", "oga", "opus", "spx", "wv", "ape", "tta", "mpc", "wma", "caf",
@@ -29,6 +27,15 @@ bool hasMusicExtension(std::string_view name)
     std::transform(extension.begin(), extension.end(), extension.begin(),
         [](char c) { return c >= 'A' && c <= 'Z' ? char(c + 32) : c; });
     return std::find(extensions.begin(), extensions.end(), extension) != extensions.end();
+}
+
+namespace {
+
+QString cannotBeRead(int error) { return u"cannot be read: %1"_s.arg(QString::fromLocal8Bit(std::strerror(error))); }
+
+ScannedFile scannedFile(const std::string &path, const struct stat &status)
+{
+    return { path, status.st_size, status.st_mtim.tv_sec * 1'000'000LL + status.st_mtim.tv_nsec / 1000 };
 }
 
 class FolderScanner
@@ -61,12 +68,11 @@ private:
         } else if (S_ISDIR(status.st_mode)) {
             if (m_seen.insert(identity(status)).second)
                 list(path);
-        } else if (hasMusicExtension(path)) {
+        } else if (isMusicName(path)) {
             if (!S_ISREG(status.st_mode))
                 m_scan.skipped.push_back({ shownPath(path, m_scan.root), u"not a regular file"_s });
             else if (m_seen.insert(identity(status)).second || !isLink) // hard links are files of their own
-                m_scan.files.push_back(
-                    { path, status.st_size, status.st_mtim.tv_sec * 1'000'000LL + status.st_mtim.tv_nsec / 1000 });
+                m_scan.files.push_back(scannedFile(path, status));
         }
     }
 
@@ -79,11 +85,18 @@ private:
             return;
         }
         std::vector<std::pair<std::string, unsigned char>> entries;
+        errno = 0;
         while (const dirent *entry = readdir(directory)) {
             if (entry->d_name[0] != '.')
                 entries.emplace_back(entry->d_name, entry->d_type);
+            errno = 0;
         }
+        const int error = errno; // a drive that goes away ends its folders early
         closedir(directory);
+        if (error != 0) {
+            m_scan.unreadableFolders.push_back(folder);
+            skip(folder, error);
+        }
         if (m_stop && m_stop()) {
             m_scan.complete = false;
             return;
@@ -99,7 +112,7 @@ private:
                 links.push_back(path);
             else if (kind == DT_DIR)
                 folders.push_back(path);
-            else if (hasMusicExtension(name))
+            else if (isMusicName(name))
                 visit(path, false);
         }
         // Both lists are worked off from their ends.
@@ -127,9 +140,8 @@ private:
     void skip(const std::string &path, int error)
     {
         const bool folder = !m_scan.unreadableFolders.empty() && m_scan.unreadableFolders.back() == path;
-        if (folder || hasMusicExtension(path))
-            m_scan.skipped.push_back({ shownPath(path, m_scan.root),
-                u"cannot be read: %1"_s.arg(QString::fromLocal8Bit(std::strerror(error))) });
+        if (folder || isMusicName(path))
+            m_scan.skipped.push_back({ shownPath(path, m_scan.root), cannotBeRead(error) });
     }
 
     Scan &m_scan;
@@ -164,7 +176,41 @@ Scan scanFolder(const std::string &root, const std::function<bool()> &stop)
         scan.unreadableFolders.push_back(root);
         return scan;
     }
+    scan.rootMark = markOfFolder(scan.root);
     FolderScanner(scan, stop).run();
+    return scan;
+}
+
+std::optional<std::pair<quint64, quint64>> markOfFolder(const std::string &folder)
+{
+    struct stat status = {};
+    if (::stat(folder.c_str(), &status) != 0 || !S_ISDIR(status.st_mode))
+        return std::nullopt;
+    return std::pair { quint64(status.st_dev), quint64(status.st_ino) };
+}
+
+Scan scanFiles(const std::vector<std::string> &files)
+{
+    Scan scan;
+    for (const std::string &file : files) {
+        // Called as a look through its folder would call it.
+        std::error_code error;
+        const std::filesystem::path named(file);
+        const std::filesystem::path folder = std::filesystem::canonical(named.parent_path(), error);
+        const std::string path = error ? file : (folder / named.filename()).native();
+        struct stat status = {};
+        if (::stat(path.c_str(), &status) != 0)
+            scan.skipped.push_back({ displayPath(path), cannotBeRead(errno) });
+        else if (!S_ISREG(status.st_mode))
+            scan.skipped.push_back({ displayPath(path), u"not a regular file"_s });
+        else if (std::none_of(scan.files.begin(), scan.files.end(), [&](const auto &one) { return one.path == path; }))
+            scan.files.push_back(scannedFile(path, status));
+    }
+    scan.root = scan.files.empty() ? "/" : std::filesystem::path(scan.files[0].path).parent_path().native();
+    for (const ScannedFile &file : scan.files) {
+        while (!isBelow(file.path, scan.root))
+            scan.root = std::filesystem::path(scan.root).parent_path().native();
+    }
     return scan;
 }
 

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <QString>
@@ -29,11 +31,22 @@ struct Scan
     /// Folders that cannot be looked into: nothing is known about what they hold.
     std::vector<std::string> unreadableFolders;
     bool complete = true; ///< false when it was stopped
+    /// Which folder stood there when it was looked through: see markOfFolder(). Absent where it could not be.
+    std::optional<std::pair<quint64, quint64>> rootMark;
 };
+
+/// Whether a file's name ends as those of music do.
+bool isMusicName(std::string_view name);
 
 /// Looks for music below a folder, by the files' extensions. Hidden files are left alone; links are followed,
 /// and each folder is visited once, so that links may lead in circles. Any thread; stop is asked now and then.
 Scan scanFolder(const std::string &root, const std::function<bool()> &stop = {});
+
+/// Looks at these files alone, whatever they are called; the root is the folder that they share. Any thread.
+Scan scanFiles(const std::vector<std::string> &files);
+
+/// Device and number of a folder: another one when a drive goes away, or its place stays behind empty.
+std::optional<std::pair<quint64, quint64>> markOfFolder(const std::string &folder);
 
 /// Whether a path is that of a folder or leads through it.
 bool isBelow(const std::string &path, const std::string &folder);

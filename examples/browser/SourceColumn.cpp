@@ -241,10 +241,11 @@ QIcon SourceColumn::iconOf(qint64 tag)
 {
     QIcon &icon = m_icons[tag];
     if (icon.isNull()) {
-        const QString file = tag == LibraryPlaces::AllTracks ? u"library"_s
-            : tag == LibraryPlaces::RecentlyAdded            ? u"recent"_s
-                                                             : u"genre"_s;
-        icon = KXStandardTheme::icon(u":/kestrixkit/icons/%1.svg"_s.arg(file), BrowserStyle::secondaryText());
+        const QString file = tag == LibraryPlaces::AllTracks ? u":/kestrixkit/icons/library.svg"_s
+            : tag == LibraryPlaces::RecentlyAdded            ? u":/kestrixkit/icons/recent.svg"_s
+            : tag == LibraryPlaces::Duplicates               ? u":/browser/icons/duplicates.svg"_s
+                                                             : u":/kestrixkit/icons/genre.svg"_s;
+        icon = KXStandardTheme::icon(file, BrowserStyle::secondaryText());
     }
     return icon;
 }

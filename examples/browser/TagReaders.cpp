@@ -108,6 +108,31 @@ std::optional<QByteArray> receiveMessage(int socket, int milliseconds)
     return message;
 }
 
+/// What a reader is asked: a file, and what to change in it, if anything.
+QByteArray requestMessage(const std::string &path, const TagChanges *changes)
+{
+    QByteArray message;
+    QDataStream stream(&message, QIODevice::WriteOnly);
+    stream << QByteArray::fromStdString(path) << (changes != nullptr);
+    if (changes)
+        stream << *changes;
+    return message;
+}
+
+TagReading answerTo(const QByteArray &request)
+{
+    QByteArray path;
+    bool isChange = false;
+    TagChanges changes;
+    QDataStream stream(request);
+    stream >> path >> isChange;
+    if (isChange)
+        stream >> changes;
+    if (stream.status() != QDataStream::Ok)
+        return {};
+    return isChange ? changeTags(path.toStdString(), changes) : readTags(path.toStdString());
+}
+
 } // namespace
 
 /// One reader, at work on one file at a time.
@@ -139,10 +164,10 @@ public:
 
     [[nodiscard]] bool isRunning() const { return m_isRunning; }
 
-    TagReading read(const std::string &path)
+    TagReading ask(const QByteArray &request)
     {
         std::optional<QByteArray> answer;
-        if (sendMessage(m_socket, QByteArray::fromStdString(path)))
+        if (sendMessage(m_socket, request))
             answer = receiveMessage(m_socket, longestReading);
         if (answer) {
             TagReading reading;
@@ -193,7 +218,11 @@ std::string TagReaders::besideThisProgram()
     return QFile::encodeName(QCoreApplication::applicationDirPath() + u"/browser_tags"_s).toStdString();
 }
 
-TagReading TagReaders::read(const std::string &path)
+TagReading TagReaders::read(const std::string &path) { return ask(path, nullptr); }
+
+TagReading TagReaders::change(const std::string &path, const TagChanges &changes) { return ask(path, &changes); }
+
+TagReading TagReaders::ask(const std::string &path, const TagChanges *changes)
 {
     std::unique_ptr<Process> process;
     bool isThere = true;
@@ -208,7 +237,9 @@ TagReading TagReaders::read(const std::string &path)
     if (!process && isThere)
         process = std::make_unique<Process>(m_program);
     const bool isRunning = process && process->isRunning();
-    const TagReading reading = isRunning ? process->read(path) : readTags(path);
+    const TagReading reading = isRunning ? process->ask(requestMessage(path, changes))
+        : changes                        ? changeTags(path, *changes)
+                                         : readTags(path);
     const std::lock_guard lock(m_mutex);
     if (!isRunning)
         m_isThere = false;
@@ -221,8 +252,8 @@ void TagReaders::serve(int socket)
 {
     if (!sendMessage(socket, {}))
         return;
-    while (const std::optional<QByteArray> path = receiveMessage(socket, -1)) {
-        const TagReading reading = readTags(path->toStdString());
+    while (const std::optional<QByteArray> request = receiveMessage(socket, -1)) {
+        const TagReading reading = answerTo(*request);
         QByteArray answer;
         QDataStream stream(&answer, QIODevice::WriteOnly);
         writeValue(stream, reading.tags);

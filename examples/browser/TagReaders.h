@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "TrackTags.h"
+#include "TagChanges.h"
 
 /// Reads tags in processes of their own: a file that ends its reader, or keeps it busy for ever, costs itself alone.
 /// Without the program that does it they are read in this process. Any thread, several at a time; there are as many
@@ -19,13 +19,16 @@ public:
     Q_DISABLE_COPY_MOVE(TagReaders)
 
     TagReading read(const std::string &path);
+    /// As changeTags(): a file that ends whoever writes into it costs itself alone.
+    TagReading change(const std::string &path, const TagChanges &changes);
 
-    /// What the reader does: answers each path that comes on the socket, until it is closed.
+    /// What the reader does: answers each request that comes on the socket, until it is closed.
     static void serve(int socket);
 
 private:
     class Process;
     static std::string besideThisProgram();
+    TagReading ask(const std::string &path, const TagChanges *changes);
 
     const std::string m_program;
     std::mutex m_mutex;

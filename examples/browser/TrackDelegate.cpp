@@ -1,5 +1,6 @@
 #include "TrackDelegate.h"
 
+#include <QLineEdit>
 #include <QMouseEvent>
 
 #include "BrowserStyle.h"
@@ -30,4 +31,23 @@ bool TrackDelegate::editorEvent(
         }
     }
     return false;
+}
+
+void TrackDelegate::setEditorData(QWidget *editor, const QModelIndex &index) const
+{
+    auto *const line = qobject_cast<QLineEdit *>(editor);
+    if (line && line->isModified()) // values arrive while somebody types
+        return;
+    QStyledItemDelegate::setEditorData(editor, index);
+    if (!line || !index.data(TrackTableModel::MixedRole).toBool())
+        return;
+    line->setText({}); // and not clear(), which counts as an edit
+    line->setPlaceholderText(tr("Mixed"));
+}
+
+void TrackDelegate::setModelData(QWidget *editor, QAbstractItemModel *model, const QModelIndex &index) const
+{
+    const auto *const line = qobject_cast<const QLineEdit *>(editor);
+    if (!line || line->isModified())
+        QStyledItemDelegate::setModelData(editor, model, index);
 }

@@ -35,7 +35,12 @@ TrackInspector::TrackInspector(KXManagedObjectContext::Ref context, TrackTableVi
     , m_inspector(std::make_unique<KXInspectorViewController>())
     , m_uses(new TrackUsesSection(m_inspector.get()))
 {
-    m_sections = { new TrackFactsSection(m_inspector.get()), new TrackTagsSection(editor, m_inspector.get()), m_uses,
+    const auto editAll = [table](int column, const QVariant &value, int role) {
+        const QList<int> rows = table->selectedRowNumbers();
+        return !rows.isEmpty() && table->model()->setData(table->model()->index(rows.first(), column), value, role);
+    };
+    m_sections = { new TrackFactsSection(m_inspector.get()),
+        new TrackTagsSection(editor, mostInspected, editAll, m_inspector.get()), m_uses,
         new TrackFileSection(m_inspector.get()) };
     connect(m_uses, &TrackUsesSection::picked, this, &TrackInspector::picked);
     for (TrackSection *section : m_sections.sliced(1))

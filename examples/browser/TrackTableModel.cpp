@@ -1,11 +1,14 @@
 #include "TrackTableModel.h"
 
+#include <algorithm>
+
 #include <QCoreApplication>
 #include <QLocale>
 
 #include <kestrixkit/foundation/KXClock.h>
 
 #include "BrowserStyle.h"
+#include "TrackNames.h"
 
 using namespace Qt::StringLiterals;
 
@@ -14,6 +17,13 @@ namespace {
 constexpr int plainText = KXCaseInsensitive | KXDiacriticInsensitive; // how texts are sorted
 
 QString titled(const char *text) { return QCoreApplication::translate("TrackTable", text); }
+
+constexpr int comparedRows = 1'000; // for whether they differ
+
+/// In the order of the fields.
+constexpr TrackTableModel::Column columnsOfFields[TrackFields::count] { TrackTableModel::Title, TrackTableModel::Artist,
+    TrackTableModel::AlbumTitle, TrackTableModel::GenreNames, TrackTableModel::LabelNames, TrackTableModel::Year,
+    TrackTableModel::KeyName, TrackTableModel::Bpm, TrackTableModel::Comment };
 
 MusicalKey keyOf(const QVariant &order) { return { order.toInt() / 2, order.toInt() % 2 == 0 }; }
 
@@ -60,7 +70,6 @@ QList<KXLiveListModel::Column> columnsOfTracks()
             .sortsAscending = false },
         { .keyPath = u"comment"_s,
             .title = titled(QT_TRANSLATE_NOOP("TrackTable", "Comment")),
-            .isEditable = true,
             .sortOptions = plainText },
         { .keyPath = u"location"_s,
             .title = titled(QT_TRANSLATE_NOOP("TrackTable", "Waveform")),
@@ -74,7 +83,8 @@ QList<KXLiveListModel::Column> columnsOfTracks()
 QList<KXLiveListModel::Column> columnsFor(const LibraryEditor *editor)
 {
     QList<KXLiveListModel::Column> columns = columnsOfTracks();
-    columns[TrackTableModel::Comment].isEditable = editor;
+    for (int column = 0; column < columns.size(); ++column)
+        columns[column].isEditable = editor && TrackTableModel::fieldOf(column);
     return columns;
 }
 
@@ -91,6 +101,19 @@ TrackTableModel::TrackTableModel(const KXManagedObjectContext::Ref &context, Lib
 KXSortDescriptor TrackTableModel::sortDescriptor(Column column)
 {
     return KXLiveListModel::sortDescriptor(columnsOfTracks().at(column));
+}
+
+TrackTableModel::Column TrackTableModel::columnOf(TrackFields::Field field) { return columnsOfFields[int(field)]; }
+
+QString TrackTableModel::title(Column column) { return columnsOfTracks().at(column).title; }
+
+std::optional<TrackFields::Field> TrackTableModel::fieldOf(int column)
+{
+    for (const TrackFields::Field field : TrackFields::all()) {
+        if (columnOf(field) == column)
+            return field;
+    }
+    return std::nullopt;
 }
 
 void TrackTableModel::setOrder(const QList<KXSortDescriptor> &order)
@@ -115,8 +138,19 @@ QVariant TrackTableModel::data(const QModelIndex &index, int role) const
     if (!index.isValid())
         return value;
     switch (role) {
-    case Qt::EditRole:
-        return index.column() == Rating ? index.data(StarsRole) : value;
+    case Qt::EditRole: {
+        const auto field = fieldOf(index.column());
+        const KXRef<Track> edited = field ? track(index.row()) : KXRef<Track>();
+        return index.column() == Rating ? index.data(StarsRole)
+            : edited                    ? QVariant(TrackFields::text(*edited, *field))
+                                        : value;
+    }
+    case CutOffRole:
+        return index.data(NotesRole).toString().contains(cutOffNote());
+    case MixedRole: {
+        const auto field = fieldOf(index.column());
+        return field && isMixed(index.row(), *field);
+    }
     case Qt::ToolTipRole: {
         const QString notes = index.column() == Title ? index.data(NotesRole).toString() : QString();
         return notes.isEmpty() ? value : value.toString() + u'\n' + notes;
@@ -124,7 +158,10 @@ QVariant TrackTableModel::data(const QModelIndex &index, int role) const
     case Qt::AccessibleTextRole: {
         const QString text
             = index.column() == Rating ? tr("%1 of 5 stars").arg(index.data(StarsRole).toInt()) : value.toString();
-        return index.data(MissingRole).toBool() ? tr("%1, file missing").arg(text) : text;
+        const bool isCutOff = index.column() == Title && index.data(CutOffRole).toBool();
+        return index.data(MissingRole).toBool() ? tr("%1, file missing").arg(text)
+            : isCutOff                          ? tr("%1, file cut off").arg(text)
+                                                : text;
     }
     case StarsRole:
         return value.toInt();
@@ -144,29 +181,54 @@ bool TrackTableModel::setData(const QModelIndex &index, const QVariant &value, i
     const int row = index.row();
     if (role == StarsRole || (role == Qt::EditRole && index.column() == Rating)) {
         const QVariant rating = value.toInt() > 0 ? QVariant(std::min(value.toInt(), 5)) : QVariant();
-        return editsInBulk(row, u"rating"_s, rating, LibraryEditor::tr("Change Rating"))
+        const auto properties = [&] { return TrackFields::Properties { { u"rating"_s, rating } }; };
+        return editsInBulk(row, properties, LibraryEditor::tr("Change Rating"))
             || m_editor->rate(editedWith(row), value.toInt());
     }
-    if (role != Qt::EditRole || index.column() != Comment)
+    const auto field = role == Qt::EditRole ? fieldOf(index.column()) : std::nullopt;
+    const auto news = field ? TrackFields::value(*field, value.toString()) : std::nullopt;
+    if (!news)
         return false;
-    const QVariant comment = value.toString().isEmpty() ? QVariant() : QVariant(value.toString());
-    return editsInBulk(row, u"comment"_s, comment, LibraryEditor::tr("Change Comment"))
-        || m_editor->setComment(editedWith(row), value.toString());
+    const auto properties = [&] {
+        const KXRef<Track> first = track(row);
+        KXManagedObjectContext *const context = first ? first->managedObjectContext() : nullptr;
+        if (!context)
+            return TrackFields::Properties();
+        TrackNames names(*context);
+        return TrackFields::properties(*news, names);
+    };
+    return editsInBulk(row, properties, LibraryEditor::tr("Change %1").arg(TrackFields::name(*field)))
+        || m_editor->setField(editedWith(row), *field, value.toString());
 }
 
-bool TrackTableModel::editsInBulk(int row, const QString &key, const QVariant &value, const QString &actionName) const
+bool TrackTableModel::editsInBulk(
+    int row, const std::function<TrackFields::Properties()> &properties, const QString &actionName) const
 {
     return m_bulkEdit && m_rowsEditedTogether && m_rowsEditedTogether().contains(row)
-        && m_bulkEdit(key, value, actionName);
+        && m_bulkEdit(properties, actionName);
+}
+
+QList<int> TrackTableModel::rowsEditedWith(int row) const
+{
+    const QList<int> rows = m_rowsEditedTogether ? m_rowsEditedTogether() : QList<int>();
+    return rows.contains(row) ? rows : QList<int> { row };
+}
+
+bool TrackTableModel::isMixed(int row, TrackFields::Field field) const
+{
+    const KXRef<Track> first = track(row);
+    const QList<int> rows = rowsEditedWith(row);
+    return first
+        && std::any_of(rows.begin(), rows.begin() + std::min<qsizetype>(rows.size(), comparedRows), [&](int other) {
+               const KXRef<Track> with = track(other);
+               return with && TrackFields::plainText(*with, field) != TrackFields::plainText(*first, field);
+           });
 }
 
 QList<KXRef<Track>> TrackTableModel::editedWith(int row) const
 {
-    QList<int> rows = m_rowsEditedTogether ? m_rowsEditedTogether() : QList<int>();
-    if (!rows.contains(row))
-        rows = { row };
     QList<KXRef<Track>> tracks;
-    for (const int each : std::as_const(rows)) {
+    for (const int each : rowsEditedWith(row)) {
         if (const KXRef<Track> edited = track(each))
             tracks.append(edited);
     }

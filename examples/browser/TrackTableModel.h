@@ -32,6 +32,8 @@ public:
         LocationRole, ///< QUrl: the file
         KeyRole, ///< int: number on the wheel of keys, negative for minor; 0 in columns other than KeyName
         NotesRole, ///< QString: what made no sense in the file's tags
+        CutOffRole, ///< bool: the file is shorter than it says
+        MixedRole, ///< bool: the rows that are edited together differ in that column; of the first thousand of them
     };
 
     /// The editor, which carries out what setData() is asked for, must outlive the model; without one nothing is
@@ -44,8 +46,13 @@ public:
     /// Answers the rows that are edited together with one of them: the selected ones. Every row by itself without.
     void setRowsEditedTogether(std::function<QList<int>()> rows) { m_rowsEditedTogether = std::move(rows); }
     /// Asked first where one of the selected rows is edited: true where it edits all of them by itself.
-    using BulkEdit = std::function<bool(const QString &key, const QVariant &value, const QString &actionName)>;
+    using BulkEdit
+        = std::function<bool(const std::function<TrackFields::Properties()> &properties, const QString &actionName)>;
     void setBulkEdit(BulkEdit edit) { m_bulkEdit = std::move(edit); }
+    [[nodiscard]] static QString title(Column column);
+    /// What is edited there; absent where nothing is, or no text.
+    [[nodiscard]] static std::optional<TrackFields::Field> fieldOf(int column);
+    [[nodiscard]] static Column columnOf(TrackFields::Field field);
     /// What the column is sorted by; texts without regard to case and diacritics.
     [[nodiscard]] static KXSortDescriptor sortDescriptor(Column column);
     /// Shows only the tracks that match; all of them for an absent predicate.
@@ -65,7 +72,10 @@ private:
 
     LibraryEditor *const m_editor;
 
-    [[nodiscard]] bool editsInBulk(int row, const QString &key, const QVariant &value, const QString &actionName) const;
+    [[nodiscard]] bool editsInBulk(
+        int row, const std::function<TrackFields::Properties()> &properties, const QString &actionName) const;
+    [[nodiscard]] QList<int> rowsEditedWith(int row) const;
+    [[nodiscard]] bool isMixed(int row, TrackFields::Field field) const;
 
     std::function<QList<int>()> m_rowsEditedTogether;
     BulkEdit m_bulkEdit;

@@ -1,5 +1,6 @@
 #include "TrackTableView.h"
 
+#include <algorithm>
 #include <cmath>
 #include <numbers>
 
@@ -11,6 +12,7 @@
 
 #include <kestrixkit/audio/KXWaveformLibrary.h>
 #include <kestrixkit/audio/views/KXAudioPlayerWaveformLayer.h>
+#include <kestrixkit/theme/KXStandardTheme.h>
 #include <kestrixkit/theme/KXThemeStyleNames.h>
 #include <kestrixkit/theme/controls/KXThemeableScroller.h>
 #include <kestrixkit/theme/controls/KXThemeableTableHeaderCell.h>
@@ -32,6 +34,9 @@ constexpr TrackColumn trackColumns[TrackTableModel::ColumnCount]
     = { { "title"_L1, 220 }, { "artist"_L1, 170 }, { "album"_L1, 162 }, { "genre"_L1, 130 }, { "bpm"_L1, 62 },
           { "key"_L1, 92 }, { "rating"_L1, 98 }, { "length"_L1, 76 }, { "label"_L1, 108 }, { "year"_L1, 58 },
           { "added"_L1, 106 }, { "comment"_L1, 136 }, { "waveform"_L1, 140 } };
+
+constexpr int warningSize = 14; // of the sign on a file that is cut off
+constexpr int headMargins = 42; // beside a head's title: twice ten, the sign, and a little air
 
 constexpr double textContrast = 4.5, signContrast = 3;
 
@@ -127,9 +132,15 @@ TrackTableView::TrackTableView(QWidget *parent)
     horizontalHeader()->setMinimumSectionSize(44);
     verticalHeader()->setDefaultSectionSize(BrowserStyle::rowHeight);
     QList<KXTableColumn> columns;
-    for (int i = 0; i < TrackTableModel::ColumnCount; ++i)
-        columns.append({ trackColumns[i].identifier, double(trackColumns[i].width), false,
-            TrackTableModel::sortDescriptor(TrackTableModel::Column(i)) });
+    QFont head = horizontalHeader()->font();
+    head.setBold(true);
+    for (int i = 0; i < TrackTableModel::ColumnCount; ++i) {
+        const auto column = TrackTableModel::Column(i);
+        // The title and the sign of what is sorted by can be read, in whatever language and font.
+        const int title = QFontMetrics(head).horizontalAdvance(TrackTableModel::title(column)) + headMargins;
+        columns.append({ trackColumns[i].identifier, double(std::max(trackColumns[i].width, title)), false,
+            TrackTableModel::sortDescriptor(column) });
+    }
     setTableColumns(columns);
     setSortDescriptors({ TrackTableModel::sortDescriptor(TrackTableModel::Added) });
 }
@@ -204,6 +215,17 @@ void TrackTableView::drawCell(QPainter &painter, const KXTableCell &cell) const
         shown.text = BrowserStyle::missingText();
     else if (!cell.selected && cell.index.column() != TrackTableModel::Title)
         shown.text = BrowserStyle::secondaryText();
+    if (cell.index.column() == TrackTableModel::Title && cell.index.data(TrackTableModel::CutOffRole).toBool()) {
+        const QRect sign = QStyle::visualRect(layoutDirection(), cell.rect,
+            QRect(cell.rect.right() - warningSize - BrowserStyle::margin, cell.rect.center().y() - warningSize / 2,
+                warningSize, warningSize));
+        const QColor colour
+            = BrowserStyle::legible(BrowserStyle::accent(), rowColour(cell.index.row(), cell.selected), signContrast);
+        KXStandardTheme::icon(u":/kestrixkit/icons/warning.svg"_s, colour).paint(&painter, sign);
+        shown.rect = layoutDirection() == Qt::LeftToRight
+            ? cell.rect.adjusted(0, 0, -warningSize - BrowserStyle::margin, 0)
+            : cell.rect.adjusted(warningSize + BrowserStyle::margin, 0, 0, 0);
+    }
     KXTableView::drawCell(painter, shown);
 }
 

@@ -3,139 +3,23 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <memory>
-#include <set>
-#include <vector>
 
 #include <QStringDecoder>
 
 #include <aifffile.h>
-#include <apefile.h>
-#include <asffile.h>
-#include <flacfile.h>
-#include <id3v2framefactory.h>
 #include <id3v2tag.h>
-#include <mp4file.h>
-#include <mpcfile.h>
 #include <mpegfile.h>
-#include <oggflacfile.h>
-#include <opusfile.h>
 #include <popularimeterframe.h>
-#include <speexfile.h>
 #include <tfilestream.h>
 #include <tpropertymap.h>
-#include <trueaudiofile.h>
-#include <vorbisfile.h>
 #include <wavfile.h>
-#include <wavpackfile.h>
 
 #include "AudioProbe.h"
+#include "TagFiles.h"
 
 using namespace Qt::StringLiterals;
 
 namespace {
-
-using TagFile = std::unique_ptr<TagLib::File>;
-
-template <class File> bool openAs(TagFile &file, TagLib::IOStream &stream)
-{
-    if (file || !File::isSupported(&stream))
-        return false;
-    stream.seek(0);
-    if constexpr (std::is_same_v<File, TagLib::FLAC::File> || std::is_same_v<File, TagLib::MPEG::File>)
-        file = std::make_unique<File>(&stream, TagLib::ID3v2::FrameFactory::instance());
-    else
-        file = std::make_unique<File>(&stream);
-    return true;
-}
-
-/// Levels of boxes inside each other in an MP4 file, as far as the tag library goes into them; 0 for other files. The
-/// library calls itself for each level, and so many as a file can have end the program.
-int levelsOfBoxes(TagLib::IOStream &stream, int most)
-{
-    static const std::set<std::string> containers { "moov", "udta", "mdia", "meta", "ilst", "stbl", "minf", "moof",
-        "traf", "trak", "stsd" };
-    const auto number = [](const TagLib::ByteVector &bytes, size_t at, size_t size) {
-        quint64 result = 0;
-        for (size_t i = 0; i < size; ++i)
-            result = result << 8 | uchar(bytes[int(at + i)]);
-        return result;
-    };
-    const auto read = [&](qint64 at, size_t size) {
-        stream.seek(long(at));
-        return stream.readBlock(size);
-    };
-    const qint64 size = stream.length();
-    if (!read(0, 8).endsWith("ftyp"))
-        return 0;
-    std::vector<qint64> ends { size };
-    size_t deepest = 1;
-    for (qint64 at = 0; !ends.empty() && int(deepest) <= most;) {
-        if (at + 8 > ends.back()) {
-            at = ends.back();
-            ends.pop_back();
-            continue;
-        }
-        const TagLib::ByteVector head = read(at, 20);
-        if (head.size() < 8)
-            break;
-        quint64 length = number(head, 0, 4);
-        qint64 inside = at + 8;
-        if (length == 1 && head.size() >= 16) {
-            length = number(head, 8, 8);
-            inside += 8;
-        } else if (length == 0) {
-            length = quint64(size - at);
-        }
-        if (length < 8 || length > quint64(size - at)) // damaged: nobody goes further
-            break;
-        const std::string name(head.data() + 4, 4);
-        const qint64 end = at + qint64(length);
-        if (!containers.contains(name)) {
-            at = end;
-            continue;
-        }
-        if (name == "stsd")
-            inside += 8;
-        else if (name == "meta" && head.size() >= 16 && number(head, 8, 4) == 0) // with a version, or without
-            inside += 4;
-        ends.push_back(end);
-        deepest = std::max(deepest, ends.size());
-        at = inside;
-    }
-    return int(deepest);
-}
-
-/// nullptr where no format is recognised; a damaged file may be recognised and yet not be valid.
-TagFile openByContent(TagLib::IOStream &stream)
-{
-    // Formats with a fixed beginning first: the frames of MP3 are recognised in many other files too.
-    TagFile file;
-    openAs<TagLib::RIFF::WAV::File>(file, stream);
-    openAs<TagLib::RIFF::AIFF::File>(file, stream);
-    openAs<TagLib::MP4::File>(file, stream);
-    openAs<TagLib::Ogg::Vorbis::File>(file, stream);
-    openAs<TagLib::Ogg::Opus::File>(file, stream);
-    openAs<TagLib::Ogg::FLAC::File>(file, stream);
-    openAs<TagLib::Ogg::Speex::File>(file, stream);
-    openAs<TagLib::ASF::File>(file, stream);
-    openAs<TagLib::FLAC::File>(file, stream);
-    openAs<TagLib::WavPack::File>(file, stream);
-    openAs<TagLib::APE::File>(file, stream);
-    openAs<TagLib::TrueAudio::File>(file, stream);
-    openAs<TagLib::MPC::File>(file, stream);
-    openAs<TagLib::MPEG::File>(file, stream);
-    return file;
-}
-
-QString toQString(const TagLib::String &text)
-{
-    QString result;
-    result.reserve(qsizetype(text.size()));
-    for (const wchar_t unit : text)
-        result.append(QChar::fromUcs4(char32_t(unit)));
-    return result;
-}
 
 QString quoted(const QString &text)
 {
@@ -162,7 +46,7 @@ public:
             if (found == m_properties.end())
                 continue;
             for (const TagLib::String &value : found->second) {
-                if (const QString text = toQString(value); !text.trimmed().isEmpty())
+                if (const QString text = TagFiles::text(value); !text.trimmed().isEmpty())
                     values.append(text);
             }
             if (!values.isEmpty())
@@ -213,23 +97,9 @@ std::optional<int> popularity(TagLib::File *file)
     return std::nullopt;
 }
 
-/// The file's tags by name. MP4 keeps what has no atom of its own in free-form ones ("----:owner:name").
-TagLib::PropertyMap propertiesOf(TagLib::File *file)
-{
-    TagLib::PropertyMap properties = file->properties();
-    if (auto *mp4 = dynamic_cast<TagLib::MP4::File *>(file); mp4 && mp4->tag()) {
-        for (const auto &[atom, item] : mp4->tag()->itemMap()) {
-            const TagLib::String name = atom.substr(size_t(atom.rfind(":") + 1)).upper();
-            if (atom.startsWith("----:") && !properties.contains(name))
-                properties[name] = item.toStringList();
-        }
-    }
-    return properties;
-}
-
 void fillFromProperties(TrackTags &tags, TagLib::File *file)
 {
-    const TagLib::PropertyMap properties = propertiesOf(file);
+    const TagLib::PropertyMap properties = TagFiles::propertiesOf(file);
     TagReader reader(tags, properties);
     tags.title = reader.text(u"title"_s, { "TITLE" });
     tags.artistText = reader.text(u"artist"_s, { "ARTIST", "ARTISTS" });
@@ -291,11 +161,11 @@ TagReading refused(const QString &reason) { return { std::nullopt, reason }; }
 
 TagReading readOpenFile(TagLib::FileStream &stream, const std::string &path)
 {
-    constexpr int mostLevels = 64; // honest files have ten
-    if (levelsOfBoxes(stream, mostLevels) > mostLevels)
+    constexpr int mostLevels = TagFiles::mostLevelsOfBoxes;
+    if (TagFiles::levelsOfBoxes(stream, mostLevels) > mostLevels)
         return refused(u"cannot be read: its boxes are nested more than %1 deep"_s.arg(mostLevels));
     TrackTags tags;
-    const TagFile file = openByContent(stream);
+    const TagFiles::File file = TagFiles::openByContent(stream);
     const bool known = file && file->isValid() && file->audioProperties() && file->audioProperties()->sampleRate() > 0;
     if (known) {
         fillFromProperties(tags, file.get());
@@ -318,6 +188,8 @@ TagReading readOpenFile(TagLib::FileStream &stream, const std::string &path)
     }
     if (!tags.duration)
         tags.notes.append(u"length unknown: the audio is damaged or cut off"_s);
+    else if (known && TagFiles::isCutOff(*file, stream))
+        tags.notes.append(cutOffNote());
     if (tags.title.isEmpty()) {
         tags.title = TagValues::clean(displayPath(std::filesystem::path(path).stem().native()), maximumTagLength);
         tags.notes.append(u"no title, named after its file"_s);
@@ -345,6 +217,8 @@ TagReading readTags(const std::string &path)
         return refused(u"cannot be read: %1"_s.arg(QString::fromLocal8Bit(exception.what())));
     }
 }
+
+QString cutOffNote() { return u"cut off: the file ends before its music does"_s; }
 
 QString displayPath(const std::string &path)
 {

@@ -51,5 +51,8 @@ inline constexpr int maximumTagLength = 1000;
 /// not be text. Any thread.
 TagReading readTags(const std::string &path);
 
+/// The note of a file that is shorter than it says.
+QString cutOffNote();
+
 /// Text of a path for people: bytes that are no UTF-8 are shown as \xNN.
 QString displayPath(const std::string &path);

@@ -1,51 +1,21 @@
 #include "TrackTagsSection.h"
 
+#include <algorithm>
+
 #include <QFormLayout>
 
-#include <kestrixkit/foundation/KXClock.h>
 #include <kestrixkit/theme/KXThemeStyleNames.h>
 #include <kestrixkit/theme/controls/KXStarRating.h>
 #include <kestrixkit/theme/controls/KXThemeableTextField.h>
 
 #include "LibraryEditor.h"
-#include "TagValues.h"
+#include "TrackTableModel.h"
 
-using namespace Qt::StringLiterals;
-
-namespace {
-
-QString tagText(const Track &track, const QString &key)
-{
-    const QVariant value = track.valueForKey(key);
-    return key == "bpm"_L1 && value.isValid()
-        ? KXClock::locale().toString(value.toDouble(), 'f', QLocale::FloatingPointShortest)
-        : value.toString();
-}
-
-/// Invalid for an empty text, which takes the value away; absent for one that makes no value.
-std::optional<QVariant> tagValue(const QString &key, const QString &text)
-{
-    const QString entered = text.trimmed();
-    if (key == "title"_L1)
-        return entered.isEmpty() ? std::nullopt : std::optional<QVariant>(entered);
-    if (entered.isEmpty())
-        return QVariant();
-    if (key == "bpm"_L1) {
-        const auto tempo = TagValues::tempo(entered);
-        return tempo ? std::optional<QVariant>(*tempo) : std::nullopt;
-    }
-    if (key == "year"_L1) {
-        const auto year = TagValues::year(entered);
-        return year ? std::optional<QVariant>(*year) : std::nullopt;
-    }
-    return QVariant(entered);
-}
-
-} // namespace
-
-TrackTagsSection::TrackTagsSection(LibraryEditor *editor, QObject *parent)
+TrackTagsSection::TrackTagsSection(LibraryEditor *editor, qsizetype most, EditAll editAll, QObject *parent)
     : TrackSection(tr("Tags"), parent)
     , m_editor(editor)
+    , m_most(most)
+    , m_editAll(std::move(editAll))
 {
 }
 
@@ -54,41 +24,57 @@ void TrackTagsSection::makeRows(QVBoxLayout &rows)
     QFormLayout *const form = makeForm();
     m_stars = new KXStarRating;
     m_stars->setThemeStyleName(KXStarRatingStyles);
-    connect(m_stars, &KXStarRating::rated, this, [this](int stars) { m_editor->rate(tracks(), stars); });
+    connect(m_stars, &KXStarRating::rated, this, &TrackTagsSection::rate);
     addRow(*form, tr("Rating"), m_stars);
     m_fields.clear();
-    const std::pair<QString, QString> fields[] { { u"title"_s, tr("Title") }, { u"bpm"_s, tr("BPM") },
-        { u"year"_s, tr("Year") }, { u"comment"_s, tr("Comment") } };
-    for (const auto &[key, name] : fields) {
-        auto *const field = new KXThemeableTextField;
-        field->setThemeStyleName(KXTextFieldStyles);
-        connect(field, &QLineEdit::editingFinished, this, [this, field, key = key] { edit(field, key); });
-        addRow(*form, name, field);
-        m_fields.append({ key, field });
+    for (const TrackFields::Field field : TrackFields::all()) {
+        auto *const line = new KXThemeableTextField;
+        line->setThemeStyleName(KXTextFieldStyles);
+        connect(line, &QLineEdit::editingFinished, this, [this, line, field] { edit(line, field); });
+        addRow(*form, TrackFields::name(field), line);
+        m_fields.append({ field, line });
     }
     rows.addLayout(form);
 }
 
 void TrackTagsSection::showTracks()
 {
-    const KXRef<Track> track = single();
     m_stars->setEnabled(!tracks().isEmpty());
     m_stars->setRating(tracks().isEmpty() ? 0 : tracks().constFirst()->rating().value_or(0));
-    for (const auto &[key, field] : std::as_const(m_fields)) {
-        field->setEnabled(bool(track));
-        field->setPlaceholderText(tracks().size() > 1 ? tr("Several tracks") : QString());
-        if (!field->hasFocus() || !field->isModified()) // nobody's typing is overwritten
-            field->setText(track ? tagText(*track, key) : QString());
+    for (const auto &[field, line] : std::as_const(m_fields)) {
+        line->setEnabled(!tracks().isEmpty());
+        if (!line->hasFocus() || !line->isModified()) // nobody's typing is overwritten
+            show(line, field);
     }
 }
 
-void TrackTagsSection::edit(KXThemeableTextField *field, const QString &key)
+void TrackTagsSection::show(KXThemeableTextField *line, TrackFields::Field field)
 {
-    const KXRef<Track> track = single();
-    if (!track || !field->isModified())
+    const KXRef<Track> first = tracks().value(0);
+    const bool isMixed = std::any_of(tracks().begin(), tracks().end(), [&](const KXRef<Track> &track) {
+        return TrackFields::plainText(*track, field) != TrackFields::plainText(*first, field);
+    });
+    line->setText(first && !isMixed ? TrackFields::text(*first, field) : QString());
+    line->setPlaceholderText(isMixed ? tr("Mixed") : QString());
+}
+
+void TrackTagsSection::rate(int stars)
+{
+    if (tracks().size() < m_most)
+        m_editor->rate(tracks(), stars);
+    else
+        m_editAll(TrackTableModel::Rating, stars, TrackTableModel::StarsRole);
+}
+
+void TrackTagsSection::edit(KXThemeableTextField *line, TrackFields::Field field)
+{
+    if (tracks().isEmpty() || !line->isModified())
         return;
-    field->setModified(false);
-    if (const std::optional<QVariant> value = tagValue(key, field->text()))
-        m_editor->setValue(track, key, *value, field->accessibleName());
-    field->setText(tagText(*track, key)); // what made no value goes again
+    const QString text = line->text();
+    line->setModified(false);
+    if (tracks().size() < m_most)
+        m_editor->setField(tracks(), field, text);
+    else
+        m_editAll(TrackTableModel::columnOf(field), text, Qt::EditRole);
+    show(line, field); // what made no value goes again
 }

@@ -22,10 +22,44 @@ namespace {
 constexpr size_t batchFirst = 1'000, batchLeast = 250, batchMost = 8'000;
 constexpr qint64 batchQuick = 10, batchSlow = 30; // milliseconds that the main thread takes for one
 constexpr int batchPatience = 20; // milliseconds between looks whether all was cancelled
+constexpr qsizetype batchRemembered = 64; // values among which one that was there before is looked for
+
+/// As another context can use it: an object by its identifier.
+QVariant batchCarried(const QVariant &value)
+{
+    if (value.metaType() == QMetaType::fromType<QVariantList>()) {
+        QVariantList carried;
+        for (const QVariant &each : value.toList())
+            carried.append(batchCarried(each));
+        return carried;
+    }
+    if (value.metaType() != QMetaType::fromType<KXRef<KXManagedObject>>())
+        return value;
+    const auto object = value.value<KXRef<KXManagedObject>>();
+    return object ? QVariant::fromValue(object->objectID()) : QVariant();
+}
+
+/// The objects of the identifiers; of a list, those that are there.
+QVariant batchPlaced(const QVariant &value, KXManagedObjectContext &context)
+{
+    if (value.metaType() == QMetaType::fromType<QVariantList>()) {
+        QVariantList placed;
+        for (const QVariant &each : value.toList()) {
+            if (const QVariant object = batchPlaced(each, context); object.isValid())
+                placed.append(object);
+        }
+        return placed;
+    }
+    if (value.metaType() != QMetaType::fromType<KXManagedObjectID>())
+        return value;
+    const KXRef<KXManagedObject> object = context.objectWithID(value.value<KXManagedObjectID>());
+    return object && !object->isMissing() ? KXVariantFromRef(object) : QVariant();
+}
 
 }
 
-/// What is to be done, by identifiers. Values are few and objects many: they are numbered.
+/// What is to be done, by identifiers. Values are often few and objects many: they are numbered. Each is a list with a
+/// value of every property.
 struct KXBatchEditor::Edit
 {
     struct Step
@@ -34,17 +68,37 @@ struct KXBatchEditor::Edit
         qint32 target; ///< number of the value to set
         qint32 expected; ///< of the one that has to be there; -1: any
     };
-    QString entityName, key, actionName;
-    QList<QVariant> values;
+    QString entityName, actionName;
+    QStringList keys;
+    QList<QVariantList> values;
     std::vector<Step> steps;
 
-    qint32 numberOf(const QVariant &value)
+    /// Among all of very many values it would be looked for in vain and for long.
+    qint32 numberOf(const QVariantList &value)
     {
-        const qsizetype known = values.indexOf(value);
-        if (known >= 0)
-            return qint32(known);
+        const qsizetype from = std::max<qsizetype>(0, values.size() - batchRemembered);
+        for (qsizetype known = values.size() - 1; known >= from; --known) {
+            if (values[known] == value)
+                return qint32(known);
+        }
         values.append(value);
         return qint32(values.size() - 1);
+    }
+
+    [[nodiscard]] QVariantList valuesOf(const KXManagedObject &object) const
+    {
+        QVariantList all;
+        for (const QString &key : keys)
+            all.append(batchCarried(object.valueForKey(key)));
+        return all;
+    }
+
+    bool setValues(KXManagedObject &object, const QVariantList &target, KXManagedObjectContext &context) const
+    {
+        bool isSet = true;
+        for (qsizetype i = 0; i < keys.size(); ++i)
+            isSet = object.setValueForKey(keys[i], batchPlaced(target[i], context)) && isSet;
+        return isSet;
     }
 };
 
@@ -114,13 +168,13 @@ private:
             const KXRef<KXManagedObject> object = rows.object(entity, step.key);
             if (!object || object->isMissing())
                 continue;
-            const QVariant before = object->valueForKey(m_edit->key);
-            const QVariant &target = m_edit->values[step.target];
+            const QVariantList before = m_edit->valuesOf(*object);
+            const QVariantList &target = m_edit->values[step.target];
             if (step.expected >= 0 && before != m_edit->values[step.expected]) {
                 ++kept;
                 continue;
             }
-            if (before == target || !object->setValueForKey(m_edit->key, target))
+            if (before == target || !m_edit->setValues(*object, target, context))
                 continue;
             done.push_back({ step.key, m_inverse->numberOf(before), step.target });
         }
@@ -180,16 +234,27 @@ bool KXBatchEditor::merges(const void *originatingContext) const
 void KXBatchEditor::setValue(const QVariant &value, const QString &forKey, const QString &entityName,
     const std::vector<qint64> &keys, const QString &actionName)
 {
-    const KXPropertyDescription *const property = KXContextRows(*m_context).entity(entityName).property(forKey);
-    if (!property || !property->isAttribute())
-        throw KXException(QStringLiteral("KXInvalidArgumentException"),
-            KXStringWithFormat("\"%@\" has no attribute \"%@\"", entityName, forKey));
-    if (keys.empty())
+    setValues({ { forKey, value } }, entityName, keys, actionName);
+}
+
+void KXBatchEditor::setValues(const QList<std::pair<QString, QVariant>> &values, const QString &ofEntityName,
+    const std::vector<qint64> &keys, const QString &actionName)
+{
+    const auto edit = std::make_shared<Edit>(Edit { ofEntityName, actionName, {}, {}, {} });
+    QVariantList target;
+    for (const auto &[key, value] : values) {
+        if (!KXContextRows(*m_context).entity(ofEntityName).property(key))
+            throw KXException(QStringLiteral("KXInvalidArgumentException"),
+                KXStringWithFormat("\"%@\" has no property \"%@\"", ofEntityName, key));
+        edit->keys.append(key);
+        target.append(batchCarried(value));
+    }
+    if (keys.empty() || values.isEmpty())
         return;
-    const auto edit = std::make_shared<Edit>(Edit { entityName, forKey, actionName, { value }, {} });
+    edit->values = { target };
     for (const qint64 key : keys)
         edit->steps.push_back({ key, 0, -1 });
-    const auto inverse = std::make_shared<Edit>(Edit { entityName, forKey, actionName, {}, {} });
+    const auto inverse = std::make_shared<Edit>(Edit { ofEntityName, actionName, edit->keys, {}, {} });
     registerStep(inverse, actionName);
     run(edit, inverse);
 }
@@ -203,7 +268,7 @@ void KXBatchEditor::registerStep(const std::shared_ptr<Edit> &inverse, const QSt
     const KXUndoGroup group(undo, actionName);
     undo->registerUndo(this, [this, inverse] {
         const auto back
-            = std::make_shared<Edit>(Edit { inverse->entityName, inverse->key, inverse->actionName, {}, {} });
+            = std::make_shared<Edit>(Edit { inverse->entityName, inverse->actionName, inverse->keys, {}, {} });
         registerStep(back, back->actionName);
         run(inverse, back);
     });

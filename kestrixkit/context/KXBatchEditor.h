@@ -22,7 +22,7 @@ struct KXBatchOutcome
     KXError error; ///< of the store; what was saved before stays
 };
 
-/// Sets an attribute of very many objects in the background, without making the main thread wait for it: a library of
+/// Sets properties of very many objects in the background, without making the main thread wait for it: a library of
 /// 300,000 tracks is rated while it is scrolled.
 ///
 /// Works through the objects in batches, each of them saved and merged into the main context before the next one is
@@ -40,8 +40,12 @@ public:
     ~KXBatchEditor() override;
 
     /// An invalid value takes the attribute away. Keys of objects that are gone are skipped. Throws KXException for an
-    /// entity or attribute that the model does not have.
+    /// entity or property that the model does not have.
     void setValue(const QVariant &value, const QString &forKey, const QString &entityName,
+        const std::vector<qint64> &keys, const QString &actionName);
+    /// Several properties at once, as one step: what a text is and the objects that it names. Related objects are given
+    /// as valueForKey() answers them, and are saved before; they are led by their identifiers.
+    void setValues(const QList<std::pair<QString, QVariant>> &values, const QString &ofEntityName,
         const std::vector<qint64> &keys, const QString &actionName);
     /// Ends what is under way after the batch at hand, and drops what waits for it.
     void cancel();

@@ -1,12 +1,15 @@
 // The presets bar: its buttons, menus and badges, what loading a preset does, and how presets are counted from there.
 
 #include <QApplication>
+#include <QHelpEvent>
 #include <QTest>
+#include <QToolTip>
 #include <gtest/gtest.h>
 
 #include <kestrixkit/filter_ui/editors/KXFilterSetViewController.h>
 #include <kestrixkit/filter_ui/presets_bar/KXFilterSetPresetsBarPresetButton.h>
 #include <kestrixkit/filter_ui/presets_bar/KXFilterSetPresetsBarViewController.h>
+#include <kestrixkit/foundation/KXClock.h>
 #include <kestrixkit/foundation/KXUndoManager.h>
 #include <kestrixkit/theme/controls/KXThemeableButton.h>
 #include <kestrixkit/toolkit/KXAnimationGroup.h>
@@ -204,7 +207,7 @@ TEST_F(PresetsBarTest, menusAndBadgesCount)
     EXPECT_EQ(items(*menu()), u"Dark|Empty>|Nothing-"_s);
     EXPECT_EQ(items(*static_cast<KXMenu *>(menu()->actions()[1]->menu())), u"No Presets-"_s);
     EXPECT_FALSE(menu()->actions()[2]->toolTip() == menu()->actions()[2]->text());
-    const Button *const button = bar().presetButtons()[1];
+    Button *const button = bar().presetButtons()[1];
     EXPECT_TRUE(button->badgeImage().isNull());
     named(u"Dark"_s)->setCount(1500, u"here"_s);
     named(u"Nothing"_s)->setCount(12, u"elsewhere"_s);
@@ -212,6 +215,12 @@ TEST_F(PresetsBarTest, menusAndBadgesCount)
     EXPECT_EQ(button->count(), 1500);
     EXPECT_FALSE(button->badgeImage().isNull());
     EXPECT_EQ(button->badgeImage().deviceIndependentSize().height(), 14);
+    const KXClockPin pin;
+    KXClock::setLocale(QLocale(QLocale::English, QLocale::UnitedKingdom));
+    QHelpEvent asked(QEvent::ToolTip, { 2, 2 }, button->mapToGlobal(QPoint(2, 2)));
+    QCoreApplication::sendEvent(button, &asked);
+    EXPECT_EQ(QToolTip::text(), u"Mood & More: 1,500"_s);
+    QToolTip::hideText();
     EXPECT_EQ(button->accessibleName(), u"Mood & More, 1500"_s);
     house->setCount(0, u"here"_s);
     EXPECT_TRUE(bar().presetButtons()[0]->badgeImage().isNull());

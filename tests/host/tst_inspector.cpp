@@ -113,7 +113,16 @@ TEST_F(InspectorTest, showsAndEditsWhatIsSelected)
     // Several of them.
     select(0, 3);
     EXPECT_TRUE(texts(0).contains(u"4 tracks"_s)) << texts(0).join(u'|').toStdString();
-    EXPECT_FALSE(find<QLineEdit>(1, u"Title"_s)->isEnabled());
+    auto *const several = find<QLineEdit>(1, u"Title"_s);
+    EXPECT_EQ(several->text(), QString());
+    EXPECT_EQ(several->placeholderText(), u"Mixed"_s);
+    several->setFocus();
+    QTest::keyClick(several, Qt::Key_Return);
+    EXPECT_EQ(window->model()->track(3)->title(), u"Track 3"_s) << "nothing was entered";
+    EXPECT_EQ(enter(u"Genre"_s, u"House; Disco"_s), u"House, Disco"_s);
+    for (int row = 0; row < 4; ++row)
+        EXPECT_EQ(window->model()->track(row)->genres().size(), 2);
+    EXPECT_EQ(window->model()->track(4)->genreText(), std::nullopt);
     find<KXStarRating>(1, u"Rating"_s)->rate(2);
     EXPECT_EQ(window->model()->track(3)->rating(), 2);
 

@@ -205,3 +205,62 @@ TEST_F(TableTest, drawsKeysStarsAndRows)
     EXPECT_TRUE(colours.contains(BrowserStyle::alternateRow().rgb()) && colours.contains(BrowserStyle::row().rgb()));
     EXPECT_GT(colours.size(), 50U);
 }
+
+TEST_F(TableTest, headsAreReadInFullWithTheSignOfTheOrder)
+{
+    TrackTableModel model(context);
+    TrackTableView table;
+    table.setModel(&model);
+    const QHeaderView &head = *table.horizontalHeader();
+    for (int column = 0; column < TrackTableModel::ColumnCount; ++column) {
+        table.sortByColumn(column, Qt::AscendingOrder);
+        EXPECT_GE(table.columnWidth(column), head.sectionSizeHint(column))
+            << TrackTableModel::title(TrackTableModel::Column(column)).toStdString();
+    }
+}
+
+TEST_F(TableTest, aFileThatIsCutOffCarriesASign)
+{
+    add(u"whole"_s);
+    add(u"cut"_s)->setImportNotes(cutOffNote());
+    save();
+    TrackTableModel model(context);
+    model.sort(TrackTableModel::Title, Qt::AscendingOrder);
+    EXPECT_TRUE(model.index(0, 0).data(Qt::AccessibleTextRole).toString().endsWith(u"cut off"_s));
+    EXPECT_EQ(model.index(1, 0).data(Qt::AccessibleTextRole).toString(), u"whole"_s);
+    TrackTableView table;
+    table.setModel(&model);
+    table.resize(500, 200);
+    table.sortByColumn(TrackTableModel::Title, Qt::AscendingOrder);
+    const QImage picture = table.viewport()->grab().toImage();
+    const auto colours = [&](int row) {
+        QSet<QRgb> found;
+        const QRect cell = table.visualRect(model.index(row, 0));
+        for (int x = cell.right() - 24; x < cell.right() - 4; ++x) {
+            for (int y = cell.top() + 4; y < cell.bottom() - 4; ++y)
+                found.insert(picture.pixel(x, y));
+        }
+        return found.size();
+    };
+    EXPECT_GT(colours(0), 2);
+    EXPECT_EQ(colours(1), 1);
+}
+
+TEST_F(TableTest, theWindowSaysWhereItIsAndEndsByKeys)
+{
+    add(u"a"_s);
+    save();
+    for (const char *keys : { "Ctrl+W", "Ctrl+Q" }) { // the second start finds the place before it is seen
+        BrowserWindow window(coordinator);
+        window.show();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
+        window.activateWindow();
+        const auto *const title = window.findChild<QLabel *>(u"placeTitle"_s);
+        EXPECT_TRUE(QTest::qWaitFor([&] { return title->text() == u"All Tracks"_s; }, 10'000));
+        QTest::qWait(20);
+        EXPECT_GE(title->width(), title->sizeHint().width());
+        window.table()->setFocus();
+        QTest::keySequence(window.table(), QKeySequence(QString::fromLatin1(keys)));
+        EXPECT_TRUE(QTest::qWaitFor([&] { return !window.isVisible(); }, 10'000)) << keys;
+    }
+}

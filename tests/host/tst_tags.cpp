@@ -281,3 +281,34 @@ TEST(TrackTags, pathsOfAnyBytesCanBeShown)
     EXPECT_EQ(displayPath("\xf0\x9f\x8e\xb5"), u"🎵"_s);
     EXPECT_EQ(displayPath("\xf0\x9f"), u"\\xf0\\x9f"_s);
 }
+
+TEST(TrackTags, filesThatAreCutOffAreToldApart)
+{
+    const QTemporaryDir folder;
+    const AudioFormat formats[] { AudioFormat::Wav, AudioFormat::Aiff, AudioFormat::Flac, AudioFormat::Mp3,
+        AudioFormat::M4a, AudioFormat::Vorbis, AudioFormat::Opus };
+    for (const AudioFormat format : formats) {
+        const std::string name = fileExtension(format).toStdString(),
+                          path = folder.filePath(u"a."_s).toStdString() + name;
+        AudioBuffer sound { preferredSampleRate(format),
+            { std::vector<float>(size_t(preferredSampleRate(format)) * 5) } };
+        unsigned state = 1;
+        for (float &sample : sound.channels[0])
+            sample = float((state = state * 1664525U + 1013904223U) >> 16) / 65536.0F - 0.5F;
+        ASSERT_EQ(encodeAudio(sound, format, path), QString());
+        const auto isCutOff = [&] {
+            const TagReading reading = readTags(path);
+            return !reading.tags || reading.tags->notes.contains(cutOffNote()) || !reading.tags->duration;
+        };
+        EXPECT_FALSE(isCutOff()) << name;
+        const std::string whole = readBytes(path);
+        for (const size_t share : { 90, 50 }) {
+            writeBytes(path, whole.substr(0, whole.size() * share / 100));
+            EXPECT_TRUE(isCutOff()) << name << " of which " << share << " % are there";
+        }
+        // Tags at its end, or a block of nothing, do not make it another length.
+        writeBytes(path, whole);
+        setTags(path, { { "TITLE", "Tagged" } });
+        EXPECT_FALSE(isCutOff()) << name << " with tags";
+    }
+}

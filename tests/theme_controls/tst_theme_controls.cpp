@@ -1,10 +1,13 @@
 #include <cmath>
 
+#include <QAbstractButton>
 #include <QAbstractScrollArea>
 #include <QAbstractSpinBox>
 #include <QAccessible>
+#include <QHash>
 #include <QHeaderView>
 #include <QImage>
+#include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
 #include <QScrollBar>
@@ -118,6 +121,51 @@ TEST_F(ThemeControls, liveChangeLooksLikeAFreshStart)
             return after;
         };
         EXPECT_EQ(show(true), show(false)) << page.name.toStdString();
+    }
+}
+
+// What is painted, wherever it stands: the commonest colour of a control is its background, and something in it has to
+// stand out from that. Disabled controls are exempt.
+TEST_F(ThemeControls, textsStandOutFromWhatIsBehindThem)
+{
+    for (const std::shared_ptr<KXTheme> &theme : { std::shared_ptr<KXTheme>(std::make_shared<KXDarkTheme>()),
+             std::shared_ptr<KXTheme>(std::make_shared<KXLightTheme>()) }) {
+        manager.setTheme(theme);
+        int measured = 0;
+        for (const gallery::Page &page : gallery::pages()) {
+            if (page.name == "audio-types"_L1)
+                continue; // fixed colours
+            const std::unique_ptr<QWidget> widget(page.make(gallery::english));
+            widget->setPalette(manager.valueForKeyPath(u"palette"_s).value<QPalette>());
+            widget->setAttribute(Qt::WA_DontShowOnScreen);
+            widget->resize(widget->sizeHint());
+            widget->show();
+            const QImage picture = grab(widget.get());
+            for (const QWidget *each : widget->findChildren<QWidget *>()) {
+                const auto *const button = qobject_cast<const QAbstractButton *>(each);
+                const auto *const line = qobject_cast<const QLineEdit *>(each);
+                const auto *const label = qobject_cast<const QLabel *>(each);
+                const QString text = button ? button->text() : line ? line->text() : label ? label->text() : QString();
+                if (text.isEmpty() || !each->isEnabled() || !each->isVisible() || each->visibleRegion().isEmpty())
+                    continue;
+                const QRect place = QRect(each->mapTo(widget.get(), QPoint()), each->size()) & picture.rect();
+                QHash<QRgb, int> colours;
+                for (int y = place.top(); y <= place.bottom(); ++y) {
+                    for (int x = place.left(); x <= place.right(); ++x)
+                        ++colours[picture.pixel(x, y)];
+                }
+                QRgb back = 0;
+                for (auto colour = colours.begin(); colour != colours.end(); ++colour)
+                    back = colour.value() > colours.value(back) ? colour.key() : back;
+                double best = 0;
+                for (auto colour = colours.begin(); colour != colours.end(); ++colour)
+                    best = std::max(best, contrast(QColor(colour.key()), QColor(back)));
+                EXPECT_GE(best, 4.5) << page.name.toStdString() << ": “" << text.toStdString() << "” on "
+                                     << QColor(back).name().toStdString();
+                ++measured;
+            }
+        }
+        EXPECT_GT(measured, 50);
     }
 }
 

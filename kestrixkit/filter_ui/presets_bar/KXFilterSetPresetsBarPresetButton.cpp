@@ -1,9 +1,13 @@
 #include <kestrixkit/filter_ui/presets_bar/KXFilterSetPresetsBarPresetButton.h>
 
 #include <QApplication>
+#include <QHelpEvent>
+#include <QLocale>
 #include <QPainter>
 #include <QStyleOptionButton>
+#include <QToolTip>
 
+#include <kestrixkit/foundation/KXClock.h>
 #include <kestrixkit/foundation/KXObserver.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/theme/KXThemeStyleNames.h>
@@ -124,6 +128,15 @@ void KXFilterSetPresetsBarPresetButton::setCountsContextIdentifier(const QString
 {
     m_identifier = identifier;
     countsDidChange();
+}
+
+bool KXFilterSetPresetsBarPresetButton::event(QEvent *event)
+{
+    if (event->type() != QEvent::ToolTip || !toolTip().isEmpty() || m_shownCount <= 0 || !filterSetPreset())
+        return KXThemeableButton::event(event);
+    const QString title = filterSetPreset()->title().simplified(), count = KXClock::locale().toString(m_shownCount);
+    QToolTip::showText(static_cast<QHelpEvent *>(event)->globalPos(), KXStringWithFormat("%@: %@", title, count), this);
+    return true;
 }
 
 void KXFilterSetPresetsBarPresetButton::titleDidChange()

@@ -63,6 +63,8 @@ public:
     [[nodiscard]] QSize minimumSizeHint() const override { return sizeHint(); }
 
 protected:
+    /// Without a tool tip of its own it says the exact number.
+    bool event(QEvent *event) override;
     void paintEvent(QPaintEvent *event) override;
 
 private:

@@ -1,0 +1,119 @@
+#include "Sounds.h"
+
+#include <chrono>
+#include <cstring>
+
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <kestrixkit/audio/KXAudioFingerprint.h>
+#include <kestrixkit/audio/KXAudioOutline.h>
+#include <kestrixkit/context/KXManagedObjectContext.h>
+#include <kestrixkit/predicate/KXPredicate.h>
+
+#include "Scanner.h"
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr std::chrono::seconds soundsSave(2); // between two saves
+constexpr size_t soundsMost = 500; // in one save
+
+/// The kernel's "idle" class for this thread, while it lives: whoever plays music or imports reads first.
+class ReadWhenIdle
+{
+public:
+    ReadWhenIdle() { set(idle); }
+    ~ReadWhenIdle() { set(m_before); }
+    Q_DISABLE_COPY_MOVE(ReadWhenIdle)
+
+private:
+    static constexpr int ofThread = 1;
+    static constexpr long idle = 3L << 13;
+    static void set(long priority)
+    {
+        if (priority >= 0)
+            (void)syscall(SYS_ioprio_set, ofThread, 0, priority);
+    }
+    const long m_before = syscall(SYS_ioprio_get, ofThread, 0); // the thread is used for other work later
+};
+
+} // namespace
+
+TrackSound Sounds::ofFile(const std::string &path)
+{
+    const QUrl url = urlOfPath(path);
+    TrackSound sound;
+    const QByteArray bytes = KXAudioFingerprint::ofFile(url).bytes();
+    if (size_t(bytes.size()) < sizeof sound.hash)
+        return sound;
+    std::memcpy(&sound.hash, bytes.constData(), sizeof sound.hash);
+    sound.hash = sound.hash ? sound.hash : 1; // 0 is taken
+    sound.outline = KXAudioOutline::ofFile(url).bytes();
+    return sound;
+}
+
+void Sounds::set(Track &track, const TrackSound &sound)
+{
+    track.setSoundHash(sound.hash);
+    track.setSoundOutline(sound.outline.isEmpty() ? std::nullopt : std::optional(sound.outline));
+}
+
+void Sounds::forget(Track &track)
+{
+    track.setSoundHash({});
+    track.setSoundOutline({});
+    track.setCopies({});
+}
+
+KXPredicate Sounds::duplicates() { return KXPredicate::predicateWithFormat("missing == FALSE AND copies > 1"); }
+
+void Sounds::recount(KXManagedObjectContext &context, const std::set<qint64> &hashes)
+{
+    for (const qint64 hash : hashes) {
+        if (hash == 0)
+            continue;
+        const auto all
+            = Track::findUsingPredicate(KXPredicate::predicateWithFormat("soundHash == %@", QVariant(hash)), context);
+        int there = 0;
+        for (const KXRef<Track> &track : all)
+            there += !track->missing();
+        const std::optional<int> copies = there > 1 ? std::optional(std::min(there, 9999)) : std::nullopt;
+        for (const KXRef<Track> &track : all) {
+            if (track->copies() != copies)
+                track->setCopies(copies);
+        }
+    }
+}
+
+void Sounds::readMissing(KXManagedObjectContext &context, const std::function<bool()> &stop)
+{
+    using Clock = std::chrono::steady_clock;
+    const ReadWhenIdle lower;
+    const auto unread = KXPredicate::predicateWithFormat("soundHash == nil AND missing == FALSE");
+    std::set<qint64> hashes;
+    size_t read = 0;
+    Clock::time_point saved = Clock::now();
+    const auto save = [&] {
+        recount(context, hashes);
+        const bool isSaved = context.save();
+        hashes.clear();
+        read = 0;
+        saved = Clock::now();
+        return isSaved;
+    };
+    const auto tracks = Track::findUsingPredicate(unread, context);
+    for (const KXRef<Track> &track : tracks) {
+        if (stop())
+            break;
+        if (!track || track->isMissing() || track->isDeleted())
+            continue;
+        const TrackSound sound = ofFile(pathOfUrl(track->location()));
+        set(*track, sound);
+        hashes.insert(sound.hash);
+        if ((++read >= soundsMost || Clock::now() - saved > soundsSave) && !save())
+            return;
+    }
+    save();
+}
