@@ -1,0 +1,39 @@
+#pragma once
+
+#include <memory>
+
+#include <QProcess>
+#include <QTemporaryDir>
+
+/// A PostgreSQL of its own: data in a temporary folder, reachable by a socket there, run by a user without privileges.
+///
+/// A test asks isAvailable() first, and is skipped with the reason where it cannot run here.
+class PostgresServer
+{
+public:
+    /// Makes the data and starts the server.
+    PostgresServer();
+    ~PostgresServer();
+    Q_DISABLE_COPY_MOVE(PostgresServer)
+
+    /// Whether one can run on this machine; otherwise why not.
+    [[nodiscard]] static bool isAvailable(QString *reason);
+
+    [[nodiscard]] bool isRunning() const { return m_process && m_process->state() == QProcess::Running; }
+    bool start();
+    /// Connections are cut at once.
+    void stop();
+    /// For libpq, through the server's own socket or one that lies in another folder.
+    [[nodiscard]] QString address(const QString &folder = {}) const;
+    [[nodiscard]] QString socketPath() const { return socketIn(m_folder.path()); }
+    [[nodiscard]] static QString socketIn(const QString &folder) { return folder + QStringLiteral("/.s.PGSQL.5432"); }
+    /// Runs SQL in a session of its own; the first value of the last result.
+    QString run(const QString &sql) const;
+
+private:
+    [[nodiscard]] static QString program(const QString &name);
+    [[nodiscard]] std::unique_ptr<QProcess> prepared() const;
+
+    QTemporaryDir m_folder;
+    std::unique_ptr<QProcess> m_process;
+};
