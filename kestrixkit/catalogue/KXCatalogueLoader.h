@@ -10,7 +10,7 @@
 class KXCatalogueLoaderPrivate;
 
 /// How a catalogue's table is kept: in partitions, and with which indexes. All by key paths of the schema.
-struct KXCatalogueLayout
+struct KX_CATALOGUE_EXPORT KXCatalogueLayout
 {
     struct Index
     {

@@ -11,8 +11,8 @@
 class PostgresServer
 {
 public:
-    /// Makes the data and starts the server.
-    PostgresServer();
+    /// Makes the data and starts the server; in a folder that is there for good, or in one of its own.
+    explicit PostgresServer(const QString &folder = {});
     ~PostgresServer();
     Q_DISABLE_COPY_MOVE(PostgresServer)
 
@@ -25,7 +25,7 @@ public:
     void stop();
     /// For libpq, through the server's own socket or one that lies in another folder.
     [[nodiscard]] QString address(const QString &folder = {}) const;
-    [[nodiscard]] QString socketPath() const { return socketIn(m_folder.path()); }
+    [[nodiscard]] QString socketPath() const { return socketIn(m_path); }
     [[nodiscard]] static QString socketIn(const QString &folder) { return folder + QStringLiteral("/.s.PGSQL.5432"); }
     /// Runs SQL in a session of its own; the first value of the last result.
     QString run(const QString &sql) const;
@@ -34,6 +34,7 @@ private:
     [[nodiscard]] static QString program(const QString &name);
     [[nodiscard]] std::unique_ptr<QProcess> prepared() const;
 
-    QTemporaryDir m_folder;
+    std::unique_ptr<QTemporaryDir> m_temporary; ///< none where the folder stays
+    QString m_path;
     std::unique_ptr<QProcess> m_process;
 };
