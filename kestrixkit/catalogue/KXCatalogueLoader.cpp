@@ -199,6 +199,18 @@ public:
     {
         return quoted(schema.schemaName()) + '.' + quoted(schema.tableName() + suffix);
     }
+    [[nodiscard]] static QByteArray hostsTable()
+    {
+        const KXCatalogueSchema hosts = KXCatalogueSchema::previewHosts();
+        return quoted(hosts.schemaName()) + '.' + quoted(hosts.tableName());
+    }
+    /// A text in a statement that takes no parameters.
+    [[nodiscard]] QByteArray literal(const QByteArray &text) const
+    {
+        const std::unique_ptr<char, decltype(&PQfreemem)> escaped(
+            PQescapeLiteral(connection.get(), text.constData(), size_t(text.size())), &PQfreemem);
+        return escaped ? QByteArray(escaped.get()) : QByteArray("''");
+    }
     /// The columns with their types, or their names alone.
     [[nodiscard]] QByteArray columns(bool withTypes) const
     {
@@ -260,6 +272,8 @@ bool KXCatalogueLoader::hasFailed() const { return d->hasFailed; }
 bool KXCatalogueLoader::create(KXError *error)
 {
     const auto quoted = [](const QByteArray &name) { return KXPostgreSQLDialect::quoted(name); };
+    if (!d->connect(error)) // which escapes texts, too
+        return false;
     QByteArray text = "BEGIN; CREATE SCHEMA IF NOT EXISTS " + quoted(d->schema.schemaName()) + "; CREATE TABLE "
         + d->table() + " (" + d->columns(true);
     const KXCatalogueColumn *partition = d->schema.columnForKeyPath(d->layout.partitionKeyPath);
@@ -274,11 +288,16 @@ bool KXCatalogueLoader::create(KXError *error)
     }
     if (partition)
         text += "CREATE TABLE " + d->table("_other") + " PARTITION OF " + d->table() + " DEFAULT;";
+    if (!d->layout.previewHosts.isEmpty()) {
+        text += "CREATE TABLE " + d->hostsTable() + " (id bigint PRIMARY KEY, host text COLLATE \"C\" NOT NULL);";
+        for (qsizetype i = 0; i < d->layout.previewHosts.size(); ++i)
+            text += "INSERT INTO " + d->hostsTable() + " VALUES (" + QByteArray::number(i) + ", "
+                + d->literal(d->layout.previewHosts[i].toUtf8()) + ");";
+    }
     if (!d->layout.readerRole.isEmpty())
         text += "GRANT USAGE ON SCHEMA " + quoted(d->schema.schemaName()) + " TO " + quoted(d->layout.readerRole)
-            + "; GRANT SELECT ON " + d->table() + " TO " + quoted(d->layout.readerRole) + ';';
-    if (!d->connect(error))
-        return false;
+            + "; GRANT SELECT ON " + d->table() + (d->layout.previewHosts.isEmpty() ? "" : ", " + d->hostsTable())
+            + " TO " + quoted(d->layout.readerRole) + ';';
     const bool done = d->run(text + "COMMIT", error);
     return done || (static_cast<void>(d->run("ROLLBACK", nullptr)), false);
 }

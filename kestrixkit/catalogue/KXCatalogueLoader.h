@@ -24,7 +24,8 @@ struct KX_CATALOGUE_EXPORT KXCatalogueLayout
     int firstYear = 2000; ///< of the partitions, one a year; what lies outside has one for itself
     int lastYear = 2030;
     QList<Index> indexes = {};
-    QByteArray readerRole = {}; ///< may read the table, and nothing else; empty: nobody but the owner may
+    QStringList previewHosts = {}; ///< of servers from which previews may be played: KXCatalogueSchema::previewHosts()
+    QByteArray readerRole = {}; ///< may read the tables, and nothing else; empty: nobody but the owner may
 
     /// Of KXCatalogueSchema::standard(): partitions by release, the covering index of genre, release and facets, and
     /// one for each order in which tracks are shown.

@@ -51,3 +51,12 @@ KXCatalogueSchema KXCatalogueSchema::standard()
             { .keyPath = u"search"_s, .name = "search", .type = Type::Words },
         } };
 }
+
+KXCatalogueSchema KXCatalogueSchema::previewHosts()
+{
+    return { "catalogue", "preview_hosts",
+        {
+            { .keyPath = u"id"_s, .name = "id", .type = KXCatalogueType::Integer, .notNull = true },
+            { .keyPath = u"host"_s, .name = "host", .notNull = true },
+        } };
+}

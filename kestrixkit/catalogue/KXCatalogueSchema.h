@@ -44,6 +44,9 @@ public:
     /// The table that KXCatalogueLoader makes and the example browser asks: tracks of a shop.
     [[nodiscard]] static KXCatalogueSchema standard();
 
+    /// The table beside it that names the hosts from which previews may be played: "id" and "host".
+    [[nodiscard]] static KXCatalogueSchema previewHosts();
+
     [[nodiscard]] const QByteArray &schemaName() const { return m_schemaName; }
     [[nodiscard]] const QByteArray &tableName() const { return m_tableName; }
     [[nodiscard]] const QList<KXCatalogueColumn> &columns() const { return m_columns; }

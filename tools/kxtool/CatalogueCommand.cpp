@@ -42,10 +42,11 @@ void printCatalogue(const QJsonObject &json) { std::fputs(QJsonDocument(json).to
 ExitStatus createCatalogue(const QStringList &arguments)
 {
     QCommandLineParser parser;
-    parser.addOptions({ { u"reader"_s, {}, u"ROLE"_s } });
+    parser.addOptions({ { u"reader"_s, {}, u"ROLE"_s }, { u"preview-host"_s, {}, u"HOST"_s } });
     const auto servers = catalogueServers(positionalArguments(parser, arguments, 1).first());
     KXCatalogueLayout layout = KXCatalogueLayout::standard();
     layout.readerRole = parser.value(u"reader"_s).toUtf8();
+    layout.previewHosts = parser.values(u"preview-host"_s);
     for (const auto &part : servers.parts()) {
         for (const KXCatalogueServers::Server &server : part) {
             KXError error;
@@ -215,7 +216,7 @@ ExitStatus runCatalogue(const QStringList &arguments)
 Command catalogueCommand()
 {
     return { u"catalogue"_s,
-        u"create URL [--reader ROLE]\n"
+        u"create URL [--reader ROLE] [--preview-host HOST]…\n"
         "  catalogue load URL STORE|TABLE.csv|--synthetic N\n"
         "  catalogue count URL PREDICATE [--facet PREDICATE]… [--estimate]\n"
         "  catalogue explain URL PREDICATE"_s,
