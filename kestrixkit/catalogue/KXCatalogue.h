@@ -37,6 +37,7 @@ class KX_CATALOGUE_EXPORT KXCatalogue
 {
 public:
     using CountsAnswer = std::function<void(const KXCatalogueCounts &)>;
+    using ValuesAnswer = std::function<void(const KXCatalogueValues &)>;
     using PageAnswer = std::function<void(const KXCataloguePage &)>;
 
     virtual ~KXCatalogue();
@@ -49,6 +50,9 @@ public:
     [[nodiscard]] virtual KXCatalogueTicket count(const KXCatalogueCountRequest &request, CountsAnswer answer) = 0;
     /// The same from a sample, soon; marked as an estimate. Ask for both, and show the exact numbers when they come.
     [[nodiscard]] virtual KXCatalogueTicket estimate(const KXCatalogueCountRequest &request, CountsAnswer answer) = 0;
+    /// The values that a column has among what fits, with counts. An error (code Refused) where there are more than
+    /// KXCatalogueValuesRequest::MostValues in some part.
+    [[nodiscard]] virtual KXCatalogueTicket values(const KXCatalogueValuesRequest &request, ValuesAnswer answer) = 0;
     /// Tracks in order.
     [[nodiscard]] virtual KXCatalogueTicket page(const KXCataloguePageRequest &request, PageAnswer answer) = 0;
 };

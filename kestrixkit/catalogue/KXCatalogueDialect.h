@@ -37,6 +37,9 @@ public:
     /// The same over about that share (0 to 1) of the rows.
     [[nodiscard]] virtual std::optional<KXCatalogueStatement> sampleStatement(
         const KXCatalogueCountRequest &request, double share, KXError *error) const = 0;
+    /// A row for each value: the value and how many rows have it; one row more than MostValues where there are more.
+    [[nodiscard]] virtual std::optional<KXCatalogueStatement> valuesStatement(
+        const KXCatalogueValuesRequest &request, KXError *error) const = 0;
     /// The page's rows in its order: the values of the key paths asked for, then those of the sort keys, then the
     /// identifier. The texts of values are those that valueFromText reads.
     [[nodiscard]] virtual std::optional<KXCatalogueStatement> pageStatement(

@@ -23,6 +23,16 @@ struct KXCatalogueCountRequest
     double timeLimit = 10; ///< in seconds
 };
 
+/// Which values a column has among what fits a rule: what a facet offers.
+struct KXCatalogueValuesRequest
+{
+    static constexpr int MostValues = 5000;
+
+    KXPredicate rule = {};
+    QString keyPath = {}; ///< of no list
+    double timeLimit = 10;
+};
+
 /// Some tracks in order, from the first or after one that is known.
 struct KXCataloguePageRequest
 {
@@ -52,6 +62,16 @@ struct KXCatalogueCounts : KXCatalogueAnswer
     QList<qint64> facets = {}; ///< in the order of the request
     bool isEstimate = false; ///< made of a sample
     double margin = 0; ///< of an estimate: the exact count lies within this of it, nearly always
+};
+
+struct KXCatalogueValues : KXCatalogueAnswer
+{
+    struct Value
+    {
+        QVariant value = {}; ///< invalid: absent
+        qint64 count = 0;
+    };
+    QList<Value> values = {}; ///< the most common one first, then by value
 };
 
 /// A track of a page.

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <map>
 
+#include <QMap>
+
 #include <kestrixkit/catalogue/KXPostgreSQLDialect.h>
 #include <kestrixkit/catalogue/KXPostgreSQLLoop_p.h>
 #include <kestrixkit/foundation/KXCheck.h>
@@ -229,6 +231,30 @@ KXCatalogueCounts catalogueCounts(const CatalogueRequest &request, qsizetype fac
     return counts;
 }
 
+/// Parts are added value by value.
+KXCatalogueValues catalogueValues(const CatalogueRequest &request, const KXCatalogueColumn &column)
+{
+    KXCatalogueValues values;
+    request.fill(values);
+    QMap<std::optional<QByteArray>, qint64> counts;
+    for (const auto &reply : request.replies) {
+        if (!reply || reply->error)
+            continue;
+        if (reply->rows.size() > KXCatalogueValuesRequest::MostValues)
+            values.error = KXError(KXKestrixKitErrorDomain, KXCatalogueError::Refused,
+                KXStringWithFormat(
+                    KXLocalizedString("\"%@\" has too many values to be listed. Narrow the search."), column.keyPath));
+        for (const auto &row : reply->rows)
+            counts[row.value(0)] += row.value(1).value_or(QByteArray()).toLongLong();
+    }
+    for (auto entry = counts.cbegin(); entry != counts.cend(); ++entry)
+        values.values.append({ KXPostgreSQLDialect::valueFromText(entry.key(), column), entry.value() });
+    std::sort(values.values.begin(), values.values.end(), [](const auto &a, const auto &b) {
+        return a.count != b.count ? a.count > b.count : KXCompareForSorting(a.value, b.value) < 0;
+    });
+    return values;
+}
+
 QVariant catalogueKeyValue(const std::optional<QByteArray> &text, const KXCatalogueColumn &column)
 {
     // To the microsecond, which dates here do not have: rows would be left out or come again.
@@ -288,6 +314,16 @@ KXCatalogueTicket KXPostgreSQLCatalogue::estimate(const KXCatalogueCountRequest 
     return d->ask(request, statement, refusal,
         [answer = std::move(answer), facets = request.facets.size(), share](
             CatalogueRequest &asked) { answer(catalogueCounts(asked, facets, share)); });
+}
+
+KXCatalogueTicket KXPostgreSQLCatalogue::values(const KXCatalogueValuesRequest &request, ValuesAnswer answer)
+{
+    KXError refusal;
+    const auto statement = d->dialect.valuesStatement(request, &refusal);
+    const KXCatalogueColumn *const column = schema().columnForKeyPath(request.keyPath);
+    return d->ask(request, statement, refusal,
+        [answer = std::move(answer), column = column ? *column : KXCatalogueColumn()](
+            CatalogueRequest &asked) { answer(catalogueValues(asked, column)); });
 }
 
 KXCatalogueTicket KXPostgreSQLCatalogue::page(const KXCataloguePageRequest &request, PageAnswer answer)

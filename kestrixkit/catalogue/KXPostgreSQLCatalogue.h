@@ -23,6 +23,7 @@ public:
     [[nodiscard]] const KXCatalogueDialect &dialect() const override;
     [[nodiscard]] KXCatalogueTicket count(const KXCatalogueCountRequest &request, CountsAnswer answer) override;
     [[nodiscard]] KXCatalogueTicket estimate(const KXCatalogueCountRequest &request, CountsAnswer answer) override;
+    [[nodiscard]] KXCatalogueTicket values(const KXCatalogueValuesRequest &request, ValuesAnswer answer) override;
     [[nodiscard]] KXCatalogueTicket page(const KXCataloguePageRequest &request, PageAnswer answer) override;
 
     /// The share of the rows that estimates look at, above 0 to 1; 1/64 unless set.

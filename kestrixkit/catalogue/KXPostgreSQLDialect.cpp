@@ -201,6 +201,22 @@ std::optional<KXCatalogueStatement> KXPostgreSQLDialect::sampleStatement(
         error, [&] { return counted(request, table() + " TABLESAMPLE SYSTEM (" + percent + ") REPEATABLE (1)"); });
 }
 
+std::optional<KXCatalogueStatement> KXPostgreSQLDialect::valuesStatement(
+    const KXCatalogueValuesRequest &request, KXError *error) const
+{
+    return dialectWritten(error, [&] {
+        KXCatalogueStatement statement;
+        KXPostgreSQLRule rule(m_schema, statement);
+        const KXCatalogueColumn &column = rule.column(request.keyPath);
+        if (column.isList)
+            KXPostgreSQLRule::refuse(KXStringWithFormat(KXLocalizedString("\"%@\" is a list"), request.keyPath));
+        statement.text = "SELECT " + dialectShown(column) + ", count(*) FROM " + table()
+            + (request.rule ? dialectWhere({ rule.condition(request.rule) }) : QByteArray()) + " GROUP BY 1 LIMIT "
+            + QByteArray::number(KXCatalogueValuesRequest::MostValues + 1);
+        return statement;
+    });
+}
+
 std::optional<KXCatalogueStatement> KXPostgreSQLDialect::pageStatement(
     const KXCataloguePageRequest &request, KXError *error) const
 {

@@ -20,6 +20,8 @@ public:
         const KXCatalogueCountRequest &request, KXError *error) const override;
     [[nodiscard]] std::optional<KXCatalogueStatement> sampleStatement(
         const KXCatalogueCountRequest &request, double share, KXError *error) const override;
+    [[nodiscard]] std::optional<KXCatalogueStatement> valuesStatement(
+        const KXCatalogueValuesRequest &request, KXError *error) const override;
     [[nodiscard]] std::optional<KXCatalogueStatement> pageStatement(
         const KXCataloguePageRequest &request, KXError *error) const override;
 

@@ -143,11 +143,12 @@ private:
         }
     }
 
-    /// What follows a backslash: punctuation stands for itself, letters and digits for much that differs.
+    /// What follows a backslash: punctuation and what is no ASCII stand for themselves, letters and digits for much
+    /// that differs.
     char32_t escaped()
     {
         const char32_t c = m_pattern[m_at++];
-        if (c >= 0x80 || QChar(char16_t(c)).isLetterOrNumber())
+        if (c < 0x80 && QChar(char16_t(c)).isLetterOrNumber())
             patternRefuse();
         return c;
     }

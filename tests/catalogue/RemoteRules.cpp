@@ -157,8 +157,9 @@ KXPredicate RemoteRules::comparison()
     static constexpr Operator textual[] = { Operator::Matches, Operator::Matches, Operator::Like, Operator::BeginsWith,
         Operator::EndsWith, Operator::Contains, Operator::In, Operator::BeginsWord };
     static const QStringList patterns { u"*"_s, u"a*"_s, u"*b"_s, u"?"_s, u"*?b*"_s, u"\\*"_s, u"b\\*"_s, u"ab"_s,
-        u"[ab]+"_s, u"a|á"_s, u"("_s, u"."_s, u"s*"_s, u"(?is).*s.*"_s, u"(?i)SK|ss"_s, u"(?is).*\\.(a|b?)"_s, u".*b"_s,
-        u"(?s).*b"_s, u"(?:a|b)*c?"_s, u"[a-c%]*?"_s, u"100%_*"_s, u"de ho"_s, u"HOUSE"_s };
+        u"[ab]+"_s, u"a|á"_s, u"("_s, u"."_s, u"s*"_s, u"(?is).*s.*"_s, u"(?i)SK|ss"_s, u"(?is).*\\.(a|b?)"_s,
+        u"(?is).*\\Á.*"_s, u".*b"_s, u"(?s).*b"_s, u"(?:a|b)*c?"_s, u"[a-c%]*?"_s, u"100%_*"_s, u"de ho"_s,
+        u"HOUSE"_s };
     const Kind kind = m_random.chance(0.4) ? Text : m_random.chance(0.6) ? Number : Kind(m_random.below(Kinds));
     const bool isTextual = m_random.chance(kind == Text ? 0.5 : 0.05);
     Operator comparisonOperator = isTextual ? m_random.oneOf(textual) : m_random.oneOf(relations);

@@ -1,6 +1,8 @@
 // Parts, replicas and everything that can go wrong between here and there: no wrong number, and an answer or an error
 // within the limit.
 
+#include <map>
+
 #include <QElapsedTimer>
 
 #include "CatalogueTest.h"
@@ -92,6 +94,19 @@ TEST_F(Servers, PartsAnswerAsOne)
     EXPECT_TRUE(counts.isComplete());
     EXPECT_EQ(counts.count, inMemory(rule));
     EXPECT_EQ(counts.facets.value(0), inMemory(KXPredicate::andPredicate({ rule, loved })));
+
+    std::map<QString, qint64> titles;
+    for (const auto &row : s_rows) {
+        if (const QVariant title = row->values[u"title"_s]; title.isValid())
+            ++titles[title.toString()];
+    }
+    const auto values = awaited<KXCatalogueValues>(
+        [&](auto given) { return catalogue->values({ .rule = rule, .keyPath = u"title"_s }, given); });
+    ASSERT_TRUE(values && values->isComplete());
+    ASSERT_EQ(size_t(values->values.size()), titles.size());
+    for (const auto &value : values->values)
+        EXPECT_EQ(value.count, titles[value.value.toString()]) << qPrintable(value.value.toString());
+    EXPECT_GE(values->values.first().count, values->values.last().count);
 
     QList<qint64> ids;
     KXCataloguePageRequest request { .sortDescriptors = { { .key = u"id"_s, .ascending = false } }, .limit = 7 };
