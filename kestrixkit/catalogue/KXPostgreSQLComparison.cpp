@@ -2,8 +2,6 @@
 
 #include <kestrixkit/catalogue/KXPostgreSQLRule_p.h>
 
-#include <cmath>
-
 #include <kestrixkit/catalogue/KXPostgreSQLPattern_p.h>
 #include <kestrixkit/catalogue/KXPostgreSQLTypes_p.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
@@ -21,54 +19,11 @@ bool comparisonIsRelation(KXPredicateOperator comparisonOperator)
     return comparisonOperator >= KXPredicateOperator::LessThan && comparisonOperator <= KXPredicateOperator::NotEqual;
 }
 
-bool comparisonIsEquality(KXPredicateOperator comparisonOperator)
-{
-    return comparisonOperator == KXPredicateOperator::Equal || comparisonOperator == KXPredicateOperator::NotEqual;
-}
-
 QByteArray comparisonJoined(const QList<QByteArray> &parts, const char *with)
 {
     if (parts.isEmpty())
         return "FALSE";
     return parts.size() == 1 ? parts.first() : '(' + parts.join(with) + ')';
-}
-
-/// Halves of characters can be said to no engine, and what begins with one matches in memory.
-void comparisonRefuseHalves(const QString &text)
-{
-    if (!text.isValidUtf16())
-        KXPostgreSQLRule::refuse(KXLocalizedString("a text holds half a character"));
-}
-
-/// A bound between two numbers that the column can hold; `below` tells whether the neighbour here is the lower one.
-bool comparisonMoveBound(KXPredicateOperator &comparisonOperator, bool below)
-{
-    if (comparisonOperator > KXPredicateOperator::GreaterThanOrEqual)
-        return false;
-    if (comparisonOperator <= KXPredicateOperator::LessThanOrEqual)
-        comparisonOperator = below ? KXPredicateOperator::LessThanOrEqual : KXPredicateOperator::LessThan;
-    else
-        comparisonOperator = below ? KXPredicateOperator::GreaterThan : KXPredicateOperator::GreaterThanOrEqual;
-    return true;
-}
-
-KXDecimal comparisonDecimal(const Value &value)
-{
-    switch (value.kind()) {
-    case Value::Decimal:
-        return value.decimal();
-    case Value::Real:
-        return KXDecimal::fromDouble(value.real());
-    default:
-        return KXDecimal::fromInteger(value.integer());
-    }
-}
-
-Value::Kind comparisonKindOf(KXCatalogueType type)
-{
-    static constexpr Value::Kind kinds[]
-        = { Value::Integer, Value::Integer, Value::Real, Value::Decimal, Value::Text, Value::Date, Value::Other };
-    return kinds[int(type)];
 }
 
 }
@@ -116,9 +71,9 @@ QByteArray KXPostgreSQLRule::relation(const Operand &operand, KXPredicateOperato
     const KXPredicateValue &value, const Condition &condition)
 {
     const QByteArray plain = textOf(operand, 0);
-    const bool isEquality = comparisonIsEquality(comparisonOperator);
+    const bool equality = isEquality(comparisonOperator);
     if (value.isNull()) {
-        if (!isEquality)
+        if (!equality)
             return "FALSE";
         return plain + (comparisonOperator == KXPredicateOperator::Equal ? " IS NULL" : " IS NOT NULL");
     }
@@ -147,87 +102,12 @@ QByteArray KXPostgreSQLRule::relation(const Operand &operand, KXPredicateOperato
     const std::optional<KXCatalogueParameter> stored
         = KXPostgreSQLRule::stored(operand.type, value, comparisonOperator, always);
     if (!stored) {
-        if (isEquality)
+        if (equality)
             return comparisonOperator == KXPredicateOperator::Equal ? "FALSE" : "TRUE";
         return always ? plain + " IS NOT NULL" : "FALSE";
     }
     const int folding = value.kind() == Value::Text ? condition.folding : 0;
     return textOf(operand, folding) + comparisonSigns[int(comparisonOperator)] + place(*stored);
-}
-
-std::optional<KXCatalogueParameter> KXPostgreSQLRule::stored(
-    KXCatalogueType type, const KXPredicateValue &value, KXPredicateOperator &comparisonOperator, bool &always)
-{
-    if (value.isNumber() && type >= KXCatalogueType::Integer && type <= KXCatalogueType::Decimal)
-        return storedNumber(type, value, comparisonOperator, always);
-    if (value.kind() != comparisonKindOf(type))
-        return std::nullopt;
-    const quint32 number = KXPostgreSQLTypes::typeOf(type);
-    if (value.kind() == Value::Date) {
-        const QByteArray text = KXPostgreSQLTypes::dateText(value.integer());
-        if (text.isEmpty())
-            refuse(KXLocalizedString("a date lies outside the years 1 to 9999"));
-        return KXCatalogueParameter { number, text };
-    }
-    QString text = value.text();
-    if (!comparisonIsEquality(comparisonOperator))
-        comparisonRefuseHalves(text);
-    const qsizetype nul = text.indexOf(QChar::Null);
-    if (comparisonIsEquality(comparisonOperator) && (nul >= 0 || !text.isValidUtf16()))
-        return std::nullopt; // no column holds such a text
-    if (nul >= 0) {
-        // What lies before it is the last that is less.
-        text.truncate(nul);
-        comparisonMoveBound(comparisonOperator, true);
-    }
-    return KXCatalogueParameter { number, text.toUtf8() };
-}
-
-std::optional<KXCatalogueParameter> KXPostgreSQLRule::storedNumber(
-    KXCatalogueType type, const KXPredicateValue &value, KXPredicateOperator &comparisonOperator, bool &always)
-{
-    const bool isOrder = !comparisonIsEquality(comparisonOperator);
-    const bool isLess = comparisonOperator <= KXPredicateOperator::LessThanOrEqual;
-    const bool isReal = value.kind() == Value::Real;
-    const auto parameter = [type](QByteArray text) {
-        return KXCatalogueParameter { KXPostgreSQLTypes::typeOf(type), std::move(text) };
-    };
-    const auto between = [&](QByteArray neighbour, bool below) -> std::optional<KXCatalogueParameter> {
-        if (!comparisonMoveBound(comparisonOperator, below))
-            return std::nullopt;
-        return parameter(std::move(neighbour));
-    };
-    if (isReal && std::isnan(value.real()))
-        return std::nullopt;
-    if (isReal && std::isinf(value.real()) && type != KXCatalogueType::Real) {
-        always = isOrder && isLess == (value.real() > 0);
-        return std::nullopt;
-    }
-    if (type == KXCatalogueType::Decimal)
-        return parameter(comparisonDecimal(value).canonical());
-    if (type == KXCatalogueType::Integer) {
-        if (value.kind() == Value::Integer)
-            return parameter(QByteArray::number(value.integer()));
-        bool ok = true;
-        if (isReal)
-            ok = value.real() < 0x1p63 && value.real() >= -0x1p63;
-        else
-            (void)value.decimal().toInt64(&ok);
-        if (!ok) {
-            always = isOrder && isLess == (isReal ? value.real() > 0 : !value.decimal().isNegative());
-            return std::nullopt;
-        }
-        const qint64 whole = isReal ? qint64(value.real()) : value.decimal().toInt64();
-        const bool isWhole = isReal ? double(whole) == value.real() : KXDecimal::fromInteger(whole) == value.decimal();
-        const bool below = isReal ? double(whole) < value.real() : KXDecimal::fromInteger(whole) < value.decimal();
-        return isWhole ? parameter(QByteArray::number(whole)) : between(QByteArray::number(whole), below);
-    }
-    if (isReal)
-        return parameter(KXPostgreSQLTypes::realText(value.real()));
-    const double nearest = value.kind() == Value::Integer ? double(value.integer()) : value.decimal().toDouble();
-    const std::partial_ordering order = Value::compare(Value(QVariant(nearest)), value);
-    return order == 0 ? parameter(KXPostgreSQLTypes::realText(nearest))
-                      : between(KXPostgreSQLTypes::realText(nearest), order < 0);
 }
 
 QByteArray KXPostgreSQLRule::isOneOf(const Operand &operand, const Condition &condition, bool absentToo)
@@ -301,7 +181,7 @@ QByteArray KXPostgreSQLRule::textRelation(const Operand &operand, KXPredicateOpe
     }
     if (operand.type != KXCatalogueType::Text || value.kind() != Value::Text)
         return "FALSE";
-    comparisonRefuseHalves(value.text());
+    refuseHalves(value.text());
     const QByteArray text = textOf(operand, condition.folding);
     const bool hasNul = value.text().contains(QChar::Null);
     const auto constant = [&] {

@@ -140,20 +140,6 @@ QVariant dialectValue(const QByteArray &text, KXCatalogueType type)
 
 }
 
-KXCatalogueParameter KXPostgreSQLRule::parameterOf(const QVariant &value, KXCatalogueType type) const
-{
-    KXPredicateOperator equal = KXPredicateOperator::Equal;
-    bool always = false;
-    if (type == KXCatalogueType::Boolean)
-        return { KXPostgreSQLTypes::typeOf(type), value.toBool() ? "true" : "false" };
-    if (type == KXCatalogueType::Date && value.typeId() == QMetaType::LongLong) // of a row's key
-        return { KXPostgreSQLTypes::typeOf(type), KXPostgreSQLTypes::dateText(value.toLongLong()) };
-    const auto parameter = stored(type, KXPredicateValue(value), equal, always);
-    if (!parameter)
-        refuse(KXLocalizedString("the page goes on from another order"));
-    return *parameter;
-}
-
 KXPostgreSQLDialect::KXPostgreSQLDialect(KXCatalogueSchema schema)
     : m_schema(std::move(schema))
 {

@@ -82,6 +82,12 @@ private:
     [[nodiscard]] static Operand operandOf(const Side &side);
 
     // Values
+    [[nodiscard]] static bool isEquality(KXPredicateOperator comparisonOperator)
+    {
+        return comparisonOperator == KXPredicateOperator::Equal || comparisonOperator == KXPredicateOperator::NotEqual;
+    }
+    /// Halves of characters can be said to no engine, and what begins with one matches in memory.
+    static void refuseHalves(const QString &text);
     [[nodiscard]] QByteArray applyToValue(const Operand &operand, const Condition &condition);
     [[nodiscard]] QByteArray applyToOperand(const Operand &operand, const Condition &condition);
     [[nodiscard]] static QByteArray numbersCompared(
