@@ -68,6 +68,9 @@ TEST_F(CatalogueCommands, MakeFillAndAskTwoParts)
     EXPECT_EQ(kxtool({ u"count"_s, url, u"search BEGINSWORD 'night sig'"_s }), 0);
     EXPECT_GT(output[u"count"_s].toInt(), 0);
 
+    ASSERT_EQ(kxtool({ u"count"_s, url, u"genre == 'House'"_s, u"--estimate"_s }), 0) << errors.constData();
+    EXPECT_TRUE(output[u"estimate"_s].toBool());
+
     ASSERT_EQ(kxtool({ u"explain"_s, url, u"title BEGINSWITH 'x'"_s }), 0);
     EXPECT_TRUE(output[u"statement"_s].toString().contains("$1"_L1));
     EXPECT_EQ(output[u"values"_s].toArray().first().toString(), u"x"_s);
