@@ -12,6 +12,7 @@ class KXCatalogueLoaderPrivate;
 /// How a catalogue's table is kept: in partitions, and with which indexes. All by key paths of the schema.
 struct KX_CATALOGUE_EXPORT KXCatalogueLayout
 {
+    /// One index of the table.
     struct Index
     {
         QString name = {};

@@ -15,7 +15,7 @@ inline constexpr int NoTable = 2007; ///< no such table or column: another schem
 inline constexpr int Failed = 2008; ///< anything else that the engine says
 }
 
-/// How many tracks fit a rule, and how many of those each facet.
+/// Asks how many tracks fit a rule, and how many of those each facet.
 struct KXCatalogueCountRequest
 {
     KXPredicate rule = {}; ///< absent: all
@@ -23,7 +23,7 @@ struct KXCatalogueCountRequest
     double timeLimit = 10; ///< in seconds
 };
 
-/// Which values a column has among what fits a rule: what a facet offers.
+/// Asks which values a column has among what fits a rule: what a facet offers.
 struct KXCatalogueValuesRequest
 {
     static constexpr int MostValues = 5000;
@@ -33,7 +33,7 @@ struct KXCatalogueValuesRequest
     double timeLimit = 10;
 };
 
-/// Some tracks in order, from the first or after one that is known.
+/// Asks for some tracks in order, from the first or after one that is known.
 struct KXCataloguePageRequest
 {
     KXPredicate rule = {};
@@ -56,6 +56,7 @@ struct KXCatalogueAnswer
     [[nodiscard]] bool isComplete() const { return !error && missing.isEmpty(); }
 };
 
+/// How many tracks fit, and how many of them each facet.
 struct KXCatalogueCounts : KXCatalogueAnswer
 {
     qint64 count = 0;
@@ -64,8 +65,10 @@ struct KXCatalogueCounts : KXCatalogueAnswer
     double margin = 0; ///< of an estimate: the exact count lies within this of it, nearly always
 };
 
+/// The values of a column.
 struct KXCatalogueValues : KXCatalogueAnswer
 {
+    /// One of them, and how many of the tracks have it.
     struct Value
     {
         QVariant value = {}; ///< invalid: absent
@@ -81,6 +84,7 @@ struct KXCatalogueRow
     QVariantList key = {}; ///< its place in the order
 };
 
+/// Some tracks, in order.
 struct KXCataloguePage : KXCatalogueAnswer
 {
     QList<KXCatalogueRow> rows = {};

@@ -17,6 +17,7 @@
 class KX_CATALOGUE_EXPORT KXCatalogueServers
 {
 public:
+    /// Where one server is.
     struct Server
     {
         QByteArray address = {}; ///< for libpq; never logged or shown

@@ -14,6 +14,7 @@
 class KX_CATALOGUE_EXPORT KXCatalogueCountsCache
 {
 public:
+    /// A count, and when the catalogue gave it.
     struct Known
     {
         qint64 count = 0;
