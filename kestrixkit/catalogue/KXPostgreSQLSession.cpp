@@ -1,12 +1,13 @@
 #include <kestrixkit/catalogue/KXPostgreSQLSession_p.h>
 
-#include <array>
+#include <condition_variable>
+#include <deque>
+#include <thread>
 
 #include <poll.h>
 
-#include <QThreadPool>
-
-#include <kestrixkit/foundation/KXLog.h>
+#include <kestrixkit/foundation/KXLock_p.h>
+#include <kestrixkit/foundation/KXRunCaught_p.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
 
 using namespace Qt::StringLiterals;
@@ -17,17 +18,53 @@ namespace {
 constexpr int sessionStatementLimit = 60'000; // milliseconds
 constexpr int sessionLockLimit = 3'000; // milliseconds; a locked table is something to be told about
 
-/// Threads that may hang in the network for minutes. They last as long as the process: nothing waits for them.
-QThreadPool &sessionPool(int which)
+/// Threads that may hang in the network for minutes, and end when there is nothing to do. They may outlast everything
+/// else: nothing waits for them, and what they use stays.
+class SessionHelpers
 {
-    static const auto pools = [] {
-        std::array<QThreadPool *, 2> made { new QThreadPool, new QThreadPool };
-        for (QThreadPool *pool : made)
-            pool->setMaxThreadCount(8);
-        return made;
-    }();
-    return *pools[size_t(which)];
-}
+public:
+    void start(std::function<void()> task)
+    {
+        const KXMutexLocker locker(m_mutex);
+        m_tasks.push_back(std::move(task));
+        if (m_waiting >= m_tasks.size() || m_threads >= MostThreads)
+            return m_hasTask.notify_one();
+        ++m_threads;
+        std::thread([this] { work(); }).detach();
+    }
+
+private:
+    static constexpr int MostThreads = 8;
+    static constexpr std::chrono::seconds Patience { 5 };
+
+    void work()
+    {
+        while (const auto task = next())
+            KXRunCaught("a connection of a catalogue", task);
+    }
+    /// None when there was nothing to do for a while: the thread ends.
+    std::function<void()> next()
+    {
+        KXMutexLocker locker(m_mutex);
+        const auto end = std::chrono::steady_clock::now() + Patience;
+        ++m_waiting;
+        while (m_tasks.empty() && locker.waitUntil(m_hasTask, end) == std::cv_status::no_timeout) { }
+        --m_waiting;
+        if (m_tasks.empty()) {
+            --m_threads;
+            return {};
+        }
+        auto task = std::move(m_tasks.front());
+        m_tasks.pop_front();
+        return task;
+    }
+
+    KXMutex m_mutex;
+    std::condition_variable m_hasTask;
+    std::deque<std::function<void()>> m_tasks KX_GUARDED_BY(m_mutex);
+    size_t m_waiting KX_GUARDED_BY(m_mutex) = 0;
+    int m_threads KX_GUARDED_BY(m_mutex) = 0;
+};
 
 KXError sessionError(int code, const QString &text) { return KXError(KXKestrixKitErrorDomain, code, text); }
 
@@ -74,9 +111,17 @@ KXPostgreSQLReply sessionFailure(const PGresult *result, const QString &server)
 
 }
 
-void KXPostgreSQLHelpers::connect(std::function<void()> task) { sessionPool(0).start(std::move(task)); }
+void KXPostgreSQLHelpers::connect(std::function<void()> task)
+{
+    static auto *const helpers = new SessionHelpers;
+    helpers->start(std::move(task));
+}
 
-void KXPostgreSQLHelpers::cancel(std::function<void()> task) { sessionPool(1).start(std::move(task)); }
+void KXPostgreSQLHelpers::cancel(std::function<void()> task)
+{
+    static auto *const helpers = new SessionHelpers;
+    helpers->start(std::move(task));
+}
 
 KXPostgreSQLSession::KXPostgreSQLSession(const KXCatalogueServers::Server &server, Post post)
     : m_server(server)

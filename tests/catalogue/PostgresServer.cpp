@@ -1,10 +1,13 @@
 #include "PostgresServer.h"
 
 #include <csignal>
+#include <vector>
 
-#include <grp.h>
+#include <fcntl.h>
 #include <libpq-fe.h>
 #include <pwd.h>
+#include <spawn.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <QDir>
@@ -58,12 +61,12 @@ PostgresServer::PostgresServer(const QString &folder)
         || (geteuid() == 0 && chown(m_path.toLocal8Bit().constData(), serverUser()->pw_uid, serverUser()->pw_gid)))
         qFatal("No folder for a server");
     if (!QFile::exists(m_path + u"/data/PG_VERSION"_s)) {
-        const auto maker = prepared();
-        maker->start(program(u"initdb"_s),
+        const pid_t maker = spawn(u"initdb"_s,
             { u"-D"_s, m_path + u"/data"_s, u"-U"_s, u"kx"_s, u"-A"_s, u"trust"_s, u"-E"_s, u"UTF8"_s, u"--locale=C"_s,
                 u"--no-sync"_s, u"--no-instructions"_s });
-        if (!maker->waitForFinished(120'000) || maker->exitCode() != 0)
-            qFatal("No server: %s", maker->readAllStandardError().constData());
+        int status = -1;
+        if (maker <= 0 || waitpid(maker, &status, 0) != maker || status != 0)
+            qFatal("No server in %s", qPrintable(m_path));
     }
     if (!start())
         qFatal("The server in %s does not start", qPrintable(m_path));
@@ -76,34 +79,42 @@ PostgresServer::~PostgresServer()
         QDir(m_path).removeRecursively(); // it belongs to somebody else
 }
 
-std::unique_ptr<QProcess> PostgresServer::prepared() const
+pid_t PostgresServer::spawn(const QString &name, const QStringList &arguments) const
 {
-    auto process = std::make_unique<QProcess>();
-    process->setWorkingDirectory(m_path);
-    if (geteuid() == 0) {
-        const passwd *user = serverUser();
-        process->setChildProcessModifier([id = user->pw_uid, group = user->pw_gid] {
-            if (setgroups(0, nullptr) || setgid(group) || setuid(id))
-                _exit(1);
-        });
-    }
+    QByteArrayList texts;
+    if (geteuid() == 0)
+        texts = { "setpriv", "--reuid", serverUser()->pw_name, "--regid", QByteArray::number(serverUser()->pw_gid),
+            "--clear-groups" };
+    texts.append(program(name).toLocal8Bit());
+    for (const QString &argument : arguments)
+        texts.append(argument.toLocal8Bit());
+    std::vector<char *> pointers;
+    for (QByteArray &text : texts)
+        pointers.push_back(text.data());
+    pointers.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    for (const int stream : { STDOUT_FILENO, STDERR_FILENO })
+        posix_spawn_file_actions_addopen(&actions, stream, "/dev/null", O_WRONLY, 0);
+    posix_spawn_file_actions_addchdir_np(&actions, m_path.toLocal8Bit().constData());
+    pid_t process = 0;
+    if (posix_spawnp(&process, pointers[0], &actions, nullptr, pointers.data(), environ) != 0)
+        process = -1;
+    posix_spawn_file_actions_destroy(&actions);
     return process;
 }
 
 bool PostgresServer::start()
 {
-    m_process = prepared();
-    m_process->setStandardErrorFile(QProcess::nullDevice());
-    m_process->setStandardOutputFile(QProcess::nullDevice());
-    m_process->start(program(u"postgres"_s),
+    const QString buffers = m_temporary ? u"shared_buffers=16MB"_s : u"shared_buffers=256MB"_s;
+    m_process = spawn(u"postgres"_s,
         { u"-D"_s, m_path + u"/data"_s, u"-k"_s, m_path, u"-c"_s, u"listen_addresses="_s, u"-c"_s, u"fsync=off"_s,
-            u"-c"_s, m_temporary ? u"shared_buffers=16MB"_s : u"shared_buffers=256MB"_s, u"-c"_s,
-            u"max_connections=40"_s, u"-c"_s, u"unix_socket_permissions=0777"_s });
-    for (int i = 0; i < 600; ++i) {
+            u"-c"_s, buffers, u"-c"_s, u"max_connections=40"_s, u"-c"_s, u"unix_socket_permissions=0777"_s });
+    for (int i = 0; i < 600 && m_process > 0; ++i) {
         if (PQping(address().toUtf8().constData()) == PQPING_OK)
             return true;
-        if (!m_process->waitForStarted(1000) || m_process->state() != QProcess::Running)
-            return false;
+        if (waitpid(m_process, nullptr, WNOHANG) == m_process)
+            m_process = 0;
         usleep(50'000);
     }
     return false;
@@ -113,8 +124,9 @@ void PostgresServer::stop()
 {
     if (!isRunning())
         return;
-    kill(pid_t(m_process->processId()), m_temporary ? SIGQUIT : SIGINT); // what stays is closed in order
-    m_process->waitForFinished(30'000);
+    kill(m_process, m_temporary ? SIGQUIT : SIGINT); // what stays is closed in order
+    waitpid(m_process, nullptr, 0);
+    m_process = 0;
 }
 
 QString PostgresServer::address(const QString &folder) const
