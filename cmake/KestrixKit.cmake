@@ -57,7 +57,7 @@ function(kx_library name)
         string(REPLACE "/" "_" flat ${folder})
         add_subdirectory(${folder})
         install(DIRECTORY ${folder}/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kestrixkit/${folder}
-            FILES_MATCHING PATTERN "*.h" PATTERN "*_p.h" EXCLUDE REGEX "/${folder}/(views|controls|editors|presets_bar)$" EXCLUDE)
+            FILES_MATCHING PATTERN "*.h" PATTERN "*_p.h" EXCLUDE REGEX "/${folder}/(views|controls|editors|presets|presets_bar)$" EXCLUDE)
     endforeach()
     kx_umbrella(${name} "${ARG_LINKS}" ${ARG_FOLDERS})
     install(TARGETS ${target} EXPORT KestrixKitTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})

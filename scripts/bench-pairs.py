@@ -7,6 +7,7 @@ variants has each of them measured, as "area.name/ours/variant", and shows the o
 """
 import argparse
 import json
+import os
 import pathlib
 import statistics
 import subprocess
@@ -18,7 +19,10 @@ arguments.add_argument('area')
 arguments.add_argument('--json', action='store_true')
 arguments.add_argument('--only')
 arguments.add_argument('--pairs', type=int, default=15)
+arguments.add_argument('--full', action='store_true', help='with as many rows as an area has at most')
 options = arguments.parse_args()
+if options.full:
+    os.environ['KX_BENCH_FULL'] = '1'
 
 figures = json.loads(pathlib.Path('bench/figures.json').read_text())
 figures = [f for f in figures if f['name'].startswith(options.area + '.') and (not options.only or f['name'] == options.only)]

@@ -14,6 +14,7 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QJsonDocument>
+#include <QMenuBar>
 #include <QSocketNotifier>
 
 #include <kestrixkit/foundation/KXBundle.h>
@@ -33,6 +34,7 @@
 #include "Settings.h"
 #include "TrackTableView.h"
 #include "WhatIfCommand.h"
+#include "shop/ShopWindow.h"
 
 using namespace Qt::StringLiterals;
 
@@ -52,6 +54,7 @@ struct Arguments
     std::string music; ///< empty: none was named
     QString store;
     QString screenshot;
+    std::optional<KXCatalogueServers> catalogue; ///< of the shop
     KXPredicate query;
     bool hasQuery = false;
     bool report = false;
@@ -177,7 +180,10 @@ Arguments readArguments(int argc, char **argv)
         u"No window: import, print what a search for the text finds, with counts by group, as JSON."_s, u"TEXT"_s);
     const QCommandLineOption screenshot(
         u"screenshot"_s, u"Import, draw the window into a PNG file and exit."_s, u"FILE"_s);
-    parser.addOptions({ music, store, report, query, explain, whatIf, search, screenshot });
+    const QCommandLineOption catalogue(u"catalogue"_s,
+        u"A shop's catalogue in PostgreSQL, opened beside the library. For instance: postgresql://shop.example/music"_s,
+        u"URL"_s);
+    parser.addOptions({ music, store, report, query, explain, whatIf, search, screenshot, catalogue });
     parser.addPositionalArgument(u"FILE"_s, u"With --explain: a music file of the library."_s, u"[FILE]"_s);
     parser.addHelpOption();
     if (!parser.parse(QCoreApplication::arguments()))
@@ -229,6 +235,12 @@ Arguments readArguments(int argc, char **argv)
         }
         if (const QString unknown = Report::unknownName(arguments.query); !unknown.isEmpty())
             throw Ending { WrongInput, u"--query: tracks have no “%1”"_s.arg(unknown) };
+    }
+    if (parser.isSet(catalogue)) {
+        KXError error;
+        arguments.catalogue = KXCatalogueServers::fromText(parser.value(catalogue), &error);
+        if (!arguments.catalogue)
+            throw Ending { WrongInput, u"--catalogue: %1"_s.arg(error.localizedDescription()) };
     }
     if (parser.isSet(screenshot)) {
         arguments.screenshot = parser.value(screenshot);
@@ -338,6 +350,20 @@ void printAnswer(const Arguments &arguments, const KXPersistentStoreCoordinator:
         throw Ending { Failed, u"standard output cannot be written"_s };
 }
 
+/// The shop's window, and a menu of the library's by which it is shown again.
+std::unique_ptr<ShopWindow> openShop(
+    BrowserWindow &window, const KXPersistentStoreCoordinator::Ref &coordinator, const KXCatalogueServers &servers)
+{
+    auto shop = std::make_unique<ShopWindow>(coordinator, servers);
+    QMenu *const menu = window.menuBar()->addMenu(QCoreApplication::translate("main", "&Shop"));
+    menu->addAction(QCoreApplication::translate("main", "Show the &Shop"), shop.get(), [opened = shop.get()] {
+        opened->show();
+        opened->raise();
+        opened->activateWindow();
+    });
+    return shop;
+}
+
 void runWindow(QApplication &application, Arguments arguments, const KXPersistentStoreCoordinator::Ref &coordinator)
 {
     BrowserStyle::apply(application);
@@ -353,7 +379,19 @@ void runWindow(QApplication &application, Arguments arguments, const KXPersisten
             more.erase(more.begin());
         }
     }
-    if (!arguments.screenshot.isEmpty()) {
+    std::unique_ptr<ShopWindow> shop;
+    if (arguments.catalogue)
+        shop = openShop(window, coordinator, *arguments.catalogue);
+    if (!arguments.screenshot.isEmpty() && shop) {
+        QObject::connect(
+            shop.get(), &ShopWindow::answered, shop.get(),
+            [&] {
+                if (!shop->grab().save(arguments.screenshot, "PNG"))
+                    problem = u"%1: cannot be written"_s.arg(arguments.screenshot);
+                QCoreApplication::exit(problem.isEmpty() ? Done : Failed);
+            },
+            Qt::QueuedConnection);
+    } else if (!arguments.screenshot.isEmpty()) {
         QObject::connect(
             &window, &BrowserWindow::importFinished, &window,
             [&](const QString &error) {
@@ -366,6 +404,8 @@ void runWindow(QApplication &application, Arguments arguments, const KXPersisten
             Qt::QueuedConnection);
     }
     window.show();
+    if (shop)
+        shop->show();
     Analytics::start();
     Analytics::windowWasOpened();
     window.importMusic([arguments, coordinator](QString *error) { return musicFolder(arguments, coordinator, error); });

@@ -1,5 +1,5 @@
-// kxtool COMMAND …: looks into stores and audio files, and works on them. Results go to standard output, everything
-// else to standard error.
+// kxtool COMMAND …: looks into stores, audio files and catalogues, and works on them. Results go to standard output,
+// everything else to standard error.
 
 #include <algorithm>
 #include <cstdio>
@@ -9,6 +9,7 @@
 #include <QList>
 
 #include "AudioCommands.h"
+#include "CatalogueCommand.h"
 #include "Command.h"
 #include "StoreCommands.h"
 
@@ -18,7 +19,7 @@ namespace {
 
 const QList<Command> &commands()
 {
-    static const QList<Command> all = storeCommands() << audioCommand();
+    static const QList<Command> all = storeCommands() << audioCommand() << catalogueCommand();
     return all;
 }
 

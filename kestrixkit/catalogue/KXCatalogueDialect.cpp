@@ -1,0 +1,3 @@
+#include <kestrixkit/catalogue/KXCatalogueDialect.h>
+
+KXCatalogueDialect::~KXCatalogueDialect() = default;

@@ -1,0 +1,24 @@
+/// Where the tracks that are loaded into a catalogue come from.
+#pragma once
+
+#include <functional>
+
+#include <QVariantList>
+
+class KXCatalogueSchema;
+class QString;
+
+/// Gives the next track's values in the order of the schema's columns; false after the last one.
+using TrackSource = std::function<bool(QVariantList &values)>;
+
+namespace TrackSources {
+
+/// Made-up tracks, the same ones each time: few genres with many of them, releases over a quarter of a century.
+[[nodiscard]] TrackSource synthetic(const KXCatalogueSchema &schema, qint64 count);
+/// A table whose first line names key paths; lists have their elements separated by "|", dates are as ISO 8601 has
+/// them. What it has no column for is absent; without "id" tracks are numbered. Throws an Ending for what is no table.
+[[nodiscard]] TrackSource table(const KXCatalogueSchema &schema, const QString &path);
+/// The tracks of a library's store. Throws an Ending for what is none.
+[[nodiscard]] TrackSource library(const KXCatalogueSchema &schema, const QString &path);
+
+} // namespace TrackSources
