@@ -81,9 +81,9 @@ PostgresServer::~PostgresServer()
 
 pid_t PostgresServer::spawn(const QString &name, const QStringList &arguments) const
 {
-    QByteArrayList texts;
+    QByteArrayList texts { "setpriv", "--pdeathsig", "QUIT" }; // nothing is left of a test that is killed
     if (geteuid() == 0)
-        texts = { "setpriv", "--reuid", serverUser()->pw_name, "--regid", QByteArray::number(serverUser()->pw_gid),
+        texts += { "--reuid", serverUser()->pw_name, "--regid", QByteArray::number(serverUser()->pw_gid),
             "--clear-groups" };
     texts.append(program(name).toLocal8Bit());
     for (const QString &argument : arguments)
