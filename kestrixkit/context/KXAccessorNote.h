@@ -82,7 +82,10 @@ template <typename T> struct KXOptionalTraits<std::optional<T>>
     static constexpr bool isOptional = true;
 };
 
+/// Whether a type is among others.
+template <typename T, typename... Others> inline constexpr bool KXIsOneOf = (std::is_same_v<T, Others> || ...);
+
 /// Whether KX_ATTRIBUTE takes the type.
 template <typename T, typename Value = typename KXOptionalTraits<T>::Value>
-inline constexpr bool KXIsAttributeValue = std::
-                                               is_integral_v<Value> || std::is_enum_v<Value> || std::is_same_v<Value, double> || std::is_same_v<Value, QString> || std::is_same_v<Value, QDateTime> || std::is_same_v<Value, QUrl> || std::is_same_v<Value, QUuid> || std::is_same_v<Value, KXDecimal> || std::is_same_v<Value, QByteArray> || std::is_same_v<Value, QVariant>;
+inline constexpr bool KXIsAttributeValue = std::disjunction_v<std::is_integral<Value>, std::is_enum<Value>,
+    std::bool_constant<KXIsOneOf<Value, double, QString, QDateTime, QUrl, QUuid, KXDecimal, QByteArray, QVariant>>>;
