@@ -99,11 +99,15 @@ quint64 endOfFlacFrame(const uchar *at, const uchar *end, int blockSize)
     for (int i = 1; i < more; ++i)
         number = number << 6 | (*next++ & 0x3f);
     const int code = at[2] >> 4, rate = at[2] & 15;
-    quint64 size = code == 1 ? 192 : code <= 5 ? 576U << (code - 2) : 256U << (code - 8);
-    if (code == 6)
-        size = quint64(*next++) + 1;
+    quint64 size = 192; // code 1
+    if (code >= 8)
+        size = 256U << (code - 8);
     else if (code == 7)
         size = quint64(next[0] << 8 | next[1]) + 1, next += 2;
+    else if (code == 6)
+        size = quint64(*next++) + 1;
+    else if (code >= 2)
+        size = 576U << (code - 2);
     next += rate == 12 ? 1 : rate >= 13 ? 2 : 0;
     uchar sum = 0; // of all bytes before it
     for (const uchar *byte = at; byte < next; ++byte) {

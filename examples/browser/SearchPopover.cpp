@@ -225,7 +225,7 @@ void SearchPopover::close()
 
 bool SearchPopover::eventFilter(QObject *object, QEvent *event)
 {
-    if (object == m_field && event->type() == QEvent::MouseButtonPress) {
+    if (event->type() == QEvent::MouseButtonPress && object == m_field) {
         show();
         return true;
     }

@@ -3,6 +3,7 @@
 #include <QApplication>
 #include <QKeyEvent>
 #include <QLabel>
+#include <QSignalBlocker>
 #include <QStyle>
 
 #include <kestrixkit/filter_ui/editors/KXFilterBarFilterView.h>
@@ -40,6 +41,7 @@ KXFilterBar::KXFilterBar(QWidget *parent)
 
 KXFilterBar::~KXFilterBar()
 {
+    const QSignalBlocker blocker(this); // whoever has put it there may be half gone
     for (KXFilterBarFilterView *const view : std::as_const(m_views))
         view->button()->removeEventFilter(this);
     setFilterSet({});

@@ -99,7 +99,7 @@ void KXFilterSetPresetsBarViewController::viewDidLoad()
 // A press on the button closes the popover first, as one anywhere outside it does.
 bool KXFilterSetPresetsBarViewController::eventFilter(QObject *object, QEvent *event)
 {
-    if (object == m_managerButton && event->type() == QEvent::MouseButtonPress)
+    if (event->type() == QEvent::MouseButtonPress && object == m_managerButton)
         m_closedByPress = m_hasJustClosed;
     return KXViewController::eventFilter(object, event);
 }
