@@ -220,8 +220,10 @@ bool Presets::install(KXManagedObjectContext &context, KXError *error)
         KXSetError(error, problem);
         return false;
     }
+    const bool hadChanges = context.hasChanges();
     const KXUndoRegistrationOff unrecorded(context.undoManager());
-    return child->save(error) && context.save(error);
+    // What the user has not saved yet, such as what was just undone, waits for the user.
+    return child->save(error) && (hadChanges || context.save(error));
 }
 
 KXRef<KXFilterSetPreset> Presets::makeOfPlace(

@@ -10,6 +10,7 @@
 #include <QSignalSpy>
 #include <QTest>
 
+#include <kestrixkit/filters/KXFilterSetPreset.h>
 #include <kestrixkit/foundation/KXUndoManager.h>
 
 #include <BrowserWindow.h>
@@ -112,6 +113,19 @@ TEST_F(EditingTest, ratesWithKeysAndClicksAndUndoesByName)
 
     window->close();
     EXPECT_EQ(stored(u"a"_s)->rating(), std::nullopt) << "closing does";
+}
+
+TEST_F(EditingTest, theFirstPresetsComeWithoutSavingWhatWasUndone)
+{
+    add(u"a"_s);
+    save();
+    open();
+    table()->selectRow(0);
+    press(QKeySequence(Qt::Key_3));
+    press(QKeySequence(Qt::CTRL | Qt::Key_Z));
+    ASSERT_EQ(KXFilterSetPreset::countOfInContext(*window->context()), 0) << "they come a moment after the window";
+    ASSERT_TRUE(QTest::qWaitFor([&] { return KXFilterSetPreset::countOfInContext(*window->context()) > 0; }, 30'000));
+    EXPECT_EQ(stored(u"a"_s)->rating(), 3);
 }
 
 TEST_F(EditingTest, commentsAreEditedInPlaceAndSavedWhenTheWindowCloses)
