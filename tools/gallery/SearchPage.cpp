@@ -1,6 +1,7 @@
 // The search's popover: groups with their buttons, what matched set off, the selection.
 
 #include <QBoxLayout>
+#include <QLineEdit>
 
 #include <kestrixkit/navigation/KXSearchViewController.h>
 #include <kestrixkit/theme/controls/KXThemeableView.h>
