@@ -85,14 +85,12 @@ void KXChangeLedger::inserted(const KXRef<Object> &object)
     m_announcements.push_back(object);
 }
 
-void KXChangeLedger::edited(Object *object, int property)
+void KXChangeLedger::editedKnown(Object *object, int property)
 {
     quint16 &state = Access::state(object);
     if (state & Access::Deleted)
         return;
     check(Transition::Edited, object);
-    if (state & Access::Inserted && state & Access::InsertPending)
-        return; // it is written and announced whole
     Change &change = m_changes[object];
     if (!change.object) {
         change.object = KXContextHold(object);

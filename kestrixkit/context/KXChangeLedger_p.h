@@ -64,8 +64,15 @@ public:
 
     /// A new object, with its values.
     void inserted(const KXRef<KXManagedObject> &object);
-    /// Before a property changes. Nothing for a deleted object, which keeps what it has.
-    void edited(KXManagedObject *object, int property);
+    /// Before a property changes. Nothing for a deleted object, which keeps what it has, and for one that was not
+    /// announced yet, which is written and announced whole.
+    void edited(KXManagedObject *object, int property)
+    {
+        using Access = KXObjectAccess;
+        constexpr unsigned isNew = Access::Inserted | Access::InsertPending;
+        if ((Access::state(object) & (Access::Deleted | isNew)) != isNew)
+            editedKnown(object, property);
+    }
     void deleted(const KXRef<KXManagedObject> &object);
     /// Takes back a deletion. Where that was saved, the object is in the context again as one that is to be inserted;
     /// its values are the caller's to restore.
@@ -130,6 +137,7 @@ public:
 private:
     enum class Transition;
     static void check(Transition transition, KXManagedObject *object);
+    void editedKnown(KXManagedObject *object, int property);
     void foundAgain(KXManagedObject *object);
 
     KXObjectKeeper &m_keeper;

@@ -130,7 +130,7 @@ KXError KXContextSaver::writeInserted(KXSQLiteConnection &connection)
                 return connection.lastError();
         }
         codec.bindInsert(statement, Access::key(object), m_context.ledger.firstVersion(Access::key(object)),
-            *Access::values(object), m_buffer);
+            *Access::values(object), m_texts);
         const int code = statement.step();
         statement.reset();
         if (code != SQLITE_DONE)
@@ -196,12 +196,10 @@ KXError KXContextSaver::writeUpdated(KXSQLiteConnection &connection, Update &upd
         KXStatement statement = connection.prepare(codec.update(columns));
         if (!statement)
             return connection.lastError();
-        if (m_buffer.capacity() < 16 << 10)
-            m_buffer.reserve(16 << 10);
-        m_buffer.resize(0);
+        m_texts.clear();
         int parameter = 1;
         for (const KXPropertyDescription *property : columns)
-            KXRowCodec::bind(statement, parameter++, *Access::values(&object), *property, m_buffer);
+            KXRowCodec::bind(statement, parameter++, *Access::values(&object), *property, m_texts);
         statement.bind(parameter++, Access::key(&object));
         statement.bind(parameter++, version);
         if (statement.step() != SQLITE_DONE)

@@ -121,5 +121,5 @@ private:
     std::vector<Row> m_doomed; // rows to be deleted, those that delete rules reach in the store included
     std::vector<std::pair<KXManagedObject *, KXRowChange>> m_overruled; // of inserted objects
     std::vector<KXRowChange> m_foreign; // what became of rows that the context had not changed
-    QByteArray m_buffer; // for texts while they are bound
+    KXRowTexts m_texts;
 };

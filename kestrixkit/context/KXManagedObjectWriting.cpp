@@ -24,7 +24,7 @@ bool isObservableHandle(const QVariant &value)
 
 template <typename Write> void KXManagedObject::change(const KXPropertyDescription &property, Write &&write)
 {
-    if (refusesChange(property) || !loadedValues())
+    if (((m_state & (Deleted | Detached)) && refusesChange(property)) || !loadedValues())
         return; // where the row is gone there is nothing to keep the value
     willChangeValueForKey(property.name());
     if (!(m_state & Detached))

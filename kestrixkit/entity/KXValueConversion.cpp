@@ -1,6 +1,7 @@
 #include <kestrixkit/entity/KXValueConversion_p.h>
 
 #include <cmath>
+#include <cstring>
 #include <limits>
 
 #include <QCborArray>
@@ -183,10 +184,18 @@ QVariant KXValueConversion::convert(const QVariant &value, KXAttributeType type)
 
 bool KXValueConversion::isWholeText(QStringView text)
 {
-    bool surrogates = false;
-    for (const QChar c : text)
-        surrogates |= c.isSurrogate();
-    return !surrogates || text.isValidUtf16();
+    // A surrogate has its highest bit set, and few texts have such units at all. Four are looked at in one.
+    constexpr quint64 highest = 0x8000'8000'8000'8000;
+    const char16_t *unit = text.utf16();
+    const char16_t *const end = unit + text.size();
+    quint64 seen = 0;
+    for (quint64 four; end - unit >= 4; unit += 4) {
+        std::memcpy(&four, unit, sizeof four);
+        seen |= four;
+    }
+    while (unit != end)
+        seen |= *unit++;
+    return !(seen & highest) || text.isValidUtf16();
 }
 
 QByteArray KXValueConversion::bytesFromVariant(const QVariant &value) { return cborFrom(value).toCbor(); }

@@ -8,26 +8,36 @@
 
 namespace {
 
-/// Most that one row's texts are converted into before they are bound with copies instead.
-constexpr qsizetype rowBufferBytes = 16 << 10;
-
-void bindEncoded(KXStatement &statement, int parameter, QStringView text, QByteArray &buffer)
+void bindEncoded(KXStatement &statement, int parameter, QStringView text, KXRowTexts &texts)
 {
-    const qsizetype room = 3 * text.size();
-    if (buffer.size() + room > buffer.capacity()) {
-        const QByteArray utf8 = text.toUtf8();
-        sqlite3_bind_text64(
-            statement.get(), parameter, utf8.constData(), sqlite3_uint64(utf8.size()), SQLITE_TRANSIENT, SQLITE_UTF8);
+    if (const std::optional<std::string_view> utf8 = texts.add(text)) {
+        statement.bindText(parameter, *utf8);
         return;
     }
-    const qsizetype start = buffer.size();
-    buffer.resize(start + room); // within the capacity: texts bound before stay where they are
-    QStringEncoder encoder(QStringEncoder::Utf8, QStringEncoder::Flag::Stateless);
-    char *end = encoder.appendToBuffer(buffer.data() + start, text);
-    buffer.resize(end - buffer.constData());
-    statement.bindText(parameter, std::string_view(buffer.constData() + start, size_t(buffer.size() - start)));
+    const QByteArray utf8 = text.toUtf8();
+    sqlite3_bind_text64(
+        statement.get(), parameter, utf8.constData(), sqlite3_uint64(utf8.size()), SQLITE_TRANSIENT, SQLITE_UTF8);
 }
 
+}
+
+std::optional<std::string_view> KXRowTexts::add(QStringView text)
+{
+    if (3 * text.size() > room - m_used)
+        return std::nullopt;
+    char *const start = m_bytes.get() + m_used;
+    const char16_t *const units = text.utf16();
+    const qsizetype size = text.size();
+    char16_t bits = 0;
+    for (qsizetype i = 0; i < size; ++i) { // most texts are ASCII
+        bits |= units[i];
+        start[i] = char(units[i]);
+    }
+    char *end = start + size;
+    if (bits >= 0x80)
+        end = QStringEncoder(QStringEncoder::Utf8, QStringEncoder::Flag::Stateless).appendToBuffer(start, text);
+    m_used = end - m_bytes.get();
+    return std::string_view(start, size_t(end - start));
 }
 
 KXRowCodec::KXRowCodec(const KXEntityDescription &entity)
@@ -122,7 +132,7 @@ void KXRowCodec::read(const KXStatement &row, KXRowValues &values) const
 }
 
 void KXRowCodec::bind(KXStatement &statement, int parameter, const KXRowValues &values,
-    const KXPropertyDescription &property, QByteArray &buffer)
+    const KXPropertyDescription &property, KXRowTexts &texts)
 {
     const int offset = property.offset();
     if (!values.isPresent(property.index())) {
@@ -139,13 +149,13 @@ void KXRowCodec::bind(KXStatement &statement, int parameter, const KXRowValues &
         break;
     case KXAttributeType::String:
     case KXAttributeType::URI:
-        bindEncoded(statement, parameter, values.slot<KXTextSlot>(offset).view(), buffer);
+        bindEncoded(statement, parameter, values.slot<KXTextSlot>(offset).view(), texts);
         break;
     case KXAttributeType::UUID:
-        bindEncoded(statement, parameter, values.slot<QUuid>(offset).toString(QUuid::WithoutBraces), buffer);
+        bindEncoded(statement, parameter, values.slot<QUuid>(offset).toString(QUuid::WithoutBraces), texts);
         break;
     case KXAttributeType::Decimal:
-        bindEncoded(statement, parameter, values.slot<QVariant *>(offset)->value<KXDecimal>().toString(), buffer);
+        bindEncoded(statement, parameter, values.slot<QVariant *>(offset)->value<KXDecimal>().toString(), texts);
         break;
     case KXAttributeType::Binary:
         statement.bindVariant(parameter, *values.slot<QVariant *>(offset));
@@ -159,14 +169,12 @@ void KXRowCodec::bind(KXStatement &statement, int parameter, const KXRowValues &
 }
 
 void KXRowCodec::bindInsert(
-    KXStatement &statement, qint64 key, qint64 version, const KXRowValues &values, QByteArray &buffer) const
+    KXStatement &statement, qint64 key, qint64 version, const KXRowValues &values, KXRowTexts &texts) const
 {
-    if (buffer.capacity() < rowBufferBytes)
-        buffer.reserve(rowBufferBytes);
-    buffer.resize(0);
+    texts.clear();
     int parameter = 1;
     statement.bind(parameter++, key);
     statement.bind(parameter++, version);
     for (const Column &column : m_columns)
-        bind(statement, parameter++, values, *column.property, buffer);
+        bind(statement, parameter++, values, *column.property, texts);
 }

@@ -1,9 +1,26 @@
 #pragma once
 
+#include <memory>
+#include <optional>
+#include <string_view>
 #include <vector>
 
 #include <kestrixkit/entity/KXRowValues_p.h>
 #include <kestrixkit/store/KXSQLite_p.h>
+
+/// The texts of one row in UTF-8, which stay where they are while they are bound.
+class KXRowTexts
+{
+public:
+    void clear() { m_used = 0; }
+    /// Nothing where the room does not reach: that one is to be bound with a copy.
+    [[nodiscard]] std::optional<std::string_view> add(QStringView text);
+
+private:
+    static constexpr qsizetype room = 16 << 10; // bytes
+    std::unique_ptr<char[]> m_bytes = std::make_unique_for_overwrite<char[]>(room);
+    qsizetype m_used = 0;
+};
 
 /// Between the rows of a table and the value blocks of one entity. Immutable; any thread.
 class KXRowCodec
@@ -33,12 +50,12 @@ public:
 
     /// The values of the row that the statement stands on.
     void read(const KXStatement &row, KXRowValues &values) const;
-    /// Text converted for binding lives in `buffer` until the statement was stepped.
+    /// Text converted for binding lives in `texts` until the statement was stepped.
     static void bind(KXStatement &statement, int parameter, const KXRowValues &values,
-        const KXPropertyDescription &property, QByteArray &buffer);
+        const KXPropertyDescription &property, KXRowTexts &texts);
     /// Binds a whole new row.
     void bindInsert(
-        KXStatement &statement, qint64 key, qint64 version, const KXRowValues &values, QByteArray &buffer) const;
+        KXStatement &statement, qint64 key, qint64 version, const KXRowValues &values, KXRowTexts &texts) const;
 
 private:
     /// What reading a row needs to know of a column, close together.
