@@ -327,7 +327,12 @@ const std::vector<std::vector<std::string>> &SearchLibrary::typings()
             -1, &row, nullptr);
         while (all.size() < 500) {
             sqlite3_bind_int64(row, 1, searchBelow(random, Tracks));
-            if (sqlite3_step(row) == SQLITE_ROW) {
+            const int code = sqlite3_step(row);
+            if (code != SQLITE_ROW && code != SQLITE_DONE) {
+                std::fprintf(stderr, "no typings: %s\n", sqlite3_errmsg(database));
+                std::exit(1);
+            }
+            if (code == SQLITE_ROW) {
                 const auto text = [row](int column) {
                     return QString::fromUtf8(reinterpret_cast<const char *>(sqlite3_column_text(row, column)));
                 };

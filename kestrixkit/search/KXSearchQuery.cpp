@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <span>
 
 namespace {
 
@@ -130,8 +131,13 @@ KXSearchFound Query::found(size_t limit)
     const size_t wanted = std::min(limit, changed.size());
     std::partial_sort(changed.begin(), changed.begin() + ptrdiff_t(wanted), changed.end(), precedes);
     size_t next = 0;
-    for (size_t i = 0; i < m_bits.size() && result.first.size() < limit; ++i) {
-        for (quint64 word = m_bits[i]; word && result.first.size() < limit; word &= word - 1) {
+    const std::span<const quint64> bits = m_bits;
+    for (size_t i = 0; i < bits.size(); ++i) {
+        if (!bits[i])
+            continue; // of a rare word, nearly all
+        if (result.first.size() >= limit)
+            break;
+        for (quint64 word = bits[i]; word && result.first.size() < limit; word &= word - 1) {
             const auto row = quint32(i * 64 + size_t(std::countr_zero(word)));
             while (next < wanted && changed[next]->rowsBefore <= row && result.first.size() < limit)
                 result.first.push_back(changed[next++]->text.key);

@@ -27,6 +27,33 @@ int segmentCompare(QByteArrayView a, QByteArrayView b)
     return order != 0 ? order : a.size() < b.size() ? -1 : int(a.size() > b.size());
 }
 
+/// The first place of the text, which is not empty; nullptr where it is nowhere. Its first two bytes and its last one
+/// are looked for at many places in one, in a loop that compilers turn into wide instructions: short texts, which
+/// people type, are found several times as fast as by memmem().
+const char *segmentPlaceOf(QByteArrayView text, const char *begin, const char *end)
+{
+    constexpr ptrdiff_t together = 64;
+    const ptrdiff_t second = text.size() > 1, last = text.size() - 1;
+    const char a = text.front(), b = text[second], c = text.back();
+    for (const char *const behind = end - last; begin < behind;) {
+        const ptrdiff_t places = std::min(together, behind - begin);
+        if (places == together) {
+            uchar any = 0;
+            for (ptrdiff_t i = 0; i < together; ++i)
+                any |= uchar(begin[i] == a) & uchar(begin[i + second] == b) & uchar(begin[i + last] == c);
+            if (!any) {
+                begin += together;
+                continue;
+            }
+        }
+        for (const char *const next = begin + places; begin < next; ++begin) {
+            if (*begin == a && begin[last] == c && std::memcmp(begin, text.data(), size_t(text.size())) == 0)
+                return begin;
+        }
+    }
+    return nullptr;
+}
+
 }
 
 KXSearchSegment::KXSearchSegment(std::shared_ptr<const KXSearchBytes> bytes, qsizetype from, qsizetype size)
@@ -256,7 +283,13 @@ void KXSearchSegment::addHolding(QByteArrayView text, KXSearchBits &bits, const 
 {
     if (words() == 0)
         return;
-    const quint32 size = number(m_layout.wordPlaces, words());
+    const char *const table = at(m_layout.wordPlaces, (m_layout.words + 1) * 4);
+    const auto placeOf = [table](quint32 word) {
+        quint32 place;
+        std::memcpy(&place, table + quint64(word) * 4, 4);
+        return place;
+    };
+    const quint32 size = placeOf(words());
     constexpr quint32 slice = 64 << 10; // between two looks whether anybody still waits
     quint32 word = 0;
     for (quint32 from = 0; from < size;) {
@@ -264,25 +297,28 @@ void KXSearchSegment::addHolding(QByteArrayView text, KXSearchBits &bits, const 
         // A slice overlaps the next one by what could begin in it; words end with zeros, which no text holds.
         const quint32 length = std::min(size - from, slice + quint32(text.size()) - 1);
         const char *begin = at(m_layout.wordText + from, length);
-        const auto *found = static_cast<const char *>(::memmem(begin, length, text.data(), size_t(text.size())));
+        const char *const found = segmentPlaceOf(text, begin, begin + length);
         if (!found) {
             from += slice;
             continue;
         }
         const quint32 place = from + quint32(found - begin);
-        // The word that it lies in; those that follow come later.
+        // The word that it lies in, which is often a near one; those that follow come later.
         quint32 low = word;
-        quint32 high = words();
+        quint32 step = 1;
+        for (; step < words() - low && placeOf(low + step) <= place; step *= 2)
+            low += step;
+        quint32 high = low + std::min(step, words() - low);
         while (high - low > 1) {
             const quint32 middle = low + (high - low) / 2;
-            if (number(m_layout.wordPlaces, middle) <= place)
+            if (placeOf(middle) <= place)
                 low = middle;
             else
                 high = middle;
         }
         addList(low, bits);
         word = low;
-        const quint32 next = number(m_layout.wordPlaces, low + 1);
+        const quint32 next = placeOf(low + 1);
         if (next <= place)
             throw KXSearchDamage {};
         from = next;
