@@ -55,19 +55,22 @@ bool PlaceArchive::read(const QCborValue &value, Place &place)
 
 QCborValue PlaceArchive::of(const PlaceView &view)
 {
-    QCborArray selected, order;
+    QCborArray selected, order, open;
+    for (const QUrl &row : view.open.value_or(QList<QUrl>()))
+        open.append(row.toString(QUrl::FullyEncoded));
     for (const qint64 key : view.selected.first(std::min(view.selected.size(), PlaceView::MostSelected)))
         selected.append(key);
     for (const KXSortDescriptor &by : view.order)
         order.append(QCborArray { by.key, by.ascending });
-    return QCborArray { view.top, view.offset, view.across, view.current, view.column, selected, order, view.words };
+    return QCborArray { view.top, view.offset, view.across, view.current, view.column, selected, order, view.words,
+        view.open && open.size() <= mostPlaceParts ? QCborValue(open) : QCborValue(QCborValue::Null) };
 }
 
 bool PlaceArchive::read(const QCborValue &value, PlaceView &view)
 {
     const QCborArray parts = value.toArray();
     const QCborArray selected = parts.at(5).toArray(), order = parts.at(6).toArray();
-    if (parts.size() != 8 || selected.size() > PlaceView::MostSelected || order.size() > mostPlaceParts)
+    if (parts.size() < 8 || selected.size() > PlaceView::MostSelected || order.size() > mostPlaceParts)
         return false;
     view = {};
     view.top = parts.at(0).toInteger();
@@ -82,5 +85,13 @@ bool PlaceArchive::read(const QCborValue &value, PlaceView &view)
         view.order.append({ .key = one.at(0).toString(), .ascending = one.at(1).toBool() });
     }
     view.words = parts.at(7).toString().left(mostPlaceText);
+    if (parts.at(8).isArray()
+        && parts.at(8).toArray().size() <= mostPlaceParts) { // not there in what was kept by earlier versions
+        view.open.emplace();
+        for (const QCborValue row : parts.at(8).toArray()) {
+            if (QUrl url; readUrl(row, url))
+                view.open->append(url);
+        }
+    }
     return true;
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <optional>
+
 #include <QCborArray>
 #include <QList>
 #include <QUrl>
@@ -39,6 +41,7 @@ struct PlaceView
     QList<qint64> selected;
     QList<KXSortDescriptor> order;
     QString words; ///< that the list is narrowed by
+    std::optional<QList<QUrl>> open; ///< rows to the left; absent: as they are
 };
 
 /// Values as they are kept. Reading answers false for what makes none.

@@ -111,6 +111,7 @@ void PlaceNavigator::visit(const Place &place)
     if (left) { // it is looked at where it was left, in its own order or the table's, and whole
         left->order.clear();
         left->words.clear();
+        left->open.reset();
         m_history.leave(*left);
     }
     show(true);
@@ -178,6 +179,8 @@ void PlaceNavigator::show(bool animated)
         m_seat->setPicture(m_tracks->grab());
     {
         const QScopedValueRollback guard(m_isShowing, true);
+        if (entry.view && entry.view->open)
+            m_sources->setOpenRows(*entry.view->open);
         if (m_sources->selectedPlaces() != entry.place.source)
             m_sources->selectPlaces(entry.place.source);
         arrange(entry.place.trail, animated && m_hasShown);
@@ -282,7 +285,9 @@ void PlaceNavigator::commit()
 {
     if (!m_hasShown)
         return;
-    m_history.leave(PlaceTable::viewOf(*m_table, *m_strip));
+    PlaceView view = PlaceTable::viewOf(*m_table, *m_strip);
+    view.open = m_sources->openRows();
+    m_history.leave(view);
     keep();
 }
 

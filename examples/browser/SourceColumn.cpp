@@ -315,6 +315,31 @@ bool SourceColumn::selectPlaces(const QList<QUrl> &places)
     return true;
 }
 
+QList<QUrl> SourceColumn::openRows() const
+{
+    QList<QUrl> rows;
+    for (KXSourceListViewController *list : lists()) {
+        const KXTreeController &tree = *list->treeController();
+        for (const KXTreeNode *node : tree.flattenedNodes()) {
+            if (!node->isLeaf() && list->sourceListView()->isExpanded(tree.indexForNode(node)))
+                rows.append(node->representedObject()->objectID().URIRepresentation());
+        }
+    }
+    return rows;
+}
+
+void SourceColumn::setOpenRows(const QList<QUrl> &rows)
+{
+    for (KXSourceListViewController *list : lists()) {
+        const KXTreeController &tree = *list->treeController();
+        for (const KXTreeNode *node : tree.flattenedNodes()) {
+            if (!node->isLeaf())
+                list->sourceListView()->setExpanded(
+                    tree.indexForNode(node), rows.contains(node->representedObject()->objectID().URIRepresentation()));
+        }
+    }
+}
+
 /// What lies in something closed is opened.
 void SourceColumn::scrollToSelection()
 {

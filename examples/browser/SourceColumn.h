@@ -43,6 +43,10 @@ public:
     [[nodiscard]] bool hasPlaces(const QList<QUrl> &places) const { return !listOfPlaces(places).second.isEmpty(); }
     [[nodiscard]] QUrl allTracksURL() const;
     void scrollToSelection();
+    /// Of all lists.
+    [[nodiscard]] QList<QUrl> openRows() const;
+    /// Opens these, where they are there, and closes all others.
+    void setOpenRows(const QList<QUrl> &rows);
     /// What names of settings that concern this library alone end in.
     [[nodiscard]] const QString &autosaveSuffix() const { return m_autosaveSuffix; }
 

@@ -120,7 +120,7 @@ protected:
             QString::number(window->model()->rowCount()), QString::number(table().verticalScrollBar()->value()),
             QString::number(table().horizontalScrollBar()->value()), selected.join(u','), order.join(u' '),
             current < 0 || selected.isEmpty() ? QString() : window->model()->track(current)->title(),
-            window->sources()->placeURL().toString() }
+            window->sources()->placeURL().toString(), QUrl::toStringList(window->sources()->openRows()).join(u' ') }
             .join(u" | "_s)
             .toStdString();
     }
@@ -235,6 +235,28 @@ TEST_F(PlacesTest, survivesARestartAndWhatIsGone)
     }
 }
 
+TEST_F(PlacesTest, bringTheOpenRowsBack)
+{
+    SourceColumn &sources = *window->sources();
+    const QList<QUrl> open = sources.openRows();
+    ASSERT_FALSE(open.isEmpty());
+    selectRow(3);
+    go(PlaceStep::ToArtist);
+    sources.setOpenRows({});
+    places().goBack();
+    EXPECT_EQ(sources.openRows(), open);
+    places().goForward();
+    EXPECT_EQ(sources.openRows(), QList<QUrl>());
+    sources.setOpenRows(open);
+    places().visitRoot(); // another visit opens and closes nothing
+    EXPECT_EQ(sources.openRows(), open);
+    sources.setOpenRows({});
+    window->close();
+    this->open();
+    places().goBack();
+    EXPECT_EQ(window->sources()->openRows(), open);
+}
+
 // A crate has an order of its own, which is there again after a step out of it.
 TEST_F(PlacesTest, leadOutOfCratesAndBack)
 {
@@ -296,6 +318,10 @@ TEST_F(PlacesTest, walks)
                 places().setLayered(!places().isLayered());
             break;
         case 6:
+            window->sources()->setOpenRows(
+                random.chance(0.5) ? QList<QUrl>() : places().history().current()->place.source);
+            break;
+        case 7:
             if (random.chance(0.05)) {
                 window->close();
                 open();
