@@ -1,14 +1,8 @@
 #pragma once
 
 #include <atomic>
-#include <functional>
-#include <memory>
-#include <string>
 
-#include <QElapsedTimer>
 #include <QMainWindow>
-
-#include <kestrixkit/foundation/KXOperationQueue.h>
 
 #include "ImportOperation.h"
 #include "LibraryEditor.h"
@@ -18,16 +12,19 @@ class BulkEdits;
 class CrateTable;
 class FileCommands;
 class FilterStrip;
+class FoundObjects;
 class KXThemeableSplitView;
 class MissingFiles;
+class MusicImport;
 class KXWaveformLibrary;
+class LibraryBar;
+class ListCommands;
+class ListSummary;
 class PlaceNavigator;
 class PlayHistory;
 class PlayerStrip;
 class Preview;
 class QLabel;
-class QProgressBar;
-class QPushButton;
 class SearchPopover;
 class SourceColumn;
 class TrackCommands;
@@ -50,7 +47,7 @@ public:
     /// Starts to bring the library up to date with a folder of music. An import that runs is cancelled.
     void importMusic(const ImportOperation::Source &source);
     void cancelImport();
-    [[nodiscard]] bool isImporting() const { return bool(m_import); }
+    [[nodiscard]] bool isImporting() const;
     [[nodiscard]] FileCommands *files() const { return m_files; }
     [[nodiscard]] MissingFiles *missing() const { return m_missing; }
     [[nodiscard]] TrackCommands *trackCommands() const { return m_trackCommands; }
@@ -77,47 +74,35 @@ private:
     void buildMenu();
     void buildHeader();
     void buildTable();
+    void buildTrackMenu();
     void buildCrates();
     void buildPlaces(QWidget *tracks, QMenu *view);
     void buildStatus();
+    void buildEditMenu();
     void buildCommands();
     void updateActions();
-    void rateSelected(int stars);
-    void renameGenre();
     void showPlace(const KXPredicate &predicate, const QString &title, const QString &emptyText, const QUrl &filters);
     void applyFilters();
-    void explainTrack();
     [[nodiscard]] KXRef<Track> trackAtHand() const;
-    /// Opens the place where it lies, with its row selected.
-    void showFound(const KXManagedObjectID &found);
-    bool showTrack(const KXManagedObjectID &track);
-    void playFound(const KXManagedObjectID &found);
-    [[nodiscard]] QList<KXRef<Track>> selectedTracks() const;
-    /// Of the current track, in the order of their names.
-    [[nodiscard]] QList<KXRef<Genre>> currentGenres() const;
-    void showSummary();
-    void showProgress(qint64 done, qint64 total);
-    void finishImport(const std::weak_ptr<ImportOperation> &operation);
+    void importDidEnd(const QString &error);
 
     KXPersistentStoreCoordinator::Ref m_coordinator;
     KXManagedObjectContext::Ref m_context;
     LibraryEditor m_editor { m_context };
     TrackTableModel *m_model;
     TrackTableView *m_table;
+    LibraryBar *m_bar;
     SourceColumn *m_sources;
     FilterStrip *m_filterStrip;
     KXPredicate m_placePredicate; // of what is selected to the left; absent for all tracks
     SearchPopover *m_search;
+    FoundObjects *m_found;
     PlaceNavigator *m_places;
     TrackInspector *m_inspector;
     KXThemeableSplitView *m_panes; // places, tracks, inspector
-    QString m_emptyReason; // why the table is empty, where it is
-    QList<QAction *> m_ratingActions; // by stars
     QList<QAction *> m_undoActions; // undo, redo
     QAction *m_lightAction;
-    QAction *m_genreAction;
-    QAction *m_reasonsAction;
-    QLabel *m_title;
+    ListCommands *m_listCommands;
     Preview *m_preview;
     KXWaveformLibrary *m_waveforms;
     PlayerStrip *m_strip;
@@ -128,14 +113,8 @@ private:
     std::atomic<BulkEdits *> m_bulkEdits { nullptr }; // asked by whoever saves
     PlayHistory *m_playHistory;
     WaveformMaker *m_waveformMaker;
-    QLabel *m_summary;
-    QLabel *m_emptyText;
-    QLabel *m_status;
-    QProgressBar *m_progress;
-    QPushButton *m_cancel;
-    ImportResult m_lastResult;
-    QElapsedTimer m_importClock; // since its first file
-    KXOperationQueue m_queue;
-    std::shared_ptr<ImportOperation> m_import; // the one that runs, if any
+    ListSummary *m_summary;
+    QLabel *m_status; // what happened last
+    MusicImport *m_import;
     KXPersistentStoreCoordinator::ChangeToken m_changeToken; // last: its observer uses what stands above
 };

@@ -6,8 +6,6 @@
 #include <QKeyEvent>
 #include <QLabel>
 #include <QMenu>
-#include <QPersistentModelIndex>
-#include <QRandomGenerator>
 
 #include <kestrixkit/audio/KXAudioFile.h>
 #include <kestrixkit/audio/KXAudioPlayerManager.h>
@@ -17,6 +15,7 @@
 
 #include "BrowserStyle.h"
 #include "MessageStrip.h"
+#include "PreviewPlaylist.h"
 #include "Settings.h"
 #include "TrackTableModel.h"
 
@@ -26,7 +25,6 @@ namespace {
 
 constexpr float previewVolume = 0.9F;
 constexpr int previewClockMilliseconds = 250;
-constexpr int previewLongestTitle = 40;
 constexpr double previewLoudestSeconds = 10;
 
 /// Whether a file has more tracks than two sides.
@@ -39,85 +37,6 @@ bool previewIsStems(const QUrl &url)
 }
 
 } // namespace
-
-struct Preview::Levels
-{
-    bool areOn = Settings::equalLoudness();
-    QPointer<KXWaveformLibrary> waveforms;
-};
-
-struct Preview::Item : KXAudioPlayerItem
-{
-    QPersistentModelIndex index; // follows the track wherever it is sorted to
-    QUrl url;
-    QString title;
-    std::shared_ptr<const Levels> levels;
-
-    QUrl audioFileURL() const override { return url; }
-    float gain() const override
-    {
-        const auto waveform = levels->areOn && levels->waveforms ? levels->waveforms->pyramid(url) : nullptr;
-        return waveform ? waveform->gainForLoudness() : 1;
-    }
-};
-
-/// The tracks in the order in which the table shows them.
-struct Preview::Playlist : KXAudioPlayerPlaylist
-{
-    Playlist(TrackTableModel *tracks, std::shared_ptr<const Levels> itemLevels)
-        : model(tracks)
-        , levels(std::move(itemLevels))
-    {
-    }
-    KXAudioPlayerItemPointer audioPlayerItemAfter(const KXAudioPlayerItemPointer &item) override
-    {
-        return beside(item, 1);
-    }
-    KXAudioPlayerItemPointer audioPlayerItemBefore(const KXAudioPlayerItemPointer &item) override
-    {
-        return beside(item, -1);
-    }
-
-    std::shared_ptr<Item> itemAt(int row) const
-    {
-        const KXRef<Track> track = model->track(row);
-        if (!track)
-            return nullptr;
-        auto item = std::make_shared<Item>();
-        item->index = model->index(row, 0);
-        item->levels = levels;
-        item->url = track->location();
-        item->title = track->title().isEmpty() ? item->url.fileName() : track->title();
-        if (item->title.size() > previewLongestTitle)
-            item->title = item->title.left(previewLongestTitle - 1) + u'…';
-        return item;
-    }
-    KXAudioPlayerItemPointer beside(const KXAudioPlayerItemPointer &item, int step)
-    {
-        const QPersistentModelIndex &index = static_cast<const Item &>(*item).index;
-        if (!isShuffled)
-            return index.isValid() ? itemAt(index.row() + step) : nullptr;
-        if (step < 0) {
-            while (!history.isEmpty()) {
-                const QPersistentModelIndex before = history.takeLast();
-                if (before.isValid() && before != index)
-                    return itemAt(before.row());
-            }
-            return nullptr;
-        }
-        const int rows = model->rowCount();
-        if (rows < 2)
-            return nullptr;
-        history.append(index);
-        // Any other one.
-        const int row = QRandomGenerator::global()->bounded(rows - 1);
-        return itemAt(row + (index.isValid() && row >= index.row() ? 1 : 0));
-    }
-    TrackTableModel *const model;
-    const std::shared_ptr<const Levels> levels;
-    bool isShuffled = false;
-    QList<QPersistentModelIndex> history; // what was played while shuffled
-};
 
 /// What makes the player known to the rest of the application.
 class Preview::Manager : public KXAudioPlayerManager
@@ -152,11 +71,12 @@ Preview::Preview(
     , m_view(view)
     , m_output(output ? std::move(output) : std::make_shared<KXPortAudioOutput>())
     , m_manager(std::make_shared<Manager>(m_output))
-    , m_levels(std::make_shared<Levels>())
-    , m_playlist(std::make_shared<Playlist>(model, m_levels))
+    , m_levels(std::make_shared<PreviewLevels>())
+    , m_playlist(std::make_shared<PreviewPlaylist>(model, m_levels))
     , m_label(new QLabel)
     , m_startsLoudest(Settings::startsLoudest())
 {
+    m_levels->areEqual = Settings::equalLoudness();
     if (auto *device = dynamic_cast<KXPortAudioOutput *>(m_output.get()))
         (void)device->setDevice(Settings::outputDevice()); // nothing is open yet: it cannot fail
     KXAudioPlayerManager::setSharedInstance(m_manager);
@@ -202,7 +122,10 @@ Preview::~Preview()
 
 KXAudioPlayer &Preview::player() const { return *m_manager->audioPlayer(); }
 
-const Preview::Item *Preview::currentItem() const { return static_cast<const Item *>(player().currentItem().get()); }
+const PreviewItem *Preview::currentItem() const
+{
+    return static_cast<const PreviewItem *>(player().currentItem().get());
+}
 
 KXMultiTrackAudioPlayer *Preview::stems() const
 {
@@ -211,22 +134,21 @@ KXMultiTrackAudioPlayer *Preview::stems() const
 
 QModelIndex Preview::playingIndex() const
 {
-    const Item *item = currentItem();
+    const PreviewItem *item = currentItem();
     return item ? QModelIndex(item->index) : QModelIndex();
 }
 
 QString Preview::playingTitle() const
 {
-    const Item *item = currentItem();
+    const PreviewItem *item = currentItem();
     return item ? item->title : QString();
 }
 
-bool Preview::isShuffled() const { return m_playlist->isShuffled; }
+bool Preview::isShuffled() const { return m_playlist->isShuffled(); }
 
 void Preview::setShuffled(bool shuffled)
 {
-    m_playlist->isShuffled = shuffled;
-    m_playlist->history.clear();
+    m_playlist->setShuffled(shuffled);
     Q_EMIT changed();
 }
 
@@ -241,18 +163,18 @@ void Preview::setVolume(float volume)
 void Preview::setWaveforms(KXWaveformLibrary *waveforms)
 {
     m_levels->waveforms = waveforms;
-    waveforms->setMeasuresLoudness(m_levels->areOn);
+    waveforms->setMeasuresLoudness(m_levels->areEqual);
     connect(waveforms, &KXWaveformLibrary::ready, this, [this](const QUrl &file) {
-        if (const Item *item = currentItem(); item && item->url == file)
+        if (const PreviewItem *item = currentItem(); item && item->url == file)
             player().currentItemGainDidChange();
     });
 }
 
-bool Preview::isLevelled() const { return m_levels->areOn; }
+bool Preview::isLevelled() const { return m_levels->areEqual; }
 
 void Preview::setLevelled(bool levelled)
 {
-    m_levels->areOn = levelled;
+    m_levels->areEqual = levelled;
     Settings::setEqualLoudness(levelled);
     if (m_levels->waveforms)
         m_levels->waveforms->setMeasuresLoudness(levelled);
@@ -402,7 +324,7 @@ QMenu *Preview::makeMenu(QWidget *parent)
 void Preview::toggle()
 {
     const int row = m_view->currentIndex().row();
-    const Item *item = currentItem();
+    const PreviewItem *item = currentItem();
     if (item && item->index.isValid() && item->index.row() == row
         && (player().state() == KXAudioPlayerStatePlaying || player().duration() > 0)) {
         m_manager->togglePlayback();
@@ -413,7 +335,7 @@ void Preview::toggle()
 
 void Preview::playRow(int row)
 {
-    const std::shared_ptr<Item> selected = m_playlist->itemAt(row);
+    const std::shared_ptr<PreviewItem> selected = m_playlist->itemAt(row);
     if (!selected)
         return;
     if (m_output->prepare() != 0) {
@@ -427,7 +349,7 @@ void Preview::playRow(int row)
 /// Where the player goes on by itself the selection goes along, unless the user has left the track.
 void Preview::followItem()
 {
-    const auto item = std::static_pointer_cast<Item>(player().currentItem());
+    const auto item = std::static_pointer_cast<PreviewItem>(player().currentItem());
     const bool isFollowing
         = m_followed && m_followed->index.isValid() && m_followed->index.row() == m_view->currentIndex().row();
     if (isFollowing && item && item->index.isValid())
@@ -438,7 +360,7 @@ void Preview::followItem()
 
 void Preview::showState()
 {
-    const Item *item = currentItem();
+    const PreviewItem *item = currentItem();
     const bool isPlaying = player().state() == KXAudioPlayerStatePlaying;
     if (isPlaying != m_clock.isActive())
         isPlaying ? m_clock.start() : m_clock.stop();

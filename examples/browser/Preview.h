@@ -15,11 +15,14 @@
 class KXAudioPlayerManager;
 class KXMultiTrackAudioPlayer;
 
+class PreviewPlaylist;
 class QAbstractItemView;
 class QAction;
 class QLabel;
 class QMenu;
 class TrackTableModel;
+struct PreviewItem;
+struct PreviewLevels;
 
 /// Plays the selected track on the space bar, by Return or a double-click, and the ones below it, or any others, when
 /// it is continuous. One line tells what it plays and where it is; without a sound card it says so, and nothing else is
@@ -80,12 +83,9 @@ protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
-    struct Item;
-    struct Levels;
-    struct Playlist;
     class Manager;
 
-    [[nodiscard]] const Item *currentItem() const;
+    [[nodiscard]] const PreviewItem *currentItem() const;
     bool shouldPlayNextItem(KXAudioPlayer &player, const KXAudioPlayerItemPointer &item) override;
     bool shouldPlayPreviousItem(KXAudioPlayer &player, const KXAudioPlayerItemPointer &item) override;
     bool plays(KXAudioPlayer &player, const KXAudioPlayerItemPointer &item);
@@ -99,12 +99,12 @@ private:
     QAbstractItemView *const m_view;
     const std::shared_ptr<KXAudioOutput> m_output;
     const std::shared_ptr<Manager> m_manager;
-    const std::shared_ptr<Levels> m_levels;
-    const std::shared_ptr<Playlist> m_playlist;
+    const std::shared_ptr<PreviewLevels> m_levels;
+    const std::shared_ptr<PreviewPlaylist> m_playlist;
     QLabel *m_label; // the parent's of whatever it is put into
     QTimer m_clock; // while it plays
     bool m_startsLoudest;
     bool m_lostDevice = false; // while it played
     std::weak_ptr<KXAudioPlayerItem> m_cued; // the item that has been led to its loudest part, if it was to be
-    std::shared_ptr<Item> m_followed; // the item that the selection is on
+    std::shared_ptr<PreviewItem> m_followed; // the item that the selection is on
 };

@@ -3,22 +3,17 @@
 #include <atomic>
 #include <csignal>
 #include <cstdio>
-#include <cstring>
-#include <filesystem>
 
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <QApplication>
-#include <QCommandLineParser>
 #include <QDir>
-#include <QFileInfo>
 #include <QJsonDocument>
 #include <QMenuBar>
 #include <QSocketNotifier>
 
 #include <kestrixkit/foundation/KXBundle.h>
-#include <kestrixkit/foundation/KXException.h>
 #include <kestrixkit/foundation/KXFileManager.h>
 #include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/foundation/KXOperationQueue.h>
@@ -26,6 +21,7 @@
 #include "Analytics.h"
 #include "BrowserStyle.h"
 #include "BrowserWindow.h"
+#include "CommandLine.h"
 #include "DemoMusic.h"
 #include "FileCommands.h"
 #include "Presets.h"
@@ -39,35 +35,6 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-
-enum ExitStatus { Done = 0, Failed = 1, WrongInput = 2 };
-
-/// Ends the program with one line on standard error.
-struct Ending
-{
-    ExitStatus status;
-    QString line;
-};
-
-struct Arguments
-{
-    std::string music; ///< empty: none was named
-    QString store;
-    QString screenshot;
-    std::optional<KXCatalogueServers> catalogue; ///< of the shop
-    KXPredicate query;
-    bool hasQuery = false;
-    bool report = false;
-    std::optional<QString> search;
-    QString explainedPreset;
-    std::string explainedFile; ///< empty: nothing is to be explained
-    QString whatIfPreset;
-    bool whatIf = false;
-    [[nodiscard]] bool needsWindow() const
-    {
-        return !report && !hasQuery && !whatIf && !search && explainedFile.empty();
-    }
-};
 
 std::atomic<bool> interrupted = false;
 int interruptPipe[2] = { -1, -1 };
@@ -90,16 +57,6 @@ void catchInterrupts()
     sigaction(SIGTERM, &action, nullptr);
 }
 
-bool wasGiven(int argc, char **argv, const char *option)
-{
-    for (int i = 1; i < argc; ++i) {
-        const size_t length = std::strlen(option);
-        if (std::strncmp(argv[i], option, length) == 0 && (argv[i][length] == '\0' || argv[i][length] == '='))
-            return true;
-    }
-    return false;
-}
-
 bool hasDisplay()
 {
     for (const char *name : { "QT_QPA_PLATFORM", "DISPLAY", "WAYLAND_DISPLAY" }) {
@@ -107,150 +64,6 @@ bool hasDisplay()
             return true;
     }
     return false;
-}
-
-// The bytes of an option's value: a folder's name need not be text.
-std::string rawValue(int argc, char **argv, const std::string &option)
-{
-    std::string value;
-    for (int i = 1; i < argc; ++i) {
-        const std::string argument = argv[i];
-        if (argument == option && i + 1 < argc)
-            value = argv[++i];
-        else if (argument.compare(0, option.size() + 1, option + '=') == 0)
-            value = argument.substr(option.size() + 1);
-    }
-    return value;
-}
-
-// The bytes of an argument that stands by itself.
-std::string rawArgument(int argc, char **argv, const QString &argument)
-{
-    int at = argc - 1;
-    while (at > 0 && QString::fromLocal8Bit(argv[at]) != argument)
-        --at;
-    return argv[at];
-}
-
-void checkMusicFolder(const std::string &music)
-{
-    const QString shown = displayPath(music);
-    std::error_code error;
-    const auto status = std::filesystem::status(music, error);
-    if (!std::filesystem::exists(status))
-        throw Ending { WrongInput, u"%1: no such folder"_s.arg(shown) };
-    if (!std::filesystem::is_directory(status))
-        throw Ending { WrongInput, u"%1: not a folder"_s.arg(shown) };
-    if (access(music.c_str(), R_OK | X_OK) != 0)
-        throw Ending { WrongInput, u"%1: cannot be read"_s.arg(shown) };
-}
-
-void checkWritableFile(const QString &file)
-{
-    const QFileInfo info(file);
-    const QFileInfo folder(info.absolutePath());
-    if (info.isDir())
-        throw Ending { WrongInput, u"%1: is a folder"_s.arg(file) };
-    if (!folder.isDir())
-        throw Ending { WrongInput, u"%1: no such folder"_s.arg(folder.filePath()) };
-    if (info.exists() ? !info.isWritable() : !folder.isWritable())
-        throw Ending { WrongInput, u"%1: cannot be written"_s.arg(file) };
-}
-
-Arguments readArguments(int argc, char **argv)
-{
-    QCommandLineParser parser;
-    parser.setApplicationDescription(u"Brings a folder of music into a library and shows it.\n"
-                                     "Without a folder, a few synthesised loops are made and used."_s);
-    const QCommandLineOption music(u"music"_s, u"The folder of music to import."_s, u"DIR"_s);
-    const QCommandLineOption store(
-        u"store"_s, u"The library's file; without it, library.db in the application's support folder."_s, u"FILE"_s);
-    const QCommandLineOption report(
-        u"report"_s, u"No window: import, print tracks, skipped files, genres and presets as JSON."_s);
-    const QCommandLineOption explain(u"explain"_s,
-        u"No window: import, print why the track of a file (the argument that follows) is in a preset or not, as JSON. For instance: Tempo/124 to 128"_s,
-        u"PRESET"_s);
-    const QCommandLineOption query(u"query"_s,
-        u"No window: import, print the number of tracks that match as JSON. For instance: bpm >= 120 AND ANY genres.name == \"House\""_s,
-        u"FORMAT"_s);
-    const QCommandLineOption whatIf(u"what-if"_s,
-        u"No window: import, print how many tracks a preset would have with each value added, and with it excluded, as JSON. For instance: Tempo/124 to 128"_s,
-        u"PRESET"_s);
-    const QCommandLineOption search(u"search"_s,
-        u"No window: import, print what a search for the text finds, with counts by group, as JSON."_s, u"TEXT"_s);
-    const QCommandLineOption screenshot(
-        u"screenshot"_s, u"Import, draw the window into a PNG file and exit."_s, u"FILE"_s);
-    const QCommandLineOption catalogue(u"catalogue"_s,
-        u"A shop's catalogue in PostgreSQL, opened beside the library. For instance: postgresql://shop.example/music"_s,
-        u"URL"_s);
-    parser.addOptions({ music, store, report, query, explain, whatIf, search, screenshot, catalogue });
-    parser.addPositionalArgument(u"FILE"_s, u"With --explain: a music file of the library."_s, u"[FILE]"_s);
-    parser.addHelpOption();
-    if (!parser.parse(QCoreApplication::arguments()))
-        throw Ending { WrongInput, parser.errorText() };
-    if (parser.isSet(u"help"_s)) {
-        std::fputs(qPrintable(parser.helpText()), stdout);
-        throw Ending { Done, {} };
-    }
-    const QStringList files = parser.positionalArguments();
-    if (parser.isSet(explain) && files.isEmpty())
-        throw Ending { WrongInput, u"--explain: a preset and a file are needed"_s };
-    if (files.size() > parser.isSet(explain))
-        throw Ending { WrongInput, u"unexpected argument: %1"_s.arg(files.constLast()) };
-    if (parser.isSet(report) + parser.isSet(query) + parser.isSet(explain) + parser.isSet(whatIf) + parser.isSet(search)
-            + parser.isSet(screenshot)
-        > 1)
-        throw Ending { WrongInput,
-            u"--report, --query, --explain, --what-if, --search and --screenshot exclude each other"_s };
-
-    Arguments arguments;
-    arguments.report = parser.isSet(report);
-    arguments.whatIf = parser.isSet(whatIf);
-    arguments.whatIfPreset = parser.value(whatIf);
-    if (parser.isSet(search))
-        arguments.search = parser.value(search);
-    if (parser.isSet(explain)) {
-        std::error_code error;
-        const std::string named = rawArgument(argc, argv, files.constFirst());
-        arguments.explainedPreset = parser.value(explain);
-        arguments.explainedFile = std::filesystem::canonical(named, error).native();
-        if (error) // gone, but its track may still be known
-            arguments.explainedFile = std::filesystem::absolute(named).lexically_normal().native();
-    }
-    if (parser.isSet(music)) {
-        arguments.music = rawValue(argc, argv, "--music");
-        checkMusicFolder(arguments.music);
-    }
-    if (parser.isSet(query)) {
-        KXError error;
-        arguments.hasQuery = true;
-        arguments.query = KXPredicate::predicateWithText(parser.value(query), &error);
-        if (error || !arguments.query)
-            throw Ending { WrongInput,
-                u"--query: %1"_s.arg(error ? error.localizedDescription() : u"empty predicate"_s) };
-        try {
-            arguments.query = arguments.query.predicateWithSubstitutionVariables({});
-        } catch (const KXException &exception) {
-            throw Ending { WrongInput, u"--query: %1"_s.arg(exception.reason()) };
-        }
-        if (const QString unknown = Report::unknownName(arguments.query); !unknown.isEmpty())
-            throw Ending { WrongInput, u"--query: tracks have no “%1”"_s.arg(unknown) };
-    }
-    if (parser.isSet(catalogue)) {
-        KXError error;
-        arguments.catalogue = KXCatalogueServers::fromText(parser.value(catalogue), &error);
-        if (!arguments.catalogue)
-            throw Ending { WrongInput, u"--catalogue: %1"_s.arg(error.localizedDescription()) };
-    }
-    if (parser.isSet(screenshot)) {
-        arguments.screenshot = parser.value(screenshot);
-        checkWritableFile(arguments.screenshot);
-    }
-    if (parser.isSet(store)) {
-        arguments.store = QDir::cleanPath(QFileInfo(parser.value(store)).absoluteFilePath());
-        checkWritableFile(arguments.store);
-    }
-    return arguments;
 }
 
 KXPersistentStoreCoordinator::Ref openLibrary(const QString &file)
@@ -269,7 +82,7 @@ KXPersistentStoreCoordinator::Ref openLibrary(const QString &file)
 
 // The folder to import: the one that was named; else the demo music, unless the library already holds other music.
 std::string musicFolder(
-    const Arguments &arguments, const KXPersistentStoreCoordinator::Ref &coordinator, QString *error)
+    const CommandLine &arguments, const KXPersistentStoreCoordinator::Ref &coordinator, QString *error)
 {
     if (!arguments.music.empty())
         return arguments.music;
@@ -301,7 +114,7 @@ ImportResult importNow(const KXPersistentStoreCoordinator::Ref &coordinator, con
     return result;
 }
 
-QJsonObject explanation(KXManagedObjectContext &context, const Arguments &arguments)
+QJsonObject explanation(KXManagedObjectContext &context, const CommandLine &arguments)
 {
     const KXRef<KXFilterSetPreset> preset = Presets::find(context, arguments.explainedPreset);
     if (!preset)
@@ -313,7 +126,7 @@ QJsonObject explanation(KXManagedObjectContext &context, const Arguments &argume
     return Presets::explain(*preset, *track);
 }
 
-QJsonObject whatIf(KXManagedObjectContext &context, const Arguments &arguments, KXError *error)
+QJsonObject whatIf(KXManagedObjectContext &context, const CommandLine &arguments, KXError *error)
 {
     const KXRef<KXFilterSetPreset> preset = Presets::find(context, arguments.whatIfPreset);
     if (!preset)
@@ -323,7 +136,7 @@ QJsonObject whatIf(KXManagedObjectContext &context, const Arguments &arguments, 
     return WhatIfCommand::answer(*preset, error);
 }
 
-void printAnswer(const Arguments &arguments, const KXPersistentStoreCoordinator::Ref &coordinator)
+void printAnswer(const CommandLine &arguments, const KXPersistentStoreCoordinator::Ref &coordinator)
 {
     QString problem;
     const std::string folder = musicFolder(arguments, coordinator, &problem);
@@ -364,7 +177,7 @@ std::unique_ptr<ShopWindow> openShop(
     return shop;
 }
 
-void runWindow(QApplication &application, Arguments arguments, const KXPersistentStoreCoordinator::Ref &coordinator)
+void runWindow(QApplication &application, CommandLine arguments, const KXPersistentStoreCoordinator::Ref &coordinator)
 {
     BrowserStyle::apply(application);
     BrowserWindow window(coordinator);
@@ -416,7 +229,7 @@ void runWindow(QApplication &application, Arguments arguments, const KXPersisten
 
 void run(int argc, char **argv, QCoreApplication &application)
 {
-    Arguments arguments = readArguments(argc, argv);
+    CommandLine arguments = CommandLine::read(argc, argv);
     if (arguments.store.isEmpty()) {
         const QString folder = KXFileManager::applicationSupportFolderPath();
         if (folder.isEmpty())
@@ -439,11 +252,12 @@ int main(int argc, char **argv)
     QCoreApplication::setOrganizationDomain(u"kestrix.com"_s);
     QCoreApplication::setApplicationName(u"browser"_s);
     // Questions are answered on machines without a display too.
-    const bool windowless = wasGiven(argc, argv, "--report") || wasGiven(argc, argv, "--query")
-        || wasGiven(argc, argv, "--explain") || wasGiven(argc, argv, "--what-if") || wasGiven(argc, argv, "--search")
-        || wasGiven(argc, argv, "--help");
+    const bool windowless = CommandLine::wasGiven(argc, argv, "--report")
+        || CommandLine::wasGiven(argc, argv, "--query") || CommandLine::wasGiven(argc, argv, "--explain")
+        || CommandLine::wasGiven(argc, argv, "--what-if") || CommandLine::wasGiven(argc, argv, "--search")
+        || CommandLine::wasGiven(argc, argv, "--help");
     if (!windowless && !hasDisplay()) {
-        if (!wasGiven(argc, argv, "--screenshot")) {
+        if (!CommandLine::wasGiven(argc, argv, "--screenshot")) {
             std::fputs(
                 "browser: there is no display for the window; --screenshot, --report, --query and --search need none\n",
                 stderr);

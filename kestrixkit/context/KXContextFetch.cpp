@@ -55,6 +55,12 @@ void KXContextFetcher::throwIfMistake(const KXError &error)
         throw KXException(QString(KXUnknownKeyException), error.localizedDescription());
 }
 
+void KXContextFetcher::reportOf(const QString &name, const KXPredicate &predicate, const KXError &error)
+{
+    throwIfMistake(error);
+    KXLogError(store, "%@: %@ %@", name, predicate.predicateFormat(), error);
+}
+
 void KXContextFetcher::report(KXError *slot) const
 {
     KXSetError(slot, m_error);

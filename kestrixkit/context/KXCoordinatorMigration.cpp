@@ -4,7 +4,6 @@
 
 #include <QFileInfo>
 
-#include <kestrixkit/context/KXStoredClasses_p.h>
 #include <kestrixkit/entity/KXStoreErrorCode.h>
 #include <kestrixkit/foundation/KXBundle.h>
 #include <kestrixkit/foundation/KXException.h>
@@ -89,7 +88,6 @@ KXError migrationRunPass(const KXStorePath &store, const MigrationPass &pass)
 KXPersistentStoreCoordinator::Ref KXPersistentStoreCoordinator::persistentStoreCoordinatorByMigratingStoreURL(
     const QUrl &url, const KXManagedObjectModel::Ref &model, KXError *error)
 {
-    KXStoredClasses::check(model.get());
     KXError problem;
     if (KXStoreMigration::fits(url, *model))
         return persistentStoreCoordinatorWithStoreURL(url, model, error);

@@ -4,6 +4,7 @@
 
 #include <kestrixkit/context/KXContextFetch_p.h>
 #include <kestrixkit/context/KXManagedObjectContext_p.h>
+#include <kestrixkit/context/KXStoredClasses_p.h>
 #include <kestrixkit/foundation/KXApplication.h>
 #include <kestrixkit/foundation/KXBundle.h>
 #include <kestrixkit/foundation/KXException.h>
@@ -12,7 +13,6 @@
 #include <kestrixkit/foundation/KXMainThreadDictionary.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/foundation/KXUndoManager.h>
-#include <kestrixkit/foundation/KXUserDefaults.h>
 
 using namespace Qt::StringLiterals;
 
@@ -30,6 +30,7 @@ KXManagedObjectContext::Ref KXManagedObjectContext::contextWithPersistentStoreCo
 {
     if (!coordinator)
         return nullptr;
+    KXStoredClasses::check(coordinator->model()); // who has no context uses no objects
     const Ref context(new KXManagedObjectContext(coordinator));
     // Without an application nobody undoes anything, and no turn of a main loop ends a step.
     if (context->m_p->isOfMainThread && QCoreApplication::instance())
@@ -209,17 +210,6 @@ void KXManagedObjectContext::deleteObjects(const QList<KXRef<KXManagedObject>> &
 
 // Fetching
 
-namespace {
-
-/// Of those who take no error slot: a failure is logged, the programmer's mistake is thrown.
-void reportFetch(const QString &name, const KXPredicate &predicate, const KXError &error)
-{
-    KXContextFetcher::throwIfMistake(error);
-    KXLogError(store, "%@: %@ %@", name, predicate.predicateFormat(), error);
-}
-
-}
-
 KXFetchedList KXManagedObjectContext::fetch(const KXFetchRequest &request, KXError *error)
 {
     return m_p->fetch(request, error);
@@ -234,7 +224,7 @@ KXFetchedList KXManagedObjectContext::fetchAllForEntity(const QString &entityNam
     KXError error;
     const KXFetchedList list = fetch(KXFetchRequest(entityName), &error);
     if (list.isNull())
-        reportFetch(entityName, {}, error);
+        KXContextFetcher::reportOf(entityName, {}, error);
     return list;
 }
 
@@ -243,7 +233,7 @@ KXFetchedList KXManagedObjectContext::fetchForEntity(const QString &entityName, 
     KXError error;
     const KXFetchedList list = fetch(KXFetchRequest(entityName, usingPredicate), &error);
     if (list.isNull())
-        reportFetch(entityName, usingPredicate, error);
+        KXContextFetcher::reportOf(entityName, usingPredicate, error);
     return list;
 }
 
@@ -253,7 +243,7 @@ KXRef<KXManagedObject> KXManagedObjectContext::fetchFirstForEntity(
     KXError error;
     const KXFetchedList list = fetch(KXFetchRequest(entityName, usingPredicate).setFetchLimit(1), &error);
     if (list.isNull())
-        reportFetch(entityName, usingPredicate, error);
+        KXContextFetcher::reportOf(entityName, usingPredicate, error);
     return list.first();
 }
 
@@ -262,84 +252,8 @@ qint64 KXManagedObjectContext::countForEntity(const QString &entityName, const K
     KXError error;
     const qint64 number = count(KXFetchRequest(entityName, usingPredicate), &error);
     if (number < 0)
-        reportFetch(entityName, usingPredicate, error);
+        KXContextFetcher::reportOf(entityName, usingPredicate, error);
     return std::max<qint64>(0, number);
-}
-
-// Templates
-
-namespace {
-
-KXFetchRequest requestFromTemplate(
-    const KXManagedObjectContextPrivate &context, const QString &name, const QVariantMap &variables)
-{
-    const KXFetchTemplate &fetch = context.coordinator->model()->fetchTemplate(name);
-    return KXFetchRequest(fetch.entityName, fetch.predicate.predicateWithSubstitutionVariables(variables));
-}
-
-KXRef<KXManagedObject> firstOrLog(const KXFetchedList &list, const QString &templateName, const KXError &error)
-{
-    if (list.isNull())
-        reportFetch(templateName, {}, error);
-    return list.first();
-}
-
-}
-
-qint64 KXManagedObjectContext::countFor(const QVariant &identifier, const QString &usingTemplate)
-{
-    const QString user = KXUserDefaults::standard().stringForKey(u"kestrixUsername"_s).value_or(u"*"_s);
-    KXError error;
-    const qint64 number = count(
-        requestFromTemplate(*m_p, usingTemplate, { { u"IDENTIFIER"_s, identifier }, { u"USER"_s, user } }), &error);
-    if (number < 0)
-        reportFetch(usingTemplate, {}, error);
-    return number;
-}
-
-qint64 KXManagedObjectContext::countUsingTemplate(const QString &templateName)
-{
-    KXError error;
-    const qint64 number = count(requestFromTemplate(*m_p, templateName, {}), &error);
-    if (number < 0)
-        reportFetch(templateName, {}, error);
-    return std::max<qint64>(0, number);
-}
-
-KXRef<KXManagedObject> KXManagedObjectContext::fetchFirstUsingTemplate(const QString &templateName)
-{
-    KXError error;
-    const KXFetchedList list = fetch(requestFromTemplate(*m_p, templateName, {}).setFetchLimit(1), &error);
-    return firstOrLog(list, templateName, error);
-}
-
-KXRef<KXManagedObject> KXManagedObjectContext::fetchFirstFor(const QVariant &identifier, const QString &usingTemplate)
-{
-    KXError error;
-    const KXFetchedList list
-        = fetch(requestFromTemplate(*m_p, usingTemplate, { { u"IDENTIFIER"_s, identifier } }).setFetchLimit(1), &error);
-    return firstOrLog(list, usingTemplate, error);
-}
-
-KXFetchedList KXManagedObjectContext::fetchUsingTemplate(
-    const QString &templateName, const QVariantMap &variables, KXError *error)
-{
-    return fetch(requestFromTemplate(*m_p, templateName, variables), error);
-}
-
-KXFetchedList KXManagedObjectContext::fetchUsingTemplate(
-    const QString &templateName, const QVariantMap &variables, const QString &sortBy, bool ascending, KXError *error)
-{
-    KXFetchRequest request = requestFromTemplate(*m_p, templateName, variables);
-    if (!sortBy.isEmpty())
-        request.setSortDescriptors({ { sortBy, ascending } });
-    return fetch(request, error);
-}
-
-KXRef<KXManagedObject> KXManagedObjectContext::fetchFirstUsingTemplate(
-    const QString &templateName, const QVariantMap &variables, KXError *error)
-{
-    return fetch(requestFromTemplate(*m_p, templateName, variables).setFetchLimit(1), error).first();
 }
 
 // Resolving references

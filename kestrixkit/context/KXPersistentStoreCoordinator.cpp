@@ -4,7 +4,6 @@
 #include <mutex>
 #include <thread>
 
-#include <kestrixkit/context/KXStoredClasses_p.h>
 #include <kestrixkit/foundation/KXApplication.h>
 #include <kestrixkit/foundation/KXBundle.h>
 #include <kestrixkit/foundation/KXFileManager.h>
@@ -81,7 +80,6 @@ KXPersistentStoreCoordinator::Ref KXPersistentStoreCoordinator::persistentStoreC
     {
         const std::lock_guard lock(opening);
         const KXManagedObjectModel::Ref model = KXManagedObjectModel::managedObjectModel();
-        KXStoredClasses::check(model.get());
         const QString path = storePathForName(name);
         std::unique_ptr<KXPersistentStorePrivate> store;
         if (!model)
@@ -117,7 +115,6 @@ KXPersistentStoreCoordinator::Ref KXPersistentStoreCoordinator::persistentStoreC
         KXSetError(error, problem);
         return nullptr;
     }
-    KXStoredClasses::check(model.get());
     const auto coordinator = [&](std::unique_ptr<KXPersistentStorePrivate> store) {
         return Ref(new KXPersistentStoreCoordinator(model, std::make_unique<KXPersistentStore>(std::move(store))));
     };
@@ -149,7 +146,6 @@ KXPersistentStoreCoordinator::Ref KXPersistentStoreCoordinator::persistentStoreC
 KXPersistentStoreCoordinator::Ref KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(
     const QUrl &url, const KXManagedObjectModel::Ref &model, KXError *error, const QByteArray &vfs)
 {
-    KXStoredClasses::check(model.get());
     KXError problem;
     auto store = KXPersistentStorePrivate::open(url, model, vfs, &problem);
     if (!store) {

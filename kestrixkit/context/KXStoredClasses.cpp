@@ -1,7 +1,9 @@
 #include <kestrixkit/context/KXStoredClasses_p.h>
 
+#include <algorithm>
 #include <map>
 #include <mutex>
+#include <vector>
 
 #include <kestrixkit/context/KXAccessorNote.h>
 #include <kestrixkit/foundation/KXException.h>
@@ -23,6 +25,7 @@ struct StoredClassRegistry
 {
     std::mutex mutex;
     std::map<QString, StoredClass> classes;
+    std::vector<std::weak_ptr<const KXManagedObjectModel>> checked;
 };
 
 StoredClassRegistry &storedClasses()
@@ -102,8 +105,17 @@ void KXStoredClasses::require(const KXEntityDescription &entity)
         throw KXException(QString(KXInvalidClassException), storedClassProblem(entity, misfits));
 }
 
-void KXStoredClasses::check(const KXManagedObjectModel *model)
+void KXStoredClasses::check(const std::shared_ptr<const KXManagedObjectModel> &model)
 {
+    if (model) {
+        StoredClassRegistry &registry = storedClasses();
+        const std::lock_guard lock(registry.mutex);
+        std::erase_if(registry.checked, [](const auto &one) { return one.expired(); });
+        if (std::any_of(
+                registry.checked.begin(), registry.checked.end(), [&](const auto &one) { return one.lock() == model; }))
+            return;
+        registry.checked.push_back(model);
+    }
     for (const KXEntityDescription *entity : model ? model->entities() : QList<const KXEntityDescription *>()) {
         if (const QStringList misfits = storedClassMisfits(storedClassNamed(entity->className()), *entity);
             !misfits.isEmpty())

@@ -23,9 +23,9 @@ public:
     /// Raised by each registration: whoever remembers factories asks again.
     [[nodiscard]] static quint32 serial() { return s_serial.load(std::memory_order_acquire); }
 
-    /// Logs every accessor of the registered classes that does not fit the model. Not an error yet: a store of an older
-    /// model may be looked into by keys. Nothing without a model.
-    static void check(const KXManagedObjectModel *model);
+    /// Logs every accessor of the registered classes that does not fit the model, once for each model. Not an error
+    /// yet: a store of an older model may be looked into by keys. Nothing without a model.
+    static void check(const std::shared_ptr<const KXManagedObjectModel> &model);
 
 private:
     static std::atomic<quint32> s_serial;

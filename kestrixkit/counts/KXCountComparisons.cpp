@@ -195,12 +195,13 @@ bool KXCountColumn::holds(const Test &test, quint32 code) const
     return std::any_of(numbers.begin(), numbers.end(), value);
 }
 
-bool KXCountColumn::holds(const KXCountCondition &condition, quint32 code) const
+/// `holds` answers for a single comparison.
+template <typename Holds> static bool countConditionHolds(const KXCountCondition &condition, const Holds &holds)
 {
-    const auto part = [&](const KXCountCondition &each) { return holds(each, code); };
+    const auto part = [&](const KXCountCondition &each) { return countConditionHolds(each, holds); };
     switch (condition.kind) {
     case KXCountCondition::Comparison:
-        return holds(m_tests[size_t(condition.comparison)], code);
+        return holds(condition.comparison);
     case KXCountCondition::And:
         return std::all_of(condition.parts.begin(), condition.parts.end(), part);
     case KXCountCondition::Or:
@@ -211,25 +212,20 @@ bool KXCountColumn::holds(const KXCountCondition &condition, quint32 code) const
     return false;
 }
 
+bool KXCountColumn::holds(const KXCountCondition &condition, quint32 code) const
+{
+    return countConditionHolds(condition, [&](int comparison) { return holds(m_tests[size_t(comparison)], code); });
+}
+
 bool KXCountColumn::holdsForNumber(const KXCountCondition &condition, qint64 number) const
 {
-    const auto part = [&](const KXCountCondition &each) { return holdsForNumber(each, number); };
-    switch (condition.kind) {
-    case KXCountCondition::Comparison: {
-        const Test &test = m_tests[size_t(condition.comparison)];
+    return countConditionHolds(condition, [&](int comparison) {
+        const Test &test = m_tests[size_t(comparison)];
         if (number == absent)
             return KXCountBit(test.holds, 0);
         return KXCountBit(
             test.holds, size_t(std::upper_bound(test.cuts.begin(), test.cuts.end(), number) - test.cuts.begin()) + 1);
-    }
-    case KXCountCondition::And:
-        return std::all_of(condition.parts.begin(), condition.parts.end(), part);
-    case KXCountCondition::Or:
-        return std::any_of(condition.parts.begin(), condition.parts.end(), part);
-    case KXCountCondition::Not:
-        return !part(condition.parts.front());
-    }
-    return false;
+    });
 }
 
 std::vector<qint64> KXCountColumn::cutsOf(const KXCountCondition &condition) const

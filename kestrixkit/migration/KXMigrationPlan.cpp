@@ -2,6 +2,7 @@
 
 #include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/migration/KXMigrationSQL_p.h>
+#include <kestrixkit/migration/KXMigrationValues_p.h>
 #include <kestrixkit/migration/KXStoreMigration_p.h>
 #include <kestrixkit/store/KXStoreReplacement_p.h>
 #include <kestrixkit/store/KXStoreSchema_p.h>
@@ -56,7 +57,7 @@ public:
 
     KXError make()
     {
-        KXMigrationSQL::registerFunctions(m_connection.handle());
+        KXMigrationValues::registerFunction(m_connection.handle());
         const KXReadTransaction one(m_connection);
         const KXMappingModel &mapping = *m_plan.mapping();
         for (const KXEntityDescription *entity : mapping.destinationModel()->entities()) {

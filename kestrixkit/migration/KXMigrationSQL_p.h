@@ -16,16 +16,14 @@ public:
         QVariantList parameters; ///< in their storage forms
     };
 
-    /// `source` and `destination` name the databases of one connection; the second only matters for copies().
+    /// Connections that run the statements have the function of KXMigrationValues. `source` and `destination` name the
+    /// databases of one connection; the second only matters for copies().
     explicit KXMigrationSQL(const KXMappingModel &mapping, QByteArray source = "main", QByteArray destination = "fresh")
         : m_mapping(mapping)
         , m_from(source + '.')
         , m_to(destination + '.')
     {
     }
-
-    /// The function that converts values, on each connection that runs the statements.
-    static void registerFunctions(sqlite3 *database);
 
     /// From the source's rows and links into the destination's empty tables.
     [[nodiscard]] QList<Statement> copies() const;

@@ -11,6 +11,7 @@
 #include <kestrixkit/store/KXPersistentStore_p.h>
 #include <kestrixkit/store/KXStoreProgress_p.h>
 #include <kestrixkit/store/KXStoreSchema_p.h>
+#include <kestrixkit/store/KXStoreTables_p.h>
 
 using namespace Qt::StringLiterals;
 
@@ -50,7 +51,7 @@ KXError backupFinishUnpacked(const QString &folder, QString &file, const KXStore
     KXError unfit;
     const auto model = KXStoreMigration::modelOf(metadata, &unfit);
     if (model)
-        unfit = KXStoreSchema::checkSchema(connection, *model);
+        unfit = KXStoreTables::check(connection, *model);
     if (unfit)
         return unfit;
     const QStringList damage = KXStoreCheck::damage(connection, progress);

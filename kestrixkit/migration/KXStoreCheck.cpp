@@ -5,6 +5,7 @@
 #include <kestrixkit/store/KXPersistentStore.h>
 #include <kestrixkit/store/KXStoreProgress_p.h>
 #include <kestrixkit/store/KXStoreSchema_p.h>
+#include <kestrixkit/store/KXStoreTables_p.h>
 
 using namespace Qt::StringLiterals;
 
@@ -156,7 +157,7 @@ std::optional<QStringList> KXPersistentStore::problemsOfStoreURL(
     const QStringList damage = KXStoreCheck::damage(connection, KXProgressOfPart(progress, 0, 0.5));
     if (!damage.isEmpty())
         return damage;
-    if (KXError foreign = KXStoreSchema::checkSchema(connection, *model))
+    if (KXError foreign = KXStoreTables::check(connection, *model))
         return QStringList { foreign.localizedDescription() };
     return KXStoreCheck::brokenPromises(connection, *model, KXProgressOfPart(progress, 0.5, 1));
 }

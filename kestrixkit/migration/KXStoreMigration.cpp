@@ -6,9 +6,11 @@
 #include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/migration/KXMigrationSQL_p.h>
+#include <kestrixkit/migration/KXMigrationValues_p.h>
 #include <kestrixkit/store/KXStoreProgress_p.h>
 #include <kestrixkit/store/KXStoreReplacement_p.h>
 #include <kestrixkit/store/KXStoreSchema_p.h>
+#include <kestrixkit/store/KXStoreTables_p.h>
 
 using namespace Qt::StringLiterals;
 
@@ -55,7 +57,7 @@ KXError KXStoreMigration::checkSource(KXSQLiteConnection &connection, const KXMa
     if (KXError error = KXStoreSchema::readMetadata(connection, metadata))
         return error;
     if (metadata.versionHashes == mapping.sourceModel()->versionHashes())
-        return KXStoreSchema::checkSchema(connection, *mapping.sourceModel());
+        return KXStoreTables::check(connection, *mapping.sourceModel());
     return KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::IncompatibleModel,
         u"The store was not written with the model that it is to be migrated from"_s);
 }
@@ -73,7 +75,7 @@ KXError KXStoreMigration::write(KXSQLiteConnection &connection, const KXMappingM
 {
     if (KXError error = checkSource(connection, mapping))
         return error;
-    KXMigrationSQL::registerFunctions(connection.handle());
+    KXMigrationValues::registerFunction(connection.handle());
     const KXMigrationSQL sql(mapping);
     for (const KXEntityMapping &entity : mapping.entityMappings()) {
         for (const KXPropertyMapping &property : entity.properties) {
@@ -117,7 +119,7 @@ KXError KXStoreMigration::write(KXSQLiteConnection &connection, const KXMappingM
     const KXStatementProgress shown(connection, progress, [&] { return double(QFileInfo(fresh).size()) / size; });
     if (KXError error = connection.execute("BEGIN"))
         return error;
-    for (const QByteArray &table : KXStoreSchema::tables(*mapping.destinationModel(), "fresh")) {
+    for (const QByteArray &table : KXStoreTables::tables(*mapping.destinationModel(), "fresh")) {
         if (KXError error = connection.execute(table.constData()))
             return error;
     }
@@ -125,7 +127,7 @@ KXError KXStoreMigration::write(KXSQLiteConnection &connection, const KXMappingM
         if (KXError error = migrationRun(connection, copy))
             return error;
     }
-    for (const QByteArray &index : KXStoreSchema::indexes(*mapping.destinationModel(), "fresh")) {
+    for (const QByteArray &index : KXStoreTables::indexes(*mapping.destinationModel(), "fresh")) {
         if (KXError error = connection.execute(index.constData()))
             return error;
     }

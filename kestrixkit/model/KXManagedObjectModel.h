@@ -6,6 +6,7 @@
 #include <QHash>
 #include <QList>
 #include <QMap>
+#include <QSet>
 #include <QString>
 
 #include <kestrixkit/entity/KXEntities.h>
@@ -91,7 +92,20 @@ private:
     KXManagedObjectModel() = default;
     void add(const KXEntityDescription &entity, QHash<QByteArray, QString> &tables);
     [[nodiscard]] static KXEntityDescription undone(const KXEntityDescription &entity);
+    struct TakenNames
+    {
+        QHash<const KXEntityDescription *, QSet<QString>> columns; // by root
+        QSet<QByteArray> indexes; // whose names hold the entity's and the column's
+        QHash<QByteArray, std::pair<const KXEntityDescription *, int>> joins; // whose relationship has the table
+    };
     void resolve();
+    [[nodiscard]] QList<KXEntityDescription *> orderByParents();
+    void numberEntities();
+    void resolveProperties(KXEntityDescription &entity, TakenNames &taken);
+    static void nameColumn(const KXEntityDescription &entity, KXPropertyDescription &property, TakenNames &taken);
+    static void resolveRelationship(
+        const KXEntityDescription &entity, KXPropertyDescription &property, TakenNames &taken);
+    static void nameJoinTable(const KXEntityDescription &entity, KXPropertyDescription &property, TakenNames &taken);
 
     std::deque<KXEntityDescription> m_entities; // never moves: properties and entities point at each other
     QHash<QString, const KXEntityDescription *> m_byName;

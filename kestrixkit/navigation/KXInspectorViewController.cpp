@@ -2,8 +2,6 @@
 
 #include <QCborArray>
 #include <QEvent>
-#include <QPainter>
-#include <QStyledItemDelegate>
 #include <QVBoxLayout>
 
 #include <kestrixkit/foundation/KXArchive.h>
@@ -12,8 +10,8 @@
 #include <kestrixkit/navigation/KXAssociation_p.h>
 #include <kestrixkit/navigation/KXInspectorModel_p.h>
 #include <kestrixkit/navigation/KXInspectorOutlineView.h>
+#include <kestrixkit/navigation/KXInspectorRowDelegate_p.h>
 #include <kestrixkit/theme/KXThemeStyleNames.h>
-#include <kestrixkit/theme/controls/KXControlPainter.h>
 
 using namespace Qt::StringLiterals;
 
@@ -21,63 +19,6 @@ namespace {
 
 constexpr QStringView inspectorPlaceFormat = u"com.kestrix.kestrixkit.inspector-place";
 constexpr int inspectorPlaceFormatNumber = 1;
-constexpr int inspectorChevron = 20; // points of room for it
-
-/// Headers with their arrow heads; content is painted by its own widgets.
-class InspectorDelegate : public QStyledItemDelegate
-{
-public:
-    InspectorDelegate(KXInspectorModel *model, KXInspectorOutlineView *view)
-        : QStyledItemDelegate(view)
-        , m_model(model)
-        , m_view(view)
-    {
-    }
-    QSize sizeHint(const QStyleOptionViewItem &, const QModelIndex &index) const override
-    {
-        const auto *const item = KXInspectorViewItem::inspectorViewItem(m_model->controller(index));
-        if (!KXInspectorModel::isHeader(index)) {
-            const QWidget *const cell = m_view->indexWidget(index);
-            return { 0, cell ? cell->sizeHint().height() : 0 };
-        }
-        return { 0,
-            item && item->showHeader() ? KXInspectorViewController::HeaderHeight
-                                       : KXInspectorViewController::SpacerHeight };
-    }
-    void paint(QPainter *painter, const QStyleOptionViewItem &option, const QModelIndex &index) const override
-    {
-        const auto *const item = KXInspectorViewItem::inspectorViewItem(m_model->controller(index));
-        if (!item || !KXInspectorModel::isHeader(index) || !item->showHeader())
-            return;
-        if (KXThemeableTableRowView *const looks = item->tableRowView()) {
-            looks->setState({ .selected = bool(option.state & QStyle::State_Selected),
-                .emphasised = m_view->hasFocus(),
-                .hovered = bool(option.state & QStyle::State_MouseOver),
-                .row = index.row() });
-            looks->draw(*painter, option.rect, option.palette);
-        }
-        const bool mirrored = option.direction == Qt::RightToLeft;
-        const QRect arrow = QStyle::visualRect(option.direction, option.rect,
-            QRect(option.rect.left(), option.rect.top(), inspectorChevron, option.rect.height()));
-        const int angle = m_view->isExpanded(index) ? 0 : mirrored ? 90 : -90;
-        KXControlPainter::chevron(*painter, QRectF(arrow).center(), 7, angle,
-            m_view->palette().color(QPalette::Active, QPalette::PlaceholderText));
-        painter->save();
-        QFont font = option.font;
-        font.setBold(true);
-        painter->setFont(font);
-        painter->setLayoutDirection(option.direction);
-        const QRect text = QStyle::visualRect(
-            option.direction, option.rect, option.rect.adjusted(inspectorChevron, 0, -KXControlPainter::padding, 0));
-        KXControlPainter::text(*painter, text, int(Qt::AlignVCenter | Qt::AlignLeft), item->title(),
-            option.palette.color(QPalette::Active, QPalette::Text));
-        painter->restore();
-    }
-
-private:
-    KXInspectorModel *const m_model;
-    KXInspectorOutlineView *const m_view;
-};
 
 }
 
@@ -171,7 +112,7 @@ void KXInspectorViewController::viewDidLoad()
     if (!m_outline)
         return;
     m_outline->setModel(m_model);
-    m_outline->setItemDelegate(new InspectorDelegate(m_model, m_outline));
+    m_outline->setItemDelegate(new KXInspectorRowDelegate(m_model, m_outline));
     m_outline->groupRowView()->setThemeStyleName(KXSourceListGroupRowStyles);
     const auto folded = [this](const QModelIndex &header, bool expanded) {
         const KXViewController *const controller = m_model->controller(header);

@@ -4,15 +4,14 @@
 
 #include <kestrixkit/navigation/KXAssociation_p.h>
 #include <kestrixkit/navigation/KXFocusInside_p.h>
+#include <kestrixkit/navigation/KXLayerArrangement_p.h>
+#include <kestrixkit/navigation/KXLayerContainer_p.h>
 
 using namespace Qt::StringLiterals;
 
 KXLayeredNavigationContent::~KXLayeredNavigationContent() = default;
 
 namespace {
-
-constexpr int layerStrip = int(KXLayeredNavigationStackedViewWidth);
-constexpr int layerPeek = int(KXLayeredNavigationPeekingViewWidth);
 
 void tellLayerContent(KXViewController *controller, void (KXLayeredNavigationContent::*message)())
 {
@@ -22,36 +21,9 @@ void tellLayerContent(KXViewController *controller, void (KXLayeredNavigationCon
 
 }
 
-/// Lays the layers out again when it gets another size or direction.
-class KXLayeredNavigationController::Container : public QWidget
-{
-public:
-    explicit Container(KXLayeredNavigationController *controller)
-        : m_controller(controller)
-    {
-    }
-    void forgetController() { m_controller = nullptr; }
-
-protected:
-    void resizeEvent(QResizeEvent *event) override
-    {
-        QWidget::resizeEvent(event);
-        if (m_controller)
-            m_controller->layoutLayers();
-    }
-    void changeEvent(QEvent *event) override
-    {
-        QWidget::changeEvent(event);
-        if (event->type() == QEvent::LayoutDirectionChange && m_controller)
-            m_controller->layoutLayers();
-    }
-
-private:
-    KXLayeredNavigationController *m_controller;
-};
-
 KXLayeredNavigationController::KXLayeredNavigationController(KXViewController *root, QObject *parent)
     : KXNavigationStackController(KXLayeredNavigationControllerKey, parent)
+    , m_arrangement(std::make_unique<KXLayerArrangement>())
 {
     connect(qApp, &QApplication::focusChanged, this, &KXLayeredNavigationController::focusDidMove);
     if (root)
@@ -63,14 +35,14 @@ KXLayeredNavigationController::~KXLayeredNavigationController()
     disconnect(qApp, nullptr, this, nullptr); // the keyboard leaves with the view
     if (!isViewLoaded())
         return;
-    static_cast<Container *>(view())->forgetController();
+    static_cast<KXLayerContainer *>(view())->forget();
     for (KXLayeredView *layer : view()->findChildren<KXLayeredView *>(Qt::FindDirectChildrenOnly))
         layer->releaseContentView();
 }
 
 void KXLayeredNavigationController::loadView()
 {
-    setView(new Container(this));
+    setView(new KXLayerContainer([this] { layoutLayers(); }));
     m_layers.clear(); // these ended with an earlier view
     for (KXViewController *controller : viewControllers()) {
         auto *const layer = new KXLayeredView(
@@ -131,62 +103,14 @@ bool KXLayeredNavigationController::isOn(const QPointer<KXViewController> &contr
 
 // Laying out
 
-int KXLayeredNavigationController::distance(const KXLayeredView *layer, int otherwise) const
-{
-    const KXLayeredNavigationItem *const item = layer ? layer->layeredNavigationItem() : nullptr;
-    const int wanted = item ? qRound(item->nextItemDistance()) : 0;
-    return wanted > 0 ? wanted : otherwise;
-}
-
-void KXLayeredNavigationController::move(KXLayeredView *layer, const QRect &frame, bool animated)
-{
-    layer->setTargetFrame(frame);
-    if (animated)
-        m_animation.add(layer, "frame", frame, QEasingCurve::OutQuad);
-    else
-        layer->setFrame(frame);
-}
-
-/// A strip apart, as a push leaves them.
-void KXLayeredNavigationController::stackUp(bool animated)
-{
-    const QSize room = bounds();
-    int x = 0;
-    for (KXLayeredView *layer : layers()) {
-        move(layer, { x, 0, std::max(0, room.width() - x), room.height() }, animated);
-        x += layerStrip;
-    }
-}
-
 void KXLayeredNavigationController::layOut(const KXLayeredView *peeking, bool animated)
 {
-    const QSize room = bounds();
-    const QList<KXLayeredView *> all = layers();
-    int x = 0;
-    for (qsizetype i = 0; i < all.size(); ++i) {
-        KXLayeredView *const layer = all.at(i);
-        const bool keepsWidth = peeking && i + 1 < all.size();
-        const int width = keepsWidth ? layer->targetFrame().width() : std::max(0, room.width() - x);
-        move(layer, { x, 0, width, room.height() }, animated);
-        const bool isBelowTop = i + 2 == all.size();
-        if (layer == peeking)
-            x += isBelowTop ? std::max(layerPeek, distance(layer, 0)) : layerPeek;
-        else
-            x += isBelowTop && !peeking ? distance(layer, layerStrip) : layerStrip;
-    }
+    m_arrangement->layOut(layers(), bounds(), peeking, animated);
 }
 
-/// A covered layer is seen as far as the next one. What is to be seen less of is cut when the layers have arrived.
 void KXLayeredNavigationController::adjustClipping(bool onlyGrow)
 {
-    const QList<KXLayeredView *> all = layers();
-    for (qsizetype i = 0; i < all.size(); ++i) {
-        const QRect &frame = all.at(i)->targetFrame();
-        const int seen = i + 1 < all.size() ? all.at(i + 1)->targetFrame().x() - frame.x()
-                                            : frame.width() - KXLayeredView::ShadowInset;
-        all.at(i)->setVisibleWidth(std::max(onlyGrow ? all.at(i)->visibleWidth() : 0, seen));
-        all.at(i)->updateRole();
-    }
+    KXLayerArrangement::adjustClipping(layers(), onlyGrow);
 }
 
 void KXLayeredNavigationController::layoutLayers()
@@ -209,8 +133,8 @@ void KXLayeredNavigationController::layoutLayers()
 bool KXLayeredNavigationController::settle()
 {
     const QPointer<KXLayeredNavigationController> alive(this);
-    while (alive && m_animation.isRunning()) // its end may begin another
-        m_animation.finish();
+    while (alive && m_arrangement->animation().isRunning()) // its end may begin another
+        m_arrangement->animation().finish();
     return bool(alive);
 }
 
@@ -238,11 +162,11 @@ void KXLayeredNavigationController::pushViewController(KXViewController *control
     if (!alive || !pushed || m_layers.value(pushed) != layer)
         return; // it was popped again
     layer->setContentView(pushed->view());
-    stackUp(false);
+    m_arrangement->stackUp(layers(), bounds(), false);
     if (animated) { // from the far side
         const QRect target = layer->targetFrame();
         layer->setFrame(target.translated(bounds().width() - target.x(), 0));
-        move(layer, target, true);
+        m_arrangement->move(layer, target, true);
     }
     adjustClipping(true);
     layer->show();
@@ -253,7 +177,7 @@ void KXLayeredNavigationController::pushViewController(KXViewController *control
         KXFocusInside(pushed->view());
     if (alive && animated && settle()) { // one may have been pushed above it meanwhile
         m_pushing = true;
-        m_animation.start([this, pushed] { didPush(pushed); });
+        m_arrangement->animation().start([this, pushed] { didPush(pushed); });
     } else if (alive) {
         didPush(pushed);
     }
@@ -305,9 +229,9 @@ void KXLayeredNavigationController::popToViewController(KXViewController *contro
     const KXLayeredView *const below = index > 0 ? layers().value(index - 1) : nullptr;
     if (wasPeeking)
         layOut(nullptr, animated);
-    else if (const int apart = distance(below, 0); apart > 0 && target == visibleViewController()) {
+    else if (const int apart = KXLayerArrangement::distance(below, 0); apart > 0 && target == visibleViewController()) {
         const int x = below->targetFrame().x() + apart;
-        move(layer, { x, 0, std::max(0, bounds().width() - x), bounds().height() }, animated);
+        m_arrangement->move(layer, { x, 0, std::max(0, bounds().width() - x), bounds().height() }, animated);
     }
     layer->setPeeking(false);
     adjustClipping(false);
@@ -316,7 +240,7 @@ void KXLayeredNavigationController::popToViewController(KXViewController *contro
     if (!alive)
         return;
     if (animated)
-        m_animation.start([this, target] { didPopTo(target); });
+        m_arrangement->animation().start([this, target] { didPopTo(target); });
     else
         didPopTo(target);
     if (alive)
@@ -345,7 +269,7 @@ void KXLayeredNavigationController::leave(const QList<QPointer<KXViewController>
         if (layer) {
             layer->setPopped(true);
             layer->updateRole();
-            move(layer, layer->frame().translated(0, bounds().height()), animated);
+            m_arrangement->move(layer, layer->frame().translated(0, bounds().height()), animated);
         }
     }
     for (auto controller = controllers.crbegin(); alive && controller != controllers.crend(); ++controller) {
@@ -383,8 +307,7 @@ void KXLayeredNavigationController::dropViewController(KXViewController *control
     if (!alive)
         return;
     const QList<KXLayeredView *> all = layers();
-    for (qsizetype i = index; i < all.size(); ++i)
-        move(all.at(i), all.at(i)->targetFrame().translated(-layerStrip, 0), animated);
+    m_arrangement->closeUp(all.mid(index), animated);
     if (!all.isEmpty())
         all.constLast()->setPeeking(true);
     adjustClipping(true);
@@ -395,7 +318,7 @@ void KXLayeredNavigationController::dropViewController(KXViewController *control
     if (wasPeeking && !all.isEmpty()) // its room closes once the pointer has had time to move on
         m_peekCall.start(PeekDelay, [this] { layoutLayers(); });
     if (animated)
-        m_animation.start([this] { didDrop(); });
+        m_arrangement->animation().start([this] { didDrop(); });
     else
         didDrop();
     if (alive)
@@ -473,7 +396,7 @@ void KXLayeredNavigationController::beginPeeking(KXLayeredView *layer)
     m_layers.value(controller)->setPeeking(true);
     layOut(m_layers.value(controller), true);
     adjustClipping(true);
-    m_animation.start([this] { adjustClipping(false); });
+    m_arrangement->animation().start([this] { adjustClipping(false); });
     if (alive && controller)
         tellLayerContent(controller, &KXLayeredNavigationContent::layeredViewDidBeginPeeking);
 }
@@ -485,7 +408,7 @@ void KXLayeredNavigationController::endPeeking()
         return;
     layOut(nullptr, true);
     adjustClipping(true);
-    m_animation.start([this] { adjustClipping(false); });
+    m_arrangement->animation().start([this] { adjustClipping(false); });
     if (alive)
         forgetPeeking();
 }
@@ -538,38 +461,34 @@ void KXLayeredNavigationController::focusDidMove(QWidget *from, QWidget *to)
 
 // Appearing
 
+void KXLayeredNavigationController::tellAll(bool appeared, void (KXViewController::*message)())
+{
+    for (const QPointer<KXViewController> &controller : heldViewControllers()) {
+        if (controller && controller->hasAppeared() == appeared)
+            (controller->*message)();
+    }
+}
+
 void KXLayeredNavigationController::viewWillAppear()
 {
     KXNavigationStackController::viewWillAppear();
-    for (const QPointer<KXViewController> &controller : heldViewControllers()) {
-        if (controller && !controller->hasAppeared())
-            controller->viewWillAppear();
-    }
+    tellAll(false, &KXViewController::viewWillAppear);
 }
 
 void KXLayeredNavigationController::viewDidAppear()
 {
     KXNavigationStackController::viewDidAppear();
-    for (const QPointer<KXViewController> &controller : heldViewControllers()) {
-        if (controller && !controller->hasAppeared())
-            controller->viewDidAppear();
-    }
+    tellAll(false, &KXViewController::viewDidAppear);
 }
 
 void KXLayeredNavigationController::viewWillDisappear()
 {
-    for (const QPointer<KXViewController> &controller : heldViewControllers()) {
-        if (controller && controller->hasAppeared())
-            controller->viewWillDisappear();
-    }
+    tellAll(true, &KXViewController::viewWillDisappear);
     KXNavigationStackController::viewWillDisappear();
 }
 
 void KXLayeredNavigationController::viewDidDisappear()
 {
-    for (const QPointer<KXViewController> &controller : heldViewControllers()) {
-        if (controller && controller->hasAppeared())
-            controller->viewDidDisappear();
-    }
+    tellAll(true, &KXViewController::viewDidDisappear);
     KXNavigationStackController::viewDidDisappear();
 }

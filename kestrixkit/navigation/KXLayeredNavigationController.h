@@ -1,9 +1,12 @@
 #pragma once
 
+#include <memory>
+
 #include <kestrixkit/foundation/KXDelayedCall.h>
 #include <kestrixkit/navigation/KXLayeredView.h>
 #include <kestrixkit/navigation/KXNavigationStackController.h>
-#include <kestrixkit/toolkit/KXAnimationGroup.h>
+
+class KXLayerArrangement;
 
 /// Points of a covered layer that stay visible, and of one that peeks out.
 inline constexpr float KXLayeredNavigationStackedViewWidth = 25.0F;
@@ -91,7 +94,6 @@ protected:
     void controllerDidEnd(KXViewController *controller, qsizetype index) override;
 
 private:
-    class Container;
     struct Leaving
     {
         QPointer<KXLayeredView> layer;
@@ -101,11 +103,8 @@ private:
     [[nodiscard]] QSize bounds() const;
     /// In the order of the stack.
     [[nodiscard]] QList<KXLayeredView *> layers() const;
-    [[nodiscard]] int distance(const KXLayeredView *layer, int otherwise) const;
     [[nodiscard]] bool isOn(const QPointer<KXViewController> &controller) const;
     bool settle();
-    void move(KXLayeredView *layer, const QRect &frame, bool animated);
-    void stackUp(bool animated);
     void layOut(const KXLayeredView *peeking, bool animated);
     void adjustClipping(bool onlyGrow);
     void leave(const QList<QPointer<KXViewController>> &controllers, bool animated);
@@ -117,11 +116,12 @@ private:
     void didPush(const QPointer<KXViewController> &controller);
     void didPopTo(const QPointer<KXViewController> &controller);
     void didDrop();
+    void tellAll(bool appeared, void (KXViewController::*message)());
 
     QHash<const KXViewController *, QPointer<KXLayeredView>> m_layers;
     QList<Leaving> m_leaving;
     QPointer<KXViewController> m_peeking;
     bool m_pushing = false;
     KXDelayedCall m_peekCall { this }; // of both beginning and ending
-    KXAnimationGroup m_animation;
+    std::unique_ptr<KXLayerArrangement> m_arrangement;
 };

@@ -12,6 +12,7 @@
 #include <kestrixkit/source_list/KXSourceListRowDelegate_p.h>
 #include <kestrixkit/theme/KXThemeStyleNames.h>
 #include <kestrixkit/theme/controls/KXControlPainter.h>
+#include <kestrixkit/theme/controls/KXDragImage.h>
 #include <kestrixkit/theme/controls/KXThemeableScroller.h>
 #include <kestrixkit/toolkit/KXTreeController.h>
 
@@ -249,26 +250,8 @@ QPixmap KXSourceListView::dragImage(const QModelIndexList &rows) const
 {
     const KXSourceListCell cell
         = cellForRow(rows.contains(currentIndex()) ? currentIndex() : QModelIndex(rows.first()));
-    const QFontMetrics metrics(font());
-    const QSize count = rows.size() > 1 ? KXBadgeCell::sizeForCount(rows.size(), font()) : QSize();
-    const int text = std::min(metrics.horizontalAdvance(cell.title) + 2, 220);
-    const QRect rect(0, 0, 34 + text + 10 + (count.isEmpty() ? 0 : count.width() + 6), metrics.height() + 10);
-    QPixmap pixmap(rect.size() * devicePixelRatioF());
-    pixmap.setDevicePixelRatio(devicePixelRatioF());
-    pixmap.fill(Qt::transparent);
-    QPainter painter(&pixmap);
-    painter.setFont(font());
-    const QPalette &colours = palette();
-    painter.setOpacity(0.9);
-    KXControlPainter::plate(
-        painter, rect, colours.color(QPalette::Active, QPalette::Highlight), QColor(), KXControlPainter::radius);
-    painter.setOpacity(1);
-    const QColor colour = colours.color(QPalette::Active, QPalette::HighlightedText);
-    KXControlPainter::icon(painter, { 10, rect.center().y() - 7, 16, 16 }, cell.image, colour, {});
-    KXControlPainter::text(painter, QRectF(34, 0, text, rect.height()), Qt::AlignVCenter, cell.title, colour);
-    if (!count.isEmpty())
-        badgeCell(true).paint(painter, rect.adjusted(0, 0, -10, 0), rows.size(), true, colours);
-    return pixmap;
+    const KXDragImage image { .title = cell.title, .icon = cell.image, .count = rows.size(), .mostTitleWidth = 220 };
+    return image.draw(*this, badgeCell(true));
 }
 
 KXSourceListDrop KXSourceListView::dropAt(const QPoint &place) const
@@ -389,14 +372,8 @@ void KXSourceListView::paintTarget(QPainter &painter) const
     if (children > 0)
         begin = isRightToLeft() ? beside.right() : beside.left();
     y = std::max(y, 4);
-    painter.save();
-    painter.setRenderHint(QPainter::Antialiasing);
-    painter.setPen(QPen(colour, 2));
     const int end = isRightToLeft() ? 4 : viewport()->width() - 4;
-    const int side = isRightToLeft() ? -1 : 1;
-    painter.drawLine(QPointF(begin + side * 7, y), QPointF(end, y));
-    painter.drawEllipse(QPointF(begin + side * 3, y), 3, 3);
-    painter.restore();
+    KXControlPainter::dropLine(painter, QPointF(begin + (isRightToLeft() ? -3 : 3), y), end, palette());
 }
 
 void KXSourceListView::paintEvent(QPaintEvent *event)

@@ -1,7 +1,6 @@
 #pragma once
 
-#include <unordered_set>
-#include <vector>
+#include <memory>
 
 #include <QElapsedTimer>
 #include <QPointer>
@@ -14,7 +13,7 @@
 #include <kestrixkit/toolkit/KXTreeController.h>
 #include <kestrixkit/toolkit/KXViewController.h>
 
-class KXObserver;
+class KXSourceListBadgeObserver;
 class KXSourceListViewController;
 
 /// Items of source lists on the pasteboard: the index paths of the rows that are dragged.
@@ -144,8 +143,6 @@ private:
     [[nodiscard]] QVariant rowData(const KXTreeNode &node, int role);
     [[nodiscard]] KXSourceListCell cellForNode(const KXTreeNode &node);
     [[nodiscard]] qint64 countForNode(const KXTreeNode &node) const;
-    void followBadgeOf(const KXSourceListItem &item, KXManagedObject *object);
-    void followNoCounts();
     bool moveItems(const QList<KXRef<KXManagedObject>> &items, const KXIndexPath &path);
     bool copyItems(const QList<KXRef<KXManagedObject>> &items, const KXIndexPath &path);
     bool perform(const QString &actionName, const std::function<bool()> &act);
@@ -174,7 +171,5 @@ private:
     KXDelayedCall m_saveSoon { this };
     QElapsedTimer m_sinceSaved;
     bool m_contextIsDue = false;
-    // Of the rows that were painted lately: their counts show as they change.
-    std::unordered_set<qint64> m_followed;
-    std::vector<std::shared_ptr<KXObserver>> m_observers;
+    std::unique_ptr<KXSourceListBadgeObserver> m_badges;
 };

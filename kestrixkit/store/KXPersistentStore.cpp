@@ -5,6 +5,7 @@
 #include <kestrixkit/store/KXPersistentStore_p.h>
 #include <kestrixkit/store/KXStoreReplacement_p.h>
 #include <kestrixkit/store/KXStoreSchema_p.h>
+#include <kestrixkit/store/KXStoreTables_p.h>
 
 using namespace Qt::StringLiterals;
 
@@ -113,9 +114,9 @@ std::unique_ptr<KXPersistentStorePrivate> KXPersistentStorePrivate::open(
         }
         KXError problem = writer->open(path, { .vfs = vfs });
         if (!problem)
-            problem = KXStoreSchema::checkSchema(*writer, *model);
+            problem = KXStoreTables::check(*writer, *model);
         if (!problem)
-            problem = KXStoreSchema::updateIndexes(*writer, *model);
+            problem = KXStoreTables::updateIndexes(*writer, *model);
         // From here on nobody can replace the file, but another process may have done so since it was looked at.
         opened = !writer->hasMoved();
         if (problem && opened)

@@ -4,7 +4,7 @@
 
 #include <kestrixkit/entity/KXValueConversion_p.h>
 #include <kestrixkit/foundation/KXDecimal.h>
-#include <kestrixkit/store/KXStoreSchema_p.h>
+#include <kestrixkit/store/KXStoreTables_p.h>
 
 namespace {
 
@@ -44,7 +44,7 @@ KXRowCodec::KXRowCodec(const KXEntityDescription &entity)
     : m_entity(entity)
 {
     const bool discriminator = entity.hasDiscriminator();
-    const auto columns = KXStoreSchema::columnsOfTable(*entity.root());
+    const auto columns = KXStoreTables::columnsOfTable(*entity.root());
     m_select = "SELECT t0.kx_id, t0.kx_version";
     if (discriminator)
         m_select += ", t0.kx_entity";

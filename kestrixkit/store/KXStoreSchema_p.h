@@ -1,13 +1,12 @@
 #pragma once
 
-#include <QMap>
 #include <QString>
 
 #include <kestrixkit/model/KXManagedObjectModel.h>
 #include <kestrixkit/store/KXPersistentStore.h>
 #include <kestrixkit/store/KXSQLite_p.h>
 
-/// The tables of a store file; docs/formats/store.md describes them.
+/// A store file but for its tables: its first bytes, metadata and numbers; docs/formats/store.md describes them.
 namespace KXStoreSchema {
 
 /// In the file's header, so that our files are known before SQLite touches them: "KSTX".
@@ -20,13 +19,6 @@ using Metadata = KXStoreMetadata;
 /// Of an error that says what is wrong with a file, or none: as inspectFile() and a look at the metadata find it. The
 /// file is left as it is. `fresh` where a store may be made at the path.
 [[nodiscard]] KXError look(const QString &path, const QByteArray &vfs, bool &fresh, Metadata &metadata);
-
-/// Each column of the root's table once, whichever entity of the family declares it.
-[[nodiscard]] QList<const KXPropertyDescription *> columnsOfTable(const KXEntityDescription &root);
-
-/// Statements that make all tables, and then all indexes, in the database of that name (of an attached one, too).
-[[nodiscard]] QList<QByteArray> tables(const KXManagedObjectModel &model, const QByteArray &schema = "main");
-[[nodiscard]] QList<QByteArray> indexes(const KXManagedObjectModel &model, const QByteArray &schema = "main");
 
 /// Looks at the first bytes alone: an error for folders, unreadable files, files of other programs and files that
 /// are shorter than they say. No error for a missing or empty file, which `fresh` tells.
@@ -60,11 +52,5 @@ void addChangeNumber(KXSQLiteConnection &connection);
 /// Makes a closed store of all tables and indexes, with a new UUID, in a file that is not there yet and that nobody
 /// else knows. Not synced; what is left of it after an error is the caller's to remove.
 [[nodiscard]] KXError create(const QString &path, const QByteArray &vfs, const KXManagedObjectModel &model);
-
-/// Damaged where the store holds anything but the model's tables and indexes: what is stored in a file is never run.
-[[nodiscard]] KXError checkSchema(KXSQLiteConnection &connection, const KXManagedObjectModel &model);
-
-/// Adds the indexes that the model asks for and drops those that it no longer does.
-[[nodiscard]] KXError updateIndexes(KXSQLiteConnection &connection, const KXManagedObjectModel &model);
 
 }

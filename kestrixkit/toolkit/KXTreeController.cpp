@@ -357,20 +357,20 @@ void KXTreeController::arrange(KXTreeNode &parent, const Objects &wanted)
             row = present->m_row + 1;
         } else if (present) {
             const bool isAbove = present->m_parent == &parent && present->m_row < row;
-            moveRow(*present->m_parent, present->m_row, parent, row);
+            moveNode(*present->m_parent, present->m_row, parent, row);
             row += isAbove ? 0 : 1;
         } else {
             size_t end = i + 1;
             while (end < wanted.size() && !node(wanted[end].get()))
                 ++end;
-            insertRows(parent, row, std::span(wanted).subspan(i, end - i));
+            insertNodes(parent, row, std::span(wanted).subspan(i, end - i));
             row += int(end - i);
             i = end - 1;
         }
     }
 }
 
-void KXTreeController::insertRows(KXTreeNode &parent, int row, std::span<const KXRef<Object>> objects)
+void KXTreeController::insertNodes(KXTreeNode &parent, int row, std::span<const KXRef<Object>> objects)
 {
     beginInsertRows(indexForNode(&parent), row, row + int(objects.size()) - 1);
     std::vector<std::unique_ptr<KXTreeNode>> nodes;
@@ -388,7 +388,7 @@ void KXTreeController::insertRows(KXTreeNode &parent, int row, std::span<const K
     endInsertRows();
 }
 
-void KXTreeController::moveRow(KXTreeNode &from, int row, KXTreeNode &to, int toRow)
+void KXTreeController::moveNode(KXTreeNode &from, int row, KXTreeNode &to, int toRow)
 {
     if (&from == &to && (toRow == row || toRow == row + 1))
         return;

@@ -143,8 +143,8 @@ private:
     void arrange(KXTreeNode &parent, const Objects &wanted);
     void removeDead(const std::unordered_set<qint64> &living);
     void removeDeadChildren(KXTreeNode &node, const std::function<bool(int row)> &isDead);
-    void insertRows(KXTreeNode &parent, int row, std::span<const KXRef<KXManagedObject>> objects);
-    void moveRow(KXTreeNode &from, int row, KXTreeNode &to, int toRow);
+    void insertNodes(KXTreeNode &parent, int row, std::span<const KXRef<KXManagedObject>> objects);
+    void moveNode(KXTreeNode &from, int row, KXTreeNode &to, int toRow);
     [[nodiscard]] KXTreeNode *node(const KXManagedObject *object) const;
     void select(const QList<const KXTreeNode *> &nodes);
     void updateSelection();

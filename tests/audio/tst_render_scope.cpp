@@ -1,5 +1,7 @@
 // What the render thread does beside rendering: nothing.
 
+#include <array>
+
 #include <QLoggingCategory>
 #include <QTemporaryDir>
 #include <QTest>
@@ -44,12 +46,50 @@ struct ScopeItem : KXAudioPlayerItem
 
 }
 
+using ScopeItems = std::array<std::shared_ptr<ScopeItem>, 2>;
+
+static void doAnything(KXMultiTrackAudioPlayer &player, const ScopeItems &items, KXTestRandom &random)
+{
+    switch (random.between(0, 13)) {
+    case 0:
+        player.playItem(items[random.between(size_t(0), size_t(1))]);
+        break;
+    case 1:
+        player.stop();
+        break;
+    case 2:
+    case 3:
+        player.resume();
+        break;
+    case 4:
+        player.muteChannel(random.between(0, 3));
+        break;
+    case 5:
+        player.unmuteChannel(random.between(0, 3));
+        break;
+    case 6:
+        player.setVolume(random.between(0.0F, 1.0F));
+        break;
+    case 12:
+        player.setStemGain(random.between(0, 1), random.between(0.0F, 2.0F));
+        break;
+    case 13:
+        player.setStemSoloed(random.between(0, 1), random.chance(0.5));
+        break;
+    case 7:
+        QTest::qWait(1);
+        break;
+    default:
+        player.setTime(random.between(0.0, 9.0));
+    }
+}
+
 TEST(RenderScope, passesNeitherLockNorAllocateNorCall)
 {
     if (!RenderScope::isAvailable())
         GTEST_SKIP() << "the sanitizer has wrapped these functions itself";
     const QTemporaryDir dir;
-    const std::shared_ptr<ScopeItem> items[] = {
+    const ScopeItems items {
         std::make_shared<ScopeItem>(writeSound(makeSound(400'000, 4), { "a", "wav", "wav", "pcm_s16le" }, dir.path())),
         std::make_shared<ScopeItem>(writeSound(makeSound(100'000, 2), { "b", "flac", "flac", "flac" }, dir.path())),
     };
@@ -65,38 +105,7 @@ TEST(RenderScope, passesNeitherLockNorAllocateNorCall)
             output->crank(left, right, int(sizes() % 300));
     });
     while (output->passes < passes) {
-        switch (random.between(0, 13)) {
-        case 0:
-            player.playItem(items[random.between(0, 1)]);
-            break;
-        case 1:
-            player.stop();
-            break;
-        case 2:
-        case 3:
-            player.resume();
-            break;
-        case 4:
-            player.muteChannel(random.between(0, 3));
-            break;
-        case 5:
-            player.unmuteChannel(random.between(0, 3));
-            break;
-        case 6:
-            player.setVolume(random.between(0.0F, 1.0F));
-            break;
-        case 12:
-            player.setStemGain(random.between(0, 1), random.between(0.0F, 2.0F));
-            break;
-        case 13:
-            player.setStemSoloed(random.between(0, 1), random.chance(0.5));
-            break;
-        case 7:
-            QTest::qWait(1);
-            break;
-        default:
-            player.setTime(random.between(0.0, 9.0));
-        }
+        doAnything(player, items, random);
         if (player.state() == KXAudioPlayerStateFinished || player.state() == KXAudioPlayerStateIdle)
             player.playItem(items[0]);
     }

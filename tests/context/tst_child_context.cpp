@@ -169,6 +169,27 @@ TEST(ChildContext, lastsAsLongAsOneOfItsObjectsIsHeld)
     EXPECT_EQ(library.context.use_count(), 1);
 }
 
+/// Titles and links alone: keys differ, since those of edits that were thrown away are not given again.
+static QStringList picture(Context &context)
+{
+    QStringList lines;
+    const auto tracks = context.fetchAllForEntity(u"Track"_s);
+    for (qsizetype i = 0; i < tracks.size(); ++i) {
+        const auto track = tracks.as<Track>(i);
+        QStringList line { track->title(), track->remix() ? track->remix()->title() : u"-"_s,
+            track->original() ? track->original()->title() : u"-"_s };
+        QStringList links;
+        for (const auto &genre : track->genres())
+            links.append(genre->name());
+        for (const auto &neighbour : track->neighbours())
+            links.append(neighbour->title());
+        links.sort();
+        lines.append((line + links).join(u' '));
+    }
+    lines.sort();
+    return lines;
+}
+
 TEST(ChildContext, randomEditsThroughChildrenEqualEditsInTheParent)
 {
     // The same edits once in one context and once in a chain of children that save or roll back at random.
@@ -222,25 +243,6 @@ TEST(ChildContext, randomEditsThroughChildrenEqualEditsInTheParent)
         if (keeps) {
             ASSERT_TRUE(child->save());
         }
-        // Keys differ, since those of edits that were thrown away are not given again: only titles and links count.
-        const auto picture = [](Context &context) {
-            QStringList lines;
-            const auto tracks = context.fetchAllForEntity(u"Track"_s);
-            for (qsizetype i = 0; i < tracks.size(); ++i) {
-                const auto track = tracks.as<Track>(i);
-                QStringList line { track->title(), track->remix() ? track->remix()->title() : u"-"_s,
-                    track->original() ? track->original()->title() : u"-"_s };
-                QStringList links;
-                for (const auto &genre : track->genres())
-                    links.append(genre->name());
-                for (const auto &neighbour : track->neighbours())
-                    links.append(neighbour->title());
-                links.sort();
-                lines.append((line + links).join(u' '));
-            }
-            lines.sort();
-            return lines;
-        };
         ASSERT_EQ(picture(*layered.context), picture(*plain.context)) << "round " << round;
         if (random.below(5) == 0) {
             ASSERT_TRUE(plain.context->save());

@@ -123,80 +123,120 @@ TEST(Folders, theLaterOfTwoMovesIntoEachOtherGivesWay)
     EXPECT_TRUE(Notes::isTree(*Context::contextWithPersistentStoreCoordinator(coordinator)));
 }
 
+/// Two contexts that move folders into each other, undo, save and merge, at random.
+struct TwoMovers
+{
+    explicit TwoMovers(KXTestRandom &anyRandom)
+        : random(anyRandom)
+    {
+        manager->setGroupsByEvent(false);
+        if (random.chance(0.5))
+            sides[0]->setUndoManager(manager);
+        for (int i = 0; i < 6; ++i)
+            (void)sides[0]->managedObjectForEntity(u"Folder"_s);
+        EXPECT_TRUE(sides[0]->save(nullptr));
+    }
+    void merge(int side)
+    {
+        for (const Change &change : std::exchange(pending[side], {}))
+            sides[side]->mergeChangesFromStoreChange(change);
+    }
+    void step(int step)
+    {
+        const int side = random.below(2);
+        const auto any = [&] {
+            const auto list = sides[side]->fetchAllForEntity(u"Folder"_s);
+            return list.isEmpty() ? KXRef<KXManagedObject>() : list.at(random.below(int(list.size())));
+        };
+        const int kind = random.below(12);
+        if (kind < 6) {
+            const KXUndoGroup group(side == 0 ? manager.get() : nullptr, u"Move"_s);
+            if (const auto mover = any())
+                (void)mover->setValueForKey(u"parent"_s, random.chance(0.2) ? QVariant() : Notes::keyed(any()));
+        } else if (kind == 6 && random.chance(0.3)) {
+            const KXUndoGroup group(side == 0 ? manager.get() : nullptr, u"Delete"_s);
+            sides[side]->removeManagedObject(any());
+        } else if (kind == 7) {
+            (void)sides[side]->managedObjectForEntity(u"Folder"_s)->setValueForKey(u"parent"_s, Notes::keyed(any()));
+        } else if (kind == 8) {
+            random.chance(0.7) ? manager->undo() : manager->redo();
+        } else if (kind == 9) {
+            merge(side);
+            EXPECT_TRUE(Notes::isTree(*sides[side])) << "merged at step " << step;
+        } else {
+            ASSERT_TRUE(sides[side]->save(nullptr));
+            EXPECT_EQ(problemsOf(url), std::string()) << "saved at step " << step;
+            EXPECT_TRUE(Notes::isTree(*Context::contextWithPersistentStoreCoordinator(coordinator)))
+                << "saved at step " << step;
+        }
+    }
+
+    KXTestRandom &random;
+    const QTemporaryDir folder {};
+    const QUrl url = QUrl::fromLocalFile(folder.filePath(u"notes"_s));
+    const KXPersistentStoreCoordinator::Ref coordinator
+        = KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(url, Notes::model());
+    const Context::Ref sides[2] { Context::contextWithPersistentStoreCoordinator(coordinator),
+        Context::contextWithPersistentStoreCoordinator(coordinator) };
+    const std::shared_ptr<KXUndoManager> manager = std::make_shared<KXUndoManager>();
+    std::vector<Change> pending[2] {};
+    const KXPersistentStoreCoordinator::ChangeToken feed = coordinator->addChangeObserver([this](const Change &change) {
+        for (int side = 0; side < 2; ++side) {
+            if (sides[side].get() != change->originatingContext())
+                pending[side].push_back(change);
+        }
+    });
+};
+
 TEST(Folders, ofMovesThatMakeACircleTogetherOneGivesWay)
 {
     KXTestRandom random;
     for (int round = KXTestRandom::scaled(100); round > 0 && !testing::Test::HasFailure(); --round) {
-        const QTemporaryDir folder;
-        const QUrl url = QUrl::fromLocalFile(folder.filePath(u"notes"_s));
-        const auto coordinator
-            = KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(url, Notes::model());
-        Context::Ref sides[2] = { Context::contextWithPersistentStoreCoordinator(coordinator),
-            Context::contextWithPersistentStoreCoordinator(coordinator) };
-        const auto manager = std::make_shared<KXUndoManager>();
-        manager->setGroupsByEvent(false);
-        if (random.chance(0.5))
-            sides[0]->setUndoManager(manager);
-        std::vector<Change> pending[2];
-        const auto feed = coordinator->addChangeObserver([&](const Change &change) {
-            for (int side = 0; side < 2; ++side) {
-                if (sides[side].get() != change->originatingContext())
-                    pending[side].push_back(change);
-            }
-        });
-        const auto merge = [&](int side) {
-            for (const Change &change : std::exchange(pending[side], {}))
-                sides[side]->mergeChangesFromStoreChange(change);
-        };
-        for (int i = 0; i < 6; ++i)
-            (void)sides[0]->managedObjectForEntity(u"Folder"_s);
-        ASSERT_TRUE(sides[0]->save(nullptr));
-        for (int step = 0; step < 60; ++step) {
-            const int side = random.below(2);
-            const auto any = [&] {
-                const auto list = sides[side]->fetchAllForEntity(u"Folder"_s);
-                return list.isEmpty() ? KXRef<KXManagedObject>() : list.at(random.below(int(list.size())));
-            };
-            const int kind = random.below(12);
-            if (kind < 6) {
-                const KXUndoGroup group(side == 0 ? manager.get() : nullptr, u"Move"_s);
-                if (const auto mover = any())
-                    (void)mover->setValueForKey(u"parent"_s, random.chance(0.2) ? QVariant() : Notes::keyed(any()));
-            } else if (kind == 6 && random.chance(0.3)) {
-                const KXUndoGroup group(side == 0 ? manager.get() : nullptr, u"Delete"_s);
-                sides[side]->removeManagedObject(any());
-            } else if (kind == 7) {
-                (void)sides[side]
-                    ->managedObjectForEntity(u"Folder"_s)
-                    ->setValueForKey(u"parent"_s, Notes::keyed(any()));
-            } else if (kind == 8) {
-                random.chance(0.7) ? manager->undo() : manager->redo();
-            } else if (kind == 9) {
-                merge(side);
-                EXPECT_TRUE(Notes::isTree(*sides[side])) << "merged at step " << step;
-            } else {
-                ASSERT_TRUE(sides[side]->save(nullptr));
-                EXPECT_EQ(problemsOf(url), std::string()) << "saved at step " << step;
-                EXPECT_TRUE(Notes::isTree(*Context::contextWithPersistentStoreCoordinator(coordinator)))
-                    << "saved at step " << step;
-            }
-            if (testing::Test::HasFailure())
-                return;
-        }
+        TwoMovers two(random);
+        for (int step = 0; step < 60 && !testing::Test::HasFailure(); ++step)
+            two.step(step);
+        if (testing::Test::HasFailure())
+            return;
         for (int turn = 0; turn < 2; ++turn) { // with what the first saves the second
-            merge(0);
-            ASSERT_TRUE(sides[0]->save(nullptr));
-            merge(1);
-            ASSERT_TRUE(sides[1]->save(nullptr));
+            for (const int side : { 0, 1 }) {
+                two.merge(side);
+                ASSERT_TRUE(two.sides[side]->save(nullptr));
+            }
         }
-        merge(0);
-        EXPECT_EQ(problemsOf(url), std::string());
-        for (const auto &side : sides) {
+        two.merge(0);
+        EXPECT_EQ(problemsOf(two.url), std::string());
+        for (const auto &side : two.sides) {
             EXPECT_TRUE(Notes::isTree(*side));
             EXPECT_EQ(
-                Library::dump(*side), Library::dump(*Context::contextWithPersistentStoreCoordinator(coordinator)));
+                Library::dump(*side), Library::dump(*Context::contextWithPersistentStoreCoordinator(two.coordinator)));
         }
     }
+}
+
+/// One of nine edits, 0 to 8, of any object that the context has.
+static void editAnything(const Context::Ref &by, int kind, KXTestRandom &random)
+{
+    const auto any = [&](const QString &entity) {
+        const auto list = by->fetchAllForEntity(entity);
+        return list.isEmpty() ? KXRef<KXManagedObject>() : list.at(random.below(int(list.size())));
+    };
+    const auto track = Track::cast(any(u"Track"_s));
+    if (kind == 0 || !track)
+        Track::createInContext(*by)->setTitle(u"new"_s);
+    else if (kind == 1)
+        track->setAlbum(Album::cast(any(u"Album"_s)));
+    else if (kind < 4)
+        track->setRemix(random.chance(0.8) ? Track::cast(any(u"Track"_s)) : KXRef<Track>());
+    else if (kind == 4)
+        track->addToNeighbours(any(u"Track"_s));
+    else if (kind == 5)
+        track->addToGenres(any(u"Genre"_s));
+    else if (kind == 6)
+        by->removeManagedObject(any(random.chance(0.5) ? u"Track"_s : u"Album"_s));
+    else if (kind == 7)
+        track->setTitle(QString::number(random.below(100)));
+    else
+        Album::createInContext(*by)->setTitle(u"new"_s);
 }
 
 TEST(Relationships, whatTheFrameworkWritesPassesItsOwnCheck)
@@ -230,30 +270,10 @@ TEST(Relationships, whatTheFrameworkWritesPassesItsOwnCheck)
         for (int step = 0; step < 80 && !testing::Test::HasFailure(); ++step) {
             const int side = random.below(2);
             const Context::Ref &by = side ? meeting.other : meeting.context;
-            const auto any = [&](const QString &entity) {
-                const auto list = by->fetchAllForEntity(entity);
-                return list.isEmpty() ? KXRef<KXManagedObject>() : list.at(random.below(int(list.size())));
-            };
             const int kind = random.below(14);
-            const auto track = Track::cast(any(u"Track"_s));
             if (kind < 9) {
                 const KXUndoGroup group(side == 0 ? manager.get() : nullptr, u"Edit"_s);
-                if (kind == 0 || !track)
-                    Track::createInContext(*by)->setTitle(u"new"_s);
-                else if (kind == 1)
-                    track->setAlbum(Album::cast(any(u"Album"_s)));
-                else if (kind < 4)
-                    track->setRemix(random.chance(0.8) ? Track::cast(any(u"Track"_s)) : KXRef<Track>());
-                else if (kind == 4)
-                    track->addToNeighbours(any(u"Track"_s));
-                else if (kind == 5)
-                    track->addToGenres(any(u"Genre"_s));
-                else if (kind == 6)
-                    by->removeManagedObject(any(random.chance(0.5) ? u"Track"_s : u"Album"_s));
-                else if (kind == 7)
-                    track->setTitle(QString::number(step));
-                else
-                    Album::createInContext(*by)->setTitle(u"new"_s);
+                editAnything(by, kind, random);
             } else if (kind == 9) {
                 random.chance(0.7) ? manager->undo() : manager->redo();
             } else if (kind == 10 && merges) {

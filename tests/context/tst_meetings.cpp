@@ -17,6 +17,28 @@ namespace meetings_test {
 using Context = KXManagedObjectContext;
 using Change = Meeting::Change;
 
+static void editTrack(
+    const KXRef<Track> &track, const KXRef<Album> &album, const KXRef<Genre> &genre, KXTestRandom &random)
+{
+    switch (random.below(5)) {
+    case 0:
+        track->setTitle(QString::number(random.below(1000)));
+        break;
+    case 1:
+        track->setBpm(random.below(1000));
+        break;
+    case 2:
+        track->setAlbum(album);
+        break;
+    case 3:
+        track->addToGenres(genre);
+        break;
+    case 4:
+        track->removeFromGenres(genre);
+        break;
+    }
+}
+
 TEST(Merge, inWhateverOrderSavesComeNothingStaysStale)
 {
     KXTestRandom random;
@@ -44,23 +66,7 @@ TEST(Merge, inWhateverOrderSavesComeNothingStaysStale)
                 const auto track = in(by, random.oneOf(tracks));
                 if (!track->managedObjectContext() || track->isMissing() || track->isDeleted())
                     continue;
-                switch (random.below(5)) {
-                case 0:
-                    track->setTitle(QString::number(random.below(1000)));
-                    break;
-                case 1:
-                    track->setBpm(random.below(1000));
-                    break;
-                case 2:
-                    track->setAlbum(in(by, random.oneOf(albums)));
-                    break;
-                case 3:
-                    track->addToGenres(in(by, random.oneOf(genres)));
-                    break;
-                case 4:
-                    track->removeFromGenres(in(by, random.oneOf(genres)));
-                    break;
-                }
+                editTrack(track, in(by, random.oneOf(albums)), in(by, random.oneOf(genres)), random);
             }
             ASSERT_TRUE(by->save(nullptr));
             if (random.chance(0.5))

@@ -84,9 +84,13 @@ TEST(StoredClasses, aModelThatDoesNotFitIsToldWithTypesAndKeys)
     Record::registerEntity();
     Single::registerEntity();
     const KXTestLog log;
-    const auto context = KXManagedObjectContext::contextWithPersistentStoreCoordinator(
-        KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(
-            url, recordModel(Type::Double, Type::Decimal, true)));
+    const auto coordinator = KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(
+        url, recordModel(Type::Double, Type::Decimal, true));
+    EXPECT_EQ(log.lines().size(), 0) << "who only opens the store, to migrate it perhaps, is told nothing";
+    const auto context = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
+    const qsizetype told = log.lines().size();
+    EXPECT_TRUE(KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator));
+    EXPECT_EQ(log.lines().size(), told) << "once for each model";
     const QString reason = reasonOf([&] { (void)Single::createInContext(*context); });
     const QString opening = log.lines().join(u'\n');
     for (const QString &part :

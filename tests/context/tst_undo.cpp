@@ -389,124 +389,144 @@ TEST(Merge, takesOverSavesAroundUnsavedEdits)
     EXPECT_EQ(difference(dumpOf(*library.otherContext()), library.dump()), std::string());
 }
 
+/// Edits, undoes, redoes, saves and merges at random, and knows what the library has to look like at every mark.
+struct UndoWalk
+{
+    KXRef<KXManagedObject> any(const QString &entity)
+    {
+        const KXFetchedList list = context.fetchAllForEntity(entity);
+        return list.isEmpty() ? KXRef<KXManagedObject>() : list.at(random.below(int(list.size())));
+    }
+    void edit()
+    {
+        const auto track = Track::cast(any(u"Track"_s));
+        switch (track ? random.below(12) : 0) {
+        case 0:
+        case 1:
+            library.track(QString::number(random.below(1000)));
+            break;
+        case 2:
+            library.genre(QString::number(random.below(1000)));
+            break;
+        case 3:
+            Album::createInContext(context)->setTitle(QString::number(random.below(1000)));
+            break;
+        case 4:
+            track->setTitle(QString::number(random.below(1000)));
+            break;
+        case 5:
+            track->setBpm(random.below(200));
+            break;
+        case 6:
+            track->setAlbum(Album::cast(any(u"Album"_s)));
+            break;
+        case 7:
+            track->setRemix(Track::cast(any(u"Track"_s)));
+            break;
+        case 8:
+            if (const auto genre = any(u"Genre"_s))
+                random.chance(0.6) ? track->addToGenres(genre) : track->removeFromGenres(genre);
+            break;
+        case 9:
+            track->addToNeighbours(any(u"Track"_s));
+            break;
+        case 10:
+            context.removeManagedObject(any(random.chance(0.5) ? u"Track"_s : u"Genre"_s));
+            break;
+        default:
+            if (random.chance(0.3))
+                context.removeManagedObject(any(u"Album"_s));
+            else if (const auto other = Track::cast(any(u"Track"_s)))
+                other->removeFromNeighbours(track);
+        }
+    }
+    QStringList dump()
+    {
+        if (isLookedAt)
+            return library.dump();
+        EXPECT_TRUE(context.save());
+        return dumpOf(*library.otherContext());
+    }
+    void editInAGroup(int step)
+    {
+        {
+            KXUndoGroup group(library.manager.get(), QString::number(step));
+            for (int edits = random.between(1, 4); edits > 0; --edits)
+                edit();
+        }
+        if (library.manager->canUndo() && random.chance(0.3)) {
+            library.manager->undo();
+            library.manager->redo();
+        }
+        const QStringList now = dump();
+        if (now != marks[at]) {
+            marks.resize(at + 1);
+            marks.push_back(now);
+            ++at;
+        } else {
+            // A group that changed nothing to be seen may still be a step: start afresh.
+            library.manager->removeAllActions();
+            marks = { now };
+            at = 0;
+        }
+    }
+    /// What the dump does not show, so that the marks hold.
+    void editElsewhere()
+    {
+        const KXFetchedList list = background->fetchAllForEntity(u"Track"_s);
+        for (qsizetype i = 0; i < list.size(); ++i) {
+            if (random.chance(0.3))
+                list.as<Track>(i)->setPlays(random.below(1000));
+        }
+        EXPECT_TRUE(background->save());
+    }
+    void step(int step)
+    {
+        const int choice = random.below(100);
+        if (choice < 45) {
+            editInAGroup(step);
+        } else if (choice < 65 && at > 0) {
+            library.manager->undo();
+            EXPECT_EQ(difference(dump(), marks[--at]), std::string()) << "undo at step " << step;
+        } else if (choice < 80 && at + 1 < marks.size()) {
+            library.manager->redo();
+            EXPECT_EQ(difference(dump(), marks[++at]), std::string()) << "redo at step " << step;
+        } else if (choice < 92) {
+            EXPECT_TRUE(context.save());
+            if (random.chance(0.2)) {
+                EXPECT_EQ(difference(dumpOf(*library.otherContext()), marks[at]), std::string())
+                    << "save at step " << step;
+            }
+        } else {
+            editElsewhere();
+            EXPECT_EQ(difference(dump(), marks[at]), std::string()) << "merge at step " << step;
+        }
+    }
+
+    KXTestRandom &random;
+    UndoTest library {};
+    KXManagedObjectContext &context = *library.context;
+    const std::shared_ptr<KXManagedObjectContext> background = library.otherContext();
+    const KXPersistentStoreCoordinator::ChangeToken feed
+        = library.coordinator->addChangeObserver([this](const auto &change) {
+              context.mergeChangesFromStoreChange(change);
+              background->mergeChangesFromStoreChange(change);
+          });
+    /// A dump brings all relationships into memory. Where none is made, what reaches the store is looked at.
+    const bool isLookedAt = random.chance(0.6);
+    std::vector<QStringList> marks { dump() };
+    size_t at = 0;
+};
+
 TEST(Undo, randomWalksReturnToEqualDumps)
 {
     KXTestRandom random;
     const int walks = KXTestRandom::scaled(1000);
     for (int walk = 0; walk < walks && !testing::Test::HasFailure(); ++walk) {
-        UndoTest library;
-        auto &context = *library.context;
-        const auto main = library.context;
-        std::shared_ptr<KXManagedObjectContext> background = library.otherContext();
-        auto feed = library.coordinator->addChangeObserver([&](const auto &change) {
-            main->mergeChangesFromStoreChange(change);
-            background->mergeChangesFromStoreChange(change);
-        });
-        const auto any = [&](const QString &entity) {
-            const KXFetchedList list = context.fetchAllForEntity(entity);
-            return list.isEmpty() ? KXRef<KXManagedObject>() : list.at(random.below(int(list.size())));
-        };
-        const auto edit = [&] {
-            const auto track = Track::cast(any(u"Track"_s));
-            switch (track ? random.below(12) : 0) {
-            case 0:
-            case 1:
-                library.track(QString::number(random.below(1000)));
-                break;
-            case 2:
-                library.genre(QString::number(random.below(1000)));
-                break;
-            case 3:
-                Album::createInContext(context)->setTitle(QString::number(random.below(1000)));
-                break;
-            case 4:
-                track->setTitle(QString::number(random.below(1000)));
-                break;
-            case 5:
-                track->setBpm(random.below(200));
-                break;
-            case 6:
-                track->setAlbum(Album::cast(any(u"Album"_s)));
-                break;
-            case 7:
-                track->setRemix(Track::cast(any(u"Track"_s)));
-                break;
-            case 8:
-                if (const auto genre = any(u"Genre"_s))
-                    random.chance(0.6) ? track->addToGenres(genre) : track->removeFromGenres(genre);
-                break;
-            case 9:
-                track->addToNeighbours(any(u"Track"_s));
-                break;
-            case 10:
-                context.removeManagedObject(any(random.chance(0.5) ? u"Track"_s : u"Genre"_s));
-                break;
-            default:
-                if (random.chance(0.3))
-                    context.removeManagedObject(any(u"Album"_s));
-                else if (const auto other = Track::cast(any(u"Track"_s)))
-                    other->removeFromNeighbours(track);
-            }
-        };
-
-        // A dump brings all relationships into memory. Where none is made, what reaches the store is looked at.
-        const bool isLookedAt = random.chance(0.6);
-        const auto dump = [&] {
-            if (isLookedAt)
-                return library.dump();
-            EXPECT_TRUE(context.save());
-            return dumpOf(*library.otherContext());
-        };
-        std::vector<QStringList> marks { dump() };
-        size_t at = 0;
-        for (int step = 0; step < 200 && !testing::Test::HasFailure(); ++step) {
-            const int choice = random.below(100);
-            if (choice < 45) {
-                {
-                    KXUndoGroup group(library.manager.get(), QString::number(step));
-                    for (int edits = random.between(1, 4); edits > 0; --edits)
-                        edit();
-                }
-                if (library.manager->canUndo() && random.chance(0.3)) {
-                    library.manager->undo();
-                    library.manager->redo();
-                }
-                const QStringList now = dump();
-                if (now != marks[at]) {
-                    marks.resize(at + 1);
-                    marks.push_back(now);
-                    ++at;
-                } else {
-                    // A group that changed nothing to be seen may still be a step: start afresh.
-                    library.manager->removeAllActions();
-                    marks = { now };
-                    at = 0;
-                }
-            } else if (choice < 65 && at > 0) {
-                library.manager->undo();
-                EXPECT_EQ(difference(dump(), marks[--at]), std::string()) << "undo at step " << step;
-            } else if (choice < 80 && at + 1 < marks.size()) {
-                library.manager->redo();
-                EXPECT_EQ(difference(dump(), marks[++at]), std::string()) << "redo at step " << step;
-            } else if (choice < 92) {
-                EXPECT_TRUE(context.save());
-                if (random.chance(0.2)) {
-                    EXPECT_EQ(difference(dumpOf(*library.otherContext()), marks[at]), std::string())
-                        << "save at step " << step;
-                }
-            } else {
-                // The other context edits what the dump does not show, so that the marks hold.
-                const KXFetchedList list = background->fetchAllForEntity(u"Track"_s);
-                for (qsizetype i = 0; i < list.size(); ++i) {
-                    if (random.chance(0.3))
-                        list.as<Track>(i)->setPlays(random.below(1000));
-                }
-                EXPECT_TRUE(background->save());
-                EXPECT_EQ(difference(dump(), marks[at]), std::string()) << "merge at step " << step;
-            }
-        }
-        EXPECT_TRUE(context.save());
-        EXPECT_EQ(difference(dumpOf(*library.otherContext()), marks[at]), std::string()) << "walk " << walk;
-        feed.reset();
+        UndoWalk on { random };
+        for (int step = 0; step < 200 && !testing::Test::HasFailure(); ++step)
+            on.step(step);
+        EXPECT_TRUE(on.context.save());
+        EXPECT_EQ(difference(dumpOf(*on.library.otherContext()), on.marks[on.at]), std::string()) << "walk " << walk;
     }
 }

@@ -44,83 +44,103 @@ QString pathPredicate(KXTestRandom &random)
 
 } // namespace
 
+/// A library that changes, and counts in it by rules that are kept to count again.
+struct LiveCountsWalk
+{
+    explicit LiveCountsWalk(KXTestRandom &anyRandom)
+        : random(anyRandom)
+    {
+        for (int i = 0; i < 12; ++i)
+            setSome(u"r%1"_s.arg(i));
+        rules[u"all"_s] = [] { return KXPredicate::truePredicate(); };
+        counts.setRule(u"all"_s, KXPredicate::truePredicate());
+        QObject::connect(&counts, &KXLiveCounts::countsDidChange, &counts, [this](const QStringList &names) {
+            for (const QString &name : names)
+                announced[name] = *counts.count(name);
+        });
+    }
+    void setSome(const QString &name)
+    {
+        const int kind = random.below(4);
+        KXPredicate fixed;
+        if (kind == 0) {
+            const KXEntityDescription &track = *world.library.coordinator->model()->entity(u"Track"_s);
+            do { // of what can be compared
+                fixed = world.predicates.predicate(3);
+            } while (!KXPredicateCheck::misfit(fixed, track).isEmpty());
+        } else if (kind == 1) {
+            fixed = KXPredicate::predicateWithText(pathPredicate(random));
+        } else if (kind == 2) {
+            const double from = random.between(-2, 4) * 0.5;
+            fixed = KXPredicate::predicateWithFormat(
+                "bpm >= %@ AND bpm < %@ AND loved == %@", from, from + random.below(4) * 0.5, random.chance(0.5));
+        } else if (random.chance(0.3)) {
+            rules[name] = [] {
+                return KXPredicate::predicateWithFormat(
+                    "added >= %@", KXClock::today().startOfDay(KXClock::timeZone()));
+            };
+        } else {
+            rules[name] = [days = random.between(1, 9)] {
+                const QDateTime now = KXClock::now().toTimeZone(KXClock::timeZone());
+                return KXPredicate::predicateWithFormat("added >= %@ AND added <= %@", now.addDays(-days), now);
+            };
+        }
+        if (kind < 3)
+            rules[name] = [fixed] { return fixed; };
+        kind < 3 ? counts.setRule(name, fixed) : counts.setRule(name, rules[name]);
+    }
+    void step()
+    {
+        const int kind = random.below(20);
+        if (kind < 1) {
+            setSome(u"r%1"_s.arg(random.below(12)));
+        } else if (kind < 3) {
+            KXClock::advance(random.chance(0.3) ? random.between(0, 100) : random.between(0, 20000));
+            counts.advance();
+        } else {
+            world.step();
+        }
+    }
+    void expectARecount()
+    {
+        const QDateTime boundary = counts.nextBoundary();
+        for (const QString &name : counts.identifiers()) {
+            // Now, and until something is due.
+            for (const QDateTime &moment : { counts.asOf(), boundary.addMSecs(-1) }) {
+                if (!moment.isValid() || moment < counts.asOf())
+                    continue;
+                const KXClockMoment at(moment);
+                const KXPredicate predicate = KXPredicate::andPredicate({ base, rules[name]() });
+                ASSERT_EQ(counts.count(name), Track::countOfUsingPredicate(predicate, *world.library.context))
+                    << predicate.predicateFormat().toStdString() << " at "
+                    << moment.toString(Qt::ISODateWithMs).toStdString();
+            }
+            ASSERT_EQ(announced.value(name, -1), *counts.count(name)) << name.toStdString();
+        }
+    }
+
+    KXTestRandom &random;
+    Changing world { random };
+    const KXPredicate base
+        = random.chance(0.3) ? KXPredicate::predicateWithFormat("plays >= 0") : KXPredicate::truePredicate();
+    KXLiveCounts counts { world.library.context, u"Track"_s, { base } };
+    QHash<QString, KXLiveCounts::Rule> rules {};
+    QHash<QString, qint64> announced {};
+};
+
 TEST(LiveCounts, equalARecountAfterEveryChange)
 {
     KXTestRandom random;
     const KXClockPin pin(QDateTime(QDate(2024, 3, 30), QTime(22, 0), Qt::UTC));
     KXClock::setTimeZone(QTimeZone("Europe/Berlin")); // the clock goes forward in the night
     for (int walk = 0; walk < std::max(1, KXTestRandom::scaled(1000)); ++walk) {
-        Changing world(random);
-        Context &context = *world.library.context;
-        const KXPredicate base
-            = random.chance(0.3) ? KXPredicate::predicateWithFormat("plays >= 0") : KXPredicate::truePredicate();
-        KXLiveCounts counts(world.library.context, u"Track"_s, { base });
-        QHash<QString, KXLiveCounts::Rule> rules;
-        const auto setSome = [&](const QString &name) {
-            const int kind = random.below(4);
-            KXPredicate fixed;
-            if (kind == 0) {
-                const KXEntityDescription &track = *world.library.coordinator->model()->entity(u"Track"_s);
-                do { // of what can be compared
-                    fixed = world.predicates.predicate(3);
-                } while (!KXPredicateCheck::misfit(fixed, track).isEmpty());
-            } else if (kind == 1) {
-                fixed = KXPredicate::predicateWithText(pathPredicate(random));
-            } else if (kind == 2) {
-                const double from = random.between(-2, 4) * 0.5;
-                fixed = KXPredicate::predicateWithFormat(
-                    "bpm >= %@ AND bpm < %@ AND loved == %@", from, from + random.below(4) * 0.5, random.chance(0.5));
-            } else if (random.chance(0.3)) {
-                rules[name] = [] {
-                    return KXPredicate::predicateWithFormat(
-                        "added >= %@", KXClock::today().startOfDay(KXClock::timeZone()));
-                };
-            } else {
-                rules[name] = [days = random.between(1, 9)] {
-                    const QDateTime now = KXClock::now().toTimeZone(KXClock::timeZone());
-                    return KXPredicate::predicateWithFormat("added >= %@ AND added <= %@", now.addDays(-days), now);
-                };
-            }
-            if (kind < 3)
-                rules[name] = [fixed] { return fixed; };
-            kind < 3 ? counts.setRule(name, fixed) : counts.setRule(name, rules[name]);
-        };
-        for (int i = 0; i < 12; ++i)
-            setSome(u"r%1"_s.arg(i));
-        rules[u"all"_s] = [] { return KXPredicate::truePredicate(); };
-        counts.setRule(u"all"_s, KXPredicate::truePredicate());
-
-        QHash<QString, qint64> announced;
-        QObject::connect(&counts, &KXLiveCounts::countsDidChange, [&](const QStringList &names) {
-            for (const QString &name : names)
-                announced[name] = *counts.count(name);
-        });
+        LiveCountsWalk at(random);
         for (int step = 0; step < 100; ++step) {
             SCOPED_TRACE("step " + std::to_string(step));
-            const int kind = random.below(20);
-            if (kind < 1) {
-                setSome(u"r%1"_s.arg(random.below(12)));
-            } else if (kind < 3) {
-                KXClock::advance(random.chance(0.3) ? random.between(0, 100) : random.between(0, 20000));
-                counts.advance();
-            } else {
-                world.step();
-            }
-            ASSERT_TRUE(counts.update());
-            const QDateTime boundary = counts.nextBoundary();
-            for (const QString &name : counts.identifiers()) {
-                // Now, and until something is due.
-                for (const QDateTime &moment : { counts.asOf(), boundary.addMSecs(-1) }) {
-                    if (!moment.isValid() || moment < counts.asOf())
-                        continue;
-                    const KXClockMoment at(moment);
-                    const KXPredicate predicate = KXPredicate::andPredicate({ base, rules[name]() });
-                    ASSERT_EQ(counts.count(name), Track::countOfUsingPredicate(predicate, context))
-                        << predicate.predicateFormat().toStdString() << " at "
-                        << moment.toString(Qt::ISODateWithMs).toStdString();
-                }
-                ASSERT_EQ(announced.value(name, -1), *counts.count(name)) << name.toStdString();
-            }
+            at.step();
+            ASSERT_TRUE(at.counts.update());
+            at.expectARecount();
+            ASSERT_FALSE(HasFatalFailure());
         }
     }
 }

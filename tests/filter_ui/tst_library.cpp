@@ -139,6 +139,14 @@ protected:
     }
     KXSourceListView *list() { return library->sourceListViewController()->sourceListView(); }
     KXUndoManager &undo() { return *context->undoManager(); }
+    QString shown()
+    {
+        const Details *details = library->currentDetailsViewController();
+        EXPECT_NE(library->placeholderView()->isVisible(), library->filterSetDetailsContainerView()->isVisible());
+        if (library->placeholderView()->isVisible())
+            return library->placeholderView()->text();
+        return details->filterSetPreset()->title() + (details->isAvailable() ? u""_s : u" (not here)"_s);
+    }
 
     // What the views ask
 
@@ -338,8 +346,12 @@ TEST_F(LibraryTest, makesFoldersAndCopies)
         undo().removeAllActions();
         ASSERT_EQ(stored(), all);
     }
+}
 
-    // By keys; folders stay behind, alone they leave nothing to paste.
+TEST_F(LibraryTest, copiesAndPastesByKeys)
+{
+    const QString type(KXFilterSetPresetPasteboardType);
+    // Folders stay behind; alone they leave nothing to paste.
     select({ u"F"_s, u"b"_s });
     QTest::keyClick(list(), Qt::Key_C, Qt::ControlModifier);
     EXPECT_EQ(KXPasteboard::items(type), QVariantList { b->objectID().URIRepresentation() });
@@ -353,25 +365,21 @@ TEST_F(LibraryTest, makesFoldersAndCopies)
     select({});
     QTest::keyClick(list(), Qt::Key_V, Qt::ControlModifier);
     EXPECT_EQ(stored(), u"F(a b) c d b"_s);
+}
 
-    // Positions that say nothing any more, as undoing between other changes leaves them.
+TEST_F(LibraryTest, duplicatesWherePositionsSayNothing)
+{
+    // As undoing between other changes leaves them.
     for (const auto &one : { a, b })
         one->setPosition(40);
     context->processPendingChanges();
     library->sourceListTreeController()->setSelectedObjects({ a });
     library->duplicatePresets({ c, a });
-    EXPECT_EQ(stored(), u"F(a c a b) c d b"_s);
+    EXPECT_EQ(stored(), u"F(a c a b) c d"_s);
 }
 
 TEST_F(LibraryTest, showsDetailsOfTheSelected)
 {
-    const auto shown = [&] {
-        const Details *details = library->currentDetailsViewController();
-        EXPECT_NE(library->placeholderView()->isVisible(), library->filterSetDetailsContainerView()->isVisible());
-        if (library->placeholderView()->isVisible())
-            return library->placeholderView()->text();
-        return details->filterSetPreset()->title() + (details->isAvailable() ? u""_s : u" (not here)"_s);
-    };
     EXPECT_EQ(shown(), u"No Filter Preset Selected"_s);
     EXPECT_TRUE(library->isAddEnabled() && !library->isDeleteEnabled());
     const Preset empty = preset(u"empty"_s, set({}));
@@ -399,8 +407,11 @@ TEST_F(LibraryTest, showsDetailsOfTheSelected)
     EXPECT_EQ(library->currentDetailsViewController()->view()->geometry().topLeft(), QPoint(1, 1));
     EXPECT_TRUE(details->isLoadEnabled());
     EXPECT_EQ(details->countsContextIdentifier(), u"here"_s);
+}
 
-    // Rows: what is of no use here, and what may be renamed.
+TEST_F(LibraryTest, rowsSayWhatIsOfUseAndWhatMayBeRenamed)
+{
+    select({ u"a"_s });
     const auto cell = [&](const Preset &of) {
         return list()->cellForRow(library->sourceListTreeController()->indexForNode(
             library->sourceListTreeController()->treeNodeForObject(of.get())));
@@ -419,8 +430,10 @@ TEST_F(LibraryTest, showsDetailsOfTheSelected)
     EXPECT_EQ(menu.actions().size(), 1);
     EXPECT_FALSE(library->validateMenuItem(Item::Copy));
     EXPECT_TRUE(library->validateMenuItem(Item::Delete) && library->validateMenuItem(Item::Other));
+}
 
-    // What others do to it while its title is edited.
+TEST_F(LibraryTest, aTitleIsNoLongerEditedOnceItsPresetHasGone)
+{
     select({ u"b"_s });
     const auto other = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
     const auto merging = coordinator->addChangeObserver(
@@ -435,6 +448,24 @@ TEST_F(LibraryTest, showsDetailsOfTheSelected)
 }
 
 // Whatever the user and others do, in any order: buttons and panes say what the store does.
+static void editAtRandom(const Preset &preset, KXTestRandom &random)
+{
+    const auto set = preset ? preset->filterSet() : KXRef<KXFilterSet>();
+    const int what = preset ? random.below(7) : 0;
+    if (what == 1)
+        preset->setIsDeletable(random.chance(0.7));
+    else if (what == 2)
+        preset->setIsOverwritable(random.chance(0.7));
+    else if (what == 3 && set && !set->isMissing() && !set->filters().isEmpty())
+        preset->managedObjectContext()->removeManagedObject(set->filters().first());
+    else if (what == 4 && set && !set->isMissing())
+        set->setTitle(random.chance(0.5) ? u"no"_s : u"yes"_s);
+    else if (what == 5 && random.chance(0.3))
+        preset->managedObjectContext()->removeManagedObject(preset);
+    else if (what == 6)
+        preset->setCount(random.below(2000), u"here"_s);
+}
+
 TEST_F(LibraryTest, tellsTheTruthThroughRandomWalks)
 {
     KXTestRandom random;
@@ -447,22 +478,6 @@ TEST_F(LibraryTest, tellsTheTruthThroughRandomWalks)
         const KXFetchedList all = KXFilterSetPreset::findAllInContext(of);
         return all.isEmpty() ? Preset() : KXFilterSetPreset::cast(all.at(random.below(int(all.size()))));
     };
-    const auto edit = [&](const Preset &preset) {
-        const auto set = preset ? preset->filterSet() : KXRef<KXFilterSet>();
-        const int what = preset ? random.below(7) : 0;
-        if (what == 1)
-            preset->setIsDeletable(random.chance(0.7));
-        else if (what == 2)
-            preset->setIsOverwritable(random.chance(0.7));
-        else if (what == 3 && set && !set->isMissing() && !set->filters().isEmpty())
-            preset->managedObjectContext()->removeManagedObject(set->filters().first());
-        else if (what == 4 && set && !set->isMissing())
-            set->setTitle(random.chance(0.5) ? u"no"_s : u"yes"_s);
-        else if (what == 5 && random.chance(0.3))
-            preset->managedObjectContext()->removeManagedObject(preset);
-        else if (what == 6)
-            preset->setCount(random.below(2000), u"here"_s);
-    };
     const auto selectAny = [&] {
         QList<KXRef<KXManagedObject>> objects;
         for (int i = random.below(4); i > 0; --i)
@@ -474,11 +489,11 @@ TEST_F(LibraryTest, tellsTheTruthThroughRandomWalks)
         [&] {
             library->duplicatePresets({ any(*context), any(*context) });
         },
-        [&] { undo().undo(); }, [&] { undo().redo(); }, [&] { edit(any(*context)); },
-        [&] { edit(library->selectedPreset()); }, [&] { edit(library->selectedPreset()); },
-        [&] { context->save(nullptr); },
+        [&] { undo().undo(); }, [&] { undo().redo(); }, [&] { editAtRandom(any(*context), random); },
+        [&] { editAtRandom(library->selectedPreset(), random); },
+        [&] { editAtRandom(library->selectedPreset(), random); }, [&] { context->save(nullptr); },
         [&] {
-            edit(any(*other));
+            editAtRandom(any(*other), random);
             EXPECT_TRUE(other->save(nullptr));
         },
         [&] {
@@ -558,25 +573,41 @@ TEST_F(LibraryTest, remembersHowItWas)
     }
 }
 
-TEST_F(LibraryTest, loadsFromItsPopover)
+/// The library in its popover, which a button opens.
+class LibraryPopoverTest : public LibraryTest
 {
-    library.reset();
+protected:
+    LibraryPopoverTest()
+    {
+        library.reset(); // the manager has its own one
+        anchor.show();
+        manager = std::make_unique<Manager>(context);
+        manager->setDelegate(this);
+        own = manager->filterSetPresetsViewController();
+        own->setDelegate(this);
+        popover = std::make_unique<KXPopoverController>(manager.get());
+        popover->setCloseAction([this] { ++closed; });
+    }
+    ~LibraryPopoverTest() override
+    {
+        KXUserDefaults::standard().remove(u"KXFilterSetPresetsManagerViewController Selection"_s);
+    }
+
     QPushButton anchor;
-    anchor.show();
-    Manager manager(context);
-    manager.setDelegate(this);
-    library.reset(); // the manager's own one
-    Library &own = *manager.filterSetPresetsViewController();
-    own.setDelegate(this);
-    EXPECT_TRUE(own.editActionsEnabled() && own.isLoadEnabled() && own.context() == context);
-    KXPopoverController popover(&manager);
+    std::unique_ptr<Manager> manager;
+    Library *own;
+    std::unique_ptr<KXPopoverController> popover;
     int closed = 0;
-    popover.setCloseAction([&] { ++closed; });
+};
+
+TEST_F(LibraryPopoverTest, loadsByMouseKeyAndButton)
+{
+    EXPECT_TRUE(own->editActionsEnabled() && own->isLoadEnabled() && own->context() == context);
     const auto select = [&](const Preset &preset) {
-        own.sourceListTreeController()->setSelectedObjects({ preset });
-        const QModelIndex row = own.sourceListTreeController()->indexForNode(
-            own.sourceListTreeController()->treeNodeForObject(preset.get()));
-        return own.sourceListViewController()->sourceListView()->visualRect(row).center();
+        own->sourceListTreeController()->setSelectedObjects({ preset });
+        const QModelIndex row = own->sourceListTreeController()->indexForNode(
+            own->sourceListTreeController()->treeNodeForObject(preset.get()));
+        return own->sourceListViewController()->sourceListView()->visualRect(row).center();
     };
     struct Case
     {
@@ -584,57 +615,59 @@ TEST_F(LibraryTest, loadsFromItsPopover)
         bool canLoad, isLoaded;
     };
     for (const Case &now : { Case { a, true, true }, { c, false, false }, { f, true, false }, { {}, true, false } }) {
-        popover.showRelativeTo(&anchor, Qt::BottomEdge);
-        KXSourceListView *outline = own.sourceListViewController()->sourceListView();
-        EXPECT_EQ(own.autosaveName(), u"KXFilterSetPresetsManagerViewController"_s);
-        EXPECT_EQ(own.presentingPopoverController(), &popover);
-        EXPECT_TRUE(own.countsFilterButton()->isHidden());
-        EXPECT_LE(own.countsFilterButton()->geometry().right() + 5, manager.loadButton()->geometry().left());
+        popover->showRelativeTo(&anchor, Qt::BottomEdge);
+        KXSourceListView *outline = own->sourceListViewController()->sourceListView();
+        EXPECT_EQ(own->autosaveName(), u"KXFilterSetPresetsManagerViewController"_s);
+        EXPECT_EQ(own->presentingPopoverController(), popover.get());
+        EXPECT_TRUE(own->countsFilterButton()->isHidden());
+        EXPECT_LE(own->countsFilterButton()->geometry().right() + 5, manager->loadButton()->geometry().left());
         outline->expandAll();
         loaded.clear();
         closed = 0;
         const QPoint place = select(now.preset);
-        EXPECT_EQ(manager.selectedPreset(), now.preset);
-        EXPECT_EQ(manager.canLoadSelectedPreset(), now.canLoad);
-        EXPECT_EQ(manager.loadButton()->isEnabled(), now.isLoaded);
+        EXPECT_EQ(manager->selectedPreset(), now.preset);
+        EXPECT_EQ(manager->canLoadSelectedPreset(), now.canLoad);
+        EXPECT_EQ(manager->loadButton()->isEnabled(), now.isLoaded);
         for (const int way : { 0, 1, 2 }) { // by mouse, by key, by the button
-            popover.showRelativeTo(&anchor, Qt::BottomEdge);
+            popover->showRelativeTo(&anchor, Qt::BottomEdge);
             if (way == 0 && now.preset) {
                 QTest::mouseClick(outline->viewport(), Qt::LeftButton, {}, place);
                 QTest::mouseDClick(outline->viewport(), Qt::LeftButton, {}, place);
             } else {
-                way == 1 ? QTest::keyClick(outline, Qt::Key_Return) : manager.loadButton()->click();
+                way == 1 ? QTest::keyClick(outline, Qt::Key_Return) : manager->loadButton()->click();
             }
-            EXPECT_EQ(popover.isShown(), !now.isLoaded) << way;
+            EXPECT_EQ(popover->isShown(), !now.isLoaded) << way;
         }
         EXPECT_EQ(loaded.size(), now.isLoaded ? 3 : 0);
         EXPECT_EQ(closed, now.isLoaded ? 3 : 0);
-        popover.close();
+        popover->close();
     }
-    // Keys that the window behind would have: undoing, and leaving a title alone without leaving the popover.
-    popover.showRelativeTo(&anchor, Qt::BottomEdge);
-    KXSourceListView *outline = own.sourceListViewController()->sourceListView();
+    EXPECT_TRUE(a->lastLoaded().isValid() && !c->lastLoaded().isValid());
+}
+
+// Which the window behind would have.
+TEST_F(LibraryPopoverTest, hasTheKeysThatUndoAndThatLeaveATitleAlone)
+{
+    popover->showRelativeTo(&anchor, Qt::BottomEdge);
+    KXSourceListView *outline = own->sourceListViewController()->sourceListView();
     QApplication::setActiveWindow(outline->window());
     outline->editTitle(outline->model()->index(0, 0));
     ASSERT_TRUE(outline->isEditing());
     QTest::keyClick(outline->viewport()->findChild<QLineEdit *>(), Qt::Key_Escape);
-    EXPECT_TRUE(popover.isShown() && !outline->isEditing());
+    EXPECT_TRUE(popover->isShown() && !outline->isEditing());
     const auto runner = KXAlert::setRunner([](const KXAlert &) { return KXAlertAnswer { 0 }; });
-    own.removePresets({ c });
+    own->removePresets({ c });
     EXPECT_EQ(stored(), u"F(a b) d"_s);
     QTest::keyClick(outline, Qt::Key_Z, Qt::ControlModifier);
     EXPECT_EQ(stored(), u"F(a b) c d"_s);
-    popover.close();
-    context->save();
-    undo().removeAllActions();
-    EXPECT_TRUE(a->lastLoaded().isValid() && !c->lastLoaded().isValid());
-    EXPECT_FALSE(context->hasChanges() || undo().canUndo());
+}
 
+TEST_F(LibraryPopoverTest, notesNoLoadingThatWasRefused)
+{
     loads = false;
-    manager.loadPreset(b);
+    manager->loadPreset(b);
     EXPECT_EQ(loaded.size(), 1);
     EXPECT_FALSE(b->lastLoaded().isValid());
-    KXUserDefaults::standard().remove(u"KXFilterSetPresetsManagerViewController Selection"_s);
 }
 
 TEST_F(LibraryTest, doesWithoutWhatIsMissing)

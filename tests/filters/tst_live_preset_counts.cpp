@@ -40,34 +40,52 @@ qint64 shown(const KXRef<KXFilterSetPreset> &preset)
 
 } // namespace
 
-TEST(LivePresetCounts, followFiltersPresetsThingsAndTime)
+/// Ten things from 120 to 129, added one a day; presets of them, and counts of those below 128 and of all.
+class LivePresetCountsTest : public ::testing::Test
 {
-    const KXClockPin pin(QDateTime(QDate(2024, 6, 1), QTime(12, 0), Qt::UTC));
-    Shelf shelf;
-    shelf.context->setUndoManager(std::make_shared<KXUndoManager>());
-    for (int i = 0; i < 10; ++i) {
-        const auto thing = shelf.make<Thing>();
-        thing->setBpm(120 + i);
-        thing->setKey(i % 2 ? u"Am"_s : u"C"_s);
-        thing->setAdded(KXClock::now().addDays(-i));
-    }
-    const auto range = shelf.range(u"122"_s, u"125"_s);
-    const auto fast = shelf.preset(u"fast"_s, shelf.set({ range }));
-    const auto minor = shelf.preset(u"minor"_s, shelf.set({ shelf.facet({ u"Am"_s }), shelf.range(u"0"_s, u"1"_s) }));
-    const auto week = shelf.make<KXDateFilter>();
-    week->setLocalValuePredicateKeyPath(u"added"_s);
-    week->setRange(KXDateRange(3));
-    const auto recent = shelf.preset(u"recent"_s, shelf.set({ week }));
-    const auto lost = shelf.preset(u"lost"_s);
-    const auto folder = shelf.folderPreset(u"all"_s, { fast, minor });
-    ASSERT_TRUE(shelf.context->save());
-    shelf.context->undoManager()->removeAllActions();
+protected:
+    using Place = KXLivePresetCounts::Place;
 
-    const auto mapper = std::make_shared<FacetsOnly>();
-    KXLivePresetCounts counts(shelf.context,
-        { shelf.context, u"Thing"_s, u"shelf"_s, { KXPredicate::predicateWithFormat("bpm < 128") }, nullptr });
-    KXLivePresetCounts mapped(shelf.context, { shelf.context, u"Thing"_s, u"mapped"_s, {}, mapper });
-    ASSERT_TRUE(counts.update() && mapped.update());
+    LivePresetCountsTest()
+    {
+        shelf.context->setUndoManager(std::make_shared<KXUndoManager>());
+        for (int i = 0; i < 10; ++i) {
+            const auto thing = shelf.make<Thing>();
+            thing->setBpm(120 + i);
+            thing->setKey(i % 2 ? u"Am"_s : u"C"_s);
+            thing->setAdded(KXClock::now().addDays(-i));
+        }
+        const auto week = shelf.make<KXDateFilter>();
+        week->setLocalValuePredicateKeyPath(u"added"_s);
+        week->setRange(KXDateRange(3));
+        recent = shelf.preset(u"recent"_s, shelf.set({ week }));
+        EXPECT_TRUE(shelf.context->save());
+        shelf.context->undoManager()->removeAllActions();
+        EXPECT_TRUE(counts.update() && mapped.update());
+    }
+    void turn()
+    {
+        shelf.context->processPendingChanges();
+        QCoreApplication::processEvents();
+    }
+
+    const KXClockPin pin { QDateTime(QDate(2024, 6, 1), QTime(12, 0), Qt::UTC) };
+    Shelf shelf;
+    const KXRef<KXRangeFilter> range = shelf.range(u"122"_s, u"125"_s);
+    const KXRef<KXFilterSetPreset> fast = shelf.preset(u"fast"_s, shelf.set({ range }));
+    const KXRef<KXFilterSetPreset> minor
+        = shelf.preset(u"minor"_s, shelf.set({ shelf.facet({ u"Am"_s }), shelf.range(u"0"_s, u"1"_s) }));
+    const KXRef<KXFilterSetPreset> lost = shelf.preset(u"lost"_s);
+    const KXRef<KXFilterSetPreset> folder = shelf.folderPreset(u"all"_s, { fast, minor });
+    KXRef<KXFilterSetPreset> recent;
+    KXLivePresetCounts counts { shelf.context,
+        Place { shelf.context, u"Thing"_s, u"shelf"_s, { KXPredicate::predicateWithFormat("bpm < 128") }, nullptr } };
+    KXLivePresetCounts mapped { shelf.context,
+        Place { shelf.context, u"Thing"_s, u"mapped"_s, {}, std::make_shared<FacetsOnly>() } };
+};
+
+TEST_F(LivePresetCountsTest, areThoseOfTheirPlaceAndMapper)
+{
     EXPECT_EQ(shown(fast), 4);
     EXPECT_EQ(shown(minor), 0);
     EXPECT_EQ(shown(recent), 8) << "the moment seven days ago included, and 128 and more left out";
@@ -75,15 +93,19 @@ TEST(LivePresetCounts, followFiltersPresetsThingsAndTime)
     EXPECT_EQ(folder->counts()->value(u"shelf"_s), 4);
     EXPECT_EQ(mapped.count(*minor), 5) << "the mapper leaves ranges out";
     EXPECT_FALSE(shelf.context->hasChanges()) << "what is mapped is never saved";
-
-    // Filters, by an edit, its undo and another context; then a preset that comes and goes.
-    range->setEndValue(KXDecimal::fromString(u"130"_s));
+    minor->filterSet()->setTitle(u"titled"_s);
     shelf.context->processPendingChanges();
-    QCoreApplication::processEvents();
+    mapped.update();
+    EXPECT_EQ(mapped.count(*minor), 0) << "a mapper that throws maps nothing";
+}
+
+TEST_F(LivePresetCountsTest, followFiltersByAnEditItsUndoAndAnotherContext)
+{
+    range->setEndValue(KXDecimal::fromString(u"130"_s));
+    turn();
     EXPECT_EQ(shown(fast), 6);
     shelf.context->undoManager()->undo();
-    shelf.context->processPendingChanges();
-    QCoreApplication::processEvents();
+    turn();
     EXPECT_EQ(shown(fast), 4);
     const auto other = KXManagedObjectContext::contextWithPersistentStoreCoordinator(shelf.coordinator);
     const auto token = KXNotificationCenter::defaultCenter().addObserver(
@@ -96,33 +118,34 @@ TEST(LivePresetCounts, followFiltersPresetsThingsAndTime)
     QCoreApplication::processEvents();
     EXPECT_EQ(shown(fast), 1);
     EXPECT_EQ(mapped.count(*copy), 5);
-    minor->filterSet()->setTitle(u"titled"_s);
-    shelf.context->processPendingChanges();
-    mapped.update();
-    EXPECT_EQ(mapped.count(*minor), 0) << "a mapper that throws maps nothing";
     shelf.context->removeManagedObject(fast);
     shelf.context->processPendingChanges();
     EXPECT_EQ(counts.count(*fast), std::nullopt);
+}
 
-    // A folder made plain, and a plain one made a folder.
+TEST_F(LivePresetCountsTest, areTheSumWhileAPresetIsAFolder)
+{
     folder->setIsFolder(false);
     folder->setFilterSet(minor->filterSet());
-    shelf.context->processPendingChanges();
-    QCoreApplication::processEvents();
+    turn();
     EXPECT_EQ(shown(folder), shown(minor));
     EXPECT_EQ(counts.count(*folder), 0);
     folder->setIsFolder(true);
     shelf.context->processPendingChanges();
     EXPECT_EQ(counts.count(*folder), std::nullopt);
+}
 
-    // Time alone.
+TEST_F(LivePresetCountsTest, followTimeAlone)
+{
     EXPECT_EQ(counts.liveCounts().nextBoundary(), KXClock::now().addMSecs(1));
     KXClock::advance(86'400);
     counts.liveCounts().advance();
     EXPECT_EQ(shown(recent), 7);
     EXPECT_EQ(counts.liveCounts().asOf(), KXClock::now());
+}
 
-    // By way of an operation.
+TEST_F(LivePresetCountsTest, areDeliveredByAnOperation)
+{
     bool onScreen = true;
     KXFilterSetPresetCountsScheduler scheduler(u"mapped"_s,
         { [&] { return onScreen; },

@@ -32,13 +32,13 @@
 #include <support/KXTestProcess.h>
 #include <support/KXTestRandom.h>
 
-#include "LibraryTest.h"
 #include "MusicFiles.h"
 #include "OwnDisplay.h"
+#include "WindowTest.h"
 
 using namespace Qt::StringLiterals;
 
-class CratesTest : public LibraryTest
+class CratesTest : public WindowTest
 {
 protected:
     void SetUp() override
@@ -50,14 +50,37 @@ protected:
     }
     void open()
     {
-        window = std::make_unique<BrowserWindow>(coordinator);
-        window->show();
-        ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
-        window->activateWindow();
+        openWindow();
         window->sources()->musicDidChange();
         turns();
         table().setSortDescriptors({ TrackTableModel::sortDescriptor(TrackTableModel::Title) });
         turns();
+    }
+    /// With a folder Night, which has the crates One, "cab", and Two, "b".
+    void openNight()
+    {
+        open();
+        CrateEditor &editor = pane().editor();
+        const auto folder = editor.make(Crate::Kind::Folder, {}, u"Night"_s);
+        const auto keys = [&](const QString &titles) {
+            std::vector<qint64> keys;
+            for (const QChar title : titles)
+                keys.push_back(Track::findFirstUsingPredicate(
+                    KXPredicate::predicateWithFormat("title == %@", QString(title)), *window->context())
+                                   ->objectID()
+                                   .key());
+            return keys;
+        };
+        editor.make(Crate::Kind::Plain, folder, u"One"_s, keys(u"cab"_s));
+        editor.make(Crate::Kind::Plain, folder, u"Two"_s, keys(u"b"_s));
+        turns();
+        pane().list()->expandItem(folder.get());
+        turns();
+    }
+    KXRef<Track> track(const QString &title) const
+    {
+        return Track::findFirstUsingPredicate(
+            KXPredicate::predicateWithFormat("title == %@", title), *window->context());
     }
     void openAgain()
     {
@@ -65,29 +88,10 @@ protected:
         window.reset();
         open();
     }
-    static void turns()
-    {
-        for (int i = 0; i < 4; ++i)
-            QTest::qWait(0);
-    }
     TrackTableView &table() const { return *window->table(); }
     CratesPane &pane() const { return *window->sources()->crates(); }
     KXSourceListView &list() const { return *pane().list()->sourceListView(); }
     KXUndoManager &undo() const { return *window->context()->undoManager(); }
-    void press(const QKeySequence &keys, QWidget *in = nullptr) const
-    {
-        QWidget *const focus = QApplication::focusWidget();
-        QTest::keySequence(in ? in : focus ? focus : window.get(), keys);
-        turns();
-    }
-    void rename(const QString &title) const
-    {
-        auto *const editor = qobject_cast<QLineEdit *>(QApplication::focusWidget());
-        ASSERT_TRUE(editor) << "nothing is being renamed";
-        QTest::keyClicks(editor, title);
-        QTest::keyClick(editor, Qt::Key_Return);
-        turns();
-    }
     QModelIndex row(const QString &title) const
     {
         for (const KXTreeNode *node : pane().tree()->flattenedNodes()) {
@@ -172,8 +176,6 @@ protected:
         QTest::qWait(150); // folders are counted a moment later
         return list().cellForRow(row(title)).count;
     }
-
-    std::unique_ptr<BrowserWindow> window;
 };
 
 TEST_F(CratesTest, aCrateIsMadeFilledSortedAndEmptied)
@@ -181,7 +183,7 @@ TEST_F(CratesTest, aCrateIsMadeFilledSortedAndEmptied)
     open();
     ASSERT_EQ(shown(), u"abcdefgh"_s);
     press(QKeySequence(u"Ctrl+N"_s));
-    rename(u"Warm-up"_s);
+    type(u"Warm-up"_s);
     EXPECT_EQ(pane().title(), u"Warm-up"_s);
     EXPECT_EQ(shown(), u""_s) << "the new crate is shown";
     showAll();
@@ -241,23 +243,7 @@ TEST_F(CratesTest, aCrateIsMadeFilledSortedAndEmptied)
 
 TEST_F(CratesTest, fromCrateToCrateTracksMoveAndWithControlTheyAreCopied)
 {
-    open();
-    CrateEditor &editor = pane().editor();
-    const auto folder = editor.make(Crate::Kind::Folder, {}, u"Night"_s);
-    const auto keys = [&](const QString &titles) {
-        std::vector<qint64> keys;
-        for (const QChar title : titles)
-            keys.push_back(Track::findFirstUsingPredicate(
-                KXPredicate::predicateWithFormat("title == %@", QString(title)), *window->context())
-                               ->objectID()
-                               .key());
-        return keys;
-    };
-    editor.make(Crate::Kind::Plain, folder, u"One"_s, keys(u"cab"_s));
-    editor.make(Crate::Kind::Plain, folder, u"Two"_s, keys(u"bx"_s.first(1)));
-    turns();
-    pane().list()->expandItem(folder.get());
-    turns();
+    openNight();
     EXPECT_EQ(badge(u"Night"_s), 3) << "b is in both";
     click(u"Night"_s);
     EXPECT_EQ(shown(), u"abc"_s) << "a folder has no order of its own";
@@ -280,16 +266,17 @@ TEST_F(CratesTest, fromCrateToCrateTracksMoveAndWithControlTheyAreCopied)
     turns();
     EXPECT_EQ(shown(), u"ba"_s);
     EXPECT_EQ(badge(u"One"_s), 3);
+}
 
-    // The crates of a track, and from there to one of them.
-    const auto track
-        = Track::findFirstUsingPredicate(KXPredicate::predicateWithFormat("title == %@", u"a"_s), *window->context());
+TEST_F(CratesTest, fromATrackOneGetsToItsCrates)
+{
+    openNight();
     QStringList found;
-    for (const auto &each : Crates::cratesOf(*track))
+    for (const auto &each : Crates::cratesOf(*track(u"b"_s)))
         found += CratesPane::path(*each);
     EXPECT_EQ(found, QStringList({ u"Night/One"_s, u"Night/Two"_s }));
     showAll();
-    select(u"a"_s);
+    select(u"b"_s);
     QMenu *find = nullptr;
     for (QAction *action :
         window->menuBar()->findChildren<QMenu *>().isEmpty() ? QList<QAction *>() : window->menuBar()->actions()) {
@@ -304,10 +291,14 @@ TEST_F(CratesTest, fromCrateToCrateTracksMoveAndWithControlTheyAreCopied)
     find->actions().first()->trigger();
     turns();
     EXPECT_EQ(shown(), u"cab"_s);
-    EXPECT_EQ(table().currentIndex().row(), 1);
+    EXPECT_EQ(table().currentIndex().row(), 2);
+}
 
-    // A track that leaves the library leaves its crates; a folder takes its crates along, and brings them back.
-    window->context()->removeManagedObject(track);
+TEST_F(CratesTest, whatLeavesTheLibraryLeavesItsCratesAndAFolderTakesThemAlong)
+{
+    openNight();
+    click(u"One"_s);
+    window->context()->removeManagedObject(track(u"a"_s));
     turns();
     EXPECT_EQ(shown(), u"cb"_s);
     EXPECT_EQ(badge(u"Night"_s), 2);
@@ -403,7 +394,7 @@ TEST_F(CratesTest, whatIsEditedInOneOfTheSelectedRowsIsEditedInAllAndTheyAreAdde
     select(u"bd"_s);
     table().horizontalScrollBar()->setValue(0);
     press(QKeySequence(Qt::Key_F2));
-    rename(u"both"_s);
+    type(u"both"_s);
     EXPECT_EQ(window->model()->track(1)->comment(), u"both"_s);
     EXPECT_EQ(window->model()->track(3)->comment(), u"both"_s);
     EXPECT_FALSE(window->model()->track(2)->comment());

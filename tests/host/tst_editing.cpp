@@ -17,19 +17,16 @@
 #include <TrackDelegate.h>
 #include <TrackTableView.h>
 
-#include "LibraryTest.h"
+#include "WindowTest.h"
 
 using namespace Qt::StringLiterals;
 
-class EditingTest : public LibraryTest
+class EditingTest : public WindowTest
 {
 protected:
     void open()
     {
-        window = std::make_unique<BrowserWindow>(coordinator);
-        window->show();
-        ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
-        window->activateWindow();
+        openWindow();
         table()->setFocus();
         table()->sortByColumn(TrackTableModel::Title, Qt::AscendingOrder);
     }
@@ -48,10 +45,6 @@ protected:
         }
         return nullptr;
     }
-    void press(const QKeySequence &keys) const
-    {
-        QTest::keySequence(QApplication::focusWidget() ? QApplication::focusWidget() : window.get(), keys);
-    }
     void endOfTurn() const { QCoreApplication::processEvents(); }
     /// What another context finds in the file.
     KXRef<Track> stored(const QString &title)
@@ -62,7 +55,6 @@ protected:
             fresh->fetchFirstForEntity(u"Track"_s, KXPredicate::predicateWithFormat("title == %@", title)));
     }
 
-    std::unique_ptr<BrowserWindow> window;
     QList<KXManagedObjectContext::Ref> readers;
 };
 

@@ -61,6 +61,19 @@ public:
     std::vector<qint64> keys;
 };
 
+/// How long a list has become by what it told.
+struct FollowCounter : KXLiveListObserver
+{
+    void listWillChange(const KXListStep &) override { }
+    void listDidChange(const KXListStep &step) override
+    {
+        ++steps;
+        size += step.kind == KXListStep::Insertion ? step.count : step.kind == KXListStep::Removal ? -step.count : 0;
+    }
+    qsizetype size = 0;
+    int steps = 0;
+};
+
 KXFetchRequest tracksWhere(const char *format, const QList<KXSortDescriptor> &order)
 {
     const KXPredicate predicate = *format ? KXPredicate::predicateWithFormat(format) : KXPredicate();
@@ -138,6 +151,76 @@ protected:
         window->mergeChangesFromStoreChange(change);
     }
 
+    /// Saves of others may be seen by reading before they are merged; only then must all agree again.
+    void mergeAll()
+    {
+        while (!unmerged.empty())
+            mergeNext();
+        window->processPendingChanges();
+    }
+    KXUndoManager &undo() { return *window->undoManager(); }
+    void changeElsewhere()
+    {
+        const KXEntityDescription *albums = coordinator->model()->entity(u"Album"_s);
+        context = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
+        change(context);
+        save();
+        // What is read again shows the save before it is merged.
+        if (random.chance(0.5)) {
+            for (const KXRef<KXManagedObject> &object : window->fetchAllForEntity(u"Track"_s))
+                window->refreshObject(object.get());
+        }
+        if (!unmerged.empty() && unmerged.back()->changeOf(albums)
+            && !unmerged.back()->changeOf(albums)->deleted.isEmpty())
+            mergeNext();
+    }
+    /// Whatever may happen to the tracks that are shown.
+    void act(TrackTableModel &model)
+    {
+        switch (random.below(10)) {
+        case 0:
+        case 1:
+            changeElsewhere();
+            break;
+        case 2:
+        case 3:
+        case 4: {
+            {
+                const KXUndoGroup group(&undo(), u"Change"_s);
+                change(window);
+            }
+            if (random.chance(0.5))
+                window->processPendingChanges();
+            break;
+        }
+        case 5:
+            undo().undo();
+            break;
+        case 6:
+            undo().redo();
+            break;
+        case 7:
+            EXPECT_TRUE(window->save());
+            break;
+        case 8:
+            mergeNext();
+            break;
+        case 9:
+            model.sort(random.below(3), random.chance(0.5) ? Qt::AscendingOrder : Qt::DescendingOrder);
+            break;
+        }
+    }
+    /// In any order where it has none.
+    void expectFresh(const KXLiveList &list)
+    {
+        std::vector<qint64> kept = list.keys(), fresh = window->fetch(list.request()).keys();
+        if (list.request().sortDescriptors().isEmpty()) {
+            std::sort(kept.begin(), kept.end());
+            std::sort(fresh.begin(), fresh.end());
+        }
+        EXPECT_EQ(kept, fresh);
+    }
+
     KXTestRandom random;
     KXManagedObjectContext::Ref window;
     std::deque<std::shared_ptr<const KXStoreChange>> unmerged;
@@ -149,8 +232,7 @@ TEST_F(FollowTest, rowsEqualAFreshFetchAndKeepTheirSelection)
     for (int i = 0; i < 80; ++i)
         change(context);
     save();
-    while (!unmerged.empty())
-        mergeNext();
+    mergeAll();
 
     LibraryEditor editor(window);
     TrackTableModel model(window, &editor);
@@ -167,14 +249,12 @@ TEST_F(FollowTest, rowsEqualAFreshFetchAndKeepTheirSelection)
          })
         mirrors.push_back(std::make_unique<FollowMirror>(window, request));
 
-    KXUndoManager &undo = *window->undoManager();
     const auto selected = [&] {
         std::set<qint64> keys;
         for (const QModelIndex &index : selection.selectedRows())
             keys.insert(model.tracks().keys()[size_t(index.row())]);
         return keys;
     };
-    const KXEntityDescription *albums = coordinator->model()->entity(u"Album"_s);
     int resets = 0;
     QObject::connect(&model, &QAbstractItemModel::modelReset, [&] { ++resets; });
 
@@ -183,63 +263,12 @@ TEST_F(FollowTest, rowsEqualAFreshFetchAndKeepTheirSelection)
         SCOPED_TRACE(step);
         const std::vector<qint64> rowsBefore = model.tracks().keys();
         const std::set<qint64> before = selected();
-        switch (random.below(10)) {
-        case 0:
-        case 1:
-            context = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
-            change(context);
-            save();
-            // What is read again shows the save before it is merged.
-            if (random.chance(0.5)) {
-                for (const KXRef<KXManagedObject> &object : window->fetchAllForEntity(u"Track"_s))
-                    window->refreshObject(object.get());
-            }
-            if (!unmerged.empty() && unmerged.back()->changeOf(albums)
-                && !unmerged.back()->changeOf(albums)->deleted.isEmpty())
-                mergeNext();
-            break;
-        case 2:
-        case 3:
-        case 4: {
-            {
-                const KXUndoGroup group(&undo, u"Change"_s);
-                change(window);
-            }
-            if (random.chance(0.5))
-                window->processPendingChanges();
-            break;
-        }
-        case 5:
-            undo.undo();
-            break;
-        case 6:
-            undo.redo();
-            break;
-        case 7:
-            EXPECT_TRUE(window->save());
-            break;
-        case 8:
-            mergeNext();
-            break;
-        case 9:
-            model.sort(random.below(3), random.chance(0.5) ? Qt::AscendingOrder : Qt::DescendingOrder);
-            break;
-        }
-        // Saves of others may be seen by reading before they are merged; only then must all agree again.
+        act(model);
         if (random.chance(0.3)) {
-            while (!unmerged.empty())
-                mergeNext();
-            window->processPendingChanges();
+            mergeAll();
             EXPECT_EQ(model.tracks().keys(), window->fetch(model.tracks().request()).keys());
-            for (size_t i = 0; i < mirrors.size(); ++i) {
-                std::vector<qint64> kept = mirrors[i]->list.keys();
-                std::vector<qint64> fresh = window->fetch(mirrors[i]->list.request()).keys();
-                if (mirrors[i]->list.request().sortDescriptors().isEmpty()) {
-                    std::sort(kept.begin(), kept.end());
-                    std::sort(fresh.begin(), fresh.end());
-                }
-                EXPECT_EQ(kept, fresh) << "list " << i;
-            }
+            for (const auto &mirror : mirrors)
+                expectFresh(mirror->list);
             for (int row = 0; row < model.rowCount(); row += 7)
                 EXPECT_EQ(model.index(row, TrackTableModel::Title).data().toString(), model.track(row)->title());
         }
@@ -261,19 +290,6 @@ TEST_F(FollowTest, rowsEqualAFreshFetchAndKeepTheirSelection)
 // What is only known by its first rows when things happen becomes right all the same, and says so row by row.
 TEST_F(FollowTest, listsThatOpenWithTheirFirstRows)
 {
-    struct Counter : KXLiveListObserver
-    {
-        void listWillChange(const KXListStep &) override { }
-        void listDidChange(const KXListStep &step) override
-        {
-            ++steps;
-            size += step.kind == KXListStep::Insertion ? step.count
-                : step.kind == KXListStep::Removal     ? -step.count
-                                                       : 0;
-        }
-        qsizetype size = 0;
-        int steps = 0;
-    };
     for (int i = 0; i < 30; ++i)
         add(QString(QChar(u'A' + random.below(20))), random.below(90))->setAlbum(someAlbum(context));
     save();
@@ -286,7 +302,7 @@ TEST_F(FollowTest, listsThatOpenWithTheirFirstRows)
         (void)window->save();
         unmerged.clear();
         const KXFetchRequest request = tracksWhere("", random.oneOf(orders)).setFetchBatchSize(random.between(1, 12));
-        Counter counter;
+        FollowCounter counter;
         KXLiveList list(window, request, &counter);
         counter.size = list.size();
         ASSERT_EQ(list.countOfFetches(), list.size() > request.fetchBatchSize() ? 0 : 1);
@@ -310,16 +326,9 @@ TEST_F(FollowTest, listsThatOpenWithTheirFirstRows)
             else
                 list.setRequest(tracksWhere("", random.oneOf(orders)));
         }
-        while (!unmerged.empty())
-            mergeNext();
-        window->processPendingChanges();
+        mergeAll();
         QCoreApplication::processEvents();
-        std::vector<qint64> kept = list.keys(), expected = window->fetch(list.request()).keys();
-        if (list.request().sortDescriptors().isEmpty()) {
-            std::sort(kept.begin(), kept.end());
-            std::sort(expected.begin(), expected.end());
-        }
-        EXPECT_EQ(kept, expected);
+        expectFresh(list);
         EXPECT_EQ(counter.size, list.size());
         // From the fastest to those without tempo; equal ones by their keys.
         if (const auto &order = list.request().sortDescriptors(); order.size() == 1 && order[0].key == u"bpm"_s) {

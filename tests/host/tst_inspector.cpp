@@ -18,11 +18,11 @@
 #include <TrackInspector.h>
 #include <TrackTableView.h>
 
-#include "LibraryTest.h"
+#include "WindowTest.h"
 
 using namespace Qt::StringLiterals;
 
-class InspectorTest : public LibraryTest
+class InspectorTest : public WindowTest
 {
 protected:
     void SetUp() override
@@ -39,10 +39,7 @@ protected:
     }
     void open()
     {
-        window.reset();
-        window = std::make_unique<BrowserWindow>(coordinator);
-        window->show();
-        window->activateWindow();
+        openWindow();
         ASSERT_TRUE(QTest::qWaitForWindowActive(window.get()));
         window->sources()->musicDidChange();
         QTest::qWait(5);
@@ -71,14 +68,27 @@ protected:
             all += label->text();
         return all;
     }
-    std::unique_ptr<BrowserWindow> window;
+    QString enter(const QString &field, const QString &text)
+    {
+        auto *const line = find<QLineEdit>(1, field);
+        line->setFocus();
+        line->selectAll();
+        QTest::keyClicks(line, text.isEmpty() ? u" "_s : text);
+        QTest::keyClick(line, Qt::Key_Return);
+        QTest::qWait(20);
+        return line->text();
+    }
+    void show()
+    {
+        QTest::keyClick(window.get(), Qt::Key_I, Qt::ControlModifier);
+        ASSERT_TRUE(window->inspector()->isShown());
+    }
 };
 
 TEST_F(InspectorTest, showsAndEditsWhatIsSelected)
 {
     EXPECT_FALSE(window->inspector()->isShown());
-    QTest::keyClick(window.get(), Qt::Key_I, Qt::ControlModifier);
-    ASSERT_TRUE(window->inspector()->isShown());
+    show();
     EXPECT_TRUE(window->inspector()->container()->isVisible());
     EXPECT_GE(window->inspector()->container()->width(), 200);
     EXPECT_TRUE(texts(0).contains(u"No track is selected"_s)) << texts(0).join(u'|').toStdString();
@@ -87,15 +97,6 @@ TEST_F(InspectorTest, showsAndEditsWhatIsSelected)
     auto *const title = find<QLineEdit>(1, u"Title"_s);
     ASSERT_TRUE(title);
     EXPECT_EQ(title->text(), u"Track 1"_s);
-    const auto enter = [&](const QString &field, const QString &text) {
-        auto *const line = find<QLineEdit>(1, field);
-        line->setFocus();
-        line->selectAll();
-        QTest::keyClicks(line, text.isEmpty() ? u" "_s : text);
-        QTest::keyClick(line, Qt::Key_Return);
-        QTest::qWait(20);
-        return line->text();
-    };
     const KXRef<Track> track = window->model()->track(1);
     EXPECT_EQ(enter(u"BPM"_s, u"128.5"_s), u"128.5"_s);
     EXPECT_EQ(track->bpm(), 128.5);
@@ -110,7 +111,11 @@ TEST_F(InspectorTest, showsAndEditsWhatIsSelected)
     EXPECT_EQ(find<QLineEdit>(1, u"Comment"_s)->text(), QString());
     find<KXStarRating>(1, u"Rating"_s)->rate(4);
     EXPECT_EQ(track->rating(), 4);
-    // Several of them.
+}
+
+TEST_F(InspectorTest, editsSeveralTogether)
+{
+    show();
     select(0, 3);
     EXPECT_TRUE(texts(0).contains(u"4 tracks"_s)) << texts(0).join(u'|').toStdString();
     auto *const several = find<QLineEdit>(1, u"Title"_s);
@@ -125,8 +130,11 @@ TEST_F(InspectorTest, showsAndEditsWhatIsSelected)
     EXPECT_EQ(window->model()->track(4)->genreText(), std::nullopt);
     find<KXStarRating>(1, u"Rating"_s)->rate(2);
     EXPECT_EQ(window->model()->track(3)->rating(), 2);
+}
 
-    // Presets that hold it, and why; a click goes there.
+TEST_F(InspectorTest, leadsToThePresetsThatHoldTheTrack)
+{
+    show();
     select(1, 1);
     auto *const link
         = window->inspector()->inspector()->viewControllers().at(2)->view()->findChild<KXHyperlinkButton *>();

@@ -174,43 +174,66 @@ TEST_F(PreviewTest, doubleClicksAndReturnPlayFromTheStart)
     }
 }
 
-TEST_F(PreviewTest, theStripLeadsThePlayerAndItsStems)
+/// A track of four stems plays, under the strip.
+class PreviewStripTest : public PreviewTest
 {
-    const QString path
-        = writeSound(makeSound(8000 * 20, 8, 8000), { "stems", "wav", "wav", "pcm_s16le" }, folder.path());
-    add(u"0 stems"_s)->setLocation(QUrl::fromLocalFile(path));
-    save();
-    ASSERT_TRUE(QTest::qWaitFor([&] { return model->rowCount() == 5; }, previewPatience));
-    KXWaveformLibrary waveforms(folder.filePath(u"library.waves"_s));
-    view->setWaveforms(&waveforms);
-    const auto strip = std::make_unique<PlayerStrip>(preview.get(), &waveforms);
-    strip->resize(1000, 200);
-    EXPECT_TRUE(strip->isHidden());
-    const int row = rowOf(u"0 stems"_s);
-    preview->playRow(row);
-    ASSERT_TRUE(says(u"Playing 0 stems"_s));
-    KXMultiTrackAudioPlayer *stems = preview->stems();
-    ASSERT_TRUE(stems);
-    EXPECT_FALSE(strip->isHidden());
-    // A click in the middle of the waveform.
-    KXAudioPlayerWaveformView *waveform = strip->waveform();
-    QTest::mouseClick(waveform, Qt::LeftButton, {}, waveform->rect().center());
+protected:
+    void SetUp() override
+    {
+        PreviewTest::SetUp();
+        path = writeSound(makeSound(8000 * 20, 8, 8000), { "stems", "wav", "wav", "pcm_s16le" }, folder.path());
+        add(u"0 stems"_s)->setLocation(QUrl::fromLocalFile(path));
+        save();
+        ASSERT_TRUE(QTest::qWaitFor([&] { return model->rowCount() == 5; }, previewPatience));
+        waveforms = std::make_unique<KXWaveformLibrary>(folder.filePath(u"library.waves"_s));
+        view->setWaveforms(waveforms.get());
+        strip = std::make_unique<PlayerStrip>(preview.get(), waveforms.get());
+        strip->resize(1000, 200);
+        EXPECT_TRUE(strip->isHidden());
+        preview->playRow(rowOf(u"0 stems"_s));
+        ASSERT_TRUE(says(u"Playing 0 stems"_s));
+        stems = preview->stems();
+        ASSERT_TRUE(stems);
+        EXPECT_FALSE(strip->isHidden());
+    }
+    void TearDown() override
+    {
+        strip.reset();
+        PreviewTest::TearDown();
+        waveforms.reset();
+    }
+    QPushButton *button(const QString &name)
+    {
+        for (QPushButton *each : strip->findChildren<QPushButton *>()) {
+            if (each->accessibleName() == name)
+                return each;
+        }
+        return nullptr;
+    }
+    QImage picture() { return strip->waveform()->grab().toImage(); }
+
+    QString path;
+    std::unique_ptr<KXWaveformLibrary> waveforms;
+    std::unique_ptr<PlayerStrip> strip;
+    KXMultiTrackAudioPlayer *stems = nullptr;
+};
+
+TEST_F(PreviewStripTest, aClickInTheWaveformGoesThere)
+{
+    QTest::mouseClick(strip->waveform(), Qt::LeftButton, {}, strip->waveform()->rect().center());
     EXPECT_NEAR(stems->currentTime(), 10, 0.2);
     const auto shows = [&](const QString &text) {
         const auto labels = strip->findChildren<QLabel *>();
         return std::any_of(labels.begin(), labels.end(), [&](QLabel *each) { return each->text() == text; });
     };
     EXPECT_TRUE(shows(BrowserStyle::timeText(stems->currentTime()))); // at once
-    const auto picture = [&] { return waveform->grab().toImage(); };
-    ASSERT_TRUE(QTest::qWaitFor([&] { return waveforms.overview(QUrl::fromLocalFile(path)); }, previewPatience));
+}
+
+TEST_F(PreviewStripTest, mutesAndSolosStems)
+{
+    KXAudioPlayerWaveformView *const waveform = strip->waveform();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return waveforms->overview(QUrl::fromLocalFile(path)); }, previewPatience));
     const QImage all = picture();
-    const auto button = [&](const QString &name) {
-        for (QPushButton *each : strip->findChildren<QPushButton *>()) {
-            if (each->accessibleName() == name)
-                return each;
-        }
-        return static_cast<QPushButton *>(nullptr);
-    };
     for (const QString &name : { u"Mute Stem 1"_s, u"Solo Stem 4"_s })
         ASSERT_TRUE(button(name)) << name.toStdString();
     EXPECT_FALSE(button(u"Mute Stem 5"_s));
@@ -235,19 +258,26 @@ TEST_F(PreviewTest, theStripLeadsThePlayerAndItsStems)
     EXPECT_EQ(waveform->stemGains(), (std::vector<float> { 0, 0, 0, 1 }));
     stems->setStemSoloed(3, false); // by somebody else
     EXPECT_FALSE(button(u"Solo Stem 4"_s)->isChecked());
+}
 
-    // The next one has two channels, and another player, on the same output.
+TEST_F(PreviewStripTest, tracksWithoutStemsHaveAPlayerOfTheirOwn)
+{
+    button(u"Solo Stem 4"_s)->click();
     preview->playRow(rowOf(u"a.flac"_s));
     ASSERT_TRUE(says(u"Playing a.flac"_s));
     EXPECT_FALSE(preview->stems());
     EXPECT_EQ(stems->state(), KXAudioPlayerStateStopped);
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     EXPECT_FALSE(button(u"Mute Stem 1"_s));
-    preview->playRow(row);
+    preview->playRow(rowOf(u"0 stems"_s));
     ASSERT_TRUE(says(u"Playing 0 stems"_s));
     EXPECT_EQ(stems->audibleStemGains(), (std::vector<float> { 1, 1, 1, 1 }));
+}
 
-    // The row has its waveform and, once the window says so, its mark.
+TEST_F(PreviewStripTest, theRowHasItsWaveformAndAMarkOnceTheWindowSaysSo)
+{
+    const int row = rowOf(u"0 stems"_s);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return waveforms->overview(QUrl::fromLocalFile(path)); }, previewPatience));
     const QRect cell = view->visualRect(model->index(row, TrackTableModel::Title));
     const QImage unmarked = view->viewport()->grab(cell).toImage();
     view->setPlayingIndex(preview->playingIndex());

@@ -19,11 +19,11 @@
 #include <TrackTableView.h>
 #include <support/DragAndDrop.h>
 
-#include "LibraryTest.h"
+#include "WindowTest.h"
 
 using namespace Qt::StringLiterals;
 
-class SourcesTest : public LibraryTest
+class SourcesTest : public WindowTest
 {
 protected:
     void SetUp() override
@@ -42,10 +42,7 @@ protected:
     }
     void open()
     {
-        window = std::make_unique<BrowserWindow>(coordinator);
-        window->show();
-        ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
-        window->activateWindow();
+        openWindow();
         window->sources()->musicDidChange();
         endOfTurn();
     }
@@ -78,20 +75,6 @@ protected:
             list.sourceListView()->visualRect(row).center());
         endOfTurn();
     }
-    void press(const QKeySequence &keys) const
-    {
-        QTest::keySequence(QApplication::focusWidget() ? QApplication::focusWidget() : window.get(), keys);
-        endOfTurn();
-    }
-    /// Into the editor of a title that is open.
-    void type(const QString &text) const
-    {
-        auto *const editor = qobject_cast<QLineEdit *>(QApplication::focusWidget());
-        ASSERT_TRUE(editor) << "nothing is being renamed";
-        QTest::keyClicks(editor, text);
-        QTest::keyClick(editor, Qt::Key_Return);
-        endOfTurn();
-    }
     QString undoTitle() const
     {
         return window->menuBar()->actions()[1]->menu()->actions().first()->text().remove(u'&');
@@ -120,37 +103,36 @@ protected:
         endOfTurn();
     }
 
+    /// A folder and presets of a genre, all by keys.
+    void makeFriday()
+    {
+        click(library(), find(library(), u"Genres"_s));
+        press(Qt::Key_Right); // it is open: on to the first
+        EXPECT_EQ(rows(), 4) << "of House; the file of one is missing";
+        press(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_P));
+        type(u"Warm up"_s);
+        EXPECT_EQ(undoTitle(), u"Undo Rename"_s);
+        press(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_N));
+        type(u"Friday"_s);
+        click(presets(), find(presets(), u"Warm up"_s));
+        EXPECT_EQ(rows(), 4);
+        press(QKeySequence(Qt::CTRL | Qt::Key_D));
+        press(Qt::Key_F2);
+        type(u"Second hour"_s);
+    }
+
     QList<KXRef<Genre>> genres;
-    std::unique_ptr<BrowserWindow> window;
 };
 
-TEST_F(SourcesTest, anEveningWithPresets)
+TEST_F(SourcesTest, presetsAreMadeByKeysAndDraggedTogether)
 {
-    int asked = 0;
-    const auto alert = KXAlert::setRunner([&](const KXAlert &) {
-        ++asked;
-        return KXAlertAnswer { 0, true };
-    });
     open();
     EXPECT_TRUE(outline().startsWith(u"Tempo"_s)); // what a library begins with
     removeStartingPresets();
     openAgain();
     EXPECT_EQ(outline(), QString()); // and not again
 
-    // A folder and presets of genres, all by keys.
-    click(library(), find(library(), u"Genres"_s));
-    press(Qt::Key_Right); // it is open: on to the first
-    EXPECT_EQ(rows(), 4) << "of House; the file of one is missing";
-    press(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_P));
-    type(u"Warm up"_s);
-    EXPECT_EQ(undoTitle(), u"Undo Rename"_s);
-    press(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_N));
-    type(u"Friday"_s);
-    click(presets(), find(presets(), u"Warm up"_s));
-    EXPECT_EQ(rows(), 4);
-    press(QKeySequence(Qt::CTRL | Qt::Key_D));
-    press(Qt::Key_F2);
-    type(u"Second hour"_s);
+    makeFriday();
     EXPECT_EQ(outline(), u"Warm up:4 Second hour:4 Friday"_s);
 
     // Dragged together into the folder, in front of each other there, and out again.
@@ -166,13 +148,28 @@ TEST_F(SourcesTest, anEveningWithPresets)
     EXPECT_EQ(DragAndDrop::rows(view, { find(presets(), u"Second hour"_s) }, find(presets(), u"Warm up"_s), 0),
         Qt::MoveAction);
     EXPECT_EQ(outline(), u"+Friday:4(Second hour:4 Warm up:4)"_s);
+}
 
-    // Copied and pasted after another one, deleted (asked once), undone, redone by name.
+TEST_F(SourcesTest, presetsAreCopiedAndDeletedWithOneQuestionAndAreAsLeftNextTime)
+{
+    int asked = 0;
+    const auto alert = KXAlert::setRunner([&](const KXAlert &) {
+        ++asked;
+        return KXAlertAnswer { 0, true };
+    });
+    open();
+    removeStartingPresets();
+    makeFriday();
+    click(presets(), find(presets(), u"Warm up"_s), Qt::ControlModifier);
+    KXSourceListView &view = *presets().sourceListView();
+    DragAndDrop::rows(view, view.selectionModel()->selectedRows(), find(presets(), u"Friday"_s), 0.5);
+    click(presets(), find(presets(), u"Friday"_s));
+    press(Qt::Key_Right);
     click(presets(), find(presets(), u"Second hour"_s));
     press(QKeySequence::Copy);
     click(presets(), find(presets(), u"Warm up"_s));
     press(QKeySequence::Paste);
-    EXPECT_EQ(outline(), u"+Friday:4(Second hour:4 Warm up:4 Second hour:4)"_s);
+    EXPECT_EQ(outline(), u"+Friday:4(Warm up:4 Second hour:4 Second hour:4)"_s);
     click(presets(), find(presets(), u"Warm up"_s));
     press(Qt::Key_Delete);
     EXPECT_EQ(outline(), u"+Friday:4(Second hour:4 Second hour:4)"_s);
@@ -182,7 +179,7 @@ TEST_F(SourcesTest, anEveningWithPresets)
     EXPECT_EQ(asked, 1);
     press(QKeySequence(Qt::CTRL | Qt::Key_Z));
     press(QKeySequence(Qt::CTRL | Qt::Key_Z));
-    EXPECT_EQ(outline(), u"+Friday:4(Second hour:4 Warm up:4 Second hour:4)"_s);
+    EXPECT_EQ(outline(), u"+Friday:4(Warm up:4 Second hour:4 Second hour:4)"_s);
     press(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Z));
     const QString left = outline();
     EXPECT_EQ(left, u"+Friday:4(Second hour:4 Second hour:4)"_s);

@@ -104,42 +104,51 @@ TEST(Models, thatAreTooLargeAreRefusedWithTheLimit)
     EXPECT_EQ(refusal(chain.last(1000)), QString());
 }
 
-TEST(Models, mergeTheCurrentVersionsOfTheBundles)
+/// A folder of models as the main bundle's resources, the second of three versions being the current one.
+class BundledModels : public ::testing::Test
 {
-    const QTemporaryDir folder;
-    KXBundle &bundle = KXBundle::mainBundle();
-    const QStringList before = bundle.resourceFolders();
-    struct Restore
+protected:
+    BundledModels()
     {
-        KXBundle &bundle;
-        const QStringList folders;
-        ~Restore() { bundle.setResourceFolders(folders); }
-    } restore { bundle, before };
-    bundle.setResourceFolders({ folder.path() });
-    const auto model = [](const char *attribute, const char *entity = "Crate") {
+        KXBundle::mainBundle().setResourceFolders({ folder.path() });
+        QDir(folder.path()).mkdir(u"Crates.momd"_s);
+        write(u"Crates.momd/Crates.mom"_s, model("first"));
+        write(u"Crates.momd/Crates 2.mom"_s, model("second"));
+        write(u"Crates.momd/Crates 3.mom"_s, model("third"));
+        write(u"Labels.mom"_s, model("name", "Label"));
+        write(u"Crates.momd/current"_s, "Crates 2.mom\n");
+    }
+    ~BundledModels() override { KXBundle::mainBundle().setResourceFolders(before); }
+    void write(const QString &file, const QByteArray &bytes) { Library::write(folder.filePath(file), bytes); }
+    static QByteArray model(const char *attribute, const char *entity = "Crate")
+    {
         return QByteArray(R"({"entities": [{"name": ")") + entity + R"(", "attributes": [{"name": ")" + attribute
             + R"(", "type": "string"}]}]})";
-    };
-    KXError error;
-    EXPECT_FALSE(KXManagedObjectModel::mergedModelFromBundles({ &bundle }, &error));
-    EXPECT_TRUE(error);
-
-    QDir(folder.path()).mkdir(u"Crates.momd"_s);
-    Library::write(folder.filePath(u"Crates.momd/Crates.mom"_s), model("first"));
-    Library::write(folder.filePath(u"Crates.momd/Crates 2.mom"_s), model("second"));
-    Library::write(folder.filePath(u"Crates.momd/Crates 3.mom"_s), model("third"));
-    Library::write(folder.filePath(u"Labels.mom"_s), model("name", "Label"));
-    const auto attribute = [](const char *entity) {
+    }
+    static QByteArray box(const char *parent)
+    {
+        return QByteArray(R"({"entities": [{"name": "Box", "parent": ")") + parent + R"("}]})";
+    }
+    /// The entity's first attribute in what the bundles have together, or what is wrong with them.
+    static QString attribute(const char *entity)
+    {
         KXError problem;
         const auto merged = KXManagedObjectModel::mergedModelFromBundles({}, &problem);
         return merged && merged->entity(QString::fromLatin1(entity))
             ? merged->entity(QString::fromLatin1(entity))->properties().first().name()
             : problem.localizedDescription();
-    };
-    Library::write(folder.filePath(u"Crates.momd/current"_s), "Crates 2.mom\n");
+    }
+
+    const QTemporaryDir folder;
+    const QStringList before = KXBundle::mainBundle().resourceFolders();
+    KXError error;
+};
+
+TEST_F(BundledModels, areMergedInTheirCurrentVersions)
+{
     EXPECT_EQ(attribute("Crate"), u"second"_s);
     EXPECT_EQ(attribute("Label"), u"name"_s);
-    Library::write(folder.filePath(u"Crates.momd/current"_s), "Crates 9.mom\n");
+    write(u"Crates.momd/current"_s, "Crates 9.mom\n");
     EXPECT_EQ(attribute("Crate"), u"first"_s) << "sorts last";
     const auto coordinator = Coordinator::persistentStoreCoordinatorWithStoreURL(
         QUrl::fromLocalFile(folder.filePath(u"store.db"_s)), QList<const KXBundle *> {}, {}, &error);
@@ -147,19 +156,24 @@ TEST(Models, mergeTheCurrentVersionsOfTheBundles)
     EXPECT_TRUE(KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator)
                     ->managedObjectForEntity(u"Crate"_s)
                     ->setValueForKey(u"first"_s, u"x"_s));
+    const QTemporaryDir empty;
+    KXBundle::mainBundle().setResourceFolders({ empty.path() });
+    EXPECT_FALSE(KXManagedObjectModel::mergedModelFromBundles({ &KXBundle::mainBundle() }, &error));
+    EXPECT_TRUE(error);
+}
 
-    // The same entity in two models must be the same.
-    Library::write(folder.filePath(u"More.mom"_s), model("first"));
-    EXPECT_EQ(attribute("Crate"), u"first"_s);
-    Library::write(folder.filePath(u"More.mom"_s), model("other"));
+TEST_F(BundledModels, haveTheSameEntityOnceOnly)
+{
+    write(u"More.mom"_s, model("second"));
+    EXPECT_EQ(attribute("Crate"), u"second"_s);
+    write(u"More.mom"_s, model("other"));
     EXPECT_TRUE(attribute("Crate").contains(u"Crate"_s));
-    QFile::remove(folder.filePath(u"More.mom"_s));
+}
 
-    // What derives from another file's entity is put together with it, for a store that was written so as well.
-    const auto box = [](const char *parent) {
-        return QByteArray(R"({"entities": [{"name": "Box", "parent": ")") + parent + R"("}]})";
-    };
-    Library::write(folder.filePath(u"A box.mom"_s), box("Crate"));
+// For a store that was written so as well.
+TEST_F(BundledModels, areJoinedWhereAnEntityDerivesFromAnotherFiles)
+{
+    write(u"A box.mom"_s, box("Crate"));
     const auto merged = KXManagedObjectModel::mergedModelFromBundles({});
     ASSERT_TRUE(merged && merged->entity(u"Box"_s));
     EXPECT_EQ(merged->entity(u"Box"_s)->parent(), merged->entity(u"Crate"_s));
@@ -167,10 +181,12 @@ TEST(Models, mergeTheCurrentVersionsOfTheBundles)
     metadata.versionHashes = merged->versionHashes();
     const auto found = KXManagedObjectModel::mergedModelFromBundles({}, metadata);
     EXPECT_TRUE(found && found->versionHashes() == merged->versionHashes());
-    Library::write(folder.filePath(u"A box.mom"_s), box("Nobody"));
+    write(u"A box.mom"_s, box("Nobody"));
     EXPECT_TRUE(attribute("Crate").contains(u"Nobody"_s));
-    QFile::remove(folder.filePath(u"A box.mom"_s));
+}
 
+TEST_F(BundledModels, areRefusedByNameWhenTheyAreBad)
+{
     const char *const bad[] = { "", "[]", "{\"entities\": [", R"({"entities": [{"name": ""}]})",
         R"({"entities": [{"name": "A", "parent": "B"}]})",
         R"({"entities": [{"name": "A", "attributes": [{"name": "a", "type": "text"}]}]})",

@@ -104,7 +104,15 @@ TEST(Details, showOneAtATime)
     EXPECT_EQ(manager.currentDetailsViewController(), nullptr);
     EXPECT_TRUE(container->findChildren<QWidget *>().isEmpty());
     EXPECT_EQ(container->maximumWidth(), QWIDGETSIZE_MAX);
-    // One that ends while it is shown, or told that it goes.
+    manager.setContentContainerView(nullptr);
+}
+
+TEST(Details, mayEndWhileTheyAreShownOrToldToGo)
+{
+    KXDetailsManager &manager = KXDetailsManager::sharedManager();
+    QWidget container;
+    manager.setContentContainerView(&container);
+    Page a(u"A"_s), b(u"B"_s);
     auto brief = std::make_unique<Page>(u"Brief"_s);
     manager.addDetailsViewController(brief.get(), u"brief"_s);
     manager.showDetailsViewController(brief.get());

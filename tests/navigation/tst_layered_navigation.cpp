@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <kestrixkit/theme/controls/KXThemeableButton.h>
+#include <kestrixkit/toolkit/KXAnimationGroup.h>
 
 #include "Pages.h"
 #include "support/KXTestPrint.h"
@@ -266,91 +267,110 @@ TEST(Layers, headersGoBackAndClose)
 }
 
 // Controllers push, pop, drop and end whenever they are told something, and the stack itself may end.
-TEST(Layers, controllersMayDoAnythingMeanwhile)
+/// Layers whose controllers do anything to the stack whenever they are told something.
+struct MeddlingLayers
 {
-    KXTestRandom random;
-    for (int round = 0; round < KXTestRandom::scaled(1000); ++round) {
+    explicit MeddlingLayers(KXTestRandom &anyRandom)
+        : random(anyRandom)
+    {
         KXAnimationGroup::setAnimationsEnabled(random.chance(0.3));
-        QWidget window;
         window.resize(W, H);
-        auto navigation = std::make_unique<KXLayeredNavigationController>();
         navigation->appearIn(&window);
-        std::vector<std::unique_ptr<Page>> pages(5);
-        int depth = 0;
-        std::function<void(const QString &)> meddle;
-        const auto renew = [&](std::unique_ptr<Page> &page) {
-            page.reset();
-            page = std::make_unique<Page>(u"page"_s);
-            page->onHearing = meddle;
-        };
-        const auto step = [&] {
-            std::unique_ptr<Page> &page = pages[size_t(random.below(5))];
-            if (!navigation)
-                return;
-            const bool animated = random.chance(0.5);
-            KXLayeredView *const layer = KXLayeredView::layeredView(page.get());
-            switch (random.below(11)) {
-            case 0:
-                navigation->popToViewController(page.get(), animated);
-                break;
-            case 1:
-                navigation->dropViewController(page.get(), animated);
-                break;
-            case 2:
-                navigation->beginPeekingAtLayeredView(layer);
-                break;
-            case 3:
-                navigation->shouldPopToLayeredView(layer);
-                break;
-            case 4:
-                random.chance(0.2) ? navigation->removeAllViewControllers() : navigation->layoutLayers();
-                break;
-            case 5:
-                if (random.chance(0.2))
-                    renew(page);
-                else if (random.chance(0.02))
-                    navigation.reset();
-                break;
-            case 6:
-                QCoreApplication::processEvents();
-                break;
-            default:
-                navigation->pushViewController(page.get(), animated);
-            }
-        };
-        meddle = [&](const QString &) {
+        for (auto &page : pages)
+            renew(page);
+    }
+    ~MeddlingLayers()
+    {
+        if (random.chance(0.5))
+            pages.clear();
+        navigation.reset();
+        KXAnimationGroup::setAnimationsEnabled(true);
+    }
+    void renew(std::unique_ptr<Page> &page)
+    {
+        page.reset();
+        page = std::make_unique<Page>(u"page"_s);
+        page->onHearing = [this](const QString &) {
             if (depth >= 3 || !random.chance(0.2))
                 return;
             ++depth;
             step();
             --depth;
         };
-        for (auto &page : pages)
-            renew(page);
-        for (int i = 0; i < 30 && navigation; ++i)
-            step();
-        for (auto &page : pages)
-            page->onHearing = {};
-        if (navigation) {
-            navigation->layoutLayers();
-            ASSERT_FALSE(navigation->isPushing());
-            int x = 0;
-            const QSize room = navigation->view()->size();
-            for (const KXViewController *controller : navigation->layeredViewControllers()) {
-                const KXLayeredView *const layer = KXLayeredView::layeredView(controller);
-                ASSERT_TRUE(layer);
-                ASSERT_EQ(layer->frame(), QRect(x, 0, room.width() - x, room.height()));
-                ASSERT_EQ(layer->isFrontmost(), controller == navigation->visibleViewController());
-                x += 25;
-            }
-            for (const auto &page : pages) {
-                ASSERT_EQ(page->hasAppeared(), KXLayeredView::layeredView(page.get()) != nullptr);
-                ASSERT_EQ(page->navigationStack() != nullptr, page->hasAppeared());
-            }
-        }
-        if (random.chance(0.5))
-            pages.clear();
-        navigation.reset();
     }
-    KXAnimationGroup::setAnimationsEnabled(true);
+    void step()
+    {
+        std::unique_ptr<Page> &page = pages[size_t(random.below(5))];
+        if (!navigation)
+            return;
+        const bool animated = random.chance(0.5);
+        KXLayeredView *const layer = KXLayeredView::layeredView(page.get());
+        switch (random.below(11)) {
+        case 0:
+            navigation->popToViewController(page.get(), animated);
+            break;
+        case 1:
+            navigation->dropViewController(page.get(), animated);
+            break;
+        case 2:
+            navigation->beginPeekingAtLayeredView(layer);
+            break;
+        case 3:
+            navigation->shouldPopToLayeredView(layer);
+            break;
+        case 4:
+            random.chance(0.2) ? navigation->removeAllViewControllers() : navigation->layoutLayers();
+            break;
+        case 5:
+            if (random.chance(0.2))
+                renew(page);
+            else if (random.chance(0.02))
+                navigation.reset();
+            break;
+        case 6:
+            QCoreApplication::processEvents();
+            break;
+        default:
+            navigation->pushViewController(page.get(), animated);
+        }
+    }
+    void expectOrder()
+    {
+        navigation->layoutLayers();
+        ASSERT_FALSE(navigation->isPushing());
+        int x = 0;
+        const QSize room = navigation->view()->size();
+        for (const KXViewController *controller : navigation->layeredViewControllers()) {
+            const KXLayeredView *const layer = KXLayeredView::layeredView(controller);
+            ASSERT_TRUE(layer);
+            ASSERT_EQ(layer->frame(), QRect(x, 0, room.width() - x, room.height()));
+            ASSERT_EQ(layer->isFrontmost(), controller == navigation->visibleViewController());
+            x += 25;
+        }
+        for (const auto &page : pages) {
+            ASSERT_EQ(page->hasAppeared(), KXLayeredView::layeredView(page.get()) != nullptr);
+            ASSERT_EQ(page->navigationStack() != nullptr, page->hasAppeared());
+        }
+    }
+
+    KXTestRandom &random;
+    QWidget window;
+    std::unique_ptr<KXLayeredNavigationController> navigation = std::make_unique<KXLayeredNavigationController>();
+    std::vector<std::unique_ptr<Page>> pages { 5 };
+    int depth = 0;
+};
+
+TEST(Layers, controllersMayDoAnythingMeanwhile)
+{
+    KXTestRandom random;
+    for (int round = 0; round < KXTestRandom::scaled(1000); ++round) {
+        MeddlingLayers layers(random);
+        for (int i = 0; i < 30 && layers.navigation; ++i)
+            layers.step();
+        for (auto &page : layers.pages)
+            page->onHearing = {};
+        if (layers.navigation)
+            layers.expectOrder();
+        ASSERT_FALSE(testing::Test::HasFatalFailure()) << "round " << round;
+    }
 }

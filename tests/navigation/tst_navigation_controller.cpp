@@ -136,16 +136,33 @@ TEST(Navigation, tellsOfAppearanceOnlyInAWindow)
     EXPECT_FALSE(view);
 }
 
-TEST(NavigationBar, collapsesItsMiddle)
+/// Five places below the root, without room for all of them.
+class NavigationBar : public ::testing::Test
 {
+protected:
+    NavigationBar()
+    {
+        for (int i = 1; i <= 5; ++i) {
+            pages.push_back(std::make_unique<Page>(u"Place %1"_s.arg(i)));
+            navigation.pushViewController(pages.back().get(), false);
+        }
+        resize(60);
+    }
+    void resize(int width)
+    {
+        window.widget.setMinimumWidth(0);
+        window.widget.resize(width, 300);
+        QCoreApplication::sendPostedEvents();
+    }
+
     Window window;
     KXNavigationController &navigation = window.navigation;
     std::vector<std::unique_ptr<Page>> pages;
-    for (int i = 1; i <= 5; ++i) {
-        pages.push_back(std::make_unique<Page>(u"Place %1"_s.arg(i)));
-        navigation.pushViewController(pages.back().get(), false);
-    }
     KXNavigationBar *const bar = navigation.navigationBar();
+};
+
+TEST_F(NavigationBar, collapsesItsMiddle)
+{
     QList<int> widths;
     for (const KXNavigationBarButton *button : bar->allButtons()) {
         EXPECT_GE(button->sizeHint().width(), 2 * KXNavigationBarButtonInset);
@@ -166,9 +183,7 @@ TEST(NavigationBar, collapsesItsMiddle)
     for (const Qt::LayoutDirection direction : { Qt::LeftToRight, Qt::RightToLeft }) {
         window.widget.setLayoutDirection(direction);
         for (const Case &one : cases) {
-            window.widget.setMinimumWidth(0);
-            window.widget.resize(one.width, 300);
-            QCoreApplication::sendPostedEvents();
+            resize(one.width);
             ASSERT_EQ(bar->width(), one.width);
             EXPECT_EQ(crumbs(navigation), one.crumbs) << one.width;
             // Side by side in reading direction, and inside where they can be.
@@ -182,9 +197,10 @@ TEST(NavigationBar, collapsesItsMiddle)
             EXPECT_LE(x, std::max(one.width, total - widths[1]));
         }
     }
-    window.widget.setLayoutDirection(Qt::LeftToRight);
-    window.widget.resize(60, 300);
-    QCoreApplication::sendPostedEvents();
+}
+
+TEST_F(NavigationBar, leadsToWhatItHasCollapsed)
+{
     bar->overflowMenu()->validate();
     QStringList entries;
     for (const QAction *entry : bar->overflowMenu()->actions())
@@ -198,7 +214,10 @@ TEST(NavigationBar, collapsesItsMiddle)
     EXPECT_EQ(titlesOf(navigation), u"Root Place 1 Place 2 Place 4 Place 5"_s);
     second->trigger();
     EXPECT_EQ(titlesOf(navigation), u"Root Place 1 Place 2"_s);
-    // Keyboard.
+}
+
+TEST_F(NavigationBar, goesBackByKeys)
+{
     bar->allButtons().at(0)->setFocus();
     QTest::keyClick(QApplication::focusWidget(), Qt::Key_Right);
     EXPECT_EQ(QApplication::focusWidget(), bar->buttons().at(1));
@@ -211,77 +230,99 @@ TEST(NavigationBar, collapsesItsMiddle)
 }
 
 // Whatever controllers do while they are told something, what is shown is what is on top, and it was told so.
-TEST(Navigation, controllersMayDoAnythingMeanwhile)
+/// Controllers that do anything to their navigation whenever they are told something.
+struct MeddlingPages
 {
-    KXTestRandom random;
-    for (int round = 0; round < KXTestRandom::scaled(500); ++round) {
-        auto window = std::make_unique<QWidget>();
-        auto navigation = std::make_unique<KXNavigationController>();
+    explicit MeddlingPages(KXTestRandom &anyRandom)
+        : random(anyRandom)
+    {
         navigation->appearIn(window.get());
         KXAnimationGroup::setAnimationsEnabled(random.chance(0.5));
-        std::vector<std::unique_ptr<Page>> pages;
-        for (int i = 0; i < 5; ++i)
+        for (int i = 0; i < 5; ++i) {
             pages.push_back(std::make_unique<Page>(QString::number(i)));
-        int depth = 0;
-        std::function<void(const QString &)> meddle;
-        const auto step = [&] {
-            Page *const page = pages[size_t(random.below(5))].get();
-            if (!navigation)
-                return;
-            switch (random.below(8)) {
-            case 0:
-                navigation->popToViewController(page, true);
-                break;
-            case 1:
-                navigation->back();
-                break;
-            case 2:
-                if (random.chance(0.2))
-                    navigation->removeAllViewControllers();
-                break;
-            case 3:
-                if (random.chance(0.2)) { // ends, perhaps while it is told, and another takes its place
-                    for (auto &one : pages) {
-                        if (one.get() == page) {
-                            one.reset();
-                            one = std::make_unique<Page>(u"new"_s);
-                            one->onHearing = meddle;
-                        }
-                    }
-                } else if (random.chance(0.02)) {
-                    navigation.reset();
-                }
-                break;
-            default:
-                navigation->pushViewController(page, random.chance(0.5));
-            }
-        };
-        meddle = [&](const QString &) {
+            pages.back()->onHearing = meddler();
+        }
+    }
+    ~MeddlingPages()
+    {
+        for (auto &page : pages)
+            page->onHearing = {};
+        if (random.chance(0.5))
+            pages.clear();
+        navigation.reset();
+        KXAnimationGroup::setAnimationsEnabled(true);
+    }
+    std::function<void(const QString &)> meddler()
+    {
+        return [this](const QString &) {
             if (depth >= 3 || !random.chance(0.2))
                 return;
             ++depth;
             step();
             --depth;
         };
-        for (auto &page : pages)
-            page->onHearing = meddle;
-        for (int i = 0; i < 30 && navigation; ++i) {
-            step();
-            if (!navigation)
-                break;
-            const KXViewController *const visible = navigation->visibleViewController();
-            ASSERT_EQ(shown(*navigation), visible ? visible->title() : QString());
-            ASSERT_EQ(navigation->navigationBar()->items().size(), navigation->viewControllers().size());
-            for (const auto &page : pages) {
-                ASSERT_EQ(page->hasAppeared(), page.get() == visible);
-                ASSERT_EQ(page->navigationStack() != nullptr, navigation->viewControllers().contains(page.get()));
-            }
-        }
-        for (auto &page : pages)
-            page->onHearing = {};
-        if (random.chance(0.5))
-            pages.clear();
-        navigation.reset();
     }
-    KXAnimationGroup::setAnimationsEnabled(true);
+    void step()
+    {
+        Page *const page = pages[size_t(random.below(5))].get();
+        if (!navigation)
+            return;
+        switch (random.below(8)) {
+        case 0:
+            navigation->popToViewController(page, true);
+            break;
+        case 1:
+            navigation->back();
+            break;
+        case 2:
+            if (random.chance(0.2))
+                navigation->removeAllViewControllers();
+            break;
+        case 3:
+            if (random.chance(0.2)) { // ends, perhaps while it is told, and another takes its place
+                for (auto &one : pages) {
+                    if (one.get() == page) {
+                        one.reset();
+                        one = std::make_unique<Page>(u"new"_s);
+                        one->onHearing = meddler();
+                    }
+                }
+            } else if (random.chance(0.02)) {
+                navigation.reset();
+            }
+            break;
+        default:
+            navigation->pushViewController(page, random.chance(0.5));
+        }
+    }
+    void expectOneVisible() const
+    {
+        const KXViewController *const visible = navigation->visibleViewController();
+        ASSERT_EQ(shown(*navigation), visible ? visible->title() : QString());
+        ASSERT_EQ(navigation->navigationBar()->items().size(), navigation->viewControllers().size());
+        for (const auto &page : pages) {
+            ASSERT_EQ(page->hasAppeared(), page.get() == visible);
+            ASSERT_EQ(page->navigationStack() != nullptr, navigation->viewControllers().contains(page.get()));
+        }
+    }
+
+    KXTestRandom &random;
+    const std::unique_ptr<QWidget> window = std::make_unique<QWidget>();
+    std::unique_ptr<KXNavigationController> navigation = std::make_unique<KXNavigationController>();
+    std::vector<std::unique_ptr<Page>> pages {};
+    int depth = 0;
+};
+
+TEST(Navigation, controllersMayDoAnythingMeanwhile)
+{
+    KXTestRandom random;
+    for (int round = 0; round < KXTestRandom::scaled(500); ++round) {
+        MeddlingPages pages(random);
+        for (int i = 0; i < 30 && pages.navigation; ++i) {
+            pages.step();
+            if (pages.navigation)
+                pages.expectOneVisible();
+            ASSERT_FALSE(testing::Test::HasFatalFailure()) << "round " << round;
+        }
+    }
 }

@@ -91,6 +91,15 @@ protected:
 
     ~SourceListTest() override { KXUserDefaults::standard().remove(u"test Selection"_s); }
 
+    void start(const QString &name, const Preset &root = {})
+    {
+        list.reset();
+        tree.reset();
+        show(KXFilterSetPreset::entityName);
+        list->setRootItem(root);
+        list->setAutosaveName(name);
+        endOfTurn();
+    }
     /// What the store answers, with badges: "a:2(b c:1)".
     QString stored(const QString &identifier, const Preset &parent = {})
     {
@@ -123,27 +132,18 @@ protected:
     }
 };
 
-// Whatever users do, others save and is taken back: what is on screen is what the store holds, in order, nesting,
-// titles and badges, and what is selected is there.
-TEST_F(SourceListTest, showsTheStoreThroughRandomWalks)
+class SourceListWalk : public SourceListTest
 {
-    KXTestRandom random;
-    const auto alert
-        = KXAlert::setRunner([&](const KXAlert &) { return KXAlertAnswer { random.chance(0.7) ? 0 : 1 }; });
-    const auto other = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
-    const auto merging = coordinator->addChangeObserver([&](const std::shared_ptr<const KXStoreChange> &change) {
-        context->mergeChangesFromStoreChange(change);
-        other->mergeChangesFromStoreChange(change);
-    });
-    int serial = 0;
-    const int walks = KXTestRandom::scaled(1000);
-    for (int walk = 0; walk < walks; ++walk) {
-        context->deleteObjects([&] {
-            QList<KXRef<Object>> all;
-            for (const KXRef<Object> &object : KXFilterSetPreset::findAllInContext(*context))
-                all.append(object);
-            return all;
-        }());
+protected:
+    using Acts = std::vector<std::pair<const char *, std::function<void()>>>;
+
+    /// Three folders with a preset each.
+    void begin()
+    {
+        QList<KXRef<Object>> all;
+        for (const KXRef<Object> &object : KXFilterSetPreset::findAllInContext(*context))
+            all.append(object);
+        context->deleteObjects(all);
         list.reset();
         tree.reset();
         for (int i = 0; i < 3; ++i) {
@@ -152,105 +152,134 @@ TEST_F(SourceListTest, showsTheStoreThroughRandomWalks)
         }
         show(KXFilterSetPreset::entityName);
         view()->expandAll();
-        QAbstractItemModelTester tester(tree.get(), QAbstractItemModelTester::FailureReportingMode::Fatal);
-        QObject::connect(view(), &KXSourceListView::deletePressed, view(), [&] {
+        QObject::connect(view(), &KXSourceListView::deletePressed, view(), [this] {
             const auto presets = KXFilterSetPresetEditing::selectedPresets(*tree);
             if (KXFilterSetPresetEditing::confirmRemoval(presets, nullptr))
                 KXFilterSetPresetEditing::removePresets(*tree, presets);
         });
-
-        const auto anyNode = [&]() -> const KXTreeNode * {
-            const auto nodes = tree->flattenedNodes();
-            return nodes.isEmpty() ? nullptr : random.oneOf(nodes);
-        };
-        const auto anyRow = [&] { return tree->indexForNode(anyNode()); };
-        const auto selected = [&] { return KXFilterSetPresetEditing::selectedPresets(*tree).value(0); };
-        const auto press
-            = [&](Qt::Key key, Qt::KeyboardModifiers modifiers = {}) { QTest::keyClick(view(), key, modifiers); };
-        const auto drag = [&] {
-            const auto dragged = view()->selectionModel()->selectedRows();
-            static constexpr double heights[] = { 0, 0.1, 0.3, 0.5, 0.7, 0.9, 1 };
-            if (!dragged.isEmpty())
-                DragAndDrop::rows(*view(), dragged, random.chance(0.1) ? QModelIndex() : anyRow(),
-                    random.oneOf(heights), random.chance(0.2) ? Qt::ControlModifier : Qt::NoModifier);
-        };
-        const auto rename = [&] {
-            press(Qt::Key_F2);
-            if (auto *editor = view()->viewport()->findChild<QLineEdit *>()) {
-                QTest::keyClicks(editor, random.chance(0.2) ? u"  "_s : u"r%1"_s.arg(++serial));
-                QTest::keyClick(editor, random.chance(0.8) ? Qt::Key_Return : Qt::Key_Escape);
-                endOfTurn(); // which takes over the title
-            }
-        };
-        const auto click = [&] {
-            if (const QModelIndex index = anyRow(); index.isValid()) {
-                view()->scrollTo(index);
-                QTest::mouseClick(view()->viewport(), Qt::LeftButton,
-                    random.chance(0.5)       ? Qt::NoModifier
-                        : random.chance(0.5) ? Qt::ShiftModifier
-                                             : Qt::ControlModifier,
-                    view()->visualRect(index).center());
-            }
-        };
-        const auto somebodyElse = [&] {
-            const KXFetchedList all = KXFilterSetPreset::findAllInContext(*other);
-            const auto object
-                = all.isEmpty() ? Preset() : KXFilterSetPreset::cast(all.at(random.below(int(all.size()))));
-            if (!object || random.chance(0.3)) {
-                const auto made = KXFilterSetPreset::createInContext(*other);
-                made->setTitle(u"o%1"_s.arg(++serial));
-                made->setPosition(random.below(4));
-                made->setParent(object && object->isFolder() ? object : Preset());
-            } else if (random.chance(0.3)) {
-                other->removeManagedObject(object);
-            } else {
-                object->setPosition(random.below(4));
-                object->setTitle(object->title() + u'x');
-            }
-            EXPECT_TRUE(other->save(nullptr));
-        };
-        const std::vector<std::pair<const char *, std::function<void()>>> acts {
-            { "click", click },
-            { "click ", click },
-            { "drag", drag },
-            { "drag ", drag },
-            { "drag  ", drag },
+    }
+    const KXTreeNode *anyNode()
+    {
+        const auto nodes = tree->flattenedNodes();
+        return nodes.isEmpty() ? nullptr : random.oneOf(nodes);
+    }
+    QModelIndex anyRow() { return tree->indexForNode(anyNode()); }
+    Preset selected() { return KXFilterSetPresetEditing::selectedPresets(*tree).value(0); }
+    void press(Qt::Key key, Qt::KeyboardModifiers modifiers = {}) { QTest::keyClick(view(), key, modifiers); }
+    void drag()
+    {
+        const auto dragged = view()->selectionModel()->selectedRows();
+        static constexpr double heights[] = { 0, 0.1, 0.3, 0.5, 0.7, 0.9, 1 };
+        if (!dragged.isEmpty())
+            DragAndDrop::rows(*view(), dragged, random.chance(0.1) ? QModelIndex() : anyRow(), random.oneOf(heights),
+                random.chance(0.2) ? Qt::ControlModifier : Qt::NoModifier);
+    }
+    void rename()
+    {
+        press(Qt::Key_F2);
+        if (auto *editor = view()->viewport()->findChild<QLineEdit *>()) {
+            QTest::keyClicks(editor, random.chance(0.2) ? u"  "_s : u"r%1"_s.arg(++serial));
+            QTest::keyClick(editor, random.chance(0.8) ? Qt::Key_Return : Qt::Key_Escape);
+            endOfTurn(); // which takes over the title
+        }
+    }
+    void click()
+    {
+        if (const QModelIndex index = anyRow(); index.isValid()) {
+            view()->scrollTo(index);
+            QTest::mouseClick(view()->viewport(), Qt::LeftButton,
+                random.chance(0.5)       ? Qt::NoModifier
+                    : random.chance(0.5) ? Qt::ShiftModifier
+                                         : Qt::ControlModifier,
+                view()->visualRect(index).center());
+        }
+    }
+    void somebodyElse()
+    {
+        const KXFetchedList all = KXFilterSetPreset::findAllInContext(*other);
+        const auto object = all.isEmpty() ? Preset() : KXFilterSetPreset::cast(all.at(random.below(int(all.size()))));
+        if (!object || random.chance(0.3)) {
+            const auto made = KXFilterSetPreset::createInContext(*other);
+            made->setTitle(u"o%1"_s.arg(++serial));
+            made->setPosition(random.below(4));
+            made->setParent(object && object->isFolder() ? object : Preset());
+        } else if (random.chance(0.3)) {
+            other->removeManagedObject(object);
+        } else {
+            object->setPosition(random.below(4));
+            object->setTitle(object->title() + u'x');
+        }
+        EXPECT_TRUE(other->save(nullptr));
+    }
+    Acts acts()
+    {
+        return {
+            { "click", [this] { click(); } },
+            { "click ", [this] { click(); } },
+            { "drag", [this] { drag(); } },
+            { "drag ", [this] { drag(); } },
+            { "drag  ", [this] { drag(); } },
             { "move",
-                [&] {
+                [this] {
                     static constexpr Qt::Key arrows[] = { Qt::Key_Up, Qt::Key_Down, Qt::Key_Left, Qt::Key_Right };
                     press(random.oneOf(arrows), Qt::AltModifier);
                 } },
-            { "rename", rename },
-            { "delete", [&] { press(random.chance(0.5) ? Qt::Key_Delete : Qt::Key_Backspace); } },
-            { "folder", [&] { list->selectForEditing(KXFilterSetPresetEditing::addFolder(*tree, selected()).get()); } },
-            { "down", [&] { press(Qt::Key_Down, random.chance(0.3) ? Qt::ShiftModifier : Qt::NoModifier); } },
-            { "up", [&] { press(Qt::Key_Up); } },
-            { "right", [&] { press(Qt::Key_Right); } },
-            { "left", [&] { press(Qt::Key_Left); } },
-            { "find", [&] { QTest::keyClicks(view(), QString::number(random.below(100))); } },
+            { "rename", [this] { rename(); } },
+            { "delete", [this] { press(random.chance(0.5) ? Qt::Key_Delete : Qt::Key_Backspace); } },
+            { "folder",
+                [this] { list->selectForEditing(KXFilterSetPresetEditing::addFolder(*tree, selected()).get()); } },
+            { "down", [this] { press(Qt::Key_Down, random.chance(0.3) ? Qt::ShiftModifier : Qt::NoModifier); } },
+            { "up", [this] { press(Qt::Key_Up); } },
+            { "right", [this] { press(Qt::Key_Right); } },
+            { "left", [this] { press(Qt::Key_Left); } },
+            { "find", [this] { QTest::keyClicks(view(), QString::number(random.below(100))); } },
             { "copy",
-                [&] { KXFilterSetPresetEditing::copyPresets(KXFilterSetPresetEditing::selectedPresets(*tree)); } },
+                [this] { KXFilterSetPresetEditing::copyPresets(KXFilterSetPresetEditing::selectedPresets(*tree)); } },
             { "paste",
-                [&] {
+                [this] {
                     if (KXFilterSetPresetEditing::canPaste(selected()))
                         KXFilterSetPresetEditing::duplicatePresets(
                             *tree, KXFilterSetPresetEditing::presetsOnPasteboard(*tree).mid(0, 1), selected());
                 } },
             { "count",
-                [&] {
+                [this] {
                     if (const KXTreeNode *node = anyNode())
                         KXFilterSetPreset::cast(node->representedObject())->setCount(random.below(50), u"here"_s);
                 } },
-            { "undo", [&] { undo().undo(); } },
-            { "redo", [&] { undo().redo(); } },
-            { "other", somebodyElse },
-            { "other ", somebodyElse },
+            { "undo", [this] { undo().undo(); } },
+            { "redo", [this] { undo().redo(); } },
+            { "other", [this] { somebodyElse(); } },
+            { "other ", [this] { somebodyElse(); } },
             { "turn", endOfTurn },
         };
+    }
+
+    KXTestRandom random;
+    int serial = 0;
+    const KXScopeToken alert
+        = KXAlert::setRunner([this](const KXAlert &) { return KXAlertAnswer { random.chance(0.7) ? 0 : 1 }; });
+    const KXManagedObjectContext::Ref other
+        = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
+    const KXPersistentStoreCoordinator::ChangeToken merging
+        = coordinator->addChangeObserver([this](const std::shared_ptr<const KXStoreChange> &change) {
+              context->mergeChangesFromStoreChange(change);
+              other->mergeChangesFromStoreChange(change);
+          });
+};
+
+// Whatever users do, others save and is taken back: what is on screen is what the store holds, in order, nesting,
+// titles and badges, and what is selected is there.
+TEST_F(SourceListWalk, showsTheStore)
+{
+    const Acts all = acts();
+    const int walks = KXTestRandom::scaled(1000);
+    for (int walk = 0; walk < walks; ++walk) {
+        begin();
+        QAbstractItemModelTester tester(tree.get(), QAbstractItemModelTester::FailureReportingMode::Fatal);
         for (int step = 0; step < 100; ++step) {
             const auto before = tree->selectedObjects();
             const KXIndexPath path = tree->selectionIndexPath();
-            const auto &[name, act] = random.oneOf(acts);
+            const auto &[name, act] = random.oneOf(all);
             act();
             context->processPendingChanges();
             ASSERT_EQ(shown(), stored(u"here"_s)) << "walk " << walk << ", step " << step << ": " << name;
@@ -270,15 +299,25 @@ TEST_F(SourceListTest, showsTheStoreThroughRandomWalks)
     }
 }
 
-TEST_F(SourceListTest, dragsAreOneStepSavedAndUndone)
+/// "f(a b) c d g(l)", where l is to stay.
+class SourceListMoves : public SourceListTest
 {
-    const auto f = presetFolder(u"f"_s, 0), g = presetFolder(u"g"_s, 3);
-    const auto a = preset(u"a"_s, f, 0), b = preset(u"b"_s, f, 1), c = preset(u"c"_s, {}, 1), d = preset(u"d"_s, {}, 2);
-    const auto locked = preset(u"l"_s, g, 0);
-    locked->setIsRepositionable(false);
-    show(KXFilterSetPreset::entityName);
-    view()->expandAll();
-    ASSERT_EQ(outline(), u"f(a b) c d g(l)"_s);
+protected:
+    void SetUp() override
+    {
+        locked->setIsRepositionable(false);
+        show(KXFilterSetPreset::entityName);
+        view()->expandAll();
+        ASSERT_EQ(outline(), u"f(a b) c d g(l)"_s);
+    }
+
+    const Preset f = presetFolder(u"f"_s, 0), g = presetFolder(u"g"_s, 3), a = preset(u"a"_s, f, 0),
+                 b = preset(u"b"_s, f, 1), c = preset(u"c"_s, {}, 1), d = preset(u"d"_s, {}, 2),
+                 locked = preset(u"l"_s, g, 0);
+};
+
+TEST_F(SourceListMoves, byDragsAreOneStepSavedAndUndone)
+{
     struct Step
     {
         QList<Preset> dragged;
@@ -320,8 +359,10 @@ TEST_F(SourceListTest, dragsAreOneStepSavedAndUndone)
         EXPECT_EQ(outline(), states[i]);
     }
     EXPECT_FALSE(undo().canUndo());
+}
 
-    // The same by keys; where it cannot be, nothing moves.
+TEST_F(SourceListMoves, byKeysGoAsFarAsTheyCan)
+{
     struct Key
     {
         Preset moved;
@@ -337,8 +378,10 @@ TEST_F(SourceListTest, dragsAreOneStepSavedAndUndone)
         EXPECT_EQ(outline(), key.after);
         EXPECT_EQ(list->selectedItem(), key.moved.get());
     }
+}
 
-    // Where the host has the list undone elsewhere, the context's own manager has the step all the same.
+TEST_F(SourceListMoves, areStepsOfTheContextWhereTheListIsUndoneElsewhere)
+{
     KXUndoManager elsewhere;
     view()->setUndoManager(&elsewhere);
     DragAndDrop::rows(*view(), { row(c) }, {}, 0);
@@ -492,15 +535,6 @@ TEST_F(SourceListTest, remembersSelectionAndWhatIsOpen)
 {
     const auto f = presetFolder(u"f"_s), g = presetFolder(u"g"_s, 1);
     const auto a = preset(u"a"_s, f, 0), b = preset(u"b"_s, f, 1), c = preset(u"c"_s, g, 0);
-    KXUserDefaults &defaults = KXUserDefaults::standard();
-    const auto start = [&](const QString &name, const Preset &root = {}) {
-        list.reset();
-        tree.reset();
-        show(KXFilterSetPreset::entityName);
-        list->setRootItem(root);
-        list->setAutosaveName(name);
-        endOfTurn();
-    };
     start(u"test"_s, g);
     EXPECT_EQ(list->selectedItem(), g.get()); // nothing is remembered yet
     list->expandItem(f.get());
@@ -525,8 +559,13 @@ TEST_F(SourceListTest, remembersSelectionAndWhatIsOpen)
     EXPECT_EQ(list->selectedItem(), a.get());
     KXFilterSetPresetEditing::removePresets(*tree, { a });
     EXPECT_EQ(list->selectedItem(), f.get());
-    endOfTurn();
+}
 
+TEST_F(SourceListTest, selectsWhatIsNearestToAPathThatHasGone)
+{
+    const auto f = presetFolder(u"f"_s), g = presetFolder(u"g"_s, 1);
+    const auto c = preset(u"c"_s, g, 0);
+    start(u"test"_s, g);
     struct Remembered
     {
         QVariant value;
@@ -534,6 +573,7 @@ TEST_F(SourceListTest, remembersSelectionAndWhatIsOpen)
     };
     list->selectItem(c.get());
     list->saveState();
+    KXUserDefaults &defaults = KXUserDefaults::standard();
     const QByteArray whole = defaults.dataForKey(u"test Selection"_s).value();
     const auto path = [&](const KXIndexPath &rows) {
         list->setSelectionIndexPath(rows);

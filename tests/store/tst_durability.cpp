@@ -189,28 +189,59 @@ QString hashOf(const QStringList &state)
 
 } // namespace
 
+struct Failing
+{
+    const char *what;
+    int code;
+    bool onwards;
+    bool heals; ///< before the worker tries again
+    unsigned kinds;
+};
+const Failing failing[] = {
+    { "each operation once", SQLITE_IOERR, false, true, FaultVfs::All },
+    { "all from one on, until it is mended", SQLITE_IOERR, true, true, FaultVfs::All },
+    { "all from one on, to the end", SQLITE_IOERR, true, false, FaultVfs::All },
+    { "the disk is full", SQLITE_FULL, true, true, FaultVfs::Write | FaultVfs::OpenForWriting | FaultVfs::FileWrite },
+    { "the disk stays full", SQLITE_FULL, true, false,
+        FaultVfs::Write | FaultVfs::OpenForWriting | FaultVfs::FileWrite },
+    { "the file may no longer be written", SQLITE_READONLY, true, false, FaultVfs::Write },
+};
+
+using Insist = std::function<bool(const std::function<bool()> &step)>;
+
+/// A few objects and three saves.
+static void work(Worker &worker, const Insist &insist)
+{
+    if (!insist([&] { return worker.open(); }))
+        return;
+    const auto insert = [&](QLatin1StringView entity, QLatin1StringView title) {
+        KXRef<KXManagedObject> object;
+        insist([&] { return bool(object = worker.insert(entity, title)); });
+        return object;
+    };
+    const auto album = insert("Album"_L1, "One"_L1);
+    const auto genre = insert("Genre"_L1, "House"_L1);
+    for (const auto title : { "a"_L1, "b"_L1, "c"_L1 }) {
+        if (const auto track = insert("Track"_L1, title)) {
+            worker.connect(track, album, true);
+            worker.connect(track, genre, true);
+        }
+    }
+    if (worker.tracks.size() != 3)
+        return;
+    const auto save = [&] { insist([&] { return worker.save(); }); };
+    save();
+    worker.tracks[0]->setValueForKey(u"title"_s, QString(6000, u'x'));
+    worker.connect(worker.tracks[1], genre, false);
+    save();
+    worker.remove(worker.tracks[2]);
+    save();
+}
+
 TEST(Durability, everyOperationMayFail)
 {
-    struct Row
-    {
-        const char *what;
-        int code;
-        bool onwards;
-        bool heals; ///< before the worker tries again
-        unsigned kinds;
-    };
-    const Row rows[] = {
-        { "each operation once", SQLITE_IOERR, false, true, FaultVfs::All },
-        { "all from one on, until it is mended", SQLITE_IOERR, true, true, FaultVfs::All },
-        { "all from one on, to the end", SQLITE_IOERR, true, false, FaultVfs::All },
-        { "the disk is full", SQLITE_FULL, true, true,
-            FaultVfs::Write | FaultVfs::OpenForWriting | FaultVfs::FileWrite },
-        { "the disk stays full", SQLITE_FULL, true, false,
-            FaultVfs::Write | FaultVfs::OpenForWriting | FaultVfs::FileWrite },
-        { "the file may no longer be written", SQLITE_READONLY, true, false, FaultVfs::Write },
-    };
     const KXTestLog log;
-    for (const Row &row : rows) {
+    for (const Failing &row : failing) {
         for (qint64 nth = 1;; ++nth) {
             SCOPED_TRACE(row.what + (": operation " + std::to_string(nth)));
             const QTemporaryDir folder;
@@ -219,7 +250,7 @@ TEST(Durability, everyOperationMayFail)
             vfs.failAt(nth, row.code, row.onwards, row.kinds);
             Worker worker(path, vfs.name());
             // Does what must succeed in the end, and may fail as long as the disk does.
-            const auto insist = [&](auto &&step) {
+            const Insist insist = [&](const std::function<bool()> &step) {
                 if (step())
                     return true;
                 EXPECT_TRUE(vfs.hasFailed());
@@ -230,33 +261,7 @@ TEST(Durability, everyOperationMayFail)
                 EXPECT_TRUE(done) << "a second try on a sound disk";
                 return done;
             };
-            const auto insert = [&](QLatin1StringView entity, QLatin1StringView title) {
-                KXRef<KXManagedObject> object;
-                insist([&] { return bool(object = worker.insert(entity, title)); });
-                return object;
-            };
-            KXError error;
-            const auto save = [&] { return insist([&] { return worker.save(&error); }); };
-            [&] {
-                if (!insist([&] { return worker.open(&error); }))
-                    return;
-                const auto album = insert("Album"_L1, "One"_L1);
-                const auto genre = insert("Genre"_L1, "House"_L1);
-                for (const auto title : { "a"_L1, "b"_L1, "c"_L1 }) {
-                    if (const auto track = insert("Track"_L1, title)) {
-                        worker.connect(track, album, true);
-                        worker.connect(track, genre, true);
-                    }
-                }
-                if (worker.tracks.size() != 3)
-                    return;
-                save();
-                worker.tracks[0]->setValueForKey(u"title"_s, QString(6000, u'x'));
-                worker.connect(worker.tracks[1], genre, false);
-                save();
-                worker.remove(worker.tracks[2]);
-                save();
-            }();
+            work(worker, insist);
             worker.close(); // folds the log in, or tries to
             vfs.heal();
             expectIntact(path, vfs.name(), Expected(worker));

@@ -296,6 +296,26 @@ TEST(StoreUnderFireChild, DISABLED_worksUntilItIsKilled)
     }
 }
 
+/// Lets it go on for so many lines, and then some time: anywhere in what it does. Answers all that it said.
+static QByteArray killSomewhere(ChildProcess &child, KXTestRandom &random)
+{
+    QByteArray output;
+    const int lines = random.between(1, 12);
+    while (output.count('\n') < lines) {
+        const QByteArray more = child.read();
+        if (more.isEmpty())
+            break;
+        output += more;
+    }
+    for (int i = random.between(0, 40'000); i > 0; --i)
+        std::this_thread::yield();
+    const bool wasKilled = child.kill();
+    for (QByteArray more; !(more = child.read()).isEmpty();)
+        output += more;
+    EXPECT_TRUE(wasKilled) << output.toStdString();
+    return output;
+}
+
 TEST_F(StoreUnderFire, processesAreKilled)
 {
     KXTestRandom random;
@@ -309,21 +329,8 @@ TEST_F(StoreUnderFire, processesAreKilled)
         environment.insert(u"KX_TEST_STORE"_s, path);
         environment.insert(u"KX_TEST_SEED"_s, QString::number(random.between(1, 1'000'000)));
         ChildProcess child("StoreUnderFireChild.*", environment);
-        // So many lines, then some time: anywhere in what it does.
-        QByteArray output;
-        const int lines = random.between(1, 12);
-        while (output.count('\n') < lines) {
-            const QByteArray more = child.read();
-            if (more.isEmpty())
-                break;
-            output += more;
-        }
-        for (int i = random.between(0, 40'000); i > 0; --i)
-            std::this_thread::yield();
-        const bool wasKilled = child.kill();
-        for (QByteArray more; !(more = child.read()).isEmpty();)
-            output += more;
-        ASSERT_TRUE(wasKilled) << output.toStdString();
+        const QByteArray output = killSomewhere(child, random);
+        ASSERT_FALSE(HasFailure());
 
         QByteArray tried;
         bool starts = true;

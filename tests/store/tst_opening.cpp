@@ -104,14 +104,15 @@ protected:
     Presented presented;
 };
 
-TEST(Opening, refusesWhatIsNoStoreAndLeavesItUntouched)
+struct NoStore
 {
-    struct Row
-    {
-        const char *what;
-        int code;
-        std::function<void(const QString &)> make;
-    };
+    const char *what;
+    int code;
+    std::function<void(const QString &)> make;
+};
+
+static QList<NoStore> whatIsNoStore()
+{
     const auto tampered = [](const char *sql) {
         return [sql](const QString &path) {
             makeStore(path);
@@ -127,7 +128,7 @@ TEST(Opening, refusesWhatIsNoStoreAndLeavesItUntouched)
         };
     };
     using namespace KXStoreErrorCode;
-    const Row rows[] = {
+    return {
         { "a folder", CannotOpen, [](const QString &path) { QDir().mkpath(path); } },
         { "a link that leads nowhere", CannotOpen,
             [](const QString &path) { QFile::link(u"/nowhere/at/all"_s, path); } },
@@ -169,7 +170,11 @@ TEST(Opening, refusesWhatIsNoStoreAndLeavesItUntouched)
                 Library::tamper(path, "PRAGMA journal_mode=DELETE");
             } },
     };
-    for (const Row &row : rows) {
+}
+
+TEST(Opening, refusesWhatIsNoStoreAndLeavesItUntouched)
+{
+    for (const NoStore &row : whatIsNoStore()) {
         SCOPED_TRACE(row.what);
         const QTemporaryDir folder;
         const QString path = folder.filePath(u"library.db"_s);
@@ -494,6 +499,34 @@ TEST_F(OpeningByName, migratesInPlaceAndKeepsNothingOfTheOldFile)
     EXPECT_EQ(Versions::files(data.filePath(u"Crates"_s)), QStringList { u"Crates.db"_s });
 }
 
+/// Nor does anything crash.
+static void expectThatNothingCanBeDone(KXManagedObjectContext &context)
+{
+    const auto coordinator = Coordinator::persistentStoreCoordinator();
+    ASSERT_TRUE(coordinator);
+    EXPECT_EQ(context.persistentStoreCoordinator(), coordinator);
+    EXPECT_FALSE(coordinator->store());
+    EXPECT_FALSE(coordinator->managedObjectIDForURIRepresentation(QUrl(u"x-kestrix-store://a/Track/p1"_s)));
+    if (!coordinator->model()) {
+        EXPECT_THROW((void)context.fetchAllForEntity(u"Track"_s), KXException);
+        return;
+    }
+    KXError error;
+    EXPECT_TRUE(context.fetch(KXFetchRequest(u"Track"_s), &error).isNull());
+    EXPECT_EQ(error.code(), KXStoreErrorCode::CannotOpen);
+    EXPECT_EQ(context.count(KXFetchRequest(u"Track"_s)), -1);
+    EXPECT_EQ(context.countForEntity(u"Track"_s), 0);
+    EXPECT_FALSE(context.fetchFirstForEntity(u"Track"_s, {}));
+    EXPECT_FALSE(context.managedObjectForEntity(u"Track"_s, &error));
+    EXPECT_TRUE(context.objectInstancesFromURIRepresentations({ QUrl(u"x-kestrix-store://a/Track/p1"_s) }).isEmpty());
+    const auto temporary = context.temporaryInstanceOfEntity(u"Track"_s);
+    temporary->setValueForKey(u"title"_s, u"only in memory"_s);
+    EXPECT_EQ(temporary->valueForKey(u"title"_s), u"only in memory"_s);
+    context.removeManagedObject(temporary);
+    EXPECT_TRUE(context.save(&error)) << "nothing to save";
+    context.rollback();
+}
+
 TEST_F(OpeningByName, presentsWhyItCannotAndGoesOnWithoutStore)
 {
     using Make = std::function<void()>;
@@ -539,32 +572,8 @@ TEST_F(OpeningByName, presentsWhyItCannotAndGoesOnWithoutStore)
                 log.contains(u"Failed to create Persistent Store - "_s + presented.errors[0].localizedDescription()));
         }
 
-        // Nothing can be done with it, but nothing crashes.
         ASSERT_TRUE(context);
-        const auto coordinator = Coordinator::persistentStoreCoordinator();
-        ASSERT_TRUE(coordinator);
-        EXPECT_EQ(context->persistentStoreCoordinator(), coordinator);
-        EXPECT_FALSE(coordinator->store());
-        EXPECT_FALSE(coordinator->managedObjectIDForURIRepresentation(QUrl(u"x-kestrix-store://a/Track/p1"_s)));
-        if (!coordinator->model()) {
-            EXPECT_THROW((void)context->fetchAllForEntity(u"Track"_s), KXException);
-            continue;
-        }
-        KXError error;
-        EXPECT_TRUE(context->fetch(KXFetchRequest(u"Track"_s), &error).isNull());
-        EXPECT_EQ(error.code(), KXStoreErrorCode::CannotOpen);
-        EXPECT_EQ(context->count(KXFetchRequest(u"Track"_s)), -1);
-        EXPECT_EQ(context->countForEntity(u"Track"_s), 0);
-        EXPECT_FALSE(context->fetchFirstForEntity(u"Track"_s, {}));
-        EXPECT_FALSE(context->managedObjectForEntity(u"Track"_s, &error));
-        EXPECT_TRUE(
-            context->objectInstancesFromURIRepresentations({ QUrl(u"x-kestrix-store://a/Track/p1"_s) }).isEmpty());
-        const auto temporary = context->temporaryInstanceOfEntity(u"Track"_s);
-        temporary->setValueForKey(u"title"_s, u"only in memory"_s);
-        EXPECT_EQ(temporary->valueForKey(u"title"_s), u"only in memory"_s);
-        context->removeManagedObject(temporary);
-        EXPECT_TRUE(context->save(&error)) << "nothing to save";
-        context->rollback();
+        expectThatNothingCanBeDone(*context);
     }
     KXManagedObjectContext::setupMainContext(); // no model to fall back on was left behind by the last row
 }

@@ -394,9 +394,10 @@ TEST_F(ThemeControls, starsAreSetEveryWay)
     EXPECT_EQ(KXStarRating::starsAt({ 95, 5 }, { 0, 0, 100, 20 }, Qt::RightToLeft), 1);
 }
 
-TEST_F(ThemeControls, assistiveTechnologyFindsEditorsDividersAndDialogs)
+static QAccessibleInterface *described(QObject *object) { return QAccessible::queryAccessibleInterface(object); }
+
+TEST_F(ThemeControls, assistiveTechnologyFindsEditors)
 {
-    const auto describe = [](QObject *object) { return QAccessible::queryAccessibleInterface(object); };
     QStandardItemModel model(3, 2);
     model.setHorizontalHeaderLabels({ u"Title"_s, u"Comment"_s });
     KXTableView table;
@@ -405,7 +406,7 @@ TEST_F(ThemeControls, assistiveTechnologyFindsEditorsDividersAndDialogs)
     outline.setModel(&model);
     for (QAbstractItemView *view : QList<QAbstractItemView *> { &table, &outline }) {
         view->show();
-        auto *const rows = describe(view);
+        auto *const rows = described(view);
         ASSERT_TRUE(rows && rows->tableInterface());
         const int cells = rows->childCount();
         const QModelIndex cell = model.index(1, 0);
@@ -429,28 +430,34 @@ TEST_F(ThemeControls, assistiveTechnologyFindsEditorsDividersAndDialogs)
         EXPECT_TRUE(QTest::qWaitFor([&] { return rows->childCount() <= cells; }));
         model.insertRow(1);
     }
+}
 
+TEST_F(ThemeControls, assistiveTechnologyMovesDividers)
+{
     KXThemeableSplitView split;
     for (int i = 0; i < 3; ++i)
         split.addWidget(new QWidget);
     split.resize(305, 50);
     split.show();
-    auto *const divider = describe(split.handle(2));
+    auto *const divider = described(split.handle(2));
     EXPECT_EQ(divider->role(), QAccessible::Splitter);
     const int at = divider->valueInterface()->currentValue().toInt();
     divider->valueInterface()->setCurrentValue(at + 20);
     EXPECT_EQ(divider->valueInterface()->currentValue().toInt(), at + 20);
     divider->valueInterface()->setCurrentValue(100'000);
     EXPECT_EQ(divider->valueInterface()->currentValue().toInt(), at + 20);
+}
 
+TEST_F(ThemeControls, assistiveTechnologyIsToldOfLabelsDialogsAndWhatABarHides)
+{
     KXThemeableTextField title(u"LIBRARY"_s);
     title.setLabel(true);
-    EXPECT_EQ(describe(&title)->role(), QAccessible::StaticText);
-    EXPECT_EQ(describe(&title)->text(QAccessible::Name), u"LIBRARY"_s);
+    EXPECT_EQ(described(&title)->role(), QAccessible::StaticText);
+    EXPECT_EQ(described(&title)->text(QAccessible::Name), u"LIBRARY"_s);
     KXPopoverFrame frame(nullptr, Qt::Tool | Qt::FramelessWindowHint);
     KXPreferences preferences;
     for (QWidget *dialog : QList<QWidget *> { &frame, preferences.window() })
-        EXPECT_EQ(describe(dialog)->role(), QAccessible::Dialog);
+        EXPECT_EQ(described(dialog)->role(), QAccessible::Dialog);
 
     QToolBar bar;
     for (int i = 0; i < 20; ++i)
@@ -459,7 +466,7 @@ TEST_F(ThemeControls, assistiveTechnologyFindsEditorsDividersAndDialogs)
     bar.show();
     auto *const more = bar.findChild<QToolButton *>(u"qt_toolbar_ext_button"_s);
     ASSERT_TRUE(more);
-    EXPECT_FALSE(describe(more)->text(QAccessible::Name).isEmpty());
+    EXPECT_FALSE(described(more)->text(QAccessible::Name).isEmpty());
 }
 
 TEST_F(ThemeControls, badgesDividersPopoversAndTypes)

@@ -104,38 +104,25 @@ TEST_F(TreeTest, mayBeOfAnyDepthAndWidth)
     EXPECT_EQ(tree.rootNodes().size(), width + 2);
 }
 
-// Whatever is done to the objects, by whom and however often it is taken back: the tree is what the store says, and
-// got there by rows that came, went and moved.
-TEST_F(TreeTest, isWhatTheStoreSays)
+/// Edits a tree at random, here and elsewhere.
+class TreeWalk : public TreeTest
 {
-    KXTestRandom random;
-    const auto other = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
-    const auto merging = coordinator->addChangeObserver([&](const std::shared_ptr<const KXStoreChange> &change) {
-        context->mergeChangesFromStoreChange(change);
-        other->mergeChangesFromStoreChange(change);
-    });
-    KXTreeController tree(context, byPosition());
-    QAbstractItemModelTester tester(&tree, QAbstractItemModelTester::FailureReportingMode::Fatal);
-    QTreeView view;
-    view.setModel(&tree);
-    view.setSelectionModel(tree.selectionModel());
-    view.setSelectionMode(QTreeView::ExtendedSelection);
-    view.show();
-    QSignalSpy resets(&tree, &QAbstractItemModel::modelReset);
-    QSignalSpy layouts(&tree, &QAbstractItemModel::layoutChanged);
-
-    const auto any = [&](KXManagedObjectContext &of) {
+protected:
+    KXRef<Branch> any(KXManagedObjectContext &of)
+    {
         const KXFetchedList all = Branch::findAllInContext(of);
         return all.isEmpty() || random.chance(0.15) ? KXRef<Branch>()
                                                     : Branch::cast(all.at(random.below(int(all.size()))));
-    };
-    const auto path = [&] {
+    }
+    KXIndexPath path()
+    {
         const QList<const KXTreeNode *> nodes = tree.flattenedNodes();
         const KXTreeNode *node = nodes.isEmpty() || random.chance(0.3) ? tree.rootNode() : random.oneOf(nodes);
         return node->indexPath() + KXIndexPath { random.between(0, node->childCount()) };
-    };
-    // Any change of any object, circles and equal places included.
-    const auto edit = [&](KXManagedObjectContext &of) {
+    }
+    /// Any change of any object, circles and equal places included.
+    void edit(KXManagedObjectContext &of)
+    {
         const KXRef<Branch> object = any(of);
         const int what = random.below(6);
         if (what < 2) {
@@ -152,13 +139,9 @@ TEST_F(TreeTest, isWhatTheStoreSays)
         } else if (object && random.chance(Branch::countOfInContext(of) / 100.0)) {
             of.removeManagedObject(object);
         }
-    };
-    const auto editHere = [&] { edit(*context), edit(*context), edit(*context); };
-    const auto editThere = [&] {
-        edit(*other), edit(*other);
-        EXPECT_TRUE(other->save(nullptr));
-    };
-    const auto move = [&] {
+    }
+    void move()
+    {
         QList<KXRef<Object>> moved;
         for (const KXTreeNode *node :
             { tree.treeNodeForObject(any(*context).get()), tree.treeNodeForObject(any(*context).get()) }) {
@@ -166,9 +149,39 @@ TEST_F(TreeTest, isWhatTheStoreSays)
                 moved.append(node->representedObject());
         }
         tree.moveObjects(moved, path());
+    }
+
+    KXTestRandom random;
+    KXTreeController tree { context, byPosition() };
+    const KXManagedObjectContext::Ref other
+        = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
+    const KXPersistentStoreCoordinator::ChangeToken merging
+        = coordinator->addChangeObserver([this](const std::shared_ptr<const KXStoreChange> &change) {
+              context->mergeChangesFromStoreChange(change);
+              other->mergeChangesFromStoreChange(change);
+          });
+};
+
+// Whatever is done to the objects, by whom and however often it is taken back: the tree is what the store says, and
+// got there by rows that came, went and moved.
+TEST_F(TreeWalk, isWhatTheStoreSays)
+{
+    QAbstractItemModelTester tester(&tree, QAbstractItemModelTester::FailureReportingMode::Fatal);
+    QTreeView view;
+    view.setModel(&tree);
+    view.setSelectionModel(tree.selectionModel());
+    view.setSelectionMode(QTreeView::ExtendedSelection);
+    view.show();
+    QSignalSpy resets(&tree, &QAbstractItemModel::modelReset);
+    QSignalSpy layouts(&tree, &QAbstractItemModel::layoutChanged);
+
+    const auto editHere = [&] { edit(*context), edit(*context), edit(*context); };
+    const auto editThere = [&] {
+        edit(*other), edit(*other);
+        EXPECT_TRUE(other->save(nullptr));
     };
-    const std::vector<std::function<void()>> acts { editHere, editHere, editHere, editThere, editThere, move, move,
-        [&] { undo().undo(); }, [&] { undo().redo(); }, [&] { context->save(nullptr); },
+    const std::vector<std::function<void()>> acts { editHere, editHere, editHere, editThere, editThere, [&] { move(); },
+        [&] { move(); }, [&] { undo().undo(); }, [&] { undo().redo(); }, [&] { context->save(nullptr); },
         [&] { random.chance(0.2) ? context->rollback() : undo().undo(); },
         [&] { tree.insertObject(any(*context), path()); },
         [&] { random.chance(0.3) && tree.removeObjectsAtIndexPaths({ path() }); } };
@@ -239,17 +252,24 @@ TEST_F(TreeTest, changesAsFewRowsAsItCan)
     EXPECT_EQ(outline(*tree.rootNode()), u"d(x) e(f) a"_s);
 }
 
-TEST_F(TreeTest, movesInsertsAndRemovesWithUndo)
+/// "a(b(d) c) e"
+class TreeEditing : public TreeTest
 {
-    const auto a = branch(u"a"_s, {}, 0), b = branch(u"b"_s, a, 0), c = branch(u"c"_s, a, 1), d = branch(u"d"_s, b, 0),
-               e = branch(u"e"_s, {}, 1);
-    KXTreeController tree(context, byPosition());
-    const auto now = [&] {
+protected:
+    QString now()
+    {
         context->processPendingChanges();
         return outline(*tree.rootNode());
-    };
-    ASSERT_EQ(now(), u"a(b(d) c) e"_s);
+    }
 
+    const KXRef<Branch> a = branch(u"a"_s, {}, 0), b = branch(u"b"_s, a, 0), c = branch(u"c"_s, a, 1),
+                        d = branch(u"d"_s, b, 0), e = branch(u"e"_s, {}, 1);
+    KXTreeController tree { context, byPosition() };
+};
+
+TEST_F(TreeEditing, refusesWhatLeavesTheTreeOrIsNone)
+{
+    ASSERT_EQ(now(), u"a(b(d) c) e"_s);
     // Into itself, a descendant, a place that is not there; of another context; nothing.
     const auto foreign = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
     EXPECT_FALSE(tree.moveObjects({ a }, { 0, 0 }));
@@ -262,7 +282,10 @@ TEST_F(TreeTest, movesInsertsAndRemovesWithUndo)
     EXPECT_FALSE(tree.insertObject({}, { 0 }));
     EXPECT_FALSE(tree.removeObjectsAtIndexPaths({ { 0 }, { 4 } }));
     ASSERT_EQ(now(), u"a(b(d) c) e"_s);
+}
 
+TEST_F(TreeEditing, movesInsertsAndRemovesWithUndo)
+{
     context->save();
     undo().removeAllActions();
     tree.setSelectedObjects({ d, e });

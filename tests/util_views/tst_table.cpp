@@ -269,14 +269,17 @@ TEST_F(TableViewTest, layoutsSurviveAKilledProcess)
     }
 }
 
+/// "-b1+a0"
+static QString textOf(const QList<KXSortDescriptor> &descriptors)
+{
+    QString all;
+    for (const KXSortDescriptor &one : descriptors)
+        all += (one.ascending ? u'+' : u'-') + one.key + QString::number(one.options);
+    return all;
+}
+
 TEST_F(TableViewTest, keepsItsOrderOfSeveralColumns)
 {
-    const auto text = [](const QList<KXSortDescriptor> &descriptors) {
-        QString all;
-        for (const KXSortDescriptor &one : descriptors)
-            all += (one.ascending ? u'+' : u'-') + one.key + QString::number(one.options);
-        return all;
-    };
     LettersTable table(&model);
     table.resize(600, 300);
     table.setSortOptionsAutoSaveName(u"order"_s);
@@ -286,7 +289,7 @@ TEST_F(TableViewTest, keepsItsOrderOfSeveralColumns)
         const QHeaderView *header = table.horizontalHeader();
         QTest::mouseClick(header->viewport(), Qt::LeftButton, modifiers,
             QPoint(header->sectionViewportPosition(column) + 30, header->height() / 2));
-        return text(table.sortDescriptors());
+        return textOf(table.sortDescriptors());
     };
     EXPECT_EQ(click(1), u"+b1"_s);
     EXPECT_EQ(click(1), u"-b1"_s);
@@ -294,7 +297,7 @@ TEST_F(TableViewTest, keepsItsOrderOfSeveralColumns)
     EXPECT_EQ(click(0, Qt::ShiftModifier), u"-b1-a0"_s);
     EXPECT_EQ(click(4), u"-b1-a0"_s) << "this one cannot be sorted by";
     EXPECT_EQ(table.horizontalHeader()->sortIndicatorSection(), 1);
-    EXPECT_EQ(text(table.sorted.last()), u"-b1-a0"_s);
+    EXPECT_EQ(textOf(table.sorted.last()), u"-b1-a0"_s);
 
     // Stored when another application becomes active, once.
     const auto store = [&] { Q_EMIT qApp->applicationStateChanged(Qt::ApplicationInactive); };
@@ -306,9 +309,16 @@ TEST_F(TableViewTest, keepsItsOrderOfSeveralColumns)
     EXPECT_FALSE(table.sortDescriptorsHaveChanged());
     table.setSortDescriptors(table.sortDescriptors());
     EXPECT_TRUE(table.sortDescriptorsHaveChanged()) << "even where nothing is sorted anew";
-    const QVariant stored = defaults.valueForKey(u"order"_s);
+}
 
-    // By the prototypes of a table that has other columns, in the window or not.
+// In the window or not.
+TEST_F(TableViewTest, takesAnOrderByItsOwnPrototypes)
+{
+    {
+        LettersTable table(&model);
+        table.setSortOptionsAutoSaveName(u"order"_s);
+        table.setSortDescriptors({ { u"b"_s, false, KXCaseInsensitive }, { u"a"_s, false } });
+    }
     LettersTable again(nullptr);
     QList<KXTableColumn> columns = again.tableColumns();
     columns[0].sortDescriptorPrototype.options = 3;
@@ -317,29 +327,34 @@ TEST_F(TableViewTest, keepsItsOrderOfSeveralColumns)
     again.setSortOptionsAutoSaveName(u"order"_s);
     EXPECT_TRUE(again.sortDescriptors().isEmpty());
     again.loadSortOptions();
-    EXPECT_EQ(text(again.sortDescriptors()), u"-a3"_s);
+    EXPECT_EQ(textOf(again.sortDescriptors()), u"-a3"_s);
     again.setModel(&model);
     ASSERT_EQ(again.sorted.size(), 1);
     EXPECT_EQ(again.horizontalHeader()->sortIndicatorOrder(), Qt::DescendingOrder);
 
-    // No order at all is one that was chosen.
-    table.setSortDescriptors({});
-    store();
-    LettersTable third(nullptr);
-    third.setSortOptionsAutoSaveName(u"order"_s);
-    third.setSortDescriptors({ { u"b"_s } });
-    third.loadSortOptions();
-    EXPECT_TRUE(third.sortDescriptors().isEmpty());
-
-    QByteArray cut = stored.toByteArray();
+    QByteArray cut = defaults.valueForKey(u"order"_s).toByteArray();
     cut.chop(3);
     for (const QVariant &rubbish : QVariantList { cut, QByteArray(), u"-a"_s, QVariantList { 1 }, QVariantMap() }) {
         KXTestLog log;
         defaults.setValue(u"order"_s, rubbish);
         again.loadSortOptions();
-        EXPECT_EQ(text(again.sortDescriptors()), u"-a3"_s);
+        EXPECT_EQ(textOf(again.sortDescriptors()), u"-a3"_s);
         EXPECT_TRUE(log.contains(u"\"order\""_s)) << rubbish.typeName();
     }
+}
+
+TEST_F(TableViewTest, takesNoOrderAtAllForOneThatWasChosen)
+{
+    LettersTable table(&model);
+    table.setSortOptionsAutoSaveName(u"order"_s);
+    table.setSortDescriptors({ { u"b"_s } });
+    table.setSortDescriptors({});
+    table.saveSortOptions();
+    LettersTable other(nullptr);
+    other.setSortOptionsAutoSaveName(u"order"_s);
+    other.setSortDescriptors({ { u"b"_s } });
+    other.loadSortOptions();
+    EXPECT_TRUE(other.sortDescriptors().isEmpty());
 }
 
 TEST_F(TableViewTest, homeAndEndAreRows)

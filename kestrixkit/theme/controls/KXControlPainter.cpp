@@ -90,6 +90,17 @@ QColor KXControlPainter::focusRingColour(const QPalette &palette)
     return colour.isValid() ? colour : palette.color(QPalette::Highlight);
 }
 
+void KXControlPainter::dropLine(QPainter &painter, const QPointF &knob, qreal to, const QPalette &palette)
+{
+    painter.save();
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(QPen(focusRingColour(palette), 2));
+    painter.setBrush(Qt::NoBrush);
+    painter.drawEllipse(knob, 3, 3);
+    painter.drawLine(QPointF(knob.x() + (to < knob.x() ? -4 : 4), knob.y()), QPointF(to, knob.y()));
+    painter.restore();
+}
+
 void KXControlPainter::focusRing(QPainter &painter, const QRectF &rect, const QPalette &palette, qreal cornerRadius)
 {
     painter.save();

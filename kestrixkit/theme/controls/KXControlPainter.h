@@ -36,6 +36,8 @@ public:
     /// Inside the rectangle. In the theme's "focusRingColour", else in the palette's highlight.
     static void focusRing(QPainter &painter, const QRectF &rect, const QPalette &palette, qreal cornerRadius = radius);
     [[nodiscard]] static QColor focusRingColour(const QPalette &palette);
+    /// Where something would be dropped between rows: a knob, and a line from it to `to`, which is beside it.
+    static void dropLine(QPainter &painter, const QPointF &knob, qreal to, const QPalette &palette);
     /// The theme's faint grain, added to what is there.
     static void grain(QPainter &painter, const QRectF &rect);
 };

@@ -13,6 +13,7 @@
 
 #include <kestrixkit/theme/controls/KXBadge.h>
 #include <kestrixkit/theme/controls/KXControlPainter.h>
+#include <kestrixkit/theme/controls/KXDragImage.h>
 
 using namespace Qt::StringLiterals;
 
@@ -106,25 +107,7 @@ QPixmap KXTableView::dragImage(const QList<int> &rows) const
     while (visual + 1 < columns->count() && columns->isSectionHidden(columns->logicalIndex(visual)))
         ++visual;
     const QString title = model()->index(row, columns->logicalIndex(visual)).data().toString().simplified();
-    const QFontMetrics metrics(font());
-    const QSize count = rows.size() > 1 ? KXBadgeCell::sizeForCount(rows.size(), font()) : QSize();
-    const int text = std::min(metrics.horizontalAdvance(title) + 2, 260);
-    const QRect rect(0, 0, 10 + text + 10 + (count.isEmpty() ? 0 : count.width() + 6), metrics.height() + 10);
-    QPixmap pixmap(rect.size() * devicePixelRatioF());
-    pixmap.setDevicePixelRatio(devicePixelRatioF());
-    pixmap.fill(Qt::transparent);
-    QPainter painter(&pixmap);
-    painter.setFont(font());
-    const QPalette &colours = palette();
-    painter.setOpacity(0.9);
-    KXControlPainter::plate(
-        painter, rect, colours.color(QPalette::Active, QPalette::Highlight), QColor(), KXControlPainter::radius);
-    painter.setOpacity(1);
-    const QColor colour = colours.color(QPalette::Active, QPalette::HighlightedText);
-    KXControlPainter::text(painter, QRectF(10, 0, text, rect.height()), Qt::AlignVCenter, title, colour);
-    if (!count.isEmpty())
-        KXBadgeCell().paint(painter, rect.adjusted(0, 0, -10, 0), rows.size(), true, colours);
-    return pixmap;
+    return KXDragImage { .title = title, .count = rows.size() }.draw(*this, KXBadgeCell());
 }
 
 // Dropping
@@ -206,11 +189,5 @@ void KXTableView::paintDropRow(QPainter &painter) const
     const double line = std::clamp(double(y), 4.0, std::max(4.0, viewport()->height() - 4.0));
     const bool mirrored = isRightToLeft();
     const double begin = mirrored ? viewport()->width() : 0, side = mirrored ? -1 : 1;
-    painter.save();
-    painter.setRenderHint(QPainter::Antialiasing);
-    painter.setPen(QPen(KXControlPainter::focusRingColour(palette()), 2));
-    painter.setBrush(Qt::NoBrush);
-    painter.drawEllipse(QPointF(begin + side * 5, line), 3, 3);
-    painter.drawLine(QPointF(begin + side * 9, line), QPointF(mirrored ? 4 : viewport()->width() - 4, line));
-    painter.restore();
+    KXControlPainter::dropLine(painter, { begin + side * 5, line }, mirrored ? 4 : viewport()->width() - 4, palette());
 }

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <QObject>
+
+class FilterStrip;
+class MusicImport;
+class QLabel;
+class TrackTableModel;
+class TrackTableView;
+
+/// Says how many tracks the list has and what the last import skipped, and, over a list without tracks, why it has
+/// none.
+class ListSummary : public QObject
+{
+    Q_OBJECT
+public:
+    /// All of them outlive this. The line is where the numbers are said.
+    ListSummary(TrackTableView *table, TrackTableModel *model, const FilterStrip *strip, const MusicImport *import,
+        QLabel *line, QObject *parent = nullptr);
+
+    /// What to say where the place that is shown has no tracks.
+    void setEmptyReason(const QString &reason) { m_emptyReason = reason; }
+    void update();
+
+private:
+    void showSkipped();
+
+    TrackTableModel *const m_model;
+    const FilterStrip *const m_strip;
+    const MusicImport *const m_import;
+    QLabel *const m_line;
+    QLabel *const m_empty; // over the rows
+    QString m_emptyReason;
+};
