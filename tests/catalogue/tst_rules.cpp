@@ -81,7 +81,7 @@ TEST_F(Rules, CountTheSameAsInMemory)
     QList<KXPredicate> rules;
     QList<qint64> expected;
     for (int round = 0; round < rounds; ++round) {
-        const KXPredicate rule = s_rules->rule(3);
+        const KXPredicate rule = s_rules->predicate(3);
         KXError error;
         if (!s_catalogue->dialect().canAnswer(rule, &error)) {
             ASSERT_EQ(error.code(), KXCatalogueError::Refused);
