@@ -43,6 +43,7 @@
 #include "TrackTableView.h"
 #include "WaveformMaker.h"
 #include "WindowState.h"
+#include "shop/ShopPlace.h"
 
 using namespace Qt::StringLiterals;
 
@@ -105,6 +106,7 @@ BrowserWindow::~BrowserWindow()
     delete m_crateTable;
     delete m_playHistory;
     delete m_inspector;
+    m_shop->end();
     delete m_places;
     delete m_waveformMaker;
     delete m_strip;
@@ -148,7 +150,7 @@ void BrowserWindow::buildMenu()
     connect(m_filterStrip, &FilterStrip::predicateDidChange, this, &BrowserWindow::applyFilters);
     connect(m_filterStrip, &FilterStrip::narrowingDidEnd, this, [this] { m_table->setFocus(); });
     connect(m_sources, &SourceColumn::countingDidBegin, m_filterStrip->presets(), &PresetLibrary::countWith);
-    presets->addAction(tr("Presets &Library"), m_filterStrip->presets(), &PresetLibrary::showFilterSetPresetsManager)
+    presets->addAction(tr("Presets &Library"), this, [this] { m_shop->presets()->showFilterSetPresetsManager(); })
         ->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_L));
     QMenu *filter = menuBar()->addMenu(tr("&Filter"));
     filter->setAccessibleName(tr("Filter"));
@@ -206,7 +208,11 @@ void BrowserWindow::buildTable()
     rows->setSpacing(0);
     rows->addWidget(m_filterStrip);
     rows->addWidget(m_table, 1);
-    buildPlaces(tracks, view);
+    tracks->setFocusProxy(m_table);
+    m_shop = new ShopPlace(tracks, m_filterStrip, m_sources, m_preview, m_coordinator);
+    m_shop->setFilterMenu(qobject_cast<QMenu *>(m_filterStrip->actions().constFirst()->associatedObjects().value(0)));
+    m_summary->setShop(m_shop);
+    buildPlaces(m_shop, view);
     m_panes = m_sources->beside(m_places->view(), m_inspector->container());
     column->addWidget(m_panes, 1);
     m_strip = new PlayerStrip(m_preview, m_waveforms);
@@ -249,7 +255,7 @@ void BrowserWindow::buildPlaces(QWidget *tracks, QMenu *view)
 {
     m_places = new PlaceNavigator(m_context, m_sources, m_filterStrip, m_table, tracks);
     connect(m_places, &PlaceNavigator::placeDidChange, this, &BrowserWindow::showPlace);
-    connect(m_sources, &SourceColumn::opened, this, [this] { m_table->setFocus(); });
+    connect(m_sources, &SourceColumn::opened, this, [this] { m_shop->currentWidget()->setFocus(); });
     m_inspector = new TrackInspector(m_context, m_table, &m_editor);
     m_found = new FoundObjects({ m_context, m_sources, m_places, m_filterStrip, m_table, m_model, m_preview }, this);
     connect(m_inspector, &TrackInspector::picked, m_found, &FoundObjects::show);
@@ -330,7 +336,8 @@ void BrowserWindow::showPlace(
     m_summary->setEmptyReason(emptyText);
     m_placePredicate = predicate;
     m_bar->setTitle(title);
-    m_filterStrip->setPlace(filters, predicate);
+    const bool isShop = m_shop->showPageOf(filters);
+    m_filterStrip->setPlace(isShop ? QUrl() : filters, predicate);
     applyFilters();
 }
 

@@ -26,6 +26,7 @@ class PlayerStrip;
 class Preview;
 class QLabel;
 class SearchPopover;
+class ShopPlace;
 class SourceColumn;
 class TrackCommands;
 class TrackInspector;
@@ -60,6 +61,7 @@ public:
     [[nodiscard]] FilterStrip *filterStrip() const { return m_filterStrip; }
     [[nodiscard]] SearchPopover *search() const { return m_search; }
     [[nodiscard]] PlaceNavigator *places() const { return m_places; }
+    [[nodiscard]] ShopPlace *shop() const { return m_shop; }
     [[nodiscard]] TrackInspector *inspector() const { return m_inspector; }
     [[nodiscard]] const KXManagedObjectContext::Ref &context() const { return m_context; }
 
@@ -98,6 +100,7 @@ private:
     SearchPopover *m_search;
     FoundObjects *m_found;
     PlaceNavigator *m_places;
+    ShopPlace *m_shop = nullptr; // tracks, or the shop in their place
     TrackInspector *m_inspector;
     KXThemeableSplitView *m_panes; // places, tracks, inspector
     QList<QAction *> m_undoActions; // undo, redo

@@ -88,7 +88,7 @@ struct CommandLineOptions
     QCommandLineOption screenshot { u"screenshot"_s, u"Import, draw the window into a PNG file and exit."_s,
         u"FILE"_s };
     QCommandLineOption catalogue { u"catalogue"_s,
-        u"A shop's catalogue in PostgreSQL, opened beside the library. For instance: postgresql://shop.example/music"_s,
+        u"A shop's catalogue in PostgreSQL, a place beside those of the library, which is opened. For instance: postgresql://shop.example/music"_s,
         u"URL"_s };
 };
 

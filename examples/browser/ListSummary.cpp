@@ -9,6 +9,7 @@
 #include "FilterStrip.h"
 #include "MusicImport.h"
 #include "TrackTableView.h"
+#include "shop/ShopPlace.h"
 
 using namespace Qt::StringLiterals;
 
@@ -36,8 +37,19 @@ ListSummary::ListSummary(TrackTableView *table, TrackTableModel *model, const Fi
     connect(m_import, &MusicImport::began, this, &ListSummary::update);
 }
 
+void ListSummary::setShop(const ShopPlace *shop)
+{
+    m_shop = shop;
+    connect(shop, &ShopPlace::countDidChange, this, &ListSummary::update);
+}
+
 void ListSummary::update()
 {
+    if (m_shop && m_shop->isShown()) {
+        m_line->setText(m_shop->countText());
+        m_line->setToolTip({});
+        return;
+    }
     const QLocale locale = KXClock::locale();
     const int tracks = m_model->rowCount();
     QStringList parts { tracks == 1 ? tr("1 track") : tr("%1 tracks").arg(locale.toString(tracks)) };

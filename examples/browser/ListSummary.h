@@ -5,6 +5,7 @@
 class FilterStrip;
 class MusicImport;
 class QLabel;
+class ShopPlace;
 class TrackTableModel;
 class TrackTableView;
 
@@ -18,6 +19,8 @@ public:
     ListSummary(TrackTableView *table, TrackTableModel *model, const FilterStrip *strip, const MusicImport *import,
         QLabel *line, QObject *parent = nullptr);
 
+    /// While it is shown, the line says what it has. Outlives this.
+    void setShop(const ShopPlace *shop);
     /// What to say where the place that is shown has no tracks.
     void setEmptyReason(const QString &reason) { m_emptyReason = reason; }
     void update();
@@ -30,5 +33,6 @@ private:
     const MusicImport *const m_import;
     QLabel *const m_line;
     QLabel *const m_empty; // over the rows
+    const ShopPlace *m_shop = nullptr;
     QString m_emptyReason;
 };

@@ -6,6 +6,7 @@
 #include <QKeyEvent>
 #include <QLabel>
 #include <QMenu>
+#include <QScopedValueRollback>
 
 #include <kestrixkit/audio/KXAudioFile.h>
 #include <kestrixkit/audio/KXAudioPlayerManager.h>
@@ -145,6 +146,12 @@ QString Preview::playingTitle() const
 }
 
 bool Preview::isShuffled() const { return m_playlist->isShuffled(); }
+
+QUrl Preview::playingAddress() const
+{
+    const PreviewItem *item = currentItem();
+    return item ? item->url : QUrl();
+}
 
 void Preview::setShuffled(bool shuffled)
 {
@@ -323,6 +330,8 @@ QMenu *Preview::makeMenu(QWidget *parent)
 
 void Preview::toggle()
 {
+    if (m_selectedSound)
+        return toggleSelectedSound();
     const int row = m_view->currentIndex().row();
     const PreviewItem *item = currentItem();
     if (item && item->index.isValid() && item->index.row() == row
@@ -333,17 +342,39 @@ void Preview::toggle()
     playRow(row);
 }
 
-void Preview::playRow(int row)
+/// A server takes its time: what is not open yet is given up, not waited for.
+void Preview::toggleSelectedSound()
 {
-    const std::shared_ptr<PreviewItem> selected = m_playlist->itemAt(row);
-    if (!selected)
+    const bool isAtWork
+        = player().state() == KXAudioPlayerStatePlaying || player().state() == KXAudioPlayerStateLoading;
+    const std::optional<Sound> selected = m_selectedSound();
+    const bool isSame = selected && playingAddress() == selected->address;
+    if (selected && !isSame) {
+        playSound(*selected);
+    } else if (isAtWork && player().duration() <= 0) {
+        const QScopedValueRollback guard(m_isGivenUp, true);
+        player().stop();
+    } else if (isAtWork || (isSame && player().duration() > 0)) {
+        m_manager->togglePlayback();
+    } else if (selected) {
+        playSound(*selected);
+    }
+}
+
+void Preview::playRow(int row) { start(m_playlist->itemAt(row)); }
+
+void Preview::playSound(const Sound &sound) { start(m_playlist->itemOf(sound)); }
+
+void Preview::start(const std::shared_ptr<PreviewItem> &item)
+{
+    if (!item)
         return;
     if (m_output->prepare() != 0) {
         m_label->setText(tr("No sound card: tracks cannot be previewed"));
         return;
     }
-    m_followed = selected;
-    play(selected);
+    m_followed = item;
+    play(item);
 }
 
 /// Where the player goes on by itself the selection goes along, unless the user has left the track.
@@ -382,9 +413,10 @@ void Preview::showState()
         m_label->setText(tr("Playing %1  ·  %2").arg(item->title, time));
         break;
     case KXAudioPlayerStateStopped:
-        m_label->setText(player().duration() > 0 ? tr("Stopped %1  ·  %2").arg(item->title, time)
-                                                 : tr("%1 cannot be played").arg(item->title));
-        if (player().duration() <= 0)
+        m_label->setText(m_isGivenUp      ? QString()
+                : player().duration() > 0 ? tr("Stopped %1  ·  %2").arg(item->title, time)
+                                          : tr("%1 cannot be played").arg(item->title));
+        if (player().duration() <= 0 && !m_isGivenUp)
             MessageStrip::postUnplayable(item->title, item->url);
         break;
     case KXAudioPlayerStateFinished:

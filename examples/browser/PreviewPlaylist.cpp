@@ -8,12 +8,17 @@ namespace {
 
 constexpr int previewLongestTitle = 40;
 
-const QPersistentModelIndex &previewIndexOf(const KXAudioPlayerItemPointer &item)
+QString previewTitle(const QString &title)
 {
-    return static_cast<const PreviewItem &>(*item).index;
+    return title.size() > previewLongestTitle ? title.left(previewLongestTitle - 1) + u'…' : title;
 }
 
 } // namespace
+
+std::function<bool(const QUrl &)> PreviewItem::redirectRule() const
+{
+    return sound ? sound->mayLeadTo : std::function<bool(const QUrl &)>();
+}
 
 float PreviewItem::gain() const
 {
@@ -42,27 +47,39 @@ std::shared_ptr<PreviewItem> PreviewPlaylist::itemAt(int row) const
     item->index = m_model->index(row, 0);
     item->levels = m_levels;
     item->url = track->location();
-    item->title = track->title().isEmpty() ? item->url.fileName() : track->title();
-    if (item->title.size() > previewLongestTitle)
-        item->title = item->title.left(previewLongestTitle - 1) + u'…';
+    item->title = previewTitle(track->title().isEmpty() ? item->url.fileName() : track->title());
+    return item;
+}
+
+std::shared_ptr<PreviewItem> PreviewPlaylist::itemOf(const PreviewSound &sound) const
+{
+    auto item = std::make_shared<PreviewItem>();
+    item->sound = sound;
+    item->levels = m_levels;
+    item->url = sound.address;
+    item->title = previewTitle(sound.title);
     return item;
 }
 
 KXAudioPlayerItemPointer PreviewPlaylist::audioPlayerItemAfter(const KXAudioPlayerItemPointer &item)
 {
-    const QPersistentModelIndex &index = previewIndexOf(item);
-    return m_isShuffled ? anyOther(index) : beside(index, 1);
+    const auto &played = static_cast<const PreviewItem &>(*item);
+    return m_isShuffled && !played.sound ? anyOther(played.index) : beside(played, 1);
 }
 
 KXAudioPlayerItemPointer PreviewPlaylist::audioPlayerItemBefore(const KXAudioPlayerItemPointer &item)
 {
-    const QPersistentModelIndex &index = previewIndexOf(item);
-    return m_isShuffled ? playedBefore(index) : beside(index, -1);
+    const auto &played = static_cast<const PreviewItem &>(*item);
+    return m_isShuffled && !played.sound ? playedBefore(played.index) : beside(played, -1);
 }
 
-KXAudioPlayerItemPointer PreviewPlaylist::beside(const QPersistentModelIndex &index, int step) const
+KXAudioPlayerItemPointer PreviewPlaylist::beside(const PreviewItem &item, int step) const
 {
-    return index.isValid() ? itemAt(index.row() + step) : nullptr;
+    if (item.sound) {
+        const std::optional<PreviewSound> next = item.sound->beside ? item.sound->beside(step) : std::nullopt;
+        return next ? itemOf(*next) : nullptr;
+    }
+    return item.index.isValid() ? itemAt(item.index.row() + step) : nullptr;
 }
 
 KXAudioPlayerItemPointer PreviewPlaylist::anyOther(const QPersistentModelIndex &index)

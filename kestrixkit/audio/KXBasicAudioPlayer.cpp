@@ -89,7 +89,7 @@ void KXBasicAudioPlayer::playItem(const KXAudioPlayerItemPointer &item)
     const QUrl url = beginItem(item);
     if (url.isEmpty())
         return;
-    const auto session = KXStreamingPlayer::makeSession(url, m_secondsPerCall);
+    const auto session = KXStreamingPlayer::makeSession(url, m_secondsPerCall, item->redirectRule());
     m_loader->want(session);
     m_eventTimer.stop();
     m_player.reset();

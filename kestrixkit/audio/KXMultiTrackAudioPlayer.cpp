@@ -45,7 +45,8 @@ void KXMultiTrackAudioPlayer::playItem(const KXAudioPlayerItemPointer &item)
     const QUrl url = beginItem(item, [this] { endSession(); });
     if (url.isEmpty())
         return;
-    const auto session = std::make_shared<KXPlaybackSession>(url, KXPlaybackOptions { .staysAtEnd = true });
+    const auto session = std::make_shared<KXPlaybackSession>(
+        url, KXPlaybackOptions { .staysAtEnd = true, .mayLeadTo = item->redirectRule() });
     m_session = session;
     if (!setState(KXAudioPlayerStateLoading) || m_session != session)
         return;

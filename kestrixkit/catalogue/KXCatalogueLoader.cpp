@@ -72,7 +72,9 @@ std::optional<QByteArray> loaderText(const QVariant &value, KXCatalogueType type
     const auto problem = [](const char *text) -> QByteArray { throw LoaderProblem { KXLocalizedString(text) }; };
     switch (type) {
     case KXCatalogueType::Boolean:
-        return value.toBool() ? "t" : "f";
+        if (comparable.kind() != KXPredicateValue::Integer || (comparable.integer() != 0 && comparable.integer() != 1))
+            return problem("it is neither true nor false");
+        return comparable.integer() == 1 ? "t" : "f";
     case KXCatalogueType::Integer:
         return comparable.kind() == KXPredicateValue::Integer ? QByteArray::number(comparable.integer())
                                                               : problem("it is no whole number");
@@ -328,7 +330,10 @@ bool KXCatalogueLoader::add(const QVariantList &values, KXError *error)
                 append(loaderWords(value));
                 continue;
             }
-            append(loaderValue(value, column, 0));
+            const std::optional<QByteArray> text = loaderValue(value, column, 0);
+            if (column.notNull && !text)
+                throw LoaderProblem { KXLocalizedString("there has to be one") };
+            append(text);
             for (auto copy = column.folded.cbegin(); copy != column.folded.cend(); ++copy)
                 append(loaderValue(value, column, copy.key()));
             if (!column.words.isEmpty())

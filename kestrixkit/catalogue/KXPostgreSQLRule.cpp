@@ -4,11 +4,10 @@
 
 #include <algorithm>
 
-#include <QHash>
-
 #include <kestrixkit/catalogue/KXPostgreSQLDialect.h>
 #include <kestrixkit/catalogue/KXPostgreSQLTypes_p.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
+#include <kestrixkit/predicate/KXPredicateLists_p.h>
 
 using namespace Qt::StringLiterals;
 
@@ -56,41 +55,6 @@ void ruleCollect(const QVariant &value, int folding, std::vector<KXPredicateValu
     } else {
         values.emplace_back(value, folding);
     }
-}
-
-bool ruleIsPlainEquality(const KXPredicate &part)
-{
-    return part.type() == KXPredicateType::Comparison && part.comparisonOperator() == KXPredicateOperator::Equal
-        && part.modifier() != KXPredicateModifier::All && part.leftExpression().type() == KXExpressionType::KeyPath
-        && part.rightExpression().isConstant()
-        && part.rightExpression().constantValue().typeId() != QMetaType::QVariantList;
-}
-
-/// Turns "a == 1 OR a == 2" into "a == {1, 2}", which is one look into an index and one parameter.
-QList<KXPredicate> ruleWithLists(const QList<KXPredicate> &parts)
-{
-    QHash<std::pair<QString, int>, qsizetype> places;
-    QHash<qsizetype, QVariantList> lists;
-    QList<KXPredicate> result;
-    for (const KXPredicate &part : parts) {
-        if (ruleIsPlainEquality(part)) {
-            const std::pair key(part.leftExpression().keyPath(), part.options());
-            const auto place = places.constFind(key);
-            if (place != places.constEnd()) {
-                lists[*place].append(part.rightExpression().constantValue());
-                continue;
-            }
-            places.insert(key, result.size());
-        }
-        result.append(part);
-    }
-    for (auto it = lists.begin(); it != lists.end(); ++it) {
-        const KXPredicate first = result[it.key()];
-        it->prepend(first.rightExpression().constantValue());
-        result[it.key()] = KXPredicate::comparison(first.leftExpression(), KXPredicateOperator::Equal,
-            KXExpression::expressionForConstantValue(*it), first.modifier(), first.options());
-    }
-    return result;
 }
 
 }
@@ -158,7 +122,7 @@ QByteArray KXPostgreSQLRule::condition(const KXPredicate &rule)
 
 QByteArray KXPostgreSQLRule::junction(const QList<KXPredicate> &parts, bool isAnd)
 {
-    const QList<KXPredicate> joined = isAnd ? parts : ruleWithLists(parts);
+    const QList<KXPredicate> joined = isAnd ? parts : KXPredicateJoinEqualities(parts);
     if (joined.isEmpty())
         return isAnd ? "TRUE" : "FALSE";
     if (joined.size() == 1)

@@ -143,6 +143,7 @@ private:
     [[nodiscard]] QVariant rowData(const KXTreeNode &node, int role);
     [[nodiscard]] KXSourceListCell cellForNode(const KXTreeNode &node);
     [[nodiscard]] qint64 countForNode(const KXTreeNode &node) const;
+    [[nodiscard]] QString countText(const KXTreeNode &node, const QString &count) const;
     bool moveItems(const QList<KXRef<KXManagedObject>> &items, const KXIndexPath &path);
     bool copyItems(const QList<KXRef<KXManagedObject>> &items, const KXIndexPath &path);
     bool perform(const QString &actionName, const std::function<bool()> &act);

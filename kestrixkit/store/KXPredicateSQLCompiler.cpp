@@ -2,9 +2,8 @@
 
 #include <algorithm>
 
-#include <QHash>
-
 #include <kestrixkit/predicate/KXPredicateEvaluator_p.h>
+#include <kestrixkit/predicate/KXPredicateLists_p.h>
 
 using namespace Qt::StringLiterals;
 
@@ -46,36 +45,6 @@ void sqlFlatten(const QList<KXPredicate> &parts, KXPredicateType type, QList<KXP
         else
             flat.append(inner);
     }
-}
-
-/// Turns "a == 1 OR a == 2" into "a == {1, 2}", which SQLite answers from one table.
-QList<KXPredicate> sqlWithLists(const QList<KXPredicate> &parts)
-{
-    QHash<std::pair<QString, int>, qsizetype> places;
-    QHash<qsizetype, QVariantList> lists;
-    QList<KXPredicate> result;
-    for (const KXPredicate &part : parts) {
-        if (part.type() == KXPredicateType::Comparison && part.comparisonOperator() == KXPredicateOperator::Equal
-            && part.modifier() != KXPredicateModifier::All && part.leftExpression().type() == KXExpressionType::KeyPath
-            && part.rightExpression().isConstant()
-            && part.rightExpression().constantValue().typeId() != QMetaType::QVariantList) {
-            const std::pair key(part.leftExpression().keyPath(), part.options());
-            const auto place = places.constFind(key);
-            if (place != places.constEnd()) {
-                lists[*place].append(part.rightExpression().constantValue());
-                continue;
-            }
-            places.insert(key, result.size());
-        }
-        result.append(part);
-    }
-    for (auto it = lists.begin(); it != lists.end(); ++it) {
-        const KXPredicate first = result[it.key()];
-        it->prepend(first.rightExpression().constantValue());
-        result[it.key()] = KXPredicate::comparison(first.leftExpression(), KXPredicateOperator::Equal,
-            KXExpression::expressionForConstantValue(*it), first.modifier(), first.options());
-    }
-    return result;
 }
 
 bool sqlHasPath(const KXExpression &expression)
@@ -154,7 +123,7 @@ void KXPredicateSQLCompiler::compileParts(const QList<KXPredicate> &parts, bool 
     QList<KXPredicate> flat;
     sqlFlatten(parts, isAnd ? KXPredicateType::And : KXPredicateType::Or, flat);
     if (!isAnd)
-        flat = sqlWithLists(flat);
+        flat = KXPredicateJoinEqualities(flat);
     join(0, flat.size(), isAnd, [this, &flat](qsizetype i) { compile(flat[i]); });
 }
 

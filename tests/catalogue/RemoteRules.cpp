@@ -118,7 +118,7 @@ std::vector<std::unique_ptr<RemoteRow>> RemoteRules::rows(int count)
     return rows;
 }
 
-QString RemoteRules::keyPath(Kind kind)
+QString RemoteRules::pathOf(int kind)
 {
     static const QStringList texts { u"title"_s, u"comment"_s, u"artists.name"_s };
     static const QStringList numbers { u"bpm"_s, u"plays"_s, u"price"_s, u"marks"_s, u"tempo"_s, u"artists.@count"_s };
@@ -134,70 +134,8 @@ QString RemoteRules::keyPath(Kind kind)
     }
 }
 
-KXExpression RemoteRules::constant(Kind kind)
+QStringList RemoteRules::ownPatterns() const
 {
-    if (m_random.chance(0.1))
-        kind = Kind(m_random.below(Kinds)); // does not fit
-    if (m_random.chance(0.07))
-        return {};
-    if (!m_random.chance(0.25))
-        return KXExpression::expressionForConstantValue(value(kind, false));
-    QVariantList list;
-    for (int i = m_random.chance(0.02) ? 300 : m_random.below(4); i > 0; --i)
-        list.append(m_random.chance(0.1) ? QVariant() : value(kind, false));
-    return KXExpression::expressionForConstantValue(list);
-}
-
-KXPredicate RemoteRules::comparison()
-{
-    using Operator = KXPredicateOperator;
-    static constexpr Operator relations[]
-        = { Operator::LessThan, Operator::LessThanOrEqual, Operator::GreaterThan, Operator::GreaterThanOrEqual,
-              Operator::Equal, Operator::Equal, Operator::NotEqual, Operator::In, Operator::In, Operator::Between };
-    static constexpr Operator textual[] = { Operator::Matches, Operator::Matches, Operator::Like, Operator::BeginsWith,
-        Operator::EndsWith, Operator::Contains, Operator::In, Operator::BeginsWord };
-    static const QStringList patterns { u"*"_s, u"a*"_s, u"*b"_s, u"?"_s, u"*?b*"_s, u"\\*"_s, u"b\\*"_s, u"ab"_s,
-        u"[ab]+"_s, u"a|á"_s, u"("_s, u"."_s, u"s*"_s, u"(?is).*s.*"_s, u"(?i)SK|ss"_s, u"(?is).*\\.(a|b?)"_s,
-        u"(?is).*\\Á.*"_s, u".*b"_s, u"(?s).*b"_s, u"(?:a|b)*c?"_s, u"[a-c%]*?"_s, u"100%_*"_s, u"de ho"_s,
-        u"HOUSE"_s };
-    const Kind kind = m_random.chance(0.4) ? Text : m_random.chance(0.6) ? Number : Kind(m_random.below(Kinds));
-    const bool isTextual = m_random.chance(kind == Text ? 0.5 : 0.05);
-    Operator comparisonOperator = isTextual ? m_random.oneOf(textual) : m_random.oneOf(relations);
-    if (m_random.chance(0.02))
-        comparisonOperator = Operator(42);
-    KXExpression left = KXExpression::expressionForKeyPath(keyPath(kind));
-    KXExpression right = isTextual && m_random.chance(0.5)
-        ? KXExpression::expressionForConstantValue(m_random.oneOf(patterns))
-        : constant(kind);
-    if (m_random.chance(0.05))
-        right = KXExpression::expressionForKeyPath(keyPath(m_random.chance(0.8) ? kind : Number));
-    if (comparisonOperator == Operator::Between && m_random.chance(0.9))
-        right = KXExpression::expressionForConstantValue(QVariantList { value(kind, false), value(kind, false) });
-    if (m_random.chance(isTextual ? 0.01 : 0.05)) // a pattern is hardly ever a column
-        std::swap(left, right);
-    const auto modifier = KXPredicateModifier(m_random.chance(0.5) ? 0 : m_random.below(4));
-    return KXPredicate::comparison(
-        left, comparisonOperator, right, modifier, m_random.chance(0.25) ? m_random.below(4) : 0);
-}
-
-KXPredicate RemoteRules::rule(int depth)
-{
-    if (depth <= 0 || m_random.chance(0.4))
-        return comparison();
-    switch (m_random.below(12)) {
-    case 0:
-        return m_random.chance(0.5) ? KXPredicate::truePredicate() : KXPredicate::falsePredicate();
-    case 1:
-    case 2:
-    case 3:
-        return KXPredicate::notPredicate(rule(depth - 1));
-    default:
-        break;
-    }
-    QList<KXPredicate> parts;
-    for (int i = m_random.below(4); i >= 0; --i)
-        parts.append(rule(depth - 1));
-    if (m_random.chance(0.03))
-        parts.clear();
-    return m_random.chance(0.5) ? KXPredicate::andPredicate(parts) : KXPredicate::orPredicate(parts);
+    return { u"(?is).*s.*"_s, u"(?i)SK|ss"_s, u"(?is).*\\.(a|b?)"_s, u"(?is).*\\Á.*"_s, u".*b"_s, u"(?s).*b"_s,
+        u"(?:a|b)*c?"_s, u"[a-c%]*?"_s, u"100%_*"_s, u"de ho"_s, u"HOUSE"_s };
 }

@@ -1,5 +1,6 @@
 // Rules mean the same in the catalogue and in memory, whole and in pages.
 
+#include <cmath>
 #include <map>
 
 #include <QDateTime>
@@ -81,7 +82,7 @@ TEST_F(Rules, CountTheSameAsInMemory)
     QList<KXPredicate> rules;
     QList<qint64> expected;
     for (int round = 0; round < rounds; ++round) {
-        const KXPredicate rule = s_rules->rule(3);
+        const KXPredicate rule = s_rules->predicate(3);
         KXError error;
         if (!s_catalogue->dialect().canAnswer(rule, &error)) {
             ASSERT_EQ(error.code(), KXCatalogueError::Refused);
@@ -103,7 +104,8 @@ TEST_F(Rules, CountTheSameAsInMemory)
     std::cout << refused << " of " << rounds << " refused\n";
     for (const auto &[reason, count] : refusals)
         std::cout << "  " << count << ": " << qPrintable(reason) << '\n';
-    EXPECT_LE(refused, rounds / 20);
+    // Of few rounds more may be refused by chance.
+    EXPECT_LE(refused, rounds / 20 + (rounds < 10'000 ? int(3 * std::sqrt(rounds / 20.0)) : 0));
     EXPECT_GE(matching, rounds / 3) << "rules that say nothing";
 }
 
@@ -212,8 +214,9 @@ TEST_F(Rules, ARowThatCannotBeKeptIsLeftOutByName)
     ASSERT_TRUE(loader.begin(&error)) << qPrintable(error.localizedDescription());
     RemoteRow row;
     row.values[u"id"_s] = 100'000;
-    const std::pair<QString, QVariant> bad[] = { { u"title"_s, u"a\u0000b"_s }, { u"bpm"_s, qQNaN() },
-        { u"plays"_s, 2.5 }, { u"released"_s, QDateTime(QDate(12'000, 1, 1), QTime(), Qt::UTC) } };
+    const std::pair<QString, QVariant> bad[]
+        = { { u"id"_s, {} }, { u"title"_s, u"a\u0000b"_s }, { u"bpm"_s, qQNaN() }, { u"loved"_s, u"yes"_s },
+              { u"plays"_s, 2.5 }, { u"released"_s, QDateTime(QDate(12'000, 1, 1), QTime(), Qt::UTC) } };
     for (const auto &[key, value] : bad) {
         RemoteRow changed;
         changed.values = row.values;

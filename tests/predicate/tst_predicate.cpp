@@ -16,6 +16,7 @@
 #include <kestrixkit/foundation/KXObservable.h>
 #include <kestrixkit/foundation/KXOperationQueue.h>
 #include <kestrixkit/predicate/KXPredicate.h>
+#include <kestrixkit/predicate/KXPredicateLists_p.h>
 
 #include "support/KXTestLog.h"
 #include "support/KXTestRandom.h"
@@ -639,5 +640,26 @@ TEST(Predicate, longTextsAreFoldedInPartsAsIfTheyWereWhole)
     for (const QString &piece : pieces) {
         thing.values[u"text"_s] = piece.repeated(1'000'000);
         EXPECT_TRUE(parsed(u"NOT text ==[cd] 'y'"_s).evaluateWithObject(&thing));
+    }
+}
+
+TEST(Predicate, equalitiesOfOneKeyPathBecomeOneWithAList)
+{
+    const std::pair<const char *, const char *> rows[] = {
+        { "a == 1 OR a == 2", "a == {1, 2}" },
+        { "a == 1 OR b > 2 OR a == 'x' OR b == 3 OR a == nil", "a == {1, 'x', nil} OR b > 2 OR b == 3" },
+        { "ANY a.b == 1 OR ANY a.b == 2", "ANY a.b == {1, 2}" },
+        // What means something else stays as it is.
+        { "a == 1 OR a ==[c] 2", "a == 1 OR a ==[c] 2" },
+        { "ALL a == 1 OR ALL a == 2", "ALL a == 1 OR ALL a == 2" },
+        { "a == {1, 2} OR a == 3", "a == {1, 2} OR a == 3" },
+        { "a == b OR a == c OR 1 == a OR a != 1", "a == b OR a == c OR 1 == a OR a != 1" },
+    };
+    for (const auto &[text, joined] : rows) {
+        const QList<KXPredicate> parts
+            = KXPredicateJoinEqualities(KXPredicate::predicateWithText(QString::fromLatin1(text)).subpredicates());
+        const KXPredicate expected = KXPredicate::predicateWithText(QString::fromLatin1(joined));
+        EXPECT_EQ(parts.size() == 1 ? parts.first() : KXPredicate::orPredicate(parts), expected)
+            << text << " became " << qPrintable(KXPredicate::orPredicate(parts).predicateFormat());
     }
 }

@@ -44,7 +44,7 @@ QVariant RandomPredicates::value(Kind kind)
     return objects.isEmpty() ? QVariant() : m_random.oneOf(objects);
 }
 
-QString RandomPredicates::path(Kind kind)
+QString RandomPredicates::pathOf(int kind)
 {
     static const QStringList prefixes { u""_s, u""_s, u""_s, u"original."_s, u"neighbours."_s, u"album.tracks."_s,
         u"genres.tracks."_s, u"neighbours.original."_s, u"original.album.tracks."_s, u"tags.members."_s };
@@ -75,75 +75,11 @@ QString RandomPredicates::path(Kind kind)
     return prefix + m_random.oneOf(others);
 }
 
-KXExpression RandomPredicates::constant(Kind kind)
+KXExpression RandomPredicates::leftOf(int kind)
 {
-    if (m_random.chance(0.1))
-        kind = Kind(m_random.below(Kinds)); // does not fit
-    if (m_random.chance(0.07))
-        return {};
-    if (!m_random.chance(0.25))
-        return KXExpression::expressionForConstantValue(value(kind));
-    QVariantList list;
-    for (int i = m_random.chance(0.02) ? 300 : m_random.below(4); i > 0; --i)
-        list.append(m_random.chance(0.1) ? QVariant() : value(kind));
-    return KXExpression::expressionForConstantValue(list);
-}
-
-KXPredicate RandomPredicates::comparison()
-{
-    static constexpr KXPredicateOperator relations[] = { KXPredicateOperator::LessThan,
-        KXPredicateOperator::LessThanOrEqual, KXPredicateOperator::GreaterThan, KXPredicateOperator::GreaterThanOrEqual,
-        KXPredicateOperator::Equal, KXPredicateOperator::Equal, KXPredicateOperator::NotEqual, KXPredicateOperator::In,
-        KXPredicateOperator::In, KXPredicateOperator::Between };
-    static constexpr KXPredicateOperator textual[] = { KXPredicateOperator::Matches, KXPredicateOperator::Like,
-        KXPredicateOperator::BeginsWith, KXPredicateOperator::EndsWith, KXPredicateOperator::Contains,
-        KXPredicateOperator::In, KXPredicateOperator::BeginsWord };
-    static const QStringList patterns { u"*"_s, u"a*"_s, u"*b"_s, u"?"_s, u"*?b*"_s, u"\\*"_s, u"b\\*"_s, u"ab"_s,
-        u"[ab]+"_s, u"a|á"_s, u"("_s, u"."_s, u"s*"_s };
-
-    const Kind kind = m_random.chance(0.35) ? Text : m_random.chance(0.5) ? Number : Kind(m_random.below(Kinds));
-    const bool isTextual = m_random.chance(kind == Text || kind == Uri ? 0.5 : 0.05);
-    KXPredicateOperator comparisonOperator = isTextual ? m_random.oneOf(textual) : m_random.oneOf(relations);
     if (m_random.chance(0.02))
-        comparisonOperator = KXPredicateOperator(42);
-    KXExpression left = m_random.chance(0.02) ? KXExpression::expressionForEvaluatedObject()
-                                              : KXExpression::expressionForKeyPath(path(kind));
+        return KXExpression::expressionForEvaluatedObject();
     if (m_random.chance(0.02))
-        left = KXExpression::expressionForKeyPath(m_random.chance(0.5) ? u""_s : u"album."_s);
-    KXExpression right = isTextual && m_random.chance(0.5)
-        ? KXExpression::expressionForConstantValue(m_random.oneOf(patterns))
-        : constant(kind);
-    if (m_random.chance(0.15))
-        right = KXExpression::expressionForKeyPath(path(m_random.chance(0.8) ? kind : Number));
-    if (comparisonOperator == KXPredicateOperator::Between && m_random.chance(0.9))
-        right = KXExpression::expressionForConstantValue(QVariantList { value(kind), value(kind) });
-    if (m_random.chance(0.1))
-        std::swap(left, right);
-    const auto modifier = KXPredicateModifier(m_random.chance(0.5) ? 0 : m_random.below(4));
-    return KXPredicate::comparison(
-        left, comparisonOperator, right, modifier, m_random.chance(0.25) ? m_random.below(4) : 0);
-}
-
-KXPredicate RandomPredicates::predicate(int depth)
-{
-    if (depth <= 0 || m_random.chance(0.4))
-        return comparison();
-    switch (m_random.below(12)) {
-    case 0:
-        return KXPredicate::truePredicate();
-    case 1:
-        return KXPredicate::falsePredicate();
-    case 2:
-    case 3:
-    case 4:
-        return KXPredicate::notPredicate(predicate(depth - 1));
-    default:
-        break;
-    }
-    QList<KXPredicate> parts;
-    for (int i = m_random.below(4); i >= 0; --i)
-        parts.append(predicate(depth - 1));
-    if (m_random.chance(0.03))
-        parts.clear();
-    return m_random.chance(0.5) ? KXPredicate::andPredicate(parts) : KXPredicate::orPredicate(parts);
+        return KXExpression::expressionForKeyPath(m_random.chance(0.5) ? u""_s : u"album."_s);
+    return RandomRules::leftOf(kind);
 }

@@ -1,33 +1,26 @@
 #pragma once
 
-#include <QStringList>
+#include "support/RandomRules.h"
 
-#include <kestrixkit/predicate/KXPredicate.h>
-
-#include "support/KXTestRandom.h"
-
-/// Makes predicates over the test library's tracks in which comparisons hit and miss about equally: their constants
-/// come from the same small pools as the objects' values, and some are of a kind that does not fit.
-class RandomPredicates
+/// Random predicates over the test library's tracks: their constants come from the same small pools as the objects'
+/// values.
+class RandomPredicates : public RandomRules
 {
 public:
     enum Kind { Text, Number, Date, Binary, Uri, Uuid, Object, Kinds };
 
-    explicit RandomPredicates(KXTestRandom &random)
-        : m_random(random)
-    {
-    }
+    using RandomRules::RandomRules;
 
-    [[nodiscard]] KXPredicate predicate(int depth);
     /// A value from the pool of the kind.
     [[nodiscard]] QVariant value(Kind kind);
 
     QVariantList objects; ///< what constants of the kind Object are drawn from
 
-private:
-    [[nodiscard]] KXPredicate comparison();
-    [[nodiscard]] KXExpression constant(Kind kind);
-    [[nodiscard]] QString path(Kind kind);
-
-    KXTestRandom &m_random;
+protected:
+    [[nodiscard]] int kinds() const override { return Kinds; }
+    [[nodiscard]] QVariant constantOf(int kind) override { return value(Kind(kind)); }
+    [[nodiscard]] QString pathOf(int kind) override;
+    [[nodiscard]] KXExpression leftOf(int kind) override;
+    [[nodiscard]] bool isText(int kind) const override { return kind == Text || kind == Uri; }
+    [[nodiscard]] Odds odds() const override { return { 0.35, 0.5, 0.15, 0.1, 0.1 }; }
 };
