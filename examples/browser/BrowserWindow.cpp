@@ -24,6 +24,7 @@
 #include <kestrixkit/toolkit/KXAlert.h>
 #include <kestrixkit/toolkit/KXMenu.h>
 
+#include "AnalysisCommands.h"
 #include "Analytics.h"
 #include "BrowserStyle.h"
 #include "BulkEdits.h"
@@ -126,8 +127,9 @@ BrowserWindow::BrowserWindow(KXPersistentStoreCoordinator::Ref coordinator)
 BrowserWindow::~BrowserWindow()
 {
     m_changeToken.reset();
-    delete m_bulkEdits.exchange(nullptr);
     delete std::exchange(m_trackCommands, nullptr);
+    delete m_analysis;
+    delete m_bulkEdits.exchange(nullptr);
     delete m_missing;
     delete m_files;
     cancelImport();
@@ -383,15 +385,17 @@ void BrowserWindow::buildCommands()
 {
     m_files = new FileCommands(this);
     m_missing = new MissingFiles(this, &m_editor);
-    m_trackCommands = new TrackCommands(this, &m_editor, m_missing);
-    const auto say = [this](const QString &what) { m_status->setText(what); };
-    connect(m_missing, &MissingFiles::said, this, say);
-    connect(m_trackCommands, &TrackCommands::said, this, say);
     auto *const bulk = new BulkEdits(this, m_context, m_status);
     m_bulkEdits = bulk;
+    m_analysis = new AnalysisCommands(this, &m_editor, bulk);
+    m_trackCommands = new TrackCommands(this, &m_editor, m_missing, m_analysis);
+    const auto say = [this](const QString &what) { m_status->setText(what); };
+    connect(m_missing, &MissingFiles::said, this, say);
+    connect(m_analysis, &AnalysisCommands::said, this, say);
+    connect(m_trackCommands, &TrackCommands::said, this, say);
     m_model->setBulkEdit([bulk](const auto &properties, const QString &name) { return bulk->edit(properties, name); });
     const QList<QAction *> menus = menuBar()->actions();
-    menuBar()->insertMenu(menus[0], m_files->makeMenu({ m_missing->find }));
+    menuBar()->insertMenu(menus[0], m_files->makeMenu({ m_missing->find, m_analysis->all }));
     menuBar()->insertMenu(menus[1], m_trackCommands->makeMenu(this));
 }
 

@@ -14,6 +14,7 @@
 #include "LibraryEditor.h"
 #include "TrackTableModel.h"
 
+class AnalysisCommands;
 class BulkEdits;
 class CrateTable;
 class FileCommands;
@@ -54,6 +55,7 @@ public:
     [[nodiscard]] FileCommands *files() const { return m_files; }
     [[nodiscard]] MissingFiles *missing() const { return m_missing; }
     [[nodiscard]] TrackCommands *trackCommands() const { return m_trackCommands; }
+    [[nodiscard]] AnalysisCommands *analysis() const { return m_analysis; }
 
     [[nodiscard]] TrackTableModel *model() const { return m_model; }
     [[nodiscard]] TrackTableView *table() const { return m_table; }
@@ -124,6 +126,7 @@ private:
     CrateTable *m_crateTable;
     FileCommands *m_files;
     MissingFiles *m_missing;
+    AnalysisCommands *m_analysis;
     TrackCommands *m_trackCommands = nullptr;
     std::atomic<BulkEdits *> m_bulkEdits { nullptr }; // asked by whoever saves
     PlayHistory *m_playHistory;

@@ -153,6 +153,12 @@ private:
 
 } // namespace
 
+bool isGone(const std::string &path)
+{
+    struct stat status = {};
+    return ::lstat(path.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR);
+}
+
 bool isBelow(const std::string &path, const std::string &folder)
 {
     return path.compare(0, folder.size(), folder) == 0

@@ -48,6 +48,9 @@ Scan scanFiles(const std::vector<std::string> &files);
 /// Device and number of a folder: another one when a drive goes away, or its place stays behind empty.
 std::optional<std::pair<quint64, quint64>> markOfFolder(const std::string &folder);
 
+/// Whether there is no such file. One that cannot be looked at is not gone.
+bool isGone(const std::string &path);
+
 /// Whether a path is that of a folder or leads through it.
 bool isBelow(const std::string &path, const std::string &folder);
 /// How a path is shown to people: relative to the folder where it is below it.
