@@ -30,6 +30,7 @@
 #include "BulkEdits.h"
 #include "CrateTable.h"
 #include "CratesPane.h"
+#include "DemoHint.h"
 #include "FileCommands.h"
 #include "FilterStrip.h"
 #include "GenreDialog.h"
@@ -52,6 +53,7 @@
 #include "TrackReasons.h"
 #include "TrackTableView.h"
 #include "WaveformMaker.h"
+#include "Welcome.h"
 #include "WindowState.h"
 
 using namespace Qt::StringLiterals;
@@ -299,11 +301,8 @@ void BrowserWindow::buildTable()
     });
     m_table->setMenu(menu);
 
-    m_emptyText = new QLabel(tr("No music in the library yet"), m_table->viewport());
-    m_emptyText->setAlignment(Qt::AlignCenter);
-    auto *centre = new QVBoxLayout(m_table->viewport());
-    centre->addWidget(m_emptyText);
-    m_emptyText->hide();
+    m_empty = new Welcome(m_table->viewport());
+    m_demoHint = new DemoHint;
     auto *all = new QWidget;
     auto *column = new QVBoxLayout(all);
     column->setContentsMargins(0, 0, 0, 0);
@@ -312,6 +311,7 @@ void BrowserWindow::buildTable()
     auto *rows = new QVBoxLayout(tracks);
     rows->setContentsMargins(0, 0, 0, 0);
     rows->setSpacing(0);
+    rows->addWidget(m_demoHint);
     rows->addWidget(m_filterStrip);
     rows->addWidget(m_table, 1);
     buildPlaces(tracks, view);
@@ -384,6 +384,10 @@ void BrowserWindow::buildStatus()
 void BrowserWindow::buildCommands()
 {
     m_files = new FileCommands(this);
+    connect(m_demoHint, &DemoHint::folderRequested, m_files, &FileCommands::chooseFolder);
+    connect(m_empty, &Welcome::folderRequested, m_files, &FileCommands::chooseFolder);
+    connect(m_empty, &Welcome::filesRequested, m_files, &FileCommands::chooseFiles);
+    connect(m_empty, &Welcome::demoRequested, m_files, &FileCommands::addDemoMusic);
     m_missing = new MissingFiles(this, &m_editor);
     auto *const bulk = new BulkEdits(this, m_context, m_status);
     m_bulkEdits = bulk;
@@ -546,7 +550,7 @@ void BrowserWindow::importMusic(const ImportOperation::Source &source)
     m_cancel->setEnabled(true);
     m_cancel->show();
     m_progress->show();
-    m_emptyText->hide();
+    m_empty->hide();
 }
 
 void BrowserWindow::cancelImport()
@@ -578,10 +582,15 @@ void BrowserWindow::showSummary()
         reasons.append(u"%1: %2"_s.arg(file.file, file.reason));
     }
     m_summary->setToolTip(reasons.join(u'\n'));
-    m_emptyText->setText(m_filterStrip->predicate()             ? tr("No track fits this")
-            : m_model->isFiltered() && !m_emptyReason.isEmpty() ? m_emptyReason
-                                                                : tr("No music in the library yet"));
-    m_emptyText->setVisible(tracks == 0 && !m_import);
+    m_demoHint->follow(m_model->index(0, 0).data(TrackTableModel::LocationRole).toUrl());
+    if (tracks > 0 || m_import)
+        m_empty->hide();
+    else if (m_filterStrip->predicate())
+        m_empty->showReason(tr("No track fits this"));
+    else if (m_model->isFiltered() && !m_emptyReason.isEmpty())
+        m_empty->showReason(m_emptyReason);
+    else
+        m_empty->showGreeting();
 }
 
 void BrowserWindow::showProgress(qint64 done, qint64 total)

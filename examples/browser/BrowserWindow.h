@@ -17,6 +17,7 @@
 class AnalysisCommands;
 class BulkEdits;
 class CrateTable;
+class DemoHint;
 class FileCommands;
 class FilterStrip;
 class KXThemeableSplitView;
@@ -35,6 +36,7 @@ class TrackCommands;
 class TrackInspector;
 class TrackTableView;
 class WaveformMaker;
+class Welcome;
 
 /// The library's window: its places and presets to the left, the tracks of what is selected there in a sortable table,
 /// filters for them above it, a summary at the top and the import's progress below.
@@ -132,7 +134,8 @@ private:
     PlayHistory *m_playHistory;
     WaveformMaker *m_waveformMaker;
     QLabel *m_summary;
-    QLabel *m_emptyText;
+    Welcome *m_empty; // in the table's place
+    DemoHint *m_demoHint;
     QLabel *m_status;
     QProgressBar *m_progress;
     QPushButton *m_cancel;

@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -35,6 +36,8 @@ struct Scan
     std::optional<std::pair<quint64, quint64>> rootMark;
 };
 
+/// How files' names end that hold music: "flac".
+std::span<const std::string_view> musicExtensions();
 /// Whether a file's name ends as those of music do.
 bool isMusicName(std::string_view name);
 
