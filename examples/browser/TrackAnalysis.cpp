@@ -118,10 +118,12 @@ std::vector<qint64> TrackAnalysis::unknown() const
     return keys;
 }
 
-std::vector<TrackAnalysis::Task> TrackAnalysis::tasksFor(const std::vector<qint64> &tracks) const
+std::vector<TrackAnalysis::Task> TrackAnalysis::tasksFor(const std::vector<qint64> &tracks, const Stop &stop) const
 {
     std::vector<Task> tasks;
     for (const qint64 key : tracks) {
+        if (stop && stop())
+            break;
         const KXRef<Track> wanted = track(key);
         if (wanted && !wanted->missing() && !missingOf(*wanted).isEmpty())
             tasks.push_back({ key, pathOfUrl(wanted->location()) });
@@ -133,7 +135,7 @@ TrackAnalysisResult TrackAnalysis::run(const std::vector<qint64> &tracks, const 
 {
     using Clock = std::chrono::steady_clock;
     TrackAnalysisResult result;
-    const std::vector<Task> tasks = tasksFor(tracks);
+    const std::vector<Task> tasks = tasksFor(tracks, stop);
     std::vector<Heard> heard, pending;
     Listeners listeners(tasks.size(), stop);
     listeners.start([&](size_t task) {
@@ -159,7 +161,7 @@ TrackAnalysisResult TrackAnalysis::run(const std::vector<qint64> &tracks, const 
         if (progress)
             progress(done, qint64(tasks.size()));
     }
-    result.cancelled = done < qint64(tasks.size());
+    result.cancelled = done < qint64(tasks.size()) || (stop && stop());
     (void)save();
     return result;
 }

@@ -58,7 +58,7 @@ private:
     };
 
     [[nodiscard]] KXRef<Track> track(qint64 key) const;
-    [[nodiscard]] std::vector<Task> tasksFor(const std::vector<qint64> &tracks) const;
+    [[nodiscard]] std::vector<Task> tasksFor(const std::vector<qint64> &tracks, const Stop &stop) const;
     void take(const Task &task, const SoundAnalysis &analysis, TrackAnalysisResult &result);
     bool set(Track &track, AnalysedValues &values);
     KXError change(const std::vector<AnalysedValues> &found, bool isSet);

@@ -38,9 +38,9 @@ Welcome::Welcome(QWidget *parent)
         connect(button, &QPushButton::clicked, this, requested);
         row->addWidget(button);
     };
-    add(tr("Add Music &Folder…"), KXDefaultButtonStyles, &Welcome::folderRequested);
-    add(tr("Add Fi&les…"), KXButtonStyles, &Welcome::filesRequested);
-    add(tr("&Try Demo Music"), KXButtonStyles, &Welcome::demoRequested);
+    add(tr("Add Music Folder…"), KXDefaultButtonStyles, &Welcome::folderRequested);
+    add(tr("Add Files…"), KXButtonStyles, &Welcome::filesRequested);
+    add(tr("Try Demo Music"), KXButtonStyles, &Welcome::demoRequested);
     row->addStretch();
 
     auto *const column = new QVBoxLayout(this);
