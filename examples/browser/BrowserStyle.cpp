@@ -130,10 +130,11 @@ void BrowserStyle::setDark(bool dark)
         QStatusBar { background: %1; border-top: 1px solid %2; color: %3; min-height: 30px; }
         QStatusBar QLabel { color: %3; }
         QStatusBar::item { border: none; }
-        QCheckBox::indicator { width: 14px; height: 14px; border: 1px solid %7; border-radius: 3px; background: %6; }
+        QCheckBox::indicator { width: 14px; height: 14px; border: 1px solid %11; border-radius: 3px; background: %6; }
         QCheckBox::indicator:checked { image: url(:/kestrixkit/icons/check.svg); background: %10; border-color: %10; }
         QToolTip { background: %1; color: %4; border: 1px solid %7; padding: 4px; }
     )"_s.arg(c.panel.name(), c.line.name(), c.secondaryText.name(), c.text.name(), c.disabledText.name(),
-        c.controlPressed.name(), c.border.name(), c.selection.name(), c.selectedText.name(), c.accent.name()));
+        c.controlPressed.name(), c.border.name(), c.selection.name(), c.selectedText.name(), c.accent.name(),
+        c.knob.name()));
     KXThemeManager::sharedManager().setTheme(theme); // last: what follows it finds the palette
 }

@@ -13,11 +13,13 @@
 #include <kestrixkit/store/KXPersistentStore.h>
 #include <kestrixkit/toolkit/KXMenu.h>
 
+#include "AnalysisCommands.h"
 #include "Analytics.h"
 #include "BrowserStyle.h"
 #include "BulkEdits.h"
 #include "CrateTable.h"
 #include "CratesPane.h"
+#include "DemoHint.h"
 #include "FileCommands.h"
 #include "FilterStrip.h"
 #include "FoundObjects.h"
@@ -42,6 +44,7 @@
 #include "TrackInspector.h"
 #include "TrackTableView.h"
 #include "WaveformMaker.h"
+#include "Welcome.h"
 #include "WindowState.h"
 #include "shop/ShopPlace.h"
 
@@ -96,8 +99,9 @@ BrowserWindow::BrowserWindow(KXPersistentStoreCoordinator::Ref coordinator)
 BrowserWindow::~BrowserWindow()
 {
     m_changeToken.reset();
-    delete m_bulkEdits.exchange(nullptr);
     delete std::exchange(m_trackCommands, nullptr);
+    delete m_analysis;
+    delete m_bulkEdits.exchange(nullptr);
     delete m_missing;
     delete m_files;
     m_import->cancelAndWait();
@@ -198,6 +202,8 @@ void BrowserWindow::buildTable()
     m_table->setSortOptionsAutoSaveName(u"TrackTableSortOptions"_s);
     m_table->loadSortOptions();
     buildTrackMenu();
+    m_demoHint = new DemoHint;
+    m_summary->setDemoHint(m_demoHint);
     auto *all = new QWidget;
     auto *column = new QVBoxLayout(all);
     column->setContentsMargins(0, 0, 0, 0);
@@ -206,6 +212,7 @@ void BrowserWindow::buildTable()
     auto *rows = new QVBoxLayout(tracks);
     rows->setContentsMargins(0, 0, 0, 0);
     rows->setSpacing(0);
+    rows->addWidget(m_demoHint);
     rows->addWidget(m_filterStrip);
     rows->addWidget(m_table, 1);
     tracks->setFocusProxy(m_table);
@@ -308,16 +315,22 @@ void BrowserWindow::buildEditMenu()
 void BrowserWindow::buildCommands()
 {
     m_files = new FileCommands(this);
+    connect(m_demoHint, &DemoHint::folderRequested, m_files, &FileCommands::chooseFolder);
+    connect(m_summary->welcome(), &Welcome::folderRequested, m_files, &FileCommands::chooseFolder);
+    connect(m_summary->welcome(), &Welcome::filesRequested, m_files, &FileCommands::chooseFiles);
+    connect(m_summary->welcome(), &Welcome::demoRequested, m_files, &FileCommands::addDemoMusic);
     m_missing = new MissingFiles(this, &m_editor);
-    m_trackCommands = new TrackCommands(this, &m_editor, m_missing);
-    const auto say = [this](const QString &what) { m_status->setText(what); };
-    connect(m_missing, &MissingFiles::said, this, say);
-    connect(m_trackCommands, &TrackCommands::said, this, say);
     auto *const bulk = new BulkEdits(this, m_context, m_status);
     m_bulkEdits = bulk;
+    m_analysis = new AnalysisCommands(this, &m_editor, bulk);
+    m_trackCommands = new TrackCommands(this, &m_editor, m_missing, m_analysis);
+    const auto say = [this](const QString &what) { m_status->setText(what); };
+    connect(m_missing, &MissingFiles::said, this, say);
+    connect(m_analysis, &AnalysisCommands::said, this, say);
+    connect(m_trackCommands, &TrackCommands::said, this, say);
     m_model->setBulkEdit([bulk](const auto &properties, const QString &name) { return bulk->edit(properties, name); });
     const QList<QAction *> menus = menuBar()->actions();
-    menuBar()->insertMenu(menus[0], m_files->makeMenu({ m_missing->find }));
+    menuBar()->insertMenu(menus[0], m_files->makeMenu({ m_missing->find, m_analysis->all }));
     menuBar()->insertMenu(menus[1], m_trackCommands->makeMenu(this));
 }
 

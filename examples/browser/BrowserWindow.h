@@ -8,8 +8,10 @@
 #include "LibraryEditor.h"
 #include "TrackTableModel.h"
 
+class AnalysisCommands;
 class BulkEdits;
 class CrateTable;
+class DemoHint;
 class FileCommands;
 class FilterStrip;
 class FoundObjects;
@@ -52,6 +54,7 @@ public:
     [[nodiscard]] FileCommands *files() const { return m_files; }
     [[nodiscard]] MissingFiles *missing() const { return m_missing; }
     [[nodiscard]] TrackCommands *trackCommands() const { return m_trackCommands; }
+    [[nodiscard]] AnalysisCommands *analysis() const { return m_analysis; }
 
     [[nodiscard]] TrackTableModel *model() const { return m_model; }
     [[nodiscard]] TrackTableView *table() const { return m_table; }
@@ -112,6 +115,7 @@ private:
     CrateTable *m_crateTable;
     FileCommands *m_files;
     MissingFiles *m_missing;
+    AnalysisCommands *m_analysis;
     TrackCommands *m_trackCommands = nullptr;
     std::atomic<BulkEdits *> m_bulkEdits { nullptr }; // asked by whoever saves
     PlayHistory *m_playHistory;
@@ -119,5 +123,6 @@ private:
     ListSummary *m_summary;
     QLabel *m_status; // what happened last
     MusicImport *m_import;
+    DemoHint *m_demoHint;
     KXPersistentStoreCoordinator::ChangeToken m_changeToken; // last: its observer uses what stands above
 };

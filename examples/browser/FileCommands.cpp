@@ -8,14 +8,16 @@
 #include <QCryptographicHash>
 #include <QDropEvent>
 #include <QFile>
-#include <QFileDialog>
 #include <QMenu>
 #include <QMimeData>
 
+#include <kestrixkit/foundation/KXFileManager.h>
 #include <kestrixkit/foundation/KXMainQueue.h>
 #include <kestrixkit/foundation/KXUserDefaults.h>
 
 #include "BrowserWindow.h"
+#include "DemoMusic.h"
+#include "FileDialogs.h"
 #include "MessageStrip.h"
 #include "Settings.h"
 #include "TrackTableView.h"
@@ -86,27 +88,20 @@ void FileCommands::updateActions()
 
 void FileCommands::chooseFolder()
 {
-    auto *const dialog = new QFileDialog(m_window, tr("Add Music Folder"));
-    dialog->setAttribute(Qt::WA_DeleteOnClose);
-    dialog->setFileMode(QFileDialog::Directory);
-    dialog->setOption(QFileDialog::ShowDirsOnly);
-    connect(dialog, &QFileDialog::fileSelected, this,
-        [this](const QString &folder) { addFolders({ QFile::encodeName(folder).toStdString() }); });
-    dialog->open();
+    FileDialogs::ask(m_window, { tr("Add Music Folder"), tr("Add"), FileDialogs::Kind::Folder, u"add"_s }, this,
+        [this](const std::vector<std::string> &folders) { addFolders(folders); });
 }
 
 void FileCommands::chooseFiles()
 {
-    auto *const dialog = new QFileDialog(m_window, tr("Add Files"));
-    dialog->setAttribute(Qt::WA_DeleteOnClose);
-    dialog->setFileMode(QFileDialog::ExistingFiles);
-    connect(dialog, &QFileDialog::filesSelected, this, [this](const QStringList &chosen) {
-        std::vector<std::string> files;
-        for (const QString &file : chosen)
-            files.push_back(QFile::encodeName(file).toStdString());
-        addFiles(files);
-    });
-    dialog->open();
+    FileDialogs::ask(m_window, { tr("Add Files"), tr("Add"), FileDialogs::Kind::MusicFiles, u"add"_s }, this,
+        [this](const std::vector<std::string> &files) { addFiles(files); });
+}
+
+void FileCommands::addDemoMusic()
+{
+    if (!m_window->isImporting())
+        m_window->importMusic([](QString *error) { return DemoMusic::make(KXFileManager::cachesFolderPath(), error); });
 }
 
 void FileCommands::addFiles(const std::vector<std::string> &files)

@@ -30,6 +30,8 @@ public:
     /// Remembers the folders and imports them; those that are remembered already, or lie in one that is, are looked
     /// through again.
     void addFolders(const std::vector<std::string> &folders);
+    /// The music that the browser makes itself, for a look around.
+    void addDemoMusic();
     /// Files alone are not remembered.
     void addFiles(const std::vector<std::string> &files);
     /// Imports them when what is being imported is done.
@@ -37,6 +39,9 @@ public:
     void enqueue(const ImportTask &task);
     /// At once, instead of a while after the last import. What was moved or retagged is known again from then on.
     void readSounds(std::function<void()> done = {});
+    /// Asks what to add.
+    void chooseFolder();
+    void chooseFiles();
     /// All that are remembered.
     void rescan();
     /// Tells what an import could not read, unless all of that was told before, by this browser or an earlier one.
@@ -46,8 +51,6 @@ protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
-    void chooseFolder();
-    void chooseFiles();
     void showUnreadable();
     void goOn();
     void updateActions();

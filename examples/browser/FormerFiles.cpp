@@ -1,9 +1,6 @@
 #include "FormerFiles.h"
 
 #include <algorithm>
-#include <cerrno>
-
-#include <sys/stat.h>
 
 #include <kestrixkit/audio/KXAudioOutline.h>
 #include <kestrixkit/context/KXManagedObjectContext.h>
@@ -47,15 +44,11 @@ FormerFiles::Range FormerFiles::ofLength(std::optional<double> duration, double 
     return { from, std::lower_bound(from, m_tracks.end(), length + give, isShorter) };
 }
 
-/// A file that cannot be looked at is not gone.
 bool FormerFiles::isGone(Former &former)
 {
     if (former.state == Former::Unknown) {
         const KXRef<Track> known = track(former.key);
-        struct stat status = {};
-        const bool gone = known && ::lstat(pathOfUrl(known->location()).c_str(), &status) != 0
-            && (errno == ENOENT || errno == ENOTDIR);
-        former.state = gone ? Former::Gone : Former::There;
+        former.state = known && ::isGone(pathOfUrl(known->location())) ? Former::Gone : Former::There;
     }
     return former.state == Former::Gone;
 }

@@ -5,14 +5,15 @@
 #include <map>
 #include <memory>
 #include <unordered_map>
-#include <unordered_set>
 
 #include <kestrixkit/context/KXManagedObjectContext.h>
 #include <kestrixkit/foundation/KXClock.h>
 #include <kestrixkit/predicate/KXPredicate.h>
 
+#include "LeftOutFiles.h"
 #include "Parallel.h"
 #include "TagReaders.h"
+#include "TrackFields.h"
 #include "TrackFilling.h"
 #include "TrackNames.h"
 
@@ -36,6 +37,7 @@ public:
         , m_names(*m_context)
         , m_stop(stop)
         , m_progress(progress)
+        , m_leftOut(*m_context)
     {
     }
 
@@ -46,7 +48,7 @@ public:
         m_scan = m_isOfFiles ? scanFiles(task.files) : scanFolder(task.folder, m_stop);
         m_result.skipped = m_scan.skipped;
         loadKnown();
-        loadLeftOut();
+        letInWhatIsNamed();
         std::vector<const ScannedFile *> changed;
         for (const ScannedFile &file : m_scan.files) {
             if (isToBeRead(file))
@@ -81,6 +83,7 @@ private:
         KXManagedObjectID id;
         qint64 size;
         qint64 modified;
+        std::optional<qint64> hash, head; // of its sound
         bool missing;
         bool found = false;
     };
@@ -90,8 +93,9 @@ private:
     {
         const ScannedFile *file;
         TagReading reading;
-        bool wantsSound = false;
+        bool wantsSound = false, wantsHead = false;
         TrackSound sound = {};
+        qint64 head = 0; // of its sound
         std::vector<LikelyFile> likely = {};
     };
 
@@ -110,7 +114,8 @@ private:
             const KXRef<Track> track = Track::cast(object);
             if (track)
                 m_known.insert({ pathOfUrl(track->location()),
-                    { track->objectID(), track->fileSize(), track->fileModified(), track->missing() } });
+                    { track->objectID(), track->fileSize(), track->fileModified(), track->soundHash(),
+                        track->soundHead(), track->missing() } });
         }
         for (const ScannedFile &file : m_scan.files) {
             if (const auto known = m_known.find(file.path); known != m_known.end())
@@ -119,21 +124,12 @@ private:
     }
 
     /// Files that the user names come back into the library, whatever became of them before.
-    void loadLeftOut()
+    void letInWhatIsNamed()
     {
-        for (const KXRef<LeftOutFile> &out : LeftOutFile::findAllInContext(*m_context)) {
-            if (out)
-                m_leftOut.insert(pathOfUrl(out->location()));
-        }
         if (!m_isOfFiles || m_onlyFindsMissing)
             return;
-        for (const ScannedFile &file : m_scan.files) {
-            if (m_leftOut.erase(file.path) == 0)
-                continue;
-            const auto those = KXPredicate::predicateWithFormat("location == %@", urlOfPath(file.path));
-            for (const KXRef<LeftOutFile> &out : LeftOutFile::findUsingPredicate(those, *m_context))
-                m_context->removeManagedObject(out);
-        }
+        for (const ScannedFile &file : m_scan.files)
+            m_leftOut.letIn(file.path);
     }
 
     bool isToBeRead(const ScannedFile &file)
@@ -167,11 +163,15 @@ private:
             m_wentAway = true; // what was read before is saved
             return;
         }
-        for (Arrival &arrival : arrivals)
+        for (Arrival &arrival : arrivals) {
             arrival.wantsSound = wantsSound(arrival);
+            arrival.wantsHead = wantsHead(arrival);
+        }
         forEachInParallel(arrivals.size(), [&](size_t i) {
             if (arrivals[i].wantsSound)
                 arrivals[i].sound = Sounds::ofFile(arrivals[i].file->path);
+            if (arrivals[i].wantsHead)
+                arrivals[i].head = Sounds::headOfFile(arrivals[i].file->path);
         });
         for (Arrival &arrival : arrivals) {
             if (!goesOn())
@@ -187,13 +187,22 @@ private:
         }
     }
 
-    /// Whether it is worth reading through: it may be the file of a track whose own is gone.
+    /// A file that was written again may hold other sound by now.
+    bool wantsHead(const Arrival &arrival) const
+    {
+        const auto known = m_known.find(arrival.file->path);
+        return !m_onlyFindsMissing && arrival.reading.tags && known != m_known.end()
+            && known->second.hash.value_or(0) != 0;
+    }
+
+    /// Whether it is worth reading through: it may be the file of a track whose own is gone, or one that was left out.
     bool wantsSound(const Arrival &arrival)
     {
         if (!arrival.reading.tags || (isKnown(*arrival.file) && !m_onlyFindsMissing))
             return false;
         const std::optional<double> duration = arrival.reading.tags->duration;
-        return former().ofSameFile(*arrival.file, duration) == 0 && former().mayHave(duration);
+        return former().ofSameFile(*arrival.file, duration) == 0
+            && (former().mayHave(duration) || (!m_isOfFiles && m_leftOut.mayHave(duration)));
     }
 
     FormerFiles &former()
@@ -221,8 +230,14 @@ private:
             return;
         }
         if (known != m_known.end() && !m_onlyFindsMissing) {
-            if (const KXRef<Track> track = Track::cast(m_context->objectWithID(known->second.id)))
+            if (const KXRef<Track> track = Track::cast(m_context->objectWithID(known->second.id))) {
+                noteSound(*track);
+                if (arrival.wantsHead && arrival.head != known->second.head) {
+                    Sounds::forget(*track);
+                    TrackFields::forgetAnalysed(*track);
+                }
                 store(*track, arrival);
+            }
             ++m_result.updated;
             return;
         }
@@ -232,6 +247,10 @@ private:
             former = this->former().ofSameSound(arrival.sound, duration);
         if (former != 0 && !isKnown(file)) {
             adopt(former, arrival);
+            return;
+        }
+        if (!m_isOfFiles && !m_onlyFindsMissing && m_leftOut.hasMoved(file, arrival.sound, duration)) {
+            ++m_touched;
             return;
         }
         arrival.likely = former != 0 ? std::vector<LikelyFile> { { former, file.path, 1 } }
@@ -365,7 +384,7 @@ private:
     const Importer::Progress &m_progress;
     Scan m_scan;
     std::unordered_map<std::string, Known> m_known; // by path
-    std::unordered_set<std::string> m_leftOut; // paths
+    LeftOutFiles m_leftOut;
     std::unique_ptr<FormerFiles> m_former; // from the first new file on
     std::vector<Arrival> m_likely;
     std::set<qint64> m_sounds; // whose files came or went

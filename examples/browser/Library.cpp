@@ -46,9 +46,13 @@ KXEntityDescription trackEntity()
         .add(Property::attribute(u"added"_s, Type::Date).required().indexed())
         .add(Property::attribute(u"importNotes"_s, Type::String))
         .add(Property::attribute(u"soundHash"_s, Type::Integer64).indexed())
+        .add(Property::attribute(u"soundHead"_s, Type::Integer64))
         .add(Property::attribute(u"soundOutline"_s, Type::Binary))
         .add(Property::attribute(u"copies"_s, Type::Integer16))
         .add(Property::attribute(u"fileTags"_s, Type::Binary))
+        .add(Property::attribute(u"analysedBpm"_s, Type::Double))
+        .add(Property::attribute(u"analysedKey"_s, Type::Integer16))
+        .add(Property::attribute(u"analysisNote"_s, Type::String))
         .add(Property::toOne(u"album"_s, u"Album"_s, u"tracks"_s))
         .add(Property::toOne(u"key"_s, u"Key"_s, u"tracks"_s))
         .add(Property::toMany(u"artists"_s, u"Artist"_s, u"tracks"_s))
@@ -79,7 +83,11 @@ KXManagedObjectModel::Ref Library::model()
         = KXManagedObjectModel::make(Crates::entities() << QList<KXEntityDescription> {
                                          trackEntity(),
                                          KXEntityDescription(u"LeftOutFile"_s)
-                                             .add(Property::attribute(u"location"_s, Type::URI).required().indexed()),
+                                             .add(Property::attribute(u"location"_s, Type::URI).required().indexed())
+                                             .add(Property::attribute(u"fileSize"_s, Type::Integer64))
+                                             .add(Property::attribute(u"fileModified"_s, Type::Integer64))
+                                             .add(Property::attribute(u"duration"_s, Type::Double))
+                                             .add(Property::attribute(u"soundHash"_s, Type::Integer64)),
                                          namedEntity(u"Artist"_s, u"artists"_s),
                                          namedEntity(u"Genre"_s, u"genres"_s),
                                          namedEntity(u"Label"_s, u"labels"_s),

@@ -88,9 +88,16 @@ public:
 
     // What the file is known again by. A hash of 0 says that it has no sound that can be read.
     KX_ATTRIBUTE(std::optional<qint64>, soundHash, setSoundHash) // of its packets: see Sounds
+    KX_ATTRIBUTE(std::optional<qint64>, soundHead, setSoundHead) // of its first packets
     KX_ATTRIBUTE(std::optional<QByteArray>, soundOutline, setSoundOutline) // of how it begins, however it is encoded
     KX_ATTRIBUTE(std::optional<int>, copies, setCopies) // tracks of that sound whose files are there; absent: this one
     KX_ATTRIBUTE(std::optional<QByteArray>, fileTags, setFileTags) // marks of what it says: see TrackFields
+
+    // What was found by listening, as long as nobody has confirmed it. A tempo or key that is another one by now came
+    // from somewhere else.
+    KX_ATTRIBUTE(std::optional<double>, analysedBpm, setAnalysedBpm)
+    KX_ATTRIBUTE(std::optional<int>, analysedKey, setAnalysedKey) // as keyOrder
+    KX_ATTRIBUTE(std::optional<QString>, analysisNote, setAnalysisNote) // why something was not found
 
     KX_TO_ONE(Album, album, setAlbum)
     KX_TO_ONE(Key, key, setKey)
@@ -100,12 +107,17 @@ public:
     KX_TO_MANY(CrateEntry, crateEntries, CrateEntries) // its places in crates
 };
 
-/// A file that the user took out of the library: imports of its folder leave it alone.
+/// A file that the user took out of the library: imports of its folder leave it alone. What is known of it tells it
+/// again when it has moved.
 class LeftOutFile : public KXManagedObjectOf<LeftOutFile>
 {
 public:
     static constexpr QLatin1StringView entityName { "LeftOutFile" };
     KX_ATTRIBUTE(QUrl, location, setLocation)
+    KX_ATTRIBUTE(std::optional<qint64>, fileSize, setFileSize)
+    KX_ATTRIBUTE(std::optional<qint64>, fileModified, setFileModified) // microseconds since 1970 UTC
+    KX_ATTRIBUTE(std::optional<double>, duration, setDuration) // seconds
+    KX_ATTRIBUTE(std::optional<qint64>, soundHash, setSoundHash) // as a track's
 };
 
 /// The library's object model and its store.

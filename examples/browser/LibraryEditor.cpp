@@ -5,6 +5,7 @@
 #include <kestrixkit/foundation/KXUndoManager.h>
 
 #include "Crate.h"
+#include "LeftOutFiles.h"
 #include "Scanner.h"
 #include "Sounds.h"
 #include "TagValues.h"
@@ -60,6 +61,22 @@ bool LibraryEditor::setField(const QList<KXRef<Track>> &tracks, TrackFields::Fie
     return changed && save();
 }
 
+bool LibraryEditor::confirmAnalysed(const QList<KXRef<Track>> &tracks)
+{
+    bool changed = false;
+    {
+        const KXUndoGroup group(m_context->undoManager(), tr("Confirm Tempo and Key"));
+        for (const KXRef<Track> &track : tracks) {
+            if (!track || track->isDeleted() || (!track->analysedBpm() && !track->analysedKey()))
+                continue;
+            track->setAnalysedBpm({});
+            track->setAnalysedKey({});
+            changed = true;
+        }
+    }
+    return changed && save();
+}
+
 bool LibraryEditor::renameGenre(const KXRef<Genre> &genre, const QString &name)
 {
     const QString before = genre->name(), after = name.simplified();
@@ -102,8 +119,7 @@ bool LibraryEditor::remove(const QList<KXRef<Track>> &tracks)
                 continue;
             if (track->copies())
                 sounds.insert(track->soundHash().value_or(0));
-            if (const auto out = LeftOutFile::createInContext(*m_context))
-                out->setLocation(track->location());
+            LeftOutFiles::add(*track);
             m_context->removeManagedObject(track);
             changed = true;
         }
@@ -129,6 +145,8 @@ bool LibraryEditor::relocate(const KXRef<Track> &track, const FoundFile &file)
         track->setFileSize(file.file.size);
         track->setFileModified(file.file.modified);
         track->setMissing(false);
+        if (likenessOf(*track, file) != FileLikeness::Same)
+            TrackFields::forgetAnalysed(*track);
         TrackFilling::setFacts(*track, *file.tags);
         track->setFileTags(TrackFields::marks(*file.tags));
         Sounds::set(*track, file.sound);

@@ -23,6 +23,8 @@ public:
     bool rate(const QList<KXRef<Track>> &tracks, int stars);
     /// Where the text makes no value of the field nothing changes.
     bool setField(const QList<KXRef<Track>> &tracks, TrackFields::Field field, const QString &text);
+    /// Tempos and keys that were found by listening are right.
+    bool confirmAnalysed(const QList<KXRef<Track>> &tracks);
     /// The tracks show the new name in the old one's place.
     bool renameGenre(const KXRef<Genre> &genre, const QString &name);
     /// Why a genre cannot have the name; empty where it can.

@@ -1,14 +1,16 @@
 #include "ListSummary.h"
 
-#include <QBoxLayout>
 #include <QLabel>
 #include <QLocale>
 
 #include <kestrixkit/foundation/KXClock.h>
 
+#include "DemoHint.h"
 #include "FilterStrip.h"
 #include "MusicImport.h"
+#include "TrackTableModel.h"
 #include "TrackTableView.h"
+#include "Welcome.h"
 #include "shop/ShopPlace.h"
 
 using namespace Qt::StringLiterals;
@@ -26,12 +28,8 @@ ListSummary::ListSummary(TrackTableView *table, TrackTableModel *model, const Fi
     , m_strip(strip)
     , m_import(import)
     , m_line(line)
-    , m_empty(new QLabel(table->viewport()))
+    , m_empty(new Welcome(table->viewport()))
 {
-    m_empty->setAlignment(Qt::AlignCenter);
-    auto *centre = new QVBoxLayout(table->viewport());
-    centre->addWidget(m_empty);
-    m_empty->hide();
     for (const auto signal : { &QAbstractItemModel::rowsInserted, &QAbstractItemModel::rowsRemoved })
         connect(m_model, signal, this, &ListSummary::update);
     connect(m_import, &MusicImport::began, this, &ListSummary::update);
@@ -57,10 +55,16 @@ void ListSummary::update()
         parts.append(tr("%1 skipped").arg(locale.toString(skipped)));
     m_line->setText(parts.join(u"  ·  "_s));
     showSkipped();
-    m_empty->setText(m_strip->predicate()                       ? tr("No track fits this")
-            : m_model->isFiltered() && !m_emptyReason.isEmpty() ? m_emptyReason
-                                                                : tr("No music in the library yet"));
-    m_empty->setVisible(tracks == 0 && !m_import->isRunning());
+    if (m_demoHint)
+        m_demoHint->follow(m_model->index(0, 0).data(TrackTableModel::LocationRole).toUrl());
+    if (tracks > 0 || m_import->isRunning())
+        m_empty->hide();
+    else if (m_strip->predicate())
+        m_empty->showReason(tr("No track fits this"));
+    else if (m_model->isFiltered() && !m_emptyReason.isEmpty())
+        m_empty->showReason(m_emptyReason);
+    else
+        m_empty->showGreeting();
 }
 
 void ListSummary::showSkipped()

@@ -2,12 +2,14 @@
 
 #include <QObject>
 
+class DemoHint;
 class FilterStrip;
 class MusicImport;
 class QLabel;
 class ShopPlace;
 class TrackTableModel;
 class TrackTableView;
+class Welcome;
 
 /// Says how many tracks the list has and what the last import skipped, and, over a list without tracks, why it has
 /// none.
@@ -21,6 +23,10 @@ public:
 
     /// While it is shown, the line says what it has. Outlives this.
     void setShop(const ShopPlace *shop);
+    /// Shows itself by the first track. Outlives this.
+    void setDemoHint(DemoHint *hint) { m_demoHint = hint; }
+    /// Over a list without tracks.
+    [[nodiscard]] Welcome *welcome() const { return m_empty; }
     /// What to say where the place that is shown has no tracks.
     void setEmptyReason(const QString &reason) { m_emptyReason = reason; }
     void update();
@@ -32,7 +38,8 @@ private:
     const FilterStrip *const m_strip;
     const MusicImport *const m_import;
     QLabel *const m_line;
-    QLabel *const m_empty; // over the rows
+    Welcome *const m_empty;
     const ShopPlace *m_shop = nullptr;
+    DemoHint *m_demoHint = nullptr;
     QString m_emptyReason;
 };

@@ -95,6 +95,16 @@ void MessageStrip::postUnwritten(const std::vector<SkippedFile> &files)
         files);
 }
 
+void MessageStrip::postUnanalysed(const std::vector<SkippedFile> &files)
+{
+    if (files.empty())
+        return;
+    postFiles(files.size() == 1
+            ? tr("1 file could not be analysed")
+            : tr("%1 files could not be analysed").arg(KXClock::locale().toString(qulonglong(files.size()))),
+        files);
+}
+
 void MessageStrip::postUnplayable(const QString &title, const QUrl &file)
 {
     const QString path = file.isLocalFile() ? file.toLocalFile() : file.toDisplayString();

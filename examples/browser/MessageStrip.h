@@ -31,6 +31,8 @@ public:
     static void postImport(const ImportResult &result);
     /// Files whose tags could not be written. Nothing where all could.
     static void postUnwritten(const std::vector<SkippedFile> &files);
+    /// Files whose tempo and key could not be looked for. Nothing where all could.
+    static void postUnanalysed(const std::vector<SkippedFile> &files);
     static void postUnplayable(const QString &title, const QUrl &file);
 
 private:

@@ -1,7 +1,6 @@
 #include "MissingFiles.h"
 
-#include <QFile>
-#include <QFileDialog>
+#include <QFileInfo>
 #include <QLocale>
 
 #include <kestrixkit/foundation/KXClock.h>
@@ -10,6 +9,7 @@
 
 #include "BrowserWindow.h"
 #include "FileCommands.h"
+#include "FileDialogs.h"
 #include "LibraryEditor.h"
 #include "TagReaders.h"
 #include "TrackTableView.h"
@@ -43,15 +43,13 @@ void MissingFiles::chooseFile()
     const KXRef<Track> track = m_window->model()->track(m_window->table()->currentIndex().row());
     if (!track)
         return;
-    auto *const dialog = new QFileDialog(m_window, tr("Locate “%1”").arg(track->title()));
-    dialog->setAttribute(Qt::WA_DeleteOnClose);
-    dialog->setFileMode(QFileDialog::ExistingFile);
-    const QString folder = QFileInfo(track->location().toLocalFile()).absolutePath();
-    if (QFileInfo::exists(folder))
-        dialog->setDirectory(folder);
-    connect(dialog, &QFileDialog::fileSelected, this,
-        [this, id = track->objectID()](const QString &file) { useFile(id, QFile::encodeName(file).toStdString()); });
-    dialog->open();
+    FileDialogs::ask(m_window,
+        { tr("Locate “%1”").arg(track->title()), tr("Use"), FileDialogs::Kind::MusicFile, u"locate"_s,
+            QFileInfo(track->location().toLocalFile()).absolutePath() },
+        this, [this, id = track->objectID()](const std::vector<std::string> &files) {
+            if (!files.empty())
+                useFile(id, files.front());
+        });
 }
 
 void MissingFiles::useFile(const KXManagedObjectID &track, const std::string &path)
@@ -93,13 +91,11 @@ void MissingFiles::take(const KXManagedObjectID &id, const FoundFile &file)
 
 void MissingFiles::chooseFolder()
 {
-    auto *const dialog = new QFileDialog(m_window, tr("Find Missing Files In"));
-    dialog->setAttribute(Qt::WA_DeleteOnClose);
-    dialog->setFileMode(QFileDialog::Directory);
-    dialog->setOption(QFileDialog::ShowDirsOnly);
-    connect(dialog, &QFileDialog::fileSelected, this,
-        [this](const QString &folder) { findIn(QFile::encodeName(folder).toStdString()); });
-    dialog->open();
+    FileDialogs::ask(m_window, { tr("Find Missing Files In"), tr("Find"), FileDialogs::Kind::Folder, u"find"_s }, this,
+        [this](const std::vector<std::string> &folders) {
+            if (!folders.empty())
+                findIn(folders.front());
+        });
 }
 
 void MissingFiles::findIn(const std::string &folder)

@@ -15,11 +15,17 @@
 
 using namespace Qt::StringLiterals;
 
-bool isMusicName(std::string_view name)
+std::span<const std::string_view> musicExtensions()
 {
     static constexpr std::array<std::string_view, 26> extensions { "wav", "wave", "w64", "aif", "aiff", "aifc", "flac",
         "mp2", "mp3", "mp4", "m4a", "m4b", "aac", "ogg", "oga", "opus", "spx", "wv", "ape", "tta", "mpc", "wma", "caf",
         "au", "mka", "weba" };
+    return extensions;
+}
+
+bool isMusicName(std::string_view name)
+{
+    const std::span<const std::string_view> extensions = musicExtensions();
     const size_t dot = name.rfind('.');
     if (dot == std::string_view::npos || dot == 0)
         return false;
@@ -152,6 +158,12 @@ private:
 };
 
 } // namespace
+
+bool isGone(const std::string &path)
+{
+    struct stat status = {};
+    return ::lstat(path.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR);
+}
 
 bool isBelow(const std::string &path, const std::string &folder)
 {

@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -35,6 +36,8 @@ struct Scan
     std::optional<std::pair<quint64, quint64>> rootMark;
 };
 
+/// How files' names end that hold music: "flac".
+std::span<const std::string_view> musicExtensions();
 /// Whether a file's name ends as those of music do.
 bool isMusicName(std::string_view name);
 
@@ -47,6 +50,9 @@ Scan scanFiles(const std::vector<std::string> &files);
 
 /// Device and number of a folder: another one when a drive goes away, or its place stays behind empty.
 std::optional<std::pair<quint64, quint64>> markOfFolder(const std::string &folder);
+
+/// Whether there is no such file. One that cannot be looked at is not gone.
+bool isGone(const std::string &path);
 
 /// Whether a path is that of a folder or leads through it.
 bool isBelow(const std::string &path, const std::string &folder);

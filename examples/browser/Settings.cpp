@@ -136,6 +136,20 @@ std::optional<KXCatalogueServers> Settings::shopServers()
     return address.isEmpty() ? std::nullopt : KXCatalogueServers::fromText(address);
 }
 
+bool Settings::hidesDemoHint() { return KXUserDefaults::standard().boolForKey(hidesDemoHintKey).value_or(false); }
+
+void Settings::setHidesDemoHint(bool hides) { settingsWrite(hidesDemoHintKey, hides); }
+
+QString Settings::chosenFolder(const QString &purpose)
+{
+    return KXUserDefaults::standard().stringForKey(u"chosenFolder."_s + purpose).value_or(QString());
+}
+
+void Settings::setChosenFolder(const QString &purpose, const QString &folder)
+{
+    KXUserDefaults::standard().setValue(u"chosenFolder."_s + purpose, folder);
+}
+
 bool Settings::analyticsConsent() { return KXUserDefaults::standard().boolForKey(analyticsKey).value_or(false); }
 
 void Settings::setAnalyticsConsent(bool consent) { settingsWrite(analyticsKey, consent); }

@@ -22,6 +22,7 @@ inline constexpr QLatin1StringView outputDeviceKey { "outputDevice" };
 inline constexpr QLatin1StringView layeredPlacesKey { "layeredPlaces" };
 inline constexpr QLatin1StringView showsInspectorKey { "showsInspector" };
 inline constexpr QLatin1StringView shopAddressKey { "shopAddress" };
+inline constexpr QLatin1StringView hidesDemoHintKey { "hidesDemoHint" };
 inline constexpr QLatin1StringView analyticsKey { "analyticsConsent" };
 
 /// In the bytes of the file system; empty: none was chosen, or it is no folder any more.
@@ -62,6 +63,14 @@ void setShowsInspector(bool shows);
 QString shopAddress();
 bool setShopAddress(const QString &address, KXError *error = nullptr);
 std::optional<KXCatalogueServers> shopServers();
+
+/// Whether the hint that there is only demo music was closed. No, at first.
+bool hidesDemoHint();
+void setHidesDemoHint(bool hides);
+
+/// Where something was chosen the last time for a purpose; empty at first.
+QString chosenFolder(const QString &purpose);
+void setChosenFolder(const QString &purpose, const QString &folder);
 
 /// Whether the user has agreed to usage statistics. No, at first.
 bool analyticsConsent();

@@ -20,6 +20,17 @@ namespace {
 constexpr std::chrono::seconds soundsSave(2); // between two saves
 constexpr size_t soundsMost = 500; // in one save
 
+/// 64 bits of it; 0: none.
+qint64 soundsMark(const KXAudioFingerprint &fingerprint)
+{
+    const QByteArray bytes = fingerprint.bytes();
+    qint64 mark = 0;
+    if (size_t(bytes.size()) < sizeof mark)
+        return 0;
+    std::memcpy(&mark, bytes.constData(), sizeof mark);
+    return mark ? mark : 1; // 0 is taken
+}
+
 /// The kernel's "idle" class for this thread, while it lives: whoever plays music or imports reads first.
 class ReadWhenIdle
 {
@@ -45,24 +56,30 @@ TrackSound Sounds::ofFile(const std::string &path)
 {
     const QUrl url = urlOfPath(path);
     TrackSound sound;
-    const QByteArray bytes = KXAudioFingerprint::ofFile(url).bytes();
-    if (size_t(bytes.size()) < sizeof sound.hash)
+    sound.hash = soundsMark(KXAudioFingerprint::ofFile(url));
+    if (sound.hash == 0)
         return sound;
-    std::memcpy(&sound.hash, bytes.constData(), sizeof sound.hash);
-    sound.hash = sound.hash ? sound.hash : 1; // 0 is taken
+    sound.head = headOfFile(path);
     sound.outline = KXAudioOutline::ofFile(url).bytes();
     return sound;
+}
+
+qint64 Sounds::headOfFile(const std::string &path)
+{
+    return soundsMark(KXAudioFingerprint::ofBeginning(urlOfPath(path)));
 }
 
 void Sounds::set(Track &track, const TrackSound &sound)
 {
     track.setSoundHash(sound.hash);
+    track.setSoundHead(sound.head ? std::optional(sound.head) : std::nullopt);
     track.setSoundOutline(sound.outline.isEmpty() ? std::nullopt : std::optional(sound.outline));
 }
 
 void Sounds::forget(Track &track)
 {
     track.setSoundHash({});
+    track.setSoundHead({});
     track.setSoundOutline({});
     track.setCopies({});
 }

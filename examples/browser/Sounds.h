@@ -10,6 +10,7 @@
 struct TrackSound
 {
     qint64 hash = 0; ///< of its audio as it is encoded; 0: none that can be read
+    qint64 head = 0; ///< of where that begins; 0: none that can be read
     QByteArray outline; ///< of how it begins, in any encoding; empty: it says nothing
 
     bool operator==(const TrackSound &) const = default;
@@ -20,6 +21,8 @@ namespace Sounds {
 
 /// Reads the file through, without decoding more than its beginning. Any thread.
 [[nodiscard]] TrackSound ofFile(const std::string &path);
+/// Of where the sound begins, for which the file is hardly read; 0 where it cannot be. Any thread.
+[[nodiscard]] qint64 headOfFile(const std::string &path);
 
 void set(Track &track, const TrackSound &sound);
 /// What was known of the track's file is so no more.

@@ -11,6 +11,7 @@
 #include <kestrixkit/theme/controls/KXThemeableButton.h>
 #include <kestrixkit/toolkit/KXMenu.h>
 
+#include "AnalysisCommands.h"
 #include "BrowserWindow.h"
 #include "LibraryEditor.h"
 #include "MessageStrip.h"
@@ -21,11 +22,13 @@
 
 using namespace Qt::StringLiterals;
 
-TrackCommands::TrackCommands(BrowserWindow *window, LibraryEditor *editor, MissingFiles *missing)
+TrackCommands::TrackCommands(
+    BrowserWindow *window, LibraryEditor *editor, MissingFiles *missing, AnalysisCommands *analysis)
     : QObject(window)
     , m_window(window)
     , m_editor(editor)
     , m_missing(missing)
+    , m_analysis(analysis)
     , m_editHere(new QAction(tr("Edit &Cell"), this))
     , m_write(new QAction(tr("&Write Tags"), this))
     , m_remove(new QAction(tr("Remove from Li&brary"), this))
@@ -59,7 +62,8 @@ QMenu *TrackCommands::makeMenu(QWidget *parent)
     QMenu *const edit = menu->addMenu(tr("&Edit"));
     edit->setAccessibleName(tr("Edit"));
     edit->addActions(m_edit);
-    menu->addActions({ m_editHere, m_write });
+    menu->addActions({ m_editHere, m_write, m_analysis->selected, m_analysis->confirm });
+    menu->setToolTipsVisible(true);
     menu->addSeparator();
     menu->addActions({ m_missing->locate, m_remove });
     updateActions();
@@ -72,7 +76,7 @@ void TrackCommands::addTo(KXMenu &menu, int column)
         menu.addItem(tr("Edit %1").arg(TrackFields::name(*field)), this, [this, field] { edit(*field); });
         menu.addSeparator();
     }
-    menu.addActions({ m_write, m_missing->locate, m_remove });
+    menu.addActions({ m_write, m_analysis->selected, m_analysis->confirm, m_missing->locate, m_remove });
 }
 
 void TrackCommands::updateActions()
@@ -85,6 +89,7 @@ void TrackCommands::updateActions()
     m_write->setEnabled(isSelected);
     m_remove->setEnabled(isSelected);
     m_missing->updateActions();
+    m_analysis->updateActions();
 }
 
 std::vector<qint64> TrackCommands::selectedTracks() const

@@ -7,6 +7,7 @@
 #include "LibraryJob.h"
 #include "TrackFields.h"
 
+class AnalysisCommands;
 class BrowserWindow;
 class KXMenu;
 class LibraryEditor;
@@ -21,7 +22,7 @@ class TrackCommands : public QObject
     Q_OBJECT
 public:
     /// All of them outlive this.
-    TrackCommands(BrowserWindow *window, LibraryEditor *editor, MissingFiles *missing);
+    TrackCommands(BrowserWindow *window, LibraryEditor *editor, MissingFiles *missing, AnalysisCommands *analysis);
 
     /// "Track" for the menu bar.
     [[nodiscard]] QMenu *makeMenu(QWidget *parent);
@@ -46,6 +47,7 @@ private:
     BrowserWindow *const m_window;
     LibraryEditor *const m_editor;
     MissingFiles *const m_missing;
+    AnalysisCommands *const m_analysis;
     QList<QAction *> m_edit; // by field
     QAction *m_editHere, *m_write, *m_remove;
     QPushButton *m_cancel;

@@ -159,6 +159,8 @@ std::optional<TrackFields::Value> TrackFields::value(Field field, const QString 
 
 bool TrackFields::has(const Track &track, const Value &value)
 {
+    if (isAnalysed(track, value.field))
+        return false; // setting it confirms it
     const QVariant now = track.valueForKey(key(value.field));
     const bool isAbsent = !now.isValid() || now.isNull();
     return isAbsent || !value.attribute.isValid() ? isAbsent && !value.attribute.isValid() : now == value.attribute;
@@ -185,6 +187,8 @@ TrackFields::Properties TrackFields::properties(
             KXVariantFromRef(KXRef<KXManagedObject>(names.album(value.attribute.toString(), albumArtist, error))) });
     else if (value.field == Field::Key)
         properties.append({ u"key"_s, KXVariantFromRef(KXRef<KXManagedObject>(names.key(value.key, error))) });
+    if (value.field == Field::Key || value.field == Field::Tempo)
+        properties.append({ value.field == Field::Key ? u"analysedKey"_s : u"analysedBpm"_s, QVariant() });
     return properties;
 }
 
@@ -195,6 +199,30 @@ void TrackFields::set(Track &track, const Value &value, TrackNames &names, KXErr
     const KXRef<Album> album = track.album();
     for (const auto &[key, news] : properties(value, names, album ? album->artistText() : QString(), error))
         track.setValueForKey(key, news);
+}
+
+// What was found by listening
+
+bool TrackFields::isAnalysed(const Track &track, Field field)
+{
+    return field == Field::Tempo ? track.analysedBpm() && track.analysedBpm() == track.bpm()
+        : field == Field::Key    ? track.analysedKey() && track.analysedKey() == track.keyOrder()
+                                 : false;
+}
+
+void TrackFields::forgetAnalysed(Track &track)
+{
+    if (!track.analysedBpm() && !track.analysedKey() && !track.analysisNote())
+        return; // most tracks
+    if (isAnalysed(track, Field::Tempo))
+        track.setBpm({});
+    if (isAnalysed(track, Field::Key)) {
+        track.setKeyOrder({});
+        track.setKey({});
+    }
+    track.setAnalysedBpm({});
+    track.setAnalysedKey({});
+    track.setAnalysisNote({});
 }
 
 // Marks
@@ -215,7 +243,7 @@ QList<TrackFields::Field> TrackFields::unwritten(const Track &track)
     const QByteArray inFile = track.fileTags().value_or(QByteArray(count * fieldMark, '\0'));
     QList<Field> fields;
     for (const Field field : all()) {
-        if (differs(now, inFile, field))
+        if (differs(now, inFile, field) && !isAnalysed(track, field))
             fields.append(field);
     }
     return fields;

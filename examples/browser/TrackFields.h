@@ -41,7 +41,7 @@ struct Value
 };
 /// Absent where the text makes none: a tempo "fast", an empty title. An empty text takes other values away.
 [[nodiscard]] std::optional<Value> value(Field field, const QString &text);
-/// Whether the track has it already.
+/// Whether the track has it already, and not only by guess.
 [[nodiscard]] bool has(const Track &track, const Value &value);
 /// By key: the attribute, and what the track refers to by that name, which is made where it is new.
 using Properties = QList<std::pair<QString, QVariant>>;
@@ -55,7 +55,13 @@ void set(Track &track, const Value &value, TrackNames &names, KXError *error = n
 [[nodiscard]] QByteArray marks(const Track &track);
 /// Whether two marks differ in a field; where one of them is missing they do.
 [[nodiscard]] bool differs(const QByteArray &marks, const QByteArray &others, Field field);
-/// What the track's file does not say; all that is not empty, where it is not known what the file says.
+/// Whether the value, a tempo or a key, was found by listening and nobody has confirmed it.
+[[nodiscard]] bool isAnalysed(const Track &track, Field field);
+/// The track sounds different by now: what was found by listening, and not confirmed, is taken away.
+void forgetAnalysed(Track &track);
+
+/// What the track's file does not say, but for values that nobody has confirmed; all that is not empty, where it is not
+/// known what the file says.
 [[nodiscard]] QList<Field> unwritten(const Track &track);
 
 } // namespace TrackFields

@@ -71,6 +71,10 @@ void TrackFileSection::showTracks()
                            QDateTime::fromMSecsSinceEpoch(track->fileModified() / 1000).toTimeZone(KXClock::timeZone()),
                            QLocale::ShortFormat)
                              : QString());
-    m_notes->setText(track ? track->importNotes().value_or(QString()) : QString());
+    QStringList notes { track ? track->importNotes().value_or(QString()) : QString() };
+    if (track && (!track->bpm() || !track->keyOrder()))
+        notes += track->analysisNote().value_or(QString());
+    notes.removeAll(QString());
+    m_notes->setText(notes.join(u'\n'));
     m_show->setEnabled(!folder().isEmpty());
 }

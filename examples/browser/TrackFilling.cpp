@@ -44,9 +44,13 @@ void fillField(Track &track, const TrackTags &tags, Field field, TrackNames &nam
     case Field::Key:
         track.setKeyOrder(tags.key ? std::optional(tags.key->number * 2 + !tags.key->minor) : std::nullopt);
         track.setKey(names.key(tags.key, error));
+        if (track.analysedKey())
+            track.setAnalysedKey({});
         break;
     case Field::Tempo:
         track.setBpm(tags.bpm);
+        if (track.analysedBpm())
+            track.setAnalysedBpm({});
         break;
     case Field::Comment:
         track.setComment(present(tags.comment));
@@ -58,10 +62,11 @@ void fillField(Track &track, const TrackTags &tags, Field field, TrackNames &nam
 
 void TrackFilling::setFacts(Track &track, const TrackTags &tags)
 {
-    const bool isOther = track.soundHash() == 0
-        || (track.soundHash() && std::abs(track.duration().value_or(-1) - tags.duration.value_or(-1)) > sameLength);
-    if (isOther)
+    const bool lastsOtherwise = std::abs(track.duration().value_or(-1) - tags.duration.value_or(-1)) > sameLength;
+    if (track.soundHash() == 0 || (track.soundHash() && lastsOtherwise))
         Sounds::forget(track);
+    if (lastsOtherwise)
+        TrackFields::forgetAnalysed(track);
     track.setDuration(tags.duration);
     track.setSampleRate(tags.sampleRate);
     track.setChannels(tags.channels);

@@ -18,6 +18,9 @@ constexpr int plainText = KXCaseInsensitive | KXDiacriticInsensitive; // how tex
 
 QString titled(const char *text) { return QCoreApplication::translate("TrackTable", text); }
 
+// What is compared to tell what was found by listening.
+enum : int { TempoValue = Qt::UserRole + 100, AnalysedTempoValue, AnalysedKeyValue };
+
 constexpr int comparedRows = 1'000; // for whether they differ
 
 /// In the order of the fields.
@@ -95,7 +98,8 @@ TrackTableModel::TrackTableModel(const KXManagedObjectContext::Ref &context, Lib
     , m_editor(editor)
 {
     setRoles({ { MissingRole, u"missing"_s }, { StarsRole, u"rating"_s }, { LocationRole, u"location"_s },
-        { KeyRole, u"keyOrder"_s }, { NotesRole, u"importNotes"_s } });
+        { KeyRole, u"keyOrder"_s }, { NotesRole, u"importNotes"_s }, { TempoValue, u"bpm"_s },
+        { AnalysedTempoValue, u"analysedBpm"_s }, { AnalysedKeyValue, u"analysedKey"_s } });
 }
 
 KXSortDescriptor TrackTableModel::sortDescriptor(Column column)
@@ -145,6 +149,8 @@ QVariant TrackTableModel::data(const QModelIndex &index, int role) const
             : edited                    ? QVariant(TrackFields::text(*edited, *field))
                                         : value;
     }
+    case AnalysedRole:
+        return isAnalysed(index);
     case CutOffRole:
         return index.data(NotesRole).toString().contains(cutOffNote());
     case MixedRole: {
@@ -152,7 +158,9 @@ QVariant TrackTableModel::data(const QModelIndex &index, int role) const
         return field && isMixed(index.row(), *field);
     }
     case Qt::ToolTipRole: {
-        const QString notes = index.column() == Title ? index.data(NotesRole).toString() : QString();
+        const QString notes = index.column() == Title ? index.data(NotesRole).toString()
+            : isAnalysed(index)                       ? tr("Analysed; not from the file's tags")
+                                                      : QString();
         return notes.isEmpty() ? value : value.toString() + u'\n' + notes;
     }
     case Qt::AccessibleTextRole: {
@@ -161,6 +169,7 @@ QVariant TrackTableModel::data(const QModelIndex &index, int role) const
         const bool isCutOff = index.column() == Title && index.data(CutOffRole).toBool();
         return index.data(MissingRole).toBool() ? tr("%1, file missing").arg(text)
             : isCutOff                          ? tr("%1, file cut off").arg(text)
+            : isAnalysed(index)                 ? tr("%1, analysed").arg(text)
                                                 : text;
     }
     case StarsRole:
@@ -172,6 +181,16 @@ QVariant TrackTableModel::data(const QModelIndex &index, int role) const
     default:
         return value;
     }
+}
+
+bool TrackTableModel::isAnalysed(const QModelIndex &index) const
+{
+    if (index.column() != Bpm && index.column() != KeyName)
+        return false;
+    const bool isTempo = index.column() == Bpm;
+    const QVariant found = KXLiveListModel::data(index, isTempo ? AnalysedTempoValue : AnalysedKeyValue);
+    return found.isValid() && !found.isNull()
+        && found == KXLiveListModel::data(index, isTempo ? int(TempoValue) : int(KeyRole));
 }
 
 bool TrackTableModel::setData(const QModelIndex &index, const QVariant &value, int role)
@@ -197,8 +216,8 @@ bool TrackTableModel::setData(const QModelIndex &index, const QVariant &value, i
         TrackNames names(*context);
         return TrackFields::properties(*news, names);
     };
-    return editsInBulk(row, properties, LibraryEditor::tr("Change %1").arg(TrackFields::name(*field)))
-        || m_editor->setField(editedWith(row), *field, value.toString());
+    return editsInBulk(row, properties, LibraryEditor::tr("Change %1").arg(TrackFields::name(news->field)))
+        || m_editor->setField(editedWith(row), news->field, value.toString());
 }
 
 bool TrackTableModel::editsInBulk(

@@ -32,6 +32,7 @@ public:
         LocationRole, ///< QUrl: the file
         KeyRole, ///< int: number on the wheel of keys, negative for minor; 0 in columns other than KeyName
         NotesRole, ///< QString: what made no sense in the file's tags
+        AnalysedRole, ///< bool: found by listening, in Bpm and KeyName, and not confirmed
         CutOffRole, ///< bool: the file is shorter than it says
         MixedRole, ///< bool: the rows that are edited together differ in that column; of the first thousand of them
     };
@@ -76,6 +77,7 @@ private:
         int row, const std::function<TrackFields::Properties()> &properties, const QString &actionName) const;
     [[nodiscard]] QList<int> rowsEditedWith(int row) const;
     [[nodiscard]] bool isMixed(int row, TrackFields::Field field) const;
+    [[nodiscard]] bool isAnalysed(const QModelIndex &index) const;
 
     std::function<QList<int>()> m_rowsEditedTogether;
     BulkEdit m_bulkEdit;

@@ -102,6 +102,28 @@ void paintWaveform(
     painter.drawPixmap(place.topLeft(), picture);
 }
 
+/// Texts are slanted while it lives, where they are guesses.
+class Slanted
+{
+public:
+    Slanted(QPainter &painter, bool isSlanted)
+        : m_painter(painter)
+        , m_before(painter.font())
+    {
+        if (!isSlanted)
+            return;
+        QFont font = m_before;
+        font.setItalic(true);
+        painter.setFont(font);
+    }
+    ~Slanted() { m_painter.setFont(m_before); }
+    Q_DISABLE_COPY_MOVE(Slanted)
+
+private:
+    QPainter &m_painter;
+    const QFont m_before;
+};
+
 /// The head of an arrow beside what is played.
 void paintPlaying(QPainter &painter, const QRect &cell, Qt::LayoutDirection direction, const QColor &colour)
 {
@@ -190,12 +212,16 @@ void TrackTableView::drawCell(QPainter &painter, const KXTableCell &cell) const
         const QRect plate(cell.rect.left() + BrowserStyle::margin - 2, cell.rect.center().y() - 9,
             cell.rect.width() - 2 * BrowserStyle::margin + 4, 20);
         const auto [letters, fill] = plateColours(colour, rowColour(cell.index.row(), cell.selected));
+        const bool isGuess = cell.index.data(TrackTableModel::AnalysedRole).toBool();
         painter.setRenderHint(QPainter::Antialiasing);
         painter.setPen(Qt::NoPen);
         painter.setBrush(fill);
-        painter.drawRoundedRect(plate, 5, 5);
+        if (!isGuess)
+            painter.drawRoundedRect(plate, 5, 5);
         painter.setRenderHint(QPainter::Antialiasing, false);
-        painter.setPen(letters);
+        const QColor row = rowColour(cell.index.row(), cell.selected);
+        painter.setPen(isGuess ? BrowserStyle::legible(colour, row, textContrast) : letters);
+        const Slanted slanted(painter, isGuess);
         drawText(painter, plate.adjusted(2, 0, -2, 0), Qt::AlignHCenter, cell.index.data().toString());
         return;
     }
@@ -226,6 +252,7 @@ void TrackTableView::drawCell(QPainter &painter, const KXTableCell &cell) const
             ? cell.rect.adjusted(0, 0, -warningSize - BrowserStyle::margin, 0)
             : cell.rect.adjusted(warningSize + BrowserStyle::margin, 0, 0, 0);
     }
+    const Slanted slanted(painter, cell.index.data(TrackTableModel::AnalysedRole).toBool());
     KXTableView::drawCell(painter, shown);
 }
 

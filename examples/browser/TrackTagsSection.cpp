@@ -56,6 +56,15 @@ void TrackTagsSection::show(KXThemeableTextField *line, TrackFields::Field field
     });
     line->setText(first && !isMixed ? TrackFields::text(*first, field) : QString());
     line->setPlaceholderText(isMixed ? tr("Mixed") : QString());
+    const bool isGuess = first && !isMixed
+        && std::any_of(tracks().begin(), tracks().end(),
+            [&](const KXRef<Track> &track) { return TrackFields::isAnalysed(*track, field); });
+    QFont font = line->font();
+    font.setItalic(isGuess);
+    line->setFont(font);
+    const QString tip = isGuess ? tr("Analysed; not from the file's tags") : QString();
+    line->setToolTip(tip);
+    line->setAccessibleDescription(tip);
 }
 
 void TrackTagsSection::rate(int stars)

@@ -1,5 +1,7 @@
 #include <kestrixkit/audio/KXAudioFingerprint.h>
 
+#include <limits>
+
 #include <QtEndian>
 
 #include <kestrixkit/audio/KXAudioFile.h>
@@ -9,6 +11,12 @@
 extern "C" {
 #include <libavutil/mem.h>
 #include <libavutil/murmur3.h>
+}
+
+namespace {
+
+constexpr qint64 fingerprintBeginning = 256 * 1024; // bytes of packets
+
 }
 
 KXAudioFingerprint KXAudioFingerprint::fromBytes(QByteArrayView bytes)
@@ -21,6 +29,19 @@ KXAudioFingerprint KXAudioFingerprint::fromBytes(QByteArrayView bytes)
 
 KXAudioFingerprint KXAudioFingerprint::ofFile(
     const QUrl &url, const std::shared_ptr<std::atomic<bool>> &cancelled, KXError *error)
+{
+    return ofPackets(url, std::numeric_limits<qint64>::max(), cancelled, error);
+}
+
+KXAudioFingerprint KXAudioFingerprint::ofBeginning(
+    const QUrl &url, const std::shared_ptr<std::atomic<bool>> &cancelled, KXError *error)
+{
+    return ofPackets(url, fingerprintBeginning, cancelled, error);
+}
+
+/// Whole packets, until there are so many bytes or no more.
+KXAudioFingerprint KXAudioFingerprint::ofPackets(
+    const QUrl &url, qint64 bytes, const std::shared_ptr<std::atomic<bool>> &cancelled, KXError *error)
 {
     KXAudioFileOptions options;
     options.cancelled = cancelled;
@@ -40,7 +61,7 @@ KXAudioFingerprint KXAudioFingerprint::ofFile(
             qToLittleEndian<quint64>(quint64(format.mBitsPerChannel)) };
         av_murmur3_update(hash.get(), reinterpret_cast<const uint8_t *>(facts), sizeof facts);
     }
-    for (QByteArrayView packet; status == KXAudioFileNoError;) {
+    for (QByteArrayView packet; status == KXAudioFileNoError && bytes > 0; bytes -= packet.size()) {
         status = file.readEncoded(&packet);
         if (status != KXAudioFileNoError || packet.isEmpty())
             break;

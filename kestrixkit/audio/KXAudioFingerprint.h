@@ -25,11 +25,18 @@ public:
     /// error of the code KXAudioFileErrorCode when it cannot be read or still grows. Any thread.
     static KXAudioFingerprint ofFile(
         const QUrl &url, const std::shared_ptr<std::atomic<bool>> &cancelled = {}, KXError *error = nullptr);
+    /// The same of the first 256 KiB of packets or so, for which a file is hardly read: where two differ the sounds do.
+    /// It is another one than that of the whole file.
+    static KXAudioFingerprint ofBeginning(
+        const QUrl &url, const std::shared_ptr<std::atomic<bool>> &cancelled = {}, KXError *error = nullptr);
 
     [[nodiscard]] bool isEmpty() const { return m_bytes.isEmpty(); }
     [[nodiscard]] QByteArray bytes() const { return m_bytes; }
     friend bool operator==(const KXAudioFingerprint &, const KXAudioFingerprint &) = default;
 
 private:
+    static KXAudioFingerprint ofPackets(
+        const QUrl &url, qint64 bytes, const std::shared_ptr<std::atomic<bool>> &cancelled, KXError *error);
+
     QByteArray m_bytes;
 };

@@ -7,6 +7,7 @@
 
 #include <kestrixkit/audio/KXAudioFile.h>
 #include <kestrixkit/audio/KXAudioFileGrowth_p.h>
+#include <kestrixkit/audio/KXLocalPath_p.h>
 #include <kestrixkit/audio/KXStreamAddress_p.h>
 
 extern "C" {
@@ -93,7 +94,7 @@ KXAudioFileStatus KXFFmpegAudioFile::open(const QUrl &url, const KXAudioFileOpti
     if (!m_packet || !m_frame)
         return AVERROR(ENOMEM);
     if (url.isLocalFile()) {
-        m_path = QFile::encodeName(url.toLocalFile());
+        m_path = KXLocalPath(url);
         m_address = "file:" + m_path;
         struct stat info = {};
         if (stat(m_path.constData(), &info) != 0)

@@ -11,6 +11,7 @@
 #include <QtEndian>
 
 #include <kestrixkit/audio/KXAudioFileGrowth_p.h>
+#include <kestrixkit/audio/KXLocalPath_p.h>
 
 namespace {
 
@@ -106,7 +107,7 @@ KXAudioFileStatus KXPCMAudioFile::open(const QUrl &url, const KXAudioFileOptions
 {
     if (!url.isLocalFile())
         return KXAudioFileParameterError;
-    m_path = QFile::encodeName(url.toLocalFile());
+    m_path = KXLocalPath(url);
     m_options = options;
     m_descriptor = ::open(m_path.constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK); // a pipe must not hold us up
     struct stat info = {};

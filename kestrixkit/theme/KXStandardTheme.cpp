@@ -187,7 +187,7 @@ void KXStandardTheme::setControlStyles()
             { u"palette"_s, palette() } });
     setStyle(KXSegmentedControlStyles,
         { { u"textColor"_s, c.text }, { u"highlightedTextColor"_s, c.text }, { u"selectedTextColor"_s, c.accentText },
-            { u"disabledTextColor"_s, c.disabledText }, { u"borderColor"_s, c.border },
+            { u"disabledTextColor"_s, c.disabledText }, { u"borderColor"_s, c.knob },
             { u"backgroundColor"_s, c.control }, { u"highlightedBackgroundColor"_s, c.controlPressed },
             { u"selectedBackgroundColor"_s, c.accent } });
     const QVariantMap selected { { u"backgroundColor"_s, c.selection }, { u"color"_s, c.selectedText } };
@@ -197,7 +197,7 @@ void KXStandardTheme::setControlStyles()
         { u"placeholderTextColor"_s, c.secondaryText }, { u"palette"_s, palette() } };
     setStyle(KXTextFieldStyles,
         standardWith(label,
-            { { u"backgroundColor"_s, c.field }, { u"borderColor"_s, c.border },
+            { { u"backgroundColor"_s, c.field }, { u"borderColor"_s, c.knob },
                 { u"shadow"_s, QVariant::fromValue(KXShadow()) } }));
     setStyle(KXLabelStyles, label);
     setStyle(KXSecondaryLabelStyles, standardWith(label, { { u"textColor"_s, c.secondaryText } }));

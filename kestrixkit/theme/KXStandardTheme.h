@@ -6,8 +6,8 @@
 #include <kestrixkit/theme/KXTheme.h>
 
 /// The colours that a KXStandardTheme is made of. Texts must be readable on what they lie on: `text` and
-/// `secondaryText` on window, panel, control and rows, `selectedText` on both selections, `accentText` on the accent. A
-/// value; any thread.
+/// `secondaryText` on window, panel, control and rows, `selectedText` on both selections, `accentText` on the accent.
+/// `knob` must be seen (3:1) on window, panel, control, field and rows. A value; any thread.
 struct KXThemeColours
 {
     QColor window; ///< behind everything
@@ -30,7 +30,7 @@ struct KXThemeColours
     QColor error;
     QColor info;
     QColor messageText; ///< on the colours of errors and news
-    QColor knob; ///< of scrollers, empty stars, badges
+    QColor knob; ///< signs: knobs of scrollers, empty stars, outlines of fields, lines between segments
     QColor inset; ///< line of light
 };
 
