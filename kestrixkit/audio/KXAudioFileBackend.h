@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <memory>
 
 #include <QUrl>
@@ -20,7 +21,8 @@ inline constexpr KXAudioFileStatus KXAudioFileInterruptedError = -1414092869;
 /// The connection was lost, or the device failed (EIO).
 inline constexpr KXAudioFileStatus KXAudioFileConnectionError = -5;
 
-/// A server on the public net leads to an address of this machine or of its own network (EACCES).
+/// A server leads to where it may not: from the public net to this machine or its own network, or to what the options
+/// refuse (EACCES).
 inline constexpr KXAudioFileStatus KXAudioFileForbiddenError = -13;
 
 /// How a file is opened.
@@ -34,6 +36,9 @@ struct KXAudioFileOptions
     double growthSeconds = 60;
     /// The file is being downloaded: it counts as growing until it has what it promises.
     bool growing = false;
+    /// Whether the server may lead on to that address; asked on any thread. Empty: to any, but from the public net to
+    /// none of a private network. Of the first address its caller decides.
+    std::function<bool(const QUrl &)> mayLeadTo = {};
 };
 
 /// What a KXAudioFile stands on. The framework has one for plain PCM and one for everything else; a test can bring

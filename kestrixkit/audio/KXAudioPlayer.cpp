@@ -12,6 +12,8 @@ KXAudioPlayerItem::~KXAudioPlayerItem() = default;
 
 float KXAudioPlayerItem::gain() const { return 1; }
 
+std::function<bool(const QUrl &)> KXAudioPlayerItem::redirectRule() const { return {}; }
+
 KXAudioPlayerPlaylist::~KXAudioPlayerPlaylist() = default;
 
 KXAudioPlayerItemPointer KXAudioPlayerPlaylist::audioPlayerItemAfter(const KXAudioPlayerItemPointer &) { return {}; }

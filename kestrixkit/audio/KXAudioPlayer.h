@@ -41,6 +41,9 @@ public:
     /// KXWaveformPyramid::gainForLoudness(). 1 at first; players take what is no number for 1, and keep to 0 to
     /// KXAudioPlayer::MostItemGain. Main thread.
     [[nodiscard]] virtual float gain() const;
+    /// Where the stream's server may lead on to: see KXAudioFileOptions::mayLeadTo. Empty unless overridden. Asked for
+    /// on the main thread when the item is opened; the function itself is called on other threads.
+    [[nodiscard]] virtual std::function<bool(const QUrl &)> redirectRule() const;
 };
 using KXAudioPlayerItemPointer = std::shared_ptr<KXAudioPlayerItem>;
 

@@ -86,10 +86,11 @@ KXBasicAudioPlayer::~KXBasicAudioPlayer()
 void KXBasicAudioPlayer::playItem(const KXAudioPlayerItemPointer &item)
 {
     const QPointer<KXBasicAudioPlayer> alive(this);
-    const QUrl url = beginItem(item);
+    const KXAudioPlayerItemPointer held = item; // whatever observers do
+    const QUrl url = beginItem(held);
     if (url.isEmpty())
         return;
-    const auto session = KXStreamingPlayer::makeSession(url, m_secondsPerCall);
+    const auto session = KXStreamingPlayer::makeSession(url, m_secondsPerCall, held->redirectRule());
     m_loader->want(session);
     m_eventTimer.stop();
     m_player.reset();

@@ -103,9 +103,10 @@ KXAudioFileStatus KXFFmpegAudioFile::open(const QUrl &url, const KXAudioFileOpti
     } else if (url.scheme() == "http"_L1 || url.scheme() == "https"_L1) {
         QUrl address = url;
         renewDeadline();
-        if (!KXAudioFile::followsPrivateRedirects()) {
-            const KXAudioFileStatus status
-                = KXStreamAddress::resolve(address, m_staysAtAddress, [this] { return isInterrupted(this) != 0; });
+        const bool followsPrivate = KXAudioFile::followsPrivateRedirects();
+        if (!followsPrivate || m_options.mayLeadTo) {
+            const KXAudioFileStatus status = KXStreamAddress::resolve(address, m_staysAtAddress,
+                { [this] { return isInterrupted(this) != 0; }, m_options.mayLeadTo, followsPrivate });
             if (status != KXAudioFileNoError)
                 return status;
         }

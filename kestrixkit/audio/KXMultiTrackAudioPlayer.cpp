@@ -42,10 +42,12 @@ void KXMultiTrackAudioPlayer::endSession()
 void KXMultiTrackAudioPlayer::playItem(const KXAudioPlayerItemPointer &item)
 {
     const QPointer<KXMultiTrackAudioPlayer> alive(this);
-    const QUrl url = beginItem(item, [this] { endSession(); });
+    const KXAudioPlayerItemPointer held = item; // whatever observers do
+    const QUrl url = beginItem(held, [this] { endSession(); });
     if (url.isEmpty())
         return;
-    const auto session = std::make_shared<KXPlaybackSession>(url, KXPlaybackOptions { .staysAtEnd = true });
+    const auto session = std::make_shared<KXPlaybackSession>(
+        url, KXPlaybackOptions { .staysAtEnd = true, .mayLeadTo = held->redirectRule() });
     m_session = session;
     if (!setState(KXAudioPlayerStateLoading) || m_session != session)
         return;

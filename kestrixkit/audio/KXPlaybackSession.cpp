@@ -44,6 +44,7 @@ KXPlaybackSession::KXPlaybackSession(const QUrl &url, const KXPlaybackOptions &o
 {
     KXAudioFileOptions file;
     file.secondsPerCall = options.secondsPerCall;
+    file.mayLeadTo = options.mayLeadTo;
     m_decoder->setFileOptions(file);
     m_decoder->setStaysAtEnd(options.staysAtEnd);
 }

@@ -28,6 +28,7 @@ struct KXPlaybackOptions
     double bufferSeconds = 0.5;
     double secondsPerCall = KXAudioFileOptions().secondsPerCall; ///< for a server to answer
     bool staysAtEnd = false; ///< can be positioned again when all of the item has been read
+    std::function<bool(const QUrl &)> mayLeadTo = {}; ///< see KXAudioFileOptions
 };
 
 /// Everything that belongs to one playing item: decoder, ring, mixer and position. The engine of both players.

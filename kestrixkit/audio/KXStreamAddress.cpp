@@ -37,11 +37,12 @@ std::function<bool(const QUrl &)> &streamRule()
 class StreamResolver
 {
 public:
-    explicit StreamResolver(const std::function<bool()> &isInterrupted)
+    explicit StreamResolver(const KXStreamAddress::Asker &asker)
+        : m_asker(asker)
     {
         m_watch.setInterval(streamLookMilliseconds);
-        QObject::connect(&m_watch, &QTimer::timeout, &m_loop, [this, &isInterrupted] {
-            m_isInterrupted = isInterrupted();
+        QObject::connect(&m_watch, &QTimer::timeout, &m_loop, [this] {
+            m_isInterrupted = m_asker.isInterrupted();
             if (m_isInterrupted)
                 m_loop.quit();
         });
@@ -53,10 +54,11 @@ public:
                                                       quint16(proxy.port(80)), proxy.userName(), proxy.password()));
     }
 
-    KXAudioFileStatus follow(QUrl &address, bool &isPublic)
+    KXAudioFileStatus follow(QUrl &address, bool &isFinal)
     {
-        isPublic = !leadsInside(address);
-        if (!isPublic)
+        const bool staysOutside = !m_asker.followsPrivateRedirects && !leadsInside(address);
+        isFinal = staysOutside || m_asker.mayLeadTo;
+        if (!isFinal)
             return KXAudioFileNoError;
         QUrl here = address;
         for (int redirects = 0; redirects <= streamMostRedirects && !m_isInterrupted; ++redirects) {
@@ -69,7 +71,11 @@ public:
             }
             if (next.scheme() != "http"_L1 && next.scheme() != "https"_L1)
                 return KXAudioFileForbiddenError;
-            if (leadsInside(next)) {
+            if (m_asker.mayLeadTo && !m_asker.mayLeadTo(next)) {
+                KXLogError(audio, "%@ leads to %@, where it may not", here.host(), next.host());
+                return KXAudioFileForbiddenError;
+            }
+            if (staysOutside && leadsInside(next)) {
                 KXLogError(audio, "%@ leads to %@, in a private network", here.host(), next.host());
                 return KXAudioFileForbiddenError;
             }
@@ -123,6 +129,7 @@ private:
         return KXAudioFileNoError;
     }
 
+    const KXStreamAddress::Asker &m_asker;
     QEventLoop m_loop;
     QTimer m_watch;
     QNetworkAccessManager m_network;
@@ -152,12 +159,12 @@ void KXStreamAddress::setPrivateRule(std::function<bool(const QUrl &)> rule)
     streamRule() = std::move(rule);
 }
 
-KXAudioFileStatus KXStreamAddress::resolve(QUrl &address, bool &isPublic, const std::function<bool()> &isInterrupted)
+KXAudioFileStatus KXStreamAddress::resolve(QUrl &address, bool &isFinal, const Asker &asker)
 {
     // On a thread of its own: it takes a loop of events, in which nothing of the caller's may happen.
     KXAudioFileStatus status = KXAudioFileNoError;
     try {
-        std::thread([&] { status = StreamResolver(isInterrupted).follow(address, isPublic); }).join();
+        std::thread([&] { status = StreamResolver(asker).follow(address, isFinal); }).join();
     } catch (const std::system_error &) {
         status = KXAudioFileConnectionError;
     }

@@ -11,11 +11,21 @@
 /// machine or its own network can see.
 namespace KXStreamAddress {
 
-/// Changes the address to the one that its server and those after it redirect to in the end; there is no need to be led
-/// any further from there. One of a private network may lead anywhere, and is left alone: `isPublic` tells which it
-/// was. KXAudioFileForbiddenError where a public one leads to a private one. Waits for servers, until `isInterrupted`
-/// answers true, which is asked on another thread meanwhile. Any thread.
-KX_AUDIO_EXPORT KXAudioFileStatus resolve(QUrl &address, bool &isPublic, const std::function<bool()> &isInterrupted);
+/// Who asks where an address leads, and what they refuse.
+struct Asker
+{
+    /// Ends the waiting for servers; asked on another thread.
+    std::function<bool()> isInterrupted;
+    /// See KXAudioFileOptions; asked on another thread.
+    std::function<bool(const QUrl &)> mayLeadTo = {};
+    bool followsPrivateRedirects = false;
+};
+
+/// Changes the address to the one that its server and those after it redirect to in the end; whoever is led any further
+/// from there is led astray, which `isFinal` says. One of a private network may lead anywhere where nothing is refused,
+/// and is left alone. KXAudioFileForbiddenError where a public one leads to a private one, or any to what is refused.
+/// Any thread.
+KX_AUDIO_EXPORT KXAudioFileStatus resolve(QUrl &address, bool &isFinal, const Asker &asker);
 
 /// Whether an address is this machine's, or that of a network without a way to it from outside.
 [[nodiscard]] KX_AUDIO_EXPORT bool isPrivate(const QHostAddress &address);

@@ -13,13 +13,15 @@ constexpr double streamingFadeSeconds = 1;
 
 }
 
-std::shared_ptr<KXPlaybackSession> KXStreamingPlayer::makeSession(const QUrl &url, double secondsPerCall)
+std::shared_ptr<KXPlaybackSession> KXStreamingPlayer::makeSession(
+    const QUrl &url, double secondsPerCall, std::function<bool(const QUrl &)> mayLeadTo)
 {
     KXPlaybackOptions options;
     if (!url.isLocalFile())
         options.bufferSeconds = streamingRemoteBufferSeconds;
     options.secondsPerCall = secondsPerCall;
     options.staysAtEnd = true;
+    options.mayLeadTo = std::move(mayLeadTo);
     return std::make_shared<KXPlaybackSession>(url, options);
 }
 

@@ -17,7 +17,8 @@ public:
     enum class Event { None, End, BrokenOff };
 
     /// A session for the item, not opened yet.
-    static std::shared_ptr<KXPlaybackSession> makeSession(const QUrl &url, double secondsPerCall);
+    static std::shared_ptr<KXPlaybackSession> makeSession(
+        const QUrl &url, double secondsPerCall, std::function<bool(const QUrl &)> mayLeadTo);
     /// Opens it and decodes its start; false when it cannot be played. Waits for servers, until the session is
     /// cancelled.
     static bool load(KXPlaybackSession &session);

@@ -108,6 +108,36 @@ TEST_F(StreamAddress, otherRedirectsAreFollowed)
     EXPECT_EQ(open(indirect), 0);
 }
 
+TEST_F(StreamAddress, leadsNoFurtherThanItMay)
+{
+    HttpServer end(music, HttpServer::Normal);
+    HttpServer direct(end.url().toEncoded(), HttpServer::Redirect);
+    HttpServer indirect(direct.url().toEncoded(), HttpServer::Redirect);
+    const auto onlyTo = [](const std::vector<const HttpServer *> &servers) {
+        QList<int> ports;
+        for (const HttpServer *server : servers)
+            ports.append(server->url().port());
+        KXAudioFileOptions options;
+        options.mayLeadTo = [ports](const QUrl &url) { return ports.contains(url.port()); };
+        return options;
+    };
+    // On loopback, which may lead anywhere else, and where a host allows everything else, too.
+    for (const bool followsAll : { false, true }) {
+        KXAudioFile::setFollowsPrivateRedirects(followsAll);
+        EXPECT_EQ(open(end, onlyTo({})), 0);
+        const int asked = end.requests();
+        EXPECT_EQ(open(direct, onlyTo({})), KXAudioFileForbiddenError);
+        EXPECT_EQ(open(indirect, onlyTo({ &direct })), KXAudioFileForbiddenError);
+        EXPECT_EQ(end.requests(), asked) << "it was asked all the same";
+        EXPECT_EQ(open(indirect, onlyTo({ &direct, &end })), 0);
+        HttpServer fickle(end.url().toEncoded(), HttpServer::RedirectLater);
+        EXPECT_EQ(open(fickle, onlyTo({})), KXAudioFileForbiddenError);
+    }
+    KXAudioFile::setFollowsPrivateRedirects(false);
+    makePrivate(end);
+    EXPECT_EQ(open(direct, onlyTo({ &end })), KXAudioFileForbiddenError) << "a private network stays one";
+}
+
 TEST_F(StreamAddress, endsWhateverServersDo)
 {
     HttpServer inside(music, HttpServer::Normal);
