@@ -57,11 +57,11 @@ void KXFilterSetPreset::registerHeldSet()
     });
 }
 
-std::optional<KXCounts> KXFilterSetPreset::counts() const
+/// Itself, or the presets of a folder and of those in it, each once.
+void KXFilterSetPreset::visitCounted(const std::function<void(const KXFilterSetPreset &)> &visit) const
 {
     if (!isFolder())
-        return m_counts;
-    KXCounts sums;
+        return visit(*this);
     QSet<const KXFilterSetPreset *> visited; // a damaged tree may lead back
     QList<KXRef<KXFilterSetPreset>> ahead { KXRef<KXFilterSetPreset>(const_cast<KXFilterSetPreset *>(this)) };
     while (!ahead.isEmpty()) {
@@ -71,20 +71,46 @@ std::optional<KXCounts> KXFilterSetPreset::counts() const
         visited.insert(preset.get());
         if (preset->isFolder())
             ahead += preset->children();
-        else if (preset->m_counts)
-            for (auto entry = preset->m_counts->cbegin(); entry != preset->m_counts->cend(); ++entry)
-                sums[entry.key()] += entry.value();
+        else
+            visit(*preset);
     }
+}
+
+std::optional<KXCounts> KXFilterSetPreset::counts() const
+{
+    if (!isFolder())
+        return m_counts;
+    KXCounts sums;
+    visitCounted([&sums](const KXFilterSetPreset &preset) {
+        const KXCounts counts = preset.m_counts.value_or(KXCounts());
+        for (auto entry = counts.cbegin(); entry != counts.cend(); ++entry)
+            sums[entry.key()] += entry.value();
+    });
     return sums;
 }
 
-void KXFilterSetPreset::setCount(qint64 count, const QString &forContextIdentifier)
+QDateTime KXFilterSetPreset::countDateForContextIdentifier(const QString &identifier) const
+{
+    QDateTime oldest;
+    visitCounted([&](const KXFilterSetPreset &preset) {
+        const QDateTime counted = preset.m_countDates.value(identifier);
+        if (counted.isValid() && (!oldest.isValid() || counted < oldest))
+            oldest = counted;
+    });
+    return oldest;
+}
+
+void KXFilterSetPreset::setCount(qint64 count, const QString &forContextIdentifier, const QDateTime &counted)
 {
     KX_CHECK(KXMainQueue::isMainThread(), "The count of a preset was set outside the main thread");
     willChangeValueForKey(u"counts");
     if (!m_counts)
         m_counts.emplace();
     m_counts->insert(forContextIdentifier, count);
+    if (counted.isValid())
+        m_countDates.insert(forContextIdentifier, counted);
+    else
+        m_countDates.remove(forContextIdentifier);
     didChangeValueForKey(u"counts");
     if (const KXRef<KXFilterSetPreset> folder = parent()) {
         folder->willChangeValueForKey(u"counts");
@@ -109,8 +135,10 @@ KXRef<KXFilterSetPreset> KXFilterSetPreset::duplicateInContext(KXManagedObjectCo
         return {};
     copy->setIsFolder(isFolder());
     copy->setTitle(title());
-    if (!isFolder())
-        copy->m_counts = counts();
+    if (!isFolder()) {
+        copy->m_counts = m_counts;
+        copy->m_countDates = m_countDates;
+    }
     const KXRef<KXFilterSet> set = filterSet();
     if (set && !set->isMissing()) {
         const KXRef<KXFilterSet> copiedSet = set->duplicateInContext(context);

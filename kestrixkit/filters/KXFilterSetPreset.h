@@ -1,5 +1,8 @@
 #pragma once
 
+#include <functional>
+
+#include <QHash>
 #include <QUrl>
 
 #include <kestrixkit/context/KXTreeObjectOf.h>
@@ -40,11 +43,18 @@ public:
     /// each reading and never absent; another preset's are absent before the first count. Kept in memory only.
     /// Observable under "counts".
     [[nodiscard]] std::optional<KXCounts> counts() const;
-    /// Main thread. Announces the counts of the folder around it, too.
-    void setCount(qint64 count, const QString &forContextIdentifier);
+    /// Main thread. Announces the counts of the folder around it, too. The date is that of a count that grows old;
+    /// none for one that is kept right.
+    void setCount(qint64 count, const QString &forContextIdentifier, const QDateTime &counted = {});
+    /// Of a folder that of its oldest count. Invalid where there is none.
+    [[nodiscard]] QDateTime countDateForContextIdentifier(const QString &identifier) const;
 
     /// Of a folder absent, unless somebody has set it: whoever shows a tree has the sum at hand.
     [[nodiscard]] std::optional<qint64> countForContextIdentifier(const QString &identifier) const override;
+    [[nodiscard]] QString countNoteForContextIdentifier(const QString &identifier) const override
+    {
+        return KXCountAgeText(countDateForContextIdentifier(identifier));
+    }
     [[nodiscard]] QStringList badgeKeys() const override { return { QStringLiteral("counts") }; }
 
     /// A preset of the same entity with a copy of the filter set: title, kind and counts are taken over, and neither
@@ -74,7 +84,9 @@ protected:
 private:
     void hold(const KXRef<KXFilterSet> &set) const;
     void registerHeldSet();
+    void visitCounted(const std::function<void(const KXFilterSetPreset &)> &visit) const;
 
     std::optional<KXCounts> m_counts;
+    QHash<QString, QDateTime> m_countDates; ///< of those that grow old
     mutable KXRef<KXFilterSet> m_filterSet;
 };

@@ -71,11 +71,11 @@ void KXFilterSetPresetCountsProvider::start()
 
 void KXFilterSetPresetCountsProvider::loadCounts() { setExecuting(false); }
 
-void KXFilterSetPresetCountsProvider::deliverCount(qint64 count)
+void KXFilterSetPresetCountsProvider::deliverCount(qint64 count, const QDateTime &counted)
 {
     const auto self = std::static_pointer_cast<KXFilterSetPresetCountsProvider>(shared_from_this());
-    KXMainQueue::async([self, count] {
+    KXMainQueue::async([self, count, counted] {
         if (!self->isCancelled() && self->m_preset)
-            self->m_preset->setCount(count, self->m_contextIdentifier);
+            self->m_preset->setCount(count, self->m_contextIdentifier, counted);
     });
 }

@@ -45,8 +45,9 @@ public:
 protected:
     /// Nothing but the end, unless overridden.
     virtual void loadCounts();
-    /// Has the main thread set the count on the preset in a later turn, unless the operation is cancelled by then.
-    void deliverCount(qint64 count);
+    /// Has the main thread set the count on the preset in a later turn, unless the operation is cancelled by then. With
+    /// a date it is one that grows old: see KXFilterSetPreset::setCount().
+    void deliverCount(qint64 count, const QDateTime &counted = {});
     void setError(const KXError &error);
 
 private:

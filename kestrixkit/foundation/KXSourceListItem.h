@@ -56,6 +56,8 @@ public:
     [[nodiscard]] virtual QIcon image() const { return {}; }
     /// The number in its badge, of the place that counts it; none below 1. Absent: the sum of its children's.
     [[nodiscard]] virtual std::optional<qint64> countForContextIdentifier(const QString &) const { return 0; }
+    /// What is to be said of that number, such as how old it is: "counted 5 minutes ago". Empty: it is right.
+    [[nodiscard]] virtual QString countNoteForContextIdentifier(const QString &) const { return {}; }
     /// Whether its row says that work goes on.
     [[nodiscard]] virtual bool inProgress() const { return false; }
     /// Observable keys of the item, where it has any, on which these three depend.

@@ -139,11 +139,11 @@ QVariant KXSourceListViewController::rowData(const KXTreeNode &node, int role)
         const KXSourceListCell cell = cellForNode(node);
         const QString text = cell.toolTip.isEmpty() ? cell.title : cell.toolTip;
         // Exactly, whatever the badge says.
-        return cell.count > 0 ? text + u'\n' + KXClock::locale().toString(cell.count) : text;
+        return cell.count > 0 ? text + u'\n' + countText(node, KXClock::locale().toString(cell.count)) : text;
     }
     case Qt::AccessibleTextRole: {
         const KXSourceListCell cell = cellForNode(node);
-        return cell.count > 0 ? KXStringWithFormat("%@, %lld", cell.title, cell.count) : cell.title;
+        return cell.count > 0 ? countText(node, KXStringWithFormat("%@, %lld", cell.title, cell.count)) : cell.title;
     }
     case Qt::CheckStateRole: {
         const KXSourceListCell cell = cellForNode(node);
@@ -173,6 +173,14 @@ KXSourceListCell KXSourceListViewController::cellForNode(const KXTreeNode &node)
     if (KXSourceListViewControllerDelegate *const told = delegate())
         told->willDisplayCellView(*this, cell, item);
     return cell;
+}
+
+/// With its age, where it has one.
+QString KXSourceListViewController::countText(const KXTreeNode &node, const QString &count) const
+{
+    const KXSourceListItem *const item = itemOf(node.representedObject());
+    const QString note = item ? item->countNoteForContextIdentifier(m_countsContextIdentifier) : QString();
+    return note.isEmpty() ? count : count + u", "_s + note;
 }
 
 qint64 KXSourceListViewController::countForNode(const KXTreeNode &node) const

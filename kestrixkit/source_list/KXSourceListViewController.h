@@ -144,6 +144,7 @@ private:
     [[nodiscard]] QVariant rowData(const KXTreeNode &node, int role);
     [[nodiscard]] KXSourceListCell cellForNode(const KXTreeNode &node);
     [[nodiscard]] qint64 countForNode(const KXTreeNode &node) const;
+    [[nodiscard]] QString countText(const KXTreeNode &node, const QString &count) const;
     void followBadgeOf(const KXSourceListItem &item, KXManagedObject *object);
     void followNoCounts();
     bool moveItems(const QList<KXRef<KXManagedObject>> &items, const KXIndexPath &path);

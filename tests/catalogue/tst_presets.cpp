@@ -115,6 +115,7 @@ TEST_F(CataloguePresets, AreCountedWithTheCataloguesKeyPathsOnceInAWhile)
     ASSERT_TRUE(QTest::qWaitFor([&] { return counting->countOperations().isEmpty(); }, 20'000));
     EXPECT_EQ(last->error().code(), KXCatalogueError::Unreachable);
     EXPECT_EQ(countOf(titled), inMemory(u"a"_s)) << "offline the number stays";
+    EXPECT_EQ(titled->countNoteForContextIdentifier(u"shop"_s), u"counted an hour ago"_s);
 }
 
 TEST_F(CataloguePresets, CancellingWakesWhatWaits)

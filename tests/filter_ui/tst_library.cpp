@@ -12,6 +12,7 @@
 
 #include <kestrixkit/filter_ui/KXFilterSetPresetDetailsViewController.h>
 #include <kestrixkit/filter_ui/KXFilterSetPresetsManagerViewController.h>
+#include <kestrixkit/foundation/KXClock.h>
 #include <kestrixkit/foundation/KXUndoManager.h>
 #include <kestrixkit/foundation/KXUserDefaults.h>
 #include <kestrixkit/theme/controls/KXPlaceholderView.h>
@@ -409,6 +410,11 @@ TEST_F(LibraryTest, showsDetailsOfTheSelected)
     EXPECT_TRUE(cell(a).isEnabled && cell(a).isEditable && cell(f).isEnabled && !cell(a).isExpandable);
     EXPECT_EQ(cell(a).count, 7);
     EXPECT_EQ(cell(f).count, 7);
+    a->setCount(7, u"here"_s, KXClock::now());
+    const QModelIndex aged = library->sourceListTreeController()->indexForNode(
+        library->sourceListTreeController()->treeNodeForObject(a.get()));
+    EXPECT_TRUE(aged.data(Qt::ToolTipRole).toString().endsWith(u"7, counted just now"_s));
+    EXPECT_TRUE(aged.data(Qt::AccessibleTextRole).toString().endsWith(u"7, counted just now"_s));
     EXPECT_FALSE(cell(c).isEnabled || cell(d).isEditable || cell(c).toolTip.isEmpty());
     KXMenu menu;
     library->menuNeedsUpdate(menu);

@@ -233,6 +233,33 @@ TEST_F(PresetsBarTest, menusAndBadgesCount)
     EXPECT_FALSE(editor->filterSet());
 }
 
+TEST_F(PresetsBarTest, countsThatGrowOldSaySoWhenTheyAreLookedAt)
+{
+    Button *const button = bar().presetButtons()[0];
+    const QString title = button->accessibleName();
+    const QDateTime counted(QDate(2024, 5, 3), QTime(12, 0), Qt::UTC);
+    {
+        const KXClockPin pin(counted);
+        house->setCount(1234, u"here"_s, counted);
+        EXPECT_EQ(button->accessibleName(), title + u", 1234, counted just now"_s);
+    }
+    const KXClockPin pin(counted.addSecs(300));
+    KXClock::setLocale(QLocale(QLocale::English, QLocale::UnitedKingdom));
+    QHelpEvent asked(QEvent::ToolTip, { 2, 2 }, button->mapToGlobal(QPoint(2, 2)));
+    QCoreApplication::sendEvent(button, &asked);
+    EXPECT_EQ(QToolTip::text(), title + u": 1,234, counted 5 minutes ago"_s);
+    QToolTip::hideText();
+    QFocusEvent focused(QEvent::FocusIn);
+    QCoreApplication::sendEvent(button, &focused);
+    EXPECT_EQ(button->accessibleName(), title + u", 1234, counted 5 minutes ago"_s);
+    house->setCount(1234, u"here"_s, KXClock::now());
+    EXPECT_EQ(button->accessibleName(), title + u", 1234, counted just now"_s) << "the same number, counted anew";
+    named(u"Dark"_s)->setCount(3, u"here"_s, counted);
+    KXMenu *const menu = static_cast<FolderButton *>(bar().presetButtons()[1])->presetsMenu();
+    menu->validate();
+    EXPECT_EQ(menu->actions()[0]->toolTip(), u"counted 5 minutes ago"_s);
+}
+
 TEST_F(PresetsBarTest, loadsWithoutAStepToUndo)
 {
     const auto stored = house->filterSet();

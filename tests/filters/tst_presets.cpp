@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <kestrixkit/foundation/KXClock.h>
 #include <kestrixkit/foundation/KXUndoGuards.h>
 #include <kestrixkit/foundation/KXUndoManager.h>
 #include <kestrixkit/theme/KXThemeManager.h>
@@ -209,4 +210,29 @@ TEST(Presets, foldersSumWhatTheirChildrenCount)
     EXPECT_TRUE(KXPredicate::predicateWithFormat("counts.A > 4").evaluateWithObject(outer.get()));
     uncounted->setParent(inner);
     EXPECT_EQ(innerChanged, 3);
+}
+
+TEST(Presets, countsThatGrowOldSayHowOldTheyAre)
+{
+    Shelf shelf;
+    const auto one = shelf.preset(u"1"_s);
+    const auto two = shelf.preset(u"2"_s);
+    const auto live = shelf.preset(u"3"_s);
+    const auto folder = shelf.folderPreset(u"folder"_s, { one, shelf.folderPreset(u"inner"_s, { two }), live });
+    const QDateTime now(QDate(2024, 5, 3), QTime(12, 0), Qt::UTC);
+    const KXClockPin pin(now);
+    live->setCount(1, u"A"_s);
+    EXPECT_EQ(folder->countNoteForContextIdentifier(u"A"_s), QString()) << "what is kept right has no age";
+    const std::pair<qint64, const char *> ages[] = { { -5, "counted just now" }, { 59, "counted just now" },
+        { 60, "counted a minute ago" }, { 300, "counted 5 minutes ago" }, { 3600, "counted an hour ago" },
+        { 7200, "counted 2 hours ago" }, { 86'400, "counted a day ago" }, { 3 * 86'400 - 1, "counted 2 days ago" } };
+    for (const auto &[seconds, text] : ages) {
+        one->setCount(7, u"A"_s, now.addSecs(-seconds));
+        EXPECT_EQ(one->countNoteForContextIdentifier(u"A"_s), QLatin1StringView(text)) << seconds;
+    }
+    two->setCount(1, u"A"_s, now);
+    EXPECT_EQ(folder->countNoteForContextIdentifier(u"A"_s), u"counted 2 days ago"_s) << "as old as its oldest";
+    EXPECT_EQ(one->countNoteForContextIdentifier(u"B"_s), QString());
+    one->setCount(7, u"A"_s);
+    EXPECT_EQ(folder->countNoteForContextIdentifier(u"A"_s), u"counted just now"_s);
 }

@@ -66,7 +66,7 @@ void KXFilterSetPresetCatalogueCountsProvider::loadCounts()
         timeless = rule(set);
     }
     if (const auto known = m_cache->known(timeless, Young))
-        return deliverCount(known->count);
+        return deliverCount(known->count, known->when);
     if (const KXError failure = m_cache->failure(Pause))
         return setError(failure);
     const auto counts = ask(rule(set));
@@ -77,7 +77,7 @@ void KXFilterSetPresetCatalogueCountsProvider::loadCounts()
         code == KXCatalogueError::Unreachable || code == KXCatalogueError::TimeLimit ? counts->error : KXError());
     if (counts->isComplete()) {
         m_cache->keep(timeless, counts->count);
-        deliverCount(counts->count);
+        deliverCount(counts->count, KXClock::now());
     } else {
         setError(counts->error ? counts->error
                                : KXError(KXKestrixKitErrorDomain, KXCatalogueError::Unreachable,

@@ -7,7 +7,8 @@
 /// Counts what one preset matches in a remote catalogue: what a host gives to KXFilterSetPresetCountsScheduler for the
 /// place that shows the catalogue, with basePredicates() and the place's mapper.
 ///
-/// A count that is known and young enough is not asked for again. A preset that cannot be mapped, and one whose count
+/// A count that is known and young enough is not asked for again; presets get it with the time at which the catalogue
+/// gave it. A preset that cannot be mapped, and one whose count
 /// some part of the catalogue did not give, keeps the number that it has: error() says why. After a failure to reach
 /// the catalogue the presets that follow do not try for a while.
 ///

@@ -397,6 +397,8 @@ QAction *KXFilterSetPresetsBar::addMenuItemForPreset(KXMenu &menu, const Preset 
         connect(action, &QAction::triggered, this, [this, action] { loadPreset(action); });
         if (!isAvailable(preset))
             action->setToolTip(KXLocalizedString("This preset is not available in the current selected section."));
+        else if (count > 0)
+            action->setToolTip(preset->countNoteForContextIdentifier(m_identifier));
     }
     action->setData(KXVariantFromRef(preset));
     action->setIcon(preset->image());

@@ -132,17 +132,36 @@ void KXFilterSetPresetsBarPresetButton::setCountsContextIdentifier(const QString
 
 bool KXFilterSetPresetsBarPresetButton::event(QEvent *event)
 {
+    // Ages go on by themselves: said anew to whoever comes near.
+    if (m_shownCount > 0 && (event->type() == QEvent::FocusIn || event->type() == QEvent::Enter))
+        updateAccessibleName();
     if (event->type() != QEvent::ToolTip || !toolTip().isEmpty() || m_shownCount <= 0 || !filterSetPreset())
         return KXThemeableButton::event(event);
-    const QString title = filterSetPreset()->title().simplified(), count = KXClock::locale().toString(m_shownCount);
-    QToolTip::showText(static_cast<QHelpEvent *>(event)->globalPos(), KXStringWithFormat("%@: %@", title, count), this);
+    QToolTip::showText(static_cast<QHelpEvent *>(event)->globalPos(),
+        KXStringWithFormat(
+            "%@: %@", filterSetPreset()->title().simplified(), withAge(KXClock::locale().toString(m_shownCount))),
+        this);
     return true;
+}
+
+QString KXFilterSetPresetsBarPresetButton::withAge(const QString &count) const
+{
+    const QString age = filterSetPreset()->countNoteForContextIdentifier(m_identifier);
+    return age.isEmpty() ? count : count + u", "_s + age;
+}
+
+void KXFilterSetPresetsBarPresetButton::updateAccessibleName()
+{
+    const QString title = filterSetPreset()->title().simplified();
+    const QString name = m_shownCount > 0 ? withAge(KXStringWithFormat("%@, %ld", title, m_shownCount)) : title;
+    if (name != accessibleName())
+        setAccessibleName(name);
 }
 
 void KXFilterSetPresetsBarPresetButton::titleDidChange()
 {
+    updateAccessibleName();
     QString title = filterSetPreset()->title().simplified();
-    setAccessibleName(m_shownCount > 0 ? KXStringWithFormat("%@, %ld", title, m_shownCount) : title);
     setText(title.replace(u'&', u"&&"_s));
     updateGeometry();
 }
@@ -150,8 +169,11 @@ void KXFilterSetPresetsBarPresetButton::titleDidChange()
 void KXFilterSetPresetsBarPresetButton::countsDidChange()
 {
     const qint64 count = this->count();
-    if (count == m_shownCount)
+    if (count == m_shownCount) {
+        if (count > 0 && !filterSetPreset()->isFolder()) // which would look at all that is in it for each of them
+            updateAccessibleName(); // it may have been counted anew
         return;
+    }
     const bool looksTheSame = KXBadgeCell::textForCount(count) == KXBadgeCell::textForCount(m_shownCount);
     m_shownCount = count;
     if (!looksTheSame)

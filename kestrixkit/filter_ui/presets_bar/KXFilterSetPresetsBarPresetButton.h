@@ -63,13 +63,15 @@ public:
     [[nodiscard]] QSize minimumSizeHint() const override { return sizeHint(); }
 
 protected:
-    /// Without a tool tip of its own it says the exact number.
+    /// Without a tool tip of its own it says the exact number, and how old it is.
     bool event(QEvent *event) override;
     void paintEvent(QPaintEvent *event) override;
 
 private:
     void titleDidChange();
+    void updateAccessibleName();
     void countsDidChange();
+    [[nodiscard]] QString withAge(const QString &count) const;
 
     KXFilterSetPresetsBarButtonCell *m_barCell;
     QString m_identifier;
