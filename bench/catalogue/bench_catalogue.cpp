@@ -59,9 +59,9 @@ void prepareServer(const QString &name, int from, int of)
         serversOf(server.address()).parts().first().first(), schema, KXCatalogueLayout::standard());
     KXError error;
     bool done = loader.create(&error) && loader.begin(&error);
-    QVariantList values;
-    for (auto source = TrackSources::synthetic(schema, trackCount()); done && source(values);)
-        done = values.first().toLongLong() % of != from || loader.add(values, &error);
+    SourceTrack track;
+    for (auto source = TrackSources::synthetic(schema, trackCount()); done && source(track);)
+        done = track.values.first().toLongLong() % of != from || loader.add(track.values, &error);
     if (!done || !loader.finish(&error) || !loader.index(&error))
         qFatal("%s", qPrintable(error.localizedDescription()));
     QFile(folder + u"/loaded"_s).open(QIODevice::WriteOnly);

@@ -328,7 +328,10 @@ bool KXCatalogueLoader::add(const QVariantList &values, KXError *error)
                 append(loaderWords(value));
                 continue;
             }
-            append(loaderValue(value, column, 0));
+            const std::optional<QByteArray> text = loaderValue(value, column, 0);
+            if (column.notNull && !text)
+                throw LoaderProblem { KXLocalizedString("there has to be one") };
+            append(text);
             for (auto copy = column.folded.cbegin(); copy != column.folded.cend(); ++copy)
                 append(loaderValue(value, column, copy.key()));
             if (!column.words.isEmpty())

@@ -48,8 +48,8 @@ public:
     [[nodiscard]] bool begin(KXError *error = nullptr);
     /// One row: a value for each column of the schema, in its order; folded copies and words are made here. A column of
     /// Words takes the texts (QStringList) whose words it keeps. False for a row that cannot be kept, which is left out
-    /// (a text with the character 0, a number that is none, a date outside the years 1 to 9999), and where the server
-    /// went; hasFailed() tells them apart.
+    /// (a text with the character 0, a number that is none, a date outside the years 1 to 9999, nothing where there has
+    /// to be something), and where the server went; hasFailed() tells them apart.
     [[nodiscard]] bool add(const QVariantList &values, KXError *error = nullptr);
     [[nodiscard]] bool hasFailed() const;
     [[nodiscard]] bool finish(KXError *error = nullptr);

@@ -50,9 +50,9 @@ protected:
         const KXCatalogueSchema schema = KXCatalogueSchema::standard();
         KXCatalogueLoader loader(address.parts().first().first(), schema, KXCatalogueLayout::standard());
         ASSERT_TRUE(loader.create(&error) && loader.begin(&error)) << qPrintable(error.localizedDescription());
-        QVariantList values;
-        for (auto source = TrackSources::synthetic(schema, Tracks); source(values);)
-            ASSERT_TRUE(loader.add(values, &error)) << qPrintable(error.localizedDescription());
+        SourceTrack track;
+        for (auto source = TrackSources::synthetic(schema, Tracks); source(track);)
+            ASSERT_TRUE(loader.add(track.values, &error)) << qPrintable(error.localizedDescription());
         ASSERT_TRUE(loader.finish(&error) && loader.index(&error));
     }
     qint64 inTable(const QString &condition)

@@ -75,9 +75,9 @@ public:
     void run(const TrackSource &source)
     {
         forAll([](KXCatalogueLoader &loader, KXError *error) { return loader.begin(error); });
-        QVariantList values;
-        while (source(values)) {
-            add(values);
+        SourceTrack track;
+        while (source(track)) {
+            add(track);
             tell(false);
         }
         forAll([](KXCatalogueLoader &loader, KXError *error) { return loader.finish(error); });
@@ -101,22 +101,21 @@ private:
             }
         }
     }
-    void add(const QVariantList &values)
+    void add(const SourceTrack &track)
     {
-        const qint64 id = values.first().toLongLong();
-        bool isKept = true;
+        const qint64 id = track.values.value(0).toLongLong();
+        QString problem = track.problem;
         for (const auto &loader : m_parts[size_t(quint64(id) % m_parts.size())]) {
             KXError error;
-            isKept = loader->add(values, &error);
-            if (isKept)
+            if (!problem.isEmpty() || loader->add(track.values, &error)) // what one server does not keep none does
                 continue;
             if (loader->hasFailed())
                 throw Ending { Failed, error.localizedDescription() };
-            if (m_reasons.size() < 20)
-                m_reasons.append(u"%1: %2"_s.arg(QString::number(id), error.localizedDescription()));
-            break; // what the first server does not keep none does
+            problem = error.localizedDescription();
         }
-        ++(isKept ? m_tracks : m_leftOut);
+        ++(problem.isEmpty() ? m_tracks : m_leftOut);
+        if (!problem.isEmpty() && m_reasons.size() < MostReasons)
+            m_reasons.append(u"%1: %2"_s.arg(track.name, problem));
     }
     /// On standard error, at most once a second.
     void tell(bool isLast)
@@ -128,6 +127,7 @@ private:
         std::fprintf(stderr, "kxtool: %lld tracks\n", static_cast<long long>(m_tracks));
     }
 
+    static constexpr qsizetype MostReasons = 1000;
     const KXCatalogueSchema m_schema;
     std::vector<std::vector<std::unique_ptr<KXCatalogueLoader>>> m_parts;
     qint64 m_tracks = 0;

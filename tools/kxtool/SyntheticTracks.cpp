@@ -73,13 +73,13 @@ private:
 
 TrackSource TrackSources::synthetic(const KXCatalogueSchema &schema, qint64 count)
 {
-    return [schema, count, next = qint64(1)](QVariantList &values) mutable {
+    return [schema, count, next = qint64(1)](SourceTrack &track) mutable {
         if (next > count)
             return false;
-        const QVariantMap track = SyntheticTrack(next++).values();
-        values.clear();
+        const QVariantMap made = SyntheticTrack(next).values();
+        track = { .name = QString::number(next++) };
         for (const KXCatalogueColumn &column : schema.columns())
-            values.append(track.value(column.keyPath));
+            track.values.append(made.value(column.keyPath));
         return true;
     };
 }

@@ -16,11 +16,11 @@ namespace {
 
 constexpr qsizetype libraryBatch = 1000; // tracks whose objects are in memory at a time
 
-/// What a library calls what a shop sells.
+/// What a library calls what a shop sells. Of genres and labels, of which a track may have several, a shop has one.
 QString libraryKeyPath(const QString &keyPath)
 {
     static const QHash<QString, QString> others { { u"released"_s, u"added"_s }, { u"album"_s, u"albumText"_s },
-        { u"genre"_s, u"genreText"_s }, { u"label"_s, u"labelText"_s } };
+        { u"genre"_s, u"genres.name"_s }, { u"label"_s, u"labels.name"_s } };
     return others.value(keyPath, keyPath);
 }
 
@@ -34,11 +34,18 @@ QVariant libraryValue(const KXManagedObject &track, const KXCatalogueColumn &col
     if (column.type == KXCatalogueType::Words)
         return QStringList { text(u"title"_s), text(u"artistText"_s), text(u"labelText"_s) };
     if (column.keyPath == "file"_L1)
-        return QFileInfo(track.valueForKey(u"location"_s).toUrl().path()).fileName();
+        return track.entity()->property(u"location"_s)
+            ? QVariant(QFileInfo(track.valueForKey(u"location"_s).toUrl().path()).fileName())
+            : QVariant();
     const QString keyPath = libraryKeyPath(column.keyPath);
     if (!track.entity()->property(keyPath.section(u'.', 0, 0)))
         return column.isList ? QVariant(QVariantList()) : QVariant();
-    const QVariant value = track.valueForKeyPath(keyPath);
+    QVariant value = track.valueForKeyPath(keyPath);
+    if (!column.isList && value.typeId() == QMetaType::QVariantList) {
+        QStringList names = value.toStringList();
+        names.sort();
+        value = names.isEmpty() ? QVariant() : QVariant(names.first());
+    }
     return !value.isValid() && column.notNull && column.type == KXCatalogueType::Text ? QVariant(QString()) : value;
 }
 
@@ -62,13 +69,15 @@ TrackSource TrackSources::library(const KXCatalogueSchema &schema, const QString
     const KXFetchedList found = context->fetch(request, &error);
     if (error)
         throw Ending { Failed, error.localizedDescription() };
-    return [schema, coordinator, context, found, next = qsizetype(0)](QVariantList &values) mutable {
+    return [schema, coordinator, context, found, next = qsizetype(0)](SourceTrack &track) mutable {
         if (next >= found.size())
             return false;
-        const auto track = found[next++];
-        values.clear();
+        const auto object = found[next++];
+        track = {};
+        if (object->entity()->property(u"title"_s))
+            track.name = object->valueForKey(u"title"_s).toString();
         for (const KXCatalogueColumn &column : schema.columns())
-            values.append(libraryValue(*track, column));
+            track.values.append(libraryValue(*object, column));
         return true;
     };
 }
