@@ -158,6 +158,57 @@ TEST_F(Servers, AServerThatGoesInTheMiddleIsReplaced)
     EXPECT_EQ(answer->count, Rows / Parts * 2);
 }
 
+TEST_F(Servers, APartThatGoesInTheMiddleIsNamed)
+{
+    const auto catalogue = catalogueAt(allParts());
+    const TableLock lock(server(1));
+    std::optional<KXCatalogueCounts> answer;
+    const KXCatalogueTicket ticket
+        = catalogue->count({ .timeLimit = 5 }, [&](const KXCatalogueCounts &counts) { answer = counts; });
+    ASSERT_TRUE(QTest::qWaitFor([] { return isBusy(server(1)); }));
+    server(1).stop();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return answer.has_value(); }, 10'000));
+    EXPECT_FALSE(answer->error) << qPrintable(answer->error.localizedDescription());
+    EXPECT_EQ(answer->count, Rows / Parts * 2);
+    ASSERT_EQ(answer->missing.size(), 1);
+    EXPECT_TRUE(answer->missing.first().contains(server(1).socketPath().section(u'/', 0, -2)));
+}
+
+TEST_F(Servers, AFullResultSetIsBoundedAndGoesOn)
+{
+    constexpr int rows = 10'050;
+    const PostgresServer full;
+    load(full, {});
+    full.run(u"INSERT INTO \"kx test\".\"tracks \"\"all\"\"\"(id) SELECT generate_series(1, %1)"_s.arg(rows));
+    const auto catalogue = catalogueAt(full.address());
+    KXCataloguePageRequest request { .keyPaths = { u"id"_s }, .limit = 1'000'000 };
+    const KXCataloguePage first = paged(*catalogue, request);
+    ASSERT_TRUE(first.isComplete()) << qPrintable(first.error.localizedDescription());
+    EXPECT_EQ(first.rows.size(), 10'000);
+    EXPECT_FALSE(first.isLast);
+    request.after = first.rows.last().key;
+    const KXCataloguePage second = paged(*catalogue, request);
+    EXPECT_EQ(second.rows.size(), rows - 10'000);
+    EXPECT_TRUE(second.isLast);
+    EXPECT_EQ(second.rows.last().values.first().toInt(), rows);
+    // Values that nobody could choose from are an error that says so, and nothing cut off.
+    const auto values
+        = awaited<KXCatalogueValues>([&](auto given) { return catalogue->values({ .keyPath = u"id"_s }, given); });
+    ASSERT_TRUE(values);
+    EXPECT_EQ(values->error.code(), KXCatalogueError::Refused);
+    const KXPredicate few = KXPredicate::predicateWithFormat("id <= 5000");
+    const auto most = awaited<KXCatalogueValues>(
+        [&](auto given) { return catalogue->values({ .rule = few, .keyPath = u"id"_s }, given); });
+    ASSERT_TRUE(most && most->isComplete());
+    EXPECT_EQ(most->values.size(), KXCatalogueValuesRequest::MostValues);
+
+    const KXCatalogueCounts counts = counted(*catalogue, { .facets = QList<KXPredicate>(KXCatalogueMostFacets, few) });
+    EXPECT_TRUE(counts.isComplete()) << qPrintable(counts.error.localizedDescription());
+    EXPECT_EQ(counts.facets, QList<qint64>(KXCatalogueMostFacets, 5000));
+    EXPECT_EQ(counted(*catalogue, { .facets = QList<KXPredicate>(KXCatalogueMostFacets + 1, few) }).error.code(),
+        KXCatalogueError::Refused);
+}
+
 TEST_F(Servers, ALockEndsInAnErrorOrAtTheReplica)
 {
     const TableLock lock(server(0));
