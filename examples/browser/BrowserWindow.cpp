@@ -52,6 +52,7 @@
 #include "TrackTableView.h"
 #include "WaveformMaker.h"
 #include "WindowState.h"
+#include "shop/ShopPlace.h"
 
 using namespace Qt::StringLiterals;
 
@@ -137,6 +138,7 @@ BrowserWindow::~BrowserWindow()
     delete m_crateTable;
     delete m_playHistory;
     delete m_inspector;
+    m_shop->end();
     delete m_places;
     delete m_waveformMaker;
     delete m_strip;
@@ -213,7 +215,7 @@ void BrowserWindow::buildMenu()
     connect(m_filterStrip, &FilterStrip::predicateDidChange, this, &BrowserWindow::applyFilters);
     connect(m_filterStrip, &FilterStrip::narrowingDidEnd, this, [this] { m_table->setFocus(); });
     connect(m_sources, &SourceColumn::countingDidBegin, m_filterStrip->presets(), &PresetLibrary::countWith);
-    presets->addAction(tr("Presets &Library"), m_filterStrip->presets(), &PresetLibrary::showFilterSetPresetsManager)
+    presets->addAction(tr("Presets &Library"), this, [this] { m_shop->presets()->showFilterSetPresetsManager(); })
         ->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_L));
     QMenu *filter = menuBar()->addMenu(tr("&Filter"));
     filter->setAccessibleName(tr("Filter"));
@@ -312,7 +314,11 @@ void BrowserWindow::buildTable()
     rows->setSpacing(0);
     rows->addWidget(m_filterStrip);
     rows->addWidget(m_table, 1);
-    buildPlaces(tracks, view);
+    tracks->setFocusProxy(m_table);
+    m_shop = new ShopPlace(tracks, m_filterStrip, m_sources, m_preview, m_coordinator);
+    m_shop->setFilterMenu(qobject_cast<QMenu *>(m_filterStrip->actions().constFirst()->associatedObjects().value(0)));
+    connect(m_shop, &ShopPlace::countDidChange, this, &BrowserWindow::showSummary);
+    buildPlaces(m_shop, view);
     m_panes = m_sources->beside(m_places->view(), m_inspector->container());
     column->addWidget(m_panes, 1);
     m_strip = new PlayerStrip(m_preview, m_waveforms);
@@ -340,7 +346,7 @@ void BrowserWindow::buildPlaces(QWidget *tracks, QMenu *view)
 {
     m_places = new PlaceNavigator(m_context, m_sources, m_filterStrip, m_table, tracks);
     connect(m_places, &PlaceNavigator::placeDidChange, this, &BrowserWindow::showPlace);
-    connect(m_sources, &SourceColumn::opened, this, [this] { m_table->setFocus(); });
+    connect(m_sources, &SourceColumn::opened, this, [this] { m_shop->currentWidget()->setFocus(); });
     m_inspector = new TrackInspector(m_context, m_table, &m_editor);
     connect(m_inspector, &TrackInspector::picked, this, &BrowserWindow::showFound);
     view->addActions({ m_places->layeredAction(), m_inspector->action() });
@@ -448,7 +454,8 @@ void BrowserWindow::showPlace(
     m_title->setText(title.isEmpty() ? tr("Library") : title);
     if (QLayout *const bar = m_title->parentWidget()->layout())
         bar->invalidate(); // nobody tells it while the window is hidden
-    m_filterStrip->setPlace(filters, predicate);
+    const bool isShop = m_shop->showPageOf(filters);
+    m_filterStrip->setPlace(isShop ? QUrl() : filters, predicate);
     applyFilters();
 }
 
@@ -556,6 +563,11 @@ void BrowserWindow::cancelImport()
 
 void BrowserWindow::showSummary()
 {
+    if (m_shop && m_shop->isShown()) {
+        m_summary->setText(m_shop->countText());
+        m_summary->setToolTip({});
+        return;
+    }
     const QLocale locale = KXClock::locale();
     const int tracks = m_model->rowCount();
     QStringList parts { tr("%1 tracks").arg(locale.toString(tracks)) };

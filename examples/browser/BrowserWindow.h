@@ -29,6 +29,7 @@ class QLabel;
 class QProgressBar;
 class QPushButton;
 class SearchPopover;
+class ShopPlace;
 class SourceColumn;
 class TrackCommands;
 class TrackInspector;
@@ -63,6 +64,7 @@ public:
     [[nodiscard]] FilterStrip *filterStrip() const { return m_filterStrip; }
     [[nodiscard]] SearchPopover *search() const { return m_search; }
     [[nodiscard]] PlaceNavigator *places() const { return m_places; }
+    [[nodiscard]] ShopPlace *shop() const { return m_shop; }
     [[nodiscard]] TrackInspector *inspector() const { return m_inspector; }
     [[nodiscard]] const KXManagedObjectContext::Ref &context() const { return m_context; }
 
@@ -109,6 +111,7 @@ private:
     KXPredicate m_placePredicate; // of what is selected to the left; absent for all tracks
     SearchPopover *m_search;
     PlaceNavigator *m_places;
+    ShopPlace *m_shop = nullptr; // tracks, or the shop in their place
     TrackInspector *m_inspector;
     KXThemeableSplitView *m_panes; // places, tracks, inspector
     QString m_emptyReason; // why the table is empty, where it is

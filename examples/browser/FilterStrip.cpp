@@ -2,19 +2,14 @@
 
 #include <QAction>
 #include <QBoxLayout>
-#include <QKeyEvent>
 #include <QLabel>
 
 #include <kestrixkit/filter_ui/KXFilterSetPresetSaveViewController.h>
 #include <kestrixkit/filter_ui/editors/KXDateFilterViewController.h>
-#include <kestrixkit/filter_ui/editors/KXFilterBarFilterView.h>
-#include <kestrixkit/filter_ui/editors/KXFilterButton.h>
 #include <kestrixkit/filters/KXFacetFilter.h>
 #include <kestrixkit/foundation/KXUndoManager.h>
 #include <kestrixkit/theme/KXThemeStyleNames.h>
 #include <kestrixkit/theme/controls/KXThemeableButton.h>
-#include <kestrixkit/theme/controls/KXThemeableTextField.h>
-#include <kestrixkit/theme/controls/KXThemeableView.h>
 #include <kestrixkit/toolkit/KXPopoverController.h>
 
 #include "FilterEditors.h"
@@ -25,10 +20,6 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-
-constexpr int narrowingWidth = 180;
-// A quick typist's next key comes within that; every list that nobody sees would delay the one that counts.
-constexpr double narrowingPause = 0.12;
 
 KXPredicate both(const KXPredicate &a, const KXPredicate &b)
 {
@@ -106,50 +97,31 @@ FilterStrip::FilterStrip(KXManagedObjectContext::Ref context, QWidget *parent)
     , m_places(m_context)
     , m_filters(std::make_unique<TrackFilters>(m_context, nullptr))
     , m_presets(std::make_unique<PresetLibrary>(m_context))
-    , m_narrowing(new KXThemeableTextField)
-    , m_narrowingCall(this)
     , m_state(new QLabel)
     , m_revert(new KXThemeableButton(tr("Revert")))
 {
-    auto *const rows = new QVBoxLayout(this);
-    rows->setContentsMargins(0, 0, 0, 0);
-    rows->setSpacing(0);
-    auto *const top = new KXThemeableView;
-    top->setThemeStyleName(KXToolbarStyles);
-    auto *const line = new QHBoxLayout(top);
-    line->setContentsMargins(0, 0, 6, 0);
     m_presets->setDelegate(this);
     m_presets->setFilterSetViewController(m_filters.get());
     m_presets->setCountsContextIdentifier(QString(Presets::contextIdentifier));
-    line->addWidget(m_presets->view(), 1);
+    m_bars = new FilterBars(
+        m_presets.get(), m_filters.get(), { tr("&Narrow the List"), tr("Narrow  (/)"), tr("Narrow the list") });
+    m_revertAction = m_bars->addCommand(tr("&Revert to Preset"), {}, [this] { revert(); });
+    auto *const rows = new QVBoxLayout(this);
+    rows->setContentsMargins(0, 0, 0, 0);
+    rows->addWidget(m_bars);
     m_state->setTextFormat(Qt::PlainText);
     m_state->setForegroundRole(QPalette::PlaceholderText);
-    line->addWidget(m_state);
+    m_bars->addState(m_state);
     m_revert->setThemeStyleName(KXButtonStyles);
     m_revert->setToolTip(tr("Take the filters of the preset again"));
     m_revert->hide();
     connect(m_revert, &QPushButton::clicked, this, &FilterStrip::revert);
-    line->addWidget(m_revert);
-    m_narrowing->setThemeStyleName(KXTextFieldStyles);
-    m_narrowing->setPlaceholderText(tr("Narrow  (/)"));
-    m_narrowing->setAccessibleName(tr("Narrow the list"));
-    m_narrowing->setClearButtonEnabled(true);
-    m_narrowing->setFixedWidth(narrowingWidth);
-    m_narrowing->installEventFilter(this);
-    connect(m_narrowing, &QLineEdit::textChanged, this,
-        [this] { m_narrowingCall.start(narrowingPause, [this] { narrow(); }); });
-    line->addWidget(m_narrowing);
-    rows->addWidget(top);
-    auto *const bottom = new KXThemeableView;
-    bottom->setThemeStyleName(KXToolbarStyles);
-    auto *const filters = new QHBoxLayout(bottom);
-    filters->setContentsMargins(4, 0, 0, 0);
-    filters->addWidget(m_filters->view());
-    rows->addWidget(bottom);
+    m_bars->addState(m_revert);
     setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
+    connect(m_bars, &FilterBars::wordsDidChange, this, &FilterStrip::narrow);
+    connect(m_bars, &FilterBars::wordsDidEnd, this, &FilterStrip::narrowingDidEnd);
 
     m_filters->setWhatIfCounts([this] { return whatIfCounts(); });
-    makeActions();
     connect(m_filters.get(), &KXFilterSetViewController::filterSetDidChange, this, [this] {
         showState();
         Q_EMIT predicateDidChange();
@@ -181,41 +153,6 @@ FilterStrip::~FilterStrip()
     m_whatIfCounts.reset(); // before the counts that it uses
 }
 
-void FilterStrip::makeActions()
-{
-    const auto add = [this](const QString &title, const QKeySequence &keys, auto perform) {
-        auto *const action = new QAction(title, this);
-        action->setShortcut(keys);
-        connect(action, &QAction::triggered, this, perform);
-        m_actions.append(action);
-        return action;
-    };
-    // "/" is a letter where text is edited: there it does not get this far.
-    add(tr("&Narrow the List"), {}, [this] {
-        m_narrowing->setFocus(Qt::ShortcutFocusReason);
-        m_narrowing->selectAll();
-    })->setShortcuts({ QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_F), QKeySequence(Qt::Key_Slash) });
-    add(tr("&Add Filter…"), QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_A),
-        [this] { m_filters->showFilterSetManager(); });
-    add(tr("&Edit Filters"), QKeySequence(Qt::CTRL | Qt::Key_E), [this] { focusFilters(); });
-    add(tr("&Save Filters as Preset…"), QKeySequence(Qt::CTRL | Qt::Key_S),
-        [this] { m_filters->saveAsPreset(m_filters->saveButton()); });
-    m_revertAction = add(tr("&Revert to Preset"), {}, [this] { revert(); });
-    add(tr("Enable All &Filters"), {}, [this] { m_filters->enableAllFilters(); });
-    add(tr("&Disable All Filters"), {}, [this] { m_filters->disableAllFilters(); });
-    add(tr("&Delete All Filters"), QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Backspace),
-        [this] { m_filters->removeAllFilters(); });
-}
-
-void FilterStrip::focusFilters()
-{
-    const QList<KXFilterBarFilterView *> &views = m_filters->filterBar()->filterViews();
-    if (views.isEmpty())
-        m_filters->addButton()->setFocus(Qt::ShortcutFocusReason);
-    else
-        views.first()->button()->setFocus(Qt::ShortcutFocusReason);
-}
-
 void FilterStrip::setPlace(const QUrl &place, const KXPredicate &predicate)
 {
     const bool isSameSet = place == m_place && m_filters->filterSet();
@@ -224,7 +161,7 @@ void FilterStrip::setPlace(const QUrl &place, const KXPredicate &predicate)
     if (!isSame) {
         m_placePredicate = predicate;
         m_narrowingText.clear();
-        showNarrowingText();
+        m_bars->setWords({});
         forgetCounts();
     }
     if (isSameSet) {
@@ -238,26 +175,19 @@ void FilterStrip::setPlace(const QUrl &place, const KXPredicate &predicate)
 
 // Narrowing
 
-QString FilterStrip::narrowingText() const { return m_narrowing->text(); }
+QString FilterStrip::narrowingText() const { return m_bars->words(); }
 
 void FilterStrip::setNarrowingText(const QString &text)
 {
-    m_narrowing->setText(text);
+    m_bars->setWords(text);
     narrow();
-}
-
-void FilterStrip::showNarrowingText()
-{
-    m_narrowing->setText(m_narrowingText);
-    m_narrowingCall.cancel();
 }
 
 /// The list fits what is typed.
 void FilterStrip::narrow()
 {
-    m_narrowingCall.cancel();
     const KXPredicate before = narrowingPredicate();
-    m_narrowingText = m_narrowing->text();
+    m_narrowingText = m_bars->words();
     if (narrowingPredicate() == before)
         return;
     const bool hadCounts = bool(m_whatIfCounts);
@@ -270,21 +200,6 @@ void FilterStrip::narrow()
 KXPredicate FilterStrip::narrowingPredicate() const
 {
     return LibrarySearch::groups()[LibrarySearch::Tracks].predicate(m_narrowingText);
-}
-
-bool FilterStrip::eventFilter(QObject *object, QEvent *event)
-{
-    if (object == m_narrowing && event->type() == QEvent::KeyPress) {
-        const int key = static_cast<QKeyEvent *>(event)->key();
-        if (key == Qt::Key_Escape)
-            m_narrowing->clear();
-        if (key == Qt::Key_Escape || key == Qt::Key_Return || key == Qt::Key_Enter || key == Qt::Key_Down) {
-            narrow();
-            Q_EMIT narrowingDidEnd();
-            return true;
-        }
-    }
-    return QWidget::eventFilter(object, event);
 }
 
 // Counts

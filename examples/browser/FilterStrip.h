@@ -4,15 +4,14 @@
 
 #include <QWidget>
 
-#include <kestrixkit/filter_ui/editors/KXFilterSetViewController.h>
-#include <kestrixkit/filters/KXFilterSetWhatIfCounts.h>
-#include <kestrixkit/foundation/KXDelayedCall.h>
-
+#include "FilterBars.h"
 #include "Library.h"
 #include "PlaceFilters.h"
 #include "PresetLibrary.h"
+#include <kestrixkit/filter_ui/editors/KXFilterSetViewController.h>
+#include <kestrixkit/filters/KXFilterSetWhatIfCounts.h>
 
-class KXThemeableTextField;
+class KXThemeableButton;
 class QLabel;
 
 /// The filters of tracks, edited: which there are, and with what each is edited.
@@ -68,7 +67,9 @@ public:
     [[nodiscard]] KXRef<KXFilterSetPreset> loadedPreset() const;
     [[nodiscard]] bool isChanged() const { return m_isChanged; }
     /// Commands for the menu bar.
-    [[nodiscard]] const QList<QAction *> &actions() const { return m_actions; }
+    [[nodiscard]] const QList<QAction *> &actions() const { return m_bars->commands(); }
+    /// Whether the strip is what they work on.
+    void setCommandsShown(bool shown) { m_bars->setCommandsShown(shown); }
     /// Loads the preset again.
     void revert();
 
@@ -78,17 +79,11 @@ Q_SIGNALS:
     /// The keyboard goes back to the list.
     void narrowingDidEnd();
 
-protected:
-    bool eventFilter(QObject *object, QEvent *event) override;
-
 private:
     void didLoadFilterSet(
         KXFilterSetPresetsBarViewController &controller, const KXRef<KXFilterSetPreset> &preset) override;
-    void makeActions();
     void showState();
-    void focusFilters();
     void narrow();
-    void showNarrowingText();
     [[nodiscard]] KXPredicate narrowingPredicate() const;
     void forgetCounts();
 
@@ -100,13 +95,11 @@ private:
     std::unique_ptr<KXFilterSetWhatIfCounts> m_whatIfCounts;
     std::unique_ptr<TrackFilters> m_filters;
     std::unique_ptr<PresetLibrary> m_presets;
-    KXThemeableTextField *m_narrowing;
+    FilterBars *m_bars;
     QString m_narrowingText; // that the list fits
-    KXDelayedCall m_narrowingCall;
     QLabel *m_state;
     KXThemeableButton *m_revert;
     bool m_isChanged = false;
-    QList<QAction *> m_actions;
     QAction *m_revertAction;
     KXNotificationToken m_changes;
 };

@@ -42,11 +42,13 @@ LibraryPlaces::LibraryPlaces(KXManagedObjectContext::Ref context, QObject *paren
 
 LibraryPlaces::~LibraryPlaces() = default;
 
-KXTreeRequest LibraryPlaces::request()
+KXTreeRequest LibraryPlaces::request(bool withShop)
 {
+    QVariantList tags { qint64(AllTracks), qint64(RecentlyAdded), qint64(Genres), qint64(Duplicates) };
+    if (withShop)
+        tags.append(qint64(Shop));
     KXTreeRequest request { QString(KXViewState::entityName) };
-    request.rootPredicate = KXPredicate::predicateWithFormat("parent == nil AND tag IN %@",
-        QVariant(QVariantList { qint64(AllTracks), qint64(RecentlyAdded), qint64(Genres), qint64(Duplicates) }));
+    request.rootPredicate = KXPredicate::predicateWithFormat("parent == nil AND tag IN %@", QVariant(tags));
     request.sortDescriptors = { { u"position"_s } };
     return request;
 }
@@ -57,7 +59,8 @@ KXRef<KXViewState> LibraryPlaces::make(const QString &title, qint64 tag, const K
     if (place) {
         place->setTitle(title);
         place->setTag(tag);
-        place->setPosition(tag == Duplicates ? qint64(RecentlyAdded) : tag); // behind those, in older libraries too
+        // Behind those that are recent, in older libraries too, and before the genres, which are many.
+        place->setPosition(tag == Duplicates || tag == Shop ? qint64(RecentlyAdded) : tag);
         place->setParent(parent);
     }
     return place;
@@ -76,15 +79,27 @@ void LibraryPlaces::makePlaces()
         else
             m_places.insert(place->tag(), place);
     }
-    const std::pair<Tag, QString> wanted[] { { AllTracks, tr("All Tracks") }, { RecentlyAdded, tr("Recently Added") },
-        { Duplicates, tr("Duplicates") }, { Genres, tr("Genres") } };
+    makeMissing({ { AllTracks, tr("All Tracks") }, { RecentlyAdded, tr("Recently Added") },
+        { Duplicates, tr("Duplicates") }, { Genres, tr("Genres") } });
+    saveUnless(hadChanges);
+}
+
+void LibraryPlaces::makeShop()
+{
+    const bool hadChanges = m_context->hasChanges();
+    const KXUndoRegistrationOff unrecorded(m_context->undoManager());
+    makeMissing({ { Shop, tr("Shop") } });
+    saveUnless(hadChanges);
+}
+
+void LibraryPlaces::makeMissing(const std::vector<std::pair<Tag, QString>> &wanted)
+{
     for (const auto &[tag, title] : wanted) {
         if (!m_places.contains(tag)) {
             if (const auto made = make(title, tag, {}))
                 m_places.insert(tag, made);
         }
     }
-    saveUnless(hadChanges);
 }
 
 void LibraryPlaces::setHasStartingPresets()
@@ -174,6 +189,8 @@ KXPredicate LibraryPlaces::predicate(const KXViewState &place) const
         lately->setLocalValuePredicateKeyPath(u"added"_s);
         return KXPredicate::andPredicate({ Presets::base(), lately->representedLocalPredicateWithKeyPath() });
     }
+    case Shop: // whose tracks are elsewhere
+        return KXPredicate::falsePredicate();
     case Duplicates:
         return Sounds::duplicates();
     case Genres:

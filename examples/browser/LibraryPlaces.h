@@ -1,5 +1,7 @@
 #pragma once
 
+#include <vector>
+
 #include <QHash>
 #include <QObject>
 
@@ -18,7 +20,7 @@ class LibraryPlaces : public QObject, private KXLiveListObserver
     Q_OBJECT
 public:
     /// Stored as tags of the top level: new ones at the end. Places below Genres have their genre's key as tag.
-    enum Tag : qint64 { AllTracks = 1, RecentlyAdded = 2, Genres = 3, StartingPresets = 4, Duplicates = 5 };
+    enum Tag : qint64 { AllTracks = 1, RecentlyAdded = 2, Genres = 3, StartingPresets = 4, Duplicates = 5, Shop = 6 };
 
     static void registerEntity();
 
@@ -26,13 +28,17 @@ public:
     explicit LibraryPlaces(KXManagedObjectContext::Ref context, QObject *parent = nullptr);
     ~LibraryPlaces() override;
 
-    /// For a tree of them.
-    [[nodiscard]] static KXTreeRequest request();
+    /// For a tree of them, with the shop's row or without.
+    [[nodiscard]] static KXTreeRequest request(bool withShop);
+    /// Empty for a shop that was never shown: see makeShop().
     [[nodiscard]] KXRef<KXViewState> place(Tag tag) const { return m_places.value(tag); }
     /// The tracks of a place; absent for all of them, false for a genre that has gone.
     [[nodiscard]] KXPredicate predicate(const KXViewState &place) const;
     /// Empty for a place that is none.
     [[nodiscard]] KXRef<Genre> genre(const KXViewState &place) const;
+
+    /// Makes the shop's place where there is none yet. It stays when the shop goes, with the filters that belong to it.
+    void makeShop();
 
     /// Takes over the genres at once instead of in the next turn.
     void followGenres();
@@ -51,6 +57,7 @@ private:
     void listDidChange(const KXListStep &) override;
     KXRef<KXViewState> make(const QString &title, qint64 tag, const KXRef<KXViewState> &parent);
     void makePlaces();
+    void makeMissing(const std::vector<std::pair<Tag, QString>> &wanted);
     void setRule(const KXRef<KXViewState> &place);
     void saveUnless(bool hadChanges);
 

@@ -98,9 +98,9 @@ void MessageStrip::postUnwritten(const std::vector<SkippedFile> &files)
 void MessageStrip::postUnplayable(const QString &title, const QUrl &file)
 {
     const QString path = file.isLocalFile() ? file.toLocalFile() : file.toDisplayString();
-    const QString why = file.isLocalFile() && !QFileInfo::exists(path)
-        ? tr("The file is not there.")
-        : tr("The file holds no audio that can be read.");
+    const QString why = file.isLocalFile() && !QFileInfo::exists(path) ? tr("The file is not there.")
+        : file.isLocalFile()                                           ? tr("The file holds no audio that can be read.")
+                             : tr("Its server does not answer, leads to where it may not, or sends no audio.");
     KXMessageCenter::sharedInstance().postMessage(KXMessage::messageWithType(
         KXMessageTypeError, tr("%1 cannot be played").arg(title), u"%1<br>%2"_s.arg(path.toHtmlEscaped(), why)));
 }

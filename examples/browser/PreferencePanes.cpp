@@ -22,6 +22,7 @@
 #include "BrowserStyle.h"
 #include "Settings.h"
 #include "SoundPane.h"
+#include "shop/ShopPreferences.h"
 
 using namespace Qt::StringLiterals;
 
@@ -38,7 +39,8 @@ void PreferencePanes::show(std::function<void(const std::string &folder)> import
 {
     KXPreferences &preferences = KXPreferences::sharedPreferences();
     if (preferences.viewControllers().isEmpty()) {
-        QList<KXPreferencesViewController *> panes { new GeneralPane(&preferences), new SoundPane(&preferences) };
+        QList<KXPreferencesViewController *> panes { new GeneralPane(&preferences), new SoundPane(&preferences),
+            new ShopPreferences(&preferences) };
         if (Analytics::isAvailable())
             panes.append(new PrivacyPane(&preferences));
         preferences.setViewControllers(panes);

@@ -8,6 +8,7 @@
 #include <QMenu>
 #include <QPersistentModelIndex>
 #include <QRandomGenerator>
+#include <QScopedValueRollback>
 
 #include <kestrixkit/audio/KXAudioFile.h>
 #include <kestrixkit/audio/KXAudioPlayerManager.h>
@@ -48,12 +49,17 @@ struct Preview::Levels
 
 struct Preview::Item : KXAudioPlayerItem
 {
-    QPersistentModelIndex index; // follows the track wherever it is sorted to
+    QPersistentModelIndex index; // follows the track wherever it is sorted to; invalid for other sounds
+    std::optional<Sound> sound;
     QUrl url;
     QString title;
     std::shared_ptr<const Levels> levels;
 
     QUrl audioFileURL() const override { return url; }
+    std::function<bool(const QUrl &)> redirectRule() const override
+    {
+        return sound ? sound->mayLeadTo : std::function<bool(const QUrl &)>();
+    }
     float gain() const override
     {
         const auto waveform = levels->areOn && levels->waveforms ? levels->waveforms->pyramid(url) : nullptr;
@@ -87,13 +93,28 @@ struct Preview::Playlist : KXAudioPlayerPlaylist
         item->index = model->index(row, 0);
         item->levels = levels;
         item->url = track->location();
-        item->title = track->title().isEmpty() ? item->url.fileName() : track->title();
-        if (item->title.size() > previewLongestTitle)
-            item->title = item->title.left(previewLongestTitle - 1) + u'…';
+        item->title = shortened(track->title().isEmpty() ? item->url.fileName() : track->title());
         return item;
+    }
+    std::shared_ptr<Item> itemOf(const Sound &sound) const
+    {
+        auto item = std::make_shared<Item>();
+        item->sound = sound;
+        item->levels = levels;
+        item->url = sound.address;
+        item->title = shortened(sound.title);
+        return item;
+    }
+    static QString shortened(const QString &title)
+    {
+        return title.size() > previewLongestTitle ? title.left(previewLongestTitle - 1) + u'…' : title;
     }
     KXAudioPlayerItemPointer beside(const KXAudioPlayerItemPointer &item, int step)
     {
+        if (const std::optional<Sound> &sound = static_cast<const Item &>(*item).sound) {
+            const std::optional<Sound> next = sound->beside ? sound->beside(step) : std::nullopt;
+            return next ? itemOf(*next) : nullptr;
+        }
         const QPersistentModelIndex &index = static_cast<const Item &>(*item).index;
         if (!isShuffled)
             return index.isValid() ? itemAt(index.row() + step) : nullptr;
@@ -219,6 +240,12 @@ QString Preview::playingTitle() const
 {
     const Item *item = currentItem();
     return item ? item->title : QString();
+}
+
+QUrl Preview::playingAddress() const
+{
+    const Item *item = currentItem();
+    return item ? item->url : QUrl();
 }
 
 bool Preview::isShuffled() const { return m_playlist->isShuffled; }
@@ -401,6 +428,8 @@ QMenu *Preview::makeMenu(QWidget *parent)
 
 void Preview::toggle()
 {
+    if (m_selectedSound)
+        return toggleSelectedSound();
     const int row = m_view->currentIndex().row();
     const Item *item = currentItem();
     if (item && item->index.isValid() && item->index.row() == row
@@ -411,17 +440,39 @@ void Preview::toggle()
     playRow(row);
 }
 
-void Preview::playRow(int row)
+/// A server takes its time: what is not open yet is given up, not waited for.
+void Preview::toggleSelectedSound()
 {
-    const std::shared_ptr<Item> selected = m_playlist->itemAt(row);
-    if (!selected)
+    const bool isAtWork
+        = player().state() == KXAudioPlayerStatePlaying || player().state() == KXAudioPlayerStateLoading;
+    const std::optional<Sound> selected = m_selectedSound();
+    const bool isSame = selected && playingAddress() == selected->address;
+    if (selected && !isSame) {
+        playSound(*selected);
+    } else if (isAtWork && player().duration() <= 0) {
+        const QScopedValueRollback guard(m_isGivenUp, true);
+        player().stop();
+    } else if (isAtWork || (isSame && player().duration() > 0)) {
+        m_manager->togglePlayback();
+    } else if (selected) {
+        playSound(*selected);
+    }
+}
+
+void Preview::playRow(int row) { start(m_playlist->itemAt(row)); }
+
+void Preview::playSound(const Sound &sound) { start(m_playlist->itemOf(sound)); }
+
+void Preview::start(const std::shared_ptr<Item> &item)
+{
+    if (!item)
         return;
     if (m_output->prepare() != 0) {
         m_label->setText(tr("No sound card: tracks cannot be previewed"));
         return;
     }
-    m_followed = selected;
-    play(selected);
+    m_followed = item;
+    play(item);
 }
 
 /// Where the player goes on by itself the selection goes along, unless the user has left the track.
@@ -460,9 +511,10 @@ void Preview::showState()
         m_label->setText(tr("Playing %1  ·  %2").arg(item->title, time));
         break;
     case KXAudioPlayerStateStopped:
-        m_label->setText(player().duration() > 0 ? tr("Stopped %1  ·  %2").arg(item->title, time)
-                                                 : tr("%1 cannot be played").arg(item->title));
-        if (player().duration() <= 0)
+        m_label->setText(m_isGivenUp      ? QString()
+                : player().duration() > 0 ? tr("Stopped %1  ·  %2").arg(item->title, time)
+                                          : tr("%1 cannot be played").arg(item->title));
+        if (player().duration() <= 0 && !m_isGivenUp)
             MessageStrip::postUnplayable(item->title, item->url);
         break;
     case KXAudioPlayerStateFinished:

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <functional>
 #include <memory>
+#include <optional>
 
 #include <QModelIndex>
 #include <QObject>
@@ -23,11 +25,22 @@ class TrackTableModel;
 
 /// Plays the selected track on the space bar, by Return or a double-click, and the ones below it, or any others, when
 /// it is continuous. One line tells what it plays and where it is; without a sound card it says so, and nothing else is
-/// different. Files of more than two channels are played as stems.
+/// different. Files of more than two channels are played as stems. What no table of tracks has is played, too: sounds.
 class Preview : public QObject, private KXAudioPlayerDelegate
 {
     Q_OBJECT
 public:
+    /// Something to play that is no track of the table.
+    struct Sound
+    {
+        QUrl address;
+        QString title;
+        /// Where its server may lead on to; empty: see KXAudioFileOptions.
+        std::function<bool(const QUrl &)> mayLeadTo = {};
+        /// The one so many places after it, if there is any.
+        std::function<std::optional<Sound>(int step)> beside = {};
+    };
+
     /// The tracks of the model, selected in the view. Plays through the output, or the default device.
     Preview(TrackTableModel *model, QAbstractItemView *view, std::shared_ptr<KXAudioOutput> output = {},
         QObject *parent = nullptr);
@@ -42,6 +55,10 @@ public:
     void toggle();
     /// Plays the track in this row from its start, whatever is played now.
     void playRow(int row);
+    void playSound(const Sound &sound);
+    /// While another list is shown in the table's place: what is selected there, which toggle() plays. Empty: the table
+    /// is shown again.
+    void setSelectedSound(std::function<std::optional<Sound>()> selected) { m_selectedSound = std::move(selected); }
     void playNext();
     void playPrevious();
 
@@ -71,6 +88,8 @@ public:
     /// What is played or was last; invalid where there was nothing, or it left the table.
     [[nodiscard]] QModelIndex playingIndex() const;
     [[nodiscard]] QString playingTitle() const;
+    /// Of the file or the stream; empty where there was nothing.
+    [[nodiscard]] QUrl playingAddress() const;
 
 Q_SIGNALS:
     /// The item, its state or its time has changed.
@@ -90,6 +109,8 @@ private:
     bool shouldPlayPreviousItem(KXAudioPlayer &player, const KXAudioPlayerItemPointer &item) override;
     bool plays(KXAudioPlayer &player, const KXAudioPlayerItemPointer &item);
     void play(const KXAudioPlayerItemPointer &item);
+    void toggleSelectedSound();
+    void start(const std::shared_ptr<Item> &item);
     void fillDeviceMenu(QMenu *menu);
     void followItem();
     void showState();
@@ -105,6 +126,8 @@ private:
     QTimer m_clock; // while it plays
     bool m_startsLoudest;
     bool m_lostDevice = false; // while it played
+    bool m_isGivenUp = false; // by the user, before it was opened
+    std::function<std::optional<Sound>()> m_selectedSound;
     std::weak_ptr<KXAudioPlayerItem> m_cued; // the item that has been led to its loudest part, if it was to be
     std::shared_ptr<Item> m_followed; // the item that the selection is on
 };

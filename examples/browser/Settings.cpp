@@ -119,6 +119,23 @@ bool Settings::showsInspector() { return KXUserDefaults::standard().boolForKey(s
 
 void Settings::setShowsInspector(bool shows) { settingsWrite(showsInspectorKey, shows); }
 
+QString Settings::shopAddress() { return KXUserDefaults::standard().stringForKey(shopAddressKey).value_or(QString()); }
+
+bool Settings::setShopAddress(const QString &address, KXError *error)
+{
+    const QString trimmed = address.trimmed();
+    if (!trimmed.isEmpty() && !KXCatalogueServers::fromText(trimmed, error))
+        return false;
+    settingsWrite(shopAddressKey, trimmed);
+    return true;
+}
+
+std::optional<KXCatalogueServers> Settings::shopServers()
+{
+    const QString address = shopAddress();
+    return address.isEmpty() ? std::nullopt : KXCatalogueServers::fromText(address);
+}
+
 bool Settings::analyticsConsent() { return KXUserDefaults::standard().boolForKey(analyticsKey).value_or(false); }
 
 void Settings::setAnalyticsConsent(bool consent) { settingsWrite(analyticsKey, consent); }

@@ -5,6 +5,8 @@
 
 #include <QString>
 
+#include <kestrixkit/catalogue/KXCatalogueServers.h>
+
 class QAction;
 
 /// What the browser remembers of the user's choices. Each is written at once; what is not there or makes no sense is as
@@ -19,6 +21,7 @@ inline constexpr QLatin1StringView startsLoudestKey { "startsLoudest" };
 inline constexpr QLatin1StringView outputDeviceKey { "outputDevice" };
 inline constexpr QLatin1StringView layeredPlacesKey { "layeredPlaces" };
 inline constexpr QLatin1StringView showsInspectorKey { "showsInspector" };
+inline constexpr QLatin1StringView shopAddressKey { "shopAddress" };
 inline constexpr QLatin1StringView analyticsKey { "analyticsConsent" };
 
 /// In the bytes of the file system; empty: none was chosen, or it is no folder any more.
@@ -53,6 +56,12 @@ void setLayeredPlaces(bool layered);
 /// Whether the inspector is shown. No, at first.
 bool showsInspector();
 void setShowsInspector(bool shows);
+
+/// Where the shop's catalogue is; empty at first, for no shop. What KXCatalogueServers cannot read, or holds a
+/// password, is refused with its reason and not written.
+QString shopAddress();
+bool setShopAddress(const QString &address, KXError *error = nullptr);
+std::optional<KXCatalogueServers> shopServers();
 
 /// Whether the user has agreed to usage statistics. No, at first.
 bool analyticsConsent();

@@ -58,7 +58,7 @@ SourceColumn::SourceColumn(KXManagedObjectContext::Ref context, QWidget *parent)
 
     KXTreeRequest presets { QString(KXFilterSetPreset::entityName) };
     presets.sortDescriptors = { { u"position"_s } };
-    m_placesTree = std::make_unique<KXTreeController>(m_context, LibraryPlaces::request());
+    m_placesTree = std::make_unique<KXTreeController>(m_context, LibraryPlaces::request(false));
     m_presetsTree = std::make_unique<KXTreeController>(m_context, presets);
     makeList(m_library, m_placesTree.get(), tr("Library"), u"browser.library."_s + m_autosaveSuffix);
     makeList(m_presets, m_presetsTree.get(), tr("Presets"), u"browser.presets."_s + m_autosaveSuffix);
@@ -244,6 +244,7 @@ QIcon SourceColumn::iconOf(qint64 tag)
         const QString file = tag == LibraryPlaces::AllTracks ? u":/kestrixkit/icons/library.svg"_s
             : tag == LibraryPlaces::RecentlyAdded            ? u":/kestrixkit/icons/recent.svg"_s
             : tag == LibraryPlaces::Duplicates               ? u":/browser/icons/duplicates.svg"_s
+            : tag == LibraryPlaces::Shop                     ? u":/browser/icons/shop.svg"_s
                                                              : u":/kestrixkit/icons/genre.svg"_s;
         icon = KXStandardTheme::icon(file, BrowserStyle::secondaryText());
     }
@@ -268,10 +269,21 @@ void SourceColumn::pickLater()
     m_pickSoon.start(all && all->count() > largeLibrary ? pickDelay : 0, [this] { pick(); });
 }
 
-QUrl SourceColumn::allTracksURL() const
+QUrl SourceColumn::urlOf(qint64 tag) const
 {
-    const KXRef<KXViewState> all = m_places->place(LibraryPlaces::AllTracks);
-    return all ? all->objectID().URIRepresentation() : QUrl();
+    const KXRef<KXViewState> place = m_places->place(LibraryPlaces::Tag(tag));
+    return place ? place->objectID().URIRepresentation() : QUrl();
+}
+
+QUrl SourceColumn::allTracksURL() const { return urlOf(LibraryPlaces::AllTracks); }
+
+QUrl SourceColumn::shopURL() const { return urlOf(LibraryPlaces::Shop); }
+
+void SourceColumn::setHasShop(bool has)
+{
+    if (has)
+        m_places->makeShop();
+    m_placesTree->setRequest(m_context, LibraryPlaces::request(has));
 }
 
 QList<QUrl> SourceColumn::selectedPlaces() const

@@ -42,6 +42,10 @@ public:
     bool selectPlaces(const QList<QUrl> &places);
     [[nodiscard]] bool hasPlaces(const QList<QUrl> &places) const { return !listOfPlaces(places).second.isEmpty(); }
     [[nodiscard]] QUrl allTracksURL() const;
+    /// Whether there is a row for the shop.
+    void setHasShop(bool has);
+    /// Names the shop's row; empty where there never was one.
+    [[nodiscard]] QUrl shopURL() const;
     void scrollToSelection();
     /// What names of settings that concern this library alone end in.
     [[nodiscard]] const QString &autosaveSuffix() const { return m_autosaveSuffix; }
@@ -89,6 +93,7 @@ private:
     [[nodiscard]] bool isAvailable(const KXRef<KXFilterSetPreset> &preset) const;
     [[nodiscard]] KXPredicate predicateOf(const KXRef<KXFilterSetPreset> &preset) const;
     void savePlaceAsPreset();
+    [[nodiscard]] QUrl urlOf(qint64 tag) const;
     [[nodiscard]] QIcon iconOf(qint64 tag);
 
     const KXManagedObjectContext::Ref m_context;

@@ -14,7 +14,6 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QJsonDocument>
-#include <QMenuBar>
 #include <QSocketNotifier>
 
 #include <kestrixkit/foundation/KXBundle.h>
@@ -28,13 +27,16 @@
 #include "BrowserWindow.h"
 #include "DemoMusic.h"
 #include "FileCommands.h"
+#include "PlaceNavigator.h"
 #include "Presets.h"
 #include "Report.h"
 #include "SearchCommand.h"
 #include "Settings.h"
 #include "TrackTableView.h"
 #include "WhatIfCommand.h"
-#include "shop/ShopWindow.h"
+#include "shop/ShopPane.h"
+#include "shop/ShopPlace.h"
+#include "shop/ShopTableModel.h"
 
 using namespace Qt::StringLiterals;
 
@@ -181,7 +183,7 @@ Arguments readArguments(int argc, char **argv)
     const QCommandLineOption screenshot(
         u"screenshot"_s, u"Import, draw the window into a PNG file and exit."_s, u"FILE"_s);
     const QCommandLineOption catalogue(u"catalogue"_s,
-        u"A shop's catalogue in PostgreSQL, opened beside the library. For instance: postgresql://shop.example/music"_s,
+        u"A shop's catalogue in PostgreSQL, a place beside those of the library, which is opened. For instance: postgresql://shop.example/music"_s,
         u"URL"_s);
     parser.addOptions({ music, store, report, query, explain, whatIf, search, screenshot, catalogue });
     parser.addPositionalArgument(u"FILE"_s, u"With --explain: a music file of the library."_s, u"[FILE]"_s);
@@ -350,18 +352,12 @@ void printAnswer(const Arguments &arguments, const KXPersistentStoreCoordinator:
         throw Ending { Failed, u"standard output cannot be written"_s };
 }
 
-/// The shop's window, and a menu of the library's by which it is shown again.
-std::unique_ptr<ShopWindow> openShop(
-    BrowserWindow &window, const KXPersistentStoreCoordinator::Ref &coordinator, const KXCatalogueServers &servers)
+/// Opens the shop once the window shows where the last session ended.
+void openShop(BrowserWindow &window, const KXCatalogueServers &servers)
 {
-    auto shop = std::make_unique<ShopWindow>(coordinator, servers);
-    QMenu *const menu = window.menuBar()->addMenu(QCoreApplication::translate("main", "&Shop"));
-    menu->addAction(QCoreApplication::translate("main", "Show the &Shop"), shop.get(), [opened = shop.get()] {
-        opened->show();
-        opened->raise();
-        opened->activateWindow();
-    });
-    return shop;
+    window.shop()->setServers(servers);
+    QObject::connect(window.places(), &PlaceNavigator::placeDidChange, window.shop(), &ShopPlace::visit,
+        Qt::ConnectionType(Qt::QueuedConnection | Qt::SingleShotConnection));
 }
 
 void runWindow(QApplication &application, Arguments arguments, const KXPersistentStoreCoordinator::Ref &coordinator)
@@ -379,33 +375,36 @@ void runWindow(QApplication &application, Arguments arguments, const KXPersisten
             more.erase(more.begin());
         }
     }
-    std::unique_ptr<ShopWindow> shop;
+    const auto draw = [&] {
+        if (problem.isEmpty() && !window.grab().save(arguments.screenshot, "PNG"))
+            problem = u"%1: cannot be written"_s.arg(arguments.screenshot);
+        QCoreApplication::exit(problem.isEmpty() ? Done : Failed);
+    };
     if (arguments.catalogue)
-        shop = openShop(window, coordinator, *arguments.catalogue);
-    if (!arguments.screenshot.isEmpty() && shop) {
-        QObject::connect(
-            shop.get(), &ShopWindow::answered, shop.get(),
-            [&] {
-                if (!shop->grab().save(arguments.screenshot, "PNG"))
-                    problem = u"%1: cannot be written"_s.arg(arguments.screenshot);
-                QCoreApplication::exit(problem.isEmpty() ? Done : Failed);
-            },
-            Qt::QueuedConnection);
+        openShop(window, *arguments.catalogue);
+    if (!arguments.screenshot.isEmpty() && arguments.catalogue) {
+        QObject::connect(window.shop(), &ShopPlace::opened, window.shop(), [&] {
+            // Whichever comes last, the count or the page.
+            const ShopPane *const pane = window.shop()->pane();
+            const auto drawOnce = [pane, draw] {
+                const bool isCounted = !pane->countText().isEmpty() && !pane->countText().startsWith(u"≈"_s);
+                if (!pane->model()->isLoading() && (isCounted || !pane->problem().isEmpty()))
+                    draw();
+            };
+            QObject::connect(pane, &ShopPane::answered, window.shop(), drawOnce, Qt::QueuedConnection);
+            QObject::connect(pane->model(), &ShopTableModel::pageCame, window.shop(), drawOnce, Qt::QueuedConnection);
+        });
     } else if (!arguments.screenshot.isEmpty()) {
         QObject::connect(
             &window, &BrowserWindow::importFinished, &window,
             [&](const QString &error) {
                 problem = error;
                 window.table()->doItemsLayout(); // which it would do later this turn
-                if (problem.isEmpty() && !window.grab().save(arguments.screenshot, "PNG"))
-                    problem = u"%1: cannot be written"_s.arg(arguments.screenshot);
-                QCoreApplication::exit(problem.isEmpty() ? Done : Failed);
+                draw();
             },
             Qt::QueuedConnection);
     }
     window.show();
-    if (shop)
-        shop->show();
     Analytics::start();
     Analytics::windowWasOpened();
     window.importMusic([arguments, coordinator](QString *error) { return musicFolder(arguments, coordinator, error); });

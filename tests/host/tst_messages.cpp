@@ -102,7 +102,7 @@ TEST_F(BrowserMessagesTest, choicesAreInForceAtOnceAndRemembered)
     std::string imported;
     PreferencePanes::show([&](const std::string &chosen) { imported = chosen; }, window.preview());
     KXPreferences &preferences = KXPreferences::sharedPreferences();
-    ASSERT_EQ(preferences.viewControllers().size(), Analytics::isAvailable() ? 3 : 2);
+    ASSERT_EQ(preferences.viewControllers().size(), Analytics::isAvailable() ? 4 : 3);
     auto *const general = qobject_cast<GeneralPane *>(preferences.viewControllers()[0]);
     general->setFolder(music.path());
     EXPECT_EQ(imported, music.path().toStdString());

@@ -57,8 +57,6 @@ void ShopTableModel::setRule(const KXPredicate &rule)
     ask(true);
 }
 
-void ShopTableModel::tryAgain() { ask(m_rows.isEmpty()); }
-
 void ShopTableModel::sort(int column, Qt::SortOrder order)
 {
     if (column < 0 || column >= ColumnCount || !shopColumns[column].keyPath)
@@ -130,6 +128,14 @@ QUrl ShopTableModel::previewOfRow(int row) const
     return QUrl(m_rows.value(row).values.value(Owned).toString(), QUrl::StrictMode);
 }
 
+int ShopTableModel::rowOfPreview(const QUrl &address) const
+{
+    int row = address.isEmpty() ? -1 : int(m_rows.size()) - 1;
+    while (row >= 0 && previewOfRow(row) != address)
+        --row;
+    return row;
+}
+
 void ShopTableModel::markOwned(const QSet<Name> &owned)
 {
     m_owned += owned;
@@ -149,6 +155,8 @@ QVariant ShopTableModel::data(const QModelIndex &index, int role) const
     if (role == Qt::TextAlignmentRole)
         return column == Bpm || column == Length || column == Price ? QVariant(Qt::AlignRight | Qt::AlignVCenter)
                                                                     : QVariant();
+    if (column == Owned && (role == Qt::ToolTipRole || role == Qt::AccessibleTextRole))
+        return m_owned.contains(nameOfRow(index.row())) ? tr("In my library") : QString();
     if (role != Qt::DisplayRole)
         return {};
     if (column == Owned)

@@ -23,12 +23,12 @@ public:
     /// Another list, from its beginning. The rows of the one before stay until its first page is there.
     void setRule(const KXPredicate &rule);
     [[nodiscard]] const KXPredicate &rule() const { return m_rule; }
-    /// Asks again after an error.
-    void tryAgain();
     [[nodiscard]] bool isLoading() const { return m_ticket.isPending(); }
 
     /// Where its preview is; empty where it has none.
     [[nodiscard]] QUrl previewOfRow(int row) const;
+    /// -1 where no row has that.
+    [[nodiscard]] int rowOfPreview(const QUrl &address) const;
     /// Title and artists of a row, as they are compared with the library's.
     struct Name
     {

@@ -1,4 +1,4 @@
-#include "shop/ShopPreview.h"
+#include "shop/ShopHosts.h"
 
 using namespace Qt::StringLiterals;
 
@@ -6,36 +6,36 @@ namespace {
 
 constexpr int mostHosts = 1000;
 
-class ShopItem : public KXAudioPlayerItem
-{
-public:
-    explicit ShopItem(QUrl address)
-        : m_address(std::move(address))
-    {
-    }
-    [[nodiscard]] QUrl audioFileURL() const override { return m_address; }
-
-private:
-    const QUrl m_address;
-};
-
 } // namespace
 
-ShopPreview::ShopPreview(const KXCatalogueServers &servers, std::shared_ptr<KXAudioOutput> output, QObject *parent)
+ShopHosts::ShopHosts(const KXCatalogueServers &servers, QObject *parent)
     : QObject(parent)
     , m_catalogue(servers, KXCatalogueSchema::previewHosts())
-    , m_player(std::move(output))
 {
-    m_player.setVolume(1);
+    tryAgain();
+}
+
+void ShopHosts::tryAgain()
+{
+    if (m_isKnown || m_ticket.isPending())
+        return;
     // A catalogue without the table names no host.
     m_ticket = m_catalogue.page({ .keyPaths = { u"host"_s }, .limit = mostHosts }, [this](const KXCataloguePage &page) {
+        m_isKnown = page.isComplete() || page.error.code() == KXCatalogueError::NoTable;
         for (const KXCatalogueRow &row : page.rows)
             m_hosts.insert(row.values.value(0).toString().toLower());
-        Q_EMIT hostsCame();
     });
 }
 
-QString ShopPreview::refusal(const QUrl &address, const QSet<QString> &hosts)
+QString ShopHosts::refusal(const QUrl &address) const
+{
+    const QString reason = refusal(address, m_hosts);
+    return reason.isEmpty() || m_isKnown || address.host().isEmpty()
+        ? reason
+        : tr("The shop has not said yet from where previews may be played");
+}
+
+QString ShopHosts::refusal(const QUrl &address, const QSet<QString> &hosts)
 {
     if (!address.isValid() || address.host().isEmpty())
         return tr("This track has no preview");
@@ -48,18 +48,7 @@ QString ShopPreview::refusal(const QUrl &address, const QSet<QString> &hosts)
     return {};
 }
 
-QString ShopPreview::toggle(const QUrl &address)
+std::function<bool(const QUrl &)> ShopHosts::redirectRule() const
 {
-    const QString reason = refusal(address, m_hosts);
-    if (!reason.isEmpty())
-        return reason;
-    const bool isPlaying
-        = m_player.state() == KXAudioPlayerStatePlaying || m_player.state() == KXAudioPlayerStateLoading;
-    if (isPlaying && m_playing == address) {
-        m_player.stop();
-        return {};
-    }
-    m_playing = address;
-    m_player.playItem(std::make_shared<ShopItem>(address));
-    return {};
+    return [hosts = m_hosts](const QUrl &address) { return refusal(address, hosts).isEmpty(); };
 }
