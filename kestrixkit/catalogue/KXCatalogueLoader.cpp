@@ -72,7 +72,9 @@ std::optional<QByteArray> loaderText(const QVariant &value, KXCatalogueType type
     const auto problem = [](const char *text) -> QByteArray { throw LoaderProblem { KXLocalizedString(text) }; };
     switch (type) {
     case KXCatalogueType::Boolean:
-        return value.toBool() ? "t" : "f";
+        if (comparable.kind() != KXPredicateValue::Integer || (comparable.integer() != 0 && comparable.integer() != 1))
+            return problem("it is neither true nor false");
+        return comparable.integer() == 1 ? "t" : "f";
     case KXCatalogueType::Integer:
         return comparable.kind() == KXPredicateValue::Integer ? QByteArray::number(comparable.integer())
                                                               : problem("it is no whole number");

@@ -212,8 +212,9 @@ TEST_F(Rules, ARowThatCannotBeKeptIsLeftOutByName)
     ASSERT_TRUE(loader.begin(&error)) << qPrintable(error.localizedDescription());
     RemoteRow row;
     row.values[u"id"_s] = 100'000;
-    const std::pair<QString, QVariant> bad[] = { { u"id"_s, {} }, { u"title"_s, u"a\u0000b"_s }, { u"bpm"_s, qQNaN() },
-        { u"plays"_s, 2.5 }, { u"released"_s, QDateTime(QDate(12'000, 1, 1), QTime(), Qt::UTC) } };
+    const std::pair<QString, QVariant> bad[]
+        = { { u"id"_s, {} }, { u"title"_s, u"a\u0000b"_s }, { u"bpm"_s, qQNaN() }, { u"loved"_s, u"yes"_s },
+              { u"plays"_s, 2.5 }, { u"released"_s, QDateTime(QDate(12'000, 1, 1), QTime(), Qt::UTC) } };
     for (const auto &[key, value] : bad) {
         RemoteRow changed;
         changed.values = row.values;
