@@ -12,6 +12,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr qsizetype mostValues = 100; // of one section
+constexpr int facetHeight = 22; // in points
 
 /// Two digits say as much as a sample knows.
 qint64 roundedEstimate(qint64 count)
@@ -65,9 +66,14 @@ void ShopFacets::addValues(
     insertTopLevelItem(0, section);
     section->setFlags(Qt::ItemIsEnabled);
     section->setFirstColumnSpanned(true);
+    QFont bold = font();
+    bold.setBold(true);
+    section->setFont(0, bold);
+    section->setSizeHint(0, { 0, facetHeight });
     for (const FilterTypes::Choice &choice : choices.first(std::min(choices.size(), mostValues))) {
         auto *const item = new QTreeWidgetItem(section, { choice.name });
-        item->setTextAlignment(1, Qt::AlignRight);
+        item->setTextAlignment(1, int(Qt::AlignRight | Qt::AlignVCenter));
+        item->setSizeHint(0, { 0, facetHeight });
         m_values.append({ keyPath, choice, item });
         m_rules.append(KXPredicate::comparison(remote, KXPredicateOperator::Equal, choice.value));
     }

@@ -2,13 +2,13 @@
 
 #include <QBoxLayout>
 #include <QLabel>
-#include <QSplitter>
 
 #include <kestrixkit/catalogue/presets/KXFilterSetPresetCatalogueCountsProvider.h>
 #include <kestrixkit/filters/KXFilterSetPresetsManager.h>
 #include <kestrixkit/foundation/KXMainQueue.h>
 #include <kestrixkit/theme/KXThemeStyleNames.h>
 #include <kestrixkit/theme/controls/KXThemeableButton.h>
+#include <kestrixkit/theme/controls/KXThemeableSplitView.h>
 #include <kestrixkit/theme/controls/KXThemeableView.h>
 #include <kestrixkit/util/views/KXTableView.h>
 
@@ -83,20 +83,21 @@ void ShopPane::build()
     m_again = again;
     m_problemLine->hide();
     rows->addWidget(m_problemLine);
-    auto *const panes = new QSplitter;
+    auto *const panes = new KXThemeableSplitView(Qt::Horizontal);
+    panes->setThemeStyleName(KXSplitViewStyles);
     panes->addWidget(m_facets);
     panes->addWidget(m_table);
-    panes->setSizes({ 220, 900 });
+    panes->setChildrenCollapsible(false);
+    panes->setSizes({ 200, 960 });
     panes->setStretchFactor(1, 1);
     rows->addWidget(panes, 1);
     m_table->setModel(m_model);
     m_table->setSelectionBehavior(QAbstractItemView::SelectRows);
     m_table->setSortingEnabled(true);
     m_table->sortByColumn(ShopTableModel::Released, Qt::DescendingOrder);
-    m_table->setColumnWidth(ShopTableModel::Title, 240);
-    m_table->setColumnWidth(ShopTableModel::Artist, 180);
-    for (const int column : { ShopTableModel::Bpm, ShopTableModel::Key, ShopTableModel::Length, ShopTableModel::Price })
-        m_table->setColumnWidth(column, 70);
+    constexpr int widths[ShopTableModel::ColumnCount] = { 180, 150, 100, 62, 54, 72, 104, 92, 58, 112 };
+    for (int column = 0; column < ShopTableModel::ColumnCount; ++column)
+        m_table->setColumnWidth(column, widths[column]);
     m_table->setAccessibleName(tr("Tracks of the shop"));
     setFocusProxy(m_table);
 }
