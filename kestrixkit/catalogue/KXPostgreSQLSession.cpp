@@ -332,8 +332,9 @@ void KXPostgreSQLSession::breakWith(KXError error, bool mayBeAskedAgain)
 KXError KXPostgreSQLSession::connectionError() const
 {
     // libpq's text names the host and the user, never a password.
-    const QString said = m_connection ? QString::fromUtf8(PQerrorMessage(m_connection.get())).simplified()
-                                      : KXLocalizedString("out of memory");
+    const QString text
+        = m_connection ? QString::fromUtf8(PQerrorMessage(m_connection.get())) : KXLocalizedString("out of memory");
+    const QString said = text.simplified();
     const bool isRefusal = said.contains("authentication"_L1) || said.contains("no password"_L1)
         || said.contains("pg_hba"_L1) || (said.contains("role "_L1) && said.contains("does not exist"_L1));
     if (isRefusal)
@@ -345,5 +346,5 @@ KXError KXPostgreSQLSession::connectionError() const
     return sessionError(KXCatalogueError::Unreachable,
         KXStringWithFormat(
             KXLocalizedString("The shop at %@ does not answer: %@. Check the network, or try again later."),
-            m_server.name, said));
+            m_server.name, text.trimmed().section(u'\n', 0, 0).simplified())); // below it libpq guesses why
 }
