@@ -1,5 +1,6 @@
 // Rules mean the same in the catalogue and in memory, whole and in pages.
 
+#include <cmath>
 #include <map>
 
 #include <QDateTime>
@@ -103,7 +104,8 @@ TEST_F(Rules, CountTheSameAsInMemory)
     std::cout << refused << " of " << rounds << " refused\n";
     for (const auto &[reason, count] : refusals)
         std::cout << "  " << count << ": " << qPrintable(reason) << '\n';
-    EXPECT_LE(refused, rounds / 20);
+    // Of few rounds more may be refused by chance.
+    EXPECT_LE(refused, rounds / 20 + (rounds < 10'000 ? int(3 * std::sqrt(rounds / 20.0)) : 0));
     EXPECT_GE(matching, rounds / 3) << "rules that say nothing";
 }
 
