@@ -95,7 +95,7 @@ void ShopPane::build()
     m_table->setSelectionBehavior(QAbstractItemView::SelectRows);
     m_table->setSortingEnabled(true);
     m_table->sortByColumn(ShopTableModel::Released, Qt::DescendingOrder);
-    constexpr int widths[ShopTableModel::ColumnCount] = { 180, 150, 100, 62, 54, 72, 104, 92, 58, 112 };
+    constexpr int widths[ShopTableModel::ColumnCount] = { 178, 146, 100, 62, 54, 72, 104, 98, 58, 112 };
     for (int column = 0; column < ShopTableModel::ColumnCount; ++column)
         m_table->setColumnWidth(column, widths[column]);
     m_table->setAccessibleName(tr("Tracks of the shop"));
