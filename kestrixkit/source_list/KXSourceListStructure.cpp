@@ -3,6 +3,7 @@
 #include <kestrixkit/source_list/KXSourceListViewController.h>
 
 #include <kestrixkit/foundation/KXSourceListItem.h>
+#include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/foundation/KXUndoGuards.h>
 #include <kestrixkit/foundation/KXUndoManager.h>
 
