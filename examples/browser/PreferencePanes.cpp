@@ -4,7 +4,6 @@
 
 #include <QCheckBox>
 #include <QFile>
-#include <QFileDialog>
 #include <QFormLayout>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -20,6 +19,7 @@
 
 #include "Analytics.h"
 #include "BrowserStyle.h"
+#include "FileDialogs.h"
 #include "Settings.h"
 #include "SoundPane.h"
 #include "shop/ShopPreferences.h"
@@ -130,23 +130,21 @@ void GeneralPane::removeFolder()
 
 void GeneralPane::chooseFolder()
 {
-    auto *dialog = new QFileDialog(
-        view(), tr("Music Folder"), QFile::decodeName(QByteArray::fromStdString(Settings::musicFolder())));
-    dialog->setAttribute(Qt::WA_DeleteOnClose);
-    dialog->setFileMode(QFileDialog::Directory);
-    dialog->setOption(QFileDialog::ShowDirsOnly);
-    connect(dialog, &QFileDialog::fileSelected, this, &GeneralPane::setFolder);
-    dialog->open();
+    FileDialogs::ask(view(),
+        { .title = tr("Add Music Folder"),
+            .button = tr("Add"),
+            .purpose = u"add"_s,
+            .startIn = QFile::decodeName(QByteArray::fromStdString(Settings::musicFolder())) },
+        this, [this](const std::vector<std::string> &paths) { setFolder(paths.front()); });
 }
 
-void GeneralPane::setFolder(const QString &folder)
+void GeneralPane::setFolder(const std::string &folder)
 {
-    const std::string chosen = QFile::encodeName(folder).toStdString();
-    Settings::addMusicFolders({ chosen });
+    Settings::addMusicFolders({ folder });
     showFolders();
     const std::vector<std::string> known = Settings::musicFolders();
-    if (m_importFolder && std::find(known.begin(), known.end(), chosen) != known.end())
-        m_importFolder(chosen);
+    if (m_importFolder && std::find(known.begin(), known.end(), folder) != known.end())
+        m_importFolder(folder);
 }
 
 PrivacyPane::PrivacyPane(QObject *parent)

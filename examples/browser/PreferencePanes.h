@@ -38,7 +38,7 @@ public:
     }
     void chooseFolder();
     /// Adds it, unless it is there, and imports it.
-    void setFolder(const QString &folder);
+    void setFolder(const std::string &folder);
     void removeFolder();
 
 protected:

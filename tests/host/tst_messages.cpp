@@ -104,7 +104,7 @@ TEST_F(BrowserMessagesTest, choicesAreInForceAtOnceAndRemembered)
     KXPreferences &preferences = KXPreferences::sharedPreferences();
     ASSERT_EQ(preferences.viewControllers().size(), Analytics::isAvailable() ? 4 : 3);
     auto *const general = qobject_cast<GeneralPane *>(preferences.viewControllers()[0]);
-    general->setFolder(music.path());
+    general->setFolder(QFile::encodeName(music.path()).toStdString());
     EXPECT_EQ(imported, music.path().toStdString());
     EXPECT_EQ(Settings::musicFolder(), music.path().toStdString());
 
