@@ -16,7 +16,6 @@
 
 #include "BrowserStyle.h"
 #include "MessageStrip.h"
-#include "PreviewPlaylist.h"
 #include "Settings.h"
 #include "TrackTableModel.h"
 

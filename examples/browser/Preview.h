@@ -14,18 +14,15 @@
 #include <kestrixkit/audio/KXPortAudioOutput.h>
 #include <kestrixkit/audio/KXWaveformLibrary.h>
 
+#include "PreviewPlaylist.h"
+
 class KXAudioPlayerManager;
 class KXMultiTrackAudioPlayer;
-
-class PreviewPlaylist;
 class QAbstractItemView;
 class QAction;
 class QLabel;
 class QMenu;
 class TrackTableModel;
-struct PreviewItem;
-struct PreviewLevels;
-struct PreviewSound;
 
 /// Plays the selected track on the space bar, by Return or a double-click, and the ones below it, or any others, when
 /// it is continuous. One line tells what it plays and where it is; without a sound card it says so, and nothing else is
