@@ -179,10 +179,10 @@ void PlaceNavigator::show(bool animated)
         m_seat->setPicture(m_tracks->grab());
     {
         const QScopedValueRollback guard(m_isShowing, true);
-        if (entry.view && entry.view->open)
-            m_sources->setOpenRows(*entry.view->open);
         if (m_sources->selectedPlaces() != entry.place.source)
             m_sources->selectPlaces(entry.place.source);
+        if (entry.view && entry.view->open)
+            m_sources->setOpenRows(*entry.view->open); // after what selecting has opened
         arrange(entry.place.trail, animated && m_hasShown);
         seat();
     }

@@ -14,8 +14,9 @@ namespace Presets {
 /// The identifier under which the browser counts.
 inline constexpr QLatin1StringView contextIdentifier { "library" };
 
-/// Makes folders and presets for the music that the library holds, where it has no presets at all, and saves them.
-/// False with an error, and without a trace, where the store takes none.
+/// Makes folders and presets for the music that the library holds, where it has no presets at all, and saves them; in a
+/// context with unsaved changes they wait for its next save, with those. False with an error, and without a trace,
+/// where the store takes none.
 bool install(KXManagedObjectContext &context, KXError *error = nullptr);
 
 /// A preset of a genre's tracks or, without one, of those added lately; last on the top level. One step to undo, saved.

@@ -355,7 +355,8 @@ TEST_F(MovedFilesTest, thatAreThereTwiceAreAPlace)
     EXPECT_TRUE(QTest::qWaitFor([&] { return library.sourceListView()->cellForRow(duplicates()).count == 2; }, 8'000));
     QTest::mouseClick(library.sourceListView()->viewport(), Qt::LeftButton, {},
         library.sourceListView()->visualRect(duplicates()).center());
-    ASSERT_TRUE(QTest::qWaitFor([&] { return window->model()->rowCount() == 2; }, 8'000));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return window->model()->rowCount() == 2; }, 8'000))
+        << window->sources()->placeURL().toString().toStdString() << ' ' << window->model()->rowCount() << " rows";
     EXPECT_GE(row(u"a again"_s), 0);
     window->table()->setFocus();
     window->table()->selectRow(row(u"a again"_s));

@@ -56,6 +56,8 @@ protected:
         }
         save();
         open();
+        // The genres open a moment after the window, once in a library.
+        ASSERT_TRUE(QTest::qWaitFor([this] { return !window->sources()->openRows().isEmpty(); }, 30'000));
     }
     void TearDown() override
     {

@@ -23,6 +23,7 @@ using PointerTest = LibraryTest;
 TEST_F(PointerTest, DISABLED_onThisDisplay)
 {
     add(u"a"_s, 120);
+    save();
     ASSERT_TRUE(Presets::install(*context));
     BrowserWindow window(coordinator);
     window.move(0, 0);
