@@ -3,6 +3,8 @@
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
+#include <kestrixkit/foundation/KXUserDefaults.h>
+
 #include <Library.h>
 
 /// A library in a folder of its own, and a context on it that stands for somebody else.
@@ -12,6 +14,10 @@ protected:
     void SetUp() override
     {
         Library::registerEntities();
+        // A window is as at the first start, whatever became of the one before.
+        for (const char *key : { "browser.frame", "browser.panes", "browser.sidebar", "showsInspector",
+                 "browser.inspector Expanded Items" })
+            KXUserDefaults::standard().remove(QString::fromLatin1(key));
         KXError error;
         coordinator = Library::open(folder.filePath(QStringLiteral("library.db")), &error);
         ASSERT_TRUE(coordinator) << error.localizedDescription().toStdString();

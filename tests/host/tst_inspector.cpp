@@ -31,9 +31,6 @@ protected:
         for (int i = 0; i < 5; ++i)
             add(u"Track %1"_s.arg(i), 120 + i)->setRating(i);
         save();
-        for (const char *key : { "browser.frame", "browser.panes", "browser.sidebar", "showsInspector",
-                 "browser.inspector Expanded Items" })
-            KXUserDefaults::standard().remove(QString::fromLatin1(key));
         open();
         window->table()->setSortDescriptors({ TrackTableModel::sortDescriptor(TrackTableModel::Title) });
     }
