@@ -1,15 +1,12 @@
 // Signs (icons, stars, knobs, arrows, outlines of fields, lines between segments) are seen on whatever lies behind
 // them.
 
-#include <cmath>
-
 #include <QAbstractButton>
 #include <QAbstractScrollArea>
 #include <QApplication>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QHash>
 #include <QImage>
 #include <QLineEdit>
 #include <QScrollBar>
@@ -26,23 +23,13 @@
 #include <kestrixkit/theme/controls/KXThemeableSegmentedControl.h>
 #include <kestrixkit/theme/controls/KXThemeableTextField.h>
 
+#include "Contrast.h"
+
 using namespace Qt::StringLiterals;
 
 namespace {
 
 constexpr double seen = 3;
-
-double signLuminance(const QColor &colour)
-{
-    const auto linear = [](double c) { return c <= 0.03928 ? c / 12.92 : std::pow((c + 0.055) / 1.055, 2.4); };
-    return 0.2126 * linear(colour.redF()) + 0.7152 * linear(colour.greenF()) + 0.0722 * linear(colour.blueF());
-}
-
-double signContrast(QRgb a, QRgb b)
-{
-    const double la = signLuminance(QColor(a)), lb = signLuminance(QColor(b));
-    return (std::max(la, lb) + 0.05) / (std::min(la, lb) + 0.05);
-}
 
 /// What is to be seen somewhere: its commonest colour is behind the sign, and the sign is what stands out most.
 struct Sign
@@ -51,22 +38,6 @@ struct Sign
     const QWidget *widget;
     QRect place; ///< in the widget
 };
-
-double strongestIn(const QImage &picture, const QRect &place)
-{
-    QHash<QRgb, int> colours;
-    for (int y = place.top(); y <= place.bottom(); ++y) {
-        for (int x = place.left(); x <= place.right(); ++x)
-            ++colours[picture.pixel(x, y)];
-    }
-    QRgb back = 0;
-    for (auto colour = colours.begin(); colour != colours.end(); ++colour)
-        back = colour.value() > colours.value(back) ? colour.key() : back;
-    double best = 0;
-    for (auto colour = colours.begin(); colour != colours.end(); ++colour)
-        best = std::max(best, signContrast(colour.key(), back));
-    return best;
-}
 
 /// Arrows and images of rows, selected ones among them.
 QList<Sign> signsOfRows(const KXThemeableOutlineView *view)
@@ -162,7 +133,7 @@ TEST_F(Signs, standOutFromWhatIsBehindThem)
                         = sign.place.translated(sign.widget->mapTo(widget.get(), QPoint())) & picture.rect();
                     if (place.size() != sign.place.size())
                         continue; // scrolled out of the page
-                    EXPECT_GE(strongestIn(picture, place), seen)
+                    EXPECT_GE(strongestContrast(picture, place), seen)
                         << page.name.toStdString() << ": " << sign.name.toStdString() << " of "
                         << each->accessibleName().toStdString() << " (" << each->metaObject()->className() << ")";
                     ++measured[sign.name];
