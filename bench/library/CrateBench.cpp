@@ -7,7 +7,7 @@
 
 #include <kestrixkit/foundation/KXUndoManager.h>
 
-#include <CrateEditor.h>
+#include <crates/CrateEditor.h>
 
 #include "BenchProgram.h"
 #include "peer/plain_crates.h"

@@ -7,10 +7,10 @@
 #include <QTest>
 #include <QTimer>
 
-#include <BrowserWindow.h>
-#include <BulkEdits.h>
-#include <SourceColumn.h>
-#include <TrackTableView.h>
+#include <library/BulkEdits.h>
+#include <places/SourceColumn.h>
+#include <table/TrackTableView.h>
+#include <window/BrowserWindow.h>
 
 #include "BenchProgram.h"
 #include "library/CrateBench.h"

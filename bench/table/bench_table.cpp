@@ -15,9 +15,9 @@
 
 #include <support/AudioFiles.h>
 
-#include <BrowserStyle.h>
-#include <Library.h>
-#include <TrackTableView.h>
+#include <library/Library.h>
+#include <table/TrackTableView.h>
+#include <window/BrowserStyle.h>
 
 #include "BenchProgram.h"
 #include "peer/plain_table.h"

@@ -17,22 +17,22 @@
 #include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/foundation/KXOperationQueue.h>
 
-#include "Analytics.h"
-#include "BrowserStyle.h"
-#include "BrowserWindow.h"
-#include "CommandLine.h"
-#include "DemoMusic.h"
-#include "FileCommands.h"
-#include "PlaceNavigator.h"
-#include "Presets.h"
-#include "Report.h"
-#include "SearchCommand.h"
-#include "Settings.h"
-#include "TrackTableView.h"
-#include "WhatIfCommand.h"
+#include "command_line/CommandLine.h"
+#include "command_line/Report.h"
+#include "command_line/SearchCommand.h"
+#include "command_line/WhatIfCommand.h"
+#include "demo/DemoMusic.h"
+#include "filters/Presets.h"
+#include "import/FileCommands.h"
+#include "places/PlaceNavigator.h"
 #include "shop/ShopPane.h"
 #include "shop/ShopPlace.h"
 #include "shop/ShopTableModel.h"
+#include "table/TrackTableView.h"
+#include "window/Analytics.h"
+#include "window/BrowserStyle.h"
+#include "window/BrowserWindow.h"
+#include "window/Settings.h"
 
 using namespace Qt::StringLiterals;
 

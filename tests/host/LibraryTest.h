@@ -5,7 +5,7 @@
 
 #include <kestrixkit/foundation/KXUserDefaults.h>
 
-#include <Library.h>
+#include <library/Library.h>
 
 /// A library in a folder of its own, and a context on it that stands for somebody else.
 class LibraryTest : public ::testing::Test

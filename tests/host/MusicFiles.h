@@ -13,7 +13,7 @@
 #include <gtest/gtest.h>
 #include <tpropertymap.h>
 
-#include <AudioEncoder.h>
+#include <demo/AudioEncoder.h>
 
 using Tags = std::initializer_list<std::pair<const char *, const char *>>;
 

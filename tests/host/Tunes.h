@@ -4,7 +4,7 @@
 
 #include <map>
 
-#include <Synth.h>
+#include <demo/Synth.h>
 
 #include "MusicFiles.h"
 

@@ -3,7 +3,7 @@
 #include <QLineEdit>
 #include <QTest>
 
-#include <BrowserWindow.h>
+#include <window/BrowserWindow.h>
 
 #include "LibraryTest.h"
 

@@ -9,12 +9,12 @@
 #include <kestrixkit/foundation/KXUndoManager.h>
 #include <kestrixkit/messages/KXMessageCenter.h>
 
-#include <AnalysisCommands.h>
-#include <BrowserWindow.h>
-#include <DemoMusic.h>
-#include <Importer.h>
-#include <TagWriter.h>
-#include <TrackTableView.h>
+#include <analysis/AnalysisCommands.h>
+#include <demo/DemoMusic.h>
+#include <import/Importer.h>
+#include <table/TrackTableView.h>
+#include <tags/TagWriter.h>
+#include <window/BrowserWindow.h>
 
 #include "LibraryTest.h"
 #include "Tunes.h"

@@ -11,9 +11,9 @@
 #include <QRegularExpression>
 #include <QTemporaryDir>
 
-#include <DemoMusic.h>
-#include <Library.h>
-#include <Presets.h>
+#include <demo/DemoMusic.h>
+#include <filters/Presets.h>
+#include <library/Library.h>
 
 #include "MusicFiles.h"
 #include "support/KXTestProcess.h"

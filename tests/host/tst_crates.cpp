@@ -17,20 +17,20 @@
 #include <kestrixkit/foundation/KXUserDefaults.h>
 #include <kestrixkit/messages/KXMessageCenter.h>
 
-#include <BrowserWindow.h>
-#include <CratesPane.h>
-#include <FileCommands.h>
-#include <LibraryPlaces.h>
-#include <PlayHistory.h>
-#include <Presets.h>
-#include <Preview.h>
-#include <Settings.h>
-#include <SourceColumn.h>
-#include <TrackDelegate.h>
-#include <TrackTableView.h>
+#include <crates/CratesPane.h>
+#include <crates/PlayHistory.h>
+#include <filters/Presets.h>
+#include <import/FileCommands.h>
+#include <places/LibraryPlaces.h>
+#include <places/SourceColumn.h>
+#include <player/Preview.h>
 #include <support/DragAndDrop.h>
 #include <support/KXTestProcess.h>
 #include <support/KXTestRandom.h>
+#include <table/TrackDelegate.h>
+#include <table/TrackTableView.h>
+#include <window/BrowserWindow.h>
+#include <window/Settings.h>
 
 #include "MusicFiles.h"
 #include "OwnDisplay.h"

@@ -6,8 +6,8 @@
 #include <QSet>
 #include <QTemporaryDir>
 
-#include <AudioProbe.h>
-#include <DemoMusic.h>
+#include <demo/DemoMusic.h>
+#include <tags/AudioProbe.h>
 
 #include "MusicFiles.h"
 

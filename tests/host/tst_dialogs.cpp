@@ -8,13 +8,13 @@
 
 #include <kestrixkit/foundation/KXUserDefaults.h>
 
-#include <BrowserWindow.h>
-#include <FileCommands.h>
-#include <FileDialogs.h>
-#include <FilterStrip.h>
-#include <Settings.h>
-#include <TrackTableView.h>
-#include <Welcome.h>
+#include <filters/FilterStrip.h>
+#include <import/FileCommands.h>
+#include <import/FileDialogs.h>
+#include <table/TrackTableView.h>
+#include <window/BrowserWindow.h>
+#include <window/Settings.h>
+#include <window/Welcome.h>
 
 #include <support/DragAndDrop.h>
 

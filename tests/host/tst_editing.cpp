@@ -13,9 +13,9 @@
 #include <kestrixkit/filters/KXFilterSetPreset.h>
 #include <kestrixkit/foundation/KXUndoManager.h>
 
-#include <BrowserWindow.h>
-#include <TrackDelegate.h>
-#include <TrackTableView.h>
+#include <table/TrackDelegate.h>
+#include <table/TrackTableView.h>
+#include <window/BrowserWindow.h>
 
 #include "WindowTest.h"
 

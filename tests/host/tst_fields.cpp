@@ -14,13 +14,13 @@
 #include <kestrixkit/foundation/KXUndoManager.h>
 #include <kestrixkit/messages/KXMessageCenter.h>
 
-#include <BrowserWindow.h>
-#include <FileCommands.h>
-#include <Importer.h>
-#include <TagWriter.h>
-#include <TrackCommands.h>
-#include <TrackFields.h>
-#include <TrackTableView.h>
+#include <import/FileCommands.h>
+#include <import/Importer.h>
+#include <library/TrackFields.h>
+#include <table/TrackCommands.h>
+#include <table/TrackTableView.h>
+#include <tags/TagWriter.h>
+#include <window/BrowserWindow.h>
 
 #include <support/KXTestProcess.h>
 

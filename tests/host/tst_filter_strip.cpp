@@ -22,14 +22,14 @@
 #include <kestrixkit/toolkit/KXAlert.h>
 #include <kestrixkit/toolkit/KXAnimationGroup.h>
 
-#include <BrowserWindow.h>
-#include <FilterEditors.h>
-#include <FilterStrip.h>
-#include <FilterTypes.h>
-#include <Presets.h>
-#include <SourceColumn.h>
-#include <TrackReasons.h>
-#include <TrackTableView.h>
+#include <filters/FilterEditors.h>
+#include <filters/FilterStrip.h>
+#include <filters/FilterTypes.h>
+#include <filters/Presets.h>
+#include <filters/TrackReasons.h>
+#include <places/SourceColumn.h>
+#include <table/TrackTableView.h>
+#include <window/BrowserWindow.h>
 
 #include "WindowTest.h"
 #include "support/KXTestPrint.h"

@@ -10,8 +10,8 @@
 #include <kestrixkit/foundation/KXUndoManager.h>
 #include <kestrixkit/store/KXStoreChange.h>
 
-#include <TrackTableModel.h>
 #include <support/KXTestRandom.h>
+#include <table/TrackTableModel.h>
 
 #include "LibraryTest.h"
 

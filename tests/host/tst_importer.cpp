@@ -6,8 +6,8 @@
 #include <kestrixkit/context/KXManagedObjectContext.h>
 #include <kestrixkit/predicate/KXPredicate.h>
 
-#include <Importer.h>
-#include <Report.h>
+#include <command_line/Report.h>
+#include <import/Importer.h>
 
 #include "MusicFiles.h"
 

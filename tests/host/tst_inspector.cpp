@@ -12,11 +12,11 @@
 #include <kestrixkit/theme/controls/KXHyperlinkButton.h>
 #include <kestrixkit/theme/controls/KXStarRating.h>
 
-#include <BrowserWindow.h>
-#include <Presets.h>
-#include <SourceColumn.h>
-#include <TrackInspector.h>
-#include <TrackTableView.h>
+#include <filters/Presets.h>
+#include <inspector/TrackInspector.h>
+#include <places/SourceColumn.h>
+#include <table/TrackTableView.h>
+#include <window/BrowserWindow.h>
 
 #include "WindowTest.h"
 

@@ -11,12 +11,12 @@
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
-#include <Crate.h>
-#include <CrateEditor.h>
-#include <Library.h>
-#include <LibraryEditor.h>
-#include <Presets.h>
-#include <TrackFields.h>
+#include <crates/Crate.h>
+#include <crates/CrateEditor.h>
+#include <filters/Presets.h>
+#include <library/Library.h>
+#include <library/LibraryEditor.h>
+#include <library/TrackFields.h>
 
 using namespace Qt::StringLiterals;
 

@@ -18,13 +18,13 @@
 #include <support/KXTestPrint.h>
 #include <support/KXTestRandom.h>
 
-#include <Analytics.h>
-#include <BrowserStyle.h>
-#include <BrowserWindow.h>
-#include <MessageStrip.h>
-#include <PreferencePanes.h>
-#include <Preview.h>
-#include <Settings.h>
+#include <player/Preview.h>
+#include <window/Analytics.h>
+#include <window/BrowserStyle.h>
+#include <window/BrowserWindow.h>
+#include <window/MessageStrip.h>
+#include <window/PreferencePanes.h>
+#include <window/Settings.h>
 
 #include "LibraryTest.h"
 #include "MusicFiles.h"

@@ -16,17 +16,17 @@
 #include <kestrixkit/foundation/KXUserDefaults.h>
 #include <kestrixkit/toolkit/KXAlert.h>
 
-#include <BrowserWindow.h>
-#include <Crate.h>
-#include <CrateEditor.h>
-#include <FileCommands.h>
-#include <Importer.h>
-#include <LibraryPlaces.h>
-#include <MissingFiles.h>
-#include <Settings.h>
-#include <Sounds.h>
-#include <SourceColumn.h>
-#include <TrackTableView.h>
+#include <crates/Crate.h>
+#include <crates/CrateEditor.h>
+#include <files/MissingFiles.h>
+#include <files/Sounds.h>
+#include <import/FileCommands.h>
+#include <import/Importer.h>
+#include <places/LibraryPlaces.h>
+#include <places/SourceColumn.h>
+#include <table/TrackTableView.h>
+#include <window/BrowserWindow.h>
+#include <window/Settings.h>
 
 #include <support/DragAndDrop.h>
 

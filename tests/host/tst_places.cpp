@@ -9,15 +9,15 @@
 #include <kestrixkit/source_list/KXSourceListView.h>
 #include <kestrixkit/toolkit/KXAnimationGroup.h>
 
-#include <BrowserWindow.h>
-#include <CrateEditor.h>
-#include <CratesPane.h>
-#include <FilterStrip.h>
-#include <LibraryPlaces.h>
-#include <PlaceNavigator.h>
-#include <PlaceSteps.h>
-#include <SourceColumn.h>
-#include <TrackTableView.h>
+#include <crates/CrateEditor.h>
+#include <crates/CratesPane.h>
+#include <filters/FilterStrip.h>
+#include <places/LibraryPlaces.h>
+#include <places/PlaceNavigator.h>
+#include <places/PlaceSteps.h>
+#include <places/SourceColumn.h>
+#include <table/TrackTableView.h>
+#include <window/BrowserWindow.h>
 
 #include <support/KXTestPrint.h>
 #include <support/KXTestRandom.h>

@@ -7,11 +7,11 @@
 #include <kestrixkit/foundation/KXUndoManager.h>
 #include <kestrixkit/toolkit/KXPopoverController.h>
 
-#include <BrowserWindow.h>
-#include <FilterStrip.h>
-#include <FilterTypes.h>
-#include <Presets.h>
-#include <SourceColumn.h>
+#include <filters/FilterStrip.h>
+#include <filters/FilterTypes.h>
+#include <filters/Presets.h>
+#include <places/SourceColumn.h>
+#include <window/BrowserWindow.h>
 
 #include "LibraryTest.h"
 #include "OwnDisplay.h"

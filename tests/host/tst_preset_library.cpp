@@ -11,11 +11,11 @@
 #include <kestrixkit/theme/controls/KXThemeableButton.h>
 #include <kestrixkit/toolkit/KXAnimationGroup.h>
 
-#include <BrowserWindow.h>
-#include <FilterStrip.h>
-#include <PresetLibrary.h>
-#include <Presets.h>
-#include <SourceColumn.h>
+#include <filters/FilterStrip.h>
+#include <filters/PresetLibrary.h>
+#include <filters/Presets.h>
+#include <places/SourceColumn.h>
+#include <window/BrowserWindow.h>
 
 #include "WindowTest.h"
 

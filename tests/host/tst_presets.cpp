@@ -6,8 +6,8 @@
 #include <kestrixkit/filters/KXFilterSetPresetsManager.h>
 #include <kestrixkit/filters/KXRangeFilter.h>
 
-#include <PresetMapper.h>
-#include <Presets.h>
+#include <filters/PresetMapper.h>
+#include <filters/Presets.h>
 
 #include "LibraryTest.h"
 

@@ -13,12 +13,12 @@
 #include <kestrixkit/audio/KXWaveformLibrary.h>
 #include <kestrixkit/audio/views/KXAudioPlayerWaveformView.h>
 
-#include <BrowserStyle.h>
-#include <PlayerStrip.h>
-#include <Preview.h>
-#include <TrackTableModel.h>
-#include <TrackTableView.h>
-#include <WaveformMaker.h>
+#include <player/PlayerStrip.h>
+#include <player/Preview.h>
+#include <player/WaveformMaker.h>
+#include <table/TrackTableModel.h>
+#include <table/TrackTableView.h>
+#include <window/BrowserStyle.h>
 
 #include <support/AudioFiles.h>
 

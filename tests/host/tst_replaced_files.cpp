@@ -2,9 +2,9 @@
 
 #include <kestrixkit/foundation/KXUndoManager.h>
 
-#include <Importer.h>
-#include <LibraryEditor.h>
-#include <Sounds.h>
+#include <files/Sounds.h>
+#include <import/Importer.h>
+#include <library/LibraryEditor.h>
 
 #include "LibraryTest.h"
 #include "Tunes.h"

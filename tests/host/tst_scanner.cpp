@@ -7,7 +7,7 @@
 
 #include <QTemporaryDir>
 
-#include <Scanner.h>
+#include <import/Scanner.h>
 
 #include "MusicFiles.h"
 

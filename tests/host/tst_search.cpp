@@ -10,11 +10,11 @@
 #include <kestrixkit/foundation/KXClock.h>
 #include <kestrixkit/toolkit/KXAnimationGroup.h>
 
-#include <BrowserWindow.h>
-#include <Preview.h>
-#include <SearchPopover.h>
-#include <SourceColumn.h>
-#include <TrackTableView.h>
+#include <places/SourceColumn.h>
+#include <player/Preview.h>
+#include <search/SearchPopover.h>
+#include <table/TrackTableView.h>
+#include <window/BrowserWindow.h>
 
 #include "WindowTest.h"
 #include "support/AudioFiles.h"

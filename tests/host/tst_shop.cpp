@@ -19,15 +19,12 @@
 #include <kestrixkit/theme/controls/KXThemeableTextField.h>
 #include <kestrixkit/util/views/KXTableView.h>
 
-#include <BrowserWindow.h>
-#include <FilterBars.h>
-#include <FilterStrip.h>
-#include <FilterTypes.h>
-#include <PlaceNavigator.h>
-#include <Presets.h>
-#include <Settings.h>
-#include <SourceColumn.h>
-#include <TrackTableView.h>
+#include <filters/FilterBars.h>
+#include <filters/FilterStrip.h>
+#include <filters/FilterTypes.h>
+#include <filters/Presets.h>
+#include <places/PlaceNavigator.h>
+#include <places/SourceColumn.h>
 #include <shop/ShopFacets.h>
 #include <shop/ShopFilters.h>
 #include <shop/ShopHosts.h>
@@ -35,6 +32,9 @@
 #include <shop/ShopPlace.h>
 #include <shop/ShopPreferences.h>
 #include <shop/ShopTableModel.h>
+#include <table/TrackTableView.h>
+#include <window/BrowserWindow.h>
+#include <window/Settings.h>
 
 #include "LibraryTest.h"
 #include "catalogue/PostgresServer.h"

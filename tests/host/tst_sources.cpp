@@ -13,11 +13,11 @@
 #include <kestrixkit/foundation/KXUserDefaults.h>
 #include <kestrixkit/toolkit/KXAlert.h>
 
-#include <BrowserWindow.h>
-#include <Presets.h>
-#include <SourceColumn.h>
-#include <TrackTableView.h>
+#include <filters/Presets.h>
+#include <places/SourceColumn.h>
 #include <support/DragAndDrop.h>
+#include <table/TrackTableView.h>
+#include <window/BrowserWindow.h>
 
 #include "WindowTest.h"
 

@@ -9,9 +9,9 @@
 
 #include <kestrixkit/foundation/KXClock.h>
 
-#include <BrowserStyle.h>
-#include <BrowserWindow.h>
-#include <TrackTableView.h>
+#include <table/TrackTableView.h>
+#include <window/BrowserStyle.h>
+#include <window/BrowserWindow.h>
 
 #include "LibraryTest.h"
 #include "MusicFiles.h"

@@ -3,9 +3,9 @@
 #include <QTemporaryDir>
 #include <random>
 
-#include <Parallel.h>
-#include <TagReaders.h>
-#include <TrackTags.h>
+#include <import/Parallel.h>
+#include <tags/TagReaders.h>
+#include <tags/TrackTags.h>
 
 #include "MusicFiles.h"
 

@@ -2,7 +2,7 @@
 
 #include <QTreeWidget>
 
-#include "FilterTypes.h"
+#include "filters/FilterTypes.h"
 #include "shop/Shop.h"
 
 /// The shop's genres, and keys, with how many of the shop's tracks that are shown have them: from a sample at first,

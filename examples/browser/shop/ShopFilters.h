@@ -1,7 +1,7 @@
 #pragma once
 
-#include "FilterStrip.h"
-#include "FilterTypes.h"
+#include "filters/FilterStrip.h"
+#include "filters/FilterTypes.h"
 #include "shop/Shop.h"
 
 /// The filters of the shop's tracks: those of the library, with the shop's key paths.

@@ -12,12 +12,12 @@
 #include <kestrixkit/theme/controls/KXThemeableView.h>
 #include <kestrixkit/util/views/KXTableView.h>
 
-#include "BrowserStyle.h"
-#include "FilterBars.h"
+#include "filters/FilterBars.h"
 #include "shop/ShopFacets.h"
 #include "shop/ShopFilters.h"
 #include "shop/ShopHosts.h"
 #include "shop/ShopTableModel.h"
+#include "window/BrowserStyle.h"
 
 using namespace Qt::StringLiterals;
 

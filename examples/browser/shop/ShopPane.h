@@ -8,8 +8,8 @@
 #include <kestrixkit/foundation/KXDelayedCall.h>
 #include <kestrixkit/foundation/KXOperationQueue.h>
 
-#include "PlaceFilters.h"
-#include "Preview.h"
+#include "places/PlaceFilters.h"
+#include "player/Preview.h"
 #include "shop/Shop.h"
 
 class FilterBars;

@@ -6,12 +6,12 @@
 #include <kestrixkit/foundation/KXUserDefaults.h>
 #include <kestrixkit/util/views/KXTableView.h>
 
-#include "FilterBars.h"
-#include "FilterStrip.h"
-#include "Preview.h"
-#include "Settings.h"
-#include "SourceColumn.h"
+#include "filters/FilterBars.h"
+#include "filters/FilterStrip.h"
+#include "places/SourceColumn.h"
+#include "player/Preview.h"
 #include "shop/ShopPane.h"
+#include "window/Settings.h"
 
 ShopPlace::ShopPlace(QWidget *tracks, FilterStrip *strip, SourceColumn *sources, Preview *preview,
     KXPersistentStoreCoordinator::Ref coordinator)

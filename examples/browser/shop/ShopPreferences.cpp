@@ -8,8 +8,8 @@
 #include <kestrixkit/theme/KXThemeStyleNames.h>
 #include <kestrixkit/theme/controls/KXThemeableTextField.h>
 
-#include "PreferencePanes.h"
-#include "Settings.h"
+#include "window/PreferencePanes.h"
+#include "window/Settings.h"
 
 using namespace Qt::StringLiterals;
 

@@ -5,8 +5,8 @@
 #include <kestrixkit/foundation/KXClock.h>
 #include <kestrixkit/foundation/KXDecimal.h>
 
-#include "BrowserStyle.h"
-#include "FilterTypes.h"
+#include "filters/FilterTypes.h"
+#include "window/BrowserStyle.h"
 
 using namespace Qt::StringLiterals;
 

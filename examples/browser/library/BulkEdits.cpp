@@ -1,0 +1,68 @@
+#include "library/BulkEdits.h"
+
+#include <QLabel>
+#include <QLocale>
+#include <QStatusBar>
+
+#include <kestrixkit/foundation/KXClock.h>
+#include <kestrixkit/foundation/KXUndoManager.h>
+#include <kestrixkit/theme/KXThemeStyleNames.h>
+#include <kestrixkit/theme/controls/KXThemeableButton.h>
+
+#include "table/TrackTableView.h"
+#include "window/BrowserWindow.h"
+
+BulkEdits::BulkEdits(BrowserWindow *window, KXManagedObjectContext::Ref context, QLabel *line)
+    : QObject(window)
+    , m_window(window)
+    , m_context(std::move(context))
+    , m_line(line)
+    , m_editor(m_context)
+{
+    auto *const cancel = new KXThemeableButton(tr("&Cancel"));
+    cancel->setThemeStyleName(KXButtonStyles);
+    cancel->setAccessibleName(tr("Cancel the changes"));
+    m_cancel = cancel;
+    window->statusBar()->addPermanentWidget(cancel);
+    cancel->hide();
+    connect(cancel, &QPushButton::clicked, &m_editor, &KXBatchEditor::cancel);
+    connect(&m_editor, &KXBatchEditor::progressed, this, [this](qint64 done, qint64 total) {
+        const QLocale locale = KXClock::locale();
+        m_cancel->show();
+        m_line->setText(tr("Changed %1 of %2").arg(locale.toString(done), locale.toString(total)));
+    });
+    connect(&m_editor, &KXBatchEditor::finished, this, &BulkEdits::showOutcome);
+}
+
+bool BulkEdits::edit(const std::function<TrackFields::Properties()> &properties, const QString &actionName)
+{
+    const QList<int> rows = m_window->table()->selectedRowNumbers();
+    if (rows.size() < fromRows)
+        return false;
+    std::vector<qint64> keys;
+    keys.reserve(size_t(rows.size()));
+    for (const int row : rows)
+        keys.push_back(m_window->model()->tracks().key(row));
+    TrackFields::Properties values;
+    {
+        const KXUndoRegistrationOff unrecorded(
+            m_context->undoManager()); // names that are made are no step of their own
+        values = properties();
+    }
+    if (m_context->save()) // what is unsaved is older than this; where it cannot be saved, neither can that
+        m_editor.setValues(values, QString(Track::entityName), keys, actionName);
+    return true;
+}
+
+void BulkEdits::showOutcome(const KXBatchOutcome &outcome)
+{
+    const QLocale locale = KXClock::locale();
+    m_cancel->setVisible(m_editor.isBusy());
+    QString text = outcome.error ? tr("%1: %2").arg(outcome.actionName, outcome.error.localizedDescription())
+                                 : tr("%1: %2 tracks").arg(outcome.actionName, locale.toString(outcome.changed));
+    if (outcome.kept > 0)
+        text += tr(", %1 were changed since and stay as they are").arg(locale.toString(outcome.kept));
+    if (outcome.cancelled)
+        text += tr(", cancelled");
+    m_line->setText(text);
+}

@@ -1,0 +1,33 @@
+#include "library/TrackNames.h"
+
+TrackNames::TrackNames(KXManagedObjectContext &context)
+    : artists(context)
+    , genres(context)
+    , labels(context)
+    , m_albums(context)
+    , m_keys(context)
+{
+}
+
+KXRef<Album> TrackNames::album(const QString &title, const QString &artist, KXError *error)
+{
+    if (title.isEmpty())
+        return {};
+    const auto fill = [&](Album &made) {
+        made.setTitle(title);
+        made.setArtistText(artist);
+    };
+    return m_albums.object(TagValues::nameKey(title) + u'\n' + TagValues::nameKey(artist), fill, error);
+}
+
+KXRef<Key> TrackNames::key(const std::optional<MusicalKey> &key, KXError *error)
+{
+    if (!key)
+        return {};
+    const auto fill = [&](Key &made) {
+        made.setName(key->name());
+        made.setNumber(key->number);
+        made.setIsMinor(key->minor);
+    };
+    return m_keys.object(TagValues::nameKey(key->name()), fill, error);
+}
