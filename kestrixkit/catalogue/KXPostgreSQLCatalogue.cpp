@@ -206,16 +206,17 @@ namespace {
 
 using CatalogueRequest = KXPostgreSQLCataloguePrivate::Request;
 
+qint64 catalogueNumber(std::optional<QByteArrayView> text) { return text ? text->toLongLong() : 0; }
+
 KXCatalogueCounts catalogueCounts(const CatalogueRequest &request, qsizetype facets, double share)
 {
     KXCatalogueCounts counts;
     request.fill(counts);
     counts.facets.resize(facets);
     for (const auto &reply : request.replies) {
-        if (!reply || reply->error || reply->rows.isEmpty())
+        if (!reply || reply->error)
             continue;
-        const auto &row = reply->rows.first();
-        const auto number = [&row](qsizetype at) { return row.value(at).value_or(QByteArray()).toLongLong(); };
+        const auto number = [&reply](qsizetype at) { return catalogueNumber(reply->text(0, int(at))); };
         counts.count += number(0);
         for (qsizetype i = 0; i < facets; ++i)
             counts.facets[i] += number(i + 1);
@@ -240,12 +241,14 @@ KXCatalogueValues catalogueValues(const CatalogueRequest &request, const KXCatal
     for (const auto &reply : request.replies) {
         if (!reply || reply->error)
             continue;
-        if (reply->rows.size() > KXCatalogueValuesRequest::MostValues)
+        if (reply->rowCount() > KXCatalogueValuesRequest::MostValues)
             values.error = KXError(KXKestrixKitErrorDomain, KXCatalogueError::Refused,
                 KXStringWithFormat(
                     KXLocalizedString("\"%@\" has too many values to be listed. Narrow the search."), column.keyPath));
-        for (const auto &row : reply->rows)
-            counts[row.value(0)] += row.value(1).value_or(QByteArray()).toLongLong();
+        for (int row = 0; row < reply->rowCount(); ++row) {
+            const auto value = reply->text(row, 0);
+            counts[value ? std::optional(value->toByteArray()) : std::nullopt] += catalogueNumber(reply->text(row, 1));
+        }
     }
     for (auto entry = counts.cbegin(); entry != counts.cend(); ++entry)
         values.values.append({ KXPostgreSQLDialect::valueFromText(entry.key(), column), entry.value() });
@@ -255,7 +258,7 @@ KXCatalogueValues catalogueValues(const CatalogueRequest &request, const KXCatal
     return values;
 }
 
-QVariant catalogueKeyValue(const std::optional<QByteArray> &text, const KXCatalogueColumn &column)
+QVariant catalogueKeyValue(std::optional<QByteArrayView> text, const KXCatalogueColumn &column)
 {
     // To the microsecond, which dates here do not have: rows would be left out or come again.
     if (text && column.type == KXCatalogueType::Date)
@@ -271,18 +274,23 @@ KXCataloguePage cataloguePage(
     if (page.error)
         return page;
     const QList<CatalogueSortKey> keys = catalogueSortKeys(schema, asked.sortDescriptors);
-    const qsizetype values = asked.keyPaths.size();
+    QList<const KXCatalogueColumn *> shown;
+    for (const QString &keyPath : asked.keyPaths)
+        shown.append(schema.columnForKeyPath(keyPath));
     for (const auto &reply : request.replies) {
         if (!reply || reply->error)
             continue;
         const qsizetype before = page.rows.size();
-        for (const auto &texts : reply->rows) {
+        page.rows.reserve(before + reply->rowCount());
+        for (int at = 0; at < reply->rowCount(); ++at) {
             KXCatalogueRow row;
-            for (qsizetype i = 0; i < values; ++i)
-                row.values.append(
-                    KXPostgreSQLDialect::valueFromText(texts.value(i), *schema.columnForKeyPath(asked.keyPaths[i])));
-            for (qsizetype i = 0; i < keys.size(); ++i)
-                row.key.append(catalogueKeyValue(texts.value(values + i), keys[i].column));
+            row.values.reserve(shown.size());
+            row.key.reserve(keys.size());
+            int field = 0;
+            for (const KXCatalogueColumn *column : shown)
+                row.values.append(KXPostgreSQLDialect::valueFromText(reply->text(at, field++), *column));
+            for (const CatalogueSortKey &key : keys)
+                row.key.append(catalogueKeyValue(reply->text(at, field++), key.column));
             page.rows.append(std::move(row));
         }
         std::inplace_merge(page.rows.begin(), page.rows.begin() + before, page.rows.end(),

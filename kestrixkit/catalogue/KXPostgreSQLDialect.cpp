@@ -114,7 +114,7 @@ QByteArray dialectShown(const KXCatalogueColumn &column)
     return column.type == KXCatalogueType::Date ? "(extract(epoch FROM " + text + ") * 1000000)::bigint" : text;
 }
 
-QVariant dialectValue(const QByteArray &text, KXCatalogueType type)
+QVariant dialectValue(QByteArrayView text, KXCatalogueType type)
 {
     switch (type) {
     case KXCatalogueType::Boolean:
@@ -226,14 +226,14 @@ std::optional<KXCatalogueStatement> KXPostgreSQLDialect::pageStatement(
     });
 }
 
-QVariant KXPostgreSQLDialect::valueFromText(const std::optional<QByteArray> &text, const KXCatalogueColumn &column)
+QVariant KXPostgreSQLDialect::valueFromText(std::optional<QByteArrayView> text, const KXCatalogueColumn &column)
 {
     if (!text)
         return {};
     if (!column.isList)
         return dialectValue(*text, column.type);
     QVariantList list;
-    for (const QJsonValue &element : QJsonDocument::fromJson(*text).array())
+    for (const QJsonValue &element : QJsonDocument::fromJson(text->toByteArray()).array())
         list.append(element.isNull() ? QVariant() : dialectValue(element.toString().toUtf8(), column.type));
     return list;
 }

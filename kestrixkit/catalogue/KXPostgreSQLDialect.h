@@ -26,7 +26,7 @@ public:
         const KXCataloguePageRequest &request, KXError *error) const override;
 
     /// A value of a page's row from the text that the engine sends; invalid for an absent one.
-    [[nodiscard]] static QVariant valueFromText(const std::optional<QByteArray> &text, const KXCatalogueColumn &column);
+    [[nodiscard]] static QVariant valueFromText(std::optional<QByteArrayView> text, const KXCatalogueColumn &column);
     /// A name of the schema as SQL has it.
     [[nodiscard]] static QByteArray quoted(const QByteArray &name);
 

@@ -243,35 +243,24 @@ void KXPostgreSQLSession::read()
         return;
     }
     while (m_state != State::Broken && !PQisBusy(connection)) {
-        PGresult *const result = PQgetResult(connection);
+        const std::shared_ptr<PGresult> result(PQgetResult(connection), &PQclear);
         if (!result)
             return finishAnswer();
         take(result);
-        PQclear(result);
     }
 }
 
-void KXPostgreSQLSession::take(PGresult *result)
+void KXPostgreSQLSession::take(const std::shared_ptr<PGresult> &result)
 {
-    switch (PQresultStatus(result)) {
+    switch (PQresultStatus(result.get())) {
     case PGRES_TUPLES_OK:
-        m_reply.rows.reserve(PQntuples(result));
-        for (int row = 0; row < PQntuples(result); ++row) {
-            QList<std::optional<QByteArray>> values;
-            for (int field = 0; field < PQnfields(result); ++field) {
-                if (PQgetisnull(result, row, field))
-                    values.append(std::nullopt);
-                else
-                    values.append(QByteArray(PQgetvalue(result, row, field), PQgetlength(result, row, field)));
-            }
-            m_reply.rows.append(std::move(values));
-        }
+        m_reply.table = result;
         return;
     case PGRES_COMMAND_OK:
         return;
     default:
         if (m_state != State::Draining)
-            m_reply = sessionFailure(result, m_server.name);
+            m_reply = sessionFailure(result.get(), m_server.name);
     }
 }
 

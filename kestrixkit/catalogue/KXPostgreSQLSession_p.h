@@ -9,12 +9,22 @@
 #include <kestrixkit/catalogue/KXCatalogueDialect.h>
 #include <kestrixkit/catalogue/KXCatalogueServers.h>
 
-/// What a server said: rows of texts, absent for NULL, or an error.
+/// What a server said: a table of texts, or an error.
 struct KXPostgreSQLReply
 {
     KXError error = {};
     bool mayBeAskedAgain = false; ///< whether another server, or the same one later, may say better
-    QList<QList<std::optional<QByteArray>>> rows = {};
+    std::shared_ptr<const PGresult> table = {}; ///< any thread may read it
+
+    [[nodiscard]] int rowCount() const { return table ? PQntuples(table.get()) : 0; }
+    /// Absent for NULL, and beyond the table. Lives as long as the table.
+    [[nodiscard]] std::optional<QByteArrayView> text(int row, int field) const
+    {
+        if (!table || row >= PQntuples(table.get()) || field >= PQnfields(table.get())
+            || PQgetisnull(table.get(), row, field))
+            return std::nullopt;
+        return QByteArrayView(PQgetvalue(table.get(), row, field), PQgetlength(table.get(), row, field));
+    }
 };
 
 /// Calls of libpq that wait for the network, on threads of their own. A task must not refer to anything that may go.
@@ -63,7 +73,7 @@ private:
     void proceedConnecting();
     void settle();
     void read();
-    void take(PGresult *result);
+    void take(const std::shared_ptr<PGresult> &result);
     void finishAnswer();
     void breakWith(KXError error, bool mayBeAskedAgain);
     [[nodiscard]] KXError connectionError() const;
