@@ -225,31 +225,65 @@ void KXChangeLedger::rebase(Object *object, const KXPropertyDescription &propert
         found->second.before->setToOne(property, stored.toLongLong());
 }
 
+/// What is to be said of the object; from then on nothing is. `keys` are those of an update.
+KXChangeLedger::Announcement KXChangeLedger::settleAnnouncement(Object *object, KXPropertySet &keys)
+{
+    quint16 &state = Access::state(object);
+    const auto found = m_changes.find(object);
+    // Also of one that comes or goes: a key left here would keep later changes of it from being announced.
+    keys = found == m_changes.end() ? KXPropertySet() : std::exchange(found->second.unannounced, {});
+    const unsigned pending = state & (Access::DeletePending | Access::InsertPending);
+    if (pending & Access::DeletePending) {
+        state &= quint16(~Access::DeletePending);
+        return Announcement::Deletion;
+    }
+    if (pending) {
+        state &= quint16(~Access::InsertPending);
+        return Announcement::Insertion;
+    }
+    return keys.any() && !(state & Access::Deleted) ? Announcement::Update : Announcement::None;
+}
+
 KXObjectsDidChange KXChangeLedger::takeAnnouncements()
 {
     KXObjectsDidChange did;
+    // Most objects of one turn change alike, and share the names of what did.
+    const KXEntityDescription *entity = nullptr;
+    KXPropertySet known;
+    QSet<QString> names;
     for (const KXContextHold &object : std::exchange(m_announcements, {})) {
-        quint16 &state = Access::state(object.get());
-        const auto found = m_changes.find(object.get());
-        if (state & Access::DeletePending) {
-            state &= quint16(~Access::DeletePending);
+        KXPropertySet keys;
+        switch (settleAnnouncement(object.get(), keys)) {
+        case Announcement::None:
+            break;
+        case Announcement::Deletion:
             did.deleted.append(object);
-        } else if (state & Access::InsertPending) {
-            state &= quint16(~Access::InsertPending);
+            break;
+        case Announcement::Insertion:
             did.inserted.append(object);
-        } else if (!(state & Access::Deleted) && found != m_changes.end() && found->second.unannounced.any()) {
-            QSet<QString> &keys = did.changedKeys[object.get()];
-            for (const KXPropertyDescription &property : object->entity()->properties()) {
-                if (found->second.unannounced.test(size_t(property.index())))
-                    keys.insert(property.name());
+            break;
+        case Announcement::Update:
+            if (object->entity() != entity || keys != known) {
+                entity = object->entity();
+                known = keys;
+                names.clear();
+                for (const KXPropertyDescription &property : entity->properties()) {
+                    if (keys.test(size_t(property.index())))
+                        names.insert(property.name());
+                }
             }
+            did.changedKeys.insert(object.get(), names);
             did.updated.append(object);
         }
-        // Also of one that comes or goes: a key left here would keep later changes of it from being announced.
-        if (found != m_changes.end())
-            found->second.unannounced.reset();
     }
     return did;
+}
+
+void KXChangeLedger::dropAnnouncements()
+{
+    KXPropertySet keys;
+    for (const KXContextHold &object : std::exchange(m_announcements, {}))
+        settleAnnouncement(object.get(), keys);
 }
 
 KXChangeLedger::Unsaved KXChangeLedger::takeAll()

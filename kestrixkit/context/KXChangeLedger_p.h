@@ -121,6 +121,8 @@ public:
     }
     /// What changed since the last call.
     [[nodiscard]] KXObjectsDidChange takeAnnouncements();
+    /// Nobody is there to be told of it.
+    void dropAnnouncements();
 
     // For a rollback.
 
@@ -136,6 +138,8 @@ public:
 
 private:
     enum class Transition;
+    enum class Announcement { None, Deletion, Insertion, Update };
+    Announcement settleAnnouncement(KXManagedObject *object, KXPropertySet &keys);
     static void check(Transition transition, KXManagedObject *object);
     void editedKnown(KXManagedObject *object, int property);
     void foundAgain(KXManagedObject *object);

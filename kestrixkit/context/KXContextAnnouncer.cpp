@@ -52,16 +52,22 @@ void KXContextAnnouncer::post()
         ~Guard() { flag = false; }
     } guard { m_posting };
     m_posting = true;
+    KXNotificationCenter &center = KXNotificationCenter::defaultCenter();
+    const QString name(KXManagedObjectContextObjectsDidChangeNotification);
+    const auto *const sender = static_cast<const void *>(m_keeper.q);
     while (!m_toPost.empty() || m_due) {
         if (m_toPost.empty()) {
             m_due = false;
+            if (!center.isObserved(name, sender)) { // such as of a context that works in the background
+                m_ledger.dropAnnouncements();
+                continue;
+            }
             m_toPost.push_back(m_ledger.takeAnnouncements());
         }
-        const KXObjectsDidChange did = std::move(m_toPost.front());
+        KXObjectsDidChange did = std::move(m_toPost.front());
         m_toPost.erase(m_toPost.begin());
         if (!did.inserted.isEmpty() || !did.updated.isEmpty() || !did.deleted.isEmpty() || !did.refreshed.isEmpty()
             || did.merged)
-            KXNotificationCenter::defaultCenter().post(QString(KXManagedObjectContextObjectsDidChangeNotification),
-                static_cast<const void *>(m_keeper.q), did);
+            center.post(name, sender, std::move(did));
     }
 }

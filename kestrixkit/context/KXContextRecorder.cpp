@@ -59,8 +59,8 @@ void KXContextRecorder::willChange(Object *object, int property)
     if (!isRecording())
         return;
     Entry &entry = entryOf(object);
-    if (!entry.existedBefore)
-        return;
+    if (!entry.existedBefore || object->entity()->properties()[property].isToMany())
+        return; // members stand among the links
     if (!entry.before)
         entry.before = cloneOfValues(object, Access::values(object));
     entry.changed.set(size_t(property));
@@ -111,7 +111,7 @@ void KXContextRecorder::flush()
                     entry.membersAfter[property->index()] = m_reader.loadedToMany(object, *property).members;
             }
         }
-        if (entry.existsAfter)
+        if (entry.existsAfter && (entry.before || !entry.existedBefore))
             entry.after = cloneOfValues(object, Access::values(object));
         return !entry.existedBefore && !entry.existsAfter;
     });

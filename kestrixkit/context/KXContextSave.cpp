@@ -193,7 +193,11 @@ KXError KXContextSaver::writeUpdated(KXSQLiteConnection &connection, Update &upd
     }
     qint64 version = Access::values(&object)->version;
     while (!columns.empty()) {
-        KXStatement statement = connection.prepare(codec.update(columns));
+        if (columns != m_writtenColumns) { // most updates of a save write the same ones
+            m_update = codec.update(columns);
+            m_writtenColumns = columns;
+        }
+        KXStatement statement = connection.prepare(m_update);
         if (!statement)
             return connection.lastError();
         m_texts.clear();

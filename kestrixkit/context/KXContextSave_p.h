@@ -122,4 +122,6 @@ private:
     std::vector<std::pair<KXManagedObject *, KXRowChange>> m_overruled; // of inserted objects
     std::vector<KXRowChange> m_foreign; // what became of rows that the context had not changed
     KXRowTexts m_texts;
+    QByteArray m_update; // of these columns
+    std::vector<const KXPropertyDescription *> m_writtenColumns;
 };

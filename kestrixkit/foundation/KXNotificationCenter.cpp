@@ -18,9 +18,14 @@ public:
 
     const QString &name() const { return m_name; }
 
+    [[nodiscard]] bool hears(KXNotificationSender sender) const
+    {
+        return m_sender == KXNotificationCenter::anySender() || m_sender == sender;
+    }
+
     void deliver(const KXNotification &notification)
     {
-        if (m_sender != KXNotificationCenter::anySender() && m_sender != notification.sender)
+        if (!hears(notification.sender))
             return;
         {
             const std::lock_guard lock(m_mutex);
@@ -148,6 +153,12 @@ KXNotificationToken KXNotificationCenter::addObserver(
     token.m_center = d;
     d->add(token.m_entry);
     return token;
+}
+
+bool KXNotificationCenter::isObserved(const QString &name, KXNotificationSender sender) const
+{
+    const auto list = d->list(name);
+    return list && std::any_of(list->begin(), list->end(), [&](const auto &entry) { return entry->hears(sender); });
 }
 
 void KXNotificationCenter::post(const KXNotification &notification)

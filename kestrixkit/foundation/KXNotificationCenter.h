@@ -96,6 +96,9 @@ public:
     /// Subscribes. A null sender subscribes to nothing: the token is empty.
     [[nodiscard]] KXNotificationToken addObserver(const QString &name, KXNotificationSender sender, Function function);
 
+    /// Whether somebody hears what that sender posts by that name: for whoever would have to make the content first.
+    [[nodiscard]] bool isObserved(const QString &name, KXNotificationSender sender) const;
+
     void post(const KXNotification &notification);
     void post(
         const QString &name, KXNotificationSender sender = nullptr, std::any payload = {}, QVariantMap userInfo = {});
