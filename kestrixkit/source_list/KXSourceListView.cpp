@@ -63,6 +63,14 @@ KXSourceListView::KXSourceListView(QWidget *parent)
 
 KXSourceListView::~KXSourceListView() = default;
 
+int KXSourceListView::contentHeight() const
+{
+    QModelIndex last;
+    for (int rows = model() ? model()->rowCount() : 0; rows > 0; rows = isExpanded(last) ? model()->rowCount(last) : 0)
+        last = model()->index(rows - 1, 0, last);
+    return last.isValid() ? visualRect(last).bottom() + 1 + verticalOffset() : 0;
+}
+
 void KXSourceListView::setTreeController(KXTreeController *tree)
 {
     setModel(tree);

@@ -91,6 +91,8 @@ public:
     /// What an empty list says.
     void setPlaceholderText(const QString &text);
 
+    /// Of all rows that are open, seen or not, in pixels.
+    [[nodiscard]] int contentHeight() const;
     /// Opens all of them, with one new layout.
     void expandRows(const QModelIndexList &rows);
 

@@ -14,6 +14,7 @@
 
 #include <filters/Presets.h>
 #include <inspector/TrackInspector.h>
+#include <places/SidebarRoom.h>
 #include <places/SourceColumn.h>
 #include <table/TrackTableView.h>
 #include <window/BrowserWindow.h>
@@ -154,7 +155,7 @@ TEST_F(InspectorTest, windowIsAsItWas)
     QTest::qWait(5);
     auto *const panes = qobject_cast<QSplitter *>(window->inspector()->container()->parentWidget());
     panes->setSizes({ 180, 260, 260 });
-    window->sources()->setSizes({ 150, 300 });
+    window->sources()->room().choose({ 150, 300, 200 });
     const QList<int> widths = panes->sizes(), heights = window->sources()->sizes();
     window->inspector()->inspector()->setExpanded(window->inspector()->inspector()->viewControllers().at(3), false);
     const QRect frame = window->geometry();

@@ -13,7 +13,9 @@
 #include <kestrixkit/foundation/KXUserDefaults.h>
 #include <kestrixkit/toolkit/KXAlert.h>
 
+#include <crates/CratesPane.h>
 #include <filters/Presets.h>
+#include <places/SidebarRoom.h>
 #include <places/SourceColumn.h>
 #include <support/DragAndDrop.h>
 #include <table/TrackTableView.h>
@@ -297,4 +299,51 @@ TEST_F(SourcesTest, unavailableAndDeletedPresets)
     EXPECT_EQ(countSets(), sets - 2) << "each goes with its filters";
     press(QKeySequence(Qt::CTRL | Qt::Key_Z));
     find(presets(), u"Two"_s);
+}
+
+TEST_F(SourcesTest, roomGoesToTheListsThatUseIt)
+{
+    for (int i = 0; i < 12; ++i)
+        add(u"g%1"_s.arg(i), 100)->addToGenres([&] {
+            const auto genre = Genre::createInContext(*context);
+            genre->setName(u"Genre %1"_s.arg(i));
+            return genre;
+        }());
+    save();
+    openWindow();
+    window->resize(1000, 1100);
+    window->sources()->musicDidChange();
+    const KXSourceListView &places = *library().sourceListView();
+    const auto hidden = [](const KXSourceListView &list) { return list.contentHeight() - list.viewport()->height(); };
+    EXPECT_TRUE(QTest::qWaitFor([&] { return places.contentHeight() > 14 * 20 && hidden(places) <= 0; }));
+    for (KXSourceListViewController *list : window->sources()->lists())
+        EXPECT_LE(hidden(*list->sourceListView()), 0);
+
+    // Where not all fits, the long ones share what the short one leaves; a row that is opened moves nothing.
+    window->resize(1000, 520);
+    const KXSourceListView &crates = *window->sources()->crates()->list()->sourceListView();
+    QTest::qWait(20);
+    EXPECT_GT(hidden(places), 0);
+    EXPECT_LE(hidden(crates), 0);
+    const QList<int> heights = window->sources()->sizes();
+    for (int row = 0; row < presets().sourceListView()->model()->rowCount(); ++row)
+        presets().sourceListView()->expand(presets().sourceListView()->model()->index(row, 0));
+    QTest::qWait(20);
+    EXPECT_EQ(window->sources()->sizes(), heights);
+
+    // What the user drags stays.
+    EXPECT_FALSE(window->sources()->room().chosen());
+    QSplitterHandle *const handle = window->sources()->handle(1);
+    const QPoint at = handle->rect().center();
+    QTest::mousePress(handle, Qt::LeftButton, {}, at);
+    QTest::mouseMove(handle, at + QPoint(0, -60));
+    QTest::mouseRelease(handle, Qt::LeftButton, {}, at + QPoint(0, -60));
+    const QList<int> chosen = window->sources()->sizes();
+    EXPECT_NE(chosen, heights);
+    window->resize(1000, 900);
+    window->resize(1000, 520);
+    QTest::qWait(20);
+    EXPECT_TRUE(window->sources()->room().chosen());
+    openAgain();
+    EXPECT_EQ(window->sources()->room().chosen(), chosen);
 }

@@ -19,6 +19,7 @@
 #include "filters/PresetMapper.h"
 #include "filters/Presets.h"
 #include "places/LibraryPlaces.h"
+#include "places/SidebarRoom.h"
 #include "window/BrowserStyle.h"
 
 using namespace Qt::StringLiterals;
@@ -83,7 +84,8 @@ SourceColumn::SourceColumn(KXManagedObjectContext::Ref context, QWidget *parent)
     addWidget(section(tr("Presets"), m_presets.get(), { m_commands->newFolder }));
     setChildrenCollapsible(false);
     setStretchFactor(2, 1);
-    setSizes({ 220, 220, 320 });
+    m_room = new SidebarRoom(
+        this, { m_library->sourceListView(), m_crates->list()->sourceListView(), m_presets->sourceListView() });
     connect(this, &QSplitter::splitterMoved, this, &SourceColumn::scrollToSelection);
 }
 

@@ -13,6 +13,7 @@ class LibraryPlaces;
 class PresetCommands;
 class PresetMapper;
 class QLabel;
+class SidebarRoom;
 
 /// The left side of the window: the library's places above, then its crates, and its presets below, each with a badge
 /// that counts live. What is selected there is what the table shows; several presets or crates, or a folder, show the
@@ -47,6 +48,8 @@ public:
     /// Names the shop's row; empty where there never was one.
     [[nodiscard]] QUrl shopURL() const;
     void scrollToSelection();
+    /// Who says how high each list is.
+    [[nodiscard]] SidebarRoom &room() const { return *m_room; }
     /// Of all lists.
     [[nodiscard]] QList<QUrl> openRows() const;
     /// Opens these, where they are there, and closes all others.
@@ -109,6 +112,7 @@ private:
     std::unique_ptr<KXTreeController> m_placesTree, m_presetsTree;
     std::unique_ptr<KXSourceListViewController> m_library, m_presets;
     CratesPane *m_crates;
+    SidebarRoom *m_room;
     PresetCommands *m_commands;
     QAction *m_saveAsPreset;
     QString m_autosaveSuffix;

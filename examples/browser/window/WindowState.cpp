@@ -8,6 +8,7 @@
 #include <kestrixkit/foundation/KXUserDefaults.h>
 #include <kestrixkit/source_list/KXSourceListView.h>
 
+#include "places/SidebarRoom.h"
 #include "places/SourceColumn.h"
 
 using namespace Qt::StringLiterals;
@@ -69,7 +70,7 @@ void WindowState::restore(QWidget &window, QSplitter &panes, SourceColumn &sourc
     if (const auto sizes = numbersForKey(panesKey, panes.count()))
         panes.setSizes(*sizes);
     if (const auto sizes = numbersForKey(sidebarKey, sources.count()))
-        sources.setSizes(*sizes);
+        sources.room().choose(*sizes);
 }
 
 void WindowState::restoreSidebar(SourceColumn &sources)
@@ -93,7 +94,8 @@ void WindowState::save(const QWidget &window, const QSplitter &panes, const Sour
     if (const auto before = numbersForKey(panesKey, sizes.size()); before && sizes.last() == 0)
         sizes.last() = before->last(); // hidden, it keeps its width
     setNumbers(panesKey, sizes);
-    setNumbers(sidebarKey, sources.sizes());
+    if (const auto heights = sources.room().chosen())
+        setNumbers(sidebarKey, *heights);
     QList<int> scrolled;
     for (KXSourceListViewController *list : sources.lists())
         scrolled.append(list->sourceListView()->verticalScrollBar()->value());

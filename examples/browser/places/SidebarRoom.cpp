@@ -1,0 +1,99 @@
+#include "places/SidebarRoom.h"
+
+#include <algorithm>
+#include <numeric>
+
+#include <QEvent>
+#include <QLayout>
+
+#include <kestrixkit/source_list/KXSourceListView.h>
+
+namespace {
+
+constexpr int freeRoom = 30; // below the last row, for drops and the context menu
+constexpr int leastRows = 60; // of the rows of an empty list, which says so
+
+/// Of the heights that are wanted, as much as there is room for: whoever wants less than an equal share gets it, and
+/// the others share the rest. What is over goes to the last.
+QList<int> sharedHeights(const QList<int> &wanted, int room)
+{
+    QList<qsizetype> order(wanted.size());
+    std::iota(order.begin(), order.end(), 0);
+    std::sort(order.begin(), order.end(), [&](qsizetype a, qsizetype b) { return wanted[a] < wanted[b]; });
+    QList<int> heights(wanted.size());
+    for (qsizetype i = 0; i < order.size(); ++i) {
+        heights[order[i]] = std::min(wanted[order[i]], room / int(order.size() - i));
+        room -= heights[order[i]];
+    }
+    heights.last() += room;
+    return heights;
+}
+
+}
+
+SidebarRoom::SidebarRoom(QSplitter *splitter, const QList<KXSourceListView *> &lists)
+    : QObject(splitter)
+    , m_splitter(splitter)
+    , m_lists(lists)
+{
+    splitter->installEventFilter(this);
+    connect(splitter, &QSplitter::splitterMoved, this, [this] { m_isUsers = true; });
+    for (KXSourceListView *list : lists) {
+        const auto rowsChanged = [this, list](const QModelIndex &parent) {
+            if (!parent.isValid() || list->isExpanded(parent)) // others are nowhere to be seen
+                shareSoon(false);
+        };
+        const auto rowsOpened = [this] { shareSoon(true); };
+        connect(list->model(), &QAbstractItemModel::rowsInserted, this, rowsChanged);
+        connect(list->model(), &QAbstractItemModel::rowsRemoved, this, rowsChanged);
+        connect(list->model(), &QAbstractItemModel::modelReset, this, [this] { shareSoon(false); });
+        connect(list, &QTreeView::expanded, this, rowsOpened);
+        connect(list, &QTreeView::collapsed, this, rowsOpened);
+    }
+}
+
+std::optional<QList<int>> SidebarRoom::chosen() const
+{
+    return m_isUsers ? std::optional(m_splitter->sizes()) : std::nullopt;
+}
+
+void SidebarRoom::choose(const QList<int> &heights)
+{
+    m_isUsers = true;
+    m_splitter->setSizes(heights);
+}
+
+bool SidebarRoom::eventFilter(QObject *watched, QEvent *event)
+{
+    if (event->type() == QEvent::Resize || event->type() == QEvent::Show)
+        shareSoon(false);
+    return QObject::eventFilter(watched, event);
+}
+
+void SidebarRoom::shareSoon(bool onlyWhereAllFits)
+{
+    if (m_isUsers)
+        return;
+    m_onlyWhereAllFits = m_onlyWhereAllFits && onlyWhereAllFits;
+    m_soon.start(0, [this] { share(); });
+}
+
+int SidebarRoom::wanted(qsizetype index) const
+{
+    const QLayout *const pane = m_splitter->widget(int(index))->layout();
+    const int head = pane ? pane->itemAt(0)->sizeHint().height() : 0;
+    return head + std::max(m_lists[index]->contentHeight(), leastRows - freeRoom) + freeRoom;
+}
+
+void SidebarRoom::share()
+{
+    const bool onlyWhereAllFits = std::exchange(m_onlyWhereAllFits, true);
+    if (m_isUsers || !m_splitter->isVisible())
+        return;
+    QList<int> all;
+    for (qsizetype i = 0; i < m_lists.size(); ++i)
+        all.append(wanted(i));
+    const int room = m_splitter->height() - m_splitter->handleWidth() * int(m_lists.size() - 1);
+    if (!onlyWhereAllFits || std::accumulate(all.begin(), all.end(), 0) <= room)
+        m_splitter->setSizes(sharedHeights(all, room));
+}
