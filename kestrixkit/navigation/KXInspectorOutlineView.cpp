@@ -1,9 +1,9 @@
 #include <kestrixkit/navigation/KXInspectorOutlineView.h>
 
 #include <QMouseEvent>
+#include <QScrollBar>
 
 #include <kestrixkit/theme/KXThemeStyleNames.h>
-#include <kestrixkit/theme/controls/KXThemeableScroller.h>
 
 KXInspectorOutlineView::KXInspectorOutlineView(QWidget *parent)
     : KXThemeableOutlineView(parent)
@@ -17,7 +17,6 @@ KXInspectorOutlineView::KXInspectorOutlineView(QWidget *parent)
     setExpandsOnDoubleClick(false);
     setTabKeyNavigation(false);
     verticalScrollBar()->setSingleStep(20);
-    static_cast<KXThemeableScroller *>(verticalScrollBar())->setThemeStyleName(KXScrollerStyles);
 }
 
 void KXInspectorOutlineView::toggle(const QModelIndex &header)

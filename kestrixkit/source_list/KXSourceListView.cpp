@@ -13,7 +13,6 @@
 #include <kestrixkit/theme/KXThemeStyleNames.h>
 #include <kestrixkit/theme/controls/KXControlPainter.h>
 #include <kestrixkit/theme/controls/KXDragImage.h>
-#include <kestrixkit/theme/controls/KXThemeableScroller.h>
 #include <kestrixkit/toolkit/KXTreeController.h>
 
 using namespace Qt::StringLiterals;
@@ -45,7 +44,6 @@ KXSourceListView::KXSourceListView(QWidget *parent)
     rowView()->setThemeStyleName(KXSourceListRowStyles);
     groupRowView()->setThemeStyleName(KXSourceListGroupRowStyles);
     setBadgeStyleNames(KXSourceListBadgeStyles, KXSourceListSelectedBadgeStyles);
-    static_cast<KXThemeableScroller *>(verticalScrollBar())->setThemeStyleName(KXScrollerStyles);
     setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     setVerticalScrollMode(ScrollPerPixel);
     setSelectionMode(ExtendedSelection);

@@ -6,7 +6,6 @@
 #include <QTextBrowser>
 #include <QVBoxLayout>
 
-#include <kestrixkit/theme/KXThemeStyleNames.h>
 #include <kestrixkit/theme/controls/KXThemeableScroller.h>
 
 using namespace Qt::StringLiterals;
@@ -27,9 +26,7 @@ public:
         setTextInteractionFlags(Qt::TextBrowserInteraction);
         document()->setDocumentMargin(0); // pages have their own
         document()->setIndentWidth(20); // of lists
-        auto *const scroller = new KXThemeableScroller(Qt::Vertical);
-        scroller->setThemeStyleName(KXScrollerStyles);
-        setVerticalScrollBar(scroller);
+        setVerticalScrollBar(KXThemeableScroller::ofView(Qt::Vertical));
     }
     // An answer of nothing would have the document look for the file itself.
     QVariant loadResource(int type, const QUrl &) override

@@ -110,6 +110,24 @@ TEST_P(PreferencesTest, theWindowFollowsTheSection)
     EXPECT_FALSE(window->isVisible());
 }
 
+TEST_P(PreferencesTest, opensOverTheActiveWindow)
+{
+    QWidget main;
+    main.setGeometry(150, 100, 600, 500);
+    main.show();
+    main.activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&main));
+    preferences.setViewControllers({ &small });
+    preferences.showWindow();
+    const QPoint between = preferences.window()->geometry().center() - main.geometry().center();
+    EXPECT_LE(between.manhattanLength(), 4);
+    preferences.window()->move(10, 20); // from then on it is the user's
+    preferences.window()->close();
+    main.activateWindow();
+    preferences.showWindow();
+    EXPECT_EQ(preferences.window()->pos(), QPoint(10, 20));
+}
+
 TEST_P(PreferencesTest, sectionsKeepTheirSizesWhereverTheyAreShown)
 {
     preferences.setViewControllers({ &small, &large });

@@ -22,7 +22,6 @@
 #include <kestrixkit/theme/controls/KXThemeablePopUpButton.h>
 #include <kestrixkit/theme/controls/KXThemeableProgressIndicator.h>
 #include <kestrixkit/theme/controls/KXThemeableScrollView.h>
-#include <kestrixkit/theme/controls/KXThemeableScroller.h>
 #include <kestrixkit/theme/controls/KXThemeableSegmentedControl.h>
 #include <kestrixkit/theme/controls/KXThemeableSpinningProgressIndicator.h>
 #include <kestrixkit/theme/controls/KXThemeableSplitView.h>
@@ -268,9 +267,6 @@ QWidget *listsPage(const Texts &text)
     table->setColumnWidth(1, 170);
     table->selectRow(1);
     table->setProperty(focusProperty, true);
-    for (auto *view : QList<QAbstractScrollArea *> { outline, table }) {
-        static_cast<KXThemeableScroller *>(view->verticalScrollBar())->setThemeStyleName(KXScrollerStyles);
-    }
     split->addWidget(table);
     split->setSizes({ 180, 470 });
     board->wide(split);

@@ -5,7 +5,6 @@
 #include <QVBoxLayout>
 
 #include <kestrixkit/theme/KXThemeStyleNames.h>
-#include <kestrixkit/theme/controls/KXThemeableScroller.h>
 #include <kestrixkit/theme/controls/KXThemeableTableHeaderCell.h>
 #include <kestrixkit/theme/controls/KXThemeableView.h>
 #include <kestrixkit/util/views/KXTableView.h>
@@ -43,8 +42,6 @@ QWidget *tablePage(const Texts &text)
     table->setAccessibleName(text("Tracks"));
     table->setThemeStyleName(KXTableStyles);
     static_cast<KXThemeableTableHeaderView *>(table->horizontalHeader())->setThemeStyleName(KXTableHeaderStyles);
-    for (QScrollBar *bar : { table->verticalScrollBar(), table->horizontalScrollBar() })
-        static_cast<KXThemeableScroller *>(bar)->setThemeStyleName(KXScrollerStyles);
     table->setTableColumns({ { u"title"_s, 150, false, { u"title"_s } }, { u"artist"_s, 140 }, { u"comment"_s, 120 },
         { u"tempo"_s, 80, false, { u"tempo"_s } }, { u"added"_s, 90, true } });
     table->setModel(model);

@@ -7,7 +7,6 @@
 #include <kestrixkit/context/KXManagedObjectOf.h>
 #include <kestrixkit/theme/KXThemeStyleNames.h>
 #include <kestrixkit/theme/controls/KXThemeableOutlineView.h>
-#include <kestrixkit/theme/controls/KXThemeableScroller.h>
 #include <kestrixkit/theme/controls/KXThemeableView.h>
 #include <kestrixkit/toolkit/KXAlert.h>
 #include <kestrixkit/toolkit/KXListController.h>
@@ -80,7 +79,6 @@ KXThemeableOutlineView *outline(const QString &name, QAbstractItemModel *model, 
     view->setThemeStyleName(KXOutlineStyles);
     view->rowView()->setThemeStyleName(KXSourceListRowStyles);
     view->groupRowView()->setThemeStyleName(KXSourceListGroupRowStyles);
-    static_cast<KXThemeableScroller *>(view->verticalScrollBar())->setThemeStyleName(KXScrollerStyles);
     view->setModel(model);
     view->setSelectionModel(selection);
     view->setFixedSize(260, 150);

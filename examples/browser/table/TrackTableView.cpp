@@ -8,13 +8,11 @@
 #include <QPainter>
 #include <QPainterPath>
 #include <QPixmapCache>
-#include <QScrollBar>
 
 #include <kestrixkit/audio/KXWaveformLibrary.h>
 #include <kestrixkit/audio/views/KXAudioPlayerWaveformLayer.h>
 #include <kestrixkit/theme/KXStandardTheme.h>
 #include <kestrixkit/theme/KXThemeStyleNames.h>
-#include <kestrixkit/theme/controls/KXThemeableScroller.h>
 #include <kestrixkit/theme/controls/KXThemeableTableHeaderCell.h>
 
 #include "table/TrackDelegate.h"
@@ -148,8 +146,6 @@ TrackTableView::TrackTableView(QWidget *parent)
     setItemDelegate(new TrackDelegate(this));
     setEditTriggers(QAbstractItemView::NoEditTriggers);
     setThemeStyleName(KXTableStyles);
-    for (QScrollBar *bar : { verticalScrollBar(), horizontalScrollBar() })
-        static_cast<KXThemeableScroller *>(bar)->setThemeStyleName(KXScrollerStyles);
     static_cast<KXThemeableTableHeaderView *>(horizontalHeader())->setThemeStyleName(KXTableHeaderStyles);
     horizontalHeader()->setMinimumSectionSize(44);
     verticalHeader()->setDefaultSectionSize(BrowserStyle::rowHeight);

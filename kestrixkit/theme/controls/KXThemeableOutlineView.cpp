@@ -48,7 +48,7 @@ KXThemeableOutlineView::KXThemeableOutlineView(QWidget *parent)
     setFrameShape(QFrame::NoFrame);
     setUniformRowHeights(true);
     setMouseTracking(true);
-    setVerticalScrollBar(new KXThemeableScroller(Qt::Vertical));
+    setVerticalScrollBar(KXThemeableScroller::ofView(Qt::Vertical));
 }
 
 void KXThemeableOutlineView::drawRow(

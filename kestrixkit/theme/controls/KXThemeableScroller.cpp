@@ -3,12 +3,20 @@
 #include <QPainter>
 #include <QStyleOptionSlider>
 
+#include <kestrixkit/theme/KXThemeStyleNames.h>
 #include <kestrixkit/theme/controls/KXControlPainter.h>
 
 KXThemeableScroller::KXThemeableScroller(Qt::Orientation orientation, QWidget *parent)
     : KXThemed<QScrollBar>(orientation, parent)
 {
     setAttribute(Qt::WA_Hover);
+}
+
+KXThemeableScroller *KXThemeableScroller::ofView(Qt::Orientation orientation)
+{
+    auto *const scroller = new KXThemeableScroller(orientation);
+    scroller->setThemeStyleName(KXScrollerStyles);
+    return scroller;
 }
 
 void KXThemeableScroller::paintEvent(QPaintEvent *event)

@@ -15,6 +15,8 @@ class KX_UI_EXPORT KXThemeableScroller : public KXThemed<QScrollBar>
     Q_PROPERTY(QColor knobSlotColor MEMBER m_knobSlotColor)
 public:
     explicit KXThemeableScroller(Qt::Orientation orientation, QWidget *parent = nullptr);
+    /// One that wears KXScrollerStyles, as tables and outlines have them.
+    [[nodiscard]] static KXThemeableScroller *ofView(Qt::Orientation orientation);
 
 protected:
     void paintEvent(QPaintEvent *event) override;

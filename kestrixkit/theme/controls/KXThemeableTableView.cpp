@@ -57,8 +57,8 @@ KXThemeableTableView::KXThemeableTableView(QWidget *parent)
     setShowGrid(false);
     setSelectionBehavior(QAbstractItemView::SelectRows);
     setTabKeyNavigation(false); // Tab leaves the table
-    setVerticalScrollBar(new KXThemeableScroller(Qt::Vertical));
-    setHorizontalScrollBar(new KXThemeableScroller(Qt::Horizontal));
+    setVerticalScrollBar(KXThemeableScroller::ofView(Qt::Vertical));
+    setHorizontalScrollBar(KXThemeableScroller::ofView(Qt::Horizontal));
     verticalHeader()->hide();
 }
 

@@ -1,7 +1,7 @@
 #include <kestrixkit/util/views/KXPreferences.h>
 
 #include <QActionGroup>
-#include <QCoreApplication>
+#include <QApplication>
 #include <QShortcut>
 #include <QStyleOptionButton>
 #include <QVBoxLayout>
@@ -172,6 +172,12 @@ QWidget *KXPreferences::window()
 
 void KXPreferences::showWindow()
 {
+    const QWidget *const over = QApplication::activeWindow();
+    if (over && over != window() && !m_window->testAttribute(Qt::WA_Moved)) { // later it lies where the user left it
+        QRect frame = m_window->rect();
+        frame.moveCenter(over->frameGeometry().center());
+        m_window->move(frame.topLeft());
+    }
     window()->show();
     m_window->raise();
     m_window->activateWindow();

@@ -45,7 +45,7 @@ public:
     /// Loads the window if need be.
     [[nodiscard]] QWidget *window();
     [[nodiscard]] bool isWindowLoaded() const { return m_window; }
-    /// Shows the window in front of all others.
+    /// Shows the window in front of all others; the first time in the middle of the active one.
     void showWindow();
     [[nodiscard]] QToolBar *toolbar() const { return m_toolbar; }
     [[nodiscard]] QWidget *activeContentView() const { return m_activeContentView; }
