@@ -12,12 +12,14 @@
 #include <QToolButton>
 
 #include <kestrixkit/foundation/KXStringWithFormat.h>
+#include <kestrixkit/theme/controls/KXAccessibleWrapping_p.h>
 #include <kestrixkit/theme/controls/KXBadge.h>
 #include <kestrixkit/theme/controls/KXHyperlinkButton.h>
 #include <kestrixkit/theme/controls/KXItemViewAccessibility_p.h>
 #include <kestrixkit/theme/controls/KXPopoverFrame.h>
 #include <kestrixkit/theme/controls/KXStarRating.h>
 #include <kestrixkit/theme/controls/KXThemeableOutlineView.h>
+#include <kestrixkit/theme/controls/KXThemeablePopUpButton.h>
 #include <kestrixkit/theme/controls/KXThemeableSegmentedControl.h>
 #include <kestrixkit/theme/controls/KXThemeableSpinningProgressIndicator.h>
 #include <kestrixkit/theme/controls/KXThemeableTableView.h>
@@ -256,6 +258,24 @@ public:
     }
 };
 
+/// Qt names it by its choice alone, which does not say what is chosen.
+class AccessibleChoice : public KXAccessibleWrapping
+{
+public:
+    using KXAccessibleWrapping::KXAccessibleWrapping;
+
+    QString text(QAccessible::Text kind) const override
+    {
+        const QString own = m_own->text(kind);
+        if (kind != QAccessible::Name || !m_widget)
+            return own;
+        QStringList parts { m_widget->accessibleName(), own };
+        parts.removeAll(QString());
+        parts.removeDuplicates();
+        return parts.join(u", "_s);
+    }
+};
+
 QAccessibleInterface *controlInterface(const QString &, QObject *object)
 {
     if (auto *const segmented = qobject_cast<KXThemeableSegmentedControl *>(object))
@@ -270,6 +290,8 @@ QAccessibleInterface *controlInterface(const QString &, QObject *object)
         return new QAccessibleWidget(field, QAccessible::StaticText, field->text());
     if (qobject_cast<KXThemeableTableView *>(object) || qobject_cast<KXThemeableOutlineView *>(object))
         return KXDescribeItemView(static_cast<QAbstractItemView *>(object));
+    if (auto *const choice = qobject_cast<KXThemeablePopUpButton *>(object))
+        return KXAccessibleWrapping::describe<AccessibleChoice>(choice);
     auto *const widget = qobject_cast<QWidget *>(object);
     if (widget && widget->isWindow() && (widget->windowType() == Qt::Dialog || qobject_cast<KXPopoverFrame *>(object)))
         return new QAccessibleWidget(widget, QAccessible::Dialog, widget->windowTitle());
