@@ -806,5 +806,9 @@
         <source>1 more message is not shown</source>
         <translation>1 weitere Meldung wird nicht gezeigt</translation>
     </message>
+    <message>
+        <source>Clear</source>
+        <translation>Leeren</translation>
+    </message>
 </context>
 </TS>

@@ -258,6 +258,21 @@ public:
     }
 };
 
+/// A field that shows a text and cannot be edited. It moves its cursor all the same, of which only texts may tell.
+class AccessibleLabel : public KXAccessibleWrapping
+{
+public:
+    using KXAccessibleWrapping::KXAccessibleWrapping;
+
+    QAccessible::Role role() const override { return QAccessible::StaticText; }
+    QString text(QAccessible::Text kind) const override
+    {
+        const QString own = m_own->text(kind);
+        const auto *const field = static_cast<const QLineEdit *>(m_widget.data());
+        return kind == QAccessible::Name && own.isEmpty() && field ? field->text() : own;
+    }
+};
+
 /// Qt names it by its choice alone, which does not say what is chosen.
 class AccessibleChoice : public KXAccessibleWrapping
 {
@@ -276,6 +291,18 @@ public:
     }
 };
 
+/// Those that Qt puts into bars and fields have no names.
+void nameButtonOfQt(QToolButton &button)
+{
+    if (!button.accessibleName().isEmpty() || !button.text().isEmpty())
+        return;
+    if (button.objectName() == "qt_toolbar_ext_button"_L1)
+        button.setAccessibleName(KXLocalizedString("More"));
+    else if (const auto *const field = qobject_cast<QLineEdit *>(button.parentWidget());
+             field && field->isClearButtonEnabled())
+        button.setAccessibleName(KXLocalizedString("Clear"));
+}
+
 QAccessibleInterface *controlInterface(const QString &, QObject *object)
 {
     if (auto *const segmented = qobject_cast<KXThemeableSegmentedControl *>(object))
@@ -287,7 +314,7 @@ QAccessibleInterface *controlInterface(const QString &, QObject *object)
     if (auto *const handle = qobject_cast<QSplitterHandle *>(object); handle && handle->splitter()->count() > 1)
         return new AccessibleDivider(handle);
     if (auto *const field = qobject_cast<KXThemeableTextField *>(object); field && field->isLabel())
-        return new QAccessibleWidget(field, QAccessible::StaticText, field->text());
+        return KXAccessibleWrapping::describe<AccessibleLabel>(field);
     if (qobject_cast<KXThemeableTableView *>(object) || qobject_cast<KXThemeableOutlineView *>(object))
         return KXDescribeItemView(static_cast<QAbstractItemView *>(object));
     if (auto *const choice = qobject_cast<KXThemeablePopUpButton *>(object))
@@ -295,9 +322,8 @@ QAccessibleInterface *controlInterface(const QString &, QObject *object)
     auto *const widget = qobject_cast<QWidget *>(object);
     if (widget && widget->isWindow() && (widget->windowType() == Qt::Dialog || qobject_cast<KXPopoverFrame *>(object)))
         return new QAccessibleWidget(widget, QAccessible::Dialog, widget->windowTitle());
-    if (auto *const more = qobject_cast<QToolButton *>(object);
-        more && more->objectName() == "qt_toolbar_ext_button"_L1 && more->accessibleName().isEmpty())
-        more->setAccessibleName(KXLocalizedString("More")); // a tool bar's own, which nobody names
+    if (auto *const button = qobject_cast<QToolButton *>(object))
+        nameButtonOfQt(*button);
     if (auto *const badge = qobject_cast<KXBadge *>(object))
         return new AccessibleShown(badge, QAccessible::StaticText, [badge] { return badge->text(); });
     if (auto *const spinner = qobject_cast<KXThemeableSpinningProgressIndicator *>(object)) {
