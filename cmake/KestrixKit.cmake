@@ -102,6 +102,28 @@ function(kx_pch target)
     target_precompile_headers(${target} REUSE_FROM kx_pch_${CMAKE_BUILD_TYPE})
 endfunction()
 
+# kx_translations(target name prefix): translations/NAME_*.ts as the Qt resources PREFIX/translations/NAME_*.qm of the
+# target; one of a static library needs Q_INIT_RESOURCE(NAME_translations).
+function(kx_translations target name prefix)
+    file(GLOB sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/translations/${name}_*.ts)
+    set(folder ${CMAKE_CURRENT_BINARY_DIR}/translations)
+    file(MAKE_DIRECTORY ${folder})
+    set(list "<RCC><qresource prefix=\"${prefix}/translations\">")
+    foreach(source IN LISTS sources)
+        get_filename_component(stem ${source} NAME_WE)
+        add_custom_command(OUTPUT ${folder}/${stem}.qm DEPENDS ${source} VERBATIM
+            COMMAND Qt6::lrelease -silent -nounfinished ${source} -qm ${folder}/${stem}.qm)
+        list(APPEND made ${folder}/${stem}.qm)
+        string(APPEND list "<file>${stem}.qm</file>")
+    endforeach()
+    file(CONFIGURE OUTPUT ${folder}/${name}.qrc CONTENT "${list}</qresource></RCC>\n" @ONLY)
+    # Its first format holds no times, which would make each build another one.
+    add_custom_command(OUTPUT ${folder}/${name}.cpp DEPENDS ${folder}/${name}.qrc ${made} VERBATIM
+        COMMAND Qt6::rcc --format-version 1 --name ${name}_translations ${folder}/${name}.qrc -o ${folder}/${name}.cpp)
+    set_source_files_properties(${folder}/${name}.cpp PROPERTIES SKIP_AUTOGEN ON SKIP_UNITY_BUILD_INCLUSION ON SKIP_PRECOMPILE_HEADERS ON)
+    target_sources(${target} PRIVATE ${folder}/${name}.cpp)
+endfunction()
+
 # kx_program(name SOURCES … LINKS …): an executable of the project (host, tool, bench).
 function(kx_program name)
     cmake_parse_arguments(ARG "" "" "SOURCES;LINKS" ${ARGN})

@@ -30,6 +30,7 @@
 #include "shop/ShopTableModel.h"
 #include "table/TrackTableView.h"
 #include "window/Analytics.h"
+#include "window/BrowserLanguage.h"
 #include "window/BrowserStyle.h"
 #include "window/BrowserWindow.h"
 #include "window/Settings.h"
@@ -175,6 +176,7 @@ void openShop(BrowserWindow &window, const KXCatalogueServers &servers)
 
 void runWindow(QApplication &application, CommandLine arguments, const KXPersistentStoreCoordinator::Ref &coordinator)
 {
+    BrowserLanguage::install();
     BrowserStyle::apply(application);
     BrowserWindow window(coordinator);
     QSocketNotifier notifier(interruptPipe[0], QSocketNotifier::Read);
@@ -263,6 +265,11 @@ int main(int argc, char **argv)
             return WrongInput;
         }
         qputenv("QT_QPA_PLATFORM", "offscreen");
+    }
+    if (windowless) {
+        // Programs read the answers: they are the same in every language.
+        qputenv("LC_ALL", "C.UTF-8");
+        qunsetenv("LANGUAGE");
     }
     const std::unique_ptr<QCoreApplication> application(
         windowless ? new QCoreApplication(argc, argv) : new QApplication(argc, argv));

@@ -69,18 +69,20 @@ bool KXAudioFile::openForReading(
     const QUrl &url, const KXAudioFileOptions &options, KXStreamFormat *format, qint64 *frames, KXError *error)
 {
     if (const KXAudioFileStatus status = open(url, options))
-        return fail(error, "Failed to open file (%i)", status, !options.cancelled || !*options.cancelled);
+        return fail(error, QT_TRANSLATE_NOOP("KestrixKit", "Failed to open file (%i)"), status,
+            !options.cancelled || !*options.cancelled);
     if (const KXAudioFileStatus status = dataFormat(format))
-        return fail(error, "Failed to read file data format property (%i)", status);
+        return fail(error, QT_TRANSLATE_NOOP("KestrixKit", "Failed to read file data format property (%i)"), status);
     if (const KXAudioFileStatus status = lengthInFrames(frames))
-        return fail(error, "Failed to read frames property (%i)", status);
+        return fail(error, QT_TRANSLATE_NOOP("KestrixKit", "Failed to read frames property (%i)"), status);
     return true;
 }
 
 bool KXAudioFile::useFormat(const KXStreamFormat &format, KXError *error)
 {
     const KXAudioFileStatus status = setClientFormat(format);
-    return status == KXAudioFileNoError || fail(error, "Failed to set client data format (%i)", status);
+    return status == KXAudioFileNoError
+        || fail(error, QT_TRANSLATE_NOOP("KestrixKit", "Failed to set client data format (%i)"), status);
 }
 
 void KXAudioFile::close() { m_backend.reset(); }

@@ -73,35 +73,37 @@ std::optional<QByteArray> loaderText(const QVariant &value, KXCatalogueType type
     switch (type) {
     case KXCatalogueType::Boolean:
         if (comparable.kind() != KXPredicateValue::Integer || (comparable.integer() != 0 && comparable.integer() != 1))
-            return problem("it is neither true nor false");
+            return problem(QT_TRANSLATE_NOOP("KestrixKit", "it is neither true nor false"));
         return comparable.integer() == 1 ? "t" : "f";
     case KXCatalogueType::Integer:
-        return comparable.kind() == KXPredicateValue::Integer ? QByteArray::number(comparable.integer())
-                                                              : problem("it is no whole number");
+        return comparable.kind() == KXPredicateValue::Integer
+            ? QByteArray::number(comparable.integer())
+            : problem(QT_TRANSLATE_NOOP("KestrixKit", "it is no whole number"));
     case KXCatalogueType::Real:
         if (!comparable.isNumber() || std::isnan(value.toDouble()))
-            return problem("it is no number");
+            return problem(QT_TRANSLATE_NOOP("KestrixKit", "it is no number"));
         return KXPostgreSQLTypes::realText(value.toDouble());
     case KXCatalogueType::Decimal:
         return comparable.kind() == KXPredicateValue::Decimal ? comparable.decimal().canonical()
-            : comparable.kind() == KXPredicateValue::Integer  ? QByteArray::number(comparable.integer())
-                                                              : problem("it is no decimal number");
+            : comparable.kind() == KXPredicateValue::Integer
+            ? QByteArray::number(comparable.integer())
+            : problem(QT_TRANSLATE_NOOP("KestrixKit", "it is no decimal number"));
     case KXCatalogueType::Date: {
         const QByteArray text = comparable.kind() == KXPredicateValue::Date
             ? KXPostgreSQLTypes::dateText(comparable.integer())
             : QByteArray();
-        return text.isEmpty() ? problem("it is no date of the years 1 to 9999") : text;
+        return text.isEmpty() ? problem(QT_TRANSLATE_NOOP("KestrixKit", "it is no date of the years 1 to 9999")) : text;
     }
     case KXCatalogueType::Text:
         if (comparable.kind() != KXPredicateValue::Text)
-            return problem("it is no text");
+            return problem(QT_TRANSLATE_NOOP("KestrixKit", "it is no text"));
         if (comparable.text().contains(QChar::Null) || !comparable.text().isValidUtf16())
-            return problem("it holds what is no character");
+            return problem(QT_TRANSLATE_NOOP("KestrixKit", "it holds what is no character"));
         return comparable.text().toUtf8();
     case KXCatalogueType::Words:
         break;
     }
-    return problem("it is no value");
+    return problem(QT_TRANSLATE_NOOP("KestrixKit", "it is no value"));
 }
 
 /// Another element of an array's text.

@@ -83,8 +83,9 @@ bool KXFilterSetPresetEditing::confirmRemoval(const Presets &presets, QWidget *w
     KXUserDefaults &defaults = KXUserDefaults::standard();
     if (defaults.boolForKey(KXRemoveFilterSetPresetAlertSuppressKey).value_or(false))
         return true;
-    KXAlert alert(KXLocalizedString(presets.size() == 1 ? "Are you sure you want to delete the selected preset?"
-                                                        : "Are you sure you want to delete the selected presets?"));
+    KXAlert alert(presets.size() == 1
+            ? KXLocalizedString("Are you sure you want to delete the selected preset?")
+            : KXLocalizedString("Are you sure you want to delete the selected presets?", presets.size()));
     alert.setButtons({ KXLocalizedString("Yes"), KXLocalizedString("No") }).setShowsSuppressionButton(true);
     const KXAlertAnswer answer = alert.run(window);
     if (answer.button != 0)
@@ -104,7 +105,7 @@ bool KXFilterSetPresetEditing::removePresets(KXTreeController &tree, const Prese
     {
         const KXUndoGroup group(context->undoManager(),
             presets.size() == 1 ? KXLocalizedString("Delete Filter Preset")
-                                : KXLocalizedString("Delete Filter Presets"));
+                                : KXLocalizedString("Delete Filter Presets", presets.size()));
         Presets parents; // of levels that something leaves; empty: the top level
         for (const Preset &preset : presets) {
             // A folder may have taken this one along.

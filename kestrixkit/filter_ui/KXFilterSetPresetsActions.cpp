@@ -81,8 +81,8 @@ void KXFilterSetPresetsViewController::menuNeedsUpdate(KXMenu &menu)
             [this, item] { return validateMenuItem(item); });
     };
     if (m_editActionsEnabled) {
-        add("Copy", MenuItem::Copy, &KXFilterSetPresetsViewController::copy);
-        add("Paste", MenuItem::Paste, &KXFilterSetPresetsViewController::paste);
+        add(QT_TRANSLATE_NOOP("KestrixKit", "Copy"), MenuItem::Copy, &KXFilterSetPresetsViewController::copy);
+        add(QT_TRANSLATE_NOOP("KestrixKit", "Paste"), MenuItem::Paste, &KXFilterSetPresetsViewController::paste);
     }
-    add("Delete", MenuItem::Delete, &KXFilterSetPresetsViewController::deletePreset);
+    add(QT_TRANSLATE_NOOP("KestrixKit", "Delete"), MenuItem::Delete, &KXFilterSetPresetsViewController::deletePreset);
 }

@@ -26,14 +26,14 @@ QString KXCountAgeText(const QDateTime &counted)
     if (seconds < 2 * minute)
         return KXLocalizedString("counted a minute ago");
     if (seconds < hour)
-        return KXStringWithFormat(KXLocalizedString("counted %lld minutes ago"), seconds / minute);
+        return KXStringWithFormat(KXLocalizedString("counted %lld minutes ago", seconds / minute), seconds / minute);
     if (seconds < 2 * hour)
         return KXLocalizedString("counted an hour ago");
     if (seconds < day)
-        return KXStringWithFormat(KXLocalizedString("counted %lld hours ago"), seconds / hour);
+        return KXStringWithFormat(KXLocalizedString("counted %lld hours ago", seconds / hour), seconds / hour);
     if (seconds < 2 * day)
         return KXLocalizedString("counted a day ago");
-    return KXStringWithFormat(KXLocalizedString("counted %lld days ago"), seconds / day);
+    return KXStringWithFormat(KXLocalizedString("counted %lld days ago", seconds / day), seconds / day);
 }
 
 QString KXCountBadgeText(qint64 count)

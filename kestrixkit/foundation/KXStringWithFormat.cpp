@@ -18,12 +18,28 @@ struct FormatConversion
 {
     QByteArray flags;
     char letter = 0;
+    qsizetype argument = 0; // from 1; 0: the next one
     qsizetype end = 0;
 };
+
+/// Reads the "2$" of "%2$@", if it is there.
+qsizetype formatArgumentAt(QStringView format, qsizetype *at)
+{
+    constexpr qsizetype mostDigits = 2;
+    qsizetype end = *at;
+    while (end < format.size() && end - *at < mostDigits && format[end] >= u'0' && format[end] <= u'9')
+        ++end;
+    if (end == *at || end >= format.size() || format[end] != u'$')
+        return 0;
+    const qsizetype argument = format.sliced(*at, end - *at).toInt();
+    *at = end + 1;
+    return argument;
+}
 
 FormatConversion formatConversionAt(QStringView format, qsizetype at)
 {
     FormatConversion conversion;
+    conversion.argument = formatArgumentAt(format, &at);
     const qsizetype start = at;
     // More than this is no format that anybody writes, and a width of a million digits would be a trap.
     constexpr qsizetype longestFlags = 8;
@@ -113,7 +129,8 @@ QString KXStringWithFormatArguments(QAnyStringView formatView, std::initializer_
     const QString format = formatView.toString();
     QString text;
     text.reserve(format.size() + 16 * qsizetype(arguments.size()));
-    const auto *argument = arguments.begin();
+    const auto count = qsizetype(arguments.size());
+    qsizetype next = 0;
     for (qsizetype at = 0; at < format.size();) {
         if (format[at] != u'%') {
             text += format[at++];
@@ -127,10 +144,10 @@ QString KXStringWithFormatArguments(QAnyStringView formatView, std::initializer_
         at = conversion.end;
         if (conversion.letter == '%')
             text += u'%';
-        else if (argument != arguments.end()) {
+        else if (const qsizetype number = conversion.argument > 0 ? conversion.argument - 1 : next++; number < count) {
+            const KXFormatArgument &argument = arguments.begin()[number];
             const bool asText = conversion.letter == '@' || conversion.letter == 's' || conversion.letter == 'c';
-            text += asText ? argument->text() : argument->number(conversion.flags, conversion.letter);
-            ++argument;
+            text += asText ? argument.text() : argument.number(conversion.flags, conversion.letter);
         }
     }
     return text;
@@ -187,4 +204,14 @@ QString KXDescription(const QDateTime &date) { return date.toString(Qt::ISODateW
 QString KXDescription(const std::exception &exception) { return QString::fromUtf8(exception.what()); }
 
 QString KXLocalizedString(const char *text) { return QCoreApplication::translate("KestrixKit", text); }
+
+QString KXLocalizedString(const char *text, qint64 count)
+{
+    // The forms of all languages go by the last digits, and by whether there are more.
+    constexpr qint64 enough = 1'000'000;
+    const qint64 size = std::abs(count);
+    return QCoreApplication::translate(
+        "KestrixKit", text, nullptr, int(size < 2 * enough ? size : enough + size % enough));
+}
+
 QString KXLocalizedString(const QString &text) { return KXLocalizedString(text.toUtf8().constData()); }

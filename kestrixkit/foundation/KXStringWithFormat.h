@@ -107,8 +107,9 @@ private:
 /// The text of a format with its arguments filled in.
 ///
 /// Understands %@ (any value), %d %i %u %s %ld %lu %lld %zu %f %g %e %x %X with flags, width and precision,
-/// and %%. Each argument carries its own type: one that does not fit its conversion is printed as what it
-/// is, a missing one as nothing, one too many not at all. "%@" prints numbers in their shortest form ("120",
+/// and %%. "%2$@" takes the second argument, wherever it stands: translations need another order. Each argument
+/// carries its own type: one that does not fit its conversion is printed as what it is, a missing one as nothing, one
+/// too many not at all. "%@" prints numbers in their shortest form ("120",
 /// "0.1"), true as 1, absent values as nothing; "%f" prints six decimals. Independent of the locale. Any thread.
 [[nodiscard]] KX_CORE_EXPORT QString KXStringWithFormatArguments(
     QAnyStringView format, std::initializer_list<KXFormatArgument> arguments);
@@ -123,3 +124,10 @@ template <typename... Arguments>
 /// a text that none of them knows is answered as it is.
 [[nodiscard]] KX_CORE_EXPORT QString KXLocalizedString(const char *text);
 [[nodiscard]] KX_CORE_EXPORT QString KXLocalizedString(const QString &text);
+/// The form of a text for several that the language has for this count. The text is English's plural; a count of one
+/// has a text of its own, since English needs no translation:
+///
+///     count == 1 ? KXLocalizedString("1 crate") : KXStringWithFormat(KXLocalizedString("%@ crates", count), number)
+///
+/// The count chooses the form and is not printed: the format's arguments are.
+[[nodiscard]] KX_CORE_EXPORT QString KXLocalizedString(const char *text, qint64 count);

@@ -26,8 +26,16 @@ QString KXUndoManager::undoActionName() const
 }
 
 QString KXUndoManager::redoActionName() const { return m_redo.empty() ? QString() : m_redo.back().name; }
-QString KXUndoManager::undoMenuItemTitle() const { return undoTitle("Undo", "Undo %@", undoActionName()); }
-QString KXUndoManager::redoMenuItemTitle() const { return undoTitle("Redo", "Redo %@", redoActionName()); }
+QString KXUndoManager::undoMenuItemTitle() const
+{
+    return undoTitle(
+        QT_TRANSLATE_NOOP("KestrixKit", "Undo"), QT_TRANSLATE_NOOP("KestrixKit", "Undo %@"), undoActionName());
+}
+QString KXUndoManager::redoMenuItemTitle() const
+{
+    return undoTitle(
+        QT_TRANSLATE_NOOP("KestrixKit", "Redo"), QT_TRANSLATE_NOOP("KestrixKit", "Redo %@"), redoActionName());
+}
 QAction *KXUndoManager::createUndoAction(QObject *parent) { return createAction(parent, false); }
 QAction *KXUndoManager::createRedoAction(QObject *parent) { return createAction(parent, true); }
 

@@ -170,8 +170,8 @@ QString KXSearchViewController::buttonTitleForRow(int row) const
     if (grouping == m_focused)
         return KXLocalizedString("All results");
     if (m_allResults.size() >= 2 && grouping->items.size() > ItemsAtFirst)
-        return KXStringWithFormat(
-            KXLocalizedString("Show %ld more..."), qlonglong(grouping->items.size() - ItemsAtFirst));
+        return KXStringWithFormat(KXLocalizedString("Show %ld more...", grouping->items.size() - ItemsAtFirst),
+            qlonglong(grouping->items.size() - ItemsAtFirst));
     return {};
 }
 

@@ -58,6 +58,7 @@ TEST(Format, UnderstandsTheUsualConversions)
         KXStringWithFormat("%d %i %u %ld %lu %lld %zu", -1, 2, 3U, 4L, 5UL, -6LL, size_t(7)), u"-1 2 3 4 5 -6 7"_s);
     EXPECT_EQ(KXStringWithFormat("%f %.2f %05d %-3d| %x", 0.5, 2.345678, 42, 7, 255), u"0.500000 2.35 00042 7  | ff"_s);
     EXPECT_EQ(KXStringWithFormat("100%% %s", "sure"), u"100% sure"_s);
+    EXPECT_EQ(KXStringWithFormat("%2$@ of %1$03d, %@ to %@", 1, u"two"_s), u"two of 001, 1 to two"_s);
 }
 
 // A format and its arguments that do not fit must print something sensible and never read what is not there.
@@ -66,6 +67,7 @@ TEST(Format, MismatchesAreHarmless)
     EXPECT_EQ(KXStringWithFormat("%d %f %s", u"text"_s, 3, 1.5), u"text 3.000000 1.5"_s);
     EXPECT_EQ(KXStringWithFormat("%@ and %@", 1), u"1 and "_s);
     EXPECT_EQ(KXStringWithFormat("none", 1, 2), u"none"_s);
+    EXPECT_EQ(KXStringWithFormat("%3$@ %99$d %123$@ %2$", 1, 2), u"  %123$@ %2$"_s);
     EXPECT_EQ(KXStringWithFormat("%d", std::numeric_limits<double>::infinity()), u"inf"_s);
     EXPECT_EQ(KXStringWithFormat("%"), u"%"_s);
     EXPECT_EQ(KXStringWithFormat("%y %@", 1), u"%y 1"_s);

@@ -29,6 +29,7 @@
 #include <kestrixkit/theme/KXThemeManager.h>
 #include <kestrixkit/theme/KXThemeStyleNames.h>
 #include <kestrixkit/theme/controls/KXBadge.h>
+#include <kestrixkit/theme/controls/KXButtonMatrixView.h>
 #include <kestrixkit/theme/controls/KXPopoverFrame.h>
 #include <kestrixkit/theme/controls/KXStarRating.h>
 #include <kestrixkit/theme/controls/KXThemeableButton.h>
@@ -446,6 +447,21 @@ TEST_F(ThemeControls, assistiveTechnologyIsToldOfLabelsDialogsAndWhatABarHides)
     auto *const more = bar.findChild<QToolButton *>(u"qt_toolbar_ext_button"_s);
     ASSERT_TRUE(more);
     EXPECT_FALSE(described(more)->text(QAccessible::Name).isEmpty());
+}
+
+TEST_F(ThemeControls, buttonsOfAMatrixGrowWithTheirTitles)
+{
+    KXButtonMatrixView matrix;
+    const auto widthOf = [&](const QString &title) {
+        matrix.setItems({ { title, 0 }, { u"Key"_s, 1 } }, 2);
+        matrix.setButtonSize({ 100, 20 });
+        EXPECT_EQ(matrix.buttons()[0]->width(), matrix.buttons()[1]->width());
+        return matrix.buttons()[0]->width();
+    };
+    EXPECT_EQ(widthOf(u"Tempo"_s), 100);
+    const int width = widthOf(u"Passende Tonarten"_s);
+    EXPECT_GT(width, matrix.fontMetrics().horizontalAdvance(u"Passende Tonarten"_s));
+    EXPECT_EQ(widthOf(QString(200, u'W')), 150);
 }
 
 TEST_F(ThemeControls, badgesDividersPopoversAndTypes)

@@ -115,11 +115,12 @@ void AnalysisCommands::show(const TrackAnalysisResult &result)
     QString text = found == 0 && result.failed.empty() && result.silent == 0 && !result.cancelled
         ? tr("Tempo and key are known already")
         : found == 1 ? tr("1 track was analysed")
-                     : tr("%1 tracks were analysed").arg(locale.toString(qulonglong(found)));
+                     : tr("%1 tracks were analysed", nullptr, int(found)).arg(locale.toString(qulonglong(found)));
     if (result.silent > 0)
-        text += tr(", nothing was heard in %1").arg(locale.toString(result.silent));
+        text += tr(", nothing was heard in %1", nullptr, int(result.silent)).arg(locale.toString(result.silent));
     if (!result.failed.empty())
-        text += tr(", %1 could not be").arg(locale.toString(qulonglong(result.failed.size())));
+        text += tr(", %1 could not be", nullptr, int(result.failed.size()))
+                    .arg(locale.toString(qulonglong(result.failed.size())));
     if (result.cancelled)
         text += tr(", cancelled");
     if (result.error)

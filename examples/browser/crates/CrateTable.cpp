@@ -168,10 +168,11 @@ void CrateTable::addSelectedTo(const KXRef<Crate> &crate)
     const qsizetype came = m_crates->editor().add(crate, tracks);
     const QLocale locale = KXClock::locale();
     const auto there = qsizetype(tracks.size()) - came;
-    QString what = came == 1 ? tr("1 track added to “%1”").arg(crate->title())
-                             : tr("%1 tracks added to “%2”").arg(locale.toString(came), crate->title());
+    QString what = came == 1
+        ? tr("1 track added to “%1”").arg(crate->title())
+        : tr("%1 tracks added to “%2”", nullptr, int(came)).arg(locale.toString(came), crate->title());
     if (there > 0)
-        what += tr(", %1 there already").arg(locale.toString(there));
+        what += tr(", %1 there already", nullptr, int(there)).arg(locale.toString(there));
     Q_EMIT said(what);
 }
 

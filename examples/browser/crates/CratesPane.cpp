@@ -4,6 +4,7 @@
 
 #include <QMenu>
 
+#include <kestrixkit/foundation/KXClock.h>
 #include <kestrixkit/foundation/KXUndoManager.h>
 #include <kestrixkit/theme/KXStandardTheme.h>
 
@@ -93,7 +94,8 @@ void CratesPane::removeSelected()
         return;
     bool done = false;
     {
-        const KXUndoGroup group(m_context->undoManager(), paths.size() == 1 ? tr("Delete Crate") : tr("Delete Crates"));
+        const KXUndoGroup group(m_context->undoManager(),
+            paths.size() == 1 ? tr("Delete Crate") : tr("Delete Crates", nullptr, int(paths.size())));
         done = m_tree->removeObjectsAtIndexPaths(paths);
     }
     if (done)
@@ -161,7 +163,9 @@ std::optional<KXSortDescriptor> CratesPane::order() const
 QString CratesPane::title() const
 {
     const QList<KXRef<Crate>> crates = selected();
-    return crates.size() == 1 ? path(*crates.first()) : tr("%1 Crates").arg(crates.size());
+    return crates.size() == 1
+        ? path(*crates.first())
+        : tr("%1 Crates", nullptr, int(crates.size())).arg(KXClock::locale().toString(crates.size()));
 }
 
 QString CratesPane::emptyText() const

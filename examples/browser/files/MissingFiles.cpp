@@ -7,6 +7,7 @@
 #include <kestrixkit/store/KXPersistentStore.h>
 #include <kestrixkit/toolkit/KXAlert.h>
 
+#include "files/FileNotes.h"
 #include "import/FileCommands.h"
 #include "import/FileDialogs.h"
 #include "library/LibraryEditor.h"
@@ -70,7 +71,7 @@ void MissingFiles::take(const KXManagedObjectID &id, const FoundFile &file)
         return;
     if (!file.tags) {
         KXAlert alert(tr("“%1” cannot be used").arg(displayPath(file.file.path)), KXAlertStyle::Warning);
-        alert.setInformativeText(file.refusal);
+        alert.setInformativeText(FileNotes::shown(file.refusal));
         (void)alert.run(m_window);
         return;
     }

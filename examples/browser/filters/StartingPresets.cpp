@@ -18,6 +18,8 @@ constexpr int shownGenres = 12;
 
 class StartingPresets
 {
+    Q_DECLARE_TR_FUNCTIONS(StartingPresets)
+
 public:
     explicit StartingPresets(KXManagedObjectContext &context)
         : m_context(context)
@@ -34,7 +36,7 @@ public:
         makeDates();
         if (!genres.isEmpty())
             makeExclusions(m_mostCommonGenre);
-        add({}, u"Four Stars and More"_s, { range(u"rating"_s, u"Rating"_s, 4, {}) });
+        add({}, tr("Four Stars and More"), { range(u"rating"_s, tr("Rating"), 4, {}) });
     }
 
     KXRef<KXFilterSetPreset> makeOfPlace(const KXRef<Genre> &of, const QString &title)
@@ -99,7 +101,7 @@ private:
     }
     KXRef<KXFilter> date(KXDateRange span)
     {
-        const auto date = filter<KXDateFilter>(u"added"_s, u"Added"_s);
+        const auto date = filter<KXDateFilter>(u"added"_s, tr("Added"));
         date->setRange(span);
         return date;
     }
@@ -118,7 +120,7 @@ private:
     }
     KXRef<KXFilter> genre(const QString &genre)
     {
-        const auto facet = this->facet(u"genres.name"_s, u"Genre"_s, { { genre, genre } });
+        const auto facet = this->facet(u"genres.name"_s, tr("Genre"), { { genre, genre } });
         facet->setLocalValuePredicateModifier(KXPredicateModifier::Any);
         return facet;
     }
@@ -126,7 +128,7 @@ private:
     KXRef<KXFilter> withoutGenre(const QString &genre)
     {
         const auto facet
-            = this->facet(u"genres.name"_s, u"Genre"_s, { { genre, genre } }, KXPredicateOperator::NotEqual);
+            = this->facet(u"genres.name"_s, tr("Genre"), { { genre, genre } }, KXPredicateOperator::NotEqual);
         facet->setLocalValuePredicateModifier(KXPredicateModifier::All);
         return facet;
     }
@@ -134,27 +136,27 @@ private:
     void makeTempos()
     {
         static constexpr int bounds[] = { 90, 110, 118, 124, 128, 132, 140, 160 };
-        const auto folder = addFolder(u"Tempo"_s);
-        add(folder, u"Below %1"_s.arg(bounds[0]), { range(u"bpm"_s, u"Tempo"_s, {}, bounds[0]) });
+        const auto folder = addFolder(tr("Tempo"));
+        add(folder, tr("Below %1").arg(bounds[0]), { range(u"bpm"_s, tr("Tempo"), {}, bounds[0]) });
         for (size_t i = 1; i < std::size(bounds); ++i)
-            add(folder, u"%1 to %2"_s.arg(bounds[i - 1]).arg(bounds[i]),
-                { range(u"bpm"_s, u"Tempo"_s, bounds[i - 1], bounds[i]) });
-        add(folder, u"%1 and More"_s.arg(*std::rbegin(bounds)),
-            { range(u"bpm"_s, u"Tempo"_s, *std::rbegin(bounds), {}) });
+            add(folder, tr("%1 to %2").arg(bounds[i - 1]).arg(bounds[i]),
+                { range(u"bpm"_s, tr("Tempo"), bounds[i - 1], bounds[i]) });
+        add(folder, tr("%1 and More").arg(*std::rbegin(bounds)),
+            { range(u"bpm"_s, tr("Tempo"), *std::rbegin(bounds), {}) });
     }
 
     void makeGenres(const QStringList &genres)
     {
-        const auto folder = addFolder(u"Genres"_s);
+        const auto folder = addFolder(tr("Genres"));
         for (const QString &name : genres)
             add(folder, name, { genre(name) });
     }
 
     void makeKeys()
     {
-        const auto folder = addFolder(u"Keys"_s);
-        add(folder, u"Minor"_s, { facet(u"key.isMinor"_s, u"Mode"_s, { { u"Minor"_s, true } }) });
-        add(folder, u"Major"_s, { facet(u"key.isMinor"_s, u"Mode"_s, { { u"Major"_s, false } }) });
+        const auto folder = addFolder(tr("Keys"));
+        add(folder, tr("Minor"), { facet(u"key.isMinor"_s, tr("Mode"), { { tr("Minor"), true } }) });
+        add(folder, tr("Major"), { facet(u"key.isMinor"_s, tr("Mode"), { { tr("Major"), false } }) });
         // What mixes with a key: its neighbours on the wheel.
         for (int number = 1; number <= 12; ++number) {
             QVariantMap numbers;
@@ -162,26 +164,27 @@ private:
                 const int wrapped = (neighbour + 11) % 12 + 1;
                 numbers.insert(QString::number(wrapped), wrapped);
             }
-            add(folder, u"Around %1"_s.arg(number), { facet(u"key.number"_s, u"Key"_s, numbers) });
+            add(folder, tr("Around %1").arg(number), { facet(u"key.number"_s, tr("Key"), numbers) });
         }
     }
 
     void makeDates()
     {
-        const auto folder = addFolder(u"Added"_s);
-        add(folder, u"Today"_s, { date(KXDateRange::Today) });
-        add(folder, u"Last 7 Days"_s, { date(KXDateRange::Last7Days) });
-        add(folder, u"Last 30 Days"_s, { date(KXDateRange::Last30Days) });
-        add(folder, u"This Year"_s, { date(KXDateRange::ThisYear) });
+        const auto folder = addFolder(tr("Added"));
+        add(folder, tr("Today"), { date(KXDateRange::Today) });
+        add(folder, tr("Last 7 Days"), { date(KXDateRange::Last7Days) });
+        add(folder, tr("Last 30 Days"), { date(KXDateRange::Last30Days) });
+        add(folder, tr("This Year"), { date(KXDateRange::ThisYear) });
     }
 
     void makeExclusions(const QString &genre)
     {
-        const auto folder = addFolder(u"Without"_s);
-        add(folder, u"No %1"_s.arg(genre), { withoutGenre(genre) });
-        add(folder, u"No %1, 128 and More"_s.arg(genre), { withoutGenre(genre), range(u"bpm"_s, u"Tempo"_s, 128, {}) });
-        add(folder, u"No Minor Keys"_s,
-            { facet(u"key.isMinor"_s, u"Mode"_s, { { u"Minor"_s, true } }, KXPredicateOperator::NotEqual) });
+        const auto folder = addFolder(tr("Without"));
+        add(folder, tr("No %1").arg(genre), { withoutGenre(genre) });
+        add(folder, tr("No %1, 128 and More").arg(genre),
+            { withoutGenre(genre), range(u"bpm"_s, tr("Tempo"), 128, {}) });
+        add(folder, tr("No Minor Keys"),
+            { facet(u"key.isMinor"_s, tr("Mode"), { { tr("Minor"), true } }, KXPredicateOperator::NotEqual) });
     }
 
     /// Names of the genres with the most tracks, sorted. Each look is one pass over an index, so they are few.

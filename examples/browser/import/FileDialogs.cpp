@@ -36,7 +36,7 @@ QString musicFilter()
         const QString plain = QString::fromLatin1(extension.data(), qsizetype(extension.size()));
         patterns << u"*."_s + plain << u"*."_s + plain.toUpper(); // names differ by case on some disks
     }
-    return dialogText("Music") + u" ("_s + patterns.join(u' ') + u')';
+    return dialogText(QT_TRANSLATE_NOOP("FileDialogs", "Music")) + u" ("_s + patterns.join(u' ') + u')';
 }
 
 }
@@ -53,7 +53,8 @@ void FileDialogs::ask(QWidget *over, const Question &question, const QObject *re
     if (isFolder)
         dialog->setOption(QFileDialog::ShowDirsOnly);
     else
-        dialog->setNameFilters({ musicFilter(), dialogText("All Files") + u" (*)"_s });
+        dialog->setNameFilters(
+            { musicFilter(), dialogText(QT_TRANSLATE_NOOP("FileDialogs", "All Files")) + u" (*)"_s });
     dialog->setLabelText(QFileDialog::Accept, question.button);
     const QString remembered = Settings::chosenFolder(question.purpose);
     dialog->setDirectory(nearestFolder(question.startIn.isEmpty() ? remembered : question.startIn));

@@ -117,11 +117,11 @@ QString MusicImport::showOutcome()
         if (number > 0)
             parts.append(what.arg(locale.toString(number)));
     };
-    count(m_result.added, tr("%1 added"));
-    count(m_result.updated, tr("%1 updated"));
-    count(m_result.vanished, tr("%1 missing"));
-    count(m_result.returned, tr("%1 back"));
-    count(m_result.moved, tr("%1 found again"));
+    count(m_result.added, tr("%1 added", nullptr, int(m_result.added)));
+    count(m_result.updated, tr("%1 updated", nullptr, int(m_result.updated)));
+    count(m_result.vanished, tr("%1 missing", nullptr, int(m_result.vanished)));
+    count(m_result.returned, tr("%1 back", nullptr, int(m_result.returned)));
+    count(m_result.moved, tr("%1 found again", nullptr, int(m_result.moved)));
     m_line->setText(!error.isEmpty() ? error : parts.isEmpty() ? tr("Up to date") : parts.join(u"  ·  "_s));
     return error;
 }

@@ -82,8 +82,9 @@ void TrackFactsSection::showTracks()
     } else {
         const double seconds = std::accumulate(tracks().begin(), tracks().end(), 0.0,
             [](double sum, const KXRef<Track> &each) { return sum + each->duration().value_or(0); });
-        m_title->setText(tracks().isEmpty() ? tr("No track is selected")
-                                            : tr("%1 tracks").arg(KXClock::locale().toString(tracks().size())));
+        m_title->setText(tracks().isEmpty()
+                ? tr("No track is selected")
+                : tr("%1 tracks", nullptr, int(tracks().size())).arg(KXClock::locale().toString(tracks().size())));
         m_credits->clear();
         m_facts->setText(seconds > 0 ? BrowserStyle::timeText(seconds) : QString());
     }

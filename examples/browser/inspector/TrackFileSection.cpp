@@ -9,6 +9,8 @@
 #include <kestrixkit/theme/KXThemeStyleNames.h>
 #include <kestrixkit/theme/controls/KXThemeableButton.h>
 
+#include "files/FileNotes.h"
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -24,7 +26,7 @@ QString soundOf(const Track &track)
     if (const auto channels = track.channels())
         parts += *channels == 1 ? TrackFileSection::tr("mono")
             : *channels == 2    ? TrackFileSection::tr("stereo")
-                                : TrackFileSection::tr("%1 channels").arg(*channels);
+                                : TrackFileSection::tr("%1 channels", nullptr, *channels).arg(*channels);
     parts.removeAll(QString());
     return parts.join(u"  ·  "_s);
 }
@@ -75,6 +77,6 @@ void TrackFileSection::showTracks()
     if (track && (!track->bpm() || !track->keyOrder()))
         notes += track->analysisNote().value_or(QString());
     notes.removeAll(QString());
-    m_notes->setText(notes.join(u'\n'));
+    m_notes->setText(FileNotes::shown(notes.join(u'\n')));
     m_show->setEnabled(!folder().isEmpty());
 }

@@ -75,7 +75,7 @@ void TrackUsesSection::showTracks()
     const qsizetype more
         = std::max<qsizetype>(0, crates.size() - MostShown) + std::max<qsizetype>(0, presets.size() - MostShown);
     if (more > 0)
-        say(tr("and %1 more").arg(KXClock::locale().toString(more)));
+        say(tr("and %1 more", nullptr, int(more)).arg(KXClock::locale().toString(more)));
 }
 
 void TrackUsesSection::addUse(const QString &title, const KXManagedObjectID &place, const QString &reason)

@@ -58,10 +58,14 @@ void BulkEdits::showOutcome(const KXBatchOutcome &outcome)
 {
     const QLocale locale = KXClock::locale();
     m_cancel->setVisible(m_editor.isBusy());
+    const QString changed = locale.toString(outcome.changed), kept = locale.toString(outcome.kept);
     QString text = outcome.error ? tr("%1: %2").arg(outcome.actionName, outcome.error.localizedDescription())
-                                 : tr("%1: %2 tracks").arg(outcome.actionName, locale.toString(outcome.changed));
-    if (outcome.kept > 0)
-        text += tr(", %1 were changed since and stay as they are").arg(locale.toString(outcome.kept));
+        : outcome.changed == 1   ? tr("%1: 1 track").arg(outcome.actionName)
+                                 : tr("%1: %2 tracks", nullptr, int(outcome.changed)).arg(outcome.actionName, changed);
+    if (outcome.kept == 1)
+        text += tr(", 1 was changed since and stays as it is");
+    else if (outcome.kept > 0)
+        text += tr(", %1 were changed since and stay as they are", nullptr, int(outcome.kept)).arg(kept);
     if (outcome.cancelled)
         text += tr(", cancelled");
     m_line->setText(text);

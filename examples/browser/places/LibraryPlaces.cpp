@@ -95,9 +95,11 @@ void LibraryPlaces::makeShop()
 void LibraryPlaces::makeMissing(const std::vector<std::pair<Tag, QString>> &wanted)
 {
     for (const auto &[tag, title] : wanted) {
-        if (!m_places.contains(tag)) {
-            if (const auto made = make(title, tag, {}))
-                m_places.insert(tag, made);
+        if (const auto place = m_places.value(tag)) {
+            if (place->title() != title) // made in another language
+                place->setTitle(title);
+        } else if (const auto made = make(title, tag, {})) {
+            m_places.insert(tag, made);
         }
     }
 }

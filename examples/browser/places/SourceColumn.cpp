@@ -5,6 +5,7 @@
 #include <QCryptographicHash>
 #include <QLabel>
 
+#include <kestrixkit/foundation/KXClock.h>
 #include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/store/KXPersistentStore.h>
 #include <kestrixkit/theme/KXStandardTheme.h>
@@ -421,7 +422,9 @@ void SourceColumn::pickPresets(const QList<KXRef<KXFilterSetPreset>> &presets)
     QList<KXRef<KXFilterSetPreset>> shown;
     for (const auto &preset : presets)
         addPresetsBelow(*m_presetsTree, m_presetsTree->treeNodeForObject(preset.get()), shown);
-    const QString title = presets.size() == 1 ? Presets::path(*presets.first()) : tr("%1 Presets").arg(presets.size());
+    const QString title = presets.size() == 1
+        ? Presets::path(*presets.first())
+        : tr("%1 Presets", nullptr, int(presets.size())).arg(KXClock::locale().toString(presets.size()));
     QString emptyText = tr("No music in this preset");
     QList<KXPredicate> parts;
     for (const auto &preset : std::as_const(shown)) {

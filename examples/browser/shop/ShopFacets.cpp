@@ -129,5 +129,9 @@ void ShopFacets::show(const KXCatalogueCounts &counts)
         m_values[i].item->setDisabled(!counts.error && !counts.isEstimate && count == 0);
     }
     const QString problem = counts.error ? counts.error.localizedDescription() : counts.missing.join(u'\n');
-    Q_EMIT countCame(counts.error ? QString() : countText(counts.count, counts.isEstimate), problem);
+    const QString number = countText(counts.count, counts.isEstimate);
+    Q_EMIT countCame(counts.error                     ? QString()
+            : counts.count == 1 && !counts.isEstimate ? tr("1 track")
+                                                      : tr("%1 tracks", nullptr, int(counts.count)).arg(number),
+        problem);
 }

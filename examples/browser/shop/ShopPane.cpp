@@ -112,7 +112,7 @@ void ShopPane::follow()
     connect(m_bars, &FilterBars::wordsDidEnd, m_table, [this] { m_table->setFocus(); });
     connect(m_facets, &ShopFacets::picked, m_filters.get(), &ShopFilters::toggleValue);
     connect(m_facets, &ShopFacets::countCame, this, [this](const QString &count, const QString &problem) {
-        m_count = count.isEmpty() ? QString() : tr("%1 tracks").arg(count);
+        m_count = count;
         if (!problem.isEmpty())
             showProblem(problem, true);
         Q_EMIT countDidChange();

@@ -82,6 +82,7 @@ void ShopPreferences::check()
         else if (!counts.missing.isEmpty())
             say(counts.missing.first());
         else
-            say(tr("The shop answers: it has about %1 tracks.").arg(KXClock::locale().toString(counts.count)));
+            say(tr("The shop answers: it has about %1 tracks.", nullptr, int(counts.count))
+                    .arg(KXClock::locale().toString(counts.count)));
     });
 }

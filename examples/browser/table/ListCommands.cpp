@@ -25,7 +25,7 @@ ListCommands::ListCommands(
     for (int stars = 0; stars <= 5; ++stars) {
         auto *const action = new QAction(stars == 0 ? tr("No Stars")
                 : stars == 1                        ? tr("1 Star")
-                                                    : tr("%1 Stars").arg(stars),
+                                                    : tr("%1 Stars", nullptr, stars).arg(stars),
             this);
         action->setShortcut(QKeySequence(Qt::Key(Qt::Key_0 + stars)));
         connect(action, &QAction::triggered, this, [this, stars] { rateSelected(stars); });

@@ -50,9 +50,9 @@ void ListSummary::update()
     }
     const QLocale locale = KXClock::locale();
     const int tracks = m_model->rowCount();
-    QStringList parts { tracks == 1 ? tr("1 track") : tr("%1 tracks").arg(locale.toString(tracks)) };
+    QStringList parts { tracks == 1 ? tr("1 track") : tr("%1 tracks", nullptr, tracks).arg(locale.toString(tracks)) };
     if (const qsizetype skipped = qsizetype(m_import->result().skipped.size()))
-        parts.append(tr("%1 skipped").arg(locale.toString(skipped)));
+        parts.append(tr("%1 skipped", nullptr, int(skipped)).arg(locale.toString(skipped)));
     m_line->setText(parts.join(u"  ·  "_s));
     showSkipped();
     if (m_demoHint)

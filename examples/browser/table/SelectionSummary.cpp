@@ -59,7 +59,7 @@ void SelectionSummary::goOn()
 void SelectionSummary::show(bool isComplete)
 {
     const QLocale locale = KXClock::locale();
-    QString text = tr("%1 selected").arg(locale.toString(m_rows.size()));
+    QString text = tr("%1 selected", nullptr, int(m_rows.size())).arg(locale.toString(m_rows.size()));
     text += isComplete ? u"  ·  %1  ·  %2"_s.arg(
                 BrowserStyle::timeText(m_seconds), locale.formattedDataSize(m_bytes, 1, QLocale::DataSizeSIFormat))
                        : u"  ·  …"_s;

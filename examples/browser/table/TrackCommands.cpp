@@ -141,9 +141,9 @@ void TrackCommands::removeSelected()
     const QModelIndex next = m_window->model()->index(std::min(rows.first(), m_window->model()->rowCount() - 1), 0);
     if (next.isValid())
         table->selectionModel()->setCurrentIndex(next, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
-    Q_EMIT said(rows.size() == 1
-            ? tr("1 track removed; its file stays where it is")
-            : tr("%1 tracks removed; their files stay where they are").arg(KXClock::locale().toString(rows.size())));
+    Q_EMIT said(rows.size() == 1 ? tr("1 track removed; its file stays where it is")
+                                 : tr("%1 tracks removed; their files stay where they are", nullptr, int(rows.size()))
+                                       .arg(KXClock::locale().toString(rows.size())));
 }
 
 // Writing
@@ -165,11 +165,12 @@ void TrackCommands::writeTags()
         [this, result] {
             m_cancel->hide();
             const QLocale locale = KXClock::locale();
-            QString text = result->written == 1
-                ? tr("The tags of 1 file were written")
-                : tr("The tags of %1 files were written").arg(locale.toString(result->written));
+            QString text = result->written == 1 ? tr("The tags of 1 file were written")
+                                                : tr("The tags of %1 files were written", nullptr, int(result->written))
+                                                      .arg(locale.toString(result->written));
             if (!result->failed.empty())
-                text += tr(", %1 could not be").arg(locale.toString(qulonglong(result->failed.size())));
+                text += tr(", %1 could not be", nullptr, int(result->failed.size()))
+                            .arg(locale.toString(qulonglong(result->failed.size())));
             if (result->cancelled)
                 text += tr(", cancelled");
             if (result->error)

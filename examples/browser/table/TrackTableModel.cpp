@@ -7,6 +7,7 @@
 
 #include <kestrixkit/foundation/KXClock.h>
 
+#include "files/FileNotes.h"
 #include "library/TrackNames.h"
 #include "window/BrowserStyle.h"
 
@@ -32,7 +33,7 @@ MusicalKey keyOf(const QVariant &order) { return { order.toInt() / 2, order.toIn
 
 QString keyText(const QVariant &order) { return u"%1 · %2"_s.arg(keyOf(order).wheelCode(), keyOf(order).name()); }
 
-QString tempoText(const QVariant &bpm) { return QString::number(bpm.toDouble(), 'f', 1); }
+QString tempoText(const QVariant &bpm) { return KXClock::locale().toString(bpm.toDouble(), 'f', 1); }
 
 QString starsText(const QVariant &stars) { return QString(stars.toInt(), u'★'); }
 
@@ -158,7 +159,7 @@ QVariant TrackTableModel::data(const QModelIndex &index, int role) const
         return field && isMixed(index.row(), *field);
     }
     case Qt::ToolTipRole: {
-        const QString notes = index.column() == Title ? index.data(NotesRole).toString()
+        const QString notes = index.column() == Title ? FileNotes::shown(index.data(NotesRole).toString())
             : isAnalysed(index)                       ? tr("Analysed; not from the file's tags")
                                                       : QString();
         return notes.isEmpty() ? value : value.toString() + u'\n' + notes;

@@ -11,6 +11,8 @@
 #include <kestrixkit/foundation/KXClock.h>
 #include <kestrixkit/messages/KXMessageCenter.h>
 
+#include "files/FileNotes.h"
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -21,10 +23,11 @@ void postFiles(const QString &title, const std::vector<SkippedFile> &files)
 {
     QString list = u"<ul>"_s;
     for (size_t i = 0; i < std::min(files.size(), stripListedFiles); ++i)
-        list += u"<li>%1: %2</li>"_s.arg(files[i].file.toHtmlEscaped(), files[i].reason.toHtmlEscaped());
+        list += u"<li>%1: %2</li>"_s.arg(
+            files[i].file.toHtmlEscaped(), FileNotes::shown(files[i].reason).toHtmlEscaped());
     list += "</ul>"_L1;
     if (files.size() > stripListedFiles)
-        list += MessageStrip::tr("… and %1 more")
+        list += MessageStrip::tr("… and %1 more", nullptr, int(files.size() - stripListedFiles))
                     .arg(KXClock::locale().toString(qulonglong(files.size() - stripListedFiles)));
     KXMessageCenter::sharedInstance().postMessage(KXMessage::messageWithType(KXMessageTypeError, title, list));
 }
@@ -80,8 +83,9 @@ void MessageStrip::postImport(const ImportResult &result)
         return;
     const QLocale locale = KXClock::locale();
     const size_t count = result.skipped.size();
-    postFiles(count == 1 ? tr("1 file could not be read")
-                         : tr("%1 files could not be read").arg(locale.toString(qulonglong(count))),
+    postFiles(count == 1
+            ? tr("1 file could not be read")
+            : tr("%1 files could not be read", nullptr, int(count)).arg(locale.toString(qulonglong(count))),
         result.skipped);
 }
 
@@ -89,9 +93,9 @@ void MessageStrip::postUnwritten(const std::vector<SkippedFile> &files)
 {
     if (files.empty())
         return;
-    postFiles(files.size() == 1
-            ? tr("The tags of 1 file could not be written")
-            : tr("The tags of %1 files could not be written").arg(KXClock::locale().toString(qulonglong(files.size()))),
+    postFiles(files.size() == 1 ? tr("The tags of 1 file could not be written")
+                                : tr("The tags of %1 files could not be written", nullptr, int(files.size()))
+                                      .arg(KXClock::locale().toString(qulonglong(files.size()))),
         files);
 }
 
@@ -99,9 +103,9 @@ void MessageStrip::postUnanalysed(const std::vector<SkippedFile> &files)
 {
     if (files.empty())
         return;
-    postFiles(files.size() == 1
-            ? tr("1 file could not be analysed")
-            : tr("%1 files could not be analysed").arg(KXClock::locale().toString(qulonglong(files.size()))),
+    postFiles(files.size() == 1 ? tr("1 file could not be analysed")
+                                : tr("%1 files could not be analysed", nullptr, int(files.size()))
+                                      .arg(KXClock::locale().toString(qulonglong(files.size()))),
         files);
 }
 

@@ -18,13 +18,13 @@ struct AudioTypeLooks
 };
 
 constexpr std::array<AudioTypeLooks, 7> audioTypes { {
-    { "Mix", &KXTheme::audioTypeButtonMixColour },
-    { "Track", &KXTheme::audioTypeButtonTrackColour },
-    { "Stem", &KXTheme::audioTypeButtonStemColour },
-    { "Part", &KXTheme::audioTypeButtonPartColour },
-    { "Loop", &KXTheme::audioTypeButtonLoopColour },
-    { "One-Shot", &KXTheme::audioTypeButtonOneShotColour },
-    { "SFX", &KXTheme::audioTypeButtonSFXColour },
+    { QT_TRANSLATE_NOOP("KestrixKit", "Mix"), &KXTheme::audioTypeButtonMixColour },
+    { QT_TRANSLATE_NOOP("KestrixKit", "Track"), &KXTheme::audioTypeButtonTrackColour },
+    { QT_TRANSLATE_NOOP("KestrixKit", "Stem"), &KXTheme::audioTypeButtonStemColour },
+    { QT_TRANSLATE_NOOP("KestrixKit", "Part"), &KXTheme::audioTypeButtonPartColour },
+    { QT_TRANSLATE_NOOP("KestrixKit", "Loop"), &KXTheme::audioTypeButtonLoopColour },
+    { QT_TRANSLATE_NOOP("KestrixKit", "One-Shot"), &KXTheme::audioTypeButtonOneShotColour },
+    { QT_TRANSLATE_NOOP("KestrixKit", "SFX"), &KXTheme::audioTypeButtonSFXColour },
 } };
 
 const AudioTypeLooks *audioTypeLooks(int value)

@@ -44,9 +44,12 @@ void KXDateFilterViewController::viewDidLoad()
     m_endDatePicker = outlet<QDateEdit>(u"endDatePicker"_s);
     if (m_dateRangeControl) {
         QList<KXButtonMatrixItem> spans;
-        for (const auto &[title, span] : { std::pair("All", KXDateRange::All), std::pair("Today", KXDateRange::Today),
-                 std::pair("Yesterday", KXDateRange::Yesterday), std::pair("Last 7 Days", KXDateRange::Last7Days),
-                 std::pair("Last 30 Days", KXDateRange::Last30Days), std::pair("This Year", KXDateRange::ThisYear) })
+        for (const auto &[title, span] : { std::pair(QT_TRANSLATE_NOOP("KestrixKit", "All"), KXDateRange::All),
+                 std::pair(QT_TRANSLATE_NOOP("KestrixKit", "Today"), KXDateRange::Today),
+                 std::pair(QT_TRANSLATE_NOOP("KestrixKit", "Yesterday"), KXDateRange::Yesterday),
+                 std::pair(QT_TRANSLATE_NOOP("KestrixKit", "Last 7 Days"), KXDateRange::Last7Days),
+                 std::pair(QT_TRANSLATE_NOOP("KestrixKit", "Last 30 Days"), KXDateRange::Last30Days),
+                 std::pair(QT_TRANSLATE_NOOP("KestrixKit", "This Year"), KXDateRange::ThisYear) })
             spans.append({ KXLocalizedString(title), int(span) });
         m_dateRangeControl->setItems(spans, dateRangeColumns);
         connect(m_dateRangeControl, &KXButtonMatrixView::selectionDidChange, this,

@@ -203,12 +203,13 @@ QString KXFacetFilterValuesModel::description(int number) const
     const Entry &entry = m_entries[size_t(number)];
     QStringList parts { m_offers[number].name };
     if (entry.state != State::NotChosen)
-        parts.append(KXLocalizedString(entry.state == State::Included ? "included" : "excluded"));
+        parts.append(entry.state == State::Included ? KXLocalizedString("included") : KXLocalizedString("excluded"));
     if (entry.counts) {
         const QLocale locale = KXClock::locale();
-        parts.append(
-            KXStringWithFormat(KXLocalizedString("%@ in the list with it"), locale.toString(entry.counts->added)));
-        parts.append(KXStringWithFormat(KXLocalizedString("%@ without it"), locale.toString(entry.counts->excluded)));
+        parts.append(KXStringWithFormat(
+            KXLocalizedString("%@ in the list with it", entry.counts->added), locale.toString(entry.counts->added)));
+        parts.append(KXStringWithFormat(
+            KXLocalizedString("%@ without it", entry.counts->excluded), locale.toString(entry.counts->excluded)));
     }
     return parts.join(u", "_s);
 }

@@ -13,11 +13,13 @@ namespace {
 
 void rangeFillOperators(KXThemeablePopUpButton *button)
 {
-    const std::pair<const char *, KXPredicateOperator> operators[] {
-        { "at least", KXPredicateOperator::GreaterThanOrEqual }, { "more than", KXPredicateOperator::GreaterThan },
-        { "at most", KXPredicateOperator::LessThanOrEqual }, { "less than", KXPredicateOperator::LessThan },
-        { "exactly", KXPredicateOperator::Equal }, { "anything but", KXPredicateOperator::NotEqual }
-    };
+    const std::pair<const char *, KXPredicateOperator> operators[] { { QT_TRANSLATE_NOOP("KestrixKit", "at least"),
+                                                                         KXPredicateOperator::GreaterThanOrEqual },
+        { QT_TRANSLATE_NOOP("KestrixKit", "more than"), KXPredicateOperator::GreaterThan },
+        { QT_TRANSLATE_NOOP("KestrixKit", "at most"), KXPredicateOperator::LessThanOrEqual },
+        { QT_TRANSLATE_NOOP("KestrixKit", "less than"), KXPredicateOperator::LessThan },
+        { QT_TRANSLATE_NOOP("KestrixKit", "exactly"), KXPredicateOperator::Equal },
+        { QT_TRANSLATE_NOOP("KestrixKit", "anything but"), KXPredicateOperator::NotEqual } };
     for (const auto &[title, code] : operators)
         button->addItem(KXLocalizedString(title), int(code));
 }

@@ -162,8 +162,12 @@ QString KXMessageCenterDetailsViewController::page() const
     mustache::data all;
     all.set("messages", list);
     if (shown < m_messages.size()) {
-        const QString more = KXClock::locale().toString(m_messages.size() - shown);
-        all["more"] = KXStringWithFormat(KXLocalizedString("%@ more messages are not shown"), more).toStdString();
+        const auto more = m_messages.size() - shown;
+        const QString number = KXClock::locale().toString(more);
+        all["more"]
+            = (more == 1 ? KXLocalizedString("1 more message is not shown")
+                         : KXStringWithFormat(KXLocalizedString("%@ more messages are not shown", more), number))
+                  .toStdString();
     }
     const QWidget *const shownIn = m_detailsWebView;
     const QPalette palette = shownIn->palette();

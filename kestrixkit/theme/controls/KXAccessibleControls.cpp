@@ -12,12 +12,14 @@
 #include <QToolButton>
 
 #include <kestrixkit/foundation/KXStringWithFormat.h>
+#include <kestrixkit/theme/controls/KXAccessibleWrapping_p.h>
 #include <kestrixkit/theme/controls/KXBadge.h>
 #include <kestrixkit/theme/controls/KXHyperlinkButton.h>
 #include <kestrixkit/theme/controls/KXItemViewAccessibility_p.h>
 #include <kestrixkit/theme/controls/KXPopoverFrame.h>
 #include <kestrixkit/theme/controls/KXStarRating.h>
 #include <kestrixkit/theme/controls/KXThemeableOutlineView.h>
+#include <kestrixkit/theme/controls/KXThemeablePopUpButton.h>
 #include <kestrixkit/theme/controls/KXThemeableSegmentedControl.h>
 #include <kestrixkit/theme/controls/KXThemeableSpinningProgressIndicator.h>
 #include <kestrixkit/theme/controls/KXThemeableTableView.h>
@@ -256,6 +258,51 @@ public:
     }
 };
 
+/// A field that shows a text and cannot be edited. It moves its cursor all the same, of which only texts may tell.
+class AccessibleLabel : public KXAccessibleWrapping
+{
+public:
+    using KXAccessibleWrapping::KXAccessibleWrapping;
+
+    QAccessible::Role role() const override { return QAccessible::StaticText; }
+    QString text(QAccessible::Text kind) const override
+    {
+        const QString own = m_own->text(kind);
+        const auto *const field = static_cast<const QLineEdit *>(m_widget.data());
+        return kind == QAccessible::Name && own.isEmpty() && field ? field->text() : own;
+    }
+};
+
+/// Qt names it by its choice alone, which does not say what is chosen.
+class AccessibleChoice : public KXAccessibleWrapping
+{
+public:
+    using KXAccessibleWrapping::KXAccessibleWrapping;
+
+    QString text(QAccessible::Text kind) const override
+    {
+        const QString own = m_own->text(kind);
+        if (kind != QAccessible::Name || !m_widget)
+            return own;
+        QStringList parts { m_widget->accessibleName(), own };
+        parts.removeAll(QString());
+        parts.removeDuplicates();
+        return parts.join(u", "_s);
+    }
+};
+
+/// Those that Qt puts into bars and fields have no names.
+void nameButtonOfQt(QToolButton &button)
+{
+    if (!button.accessibleName().isEmpty() || !button.text().isEmpty())
+        return;
+    if (button.objectName() == "qt_toolbar_ext_button"_L1)
+        button.setAccessibleName(KXLocalizedString("More"));
+    else if (const auto *const field = qobject_cast<QLineEdit *>(button.parentWidget());
+             field && field->isClearButtonEnabled())
+        button.setAccessibleName(KXLocalizedString("Clear"));
+}
+
 QAccessibleInterface *controlInterface(const QString &, QObject *object)
 {
     if (auto *const segmented = qobject_cast<KXThemeableSegmentedControl *>(object))
@@ -267,15 +314,16 @@ QAccessibleInterface *controlInterface(const QString &, QObject *object)
     if (auto *const handle = qobject_cast<QSplitterHandle *>(object); handle && handle->splitter()->count() > 1)
         return new AccessibleDivider(handle);
     if (auto *const field = qobject_cast<KXThemeableTextField *>(object); field && field->isLabel())
-        return new QAccessibleWidget(field, QAccessible::StaticText, field->text());
+        return KXAccessibleWrapping::describe<AccessibleLabel>(field);
     if (qobject_cast<KXThemeableTableView *>(object) || qobject_cast<KXThemeableOutlineView *>(object))
         return KXDescribeItemView(static_cast<QAbstractItemView *>(object));
+    if (auto *const choice = qobject_cast<KXThemeablePopUpButton *>(object))
+        return KXAccessibleWrapping::describe<AccessibleChoice>(choice);
     auto *const widget = qobject_cast<QWidget *>(object);
     if (widget && widget->isWindow() && (widget->windowType() == Qt::Dialog || qobject_cast<KXPopoverFrame *>(object)))
         return new QAccessibleWidget(widget, QAccessible::Dialog, widget->windowTitle());
-    if (auto *const more = qobject_cast<QToolButton *>(object);
-        more && more->objectName() == "qt_toolbar_ext_button"_L1 && more->accessibleName().isEmpty())
-        more->setAccessibleName(KXLocalizedString("More")); // a tool bar's own, which nobody names
+    if (auto *const button = qobject_cast<QToolButton *>(object))
+        nameButtonOfQt(*button);
     if (auto *const badge = qobject_cast<KXBadge *>(object))
         return new AccessibleShown(badge, QAccessible::StaticText, [badge] { return badge->text(); });
     if (auto *const spinner = qobject_cast<KXThemeableSpinningProgressIndicator *>(object)) {

@@ -54,10 +54,15 @@ void KXButtonMatrixView::setItems(const QList<KXButtonMatrixItem> &items, int co
 void KXButtonMatrixView::setButtonSize(const QSize &size)
 {
     m_buttonSize = size;
-    for (KXThemeableButton *const button : std::as_const(m_buttons)) {
-        if (size.isValid())
-            button->setFixedSize(size.width(), qMax(size.height(), button->fontMetrics().height() + 2));
-    }
+    if (!size.isValid())
+        return;
+    // Another language, or a larger font, may need more; a title without end need not be shown whole.
+    int width = size.width();
+    for (const KXThemeableButton *const button : std::as_const(m_buttons))
+        width = qMax(width, button->sizeHint().width());
+    width = qMin(width, size.width() * 3 / 2);
+    for (KXThemeableButton *const button : std::as_const(m_buttons))
+        button->setFixedSize(width, qMax(size.height(), button->fontMetrics().height() + 2));
 }
 
 void KXButtonMatrixView::setButtonStyleNames(const QString &name, const QString &selected)

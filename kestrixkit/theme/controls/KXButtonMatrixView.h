@@ -30,7 +30,8 @@ public:
     /// Makes the buttons anew, none of them selected. No columns count as one.
     void setItems(const QList<KXButtonMatrixItem> &items, int columns);
     [[nodiscard]] int columns() const { return m_columns; }
-    /// Of every button, in points; by their titles unless set. Buttons grow higher where the font needs it.
+    /// Of every button, in points; by their titles unless set. Buttons grow where font or titles need it, all alike and
+    /// by half their width at most.
     void setButtonSize(const QSize &size);
     /// Of the buttons, and of the selected one.
     void setButtonStyleNames(const QString &name, const QString &selected);
