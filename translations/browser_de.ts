@@ -2133,6 +2133,22 @@ Wählen Sie ein paar davon.</translation>
         <source>There are no filters: every track of this place is shown.</source>
         <translation>Es gibt keine Filter: Jeder Titel dieses Orts wird gezeigt.</translation>
     </message>
+    <message>
+        <source>Minor</source>
+        <translation>Moll</translation>
+    </message>
+    <message>
+        <source>Major</source>
+        <translation>Dur</translation>
+    </message>
+    <message>
+        <source>yes</source>
+        <translation>ja</translation>
+    </message>
+    <message>
+        <source>no</source>
+        <translation>nein</translation>
+    </message>
 </context>
 <context>
     <name>TrackTable</name>

@@ -28,6 +28,12 @@ QString reasonValueText(const QString &keyPath, const QVariant &value)
         const MusicalKey key { value.toInt() / 2, value.toInt() % 2 == 0 };
         return u"%1 · %2"_s.arg(key.wheelCode(), key.name());
     }
+    if (keyPath == "key.isMinor"_L1 && value.isValid())
+        return value.toBool() ? reasonText(QT_TRANSLATE_NOOP("TrackReasons", "Minor"))
+                              : reasonText(QT_TRANSLATE_NOOP("TrackReasons", "Major"));
+    if (value.typeId() == QMetaType::Bool)
+        return value.toBool() ? reasonText(QT_TRANSLATE_NOOP("TrackReasons", "yes"))
+                              : reasonText(QT_TRANSLATE_NOOP("TrackReasons", "no"));
     if (value.typeId() == QMetaType::QUrl)
         return value.toUrl().fileName();
     if (value.typeId() == QMetaType::QDateTime)
