@@ -1,6 +1,5 @@
 #include <kestrixkit/context/KXManagedObject.h>
 
-#include <kestrixkit/context/KXManagedObjectContext.h>
 #include <kestrixkit/context/KXObjectKeeper_p.h>
 #include <kestrixkit/context/KXStoredClasses_p.h>
 #include <kestrixkit/entity/KXRowValues_p.h>
@@ -30,17 +29,6 @@ void KXManagedObject::registerClass(
 KXManagedObject::Factory KXManagedObject::registeredClass(const QString &className)
 {
     return KXStoredClasses::factory(className);
-}
-
-void KXManagedObject::requireClass(
-    const KXManagedObjectContext &context, const QString &entityName, std::atomic<quint32> &checked)
-{
-    const auto &model = context.persistentStoreCoordinator()->model();
-    const KXEntityDescription *const entity = model ? model->entity(entityName) : nullptr;
-    if (!entity || entity->layoutSerial() == checked.load(std::memory_order_relaxed))
-        return; // an unknown entity is another mistake
-    KXStoredClasses::require(*entity);
-    checked.store(entity->layoutSerial(), std::memory_order_relaxed);
 }
 
 void KXManagedObject::destroyUnreferenced() const noexcept

@@ -330,3 +330,15 @@ void KXManagedObjectContext::refreshObject(KXManagedObject *object)
         m_p->ledger.found(object); // somebody may have brought it back
     }
 }
+
+// Here, because objects know of contexts only what keeps them.
+void KXManagedObject::requireClass(
+    const KXManagedObjectContext &context, const QString &entityName, std::atomic<quint32> &checked)
+{
+    const auto &model = context.persistentStoreCoordinator()->model();
+    const KXEntityDescription *const entity = model ? model->entity(entityName) : nullptr;
+    if (!entity || entity->layoutSerial() == checked.load(std::memory_order_relaxed))
+        return; // an unknown entity is another mistake
+    KXStoredClasses::require(*entity);
+    checked.store(entity->layoutSerial(), std::memory_order_relaxed);
+}
