@@ -43,7 +43,8 @@ fi
 install ./*.deb
 kestrixkit-browser --report >report.json
 grep -q '"tracks": [1-9]' report.json || { cat report.json; fail "the browser's report has no tracks"; }
-kestrixkit-browser --screenshot browser.png
+kestrixkit-browser --screenshot browser.png 2>messages
 [ -s browser.png ] || fail "the browser has drawn nothing"
-kestrixkit-gallery gallery
+kestrixkit-gallery gallery 2>>messages
+! grep 'Cannot read the image' messages || fail "what reads the icons is not installed"
 echo "try: the browser has drawn its window, the gallery $(ls gallery | wc -l) pictures"
