@@ -267,13 +267,15 @@ QVariant catalogueKeyValue(std::optional<QByteArrayView> text, const KXCatalogue
 }
 
 KXCataloguePage cataloguePage(
-    const CatalogueRequest &request, const KXCataloguePageRequest &asked, const KXCatalogueSchema &schema)
+    const CatalogueRequest &request, const KXCataloguePageRequest &asked, const KXPostgreSQLDialect &dialect)
 {
     KXCataloguePage page;
     request.fill(page);
     if (page.error)
         return page;
+    const KXCatalogueSchema &schema = dialect.schema();
     const QList<CatalogueSortKey> keys = catalogueSortKeys(schema, asked.sortDescriptors);
+    const QList<qsizetype> fields = dialect.keyFields(asked);
     QList<const KXCatalogueColumn *> shown;
     for (const QString &keyPath : asked.keyPaths)
         shown.append(schema.columnForKeyPath(keyPath));
@@ -289,8 +291,8 @@ KXCataloguePage cataloguePage(
             int field = 0;
             for (const KXCatalogueColumn *column : shown)
                 row.values.append(KXPostgreSQLDialect::valueFromText(reply->text(at, field++), *column));
-            for (const CatalogueSortKey &key : keys)
-                row.key.append(catalogueKeyValue(reply->text(at, field++), key.column));
+            for (qsizetype i = 0; i < keys.size(); ++i)
+                row.key.append(catalogueKeyValue(reply->text(at, int(fields[i])), keys[i].column));
             page.rows.append(std::move(row));
         }
         std::inplace_merge(page.rows.begin(), page.rows.begin() + before, page.rows.end(),
@@ -339,6 +341,6 @@ KXCatalogueTicket KXPostgreSQLCatalogue::page(const KXCataloguePageRequest &requ
     KXError refusal;
     const auto statement = d->dialect.pageStatement(request, &refusal);
     return d->ask(request, statement, refusal,
-        [answer = std::move(answer), request, schema = d->dialect.schema()](
-            CatalogueRequest &asked) { answer(cataloguePage(asked, request, schema)); });
+        [answer = std::move(answer), request, dialect = d->dialect](
+            CatalogueRequest &asked) { answer(cataloguePage(asked, request, dialect)); });
 }

@@ -213,8 +213,12 @@ std::optional<KXCatalogueStatement> KXPostgreSQLDialect::pageStatement(
         QList<QByteArray> shown;
         for (const QString &keyPath : request.keyPaths)
             shown.append(dialectShown(rule.column(keyPath)));
-        for (const DialectSortKey &key : keys)
-            shown.append(key.column->type == KXCatalogueType::Date ? dialectShown(*key.column) : key.expression);
+        const QList<qsizetype> fields = keyFields(request);
+        for (qsizetype i = 0; i < keys.size(); ++i) {
+            if (fields[i] == shown.size())
+                shown.append(
+                    keys[i].column->type == KXCatalogueType::Date ? dialectShown(*keys[i].column) : keys[i].expression);
+        }
         QList<QByteArray> conditions;
         if (request.rule)
             conditions.append(rule.condition(request.rule));
@@ -224,6 +228,23 @@ std::optional<KXCatalogueStatement> KXPostgreSQLDialect::pageStatement(
             + dialectOrder(keys) + " LIMIT " + QByteArray::number(std::clamp(request.limit, 1, 10'000) + 1);
         return statement;
     });
+}
+
+QList<qsizetype> KXPostgreSQLDialect::keyFields(const KXCataloguePageRequest &request) const
+{
+    QList<qsizetype> fields;
+    qsizetype next = request.keyPaths.size();
+    const auto add = [&](const QString &keyPath, bool isFolded) {
+        const qsizetype shown = isFolded ? -1 : request.keyPaths.indexOf(keyPath);
+        fields.append(shown >= 0 ? shown : next++);
+    };
+    for (const KXSortDescriptor &descriptor : request.sortDescriptors) {
+        add(descriptor.key, descriptor.options & (KXCaseInsensitive | KXDiacriticInsensitive));
+        if (descriptor.key == KXCatalogueSchema::identifierKeyPath)
+            return fields; // nothing is equal any more
+    }
+    add(KXCatalogueSchema::identifierKeyPath, false);
+    return fields;
 }
 
 QVariant KXPostgreSQLDialect::valueFromText(std::optional<QByteArrayView> text, const KXCatalogueColumn &column)

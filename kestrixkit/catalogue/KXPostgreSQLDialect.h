@@ -25,6 +25,9 @@ public:
     [[nodiscard]] std::optional<KXCatalogueStatement> pageStatement(
         const KXCataloguePageRequest &request, KXError *error) const override;
 
+    /// In which field of a page's row the value of each key of its order stands. The first fields are the key paths;
+    /// what is among them is not sent twice.
+    [[nodiscard]] QList<qsizetype> keyFields(const KXCataloguePageRequest &request) const;
     /// A value of a page's row from the text that the engine sends; invalid for an absent one.
     [[nodiscard]] static QVariant valueFromText(std::optional<QByteArrayView> text, const KXCatalogueColumn &column);
     /// A name of the schema as SQL has it.

@@ -49,7 +49,8 @@ void KXContextSaver::noteUpdate(const Update &update)
             leaveWritten(members.removed, false);
             if (!members.added.isEmpty() || !members.removed.isEmpty())
                 row.properties.push_back(std::move(members));
-        } else if (property.hasColumn() && !KXRowValues::isEqual(after, before, property)) {
+        } else if (property.hasColumn() && update.change->changed.test(size_t(property.index()))
+            && !KXRowValues::isEqual(after, before, property)) {
             const auto value = [&property](const KXRowValues &values) {
                 if (property.isAttribute())
                     return values.attribute(property);
