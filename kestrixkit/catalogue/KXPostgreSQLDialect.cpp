@@ -254,7 +254,7 @@ QVariant KXPostgreSQLDialect::valueFromText(std::optional<QByteArrayView> text, 
     if (!column.isList)
         return dialectValue(*text, column.type);
     QVariantList list;
-    for (const QJsonValue &element : QJsonDocument::fromJson(text->toByteArray()).array())
+    for (const auto &element : QJsonDocument::fromJson(text->toByteArray()).array())
         list.append(element.isNull() ? QVariant() : dialectValue(element.toString().toUtf8(), column.type));
     return list;
 }
