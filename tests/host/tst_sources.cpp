@@ -330,6 +330,15 @@ TEST_F(SourcesTest, roomGoesToTheListsThatUseIt)
         presets().sourceListView()->expand(presets().sourceListView()->model()->index(row, 0));
     QTest::qWait(20);
     EXPECT_EQ(window->sources()->sizes(), heights);
+    presets().sourceListView()->collapseAll();
+    library().sourceListView()->collapseAll();
+    window->resize(1000, 650);
+    QTest::qWait(20);
+    const int closed = window->sources()->sizes().first();
+    library().sourceListView()->expand(library().sourceListView()->model()->index(3, 0)); // the genres
+    EXPECT_TRUE(QTest::qWaitFor([&] { return window->sources()->sizes().first() > closed; }));
+    window->resize(1000, 520);
+    QTest::qWait(20);
 
     // What the user drags stays.
     EXPECT_FALSE(window->sources()->room().chosen());

@@ -70,11 +70,11 @@ bool SidebarRoom::eventFilter(QObject *watched, QEvent *event)
     return QObject::eventFilter(watched, event);
 }
 
-void SidebarRoom::shareSoon(bool onlyWhereAllFits)
+void SidebarRoom::shareSoon(bool onlyUnused)
 {
     if (m_isUsers)
         return;
-    m_onlyWhereAllFits = m_onlyWhereAllFits && onlyWhereAllFits;
+    m_onlyUnused = m_onlyUnused && onlyUnused;
     m_soon.start(0, [this] { share(); });
 }
 
@@ -87,13 +87,19 @@ int SidebarRoom::wanted(qsizetype index) const
 
 void SidebarRoom::share()
 {
-    const bool onlyWhereAllFits = std::exchange(m_onlyWhereAllFits, true);
+    const bool onlyUnused = std::exchange(m_onlyUnused, true);
     if (m_isUsers || !m_splitter->isVisible())
         return;
-    QList<int> all;
+    QList<int> heights = m_splitter->sizes(), missing;
+    int room = m_splitter->height() - m_splitter->handleWidth() * int(m_lists.size() - 1);
+    for (qsizetype i = 0; i < m_lists.size(); ++i) {
+        const int all = wanted(i);
+        heights[i] = onlyUnused ? std::min(heights[i], all) : 0;
+        missing.append(all - heights[i]);
+        room -= heights[i];
+    }
+    const QList<int> more = sharedHeights(missing, room);
     for (qsizetype i = 0; i < m_lists.size(); ++i)
-        all.append(wanted(i));
-    const int room = m_splitter->height() - m_splitter->handleWidth() * int(m_lists.size() - 1);
-    if (!onlyWhereAllFits || std::accumulate(all.begin(), all.end(), 0) <= room)
-        m_splitter->setSizes(sharedHeights(all, room));
+        heights[i] += more[i];
+    m_splitter->setSizes(heights);
 }

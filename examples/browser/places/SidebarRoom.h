@@ -13,7 +13,7 @@ class KXSourceListView;
 /// Where that is more than there is, the long ones share what the short ones leave; what is over comes behind the last
 /// one. So it goes on until the user drags a handle: then the heights are the user's.
 ///
-/// A row that the user opens or closes moves nothing above it: where not all fits the heights stay as they were.
+/// A list whose rows are opened grows only by what the others do not use, so that what is looked at stays where it is.
 class SidebarRoom : public QObject
 {
     Q_OBJECT
@@ -30,13 +30,13 @@ protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
-    void shareSoon(bool onlyWhereAllFits);
+    void shareSoon(bool onlyUnused);
     void share();
     [[nodiscard]] int wanted(qsizetype index) const;
 
     QSplitter *const m_splitter;
     const QList<KXSourceListView *> m_lists;
     bool m_isUsers = false;
-    bool m_onlyWhereAllFits = true; // of the sharing that is due
+    bool m_onlyUnused = true; // of the sharing that is due
     KXDelayedCall m_soon { this };
 };
