@@ -219,7 +219,7 @@ public:
     [[nodiscard]] QByteArray columns(bool withTypes) const
     {
         QList<QByteArray> list;
-        const auto add = [&](const QByteArray &name, QByteArray type) {
+        const auto add = [&](const QByteArray &name, const QByteArray &type) {
             list.append(withTypes ? quoted(name) + ' ' + type : quoted(name));
         };
         for (const KXCatalogueColumn &column : schema.columns()) {

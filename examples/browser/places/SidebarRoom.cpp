@@ -5,6 +5,7 @@
 
 #include <QEvent>
 #include <QLayout>
+#include <QScrollBar>
 
 #include <kestrixkit/source_list/KXSourceListView.h>
 
@@ -49,6 +50,7 @@ SidebarRoom::SidebarRoom(QSplitter *splitter, const QList<KXSourceListView *> &l
         connect(list->model(), &QAbstractItemModel::modelReset, this, [this] { shareSoon(false); });
         connect(list, &QTreeView::expanded, this, rowsOpened);
         connect(list, &QTreeView::collapsed, this, rowsOpened);
+        connect(list->verticalScrollBar(), &QScrollBar::rangeChanged, this, rowsOpened); // also by several at once
     }
 }
 
