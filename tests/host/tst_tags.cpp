@@ -275,6 +275,20 @@ TEST(TrackTags, damagedFilesNeverHurt)
     }
 }
 
+TEST(TrackTags, beginningsOfAFewBytesAreRefused)
+{
+    const QTemporaryDir folder;
+    for (const AudioFormat format : { AudioFormat::Wav, AudioFormat::Flac, AudioFormat::Mp3, AudioFormat::M4a }) {
+        const std::string path = folder.filePath(u"short."_s + fileExtension(format)).toStdString();
+        makeMusic(path, { { "TITLE", "Short" } }, format);
+        const std::string whole = readBytes(path);
+        for (size_t length = 0; length < 24; ++length) {
+            writeBytes(path, whole.substr(0, length));
+            EXPECT_FALSE(readTags(path).refusal.isEmpty()) << path << ": " << length;
+        }
+    }
+}
+
 TEST(TrackTags, pathsOfAnyBytesCanBeShown)
 {
     EXPECT_EQ(displayPath("Caf\xc3\xa9/\xff x"), u"Café/\\xff x"_s);

@@ -52,7 +52,8 @@ int TagFiles::levelsOfBoxes(TagLib::IOStream &stream, int most)
         return stream.readBlock(size);
     };
     const qint64 size = stream.length();
-    if (!read(0, 8).endsWith("ftyp"))
+    const TagLib::ByteVector start = read(0, 8);
+    if (start.size() < 8 || !start.endsWith("ftyp")) // TagLib compares past the end of what is shorter
         return 0;
     std::vector<qint64> ends { size };
     size_t deepest = 1;
