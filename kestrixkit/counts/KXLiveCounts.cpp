@@ -1,6 +1,7 @@
 #include <kestrixkit/counts/KXLiveCounts.h>
 
 #include <algorithm>
+#include <unordered_map>
 
 #include <QPointer>
 
@@ -60,6 +61,7 @@ public:
     }
     /// What the rule says at asOf.
     void ask(Entry &entry);
+    void setDependsOnTime(Entry &entry, bool depends);
     void scheduleUpdate();
     void scheduleTimer();
     void publish();
@@ -70,9 +72,10 @@ public:
     const QString entityName;
     const QList<KXPredicate> base;
     KXCountTable table;
-    QHash<QString, Entry> entries;
+    std::unordered_map<QString, Entry> entries; // each stays where it is
     QHash<int, QString> identifiers; // by number in the table
-    QHash<int, Entry> conditions; // by number in the table
+    std::unordered_map<int, Entry> conditions; // by number in the table
+    std::vector<Entry *> timed; // those of both that depend on the time: few, and looked at after every change
     qint64 asOf = KXClock::now().toMSecsSinceEpoch();
     KXDelayedCall timer;
     KXNotificationToken token;
@@ -122,7 +125,7 @@ void KXLiveCountsPrivate::ask(Entry &entry)
     entry.own = at(asOf);
     constexpr qint64 aMoment = 1;
     entry.moving.clear();
-    entry.dependsOnTime = liveHasDates(entry.own); // most do not, and are asked once
+    setDependsOnTime(entry, liveHasDates(entry.own)); // most do not, and are asked once
     if (entry.dependsOnTime)
         liveCollectMoving(entry.own, at(asOf + aMoment), aMoment, entry.moving);
     const KXPredicate asked = !entry.isCondition ? whole(entry.own)
@@ -132,6 +135,16 @@ void KXLiveCountsPrivate::ask(Entry &entry)
         table.replaceRule(entry.number, asked);
     else
         entry.number = entry.isCondition ? table.addCondition(asked) : table.addRule(asked);
+}
+
+void KXLiveCountsPrivate::setDependsOnTime(Entry &entry, bool depends)
+{
+    if (std::exchange(entry.dependsOnTime, depends) == depends)
+        return;
+    if (depends)
+        timed.push_back(&entry);
+    else
+        std::erase(timed, &entry);
 }
 
 void KXLiveCountsPrivate::scheduleUpdate()
@@ -147,18 +160,15 @@ void KXLiveCountsPrivate::scheduleUpdate()
 qint64 KXLiveCountsPrivate::nextBoundary()
 {
     qint64 next = std::numeric_limits<qint64>::max();
-    const auto look = [&](const Entry &entry) {
-        if (entry.dependsOnTime)
-            next = std::min(next, (asOf / liveCountsQuarterHour + 1) * liveCountsQuarterHour);
-        for (const KXLiveCountsPrivate::MovingDate &date : entry.moving) {
+    for (const Entry *entry : timed) {
+        next = std::min(next, (asOf / liveCountsQuarterHour + 1) * liveCountsQuarterHour);
+        for (const MovingDate &date : entry->moving) {
             const qint64 number = table.nextNumber(date.keyPath, date.milliseconds * 1000);
             // An object with that very date may fit now and not a moment later.
             if (number != KXCountColumn::absent)
                 next = std::min(next, std::max(asOf + 1, asOf + (number + 999) / 1000 - date.milliseconds));
         }
-    };
-    std::for_each(entries.cbegin(), entries.cend(), look);
-    std::for_each(conditions.cbegin(), conditions.cend(), look);
+    }
     return next;
 }
 
@@ -214,7 +224,7 @@ void KXLiveCounts::setRule(const QString &identifier, Rule rule)
 void KXLiveCounts::setRule(const QString &identifier, const KXPredicate &predicate)
 {
     setRule(identifier, [predicate] { return predicate; });
-    d->entries[identifier].dependsOnTime = false;
+    d->setDependsOnTime(d->entries[identifier], false);
 }
 
 void KXLiveCounts::removeRule(const QString &identifier)
@@ -222,13 +232,15 @@ void KXLiveCounts::removeRule(const QString &identifier)
     const auto found = d->entries.find(identifier);
     if (found == d->entries.end())
         return;
-    d->table.removeRule(found->number);
-    d->identifiers.remove(found->number);
+    KXLiveCountsPrivate::Entry &entry = found->second;
+    d->setDependsOnTime(entry, false);
+    d->table.removeRule(entry.number);
+    d->identifiers.remove(entry.number);
     d->entries.erase(found);
     d->scheduleUpdate();
 }
 
-QStringList KXLiveCounts::identifiers() const { return d->entries.keys(); }
+QStringList KXLiveCounts::identifiers() const { return d->identifiers.values(); }
 
 KXCountTable &KXLiveCounts::table() const { return d->table; }
 const QList<KXPredicate> &KXLiveCounts::basePredicates() const { return d->base; }
@@ -239,8 +251,11 @@ int KXLiveCounts::addCondition(Rule rule)
     entry.isCondition = true;
     entry.rule = std::move(rule);
     d->ask(entry);
+    const bool dependsOnTime = entry.dependsOnTime;
+    d->setDependsOnTime(entry, false); // it moves
     const int number = entry.number;
-    d->conditions.insert(number, std::move(entry));
+    KXLiveCountsPrivate::Entry &kept = d->conditions[number] = std::move(entry);
+    d->setDependsOnTime(kept, dependsOnTime);
     d->scheduleUpdate();
     return number;
 }
@@ -256,7 +271,10 @@ void KXLiveCounts::setCondition(int number, Rule rule)
 void KXLiveCounts::removeCondition(int number)
 {
     d->table.removeRule(number);
-    d->conditions.remove(number);
+    if (const auto found = d->conditions.find(number); found != d->conditions.end()) {
+        d->setDependsOnTime(found->second, false);
+        d->conditions.erase(found);
+    }
 }
 
 void KXLiveCounts::ruleDidChange(const QString &identifier)
@@ -264,27 +282,31 @@ void KXLiveCounts::ruleDidChange(const QString &identifier)
     const auto found = d->entries.find(identifier);
     if (found == d->entries.end())
         return;
-    d->ask(*found);
+    d->ask(found->second);
     d->scheduleUpdate();
 }
 
 std::optional<qint64> KXLiveCounts::count(const QString &identifier) const
 {
-    const auto found = d->entries.constFind(identifier);
-    if (found == d->entries.constEnd())
+    const auto found = d->entries.find(identifier);
+    if (found == d->entries.end())
         return std::nullopt;
-    const qint64 count = d->table.count(found->number);
+    const qint64 count = d->table.count(found->second.number);
     return count < 0 ? std::nullopt : std::optional(count);
 }
 
-KXPredicate KXLiveCounts::predicate(const QString &identifier) const { return d->entries.value(identifier).own; }
+KXPredicate KXLiveCounts::predicate(const QString &identifier) const
+{
+    const auto found = d->entries.find(identifier);
+    return found == d->entries.end() ? KXPredicate() : found->second.own;
+}
 
 QHash<QString, QString> KXLiveCounts::unsupported() const
 {
     QHash<QString, QString> reasons;
-    for (auto entry = d->entries.cbegin(); entry != d->entries.cend(); ++entry) {
-        if (const QString &reason = d->table.reason(entry->number); !reason.isEmpty())
-            reasons.insert(entry.key(), reason);
+    for (const auto &[identifier, entry] : d->entries) {
+        if (const QString &reason = d->table.reason(entry.number); !reason.isEmpty())
+            reasons.insert(identifier, reason);
     }
     return reasons;
 }
@@ -294,13 +316,10 @@ QDateTime KXLiveCounts::asOf() const { return QDateTime::fromMSecsSinceEpoch(d->
 void KXLiveCounts::advance()
 {
     d->asOf = KXClock::now().toMSecsSinceEpoch();
-    for (KXLiveCountsPrivate::Entry &entry : d->entries) {
-        if (entry.dependsOnTime)
-            d->ask(entry);
-    }
-    for (KXLiveCountsPrivate::Entry &condition : d->conditions) {
-        if (condition.dependsOnTime)
-            d->ask(condition);
+    for (KXLiveCountsPrivate::Entry *entry : std::vector(d->timed)) {
+        // Asking may take any of them out of the list.
+        if (std::find(d->timed.begin(), d->timed.end(), entry) != d->timed.end())
+            d->ask(*entry);
     }
     update();
 }
