@@ -73,6 +73,11 @@ public:
         std::function<void(Request &)> finish; // once, out of the table of requests
         KXDelayedCall timer;
 
+        [[nodiscard]] bool isComplete() const
+        {
+            return std::all_of(replies.begin(), replies.end(), [](const auto &each) { return each.has_value(); });
+        }
+
         /// Fills what all answers have in common.
         void fill(KXCatalogueAnswer &answer) const
         {
@@ -155,9 +160,8 @@ public:
         const auto found = requests.find(number);
         if (found == requests.end())
             return;
-        auto &replies = found->second->replies;
-        replies[size_t(part)] = std::move(reply);
-        if (std::all_of(replies.begin(), replies.end(), [](const auto &each) { return each.has_value(); }))
+        found->second->replies[size_t(part)] = std::move(reply);
+        if (found->second->isComplete())
             finish(number);
     }
 
@@ -167,7 +171,10 @@ public:
         if (found == requests.end())
             return;
         const auto asked = found->second;
-        abandon(number);
+        if (asked->isComplete())
+            requests.erase(found);
+        else
+            abandon(number);
         *asked->isOver = true;
         asked->finish(*asked);
     }

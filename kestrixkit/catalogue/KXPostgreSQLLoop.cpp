@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -22,6 +21,11 @@ struct KXPostgreSQLLoop::Inbox
         tasks.push_back(std::move(task));
         ring();
     }
+    void ring() const
+    {
+        const quint64 one = 1;
+        [[maybe_unused]] const ssize_t size = ::write(wake, &one, sizeof one);
+    }
     std::vector<std::function<void()>> take()
     {
         quint64 rings = 0;
@@ -33,11 +37,6 @@ struct KXPostgreSQLLoop::Inbox
     const int wake = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
 
 private:
-    void ring() const
-    {
-        const quint64 one = 1;
-        [[maybe_unused]] const ssize_t size = ::write(wake, &one, sizeof one);
-    }
     KXMutex mutex;
     std::vector<std::function<void()>> tasks KX_GUARDED_BY(mutex);
 };
@@ -55,7 +54,7 @@ KXPostgreSQLLoop::KXPostgreSQLLoop(const KXCatalogueServers &servers)
 
 KXPostgreSQLLoop::~KXPostgreSQLLoop()
 {
-    m_inbox->post([this] { m_ends = true; });
+    m_inbox->post([this]() KX_REQUIRES(m_mutex) { m_ends = true; });
     m_thread.join();
 }
 
@@ -68,13 +67,33 @@ void KXPostgreSQLLoop::ask(
     question->statement = std::move(statement);
     question->deadline = deadline;
     question->answer = std::move(answer);
-    m_inbox->post([this, question] { m_questions.push_back(std::move(*question)); });
+    if (sendAtOnce(*question))
+        m_inbox->ring(); // for its time limit
+    else
+        m_inbox->post([this, question]() KX_REQUIRES(m_mutex) { m_questions.push_back(std::move(*question)); });
+}
+
+bool KXPostgreSQLLoop::sendAtOnce(Question &question)
+{
+    if (!m_mutex.try_lock())
+        return false;
+    Server &server = serversOf(question).front();
+    const auto kept = std::find_if(server.sessions.begin(), server.sessions.end(),
+        [](const Kept &each) { return !each.isTaken && each.session->state() == Session::State::Idle; });
+    const bool isFree = kept != server.sessions.end();
+    if (isFree) {
+        give(question, *kept, Clock::now());
+        kept->session->ask(question.statement);
+        m_questions.push_back(std::move(question));
+    }
+    m_mutex.unlock();
+    return isFree;
 }
 
 void KXPostgreSQLLoop::abandon(quint64 request)
 {
-    m_inbox->post([this, request] {
-        m_questions.remove_if([&](Question &question) {
+    m_inbox->post([this, request]() KX_REQUIRES(m_mutex) {
+        m_questions.remove_if([&](Question &question) KX_REQUIRES(m_mutex) {
             if (question.request != request)
                 return false;
             letGo(question, false);
@@ -83,13 +102,22 @@ void KXPostgreSQLLoop::abandon(quint64 request)
     });
 }
 
-// Everything below runs on the loop's thread.
+// What is posted, and everything below: on the loop's thread.
 
 void KXPostgreSQLLoop::run()
 {
+    KXMutexLocker locker(m_mutex);
     while (!m_ends) {
         goOn();
-        waitForSockets();
+        Watched watched = whatToWatch();
+        const int wait = millisecondsToWait();
+        locker.unlock();
+        ::poll(watched.sockets.data(), nfds_t(watched.sockets.size()), wait);
+        locker.lock();
+        for (size_t i = 1; i < watched.sockets.size(); ++i) {
+            if (watched.sockets[i].revents)
+                watched.sessions[i]->proceed();
+        }
         for (const auto &task : m_inbox->take())
             KXRunCaught("a task of a catalogue", task);
     }
@@ -98,25 +126,20 @@ void KXPostgreSQLLoop::run()
     m_inbox->take(); // what was posted meanwhile goes with what it holds
 }
 
-void KXPostgreSQLLoop::waitForSockets()
+KXPostgreSQLLoop::Watched KXPostgreSQLLoop::whatToWatch() const
 {
-    std::vector<pollfd> sockets { { m_inbox->wake, POLLIN, 0 } };
-    std::vector<Session *> sessions { nullptr };
-    for (std::vector<Server> &part : m_parts) {
-        for (Server &server : part) {
+    Watched watched { { { m_inbox->wake, POLLIN, 0 } }, { nullptr } };
+    for (const std::vector<Server> &part : m_parts) {
+        for (const Server &server : part) {
             for (const Kept &kept : server.sessions) {
                 if (const short events = kept.session->events()) {
-                    sockets.push_back({ kept.session->socket(), events, 0 });
-                    sessions.push_back(kept.session.get());
+                    watched.sockets.push_back({ kept.session->socket(), events, 0 });
+                    watched.sessions.push_back(kept.session.get());
                 }
             }
         }
     }
-    ::poll(sockets.data(), nfds_t(sockets.size()), millisecondsToWait());
-    for (size_t i = 1; i < sockets.size(); ++i) {
-        if (sockets[i].revents)
-            sessions[i]->proceed();
-    }
+    return watched;
 }
 
 int KXPostgreSQLLoop::millisecondsToWait() const
@@ -207,10 +230,15 @@ void KXPostgreSQLLoop::assign(Question &question, Clock::time_point now)
         best->session = std::make_unique<Session>(
             server.description, [inbox = m_inbox](std::function<void()> task) { inbox->post(std::move(task)); });
     }
-    best->isTaken = true;
-    question.session = best->session.get();
+    give(question, *best, now);
+}
+
+void KXPostgreSQLLoop::give(Question &question, Kept &kept, Clock::time_point now)
+{
+    kept.isTaken = true;
+    question.session = kept.session.get();
     // Each server has its share of the time, as long as there is another one.
-    const auto others = qsizetype(servers.size()) - question.tries;
+    const auto others = qsizetype(serversOf(question).size()) - question.tries;
     question.until = now + (question.deadline - now) / long(std::max<qsizetype>(others, 1));
 }
 

@@ -6,12 +6,17 @@
 #include <thread>
 #include <vector>
 
+#include <poll.h>
+
 #include <kestrixkit/catalogue/KXPostgreSQLSession_p.h>
+#include <kestrixkit/foundation/KXLock_p.h>
 
 /// All connections of one catalogue, on one thread that waits for whichever of them is ready.
 ///
 /// A question goes to one part of the catalogue: to the first of its servers, and where that does not answer in its
-/// share of the time, to the next. Public functions: any thread. Destroying it does not wait for the network.
+/// share of the time, to the next. Where a connection is free the thread that asks sends the question itself: it is on
+/// its way while this one wakes up. Public functions: any thread, for none of which they wait. Destroying it does not
+/// wait for the network.
 class KXPostgreSQLLoop
 {
 public:
@@ -22,7 +27,8 @@ public:
     ~KXPostgreSQLLoop();
     Q_DISABLE_COPY_MOVE(KXPostgreSQLLoop)
 
-    /// `answer` is called once on the loop's thread, by the deadline, unless the request is abandoned before.
+    /// `answer` is called once on the loop's thread, by the deadline, unless the request is abandoned before. It must
+    /// not ask by itself.
     void ask(
         quint64 request, qsizetype part, KXCatalogueStatement statement, Clock::time_point deadline, Answer answer);
     /// Stops all that was asked for the request.
@@ -64,25 +70,40 @@ private:
     static constexpr std::chrono::milliseconds FirstPause { 100 }; ///< after a round; doubles
     static constexpr std::chrono::seconds Patience { 5 }; ///< with a session that nobody waits for
 
-    void run();
-    void waitForSockets();
-    void goOn();
-    void cleanUp(Clock::time_point now);
-    [[nodiscard]] int millisecondsToWait() const;
+    /// Sockets that are waited for, and whose they are; the first is the inbox's.
+    struct Watched
+    {
+        std::vector<pollfd> sockets;
+        std::vector<Session *> sessions;
+    };
 
+    void run();
+    [[nodiscard]] Watched whatToWatch() const KX_REQUIRES(m_mutex);
+    void goOn() KX_REQUIRES(m_mutex);
+    void cleanUp(Clock::time_point now) KX_REQUIRES(m_mutex);
+    [[nodiscard]] int millisecondsToWait() const KX_REQUIRES(m_mutex);
+
+    [[nodiscard]] bool sendAtOnce(Question &question);
     /// False where the question is over.
-    [[nodiscard]] bool look(Question &question, Clock::time_point now);
-    void assign(Question &question, Clock::time_point now);
-    [[nodiscard]] bool take(Question &question, const KXPostgreSQLReply &reply, Clock::time_point now);
-    [[nodiscard]] bool askElsewhere(Question &question, Clock::time_point now);
-    [[nodiscard]] bool giveUp(Question &question);
-    void letGo(Question &question, bool isStuck);
-    [[nodiscard]] std::vector<Server> &serversOf(const Question &question) { return m_parts[size_t(question.part)]; }
+    [[nodiscard]] bool look(Question &question, Clock::time_point now) KX_REQUIRES(m_mutex);
+    void assign(Question &question, Clock::time_point now) KX_REQUIRES(m_mutex);
+    void give(Question &question, Kept &kept, Clock::time_point now) KX_REQUIRES(m_mutex);
+    [[nodiscard]] bool take(Question &question, const KXPostgreSQLReply &reply, Clock::time_point now)
+        KX_REQUIRES(m_mutex);
+    [[nodiscard]] bool askElsewhere(Question &question, Clock::time_point now) KX_REQUIRES(m_mutex);
+    [[nodiscard]] bool giveUp(Question &question) KX_REQUIRES(m_mutex);
+    void letGo(Question &question, bool isStuck) KX_REQUIRES(m_mutex);
+    [[nodiscard]] std::vector<Server> &serversOf(const Question &question) KX_REQUIRES(m_mutex)
+    {
+        return m_parts[size_t(question.part)];
+    }
 
     const std::shared_ptr<Inbox> m_inbox;
-    // The loop's thread alone:
-    std::vector<std::vector<Server>> m_parts;
-    std::list<Question> m_questions;
-    bool m_ends = false;
+    /// Held by the loop's thread except while it waits for sockets, and by others for sending at once. Only the loop's
+    /// thread takes connections away.
+    KXMutex m_mutex;
+    std::vector<std::vector<Server>> m_parts KX_GUARDED_BY(m_mutex);
+    std::list<Question> m_questions KX_GUARDED_BY(m_mutex);
+    bool m_ends KX_GUARDED_BY(m_mutex) = false;
     std::thread m_thread; // last: it uses everything above
 };

@@ -33,7 +33,7 @@ void connect(std::function<void()> task);
 void cancel(std::function<void()> task);
 }
 
-/// One connection, which never blocks: it is moved on when its socket is ready. Belongs to the loop's thread.
+/// One connection, which never blocks: it is moved on when its socket is ready. One thread at a time.
 class KXPostgreSQLSession
 {
 public:
