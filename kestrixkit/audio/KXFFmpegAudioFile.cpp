@@ -216,6 +216,10 @@ int KXFFmpegAudioFile::readPacket()
         // Behind a damaged place there may be more.
         damaged += status == AVERROR_INVALIDDATA;
     } while (status >= 0 ? m_packet->stream_index != m_stream->index : status == AVERROR_INVALIDDATA && damaged < 1000);
+    if (isLedAstray(m_file.get())) {
+        av_packet_unref(m_packet.get());
+        return KXAudioFileForbiddenError;
+    }
 
     if (status >= 0 && m_format.mFormatID == KXAudioFormatFLAC && m_packet->duration <= 0
         && av_cmp_q(m_timeBase, { 1, m_rate }) == 0)

@@ -9,6 +9,7 @@
 #include <kestrixkit/audio/KXAudioFileGrowth_p.h>
 #include <kestrixkit/audio/KXLocalPath_p.h>
 #include <kestrixkit/audio/KXStreamAddress_p.h>
+#include <kestrixkit/foundation/KXLog.h>
 
 extern "C" {
 #include <libavutil/opt.h>
@@ -151,14 +152,8 @@ int KXFFmpegAudioFile::openInput()
     if (status < 0)
         return status;
     Pointer<AVFormatContext> file(context);
-    if (m_staysAtAddress) { // a server may say one thing and then another
-        uint8_t *location = nullptr;
-        const bool isKnown = av_opt_get(context->pb, "location", AV_OPT_SEARCH_CHILDREN, &location) >= 0;
-        const bool isElsewhere = isKnown && location && m_address != reinterpret_cast<const char *>(location);
-        av_free(location);
-        if (isElsewhere)
-            return KXAudioFileForbiddenError;
-    }
+    if (isLedAstray(context))
+        return KXAudioFileForbiddenError;
     if ((status = avformat_find_stream_info(context, nullptr)) < 0
         || (status = av_find_best_stream(context, AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0)) < 0)
         return status;
@@ -171,6 +166,23 @@ int KXFFmpegAudioFile::openInput()
     m_file = std::move(file);
     m_stream = stream;
     return 0;
+}
+
+/// Whether a server that was asked where it leads said another thing to the decoder: when it opened the file, or when
+/// it asked again for a place in it or after the connection broke.
+bool KXFFmpegAudioFile::isLedAstray(AVFormatContext *file) const
+{
+    if (!m_staysAtAddress)
+        return false;
+    uint8_t *location = nullptr;
+    const bool isKnown = av_opt_get(file->pb, "location", AV_OPT_SEARCH_CHILDREN, &location) >= 0;
+    const QByteArray there = isKnown ? reinterpret_cast<const char *>(location) : "";
+    av_free(location);
+    if (there.isEmpty() || there == m_address)
+        return false;
+    KXLogError(audio, "%@ leads to %@ after all, where it may not", QUrl::fromEncoded(m_address).host(),
+        QUrl::fromEncoded(there).host());
+    return true;
 }
 
 /// A new decoder, since one that is merely flushed remembers some of what it had decoded.

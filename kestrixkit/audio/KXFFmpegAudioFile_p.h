@@ -52,6 +52,7 @@ private:
     void renewDeadline();
     int openInput();
     int openDecoder();
+    [[nodiscard]] bool isLedAstray(AVFormatContext *file) const;
     void readFacts();
     void findLength();
     int reposition(qint64 frame, bool mayDecodeAllTheWay);

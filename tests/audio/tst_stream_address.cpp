@@ -15,10 +15,10 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-QByteArray musicBytes()
+QByteArray musicBytes(int frames = 5000)
 {
     const QTemporaryDir dir;
-    QFile file(writeSound(makeSound(5000), { "music", "wav", "wav", "pcm_s16le" }, dir.path()));
+    QFile file(writeSound(makeSound(frames), { "music", "wav", "wav", "pcm_s16le" }, dir.path()));
     EXPECT_TRUE(file.open(QIODevice::ReadOnly));
     return file.readAll();
 }
@@ -90,6 +90,32 @@ TEST_F(StreamAddress, publicServersDoNotLeadInside)
 
     KXAudioFile::setFollowsPrivateRedirects(true);
     EXPECT_EQ(open(indirect), 0);
+}
+
+// What is behind a seek is asked for anew, and the answer may lead away from what was found when the file was opened.
+TEST_F(StreamAddress, seeksDoNotLeadInside)
+{
+    constexpr int frames = 2'000'000; // far more than is read ahead
+    const QByteArray much = musicBytes(frames);
+    for (const HttpServer::Mode mode : { HttpServer::Normal, HttpServer::RedirectSeeks }) {
+        HttpServer inside(much, HttpServer::Normal);
+        HttpServer server(much, mode, inside.url().toEncoded());
+        makePrivate(inside);
+        KXTestLog log;
+        KXAudioFile file;
+        ASSERT_EQ(file.open(server.url(), {}), 0);
+        std::vector<float> samples(1000);
+        float *const channels[] { samples.data(), samples.data() };
+        quint32 read = 0;
+        EXPECT_EQ(file.read(channels, 1000, &read), 0);
+        EXPECT_EQ(read, 1000U);
+        const KXAudioFileStatus sought = file.seek(frames - 2000);
+        const KXAudioFileStatus status = sought ? sought : file.read(channels, 1000, &read);
+        const bool isLedAstray = mode == HttpServer::RedirectSeeks;
+        EXPECT_EQ(status, isLedAstray ? KXAudioFileForbiddenError : KXAudioFileNoError);
+        EXPECT_EQ(read, isLedAstray ? 0U : 1000U);
+        EXPECT_EQ(log.contains(u"127.0.0.1 leads to 127.0.0.1 after all"_s), isLedAstray);
+    }
 }
 
 TEST_F(StreamAddress, otherRedirectsAreFollowed)

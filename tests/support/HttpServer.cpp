@@ -6,8 +6,9 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-HttpServer::HttpServer(QByteArray body, Mode mode)
+HttpServer::HttpServer(QByteArray body, Mode mode, QByteArray elsewhere)
     : m_body(std::move(body))
+    , m_elsewhere(std::move(elsewhere))
     , m_mode(mode)
 {
     m_socket = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -76,19 +77,21 @@ void HttpServer::answer(int connection)
         m_heads.push_back(request);
     }
     const int number = ++m_requests;
+    const bool ranges = m_mode != NoRanges && m_mode != Lie;
+    const qsizetype at = request.indexOf("bytes=");
+    const qsizetype from = ranges && at > 0
+        ? std::min<qsizetype>(request.mid(at + 6, request.indexOf('-', at) - at - 6).toLongLong(), m_body.size())
+        : 0;
     const auto waitForTheEnd = [&] { return recv(connection, bytes, sizeof bytes, 0); };
     if (m_mode == Stall) {
         waitForTheEnd();
-    } else if (m_mode == Redirect || (m_mode == RedirectLater && number > 1)) {
-        sendAll("HTTP/1.1 302 Found\r\nContent-Length: 0\r\nConnection: close\r\nLocation: " + m_body + "\r\n\r\n");
+    } else if (m_mode == Redirect || (m_mode == RedirectLater && number > 1)
+        || (m_mode == RedirectSeeks && from > m_body.size() / 2)) {
+        sendAll("HTTP/1.1 302 Found\r\nContent-Length: 0\r\nConnection: close\r\nLocation: "
+            + (m_mode == RedirectSeeks ? m_elsewhere : m_body) + "\r\n\r\n");
     } else if (m_mode == NotFound) {
         sendAll("HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
     } else {
-        const bool ranges = m_mode != NoRanges && m_mode != Lie;
-        const qsizetype at = request.indexOf("bytes=");
-        const qsizetype from = ranges && at > 0
-            ? std::min<qsizetype>(request.mid(at + 6, request.indexOf('-', at) - at - 6).toLongLong(), m_body.size())
-            : 0;
         QByteArray head = from > 0 || (ranges && at > 0) ? "HTTP/1.1 206 Partial Content\r\n" : "HTTP/1.1 200 OK\r\n";
         const qsizetype length = (m_body.size() - from) * (m_mode == Lie ? 2 : 1);
         head += "Connection: close\r\nContent-Length: " + QByteArray::number(length) + "\r\n";

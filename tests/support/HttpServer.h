@@ -23,10 +23,11 @@ public:
         CutOnce, ///< and this one only the first time
         Redirect, ///< to the address that is its body
         RedirectLater, ///< there from the second request on
+        RedirectSeeks, ///< to `elsewhere`, who asks for the second half alone
         Lie, ///< promises twice the length, without ranges
     };
 
-    HttpServer(QByteArray body, Mode mode);
+    HttpServer(QByteArray body, Mode mode, QByteArray elsewhere = {});
     ~HttpServer();
     HttpServer(const HttpServer &) = delete;
     HttpServer &operator=(const HttpServer &) = delete;
@@ -42,6 +43,7 @@ private:
     void forget(int connection);
 
     const QByteArray m_body;
+    const QByteArray m_elsewhere;
     const Mode m_mode;
     int m_socket = -1;
     int m_port = 0;
