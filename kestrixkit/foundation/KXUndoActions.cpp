@@ -4,6 +4,7 @@
 
 #include <QAction>
 #include <QKeySequence>
+#include <QPointer>
 
 #include <kestrixkit/foundation/KXStringWithFormat.h>
 
@@ -36,21 +37,45 @@ QString KXUndoManager::redoMenuItemTitle() const
     return undoTitle(
         QT_TRANSLATE_NOOP("KestrixKit", "Redo"), QT_TRANSLATE_NOOP("KestrixKit", "Redo %@"), redoActionName());
 }
-QAction *KXUndoManager::createUndoAction(QObject *parent) { return createAction(parent, false); }
-QAction *KXUndoManager::createRedoAction(QObject *parent) { return createAction(parent, true); }
-
-QAction *KXUndoManager::createAction(QObject *parent, bool redoes)
+QAction *KXUndoManager::createUndoAction(QObject *parent)
 {
-    auto *action = new QAction(parent);
-    action->setShortcuts(redoes ? QKeySequence::Redo : QKeySequence::Undo);
+    auto *const action = new QAction(parent);
+    action->setShortcuts(QKeySequence::Undo);
+    drive(action, false);
+    return action;
+}
+
+QAction *KXUndoManager::createRedoAction(QObject *parent)
+{
+    auto *const action = new QAction(parent);
+    action->setShortcuts(QKeySequence::Redo);
+    drive(action, true);
+    return action;
+}
+
+void KXUndoManager::driveActions(QAction *undo, QAction *redo)
+{
+    drive(undo, false);
+    drive(redo, true);
+}
+
+void KXUndoManager::drive(QAction *action, bool redoes)
+{
+    // Holds the connections; without it the action is nobody's.
+    const auto linkName = u"KXUndoManager"_s;
+    delete action->findChild<QObject *>(linkName, Qt::FindDirectChildrenOnly);
+    auto *const link = new QObject(action);
+    link->setObjectName(linkName);
     const auto update = [this, action, redoes] {
         QString title = redoes ? redoMenuItemTitle() : undoMenuItemTitle();
         action->setText(title.replace(u'&', u"&&"_s)); // a name's own, no shortcut
         action->setEnabled(redoes ? canRedo() : canUndo());
     };
     update();
-    connect(this, &KXUndoManager::changed, action, update);
-    connect(this, &QObject::destroyed, action, [action] { action->setEnabled(false); });
-    connect(action, &QAction::triggered, this, redoes ? &KXUndoManager::redo : &KXUndoManager::undo);
-    return action;
+    connect(this, &KXUndoManager::changed, link, update);
+    connect(this, &QObject::destroyed, link, [action] { action->setEnabled(false); });
+    connect(action, &QAction::triggered, link, [manager = QPointer(this), redoes] {
+        if (manager)
+            redoes ? manager->redo() : manager->undo();
+    });
 }

@@ -118,6 +118,9 @@ public:
     /// Needs QGuiApplication.
     [[nodiscard]] QAction *createUndoAction(QObject *parent);
     [[nodiscard]] QAction *createRedoAction(QObject *parent);
+    /// From now on the actions, which any manager may have made, are this one's: for the menu of a window that shows
+    /// one of several places or documents. They are disabled when it goes.
+    void driveActions(QAction *undo, QAction *redo);
 
     // Forgetting
 
@@ -162,7 +165,7 @@ private:
     /// Takes out what is beyond the levels, for the caller to destroy.
     [[nodiscard]] Stack trim(Stack &stack);
     void revertLast(Stack &from, Stack &onto, State state);
-    QAction *createAction(QObject *parent, bool redoes);
+    void drive(QAction *action, bool redoes);
 
     Stack m_undo;
     Stack m_redo;

@@ -1,6 +1,7 @@
 // Popovers, alerts, lists, menus, animations, the pasteboard.
 
 #include <QAbstractItemModelTester>
+#include <QAction>
 #include <QCborArray>
 #include <QCheckBox>
 #include <QClipboard>
@@ -19,6 +20,7 @@
 #include <gtest/gtest.h>
 
 #include <kestrixkit/foundation/KXArchive.h>
+#include <kestrixkit/foundation/KXUndoManager.h>
 #include <kestrixkit/theme/controls/KXPopoverFrame.h>
 #include <kestrixkit/toolkit/KXAlert.h>
 #include <kestrixkit/toolkit/KXAnimationGroup.h>
@@ -397,6 +399,40 @@ TEST(Pasteboard, carriesItemsAndNothingElse)
     EXPECT_EQ(KXPasteboard::itemsOfMimeData(nullptr, type), QVariantList());
     KXPasteboard::setItems(type, { QByteArray(KXArchive::mostBytes, 'x') });
     EXPECT_FALSE(KXPasteboard::canReadItems(type));
+}
+
+TEST(UndoActions, areOfTheManagerThatDrivesThem)
+{
+    KXUndoManager library;
+    auto shop = std::make_unique<KXUndoManager>();
+    QObject owner;
+    QAction *const undo = library.createUndoAction(&owner), *const redo = library.createRedoAction(&owner);
+    int fromLibrary = 0, fromShop = 0;
+    const auto remember = [](KXUndoManager &manager, const QString &name, int &count) {
+        const KXUndoGroup group(&manager, name);
+        manager.registerUndo([&count] { ++count; });
+    };
+    remember(library, u"Rate"_s, fromLibrary);
+    EXPECT_EQ(undo->text(), u"Undo Rate"_s);
+
+    shop->driveActions(undo, redo);
+    EXPECT_FALSE(undo->isEnabled());
+    remember(*shop, u"Cut && Paste"_s, fromShop);
+    EXPECT_EQ(undo->text(), u"Undo Cut &&&& Paste"_s);
+    remember(library, u"Sort"_s, fromLibrary);
+    EXPECT_EQ(undo->text(), u"Undo Cut &&&& Paste"_s) << "the other one is heard";
+    undo->trigger();
+    EXPECT_EQ(fromShop, 1);
+    EXPECT_EQ(fromLibrary, 0);
+
+    shop.reset();
+    EXPECT_FALSE(undo->isEnabled() || redo->isEnabled());
+    undo->trigger();
+    library.driveActions(undo, redo);
+    library.driveActions(undo, redo);
+    undo->trigger();
+    EXPECT_EQ(fromLibrary, 1) << "once for each time that it was driven";
+    EXPECT_EQ(undo->text(), u"Undo Rate"_s);
 }
 
 #include "tst_toolkit.moc"

@@ -1,6 +1,7 @@
 #include "shop/ShopFilters.h"
 
 #include <kestrixkit/filters/KXFacetFilter.h>
+#include <kestrixkit/foundation/KXUndoManager.h>
 
 ShopFilters::ShopFilters(
     KXManagedObjectContext::Ref context, std::shared_ptr<const KXCatalogueFilterSetMapper> mapper, QObject *parent)
@@ -13,8 +14,11 @@ void ShopFilters::insert(const KXRef<KXFilter> &filter)
 {
     if (!filter)
         return;
-    m_mapper->giveRemoteKeyPath(*filter);
-    insertFilter(filter);
+    {
+        const KXUndoGroup group(context()->undoManager(), TrackFilters::tr("Add Filter"));
+        m_mapper->giveRemoteKeyPath(*filter);
+        insertFilter(filter);
+    }
     context()->save();
 }
 

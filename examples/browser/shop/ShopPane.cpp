@@ -6,6 +6,7 @@
 #include <kestrixkit/catalogue/presets/KXFilterSetPresetCatalogueCountsProvider.h>
 #include <kestrixkit/filters/KXFilterSetPresetsManager.h>
 #include <kestrixkit/foundation/KXMainQueue.h>
+#include <kestrixkit/foundation/KXUndoManager.h>
 #include <kestrixkit/theme/KXThemeStyleNames.h>
 #include <kestrixkit/theme/controls/KXThemeableButton.h>
 #include <kestrixkit/theme/controls/KXThemeableSplitView.h>
@@ -20,6 +21,12 @@
 #include "window/BrowserStyle.h"
 
 using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr double savePause = 0.5; // seconds after the last change
+
+}
 
 ShopPane::ShopPane(KXPersistentStoreCoordinator::Ref coordinator, const KXCatalogueServers &servers, const QUrl &place,
     Preview *preview)
@@ -54,6 +61,7 @@ ShopPane::~ShopPane()
     m_preview->disconnect(this);
     m_filters->disconnect(this);
     m_queue.waitUntilAllOperationsAreFinished();
+    save();
     m_presets.reset();
     m_filters.reset();
 }
@@ -102,10 +110,20 @@ void ShopPane::build()
     setFocusProxy(m_table);
 }
 
+/// Filters are kept as they are left.
+void ShopPane::save()
+{
+    m_saveSoon.cancel();
+    if (m_context->hasChanges())
+        m_context->save();
+}
+
 void ShopPane::follow()
 {
     connect(m_filters.get(), &KXFilterSetViewController::filterSetDidChange, this,
         [this] { m_askSoon.start(0, [this] { ask(); }); });
+    connect(undoManager(), &KXUndoManager::changed, this,
+        [this] { m_saveSoon.start(savePause, [this] { save(); }); }); // what was undone, too
     connect(m_filters.get(), &KXFilterSetViewController::didSavePreset, this,
         [this](const KXRef<KXFilterSetPreset> &preset) { m_kept.setPresetOfSet(m_filters->filterSet(), preset); });
     connect(m_bars, &FilterBars::wordsDidChange, this, &ShopPane::ask);

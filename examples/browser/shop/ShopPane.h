@@ -41,6 +41,8 @@ public:
     [[nodiscard]] KXFilterSetPresetsBarViewController *presets() const { return m_presets.get(); }
     [[nodiscard]] FilterBars *bars() const { return m_bars; }
     [[nodiscard]] ShopHosts *hosts() const { return m_hosts; }
+    /// Of its filters.
+    [[nodiscard]] KXUndoManager *undoManager() const { return m_context->undoManager(); }
 
     /// How many tracks fit: "1,234 tracks"; empty where nobody knows.
     [[nodiscard]] const QString &countText() const { return m_count; }
@@ -66,6 +68,7 @@ private:
     void didLoadFilterSet(
         KXFilterSetPresetsBarViewController &controller, const KXRef<KXFilterSetPreset> &preset) override;
     void build();
+    void save();
     void follow();
     void followPreview();
     void showProblem(const QString &problem, bool canBeAskedAgain);
@@ -90,5 +93,6 @@ private:
     QString m_count;
     QUrl m_playing; // what the player was at when it was looked at last
     KXDelayedCall m_askSoon { this };
+    KXDelayedCall m_saveSoon { this };
     KXOperationQueue m_queue; // that looks into the library
 };

@@ -33,6 +33,7 @@
 #include "search/FoundObjects.h"
 #include "search/LibrarySearch.h"
 #include "search/SearchPopover.h"
+#include "shop/ShopPane.h"
 #include "shop/ShopPlace.h"
 #include "table/ListCommands.h"
 #include "table/ListSummary.h"
@@ -350,6 +351,8 @@ void BrowserWindow::showPlace(
     m_placePredicate = predicate;
     m_bar->setTitle(title);
     const bool isShop = m_shop->showPageOf(filters);
+    KXUndoManager *const undo = isShop ? m_shop->pane()->undoManager() : m_context->undoManager();
+    undo->driveActions(m_undoActions[0], m_undoActions[1]);
     m_filterStrip->setPlace(isShop ? QUrl() : filters, predicate);
     applyFilters();
 }

@@ -66,6 +66,8 @@ public:
     [[nodiscard]] PlaceNavigator *places() const { return m_places; }
     [[nodiscard]] ShopPlace *shop() const { return m_shop; }
     [[nodiscard]] TrackInspector *inspector() const { return m_inspector; }
+    /// Undo and redo, of what is shown: the library, or the shop.
+    [[nodiscard]] const QList<QAction *> &undoActions() const { return m_undoActions; }
     [[nodiscard]] const KXManagedObjectContext::Ref &context() const { return m_context; }
 
 Q_SIGNALS:
@@ -106,7 +108,7 @@ private:
     ShopPlace *m_shop = nullptr; // tracks, or the shop in their place
     TrackInspector *m_inspector;
     KXThemeableSplitView *m_panes; // places, tracks, inspector
-    QList<QAction *> m_undoActions; // undo, redo
+    QList<QAction *> m_undoActions;
     QAction *m_lightAction;
     ListCommands *m_listCommands;
     Preview *m_preview;
