@@ -212,6 +212,16 @@ AccessibleObject AccessibleSession::find(const QString &role, const QString &nam
     return found;
 }
 
+QStringList AccessibleSession::namesOf(const QString &role) const
+{
+    QStringList names;
+    application().visit([&](const AccessibleObject &each, const QString &) {
+        if (each.role() == role)
+            names.append(each.name());
+    });
+    return names;
+}
+
 AccessibleObject AccessibleSession::focus() const
 {
     AccessibleObject found;

@@ -47,6 +47,8 @@ public:
     [[nodiscard]] AccessibleObject application() const;
     /// The first that is showing with this role and, where one is given, with a name that begins so; waits for it.
     AccessibleObject find(const QString &role, const QString &name = {});
+    /// Of all that are showing with this role.
+    [[nodiscard]] QStringList namesOf(const QString &role) const;
     /// What the keyboard goes to: the innermost object that says so below a view that says so too.
     [[nodiscard]] AccessibleObject focus() const;
     /// Waits until it is one with this role and a name that begins so.

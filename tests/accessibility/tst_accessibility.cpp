@@ -149,7 +149,8 @@ TEST_F(AccessibleBrowserTest, rowsAreSpokenWithTheirColumnsAndCounts)
     EXPECT_EQ(row.at(6), u"0 of 5 stars"_s);
     for (const char *const item :
         { "All Tracks, 3", "Recently Added, 3", "House, 2", "Dub, 1", "Four Stars and More", "Prepare" })
-        EXPECT_FALSE(session->find(u"tree item"_s, QString::fromLatin1(item)).isNull()) << item;
+        EXPECT_FALSE(session->find(u"tree item"_s, QString::fromLatin1(item)).isNull())
+            << item << " is not one of: " << session->namesOf(u"tree item"_s).join(u"; "_s).toStdString();
 }
 
 TEST_F(AccessibleBrowserTest, changesAreAnnouncedOnceAndTheKeyboardStaysWhereItIs)
@@ -176,9 +177,17 @@ TEST_F(AccessibleBrowserTest, changesAreAnnouncedOnceAndTheKeyboardStaysWhereItI
     session->press({ u"Return"_s });
     const AccessibleObject table = session->find(u"table"_s, u"Tracks"_s);
     ASSERT_TRUE(QTest::qWaitFor([&] { return table.has(AccessibleObject::Focused); }, patience));
+    (void)session->takeEvents();
     session->press({ u"ctrl+a"_s, u"4"_s });
     EXPECT_TRUE(QTest::qWaitFor([&] { return table.cell(0, 6).name() == u"4 of 5 stars"_s; }, patience))
         << table.cell(0, 6).name().toStdString();
+    QTest::qWait(500);
+    QStringList said;
+    for (const AccessibleEvent &event : session->takeEvents()) {
+        if (event.detail == "accessible-name"_L1 && event.path == table.cell(0, 6).path())
+            said.append(event.detail);
+    }
+    EXPECT_EQ(said.size(), 1) << "the stars of the row where the keyboard is";
     EXPECT_FALSE(session->find(u"tree item"_s, u"Four Stars and More, 1"_s).isNull());
     EXPECT_TRUE(table.has(AccessibleObject::Focused));
 }

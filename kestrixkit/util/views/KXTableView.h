@@ -150,6 +150,8 @@ protected:
     bool viewportEvent(QEvent *event) override;
     void scrollContentsBy(int dx, int dy) override;
     void updateGeometries() override;
+    void currentChanged(const QModelIndex &current, const QModelIndex &previous) override;
+    void dataChanged(const QModelIndex &topLeft, const QModelIndex &bottomRight, const QList<int> &roles) override;
     [[nodiscard]] QItemSelectionModel::SelectionFlags selectionCommand(
         const QModelIndex &index, const QEvent *event = nullptr) const override;
     /// Home and End are the first and the last row, with the control key or without: rows are what is selected.
@@ -202,5 +204,6 @@ private:
     std::unique_ptr<KXTableText> m_text;
     QPersistentModelIndex m_topRow; // invalid at the beginning
     int m_topOffset = 0; // points of it that are scrolled out
+    QStringList m_spokenRow; // of the current one, while somebody listens
     bool m_isLayingOut = false;
 };
