@@ -2,18 +2,14 @@
 
 #include <chrono>
 
-#include <QApplication>
-#include <QStandardPaths>
 #include <QTest>
-#include <QTimer>
 
 #include <library/BulkEdits.h>
-#include <places/SourceColumn.h>
 #include <table/TrackTableView.h>
-#include <window/BrowserWindow.h>
 
 #include "BenchProgram.h"
 #include "library/CrateBench.h"
+#include "library/LibraryWindow.h"
 #include "peer/plain_crates.h"
 #include "store/BenchLibrary.h"
 
@@ -37,40 +33,21 @@ struct EditRun
 
 EditRun editAll()
 {
-    QStandardPaths::setTestModeEnabled(true);
-    Library::registerEntities();
-    KXError error;
-    const auto coordinator = Library::open(BenchLibrary::scratchCopy(CrateBench::path()), &error);
-    if (!coordinator) {
-        std::fprintf(stderr, "%s\n", qPrintable(error.localizedDescription()));
-        std::exit(1);
-    }
-    BrowserWindow window(coordinator);
-    window.show();
-    window.sources()->musicDidChange(); // all counts are there, and followed
-    QTest::qWait(1'000);
+    LibraryWindow library;
     EditRun run;
-    double last = editSeconds();
-    QTimer pulse;
-    QObject::connect(&pulse, &QTimer::timeout, [&] {
-        const double now = editSeconds();
-        run.longestPause = std::max(run.longestPause, now - last);
-        last = now;
-    });
-    auto *const bulk = window.findChild<BulkEdits *>();
+    auto *const bulk = library.window().findChild<BulkEdits *>();
     bool isDone = false;
     QObject::connect(&bulk->editor(), &KXBatchEditor::finished, [&](const KXBatchOutcome &outcome) {
         run.changed = outcome.changed;
         isDone = true;
     });
-    window.table()->selectAll();
+    library.window().table()->selectAll();
     QTest::qWait(500); // the summary of what is selected is an affair of its own
-    pulse.start(1);
-    const double start = last = editSeconds();
+    library.watch();
     bulk->edit([] { return TrackFields::Properties { { u"rating"_s, 4 } }; }, u"Rate"_s);
-    while (!isDone)
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-    run.seconds = editSeconds() - start;
+    library.waitUntil(isDone);
+    run.seconds = library.seconds();
+    run.longestPause = library.longestPause();
     return run;
 }
 

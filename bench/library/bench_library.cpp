@@ -25,6 +25,7 @@
 #include "BenchProgram.h"
 #include "library/CrateBench.h"
 #include "library/EditBench.h"
+#include "library/MassBench.h"
 #include "peer/plain_library.h"
 #include "store/BenchLibrary.h"
 
@@ -345,5 +346,6 @@ int main(int argc, char **argv)
     BenchProgram::add("library.bar-show/peer", barPeer);
     CrateBench::add();
     EditBench::add();
+    MassBench::add();
     return BenchProgram::run(argc, argv, prepare);
 }

@@ -94,12 +94,13 @@ void KXChangeLedger::editedKnown(Object *object, int property)
     Change &change = m_changes[object];
     if (!change.object) {
         change.object = KXContextHold(object);
-        if (!(state & Access::Inserted)) {
-            const KXEntityDescription *entity = object->entity();
-            change.before = KXRowValues::Owner(KXRowValues::clone(*Access::values(object), *entity), { entity });
+        change.isStored = !(state & Access::Inserted);
+        if (change.isStored)
             state |= Access::Updated;
-        }
     }
+    if (const KXEntityDescription *entity = object->entity();
+        change.isStored && !change.before && !entity->properties()[property].isToMany())
+        change.before = KXRowValues::Owner(KXRowValues::clone(*Access::values(object), *entity), { entity });
     if (change.unannounced.none())
         m_announcements.push_back(change.object);
     change.changed.set(size_t(property));

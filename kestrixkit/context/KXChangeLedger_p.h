@@ -29,7 +29,9 @@ public:
     struct Change
     {
         KXContextHold object;
-        KXRowValues::Owner before; ///< the stored values; none for an inserted object
+        bool isStored = false; ///< the object has a row: it is no inserted one
+        /// The values of that row, once a column was edited: until then the object has them itself.
+        KXRowValues::Owner before;
         KXPropertySet changed; ///< since the last save
         KXPropertySet unannounced; ///< since the last objects-did-change
     };
@@ -47,10 +49,13 @@ public:
     /// nullptr where nothing of it was changed.
     [[nodiscard]] const Change *changeOf(const KXManagedObject *object) const;
     /// The values that an object with unsaved changes had when it was last read, saved or merged; nullptr for others.
+    /// To be read at once: those of an object of which members alone changed are its own.
     [[nodiscard]] const KXRowValues *storedValues(const KXManagedObject *object) const
     {
         const Change *change = changeOf(object);
-        return change ? change->before.get() : nullptr;
+        if (!change || !change->isStored)
+            return nullptr;
+        return change->before ? change->before.get() : KXObjectAccess::values(object);
     }
     [[nodiscard]] bool isChanged(const KXManagedObject *object, const KXPropertyDescription &property) const
     {

@@ -144,9 +144,11 @@ void KXContextEditor::setToOne(Object *object, const KXPropertyDescription &prop
     if (partner && Access::loadedValues(partner) && Access::values(partner)->toOne(*inverse) == Access::key(object))
         assignToOne(partner.get(), *inverse, 0);
     if (other) {
-        // Whoever was the partner of the new partner loses it.
+        // Whoever was the partner of the new partner loses it, unless it has another one: one that comes back from its
+        // deletion remembers a partner that has gone on.
         if (const qint64 robbed = Access::values(other)->toOne(*inverse); robbed && robbed != Access::key(object)) {
-            if (const KXRef<Object> loser = m_reader.object(*inverse->destinationEntity(), robbed))
+            const KXRef<Object> loser = m_reader.object(*inverse->destinationEntity(), robbed);
+            if (loser && Access::loadedValues(loser) && Access::values(loser)->toOne(property) == Access::key(other))
                 assignToOne(loser.get(), property, 0);
         }
         assignToOne(other, *inverse, Access::key(object));

@@ -56,11 +56,11 @@ void KXContextRecorder::didInsert(Object *object)
 
 void KXContextRecorder::willChange(Object *object, int property)
 {
-    if (!isRecording())
-        return;
-    Entry &entry = entryOf(object);
-    if (!entry.existedBefore || object->entity()->properties()[property].isToMany())
+    if (!isRecording() || object->entity()->properties()[property].isToMany())
         return; // members stand among the links
+    Entry &entry = entryOf(object);
+    if (!entry.existedBefore)
+        return;
     if (!entry.before)
         entry.before = cloneOfValues(object, Access::values(object));
     entry.changed.set(size_t(property));
@@ -68,7 +68,10 @@ void KXContextRecorder::willChange(Object *object, int property)
 
 void KXContextRecorder::willLink(Object *object, int property, qint64 key, bool add)
 {
-    if (!isRecording())
+    // Members that have a column of their own tell by that where they were: a track that comes into a hundred crates
+    // is not remembered for it.
+    const KXPropertyDescription *inverse = object->entity()->properties()[property].inverse();
+    if (!isRecording() || (inverse && inverse->isToOne()))
         return;
     Entry &entry = entryOf(object);
     if (!entry.existedBefore)

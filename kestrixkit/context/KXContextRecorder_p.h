@@ -49,7 +49,7 @@ public:
     /// Drops it, and all facts of the context that the undo manager has.
     void forget();
 
-    /// Members that came to and went from a to-many relationship.
+    /// Members that came to and went from a to-many relationship whose inverse is to-many, or that has none.
     struct Links
     {
         QSet<qint64> added;

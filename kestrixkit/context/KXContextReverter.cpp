@@ -144,8 +144,6 @@ void KXContextReverter::revertValues(const std::vector<Entry> &entries, const QS
             continue;
         for (const auto &[index, links] : entry.links) {
             const KXPropertyDescription &property = object->entity()->properties()[index];
-            if (property.inverse() && property.inverse()->isToOne())
-                continue; // the other ends have told
             for (const qint64 key : links.added)
                 linkOnce(object, property, key, false);
             for (const qint64 key : links.removed) {

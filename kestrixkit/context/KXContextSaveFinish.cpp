@@ -31,7 +31,9 @@ void KXContextSaver::noteUpdate(const Update &update)
 {
     const Object &object = *update.object;
     const KXRowValues &after = update.merged ? *update.merged : *Access::values(&object);
-    const KXRowValues &before = update.stored ? *update.stored : *update.change->before;
+    const KXRowValues &before = update.stored ? *update.stored
+        : update.change->before               ? *update.change->before
+                                              : *Access::values(&object); // members alone changed
     KXRowChange row { .key = Access::key(&object), .version = update.version };
     for (const KXPropertyDescription &property : object.entity()->properties()) {
         if (property.isToMany()) {

@@ -94,7 +94,7 @@ void KXManagedObjectContextPrivate::rollback()
         ledger.restored(object.get());
     }
     for (const auto &[object, change] : unsaved.changes) {
-        if (Access::isDetached(object) || !change.before)
+        if (Access::isDetached(object) || !change.isStored)
             continue;
         ledger.restored(object);
         did.refreshed.append(change.object);

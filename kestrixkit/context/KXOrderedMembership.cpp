@@ -13,7 +13,6 @@ namespace {
 constexpr qint64 membershipStep = 1 << 20; // between members that come behind the last one
 constexpr qint64 membershipRoom = 1 << 10; // between those that were pushed along
 constexpr qint64 membershipLimit = qint64(1) << 61; // positions beyond it are nobody's doing
-constexpr size_t membershipBatch = 4'096; // members read at a time
 
 const KXPropertyDescription *membershipProperty(
     const KXEntityDescription &entity, const QString &key, bool isFine(const KXPropertyDescription &))
@@ -110,7 +109,7 @@ QList<KXRef<KXManagedObject>> KXOrderedMembership::listsOf(const KXManagedObject
     return lists;
 }
 
-// Entries
+// Lists
 
 KXRef<KXManagedObject> KXOrderedMembership::living(const KXManagedObjectID &list) const
 {
@@ -130,16 +129,6 @@ std::vector<qint64> KXOrderedMembership::distinct(std::span<const qint64> member
     return keys;
 }
 
-KXPredicate KXOrderedMembership::entriesPredicate(const KXManagedObjectID &list, std::span<const qint64> members) const
-{
-    QVariantList wanted;
-    for (const qint64 key : members)
-        wanted.append(QVariant::fromValue(KXManagedObjectID(list.store(), m_member->destinationEntity(), key)));
-    return KXPredicate::andPredicate(
-        { KXPredicate::comparison(m_membership.listKey, KXPredicateOperator::Equal, QVariant::fromValue(list)),
-            KXPredicate::comparison(m_membership.memberKey, KXPredicateOperator::In, wanted) });
-}
-
 KXPredicate KXOrderedMembership::ofList(
     const KXManagedObjectID &list, KXPredicateOperator comparison, qint64 position) const
 {
@@ -153,60 +142,6 @@ KXFetchedList KXOrderedMembership::fetchEntries(const KXPredicate &predicate, bo
     return m_context->fetch(KXFetchRequest(m_membership.entityName, predicate)
                                 .setSortDescriptors({ { m_membership.positionKey, ascending } })
                                 .setFetchLimit(limit));
-}
-
-/// The entries of those members that are in the list; the first of each is the one that counts.
-QHash<qint64, QList<KXRef<KXManagedObject>>> KXOrderedMembership::entries(
-    const KXManagedObjectID &list, std::span<const qint64> members) const
-{
-    QHash<qint64, QList<Object>> found;
-    for (const Object &entry : fetchEntries(entriesPredicate(list, members), true)) {
-        if (entry)
-            found[memberOf(entry)].append(entry);
-    }
-    return found;
-}
-
-qint64 KXOrderedMembership::memberOf(const Object &entry) const
-{
-    const std::vector<qint64> keys
-        = KXManagedObjectContextPrivate::of(*m_context).reader.keysOf(entry.get(), *m_member);
-    return keys.empty() ? 0 : keys.front();
-}
-
-qint64 KXOrderedMembership::position(const Object &entry) const
-{
-    return entry->valueForKey(m_membership.positionKey).toLongLong();
-}
-
-void KXOrderedMembership::setPosition(const Object &entry, qint64 position) const
-{
-    if (this->position(entry) != position || entry->isInserted())
-        entry->setValueForKey(m_membership.positionKey, position);
-}
-
-std::vector<KXRef<KXManagedObject>> KXOrderedMembership::makeEntries(
-    const Object &list, std::span<const qint64> members)
-{
-    KXManagedObjectContextPrivate &context = KXManagedObjectContextPrivate::of(*m_context);
-    const KXEntityDescription &entity = *m_member->destinationEntity();
-    std::vector<Object> made;
-    for (size_t from = 0; from < members.size(); from += membershipBatch) {
-        const auto batch = members.subspan(from, std::min(membershipBatch, members.size() - from));
-        context.reader.fill(entity, batch);
-        for (const qint64 key : batch) {
-            const Object member = context.reader.object(entity, key);
-            if (!member || member->isDeleted() || member->isMissing() || !member->entity()->isKindOf(&entity))
-                continue;
-            const Object entry = m_context->managedObjectForEntity(m_membership.entityName);
-            if (!entry)
-                return made; // the store gives no keys, which is logged
-            context.editor.setToOne(entry.get(), *m_list, list.get());
-            context.editor.setToOne(entry.get(), *m_member, member.get());
-            made.push_back(entry);
-        }
-    }
-    return made;
 }
 
 // Places

@@ -64,7 +64,7 @@ private:
 
     [[nodiscard]] Object living(const KXManagedObjectID &list) const;
     [[nodiscard]] std::vector<qint64> distinct(std::span<const qint64> members) const;
-    [[nodiscard]] KXPredicate entriesPredicate(const KXManagedObjectID &list, std::span<const qint64> members) const;
+    [[nodiscard]] std::vector<qint64> candidates(const KXManagedObjectID &list, std::span<const qint64> members) const;
     [[nodiscard]] KXFetchedList fetchEntries(const KXPredicate &predicate, bool ascending, qint64 limit = 0) const;
     [[nodiscard]] QHash<qint64, QList<Object>> entries(
         const KXManagedObjectID &list, std::span<const qint64> members) const;

@@ -445,6 +445,53 @@ TEST(Context, settlesConflictsForTheStorePropertyByProperty)
     EXPECT_EQ(context->countForEntity(u"Track"_s), 1);
 }
 
+/// The stored columns of such an object are kept nowhere but in itself, until one of them is edited.
+TEST(Context, whatIsStoredIsKnownOfAnObjectOfWhichMembersAloneChanged)
+{
+    LibraryTest library;
+    const auto album = Album::createInContext(*library.context);
+    album->setTitle(u"stored"_s);
+    const auto track = library.track(u"member"_s);
+    ASSERT_TRUE(library.context->save());
+    const auto token = library.coordinator->addChangeObserver([&](const std::shared_ptr<const KXStoreChange> &change) {
+        if (change->originatingContext() != library.context.get())
+            library.context->mergeChangesFromStoreChange(change);
+    });
+    const auto committed = [&] { return album->committedValueForKey(u"title"_s).toString(); };
+    const auto renameElsewhere = [&](const QString &title) {
+        const auto other = library.otherContext();
+        Album::cast(other->objectWithID(album->objectID()))->setTitle(title);
+        EXPECT_TRUE(other->save());
+    };
+
+    track->setAlbum(album);
+    EXPECT_TRUE(album->isUpdated());
+    EXPECT_EQ(album->changedKeys(), QSet<QString> { u"tracks"_s });
+    EXPECT_EQ(committed(), u"stored"_s);
+    EXPECT_TRUE(album->committedValueForKey(u"tracks"_s).toList().isEmpty());
+    renameElsewhere(u"theirs"_s); // before it is edited here: the edit is one of that
+    album->setTitle(u"mine"_s);
+    EXPECT_EQ(committed(), u"theirs"_s);
+    EXPECT_EQ(album->changedKeys(), QSet<QString>({ u"tracks"_s, u"title"_s }));
+    library.context->rollback();
+    EXPECT_EQ(album->title(), u"theirs"_s);
+    EXPECT_TRUE(album->tracks().isEmpty());
+    EXPECT_FALSE(album->hasChanges());
+
+    track->setAlbum(album);
+    library.context->removeManagedObject(album); // with its members
+    library.context->rollback();
+    EXPECT_EQ(album->title(), u"theirs"_s);
+    EXPECT_FALSE(track->album());
+
+    track->setAlbum(album);
+    ASSERT_TRUE(library.context->save());
+    EXPECT_FALSE(album->hasChanges());
+    renameElsewhere(u"last"_s);
+    EXPECT_EQ(album->title(), u"last"_s) << "the members were saved without the columns";
+    EXPECT_EQ(album->tracks().size(), 1);
+}
+
 TEST(Context, objectsLiveAsLongAsTheyAreNeeded)
 {
     LibraryTest library;

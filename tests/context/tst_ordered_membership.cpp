@@ -286,6 +286,34 @@ TEST(OrderedMembership, whatTwoAddAtOnceIsThereOnce)
     EXPECT_EQ(all.context->countForEntity(u"Entry"_s), 0) << "second entries went along";
 }
 
+/// Which entries there are is asked of the store by the members, and of what is unsaved by itself.
+TEST(OrderedMembership, entriesThatWereChangedWithoutItCountWhereTheyAreNow)
+{
+    QueueLists all(4, 2);
+    const std::span<const qint64> things(all.things);
+    all.lists->append(all.queue(0), things.first(3));
+    ASSERT_TRUE(all.context->save());
+    const auto entryOf = [&](qint64 thing) {
+        const auto object = all.context->objectWithID(all.id(u"Thing"_s, thing));
+        return object->objectsForKey(u"entries"_s).value(0);
+    };
+    entryOf(things[0])->setValueForKey(
+        u"queue"_s, KXVariantFromRef(all.context->objectWithID(all.queue(1)))); // to another list
+    entryOf(things[1])->setValueForKey(
+        u"thing"_s, KXVariantFromRef(all.context->objectWithID(all.id(u"Thing"_s, things[3])))); // to another member
+    all.context->removeManagedObject(entryOf(things[2]));
+    const auto child = KXManagedObjectContext::contextWithParentContext(all.context); // sees the same
+    KXOrderedMembership ofChild = QueueLists::make(child);
+    for (KXOrderedMembership *lists : { &ofChild, all.lists.get() }) {
+        EXPECT_EQ(lists->append(all.queue(1), things.first(1)), 0);
+        EXPECT_EQ(lists->append(all.queue(0), things.last(1)), 0);
+        EXPECT_EQ(lists->remove(all.queue(0), things.first(3)), 0);
+        EXPECT_EQ(lists->append(all.queue(0), things.first(3)), 3);
+        EXPECT_EQ(lists->members(all.queue(0)), QueueKeys({ things[3], things[0], things[1], things[2] }));
+    }
+    EXPECT_TRUE(all.context->save());
+}
+
 TEST(OrderedMembership, whatIsNobodysIsSkipped)
 {
     QueueLists all(3, 1);

@@ -389,6 +389,35 @@ TEST(Merge, takesOverSavesAroundUnsavedEdits)
     EXPECT_EQ(difference(dumpOf(*library.otherContext()), library.dump()), std::string());
 }
 
+TEST(Undo, whoComesBackTakesNoPartnerFromOneThatHasAnother)
+{
+    for (const bool isSaved : { false, true }) {
+        UndoTest library;
+        const auto a = library.track(u"a"_s), b = library.track(u"b"_s), c = library.track(u"c"_s);
+        const auto d = library.track(u"d"_s);
+        b->setRemix(a);
+        c->setRemix(b);
+        d->setRemix(c);
+        ASSERT_TRUE(library.context->save());
+        library.manager->removeAllActions();
+        const QStringList before = library.dump();
+        {
+            const KXUndoGroup group(library.manager.get());
+            b->setRemix(c); // which leaves d for it, and a alone
+            library.context->removeManagedObject(c);
+        }
+        const QStringList after = library.dump();
+        for (int round = 0; round < 2; ++round) {
+            EXPECT_TRUE(!isSaved || library.context->save());
+            library.manager->undo();
+            EXPECT_EQ(difference(library.dump(), before), std::string()) << isSaved << round;
+            EXPECT_TRUE(!isSaved || library.context->save());
+            library.manager->redo();
+            EXPECT_EQ(difference(library.dump(), after), std::string()) << isSaved << round;
+        }
+    }
+}
+
 /// Edits, undoes, redoes, saves and merges at random, and knows what the library has to look like at every mark.
 struct UndoWalk
 {

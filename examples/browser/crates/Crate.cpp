@@ -6,7 +6,8 @@
 #include <QLocale>
 
 #include <kestrixkit/foundation/KXClock.h>
-#include <kestrixkit/foundation/KXUndoManager.h>
+
+#include "library/OwnChange.h"
 
 using namespace Qt::StringLiterals;
 
@@ -132,8 +133,7 @@ KXRef<Crate> Crates::fixed(KXManagedObjectContext &context, Crate::Kind kind)
 
 void Crates::makeFixed(KXManagedObjectContext &context)
 {
-    const bool hadChanges = context.hasChanges();
-    const KXUndoRegistrationOff unrecorded(context.undoManager());
+    const OwnChange change(context);
     for (const Crate::Kind kind : { Crate::Kind::Prepare, Crate::Kind::History }) {
         const auto all = Crate::findUsingPredicate(KXPredicate::predicateWithFormat("kind == %d", int(kind)), context);
         if (!all.isEmpty())
@@ -143,6 +143,4 @@ void Crates::makeFixed(KXManagedObjectContext &context)
             made->setPosition(kind == Crate::Kind::Prepare ? -2 : -1);
         }
     }
-    if (!hadChanges)
-        context.save(); // what the user has not saved yet waits for the user
 }

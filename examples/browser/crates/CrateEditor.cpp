@@ -4,6 +4,8 @@
 
 #include <kestrixkit/foundation/KXUndoManager.h>
 
+#include "library/OwnChange.h"
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -126,10 +128,7 @@ KXRef<Crate> CrateEditor::dayList(const QDate &day)
 
 void CrateEditor::notePlayed(qint64 track, const QDate &day)
 {
-    const bool hadChanges = m_context->hasChanges();
-    const KXUndoRegistrationOff unrecorded(m_context->undoManager());
+    const OwnChange change(*m_context);
     if (const KXRef<Crate> list = dayList(day))
         m_membership.insert(list->objectID(), std::span(&track, 1));
-    if (!hadChanges)
-        m_context->save(); // what the user has not saved yet, such as what was just undone, waits for the user
 }

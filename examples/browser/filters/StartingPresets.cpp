@@ -9,6 +9,7 @@
 #include <kestrixkit/foundation/KXUndoManager.h>
 
 #include "filters/Presets.h"
+#include "library/OwnChange.h"
 
 using namespace Qt::StringLiterals;
 
@@ -223,10 +224,8 @@ bool Presets::install(KXManagedObjectContext &context, KXError *error)
         KXSetError(error, problem);
         return false;
     }
-    const bool hadChanges = context.hasChanges();
-    const KXUndoRegistrationOff unrecorded(context.undoManager());
-    // What the user has not saved yet, such as what was just undone, waits for the user.
-    return child->save(error) && (hadChanges || context.save(error));
+    OwnChange change(context);
+    return child->save(error) && change.save(error);
 }
 
 KXRef<KXFilterSetPreset> Presets::makeOfPlace(

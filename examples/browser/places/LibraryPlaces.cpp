@@ -2,10 +2,10 @@
 
 #include <kestrixkit/filters/KXDateFilter.h>
 #include <kestrixkit/foundation/KXMainQueue.h>
-#include <kestrixkit/foundation/KXUndoManager.h>
 
 #include "files/Sounds.h"
 #include "filters/Presets.h"
+#include "library/OwnChange.h"
 
 using namespace Qt::StringLiterals;
 
@@ -68,8 +68,7 @@ KXRef<KXViewState> LibraryPlaces::make(const QString &title, qint64 tag, const K
 
 void LibraryPlaces::makePlaces()
 {
-    const bool hadChanges = m_context->hasChanges();
-    const KXUndoRegistrationOff unrecorded(m_context->undoManager());
+    const OwnChange change(*m_context);
     for (const KXRef<KXManagedObject> &object : KXViewState::findAllInContext(*m_context)) {
         const auto place = KXViewState::cast(object);
         if (!place || place->parent())
@@ -81,15 +80,12 @@ void LibraryPlaces::makePlaces()
     }
     makeMissing({ { AllTracks, tr("All Tracks") }, { RecentlyAdded, tr("Recently Added") },
         { Duplicates, tr("Duplicates") }, { Genres, tr("Genres") } });
-    saveUnless(hadChanges);
 }
 
 void LibraryPlaces::makeShop()
 {
-    const bool hadChanges = m_context->hasChanges();
-    const KXUndoRegistrationOff unrecorded(m_context->undoManager());
+    const OwnChange change(*m_context);
     makeMissing({ { Shop, tr("Shop") } });
-    saveUnless(hadChanges);
 }
 
 void LibraryPlaces::makeMissing(const std::vector<std::pair<Tag, QString>> &wanted)
@@ -108,18 +104,9 @@ void LibraryPlaces::setHasStartingPresets()
 {
     if (hasStartingPresets())
         return;
-    const bool hadChanges = m_context->hasChanges();
-    const KXUndoRegistrationOff unrecorded(m_context->undoManager());
+    const OwnChange change(*m_context);
     if (const auto made = make(u"Starting presets"_s, StartingPresets, {}))
         m_places.insert(StartingPresets, made);
-    saveUnless(hadChanges);
-}
-
-/// What the user has not saved yet, such as what was just undone, waits for the user.
-void LibraryPlaces::saveUnless(bool hadChanges)
-{
-    if (!hadChanges)
-        m_context->save();
 }
 
 // Genres
@@ -136,8 +123,7 @@ void LibraryPlaces::followGenres()
     const KXRef<KXViewState> genres = place(Genres);
     if (!genres || genres->isDeleted())
         return;
-    const bool hadChanges = m_context->hasChanges();
-    const KXUndoRegistrationOff unrecorded(m_context->undoManager());
+    const OwnChange change(*m_context);
     QHash<qint64, KXRef<KXViewState>> before;
     for (const KXRef<KXViewState> &place : genres->children()) {
         if (before.contains(place->tag()))
@@ -167,7 +153,6 @@ void LibraryPlaces::followGenres()
         m_context->removeManagedObject(gone);
     }
     m_context->processPendingChanges();
-    saveUnless(hadChanges);
 }
 
 KXRef<Genre> LibraryPlaces::genre(const KXViewState &place) const

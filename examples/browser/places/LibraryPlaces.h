@@ -59,7 +59,6 @@ private:
     void makePlaces();
     void makeMissing(const std::vector<std::pair<Tag, QString>> &wanted);
     void setRule(const KXRef<KXViewState> &place);
-    void saveUnless(bool hadChanges);
 
     const KXManagedObjectContext::Ref m_context;
     QHash<qint64, KXRef<KXViewState>> m_places; // of the top level, by tag

@@ -3,6 +3,8 @@
 #include <kestrixkit/filters/KXFilterSetPresetsManager.h>
 #include <kestrixkit/foundation/KXUndoManager.h>
 
+#include "library/OwnChange.h"
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -32,8 +34,7 @@ PlaceFilters::PlaceFilters(KXManagedObjectContext::Ref context)
 
 void PlaceFilters::removeForgotten()
 {
-    const bool hadChanges = m_context->hasChanges();
-    const KXUndoRegistrationOff unrecorded(m_context->undoManager());
+    const OwnChange change(*m_context);
     const auto titled = KXPredicate::predicateWithFormat("title != nil");
     for (const KXRef<KXManagedObject> &object : KXFilterSet::findUsingPredicate(titled, *m_context)) {
         const auto set = KXFilterSet::cast(object);
@@ -45,8 +46,6 @@ void PlaceFilters::removeForgotten()
         if (isEmpty || (!of.isEmpty() && !placeObjectIsThere(of.first().get())))
             m_context->removeManagedObject(set);
     }
-    if (!hadChanges)
-        m_context->save();
 }
 
 KXRef<KXFilterSet> PlaceFilters::find(const QUrl &place) const
@@ -63,14 +62,11 @@ KXRef<KXFilterSet> PlaceFilters::setOfPlace(const QUrl &place)
         return {};
     if (const KXRef<KXFilterSet> set = find(place); placeObjectIsThere(set.get()))
         return set;
-    const bool hadChanges = m_context->hasChanges();
-    const KXUndoRegistrationOff unrecorded(m_context->undoManager());
+    const OwnChange change(*m_context);
     const KXRef<KXFilterSet> set = KXFilterSet::createInContext(*m_context);
     if (!set)
         return {};
     set->setTitle(placeSetTitle(place, {}));
-    if (!hadChanges)
-        m_context->save();
     return set;
 }
 
