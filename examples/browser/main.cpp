@@ -3,6 +3,7 @@
 #include <atomic>
 #include <csignal>
 #include <cstdio>
+#include <optional>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -34,6 +35,7 @@
 #include "window/BrowserStyle.h"
 #include "window/BrowserWindow.h"
 #include "window/Settings.h"
+#include "window/StartReport.h"
 
 using namespace Qt::StringLiterals;
 
@@ -179,6 +181,9 @@ void runWindow(QApplication &application, CommandLine arguments, const KXPersist
     BrowserLanguage::install();
     BrowserStyle::apply(application);
     BrowserWindow window(coordinator);
+    std::optional<StartReport> startReport;
+    if (arguments.reportsStart)
+        startReport.emplace(window);
     QSocketNotifier notifier(interruptPipe[0], QSocketNotifier::Read);
     QObject::connect(&notifier, &QSocketNotifier::activated, &application, [] { QCoreApplication::exit(Failed); });
     QString problem;
