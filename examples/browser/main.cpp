@@ -12,6 +12,7 @@
 #include <QDir>
 #include <QJsonDocument>
 #include <QSocketNotifier>
+#include <QStatusBar>
 
 #include <kestrixkit/foundation/KXBundle.h>
 #include <kestrixkit/foundation/KXFileManager.h>
@@ -34,6 +35,7 @@
 #include "window/BrowserLanguage.h"
 #include "window/BrowserStyle.h"
 #include "window/BrowserWindow.h"
+#include "window/FirstPicture.h"
 #include "window/Settings.h"
 #include "window/StartReport.h"
 
@@ -227,8 +229,12 @@ void runWindow(QApplication &application, CommandLine arguments, const KXPersist
     window.show();
     Analytics::start();
     Analytics::windowWasOpened();
-    window.importMusic([arguments, coordinator](QString *error) { return musicFolder(arguments, coordinator, error); });
-    window.files()->import(more);
+    // What an import ends with counts everything; the tracks are to be seen before that.
+    FirstPicture::then(window.statusBar(), [&window, arguments, coordinator, more] {
+        window.importMusic(
+            [arguments, coordinator](QString *error) { return musicFolder(arguments, coordinator, error); });
+        window.files()->import(more);
+    });
     if (QApplication::exec() != Done)
         throw Ending { Failed, interrupted ? u"interrupted"_s : problem };
 }
