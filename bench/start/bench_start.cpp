@@ -16,7 +16,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr std::chrono::seconds settling(5); // after the last badge: what a start leaves to do is done
+constexpr std::chrono::seconds settling(10); // after the last badge: files that are new are looked for after five
 constexpr std::chrono::seconds watched(10);
 
 QStringList browserArguments() { return { u"--store"_s, StartLibrary::path(), u"--report-start"_s }; }

@@ -157,7 +157,14 @@ bool drawWaveform(Pulse &pulse, BrowserWindow &window)
 bool group(Pulse &pulse, BrowserWindow &window)
 {
     window.search()->show();
+    if (!pulse.until("opening the search", [&] { return window.search()->popover()->isShown(); }))
+        return false;
     KXSearchViewController &results = *window.search()->controller();
+    QVariantList found;
+    for (int row = 0; row < groupedResults; ++row)
+        found.append(QVariant::fromValue(window.model()->list().objectID(row)));
+    if (!pulse.until("finding", [] { return true; }))
+        return false;
     bool isDone = false;
     QTimer::singleShot(0, &window, [&] {
         QList<KXSearchResultsGrouping::Ref> all;
@@ -166,7 +173,7 @@ bool group(Pulse &pulse, BrowserWindow &window)
             all.last()->name = u"Group %1"_s.arg(i);
         }
         for (int row = 0; row < groupedResults; ++row)
-            all[row % groups]->items.append(QVariant::fromValue(window.model()->list().objectID(row)));
+            all[row % groups]->items.append(found[row]);
         results.setAllResults(all);
         results.processResults(all);
         results.showAllResultsForGrouping(all.first());
