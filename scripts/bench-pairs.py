@@ -1,9 +1,12 @@
-"""bench-pairs.py PROGRAM AREA [--json] [--only FIGURE] [--pairs N]: runs a benchmark program's figures.
+"""bench-pairs.py PROGRAM AREA [--json] [--only FIGURE] [--pairs N] [--full]: runs a benchmark program's figures.
 
 A figure "area.name" is the benchmark "area.name/ours" and, where it has one, "area.name/peer". Each run is a process of
 its own with a fresh heap; ours and the peer's alternate, and the ratio is the median of the pairs' ratios. `spread`
 is half the distance between the quartiles of the ratios over their median. A figure that is the worst of several
 variants has each of them measured, as "area.name/ours/variant", and shows the one with the worst ratio.
+
+What was measured is kept for scripts/bench --report in build/release/bench-results/AREA.json, or AREA-full.json, each
+figure with the commit that it was measured at; figures that were measured before stay.
 """
 import argparse
 import json
@@ -21,6 +24,7 @@ arguments.add_argument('--only')
 arguments.add_argument('--pairs', type=int, default=15)
 arguments.add_argument('--full', action='store_true', help='with as many rows as an area has at most')
 options = arguments.parse_args()
+results = pathlib.Path('build/release/bench-results') / (options.area + ('-full' if options.full else '') + '.json')
 if options.full:
     os.environ['KX_BENCH_FULL'] = '1'
 
@@ -44,12 +48,39 @@ def pairs(name, variant):
     """What a pair of sides gives: medians, ratio and spread."""
     ours, peer = f'{name}/ours{variant}', f'{name}/peer{variant}'
     run(ours), run(peer)  # warm the page cache
-    results = [(run(ours), run(peer)) for _ in range(options.pairs)]
-    ratios = [a / b for a, b in results]
+    times = [(run(ours), run(peer)) for _ in range(options.pairs)]
+    ratios = [a / b for a, b in times]
     quartiles = statistics.quantiles(ratios, n=4)
-    return {'ours': statistics.median(r[0] for r in results), 'peer': statistics.median(r[1] for r in results),
-            'ratio': statistics.median(ratios), 'pairs': len(results),
+    return {'ours': statistics.median(t[0] for t in times), 'peer': statistics.median(t[1] for t in times),
+            'ratio': statistics.median(ratios), 'pairs': len(times),
             'spread': (quartiles[2] - quartiles[0]) / 2 / statistics.median(ratios)}
+
+
+def output(*command):
+    return subprocess.run(command, capture_output=True, text=True).stdout
+
+
+def machine():
+    """What the figures hold for."""
+    def first(path, key):
+        return next((line.split(':', 1)[1].strip() for line in open(path) if line.startswith(key)), 'unknown')
+    memory = first('/proc/meminfo', 'MemTotal').split()[0]
+    return {'cpu': first('/proc/cpuinfo', 'model name'), 'cores': os.cpu_count(),
+            'memory': f'{round(int(memory) / 2**20)} GiB' if memory.isdigit() else memory,
+            'compiler': output('c++', '--version').split('\n')[0]}
+
+
+def commit():
+    """With a plus where something is not committed."""
+    return output('git', 'rev-parse', '--short', 'HEAD').strip() + ('+' if output('git', 'status', '--porcelain') else '')
+
+
+def keep(row):
+    kept = json.loads(results.read_text()) if results.exists() else {'figures': {}}
+    kept['machine'] = machine()
+    kept['figures'][row['name']] = {**row, 'commit': commit()}
+    results.parent.mkdir(parents=True, exist_ok=True)
+    results.write_text(json.dumps(kept, indent=1) + '\n')
 
 
 rows = []
@@ -57,7 +88,8 @@ for figure in figures:
     name = figure['name']
     better = figure.get('better', 'lower')
     row = {'name': name, 'ours': None, 'peer': None, 'peer_name': figure.get('peer_name'), 'ratio': None, 'pairs': 0,
-           'spread': None, 'unit': figure['unit'], 'better': better, 'aim': figure['aim']}
+           'spread': None, 'unit': figure['unit'], 'better': better,
+           'aim': figure.get('full_aim', figure['aim']) if options.full else figure['aim']}
     worst = ''
     if 'peer_name' in figure:
         variants = {v: pairs(name, v) for v in ['/' + w for w in figure.get('worst_of', [])] or ['']}
@@ -68,6 +100,7 @@ for figure in figures:
         medians = [statistics.median(run(name + '/ours' + v) for _ in range(5)) for v in variants]
         row.update(ours=(max if better == 'lower' else min)(medians), pairs=0)
     rows.append({k: round(v, 4) if isinstance(v, float) else v for k, v in row.items()})
+    keep(rows[-1])
     if not options.json:
         shown = f'{row["ratio"]:.3f}{worst.replace("/", " ")} ({"at most" if better == "lower" else "at least"} {row["aim"]}, spread {row["spread"]:.3f}, {row["ours"]:.1f} against {row["peer"]:.1f} {row["unit"]})' \
             if row['ratio'] else f'{row["ours"]:.1f} {row["unit"]} (aim {row["aim"]})'

@@ -5,12 +5,12 @@
 
 #include <QFile>
 
-#include <kestrixkit/filters/KXFacetFilter.h>
 #include <kestrixkit/filters/KXFilters.h>
 #include <kestrixkit/filters/KXLivePresetCounts.h>
-#include <kestrixkit/filters/KXRangeFilter.h>
 
 #include "BenchProgram.h"
+#include "counts/LoadBench.h"
+#include "counts/RulePresets.h"
 #include "counts/WhatIfBench.h"
 #include "peer/hand_rules.h"
 #include "store/BenchLibrary.h"
@@ -25,9 +25,12 @@ constexpr int tracks = 200'000;
 constexpr int imported = 10'000;
 constexpr int edits = 20'000;
 
-const QStringList genres { u"House"_s, u"Deep House"_s, u"Tech House"_s, u"Techno"_s, u"Minimal"_s, u"Trance"_s,
-    u"Drum & Bass"_s, u"Breaks"_s, u"Electro"_s, u"Ambient"_s, u"Dub"_s, u"Disco"_s, u"Hip-Hop"_s, u"Downtempo"_s,
-    u"Hardcore"_s, u"Garage"_s };
+const QStringList genres = [] {
+    QStringList names;
+    for (const char *name : hand::genreNames)
+        names.append(QString::fromUtf8(name));
+    return names;
+}();
 
 double cpuSeconds()
 {
@@ -58,68 +61,6 @@ KXManagedObjectContext::Ref openCounts(const QString &path)
 
 QString countsPath() { return BenchLibrary::emptyStorePath().chopped(8) + u"counts-200k.db"_s; }
 
-KXRef<KXRangeFilter> makeRange(KXManagedObjectContext &context, const KXRef<KXFilterSet> &set, const QString &path,
-    std::optional<double> from, std::optional<double> to, KXPredicateOperator upper)
-{
-    const auto filter = KXRangeFilter::createInContext(context);
-    filter->setLocalValuePredicateKeyPath(path);
-    if (from) {
-        filter->setStartValue(KXDecimal::fromDouble(*from));
-        filter->setStartValueOperatorType(KXPredicateOperator::GreaterThanOrEqual);
-    }
-    if (to) {
-        filter->setEndValue(KXDecimal::fromDouble(*to));
-        filter->setEndValueOperatorType(upper);
-    }
-    filter->setFilterSet(set);
-    return filter;
-}
-
-void makePresets(KXManagedObjectContext &context)
-{
-    QList<KXRef<KXFilterSetPreset>> folders;
-    for (int i = 0; i < hand::Folders; ++i) {
-        folders.append(KXFilterSetPreset::createInContext(context));
-        folders.last()->setTitle(u"Folder %1"_s.arg(i));
-        folders.last()->setIsFolder(true);
-    }
-    for (int i = 0; i < hand::Rules; ++i) {
-        const hand::Rule &rule = hand::rules[size_t(i)];
-        const auto set = KXFilterSet::createInContext(context);
-        if (rule.hasBpm)
-            makeRange(context, set, u"bpm"_s, rule.bpmFrom, rule.bpmTo, KXPredicateOperator::LessThan);
-        if (rule.hasYear)
-            makeRange(
-                context, set, u"year"_s, double(rule.yearFrom), double(rule.yearTo), KXPredicateOperator::LessThan);
-        if (rule.hasRating)
-            makeRange(context, set, u"rating"_s, double(rule.ratingFrom), {}, KXPredicateOperator::LessThan);
-        if (rule.hasPlays)
-            makeRange(context, set, u"plays"_s, {}, double(rule.playsTo), KXPredicateOperator::LessThanOrEqual);
-        if (rule.hasEnergy)
-            makeRange(context, set, u"energy"_s, rule.energyFrom, {}, KXPredicateOperator::LessThan);
-        if (rule.genres || rule.without) {
-            const auto facet = KXFacetFilter::createInContext(context);
-            facet->setLocalValuePredicateKeyPath(u"genre"_s);
-            facet->setFilterSet(set);
-            for (int genre = 0; genre < 16; ++genre) {
-                if (!((rule.genres | rule.without) >> genre & 1))
-                    continue;
-                const auto value = KXFacetFilterValue::createInContext(context);
-                value->setName(genres[genre]);
-                value->setValue(genres[genre]);
-                value->setOperatorType(rule.without ? KXPredicateOperator::NotEqual : KXPredicateOperator::Equal);
-                value->setFilter(facet);
-            }
-        }
-        const auto preset = KXFilterSetPreset::createInContext(context);
-        preset->setTitle(u"%1"_s.arg(i, 3, 10, QChar(u'0')));
-        preset->setFilterSet(set);
-        preset->setParent(folders[i % hand::Folders]);
-    }
-    if (!context.save())
-        std::exit(1);
-}
-
 void prepareCounts()
 {
     if (QFile::exists(countsPath()))
@@ -128,7 +69,7 @@ void prepareCounts()
     QFile::remove(making);
     {
         const auto context = openCounts(making);
-        makePresets(*context);
+        RulePresets::make(*context, { u"genre"_s, false, u"plays"_s, u"energy"_s });
         BenchLibrary::Source source;
         for (int saved = 0; saved < tracks; saved += 50'000)
             BenchLibrary::insert(*context, source, 50'000);
@@ -383,9 +324,11 @@ int main(int argc, char **argv)
     BenchProgram::add("counts.import/ours", importOurs);
     BenchProgram::add("counts.import/peer", importPeer);
     BenchProgram::add("counts.bytes/ours", bytes);
+    LoadBench::add();
     WhatIfBench::add();
     return BenchProgram::run(argc, argv, [] {
         prepareCounts();
+        BenchLibrary::prepare();
         WhatIfBench::prepare();
     });
 }

@@ -11,6 +11,9 @@ namespace hand {
 
 inline constexpr int Rules = 500;
 inline constexpr int Folders = 40;
+inline constexpr int Genres = 16;
+inline constexpr const char *genreNames[Genres] = { "House", "Deep House", "Tech House", "Techno", "Minimal", "Trance",
+    "Drum & Bass", "Breaks", "Electro", "Ambient", "Dub", "Disco", "Hip-Hop", "Downtempo", "Hardcore", "Garage" };
 
 struct Row
 {

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <map>
 
 #include <QDir>
 #include <QFile>
@@ -12,6 +11,7 @@
 #include <kestrixkit/context/KXManagedObjectOf.h>
 
 #include "peer/plain_search.h"
+#include "store/StoreFiller.h"
 
 #include <sqlite3.h>
 
@@ -105,76 +105,10 @@ const QStringList searchGenres { u"House"_s, u"Deep House"_s, u"Tech House"_s, u
     u"Drum & Bass"_s, u"Breaks"_s, u"Electro"_s, u"Ambient"_s, u"Dub"_s, u"Disco"_s, u"Hip-Hop"_s, u"R&B"_s,
     u"Hardcore"_s, u"UK Garage"_s, u"Pop"_s, u"Rock"_s, u"Jazz"_s, u"Soul"_s };
 
-/// Fills tables of the store directly: a million objects would take minutes.
-class Filler
-{
-public:
-    explicit Filler(const QString &path)
-    {
-        sqlite3_open_v2(path.toUtf8(), &m_database, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
-        run("PRAGMA synchronous=OFF; BEGIN");
-    }
-    ~Filler()
-    {
-        run(("UPDATE kx_sequence SET next = " + std::to_string(m_key + 1) + "; COMMIT").c_str());
-        sqlite3_close(m_database);
-    }
-    Q_DISABLE_COPY_MOVE(Filler)
-
-    void run(const char *sql)
-    {
-        char *problem = nullptr;
-        if (sqlite3_exec(m_database, sql, nullptr, nullptr, &problem) != SQLITE_OK) {
-            std::fprintf(stderr, "%s: %s\n", sql, problem);
-            std::exit(1);
-        }
-    }
-    qint64 insert(const char *sql, const QVariantList &values)
-    {
-        sqlite3_stmt *&statement = m_statements[sql];
-        if (!statement && sqlite3_prepare_v2(m_database, sql, -1, &statement, nullptr) != SQLITE_OK) {
-            std::fprintf(stderr, "%s: %s\n", sql, sqlite3_errmsg(m_database));
-            std::exit(1);
-        }
-        sqlite3_bind_int64(statement, 1, ++m_key);
-        bind(statement, 2, values);
-        sqlite3_step(statement);
-        sqlite3_reset(statement);
-        return m_key;
-    }
-    void pair(const char *sql, qint64 a, qint64 b)
-    {
-        sqlite3_stmt *&statement = m_statements[sql];
-        if (!statement)
-            sqlite3_prepare_v2(m_database, sql, -1, &statement, nullptr);
-        bind(statement, 1, { a, b });
-        sqlite3_step(statement);
-        sqlite3_reset(statement);
-    }
-
-private:
-    static void bind(sqlite3_stmt *statement, int parameter, const QVariantList &values)
-    {
-        for (const QVariant &value : values) {
-            if (value.typeId() == QMetaType::QString) {
-                const QByteArray utf8 = value.toString().toUtf8();
-                sqlite3_bind_text(statement, parameter++, utf8.constData(), int(utf8.size()), SQLITE_TRANSIENT);
-            } else if (value.isValid()) {
-                sqlite3_bind_int64(statement, parameter++, value.toLongLong());
-            } else {
-                sqlite3_bind_null(statement, parameter++);
-            }
-        }
-    }
-    sqlite3 *m_database = nullptr;
-    std::map<const char *, sqlite3_stmt *> m_statements;
-    qint64 m_key = 0;
-};
-
 void fillStore(const QString &path)
 {
     Random random(11);
-    Filler filler(path);
+    StoreFiller filler(path);
     const auto names = [&](const char *sql, int count, auto &&name) {
         std::vector<qint64> keys;
         for (int i = 0; i < count; ++i)

@@ -6,6 +6,7 @@
 #include "BenchProgram.h"
 #include "peer/plain_sqlite.h"
 #include "store/BenchLibrary.h"
+#include "store/SortBench.h"
 
 using namespace Qt::StringLiterals;
 
@@ -268,5 +269,9 @@ int main(int argc, char **argv)
     add("store.read-ns/ours", readNanoseconds);
     add("store.row-bytes/ours", rowBytes);
     add("store.object-bytes/ours", objectBytes);
-    return BenchProgram::run(argc, argv, BenchLibrary::prepare);
+    SortBench::add();
+    return BenchProgram::run(argc, argv, [] {
+        BenchLibrary::prepare();
+        SortBench::prepare();
+    });
 }

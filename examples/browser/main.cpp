@@ -3,6 +3,7 @@
 #include <atomic>
 #include <csignal>
 #include <cstdio>
+#include <optional>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -11,6 +12,7 @@
 #include <QDir>
 #include <QJsonDocument>
 #include <QSocketNotifier>
+#include <QStatusBar>
 
 #include <kestrixkit/foundation/KXBundle.h>
 #include <kestrixkit/foundation/KXFileManager.h>
@@ -33,7 +35,9 @@
 #include "window/BrowserLanguage.h"
 #include "window/BrowserStyle.h"
 #include "window/BrowserWindow.h"
+#include "window/FirstPicture.h"
 #include "window/Settings.h"
+#include "window/StartReport.h"
 
 using namespace Qt::StringLiterals;
 
@@ -179,6 +183,9 @@ void runWindow(QApplication &application, CommandLine arguments, const KXPersist
     BrowserLanguage::install();
     BrowserStyle::apply(application);
     BrowserWindow window(coordinator);
+    std::optional<StartReport> startReport;
+    if (arguments.reportsStart)
+        startReport.emplace(window);
     QSocketNotifier notifier(interruptPipe[0], QSocketNotifier::Read);
     QObject::connect(&notifier, &QSocketNotifier::activated, &application, [] { QCoreApplication::exit(Failed); });
     QString problem;
@@ -222,8 +229,12 @@ void runWindow(QApplication &application, CommandLine arguments, const KXPersist
     window.show();
     Analytics::start();
     Analytics::windowWasOpened();
-    window.importMusic([arguments, coordinator](QString *error) { return musicFolder(arguments, coordinator, error); });
-    window.files()->import(more);
+    // What an import ends with counts everything; the tracks are to be seen before that.
+    FirstPicture::then(window.statusBar(), [&window, arguments, coordinator, more] {
+        window.importMusic(
+            [arguments, coordinator](QString *error) { return musicFolder(arguments, coordinator, error); });
+        window.files()->import(more);
+    });
     if (QApplication::exec() != Done)
         throw Ending { Failed, interrupted ? u"interrupted"_s : problem };
 }

@@ -71,7 +71,9 @@ void KXLiveList::follow(const KXObjectsDidChange &did)
     const Touched touched = touchedBy(did);
     const bool many = touched.keys.size() > std::max(m_keys.size() / 4, liveListRowsPlacedAnyway);
     const bool isWhole = m_request.fetchLimit() > 0 || m_request.fetchOffset() > 0 || !m_remoteKeys.empty();
-    if (touched.all || many || m_doubtful || !m_complete || (isWhole && !touched.keys.empty()))
+    // One that knows its first rows alone knows no other's place, but may stay so while others' objects change.
+    const bool isUnknown = !m_complete && !(touched.keys.empty() && touched.updated.empty());
+    if (touched.all || many || m_doubtful || isUnknown || (isWhole && !touched.keys.empty()))
         refetch();
     else if (!touched.keys.empty())
         place(touched);

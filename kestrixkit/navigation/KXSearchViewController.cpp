@@ -256,9 +256,30 @@ void KXSearchViewController::viewDidLoad()
         m_table->horizontalHeader()->setSectionResizeMode(QHeaderView::Stretch);
         m_table->verticalHeader()->hide();
         m_table->verticalHeader()->setMinimumSectionSize(GroupRowHeight);
-        m_table->verticalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
+        m_table->verticalHeader()->setDefaultSectionSize(ItemRowHeight);
+        m_table->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
+        followRowHeights();
     }
     processResults(m_allResults);
+}
+
+/// The header keeps the heights, so that many results need not be measured; what changes is given its own.
+void KXSearchViewController::followRowHeights()
+{
+    const auto layOut = [this](int first, int last) {
+        QHeaderView *const header = m_table->verticalHeader();
+        for (int row = first; row <= last; ++row) {
+            if (const int height = heightOfRow(row); header->sectionSize(row) != height)
+                header->resizeSection(row, height);
+        }
+    };
+    const auto layOutAll = [this, layOut] { layOut(0, m_content->rowCount() - 1); };
+    connect(m_content, &QAbstractItemModel::rowsInserted, m_table,
+        [layOut](const QModelIndex &, int first, int last) { layOut(first, last); });
+    connect(m_content, &QAbstractItemModel::dataChanged, m_table,
+        [layOut](const QModelIndex &first, const QModelIndex &last) { layOut(first.row(), last.row()); });
+    connect(m_content, &QAbstractItemModel::rowsMoved, m_table, layOutAll);
+    layOutAll();
 }
 
 void KXSearchViewController::popoverDidShow()

@@ -115,6 +115,7 @@ protected:
 
 private:
     void show(const QVariantList &rows);
+    void followRowHeights();
     bool doCommand(int key);
     void moveSelection(int step);
     void fieldDidEndEditing();

@@ -1,6 +1,9 @@
 // The waveform as a layer beside its player, and as a widget under mouse, wheel and keys.
 
+#include <thread>
+
 #include <QApplication>
+#include <QEventLoop>
 #include <QPainter>
 #include <QTemporaryDir>
 #include <QTest>
@@ -211,6 +214,47 @@ TEST_F(Waveform, seeksAndZoomsUnderThePointer)
     player->playItem(std::make_shared<WaveformItem>());
     QTest::mouseClick(&view, Qt::LeftButton, {}, { 10, 20 });
     EXPECT_NEAR(player->time, 50, 0.001);
+}
+
+TEST_F(Waveform, followsThePlayerWhileItIsShownAndLetsTheProcessSleepElse)
+{
+    class Timers : public QObject
+    {
+    public:
+        Timers() { qApp->installEventFilter(this); }
+        bool eventFilter(QObject *, QEvent *event) override
+        {
+            count += event->type() == QEvent::Timer;
+            return false;
+        }
+        int count = 0;
+    };
+    const auto pyramid = load(100);
+    KXAudioPlayerWaveformView view;
+    view.setPlayerItem(item);
+    view.setPyramid(pyramid);
+    view.resize(200, 50);
+    const auto head = [&] { return view.layer().playerHeadLayer().position.x(); };
+    const auto sleeps = [] {
+        const Timers timers;
+        QEventLoop loop;
+        std::thread end([&loop] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(150));
+            QMetaObject::invokeMethod(&loop, &QEventLoop::quit, Qt::QueuedConnection);
+        });
+        loop.exec();
+        end.join();
+        return timers.count == 0;
+    };
+    EXPECT_TRUE(sleeps());
+    for (const double time : { 50.0, 80.0 }) { // shown, and shown again
+        view.show();
+        player->time = time;
+        EXPECT_TRUE(QTest::qWaitFor([&] { return std::abs(head() - 2 * time) < 3; }));
+        view.hide();
+        QCoreApplication::processEvents();
+        EXPECT_TRUE(sleeps());
+    }
 }
 
 TEST_F(Waveform, guessesAreReplacedByWhatIsDecoded)

@@ -3,6 +3,7 @@
 #include <csignal>
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QImage>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -257,6 +258,7 @@ TEST(Browser, wrongInputIsSaidInOneLineAndNothingIsWritten)
         { u"--store"_s, store, u"--report"_s, u"--nonsense"_s },
         { u"--store"_s, store, u"--report"_s, u"surplus"_s },
         { u"--report"_s, u"--store"_s },
+        { u"--store"_s, store, u"--report"_s, u"--report-start"_s },
     };
     for (const QStringList &arguments : mistakes) {
         SCOPED_TRACE(arguments.join(u' ').toStdString());
@@ -283,6 +285,36 @@ TEST(Browser, drawsItsWindowIntoAFile)
             colours.insert(image.pixel(x, y));
     }
     EXPECT_GT(colours.size(), 200U) << "an empty window";
+}
+
+TEST(Browser, tellsWhenItWasDrawnAndWhenItWasCounted)
+{
+    const QTemporaryDir folder;
+    const QString music = folder.filePath(u"music"_s), store = folder.filePath(u"s.db"_s);
+    makeMusic((music + u"/0.wav"_s).toStdString(), {}, AudioFormat::Wav);
+    ASSERT_EQ(browser({ u"--music"_s, music, u"--store"_s, store, u"--report"_s }).status, 0); // presets are there
+    QProcess process;
+    startWithFork(process);
+    process.setProcessEnvironment(quiet());
+    QElapsedTimer clock;
+    clock.start();
+    process.start(QStringLiteral(KX_BROWSER), { u"--music"_s, music, u"--store"_s, store, u"--report-start"_s });
+    QByteArray output;
+    while (output.count('\n') < 2 && process.waitForReadyRead(300'000))
+        output += process.readAllStandardOutput();
+    const auto most = double(clock.elapsed() + 20); // two ticks of the kernel's clock
+    process.terminate();
+    ASSERT_TRUE(process.waitForFinished(300'000));
+    EXPECT_EQ(process.exitCode(), 1); // interrupted
+    output += process.readAllStandardOutput();
+    const QList<QByteArray> lines = output.trimmed().split('\n');
+    ASSERT_EQ(lines.size(), 2) << output.toStdString();
+    const QJsonObject shown = QJsonDocument::fromJson(lines[0]).object();
+    const QJsonObject counted = QJsonDocument::fromJson(lines[1]).object();
+    EXPECT_GT(shown.value(u"shown"_s).toDouble(), 0);
+    EXPECT_GE(counted.value(u"counted"_s).toDouble(), shown.value(u"shown"_s).toDouble());
+    EXPECT_LE(counted.value(u"counted"_s).toDouble(), most);
+    EXPECT_GT(counted.value(u"counts"_s).toInt(), 10) << "those of the presets that a library begins with";
 }
 
 TEST(Browser, anInterruptedImportEndsCleanlyAndGoesOnNextTime)

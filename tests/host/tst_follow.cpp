@@ -287,6 +287,28 @@ TEST_F(FollowTest, rowsEqualAFreshFetchAndKeepTheirSelection)
     EXPECT_EQ(resets, 0);
 }
 
+TEST_F(FollowTest, listsThatOpenWithTheirFirstRowsReadTheOthersOnlyWhenTracksChange)
+{
+    for (int i = 0; i < 30; ++i)
+        add(QString::number(10 + i));
+    save();
+    mergeAll();
+    const KXLiveList list(window, tracksWhere("", { { u"title"_s } }).setFetchBatchSize(5));
+    const auto genre = Genre::createInContext(*window);
+    genre->setName(u"House"_s);
+    ASSERT_TRUE(window->save());
+    genre->setName(u"Techno"_s);
+    ASSERT_TRUE(window->save());
+    EXPECT_EQ(list.countOfFetches(), 0);
+    const KXRef<Track> last
+        = Track::findFirstUsingPredicate(KXPredicate::predicateWithFormat("title == %@", u"39"_s), *window);
+    last->setTitle(u"00"_s); // from behind what is known to its beginning
+    window->processPendingChanges();
+    EXPECT_EQ(list.countOfFetches(), 1);
+    expectFresh(list);
+    EXPECT_EQ(list.as<Track>(0), last);
+}
+
 // What is only known by its first rows when things happen becomes right all the same, and says so row by row.
 TEST_F(FollowTest, listsThatOpenWithTheirFirstRows)
 {

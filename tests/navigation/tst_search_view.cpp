@@ -113,6 +113,22 @@ TEST(SearchView, saysThatThereIsNothing)
     const QRect row = search.tableView()->visualRect(search.resultsContent()->index(0));
     QTest::mouseClick(search.tableView()->viewport(), Qt::LeftButton, {}, { row.right() - 12, row.center().y() });
     EXPECT_EQ(rowsOf(search), u"a[All results] a1 a2 a3 a4 a5"_s);
+    // Whatever comes, goes and changes places.
+    const auto areRight = [&] {
+        const int rows = search.resultsContent()->rowCount();
+        for (int each = 0; each < rows; ++each) {
+            if (search.tableView()->rowHeight(each) != search.heightOfRow(each))
+                return false;
+        }
+        return rows > 0;
+    };
+    EXPECT_TRUE(areRight());
+    show(search, { groupOf(u"b"_s, 1), groupOf(u"a"_s, 2), groupOf(u"c"_s, 7) });
+    EXPECT_TRUE(areRight());
+    EXPECT_TRUE(search.resultsContent()->moveObject(2, 4));
+    EXPECT_TRUE(areRight());
+    show(search, { groupOf(u"a"_s, 300) });
+    EXPECT_TRUE(areRight());
 }
 
 TEST(SearchView, searchesOnceTypingPauses)

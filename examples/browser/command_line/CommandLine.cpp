@@ -87,6 +87,10 @@ struct CommandLineOptions
         u"No window: import, print what a search for the text finds, with counts by group, as JSON."_s, u"TEXT"_s };
     QCommandLineOption screenshot { u"screenshot"_s, u"Import, draw the window into a PNG file and exit."_s,
         u"FILE"_s };
+    QCommandLineOption reportStart {
+        u"report-start"_s,
+        u"Print how many milliseconds it took until the window was drawn, and until all of its badges were right, as lines of JSON."_s
+    };
     QCommandLineOption catalogue { u"catalogue"_s,
         u"A shop's catalogue in PostgreSQL, a place beside those of the library, which is opened. For instance: postgresql://shop.example/music"_s,
         u"URL"_s };
@@ -97,7 +101,7 @@ void parseOptions(QCommandLineParser &parser, const CommandLineOptions &options)
     parser.setApplicationDescription(u"Brings a folder of music into a library and shows it.\n"
                                      "Without a folder, a few synthesised loops are made and used."_s);
     parser.addOptions({ options.music, options.store, options.report, options.query, options.explain, options.whatIf,
-        options.search, options.screenshot, options.catalogue });
+        options.search, options.screenshot, options.reportStart, options.catalogue });
     parser.addPositionalArgument(u"FILE"_s, u"With --explain: a music file of the library."_s, u"[FILE]"_s);
     parser.addHelpOption();
     if (!parser.parse(QCoreApplication::arguments()))
@@ -163,6 +167,7 @@ CommandLine CommandLine::read(int argc, char **argv)
     parseOptions(parser, options);
     CommandLine line;
     line.report = parser.isSet(options.report);
+    line.reportsStart = parser.isSet(options.reportStart);
     line.whatIf = parser.isSet(options.whatIf);
     line.whatIfPreset = parser.value(options.whatIf);
     if (parser.isSet(options.search))
@@ -189,6 +194,8 @@ CommandLine CommandLine::read(int argc, char **argv)
         line.screenshot = parser.value(options.screenshot);
         checkWritableFile(line.screenshot);
     }
+    if (line.reportsStart && !line.needsWindow())
+        throw Ending { WrongInput, u"--report-start: there is no window"_s };
     if (parser.isSet(options.store)) {
         line.store = QDir::cleanPath(QFileInfo(parser.value(options.store)).absoluteFilePath());
         checkWritableFile(line.store);

@@ -23,6 +23,7 @@ struct CommandLine
     KXPredicate query;
     bool hasQuery = false;
     bool report = false;
+    bool reportsStart = false;
     std::optional<QString> search;
     QString explainedPreset;
     std::string explainedFile; ///< empty: nothing is to be explained

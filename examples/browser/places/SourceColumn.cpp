@@ -22,12 +22,13 @@
 #include "places/LibraryPlaces.h"
 #include "places/SidebarRoom.h"
 #include "window/BrowserStyle.h"
+#include "window/FirstPicture.h"
 
 using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr double countDelay = 0.1; // seconds after the window is shown: the first picture comes first
+constexpr double countDelay = 0.1; // seconds after the first picture: the place of the last session is shown by then
 constexpr qint64 largeLibrary = 100'000; // tracks
 constexpr double pickDelay = 0.12; // seconds, in a large library
 constexpr qsizetype mostShownTogether = 200;
@@ -178,8 +179,10 @@ void SourceColumn::commit()
 void SourceColumn::showEvent(QShowEvent *event)
 {
     KXThemeableSplitView::showEvent(event);
-    if (!m_counts)
-        m_countSoon.start(countDelay, [this] { musicDidChange(); });
+    FirstPicture::then(m_presets->sourceListView()->viewport(), [this] {
+        if (!m_counts)
+            m_countSoon.start(countDelay, [this] { musicDidChange(); });
+    });
 }
 
 void SourceColumn::startCounting()

@@ -51,7 +51,6 @@ KXAudioPlayerWaveformView::KXAudioPlayerWaveformView(QWidget *parent)
     connect(&m_clock, &QTimer::timeout, this, &KXAudioPlayerWaveformView::follow);
     m_decoder.setMaxConcurrentOperationCount(1); // what is out of date ends at its next block
     m_decoder.setName(u"kx-waveform"_s);
-    m_clock.start();
 }
 
 KXAudioPlayerWaveformView::~KXAudioPlayerWaveformView()
@@ -98,8 +97,6 @@ void KXAudioPlayerWaveformView::changeWaveform()
 /// Where the player is, as often as it can be seen.
 void KXAudioPlayerWaveformView::follow()
 {
-    if (!isVisible())
-        return;
     m_layer->display();
     const double head = m_layer->playerHeadLayer().position.x();
     if (std::abs(head - m_shownHead) >= 0.5) {
@@ -227,6 +224,10 @@ void KXAudioPlayerWaveformView::resizeEvent(QResizeEvent *)
     m_layer->setBounds(size());
     changeWaveform();
 }
+
+void KXAudioPlayerWaveformView::showEvent(QShowEvent *) { m_clock.start(); }
+
+void KXAudioPlayerWaveformView::hideEvent(QHideEvent *) { m_clock.stop(); }
 
 void KXAudioPlayerWaveformView::mousePressEvent(QMouseEvent *event)
 {

@@ -48,6 +48,8 @@ Q_SIGNALS:
 protected:
     void paintEvent(QPaintEvent *event) override;
     void resizeEvent(QResizeEvent *event) override;
+    void showEvent(QShowEvent *event) override;
+    void hideEvent(QHideEvent *event) override;
     void mousePressEvent(QMouseEvent *event) override;
     void mouseMoveEvent(QMouseEvent *event) override;
     void mouseReleaseEvent(QMouseEvent *event) override;
@@ -73,7 +75,7 @@ private:
     bool m_isEstimate = false;
     double m_hovered = -1;
     double m_shownHead = 0;
-    QTimer m_clock;
+    QTimer m_clock; // while it is shown
     std::shared_ptr<std::atomic<bool>> m_decoding; // set to end it; null while nothing is decoded
     KXNotificationToken m_theme;
     KXOperationQueue m_decoder; // last: its thread ends before all else goes
