@@ -139,13 +139,13 @@ public:
             const size_t count = std::min(size, steps.size() - from);
             const Batch batch = change(*context, std::span(steps).subspan(from, count));
             if (merge)
-                size = sizeAfter(waitFor(*merge), size);
+                size = sizeAfter(waitFor(*merge), merge->size);
             if (stops() || !save(*context, batch)) {
                 context->rollback();
                 break;
             }
             from += count;
-            merge = queueBehindMerge(qint64(from), qint64(steps.size()));
+            merge = queueBehindMerge(count, qint64(from), qint64(steps.size()));
         }
         if (merge)
             (void)waitFor(*merge);
@@ -167,6 +167,7 @@ private:
     /// The main thread's part of a batch.
     struct Merge
     {
+        size_t size = 0; ///< of the batch: the one that is made ready meanwhile may have another
         QElapsedTimer clock; ///< since it was queued
         qint64 milliseconds = 0; ///< that it took, once that is done
         QSemaphore isDone;
@@ -210,9 +211,10 @@ private:
         return true;
     }
 
-    std::shared_ptr<Merge> queueBehindMerge(qint64 done, qint64 total)
+    std::shared_ptr<Merge> queueBehindMerge(size_t size, qint64 done, qint64 total)
     {
         const auto merge = std::make_shared<Merge>();
+        merge->size = size;
         merge->clock.start();
         KXMainQueue::async([merge, editor = m_editor, done, total] {
             if (editor)
