@@ -133,22 +133,18 @@ public:
         m_shared->writer = context.get();
         m_inverse->values = m_edit->values;
         const std::vector<Edit::Step> &steps = m_edit->steps;
-        std::shared_ptr<Merge> merge; // of the batch before: goes on while the next one is made ready
         size_t size = batchFirst;
         for (size_t from = 0; from < steps.size() && !stops();) {
             const size_t count = std::min(size, steps.size() - from);
-            const Batch batch = change(*context, std::span(steps).subspan(from, count));
-            if (merge)
-                size = sizeAfter(waitFor(*merge), size);
-            if (stops() || !save(*context, batch)) {
-                context->rollback();
+            if (!change(*context, std::span(steps).subspan(from, count)))
                 break;
-            }
             from += count;
-            merge = queueBehindMerge(qint64(from), qint64(steps.size()));
+            const qint64 milliseconds = waitForMainThread(qint64(from), qint64(steps.size()));
+            if (milliseconds < batchQuick)
+                size = std::min(size * 2, batchMost);
+            else if (milliseconds > batchSlow)
+                size = std::max(size / 2, batchLeast);
         }
-        if (merge)
-            (void)waitFor(*merge);
         outcome->cancelled = stops();
         m_shared->writer = nullptr;
     }
@@ -158,31 +154,16 @@ public:
 private:
     [[nodiscard]] bool stops() const { return isCancelled() || m_shared->ends; }
 
-    /// What is changed and not saved yet.
-    struct Batch
-    {
-        std::vector<Edit::Step> done; ///< as they are undone
-        qint64 kept = 0;
-    };
-    /// The main thread's part of a batch.
-    struct Merge
-    {
-        QElapsedTimer clock; ///< since it was queued
-        qint64 milliseconds = 0; ///< that it took, once that is done
-        QSemaphore isDone;
-    };
-
-    Batch change(KXManagedObjectContext &context, std::span<const Edit::Step> steps)
+    bool change(KXManagedObjectContext &context, std::span<const Edit::Step> steps)
     {
         const KXContextRows rows(context);
         const KXEntityDescription &entity = rows.entity(m_edit->entityName);
         std::vector<qint64> keys;
-        keys.reserve(steps.size());
         for (const Edit::Step &step : steps)
             keys.push_back(step.key);
         rows.fill(entity, keys);
-        Batch batch;
-        batch.done.reserve(steps.size());
+        std::vector<Edit::Step> done;
+        qint64 kept = 0;
         for (const Edit::Step &step : steps) {
             const KXRef<KXManagedObject> object = rows.object(entity, step.key);
             if (!object || object->isMissing())
@@ -190,54 +171,36 @@ private:
             const QVariantList before = m_edit->valuesOf(*object);
             const QVariantList &target = m_edit->values[step.target];
             if (step.expected >= 0 && before != m_edit->values[step.expected]) {
-                ++batch.kept;
+                ++kept;
                 continue;
             }
             if (before == target || !m_edit->setValues(*object, target, context))
                 continue;
-            batch.done.push_back({ step.key, m_inverse->numberOf(before), step.target });
+            done.push_back({ step.key, m_inverse->numberOf(before), step.target });
         }
-        return batch;
-    }
-
-    bool save(KXManagedObjectContext &context, const Batch &batch)
-    {
-        outcome->kept += batch.kept;
-        if (!batch.done.empty() && !context.save(&outcome->error))
+        outcome->kept += kept;
+        if (!done.empty() && !context.save(&outcome->error)) {
+            context.rollback();
             return false;
-        outcome->changed += qint64(batch.done.size());
-        m_inverse->steps.insert(m_inverse->steps.end(), batch.done.begin(), batch.done.end());
+        }
+        outcome->changed += qint64(done.size());
+        m_inverse->steps.insert(m_inverse->steps.end(), done.begin(), done.end());
         return true;
     }
 
-    std::shared_ptr<Merge> queueBehindMerge(qint64 done, qint64 total)
+    /// Until what was saved is merged: the merge is queued already, and this behind it. Answers how long that took.
+    qint64 waitForMainThread(qint64 done, qint64 total)
     {
-        const auto merge = std::make_shared<Merge>();
-        merge->clock.start();
-        KXMainQueue::async([merge, editor = m_editor, done, total] {
+        QElapsedTimer clock;
+        clock.start();
+        const auto merged = std::make_shared<QSemaphore>();
+        KXMainQueue::async([merged, editor = m_editor, done, total] {
             if (editor)
                 Q_EMIT editor->progressed(done, total);
-            merge->milliseconds = merge->clock.elapsed();
-            merge->isDone.release(); // whoever cancels in that call is obeyed at once
+            merged->release(); // whoever cancels in that call is obeyed at once
         });
-        return merge;
-    }
-
-    /// Until what was saved is merged. Answers how long the main thread took for it.
-    [[nodiscard]] qint64 waitFor(Merge &merge) const
-    {
-        while (!merge.isDone.tryAcquire(1, batchPatience)) {
-            if (stops())
-                return merge.clock.elapsed();
-        }
-        return merge.milliseconds;
-    }
-
-    [[nodiscard]] static size_t sizeAfter(qint64 milliseconds, size_t size)
-    {
-        return milliseconds < batchQuick ? std::min(size * 2, batchMost)
-            : milliseconds > batchSlow   ? std::max(size / 2, batchLeast)
-                                         : size;
+        while (!merged->tryAcquire(1, batchPatience) && !stops()) { }
+        return clock.elapsed();
     }
 
     const QPointer<KXBatchEditor> m_editor; // looked at on the main thread alone

@@ -26,10 +26,9 @@ struct KXBatchOutcome
 /// 300,000 tracks is rated while it is scrolled.
 ///
 /// Works through the objects in batches, each of them saved and merged into the main context before the next one is
-/// saved, so that the main thread is busy for a batch at a time; the next one is made ready meanwhile. One edit comes
-/// after the other. Each is a step of the context's undo manager from the moment it is asked for; undoing and redoing
-/// are such edits themselves, and carry identifiers and former values, not objects. They leave alone what was changed
-/// meanwhile, and say how much that was.
+/// saved, so that the main thread is busy for a batch at a time. One edit comes after the other. Each is a step of the
+/// context's undo manager from the moment it is asked for; undoing and redoing are such edits themselves, and carry
+/// identifiers and former values, not objects. They leave alone what was changed meanwhile, and say how much that was.
 ///
 /// Unsaved changes of the main context are its own: save it before. Main thread; the context is that of the thread.
 class KX_CORE_EXPORT KXBatchEditor : public QObject

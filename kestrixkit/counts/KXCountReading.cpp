@@ -67,7 +67,7 @@ bool KXCountTable::read(
         qint64 row = m_hasRows ? rowOf(key) : -1;
         if (row < 0 && !addsRows)
             return; // the context has not heard of it yet
-        if (row < 0)
+        if (addsRows && !has(row)) // new, or buried because it is read again
             row = qint64(addRow(key));
         for (size_t i = 0; i < wanted.size(); ++i)
             countSet(*wanted[i], size_t(row), values(i), known[i]);

@@ -145,6 +145,35 @@ TEST(LiveCounts, equalARecountAfterEveryChange)
     }
 }
 
+/// Between a save and its merge anybody may count for the first time: the badge of a first import.
+TEST(LiveCounts, whatIsReadBeforeItsMergeComesIsCountedOnce)
+{
+    LibraryTest library;
+    std::shared_ptr<const KXStoreChange> saved;
+    const auto token = library.coordinator->addChangeObserver([&](const auto &change) { saved = change; });
+    const auto other = library.otherContext();
+    for (const double bpm : { 1.0, 2.0, 3.0 }) {
+        const auto track = Track::createInContext(*other);
+        track->setTitle(u"a"_s);
+        track->setBpm(bpm);
+    }
+    KXLiveCounts counts(library.context, u"Track"_s);
+    counts.setRule(u"all"_s, KXPredicate::truePredicate());
+    counts.setRule(u"fast"_s, KXPredicate::predicateWithFormat("bpm > 1"));
+    ASSERT_TRUE(other->save());
+    for (const char *when : { "before", "after", "again" }) {
+        EXPECT_TRUE(counts.update());
+        EXPECT_EQ(counts.count(u"all"_s), 3) << when;
+        EXPECT_EQ(counts.count(u"fast"_s), 2) << when;
+        library.context->mergeChangesFromStoreChange(saved);
+    }
+    other->removeManagedObject(Track::findFirstUsingPredicate(KXPredicate::predicateWithFormat("bpm > 2"), *other));
+    ASSERT_TRUE(other->save());
+    library.context->mergeChangesFromStoreChange(saved);
+    EXPECT_EQ(counts.count(u"all"_s), 2);
+    EXPECT_EQ(counts.count(u"fast"_s), 1);
+}
+
 TEST(LiveCounts, siblingsThatShareANameAreCountedEachByItsOwn)
 {
     using Property = KXPropertyDescription;
