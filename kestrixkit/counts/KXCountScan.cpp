@@ -12,6 +12,61 @@ constexpr size_t countLane = 8;
 /// Rows are added up in binary, digit by digit, until the digits are full.
 constexpr int countDigits = 8;
 
+/// A tree made ready for many rows: slots of a part that share a word are looked at together. A folder of presets is
+/// any of a dozen slots.
+class CountTest
+{
+public:
+    explicit CountTest(const KXCountNode &node)
+        : m_kind(node.kind == KXCountNode::Or || node.kind == KXCountNode::False ? Any
+                : node.kind == KXCountNode::Not                                  ? NotAll
+                                                                                 : All)
+    {
+        if (node.kind == KXCountNode::Slot)
+            add(node.slot);
+        for (const KXCountNode &part : node.parts) {
+            if (part.kind == KXCountNode::Slot)
+                add(part.slot);
+            else
+                m_parts.emplace_back(part);
+        }
+    }
+
+    [[nodiscard]] bool fits(const quint64 *bits) const
+    {
+        const auto isPart = [bits](const CountTest &part) { return part.fits(bits); };
+        if (m_kind == Any)
+            return std::any_of(m_words.begin(), m_words.end(), [bits](const Word &each) {
+                return (bits[each.number] & each.slots) != 0;
+            }) || std::any_of(m_parts.begin(), m_parts.end(), isPart);
+        const bool all = std::all_of(m_words.begin(), m_words.end(), [bits](const Word &each) {
+            return (bits[each.number] & each.slots) == each.slots;
+        }) && std::all_of(m_parts.begin(), m_parts.end(), isPart);
+        return all == (m_kind == All);
+    }
+
+private:
+    struct Word
+    {
+        size_t number;
+        quint64 slots;
+    };
+
+    void add(int slot)
+    {
+        const size_t number = size_t(slot) / 64;
+        auto word
+            = std::find_if(m_words.begin(), m_words.end(), [&](const Word &each) { return each.number == number; });
+        if (word == m_words.end())
+            word = m_words.insert(word, { number, 0 });
+        word->slots |= quint64(1) << (slot % 64);
+    }
+
+    enum { All, Any, NotAll } m_kind; // of none: true, false, false
+    std::vector<Word> m_words;
+    std::vector<CountTest> m_parts;
+};
+
 }
 
 void KXCountTable::bits(qint64 row, quint64 *out) const
@@ -164,6 +219,9 @@ void KXCountTable::scan()
         if (lanes[lane])
             scanLane(lane, counts);
     }
+    std::vector<CountTest> tests;
+    for (const int tree : trees)
+        tests.emplace_back(m_rules[size_t(tree)].tree);
     std::vector<qint64> treeCounts(trees.size());
     KXCountBits row(m_words);
     for (size_t i = 0; i < m_keys.size() && !trees.empty(); ++i) {
@@ -171,7 +229,7 @@ void KXCountTable::scan()
             continue;
         bits(qint64(i), row.data());
         for (size_t tree = 0; tree < trees.size(); ++tree)
-            treeCounts[tree] += fits(m_rules[size_t(trees[tree])].tree, row.data());
+            treeCounts[tree] += tests[tree].fits(row.data());
     }
     const auto settle = [this](int number, qint64 count) {
         Rule &rule = m_rules[size_t(number)];

@@ -43,6 +43,26 @@ private:
     KXSearchViewController &m_controller;
 };
 
+/// The header keeps the heights, so that many results need not be measured; what changes is given its own.
+void followRowHeights(const KXSearchViewController &controller, QTableView *table)
+{
+    const auto layOut = [&controller, table](int first, int last) {
+        QHeaderView *const header = table->verticalHeader();
+        for (int row = first; row <= last; ++row) {
+            if (const int height = controller.heightOfRow(row); header->sectionSize(row) != height)
+                header->resizeSection(row, height);
+        }
+    };
+    const QAbstractItemModel *const content = controller.resultsContent();
+    const auto layOutAll = [content, layOut] { layOut(0, content->rowCount() - 1); };
+    QObject::connect(content, &QAbstractItemModel::rowsInserted, table,
+        [layOut](const QModelIndex &, int first, int last) { layOut(first, last); });
+    QObject::connect(content, &QAbstractItemModel::dataChanged, table,
+        [layOut](const QModelIndex &first, const QModelIndex &last) { layOut(first.row(), last.row()); });
+    QObject::connect(content, &QAbstractItemModel::rowsMoved, table, layOutAll);
+    layOutAll();
+}
+
 }
 
 KXSearchViewController::KXSearchViewController(QVariant context, QObject *parent)
@@ -258,28 +278,9 @@ void KXSearchViewController::viewDidLoad()
         m_table->verticalHeader()->setMinimumSectionSize(GroupRowHeight);
         m_table->verticalHeader()->setDefaultSectionSize(ItemRowHeight);
         m_table->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
-        followRowHeights();
+        followRowHeights(*this, m_table);
     }
     processResults(m_allResults);
-}
-
-/// The header keeps the heights, so that many results need not be measured; what changes is given its own.
-void KXSearchViewController::followRowHeights()
-{
-    const auto layOut = [this](int first, int last) {
-        QHeaderView *const header = m_table->verticalHeader();
-        for (int row = first; row <= last; ++row) {
-            if (const int height = heightOfRow(row); header->sectionSize(row) != height)
-                header->resizeSection(row, height);
-        }
-    };
-    const auto layOutAll = [this, layOut] { layOut(0, m_content->rowCount() - 1); };
-    connect(m_content, &QAbstractItemModel::rowsInserted, m_table,
-        [layOut](const QModelIndex &, int first, int last) { layOut(first, last); });
-    connect(m_content, &QAbstractItemModel::dataChanged, m_table,
-        [layOut](const QModelIndex &first, const QModelIndex &last) { layOut(first.row(), last.row()); });
-    connect(m_content, &QAbstractItemModel::rowsMoved, m_table, layOutAll);
-    layOutAll();
 }
 
 void KXSearchViewController::popoverDidShow()

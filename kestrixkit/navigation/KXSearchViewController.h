@@ -115,7 +115,6 @@ protected:
 
 private:
     void show(const QVariantList &rows);
-    void followRowHeights();
     bool doCommand(int key);
     void moveSelection(int step);
     void fieldDidEndEditing();

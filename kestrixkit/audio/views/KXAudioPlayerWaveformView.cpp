@@ -225,10 +225,6 @@ void KXAudioPlayerWaveformView::resizeEvent(QResizeEvent *)
     changeWaveform();
 }
 
-void KXAudioPlayerWaveformView::showEvent(QShowEvent *) { m_clock.start(); }
-
-void KXAudioPlayerWaveformView::hideEvent(QHideEvent *) { m_clock.stop(); }
-
 void KXAudioPlayerWaveformView::mousePressEvent(QMouseEvent *event)
 {
     if (event->button() == Qt::LeftButton)
@@ -310,6 +306,10 @@ bool KXAudioPlayerWaveformView::event(QEvent *event)
             return true;
         }
     }
+    if (event->type() == QEvent::Show)
+        m_clock.start();
+    if (event->type() == QEvent::Hide)
+        m_clock.stop();
     if (event->type() == QEvent::PaletteChange || event->type() == QEvent::StyleChange)
         changeWaveform();
     return QWidget::event(event);
