@@ -284,10 +284,10 @@ TEST_F(MovedFilesTest, areLocatedByTheUser)
     ASSERT_TRUE(QTest::qWaitFor([&] { return shown(u"a"_s)->location() == QUrl::fromLocalFile(different); }, 8'000));
     EXPECT_EQ(asked, 2);
     expectKnown(shown(u"a"_s));
+    ASSERT_TRUE(QTest::qWaitForWindowActive(window.get())); // the dialog has just gone
     for (int i = 0; i < 2; ++i)
         QTest::keyClick(window.get(), Qt::Key_Z, Qt::ControlModifier);
-    QTest::qWait(5);
-    EXPECT_TRUE(shown(u"a"_s)->missing());
+    EXPECT_TRUE(QTest::qWaitFor([&] { return shown(u"a"_s)->missing(); }, 5'000));
     answer = 5;
     writeBytes(other.filePath(u"text.flac"_s).toStdString(), "no music");
     locate(other.filePath(u"text.flac"_s));
