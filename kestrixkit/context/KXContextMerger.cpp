@@ -327,6 +327,8 @@ void KXContextMerger::merge(const KXStoreChange &change, bool isLate)
     const std::list<KXRowChange> again = rows.empty() ? std::list<KXRowChange>() : readAgain(rows, isLate);
     keepContestedLinks(rows);
     takeOverRows(rows);
+    std::list<KXRowChange> read;
+    std::vector<HeldRow> back;
     for (const KXEntityChange &entity : change.entities()) {
         m_did.insertedKeys.append(entity.inserted);
         for (const qint64 key : entity.inserted) {
@@ -335,13 +337,14 @@ void KXContextMerger::merge(const KXStoreChange &change, bool isLate)
         }
         for (const qint64 key : entity.deleted) {
             const KXRef<Object> object(m_context.reader.registered(key));
-            KXRowChange row { .key = key };
-            if (object && isLate && hasComeBack(object.get(), row))
-                takeOverRows({ { object, &row } });
+            if (object && isLate && hasComeBack(object.get(), read.emplace_back(KXRowChange { .key = key })))
+                back.push_back({ object, &read.back() });
             else if (object)
                 vanish(object);
         }
     }
+    keepContestedLinks(back);
+    takeOverRows(back);
 }
 
 void KXManagedObjectContextPrivate::mergeChanges(const KXStoreChange &change)

@@ -51,7 +51,7 @@ void KXContextSaver::noteUpdate(const Update &update)
             leaveWritten(members.removed, false);
             if (!members.added.isEmpty() || !members.removed.isEmpty())
                 row.properties.push_back(std::move(members));
-        } else if (property.hasColumn() && update.change->changed.test(size_t(property.index()))
+        } else if (property.hasColumn() && (update.merged || update.change->changed.test(size_t(property.index())))
             && !KXRowValues::isEqual(after, before, property)) {
             const auto value = [&property](const KXRowValues &values) {
                 if (property.isAttribute())

@@ -123,6 +123,44 @@ TEST(Folders, theLaterOfTwoMovesIntoEachOtherGivesWay)
     EXPECT_TRUE(Notes::isTree(*Context::contextWithPersistentStoreCoordinator(coordinator)));
 }
 
+/// A deletion that is merged when its undo is saved already: the folder is there again, somewhere else by now.
+TEST(Folders, whatComesBackStaysWhereItIsMovedTo)
+{
+    const QTemporaryDir folder;
+    const auto coordinator = KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(
+        QUrl::fromLocalFile(folder.filePath(u"notes"_s)), Notes::model());
+    const auto first = Context::contextWithPersistentStoreCoordinator(coordinator);
+    const auto second = Context::contextWithPersistentStoreCoordinator(coordinator);
+    const auto manager = std::make_shared<KXUndoManager>();
+    manager->setGroupsByEvent(false);
+    QList<KXRef<KXManagedObject>> made, there;
+    for (int i = 0; i < 3; ++i)
+        made.append(first->managedObjectForEntity(u"Folder"_s));
+    ASSERT_TRUE(first->save(nullptr));
+    for (const auto &each : made)
+        there.append(second->objectWithID(each->objectID()));
+    ASSERT_TRUE(there[0]->setValueForKey(u"parent"_s, Notes::keyed(there[2])));
+
+    std::vector<Change> saves;
+    const auto feed = coordinator->addChangeObserver([&](const Change &change) { saves.push_back(change); });
+    first->setUndoManager(manager);
+    {
+        const KXUndoGroup group(manager.get(), u"Delete"_s);
+        for (const auto &each : made)
+            first->removeManagedObject(each);
+    }
+    ASSERT_TRUE(first->save(nullptr));
+    manager->undo();
+    ASSERT_TRUE(first->save(nullptr));
+    ASSERT_TRUE(made[0]->setValueForKey(u"parent"_s, Notes::keyed(made[1])));
+    ASSERT_TRUE(first->save(nullptr));
+    ASSERT_EQ(saves.size(), 3u);
+    for (const int late : { 1, 0, 2 })
+        second->mergeChangesFromStoreChange(saves[size_t(late)]);
+    EXPECT_EQ(Notes::parentOf(there[0]), there[2]) << "the unsaved move";
+    EXPECT_TRUE(Notes::isTree(*second));
+}
+
 /// Two contexts that move folders into each other, undo, save and merge, at random.
 struct TwoMovers
 {
@@ -237,6 +275,26 @@ static void editAnything(const Context::Ref &by, int kind, KXTestRandom &random)
         track->setTitle(QString::number(random.below(100)));
     else
         Album::createInContext(*by)->setTitle(u"new"_s);
+}
+
+/// A save takes a partner from an object that it has in its hands for another edit.
+TEST(Relationships, othersAreToldOfAPartnerThatASaveTakes)
+{
+    Meeting meeting;
+    const auto track = meeting.track(u"a"_s);
+    ASSERT_TRUE(meeting.context->save());
+    const auto remix = Track::createInContext(*meeting.other);
+    remix->setTitle(u"b"_s);
+    in(meeting.other, track)->setRemix(remix);
+    ASSERT_TRUE(meeting.other->save());
+    const auto edited = in(meeting.context, remix);
+    edited->setTitle(u"c"_s);
+    edited->setTitle(u"b"_s); // of which nothing is written
+    track->setRemix(track);
+    meeting.mergeInto(meeting.context, { 1 });
+    ASSERT_TRUE(meeting.context->save());
+    meeting.mergeInto(meeting.other, { 2 });
+    EXPECT_EQ(Library::dump(*meeting.other), Library::dump(*meeting.otherContext()));
 }
 
 TEST(Relationships, whatTheFrameworkWritesPassesItsOwnCheck)
