@@ -200,11 +200,8 @@ bool KXContextFetcher::fetchInMemory(std::vector<qint64> &keys)
                 return false;
         }
     }
-    if (!m_request.sortDescriptors().isEmpty())
-        std::sort(objects.begin(), objects.end(),
-            [this](const auto &a, const auto &b) { return m_sortOrder.precedes(a.get(), b.get()); });
-    for (const KXRef<Object> &object : objects)
-        keys.push_back(Access::key(object));
+    for (const KXSortedRow &row : m_sortOrder.sorted(objects))
+        keys.push_back(Access::key(row.object()));
     cut(keys, m_request);
     return true;
 }
@@ -246,23 +243,20 @@ bool KXContextFetcher::fetch(std::vector<qint64> &keys)
     if (m_error)
         return false;
     if (sorted) {
-        // Each affected object is put to its place among the others, which SQL has sorted, from the last to the first
-        // so that places found stay right.
-        std::sort(wanted.begin(), wanted.end(),
-            [this](const auto &a, const auto &b) { return m_sortOrder.precedes(a.get(), b.get()); });
+        // Each affected object is put to its place among the others, which SQL has sorted.
         std::vector<qint64> merged;
         merged.reserve(keys.size() + wanted.size());
-        auto from = keys.cbegin();
-        for (const KXRef<Object> &object : wanted) {
-            const auto place = std::partition_point(from, keys.cend(), [&](qint64 key) {
+        size_t from = 0;
+        for (const KXSortedRow &row : m_sortOrder.sorted(wanted)) {
+            const size_t to = KXPlaceAmong(keys, from, keys.size() / wanted.size(), [&](qint64 key) {
                 const KXRef<Object> other = m_context.reader.object(m_entity, key);
-                return other && m_sortOrder.precedes(other.get(), object.get());
+                return other && m_sortOrder.precedes(KXSortedRow(other.get()), row);
             });
-            merged.insert(merged.end(), from, place);
-            merged.push_back(Access::key(object));
-            from = place;
+            merged.insert(merged.end(), keys.begin() + ptrdiff_t(from), keys.begin() + ptrdiff_t(to));
+            merged.push_back(Access::key(row.object()));
+            from = to;
         }
-        merged.insert(merged.end(), from, keys.cend());
+        merged.insert(merged.end(), keys.begin() + ptrdiff_t(from), keys.end());
         keys.swap(merged);
     } else {
         for (const KXRef<Object> &object : wanted)

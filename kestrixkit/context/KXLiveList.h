@@ -109,7 +109,7 @@ private:
     void touchByStore(const KXStoreChange &change, Touched &touched);
     void refetch();
     void place(const Touched &touched);
-    [[nodiscard]] bool isBefore(qint64 key, const KXManagedObject *object);
+    [[nodiscard]] bool isBefore(qint64 key, const class KXSortedRow &object);
     void changeTo(std::vector<qint64> keys, const std::vector<qint64> &gone, const std::vector<qint64> &come);
     void changeStepwise(const std::vector<qint64> &keys, const std::vector<qint64> &gone,
         const std::vector<qint64> &come, const std::vector<qint64> &moved);

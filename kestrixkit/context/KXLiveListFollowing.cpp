@@ -166,7 +166,7 @@ void KXLiveList::refetch()
 }
 
 /// Whether the row stands before the object; notes that it was looked at.
-bool KXLiveList::isBefore(qint64 key, const Object *object)
+bool KXLiveList::isBefore(qint64 key, const KXSortedRow &object)
 {
     const KXRef<Object> row = m_borrowed->reader.object(*m_entity, key);
     if (!row || !Access::loadedValues(row)) {
@@ -179,7 +179,7 @@ bool KXLiveList::isBefore(qint64 key, const Object *object)
     const Seen now { Access::values(row)->version, false };
     if (const auto [known, isNew] = m_seen.try_emplace(key, now); !isNew && known->second.version < now.version)
         known->second = now;
-    return m_fetcher->sortOrder().precedes(row.get(), object);
+    return m_fetcher->sortOrder().precedes(KXSortedRow(row.get()), object);
 }
 
 void KXLiveList::place(const Touched &touched)
@@ -225,34 +225,31 @@ void KXLiveList::place(const Touched &touched)
     }
     const KXSortOrder &order = m_fetcher->sortOrder();
     const bool sorted = !order.isEmpty();
-    if (sorted)
-        std::sort(wanted.begin(), wanted.end(),
-            [&](const auto &a, const auto &b) { return order.precedes(a.get(), b.get()); });
-    else // rows that stay do so where they are
-        std::stable_sort(wanted.begin(), wanted.end(), [&](const auto &a, const auto &b) {
-            const Old *first = oldOf(Access::key(a)), *second = oldOf(Access::key(b));
+    std::vector<KXSortedRow> rows = order.sorted(wanted);
+    if (!sorted) // rows that stay do so where they are
+        std::stable_sort(rows.begin(), rows.end(), [&](const auto &a, const auto &b) {
+            const Old *first = oldOf(Access::key(a.object())), *second = oldOf(Access::key(b.object()));
             return first && (!second || first->index < second->index);
         });
 
     std::vector<qint64> keys;
     keys.reserve(rest.size() + wanted.size());
     size_t from = 0, lastStaying = 0;
-    for (const KXRef<Object> &object : wanted) {
-        const Old *old = oldOf(Access::key(object));
-        size_t to;
-        if (sorted)
-            to = size_t(std::partition_point(rest.begin() + ptrdiff_t(from), rest.end(), [&](qint64 key) {
-                return isBefore(key, object.get());
-            }) - rest.begin());
-        else
-            to = old ? old->place : rest.size();
+    const size_t distance = rest.size() / std::max<size_t>(1, rows.size());
+    const auto placeOf = [&](const KXSortedRow &row) {
+        return KXPlaceAmong(rest, from, distance, [&](qint64 key) { return isBefore(key, row); });
+    };
+    for (const KXSortedRow &row : rows) {
+        const qint64 key = Access::key(row.object());
+        const Old *old = oldOf(key);
+        const size_t to = sorted ? placeOf(row) : old ? old->place : rest.size();
         keys.insert(keys.end(), rest.begin() + ptrdiff_t(from), rest.begin() + ptrdiff_t(to));
-        keys.push_back(Access::key(object));
+        keys.push_back(key);
         from = to;
         if (old && old->place == to && old->index >= lastStaying)
             lastStaying = old->index;
         else if (old)
-            moved.push_back(Access::key(object));
+            moved.push_back(key);
     }
     keys.insert(keys.end(), rest.begin() + ptrdiff_t(from), rest.end());
     if (gone.size() + come.size() + moved.size() <= liveListStepsAtMost)

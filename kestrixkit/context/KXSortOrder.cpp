@@ -38,11 +38,29 @@ int KXSortOrder::Key::compare(const QVariant &a, const QVariant &b) const
     return descriptor.ascending ? order : -order;
 }
 
-bool KXSortOrder::precedes(const KXManagedObject *a, const KXManagedObject *b) const
+const QVariant &KXSortOrder::value(const KXSortedRow &row, size_t key) const
 {
-    for (const Key &key : m_keys) {
-        if (const int order = key.compare(key.valueOf(a), key.valueOf(b)); order != 0)
+    if (row.m_values.size() == key)
+        row.m_values.push_back(m_keys[key].valueOf(row.m_object));
+    return row.m_values[key];
+}
+
+std::vector<KXSortedRow> KXSortOrder::sorted(std::span<const KXRef<KXManagedObject>> objects) const
+{
+    std::vector<KXSortedRow> rows;
+    rows.reserve(objects.size());
+    for (const KXRef<KXManagedObject> &object : objects)
+        rows.emplace_back(object.get());
+    if (!isEmpty())
+        std::sort(rows.begin(), rows.end(), [this](const auto &a, const auto &b) { return precedes(a, b); });
+    return rows;
+}
+
+bool KXSortOrder::precedes(const KXSortedRow &a, const KXSortedRow &b) const
+{
+    for (size_t key = 0; key < m_keys.size(); ++key) {
+        if (const int order = m_keys[key].compare(value(a, key), value(b, key)); order != 0)
             return order < 0;
     }
-    return KXObjectAccess::key(a) < KXObjectAccess::key(b);
+    return KXObjectAccess::key(a.object()) < KXObjectAccess::key(b.object());
 }
