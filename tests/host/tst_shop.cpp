@@ -210,6 +210,7 @@ protected:
         view = std::make_unique<TrackTableView>();
         view->setModel(model.get());
         preview = std::make_unique<Preview>(model.get(), view.get(), output);
+        preview->label()->setParent(view.get()); // it belongs to what it is put into
         pane = std::make_unique<ShopPane>(coordinator, address, QUrl(u"x-place:shop"_s), preview.get());
         preview->setSelectedSound([this] { return pane->selectedSound(); });
         ASSERT_TRUE(waitForAnswer(*pane, u"1,000 tracks"_s)) << qPrintable(stateOf(*pane));
