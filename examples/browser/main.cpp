@@ -27,6 +27,7 @@
 #include "filters/Presets.h"
 #include "import/FileCommands.h"
 #include "places/PlaceNavigator.h"
+#include "places/SourceColumn.h"
 #include "shop/ShopPane.h"
 #include "shop/ShopPlace.h"
 #include "shop/ShopTableModel.h"
@@ -221,6 +222,7 @@ void runWindow(QApplication &application, CommandLine arguments, const KXPersist
             &window, &BrowserWindow::importFinished, &window,
             [&](const QString &error) {
                 problem = error;
+                window.sources()->finishCounting();
                 window.table()->doItemsLayout(); // which it would do later this turn
                 draw();
             },

@@ -48,12 +48,14 @@ static void countSet(KXCountColumn &column, size_t row, KXColumnValue value, QHa
 }
 
 /// The rows of the keys, or all; `addsRows` with those that the table does not have yet.
-bool KXCountTable::read(
-    const std::vector<size_t> &columns, const std::vector<qint64> *keys, bool addsRows, KXError *error)
+bool KXCountTable::read(const std::vector<size_t> &columns, const std::vector<qint64> *keys, bool addsRows,
+    KXError *error, const std::atomic<bool> *stop)
 {
     KXRowReader reader = KXContextRows(m_context).reader(error);
     if (!reader)
         return false;
+    if (stop)
+        reader.stopWhen(*stop);
     std::vector<KXCountColumn *> wanted;
     std::vector<const KXPropertyDescription *> properties;
     for (const size_t column : columns) {
@@ -131,21 +133,45 @@ void KXCountTable::overlay(const std::vector<size_t> &columns, bool rowsToo)
     }
 }
 
-bool KXCountTable::readAll(const std::vector<size_t> &columns, KXError *error)
+bool KXCountTable::hasMoreToDo(qint64 rows)
 {
-    const bool isFirst = !m_hasRows;
-    for (const size_t column : columns)
-        m_columns[column]->putOffReading();
-    const bool wasRead = read(columns, nullptr, isFirst, error);
-    if (wasRead) {
-        overlay(columns, isFirst);
-        for (const size_t column : columns) {
-            m_isRead[column] = true;
-            m_orders.erase(column);
-        }
+    const bool isAllRead
+        = m_hasRows && std::all_of(m_isRead.begin(), m_isRead.end(), [](bool isRead) { return isRead; });
+    if (isAllRead && std::all_of(m_rules.begin(), m_rules.end(), [](const Rule &rule) {
+            return isSettled(rule) || !rule.reason.isEmpty();
+        }))
+        return false;
+    if (m_hasRows)
+        return qint64(m_keys.size()) > rows;
+    KXRowReader reader = KXContextRows(m_context).reader();
+    return reader && reader.hasMoreThan(m_entity, rows);
+}
+
+bool KXCountTable::readRows(KXError *error, const std::atomic<bool> *stop)
+{
+    m_reading.clear();
+    for (size_t i = 0; i < m_columns.size(); ++i) {
+        if (!m_isRead[i])
+            m_reading.push_back(i);
     }
-    readSets(columns);
-    return wasRead;
+    m_isReadingRows = !m_hasRows;
+    if (m_hasRows && m_reading.empty())
+        return true;
+    for (const size_t column : m_reading)
+        m_columns[column]->putOffReading();
+    return read(m_reading, nullptr, m_isReadingRows, error, stop);
+}
+
+void KXCountTable::joinContext()
+{
+    if (m_reading.empty() && !m_isReadingRows)
+        return;
+    overlay(m_reading, std::exchange(m_isReadingRows, false));
+    for (const size_t column : m_reading) {
+        m_isRead[column] = true;
+        m_orders.erase(column);
+    }
+    readSets(std::exchange(m_reading, {}));
 }
 
 /// Looks up what the paths of relationships reach, the objects of all sets at once.

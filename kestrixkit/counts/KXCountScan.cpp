@@ -248,15 +248,17 @@ void KXCountTable::scan()
 
 bool KXCountTable::update(KXError *error)
 {
-    std::vector<size_t> unread;
-    for (size_t i = 0; i < m_columns.size(); ++i) {
-        if (!m_isRead[i])
-            unread.push_back(i);
-    }
-    if ((!m_hasRows || !unread.empty()) && !readAll(unread, error)) {
+    if (!readRows(error)) {
         forgetRows();
         return false;
     }
+    joinContext();
+    countRows();
+    return countByStore(error);
+}
+
+void KXCountTable::countRows()
+{
     const size_t words = (m_owners.size() + 63) / 64 + (countLane - 1);
     const size_t rounded = words / countLane * countLane;
     for (size_t i = 0; i < m_columns.size(); ++i) {
@@ -269,14 +271,12 @@ bool KXCountTable::update(KXError *error)
     bool isAllCounted = true;
     for (size_t i = 0; i < m_rules.size(); ++i) {
         const Rule &rule = m_rules[i];
-        isAllCounted = isAllCounted && isSettled(rule);
+        isAllCounted = isAllCounted && (isSettled(rule) || !rule.reason.isEmpty());
         if (rule.isUsed && !rule.isCondition && rule.reason.isEmpty() && rule.tree.kind != KXCountNode::Slot)
             m_trees.push_back(int(i));
     }
-    if (isAllCounted)
-        return true;
-    scan();
-    return countByStore(error);
+    if (!isAllCounted)
+        scan();
 }
 
 void KXCountTable::forgetCounts()

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <memory>
 #include <optional>
 #include <unordered_map>
@@ -73,6 +74,7 @@ public:
 
     // Rows, for watchers; right after an update().
 
+    [[nodiscard]] bool isWatched() const { return !m_watchers.empty(); }
     void addWatcher(KXCountWatcher *watcher) { m_watchers.push_back(watcher); }
     void removeWatcher(KXCountWatcher *watcher) { std::erase(m_watchers, watcher); }
     [[nodiscard]] bool hasRows() const { return m_hasRows; }
@@ -97,6 +99,23 @@ public:
     /// store when anything that they look at has changed. False with an error where the store does not answer; the next
     /// call tries again.
     bool update(KXError *error = nullptr);
+
+    // The parts of update() that take long with many rows, for doing them elsewhere: any thread may do the first and
+    // the last, as long as no other touches the table.
+
+    /// Whether more than so many rows are to be read or counted.
+    [[nodiscard]] bool hasMoreToDo(qint64 rows);
+    /// Reads what columns lack. False with an error where the store does not answer: forgetRows() is due then. Ends
+    /// early once the flag is set; the table is of no use then.
+    bool readRows(KXError *error, const std::atomic<bool> *stop = nullptr);
+    /// Adds to what was read what only the context knows. Its thread.
+    void joinContext();
+    /// Counts the rules that columns can hold and that are not counted yet.
+    void countRows();
+    /// Has the store count the others. Its context's thread.
+    bool countByStore(KXError *error);
+    void forgetRows();
+
     /// Takes over what the context announced.
     void follow(const KXObjectsDidChange &did);
 
@@ -146,7 +165,6 @@ private:
     size_t addRow(qint64 key);
     void bury(size_t row);
     void compact();
-    void forgetRows();
     void setFromObject(size_t row, KXManagedObject *object, size_t column);
     void noteOrder(size_t column, size_t row);
     Order &orderOf(size_t column);
@@ -177,13 +195,12 @@ private:
     void changeSets(size_t column, const std::vector<quint32> &sets);
 
     // Reading: KXCountReading.cpp.
-    bool readAll(const std::vector<size_t> &columns, KXError *error);
     void readSets(const std::vector<size_t> &columns);
-    bool read(const std::vector<size_t> &columns, const std::vector<qint64> *keys, bool addsRows, KXError *error);
+    bool read(const std::vector<size_t> &columns, const std::vector<qint64> *keys, bool addsRows, KXError *error,
+        const std::atomic<bool> *stop = nullptr);
     bool readMembers(KXRowReader &reader, size_t column, const std::vector<qint64> *keys, KXError *error);
     void overlay(const std::vector<size_t> &columns, bool rowsToo);
     [[nodiscard]] QVariant objects(const KXPropertyDescription &relationship, const std::vector<qint64> &keys) const;
-    bool countByStore(KXError *error);
 
     // Rules: KXCountRules.cpp.
     void compile(Rule &rule, int number);
@@ -199,6 +216,8 @@ private:
     std::vector<std::unique_ptr<KXCountColumn>> m_columns;
     QHash<QString, size_t> m_columnsByName;
     std::vector<bool> m_isRead; // by column
+    std::vector<size_t> m_reading; // columns that joinContext() is to complete
+    bool m_isReadingRows = false;
     std::vector<bool> m_isDirty; // by column: conditions changed since its rows of bits were made
     std::vector<qint64> m_keys; // by row; those up to m_sorted ascend
     size_t m_sorted = 0;

@@ -4,9 +4,10 @@
 #include <unordered_map>
 
 #include <QPointer>
+#include <QSet>
 
 #include <kestrixkit/context/KXContextRows_p.h>
-#include <kestrixkit/counts/KXCountTable_p.h>
+#include <kestrixkit/counts/KXCountWorker_p.h>
 #include <kestrixkit/foundation/KXClock.h>
 #include <kestrixkit/foundation/KXDelayedCall.h>
 #include <kestrixkit/foundation/KXLog.h>
@@ -40,6 +41,9 @@ public:
         std::vector<MovingDate> moving;
         bool dependsOnTime = false;
         bool isCondition = false;
+        bool isConstant = false; ///< the rule says the same at any moment
+        bool isDue = false; ///< the table is away and is told afterwards
+        std::optional<qint64> shown; ///< while the table is away
     };
 
     KXLiveCountsPrivate(KXLiveCounts *counts, KXManagedObjectContext::Ref managedObjectContext, const QString &name,
@@ -50,6 +54,7 @@ public:
         , base(std::move(predicates))
         , table(*context, KXContextRows(*context).entity(name))
         , timer(counts)
+        , worker(table, [this] { takeBack(); })
     {
     }
 
@@ -61,11 +66,23 @@ public:
     }
     /// What the rule says at asOf.
     void ask(Entry &entry);
+    void tellTable(Entry &entry);
     void setDependsOnTime(Entry &entry, bool depends);
+    void setRule(const QString &identifier, KXLiveCounts::Rule rule, bool isConstant);
     void scheduleUpdate();
     void scheduleTimer();
     void publish();
     [[nodiscard]] qint64 nextBoundary();
+
+    // The table on another thread.
+    [[nodiscard]] bool isAway() const { return worker.isAway(); }
+    bool sendAway();
+    bool makeUp(KXError *error);
+    void takeBack();
+    /// Waits for the table, for what cannot do without.
+    void bringHome();
+    void follow(const KXObjectsDidChange &did);
+    void updateDidEnd(bool answered, const KXError &problem);
 
     KXLiveCounts *const q;
     const KXManagedObjectContext::Ref context;
@@ -80,6 +97,10 @@ public:
     KXDelayedCall timer;
     KXNotificationToken token;
     bool isScheduled = false;
+    qint64 mostRowsAtOnce = 10'000;
+    std::vector<KXObjectsDidChange> missed; // while the table was away
+    std::vector<int> removed; // rules, meanwhile
+    KXCountWorker worker;
 };
 
 namespace {
@@ -125,9 +146,16 @@ void KXLiveCountsPrivate::ask(Entry &entry)
     entry.own = at(asOf);
     constexpr qint64 aMoment = 1;
     entry.moving.clear();
-    setDependsOnTime(entry, liveHasDates(entry.own)); // most do not, and are asked once
+    setDependsOnTime(entry, !entry.isConstant && liveHasDates(entry.own)); // most do not, and are asked once
     if (entry.dependsOnTime)
         liveCollectMoving(entry.own, at(asOf + aMoment), aMoment, entry.moving);
+    entry.isDue = isAway();
+    if (!entry.isDue)
+        tellTable(entry);
+}
+
+void KXLiveCountsPrivate::tellTable(Entry &entry)
+{
     const KXPredicate asked = !entry.isCondition ? whole(entry.own)
         : entry.own                              ? entry.own
                                                  : KXPredicate::truePredicate();
@@ -147,14 +175,100 @@ void KXLiveCountsPrivate::setDependsOnTime(Entry &entry, bool depends)
         std::erase(timed, &entry);
 }
 
+void KXLiveCountsPrivate::setRule(const QString &identifier, KXLiveCounts::Rule rule, bool isConstant)
+{
+    Entry &entry = entries[identifier];
+    entry.rule = std::move(rule);
+    entry.isConstant = isConstant;
+    ask(entry);
+    if (entry.number >= 0)
+        identifiers.insert(entry.number, identifier);
+    scheduleUpdate();
+}
+
 void KXLiveCountsPrivate::scheduleUpdate()
 {
     if (std::exchange(isScheduled, true))
         return;
     KXMainQueue::async([guard = QPointer<KXLiveCounts>(q)] {
         if (guard)
-            guard->update();
+            guard->updateSoon();
     });
+}
+
+// The table on another thread
+
+/// Where there is much to do. What-if counts look at rows themselves, and would have to wait.
+bool KXLiveCountsPrivate::sendAway()
+{
+    if (!KXMainQueue::isMainThread() || table.isWatched() || !table.hasMoreToDo(mostRowsAtOnce))
+        return false;
+    QSet<QString> ordered;
+    for (auto &[identifier, entry] : entries) {
+        entry.shown = q->count(identifier);
+        for (const MovingDate &date : entry.moving)
+            ordered.insert(date.keyPath);
+    }
+    worker.begin(ordered.values());
+    return true;
+}
+
+/// The table is back: it is told what it missed. False with an error where the store did not answer it.
+bool KXLiveCountsPrivate::makeUp(KXError *error)
+{
+    if (!worker.hasAnswered()) {
+        table.forgetRows();
+        KXSetError(error, worker.error());
+    }
+    for (const KXObjectsDidChange &did : std::exchange(missed, {}))
+        table.follow(did);
+    for (const int number : std::exchange(removed, {}))
+        table.removeRule(number);
+    for (auto &[identifier, entry] : entries) {
+        if (!std::exchange(entry.isDue, false))
+            continue;
+        tellTable(entry);
+        identifiers.insert(entry.number, identifier);
+        scheduleUpdate();
+    }
+    return worker.hasAnswered();
+}
+
+void KXLiveCountsPrivate::takeBack()
+{
+    KXError problem;
+    updateDidEnd(makeUp(&problem) && table.countByStore(&problem), problem);
+}
+
+void KXLiveCountsPrivate::bringHome()
+{
+    if (!isAway())
+        return;
+    worker.finish();
+    if (KXError problem; !makeUp(&problem))
+        KXLogError(filters, "Cannot count \"%@\": %@", entityName, problem);
+    scheduleUpdate(); // which publishes
+}
+
+void KXLiveCountsPrivate::follow(const KXObjectsDidChange &did)
+{
+    if (isAway() || sendAway()) {
+        missed.push_back(did);
+        return;
+    }
+    table.follow(did);
+    q->update();
+}
+
+void KXLiveCountsPrivate::updateDidEnd(bool answered, const KXError &problem)
+{
+    if (!answered)
+        KXLogError(filters, "Cannot count \"%@\": %@", entityName, problem);
+    scheduleTimer();
+    const QPointer<KXLiveCounts> guard(q);
+    publish();
+    if (guard)
+        Q_EMIT q->didUpdate();
 }
 
 qint64 KXLiveCountsPrivate::nextBoundary()
@@ -201,10 +315,8 @@ KXLiveCounts::KXLiveCounts(const KXManagedObjectContext::Ref &context, const QSt
 {
     // What happened before is told before: it is read with the rest.
     context->processPendingChanges();
-    d->token = KXManagedObjectContext::onChange(context.get(), [this](const KXObjectsDidChange &did) {
-        d->table.follow(did);
-        update();
-    });
+    d->token
+        = KXManagedObjectContext::onChange(context.get(), [this](const KXObjectsDidChange &did) { d->follow(did); });
 }
 
 KXLiveCounts::~KXLiveCounts() = default;
@@ -212,19 +324,12 @@ KXLiveCounts::~KXLiveCounts() = default;
 const KXManagedObjectContext::Ref &KXLiveCounts::managedObjectContext() const { return d->context; }
 const QString &KXLiveCounts::entityName() const { return d->entityName; }
 
-void KXLiveCounts::setRule(const QString &identifier, Rule rule)
-{
-    KXLiveCountsPrivate::Entry &entry = d->entries[identifier];
-    entry.rule = std::move(rule);
-    d->ask(entry);
-    d->identifiers.insert(entry.number, identifier);
-    d->scheduleUpdate();
-}
+void KXLiveCounts::setRule(const QString &identifier, Rule rule) { d->setRule(identifier, std::move(rule), false); }
 
 void KXLiveCounts::setRule(const QString &identifier, const KXPredicate &predicate)
 {
-    setRule(identifier, [predicate] { return predicate; });
-    d->setDependsOnTime(d->entries[identifier], false);
+    d->setRule(
+        identifier, [predicate] { return predicate; }, true);
 }
 
 void KXLiveCounts::removeRule(const QString &identifier)
@@ -234,19 +339,33 @@ void KXLiveCounts::removeRule(const QString &identifier)
         return;
     KXLiveCountsPrivate::Entry &entry = found->second;
     d->setDependsOnTime(entry, false);
-    d->table.removeRule(entry.number);
+    if (d->isAway() && entry.number >= 0)
+        d->removed.push_back(entry.number);
+    else if (!d->isAway())
+        d->table.removeRule(entry.number);
     d->identifiers.remove(entry.number);
     d->entries.erase(found);
     d->scheduleUpdate();
 }
 
-QStringList KXLiveCounts::identifiers() const { return d->identifiers.values(); }
+QStringList KXLiveCounts::identifiers() const
+{
+    QStringList identifiers;
+    for (const auto &[identifier, entry] : d->entries)
+        identifiers.append(identifier);
+    return identifiers;
+}
 
-KXCountTable &KXLiveCounts::table() const { return d->table; }
+KXCountTable &KXLiveCounts::table() const
+{
+    d->bringHome();
+    return d->table;
+}
 const QList<KXPredicate> &KXLiveCounts::basePredicates() const { return d->base; }
 
 int KXLiveCounts::addCondition(Rule rule)
 {
+    d->bringHome();
     KXLiveCountsPrivate::Entry entry;
     entry.isCondition = true;
     entry.rule = std::move(rule);
@@ -262,6 +381,7 @@ int KXLiveCounts::addCondition(Rule rule)
 
 void KXLiveCounts::setCondition(int number, Rule rule)
 {
+    d->bringHome();
     KXLiveCountsPrivate::Entry &entry = d->conditions[number];
     entry.rule = std::move(rule);
     d->ask(entry);
@@ -270,6 +390,7 @@ void KXLiveCounts::setCondition(int number, Rule rule)
 
 void KXLiveCounts::removeCondition(int number)
 {
+    d->bringHome();
     d->table.removeRule(number);
     if (const auto found = d->conditions.find(number); found != d->conditions.end()) {
         d->setDependsOnTime(found->second, false);
@@ -291,6 +412,8 @@ std::optional<qint64> KXLiveCounts::count(const QString &identifier) const
     const auto found = d->entries.find(identifier);
     if (found == d->entries.end())
         return std::nullopt;
+    if (d->isAway())
+        return found->second.shown;
     const qint64 count = d->table.count(found->second.number);
     return count < 0 ? std::nullopt : std::optional(count);
 }
@@ -303,6 +426,7 @@ KXPredicate KXLiveCounts::predicate(const QString &identifier) const
 
 QHash<QString, QString> KXLiveCounts::unsupported() const
 {
+    d->bringHome();
     QHash<QString, QString> reasons;
     for (const auto &[identifier, entry] : d->entries) {
         if (const QString &reason = d->table.reason(entry.number); !reason.isEmpty())
@@ -321,37 +445,44 @@ void KXLiveCounts::advance()
         if (std::find(d->timed.begin(), d->timed.end(), entry) != d->timed.end())
             d->ask(*entry);
     }
-    update();
+    updateSoon();
 }
 
 QDateTime KXLiveCounts::nextBoundary() const
 {
+    d->bringHome();
     const qint64 next = d->nextBoundary();
     return next == std::numeric_limits<qint64>::max() ? QDateTime() : QDateTime::fromMSecsSinceEpoch(next, Qt::UTC);
 }
 
 bool KXLiveCounts::update(KXError *error)
 {
+    d->bringHome();
     d->isScheduled = false;
     KXError problem;
     const bool answered = d->table.update(&problem);
-    if (!answered) {
-        KXLogError(filters, "Cannot count \"%@\": %@", d->entityName, problem);
+    if (!answered)
         KXSetError(error, problem);
-    }
-    d->scheduleTimer();
-    const QPointer<KXLiveCounts> guard(this);
-    d->publish();
-    if (guard)
-        Q_EMIT didUpdate();
+    d->updateDidEnd(answered, problem);
     return answered;
 }
 
-double KXLiveCounts::bytesPerObject() const { return d->table.bytesPerRow(); }
-quint64 KXLiveCounts::evaluations() const { return d->table.evaluations(); }
+void KXLiveCounts::updateSoon()
+{
+    d->isScheduled = false;
+    if (!d->isAway() && !d->sendAway())
+        update();
+}
+
+bool KXLiveCounts::isCounting() const { return d->isAway(); }
+void KXLiveCounts::setMostRowsAtOnce(qint64 rows) { d->mostRowsAtOnce = rows; }
+
+double KXLiveCounts::bytesPerObject() const { return table().bytesPerRow(); }
+quint64 KXLiveCounts::evaluations() const { return table().evaluations(); }
 
 void KXLiveCounts::recount()
 {
+    d->bringHome();
     d->table.forgetCounts();
     update();
 }

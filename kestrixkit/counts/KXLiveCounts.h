@@ -28,7 +28,8 @@ class KXWhatIfCountsPrivate;
 /// a second, and at calendar boundaries.
 ///
 /// Belongs to the thread of its context, which it keeps. Counts change at the end of the turn in which objects changed,
-/// before a save and with a merge: when the context announces.
+/// before a save and with a merge: when the context announces. Where many objects are to be read or counted anew
+/// another thread does that, and counts stay what they were until it is done.
 class KX_CORE_EXPORT KXLiveCounts : public QObject
 {
     Q_OBJECT
@@ -46,7 +47,7 @@ public:
     [[nodiscard]] const KXManagedObjectContext::Ref &managedObjectContext() const;
     [[nodiscard]] const QString &entityName() const;
 
-    /// Sets what is counted under the identifier, in place of what was. Counted in the next turn, or at once by
+    /// Sets what is counted under the identifier, in place of what was. Counted from the next turn on, or at once by
     /// update().
     void setRule(const QString &identifier, Rule rule);
     void setRule(const QString &identifier, const KXPredicate &predicate);
@@ -72,9 +73,16 @@ public:
     /// When advance() is next due: an invalid date where nothing depends on the present.
     [[nodiscard]] QDateTime nextBoundary() const;
 
-    /// Counts at once what is due. False with an error where the store does not answer; that is logged and tried again
-    /// with the next change.
+    /// Counts at once what is due, and waits for what another thread counts. False with an error where the store does
+    /// not answer; that is logged and tried again with the next change.
     bool update(KXError *error = nullptr);
+    /// Counts what is due: at once where that is little, otherwise on another thread.
+    void updateSoon();
+    /// Whether another thread counts just now; didUpdate() comes when it is done.
+    [[nodiscard]] bool isCounting() const;
+    /// More objects than these are much: 10,000 at first. What-if counts, and contexts of other threads than the main
+    /// one, never count on another thread.
+    void setMostRowsAtOnce(qint64 rows);
 
     // What it costs.
 

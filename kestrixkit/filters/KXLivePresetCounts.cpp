@@ -231,7 +231,7 @@ std::shared_ptr<KXFilterSetPresetCountsProvider> KXLivePresetCounts::countsProvi
     if (!preset)
         return nullptr;
     if (!count(*preset))
-        update();
+        m_counts->updateSoon(); // where that takes longer, the count is delivered when it is there
     auto operation = std::make_shared<LiveCountsProvider>(preset, m_place.countsContextIdentifier, count(*preset));
     operation->setBasePredicates(m_place.basePredicates);
     operation->setFilterSetMapper(m_place.mapper);

@@ -24,6 +24,18 @@ KXRowReader::KXRowReader(KXPersistentStorePrivate *store, KXError *error)
 
 KXRowReader::~KXRowReader() = default;
 
+bool KXRowReader::hasMoreThan(const KXEntityDescription &entity, qint64 rows)
+{
+    QByteArray sql = "SELECT 1 FROM " + entity.table() + " t0";
+    if (const QByteArray condition = KXEntityCondition(entity); !condition.isEmpty())
+        sql += " WHERE " + condition;
+    KXStatement statement = m_connection->prepare(sql + " LIMIT 1 OFFSET ?");
+    if (!statement)
+        return false;
+    statement.bind(1, rows);
+    return statement.step() == SQLITE_ROW;
+}
+
 std::vector<qint64> KXRowReader::sorted(Keys keys)
 {
     std::sort(keys.begin(), keys.end());

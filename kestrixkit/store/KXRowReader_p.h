@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <atomic>
 #include <optional>
 #include <vector>
 
@@ -50,6 +51,10 @@ public:
     Q_DISABLE_COPY_MOVE(KXRowReader)
 
     explicit operator bool() const { return bool(m_connection); }
+    /// From now on reading ends early and without an error once another thread has set the flag.
+    void stopWhen(const std::atomic<bool> &flag) { m_stop = &flag; }
+    /// Whether the entity and its descendants have more rows than so many; false where that cannot be read.
+    [[nodiscard]] bool hasMoreThan(const KXEntityDescription &entity, qint64 rows);
 
     /// Keys in any order; nullptr stands for all rows.
     using Keys = std::vector<qint64>;
@@ -66,7 +71,7 @@ public:
             return m_connection->lastError();
         const std::vector<qint64> wanted = isSparse ? sorted(*keys) : std::vector<qint64>();
         int code;
-        while ((code = statement.step()) == SQLITE_ROW) {
+        while ((code = step(statement)) == SQLITE_ROW) {
             const qint64 key = statement.integer(0);
             if (!isSparse || std::binary_search(wanted.begin(), wanted.end(), key))
                 take(key, [&statement](size_t i) {
@@ -102,6 +107,7 @@ public:
     [[nodiscard]] static qint64 changeNumberAfterSaves(KXPersistentStorePrivate &store);
 
 private:
+    [[nodiscard]] int step(KXStatement &statement) { return m_stop && *m_stop ? SQLITE_DONE : statement.step(); }
     [[nodiscard]] KXStatement rowStatement(const KXEntityDescription &entity,
         const std::vector<const KXPropertyDescription *> &properties, const Keys *keys, bool &isSparse);
     [[nodiscard]] KXStatement linkStatement(
@@ -111,7 +117,7 @@ private:
         if (!statement)
             return m_connection->lastError();
         int code;
-        while ((code = statement.step()) == SQLITE_ROW)
+        while ((code = step(statement)) == SQLITE_ROW)
             take(statement);
         return code == SQLITE_DONE ? KXError() : m_connection->lastError();
     }
@@ -119,5 +125,6 @@ private:
 
     KXStoreConnections::Reader m_connection;
     std::optional<KXReadTransaction> m_transaction;
+    const std::atomic<bool> *m_stop = nullptr;
     QByteArray m_keyList; // bound to the statement that is read
 };

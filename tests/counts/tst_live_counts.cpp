@@ -50,6 +50,8 @@ struct LiveCountsWalk
     explicit LiveCountsWalk(KXTestRandom &anyRandom)
         : random(anyRandom)
     {
+        if (isAside)
+            counts.setMostRowsAtOnce(-1);
         for (int i = 0; i < 12; ++i)
             setSome(u"r%1"_s.arg(i));
         rules[u"all"_s] = [] { return KXPredicate::truePredicate(); };
@@ -101,6 +103,12 @@ struct LiveCountsWalk
             world.step();
         }
     }
+    /// Another thread may have the rows, and have missed what happened since.
+    void comeToRest()
+    {
+        for (int quiet = 0; quiet < 2; quiet = counts.isCounting() ? 0 : quiet + 1)
+            QCoreApplication::processEvents();
+    }
     void expectARecount()
     {
         const QDateTime boundary = counts.nextBoundary();
@@ -120,6 +128,7 @@ struct LiveCountsWalk
     }
 
     KXTestRandom &random;
+    const bool isAside = random.chance(0.3);
     Changing world { random };
     const KXPredicate base
         = random.chance(0.3) ? KXPredicate::predicateWithFormat("plays >= 0") : KXPredicate::truePredicate();
@@ -138,7 +147,12 @@ TEST(LiveCounts, equalARecountAfterEveryChange)
         for (int step = 0; step < 100; ++step) {
             SCOPED_TRACE("step " + std::to_string(step));
             at.step();
-            ASSERT_TRUE(at.counts.update());
+            if (at.isAside && random.chance(0.5))
+                continue; // whatever is counted meanwhile
+            if (at.isAside && random.chance(0.7))
+                at.comeToRest();
+            else
+                ASSERT_TRUE(at.counts.update());
             at.expectARecount();
             ASSERT_FALSE(HasFatalFailure());
         }
@@ -172,6 +186,81 @@ TEST(LiveCounts, whatIsReadBeforeItsMergeComesIsCountedOnce)
     library.context->mergeChangesFromStoreChange(saved);
     EXPECT_EQ(counts.count(u"all"_s), 2);
     EXPECT_EQ(counts.count(u"fast"_s), 1);
+}
+
+/// Counts that another thread makes, of three tracks.
+struct AsideTest : testing::Test
+{
+    AsideTest()
+    {
+        for (const double bpm : { 1.0, 2.0, 3.0 })
+            addTrack(bpm);
+        EXPECT_TRUE(library.context->save());
+        counts->setMostRowsAtOnce(0);
+        counts->setRule(u"fast"_s, KXPredicate::predicateWithFormat("bpm > 1"));
+        counts->setRule(u"all"_s, KXPredicate::truePredicate());
+    }
+    void addTrack(double bpm)
+    {
+        const auto track = Track::createInContext(*library.context);
+        track->setTitle(u"a"_s);
+        track->setBpm(bpm);
+    }
+    void comeToRest()
+    {
+        for (int quiet = 0; counts && quiet < 2; quiet = counts && counts->isCounting() ? 0 : quiet + 1)
+            QCoreApplication::processEvents();
+    }
+
+    LibraryTest library;
+    std::unique_ptr<KXLiveCounts> counts = std::make_unique<KXLiveCounts>(library.context, u"Track"_s);
+};
+
+TEST_F(AsideTest, countsStayUntilTheNewOnesAreThere)
+{
+    counts->updateSoon();
+    EXPECT_TRUE(counts->isCounting());
+    EXPECT_FALSE(counts->count(u"all"_s)) << "nobody can know yet";
+    comeToRest();
+    EXPECT_EQ(counts->count(u"fast"_s), 2);
+    QSet<QString> told;
+    QObject::connect(counts.get(), &KXLiveCounts::countsDidChange,
+        [&](const QStringList &names) { told.unite(QSet<QString>(names.begin(), names.end())); });
+
+    counts->setRule(u"slow"_s, KXPredicate::predicateWithFormat("bpm < 3"));
+    counts->setRule(u"fast"_s, KXPredicate::predicateWithFormat("bpm > 2"));
+    counts->updateSoon();
+    ASSERT_TRUE(counts->isCounting());
+    counts->removeRule(u"all"_s);
+    counts->removeRule(u"slow"_s);
+    counts->setRule(u"slow"_s, KXPredicate::predicateWithFormat("bpm < 2"));
+    addTrack(0.5);
+    library.context->processPendingChanges();
+    EXPECT_EQ(counts->count(u"fast"_s), 2) << "as it was";
+    EXPECT_FALSE(counts->count(u"all"_s));
+    EXPECT_EQ(counts->identifiers().size(), 2);
+    comeToRest();
+    EXPECT_EQ(counts->count(u"fast"_s), 1);
+    EXPECT_EQ(counts->count(u"slow"_s), 2);
+    EXPECT_EQ(told, QSet<QString>({ u"fast"_s, u"slow"_s }));
+
+    counts->setRule(u"all"_s, KXPredicate::truePredicate());
+    counts->updateSoon();
+    ASSERT_TRUE(counts->isCounting());
+    EXPECT_TRUE(counts->update());
+    EXPECT_EQ(counts->count(u"all"_s), 4) << "who cannot wait need not";
+}
+
+TEST_F(AsideTest, itMayEndMeanwhileAndWhenItIsTold)
+{
+    counts->updateSoon();
+    ASSERT_TRUE(counts->isCounting());
+    counts = std::make_unique<KXLiveCounts>(library.context, u"Track"_s);
+    counts->setMostRowsAtOnce(0);
+    counts->setRule(u"all"_s, KXPredicate::truePredicate());
+    QObject::connect(counts.get(), &KXLiveCounts::countsDidChange, [this] { counts.reset(); });
+    comeToRest();
+    EXPECT_FALSE(counts);
 }
 
 TEST(LiveCounts, siblingsThatShareANameAreCountedEachByItsOwn)

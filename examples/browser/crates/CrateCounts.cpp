@@ -24,9 +24,11 @@ CrateCounts::CrateCounts(KXManagedObjectContext::Ref context, QObject *parent)
 void CrateCounts::update()
 {
     followCrates();
-    m_counts.update();
+    m_counts.updateSoon();
     countFolders();
 }
+
+void CrateCounts::finish() { m_counts.update(); }
 
 /// Crates come and go, and change folders.
 void CrateCounts::follow(const KXObjectsDidChange &did)

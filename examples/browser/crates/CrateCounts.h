@@ -17,6 +17,8 @@ public:
 
     /// Counts at once what is due.
     void update();
+    /// Waits for what another thread counts.
+    void finish();
 
 private:
     void follow(const KXObjectsDidChange &did);

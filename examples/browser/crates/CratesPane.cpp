@@ -197,3 +197,9 @@ void CratesPane::startCounting()
         m_counts = std::make_unique<CrateCounts>(m_context);
     m_counts->update();
 }
+
+void CratesPane::finishCounting()
+{
+    if (m_counts)
+        m_counts->finish();
+}

@@ -48,6 +48,8 @@ public:
 
     /// Counts from now on.
     void startCounting();
+    /// Waits for what another thread counts.
+    void finishCounting();
 
 private:
     QAction *add(const QString &title, const QKeySequence &keys, std::function<void()> perform);

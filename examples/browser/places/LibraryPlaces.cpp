@@ -215,6 +215,12 @@ void LibraryPlaces::countWith(KXLiveCounts &counts)
 void LibraryPlaces::updateCounts()
 {
     if (m_all)
+        m_all->updateSoon();
+}
+
+void LibraryPlaces::finishCounting()
+{
+    if (m_all)
         m_all->update();
 }
 

@@ -47,6 +47,7 @@ public:
     void countWith(KXLiveCounts &counts);
     /// Counts at once what is due, instead of in the next turn; tries again where the store did not answer.
     void updateCounts();
+    void finishCounting();
 
     /// Whether the presets that a library begins with were made. Said once, it is so for good.
     [[nodiscard]] bool hasStartingPresets() const { return m_places.contains(StartingPresets); }

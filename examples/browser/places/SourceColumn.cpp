@@ -196,6 +196,14 @@ void SourceColumn::startCounting()
     Q_EMIT countingDidBegin(m_counts->liveCounts());
 }
 
+void SourceColumn::finishCounting()
+{
+    if (m_counts)
+        m_counts->update();
+    m_places->finishCounting();
+    m_crates->finishCounting();
+}
+
 void SourceColumn::firstMusicCame()
 {
     m_places->setHasStartingPresets();
@@ -213,9 +221,9 @@ void SourceColumn::musicDidChange()
             KXLogWarning(browser, "No presets: %@", error.localizedDescription());
     }
     startCounting();
-    m_counts->liveCounts().advance(); // what has come just now was added after the moment that counts are of
-    m_counts->update();
-    // What is told when music has come is told with all badges there.
+    // What has come just now was added after the moment that counts are of. Unless there is very much of it, what is
+    // told when music has come is told with all badges there.
+    m_counts->liveCounts().advance();
     m_places->updateCounts();
     m_crates->startCounting();
 }

@@ -65,6 +65,8 @@ public:
     [[nodiscard]] QList<KXSourceListViewController *> lists() const;
     /// Music has come or gone: makes the presets that a library begins with, and counts.
     void musicDidChange();
+    /// Waits for numbers that other threads count just now.
+    void finishCounting();
     /// Ends editing and remembers what is selected and open.
     void commit();
 

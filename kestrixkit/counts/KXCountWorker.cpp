@@ -1,0 +1,69 @@
+#include <kestrixkit/counts/KXCountWorker_p.h>
+
+#include <kestrixkit/foundation/KXMainQueue.h>
+
+using namespace Qt::StringLiterals;
+
+KXCountWorker::KXCountWorker(KXCountTable &table, std::function<void()> done)
+    : m_table(table)
+    , m_done(std::move(done))
+{
+    m_queue.setName(u"counts"_s);
+    m_queue.setMaxConcurrentOperationCount(1);
+}
+
+KXCountWorker::~KXCountWorker()
+{
+    m_stop = true;
+    m_queue.waitUntilAllOperationsAreFinished();
+}
+
+void KXCountWorker::begin(const QStringList &ordered)
+{
+    m_ordered = ordered;
+    m_error = {};
+    start(Reading, [this] { m_hasAnswered = m_table.readRows(&m_error, &m_stop); });
+}
+
+void KXCountWorker::start(Stage stage, std::function<void()> work)
+{
+    m_stage = stage;
+    m_work = m_queue.addBlock([this, work = std::move(work), round = ++m_round] {
+        work();
+        KXMainQueue::async(&m_guard, [this, round] { deliver(round); });
+    });
+}
+
+/// What was under way is done.
+void KXCountWorker::proceed()
+{
+    if (m_stage == Counting || !m_hasAnswered) {
+        m_stage = Home;
+        return;
+    }
+    m_table.joinContext();
+    start(Counting, [this] {
+        m_table.countRows();
+        for (const QString &attribute : std::as_const(m_ordered))
+            (void)m_table.nextNumber(attribute, 0);
+    });
+}
+
+void KXCountWorker::deliver(int round)
+{
+    if (round != m_round || !isAway())
+        return;
+    proceed();
+    if (isAway())
+        return;
+    const auto done = m_done; // it may destroy the worker
+    done();
+}
+
+void KXCountWorker::finish()
+{
+    while (isAway()) {
+        m_work->waitUntilFinished();
+        proceed();
+    }
+}
