@@ -72,7 +72,7 @@ void ShopFacets::addValues(
     section->setSizeHint(0, { 0, facetHeight });
     for (const FilterTypes::Choice &choice : choices.first(std::min(choices.size(), mostValues))) {
         auto *const item = new QTreeWidgetItem(section, { choice.name });
-        item->setTextAlignment(1, int(Qt::AlignRight | Qt::AlignVCenter));
+        item->setTextAlignment(1, Qt::AlignRight | Qt::AlignVCenter);
         item->setSizeHint(0, { 0, facetHeight });
         m_values.append({ keyPath, choice, item });
         m_rules.append(KXPredicate::comparison(remote, KXPredicateOperator::Equal, choice.value));
