@@ -6,6 +6,7 @@
 #include <QTest>
 #include <QtEndian>
 
+#include <kestrixkit/foundation/KXUndoManager.h>
 #include <library/BulkEdits.h>
 #include <table/TrackTableView.h>
 
@@ -26,7 +27,8 @@ struct MassRun
     bool isRight = false;
 };
 
-MassRun removeMany()
+/// Removed, or brought back.
+template <bool undone> MassRun removeMany()
 {
     LibraryWindow library;
     BrowserWindow &window = library.window();
@@ -41,7 +43,15 @@ MassRun removeMany()
     library.watch();
     bulk->remove();
     library.waitUntil(isDone);
-    return { library.seconds(), library.longestPause(), window.model()->rowCount() == before - massRemoved };
+    if (undone) {
+        QTest::qWait(500);
+        isDone = false;
+        library.watch();
+        window.context()->undoManager()->undo();
+        library.waitUntil(isDone);
+    }
+    return { library.seconds(), library.longestPause(),
+        window.model()->rowCount() == before - (undone ? 0 : massRemoved) };
 }
 
 /// Silence of a length of its own, so that no two files are the same.
@@ -112,8 +122,10 @@ template <MassRun run()> void massPause(benchmark::State &state)
 
 void MassBench::add()
 {
-    BenchProgram::add("library.remove-many/ours", massWhole<removeMany>);
-    BenchProgram::add("library.remove-many-pause/ours", massPause<removeMany>);
+    BenchProgram::add("library.remove-many/ours", massWhole<removeMany<false>>);
+    BenchProgram::add("library.remove-many-pause/ours", massPause<removeMany<false>>);
+    BenchProgram::add("library.remove-many-undo/ours", massWhole<removeMany<true>>);
+    BenchProgram::add("library.remove-many-undo-pause/ours", massPause<removeMany<true>>);
     BenchProgram::add("library.rescan/ours", massWhole<rescan>);
     BenchProgram::add("library.rescan-pause/ours", massPause<rescan>);
 }

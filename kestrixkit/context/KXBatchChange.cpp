@@ -1,8 +1,13 @@
 #include <kestrixkit/context/KXBatchChange_p.h>
 
+#include <algorithm>
+
 #include <kestrixkit/context/KXContextRows_p.h>
 
 namespace {
+
+// Objects in a record: what is undone together. Rows that come take far more of the main thread than those that go.
+constexpr size_t changeMost = 500;
 
 using ChangeEntries = std::vector<KXContextRecorder::Entry>;
 
@@ -44,7 +49,8 @@ std::optional<size_t> KXBatchChangeOperation::carryOut(KXManagedObjectContext &c
 {
     const KXContextRows rows(context);
     const KXEntityDescription &entity = rows.entity(m_change->entityName);
-    const std::span<const qint64> keys = std::span<const qint64>(m_keys).subspan(from, most);
+    const size_t count = std::min(most, changeMost);
+    const std::span<const qint64> keys = std::span<const qint64>(m_keys).subspan(from, count);
     rows.fill(entity, keys);
     QList<KXRef<KXManagedObject>> objects;
     std::vector<qint64> changed;
@@ -63,7 +69,7 @@ std::optional<size_t> KXBatchChangeOperation::carryOut(KXManagedObjectContext &c
     outcome->changed += qint64(changed.size());
     for (ChangeEntries &entries : recording.taken)
         m_change->records.emplace_back(std::exchange(changed, {}), std::move(entries), parts);
-    return most;
+    return count;
 }
 
 KXBatchUndoOperation::KXBatchUndoOperation(const KXManagedObjectContext::Ref &context, KXBatchEditor *editor,
