@@ -7,7 +7,7 @@
 namespace {
 
 // Objects in a record: what is undone together. Rows that come take far more of the main thread than those that go.
-constexpr size_t changeMost = 500;
+constexpr size_t changeMost = 1'000;
 
 using ChangeEntries = std::vector<KXContextRecorder::Entry>;
 
