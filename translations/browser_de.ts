@@ -195,6 +195,10 @@
         <source>, 1 was changed since and stays as it is</source>
         <translation>, 1 wurde seitdem geändert und bleibt, wie er ist</translation>
     </message>
+    <message>
+        <source>Remove from Library</source>
+        <translation>Aus der Bibliothek entfernen</translation>
+    </message>
 </context>
 <context>
     <name>CrateEditor</name>

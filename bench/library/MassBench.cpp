@@ -6,8 +6,9 @@
 #include <QTest>
 #include <QtEndian>
 
-#include <library/LibraryEditor.h>
-#include <table/TrackTableModel.h>
+#include <kestrixkit/foundation/KXUndoManager.h>
+#include <library/BulkEdits.h>
+#include <table/TrackTableView.h>
 
 #include "BenchProgram.h"
 #include "library/LibraryWindow.h"
@@ -26,23 +27,31 @@ struct MassRun
     bool isRight = false;
 };
 
-MassRun removeMany()
+/// Removed, or brought back.
+template <bool undone> MassRun removeMany()
 {
     LibraryWindow library;
     BrowserWindow &window = library.window();
-    LibraryEditor editor(window.context());
+    auto *const bulk = window.findChild<BulkEdits *>();
     const int before = window.model()->rowCount();
-    QList<KXRef<Track>> tracks;
-    for (int row = 0; row < massRemoved; ++row)
-        tracks.append(window.model()->track(row));
-    library.watch();
+    const QModelIndex first = window.model()->index(0, 0), last = window.model()->index(massRemoved - 1, 0);
+    window.table()->selectionModel()->select(
+        { first, last }, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
     bool isDone = false;
-    QTimer::singleShot(0, [&] { editor.remove(tracks); });
-    QTimer settled;
-    QObject::connect(&settled, &QTimer::timeout, [&] { isDone = window.model()->rowCount() == before - massRemoved; });
-    settled.start(5);
+    QObject::connect(&bulk->editor(), &KXBatchEditor::finished, [&isDone](const KXBatchOutcome &) { isDone = true; });
+    QTest::qWait(500); // the summary of what is selected is an affair of its own
+    library.watch();
+    bulk->remove();
     library.waitUntil(isDone);
-    return { library.seconds(), library.longestPause(), isDone };
+    if (undone) {
+        QTest::qWait(500);
+        isDone = false;
+        library.watch();
+        window.context()->undoManager()->undo();
+        library.waitUntil(isDone);
+    }
+    return { library.seconds(), library.longestPause(),
+        window.model()->rowCount() == before - (undone ? 0 : massRemoved) };
 }
 
 /// Silence of a length of its own, so that no two files are the same.
@@ -113,8 +122,10 @@ template <MassRun run()> void massPause(benchmark::State &state)
 
 void MassBench::add()
 {
-    BenchProgram::add("library.remove-many/ours", massWhole<removeMany>);
-    BenchProgram::add("library.remove-many-pause/ours", massPause<removeMany>);
+    BenchProgram::add("library.remove-many/ours", massWhole<removeMany<false>>);
+    BenchProgram::add("library.remove-many-pause/ours", massPause<removeMany<false>>);
+    BenchProgram::add("library.remove-many-undo/ours", massWhole<removeMany<true>>);
+    BenchProgram::add("library.remove-many-undo-pause/ours", massPause<removeMany<true>>);
     BenchProgram::add("library.rescan/ours", massWhole<rescan>);
     BenchProgram::add("library.rescan-pause/ours", massPause<rescan>);
 }

@@ -1,15 +1,10 @@
 #include <kestrixkit/context/KXBatchEditor.h>
 
 #include <algorithm>
-#include <atomic>
 #include <span>
 
-#include <QElapsedTimer>
-#include <QPointer>
-#include <QSemaphore>
-
+#include <kestrixkit/context/KXBatchChange_p.h>
 #include <kestrixkit/context/KXContextRows_p.h>
-#include <kestrixkit/context/KXManagedObjectContextOperation.h>
 #include <kestrixkit/foundation/KXException.h>
 #include <kestrixkit/foundation/KXMainQueue.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
@@ -17,11 +12,6 @@
 
 namespace {
 
-// Objects that are saved and merged together. Each save waits for the disk; each merge takes its time of the main
-// thread.
-constexpr size_t batchFirst = 1'000, batchLeast = 250, batchMost = 8'000;
-constexpr qint64 batchQuick = 10, batchSlow = 30; // milliseconds that the main thread takes for one
-constexpr int batchPatience = 20; // milliseconds between looks whether all was cancelled
 constexpr qsizetype batchRemembered = 64; // values among which one that was there before is looked for
 
 /// As another context can use it: an object by its identifier.
@@ -102,60 +92,29 @@ struct KXBatchEditor::Edit
     }
 };
 
-struct KXBatchEditor::Shared
-{
-    std::atomic<const void *> writer { nullptr }; // the context of the operation at work
-    std::atomic<bool> ends { false };
-};
-
-class KXBatchEditOperation : public KXManagedObjectContextOperation
+class KXBatchEditOperation : public KXBatchOperation
 {
 public:
     using Edit = KXBatchEditor::Edit;
 
     KXBatchEditOperation(const KXManagedObjectContext::Ref &context, KXBatchEditor *editor,
-        std::shared_ptr<KXBatchEditor::Shared> shared, std::shared_ptr<const Edit> edit, std::shared_ptr<Edit> inverse)
-        : KXManagedObjectContextOperation(context)
-        , m_editor(editor)
-        , m_shared(std::move(shared))
+        std::shared_ptr<KXBatchShared> shared, std::shared_ptr<const Edit> edit, std::shared_ptr<Edit> inverse)
+        : KXBatchOperation(context, editor, std::move(shared), edit->actionName)
         , m_edit(std::move(edit))
         , m_inverse(std::move(inverse))
     {
-        setMergeChangesIntoMainContext(true);
-        outcome->actionName = m_edit->actionName;
     }
 
-    void main() override
+protected:
+    [[nodiscard]] size_t begin() override
     {
-        const KXManagedObjectContext::Ref context = localContext();
-        if (!context)
-            return;
-        m_shared->writer = context.get();
         m_inverse->values = m_edit->values;
-        const std::vector<Edit::Step> &steps = m_edit->steps;
-        size_t size = batchFirst;
-        for (size_t from = 0; from < steps.size() && !stops();) {
-            const size_t count = std::min(size, steps.size() - from);
-            if (!change(*context, std::span(steps).subspan(from, count)))
-                break;
-            from += count;
-            const qint64 milliseconds = waitForMainThread(qint64(from), qint64(steps.size()));
-            if (milliseconds < batchQuick)
-                size = std::min(size * 2, batchMost);
-            else if (milliseconds > batchSlow)
-                size = std::max(size / 2, batchLeast);
-        }
-        outcome->cancelled = stops();
-        m_shared->writer = nullptr;
+        return m_edit->steps.size();
     }
 
-    const std::shared_ptr<KXBatchOutcome> outcome = std::make_shared<KXBatchOutcome>();
-
-private:
-    [[nodiscard]] bool stops() const { return isCancelled() || m_shared->ends; }
-
-    bool change(KXManagedObjectContext &context, std::span<const Edit::Step> steps)
+    [[nodiscard]] std::optional<size_t> carryOut(KXManagedObjectContext &context, size_t from, size_t most) override
     {
+        const std::span<const Edit::Step> steps = std::span(m_edit->steps).subspan(from, most);
         const KXContextRows rows(context);
         const KXEntityDescription &entity = rows.entity(m_edit->entityName);
         std::vector<qint64> keys;
@@ -179,32 +138,14 @@ private:
             done.push_back({ step.key, m_inverse->numberOf(before), step.target });
         }
         outcome->kept += kept;
-        if (!done.empty() && !context.save(&outcome->error)) {
-            context.rollback();
-            return false;
-        }
+        if (!done.empty() && !save(context))
+            return std::nullopt;
         outcome->changed += qint64(done.size());
         m_inverse->steps.insert(m_inverse->steps.end(), done.begin(), done.end());
-        return true;
+        return most;
     }
 
-    /// Until what was saved is merged: the merge is queued already, and this behind it. Answers how long that took.
-    qint64 waitForMainThread(qint64 done, qint64 total)
-    {
-        QElapsedTimer clock;
-        clock.start();
-        const auto merged = std::make_shared<QSemaphore>();
-        KXMainQueue::async([merged, editor = m_editor, done, total] {
-            if (editor)
-                Q_EMIT editor->progressed(done, total);
-            merged->release(); // whoever cancels in that call is obeyed at once
-        });
-        while (!merged->tryAcquire(1, batchPatience) && !stops()) { }
-        return clock.elapsed();
-    }
-
-    const QPointer<KXBatchEditor> m_editor; // looked at on the main thread alone
-    const std::shared_ptr<KXBatchEditor::Shared> m_shared;
+private:
     const std::shared_ptr<const Edit> m_edit;
     const std::shared_ptr<Edit> m_inverse; // read by nobody before this is done: edits run one after the other
 };
@@ -212,7 +153,7 @@ private:
 KXBatchEditor::KXBatchEditor(KXManagedObjectContext::Ref context, QObject *parent)
     : QObject(parent)
     , m_context(std::move(context))
-    , m_shared(std::make_shared<Shared>())
+    , m_shared(std::make_shared<KXBatchShared>())
 {
     m_queue.setMaxConcurrentOperationCount(1);
 }
@@ -255,28 +196,57 @@ void KXBatchEditor::setValues(const QList<std::pair<QString, QVariant>> &values,
     for (const qint64 key : keys)
         edit->steps.push_back({ key, 0, -1 });
     const auto inverse = std::make_shared<Edit>(Edit { ofEntityName, actionName, edit->keys, {}, {} });
-    registerStep(inverse, actionName);
-    run(edit, inverse);
+    begin(edit, inverse);
+}
+
+void KXBatchEditor::change(
+    const Change &change, const QString &entityName, const std::vector<qint64> &keys, const QString &actionName)
+{
+    (void)KXContextRows(*m_context).entity(entityName);
+    if (change && !keys.empty())
+        carryOut(std::make_shared<KXBatchChange>(KXBatchChange { change, entityName, actionName, keys, {} }));
+}
+
+void KXBatchEditor::remove(const QString &entityName, const std::vector<qint64> &keys, const QString &actionName)
+{
+    change([](KXManagedObjectContext &context,
+               const QList<KXRef<KXManagedObject>> &objects) { context.deleteObjects(objects); },
+        entityName, keys, actionName);
 }
 
 /// The step's content comes to be when the edit has been carried out; whoever undoes it before waits for that.
-void KXBatchEditor::registerStep(const std::shared_ptr<Edit> &inverse, const QString &actionName)
+void KXBatchEditor::registerStep(const QString &actionName, const std::function<void()> &revert)
 {
     KXUndoManager *const undo = m_context->undoManager();
     if (!undo)
         return;
     const KXUndoGroup group(undo, actionName);
-    undo->registerUndo(this, [this, inverse] {
-        const auto back
-            = std::make_shared<Edit>(Edit { inverse->entityName, inverse->actionName, inverse->keys, {}, {} });
-        registerStep(back, back->actionName);
-        run(inverse, back);
-    });
+    undo->registerUndo(this, revert);
 }
 
-void KXBatchEditor::run(const std::shared_ptr<const Edit> &edit, const std::shared_ptr<Edit> &inverse)
+void KXBatchEditor::begin(const std::shared_ptr<const Edit> &edit, const std::shared_ptr<Edit> &inverse)
 {
-    const auto operation = std::make_shared<KXBatchEditOperation>(m_context, this, m_shared, edit, inverse);
+    registerStep(edit->actionName, [this, inverse] {
+        begin(
+            inverse, std::make_shared<Edit>(Edit { inverse->entityName, inverse->actionName, inverse->keys, {}, {} }));
+    });
+    run(std::make_shared<KXBatchEditOperation>(m_context, this, m_shared, edit, inverse));
+}
+
+void KXBatchEditor::carryOut(const std::shared_ptr<KXBatchChange> &change)
+{
+    registerStep(change->actionName, [this, change] { takeBack(change); });
+    run(std::make_shared<KXBatchChangeOperation>(m_context, this, m_shared, change));
+}
+
+void KXBatchEditor::takeBack(const std::shared_ptr<KXBatchChange> &change)
+{
+    registerStep(change->actionName, [this, change] { carryOut(change); });
+    run(std::make_shared<KXBatchUndoOperation>(m_context, this, m_shared, change));
+}
+
+void KXBatchEditor::run(const std::shared_ptr<KXBatchOperation> &operation)
+{
     ++m_pending;
     // Queued behind the merges of its saves.
     operation->setCompletionBlock([this, outcome = operation->outcome] {

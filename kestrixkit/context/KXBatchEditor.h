@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -10,7 +11,9 @@
 #include <kestrixkit/foundation/KXError.h>
 #include <kestrixkit/foundation/KXOperationQueue.h>
 
-class KXBatchEditOperation;
+class KXBatchOperation;
+struct KXBatchChange;
+struct KXBatchShared;
 
 /// What came of an edit of many objects.
 struct KXBatchOutcome
@@ -22,7 +25,7 @@ struct KXBatchOutcome
     KXError error; ///< of the store; what was saved before stays
 };
 
-/// Sets properties of very many objects in the background, without making the main thread wait for it: a library of
+/// Edits and deletes very many objects in the background, without making the main thread wait for it: a library of
 /// 300,000 tracks is rated while it is scrolled.
 ///
 /// Works through the objects in batches, each of them saved and merged into the main context before the next one is
@@ -47,6 +50,20 @@ public:
     /// as valueForKey() answers them, and are saved before; they are led by their identifiers.
     void setValues(const QList<std::pair<QString, QVariant>> &values, const QString &ofEntityName,
         const std::vector<qint64> &keys, const QString &actionName);
+    /// What a host does to some objects, with a context of its own on another thread: it inserts, changes and deletes
+    /// what it likes and leaves the saving to the editor.
+    using Change = std::function<void(KXManagedObjectContext &context, const QList<KXRef<KXManagedObject>> &objects)>;
+    /// Has the function do what no values say: it is called batch by batch with those of the keys that are there.
+    ///
+    /// Undone by identifiers and stored values: what was deleted comes back under its identifier with its
+    /// relationships, unless what it belonged to is gone; what was inserted goes; what was changed is what it was,
+    /// unless somebody has changed it since. Redoing calls the function with those that came back. An undo that was
+    /// cancelled or could not be saved goes on where it ended when it is redone and undone. Throws KXException for an
+    /// unknown entity.
+    void change(
+        const Change &change, const QString &entityName, const std::vector<qint64> &keys, const QString &actionName);
+    /// Deletes the objects and whatever their delete rules reach.
+    void remove(const QString &entityName, const std::vector<qint64> &keys, const QString &actionName);
     /// Ends what is under way after the batch at hand, and drops what waits for it.
     void cancel();
     [[nodiscard]] bool isBusy() const { return m_pending > 0; }
@@ -60,12 +77,14 @@ Q_SIGNALS:
 private:
     friend class KXBatchEditOperation;
     struct Edit;
-    struct Shared;
-    void run(const std::shared_ptr<const Edit> &edit, const std::shared_ptr<Edit> &inverse);
-    void registerStep(const std::shared_ptr<Edit> &inverse, const QString &actionName);
+    void begin(const std::shared_ptr<const Edit> &edit, const std::shared_ptr<Edit> &inverse);
+    void carryOut(const std::shared_ptr<KXBatchChange> &change);
+    void takeBack(const std::shared_ptr<KXBatchChange> &change);
+    void registerStep(const QString &actionName, const std::function<void()> &revert);
+    void run(const std::shared_ptr<KXBatchOperation> &operation);
 
     const KXManagedObjectContext::Ref m_context;
-    const std::shared_ptr<Shared> m_shared;
+    const std::shared_ptr<KXBatchShared> m_shared;
     int m_pending = 0;
     KXOperationQueue m_queue; // last: it is waited for
 };

@@ -110,5 +110,5 @@ void KXContextSaver::pass(KXManagedObjectContextPrivate &parent, KXContextMerger
     for (const KXRef<Object> &object : deleted)
         parent.editor.followDeleteRules(object.get(), doomed);
     for (const KXRef<Object> &object : doomed)
-        parent.editor.remove(object.get());
+        parent.editor.remove({ KXRef<Object>(object.get()) });
 }

@@ -2,8 +2,17 @@
 
 #include <kestrixkit/context/KXContextEditor_p.h>
 
+#include <algorithm>
+
 using Access = KXObjectAccess;
 using Object = KXManagedObject;
+
+namespace {
+
+// Objects whose surroundings are read in one go: fewer than the working set keeps of those.
+constexpr size_t deletingTogether = 1'000;
+
+}
 
 void KXContextEditor::setDefaults(Object *object)
 {
@@ -65,11 +74,57 @@ void KXContextEditor::revive(
     m_announcer.schedule();
 }
 
-void KXContextEditor::remove(Object *object)
+bool KXContextEditor::hasDeletionToFollow(const KXPropertyDescription &property)
+{
+    return property.deleteRule() == KXDeleteRule::Cascade
+        || (property.deleteRule() == KXDeleteRule::Nullify && property.inverse());
+}
+
+/// What the rules of objects of one entity look at, with a few looks into the store for all of them.
+void KXContextEditor::readForDeletion(
+    const KXEntityDescription &entity, std::span<const KXRef<Object>> objects, std::span<const qint64> keys)
+{
+    m_reader.fill(entity, keys);
+    for (const KXPropertyDescription &property : entity.properties()) {
+        if (!property.isRelationship() || !hasDeletionToFollow(property))
+            continue;
+        if (property.isToMany())
+            m_reader.loadToMany(objects, property);
+        std::vector<qint64> others;
+        for (const KXRef<Object> &object : objects) {
+            const std::vector<qint64> ends = m_reader.keysOf(object.get(), property);
+            others.insert(others.end(), ends.begin(), ends.end());
+        }
+        m_reader.fill(*property.destinationEntity(), others);
+    }
+}
+
+void KXContextEditor::readForDeletion(std::span<const KXRef<Object>> doomed)
+{
+    if (doomed.size() < 2)
+        return;
+    std::map<const KXEntityDescription *, std::pair<std::vector<KXRef<Object>>, std::vector<qint64>>> sorted;
+    for (const KXRef<Object> &object : doomed) {
+        if (!object || object->managedObjectContext() != m_keeper.q || object->isDeleted())
+            continue;
+        auto &[objects, keys] = sorted[object->entity()];
+        objects.push_back(object);
+        keys.push_back(Access::key(object));
+    }
+    for (const auto &[entity, together] : sorted)
+        readForDeletion(*entity, together.first, together.second);
+}
+
+void KXContextEditor::remove(std::vector<KXRef<Object>> doomed)
 {
     m_keeper.checkThread();
-    std::vector<KXRef<Object>> doomed { KXRef<Object>(object) }; // with those that cascades reach, however deep
-    for (size_t i = 0; i < doomed.size(); ++i) {
+    size_t read = 0;
+    for (size_t i = 0; i < doomed.size(); ++i) { // with those that cascades reach, however deep
+        if (i == read) {
+            const size_t count = std::min(deletingTogether, doomed.size() - i);
+            readForDeletion(std::span(doomed).subspan(i, count));
+            read += count;
+        }
         const KXRef<Object> next = doomed[i];
         if (!next || next->managedObjectContext() != m_keeper.q || next->isDeleted() || !Access::loadedValues(next))
             continue;
@@ -85,8 +140,7 @@ void KXContextEditor::followDeleteRules(Object *object, std::vector<KXRef<Object
 {
     for (const KXPropertyDescription &property : object->entity()->properties()) {
         const KXPropertyDescription *inverse = property.inverse();
-        if (!property.isRelationship() || property.deleteRule() == KXDeleteRule::Deny
-            || (property.deleteRule() == KXDeleteRule::Nullify && !inverse))
+        if (!property.isRelationship() || !hasDeletionToFollow(property))
             continue;
         QList<KXRef<Object>> others;
         if (property.isToMany())

@@ -12,7 +12,7 @@ void KXContextEditor::willChange(Object *object, int property)
     m_keeper.checkThread();
     if (object->isDeleted())
         return;
-    if (m_recorder.manager())
+    if (m_recorder.hasReceiver())
         m_recorder.willChange(object, property);
     m_ledger.edited(object, property);
     m_announcer.schedule();

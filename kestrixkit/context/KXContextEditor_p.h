@@ -1,6 +1,7 @@
 #pragma once
 
 #include <map>
+#include <span>
 #include <vector>
 
 #include <kestrixkit/context/KXContextAnnouncer_p.h>
@@ -49,8 +50,8 @@ public:
     /// Gives a fault of a new key its default values.
     void insertNew(const KXRef<KXManagedObject> &object);
     static void setDefaults(KXManagedObject *object);
-    /// With whatever its delete rules reach.
-    void remove(KXManagedObject *object);
+    /// With whatever their delete rules reach.
+    void remove(std::vector<KXRef<KXManagedObject>> doomed);
     /// Deletes the object without looking at delete rules or other ends.
     void markDeleted(const KXRef<KXManagedObject> &object);
     /// Brings an object back whose deletion is pending or was saved: the same instance under the same identifier. The
@@ -63,6 +64,11 @@ public:
     void letGo(KXManagedObject *object);
 
 private:
+    [[nodiscard]] static bool hasDeletionToFollow(const KXPropertyDescription &property);
+    void readForDeletion(std::span<const KXRef<KXManagedObject>> doomed);
+    void readForDeletion(const KXEntityDescription &entity, std::span<const KXRef<KXManagedObject>> objects,
+        std::span<const qint64> keys);
+
     KXObjectKeeper &m_keeper;
     KXWorkingSet &m_workingSet;
     KXChangeLedger &m_ledger;

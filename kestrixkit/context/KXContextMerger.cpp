@@ -85,7 +85,7 @@ void KXContextMerger::dropLinks(Object *object)
 void KXContextMerger::vanish(const KXRef<Object> &object)
 {
     dropLinks(object.get());
-    if (m_context.recorder.manager() && Access::values(object))
+    if (m_context.recorder.hasReceiver() && Access::values(object))
         m_context.ledger.noteFormerVersion(Access::key(object), Access::values(object)->version);
     m_context.reader.dismiss(object.get());
     m_did.deleted.append(object);

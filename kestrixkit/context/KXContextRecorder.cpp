@@ -32,9 +32,15 @@ void KXContextRecorder::setManager(std::shared_ptr<KXUndoManager> manager)
     m_boundary = m_manager ? m_manager->addBoundaryObserver([this] { flush(); }) : KXScopeToken();
 }
 
+void KXContextRecorder::setTake(Take take)
+{
+    flush();
+    m_take = std::move(take);
+}
+
 bool KXContextRecorder::isRecording() const
 {
-    return m_manager && !m_reverting && m_manager->isUndoRegistrationEnabled();
+    return !m_reverting && (m_take || (m_manager && m_manager->isUndoRegistrationEnabled()));
 }
 
 KXContextRecorder::Entry &KXContextRecorder::entryOf(Object *object)
@@ -42,7 +48,7 @@ KXContextRecorder::Entry &KXContextRecorder::entryOf(Object *object)
     const auto [found, fresh] = m_indexes.try_emplace(object, m_entries.size());
     if (fresh) {
         m_entries.push_back({ .object = KXRef<Object>(object) });
-        if (m_entries.size() == 1)
+        if (m_entries.size() == 1 && m_manager)
             m_manager->willAddStep();
     }
     return m_entries[found->second];
@@ -118,7 +124,9 @@ void KXContextRecorder::flush()
             entry.after = cloneOfValues(object, Access::values(object));
         return !entry.existedBefore && !entry.existsAfter;
     });
-    if (!entries.empty() && m_manager)
+    if (!entries.empty() && m_take)
+        m_take(std::move(entries));
+    else if (!entries.empty() && m_manager)
         m_manager->addStep(m_makeFact(std::move(entries)));
 }
 

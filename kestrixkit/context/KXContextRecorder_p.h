@@ -26,6 +26,7 @@ public:
     struct Entry;
     /// Makes a fact of what was remembered.
     using MakeFact = std::function<std::unique_ptr<KXUndoFact>(std::vector<Entry>)>;
+    using Take = std::function<void(std::vector<Entry>)>;
 
     /// Facts are those of the target; the store may be absent.
     KXContextRecorder(
@@ -35,6 +36,11 @@ public:
 
     [[nodiscard]] const std::shared_ptr<KXUndoManager> &manager() const { return m_manager; }
     void setManager(std::shared_ptr<KXUndoManager> manager);
+    /// Instead of an undo manager the function gets what was remembered, until it is replaced by an empty one: for
+    /// those who keep it without objects.
+    void setTake(Take take);
+    /// Whether anybody is to get what is remembered.
+    [[nodiscard]] bool hasReceiver() const { return m_manager || m_take; }
     /// Whether changes are to be remembered now.
     [[nodiscard]] bool isRecording() const;
 
@@ -80,6 +86,7 @@ private:
     KXContextReader &m_reader;
     const MakeFact m_makeFact;
     std::shared_ptr<KXUndoManager> m_manager;
+    Take m_take;
     KXScopeToken m_boundary;
     std::unordered_map<KXManagedObject *, size_t> m_indexes;
     std::vector<Entry> m_entries; // in the order in which they were first touched

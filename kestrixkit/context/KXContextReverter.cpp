@@ -213,6 +213,16 @@ void KXContextReverter::reconnect(const Entry &entry)
     }
 }
 
+/// Of a row that others have deleted and brought back the context has another object by now.
+void KXContextReverter::findAgain(Entry &entry)
+{
+    if (!entry.existsAfter || !Access::isDetached(entry.object))
+        return;
+    const KXRef<Object> now = m_context.reader.object(*entry.object->entity(), Access::key(entry.object));
+    if (now && Access::loadedValues(now))
+        entry.object = now;
+}
+
 std::vector<KXContextRecorder::Entry> KXContextReverter::revert(std::vector<Entry> entries)
 {
     m_context.recorder.flush();
@@ -223,6 +233,8 @@ std::vector<KXContextRecorder::Entry> KXContextReverter::revert(std::vector<Entr
         ~Guard() { (void)recorder.setReverting(before); }
     } const guard { m_context.recorder };
 
+    for (Entry &entry : entries)
+        findAgain(entry);
     // Whoever comes back first, so that the others' relationships find them; whoever goes last.
     std::vector<const Entry *> back;
     QSet<qint64> backKeys;

@@ -22,6 +22,7 @@ public:
     [[nodiscard]] std::vector<Entry> revert(std::vector<Entry> entries);
 
 private:
+    void findAgain(Entry &entry);
     void dropFormerMembers(const std::vector<Entry> &entries);
     void revertValues(const std::vector<Entry> &entries, const QSet<qint64> &back);
     void linkOnce(KXManagedObject *object, const KXPropertyDescription &property, qint64 key, bool add);

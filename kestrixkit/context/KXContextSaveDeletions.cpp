@@ -116,7 +116,7 @@ KXError KXContextSaver::writeDeleted(KXSQLiteConnection &connection)
             // Where somebody else deleted it before, this is no news.
             if (code == SQLITE_ROW) {
                 changeOf(entity).deleted.append(row.key);
-                if (m_context.recorder.manager())
+                if (m_context.recorder.hasReceiver())
                     m_gone[row.key] = statement.integer(0);
                 code = statement.step();
             }

@@ -51,6 +51,16 @@ void liveListCompare(const std::vector<qint64> &before, const std::vector<qint64
     std::sort(come.begin(), come.end());
 }
 
+/// How many steps it takes to remove them: neighbours go together.
+size_t liveListRanges(std::vector<size_t> indexes)
+{
+    std::sort(indexes.begin(), indexes.end());
+    size_t ranges = 0;
+    for (size_t i = 0; i < indexes.size(); ++i)
+        ranges += i == 0 || indexes[i] != indexes[i - 1] + 1;
+    return ranges;
+}
+
 }
 
 /// What a change may mean for the list.
@@ -252,7 +262,10 @@ void KXLiveList::place(const Touched &touched)
             moved.push_back(key);
     }
     keys.insert(keys.end(), rest.begin() + ptrdiff_t(from), rest.end());
-    if (gone.size() + come.size() + moved.size() <= liveListStepsAtMost)
+    std::vector<size_t> goneIndexes;
+    for (const qint64 key : gone)
+        goneIndexes.push_back(oldOf(key)->index);
+    if (liveListRanges(std::move(goneIndexes)) + come.size() + moved.size() <= liveListStepsAtMost)
         changeStepwise(keys, gone, come, moved);
     else
         changeTo(std::move(keys), gone, come);

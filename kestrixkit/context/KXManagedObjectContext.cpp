@@ -200,12 +200,14 @@ KXRef<KXManagedObject> KXManagedObjectContext::temporaryInstanceOfEntity(const Q
     return m_p->makeTemporary(m_p->entity(entityName));
 }
 
-void KXManagedObjectContext::removeManagedObject(KXManagedObject *object) { m_p->editor.remove(object); }
+void KXManagedObjectContext::removeManagedObject(KXManagedObject *object)
+{
+    m_p->editor.remove({ KXRef<KXManagedObject>(object) });
+}
 
 void KXManagedObjectContext::deleteObjects(const QList<KXRef<KXManagedObject>> &objects)
 {
-    for (const KXRef<KXManagedObject> &object : objects)
-        m_p->editor.remove(object.get());
+    m_p->editor.remove(std::vector(objects.begin(), objects.end()));
 }
 
 // Fetching

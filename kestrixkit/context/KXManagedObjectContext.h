@@ -135,7 +135,7 @@ public:
     /// objects.
     void removeManagedObject(KXManagedObject *object);
     void removeManagedObject(const KXRef<KXManagedObject> &object) { removeManagedObject(object.get()); }
-    /// Each object in the order of the list.
+    /// All in the order of the list, then those that their rules reach. What these rules look at is read together.
     void deleteObjects(const QList<KXRef<KXManagedObject>> &objects);
 
     // Fetching and counting. A failure is logged and answers a null list, an empty handle or 0; who gives an error slot

@@ -1,7 +1,9 @@
 #include "files/Sounds.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <map>
 
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -18,7 +20,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr std::chrono::seconds soundsSave(2); // between two saves
-constexpr size_t soundsMost = 500; // in one save
+constexpr qsizetype soundsMost = 500; // in one save, and in one look into the store
 
 /// 64 bits of it; 0: none.
 qint64 soundsMark(const KXAudioFingerprint &fingerprint)
@@ -29,6 +31,17 @@ qint64 soundsMark(const KXAudioFingerprint &fingerprint)
         return 0;
     std::memcpy(&mark, bytes.constData(), sizeof mark);
     return mark ? mark : 1; // 0 is taken
+}
+
+/// Tracks of one sound.
+void soundsCount(const QList<KXRef<Track>> &all)
+{
+    const auto there = std::count_if(all.begin(), all.end(), [](const auto &track) { return !track->missing(); });
+    const std::optional<int> copies = there > 1 ? std::optional(int(std::min<qint64>(there, 9999))) : std::nullopt;
+    for (const KXRef<Track> &track : all) {
+        if (track->copies() != copies)
+            track->setCopies(copies);
+    }
 }
 
 /// The kernel's "idle" class for this thread, while it lives: whoever plays music or imports reads first.
@@ -88,19 +101,20 @@ KXPredicate Sounds::duplicates() { return KXPredicate::predicateWithFormat("miss
 
 void Sounds::recount(KXManagedObjectContext &context, const std::set<qint64> &hashes)
 {
+    QVariantList wanted;
     for (const qint64 hash : hashes) {
-        if (hash == 0)
-            continue;
-        const auto all
-            = Track::findUsingPredicate(KXPredicate::predicateWithFormat("soundHash == %@", QVariant(hash)), context);
-        int there = 0;
-        for (const KXRef<Track> &track : all)
-            there += !track->missing();
-        const std::optional<int> copies = there > 1 ? std::optional(std::min(there, 9999)) : std::nullopt;
-        for (const KXRef<Track> &track : all) {
-            if (track->copies() != copies)
-                track->setCopies(copies);
+        if (hash != 0)
+            wanted.append(hash);
+    }
+    for (qsizetype from = 0; from < wanted.size(); from += soundsMost) {
+        std::map<qint64, QList<KXRef<Track>>> tracks;
+        const auto some = KXPredicate::predicateWithFormat("soundHash IN %@", wanted.mid(from, soundsMost));
+        for (const KXRef<Track> &track : Track::findUsingPredicate(some, context)) {
+            if (track)
+                tracks[track->soundHash().value_or(0)].append(track);
         }
+        for (const auto &[hash, all] : tracks)
+            soundsCount(all);
     }
 }
 
@@ -110,7 +124,7 @@ void Sounds::readMissing(KXManagedObjectContext &context, const std::function<bo
     const ReadWhenIdle lower;
     const auto unread = KXPredicate::predicateWithFormat("soundHash == nil AND missing == FALSE");
     std::set<qint64> hashes;
-    size_t read = 0;
+    qsizetype read = 0;
     Clock::time_point saved = Clock::now();
     const auto save = [&] {
         recount(context, hashes);

@@ -9,6 +9,7 @@
 #include <kestrixkit/theme/KXThemeStyleNames.h>
 #include <kestrixkit/theme/controls/KXThemeableButton.h>
 
+#include "library/LibraryEditor.h"
 #include "table/TrackTableView.h"
 #include "window/BrowserWindow.h"
 
@@ -34,15 +35,32 @@ BulkEdits::BulkEdits(BrowserWindow *window, KXManagedObjectContext::Ref context,
     connect(&m_editor, &KXBatchEditor::finished, this, &BulkEdits::showOutcome);
 }
 
+std::vector<qint64> BulkEdits::selectedTracks() const
+{
+    std::vector<qint64> keys;
+    for (const int row : m_window->table()->selectedRowNumbers())
+        keys.push_back(m_window->model()->tracks().key(row));
+    return keys;
+}
+
+bool BulkEdits::remove()
+{
+    const std::vector<qint64> keys = selectedTracks();
+    if (qsizetype(keys.size()) < fromRemovedRows)
+        return false;
+    if (!m_context->save()) // what is unsaved is older than this
+        return true;
+    // A selection of very many rows costs more with each batch that goes than all the rest.
+    m_window->table()->clearSelection();
+    m_editor.change(&LibraryEditor::takeOut, QString(Track::entityName), keys, tr("Remove from Library"));
+    return true;
+}
+
 bool BulkEdits::edit(const std::function<TrackFields::Properties()> &properties, const QString &actionName)
 {
-    const QList<int> rows = m_window->table()->selectedRowNumbers();
-    if (rows.size() < fromRows)
+    const std::vector<qint64> keys = selectedTracks();
+    if (qsizetype(keys.size()) < fromRows)
         return false;
-    std::vector<qint64> keys;
-    keys.reserve(size_t(rows.size()));
-    for (const int row : rows)
-        keys.push_back(m_window->model()->tracks().key(row));
     TrackFields::Properties values;
     {
         const KXUndoRegistrationOff unrecorded(

@@ -10,14 +10,15 @@ class QPushButton;
 class TrackTableModel;
 class TrackTableView;
 
-/// Edits of very many selected tracks: in the background, with their progress in the status bar and a button that
-/// cancels them.
+/// Edits of very many selected tracks, their removal included: in the background, with their progress in the status bar
+/// and a button that cancels them.
 class BulkEdits : public QObject
 {
     Q_OBJECT
 public:
     /// From so many rows on.
     static constexpr qsizetype fromRows = 2'000;
+    static constexpr qsizetype fromRemovedRows = 500; // a removal has far more to write
 
     /// All of them outlive this. The line is where the window says what happened.
     BulkEdits(BrowserWindow *window, KXManagedObjectContext::Ref context, QLabel *line);
@@ -25,9 +26,13 @@ public:
     /// Sets properties of all selected tracks; what these are is asked where it is needed. False, and nothing is done,
     /// where they are few: these are edited at once, by whoever asks.
     bool edit(const std::function<TrackFields::Properties()> &properties, const QString &actionName);
+    /// Takes all selected tracks out of the library, as LibraryEditor::remove() does. False, and nothing is done, where
+    /// they are few.
+    bool remove();
     [[nodiscard]] KXBatchEditor &editor() { return m_editor; }
 
 private:
+    [[nodiscard]] std::vector<qint64> selectedTracks() const;
     void showOutcome(const KXBatchOutcome &outcome);
 
     BrowserWindow *const m_window;

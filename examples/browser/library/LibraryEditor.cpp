@@ -108,22 +108,30 @@ QString LibraryEditor::objectionToGenreName(const KXRef<Genre> &genre, const QSt
 
 // Files
 
+bool LibraryEditor::takeOut(KXManagedObjectContext &context, const QList<KXRef<KXManagedObject>> &tracks)
+{
+    std::set<qint64> sounds;
+    QList<KXRef<KXManagedObject>> there;
+    for (const KXRef<KXManagedObject> &object : tracks) {
+        const KXRef<Track> track = Track::cast(object);
+        if (!track || track->isDeleted() || track->isMissing())
+            continue;
+        if (track->copies())
+            sounds.insert(track->soundHash().value_or(0));
+        LeftOutFiles::add(*track);
+        there.append(object);
+    }
+    context.deleteObjects(there);
+    Sounds::recount(context, sounds);
+    return !there.isEmpty();
+}
+
 bool LibraryEditor::remove(const QList<KXRef<Track>> &tracks)
 {
     bool changed = false;
     {
         const KXUndoGroup group(m_context->undoManager(), tr("Remove from Library"));
-        std::set<qint64> sounds;
-        for (const KXRef<Track> &track : tracks) {
-            if (!track || track->isDeleted())
-                continue;
-            if (track->copies())
-                sounds.insert(track->soundHash().value_or(0));
-            LeftOutFiles::add(*track);
-            m_context->removeManagedObject(track);
-            changed = true;
-        }
-        Sounds::recount(*m_context, sounds);
+        changed = takeOut(*m_context, { tracks.begin(), tracks.end() });
     }
     return changed && save();
 }

@@ -32,6 +32,8 @@ public:
 
     /// Takes them out of the library. Their files stay, and imports leave them alone from then on.
     bool remove(const QList<KXRef<Track>> &tracks);
+    /// The same for tracks of any context, which neither groups nor saves it. False where there were none.
+    static bool takeOut(KXManagedObjectContext &context, const QList<KXRef<KXManagedObject>> &tracks);
     /// That file is the track's from now on; what the user knows of the track stays. Where it is another track's, both
     /// become one, which is in the crates of either.
     bool relocate(const KXRef<Track> &track, const FoundFile &file);

@@ -14,6 +14,7 @@
 #include "analysis/AnalysisCommands.h"
 #include "files/MissingFiles.h"
 #include "inspector/TrackInspector.h"
+#include "library/BulkEdits.h"
 #include "library/LibraryEditor.h"
 #include "table/TrackTableView.h"
 #include "tags/TagWriter.h"
@@ -23,10 +24,11 @@
 using namespace Qt::StringLiterals;
 
 TrackCommands::TrackCommands(
-    BrowserWindow *window, LibraryEditor *editor, MissingFiles *missing, AnalysisCommands *analysis)
+    BrowserWindow *window, LibraryEditor *editor, BulkEdits *bulk, MissingFiles *missing, AnalysisCommands *analysis)
     : QObject(window)
     , m_window(window)
     , m_editor(editor)
+    , m_bulk(bulk)
     , m_missing(missing)
     , m_analysis(analysis)
     , m_editHere(new QAction(tr("Edit &Cell"), this))
@@ -132,6 +134,9 @@ void TrackCommands::editHere()
 void TrackCommands::removeSelected()
 {
     TrackTableView *const table = m_window->table();
+    table->commitOpenEditor();
+    if (m_bulk->remove())
+        return;
     const QList<int> rows = table->selectedRowNumbers();
     QList<KXRef<Track>> tracks;
     for (const int row : rows)

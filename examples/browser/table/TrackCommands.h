@@ -9,6 +9,7 @@
 
 class AnalysisCommands;
 class BrowserWindow;
+class BulkEdits;
 class KXMenu;
 class LibraryEditor;
 class MissingFiles;
@@ -22,7 +23,8 @@ class TrackCommands : public QObject
     Q_OBJECT
 public:
     /// All of them outlive this.
-    TrackCommands(BrowserWindow *window, LibraryEditor *editor, MissingFiles *missing, AnalysisCommands *analysis);
+    TrackCommands(BrowserWindow *window, LibraryEditor *editor, BulkEdits *bulk, MissingFiles *missing,
+        AnalysisCommands *analysis);
 
     /// "Track" for the menu bar.
     [[nodiscard]] QMenu *makeMenu(QWidget *parent);
@@ -46,6 +48,7 @@ private:
 
     BrowserWindow *const m_window;
     LibraryEditor *const m_editor;
+    BulkEdits *const m_bulk;
     MissingFiles *const m_missing;
     AnalysisCommands *const m_analysis;
     QList<QAction *> m_edit; // by field

@@ -324,7 +324,7 @@ void BrowserWindow::buildCommands()
     auto *const bulk = new BulkEdits(this, m_context, m_status);
     m_bulkEdits = bulk;
     m_analysis = new AnalysisCommands(this, &m_editor, bulk);
-    m_trackCommands = new TrackCommands(this, &m_editor, m_missing, m_analysis);
+    m_trackCommands = new TrackCommands(this, &m_editor, bulk, m_missing, m_analysis);
     const auto say = [this](const QString &what) { m_status->setText(what); };
     connect(m_missing, &MissingFiles::said, this, say);
     connect(m_analysis, &AnalysisCommands::said, this, say);
