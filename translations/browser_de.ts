@@ -162,10 +162,6 @@
         <translation>Änderungen abbrechen</translation>
     </message>
     <message>
-        <source>Changed %1 of %2</source>
-        <translation>%1 von %2 geändert</translation>
-    </message>
-    <message>
         <source>%1: %2</source>
         <translation>%1: %2</translation>
     </message>
@@ -198,6 +194,14 @@
     <message>
         <source>Remove from Library</source>
         <translation>Aus der Bibliothek entfernen</translation>
+    </message>
+    <message>
+        <source>%1 of %2 tracks done</source>
+        <translation>%1 von %2 Titeln erledigt</translation>
+    </message>
+    <message>
+        <source>%1 undone</source>
+        <translation>%1 rückgängig gemacht</translation>
     </message>
 </context>
 <context>

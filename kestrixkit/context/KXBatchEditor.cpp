@@ -248,6 +248,7 @@ void KXBatchEditor::takeBack(const std::shared_ptr<KXBatchChange> &change)
 void KXBatchEditor::run(const std::shared_ptr<KXBatchOperation> &operation)
 {
     ++m_pending;
+    operation->outcome->isUndo = m_context->undoManager() && m_context->undoManager()->isUndoing();
     // Queued behind the merges of its saves.
     operation->setCompletionBlock([this, outcome = operation->outcome] {
         KXMainQueue::async(this, [this, outcome] {

@@ -19,6 +19,7 @@ struct KXBatchShared;
 struct KXBatchOutcome
 {
     QString actionName;
+    bool isUndo = false; ///< it took back what the action did
     qint64 changed = 0;
     qint64 kept = 0; ///< of an undo or redo: those that somebody has changed since, and that stay as they are
     bool cancelled = false; ///< what was changed before stays changed, and is undone with the step

@@ -109,6 +109,7 @@ TEST_F(BatchEditorTest, whatIsEditedIsUndoneAndRedoneExceptWhatOthersHaveChanged
     ASSERT_TRUE(other->save());
     undo.undo();
     ASSERT_TRUE(waitFor([&] { return finished == 2; }));
+    EXPECT_TRUE(outcome.isUndo);
     EXPECT_EQ(outcome.kept, 1) << "the edit of 9 was undone before, that of 10 is not ours";
     EXPECT_EQ(outcome.changed, things * 3 / 4 - 1);
     EXPECT_EQ(with("stars == nil"), things / 4);
@@ -118,6 +119,7 @@ TEST_F(BatchEditorTest, whatIsEditedIsUndoneAndRedoneExceptWhatOthersHaveChanged
     undo.undo();
     undo.redo();
     ASSERT_TRUE(waitFor([&] { return finished == 5; }));
+    EXPECT_FALSE(outcome.isUndo);
     EXPECT_EQ(with("stars == 3"), things - 1);
     EXPECT_EQ(outcome.kept, 0);
 

@@ -30,7 +30,7 @@ BulkEdits::BulkEdits(BrowserWindow *window, KXManagedObjectContext::Ref context,
     connect(&m_editor, &KXBatchEditor::progressed, this, [this](qint64 done, qint64 total) {
         const QLocale locale = KXClock::locale();
         m_cancel->show();
-        m_line->setText(tr("Changed %1 of %2").arg(locale.toString(done), locale.toString(total)));
+        m_line->setText(tr("%1 of %2 tracks done").arg(locale.toString(done), locale.toString(total)));
     });
     connect(&m_editor, &KXBatchEditor::finished, this, &BulkEdits::showOutcome);
 }
@@ -77,9 +77,10 @@ void BulkEdits::showOutcome(const KXBatchOutcome &outcome)
     const QLocale locale = KXClock::locale();
     m_cancel->setVisible(m_editor.isBusy());
     const QString changed = locale.toString(outcome.changed), kept = locale.toString(outcome.kept);
-    QString text = outcome.error ? tr("%1: %2").arg(outcome.actionName, outcome.error.localizedDescription())
-        : outcome.changed == 1   ? tr("%1: 1 track").arg(outcome.actionName)
-                                 : tr("%1: %2 tracks", nullptr, int(outcome.changed)).arg(outcome.actionName, changed);
+    const QString name = outcome.isUndo ? tr("%1 undone").arg(outcome.actionName) : outcome.actionName;
+    QString text = outcome.error ? tr("%1: %2").arg(name, outcome.error.localizedDescription())
+        : outcome.changed == 1   ? tr("%1: 1 track").arg(name)
+                                 : tr("%1: %2 tracks", nullptr, int(outcome.changed)).arg(name, changed);
     if (outcome.kept == 1)
         text += tr(", 1 was changed since and stays as it is");
     else if (outcome.kept > 0)
