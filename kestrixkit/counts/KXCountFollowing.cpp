@@ -269,7 +269,7 @@ void KXCountTable::markForStore(const KXObjectsDidChange &did)
             }
         }
         if (concerned)
-            rule.isCounted = false;
+            m_isSettled = rule.isCounted = false;
     }
 }
 

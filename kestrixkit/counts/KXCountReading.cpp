@@ -135,6 +135,8 @@ void KXCountTable::overlay(const std::vector<size_t> &columns, bool rowsToo)
 
 bool KXCountTable::hasMoreToDo(qint64 rows)
 {
+    if (m_isSettled)
+        return false;
     const bool isAllRead
         = m_hasRows && std::all_of(m_isRead.begin(), m_isRead.end(), [](bool isRead) { return isRead; });
     if (isAllRead && std::all_of(m_rules.begin(), m_rules.end(), [](const Rule &rule) {

@@ -167,7 +167,7 @@ KXCountNode KXCountTable::RuleCompiler::place(const Part &part, int rule, std::v
 
 void KXCountTable::compile(Rule &rule, int number)
 {
-    rule.isCounted = false;
+    m_isSettled = rule.isCounted = false;
     rule.revision = ++m_revision;
     rule.reason.clear();
     rule.allKeys.clear();
@@ -202,6 +202,7 @@ void KXCountTable::releaseSlots(Rule &rule)
         }
     }
     rule.slots.clear();
+    m_isSettled = false;
 }
 
 KXCountTable::Place KXCountTable::findPlace(const KXExpression &path)
@@ -242,6 +243,7 @@ int KXCountTable::columnFor(const KXPropertyDescription &property)
     m_columnsByName.insert(property.name(), m_columns.size());
     m_columns.push_back(std::move(column));
     m_isRead.push_back(false);
+    m_isSettled = false;
     m_isDirty.push_back(true);
     return int(m_columns.size()) - 1;
 }

@@ -248,13 +248,16 @@ void KXCountTable::scan()
 
 bool KXCountTable::update(KXError *error)
 {
+    if (m_isSettled)
+        return true;
     if (!readRows(error)) {
         forgetRows();
         return false;
     }
     joinContext();
     countRows();
-    return countByStore(error);
+    m_isSettled = countByStore(error);
+    return m_isSettled;
 }
 
 void KXCountTable::countRows()
@@ -283,4 +286,5 @@ void KXCountTable::forgetCounts()
 {
     for (Rule &rule : m_rules)
         rule.isCounted = false;
+    m_isSettled = false;
 }

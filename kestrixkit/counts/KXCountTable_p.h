@@ -112,8 +112,6 @@ public:
     void joinContext();
     /// Counts the rules that columns can hold and that are not counted yet.
     void countRows();
-    /// Has the store count the others. Its context's thread.
-    bool countByStore(KXError *error);
     void forgetRows();
 
     /// Takes over what the context announced.
@@ -200,6 +198,7 @@ private:
         const std::atomic<bool> *stop = nullptr);
     bool readMembers(KXRowReader &reader, size_t column, const std::vector<qint64> *keys, KXError *error);
     void overlay(const std::vector<size_t> &columns, bool rowsToo);
+    bool countByStore(KXError *error);
     [[nodiscard]] QVariant objects(const KXPropertyDescription &relationship, const std::vector<qint64> &keys) const;
 
     // Rules: KXCountRules.cpp.
@@ -218,6 +217,7 @@ private:
     std::vector<bool> m_isRead; // by column
     std::vector<size_t> m_reading; // columns that joinContext() is to complete
     bool m_isReadingRows = false;
+    bool m_isSettled = false; // nothing is to be read or counted: asked after each change
     std::vector<bool> m_isDirty; // by column: conditions changed since its rows of bits were made
     std::vector<qint64> m_keys; // by row; those up to m_sorted ascend
     size_t m_sorted = 0;

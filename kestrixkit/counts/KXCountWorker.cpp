@@ -1,5 +1,9 @@
 #include <kestrixkit/counts/KXCountWorker_p.h>
 
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
+
 #include <kestrixkit/foundation/KXMainQueue.h>
 
 using namespace Qt::StringLiterals;
@@ -46,6 +50,9 @@ void KXCountWorker::proceed()
         m_table.countRows();
         for (const QString &attribute : std::as_const(m_ordered))
             (void)m_table.nextNumber(attribute, 0);
+#ifdef __GLIBC__
+        malloc_trim(0); // each thread has a heap of its own, which keeps what columns left behind while they grew
+#endif
     });
 }
 

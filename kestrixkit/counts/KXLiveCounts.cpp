@@ -168,7 +168,7 @@ void KXLiveCounts::updateSoon()
         update();
 }
 
-bool KXLiveCounts::isCounting() const { return d->isAway(); }
+bool KXLiveCounts::isCounting() const { return d->isAway() || d->isScheduled; }
 void KXLiveCounts::setMostRowsAtOnce(qint64 rows) { d->mostRowsAtOnce = rows; }
 
 double KXLiveCounts::bytesPerObject() const { return table().bytesPerRow(); }

@@ -78,7 +78,8 @@ public:
     bool update(KXError *error = nullptr);
     /// Counts what is due: at once where that is little, otherwise on another thread.
     void updateSoon();
-    /// Whether another thread counts just now; didUpdate() comes when it is done.
+    /// Whether numbers are to come: another thread counts just now, or counting is due in the next turn. didUpdate()
+    /// comes when it is done.
     [[nodiscard]] bool isCounting() const;
     /// More objects than these are much: 10,000 at first. What-if counts, and contexts of other threads than the main
     /// one, never count on another thread.

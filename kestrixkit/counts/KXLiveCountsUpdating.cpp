@@ -127,12 +127,14 @@ bool KXLiveCountsPrivate::sendAway()
 /// The table is back: it is told what it missed. False with an error where the store did not answer it.
 bool KXLiveCountsPrivate::makeUp(KXError *error)
 {
-    if (!worker.hasAnswered()) {
+    bool answered = worker.hasAnswered();
+    if (!answered) {
         table.forgetRows();
         KXSetError(error, worker.error());
     }
     for (const KXObjectsDidChange &did : std::exchange(missed, {}))
         table.follow(did);
+    answered = answered && table.update(error); // what the store counts
     for (const int number : std::exchange(removed, {}))
         table.removeRule(number);
     for (auto &[identifier, entry] : entries) {
@@ -142,13 +144,14 @@ bool KXLiveCountsPrivate::makeUp(KXError *error)
         identifiers.insert(entry.number, identifier);
         scheduleUpdate();
     }
-    return worker.hasAnswered();
+    return answered;
 }
 
 void KXLiveCountsPrivate::takeBack()
 {
     KXError problem;
-    updateDidEnd(makeUp(&problem) && table.countByStore(&problem), problem);
+    const bool answered = makeUp(&problem);
+    updateDidEnd(answered, problem);
 }
 
 void KXLiveCountsPrivate::bringHome()

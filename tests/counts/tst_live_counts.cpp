@@ -106,7 +106,7 @@ struct LiveCountsWalk
     /// Another thread may have the rows, and have missed what happened since.
     void comeToRest()
     {
-        for (int quiet = 0; quiet < 2; quiet = counts.isCounting() ? 0 : quiet + 1)
+        while (counts.isCounting())
             QCoreApplication::processEvents();
     }
     void expectARecount()
@@ -208,7 +208,7 @@ struct AsideTest : testing::Test
     }
     void comeToRest()
     {
-        for (int quiet = 0; counts && quiet < 2; quiet = counts && counts->isCounting() ? 0 : quiet + 1)
+        while (counts && counts->isCounting())
             QCoreApplication::processEvents();
     }
 
