@@ -6,6 +6,7 @@
 
 #include <QVariant>
 
+#include <kestrixkit/foundation/KXRef.h>
 #include <kestrixkit/predicate/KXExpression.h>
 #include <kestrixkit/predicate/KXFetchRequest.h>
 
