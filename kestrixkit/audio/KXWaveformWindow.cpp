@@ -21,7 +21,7 @@ std::optional<KXWaveformColumns> KXWaveformWindow::read(
     while (column < columns && bounds.end(column) <= 0)
         ++column;
     qint64 at = std::max<qint64>(0, from);
-    if (column == columns || to <= at || at > pass.frames())
+    if (column >= columns || at > pass.frames())
         return KXWaveformColumns(extents.size());
     if (at > 0 && !pass.seek(at, error))
         return {};

@@ -6,7 +6,7 @@
 struct KX_AUDIO_EXPORT KXWaveformWindow
 {
     qint64 from = 0; ///< frames
-    qint64 to = 0;
+    qint64 to = 0; ///< where it is not after `from`, every column shows the frame that is there
     int columns = 0; ///< of equal width, each at least a frame wide
     std::vector<int> channels; ///< least and greatest over these; all of them when empty and there are no gains
     std::vector<float> gains; ///< if any: of the mix of the stems with these gains, missing ones 1

@@ -170,14 +170,15 @@ TEST_F(Pyramid, windowsAreExactWhereverTheyBegin)
     for (int round = 0; round < 40; ++round) {
         const qint64 from = random.between<qint64>(-3000, 31'000);
         const int count = random.between(1, 700);
-        const qint64 to = from + random.between<qint64>(0, round % 2 ? 400 : 40'000);
+        // Shorter than its columns are many, long, and without any length.
+        const qint64 to = round % 5 == 0 ? from : from + random.between<qint64>(0, round % 2 ? 400 : 40'000);
         const auto got = KXWaveformWindow { from, to, count, { 2 }, {} }.read(url);
         ASSERT_TRUE(got);
         KXWaveformColumns wanted;
         for (int i = 0; i < count; ++i) {
             const qint64 start = from + (to - from) * i / count;
             const qint64 end = std::max(start + 1, from + (to - from) * (i + 1) / count);
-            wanted.push_back(to > 0 ? brute({ sound.channels[2] }, start, end) : KXWaveformColumn());
+            wanted.push_back(brute({ sound.channels[2] }, start, end));
         }
         expectWithin(*got, wanted, 1e-5F, "window");
     }
