@@ -50,7 +50,7 @@ PlainTrack BenchLibrary::Source::next()
     return track;
 }
 
-KXManagedObjectModel::Ref BenchLibrary::model(bool indexed)
+KXManagedObjectModel::Ref BenchLibrary::model(bool indexed, bool sortable)
 {
     BenchTrack::registerEntity();
     KXEntityDescription track(u"Track"_s);
@@ -58,6 +58,8 @@ KXManagedObjectModel::Ref BenchLibrary::model(bool indexed)
         auto property = KXPropertyDescription::attribute(QString(name), KXAttributeType::String);
         if (indexed && name == "genre"_L1)
             property.indexed();
+        if (sortable && name == "title"_L1)
+            property.indexedFolded(KXCaseInsensitive | KXDiacriticInsensitive);
         track.add(property);
     }
     for (const auto name : { "year"_L1, "rating"_L1, "plays"_L1 })
@@ -90,11 +92,11 @@ void BenchTrack::take(const PlainTrack &plain)
 QString BenchLibrary::storePath(bool indexed) { return benchFolder() + (indexed ? u"/indexed.db"_s : u"/plain.db"_s); }
 QString BenchLibrary::emptyStorePath() { return benchFolder() + u"/empty.db"_s; }
 
-KXManagedObjectContext::Ref BenchLibrary::open(const QString &path, bool indexed)
+KXManagedObjectContext::Ref BenchLibrary::open(const QString &path, bool indexed, bool sortable)
 {
     KXError error;
     const auto coordinator = KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(
-        QUrl::fromLocalFile(path), model(indexed), &error);
+        QUrl::fromLocalFile(path), model(indexed, sortable), &error);
     if (!coordinator) {
         std::fprintf(stderr, "%s\n", qPrintable(error.localizedDescription()));
         std::exit(1);

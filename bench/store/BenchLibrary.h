@@ -52,7 +52,8 @@ private:
     int m_number = 0;
 };
 
-KXManagedObjectModel::Ref model(bool indexed);
+/// Genres and tempi are indexed, or titles as they are sorted.
+KXManagedObjectModel::Ref model(bool indexed, bool sortable = false);
 /// Where stores of 1,000,000 tracks are kept between runs; made by prepare().
 QString storePath(bool indexed);
 QString emptyStorePath();
@@ -61,7 +62,7 @@ void prepare();
 QString scratchCopy(const QString &path);
 /// Saves the next tracks of the source; ends the process where it cannot.
 void insert(KXManagedObjectContext &context, Source &source, int count);
-KXManagedObjectContext::Ref open(const QString &path, bool indexed = false);
+KXManagedObjectContext::Ref open(const QString &path, bool indexed = false, bool sortable = false);
 /// 100,000 (or so many) keys of the big store in random order.
 std::vector<qint64> randomKeys(int count);
 

@@ -14,6 +14,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+QString sortedPath() { return BenchLibrary::emptyStorePath().chopped(8) + u"sortable.db"_s; }
 QString sortPath() { return BenchLibrary::emptyStorePath().chopped(8) + u"folded-titles.db"_s; }
 
 double sortCpuSeconds()
@@ -48,7 +49,7 @@ std::vector<qint64> sortedByPeer()
 
 void sortOurs(benchmark::State &state)
 {
-    const auto context = BenchLibrary::open(BenchLibrary::storePath(false));
+    const auto context = BenchLibrary::open(sortedPath(), false, true);
     (void)context->countForEntity(u"Track"_s); // the connection is open
     malloc_trim(0);
     const double start = sortCpuSeconds();
@@ -82,6 +83,12 @@ void SortBench::add()
 
 void SortBench::prepare()
 {
+    if (!QFile::exists(sortedPath())) {
+        QFile::remove(sortedPath() + u".making"_s);
+        QFile::copy(BenchLibrary::storePath(false), sortedPath() + u".making"_s);
+        (void)BenchLibrary::open(sortedPath() + u".making"_s, false, true); // which makes the index
+        QFile::rename(sortedPath() + u".making"_s, sortedPath());
+    }
     if (QFile::exists(sortPath()))
         return;
     const QString making = sortPath() + u".making"_s;

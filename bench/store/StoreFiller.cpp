@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <string>
 
+#include <kestrixkit/store/KXPredicateSQL_p.h>
+
 namespace {
 
 [[noreturn]] void fillerFailed(const char *sql, sqlite3 *database)
@@ -33,6 +35,7 @@ void fillerBind(sqlite3_stmt *statement, int parameter, const QVariantList &valu
 StoreFiller::StoreFiller(const QString &path)
 {
     sqlite3_open_v2(path.toUtf8(), &m_database, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
+    KXPredicateSQL::registerFunctions(m_database); // which indexes of sorted texts use
     run("PRAGMA synchronous=OFF; BEGIN");
     sqlite3_stmt *const next = statement("SELECT next FROM kx_sequence");
     if (sqlite3_step(next) != SQLITE_ROW)

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <array>
-#include <optional>
+#include <variant>
 
 #include <kestrixkit/context/KXContextFetch_p.h>
 #include <kestrixkit/foundation/KXAbstractOperation.h>
@@ -103,48 +103,52 @@ bool KXContextFetcher::query(
 }
 
 /// The attribute that all rows are sorted by from the highest down by an index; nullptr for other requests.
-const KXPropertyDescription *KXContextFetcher::fallingNumber() const
+const KXPropertyDescription *KXContextFetcher::fallingAttribute() const
 {
     const QList<KXSortDescriptor> &order = m_request.sortDescriptors();
     if (order.size() != 1 || order[0].ascending || m_request.fetchLimit() > 0 || m_request.fetchOffset() > 0)
         return nullptr;
     const KXPropertyDescription *property = m_entity.property(order[0].key);
-    if (!property || property->isRelationship() || !property->isIndexed() || !order[0].memberKey.isEmpty())
+    if (!property || property->isRelationship() || !property->isIndexedForSorting(order[0].options)
+        || !order[0].memberKey.isEmpty())
         return nullptr;
-    constexpr std::array numbers { KXAttributeType::Integer16, KXAttributeType::Integer32, KXAttributeType::Integer64,
-        KXAttributeType::Double, KXAttributeType::Date };
-    return std::find(numbers.begin(), numbers.end(), property->type()) != numbers.end() ? property : nullptr;
+    constexpr std::array types { KXAttributeType::Integer16, KXAttributeType::Integer32, KXAttributeType::Integer64,
+        KXAttributeType::Double, KXAttributeType::Date, KXAttributeType::String };
+    return std::find(types.begin(), types.end(), property->type()) != types.end() ? property : nullptr;
 }
 
 /// Read backwards an index has equal values' keys backwards, too. SQL would sort them; turning them round here takes a
 /// third of the time.
-bool KXContextFetcher::queryFalling(const KXPropertyDescription &number, std::vector<qint64> &keys)
+bool KXContextFetcher::queryFalling(const KXPropertyDescription &attribute, std::vector<qint64> &keys)
 {
     const KXStoreConnections::Reader reader = m_context.store->connections.reader(&m_error);
     if (!reader)
         return false;
-    const QByteArray value = "t0." + number.column();
+    const int folding = attribute.type() == KXAttributeType::String ? m_request.sortDescriptors()[0].options : 0;
+    const QByteArray column = "t0." + attribute.column();
+    const QByteArray value = folding != 0 ? "kx_fold(" + column + ", " + QByteArray::number(folding) + ')' : column;
     KXStatement statement = reader->prepare("SELECT t0.kx_id, " + value + " FROM " + m_entity.table() + " t0"
         + where(true) + " ORDER BY " + value + " DESC, t0.kx_id DESC");
     int code = SQLITE_ERROR;
     if (statement) {
         m_predicate.bind(statement.get(), 1);
-        const bool isReal = number.type() == KXAttributeType::Double;
-        std::optional<double> real, lastReal;
-        std::optional<qint64> integer, lastInteger;
+        using Value = std::variant<std::monostate, qint64, double, QByteArray>; // absent, or as it is stored
+        Value last;
         size_t first = 0; // of equal values
         while ((code = statement.step()) == SQLITE_ROW) {
-            if (statement.isNull(1))
-                real.reset(), integer.reset();
-            else if (isReal)
-                real = statement.real(1);
-            else
-                integer = statement.integer(1);
-            if (real != lastReal || integer != lastInteger) {
+            Value next;
+            if (!statement.isNull(1)) {
+                if (attribute.type() == KXAttributeType::String)
+                    next = statement.bytes(1);
+                else if (attribute.type() == KXAttributeType::Double)
+                    next = statement.real(1);
+                else
+                    next = statement.integer(1);
+            }
+            if (next != last) {
                 std::reverse(keys.begin() + ptrdiff_t(first), keys.end());
                 first = keys.size();
-                lastReal = real;
-                lastInteger = integer;
+                last = std::move(next);
             }
             keys.push_back(statement.integer(0));
         }
@@ -225,7 +229,7 @@ bool KXContextFetcher::fetch(std::vector<qint64> &keys)
         sql += " LIMIT " + QByteArray::number(m_request.fetchLimit() > 0 ? m_request.fetchLimit() : -1) + " OFFSET "
             + QByteArray::number(std::max<qint64>(0, m_request.fetchOffset()));
     }
-    const KXPropertyDescription *falling = fallingNumber();
+    const KXPropertyDescription *falling = fallingAttribute();
     if (falling ? !queryFalling(*falling, keys) : !query(sql, parts, keys))
         return false;
     if (m_affected.isEmpty())

@@ -47,8 +47,8 @@ private:
     bool step(const KXEntityDescription &entity, const KXPropertyDescription &relationship, const QSet<qint64> &reached,
         QSet<qint64> &from);
     bool query(const QByteArray &sql, const std::vector<const KXPredicateSQL *> &parts, std::vector<qint64> &numbers);
-    [[nodiscard]] const KXPropertyDescription *fallingNumber() const;
-    bool queryFalling(const KXPropertyDescription &number, std::vector<qint64> &keys);
+    [[nodiscard]] const KXPropertyDescription *fallingAttribute() const;
+    bool queryFalling(const KXPropertyDescription &attribute, std::vector<qint64> &keys);
     [[nodiscard]] QByteArray where(bool withPredicate) const;
     bool fetchInMemory(std::vector<qint64> &keys);
     static void cut(std::vector<qint64> &keys, const KXFetchRequest &request);

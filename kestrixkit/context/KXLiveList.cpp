@@ -64,8 +64,8 @@ bool KXLiveList::openWithFirstRows()
 {
     const QList<KXSortDescriptor> &order = m_request.sortDescriptors();
     const KXPropertyDescription *first = order.isEmpty() ? nullptr : m_entity->property(order.first().key);
-    const bool isServed = order.isEmpty()
-        || (first && first->isIndexed() && (order.first().options == 0 || first->type() != KXAttributeType::String));
+    const bool isServed
+        = order.isEmpty() || (first && first->isAttribute() && first->isIndexedForSorting(order.first().options));
     const bool isClean = !m_borrowed->parent && m_borrowed->ledger.isEmpty();
     if (!isServed || !isClean || m_request.predicate() || m_request.fetchLimit() > 0 || m_request.fetchOffset() > 0
         || !KXMainQueue::isMainThread() || !QCoreApplication::instance())

@@ -72,6 +72,14 @@ public:
         m_indexedWith = attribute;
         return *this;
     }
+    /// Of a stored text: keeps an index of it as it is sorted with these options (bits of KXPredicateOption,
+    /// KXCaseInsensitive and KXDiacriticInsensitive), so that lists in that order open at once however long they are.
+    /// It costs what another text of that length does. Independent of indexed(), which is for comparisons.
+    KXPropertyDescription &indexedFolded(int options)
+    {
+        m_foldedIndex = options;
+        return *this;
+    }
     /// Kept in memory only: never stored, empty after a fetch.
     KXPropertyDescription &transient()
     {
@@ -106,6 +114,13 @@ public:
     [[nodiscard]] bool isIndexed() const { return m_indexed; }
     /// Empty for none.
     [[nodiscard]] const QString &secondInIndex() const { return m_indexedWith; }
+    /// Options of its index for sorting; 0 for none.
+    [[nodiscard]] int foldedIndex() const { return m_foldedIndex; }
+    /// Whether one of its indexes has the order of its values as sorting with these options sees them.
+    [[nodiscard]] bool isIndexedForSorting(int options) const
+    {
+        return options == 0 || m_type != KXAttributeType::String ? m_indexed : options == m_foldedIndex;
+    }
     [[nodiscard]] bool isTransient() const { return m_transient; }
     /// Meaningful for attributes.
     [[nodiscard]] KXAttributeType type() const { return m_type; }
@@ -154,6 +169,7 @@ private:
     bool m_indexed = false;
     bool m_transient = false;
     bool m_acyclic = false;
+    int m_foldedIndex = 0;
     int m_index = -1;
     int m_offset = 0;
     const KXEntityDescription *m_destination = nullptr;

@@ -181,6 +181,11 @@ void KXManagedObjectModel::resolveProperties(KXEntityDescription &entity, TakenN
                 invalidModel(KXStringWithFormat("The index of \"%@\" of \"%@\" cannot go on with \"%@\"",
                     property.name(), entity.name(), property.m_indexedWith));
         }
+        if (property.m_foldedIndex != 0
+            && (!property.isAttribute() || property.type() != KXAttributeType::String || property.isTransient()
+                || (property.m_foldedIndex & ~(KXCaseInsensitive | KXDiacriticInsensitive)) != 0))
+            invalidModel(KXStringWithFormat("\"%@\" of \"%@\" cannot have an index of folded texts with the options %d",
+                property.name(), entity.name(), property.m_foldedIndex));
         if (property.isRelationship()) {
             property.m_destination = m_byName.value(property.m_destinationName);
             if (!property.m_destination) {
@@ -210,11 +215,17 @@ void KXManagedObjectModel::nameColumn(
             entity.m_root->name(), qint64(MostColumns)));
     property.m_column = sqlQuoted(column);
     const QByteArray index = sqlFolded(entity.m_root->name() + u'_' + column);
-    if ((property.isIndexed() || property.isToOne()) && taken.indexes.contains(index))
-        invalidModel(KXStringWithFormat(
-            "The index of \"%@\" of \"%@\" has a name that another one takes", property.name(), entity.name()));
+    QByteArrayList indexes;
     if (property.isIndexed() || property.isToOne())
-        taken.indexes.insert(index);
+        indexes.append(index);
+    if (property.foldedIndex() != 0)
+        indexes.append(index + '~' + QByteArray::number(property.foldedIndex()));
+    for (const QByteArray &name : indexes) {
+        if (taken.indexes.contains(name))
+            invalidModel(KXStringWithFormat(
+                "The index of \"%@\" of \"%@\" has a name that another one takes", property.name(), entity.name()));
+        taken.indexes.insert(name);
+    }
 }
 
 void KXManagedObjectModel::resolveRelationship(

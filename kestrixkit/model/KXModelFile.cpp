@@ -84,6 +84,7 @@ KXError readAttribute(const QJsonObject &json, const QString &entityName, KXProp
     if (json["indexed"_L1].toBool())
         attribute.indexed();
     attribute.indexedWith(json["indexedWith"_L1].toString());
+    attribute.indexedFolded(json["indexedFolded"_L1].toInt());
     if (json["transient"_L1].toBool())
         attribute.transient();
     if (json.contains("default"_L1))
@@ -142,6 +143,8 @@ QJsonObject writeProperty(const KXPropertyDescription &property)
     }
     if (property.isIndexed())
         json["indexed"_L1] = true;
+    if (property.foldedIndex() != 0)
+        json["indexedFolded"_L1] = property.foldedIndex();
     if (property.isTransient())
         json["transient"_L1] = true;
     if (property.defaultValue().isValid())

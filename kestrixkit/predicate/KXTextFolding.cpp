@@ -125,6 +125,12 @@ QByteArray KXTextFolding::folded(QByteArrayView utf8, int options)
     return result;
 }
 
+int KXTextFolding::rules()
+{
+    constexpr int ours = 1; // to be raised with every change of what is above
+    return ours * 1000 + int(QChar::currentUnicodeVersion());
+}
+
 std::strong_ordering KXTextFolding::compare(QStringView a, QStringView b)
 {
     const auto [inA, inB] = std::mismatch(a.begin(), a.end(), b.begin(), b.end());

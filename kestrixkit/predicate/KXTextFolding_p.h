@@ -16,6 +16,9 @@ namespace KXTextFolding {
 /// The same on UTF-8.
 [[nodiscard]] QByteArray folded(QByteArrayView utf8, int options);
 
+/// Tells apart by what rules texts are folded; another number means that some may fold to something else.
+[[nodiscard]] int rules();
+
 /// Order by code points, as bytes of UTF-8 have it; QString's own order puts characters beyond U+FFFF too low.
 [[nodiscard]] std::strong_ordering compare(QStringView a, QStringView b);
 

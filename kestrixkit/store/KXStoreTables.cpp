@@ -6,10 +6,14 @@
 #include <QSet>
 
 #include <kestrixkit/foundation/KXStringWithFormat.h>
+#include <kestrixkit/predicate/KXPredicate.h>
+#include <kestrixkit/predicate/KXTextFolding_p.h>
 
 using namespace Qt::StringLiterals;
 
 namespace {
+
+constexpr int allFoldingOptions = KXCaseInsensitive | KXDiacriticInsensitive;
 
 KXError tablesDamaged(const QString &text) { return KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::Damaged, text); }
 
@@ -34,19 +38,36 @@ QByteArray columnType(const KXPropertyDescription &property)
     }
 }
 
-/// The name of an index and the statement that makes it. With a second column it has another name than without, and so
-/// takes the place of that one.
-std::pair<QByteArray, QByteArray> createIndex(const KXEntityDescription &root, const KXPropertyDescription &column,
-    const KXPropertyDescription *second, const QByteArray &schema)
+/// The name of an index and the statement that makes it.
+using NamedIndex = std::pair<QByteArray, QByteArray>;
+
+QByteArray bareName(const QByteArray &quoted) { return quoted.mid(1, quoted.size() - 2); }
+
+NamedIndex createIndexOf(const KXEntityDescription &root, const KXPropertyDescription &column, const QByteArray &kind,
+    const QByteArray &columns, const QByteArray &schema)
 {
-    const auto bare = [](const QByteArray &quoted) { return quoted.mid(1, quoted.size() - 2); };
-    QByteArray name = "kx_i_" + bare(root.table()) + '_' + bare(column.column()), columns = column.column();
-    if (second) {
-        name += '+' + bare(second->column());
-        columns += ',' + second->column();
-    }
+    const QByteArray name = "kx_i_" + bareName(root.table()) + '_' + bareName(column.column()) + kind;
     return { name, "CREATE INDEX " + schema + ".\"" + name + "\" ON " + root.table() + '(' + columns + ')' };
 }
+
+/// With a second column it has another name than without, and so takes the place of that one.
+NamedIndex createIndex(const KXEntityDescription &root, const KXPropertyDescription &column,
+    const KXPropertyDescription *second, const QByteArray &schema)
+{
+    return createIndexOf(root, column, second ? '+' + bareName(second->column()) : QByteArray(),
+        second ? column.column() + ',' + second->column() : column.column(), schema);
+}
+
+/// The rules of folding are part of its name: one that was made by others is wrong, and made anew.
+NamedIndex createFoldedIndex(const KXEntityDescription &root, const KXPropertyDescription &column, int options,
+    const QByteArray &rules, const QByteArray &schema)
+{
+    const QByteArray number = QByteArray::number(options);
+    return createIndexOf(
+        root, column, '~' + number + '.' + rules, "kx_fold(" + column.column() + ", " + number + ')', schema);
+}
+
+QByteArray foldingRules() { return QByteArray::number(KXTextFolding::rules()); }
 
 /// nullptr for a column that is indexed alone.
 const KXPropertyDescription *secondInIndex(const KXEntityDescription &root, const KXPropertyDescription &column)
@@ -71,6 +92,11 @@ QMap<QByteArray, QByteArray> wantedIndexes(const KXManagedObjectModel &model, co
         for (const KXPropertyDescription *column : KXStoreTables::columnsOfTable(*root)) {
             if (column->isIndexed() || column->isToOne()) {
                 const auto [name, sql] = createIndex(*root, *column, secondInIndex(*root, *column), schema);
+                indexes.insert(name, sql);
+            }
+            if (column->foldedIndex() != 0) {
+                const auto [name, sql]
+                    = createFoldedIndex(*root, *column, column->foldedIndex(), foldingRules(), schema);
                 indexes.insert(name, sql);
             }
         }
@@ -162,6 +188,17 @@ KXError KXStoreTables::check(KXSQLiteConnection &connection, const KXManagedObje
               sorted("CREATE TABLE sqlite_stat4(tbl,idx,neq,nlt,ndlt,sample)") };
     for (const QByteArray &sql : indexes(model))
         known.insert(inFile(sql));
+    // Whatever the rules, by which it was folded.
+    const auto isFoldedIndex = [&](const QByteArray &sql, const KXEntityDescription &root,
+                                   const KXPropertyDescription &column, int options) {
+        const auto [name, create] = createFoldedIndex(root, column, options, {}, "main");
+        const QByteArray bare = inFile(create);
+        const qsizetype at = bare.indexOf(name) + name.size(), more = sql.size() - bare.size();
+        if (more < 0 || !sql.startsWith(bare.first(at)) || !sql.endsWith(bare.mid(at)))
+            return false;
+        const QByteArray rules = sql.mid(at, more);
+        return std::all_of(rules.begin(), rules.end(), [](char c) { return c >= '0' && c <= '9'; });
+    };
     // Those of attributes that were indexed once, alone or with others.
     const auto isFormerIndex = [&](const QByteArray &sql) {
         for (const KXEntityDescription *root : model.entities()) {
@@ -172,6 +209,10 @@ KXError KXStoreTables::check(KXSQLiteConnection &connection, const KXManagedObje
                            return sql == inFile(createIndex(*root, *column, second, "main").second);
                        }))
                     return true;
+                for (int options = 1; options <= allFoldingOptions; ++options) {
+                    if (isFoldedIndex(sql, *root, *column, options))
+                        return true;
+                }
             }
         }
         return false;
@@ -189,6 +230,14 @@ KXError KXStoreTables::check(KXSQLiteConnection &connection, const KXManagedObje
     if (code == SQLITE_DONE && !missing.isEmpty())
         return tablesDamaged(u"The store lacks tables of its model"_s);
     return code == SQLITE_DONE ? KXError() : connection.lastError();
+}
+
+bool KXStoreTables::isFoldedByOthers(KXSQLiteConnection &connection)
+{
+    return connection.integer("SELECT count(*) FROM sqlite_schema WHERE type = 'index' AND sql GLOB '*kx_fold(*' AND "
+                              "name NOT GLOB '*~[1-3]."
+               + foldingRules() + "'")
+        > 0;
 }
 
 KXError KXStoreTables::updateIndexes(KXSQLiteConnection &connection, const KXManagedObjectModel &model)

@@ -19,6 +19,10 @@ namespace KXStoreTables {
 /// Damaged where the store holds anything but the model's tables and indexes: what is stored in a file is never run.
 [[nodiscard]] KXError check(KXSQLiteConnection &connection, const KXManagedObjectModel &model);
 
+/// Whether there are indexes of folded texts that were made by other rules of folding than ours, which a check of the
+/// file would call damaged. updateIndexes() makes them anew.
+[[nodiscard]] bool isFoldedByOthers(KXSQLiteConnection &connection);
+
 /// Adds the indexes that the model asks for and drops those that it no longer does.
 [[nodiscard]] KXError updateIndexes(KXSQLiteConnection &connection, const KXManagedObjectModel &model);
 

@@ -316,7 +316,8 @@ TEST_F(FollowTest, listsThatOpenWithTheirFirstRows)
         add(QString(QChar(u'A' + random.below(20))), random.below(90))->setAlbum(someAlbum(context));
     save();
     const std::vector<QList<KXSortDescriptor>> orders { { { u"title"_s } }, { { u"bpm"_s, false } },
-        { { u"added"_s }, { u"bpm"_s } }, {} };
+        { { u"added"_s }, { u"bpm"_s } }, {}, { { u"title"_s, true, Track::textOrder } },
+        { { u"title"_s, false, Track::textOrder } }, { { u"albumText"_s, true, Track::textOrder, true } } };
     for (int round = 0; round < KXTestRandom::scaled(1500) && !HasFailure(); ++round) {
         SCOPED_TRACE(round);
         while (!unmerged.empty())

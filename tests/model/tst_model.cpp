@@ -82,6 +82,10 @@ TEST(Models, thatAreTooLargeAreRefusedWithTheLimit)
     };
     EXPECT_EQ(both(ofA), QString());
     EXPECT_TRUE(both(Property(ofA).indexed()).contains(u"index"_s));
+    EXPECT_EQ(both(Property(ofA).indexedFolded(KXCaseInsensitive)), QString());
+    EXPECT_TRUE(both(Property(ofA).indexedFolded(4)).contains(u"folded"_s));
+    EXPECT_TRUE(both(Property(ofA).indexedFolded(1).transient()).contains(u"folded"_s));
+    EXPECT_TRUE(both(Property::attribute(u"n"_s, KXAttributeType::URI).indexedFolded(1)).contains(u"folded"_s));
 
     QList<KXEntityDescription> family { entity(u"A"_s, {}, 0) };
     for (int i = 0; i < 8; ++i)

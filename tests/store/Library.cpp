@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <kestrixkit/store/KXPredicateSQL_p.h>
+
 using namespace Qt::StringLiterals;
 using Property = KXPropertyDescription;
 using Type = KXAttributeType;
@@ -26,8 +28,10 @@ KXManagedObjectModel::Ref Library::model()
                     .add(Property::toMany(u"albums"_s, u"Album"_s, u"artist"_s).deleteRule(KXDeleteRule::Nullify)),
                 KXEntityDescription(u"Producer"_s, u"Person"_s).add(Property::attribute(u"studio"_s, Type::String)),
                 KXEntityDescription(u"Track"_s)
-                    .add(Property::attribute(u"title"_s, Type::String).required())
-                    .add(Property::attribute(u"comment"_s, Type::String))
+                    .add(Property::attribute(u"title"_s, Type::String)
+                             .required()
+                             .indexedFolded(KXCaseInsensitive | KXDiacriticInsensitive))
+                    .add(Property::attribute(u"comment"_s, Type::String).indexedFolded(KXCaseInsensitive))
                     .add(Property::attribute(u"identifier"_s, Type::String).indexed())
                     .add(Property::attribute(u"bpm"_s, Type::Double).indexed())
                     .add(Property::attribute(u"year"_s, Type::Integer16))
@@ -114,14 +118,7 @@ std::string Library::damage(const QString &path)
         return 0;
     };
     sqlite3_open_v2(QFile::encodeName(path).constData(), &database, SQLITE_OPEN_READWRITE, nullptr);
-    // As the store registers it for the order of decimal columns, or their indexes could not be checked.
-    sqlite3_create_collation(database, "KX_DECIMAL", SQLITE_UTF8, nullptr,
-        [](void *, int size, const void *a, int otherSize, const void *b) {
-            const auto decimal = [](const void *utf8, int length) {
-                return *KXDecimal::fromString(QString::fromUtf8(static_cast<const char *>(utf8), length));
-            };
-            return decimal(a, size) < decimal(b, otherSize) ? -1 : int(decimal(b, otherSize) < decimal(a, size));
-        });
+    KXPredicateSQL::registerFunctions(database); // or indexes of decimals and of sorted texts could not be checked
     if (sqlite3_exec(database, "PRAGMA synchronous=OFF; PRAGMA integrity_check", line, &text, nullptr) != SQLITE_OK)
         text += sqlite3_errmsg(database);
     sqlite3_close(database);

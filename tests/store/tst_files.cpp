@@ -12,6 +12,7 @@
 #include <QDir>
 #include <QFile>
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 #include <zlib.h>
 
 #include <kestrixkit/foundation/KXClock.h>
@@ -414,6 +415,76 @@ TEST_F(StoreFiles, whatElseAStoreHoldsIsRefused)
         "ANALYZE; VACUUM; DROP INDEX kx_i_Track_title; CREATE INDEX \"kx_i_Track_plays\" ON \"Track\"(\"plays\")");
     EXPECT_EQ(KXPersistentStore::problemsOfStoreURL(url), QStringList());
     EXPECT_TRUE(migrate());
+}
+
+namespace {
+
+/// Runs the statements where texts are folded by rules of one's own: to how long they are. Answers the last row.
+QByteArray tamperFolding(const QString &path, const QByteArray &sql)
+{
+    sqlite3 *database = nullptr;
+    sqlite3_open(QFile::encodeName(path).constData(), &database);
+    sqlite3_create_function(
+        database, "kx_fold", 2, SQLITE_UTF8 | SQLITE_DETERMINISTIC, nullptr,
+        [](sqlite3_context *context, int, sqlite3_value **arguments) {
+            sqlite3_result_int(context, sqlite3_value_bytes(arguments[0]));
+        },
+        nullptr, nullptr);
+    QByteArray answer;
+    const auto take = [](void *bytes, int, char **values, char **) {
+        *static_cast<QByteArray *>(bytes) = values[0];
+        return 0;
+    };
+    EXPECT_EQ(sqlite3_exec(database, sql.constData(), take, &answer, nullptr), SQLITE_OK) << sqlite3_errmsg(database);
+    sqlite3_close(database);
+    return answer;
+}
+
+} // namespace
+
+TEST(SortedTexts, whoseIndexFollowsOtherRulesGetANewOne)
+{
+    LibraryTest library;
+    for (const auto &title : { u"b-longest"_s, u"\u00C1-long"_s, u"c"_s })
+        library.track(title)->setTitle(title);
+    ASSERT_TRUE(library.context->save());
+    const QString path = library.path();
+    const QByteArray own = tamperFolding(path, "SELECT name FROM sqlite_schema WHERE name GLOB 'kx_i_Track_title~3.*'");
+    ASSERT_FALSE(own.isEmpty());
+    const auto make = [](const QByteArray &name, const QByteArray &column) {
+        return "; CREATE INDEX \"" + name + "\" ON \"Track\"(kx_fold(\"" + column + "\", 3))";
+    };
+    tamperFolding(path, "DROP INDEX \"" + own + '"' + make("kx_i_Track_title~3.7", "title"));
+    EXPECT_EQ(KXPersistentStore::problemsOfStoreURL(library.url()), QStringList()) << "it is not damaged";
+
+    library.open();
+    constexpr int plain = KXCaseInsensitive | KXDiacriticInsensitive;
+    const auto titles = [&](bool ascending) {
+        QStringList found;
+        for (const auto &track :
+            library.context->fetch(KXFetchRequest(u"Track"_s).setSortDescriptors({ { u"title"_s, ascending, plain } })))
+            found.append(track->valueForKey(u"title"_s).toString());
+        return found;
+    };
+    EXPECT_EQ(titles(true), QStringList({ u"\u00C1-long"_s, u"b-longest"_s, u"c"_s }));
+    EXPECT_EQ(titles(false), QStringList({ u"c"_s, u"b-longest"_s, u"\u00C1-long"_s }));
+    library.context->removeManagedObject(
+        Track::findFirstUsingPredicate(KXPredicate::predicateWithFormat("title == 'b-longest'"), *library.context));
+    EXPECT_TRUE(library.context->save());
+    EXPECT_EQ(titles(true), QStringList({ u"\u00C1-long"_s, u"c"_s }));
+    EXPECT_EQ(KXPersistentStore::problemsOfStoreURL(library.url()), QStringList());
+
+    // What only looks like one is none of the model's.
+    for (const QByteArray &evil : { make("kx_i_Track_title~3.x", "title"), make("kx_i_Track_title~3.8", "comment"),
+             make("kx_i_Track_title~4.8", "title"), make("kx_i_Track_title~3", "title") }) {
+        SCOPED_TRACE(evil.constData());
+        tamperFolding(path, evil.mid(2));
+        KXError error;
+        EXPECT_FALSE(openLibrary(path, &error));
+        EXPECT_EQ(error.code(), KXStoreErrorCode::Damaged);
+        tamperFolding(path, "DROP INDEX " + evil.mid(evil.indexOf('"'), evil.indexOf(" ON ") - evil.indexOf('"')));
+    }
+    EXPECT_TRUE(openLibrary(path));
 }
 
 TEST_F(StoreFiles, pipesAndBombsAreRefusedWithAReason)

@@ -283,13 +283,16 @@ TEST(PredicateSQL, sortsAsMemoryDoes)
             ASSERT_TRUE(library.context->save());
         QList<KXSortDescriptor> order;
         for (int i = random.below(3); i >= 0; --i)
-            order.append({ random.oneOf(keys), random.chance(0.5) });
+            order.append({ random.oneOf(keys), random.chance(0.5), random.between(0, 3), random.chance(0.5) });
         std::vector<KXRef<Track>> expected = library.tracks;
         std::stable_sort(expected.begin(), expected.end(), [&order](const KXRef<Track> &a, const KXRef<Track> &b) {
             for (const KXSortDescriptor &descriptor : order) {
                 const auto key = KXExpression::expressionForKeyPath(descriptor.key);
-                if (const int result = KXCompareForSorting(
-                        key.expressionValueWithObject(a.get()), key.expressionValueWithObject(b.get())))
+                const QVariant ofA = key.expressionValueWithObject(a.get()),
+                               ofB = key.expressionValueWithObject(b.get());
+                if (descriptor.absentLast && ofA.isNull() != ofB.isNull())
+                    return ofB.isNull();
+                if (const int result = KXCompareForSorting(ofA, ofB, descriptor.options))
                     return descriptor.ascending ? result < 0 : result > 0;
             }
             return false;
@@ -332,6 +335,35 @@ TEST(PredicateSQL, letsSQLiteUseItsIndexes)
     for (const auto &[predicate, expected] : rows) {
         const QByteArray found = plan(database, KXPredicate::predicateWithFormat(predicate)).replace("COVERING ", "");
         EXPECT_TRUE(found.contains(expected)) << predicate << "\n" << found.constData();
+    }
+}
+
+TEST(PredicateSQL, sortsByItsIndexes)
+{
+    LibraryTest library;
+    ASSERT_TRUE(library.context->save());
+    Database database(library.path());
+    constexpr int plain = KXCaseInsensitive | KXDiacriticInsensitive;
+    const struct
+    {
+        KXSortDescriptor order;
+        const char *index; ///< none where SQLite sorts
+    } rows[] = {
+        { { u"title"_s, true, plain }, "kx_i_Track_title~3" },
+        { { u"title"_s, true, plain, true }, "kx_i_Track_title~3" },
+        { { u"title"_s, true, KXCaseInsensitive }, nullptr },
+        { { u"title"_s }, nullptr },
+        { { u"comment"_s, true, KXCaseInsensitive, true }, "kx_i_Track_comment~1" },
+        { { u"identifier"_s }, "kx_i_Track_identifier" },
+        { { u"identifier"_s, true, plain }, nullptr },
+    };
+    for (const auto &[descriptor, index] : rows) {
+        const KXPredicateSQL sql = KXPredicateSQL::compileOrder({ descriptor }, trackEntity());
+        const std::vector<QByteArray> plan
+            = database.rows("EXPLAIN QUERY PLAN SELECT t0.kx_id FROM \"Track\" t0 ORDER BY " + sql.text, sql);
+        const QByteArray found = QByteArrayList(plan.begin(), plan.end()).join('\n');
+        EXPECT_EQ(found.contains("USE TEMP B-TREE"), !index) << found.constData();
+        EXPECT_TRUE(!index || found.contains(index)) << found.constData();
     }
 }
 

@@ -60,6 +60,7 @@ class Track : public KXManagedObjectOf<Track>
 {
 public:
     static constexpr QLatin1StringView entityName { "Track" };
+    static constexpr int textOrder = KXCaseInsensitive | KXDiacriticInsensitive; ///< how its texts are sorted
 
     KX_ATTRIBUTE(QUrl, location, setLocation)
     KX_ATTRIBUTE(qint64, fileSize, setFileSize)

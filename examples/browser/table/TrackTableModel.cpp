@@ -15,8 +15,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr int plainText = KXCaseInsensitive | KXDiacriticInsensitive; // how texts are sorted
-
 QString titled(const char *text) { return QCoreApplication::translate("TrackTable", text); }
 
 // What is compared to tell what was found by listening.
@@ -48,7 +46,7 @@ QString lengthText(const QVariant &seconds) { return BrowserStyle::timeText(seco
 QList<KXLiveListModel::Column> columnsOfTracks()
 {
     const auto text = [](const QString &keyPath, const QString &title) -> KXLiveListModel::Column {
-        return { .keyPath = keyPath, .title = title, .sortOptions = plainText };
+        return { .keyPath = keyPath, .title = title, .sortOptions = Track::textOrder };
     };
     QList<KXLiveListModel::Column> columns {
         text(u"title"_s, titled(QT_TRANSLATE_NOOP("TrackTable", "Title"))),
@@ -74,7 +72,7 @@ QList<KXLiveListModel::Column> columnsOfTracks()
             .sortsAscending = false },
         { .keyPath = u"comment"_s,
             .title = titled(QT_TRANSLATE_NOOP("TrackTable", "Comment")),
-            .sortOptions = plainText },
+            .sortOptions = Track::textOrder },
         { .keyPath = u"location"_s,
             .title = titled(QT_TRANSLATE_NOOP("TrackTable", "Waveform")),
             .formatter = [](const QVariant &) { return QString(); } },
