@@ -111,7 +111,7 @@ void KXCountTable::followMerge(const KXStoreChange &change)
         }
     }
     if (!inserted.empty())
-        readInserted(inserted);
+        expect(inserted);
 }
 
 void KXCountTable::setFromChange(size_t row, const KXPropertyChange &change, size_t column)
@@ -134,43 +134,15 @@ void KXCountTable::setFromChange(size_t row, const KXPropertyChange &change, siz
     }
 }
 
-/// Rows that another context inserted; a change names their keys alone.
-void KXCountTable::readInserted(const std::vector<qint64> &keys)
+/// Rows that another context inserted; a change names their keys alone. They are read and counted by update().
+void KXCountTable::expect(const std::vector<qint64> &keys)
 {
-    std::vector<size_t> columns(m_columns.size());
-    for (size_t i = 0; i < columns.size(); ++i)
-        columns[i] = i;
     for (const qint64 key : keys) {
         if (has(rowOf(key)))
             changeRow(key, [&](qint64 row) { bury(size_t(row)); }); // it is read again
     }
-    KXError error;
-    for (const auto &column : m_columns)
-        column->putOffReading();
-    const bool wasRead = read(columns, &keys, true, &error);
-    readSets(columns);
-    if (!wasRead) {
-        KXLogError(store, "Cannot read what is to be counted: %@", error);
-        forgetRows();
-        return;
-    }
-    KXCountBits none(m_words), now(m_words);
-    for (const qint64 key : keys) {
-        const qint64 row = rowOf(key);
-        if (!has(row))
-            continue; // gone meanwhile
-        if (Object *object = KXContextRows(m_context).held(key); object && object->isUpdated()) {
-            for (const size_t column : columns)
-                setFromObject(size_t(row), object, column);
-        }
-        for (size_t column = 0; column < columns.size() && !m_orders.empty(); ++column)
-            noteOrder(column, size_t(row));
-        bits(row, now.data());
-        count(none.data(), false, now.data(), true);
-        for (KXCountWatcher *watcher : m_watchers)
-            watcher->rowEnters(size_t(row));
-        m_evaluations += m_rules.size();
-    }
+    m_arrivals.insert(m_arrivals.end(), keys.begin(), keys.end());
+    m_isSettled = false;
 }
 
 // Objects behind relationships

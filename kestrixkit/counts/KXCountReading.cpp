@@ -3,12 +3,16 @@
 #include <kestrixkit/counts/KXCountTable_p.h>
 
 #include <algorithm>
+#include <numeric>
 
 #include <kestrixkit/context/KXContextRows_p.h>
 #include <kestrixkit/foundation/KXDecimal.h>
 #include <kestrixkit/store/KXRowReader_p.h>
 
 namespace {
+
+/// A row that is looked for by its key takes as long as so many that are read or counted one after the other.
+constexpr qint64 countCostOfArrival = 8;
 
 /// Members of a to-many relationship come by their object's key.
 struct CountMembers
@@ -137,6 +141,8 @@ bool KXCountTable::hasMoreToDo(qint64 rows)
 {
     if (m_isSettled)
         return false;
+    if (qint64(m_arrivals.size()) * countCostOfArrival > std::max<qint64>(0, rows))
+        return true;
     const bool isAllRead
         = m_hasRows && std::all_of(m_isRead.begin(), m_isRead.end(), [](bool isRead) { return isRead; });
     if (isAllRead && std::all_of(m_rules.begin(), m_rules.end(), [](const Rule &rule) {
@@ -152,11 +158,16 @@ bool KXCountTable::hasMoreToDo(qint64 rows)
 bool KXCountTable::readRows(KXError *error, const std::atomic<bool> *stop)
 {
     m_reading.clear();
-    for (size_t i = 0; i < m_columns.size(); ++i) {
-        if (!m_isRead[i])
-            m_reading.push_back(i);
-    }
+    std::vector<size_t> known;
+    for (size_t i = 0; i < m_columns.size(); ++i)
+        (m_isRead[i] ? known : m_reading).push_back(i);
     m_isReadingRows = !m_hasRows;
+    if (!m_arrivals.empty()) {
+        for (const size_t column : known)
+            m_columns[column]->putOffReading();
+        if (!read(known, &m_arrivals, true, error, stop))
+            return false;
+    }
     if (m_hasRows && m_reading.empty())
         return true;
     for (const size_t column : m_reading)
@@ -166,14 +177,35 @@ bool KXCountTable::readRows(KXError *error, const std::atomic<bool> *stop)
 
 void KXCountTable::joinContext()
 {
-    if (m_reading.empty() && !m_isReadingRows)
+    if (m_reading.empty() && !m_isReadingRows && m_arrivals.empty())
         return;
     overlay(m_reading, std::exchange(m_isReadingRows, false));
     for (const size_t column : m_reading) {
         m_isRead[column] = true;
         m_orders.erase(column);
     }
+    if (!m_arrivals.empty()) {
+        overlayArrivals();
+        m_reading.resize(m_columns.size());
+        std::iota(m_reading.begin(), m_reading.end(), 0);
+    }
     readSets(std::exchange(m_reading, {}));
+}
+
+void KXCountTable::overlayArrivals()
+{
+    const KXContextRows rows(m_context);
+    for (const qint64 key : m_arrivals) {
+        const qint64 row = rowOf(key);
+        if (!has(row))
+            continue; // gone meanwhile
+        KXManagedObject *object = rows.held(key);
+        for (size_t column = 0; column < m_columns.size(); ++column) {
+            if (object && object->isUpdated())
+                setFromObject(size_t(row), object, column);
+            noteOrder(column, size_t(row));
+        }
+    }
 }
 
 /// Looks up what the paths of relationships reach, the objects of all sets at once.

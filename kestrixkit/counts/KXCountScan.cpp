@@ -278,8 +278,25 @@ void KXCountTable::countRows()
         if (rule.isUsed && !rule.isCondition && rule.reason.isEmpty() && rule.tree.kind != KXCountNode::Slot)
             m_trees.push_back(int(i));
     }
+    countArrivals();
     if (!isAllCounted)
         scan();
+}
+
+/// Rules that are not counted at all yet are by scan(), which takes these rows for any others.
+void KXCountTable::countArrivals()
+{
+    KXCountBits none(m_words), now(m_words);
+    for (const qint64 key : std::exchange(m_arrivals, {})) {
+        const qint64 row = rowOf(key);
+        if (!has(row))
+            continue; // gone meanwhile
+        bits(row, now.data());
+        count(none.data(), false, now.data(), true);
+        for (KXCountWatcher *watcher : m_watchers)
+            watcher->rowEnters(size_t(row));
+        m_evaluations += m_rules.size();
+    }
 }
 
 void KXCountTable::forgetCounts()

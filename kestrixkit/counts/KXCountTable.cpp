@@ -77,6 +77,7 @@ void KXCountTable::bury(size_t row)
 void KXCountTable::forgetRows()
 {
     m_keys.clear();
+    m_arrivals.clear();
     m_sorted = 0;
     m_strays.clear();
     m_alive.clear();

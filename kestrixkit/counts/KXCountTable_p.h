@@ -169,6 +169,7 @@ private:
     [[nodiscard]] std::vector<quint32> rowsBetween(size_t column, qint64 from, qint64 to);
 
     // Counting: KXCountScan.cpp.
+    void countArrivals();
     /// A row's bits; none of a row that is not there.
     void bits(qint64 row, quint64 *out) const;
     [[nodiscard]] bool fits(const KXCountNode &node, const quint64 *bits) const;
@@ -189,7 +190,7 @@ private:
     [[nodiscard]] QSet<qint64> leadingTo(const KXEntityDescription &from, const QStringList &path,
         const KXEntityDescription &to, const QSet<qint64> &keys) const;
     void noteEvaluations(const std::vector<size_t> &columns);
-    void readInserted(const std::vector<qint64> &keys);
+    void expect(const std::vector<qint64> &keys);
     void changeSets(size_t column, const std::vector<quint32> &sets);
 
     // Reading: KXCountReading.cpp.
@@ -198,6 +199,7 @@ private:
         const std::atomic<bool> *stop = nullptr);
     bool readMembers(KXRowReader &reader, size_t column, const std::vector<qint64> *keys, KXError *error);
     void overlay(const std::vector<size_t> &columns, bool rowsToo);
+    void overlayArrivals();
     bool countByStore(KXError *error);
     [[nodiscard]] QVariant objects(const KXPropertyDescription &relationship, const std::vector<qint64> &keys) const;
 
@@ -217,6 +219,7 @@ private:
     std::vector<bool> m_isRead; // by column
     std::vector<size_t> m_reading; // columns that joinContext() is to complete
     bool m_isReadingRows = false;
+    std::vector<qint64> m_arrivals; // keys of rows that are there and neither read nor counted
     bool m_isSettled = false; // nothing is to be read or counted: asked after each change
     std::vector<bool> m_isDirty; // by column: conditions changed since its rows of bits were made
     std::vector<qint64> m_keys; // by row; those up to m_sorted ascend

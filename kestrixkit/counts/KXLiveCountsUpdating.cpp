@@ -171,7 +171,8 @@ void KXLiveCountsPrivate::follow(const KXObjectsDidChange &did)
         return;
     }
     table.follow(did);
-    q->update();
+    if (!sendAway())
+        q->update();
 }
 
 void KXLiveCountsPrivate::updateDidEnd(bool answered, const KXError &problem)
