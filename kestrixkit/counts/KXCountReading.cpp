@@ -11,8 +11,8 @@
 
 namespace {
 
-/// A row that is looked for by its key takes as long as so many that are read or counted one after the other.
-constexpr qint64 countCostOfArrival = 8;
+/// A row that is looked for by its key takes longer than one of many that are read one after the other.
+constexpr qint64 countCostOfArrival = 4;
 
 /// Members of a to-many relationship come by their object's key.
 struct CountMembers

@@ -26,6 +26,7 @@ void KXCountWorker::begin(const QStringList &ordered)
 {
     m_ordered = ordered;
     m_error = {};
+    m_isFirst = !m_table.hasRows();
     start(Reading, [this] { m_hasAnswered = m_table.readRows(&m_error, &m_stop); });
 }
 
@@ -51,7 +52,8 @@ void KXCountWorker::proceed()
         for (const QString &attribute : std::as_const(m_ordered))
             (void)m_table.nextNumber(attribute, 0);
 #ifdef __GLIBC__
-        malloc_trim(0); // each thread has a heap of its own, which keeps what columns left behind while they grew
+        if (m_isFirst)
+            malloc_trim(0); // each thread has a heap of its own, which keeps what columns left behind while they grew
 #endif
     });
 }

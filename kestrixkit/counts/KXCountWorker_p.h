@@ -47,6 +47,7 @@ private:
     int m_round = 0; // what is delivered by an earlier one is late
     bool m_hasAnswered = true;
     KXError m_error;
+    bool m_isFirst = false; // all rows are read
     std::atomic<bool> m_stop = false;
     std::shared_ptr<KXBlockOperation> m_work;
     QObject m_guard; // of deliveries

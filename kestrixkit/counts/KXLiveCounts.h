@@ -81,8 +81,8 @@ public:
     /// Whether numbers are to come: another thread counts just now, or counting is due in the next turn. didUpdate()
     /// comes when it is done.
     [[nodiscard]] bool isCounting() const;
-    /// More objects than these are much: 10,000 at first. What-if counts, and contexts of other threads than the main
-    /// one, never count on another thread.
+    /// More objects than these are much: 10,000 at first, where one that another context inserted stands for four.
+    /// What-if counts, and contexts of other threads than the main one, never count on another thread.
     void setMostRowsAtOnce(qint64 rows);
 
     // What it costs.
