@@ -2,6 +2,7 @@
 
 #include <ctime>
 #include <malloc.h>
+#include <string>
 
 #include <QFile>
 
@@ -32,14 +33,14 @@ QString foldedTitle(const QString &title)
     return folded.toCaseFolded();
 }
 
-std::vector<qint64> sortedByPeer()
+std::vector<qint64> sortedByPeer(const char *order)
 {
     sqlite3 *database = nullptr;
     sqlite3_stmt *row = nullptr;
     std::vector<qint64> keys;
     sqlite3_open_v2(sortPath().toUtf8(), &database, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX, nullptr);
     sqlite3_exec(database, "PRAGMA cache_size=-32768", nullptr, nullptr, nullptr);
-    sqlite3_prepare_v2(database, "SELECT kx_id FROM Track ORDER BY folded, kx_id", -1, &row, nullptr);
+    sqlite3_prepare_v2(database, ("SELECT kx_id FROM Track ORDER BY " + std::string(order)).c_str(), -1, &row, nullptr);
     while (sqlite3_step(row) == SQLITE_ROW)
         keys.push_back(sqlite3_column_int64(row, 0));
     sqlite3_finalize(row);
@@ -47,9 +48,12 @@ std::vector<qint64> sortedByPeer()
     return keys;
 }
 
-void sortOurs(benchmark::State &state)
+constexpr const char *byIndex = "folded, kx_id";
+constexpr const char *withoutIndex = "+folded, kx_id";
+
+void sortOurs(benchmark::State &state, bool sortable)
 {
-    const auto context = BenchLibrary::open(sortedPath(), false, true);
+    const auto context = BenchLibrary::open(sortable ? sortedPath() : BenchLibrary::storePath(false), false, sortable);
     (void)context->countForEntity(u"Track"_s); // the connection is open
     malloc_trim(0);
     const double start = sortCpuSeconds();
@@ -57,16 +61,16 @@ void sortOurs(benchmark::State &state)
         = context->fetch(KXFetchRequest(u"Track"_s)
                              .setSortDescriptors({ { u"title"_s, true, KXCaseInsensitive | KXDiacriticInsensitive } }));
     const double seconds = sortCpuSeconds() - start;
-    if (list.keys() != sortedByPeer())
+    if (list.keys() != sortedByPeer(byIndex))
         return state.SkipWithError("wrong order");
     BenchProgram::report(state, seconds * 1e3);
 }
 
-void sortPeer(benchmark::State &state)
+void sortPeer(benchmark::State &state, const char *order)
 {
     malloc_trim(0);
     const double start = sortCpuSeconds();
-    const std::vector<qint64> keys = sortedByPeer();
+    const std::vector<qint64> keys = sortedByPeer(order);
     const double seconds = sortCpuSeconds() - start;
     if (keys.size() != size_t(BenchLibrary::Rows))
         return state.SkipWithError("not all rows");
@@ -77,8 +81,10 @@ void sortPeer(benchmark::State &state)
 
 void SortBench::add()
 {
-    BenchProgram::add("store.sort-text/ours", sortOurs);
-    BenchProgram::add("store.sort-text/peer", sortPeer);
+    BenchProgram::add("store.sort-text/ours", [](auto &state) { sortOurs(state, true); });
+    BenchProgram::add("store.sort-text/peer", [](auto &state) { sortPeer(state, byIndex); });
+    BenchProgram::add("store.sort-unindexed/ours", [](auto &state) { sortOurs(state, false); });
+    BenchProgram::add("store.sort-unindexed/peer", [](auto &state) { sortPeer(state, withoutIndex); });
 }
 
 void SortBench::prepare()

@@ -1,8 +1,6 @@
 // Fetching and counting: SQL answers, and what is unsaved in the context is worked into its answer.
 
 #include <algorithm>
-#include <array>
-#include <variant>
 
 #include <kestrixkit/context/KXContextFetch_p.h>
 #include <kestrixkit/foundation/KXAbstractOperation.h>
@@ -80,6 +78,13 @@ QByteArray KXContextFetcher::where(bool withPredicate) const
     return text.isEmpty() ? text : " WHERE " + text;
 }
 
+/// The keys of all rows in their order; with the values of the predicate, then of the order.
+QByteArray KXContextFetcher::select() const
+{
+    return "SELECT t0.kx_id FROM " + m_entity.table() + " t0" + where(true)
+        + (m_order.text.isEmpty() ? QByteArray() : " ORDER BY " + m_order.text);
+}
+
 bool KXContextFetcher::query(
     const QByteArray &sql, const std::vector<const KXPredicateSQL *> &parts, std::vector<qint64> &numbers)
 {
@@ -96,63 +101,6 @@ bool KXContextFetcher::query(
         }
         while ((code = statement.step()) == SQLITE_ROW)
             numbers.push_back(statement.integer(0));
-    }
-    if (code != SQLITE_DONE)
-        m_error = reader->lastError();
-    return code == SQLITE_DONE;
-}
-
-/// The attribute that all rows are sorted by from the highest down by an index; nullptr for other requests.
-const KXPropertyDescription *KXContextFetcher::fallingAttribute() const
-{
-    const QList<KXSortDescriptor> &order = m_request.sortDescriptors();
-    if (order.size() != 1 || order[0].ascending || m_request.fetchLimit() > 0 || m_request.fetchOffset() > 0)
-        return nullptr;
-    const KXPropertyDescription *property = m_entity.property(order[0].key);
-    if (!property || property->isRelationship() || !property->isIndexedForSorting(order[0].options)
-        || !order[0].memberKey.isEmpty())
-        return nullptr;
-    constexpr std::array types { KXAttributeType::Integer16, KXAttributeType::Integer32, KXAttributeType::Integer64,
-        KXAttributeType::Double, KXAttributeType::Date, KXAttributeType::String };
-    return std::find(types.begin(), types.end(), property->type()) != types.end() ? property : nullptr;
-}
-
-/// Read backwards an index has equal values' keys backwards, too. SQL would sort them; turning them round here takes a
-/// third of the time.
-bool KXContextFetcher::queryFalling(const KXPropertyDescription &attribute, std::vector<qint64> &keys)
-{
-    const KXStoreConnections::Reader reader = m_context.store->connections.reader(&m_error);
-    if (!reader)
-        return false;
-    const int folding = attribute.type() == KXAttributeType::String ? m_request.sortDescriptors()[0].options : 0;
-    const QByteArray column = "t0." + attribute.column();
-    const QByteArray value = folding != 0 ? "kx_fold(" + column + ", " + QByteArray::number(folding) + ')' : column;
-    KXStatement statement = reader->prepare("SELECT t0.kx_id, " + value + " FROM " + m_entity.table() + " t0"
-        + where(true) + " ORDER BY " + value + " DESC, t0.kx_id DESC");
-    int code = SQLITE_ERROR;
-    if (statement) {
-        m_predicate.bind(statement.get(), 1);
-        using Value = std::variant<std::monostate, qint64, double, QByteArray>; // absent, or as it is stored
-        Value last;
-        size_t first = 0; // of equal values
-        while ((code = statement.step()) == SQLITE_ROW) {
-            Value next;
-            if (!statement.isNull(1)) {
-                if (attribute.type() == KXAttributeType::String)
-                    next = statement.bytes(1);
-                else if (attribute.type() == KXAttributeType::Double)
-                    next = statement.real(1);
-                else
-                    next = statement.integer(1);
-            }
-            if (next != last) {
-                std::reverse(keys.begin() + ptrdiff_t(first), keys.end());
-                first = keys.size();
-                last = std::move(next);
-            }
-            keys.push_back(statement.integer(0));
-        }
-        std::reverse(keys.begin() + ptrdiff_t(first), keys.end());
     }
     if (code != SQLITE_DONE)
         m_error = reader->lastError();
@@ -218,19 +166,14 @@ bool KXContextFetcher::fetch(std::vector<qint64> &keys)
         return fetchInMemory(keys);
 
     const bool sorted = !m_request.sortDescriptors().isEmpty();
-    QByteArray sql = "SELECT t0.kx_id FROM " + m_entity.table() + " t0" + where(true);
-    std::vector<const KXPredicateSQL *> parts { &m_predicate };
-    if (sorted) {
-        sql += " ORDER BY " + m_order.text;
-        parts.push_back(&m_order);
-    }
+    QByteArray sql = select();
     const bool limited = m_request.fetchLimit() > 0 || m_request.fetchOffset() > 0;
     if (limited && m_affected.isEmpty()) {
         sql += " LIMIT " + QByteArray::number(m_request.fetchLimit() > 0 ? m_request.fetchLimit() : -1) + " OFFSET "
             + QByteArray::number(std::max<qint64>(0, m_request.fetchOffset()));
     }
-    const KXPropertyDescription *falling = fallingAttribute();
-    if (falling ? !queryFalling(*falling, keys) : !query(sql, parts, keys))
+    const KXPropertyDescription *own = sortedHere();
+    if (own ? !querySorted(*own, keys) : !query(sql, { &m_predicate, &m_order }, keys))
         return false;
     if (m_affected.isEmpty())
         return true;

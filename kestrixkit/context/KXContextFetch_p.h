@@ -47,9 +47,13 @@ private:
     bool step(const KXEntityDescription &entity, const KXPropertyDescription &relationship, const QSet<qint64> &reached,
         QSet<qint64> &from);
     bool query(const QByteArray &sql, const std::vector<const KXPredicateSQL *> &parts, std::vector<qint64> &numbers);
-    [[nodiscard]] const KXPropertyDescription *fallingAttribute() const;
-    bool queryFalling(const KXPropertyDescription &attribute, std::vector<qint64> &keys);
     [[nodiscard]] QByteArray where(bool withPredicate) const;
+    [[nodiscard]] QByteArray select() const;
+    // Orders that are made here: KXContextFetchSorted.cpp.
+    [[nodiscard]] const KXPropertyDescription *sortedHere() const;
+    bool querySorted(const KXPropertyDescription &attribute, std::vector<qint64> &keys);
+    int readFalling(KXStatement &statement, const KXPropertyDescription &attribute, std::vector<qint64> &keys) const;
+    int readFolded(KXStatement &statement, std::vector<qint64> &keys) const;
     bool fetchInMemory(std::vector<qint64> &keys);
     static void cut(std::vector<qint64> &keys, const KXFetchRequest &request);
 

@@ -78,6 +78,14 @@ qsizetype foldingCut(QStringView text, qsizetype from, qsizetype at)
     return at + (text[at].isLowSurrogate() ? 1 : 0);
 }
 
+bool foldingIsASCII(QByteArrayView utf8)
+{
+    quint8 all = 0;
+    for (const char c : utf8) // without a way out in the middle, so that many are looked at together
+        all |= quint8(c);
+    return all < 0x80;
+}
+
 QString foldingOfPart(const QString &text, int options)
 {
     QString result = text;
@@ -115,14 +123,24 @@ QString KXTextFolding::folded(const QString &text, int options)
 
 QByteArray KXTextFolding::folded(QByteArrayView utf8, int options)
 {
-    if (std::any_of(utf8.begin(), utf8.end(), [](char c) { return c & 0x80; }))
-        return folded(QString::fromUtf8(utf8), options).toUtf8();
-    QByteArray result = utf8.toByteArray();
-    if (options & KXCaseInsensitive) {
-        for (char &c : result)
-            c = c >= 'A' && c <= 'Z' ? char(c | 0x20) : c;
-    }
+    QByteArray result;
+    appendFolded(utf8, options, result);
     return result;
+}
+
+void KXTextFolding::appendFolded(QByteArrayView utf8, int options, QByteArray &to)
+{
+    if (!foldingIsASCII(utf8)) {
+        to += folded(QString::fromUtf8(utf8), options).toUtf8();
+        return;
+    }
+    const qsizetype from = to.size();
+    if (from + utf8.size() > to.capacity())
+        to.reserve(2 * to.capacity() + utf8.size()); // many may follow
+    to.resize(from + utf8.size());
+    const bool foldsCase = options & KXCaseInsensitive;
+    std::transform(utf8.begin(), utf8.end(), to.data() + from,
+        [foldsCase](char c) { return foldsCase && c >= 'A' && c <= 'Z' ? char(c | 0x20) : c; });
 }
 
 int KXTextFolding::rules()

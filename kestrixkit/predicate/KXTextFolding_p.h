@@ -15,6 +15,7 @@ namespace KXTextFolding {
 [[nodiscard]] QString folded(const QString &text, int options);
 /// The same on UTF-8.
 [[nodiscard]] QByteArray folded(QByteArrayView utf8, int options);
+void appendFolded(QByteArrayView utf8, int options, QByteArray &to);
 
 /// Tells apart by what rules texts are folded; another number means that some may fold to something else.
 [[nodiscard]] int rules();

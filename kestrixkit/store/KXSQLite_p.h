@@ -67,6 +67,12 @@ public:
     [[nodiscard]] double real(int column) const { return sqlite3_column_double(m_statement, column); }
     [[nodiscard]] QString text(int column) const;
     [[nodiscard]] QByteArray bytes(int column) const;
+    /// Until the next step.
+    [[nodiscard]] QByteArrayView utf8(int column) const
+    {
+        const auto *text = reinterpret_cast<const char *>(sqlite3_column_text(m_statement, column));
+        return { text, sqlite3_column_bytes(m_statement, column) };
+    }
 
 private:
     void finish();

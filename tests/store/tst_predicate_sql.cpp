@@ -338,6 +338,28 @@ TEST(PredicateSQL, letsSQLiteUseItsIndexes)
     }
 }
 
+TEST(PredicateSQL, sortsTextsThatAgreeForLong)
+{
+    LibraryTest library;
+    library.track(u"absent"_s);
+    for (const int length : { 0, 7, 8, 9, 127, 128, 136, 1000, 300'000 }) {
+        for (const QString &end : { QString(), QString(QChar(0)), u"a"_s, u"\u00C1"_s, u"B"_s, u"\U0001F600"_s })
+            library.track(u"long"_s)->setComment(QString(length, u'x') + end);
+    }
+    ASSERT_TRUE(library.context->save());
+    for (const bool ascending : { true, false }) {
+        for (const bool absentLast : { true, false }) {
+            for (const int options : { 1, 2, 3 }) {
+                KXFetchRequest request(u"Track"_s);
+                request.setSortDescriptors({ { u"comment"_s, ascending, options, absentLast } });
+                const std::vector<qint64> here = library.context->fetch(request).keys();
+                ASSERT_EQ(here.size(), 55U);
+                EXPECT_EQ(here, library.context->fetch(request.setFetchLimit(100)).keys()) << "as SQLite sorts";
+            }
+        }
+    }
+}
+
 TEST(PredicateSQL, sortsByItsIndexes)
 {
     LibraryTest library;
