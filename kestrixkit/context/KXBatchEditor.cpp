@@ -4,6 +4,7 @@
 #include <span>
 
 #include <kestrixkit/context/KXBatchChange_p.h>
+#include <kestrixkit/context/KXBatchRows_p.h>
 #include <kestrixkit/context/KXContextRows_p.h>
 #include <kestrixkit/foundation/KXException.h>
 #include <kestrixkit/foundation/KXMainQueue.h>
@@ -52,16 +53,11 @@ QVariant batchPlaced(const QVariant &value, KXManagedObjectContext &context)
 /// value of every property.
 struct KXBatchEditor::Edit
 {
-    struct Step
-    {
-        qint64 key;
-        qint32 target; ///< number of the value to set
-        qint32 expected; ///< of the one that has to be there; -1: any
-    };
     QString entityName, actionName;
     QStringList keys;
     QList<QVariantList> values;
-    std::vector<Step> steps;
+    std::vector<KXBatchRows::Step> steps;
+    bool isGiven = false; ///< the values are a host's; others have been stored before
 
     /// Among all of very many values it would be looked for in vain and for long.
     qint32 numberOf(const QVariantList &value)
@@ -114,16 +110,105 @@ protected:
 
     [[nodiscard]] std::optional<size_t> carryOut(KXManagedObjectContext &context, size_t from, size_t most) override
     {
-        const std::span<const Edit::Step> steps = std::span(m_edit->steps).subspan(from, most);
+        const std::span<const Step> steps = std::span(m_edit->steps).subspan(from, most);
+        const bool isDone = canDoWithoutObjects(context, steps) ? carryOutRows(steps) : carryOutObjects(context, steps);
+        return isDone ? std::optional(most) : std::nullopt;
+    }
+
+private:
+    using Step = KXBatchRows::Step;
+
+    /// Where all is stored attributes of one class. What that makes of a host's values is tried with one object: where
+    /// setting one does more than to store it, all is left to objects.
+    bool canDoWithoutObjects(KXManagedObjectContext &context, std::span<const Step> steps)
+    {
+        if (m_needsObjects)
+            return false;
+        if (!m_rows) {
+            const KXEntityDescription &entity = KXContextRows(context).entity(m_edit->entityName);
+            KXBatchRows::Attributes attributes;
+            for (const QString &key : m_edit->keys)
+                attributes.push_back(entity.property(key));
+            m_needsObjects = entity.family().size() > 1
+                || !std::all_of(attributes.begin(), attributes.end(),
+                    [](const KXPropertyDescription *each) { return each->isAttribute() && each->hasColumn(); });
+            if (m_needsObjects)
+                return false;
+            m_rows = std::make_unique<KXBatchRows>(
+                KXManagedObjectContextPrivate::of(context), entity, std::move(attributes));
+            m_isTried = !m_edit->isGiven;
+        }
+        constexpr size_t mostTargets = 1'000; // of an undo each may have its own
+        if (m_targets > mostTargets)
+            m_rows->forgetTargets();
+        for (const Step &step : steps) {
+            for (const qint32 number : { step.target, step.expected }) {
+                if (number < 0 || m_rows->hasTarget(number))
+                    continue;
+                m_needsObjects = m_needsObjects || !m_rows->setTarget(number, m_edit->values[number]);
+                ++m_targets;
+            }
+        }
+        if (!m_needsObjects && !m_isTried)
+            tryOne(context, steps);
+        return !m_needsObjects && m_isTried;
+    }
+
+    void tryOne(KXManagedObjectContext &context, std::span<const Step> steps)
+    {
+        const KXContextRows rows(context);
+        const KXEntityDescription &entity = rows.entity(m_edit->entityName);
+        constexpr size_t enough = 16; // of which one is there
+        for (const Step &step : steps.first(std::min(steps.size(), enough))) {
+            const KXRef<KXManagedObject> object = rows.object(entity, step.key);
+            if (!object || object->isMissing())
+                continue;
+            const bool isSet = m_edit->setValues(*object, m_edit->values[step.target], context);
+            m_needsObjects = !isSet || m_edit->valuesOf(*object) != m_rows->valuesOf(step.target)
+                || changesMore(KXManagedObjectContextPrivate::of(context).ledger, *object);
+            context.rollback();
+            m_isTried = true;
+            return;
+        }
+    }
+
+    [[nodiscard]] bool changesMore(const KXChangeLedger &ledger, const KXManagedObject &object) const
+    {
+        const auto isAsked = [&](const auto &each) {
+            const QList<KXPropertyDescription> &properties = object.entity()->properties();
+            return each.first == &object
+                && std::all_of(properties.begin(), properties.end(), [&](const KXPropertyDescription &property) {
+                       return !each.second.changed.test(size_t(property.index()))
+                           || m_edit->keys.contains(property.name());
+                   });
+        };
+        return !ledger.insertions().empty() || !ledger.deletions().empty()
+            || !std::all_of(ledger.changes().begin(), ledger.changes().end(), isAsked);
+    }
+
+    bool carryOutRows(std::span<const Step> steps)
+    {
+        KXBatchRows::Result result;
+        if (!m_rows->carryOut(steps, result, &outcome->error))
+            return false;
+        outcome->kept += result.kept;
+        outcome->changed += qint64(result.done.size());
+        for (const auto &[step, before] : result.done)
+            m_inverse->steps.push_back({ steps[step].key, m_inverse->numberOf(before), steps[step].target });
+        return true;
+    }
+
+    bool carryOutObjects(KXManagedObjectContext &context, std::span<const Step> steps)
+    {
         const KXContextRows rows(context);
         const KXEntityDescription &entity = rows.entity(m_edit->entityName);
         std::vector<qint64> keys;
-        for (const Edit::Step &step : steps)
+        for (const Step &step : steps)
             keys.push_back(step.key);
         rows.fill(entity, keys);
-        std::vector<Edit::Step> done;
+        std::vector<Step> done;
         qint64 kept = 0;
-        for (const Edit::Step &step : steps) {
+        for (const Step &step : steps) {
             const KXRef<KXManagedObject> object = rows.object(entity, step.key);
             if (!object || object->isMissing())
                 continue;
@@ -139,15 +224,18 @@ protected:
         }
         outcome->kept += kept;
         if (!done.empty() && !save(context))
-            return std::nullopt;
+            return false;
         outcome->changed += qint64(done.size());
         m_inverse->steps.insert(m_inverse->steps.end(), done.begin(), done.end());
-        return most;
+        return true;
     }
 
-private:
     const std::shared_ptr<const Edit> m_edit;
     const std::shared_ptr<Edit> m_inverse; // read by nobody before this is done: edits run one after the other
+    std::unique_ptr<KXBatchRows> m_rows;
+    size_t m_targets = 0; // that m_rows was told of
+    bool m_isTried = false; // the class makes of the values what a column does
+    bool m_needsObjects = false;
 };
 
 KXBatchEditor::KXBatchEditor(KXManagedObjectContext::Ref context, QObject *parent)
@@ -181,7 +269,7 @@ void KXBatchEditor::setValue(const QVariant &value, const QString &forKey, const
 void KXBatchEditor::setValues(const QList<std::pair<QString, QVariant>> &values, const QString &ofEntityName,
     const std::vector<qint64> &keys, const QString &actionName)
 {
-    const auto edit = std::make_shared<Edit>(Edit { ofEntityName, actionName, {}, {}, {} });
+    const auto edit = std::make_shared<Edit>(Edit { .entityName = ofEntityName, .actionName = actionName });
     QVariantList target;
     for (const auto &[key, value] : values) {
         if (!KXContextRows(*m_context).entity(ofEntityName).property(key))
@@ -193,6 +281,7 @@ void KXBatchEditor::setValues(const QList<std::pair<QString, QVariant>> &values,
     if (keys.empty() || values.isEmpty())
         return;
     edit->values = { target };
+    edit->isGiven = true;
     for (const qint64 key : keys)
         edit->steps.push_back({ key, 0, -1 });
     const auto inverse = std::make_shared<Edit>(Edit { ofEntityName, actionName, edit->keys, {}, {} });

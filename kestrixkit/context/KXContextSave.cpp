@@ -332,7 +332,43 @@ bool KXManagedObjectContextPrivate::save(KXError *error)
     }
     contextSavesToTell.push_back({ q, held, change });
     others.tell();
-    if (change)
+    tellOfSaves(change != nullptr);
+    return true;
+}
+
+bool KXManagedObjectContextPrivate::saveRows(const WriteRows &write, KXError *error)
+{
+    if (!store)
+        return KXSetError(error, KXPersistentStorePrivate::notOpen());
+    const KXManagedObjectContext::Ref held = q->weak_from_this().lock();
+    std::vector<KXEntityChange> changes;
+    KXStoreSchema::ChangeNumbers numbers;
+    std::shared_ptr<const KXStoreChange> change;
+    {
+        const KXStoreConnections::Writer writer = store->connections.writer();
+        KXTransaction transaction(*writer);
+        KXError problem = transaction.begin();
+        if (!problem)
+            problem = write(*writer, changes);
+        if (!problem && changes.empty())
+            return true;
+        if (!problem)
+            problem = KXStoreSchema::raiseChangeNumber(*writer, numbers);
+        if (!problem)
+            problem = transaction.commit();
+        if (problem)
+            return KXSetError(error, problem);
+        change = coordinator->enqueueChange(q, std::move(changes), numbers.before, numbers.after);
+    }
+    newestSerial = change->serialNumber();
+    contextSavesToTell.push_back({ q, held, change });
+    tellOfSaves(true);
+    return true;
+}
+
+void KXManagedObjectContextPrivate::tellOfSaves(bool delivers)
+{
+    if (delivers)
         coordinator->deliverChanges();
     // A save of an observer's tells of those that came before it first, so that whoever merges by these notifications
     // has them in the order of the commits.
@@ -342,5 +378,4 @@ bool KXManagedObjectContextPrivate::save(KXError *error)
         KXNotificationCenter::defaultCenter().post(
             QString(KXManagedObjectContextDidSaveNotification), save.context, save.change);
     }
-    return true;
 }

@@ -32,6 +32,11 @@ public:
     [[nodiscard]] KXFetchedList fetch(const KXFetchRequest &request, KXError *error);
     [[nodiscard]] qint64 count(const KXFetchRequest &request, KXError *error);
     [[nodiscard]] bool save(KXError *error);
+    /// Writes in a transaction, and says what rows it changed.
+    using WriteRows = std::function<KXError(KXSQLiteConnection &connection, std::vector<KXEntityChange> &changes)>;
+    /// A save of rows of which the context holds no objects; nothing where nothing is changed. The context has nothing
+    /// unsaved.
+    [[nodiscard]] bool saveRows(const WriteRows &write, KXError *error);
     void mergeChanges(const KXStoreChange &change);
 
     // How long a child context lasts: KXContextChild.cpp.
@@ -104,5 +109,6 @@ public:
     KXContextEditor editor;
 
 private:
+    void tellOfSaves(bool delivers);
     KXManagedObjectContext::Ref m_self; // of a child context that only its objects' holders keep
 };

@@ -45,15 +45,10 @@ KXRowCodec::KXRowCodec(const KXEntityDescription &entity)
 {
     const bool discriminator = entity.hasDiscriminator();
     const auto columns = KXStoreTables::columnsOfTable(*entity.root());
-    m_select = "SELECT t0.kx_id, t0.kx_version";
-    if (discriminator)
-        m_select += ", t0.kx_entity";
+    selectColumns({ columns.begin(), columns.end() });
     QHash<QByteArray, int> positions;
-    for (const KXPropertyDescription *column : columns) {
+    for (const KXPropertyDescription *column : columns)
         positions.insert(column->column(), int(positions.size()) + (discriminator ? 3 : 2));
-        m_select += ", t0." + column->column();
-    }
-    m_select += " FROM " + entity.table() + " t0";
 
     m_insert = "INSERT INTO " + entity.table() + "(kx_id, kx_version";
     QByteArray parameters = "?, ?";
@@ -74,12 +69,35 @@ KXRowCodec::KXRowCodec(const KXEntityDescription &entity)
             continue;
         if (!property.isOptional() || (property.isAttribute() && property.type() == KXAttributeType::Double))
             m_validated.push_back(&property);
-        m_columns.push_back({ &property, positions.value(property.column()), property.index(), property.offset(),
-            property.isRelationship() ? KXAttributeType::Integer64 : property.type() });
+        addColumn(property, positions.value(property.column()));
         m_insert += ", " + property.column();
         parameters += ", ?";
     }
     m_insert += ") VALUES(" + parameters + ')';
+}
+
+KXRowCodec::KXRowCodec(const KXEntityDescription &entity, const std::vector<const KXPropertyDescription *> &only)
+    : m_entity(entity)
+{
+    selectColumns(only);
+    for (const KXPropertyDescription *property : only)
+        addColumn(*property, int(m_columns.size()) + (entity.hasDiscriminator() ? 3 : 2));
+}
+
+void KXRowCodec::selectColumns(const std::vector<const KXPropertyDescription *> &columns)
+{
+    m_select = "SELECT t0.kx_id, t0.kx_version";
+    if (m_entity.hasDiscriminator())
+        m_select += ", t0.kx_entity";
+    for (const KXPropertyDescription *column : columns)
+        m_select += ", t0." + column->column();
+    m_select += " FROM " + m_entity.table() + " t0";
+}
+
+void KXRowCodec::addColumn(const KXPropertyDescription &property, int index)
+{
+    m_columns.push_back({ &property, index, property.index(), property.offset(),
+        property.isRelationship() ? KXAttributeType::Integer64 : property.type() });
 }
 
 QByteArray KXRowCodec::update(const std::vector<const KXPropertyDescription *> &properties) const

@@ -27,13 +27,16 @@ class KXRowCodec
 {
 public:
     explicit KXRowCodec(const KXEntityDescription &entity);
+    /// Reads and updates these alone; each has a column.
+    KXRowCodec(const KXEntityDescription &entity, const std::vector<const KXPropertyDescription *> &only);
 
     // The first columns of every row that is read.
     static constexpr int KeyColumn = 0;
     static constexpr int VersionColumn = 1;
     static constexpr int EntityColumn = 2; ///< only where the table names the entity of its rows
 
-    /// "SELECT … FROM table t0": all columns of the root's table, the same for all entities of a family.
+    /// "SELECT … FROM table t0": all columns of the root's table, the same for all entities of a family; of a codec for
+    /// some properties, theirs.
     [[nodiscard]] const QByteArray &select() const { return m_select; }
     [[nodiscard]] const QByteArray &insert() const { return m_insert; }
     /// Sets the columns of the marked properties and counts the version up, if it is still the one given. Parameters:
@@ -58,6 +61,9 @@ public:
         KXStatement &statement, qint64 key, qint64 version, const KXRowValues &values, KXRowTexts &texts) const;
 
 private:
+    void selectColumns(const std::vector<const KXPropertyDescription *> &columns);
+    void addColumn(const KXPropertyDescription &property, int index);
+
     /// What reading a row needs to know of a column, close together.
     struct Column
     {
