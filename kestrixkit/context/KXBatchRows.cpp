@@ -8,6 +8,7 @@
 KXBatchRows::KXBatchRows(
     KXManagedObjectContextPrivate &context, const KXEntityDescription &entity, Attributes attributes)
     : m_context(context)
+    , m_model(context.coordinator->model())
     , m_entity(entity)
     , m_attributes(std::move(attributes))
     , m_codec(entity, m_attributes)

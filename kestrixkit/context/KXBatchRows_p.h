@@ -69,6 +69,7 @@ private:
     [[nodiscard]] KXRowChange newsOf(const Row &row) const;
 
     KXManagedObjectContextPrivate &m_context;
+    const KXManagedObjectModel::Ref m_model; // which the targets need, and may end before them
     const KXEntityDescription &m_entity;
     const Attributes m_attributes;
     const KXRowCodec m_codec;
