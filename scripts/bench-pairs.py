@@ -50,7 +50,7 @@ def pairs(name, variant):
     run(ours), run(peer)  # warm the page cache
     times = [(run(ours), run(peer)) for _ in range(options.pairs)]
     ratios = [a / b for a, b in times]
-    quartiles = statistics.quantiles(ratios, n=4)
+    quartiles = statistics.quantiles(ratios * 2 if len(ratios) == 1 else ratios, n=4)  # of one pair there is no spread
     return {'ours': statistics.median(t[0] for t in times), 'peer': statistics.median(t[1] for t in times),
             'ratio': statistics.median(ratios), 'pairs': len(times),
             'spread': (quartiles[2] - quartiles[0]) / 2 / statistics.median(ratios)}
