@@ -165,7 +165,7 @@ void KXCountTable::followRelated(const KXObjectsDidChange &did)
                 const QSet<qint64> changed = entity ? did.touched(*entity, rest.value(step)) : QSet<qint64>();
                 if (step == 0)
                     targets.unite(changed);
-                else if (!changed.isEmpty())
+                else if (entity && !changed.isEmpty())
                     targets.unite(leadingTo(first, rest.first(step), *entity, changed));
             }
             if (targets.isEmpty())

@@ -19,7 +19,6 @@ struct CountMembers
 {
     qint64 object;
     qint64 member;
-    friend auto operator<=>(const CountMembers &, const CountMembers &) = default;
 };
 
 }
@@ -98,7 +97,9 @@ bool KXCountTable::readMembers(KXRowReader &reader, size_t column, const std::ve
     const auto take = [&members](qint64 object, qint64 member) { members.push_back({ object, member }); };
     if (const KXError problem = reader.links(m_entity, { &m_columns[column]->property() }, keys, take))
         return KXSetError(error, problem);
-    std::sort(members.begin(), members.end());
+    std::sort(members.begin(), members.end(), [](const CountMembers &a, const CountMembers &b) {
+        return a.object != b.object ? a.object < b.object : a.member < b.member;
+    });
     std::vector<qint64> together;
     for (size_t i = 0; i < members.size(); ++i) {
         together.push_back(members[i].member);

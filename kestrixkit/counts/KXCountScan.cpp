@@ -220,6 +220,7 @@ void KXCountTable::scan()
             scanLane(lane, counts);
     }
     std::vector<CountTest> tests;
+    tests.reserve(trees.size());
     for (const int tree : trees)
         tests.emplace_back(m_rules[size_t(tree)].tree);
     std::vector<qint64> treeCounts(trees.size());

@@ -200,26 +200,26 @@ KXError KXModelFile::read(const QByteArray &json, Content &content)
     if (!document.isObject())
         return modelError(KXStringWithFormat("Not a model: %@ at byte %d", problem.errorString(), problem.offset));
 
-    for (const QJsonValue &value : document["entities"_L1].toArray()) {
+    for (const auto &value : document["entities"_L1].toArray()) {
         const QJsonObject object = value.toObject();
         KXEntityDescription entity(object["name"_L1].toString(), object["parent"_L1].toString());
         entity.className(object["class"_L1].toString()).renamedFrom(object["renamedFrom"_L1].toString());
         if (object["residence"_L1].toString() == "resident"_L1)
             entity.resident();
         KXPropertyDescription property;
-        for (const QJsonValue &attribute : object["attributes"_L1].toArray()) {
+        for (const auto &attribute : object["attributes"_L1].toArray()) {
             if (KXError error = readAttribute(attribute.toObject(), entity.name(), property))
                 return error;
             entity.add(property);
         }
-        for (const QJsonValue &relationship : object["relationships"_L1].toArray()) {
+        for (const auto &relationship : object["relationships"_L1].toArray()) {
             if (KXError error = readRelationship(relationship.toObject(), entity.name(), property))
                 return error;
             entity.add(property);
         }
         content.entities.append(entity);
     }
-    for (const QJsonValue &value : document["templates"_L1].toArray()) {
+    for (const auto &value : document["templates"_L1].toArray()) {
         const QJsonObject object = value.toObject();
         KXError error;
         const KXPredicate predicate = KXPredicate::predicateWithText(object["predicate"_L1].toString(), &error);
