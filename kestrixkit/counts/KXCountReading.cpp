@@ -112,30 +112,34 @@ bool KXCountTable::readMembers(KXRowReader &reader, size_t column, const std::ve
     return true;
 }
 
-/// What is unsaved here the store does not know.
+/// What is unsaved here the store does not know, nor what was when it was read.
 void KXCountTable::overlay(const std::vector<size_t> &columns, bool rowsToo)
 {
-    const auto take = [&](KXManagedObject *object) {
-        if (!object->entity()->isKindOf(&m_entity))
-            return;
-        const qint64 row = rowOf(object->objectID().key());
+    const Unsaved before = std::exchange(m_unsaved, {});
+    const KXContextRows rows(m_context);
+    const auto take = [&](const KXRef<KXManagedObject> &object, bool adds) {
+        const qint64 key = object->objectID().key();
+        if (!object->entity()->isKindOf(&m_entity) || rows.held(key) != object.get() || object->isDeleted())
+            return; // what became of it is told, or was
+        if (adds)
+            addRow(key);
+        const qint64 row = rowOf(key);
         for (const size_t column : has(row) ? columns : std::vector<size_t>())
-            setFromObject(size_t(row), object, column);
+            setFromObject(size_t(row), object.get(), column);
     };
-    const QList<KXRef<KXManagedObject>> inserted = m_context.insertedObjects();
-    for (const KXRef<KXManagedObject> &object : inserted) {
-        if (rowsToo && object->entity()->isKindOf(&m_entity))
-            addRow(object->objectID().key());
-        take(object.get());
-    }
-    const QList<KXRef<KXManagedObject>> updated = m_context.updatedObjects();
-    for (const KXRef<KXManagedObject> &object : updated)
-        take(object.get());
-    const QList<KXRef<KXManagedObject>> deleted = m_context.deletedObjects();
-    for (const KXRef<KXManagedObject> &object : deleted) {
+    for (const KXRef<KXManagedObject> &object : before.inserted + m_context.insertedObjects())
+        take(object, rowsToo);
+    for (const KXRef<KXManagedObject> &object : before.updated + m_context.updatedObjects())
+        take(object, false);
+    for (const KXRef<KXManagedObject> &object : before.deleted + m_context.deletedObjects()) {
         if (const qint64 row = rowOf(object->objectID().key()); rowsToo && has(row))
             bury(size_t(row));
     }
+}
+
+void KXCountTable::holdUnsaved()
+{
+    m_unsaved = { m_context.insertedObjects(), m_context.updatedObjects(), m_context.deletedObjects() };
 }
 
 bool KXCountTable::hasMoreToDo(qint64 rows)
@@ -200,9 +204,9 @@ void KXCountTable::overlayArrivals()
         const qint64 row = rowOf(key);
         if (!has(row))
             continue; // gone meanwhile
-        KXManagedObject *object = rows.held(key);
+        KXManagedObject *object = rows.held(key); // which may have been saved since the row was read
         for (size_t column = 0; column < m_columns.size(); ++column) {
-            if (object && object->isUpdated())
+            if (object && !object->isFault() && !object->isDeleted())
                 setFromObject(size_t(row), object, column);
             noteOrder(column, size_t(row));
         }

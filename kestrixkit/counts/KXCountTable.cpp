@@ -78,6 +78,7 @@ void KXCountTable::forgetRows()
 {
     m_keys.clear();
     m_arrivals.clear();
+    m_unsaved = {};
     m_sorted = 0;
     m_strays.clear();
     m_alive.clear();

@@ -108,6 +108,9 @@ public:
     /// Reads what columns lack. False with an error where the store does not answer: forgetRows() is due then. Ends
     /// early once the flag is set; the table is of no use then.
     bool readRows(KXError *error, const std::atomic<bool> *stop = nullptr);
+    /// Before readRows() is done elsewhere: what is unsaved in the context now, and may be saved before joinContext().
+    /// The context's thread.
+    void holdUnsaved();
     /// Adds to what was read what only the context knows. Its thread.
     void joinContext();
     /// Counts the rules that columns can hold and that are not counted yet.
@@ -219,6 +222,11 @@ private:
     std::vector<bool> m_isRead; // by column
     std::vector<size_t> m_reading; // columns that joinContext() is to complete
     bool m_isReadingRows = false;
+    struct Unsaved
+    {
+        QList<KXRef<KXManagedObject>> inserted, updated, deleted;
+    };
+    Unsaved m_unsaved; // when reading began
     std::vector<qint64> m_arrivals; // keys of rows that are there and neither read nor counted
     bool m_isSettled = false; // nothing is to be read or counted: asked after each change
     std::vector<bool> m_isDirty; // by column: conditions changed since its rows of bits were made

@@ -27,6 +27,7 @@ void KXCountWorker::begin(const QStringList &ordered)
     m_ordered = ordered;
     m_error = {};
     m_isFirst = !m_table.hasRows();
+    m_table.holdUnsaved();
     start(Reading, [this] { m_hasAnswered = m_table.readRows(&m_error, &m_stop); });
 }
 

@@ -2,6 +2,7 @@
 
 #include <QCoreApplication>
 #include <QSignalSpy>
+#include <QThread>
 #include <gtest/gtest.h>
 
 #include <kestrixkit/counts/KXLiveCounts.h>
@@ -249,6 +250,28 @@ TEST_F(AsideTest, countsStayUntilTheNewOnesAreThere)
     ASSERT_TRUE(counts->isCounting());
     EXPECT_TRUE(counts->update());
     EXPECT_EQ(counts->count(u"all"_s), 4) << "who cannot wait need not";
+}
+
+/// What was read is older than that, and the context has nothing unsaved any more when it is looked at.
+TEST_F(AsideTest, whatIsSavedWhileRowsAreReadIsCounted)
+{
+    const auto with = [this](double bpm) {
+        return Track::findFirstUsingPredicate(KXPredicate::predicateWithFormat("bpm == %@", bpm), *library.context);
+    };
+    ASSERT_TRUE(counts->update());
+    with(1)->setYear(5);
+    addTrack(7);
+    with(7)->setYear(5);
+    library.context->processPendingChanges();
+    comeToRest();
+    EXPECT_EQ(counts->count(u"all"_s), 4);
+    counts->setRule(u"year"_s, KXPredicate::predicateWithFormat("year == 5")); // of a column that is to be read
+    counts->updateSoon();
+    ASSERT_TRUE(counts->isCounting());
+    QThread::msleep(50);
+    ASSERT_TRUE(library.context->save());
+    comeToRest();
+    EXPECT_EQ(counts->count(u"year"_s), 2);
 }
 
 TEST_F(AsideTest, itMayEndMeanwhileAndWhenItIsTold)
