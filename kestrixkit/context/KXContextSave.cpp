@@ -340,6 +340,7 @@ bool KXManagedObjectContextPrivate::saveRows(const WriteRows &write, KXError *er
 {
     if (!store)
         return KXSetError(error, KXPersistentStorePrivate::notOpen());
+    announcer.settle();
     const KXManagedObjectContext::Ref held = q->weak_from_this().lock();
     std::vector<KXEntityChange> changes;
     KXStoreSchema::ChangeNumbers numbers;
@@ -361,7 +362,10 @@ bool KXManagedObjectContextPrivate::saveRows(const WriteRows &write, KXError *er
         change = coordinator->enqueueChange(q, std::move(changes), numbers.before, numbers.after);
     }
     newestSerial = change->serialNumber();
+    KXContextMerger merger(*this); // of what the context holds objects all the same
+    merger.merge(*change, false);
     contextSavesToTell.push_back({ q, held, change });
+    merger.tell();
     tellOfSaves(true);
     return true;
 }

@@ -21,9 +21,9 @@ KXManagedObject::~KXManagedObject()
 }
 
 void KXManagedObject::registerClass(
-    const QString &className, Factory factory, const QList<const std::type_info *> &classes)
+    const QString &className, Factory factory, const QList<const std::type_info *> &classes, bool awakesFromInsert)
 {
-    KXStoredClasses::add(className, factory, classes);
+    KXStoredClasses::add(className, factory, classes, awakesFromInsert);
 }
 
 KXManagedObject::Factory KXManagedObject::registeredClass(const QString &className)

@@ -98,10 +98,11 @@ public:
     [[nodiscard]] QList<KXRef<KXManagedObject>> objectsForKey(const QString &key) const;
 
     /// Of a stored class's C++ class: see KXManagedObjectOf::registerEntity(). `classes` are the class and its bases,
-    /// whose accessors are checked against the models that are used; without them nothing is checked.
+    /// whose accessors are checked against the models that are used; without them nothing is checked. Rows of a class
+    /// that does nothing in awakeFromInsert() may be made without objects.
     using Factory = KXManagedObject *(*)();
-    static void registerClass(
-        const QString &className, Factory factory, const QList<const std::type_info *> &classes = {});
+    static void registerClass(const QString &className, Factory factory,
+        const QList<const std::type_info *> &classes = {}, bool awakesFromInsert = true);
     /// nullptr where none is registered.
     [[nodiscard]] static Factory registeredClass(const QString &className);
     /// Throws KXException (KXInvalidClassException) where the entity has no registered class, and where its class does

@@ -34,8 +34,8 @@ public:
     [[nodiscard]] bool save(KXError *error);
     /// Writes in a transaction, and says what rows it changed.
     using WriteRows = std::function<KXError(KXSQLiteConnection &connection, std::vector<KXEntityChange> &changes)>;
-    /// A save of rows of which the context holds no objects; nothing where nothing is changed. The context has nothing
-    /// unsaved.
+    /// A save of rows beside the context's objects, which take it over as they do somebody else's; nothing where
+    /// nothing is changed.
     [[nodiscard]] bool saveRows(const WriteRows &write, KXError *error);
     void mergeChanges(const KXStoreChange &change);
 

@@ -37,7 +37,7 @@ public:
     static void registerEntity()
     {
         KXManagedObject::registerClass(
-            ownEntityName(), []() -> KXManagedObject * { return new Class; }, lineage());
+            ownEntityName(), []() -> KXManagedObject * { return new Class; }, lineage(), awakesFromInsert());
         KXRegisterObservableHandle(KXRef<Class>()); // a handle in a variant is read as the object
     }
     /// The class and those that it derives from, as registerEntity() names them.
@@ -47,6 +47,14 @@ public:
         if constexpr (requires { Parent::lineage(); })
             classes += Parent::lineage();
         return classes;
+    }
+
+    /// Whether the class has an awakeFromInsert() of its own, be it a private one.
+    [[nodiscard]] static constexpr bool awakesFromInsert()
+    {
+        if constexpr (requires { &Class::awakeFromInsert; })
+            return !std::is_same_v<decltype(&Class::awakeFromInsert), void (KXManagedObject::*)()>;
+        return true;
     }
 
     // What makes or finds objects of the class throws KXException (KXInvalidClassException) where it was not

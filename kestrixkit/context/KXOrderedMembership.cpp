@@ -10,9 +10,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr qint64 membershipStep = 1 << 20; // between members that come behind the last one
 constexpr qint64 membershipRoom = 1 << 10; // between those that were pushed along
-constexpr qint64 membershipLimit = qint64(1) << 61; // positions beyond it are nobody's doing
 
 const KXPropertyDescription *membershipProperty(
     const KXEntityDescription &entity, const QString &key, bool isFine(const KXPropertyDescription &))
@@ -57,7 +55,7 @@ KXOrderedMembership::KXOrderedMembership(KXManagedObjectContext::Ref context, KX
     m_member = membershipProperty(entity, m_membership.memberKey, [](const KXPropertyDescription &property) {
         return property.isToOne() && property.inverse() && property.inverse()->isToMany();
     });
-    (void)membershipProperty(entity, m_membership.positionKey, [](const KXPropertyDescription &property) {
+    m_position = membershipProperty(entity, m_membership.positionKey, [](const KXPropertyDescription &property) {
         return property.isAttribute() && property.type() == KXAttributeType::Integer64;
     });
 }
@@ -171,7 +169,7 @@ std::optional<KXOrderedMembership::Place> KXOrderedMembership::placeBefore(
             place.low = position(lower.at(i));
     }
     for (const std::optional<qint64> &end : { place.low, right }) {
-        if (end && std::abs(*end) > membershipLimit)
+        if (end && std::abs(*end) > endLimit)
             return {};
     }
     return place;
@@ -208,7 +206,7 @@ void KXOrderedMembership::spread(const std::vector<Object> &entries, Place &plac
         }
     }
     const auto count = qint64(row.size());
-    const qint64 step = high && place.low ? (position(high) - *place.low) / (count + 1) : membershipStep;
+    const qint64 step = high && place.low ? (position(high) - *place.low) / (count + 1) : endStep;
     const qint64 low = place.low ? *place.low : high ? position(high) - step * (count + 1) : 0;
     for (qint64 i = 0; i < count; ++i)
         setPosition(row[size_t(i)], low + step * (i + 1));
@@ -224,7 +222,7 @@ void KXOrderedMembership::renumber(const KXManagedObjectID &list)
         const QList<Object> own = found.value(key);
         for (qsizetype i = 0; i < own.size(); ++i) {
             if (i == 0)
-                setPosition(own[i], next += membershipStep);
+                setPosition(own[i], next += endStep);
             else
                 m_context->removeManagedObject(own[i]);
         }

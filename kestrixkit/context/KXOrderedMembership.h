@@ -20,7 +20,8 @@ struct KXMembership
 /// Lists that hold each object once and in an order that the user makes: crates of tracks, queues, favourites.
 ///
 /// What is asked for becomes ordinary changes of the context: they can be undone, merge with those of other contexts
-/// and are saved with everything else. Neither groups nor saves them: a caller who names a step to undo does. New
+/// and are saved with everything else. Nothing here groups them, and nothing but appendAndSave() saves them: a caller
+/// who names a step to undo does. New
 /// members get numbers between those of their neighbours, so that a drop into a long list writes the dropped ones
 /// alone; where there is no room left, some neighbours are pushed along. Contexts that add the same object at once
 /// leave two entries, of which the first counts; the other goes with the next change in their neighbourhood.
@@ -52,6 +53,13 @@ public:
     /// Puts those behind the last member that are not in the list yet, in the given order; the others stay where they
     /// are. Answers how many came.
     qsizetype append(const KXManagedObjectID &list, std::span<const qint64> members);
+    /// The same, and saves: at once for very many members, whose entries are written as rows of the store and are not
+    /// objects before somebody asks for them. It is undone as any other change, which is unsaved then. What the context
+    /// has unsaved is saved before, on its own. Objects are made, and saved, where a row would not do: in child
+    /// contexts, where the class of the entries has an awakeFromInsert(), where an attribute of theirs must be given
+    /// first, and where the entity of the entries or that of the members has others below or above it. 0 with an error
+    /// where nothing could be saved; objects are unsaved then.
+    qsizetype appendAndSave(const KXManagedObjectID &list, std::span<const qint64> members, KXError *error = nullptr);
     /// Puts them in front of a member (0: behind the last one), in the given order, wherever they were in the list
     /// before. Answers how many were not in it.
     qsizetype insert(const KXManagedObjectID &list, std::span<const qint64> members, qint64 before = 0);
@@ -61,6 +69,10 @@ public:
 private:
     using Object = KXRef<KXManagedObject>;
     struct Place;
+    class Rows;
+
+    static constexpr qint64 endStep = 1 << 20; // between members that come behind the last one
+    static constexpr qint64 endLimit = qint64(1) << 61; // positions beyond it are nobody's doing
 
     [[nodiscard]] Object living(const KXManagedObjectID &list) const;
     [[nodiscard]] std::vector<qint64> distinct(std::span<const qint64> members) const;
@@ -81,9 +93,12 @@ private:
     qsizetype put(
         const Object &list, const std::vector<qint64> &members, QHash<qint64, QList<Object>> present, qint64 before);
     std::vector<Object> makeEntries(const Object &list, std::span<const qint64> members);
+    [[nodiscard]] std::optional<qsizetype> appendRows(
+        const Object &list, const std::vector<qint64> &members, KXError *error);
 
     const KXManagedObjectContext::Ref m_context;
     const KXMembership m_membership;
     const KXPropertyDescription *m_list;
     const KXPropertyDescription *m_member;
+    const KXPropertyDescription *m_position;
 };

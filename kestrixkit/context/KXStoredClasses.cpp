@@ -19,6 +19,7 @@ struct StoredClass
 {
     KXStoredClasses::Factory factory = nullptr;
     QList<const KXAccessorNote *> accessors;
+    bool awakesFromInsert = false;
 };
 
 struct StoredClassRegistry
@@ -40,6 +41,15 @@ StoredClass storedClassNamed(const QString &name)
     const std::lock_guard lock(registry.mutex);
     const auto found = registry.classes.find(name);
     return found == registry.classes.end() ? StoredClass() : found->second;
+}
+
+/// The entity's own or, where it has none, the nearest ancestor's.
+StoredClass storedClassFor(const KXEntityDescription &entity)
+{
+    StoredClass found;
+    for (const KXEntityDescription *ancestor = &entity; ancestor && !found.factory; ancestor = ancestor->parent())
+        found = storedClassNamed(ancestor->className());
+    return found;
 }
 
 /// What of the class does not fit the entity, a text each.
@@ -70,9 +80,10 @@ QString storedClassProblem(const KXEntityDescription &entity, const QStringList 
 
 std::atomic<quint32> KXStoredClasses::s_serial { 0 };
 
-void KXStoredClasses::add(const QString &className, Factory factory, const QList<const std::type_info *> &classes)
+void KXStoredClasses::add(
+    const QString &className, Factory factory, const QList<const std::type_info *> &classes, bool awakesFromInsert)
 {
-    StoredClass added { factory, KXAccessorNote::ofClasses(classes) };
+    StoredClass added { factory, KXAccessorNote::ofClasses(classes), awakesFromInsert };
     StoredClassRegistry &registry = storedClasses();
     const std::lock_guard lock(registry.mutex);
     StoredClass &known = registry.classes[className];
@@ -87,10 +98,12 @@ KXStoredClasses::Factory KXStoredClasses::factory(const QString &className)
 
 KXStoredClasses::Factory KXStoredClasses::factoryFor(const KXEntityDescription &entity)
 {
-    Factory found = nullptr;
-    for (const KXEntityDescription *ancestor = &entity; ancestor && !found; ancestor = ancestor->parent())
-        found = factory(ancestor->className());
-    return found;
+    return storedClassFor(entity).factory;
+}
+
+bool KXStoredClasses::awakesFromInsert(const KXEntityDescription &entity)
+{
+    return storedClassFor(entity).awakesFromInsert;
 }
 
 void KXStoredClasses::require(const KXEntityDescription &entity)

@@ -12,11 +12,14 @@ class KXStoredClasses
 public:
     using Factory = KXManagedObject::Factory;
 
-    static void add(const QString &className, Factory factory, const QList<const std::type_info *> &classes);
+    static void add(
+        const QString &className, Factory factory, const QList<const std::type_info *> &classes, bool awakesFromInsert);
     [[nodiscard]] static Factory factory(const QString &className);
     /// What makes the entity's objects: its class or, where it has none of its own, the nearest ancestor's; nullptr
     /// where there is none.
     [[nodiscard]] static Factory factoryFor(const KXEntityDescription &entity);
+    /// Whether a new object of the entity hears of that.
+    [[nodiscard]] static bool awakesFromInsert(const KXEntityDescription &entity);
     /// Throws KXException (KXInvalidClassException) where the entity has no class, or one with accessors that do not
     /// fit.
     static void require(const KXEntityDescription &entity);

@@ -134,7 +134,7 @@ struct QueueWalk
         const QueueKeys some = someThings();
         const int kind = random.below(10);
         if (kind < 3) {
-            lists.append(all.queue(number), some);
+            random.chance(0.5) ? lists.append(all.queue(number), some) : lists.appendAndSave(all.queue(number), some);
             std::copy_if(some.begin(), some.end(), std::back_inserter(list),
                 [known = std::set<qint64>(list.begin(), list.end())](qint64 key) { return !known.contains(key); });
         } else if (kind < 8) {
@@ -331,4 +331,156 @@ TEST(OrderedMembership, whatIsNobodysIsSkipped)
     EXPECT_TRUE(all.context->save());
     EXPECT_EQ(all.context->countForEntity(u"Entry"_s), 0);
     EXPECT_THROW(KXOrderedMembership(all.context, { u"Entry"_s, u"thing"_s, u"number"_s, u"position"_s }), KXException);
+}
+
+namespace {
+
+/// A save as others see it, without the keys of what is new: what came, and what it was linked to.
+QStringList queueNews(const KXStoreChange &change)
+{
+    QStringList news;
+    for (const KXEntityChange &entity : change.entities()) {
+        news.append(u"%1 +%2 -%3"_s.arg(entity.entity->name()).arg(entity.inserted.size()).arg(entity.deleted.size()));
+        for (const KXRowChange &row : entity.updated) {
+            for (const KXPropertyChange &one : row.properties)
+                news.append(u"%1.%2 %3 +%4 -%5"_s.arg(row.key)
+                                .arg(one.property->name())
+                                .arg(row.version)
+                                .arg(one.added.size())
+                                .arg(one.removed.size()));
+        }
+    }
+    news.sort();
+    return news;
+}
+
+/// An entry that has something to say when it comes to be, and may not be overlooked because it says so in private.
+class WakingEntry : public KXManagedObjectOf<WakingEntry>
+{
+public:
+    static constexpr QLatin1StringView entityName { "Entry" };
+
+private:
+    void awakeFromInsert() override { ++awoken; }
+
+public:
+    static inline int awoken = 0;
+};
+
+class SleepingEntry : public KXManagedObjectOf<SleepingEntry>
+{
+public:
+    static constexpr QLatin1StringView entityName { "Entry" };
+};
+
+class WakingChild : public KXManagedObjectOf<WakingChild, WakingEntry>
+{
+public:
+    static constexpr QLatin1StringView entityName { "Child" };
+};
+
+static_assert(WakingEntry::awakesFromInsert() && WakingChild::awakesFromInsert());
+static_assert(!SleepingEntry::awakesFromInsert());
+
+}
+
+/// Whether entries were objects or rows nobody can tell from the save, nor from what it did to objects that are held.
+TEST(OrderedMembership, entriesWrittenAsRowsAreWhatObjectsWouldHaveBeen)
+{
+    QStringList news[2];
+    QueueKeys members[2];
+    for (const bool asRows : { false, true }) {
+        QueueLists all(30, 2);
+        const std::span<const qint64> things(all.things);
+        all.lists->append(all.queue(0), things.first(5));
+        all.lists->append(all.queue(1), things.first(9));
+        ASSERT_TRUE(all.context->save());
+        const auto held = all.context->objectWithID(all.id(u"Thing"_s, all.things[7]));
+        ASSERT_EQ(held->objectsForKey(u"entries"_s).size(), 1);
+        const auto queue = all.context->objectWithID(all.queue(0));
+        ASSERT_EQ(queue->objectsForKey(u"entries"_s).size(), 5);
+        KXUndoManager &undo = *all.context->undoManager();
+        undo.beginUndoGrouping();
+        held->setValueForKey(u"number"_s, 1'000); // unsaved: saved as well
+        undo.endUndoGrouping();
+        QStringList told;
+        const auto observation
+            = KXManagedObjectContext::onChange(all.context.get(), [&](const KXObjectsDidChange &did) {
+                  for (auto each = did.changedKeys.begin(); each != did.changedKeys.end(); ++each)
+                      told.append(each.key()->entity()->name() + QStringList(each->values()).join(u','));
+              });
+        const auto token = all.coordinator->addChangeObserver(
+            [&](const std::shared_ptr<const KXStoreChange> &change) { news[asRows] += queueNews(*change); });
+        KXError error;
+        undo.beginUndoGrouping();
+        if (asRows) {
+            EXPECT_EQ(all.lists->appendAndSave(all.queue(0), things.subspan(3, 20), &error), 18);
+            EXPECT_FALSE(error);
+        } else {
+            ASSERT_TRUE(all.context->save());
+            EXPECT_EQ(all.lists->append(all.queue(0), things.subspan(3, 20)), 18);
+            ASSERT_TRUE(all.context->save());
+        }
+        undo.endUndoGrouping();
+        EXPECT_FALSE(all.context->hasChanges());
+        EXPECT_EQ(held->objectsForKey(u"entries"_s).size(), 2);
+        EXPECT_EQ(queue->objectsForKey(u"entries"_s).size(), 23);
+        EXPECT_TRUE(told.contains(u"Thingentries"_s) && told.contains(u"Queueentries"_s))
+            << told.join(u' ').toStdString();
+        members[asRows] = all.members(0);
+        // Taken back, unsaved, and done again; and taken back when somebody else has removed an entry.
+        const QueueKeys before(things.begin(), things.begin() + 5);
+        undo.undo();
+        EXPECT_EQ(all.members(0), before);
+        EXPECT_TRUE(all.context->hasChanges());
+        undo.redo();
+        EXPECT_EQ(all.members(0), members[asRows]);
+        EXPECT_EQ(held->valueForKey(u"number"_s), 1'000);
+        ASSERT_TRUE(all.context->save());
+        const auto other = KXManagedObjectContext::contextWithPersistentStoreCoordinator(all.coordinator);
+        other->removeManagedObject(other->objectWithID(held->objectsForKey(u"entries"_s).last()->objectID()));
+        ASSERT_TRUE(other->save());
+        undo.undo();
+        EXPECT_EQ(all.members(0), before);
+        EXPECT_TRUE(all.context->save());
+    }
+    EXPECT_EQ(news[0].join(u'\n').toStdString(), news[1].join(u'\n').toStdString());
+    EXPECT_EQ(members[0], members[1]);
+}
+
+TEST(OrderedMembership, entriesAreObjectsWhereARowWouldNotDo)
+{
+    QueueLists all(8, 1);
+    const std::span<const qint64> things(all.things);
+    SleepingEntry::registerEntity();
+    EXPECT_EQ(all.lists->appendAndSave(all.queue(0), things.first(1)), 1);
+    WakingEntry::registerEntity();
+    EXPECT_EQ(all.lists->appendAndSave(all.queue(0), things.first(4)), 3);
+    EXPECT_EQ(WakingEntry::awoken, 3);
+    SleepingEntry::registerEntity();
+    // Numbers that do not tell where the end is.
+    all.context->fetchAllForEntity(u"Entry"_s).at(0)->setValueForKey(u"position"_s, std::numeric_limits<qint64>::max());
+    const QueueKeys before = all.members(0);
+    EXPECT_EQ(all.lists->appendAndSave(all.queue(0), things.subspan(4, 1)), 1);
+    QueueKeys after = before;
+    after.push_back(all.things[4]);
+    EXPECT_EQ(all.members(0), after);
+    EXPECT_FALSE(all.context->hasChanges());
+    // A child context hands them to its parent.
+    const auto child = KXManagedObjectContext::contextWithParentContext(all.context);
+    KXOrderedMembership ofChild = QueueLists::make(child);
+    EXPECT_EQ(ofChild.appendAndSave(all.queue(0), things.subspan(5, 1)), 1);
+    EXPECT_TRUE(all.context->hasChanges());
+    EXPECT_EQ(all.members(0).back(), all.things[5]);
+    all.context->rollback();
+    EXPECT_EQ(all.lists->appendAndSave(all.id(u"Queue"_s, 987'654), things), 0);
+    EXPECT_EQ(all.members(0), after);
+    // What cannot be saved says why, and leaves no step behind.
+    all.context->undoManager()->removeAllActions();
+    ASSERT_TRUE(QFile::remove(all.folder.filePath(u"lists.db"_s)));
+    KXError error;
+    EXPECT_EQ(all.lists->appendAndSave(all.queue(0), things, &error), 0);
+    EXPECT_TRUE(error);
+    EXPECT_FALSE(all.context->hasChanges());
+    EXPECT_FALSE(all.context->undoManager()->canUndo());
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include <kestrixkit/foundation/KXApplication.h>
 #include <kestrixkit/foundation/KXUndoManager.h>
 
 #include "library/OwnChange.h"
@@ -58,7 +59,7 @@ KXRef<Crate> CrateEditor::make(Crate::Kind kind, const KXRef<Crate> &beside, con
         made->setName(!name.isEmpty() ? name : isFolder ? tr("untitled folder") : tr("untitled crate"));
         made->setPosition(position);
         made->setParent(folder);
-        m_membership.append(made->objectID(), tracks);
+        append(*made, tracks);
         return true;
     });
     return made;
@@ -68,7 +69,16 @@ qsizetype CrateEditor::add(const KXRef<Crate> &crate, Tracks tracks)
 {
     qsizetype came = 0;
     if (isThere(crate) && crate->isFilledByUser())
-        (void)perform(tr("Add to Crate"), [&] { return (came = m_membership.append(crate->objectID(), tracks)) > 0; });
+        (void)perform(tr("Add to Crate"), [&] { return (came = append(*crate, tracks)) > 0; });
+    return came;
+}
+
+qsizetype CrateEditor::append(const Crate &crate, Tracks tracks)
+{
+    KXError error;
+    const qsizetype came = m_membership.appendAndSave(crate.objectID(), tracks, &error);
+    if (error)
+        KXApplication::presentError(error);
     return came;
 }
 

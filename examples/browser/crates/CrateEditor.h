@@ -34,6 +34,7 @@ public:
 
 private:
     template <typename Act> bool perform(const QString &name, Act &&act);
+    qsizetype append(const Crate &crate, Tracks tracks);
     [[nodiscard]] KXRef<Crate> dayList(const QDate &day);
 
     const KXManagedObjectContext::Ref m_context;
