@@ -62,8 +62,10 @@ KXError KXContextSaver::overrule(KXSQLiteConnection &connection, const KXEntityD
         return connection.lastError();
     change.reset();
     noteVoid(property, key, was.toLongLong());
-    if (value)
+    if (value) { // where it was before the context moved it: it has not left
+        noteVoid(property, key, value);
         m_links.push_back({ &entity, &property, key, value });
+    }
 
     if (update) {
         if (!update->merged)

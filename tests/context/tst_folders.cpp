@@ -123,6 +123,37 @@ TEST(Folders, theLaterOfTwoMovesIntoEachOtherGivesWay)
     EXPECT_TRUE(Notes::isTree(*Context::contextWithPersistentStoreCoordinator(coordinator)));
 }
 
+/// A move that gave way has left nothing: who has moved the same folder, and not saved it, keeps that as an edit.
+TEST(Folders, ofAMoveThatGaveWayOthersHearNothing)
+{
+    const QTemporaryDir folder;
+    const auto coordinator = KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(
+        QUrl::fromLocalFile(folder.filePath(u"notes"_s)), Notes::model());
+    const auto first = Context::contextWithPersistentStoreCoordinator(coordinator);
+    const auto second = Context::contextWithPersistentStoreCoordinator(coordinator);
+    QList<KXRef<KXManagedObject>> made, there;
+    for (int i = 0; i < 4; ++i)
+        made.append(first->managedObjectForEntity(u"Folder"_s));
+    const auto &[home, moved, below, elsewhere] = std::tie(made[0], made[1], made[2], made[3]);
+    ASSERT_TRUE(moved->setValueForKey(u"parent"_s, Notes::keyed(home)));
+    ASSERT_TRUE(first->save(nullptr));
+    for (const auto &each : made)
+        there.append(second->objectWithID(each->objectID()));
+    ASSERT_TRUE(there[1]->setValueForKey(u"parent"_s, Notes::keyed(there[2])));
+    ASSERT_TRUE(below->setValueForKey(u"parent"_s, Notes::keyed(moved)));
+    ASSERT_TRUE(first->save(nullptr));
+    const auto third = Context::contextWithPersistentStoreCoordinator(coordinator);
+    const auto movedThere = third->objectWithID(moved->objectID());
+    ASSERT_TRUE(movedThere->setValueForKey(u"parent"_s, Notes::keyed(third->objectWithID(elsewhere->objectID()))));
+    Change change;
+    const auto feed = coordinator->addChangeObserver([&](const Change &one) { change = one; });
+    ASSERT_TRUE(second->save(nullptr));
+    EXPECT_EQ(Notes::parentOf(there[1]), there[0]) << "it is where it was";
+    ASSERT_TRUE(change);
+    third->mergeChangesFromStoreChange(change);
+    EXPECT_TRUE(Notes::isTree(*third));
+}
+
 /// A deletion that is merged when its undo is saved already: the folder is there again, somewhere else by now.
 TEST(Folders, whatComesBackStaysWhereItIsMovedTo)
 {
