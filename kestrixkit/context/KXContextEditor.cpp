@@ -116,6 +116,25 @@ void KXContextEditor::link(Object *object, const KXPropertyDescription &property
     object->didChangeValueForKey(property.name(), kind, add ? QVariantList() : member, add ? member : QVariantList());
 }
 
+/// Of a many-to-many relationship. Where its ends were read at different times they may not agree on what there was:
+/// the word of the object counts, lest the change be one of the object alone.
+void KXContextEditor::linkEnds(Object *object, const KXPropertyDescription &property, Object *other, bool add)
+{
+    link(object, property, Access::key(other), add);
+    const KXPropertyDescription *inverse = property.inverse();
+    if (!inverse || (inverse == &property && other == object))
+        return;
+    const qint64 key = Access::key(object);
+    KXToManyKeys *keys = Access::values(other) ? Access::values(other)->existingToMany(*inverse) : nullptr;
+    if (keys && keys->loaded && !(add ? keys->added : keys->removed).contains(key)) {
+        if (add)
+            keys->members.remove(key);
+        else
+            keys->members.insert(key);
+    }
+    link(other, *inverse, key, add);
+}
+
 void KXContextEditor::setToOne(Object *object, const KXPropertyDescription &property, Object *other)
 {
     m_keeper.checkThread();
@@ -165,9 +184,7 @@ void KXContextEditor::addToMany(Object *object, const KXPropertyDescription &pro
         setToOne(other, *inverse, object);
         return;
     }
-    link(object, property, Access::key(other), true);
-    if (inverse && !(inverse == &property && other == object))
-        link(other, *inverse, Access::key(object), true);
+    linkEnds(object, property, other, true);
 }
 
 void KXContextEditor::removeFromMany(Object *object, const KXPropertyDescription &property, Object *other)
@@ -180,7 +197,5 @@ void KXContextEditor::removeFromMany(Object *object, const KXPropertyDescription
         setToOne(other, *inverse, nullptr);
         return;
     }
-    link(object, property, Access::key(other), false);
-    if (inverse && !(inverse == &property && other == object))
-        link(other, *inverse, Access::key(object), false);
+    linkEnds(object, property, other, false);
 }

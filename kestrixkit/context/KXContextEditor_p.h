@@ -44,6 +44,7 @@ public:
     void assign(KXManagedObject *object, const KXPropertyDescription &property, const KXRowValues &from);
     void assignToOne(KXManagedObject *object, const KXPropertyDescription &property, qint64 key);
     void link(KXManagedObject *object, const KXPropertyDescription &property, qint64 key, bool add);
+    void linkEnds(KXManagedObject *object, const KXPropertyDescription &property, KXManagedObject *other, bool add);
 
     // Coming and going: KXContextDeleting.cpp.
 

@@ -10,9 +10,15 @@ using Object = KXManagedObject;
 void KXContextMerger::noteRefreshed(Object *object, const KXPropertyDescription &property)
 {
     QSet<QString> &keys = m_did.changedKeys[object];
-    if (keys.isEmpty())
+    if (keys.isEmpty()) {
         m_did.refreshed.append(KXRef<Object>(object));
-    keys.insert(property.name());
+        QSet<QString> &alone = m_alone[&property];
+        if (alone.isEmpty())
+            alone.insert(property.name());
+        keys = alone;
+    } else if (!keys.contains(property.name())) {
+        keys.insert(property.name());
+    }
 }
 
 void KXContextMerger::tell()
@@ -345,6 +351,7 @@ void KXContextMerger::merge(const KXStoreChange &change, bool isLate)
     }
     keepContestedLinks(back);
     takeOverRows(back);
+    dropStaleMembers(change.entities());
 }
 
 void KXManagedObjectContextPrivate::mergeChanges(const KXStoreChange &change)

@@ -76,6 +76,48 @@ std::list<KXRowChange> KXContextMerger::readAgain(std::vector<HeldRow> &rows, bo
     return again;
 }
 
+/// Members of many-to-many relationships whose rows were deleted by somebody who did not know of the link, or that have
+/// come back without it. Neither is told: the store says what is left of them.
+void KXContextMerger::dropStaleMembers(const std::vector<KXEntityChange> &entities)
+{
+    QSet<qint64> gone;
+    for (const KXEntityChange &entity : entities)
+        gone.unite(QSet<qint64>(entity.deleted.begin(), entity.deleted.end()));
+    if (gone.isEmpty())
+        return;
+    struct Stale
+    {
+        KXRef<Object> object;
+        const KXPropertyDescription *property;
+        qint64 key;
+    };
+    std::vector<Stale> stale;
+    m_context.workingSet.forEach([&](Object *object) {
+        if (!Access::values(object))
+            return;
+        for (const KXPropertyDescription *property : m_context.codec(*object->entity()).toMany()) {
+            const KXToManyKeys *keys
+                = property->joinTable().isEmpty() ? nullptr : Access::values(object)->existingToMany(*property);
+            if (!keys || !keys->loaded)
+                continue;
+            for (const qint64 key : std::as_const(keys->members)) {
+                if (gone.contains(key) && !keys->added.contains(key))
+                    stale.push_back({ KXRef<Object>(object), property, key });
+            }
+        }
+    });
+    std::erase_if(stale, [this](const Stale &one) {
+        return m_context.reader.isStoredMember(Access::key(one.object), *one.property, one.key);
+    });
+    for (const auto &[object, property, key] : stale) {
+        if (object->isObserved())
+            m_together.willLink(
+                object.get(), *property, m_context.reader.object(*property->destinationEntity(), key), false);
+        Access::values(object)->existingToMany(*property)->members.remove(key);
+        noteRefreshed(object.get(), *property);
+    }
+}
+
 /// Of a row that a late save deleted: an undo may have brought it back since. The object then takes the row as it is.
 bool KXContextMerger::hasComeBack(Object *object, KXRowChange &row)
 {

@@ -50,6 +50,7 @@ private:
     [[nodiscard]] std::list<KXRowChange> readAgain(std::vector<HeldRow> &rows, bool isLate);
     void readColumnsAgain(KXManagedObject *object, KXRowChange &news);
     [[nodiscard]] bool hasComeBack(KXManagedObject *object, KXRowChange &row);
+    void dropStaleMembers(const std::vector<KXEntityChange> &entities);
 
     /// A relationship that was led elsewhere.
     struct Led
@@ -74,5 +75,6 @@ private:
 
     KXManagedObjectContextPrivate &m_context;
     KXObjectsDidChange m_did;
+    QHash<const KXPropertyDescription *, QSet<QString>> m_alone; // what objects of which one property changed share
     KXChangesTogether m_together;
 };

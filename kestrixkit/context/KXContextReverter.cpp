@@ -182,8 +182,12 @@ void KXContextReverter::reconnect(const Entry &entry)
                     }
                     linkOnce(other.get(), *inverse, Access::key(object), true);
                 } else if (!there
-                    || (inverse->isToOne() && Access::values(other)->toOne(*inverse) != Access::key(object)))
+                    || (inverse->isToOne() && Access::values(other)->toOne(*inverse) != Access::key(object))) {
                     linkOnce(object, property, key, false);
+                    // Deleted when it had not read of the link: should it come back, it comes with it.
+                    if (inverse->isToMany() && other && other->isDeleted() && Access::values(other))
+                        m_context.reader.loadedToMany(other.get(), *inverse).members.insert(Access::key(object));
+                }
             }
             continue;
         }

@@ -22,6 +22,8 @@ public:
 
     /// nullptr where there is no object of the key.
     [[nodiscard]] KXManagedObject *find(qint64 key) const { return m_objects.find(key); }
+    /// Calls the function with each object, which it must neither make nor let go.
+    template <typename Function> void forEach(Function &&function) const { m_objects.forEach(function); }
 
     // Coming and going.
 

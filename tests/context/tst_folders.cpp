@@ -328,6 +328,89 @@ TEST(Relationships, othersAreToldOfAPartnerThatASaveTakes)
     EXPECT_EQ(Library::dump(*meeting.other), Library::dump(*meeting.otherContext()));
 }
 
+/// One end was read before somebody else's save, which is not merged yet, and the other end after it.
+TEST(Relationships, linksWhoseEndsWereReadAtDifferentTimesAreChangedAtBoth)
+{
+    for (const bool adds : { false, true }) {
+        Meeting meeting;
+        const auto a = meeting.track(u"a"_s), b = meeting.track(u"b"_s);
+        if (adds)
+            a->addToNeighbours(b);
+        ASSERT_TRUE(meeting.context->save());
+        const auto ours = meeting.otherContext();
+        ASSERT_EQ(in(ours, a)->neighbours().size(), adds);
+        if (adds)
+            in(meeting.other, a)->removeFromNeighbours(in(meeting.other, b));
+        else
+            in(meeting.other, a)->addToNeighbours(in(meeting.other, b));
+        ASSERT_TRUE(meeting.other->save());
+        ASSERT_EQ(in(ours, b)->neighbours().size(), !adds);
+        if (adds)
+            in(ours, b)->addToNeighbours(in(ours, a));
+        else
+            in(ours, b)->removeFromNeighbours(in(ours, a));
+        ASSERT_TRUE(ours->save());
+        EXPECT_EQ(problemsOf(meeting.url()), std::string());
+        meeting.mergeInto(ours, { 1 });
+        meeting.mergeInto(meeting.other, { 2 });
+        meeting.mergeInto(meeting.context, { 1, 2 });
+        meeting.expectSound(adds ? "added" : "removed");
+        EXPECT_EQ(a->neighbours().size(), adds);
+        for (const auto &each : { ours, meeting.other })
+            EXPECT_EQ(Library::dump(*each), Library::dump(*meeting.context));
+    }
+}
+
+/// Two deletions that are taken back, between which somebody else has linked the two.
+TEST(Relationships, aLinkThatCameBetweenTwoDeletionsOutlivesTheirUndo)
+{
+    Meeting meeting;
+    const auto a = meeting.track(u"a"_s), b = meeting.track(u"b"_s);
+    ASSERT_TRUE(meeting.context->save());
+    const auto manager = std::make_shared<KXUndoManager>();
+    manager->setGroupsByEvent(false);
+    meeting.context->setUndoManager(manager);
+    const auto remove = [&](const KXRef<Track> &track) {
+        const KXUndoGroup group(manager.get(), u"Delete"_s);
+        meeting.context->removeManagedObject(track);
+    };
+    remove(a);
+    in(meeting.other, a)->addToNeighbours(in(meeting.other, b));
+    ASSERT_TRUE(meeting.other->save());
+    remove(b);
+    manager->undo();
+    manager->undo();
+    meeting.mergeInto(meeting.context, { 1 });
+    EXPECT_EQ(a->neighbours().size(), 1);
+    EXPECT_EQ(b->neighbours().size(), 1);
+    ASSERT_TRUE(meeting.context->save());
+    meeting.expectSound("both are back");
+}
+
+/// Whoever deleted a row and brought it back knew nothing of a link: nobody is told that it went.
+TEST(Relationships, aLinkThatWentWithADeletedRowIsForgottenAtItsOtherEnd)
+{
+    for (const bool inOrder : { true, false }) {
+        Meeting meeting;
+        const auto a = meeting.track(u"a"_s), b = meeting.track(u"b"_s);
+        ASSERT_TRUE(meeting.context->save());
+        ASSERT_EQ(b->neighbours().size(), 0);
+        meeting.context->setUndoManager(std::make_shared<KXUndoManager>());
+        in(meeting.other, a)->addToNeighbours(in(meeting.other, b));
+        ASSERT_TRUE(meeting.other->save());
+        ASSERT_EQ(in(meeting.other, a)->neighbours().size(), 1);
+        meeting.context->removeManagedObject(b);
+        ASSERT_TRUE(meeting.context->save());
+        meeting.context->undoManager()->undo();
+        ASSERT_TRUE(meeting.context->save());
+        ASSERT_EQ(meeting.saved.size(), 4U);
+        meeting.mergeInto(meeting.other, { size_t(inOrder ? 2 : 3), size_t(inOrder ? 3 : 2) });
+        EXPECT_EQ(in(meeting.other, a)->neighbours().size(), 0);
+        meeting.mergeInto(meeting.context, { 1 });
+        meeting.expectSound("deleted and back");
+    }
+}
+
 TEST(Relationships, whatTheFrameworkWritesPassesItsOwnCheck)
 {
     KXTestRandom random;
