@@ -80,11 +80,30 @@ std::list<KXRowChange> KXContextMerger::readAgain(std::vector<HeldRow> &rows, bo
 /// come back without it. Neither is told: the store says what is left of them.
 void KXContextMerger::dropStaleMembers(const std::vector<KXEntityChange> &entities)
 {
+    if (std::all_of(entities.begin(), entities.end(), [](const auto &entity) { return entity.deleted.isEmpty(); }))
+        return;
+    struct Members
+    {
+        Object *object;
+        const KXPropertyDescription *property;
+        const KXToManyKeys *keys;
+    };
+    std::vector<Members> known;
+    m_context.workingSet.forEach([&](Object *object) {
+        if (!Access::values(object))
+            return;
+        for (const KXPropertyDescription *property : m_context.codec(*object->entity()).toMany()) {
+            const KXToManyKeys *keys
+                = property->joinTable().isEmpty() ? nullptr : Access::values(object)->existingToMany(*property);
+            if (keys && keys->loaded && !keys->members.isEmpty())
+                known.push_back({ object, property, keys });
+        }
+    });
+    if (known.empty())
+        return; // as when very many go of which the context has not even heard
     QSet<qint64> gone;
     for (const KXEntityChange &entity : entities)
         gone.unite(QSet<qint64>(entity.deleted.begin(), entity.deleted.end()));
-    if (gone.isEmpty())
-        return;
     struct Stale
     {
         KXRef<Object> object;
@@ -92,20 +111,12 @@ void KXContextMerger::dropStaleMembers(const std::vector<KXEntityChange> &entiti
         qint64 key;
     };
     std::vector<Stale> stale;
-    m_context.workingSet.forEach([&](Object *object) {
-        if (!Access::values(object))
-            return;
-        for (const KXPropertyDescription *property : m_context.codec(*object->entity()).toMany()) {
-            const KXToManyKeys *keys
-                = property->joinTable().isEmpty() ? nullptr : Access::values(object)->existingToMany(*property);
-            if (!keys || !keys->loaded)
-                continue;
-            for (const qint64 key : std::as_const(keys->members)) {
-                if (gone.contains(key) && !keys->added.contains(key))
-                    stale.push_back({ KXRef<Object>(object), property, key });
-            }
+    for (const auto &[object, property, keys] : known) {
+        for (const qint64 key : std::as_const(keys->members)) {
+            if (gone.contains(key) && !keys->added.contains(key))
+                stale.push_back({ KXRef<Object>(object), property, key });
         }
-    });
+    }
     std::erase_if(stale, [this](const Stale &one) {
         return m_context.reader.isStoredMember(Access::key(one.object), *one.property, one.key);
     });
