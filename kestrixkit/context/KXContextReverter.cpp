@@ -100,6 +100,20 @@ void KXContextReverter::linkOnce(Object *object, const KXPropertyDescription &pr
         m_context.editor.link(object, property, key, add);
 }
 
+/// The same at both ends of objects that were here all the time, unless somebody else's save has done it: then at
+/// neither, lest what takes this back find it at one of them.
+void KXContextReverter::linkEnds(Object *object, const KXPropertyDescription &property, qint64 key, bool add)
+{
+    const KXPropertyDescription *inverse = property.inverse();
+    const KXRef<Object> other = inverse && inverse->isToMany()
+        ? m_context.reader.object(*property.destinationEntity(), key)
+        : KXRef<Object>();
+    if (!other || !isAlive(other.get()) || !isAlive(object))
+        linkOnce(object, property, key, add);
+    else if (m_context.reader.isMember(object, property, key) != add)
+        m_context.editor.linkEnds(object, property, other.get(), add);
+}
+
 /// Columns and links of objects that were there before and are now. To-one relationships are set like anybody sets
 /// them, so that an end that was changed by somebody else's save meanwhile follows. `back` are the keys of those that
 /// have just come back.
@@ -138,18 +152,25 @@ void KXContextReverter::revertValues(const std::vector<Entry> &entries, const QS
         if (left == 0)
             break; // somebody else's move stays
     }
+    QSet<qint64> passing = back; // who comes or goes knows its own end better
+    for (const Entry &entry : entries) {
+        if (!entry.existedBefore)
+            passing.insert(Access::key(entry.object));
+    }
     for (const Entry &entry : entries) {
         Object *object = entry.object.get();
         if (!entry.existedBefore || entry.restored || !isAlive(object))
             continue;
         for (const auto &[index, links] : entry.links) {
             const KXPropertyDescription &property = object->entity()->properties()[index];
-            for (const qint64 key : links.added)
-                linkOnce(object, property, key, false);
-            for (const qint64 key : links.removed) {
-                if (!property.inverse() || !back.contains(key)
-                    || back.contains(Access::key(object))) // else it knows better itself
-                    linkOnce(object, property, key, true);
+            const bool isPassing = passing.contains(Access::key(object));
+            for (const bool adds : { false, true }) {
+                for (const qint64 key : adds ? links.removed : links.added) {
+                    if (!isPassing && !passing.contains(key))
+                        linkEnds(object, property, key, adds);
+                    else if (!adds || !property.inverse() || !back.contains(key) || back.contains(Access::key(object)))
+                        linkOnce(object, property, key, adds);
+                }
             }
         }
     }

@@ -26,6 +26,7 @@ private:
     void dropFormerMembers(const std::vector<Entry> &entries);
     void revertValues(const std::vector<Entry> &entries, const QSet<qint64> &back);
     void linkOnce(KXManagedObject *object, const KXPropertyDescription &property, qint64 key, bool add);
+    void linkEnds(KXManagedObject *object, const KXPropertyDescription &property, qint64 key, bool add);
     void reconnect(const Entry &entry);
     [[nodiscard]] bool isThere(const KXPropertyDescription &property, qint64 key);
     [[nodiscard]] bool isAlive(const KXManagedObject *object) const;

@@ -387,6 +387,43 @@ TEST(Relationships, aLinkThatCameBetweenTwoDeletionsOutlivesTheirUndo)
     meeting.expectSound("both are back");
 }
 
+/// Somebody else has made the link again that an undo would make: there is nothing to do, but something to redo.
+TEST(Relationships, aLinkThatIsThereWhenItIsUndoneIsRedoneAtBothEnds)
+{
+    for (const bool readsGenre : { false, true }) {
+        Meeting meeting;
+        const auto track = meeting.track(u"a"_s);
+        const auto genre = meeting.genre(u"g"_s);
+        track->addToGenres(genre);
+        ASSERT_TRUE(meeting.context->save());
+        const auto ours = meeting.otherContext();
+        const auto manager = std::make_shared<KXUndoManager>();
+        manager->setGroupsByEvent(false);
+        ours->setUndoManager(manager);
+        if (readsGenre)
+            ASSERT_EQ(in(ours, genre)->objectsForKey(u"tracks"_s).size(), 1);
+        else
+            ASSERT_EQ(in(ours, track)->genres().size(), 1);
+        {
+            const KXUndoGroup group(manager.get(), u"Remove"_s);
+            in(ours, track)->removeFromGenres(in(ours, genre));
+        }
+        ASSERT_TRUE(ours->save());
+        meeting.mergeInto(meeting.other, { 1 });
+        in(meeting.other, track)->addToGenres(in(meeting.other, genre));
+        ASSERT_TRUE(meeting.other->save());
+        meeting.mergeInto(ours, { 2 });
+        manager->undo();
+        EXPECT_EQ(in(ours, track)->genres().size(), 1);
+        manager->redo();
+        ASSERT_TRUE(ours->save());
+        meeting.mergeInto(meeting.context, { 1, 2, 3 });
+        meeting.expectSound("done again");
+        EXPECT_EQ(track->genres().size(), 0);
+        EXPECT_EQ(Library::dump(*ours), Library::dump(*meeting.context));
+    }
+}
+
 /// Whoever deleted a row and brought it back knew nothing of a link: nobody is told that it went.
 TEST(Relationships, aLinkThatWentWithADeletedRowIsForgottenAtItsOtherEnd)
 {
