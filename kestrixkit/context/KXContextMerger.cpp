@@ -247,10 +247,15 @@ void KXContextMerger::mergeMember(
 {
     const KXPropertyDescription *inverse = property.inverse();
     KXToManyKeys *keys = Access::values(object)->existingToMany(property);
+    const Object *member = inverse ? m_context.reader.registered(key) : nullptr;
+    // An edit of the member's own column is unsaved for as long as that is: a save that the context has read past says
+    // nothing of it.
+    if (keys && member && inverse->isToOne() && Access::values(member) && m_context.ledger.isChanged(member, *inverse)
+        && (keys->added.contains(key) || keys->removed.contains(key)))
+        return;
     // Both did the same: it is no longer unsaved here. Both did the opposite: the unsaved edit stays.
     if (keys && ((add ? keys->added : keys->removed).remove(key) || (add ? keys->removed : keys->added).contains(key)))
         return;
-    const Object *member = inverse ? m_context.reader.registered(key) : nullptr;
     if (add && member && member->isDeleted() && !object->isDeleted()) {
         // Deleted here, and not saved: it leaves whatever it comes to.
         willChangeUnrecorded(object.get(), property);

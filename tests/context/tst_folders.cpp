@@ -308,6 +308,28 @@ static void editAnything(const Context::Ref &by, int kind, KXTestRandom &random)
         Album::createInContext(*by)->setTitle(u"new"_s);
 }
 
+/// Somebody else led the track there as well, long ago, and away again, which the edit has seen.
+TEST(Relationships, anEditOutlivesOldNewsOfTheSame)
+{
+    Meeting meeting;
+    const auto track = meeting.track(u"a"_s);
+    const auto album = Album::createInContext(*meeting.context);
+    album->setTitle(u"b"_s);
+    ASSERT_TRUE(meeting.context->save());
+    for (const auto &to : { album, KXRef<Album>() }) {
+        track->setAlbum(to);
+        ASSERT_TRUE(meeting.context->save());
+    }
+    const auto edited = in(meeting.other, track);
+    edited->setAlbum(in(meeting.other, album));
+    meeting.mergeInto(meeting.other, { 0, 1, 2 });
+    EXPECT_EQ(edited->album(), in(meeting.other, album));
+    EXPECT_TRUE(in(meeting.other, album)->objectsForKey(u"tracks"_s).contains(edited));
+    ASSERT_TRUE(meeting.other->save());
+    meeting.mergeInto(meeting.context, { 3 });
+    EXPECT_EQ(Library::dump(*meeting.other), Library::dump(*meeting.context));
+}
+
 /// A save takes a partner from an object that it has in its hands for another edit.
 TEST(Relationships, othersAreToldOfAPartnerThatASaveTakes)
 {
