@@ -35,7 +35,7 @@ void KXLiveCounts::removeRule(const QString &identifier)
     d->setDependsOnTime(entry, false);
     if (d->isAway() && entry.number >= 0)
         d->removed.push_back(entry.number);
-    else if (!d->isAway())
+    else if (entry.number >= 0)
         d->table.removeRule(entry.number);
     d->identifiers.remove(entry.number);
     d->entries.erase(found);
@@ -63,7 +63,7 @@ int KXLiveCounts::addCondition(Rule rule)
     KXLiveCountsPrivate::Entry entry;
     entry.isCondition = true;
     entry.rule = std::move(rule);
-    d->ask(entry);
+    d->tell(entry);
     const bool dependsOnTime = entry.dependsOnTime;
     d->setDependsOnTime(entry, false); // it moves
     const int number = entry.number;
@@ -78,7 +78,7 @@ void KXLiveCounts::setCondition(int number, Rule rule)
     d->bringHome();
     KXLiveCountsPrivate::Entry &entry = d->conditions[number];
     entry.rule = std::move(rule);
-    d->ask(entry);
+    d->tell(entry);
     d->scheduleUpdate();
 }
 
@@ -94,17 +94,14 @@ void KXLiveCounts::removeCondition(int number)
 
 void KXLiveCounts::ruleDidChange(const QString &identifier)
 {
-    const auto found = d->entries.find(identifier);
-    if (found == d->entries.end())
-        return;
-    d->ask(found->second);
-    d->scheduleUpdate();
+    if (const auto found = d->entries.find(identifier); found != d->entries.end())
+        d->becomesDue(identifier, found->second);
 }
 
 std::optional<qint64> KXLiveCounts::count(const QString &identifier) const
 {
     const auto found = d->entries.find(identifier);
-    if (found == d->entries.end())
+    if (found == d->entries.end() || found->second.number < 0)
         return std::nullopt;
     if (d->isAway())
         return found->second.shown;
@@ -115,12 +112,16 @@ std::optional<qint64> KXLiveCounts::count(const QString &identifier) const
 KXPredicate KXLiveCounts::predicate(const QString &identifier) const
 {
     const auto found = d->entries.find(identifier);
-    return found == d->entries.end() ? KXPredicate() : found->second.own;
+    if (found == d->entries.end())
+        return {};
+    if (found->second.isDue)
+        d->ask(found->second);
+    return found->second.own;
 }
 
 QHash<QString, QString> KXLiveCounts::unsupported() const
 {
-    d->bringHome();
+    d->settle();
     QHash<QString, QString> reasons;
     for (const auto &[identifier, entry] : d->entries) {
         if (const QString &reason = d->table.reason(entry.number); !reason.isEmpty())
@@ -136,35 +137,38 @@ void KXLiveCounts::advance()
     d->asOf = KXClock::now().toMSecsSinceEpoch();
     for (KXLiveCountsPrivate::Entry *entry : std::vector(d->timed)) {
         // Asking may take any of them out of the list.
-        if (std::find(d->timed.begin(), d->timed.end(), entry) != d->timed.end())
-            d->ask(*entry);
+        if (std::find(d->timed.begin(), d->timed.end(), entry) == d->timed.end())
+            continue;
+        if (d->isAway())
+            d->becomesDue(d->identifiers.value(entry->number), *entry);
+        else
+            d->tell(*entry);
     }
     updateSoon();
 }
 
 QDateTime KXLiveCounts::nextBoundary() const
 {
-    d->bringHome();
+    d->settle();
     const qint64 next = d->nextBoundary();
     return next == std::numeric_limits<qint64>::max() ? QDateTime() : QDateTime::fromMSecsSinceEpoch(next, Qt::UTC);
 }
 
 bool KXLiveCounts::update(KXError *error)
 {
-    d->bringHome();
+    d->settle();
     d->isScheduled = false;
-    KXError problem;
-    const bool answered = d->table.update(&problem);
-    if (!answered)
-        KXSetError(error, problem);
-    d->updateDidEnd(answered, problem);
-    return answered;
+    return d->count(error);
 }
 
 void KXLiveCounts::updateSoon()
 {
     d->isScheduled = false;
-    if (!d->isAway() && !d->sendAway())
+    if (d->isAway())
+        return;
+    if (!d->tellDue(QDeadlineTimer(KXLiveCountsPrivate::slice)))
+        d->scheduleUpdate();
+    else if (!d->sendAway())
         update();
 }
 

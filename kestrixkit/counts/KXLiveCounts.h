@@ -47,20 +47,21 @@ public:
     [[nodiscard]] const KXManagedObjectContext::Ref &managedObjectContext() const;
     [[nodiscard]] const QString &entityName() const;
 
-    /// Sets what is counted under the identifier, in place of what was. Counted from the next turn on, or at once by
-    /// update().
+    /// Sets what is counted under the identifier, in place of what was. The rule is asked and counted from the next
+    /// turn on, or at once by update(); very many are asked in several turns, so that hundreds of presets hold up no
+    /// window.
     void setRule(const QString &identifier, Rule rule);
     void setRule(const QString &identifier, const KXPredicate &predicate);
     void removeRule(const QString &identifier);
     [[nodiscard]] QStringList identifiers() const;
-    /// Asks the rule for its predicate again, because what that is made of has changed. It alone is counted anew, and
-    /// where only bounds of numbers or dates moved, only what lies between the old and the new ones.
+    /// The rule will be asked again like a new one, because what its predicate is made of has changed. It alone is
+    /// counted anew, and where only bounds of numbers or dates moved, only what lies between the old and the new ones.
     void ruleDidChange(const QString &identifier);
 
     /// Absent for an unknown identifier, before the first counting, while the store does not answer, and for a
     /// predicate that compares what cannot be compared (see unsupported()).
     [[nodiscard]] std::optional<qint64> count(const QString &identifier) const;
-    /// The predicate that is counted under the identifier, without the base predicates.
+    /// The predicate that is counted under the identifier, without the base predicates; the rule is asked if need be.
     [[nodiscard]] KXPredicate predicate(const QString &identifier) const;
     /// Identifiers that the store counts, with what columns cannot hold; and those that nobody counts, with the reason.
     [[nodiscard]] QHash<QString, QString> unsupported() const;

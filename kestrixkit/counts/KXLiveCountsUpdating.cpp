@@ -60,13 +60,11 @@ void KXLiveCountsPrivate::ask(Entry &entry)
     setDependsOnTime(entry, !entry.isConstant && liveHasDates(entry.own)); // most do not, and are asked once
     if (entry.dependsOnTime)
         liveCollectMoving(entry.own, at(asOf + aMoment), aMoment, entry.moving);
-    entry.isDue = isAway();
-    if (!entry.isDue)
-        tellTable(entry);
 }
 
-void KXLiveCountsPrivate::tellTable(Entry &entry)
+void KXLiveCountsPrivate::tell(Entry &entry)
 {
+    ask(entry);
     const KXPredicate asked = !entry.isCondition ? whole(entry.own)
         : entry.own                              ? entry.own
                                                  : KXPredicate::truePredicate();
@@ -91,10 +89,36 @@ void KXLiveCountsPrivate::setRule(const QString &identifier, KXLiveCounts::Rule 
     Entry &entry = entries[identifier];
     entry.rule = std::move(rule);
     entry.isConstant = isConstant;
-    ask(entry);
-    if (entry.number >= 0)
-        identifiers.insert(entry.number, identifier);
+    becomesDue(identifier, entry);
+}
+
+void KXLiveCountsPrivate::becomesDue(const QString &identifier, Entry &entry)
+{
+    if (!std::exchange(entry.isDue, true))
+        due.push_back(identifier);
     scheduleUpdate();
+}
+
+bool KXLiveCountsPrivate::tellDue(QDeadlineTimer until)
+{
+    while (!due.empty()) {
+        const QString identifier = std::move(due.front());
+        due.pop_front();
+        const auto found = entries.find(identifier);
+        if (found == entries.end() || !std::exchange(found->second.isDue, false))
+            continue;
+        tell(found->second);
+        identifiers.insert(found->second.number, identifier);
+        if (until.hasExpired())
+            break;
+    }
+    return due.empty();
+}
+
+void KXLiveCountsPrivate::settle()
+{
+    bringHome();
+    tellDue();
 }
 
 void KXLiveCountsPrivate::scheduleUpdate()
@@ -137,13 +161,8 @@ bool KXLiveCountsPrivate::makeUp(KXError *error)
     answered = answered && table.update(error); // what the store counts
     for (const int number : std::exchange(removed, {}))
         table.removeRule(number);
-    for (auto &[identifier, entry] : entries) {
-        if (!std::exchange(entry.isDue, false))
-            continue;
-        tellTable(entry);
-        identifiers.insert(entry.number, identifier);
+    if (!due.empty())
         scheduleUpdate();
-    }
     return answered;
 }
 
@@ -172,7 +191,17 @@ void KXLiveCountsPrivate::follow(const KXObjectsDidChange &did)
     }
     table.follow(did);
     if (!sendAway())
-        q->update();
+        count(nullptr); // rules that are due have a turn of their own
+}
+
+bool KXLiveCountsPrivate::count(KXError *error)
+{
+    KXError problem;
+    const bool answered = table.update(&problem);
+    if (!answered)
+        KXSetError(error, problem);
+    updateDidEnd(answered, problem);
+    return answered;
 }
 
 void KXLiveCountsPrivate::updateDidEnd(bool answered, const KXError &problem)
@@ -182,7 +211,7 @@ void KXLiveCountsPrivate::updateDidEnd(bool answered, const KXError &problem)
     scheduleTimer();
     const QPointer<KXLiveCounts> guard(q);
     publish();
-    if (guard)
+    if (guard && due.empty())
         Q_EMIT q->didUpdate();
 }
 

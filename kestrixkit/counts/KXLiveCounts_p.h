@@ -1,7 +1,10 @@
 #pragma once
 
+#include <deque>
 #include <unordered_map>
 #include <vector>
+
+#include <QDeadlineTimer>
 
 #include <kestrixkit/context/KXContextRows_p.h>
 #include <kestrixkit/counts/KXCountWorker_p.h>
@@ -29,7 +32,7 @@ public:
         bool dependsOnTime = false;
         bool isCondition = false;
         bool isConstant = false; ///< the rule says the same at any moment
-        bool isDue = false; ///< the table is away and is told afterwards
+        bool isDue = false; ///< the rule is to be asked, and the table to be told
         std::optional<qint64> shown; ///< while the table is away
     };
 
@@ -45,6 +48,8 @@ public:
     {
     }
 
+    static constexpr int slice = 4; ///< ms of a turn for rules that are due: many must not hold up a window
+
     [[nodiscard]] KXPredicate whole(const KXPredicate &own) const
     {
         if (base.isEmpty())
@@ -53,7 +58,13 @@ public:
     }
     /// What the rule says at asOf.
     void ask(Entry &entry);
-    void tellTable(Entry &entry);
+    /// Asks, and tells the table, which must be here.
+    void tell(Entry &entry);
+    void becomesDue(const QString &identifier, Entry &entry);
+    /// Tells what is due, at least one rule. False where time ran out and some are left.
+    bool tellDue(QDeadlineTimer until = QDeadlineTimer(QDeadlineTimer::Forever));
+    /// The table is here and knows all rules.
+    void settle();
     void setDependsOnTime(Entry &entry, bool depends);
     void setRule(const QString &identifier, KXLiveCounts::Rule rule, bool isConstant);
     void scheduleUpdate();
@@ -69,6 +80,7 @@ public:
     /// Waits for the table, for what cannot do without.
     void bringHome();
     void follow(const KXObjectsDidChange &did);
+    bool count(KXError *error);
     void updateDidEnd(bool answered, const KXError &problem);
 
     KXLiveCounts *const q;
@@ -77,6 +89,7 @@ public:
     const QList<KXPredicate> base;
     KXCountTable table;
     std::unordered_map<QString, Entry> entries; // each stays where it is
+    std::deque<QString> due; // entries, some of which may be gone or told
     QHash<int, QString> identifiers; // by number in the table
     std::unordered_map<int, Entry> conditions; // by number in the table
     std::vector<Entry *> timed; // those of both that depend on the time: few, and looked at after every change

@@ -52,9 +52,16 @@ QString KXLivePresetCounts::identifierOf(const KXFilterSetPreset &preset)
     return QString::number(preset.objectID().key());
 }
 
+KXPredicate KXLivePresetCounts::predicate(Entry &entry) const
+{
+    if (!std::exchange(entry.isMapped, true))
+        map(entry);
+    return entry.mapped ? entry.mapped->representedLocalPredicateWithKeyPath() : KXPredicate::falsePredicate();
+}
+
 void KXLivePresetCounts::map(Entry &entry) const
 {
-    const KXRef<KXFilterSet> set = entry.preset->filterSet();
+    const KXRef<KXFilterSet> set = entry.preset->isDeleted() ? nullptr : entry.preset->filterSet();
     entry.mapped = set && !set->isMissing() && !set->isDeleted() ? set : KXRef<KXFilterSet>();
     if (!entry.mapped || !m_place.mapper)
         return;
@@ -73,13 +80,10 @@ void KXLivePresetCounts::add(const KXRef<KXFilterSetPreset> &preset)
         return;
     const QString identifier = identifierOf(*preset);
     m_folders.remove(identifier); // it may have been one
-    Entry &entry = m_entries[identifier];
-    entry.preset = preset;
-    map(entry);
+    m_entries[identifier] = { preset };
     m_counts->setRule(identifier, [this, identifier] {
-        const auto found = m_entries.constFind(identifier);
-        return found != m_entries.constEnd() && found->mapped ? found->mapped->representedLocalPredicateWithKeyPath()
-                                                              : KXPredicate::falsePredicate();
+        const auto found = m_entries.find(identifier);
+        return found != m_entries.end() ? predicate(*found) : KXPredicate::falsePredicate();
     });
 }
 
@@ -120,7 +124,7 @@ void KXLivePresetCounts::addFolder(const KXRef<KXFilterSetPreset> &folder)
 }
 
 /// A preset without filters lets everything through, and says so.
-void KXLivePresetCounts::addParts(const KXFilterSetPreset &folder, QList<KXPredicate> &parts, QSet<qint64> &seen) const
+void KXLivePresetCounts::addParts(const KXFilterSetPreset &folder, QList<KXPredicate> &parts, QSet<qint64> &seen)
 {
     for (const KXRef<KXFilterSetPreset> &child : folder.children()) {
         const qint64 key = child ? child->objectID().key() : 0;
@@ -131,11 +135,11 @@ void KXLivePresetCounts::addParts(const KXFilterSetPreset &folder, QList<KXPredi
             addParts(*child, parts, seen);
             continue;
         }
-        const auto found = m_entries.constFind(identifierOf(*child));
-        if (found == m_entries.constEnd() || !found->mapped)
+        const auto found = m_entries.find(identifierOf(*child));
+        if (found == m_entries.end())
             continue;
-        const KXPredicate predicate = found->mapped->representedLocalPredicateWithKeyPath();
-        parts.append(predicate ? predicate : KXPredicate::truePredicate());
+        const KXPredicate part = predicate(*found);
+        parts.append(part ? part : KXPredicate::truePredicate());
     }
 }
 
@@ -197,7 +201,7 @@ void KXLivePresetCounts::follow(const KXObjectsDidChange &did)
     for (Entry &entry : m_entries) {
         if (!edited.contains(entry.preset->filterSetURI()))
             continue;
-        map(entry);
+        entry.isMapped = false;
         m_counts->ruleDidChange(identifierOf(*entry.preset));
     }
     foldersDidChange();

@@ -53,14 +53,16 @@ private:
     struct Entry
     {
         KXRef<KXFilterSetPreset> preset;
-        KXRef<KXFilterSet> mapped; ///< in a context of its own, which is never saved; empty where there is none
+        KXRef<KXFilterSet> mapped {}; ///< in a context of its own, which is never saved; empty where there is none
+        bool isMapped = false; ///< once it is asked for
     };
 
     void add(const KXRef<KXFilterSetPreset> &preset);
     void remove(const KXFilterSetPreset &preset);
+    [[nodiscard]] KXPredicate predicate(Entry &entry) const;
     void map(Entry &entry) const;
     void addFolder(const KXRef<KXFilterSetPreset> &folder);
-    void addParts(const KXFilterSetPreset &folder, QList<KXPredicate> &parts, QSet<qint64> &seen) const;
+    void addParts(const KXFilterSetPreset &folder, QList<KXPredicate> &parts, QSet<qint64> &seen);
     void foldersDidChange();
     void follow(const KXObjectsDidChange &did);
     void deliver(const QStringList &identifiers);
