@@ -18,6 +18,7 @@ using Object = KXManagedObject;
 
 KXContextFetcher::KXContextFetcher(KXManagedObjectContextPrivate &context, const KXFetchRequest &request)
     : m_context(context)
+    , m_store(context.store)
     , m_request(request)
     , m_entity(context.entity(request.entityName()))
     , m_sortOrder(request.sortDescriptors())
@@ -26,7 +27,7 @@ KXContextFetcher::KXContextFetcher(KXManagedObjectContextPrivate &context, const
     for (KXManagedObjectContextPrivate *each = &context; each;
          each = each->parent ? &KXManagedObjectContextPrivate::of(*each->parent) : nullptr)
         m_lineage.push_back(&each->ledger);
-    if (!context.store)
+    if (!m_store)
         m_error = KXPersistentStorePrivate::notOpen();
 }
 
@@ -34,7 +35,7 @@ bool KXContextFetcher::compile()
 {
     if (m_error)
         return false;
-    const quint64 serial = m_context.store->identity->serial;
+    const quint64 serial = m_store->identity->serial;
     m_predicate = KXPredicateSQL::compile(m_request.predicate(), m_entity, serial);
     if (!m_request.sortDescriptors().isEmpty())
         m_order = KXPredicateSQL::compileOrder(m_request.sortDescriptors(), m_entity);
@@ -88,7 +89,7 @@ QByteArray KXContextFetcher::select() const
 bool KXContextFetcher::query(
     const QByteArray &sql, const std::vector<const KXPredicateSQL *> &parts, std::vector<qint64> &numbers)
 {
-    const KXStoreConnections::Reader reader = m_context.store->connections.reader(&m_error);
+    const KXStoreConnections::Reader reader = m_store->connections.reader(&m_error);
     if (!reader)
         return false;
     KXStatement statement = reader->prepare(sql);
@@ -158,14 +159,15 @@ bool KXContextFetcher::fetchInMemory(std::vector<qint64> &keys)
     return true;
 }
 
-bool KXContextFetcher::fetch(std::vector<qint64> &keys)
+bool KXContextFetcher::isInSQL() const
 {
-    if (!compile())
-        return false;
-    if (m_predicate.status == KXPredicateSQL::NotInSQL || m_order.status == KXPredicateSQL::NotInSQL)
-        return fetchInMemory(keys);
+    return m_predicate.status != KXPredicateSQL::NotInSQL && m_order.status != KXPredicateSQL::NotInSQL;
+}
 
-    const bool sorted = !m_request.sortDescriptors().isEmpty();
+bool KXContextFetcher::isAnsweredByStore() { return compile() && isInSQL() && m_affected.isEmpty(); }
+
+bool KXContextFetcher::fetchFromStore(std::vector<qint64> &keys)
+{
     QByteArray sql = select();
     const bool limited = m_request.fetchLimit() > 0 || m_request.fetchOffset() > 0;
     if (limited && m_affected.isEmpty()) {
@@ -173,7 +175,16 @@ bool KXContextFetcher::fetch(std::vector<qint64> &keys)
             + QByteArray::number(std::max<qint64>(0, m_request.fetchOffset()));
     }
     const KXPropertyDescription *own = sortedHere();
-    if (own ? !querySorted(*own, keys) : !query(sql, { &m_predicate, &m_order }, keys))
+    return own ? querySorted(*own, keys) : query(sql, { &m_predicate, &m_order }, keys);
+}
+
+bool KXContextFetcher::fetch(std::vector<qint64> &keys)
+{
+    if (!compile())
+        return false;
+    if (!isInSQL())
+        return fetchInMemory(keys);
+    if (!fetchFromStore(keys))
         return false;
     if (m_affected.isEmpty())
         return true;
@@ -189,7 +200,7 @@ bool KXContextFetcher::fetch(std::vector<qint64> &keys)
     }
     if (m_error)
         return false;
-    if (sorted) {
+    if (!m_sortOrder.isEmpty()) {
         // Each affected object is put to its place among the others, which SQL has sorted.
         std::vector<qint64> merged;
         merged.reserve(keys.size() + wanted.size());

@@ -110,7 +110,7 @@ bool KXContextFetcher::querySorted(const KXPropertyDescription &attribute, std::
         value = "kx_fold(" + value + ", " + QByteArray::number(order.options) + ')';
     int code = SQLITE_ERROR;
     {
-        const KXStoreConnections::Reader reader = m_context.store->connections.reader(&m_error);
+        const KXStoreConnections::Reader reader = m_store->connections.reader(&m_error);
         if (!reader)
             return false;
         KXStatement statement = reader->prepare("SELECT t0.kx_id, " + value + " FROM " + m_entity.table() + " t0"

@@ -40,7 +40,7 @@ bool KXContextFetcher::step(const KXEntityDescription &entity, const KXPropertyD
             + " WHERE kx_id IN " + list;
     else
         sql = "SELECT kx_id FROM " + entity.table() + " WHERE " + relationship.column() + " IN " + list;
-    const KXStoreConnections::Reader reader = m_context.store->connections.reader(&m_error);
+    const KXStoreConnections::Reader reader = m_store->connections.reader(&m_error);
     if (!reader)
         return false;
     KXStatement statement = reader->prepare(sql);

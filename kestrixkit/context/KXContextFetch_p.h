@@ -21,6 +21,10 @@ public:
     /// False with an error.
     bool fetch(std::vector<qint64> &keys);
     bool count(qint64 &number);
+    /// Whether the store alone has the answer, as nothing that is unsaved in the context can be seen in it.
+    [[nodiscard]] bool isAnsweredByStore();
+    /// What fetch() does then. Any one thread; the context may be gone, its store not.
+    bool fetchFromStore(std::vector<qint64> &keys);
     [[nodiscard]] const KXEntityDescription &entity() const { return m_entity; }
     [[nodiscard]] const KXError &error() const { return m_error; }
     /// Puts the error into the slot. Without one it is logged, and an unknown key is an exception.
@@ -41,6 +45,7 @@ public:
 
 private:
     bool compile();
+    [[nodiscard]] bool isInSQL() const;
     bool findAffected();
     bool followBack(const KXModelPath &path, QSet<qint64> &affected);
     void addDirty(const KXEntityDescription *from, const QString &key, QSet<qint64> &dirty) const;
@@ -58,6 +63,7 @@ private:
     static void cut(std::vector<qint64> &keys, const KXFetchRequest &request);
 
     KXManagedObjectContextPrivate &m_context;
+    KXPersistentStorePrivate *const m_store;
     std::vector<const KXChangeLedger *> m_lineage; // of the context and its parents: what is unsaved in any counts
     const KXFetchRequest &m_request;
     const KXEntityDescription &m_entity;

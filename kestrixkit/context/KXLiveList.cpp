@@ -2,21 +2,12 @@
 
 #include <algorithm>
 
-#include <QCoreApplication>
-
 #include <kestrixkit/context/KXContextFetch_p.h>
 #include <kestrixkit/context/KXKeyFilter_p.h>
 #include <kestrixkit/entity/KXModelPath.h>
 #include <kestrixkit/foundation/KXLog.h>
-#include <kestrixkit/foundation/KXMainQueue.h>
 
 using Object = KXManagedObject;
-
-namespace {
-
-constexpr double liveListCompletesAfter = 0.25; // seconds: views have painted by then
-
-}
 
 KXLiveListObserver::~KXLiveListObserver() = default;
 
@@ -59,48 +50,11 @@ void KXLiveList::prepare()
     }
 }
 
-/// False where nothing would be gained.
-bool KXLiveList::openWithFirstRows()
-{
-    const QList<KXSortDescriptor> &order = m_request.sortDescriptors();
-    const KXPropertyDescription *first = order.isEmpty() ? nullptr : m_entity->property(order.first().key);
-    const bool isServed
-        = order.isEmpty() || (first && first->isAttribute() && first->isIndexedForSorting(order.first().options));
-    const bool isClean = !m_borrowed->parent && m_borrowed->ledger.isEmpty();
-    if (!isServed || !isClean || m_request.predicate() || m_request.fetchLimit() > 0 || m_request.fetchOffset() > 0
-        || !KXMainQueue::isMainThread() || !QCoreApplication::instance())
-        return false;
-    KXFetchRequest some(m_request);
-    some.setFetchLimit(m_request.fetchBatchSize());
-    qint64 number = 0;
-    if (!KXContextFetcher(*m_borrowed, some).fetch(m_keys) || !KXContextFetcher(*m_borrowed, m_request).count(number)
-        || number <= m_request.fetchBatchSize() || qsizetype(m_keys.size()) < m_request.fetchBatchSize()) {
-        m_keys.clear();
-        return false;
-    }
-    m_complete = false;
-    m_openedSize = number;
-    m_completion = std::make_unique<KXDelayedCall>();
-    m_completion->start(liveListCompletesAfter, [this] {
-        complete();
-        if (m_following)
-            m_due = true;
-        else if (m_doubtful)
-            refetch();
-    });
-    return true;
-}
-
 bool KXLiveList::fetchAll(std::vector<qint64> &keys)
 {
-    m_fetchedOverChanges = !m_borrowed->ledger.changes().empty() || !m_borrowed->ledger.insertions().empty();
     KXContextFetcher fetcher(*m_borrowed, m_request);
     m_valid = fetcher.fetch(keys);
-    ++m_fetches;
-    m_doubtful = false;
-    m_fetchedUntil = m_coordinator->lastSerialNumber() + 1;
-    m_seen.clear();
-    m_seenBefore.clear();
+    noteFetch();
     if (m_valid)
         return true;
     KXContextFetcher::throwIfMistake(fetcher.error());
@@ -108,37 +62,14 @@ bool KXLiveList::fetchAll(std::vector<qint64> &keys)
     return m_valid;
 }
 
-/// Makes the list one of all rows that it was opened with. Nobody knows more of them than their number and the first:
-/// the others may be those given, or, if there are too few, none that exist.
-void KXLiveList::assume(const std::vector<qint64> &keys)
+void KXLiveList::noteFetch()
 {
-    m_complete = true;
-    if (qsizetype(keys.size()) == m_openedSize && std::equal(m_keys.begin(), m_keys.end(), keys.begin())) {
-        m_keys = keys;
-        return;
-    }
-    std::vector<qint64> known = m_keys;
-    KXSortUnique(known);
-    const KXKeyFilter first(known);
-    for (auto key = keys.begin(); key != keys.end() && qsizetype(m_keys.size()) < m_openedSize; ++key) {
-        if (!first.contains(*key))
-            m_keys.push_back(*key);
-    }
-    for (qint64 nobody = -1; qsizetype(m_keys.size()) < m_openedSize; --nobody)
-        m_keys.push_back(nobody);
-}
-
-/// For one who asks for more than the first rows. Where the store has changed since, the list is put right when the
-/// change is merged, or a moment later.
-void KXLiveList::complete() const
-{
-    if (m_complete || m_context.expired())
-        return;
-    auto *const self = const_cast<KXLiveList *>(this);
-    std::vector<qint64> keys;
-    (void)self->fetchAll(keys); // a failure is logged, and tried again
-    self->assume(keys);
-    self->m_doubtful = keys != m_keys;
+    ++m_fetches;
+    m_doubtful = false;
+    m_fetchedOverChanges = !m_borrowed->ledger.changes().empty() || !m_borrowed->ledger.insertions().empty();
+    m_fetchedUntil = m_coordinator->lastSerialNumber() + 1;
+    m_seen.clear();
+    m_seenBefore.clear();
 }
 
 qint64 KXLiveList::key(qsizetype index) const
@@ -196,6 +127,7 @@ void KXLiveList::setRequest(const KXFetchRequest &request)
     if (m_context.expired() || m_following || &m_borrowed->entity(request.entityName()) != m_entity)
         return;
     m_borrowed->announcer.processPendingChanges();
+    m_aside.reset(); // it has the request
     m_request = request;
     prepare();
     do {

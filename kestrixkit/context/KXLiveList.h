@@ -46,8 +46,8 @@ public:
 /// change may concern it.
 ///
 /// A long list of a whole entity, sorted by an indexed attribute or not at all, opens with its first rows and their
-/// number alone, in a few milliseconds; the rest is fetched a moment later on the main thread, when they are on the
-/// screen, or as soon as a row of it is asked for.
+/// number alone, in a few milliseconds; the rest is fetched a moment later, when they are on the screen, by another
+/// thread, or as soon as a row of it is asked for.
 ///
 /// Follows what the context announces, so it changes at the end of the turn, before a save and with a merge. Belongs
 /// to the thread of its context; when that is gone it answers no objects.
@@ -87,7 +87,7 @@ public:
 
 private:
     struct Touched;
-    struct Placed;
+    struct Aside;
     struct Seen
     {
         qint64 version;
@@ -104,6 +104,9 @@ private:
     [[nodiscard]] bool fetchAll(std::vector<qint64> &keys);
     void assume(const std::vector<qint64> &keys);
     void complete() const;
+    void completeAside();
+    void takeAside();
+    void noteFetch();
     void follow(const KXObjectsDidChange &did);
     [[nodiscard]] Touched touchedBy(const KXObjectsDidChange &did);
     void touchByStore(const KXStoreChange &change, Touched &touched);
@@ -126,6 +129,7 @@ private:
     bool m_complete = true; // else these are the first of m_openedSize
     qsizetype m_openedSize = 0;
     std::unique_ptr<KXDelayedCall> m_completion;
+    std::shared_ptr<Aside> m_aside; // while another thread fetches all rows
 
     // What rows are looked at for.
     std::unique_ptr<class KXContextFetcher> m_fetcher;
