@@ -112,10 +112,14 @@ bool KXCountTable::readMembers(KXRowReader &reader, size_t column, const std::ve
     return true;
 }
 
-/// What is unsaved here the store does not know, nor what was when it was read.
-void KXCountTable::overlay(const std::vector<size_t> &columns, bool rowsToo)
+KXCountTable::Unsaved KXCountTable::unsaved() const
 {
-    const Unsaved before = std::exchange(m_unsaved, {});
+    return { m_context.insertedObjects(), m_context.updatedObjects(), m_context.deletedObjects() };
+}
+
+/// What is unsaved here the store does not know, nor what was when it was read.
+void KXCountTable::overlay(const std::vector<size_t> &columns, bool rowsToo, const Unsaved &before)
+{
     const KXContextRows rows(m_context);
     const auto take = [&](const KXRef<KXManagedObject> &object, bool adds) {
         const qint64 key = object->objectID().key();
@@ -127,20 +131,18 @@ void KXCountTable::overlay(const std::vector<size_t> &columns, bool rowsToo)
         for (const size_t column : has(row) ? columns : std::vector<size_t>())
             setFromObject(size_t(row), object.get(), column);
     };
-    for (const KXRef<KXManagedObject> &object : before.inserted + m_context.insertedObjects())
+    const Unsaved now = unsaved();
+    for (const KXRef<KXManagedObject> &object : before.inserted + now.inserted)
         take(object, rowsToo);
-    for (const KXRef<KXManagedObject> &object : before.updated + m_context.updatedObjects())
+    for (const KXRef<KXManagedObject> &object : before.updated + now.updated)
         take(object, false);
-    for (const KXRef<KXManagedObject> &object : before.deleted + m_context.deletedObjects()) {
+    for (const KXRef<KXManagedObject> &object : before.deleted + now.deleted) {
         if (const qint64 row = rowOf(object->objectID().key()); rowsToo && has(row))
             bury(size_t(row));
     }
 }
 
-void KXCountTable::holdUnsaved()
-{
-    m_unsaved = { m_context.insertedObjects(), m_context.updatedObjects(), m_context.deletedObjects() };
-}
+void KXCountTable::holdUnsaved() { m_unsaved = unsaved(); }
 
 bool KXCountTable::hasMoreToDo(qint64 rows)
 {
@@ -184,29 +186,38 @@ void KXCountTable::joinContext()
 {
     if (m_reading.empty() && !m_isReadingRows && m_arrivals.empty())
         return;
-    overlay(m_reading, std::exchange(m_isReadingRows, false));
+    const Unsaved before = std::exchange(m_unsaved, {});
+    overlay(m_reading, std::exchange(m_isReadingRows, false), before);
     for (const size_t column : m_reading) {
         m_isRead[column] = true;
         m_orders.erase(column);
     }
     if (!m_arrivals.empty()) {
-        overlayArrivals();
+        overlayArrivals(before);
         m_reading.resize(m_columns.size());
         std::iota(m_reading.begin(), m_reading.end(), 0);
     }
     readSets(std::exchange(m_reading, {}));
 }
 
-void KXCountTable::overlayArrivals()
+/// Most of what has arrived nobody here has touched: it is as it was read.
+void KXCountTable::overlayArrivals(const Unsaved &before)
 {
     const KXContextRows rows(m_context);
+    QSet<const KXManagedObject *> touched;
+    const Unsaved now = unsaved();
+    for (const auto *list : { &before.inserted, &before.updated, &now.inserted, &now.updated }) {
+        for (const KXRef<KXManagedObject> &object : *list)
+            touched.insert(object.get());
+    }
     for (const qint64 key : m_arrivals) {
         const qint64 row = rowOf(key);
         if (!has(row))
             continue; // gone meanwhile
-        KXManagedObject *object = rows.held(key); // which may have been saved since the row was read
+        KXManagedObject *object = rows.held(key);
+        const bool isTouched = object && touched.contains(object) && !object->isDeleted();
         for (size_t column = 0; column < m_columns.size(); ++column) {
-            if (object && !object->isFault() && !object->isDeleted())
+            if (isTouched)
                 setFromObject(size_t(row), object, column);
             noteOrder(column, size_t(row));
         }

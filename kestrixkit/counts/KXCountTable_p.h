@@ -160,6 +160,12 @@ private:
         std::vector<quint32> changed;
     };
 
+    /// What of a context's objects is not saved.
+    struct Unsaved
+    {
+        QList<KXRef<KXManagedObject>> inserted, updated, deleted;
+    };
+
     // Rows: KXCountTable.cpp.
     [[nodiscard]] qint64 rowOf(qint64 key) const;
     [[nodiscard]] bool has(qint64 row) const { return row >= 0 && m_alive[size_t(row)]; }
@@ -201,8 +207,9 @@ private:
     bool read(const std::vector<size_t> &columns, const std::vector<qint64> *keys, bool addsRows, KXError *error,
         const std::atomic<bool> *stop = nullptr);
     bool readMembers(KXRowReader &reader, size_t column, const std::vector<qint64> *keys, KXError *error);
-    void overlay(const std::vector<size_t> &columns, bool rowsToo);
-    void overlayArrivals();
+    [[nodiscard]] Unsaved unsaved() const;
+    void overlay(const std::vector<size_t> &columns, bool rowsToo, const Unsaved &before);
+    void overlayArrivals(const Unsaved &before);
     bool countByStore(KXError *error);
     [[nodiscard]] QVariant objects(const KXPropertyDescription &relationship, const std::vector<qint64> &keys) const;
 
@@ -222,10 +229,6 @@ private:
     std::vector<bool> m_isRead; // by column
     std::vector<size_t> m_reading; // columns that joinContext() is to complete
     bool m_isReadingRows = false;
-    struct Unsaved
-    {
-        QList<KXRef<KXManagedObject>> inserted, updated, deleted;
-    };
     Unsaved m_unsaved; // when reading began
     std::vector<qint64> m_arrivals; // keys of rows that are there and neither read nor counted
     bool m_isSettled = false; // nothing is to be read or counted: asked after each change

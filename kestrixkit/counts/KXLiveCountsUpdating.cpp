@@ -125,9 +125,9 @@ void KXLiveCountsPrivate::scheduleUpdate()
 {
     if (std::exchange(isScheduled, true))
         return;
-    KXMainQueue::async([guard = QPointer<KXLiveCounts>(q)] {
-        if (guard)
-            guard->updateSoon();
+    KXMainQueue::async(q, [this, turn = ++lastTurn] {
+        if (isScheduled && turn == lastTurn)
+            q->updateSoon();
     });
 }
 

@@ -97,6 +97,7 @@ public:
     KXDelayedCall timer;
     KXNotificationToken token;
     bool isScheduled = false;
+    quint64 lastTurn = 0; // that was scheduled: earlier ones, which somebody was faster than, do nothing
     qint64 mostRowsAtOnce = 10'000;
     std::vector<KXObjectsDidChange> missed; // while the table was away
     std::vector<int> removed; // rules, meanwhile
