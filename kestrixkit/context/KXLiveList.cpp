@@ -2,10 +2,13 @@
 
 #include <algorithm>
 
+#include <QCoreApplication>
+
 #include <kestrixkit/context/KXContextFetch_p.h>
 #include <kestrixkit/context/KXKeyFilter_p.h>
 #include <kestrixkit/entity/KXModelPath.h>
 #include <kestrixkit/foundation/KXLog.h>
+#include <kestrixkit/foundation/KXMainQueue.h>
 
 using Object = KXManagedObject;
 
@@ -104,6 +107,8 @@ KXManagedObjectID KXLiveList::objectID(qsizetype index) const
 std::vector<qsizetype> KXLiveList::indexesOf(std::span<const qint64> keys) const
 {
     complete();
+    if (keys.empty())
+        return {};
     std::vector<qsizetype> places(keys.size(), -1);
     std::vector<std::pair<qint64, size_t>> wanted;
     std::vector<qint64> sorted(keys.begin(), keys.end());
@@ -120,6 +125,11 @@ std::vector<qsizetype> KXLiveList::indexesOf(std::span<const qint64> keys) const
             places[it->second] = qsizetype(i);
     }
     return places;
+}
+
+void KXLiveList::setArrivalsPerTurn(qsizetype rows)
+{
+    m_arrivalsPerTurn = KXMainQueue::isMainThread() && QCoreApplication::instance() ? rows : 0;
 }
 
 void KXLiveList::setRequest(const KXFetchRequest &request)

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include <kestrixkit/context/KXManagedObjectContext.h>
+#include <kestrixkit/foundation/KXAlive.h>
 #include <kestrixkit/foundation/KXDelayedCall.h>
 #include <kestrixkit/foundation/KXNotificationCenter.h>
 
@@ -49,8 +50,8 @@ public:
 /// number alone, in a few milliseconds; the rest is fetched a moment later, when they are on the screen, by another
 /// thread, or as soon as a row of it is asked for.
 ///
-/// Follows what the context announces, so it changes at the end of the turn, before a save and with a merge. Belongs
-/// to the thread of its context; when that is gone it answers no objects.
+/// Follows what the context announces, so it changes at the end of the turn, before a save and with a merge, unless it
+/// is told not to take all at once. Belongs to the thread of its context; when that is gone it answers no objects.
 class KX_CORE_EXPORT KXLiveList
 {
 public:
@@ -80,6 +81,12 @@ public:
     [[nodiscard]] const KXFetchRequest &request() const { return m_request; }
     /// Of the same entity. Rows that are in both results keep their identity.
     void setRequest(const KXFetchRequest &request);
+    /// For views that must not hold up their window: of rows that others have inserted at most so many are taken over
+    /// in a turn, the rest in the next ones, told step by step like any other change. 0, as it is at first: all with
+    /// the merge. Main thread; nothing elsewhere.
+    void setArrivalsPerTurn(qsizetype rows);
+    /// Whether rows of a merge are still to come.
+    [[nodiscard]] bool isSettling() const { return !m_arrivals.empty(); }
     /// False where the last fetch failed, which was logged; the list is then as it was before.
     [[nodiscard]] bool isValid() const { return m_valid; }
     /// How often everything was fetched so far.
@@ -108,6 +115,9 @@ private:
     void takeAside();
     void noteFetch();
     void follow(const KXObjectsDidChange &did);
+    void takeArrivals(size_t most, Touched &touched);
+    void placeArrivals();
+    void settle();
     [[nodiscard]] Touched touchedBy(const KXObjectsDidChange &did);
     void touchByStore(const KXStoreChange &change, Touched &touched);
     void refetch();
@@ -128,8 +138,11 @@ private:
     std::vector<qint64> m_keys;
     bool m_complete = true; // else these are the first of m_openedSize
     qsizetype m_openedSize = 0;
-    std::unique_ptr<KXDelayedCall> m_completion;
+    std::unique_ptr<KXDelayedCall> m_later; // completes or places; who can do without has none
     std::shared_ptr<Aside> m_aside; // while another thread fetches all rows
+
+    qsizetype m_arrivalsPerTurn = 0;
+    std::vector<qint64> m_arrivals; // keys of rows that are still to be placed
 
     // What rows are looked at for.
     std::unique_ptr<class KXContextFetcher> m_fetcher;
@@ -147,5 +160,6 @@ private:
     bool m_following = false;
     bool m_due = false;
     int m_fetches = 0;
+    KXAlive m_alive;
     KXNotificationToken m_token;
 };

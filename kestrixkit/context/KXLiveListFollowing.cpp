@@ -18,6 +18,7 @@ constexpr size_t liveListStepsAtMost = 24;
 /// When so many rows (and more than a quarter of all) changed, fetching is cheaper than placing.
 constexpr size_t liveListRowsPlacedAnyway = 256;
 constexpr size_t liveListSeenAtMost = 65'536;
+constexpr double liveListTurn = 0.001; // seconds: whatever else is due goes first
 
 /// Which of the keys come and go; sorted.
 void liveListCompare(const std::vector<qint64> &before, const std::vector<qint64> &after, std::vector<qint64> &gone,
@@ -67,6 +68,7 @@ size_t liveListRanges(std::vector<size_t> indexes)
 struct KXLiveList::Touched
 {
     std::vector<qint64> keys; ///< rows to be looked at: they may come, leave or move
+    std::vector<qint64> arrived; ///< rows that somebody else has inserted
     std::vector<qint64> updated; ///< rows of which only other values changed
     bool all = false; ///< any row may be concerned
 };
@@ -78,23 +80,65 @@ void KXLiveList::follow(const KXObjectsDidChange &did)
         m_due = true;
         return;
     }
-    const Touched touched = touchedBy(did);
-    const bool many = touched.keys.size() > std::max(m_keys.size() / 4, liveListRowsPlacedAnyway);
+    Touched touched = touchedBy(did);
+    const size_t rows = touched.keys.size() + touched.arrived.size();
+    const bool many = rows > std::max(m_keys.size() / 4, liveListRowsPlacedAnyway);
     const bool isWhole = m_request.fetchLimit() > 0 || m_request.fetchOffset() > 0 || !m_remoteKeys.empty();
     // One that knows its first rows alone knows no other's place, but may stay so while others' objects change.
-    const bool isUnknown = !m_complete && !(touched.keys.empty() && touched.updated.empty());
-    if (touched.all || many || m_doubtful || isUnknown || (isWhole && !touched.keys.empty()))
+    const bool isUnknown = !m_complete && (rows > 0 || !touched.updated.empty());
+    std::vector<qint64> updated = touched.updated;
+    updated.insert(updated.end(), touched.keys.begin(), touched.keys.end());
+    KXSortUnique(updated);
+    if (touched.all || many || m_doubtful || isUnknown || (isWhole && rows > 0)) {
         refetch();
-    else if (!touched.keys.empty())
+    } else if (rows > 0) {
+        m_arrivals.insert(m_arrivals.end(), touched.arrived.begin(), touched.arrived.end());
+        // Very many begin with the next turn: this one has had a merge.
+        const bool areMany = m_arrivalsPerTurn > 0 && m_arrivals.size() > size_t(m_arrivalsPerTurn);
+        takeArrivals(areMany ? 0 : m_arrivals.size(), touched);
         place(touched);
+    }
+    settle();
+    if (!updated.empty())
+        announceUpdates(updated);
+}
+
+/// So many of those that have arrived are to be placed, where they now belong; the others in later turns.
+void KXLiveList::takeArrivals(size_t most, Touched &touched)
+{
+    const auto end = m_arrivals.begin() + ptrdiff_t(std::min(most, m_arrivals.size()));
+    touched.keys.insert(touched.keys.end(), m_arrivals.begin(), end);
+    KXSortUnique(touched.keys);
+    m_arrivals.erase(m_arrivals.begin(), end);
+    if (m_arrivals.empty())
+        return m_arrivals.shrink_to_fit();
+    if (!m_later)
+        m_later = std::make_unique<KXDelayedCall>();
+    m_later->start(liveListTurn, [this] { placeArrivals(); });
+}
+
+void KXLiveList::placeArrivals()
+{
+    if (m_following) { // in an event loop of an observer
+        m_due = true;
+        return;
+    }
+    const auto context = m_context.lock();
+    const KXAlive::Watch alive = m_alive.watch();
+    if (context)
+        m_borrowed->announcer.processPendingChanges(); // who is told may place them, or end the list
+    if (!context || !alive || m_arrivals.empty())
+        return;
+    Touched touched;
+    takeArrivals(size_t(m_arrivalsPerTurn), touched);
+    place(touched);
+    settle();
+}
+
+void KXLiveList::settle()
+{
     while (m_doubtful || std::exchange(m_due, false))
         refetch();
-    if (!touched.keys.empty() || !touched.updated.empty()) {
-        std::vector<qint64> updated = touched.updated;
-        updated.insert(updated.end(), touched.keys.begin(), touched.keys.end());
-        KXSortUnique(updated);
-        announceUpdates(updated);
-    }
 }
 
 KXLiveList::Touched KXLiveList::touchedBy(const KXObjectsDidChange &did)
@@ -149,7 +193,7 @@ void KXLiveList::touchByStore(const KXStoreChange &change, Touched &touched)
         }
         if (!isOurs)
             continue;
-        touched.keys.insert(touched.keys.end(), entity.inserted.begin(), entity.inserted.end());
+        touched.arrived.insert(touched.arrived.end(), entity.inserted.begin(), entity.inserted.end());
         touched.keys.insert(touched.keys.end(), entity.deleted.begin(), entity.deleted.end());
         for (const KXRowChange &row : entity.updated) {
             const bool matters = std::any_of(row.properties.begin(), row.properties.end(),
@@ -171,6 +215,7 @@ void KXLiveList::refetch()
         return;
     if (!m_complete)
         assume(keys);
+    m_arrivals.clear(); // they are among all
     liveListCompare(m_keys, keys, gone, come);
     changeTo(std::move(keys), gone, come);
 }
@@ -194,7 +239,7 @@ bool KXLiveList::isBefore(qint64 key, const KXSortedRow &object)
 
 void KXLiveList::place(const Touched &touched)
 {
-    if (m_context.expired())
+    if (m_context.expired() || touched.keys.empty())
         return;
     // Without the touched rows the list is in order; each that still belongs there is put to its place again.
     const KXKeyFilter filter(touched.keys);
@@ -244,7 +289,8 @@ void KXLiveList::place(const Touched &touched)
 
     std::vector<qint64> keys;
     keys.reserve(rest.size() + wanted.size());
-    size_t from = 0, lastStaying = 0;
+    size_t from = 0, lastStaying = 0, ranges = 0; // of neighbours that come together
+    bool isBesideOne = false;
     const size_t distance = rest.size() / std::max<size_t>(1, rows.size());
     const auto placeOf = [&](const KXSortedRow &row) {
         return KXPlaceAmong(rest, from, distance, [&](qint64 key) { return isBefore(key, row); });
@@ -255,6 +301,9 @@ void KXLiveList::place(const Touched &touched)
         const size_t to = sorted ? placeOf(row) : old ? old->place : rest.size();
         keys.insert(keys.end(), rest.begin() + ptrdiff_t(from), rest.begin() + ptrdiff_t(to));
         keys.push_back(key);
+        isBesideOne = isBesideOne && to == from;
+        ranges += !old && !isBesideOne;
+        isBesideOne = !old;
         from = to;
         if (old && old->place == to && old->index >= lastStaying)
             lastStaying = old->index;
@@ -265,7 +314,7 @@ void KXLiveList::place(const Touched &touched)
     std::vector<size_t> goneIndexes;
     for (const qint64 key : gone)
         goneIndexes.push_back(oldOf(key)->index);
-    if (liveListRanges(std::move(goneIndexes)) + come.size() + moved.size() <= liveListStepsAtMost)
+    if (liveListRanges(std::move(goneIndexes)) + ranges + moved.size() <= liveListStepsAtMost)
         changeStepwise(keys, gone, come, moved);
     else
         changeTo(std::move(keys), gone, come);

@@ -50,8 +50,8 @@ bool KXLiveList::openWithFirstRows()
     }
     m_complete = false;
     m_openedSize = number;
-    m_completion = std::make_unique<KXDelayedCall>();
-    m_completion->start(0, [this] { completeAside(); });
+    m_later = std::make_unique<KXDelayedCall>();
+    m_later->start(0, [this] { completeAside(); });
     return true;
 }
 

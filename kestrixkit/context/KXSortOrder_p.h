@@ -54,12 +54,15 @@ private:
 };
 
 /// How many of the keys, of which those that precede stand first, precede; those in front of `from` do. Where many rows
-/// are placed among many the next place is near: it is looked for first at the distance at which they lie on average.
+/// are placed among many the next place is near: it is looked for first beside the last one, where rows go that belong
+/// together, and then at the distance at which they lie on average.
 template <typename Precedes>
 [[nodiscard]] size_t KXPlaceAmong(
     const std::vector<qint64> &keys, size_t from, size_t distance, const Precedes &precedes)
 {
     size_t end = keys.size();
+    if (from < end && !precedes(keys[from]))
+        return from;
     for (distance = std::max<size_t>(1, distance); end - from > distance; distance *= 2) {
         if (!precedes(keys[from + distance])) {
             end = from + distance;

@@ -20,6 +20,7 @@ namespace {
 
 constexpr int liveSearchableRows = 20'000;
 constexpr int liveRowsReadAtOnce = 32; // about a screen
+constexpr int liveRowsPlacedATurn = 800; // some milliseconds
 
 const KXEntityDescription *liveEntity(const KXManagedObjectContext::Ref &context, const QString &name)
 {
@@ -71,6 +72,7 @@ KXLiveListModel::KXLiveListModel(const KXManagedObjectContext::Ref &context, con
     , m_sortDescriptors(sortDescriptors)
     , m_list(context, request(), this)
 {
+    m_list.setArrivalsPerTurn(liveRowsPlacedATurn);
     for (const Column &column : m_columns)
         noteRemote(column.keyPath);
 }

@@ -19,8 +19,8 @@
 ///
 /// Knows identifiers and order alone; a cell's text is made when it is asked for, and those of the rows asked for last
 /// are kept, so that a million rows open as fast as a hundred. Follows the context row by row (see KXLiveList), sorting
-/// included: indexes, selections and editors stay with their objects. Key paths through relationships are followed as
-/// well. Main thread; the context is the thread's.
+/// included: indexes, selections and editors stay with their objects. Very many rows of a merge come a part a turn. Key
+/// paths through relationships are followed as well. Main thread; the context is the thread's.
 class KX_UI_EXPORT KXLiveListModel : public QAbstractTableModel, private KXLiveListObserver
 {
     Q_OBJECT

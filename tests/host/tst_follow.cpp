@@ -246,8 +246,10 @@ TEST_F(FollowTest, rowsEqualAFreshFetchAndKeepTheirSelection)
              tracksWhere("ANY album.tracks.bpm > 180", { { u"title"_s, true, KXCaseInsensitive } }),
              tracksWhere("", { { u"title"_s }, { u"bpm"_s } }).setFetchLimit(20).setFetchOffset(3),
              tracksWhere("comment == '1'", {}),
-         })
+         }) {
         mirrors.push_back(std::make_unique<FollowMirror>(window, request));
+        mirrors.back()->list.setArrivalsPerTurn(random.below(8));
+    }
 
     const auto selected = [&] {
         std::set<qint64> keys;
@@ -267,8 +269,11 @@ TEST_F(FollowTest, rowsEqualAFreshFetchAndKeepTheirSelection)
         if (random.chance(0.3)) {
             mergeAll();
             EXPECT_EQ(model.tracks().keys(), window->fetch(model.tracks().request()).keys());
-            for (const auto &mirror : mirrors)
+            for (const auto &mirror : mirrors) {
+                while (mirror->list.isSettling())
+                    QTest::qWait(1);
                 expectFresh(mirror->list);
+            }
             for (int row = 0; row < model.rowCount(); row += 7)
                 EXPECT_EQ(model.index(row, TrackTableModel::Title).data().toString(), model.track(row)->title());
         }
@@ -285,6 +290,49 @@ TEST_F(FollowTest, rowsEqualAFreshFetchAndKeepTheirSelection)
         }
     }
     EXPECT_EQ(resets, 0);
+}
+
+// Rows of a large merge come in parts, whatever becomes of them in between.
+TEST_F(FollowTest, manyRowsOfAMergeComeAPartATurn)
+{
+    for (int i = 0; i < 400; ++i)
+        add(QString::number(i));
+    save();
+    mergeAll();
+    FollowMirror mirror(window, tracksWhere("", { { u"title"_s } }));
+    mirror.list.setArrivalsPerTurn(20);
+    QList<KXRef<Track>> added;
+    for (int i = 0; i < 100; ++i)
+        added.append(add(QString::number(random.below(1'000))));
+    save();
+    mergeAll();
+    EXPECT_TRUE(mirror.list.isSettling());
+    EXPECT_EQ(mirror.list.size(), 400) << "those behind a merge have a turn of their own";
+    while (mirror.list.size() == 400)
+        QTest::qWait(1);
+    EXPECT_EQ(mirror.list.size(), 420);
+    // One goes that is still to come, one is renamed, and others come and go.
+    Track::cast(window->objectWithID(added[98]->objectID()))->setTitle(u"A"_s);
+    context->removeManagedObject(added[99]);
+    for (int i = 0; i < 30; ++i)
+        add(u"B"_s);
+    save();
+    mergeAll();
+    EXPECT_TRUE(mirror.list.isSettling());
+    EXPECT_EQ(mirror.list.size(), 421) << "the renamed one";
+    while (mirror.list.isSettling())
+        QTest::qWait(1);
+    EXPECT_EQ(mirror.list.size(), 529);
+    expectFresh(mirror.list);
+
+    for (int i = 0; i < 100; ++i)
+        add(u"C"_s);
+    save();
+    mergeAll();
+    ASSERT_TRUE(mirror.list.isSettling());
+    mirror.list.setRequest(tracksWhere("", { { u"title"_s, false } }));
+    EXPECT_FALSE(mirror.list.isSettling()) << "all are fetched";
+    expectFresh(mirror.list);
 }
 
 TEST_F(FollowTest, listsThatOpenWithTheirFirstRowsReadTheOthersOnlyWhenTracksChange)
