@@ -101,7 +101,7 @@ void KXLiveCountsPrivate::becomesDue(const QString &identifier, Entry &entry)
 
 bool KXLiveCountsPrivate::tellDue(QDeadlineTimer until)
 {
-    while (!due.empty()) {
+    for (int told = 1; !due.empty(); ++told) {
         const QString identifier = std::move(due.front());
         due.pop_front();
         const auto found = entries.find(identifier);
@@ -109,7 +109,7 @@ bool KXLiveCountsPrivate::tellDue(QDeadlineTimer until)
             continue;
         tell(found->second);
         identifiers.insert(found->second.number, identifier);
-        if (until.hasExpired())
+        if (told >= rulesPerTurn && until.hasExpired())
             break;
     }
     return due.empty();

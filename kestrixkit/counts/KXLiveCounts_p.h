@@ -48,7 +48,9 @@ public:
     {
     }
 
-    static constexpr int slice = 4; ///< ms of a turn for rules that are due: many must not hold up a window
+    // Many rules must not hold up a window; a few are there at once however slow the machine.
+    static constexpr int slice = 4; ///< ms of a turn for rules that are due
+    static constexpr int rulesPerTurn = 25; ///< that are asked all the same
 
     [[nodiscard]] KXPredicate whole(const KXPredicate &own) const
     {
@@ -61,7 +63,7 @@ public:
     /// Asks, and tells the table, which must be here.
     void tell(Entry &entry);
     void becomesDue(const QString &identifier, Entry &entry);
-    /// Tells what is due, at least one rule. False where time ran out and some are left.
+    /// Tells what is due, or as many rules as a turn has at least. False where time ran out and some are left.
     bool tellDue(QDeadlineTimer until = QDeadlineTimer(QDeadlineTimer::Forever));
     /// The table is here and knows all rules.
     void settle();

@@ -274,35 +274,36 @@ TEST_F(AsideTest, whatIsSavedWhileRowsAreReadIsCounted)
     EXPECT_EQ(counts->count(u"year"_s), 2);
 }
 
-/// Rules that take a while to answer share turns of the loop with whatever else is to be done.
-TEST_F(AsideTest, rulesAreAskedAFewATurn)
+/// Very many rules share turns of the loop with whatever else is to be done.
+TEST_F(AsideTest, manyRulesAreAskedInSeveralTurns)
 {
+    constexpr int many = 60;
     ASSERT_TRUE(counts->update());
     int asked = 0;
-    for (int i = 0; i < 5; ++i) {
+    for (int i = 0; i < many; ++i) {
         counts->setRule(QString::number(i), [&asked, i] {
             ++asked;
-            QThread::msleep(10); // more than a turn's share
-            return KXPredicate::predicateWithFormat("bpm > %@", i);
+            QThread::msleep(1);
+            return KXPredicate::predicateWithFormat("bpm > %@", i % 5);
         });
     }
     EXPECT_EQ(asked, 0) << "who sets rules does not wait for them";
     EXPECT_EQ(counts->predicate(u"4"_s).predicateFormat(), u"bpm > 4"_s);
     EXPECT_EQ(asked, 1);
     counts->updateSoon();
-    EXPECT_EQ(asked, 2);
+    EXPECT_GT(asked, 20);
+    EXPECT_LT(asked, many);
     EXPECT_TRUE(counts->isCounting());
     addTrack(9); // is counted by the rules that are there; the others will see it
     library.context->processPendingChanges();
-    counts->removeRule(u"3"_s);
+    counts->removeRule(u"59"_s);
     comeToRest();
     EXPECT_EQ(counts->count(u"all"_s), 4);
-    for (const int i : { 0, 1, 2, 4 })
-        EXPECT_EQ(counts->count(QString::number(i)), i < 4 ? 4 - i : 1);
+    for (int i = 0; i < many - 1; ++i)
+        EXPECT_EQ(counts->count(QString::number(i)), i % 5 < 4 ? 4 - i % 5 : 1) << i;
     const int before = asked;
-    counts->ruleDidChange(u"0"_s);
-    counts->ruleDidChange(u"0"_s);
-    counts->ruleDidChange(u"1"_s);
+    for (const QString &name : { u"0"_s, u"0"_s, u"1"_s })
+        counts->ruleDidChange(name);
     EXPECT_TRUE(counts->update());
     EXPECT_EQ(asked, before + 2) << "at once, each one time";
 }
