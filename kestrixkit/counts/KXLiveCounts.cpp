@@ -166,7 +166,7 @@ void KXLiveCounts::updateSoon()
     d->isScheduled = false;
     if (d->isAway())
         return;
-    if (!d->tellDue(QDeadlineTimer(KXLiveCountsPrivate::slice)))
+    if (!d->tellDue(false))
         d->scheduleUpdate();
     else if (!d->sendAway())
         update();

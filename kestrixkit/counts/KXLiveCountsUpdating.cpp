@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include <QDeadlineTimer>
 #include <QPointer>
 #include <QSet>
 
@@ -99,9 +100,12 @@ void KXLiveCountsPrivate::becomesDue(const QString &identifier, Entry &entry)
     scheduleUpdate();
 }
 
-bool KXLiveCountsPrivate::tellDue(QDeadlineTimer until)
+bool KXLiveCountsPrivate::tellDue(bool atOnce)
 {
-    for (int told = 1; !due.empty(); ++told) {
+    areManyDue |= due.size() > rulesAtOnce;
+    const QDeadlineTimer until
+        = atOnce || !areManyDue ? QDeadlineTimer(QDeadlineTimer::Forever) : QDeadlineTimer(slice);
+    while (!due.empty() && !until.hasExpired()) {
         const QString identifier = std::move(due.front());
         due.pop_front();
         const auto found = entries.find(identifier);
@@ -109,16 +113,15 @@ bool KXLiveCountsPrivate::tellDue(QDeadlineTimer until)
             continue;
         tell(found->second);
         identifiers.insert(found->second.number, identifier);
-        if (told >= rulesPerTurn && until.hasExpired())
-            break;
     }
+    areManyDue &= !due.empty();
     return due.empty();
 }
 
 void KXLiveCountsPrivate::settle()
 {
     bringHome();
-    tellDue();
+    tellDue(true);
 }
 
 void KXLiveCountsPrivate::scheduleUpdate()

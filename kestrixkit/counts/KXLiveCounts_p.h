@@ -4,8 +4,6 @@
 #include <unordered_map>
 #include <vector>
 
-#include <QDeadlineTimer>
-
 #include <kestrixkit/context/KXContextRows_p.h>
 #include <kestrixkit/counts/KXCountWorker_p.h>
 #include <kestrixkit/counts/KXLiveCounts.h>
@@ -48,9 +46,10 @@ public:
     {
     }
 
-    // Many rules must not hold up a window; a few are there at once however slow the machine.
-    static constexpr int slice = 4; ///< ms of a turn for rules that are due
-    static constexpr int rulesPerTurn = 25; ///< that are asked all the same
+    /// More rules than these are told in several turns of some milliseconds, lest a window stand still; fewer are there
+    /// at once, however slow the machine.
+    static constexpr size_t rulesAtOnce = 100;
+    static constexpr int slice = 4; ///< ms of a turn
 
     [[nodiscard]] KXPredicate whole(const KXPredicate &own) const
     {
@@ -63,8 +62,8 @@ public:
     /// Asks, and tells the table, which must be here.
     void tell(Entry &entry);
     void becomesDue(const QString &identifier, Entry &entry);
-    /// Tells what is due, or as many rules as a turn has at least. False where time ran out and some are left.
-    bool tellDue(QDeadlineTimer until = QDeadlineTimer(QDeadlineTimer::Forever));
+    /// Tells what is due, or as much of it as a turn has time for. False where some is left.
+    bool tellDue(bool atOnce);
     /// The table is here and knows all rules.
     void settle();
     void setDependsOnTime(Entry &entry, bool depends);
@@ -92,6 +91,7 @@ public:
     KXCountTable table;
     std::unordered_map<QString, Entry> entries; // each stays where it is
     std::deque<QString> due; // entries, some of which may be gone or told
+    bool areManyDue = false; // or were when the telling began
     QHash<int, QString> identifiers; // by number in the table
     std::unordered_map<int, Entry> conditions; // by number in the table
     std::vector<Entry *> timed; // those of both that depend on the time: few, and looked at after every change

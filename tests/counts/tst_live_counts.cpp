@@ -277,7 +277,7 @@ TEST_F(AsideTest, whatIsSavedWhileRowsAreReadIsCounted)
 /// Very many rules share turns of the loop with whatever else is to be done.
 TEST_F(AsideTest, manyRulesAreAskedInSeveralTurns)
 {
-    constexpr int many = 60;
+    constexpr int many = 120;
     ASSERT_TRUE(counts->update());
     int asked = 0;
     for (int i = 0; i < many; ++i) {
@@ -291,21 +291,26 @@ TEST_F(AsideTest, manyRulesAreAskedInSeveralTurns)
     EXPECT_EQ(counts->predicate(u"4"_s).predicateFormat(), u"bpm > 4"_s);
     EXPECT_EQ(asked, 1);
     counts->updateSoon();
-    EXPECT_GT(asked, 20);
+    EXPECT_GT(asked, 1);
     EXPECT_LT(asked, many);
     EXPECT_TRUE(counts->isCounting());
     addTrack(9); // is counted by the rules that are there; the others will see it
     library.context->processPendingChanges();
-    counts->removeRule(u"59"_s);
+    counts->removeRule(QString::number(many - 1));
     comeToRest();
     EXPECT_EQ(counts->count(u"all"_s), 4);
     for (int i = 0; i < many - 1; ++i)
         EXPECT_EQ(counts->count(QString::number(i)), i % 5 < 4 ? 4 - i % 5 : 1) << i;
-    const int before = asked;
+    int before = asked;
     for (const QString &name : { u"0"_s, u"0"_s, u"1"_s })
         counts->ruleDidChange(name);
     EXPECT_TRUE(counts->update());
-    EXPECT_EQ(asked, before + 2) << "at once, each one time";
+    EXPECT_EQ(asked, before + 2) << "each one time";
+    before = asked;
+    for (int i = 0; i < many / 2; ++i)
+        counts->ruleDidChange(QString::number(i));
+    counts->updateSoon();
+    EXPECT_EQ(asked, before + many / 2) << "not so many are asked at once";
 }
 
 TEST_F(AsideTest, itMayEndMeanwhileAndWhenItIsTold)
