@@ -248,11 +248,21 @@ void KXContextMerger::mergeMember(
     const KXPropertyDescription *inverse = property.inverse();
     KXToManyKeys *keys = Access::values(object)->existingToMany(property);
     const Object *member = inverse ? m_context.reader.registered(key) : nullptr;
-    // An edit of the member's own column is unsaved for as long as that is: a save that the context has read past says
-    // nothing of it.
-    if (keys && member && inverse->isToOne() && Access::values(member) && m_context.ledger.isChanged(member, *inverse)
-        && (keys->added.contains(key) || keys->removed.contains(key)))
-        return;
+    // What of a member is unsaved its own column says, from where to where: a save that the context has read past says
+    // nothing of that.
+    const KXRowValues *stored = keys && member && inverse->isToOne() && m_context.ledger.isChanged(member, *inverse)
+        ? m_context.ledger.storedValues(member)
+        : nullptr;
+    if (stored) {
+        const bool is = Access::values(member)->toOne(*inverse) == Access::key(object);
+        const bool was = stored->toOne(*inverse) == Access::key(object);
+        if (is || !was)
+            keys->removed.remove(key);
+        if (!is || was)
+            keys->added.remove(key);
+        if (keys->added.contains(key) || keys->removed.contains(key))
+            return;
+    }
     // Both did the same: it is no longer unsaved here. Both did the opposite: the unsaved edit stays.
     if (keys && ((add ? keys->added : keys->removed).remove(key) || (add ? keys->removed : keys->added).contains(key)))
         return;

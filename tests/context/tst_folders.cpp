@@ -330,6 +330,29 @@ TEST(Relationships, anEditOutlivesOldNewsOfTheSame)
     EXPECT_EQ(Library::dump(*meeting.other), Library::dump(*meeting.context));
 }
 
+/// Two contexts lead a track away from its album, each to another one, and one of them gives up.
+TEST(Relationships, anEditThatIsGivenUpLeavesWhatSomebodyElseDid)
+{
+    Meeting meeting;
+    const auto track = meeting.track(u"a"_s);
+    QList<KXRef<Album>> albums;
+    for (int i = 0; i < 3; ++i) {
+        albums.append(Album::createInContext(*meeting.context));
+        albums.last()->setTitle(QString::number(i));
+    }
+    track->setAlbum(albums[0]);
+    ASSERT_TRUE(meeting.context->save());
+    EXPECT_EQ(albums[0]->objectsForKey(u"tracks"_s).size(), 1);
+    track->setAlbum(albums[1]);
+    in(meeting.other, track)->setAlbum(in(meeting.other, albums[2]));
+    ASSERT_TRUE(meeting.other->save());
+    meeting.mergeInto(meeting.context, { 1 });
+    EXPECT_EQ(albums[0]->objectsForKey(u"tracks"_s).size(), 0);
+    EXPECT_EQ(albums[1]->objectsForKey(u"tracks"_s).size(), 1);
+    meeting.context->rollback();
+    EXPECT_EQ(Library::dump(*meeting.context), Library::dump(*meeting.other));
+}
+
 /// A save takes a partner from an object that it has in its hands for another edit.
 TEST(Relationships, othersAreToldOfAPartnerThatASaveTakes)
 {
