@@ -52,25 +52,37 @@ QString KXLivePresetCounts::identifierOf(const KXFilterSetPreset &preset)
     return QString::number(preset.objectID().key());
 }
 
-KXPredicate KXLivePresetCounts::predicate(Entry &entry) const
+KXPredicate KXLivePresetCounts::predicate(const QString &identifier)
 {
-    if (!std::exchange(entry.isMapped, true))
-        map(entry);
-    return entry.mapped ? entry.mapped->representedLocalPredicateWithKeyPath() : KXPredicate::falsePredicate();
+    const Entry entry = m_entries.value(identifier);
+    if (entry.isMapped || !entry.preset)
+        return predicateOf(entry.mapped);
+    const KXRef<KXFilterSet> mapped = map(entry.preset);
+    if (const auto found = m_entries.find(identifier); found != m_entries.end()) { // the mapper is the host's
+        found->mapped = mapped;
+        found->isMapped = true;
+    }
+    return predicateOf(mapped);
 }
 
-void KXLivePresetCounts::map(Entry &entry) const
+KXPredicate KXLivePresetCounts::predicateOf(const KXRef<KXFilterSet> &mapped)
 {
-    const KXRef<KXFilterSet> set = entry.preset->isDeleted() ? nullptr : entry.preset->filterSet();
-    entry.mapped = set && !set->isMissing() && !set->isDeleted() ? set : KXRef<KXFilterSet>();
-    if (!entry.mapped || !m_place.mapper)
-        return;
+    return mapped ? mapped->representedLocalPredicateWithKeyPath() : KXPredicate::falsePredicate();
+}
+
+KXRef<KXFilterSet> KXLivePresetCounts::map(const KXRef<KXFilterSetPreset> &preset) const
+{
+    const KXRef<KXFilterSet> set = preset->isDeleted() ? nullptr : preset->filterSet();
+    if (!set || set->isMissing() || set->isDeleted())
+        return {};
+    if (!m_place.mapper)
+        return set;
     const auto scratch = KXManagedObjectContext::contextWithParentContext(m_place.context);
     try {
-        entry.mapped = m_place.mapper->createInstanceByMappingFilterSet(set, *scratch);
+        return m_place.mapper->createInstanceByMappingFilterSet(set, *scratch);
     } catch (const std::exception &failure) {
-        KXLogError(filters, "The preset \"%@\" cannot be mapped: %s", entry.preset->title(), failure.what());
-        entry.mapped = {};
+        KXLogError(filters, "The preset \"%@\" cannot be mapped: %s", preset->title(), failure.what());
+        return {};
     }
 }
 
@@ -81,10 +93,7 @@ void KXLivePresetCounts::add(const KXRef<KXFilterSetPreset> &preset)
     const QString identifier = identifierOf(*preset);
     m_folders.remove(identifier); // it may have been one
     m_entries[identifier] = { preset };
-    m_counts->setRule(identifier, [this, identifier] {
-        const auto found = m_entries.find(identifier);
-        return found != m_entries.end() ? predicate(*found) : KXPredicate::falsePredicate();
-    });
+    m_counts->setRule(identifier, [this, identifier] { return predicate(identifier); });
 }
 
 void KXLivePresetCounts::remove(const KXFilterSetPreset &preset)
@@ -135,10 +144,7 @@ void KXLivePresetCounts::addParts(const KXFilterSetPreset &folder, QList<KXPredi
             addParts(*child, parts, seen);
             continue;
         }
-        const auto found = m_entries.find(identifierOf(*child));
-        if (found == m_entries.end())
-            continue;
-        const KXPredicate part = predicate(*found);
+        const KXPredicate part = predicate(identifierOf(*child));
         parts.append(part ? part : KXPredicate::truePredicate());
     }
 }

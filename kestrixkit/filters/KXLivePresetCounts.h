@@ -59,8 +59,9 @@ private:
 
     void add(const KXRef<KXFilterSetPreset> &preset);
     void remove(const KXFilterSetPreset &preset);
-    [[nodiscard]] KXPredicate predicate(Entry &entry) const;
-    void map(Entry &entry) const;
+    [[nodiscard]] KXPredicate predicate(const QString &identifier);
+    [[nodiscard]] static KXPredicate predicateOf(const KXRef<KXFilterSet> &mapped);
+    [[nodiscard]] KXRef<KXFilterSet> map(const KXRef<KXFilterSetPreset> &preset) const;
     void addFolder(const KXRef<KXFilterSetPreset> &folder);
     void addParts(const KXFilterSetPreset &folder, QList<KXPredicate> &parts, QSet<qint64> &seen);
     void foldersDidChange();

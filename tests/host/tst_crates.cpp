@@ -63,13 +63,13 @@ protected:
         CrateEditor &editor = pane().editor();
         const auto folder = editor.make(Crate::Kind::Folder, {}, u"Night"_s);
         const auto keys = [&](const QString &titles) {
-            std::vector<qint64> keys;
+            std::vector<qint64> found;
             for (const QChar title : titles)
-                keys.push_back(Track::findFirstUsingPredicate(
+                found.push_back(Track::findFirstUsingPredicate(
                     KXPredicate::predicateWithFormat("title == %@", QString(title)), *window->context())
-                                   ->objectID()
-                                   .key());
-            return keys;
+                                    ->objectID()
+                                    .key());
+            return found;
         };
         editor.make(Crate::Kind::Plain, folder, u"One"_s, keys(u"cab"_s));
         editor.make(Crate::Kind::Plain, folder, u"Two"_s, keys(u"b"_s));
