@@ -13,6 +13,12 @@
 
 using namespace Qt::StringLiterals;
 
+namespace {
+
+constexpr double liveListCompletesAfter = 0.05; // seconds: views have painted by then
+
+}
+
 /// The fetch of all rows on another thread.
 struct KXLiveList::Aside
 {
@@ -51,7 +57,7 @@ bool KXLiveList::openWithFirstRows()
     m_complete = false;
     m_openedSize = number;
     m_later = std::make_unique<KXDelayedCall>();
-    m_later->start(0, [this] { completeAside(); });
+    m_later->start(liveListCompletesAfter, [this] { completeAside(); });
     return true;
 }
 

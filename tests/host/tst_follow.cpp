@@ -393,7 +393,8 @@ TEST_F(FollowTest, listsThatOpenWithTheirFirstRows)
             else if (kind == 3)
                 (void)list.at(random.below(int(fresh.size())));
             else if (kind == 4)
-                QTest::qWait(random.below(3)); // by then the others are on their way, or there
+                QTest::qWait(
+                    random.chance(0.2) ? random.between(48, 54) : 0); // the others are to come, under way, or there
             else
                 list.setRequest(tracksWhere("", random.oneOf(orders)));
         }
