@@ -312,6 +312,7 @@ void KXLiveList::place(const Touched &touched)
     }
     keys.insert(keys.end(), rest.begin() + ptrdiff_t(from), rest.end());
     std::vector<size_t> goneIndexes;
+    goneIndexes.reserve(gone.size());
     for (const qint64 key : gone)
         goneIndexes.push_back(oldOf(key)->index);
     if (liveListRanges(std::move(goneIndexes)) + ranges + moved.size() <= liveListStepsAtMost)
