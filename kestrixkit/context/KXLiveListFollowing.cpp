@@ -130,7 +130,7 @@ void KXLiveList::placeArrivals()
     if (!context || !alive || m_arrivals.empty())
         return;
     Touched touched;
-    takeArrivals(size_t(m_arrivalsPerTurn), touched);
+    takeArrivals(m_arrivalsPerTurn > 0 ? size_t(m_arrivalsPerTurn) : m_arrivals.size(), touched);
     place(touched);
     settle();
 }

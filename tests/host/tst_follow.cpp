@@ -325,8 +325,19 @@ TEST_F(FollowTest, manyRowsOfAMergeComeAPartATurn)
     EXPECT_EQ(mirror.list.size(), 529);
     expectFresh(mirror.list);
 
+    for (const qsizetype perTurn : { 0, 20 }) { // none is left behind by who wants them all after all
+        for (int i = 0; i < 100; ++i)
+            add(u"C"_s);
+        save();
+        mergeAll();
+        ASSERT_TRUE(mirror.list.isSettling());
+        mirror.list.setArrivalsPerTurn(perTurn);
+        EXPECT_TRUE(QTest::qWaitFor([&] { return !mirror.list.isSettling(); }));
+        expectFresh(mirror.list);
+        mirror.list.setArrivalsPerTurn(20);
+    }
     for (int i = 0; i < 100; ++i)
-        add(u"C"_s);
+        add(u"D"_s);
     save();
     mergeAll();
     ASSERT_TRUE(mirror.list.isSettling());
