@@ -211,14 +211,31 @@ KXError KXSQLiteConnection::goneError()
         u"The store's file was removed, replaced or moved while it was open"_s);
 }
 
-qint64 KXSQLiteConnection::pagesInFile() const
+qint64 KXSQLiteConnection::fileSize() const
 {
     sqlite3_file *file = nullptr;
     sqlite3_int64 size = 0;
     sqlite3_file_control(m_database, "main", SQLITE_FCNTL_FILE_POINTER, &file);
     if (file && file->pMethods)
         file->pMethods->xFileSize(file, &size);
-    return size / 4096;
+    return size;
+}
+
+KXError KXSQLiteConnection::map()
+{
+    m_mapped = fileSize();
+    return execute("PRAGMA mmap_size=2147418112"); // the most that SQLite is built for; what lies behind is read
+}
+
+void KXSQLiteConnection::lookAtMapping()
+{
+    if (m_mapped == 0)
+        return;
+    const qint64 size = fileSize();
+    if (size < m_mapped && !execute("PRAGMA mmap_size=0"))
+        m_mapped = 0;
+    else
+        m_mapped = size;
 }
 
 KXStatement KXSQLiteConnection::prepare(const QByteArray &sql)

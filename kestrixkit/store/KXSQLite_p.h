@@ -119,8 +119,15 @@ public:
 
     [[nodiscard]] static KXError goneError();
 
-    /// Size of the file without its log, in pages of 4 KiB.
-    [[nodiscard]] qint64 pagesInFile() const;
+    /// Size of the file without its log, in bytes.
+    [[nodiscard]] qint64 fileSize() const;
+
+    /// Reads the file through a mapping, which spares a system call and a copy for each page. Touching what is mapped
+    /// and not there any more ends the process: only for files that nothing takes away, and with a look before use.
+    [[nodiscard]] KXError map();
+    /// Reads as before map() where somebody has cut the file off since the last look, so that there is an error to
+    /// tell.
+    void lookAtMapping();
 
     /// What went wrong in the last call that failed, as an error of ours.
     [[nodiscard]] KXError lastError() const;
@@ -149,6 +156,7 @@ private:
     std::unordered_multimap<std::string_view, Cached> m_statements; // keys point into the statements' own texts
     quint64 m_uses = 0;
     int m_logPages = 0;
+    qint64 m_mapped = 0; // bytes that the file had at the last look; 0: it is not mapped
     std::atomic<bool> m_interrupted { false };
 };
 

@@ -2,6 +2,7 @@
 
 #include <kestrixkit/foundation/KXAbstractOperation.h>
 #include <kestrixkit/foundation/KXMainQueue.h>
+#include <kestrixkit/store/KXStoreDisk_p.h>
 
 namespace {
 /// Background readers beyond this wait for one another: more would only fight for two or four cores.
@@ -34,6 +35,7 @@ void KXStoreConnections::setWriter(std::unique_ptr<KXSQLiteConnection> writer)
 {
     m_writer = std::move(writer);
     m_file = KXFileIdentity::ofPath(m_path);
+    m_isMapped = m_vfs.isEmpty() && KXStoreDisk::isFixed(m_path);
 }
 
 KXStoreConnections::Reader KXStoreConnections::reader(KXError *error)
@@ -63,6 +65,8 @@ KXStoreConnections::Reader KXStoreConnections::reader(KXError *error)
         KXError problem = connection->open(m_path, { .vfs = m_vfs });
         if (!problem)
             problem = connection->execute("PRAGMA query_only=1");
+        if (!problem && m_isMapped)
+            problem = connection->map();
         if (!problem && KXFileIdentity::ofPath(m_path) != m_file)
             problem = KXSQLiteConnection::goneError();
         if (problem) {
@@ -75,6 +79,7 @@ KXStoreConnections::Reader KXStoreConnections::reader(KXError *error)
             return {};
         }
     }
+    connection->lookAtMapping();
     ++connectionsReadersOfThread;
     KXSQLiteConnection *const given = connection.get();
     return Reader(this, std::move(connection), main, connectionsInterruption(operation, given));
@@ -122,7 +127,7 @@ void KXStoreConnections::releaseWriter()
 {
     // Readers keep what they see; what the log holds beyond them is folded in the next time.
     const int logged = m_writer->logPages();
-    if (logged > fewestPagesFolded && (logged > mostPagesLogged || logged > 4 * m_writer->pagesInFile()))
+    if (logged > fewestPagesFolded && (logged > mostPagesLogged || logged > 4 * (m_writer->fileSize() / 4096)))
         sqlite3_wal_checkpoint_v2(m_writer->handle(), nullptr, SQLITE_CHECKPOINT_PASSIVE, nullptr, nullptr);
     const KXMutexLocker lock(m_mutex);
     m_writing = false;

@@ -51,6 +51,7 @@ private:
     const QString m_path;
     const QByteArray m_vfs;
     KXFileIdentity m_file; // that the writer has open
+    bool m_isMapped = false; // whether readers read it through a mapping
     mutable KXMutex m_mutex;
     std::condition_variable m_changed;
     std::unique_ptr<KXSQLiteConnection> m_writer;

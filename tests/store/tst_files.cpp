@@ -20,6 +20,7 @@
 #include <kestrixkit/migration/KXStoreArchiver.h>
 #include <kestrixkit/store/KXPersistentStore.h>
 #include <kestrixkit/store/KXSQLite_p.h>
+#include <kestrixkit/store/KXStoreDisk_p.h>
 #include <kestrixkit/store/KXStoreSchema_p.h>
 
 #include "store/Library.h"
@@ -267,6 +268,62 @@ TEST(OpenStore, thatIsGoneFromItsPlaceSavesNothing)
             EXPECT_EQ(titlesIn(path), QStringList { u"pending"_s });
         }
     }
+}
+
+TEST(OpenStore, thatSomebodyCutsOffIsReadWithAnErrorAndEndsNobody)
+{
+    LibraryTest library;
+    for (int i = 0; i < 8000; ++i)
+        library.track(QString(1000, u'x') + QString::number(i));
+    ASSERT_TRUE(library.context->save()); // so much is folded into the file
+    KXFetchRequest request(u"Track"_s);
+    request.setPredicate(KXPredicate::predicateWithFormat("title ENDSWITH %@", u"x7"_s));
+    const auto context = library.otherContext();
+    EXPECT_EQ(context->count(request), 1);
+    const qint64 size = QFileInfo(library.path()).size();
+    ASSERT_GT(size, 4'000'000);
+    for (const qint64 left : { size / 2 / 4096 * 4096, qint64(5000), qint64(0) }) {
+        SCOPED_TRACE(left);
+        ASSERT_TRUE(QFile::resize(library.path(), left));
+        KXError error;
+        EXPECT_EQ(context->count(request, &error), -1);
+        EXPECT_EQ(error.code(), KXStoreErrorCode::Damaged) << error.localizedDescription().toStdString();
+        EXPECT_EQ(context->fetch(KXFetchRequest(u"Track"_s), &error).size(), 0);
+    }
+}
+
+TEST(StoreDisk, isFixedWhereNothingOfItCanBeTakenAway)
+{
+    const QTemporaryDir system;
+    const auto make = [&](const QString &name, const QString &place, const QStringList &slaves = {}) {
+        const QString folder = system.filePath(u"devices/"_s + place);
+        QDir().mkpath(folder + "/slaves"_L1);
+        QDir().mkpath(system.filePath(u"class/block"_s));
+        QFile::link(folder, system.filePath(u"class/block/"_s + name));
+        for (const QString &slave : slaves)
+            QDir().mkpath(folder + "/slaves/"_L1 + slave);
+    };
+    const auto mark = [&](const QString &place, const QByteArray &text) {
+        Library::write(system.filePath(u"devices/"_s + place + "/removable"_L1), text);
+    };
+    make(u"nvme0n1p2"_s, u"pci0/nvme/nvme0/nvme0n1/nvme0n1p2"_s);
+    mark(u"pci0/nvme/nvme0/nvme0n1"_s, "0\n");
+    make(u"nvme1n1"_s, u"pci1/nvme/nvme1/nvme1n1"_s); // on a port outside
+    mark(u"pci1/nvme/nvme1/nvme1n1"_s, "0\n");
+    mark(u"pci1"_s, "removable\n");
+    make(u"sda1"_s, u"pci0/usb2/2-1/host4/sda/sda1"_s); // a stick that takes itself for a disk
+    mark(u"pci0/usb2/2-1/host4/sda"_s, "0\n");
+    make(u"sdb1"_s, u"pci0/ata2/sdb/sdb1"_s);
+    mark(u"pci0/ata2/sdb"_s, "1\n");
+    make(u"mmcblk0p1"_s, u"pci0/mmc_host/mmc0/mmcblk0/mmcblk0p1"_s);
+    make(u"dm-0"_s, u"virtual/block/dm-0"_s, { u"nvme0n1p2"_s });
+    make(u"dm-1"_s, u"virtual/block/dm-1"_s, { u"nvme0n1p2"_s, u"sda1"_s });
+    for (const auto &[name, fixed] :
+        { std::pair("nvme0n1p2", true), { "nvme1n1", false }, { "sda1", false }, { "sdb1", false },
+            { "mmcblk0p1", false }, { "dm-0", true }, { "dm-1", false }, { "sdz", false }, { "", false } })
+        EXPECT_EQ(KXStoreDisk::isFixedDevice(QString::fromLatin1(name), system.path()), fixed) << name;
+    EXPECT_FALSE(KXStoreDisk::isFixed(u"/proc/self/maps"_s));
+    EXPECT_FALSE(KXStoreDisk::isFixed(u"/no/such/place"_s)) << "and no more is known of what is not there";
 }
 
 TEST(OpenStore, thatIsYoungHoldsSchemaAndFirstImportInItsFile)
