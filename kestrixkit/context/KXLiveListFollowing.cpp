@@ -181,6 +181,13 @@ void KXLiveList::touchByStore(const KXStoreChange &change, Touched &touched)
         }
         return false;
     };
+    // Mostly the same of all rows.
+    auto isDirect = [this, last = (const KXPropertyDescription *)nullptr, direct = false](
+                        const KXPropertyDescription *property) mutable {
+        if (std::exchange(last, property) != property)
+            direct = m_directKeys.contains(property->name());
+        return direct;
+    };
     for (const KXEntityChange &entity : change.entities()) {
         const bool isOurs = entity.entity->isKindOf(m_entity);
         for (const Remote &remote : m_remoteKeys) {
@@ -197,7 +204,7 @@ void KXLiveList::touchByStore(const KXStoreChange &change, Touched &touched)
         touched.keys.insert(touched.keys.end(), entity.deleted.begin(), entity.deleted.end());
         for (const KXRowChange &row : entity.updated) {
             const bool matters = std::any_of(row.properties.begin(), row.properties.end(),
-                [this](const KXPropertyChange &news) { return m_directKeys.contains(news.property->name()); });
+                [&isDirect](const KXPropertyChange &news) { return isDirect(news.property); });
             (matters ? touched.keys : touched.updated).push_back(row.key);
             m_doubtful |= matters && (wasSeen(row.key, row.version) || (fetchMayHaveSeen && m_fetchedOverChanges));
         }

@@ -66,14 +66,12 @@ quint32 KXCountValues::numberOf(const QVariant &variant)
         name = QChar(countKindMark)
             + u"o%1 %2 %3"_s.arg(value.objectKey().store).arg(value.objectKey().layout).arg(value.objectKey().key);
     }
-    const auto found = m_numbers.constFind(name);
-    if (found != m_numbers.constEnd())
-        return *found;
-    const auto number = quint32(m_values.size());
+    const auto [found, isNew] = m_numbers.try_emplace(name, quint32(m_values.size()));
+    if (!isNew)
+        return found->second;
     // An object is kept as its identifier: it must not stay in memory for being counted.
     m_values.push_back(value.kind() == KXPredicateValue::Object ? KXConstantFromObject(variant) : variant);
-    m_numbers.insert(name, number);
-    return number;
+    return found->second;
 }
 
 // Rows

@@ -12,6 +12,7 @@
 #include <QVariant>
 
 #include <kestrixkit/entity/KXEntityDescription.h>
+#include <kestrixkit/foundation/KXTextMap.h>
 #include <kestrixkit/predicate/KXPredicate.h>
 #include <kestrixkit/predicate/KXPredicateValue_p.h>
 
@@ -38,7 +39,7 @@ public:
 
 private:
     std::vector<QVariant> m_values { QVariant() };
-    QHash<QString, quint32> m_numbers;
+    KXTextMap<quint32> m_numbers;
 };
 
 /// What one column must hold for a row to fit: comparisons of the column, joined by AND, OR and NOT.

@@ -56,8 +56,8 @@ void KXCountTable::followObjects(const KXObjectsDidChange &did)
             if (keys == did.changedKeys.constEnd())
                 continue;
             for (const QString &key : *keys) {
-                if (const auto column = m_columnsByName.constFind(key); column != m_columnsByName.constEnd())
-                    columns.push_back(*column);
+                if (const auto column = m_columnsByName.find(key); column != m_columnsByName.end())
+                    columns.push_back(column->second);
             }
             if (columns.empty())
                 continue;

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <numeric>
+#include <string_view>
+#include <unordered_map>
 
 #include <kestrixkit/context/KXContextRows_p.h>
 #include <kestrixkit/foundation/KXDecimal.h>
@@ -21,23 +23,31 @@ struct CountMembers
     qint64 member;
 };
 
+struct CountBytesHash
+{
+    using is_transparent = void;
+    size_t operator()(std::string_view bytes) const noexcept { return std::hash<std::string_view>()(bytes); }
+};
+/// Codes of a column's values by what the store has.
+using CountKnown = std::unordered_map<std::string, quint32, CountBytesHash, std::equal_to<>>;
+
 }
 
 /// A text or a decimal number; each is looked at as a value once.
-static quint32 countCodeOf(KXCountColumn &column, QByteArrayView utf8, QHash<QByteArray, quint32> &known)
+static quint32 countCodeOf(KXCountColumn &column, QByteArrayView utf8, CountKnown &known)
 {
-    const auto found = known.constFind(QByteArray::fromRawData(utf8.data(), utf8.size()));
-    if (found != known.constEnd())
-        return *found;
+    const std::string_view bytes(utf8.data(), size_t(utf8.size()));
+    if (const auto found = known.find(bytes); found != known.end())
+        return found->second;
     const QString text = QString::fromUtf8(utf8);
     const bool isDecimal = column.property().type() == KXAttributeType::Decimal;
     const quint32 code = column.codeOfValue(
         isDecimal ? QVariant::fromValue(KXDecimal::fromString(text).value_or(KXDecimal())) : QVariant(text));
-    known.insert(utf8.toByteArray(), code);
+    known.emplace(bytes, code);
     return code;
 }
 
-static void countSet(KXCountColumn &column, size_t row, KXColumnValue value, QHash<QByteArray, quint32> &known)
+static void countSet(KXCountColumn &column, size_t row, KXColumnValue value, CountKnown &known)
 {
     if (column.kind() == KXCountColumn::Kind::Relation)
         column.setKeys(row, value.isNull() ? std::vector<qint64>() : std::vector<qint64> { value.integer() });
@@ -67,7 +77,7 @@ bool KXCountTable::read(const std::vector<size_t> &columns, const std::vector<qi
             properties.push_back(&m_columns[column]->property());
         }
     }
-    std::vector<QHash<QByteArray, quint32>> known(wanted.size());
+    std::vector<CountKnown> known(wanted.size());
     const auto take = [&](qint64 key, const auto &values) {
         qint64 row = m_hasRows ? rowOf(key) : -1;
         if (row < 0 && !addsRows)

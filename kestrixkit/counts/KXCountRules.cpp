@@ -235,12 +235,12 @@ std::optional<KXCountTable::Place> KXCountTable::place(const QString &keyPath, Q
 
 int KXCountTable::columnFor(const KXPropertyDescription &property)
 {
-    if (const auto known = m_columnsByName.constFind(property.name()); known != m_columnsByName.constEnd())
-        return int(*known);
+    if (const auto known = m_columnsByName.find(property.name()); known != m_columnsByName.end())
+        return int(known->second);
     auto column = std::make_unique<KXCountColumn>(property);
     column->resize(m_room);
     column->setResolver([this, &property](const std::vector<qint64> &keys) { return objects(property, keys); });
-    m_columnsByName.insert(property.name(), m_columns.size());
+    m_columnsByName.emplace(property.name(), m_columns.size());
     m_columns.push_back(std::move(column));
     m_isRead.push_back(false);
     m_isSettled = false;

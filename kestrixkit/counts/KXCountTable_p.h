@@ -12,6 +12,7 @@
 
 #include <kestrixkit/context/KXManagedObjectContext.h>
 #include <kestrixkit/counts/KXCountColumn_p.h>
+#include <kestrixkit/foundation/KXTextMap.h>
 
 class KXRowReader;
 
@@ -225,7 +226,7 @@ private:
     KXManagedObjectContext &m_context;
     const KXEntityDescription &m_entity;
     std::vector<std::unique_ptr<KXCountColumn>> m_columns;
-    QHash<QString, size_t> m_columnsByName;
+    KXTextMap<size_t> m_columnsByName;
     std::vector<bool> m_isRead; // by column
     std::vector<size_t> m_reading; // columns that joinContext() is to complete
     bool m_isReadingRows = false;

@@ -10,6 +10,7 @@
 #include <kestrixkit/foundation/KXClock.h>
 #include <kestrixkit/foundation/KXDelayedCall.h>
 #include <kestrixkit/foundation/KXNotificationCenter.h>
+#include <kestrixkit/foundation/KXTextMap.h>
 
 /// The rules of live counts, what of them depends on the time, and the table that counts them, here or away.
 class KXLiveCountsPrivate
@@ -89,7 +90,7 @@ public:
     const QString entityName;
     const QList<KXPredicate> base;
     KXCountTable table;
-    std::unordered_map<QString, Entry> entries; // each stays where it is
+    KXTextMap<Entry> entries; // each stays where it is
     std::deque<QString> due; // entries, some of which may be gone or told
     bool areManyDue = false; // or were when the telling began
     QHash<int, QString> identifiers; // by number in the table

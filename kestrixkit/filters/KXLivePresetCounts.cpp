@@ -54,13 +54,14 @@ QString KXLivePresetCounts::identifierOf(const KXFilterSetPreset &preset)
 
 KXPredicate KXLivePresetCounts::predicate(const QString &identifier)
 {
-    const Entry entry = m_entries.value(identifier);
+    const auto known = m_entries.find(identifier);
+    const Entry entry = known == m_entries.end() ? Entry() : known->second;
     if (entry.isMapped || !entry.preset)
         return predicateOf(entry.mapped);
     const KXRef<KXFilterSet> mapped = map(entry.preset);
     if (const auto found = m_entries.find(identifier); found != m_entries.end()) { // the mapper is the host's
-        found->mapped = mapped;
-        found->isMapped = true;
+        found->second.mapped = mapped;
+        found->second.isMapped = true;
     }
     return predicateOf(mapped);
 }
@@ -91,7 +92,7 @@ void KXLivePresetCounts::add(const KXRef<KXFilterSetPreset> &preset)
     if (!preset || preset->isFolder() || preset->isDeleted())
         return;
     const QString identifier = identifierOf(*preset);
-    m_folders.remove(identifier); // it may have been one
+    m_folders.erase(identifier); // it may have been one
     m_entries[identifier] = { preset };
     m_counts->setRule(identifier, [this, identifier] { return predicate(identifier); });
 }
@@ -100,8 +101,8 @@ void KXLivePresetCounts::remove(const KXFilterSetPreset &preset)
 {
     const QString identifier = identifierOf(preset);
     m_counts->removeRule(identifier);
-    m_entries.remove(identifier);
-    m_folders.remove(identifier);
+    m_entries.erase(identifier);
+    m_folders.erase(identifier);
 }
 
 // Folders
@@ -120,12 +121,12 @@ void KXLivePresetCounts::addFolder(const KXRef<KXFilterSetPreset> &folder)
     const QString identifier = identifierOf(*folder);
     if (m_folders.contains(identifier))
         return;
-    m_folders.insert(identifier, folder);
+    m_folders.emplace(identifier, folder);
     m_counts->setRule(identifier, [this, identifier] {
         QList<KXPredicate> parts;
         QSet<qint64> seen;
-        if (const KXRef<KXFilterSetPreset> counted = m_folders.value(identifier))
-            addParts(*counted, parts, seen);
+        if (const auto counted = m_folders.find(identifier); counted != m_folders.end())
+            addParts(*KXRef<KXFilterSetPreset>(counted->second), parts, seen);
         return parts.isEmpty()  ? KXPredicate::falsePredicate()
             : parts.size() == 1 ? parts.first()
                                 : KXPredicate::orPredicate(parts);
@@ -151,8 +152,8 @@ void KXLivePresetCounts::addParts(const KXFilterSetPreset &folder, QList<KXPredi
 
 void KXLivePresetCounts::foldersDidChange()
 {
-    for (auto folder = m_folders.cbegin(); folder != m_folders.cend(); ++folder)
-        m_counts->ruleDidChange(folder.key());
+    for (const auto &[identifier, folder] : m_folders)
+        m_counts->ruleDidChange(identifier);
 }
 
 void KXLivePresetCounts::follow(const KXObjectsDidChange &did)
@@ -198,17 +199,17 @@ void KXLivePresetCounts::follow(const KXObjectsDidChange &did)
         mayChangeFolders = true;
     }
     if (edited.isEmpty()) {
-        if (mayChangeFolders && !m_folders.isEmpty()) {
+        if (mayChangeFolders && !m_folders.empty()) {
             foldersDidChange();
             m_counts->update(); // the sum would be right at once, too
         }
         return;
     }
-    for (Entry &entry : m_entries) {
+    for (auto &[identifier, entry] : m_entries) {
         if (!edited.contains(entry.preset->filterSetURI()))
             continue;
         entry.isMapped = false;
-        m_counts->ruleDidChange(identifierOf(*entry.preset));
+        m_counts->ruleDidChange(identifier);
     }
     foldersDidChange();
 }
@@ -217,13 +218,17 @@ void KXLivePresetCounts::deliver(const QStringList &identifiers)
 {
     QSet<KXRef<KXFilterSetPreset>> around; // folders further up; a preset tells its own
     for (const QString &identifier : identifiers) {
-        const auto found = m_entries.constFind(identifier);
         const std::optional<qint64> count = m_counts->count(identifier);
-        if (const KXRef<KXFilterSetPreset> folder = count ? m_folders.value(identifier) : nullptr)
-            folder->setCount(*count, KXFolderCountIdentifier(m_place.countsContextIdentifier));
-        if (found == m_entries.constEnd() || !count)
+        if (!count)
             continue;
-        const KXRef<KXFilterSetPreset> preset = found->preset; // an observer may remove it
+        if (const auto found = m_folders.find(identifier); found != m_folders.end()) {
+            const KXRef<KXFilterSetPreset> folder = found->second; // an observer may remove it
+            folder->setCount(*count, KXFolderCountIdentifier(m_place.countsContextIdentifier));
+        }
+        const auto found = m_entries.find(identifier);
+        if (found == m_entries.end())
+            continue;
+        const KXRef<KXFilterSetPreset> preset = found->second.preset; // likewise
         preset->setCount(*count, m_place.countsContextIdentifier);
         const KXRef<KXFilterSetPreset> own = preset->parent();
         for (auto folder = own ? own->parent() : own; folder && !around.contains(folder); folder = folder->parent())

@@ -8,6 +8,7 @@
 #include <kestrixkit/filters/KXFilterSetMapper.h>
 #include <kestrixkit/filters/KXFilterSetPresetCountsProvider.h>
 #include <kestrixkit/foundation/KXNotificationCenter.h>
+#include <kestrixkit/foundation/KXTextMap.h>
 
 /// Keeps the counts of all presets of a context right for one place of the application, whatever changes: the music,
 /// the presets, their filters, the time. Sets them on the presets, so badges need to do nothing but observe "counts".
@@ -70,9 +71,9 @@ private:
 
     const KXManagedObjectContext::Ref m_presetsContext;
     const Place m_place;
-    QHash<QString, Entry> m_entries;
+    KXTextMap<Entry> m_entries;
     bool m_countsFolders = false;
-    QHash<QString, KXRef<KXFilterSetPreset>> m_folders; // that are counted
+    KXTextMap<KXRef<KXFilterSetPreset>> m_folders; // that are counted
     std::unique_ptr<KXLiveCounts> m_counts;
     KXNotificationToken m_changes;
 };

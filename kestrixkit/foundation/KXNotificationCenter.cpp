@@ -2,9 +2,8 @@
 
 #include <condition_variable>
 
-#include <QHash>
-
 #include <kestrixkit/foundation/KXRunCaught_p.h>
+#include <kestrixkit/foundation/KXTextMap.h>
 
 class KXNotificationEntry
 {
@@ -67,7 +66,8 @@ public:
     std::shared_ptr<const List> list(const QString &name)
     {
         const std::lock_guard lock(m_mutex);
-        return m_lists.value(name);
+        const auto list = m_lists.find(name);
+        return list == m_lists.end() ? nullptr : list->second;
     }
 
     void add(const std::shared_ptr<KXNotificationEntry> &entry)
@@ -86,18 +86,18 @@ public:
         const auto list = m_lists.find(entry->name());
         if (list == m_lists.end())
             return;
-        auto changed = std::make_shared<List>(**list);
+        auto changed = std::make_shared<List>(*list->second);
         std::erase(*changed, entry);
-        former = *list;
+        former = list->second;
         if (changed->empty())
             m_lists.erase(list);
         else
-            *list = std::move(changed);
+            list->second = std::move(changed);
     }
 
 private:
     std::mutex m_mutex;
-    QHash<QString, std::shared_ptr<const List>> m_lists;
+    KXTextMap<std::shared_ptr<const List>> m_lists;
 };
 
 KXNotificationToken::KXNotificationToken() noexcept = default;

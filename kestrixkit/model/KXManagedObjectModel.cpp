@@ -40,7 +40,7 @@ void KXManagedObjectModel::add(const KXEntityDescription &entity, QHash<QByteArr
             "Entities \"%@\" and \"%@\" differ by upper and lower case alone", tables[table], entity.name()));
     tables.insert(table, entity.name());
     m_entities.push_back(entity);
-    m_byName.insert(entity.name(), &m_entities.back());
+    m_byName.emplace(entity.name(), &m_entities.back());
 }
 
 KXManagedObjectModel::Ref KXManagedObjectModel::make(
@@ -121,7 +121,7 @@ QList<KXEntityDescription *> KXManagedObjectModel::orderByParents()
             if (!entity.m_parentName.isEmpty() && !m_byName.contains(entity.m_parentName))
                 invalidModel(KXStringWithFormat(
                     "Entity \"%@\" has the unknown parent \"%@\"", entity.name(), entity.m_parentName));
-            const KXEntityDescription *parent = m_byName.value(entity.m_parentName);
+            const KXEntityDescription *parent = this->entity(entity.m_parentName);
             if (placed.contains(&entity) || (parent && !placed.contains(parent)))
                 continue;
             entity.m_parent = parent;
@@ -187,7 +187,7 @@ void KXManagedObjectModel::resolveProperties(KXEntityDescription &entity, TakenN
             invalidModel(KXStringWithFormat("\"%@\" of \"%@\" cannot have an index of folded texts with the options %d",
                 property.name(), entity.name(), property.m_foldedIndex));
         if (property.isRelationship()) {
-            property.m_destination = m_byName.value(property.m_destinationName);
+            property.m_destination = this->entity(property.m_destinationName);
             if (!property.m_destination) {
                 invalidModel(KXStringWithFormat("Relationship \"%@\" of \"%@\" leads to the unknown entity \"%@\"",
                     property.name(), entity.name(), property.m_destinationName));

@@ -12,6 +12,7 @@
 #include <kestrixkit/entity/KXEntities.h>
 #include <kestrixkit/entity/KXEntityDescription.h>
 #include <kestrixkit/foundation/KXError.h>
+#include <kestrixkit/foundation/KXTextMap.h>
 #include <kestrixkit/model/KXStoreMetadata.h>
 #include <kestrixkit/predicate/KXPredicate.h>
 
@@ -80,7 +81,11 @@ public:
     static void setManagedObjectModel(const Ref &model);
 
     /// nullptr when the model has no entity of that name.
-    [[nodiscard]] const KXEntityDescription *entity(const QString &name) const override { return m_byName.value(name); }
+    [[nodiscard]] const KXEntityDescription *entity(const QString &name) const override
+    {
+        const auto found = m_byName.find(name);
+        return found == m_byName.end() ? nullptr : found->second;
+    }
     /// Sorted by name.
     [[nodiscard]] const QList<const KXEntityDescription *> &entities() const { return m_sorted; }
     /// Throws KXException when the model has no template of that name.
@@ -108,7 +113,7 @@ private:
     static void nameJoinTable(const KXEntityDescription &entity, KXPropertyDescription &property, TakenNames &taken);
 
     std::deque<KXEntityDescription> m_entities; // never moves: properties and entities point at each other
-    QHash<QString, const KXEntityDescription *> m_byName;
+    KXTextMap<const KXEntityDescription *> m_byName;
     QList<const KXEntityDescription *> m_sorted;
     QMap<QString, KXFetchTemplate> m_templates;
 };
