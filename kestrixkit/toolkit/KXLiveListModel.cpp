@@ -20,7 +20,7 @@ namespace {
 
 constexpr int liveSearchableRows = 20'000;
 constexpr int liveRowsReadAtOnce = 32; // about a screen
-constexpr int liveRowsPlacedATurn = 800; // some milliseconds
+constexpr int liveRowsPlacedATurn = 500; // some milliseconds
 
 const KXEntityDescription *liveEntity(const KXManagedObjectContext::Ref &context, const QString &name)
 {
