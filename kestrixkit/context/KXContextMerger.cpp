@@ -330,12 +330,21 @@ void KXContextMerger::takeOver(std::vector<HeldRow> rows)
 
 std::vector<KXContextMerger::HeldRow> KXContextMerger::heldRows(const std::vector<KXEntityChange> &entities) const
 {
-    std::vector<HeldRow> rows;
+    // Objects that nobody has looked at for a while are fetched into the cache together, and so are their values.
+    std::vector<std::pair<Object *, const KXRowChange *>> known;
     for (const KXEntityChange &entity : entities) {
         for (const KXRowChange &row : entity.updated) {
-            Object *object = m_context.reader.registered(row.key);
-            if (object && Access::values(object) && !object->isInserted())
-                rows.push_back({ KXRef<Object>(object), &row });
+            if (Object *object = m_context.reader.registered(row.key)) {
+                __builtin_prefetch(object, 1);
+                known.emplace_back(object, &row);
+            }
+        }
+    }
+    std::vector<HeldRow> rows;
+    for (const auto &[object, row] : known) {
+        if (const KXRowValues *values = Access::values(object); values && !object->isInserted()) {
+            __builtin_prefetch(values, 1);
+            rows.push_back({ KXRef<Object>(object), row });
         }
     }
     return rows;
@@ -345,6 +354,7 @@ void KXContextMerger::merge(const KXStoreChange &change, bool isLate)
 {
     m_did.merged = change.weak_from_this().lock();
     std::vector<HeldRow> rows = heldRows(change.entities());
+    m_did.changedKeys.reserve(qsizetype(rows.size()));
     const std::list<KXRowChange> again = rows.empty() ? std::list<KXRowChange>() : readAgain(rows, isLate);
     keepContestedLinks(rows);
     takeOverRows(rows);
