@@ -232,10 +232,10 @@ void KXSQLiteConnection::lookAtMapping()
     if (m_mapped == 0)
         return;
     const qint64 size = fileSize();
-    if (size < m_mapped && !execute("PRAGMA mmap_size=0"))
-        m_mapped = 0;
-    else
+    if (size >= m_mapped)
         m_mapped = size;
+    else if (!execute("PRAGMA mmap_size=0"))
+        m_mapped = 0;
 }
 
 KXStatement KXSQLiteConnection::prepare(const QByteArray &sql)
