@@ -248,10 +248,6 @@ KXChangeLedger::Announcement KXChangeLedger::settleAnnouncement(Object *object, 
 KXObjectsDidChange KXChangeLedger::takeAnnouncements()
 {
     KXObjectsDidChange did;
-    // Most objects of one turn change alike, and share the names of what did.
-    const KXEntityDescription *entity = nullptr;
-    KXPropertySet known;
-    QSet<QString> names;
     for (const KXContextHold &object : std::exchange(m_announcements, {})) {
         KXPropertySet keys;
         switch (settleAnnouncement(object.get(), keys)) {
@@ -264,16 +260,14 @@ KXObjectsDidChange KXChangeLedger::takeAnnouncements()
             did.inserted.append(object);
             break;
         case Announcement::Update:
-            if (object->entity() != entity || keys != known) {
-                entity = object->entity();
-                known = keys;
-                names.clear();
-                for (const KXPropertyDescription &property : entity->properties()) {
+            if (object->entity() != m_alike.entity || keys != m_alike.keys) {
+                m_alike = { object->entity(), keys, {} };
+                for (const KXPropertyDescription &property : object->entity()->properties()) {
                     if (keys.test(size_t(property.index())))
-                        names.insert(property.name());
+                        m_alike.names.insert(property.name());
                 }
             }
-            did.changedKeys.insert(object.get(), names);
+            did.changedKeys.insert(object.get(), m_alike.names);
             did.updated.append(object);
         }
     }

@@ -154,5 +154,11 @@ private:
     std::vector<KXContextHold> m_deleted;
     Changes m_changes;
     std::vector<KXContextHold> m_announcements; // whatever changed since the last objects-did-change, in order
+    struct
+    {
+        const KXEntityDescription *entity = nullptr;
+        KXPropertySet keys;
+        QSet<QString> names;
+    } m_alike; // what was told of last: most objects change alike, and share the names of what did
     std::unordered_map<qint64, qint64> m_formerVersions; // by key
 };
