@@ -354,7 +354,8 @@ void KXContextMerger::merge(const KXStoreChange &change, bool isLate)
 {
     m_did.merged = change.weak_from_this().lock();
     std::vector<HeldRow> rows = heldRows(change.entities());
-    m_did.changedKeys.reserve(qsizetype(rows.size()));
+    if (!rows.empty())
+        m_did.changedKeys.reserve(qsizetype(rows.size()));
     const std::list<KXRowChange> again = rows.empty() ? std::list<KXRowChange>() : readAgain(rows, isLate);
     keepContestedLinks(rows);
     takeOverRows(rows);
