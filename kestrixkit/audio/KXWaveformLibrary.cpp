@@ -177,13 +177,17 @@ void KXWaveformLibrary::run(const QString &path)
 
 void KXWaveformLibrary::take(const QUrl &file, const Kept &kept, bool wasAsked)
 {
-    m_awaited.remove(file);
+    const bool isWanted = m_awaited.remove(file) || wasAsked;
+    if (isWanted && !wasAsked) { // somebody has asked for it while it was prepared
+        const std::lock_guard lock(m_mutex);
+        std::erase(m_asked, file);
+    }
     if (kept.pyramid && m_measuresLoudness && !kept.pyramid->loudness()) // it was being made when that was switched on
-        return wasAsked ? ask(file) : prepare(file);
+        return isWanted ? ask(file) : prepare(file);
     const QPointer<KXWaveformLibrary> alive(this);
     if (!kept.pyramid) {
         m_without.insert(file);
-    } else if (wasAsked) {
+    } else if (isWanted) {
         const KXWaveformPyramid &pyramid = *kept.pyramid;
         m_overviews.insert(
             file, new KXWaveformColumns(pyramid.columnsOfStems({}, 0, pyramid.frames(), OverviewColumns)));
