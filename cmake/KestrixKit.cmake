@@ -63,6 +63,26 @@ function(kx_library name)
     set_property(GLOBAL APPEND PROPERTY KX_LIBRARIES ${name})
 endfunction()
 
+# kx_module(FFmpeg FOLDERS audio/ffmpeg LINKS …): what libraries load when they first need it (KXModule_p.h), since it links
+# much. In a folder beside them that each version has for itself.
+set(KX_MODULE_FOLDER kestrixkit-${PROJECT_VERSION})
+add_custom_target(kx_modules)
+function(kx_module name)
+    cmake_parse_arguments(ARG "" "" "FOLDERS;LINKS" ${ARGN})
+    set(KX_TARGET KestrixKit${name})
+    string(TOLOWER ${name} lower)
+    add_library(${KX_TARGET} MODULE)
+    set_target_properties(${KX_TARGET} PROPERTIES PREFIX "" OUTPUT_NAME kestrixkit-${lower} UNITY_BUILD_UNIQUE_ID KX_UNITY_ID
+        LIBRARY_OUTPUT_DIRECTORY ${CMAKE_LIBRARY_OUTPUT_DIRECTORY}/${KX_MODULE_FOLDER} INSTALL_RPATH "$ORIGIN/..")
+    target_link_libraries(${KX_TARGET} PRIVATE ${ARG_LINKS} kx_build)
+    kx_pch(${KX_TARGET})
+    foreach(folder IN LISTS ARG_FOLDERS)
+        add_subdirectory(${folder})
+    endforeach()
+    install(TARGETS ${KX_TARGET} LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/${KX_MODULE_FOLDER})
+    add_dependencies(kx_modules ${KX_TARGET})
+endfunction()
+
 # The public headers of a library, and <KestrixKit/UI>: all of them and those that it builds on, for hosts that do not count
 # compile time.
 function(kx_headers name links)
@@ -126,11 +146,12 @@ function(kx_translations target name prefix)
     target_sources(${target} PRIVATE ${folder}/${name}.cpp)
 endfunction()
 
-# kx_program(name SOURCES … LINKS …): an executable of the project (host, tool, bench).
+# kx_program(name SOURCES … LINKS …): an executable of the project (host, tool, bench), with the modules that it may load.
 function(kx_program name)
     cmake_parse_arguments(ARG "" "" "SOURCES;LINKS" ${ARGN})
     add_executable(${name} ${ARG_SOURCES})
     target_link_libraries(${name} PRIVATE kx_build ${ARG_LINKS})
+    add_dependencies(${name} kx_modules)
     set_target_properties(${name} PROPERTIES UNITY_BUILD_UNIQUE_ID KX_UNITY_ID)
     kx_pch(${name})
 endfunction()

@@ -1,6 +1,7 @@
 // The example host: brings a folder of music into a library and shows it, or answers questions about it as JSON.
 
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <optional>
@@ -13,7 +14,9 @@
 #include <QJsonDocument>
 #include <QSocketNotifier>
 #include <QStatusBar>
+#include <QTimer>
 
+#include <kestrixkit/audio/KXAudioFile.h>
 #include <kestrixkit/foundation/KXBundle.h>
 #include <kestrixkit/foundation/KXFileManager.h>
 #include <kestrixkit/foundation/KXLog.h>
@@ -41,6 +44,7 @@
 #include "window/StartReport.h"
 
 using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -236,6 +240,7 @@ void runWindow(QApplication &application, CommandLine arguments, const KXPersist
         window.importMusic(
             [arguments, coordinator](QString *error) { return musicFolder(arguments, coordinator, error); });
         window.files()->import(more);
+        QTimer::singleShot(2s, &window, &KXAudioFile::prepare); // before somebody plays something
     });
     if (QApplication::exec() != Done)
         throw Ending { Failed, interrupted ? u"interrupted"_s : problem };

@@ -1,16 +1,12 @@
 #include <kestrixkit/audio/KXAudioCover.h>
 
-#include <memory>
-
 #include <QBuffer>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QImageReader>
 
-extern "C" {
-#include <libavformat/avformat.h>
-}
+#include <kestrixkit/audio/KXFFmpeg_p.h>
 
 using namespace Qt::StringLiterals;
 
@@ -19,36 +15,10 @@ namespace {
 constexpr qint64 coverMostBytes = 32 << 20; // of the picture as it is stored
 constexpr qint64 coverMostPixels = 16 << 20; // which take four bytes each
 
-struct CoverCloser
-{
-    void operator()(AVFormatContext *context) const { avformat_close_input(&context); }
-};
-
-/// The picture as it is stored in the tags; empty where there is none.
 QByteArray coverInTags(const QString &path)
 {
-    AVDictionary *options = nullptr;
-    av_dict_set(&options, "protocol_whitelist", "file", 0);
-    AVFormatContext *opened = nullptr;
-    const QByteArray address = "file:" + QFile::encodeName(path);
-    const int status = avformat_open_input(&opened, address.constData(), nullptr, &options);
-    av_dict_free(&options);
-    const std::unique_ptr<AVFormatContext, CoverCloser> context(status == 0 ? opened : nullptr);
-    const AVPacket *picture = nullptr;
-    for (unsigned i = 0; context && i < context->nb_streams; ++i) {
-        const AVStream &stream = *context->streams[i];
-        if (!(stream.disposition & AV_DISPOSITION_ATTACHED_PIC) || stream.attached_pic.size <= 0)
-            continue;
-        const AVDictionaryEntry *kind = av_dict_get(stream.metadata, "comment", nullptr, 0);
-        const bool isFront = kind && qstrcmp(kind->value, "Cover (front)") == 0; // as the demuxers name it
-        if (!picture || isFront)
-            picture = &stream.attached_pic;
-        if (isFront)
-            break;
-    }
-    if (!picture || picture->size > coverMostBytes)
-        return {};
-    return QByteArray(reinterpret_cast<const char *>(picture->data), picture->size);
+    const KXFFmpeg *const libraries = KXFFmpeg::shared();
+    return libraries ? libraries->cover(path, coverMostBytes) : QByteArray();
 }
 
 QImage coverRead(QIODevice *device, QSize most)

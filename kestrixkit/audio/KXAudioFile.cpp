@@ -1,6 +1,8 @@
 #include <kestrixkit/audio/KXAudioFile.h>
 
-#include <kestrixkit/audio/KXFFmpegAudioFile_p.h>
+#include <QThreadPool>
+
+#include <kestrixkit/audio/KXFFmpeg_p.h>
 #include <kestrixkit/audio/KXPCMAudioFile_p.h>
 #include <kestrixkit/foundation/KXLog.h>
 
@@ -27,6 +29,11 @@ void KXAudioFile::setBackendFactory(BackendFactory factory)
     audioFileFactory() = std::move(factory);
 }
 
+void KXAudioFile::prepare()
+{
+    QThreadPool::globalInstance()->start([] { Q_UNUSED(KXFFmpeg::shared()) }); // whose end the application waits for
+}
+
 void KXAudioFile::setFollowsPrivateRedirects(bool follows) { audioFileFollowsPrivateRedirects = follows; }
 
 bool KXAudioFile::followsPrivateRedirects() { return audioFileFollowsPrivateRedirects; }
@@ -48,8 +55,9 @@ KXAudioFileStatus KXAudioFile::open(const QUrl &url, const KXAudioFileOptions &o
         // Whatever is not the plainest PCM is left to the libraries, damaged headers included.
         backend = std::make_unique<KXPCMAudioFile>();
         if (backend->open(url, options) != KXAudioFileNoError) {
-            backend = std::make_unique<KXFFmpegAudioFile>();
-            status = backend->open(url, options);
+            const KXFFmpeg *const libraries = KXFFmpeg::shared();
+            backend = libraries ? libraries->file() : nullptr;
+            status = backend ? backend->open(url, options) : KXAudioFileMissingDecoderError;
         }
     }
     if (status == KXAudioFileNoError)

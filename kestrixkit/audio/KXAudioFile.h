@@ -75,6 +75,10 @@ public:
     static void setFollowsPrivateRedirects(bool follows);
     [[nodiscard]] static bool followsPrivateRedirects();
 
+    /// Loads the libraries that decode, in the background: a tenth of a second and more where the machine has just been
+    /// started. Else the first file that needs them waits for it. For hosts whose window is shown. Any thread.
+    static void prepare();
+
     /// Makes every file opened from now on stand on the factory's back end; for tests. Null: the framework's own
     /// again. Any thread.
     static void setBackendFactory(BackendFactory factory);

@@ -25,6 +25,9 @@ inline constexpr KXAudioFileStatus KXAudioFileConnectionError = -5;
 /// refuse (EACCES).
 inline constexpr KXAudioFileStatus KXAudioFileForbiddenError = -13;
 
+/// The part of the installation that decodes files is not there, or does not fit (ENOSYS); the log says more.
+inline constexpr KXAudioFileStatus KXAudioFileMissingDecoderError = -38;
+
 /// How a file is opened.
 struct KXAudioFileOptions
 {

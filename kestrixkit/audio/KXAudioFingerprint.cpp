@@ -2,16 +2,9 @@
 
 #include <limits>
 
-#include <QtEndian>
-
 #include <kestrixkit/audio/KXAudioFile.h>
-#include <kestrixkit/audio/KXFFmpegAudioFile_p.h>
+#include <kestrixkit/audio/KXFFmpeg_p.h>
 #include <kestrixkit/foundation/KXLog.h>
-
-extern "C" {
-#include <libavutil/mem.h>
-#include <libavutil/murmur3.h>
-}
 
 namespace {
 
@@ -39,34 +32,16 @@ KXAudioFingerprint KXAudioFingerprint::ofBeginning(
     return ofPackets(url, fingerprintBeginning, cancelled, error);
 }
 
-/// Whole packets, until there are so many bytes or no more.
 KXAudioFingerprint KXAudioFingerprint::ofPackets(
     const QUrl &url, qint64 bytes, const std::shared_ptr<std::atomic<bool>> &cancelled, KXError *error)
 {
     KXAudioFileOptions options;
     options.cancelled = cancelled;
-    KXFFmpegAudioFile file;
-    KXAudioFileStatus status = url.isLocalFile() ? file.open(url, options) : KXAudioFileParameterError;
-    KXStreamFormat format;
-    if (status == KXAudioFileNoError)
-        status = file.dataFormat(&format);
-    const std::unique_ptr<AVMurMur3, decltype(&av_free)> hash(av_murmur3_alloc(), &av_free);
-    if (!hash)
-        status = AVERROR(ENOMEM);
-    if (status == KXAudioFileNoError) {
-        av_murmur3_init(hash.get());
-        // The same bytes can be different sounds in another format.
-        const quint64 facts[] = { qToLittleEndian<quint64>(quint64(format.mSampleRate)),
-            qToLittleEndian<quint64>(quint64(format.mChannelsPerFrame) << 32 | format.mFormatID),
-            qToLittleEndian<quint64>(quint64(format.mBitsPerChannel)) };
-        av_murmur3_update(hash.get(), reinterpret_cast<const uint8_t *>(facts), sizeof facts);
-    }
-    for (QByteArrayView packet; status == KXAudioFileNoError && bytes > 0; bytes -= packet.size()) {
-        status = file.readEncoded(&packet);
-        if (status != KXAudioFileNoError || packet.isEmpty())
-            break;
-        av_murmur3_update(hash.get(), reinterpret_cast<const uint8_t *>(packet.data()), size_t(packet.size()));
-    }
+    KXAudioFileStatus status = KXAudioFileParameterError;
+    QByteArray hash;
+    if (url.isLocalFile())
+        status
+            = KXFFmpeg::shared() ? KXFFmpeg::shared()->hash(url, options, bytes, hash) : KXAudioFileMissingDecoderError;
     if (cancelled && *cancelled)
         return {};
     if (status != KXAudioFileNoError) {
@@ -76,7 +51,5 @@ KXAudioFingerprint KXAudioFingerprint::ofPackets(
                 KXStringWithFormat(KXLocalizedString("Failed to read file (%i)"), status)));
         return {};
     }
-    uint8_t sum[Bytes];
-    av_murmur3_final(hash.get(), sum);
-    return fromBytes({ reinterpret_cast<const char *>(sum), Bytes });
+    return fromBytes(hash);
 }

@@ -2,11 +2,6 @@
 
 #include <cmath>
 
-extern "C" {
-#include <libavutil/channel_layout.h>
-#include <libswresample/swresample.h>
-}
-
 namespace {
 
 constexpr int resamplerPiece = 1024; // frames given out at a time
@@ -14,18 +9,12 @@ constexpr int resamplerSlack = 256; // what the filter may give out beyond the r
 
 }
 
-void KXAudioResampler::Deleter::operator()(SwrContext *context) const { swr_free(&context); }
-
 KXAudioResampler::KXAudioResampler(double fromRate, double toRate)
 {
-    AVChannelLayout stereo = AV_CHANNEL_LAYOUT_STEREO;
-    SwrContext *context = nullptr;
-    if (!(fromRate >= 1) || !(toRate >= 1)
-        || swr_alloc_set_opts2(&context, &stereo, AV_SAMPLE_FMT_FLTP, int(toRate), &stereo, AV_SAMPLE_FMT_FLTP,
-               int(fromRate), 0, nullptr)
-            < 0)
+    const KXFFmpeg *const libraries = fromRate >= 1 && toRate >= 1 ? KXFFmpeg::shared() : nullptr;
+    m_converter = libraries ? libraries->rateConverter(int(fromRate), int(toRate)) : nullptr;
+    if (!m_converter)
         return;
-    m_context.reset(context);
     const auto most = size_t(resamplerPiece + std::ceil(PullFrames * toRate / fromRate) + resamplerSlack);
     for (std::vector<float> &side : m_in)
         side.resize(PullFrames);
@@ -38,10 +27,10 @@ KXAudioResampler::~KXAudioResampler() = default;
 
 void KXAudioResampler::reset()
 {
-    if (!m_context)
+    if (!m_converter)
         return;
-    if (swr_init(m_context.get()) < 0) {
-        m_context.reset();
+    if (!m_converter->reset()) {
+        m_converter.reset();
         return;
     }
     for (std::vector<float> &side : m_in)
@@ -57,11 +46,9 @@ void KXAudioResampler::reset()
 void KXAudioResampler::pull(KXAudioRenderSource *source) noexcept
 {
     const int got = source ? source->render(m_in[0].data(), m_in[1].data(), PullFrames) : 0;
-    const uint8_t *in[]
-        = { reinterpret_cast<const uint8_t *>(m_in[0].data()), reinterpret_cast<const uint8_t *>(m_in[1].data()) };
-    uint8_t *out[] = { reinterpret_cast<uint8_t *>(m_out[0].data() + m_ready),
-        reinterpret_cast<uint8_t *>(m_out[1].data() + m_ready) };
-    const int converted = swr_convert(m_context.get(), out, int(m_out[0].size()) - m_ready, in, PullFrames);
+    const float *const in[] = { m_in[0].data(), m_in[1].data() };
+    float *const out[] = { m_out[0].data() + m_ready, m_out[1].data() + m_ready };
+    const int converted = m_converter->convert(out, int(m_out[0].size()) - m_ready, in, PullFrames);
     m_ready += std::max(0, converted);
     if (got > 0)
         m_heard = m_ready;

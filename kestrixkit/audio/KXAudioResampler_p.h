@@ -4,8 +4,7 @@
 #include <vector>
 
 #include <kestrixkit/audio/KXAudioOutput.h>
-
-struct SwrContext;
+#include <kestrixkit/audio/KXFFmpeg_p.h>
 
 /// Brings a source's sound to another rate, as a device needs it, by libswresample.
 ///
@@ -23,7 +22,7 @@ public:
     ~KXAudioResampler();
     Q_DISABLE_COPY_MOVE(KXAudioResampler)
 
-    [[nodiscard]] bool isValid() const { return m_context != nullptr; }
+    [[nodiscard]] bool isValid() const { return m_converter != nullptr; }
     /// Forgets what it has pulled.
     void reset();
 
@@ -32,13 +31,9 @@ public:
     int render(KXAudioRenderSource &source, float *left, float *right, int frames) noexcept;
 
 private:
-    struct Deleter
-    {
-        void operator()(SwrContext *context) const;
-    };
     void pull(KXAudioRenderSource *source) noexcept;
 
-    std::unique_ptr<SwrContext, Deleter> m_context;
+    std::unique_ptr<KXRateConverter> m_converter;
     std::vector<float> m_in[2];
     std::vector<float> m_out[2]; // what was converted and not played yet
     int m_ready = 0; // frames in m_out

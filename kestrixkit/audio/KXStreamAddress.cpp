@@ -14,10 +14,6 @@
 
 #include <kestrixkit/foundation/KXLog.h>
 
-extern "C" {
-#include <libavformat/version.h>
-}
-
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -110,8 +106,7 @@ private:
         QNetworkRequest request(address);
         request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
         request.setAttribute(QNetworkRequest::Http2AllowedAttribute, false);
-        // As the decoder will ask: servers may answer others differently.
-        request.setHeader(QNetworkRequest::UserAgentHeader, QStringLiteral(LIBAVFORMAT_IDENT));
+        request.setHeader(QNetworkRequest::UserAgentHeader, m_asker.userAgent);
         request.setRawHeader("Range", "bytes=0-");
         request.setRawHeader("Accept", "*/*");
         const std::unique_ptr<QNetworkReply> reply(m_network.get(request));

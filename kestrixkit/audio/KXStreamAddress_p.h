@@ -19,6 +19,8 @@ struct Asker
     /// See KXAudioFileOptions; asked on another thread.
     std::function<bool(const QUrl &)> mayLeadTo = {};
     bool followsPrivateRedirects = false;
+    /// As the decoder will ask afterwards: servers may answer others differently.
+    QString userAgent = {};
 };
 
 /// Changes the address to the one that its server and those after it redirect to in the end; whoever is led any further

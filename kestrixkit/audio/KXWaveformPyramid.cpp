@@ -6,15 +6,13 @@
 
 #include <QtEndian>
 
+#include <zlib.h>
+
 #include <kestrixkit/audio/KXAudioFile.h>
 #include <kestrixkit/audio/KXAudioLoudness_p.h>
 #include <kestrixkit/audio/KXWaveformMeter_p.h>
 #include <kestrixkit/audio/KXWaveformPass_p.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
-
-extern "C" {
-#include <libavutil/crc.h>
-}
 
 namespace {
 
@@ -32,8 +30,7 @@ qsizetype pyramidCells(int channels)
 
 quint32 pyramidChecksum(QByteArrayView bytes)
 {
-    return ~av_crc(av_crc_get_table(AV_CRC_32_IEEE_LE), ~0U, reinterpret_cast<const uint8_t *>(bytes.data()),
-        size_t(bytes.size()));
+    return quint32(crc32_z(0, reinterpret_cast<const Bytef *>(bytes.data()), size_t(bytes.size())));
 }
 
 /// The header as it lies in the bytes, little-endian.

@@ -6,6 +6,7 @@
 #include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/web/KXGATrackerPage_p.h>
 #include <kestrixkit/web/KXWebEngine.h>
+#include <kestrixkit/web/KXWebModule_p.h>
 
 using namespace Qt::StringLiterals;
 
@@ -56,7 +57,12 @@ void KXGATracker::load()
         return;
     }
     if (!m_page) {
-        m_page = std::make_unique<KXGATrackerPage>([this](const QString &reason) { fail(reason); });
+        const KXWebModule *const engine = KXWebModule::shared();
+        if (!engine) {
+            fail(u"the web engine is not installed"_s);
+            return;
+        }
+        m_page = engine->trackerPage([this](const QString &reason) { fail(reason); });
         m_page->setUserAgent(m_userAgent);
         // The page ends before the engine, which has seen to its own end by now: routines run from last to first.
         if (static bool added = false; this == &sharedTracker() && !std::exchange(added, true))

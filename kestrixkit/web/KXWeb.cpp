@@ -2,7 +2,7 @@
 
 #include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/web/KXWebEngine.h>
-#include <kestrixkit/web/KXWebHTMLBackend_p.h>
+#include <kestrixkit/web/KXWebModule_p.h>
 
 void KXWeb::registerViews()
 {
@@ -12,7 +12,8 @@ void KXWeb::registerViews()
                   KXLogWarning(web, "Pages are shown as plain rich text: %@", reason);
                   return nullptr;
               }
-              return std::make_unique<KXWebHTMLBackend>(view);
+              const KXWebModule *const engine = KXWebModule::shared();
+              return engine ? engine->backend(view) : nullptr;
           }));
     Q_UNUSED(registered)
 }

@@ -86,3 +86,7 @@ run(${CMAKE_COMMAND} -E env XDG_DATA_HOME=${WORK}/data XDG_CACHE_HOME=${WORK}/ca
 if(NOT output MATCHES "\"tracks\": [1-9]") # which the program beside it has read
     message(FATAL_ERROR "the installed browser reported: ${output}")
 endif()
+# What decodes is loaded when it is needed, from wherever the prefix is.
+file(GLOB_RECURSE music ${WORK}/cache/*.flac)
+list(GET music 0 music)
+run(${WORK}/prefix/bin/kxtool audio info ${music})

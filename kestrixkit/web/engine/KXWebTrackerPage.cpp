@@ -1,4 +1,4 @@
-#include <kestrixkit/web/KXGATrackerPage_p.h>
+#include <kestrixkit/web/engine/KXWebTrackerPage_p.h>
 
 #include <QWebEngineLoadingInfo>
 #include <QWebEngineSettings>
@@ -25,7 +25,7 @@ protected:
 
 }
 
-KXGATrackerPage::KXGATrackerPage(Failed failed)
+KXWebTrackerPage::KXWebTrackerPage(Failed failed)
     : m_page(std::make_unique<TrackerHiddenPage>(&m_profile))
     , m_failed(std::move(failed))
 {
@@ -40,20 +40,20 @@ KXGATrackerPage::KXGATrackerPage(Failed failed)
         });
 }
 
-KXGATrackerPage::~KXGATrackerPage() = default;
+KXWebTrackerPage::~KXWebTrackerPage() = default;
 
-void KXGATrackerPage::setUserAgent(const QString &userAgent)
+void KXWebTrackerPage::setUserAgent(const QString &userAgent)
 {
     m_profile.setHttpUserAgent(userAgent.isEmpty() ? m_ownUserAgent : userAgent);
 }
 
-void KXGATrackerPage::load(const QUrl &url)
+void KXWebTrackerPage::load(const QUrl &url)
 {
     m_isLoading = true;
     m_page->load(url);
 }
 
-void KXGATrackerPage::follow(const QWebEngineLoadingInfo &info)
+void KXWebTrackerPage::follow(const QWebEngineLoadingInfo &info)
 {
     using Info = QWebEngineLoadingInfo;
     m_isLoading = info.status() == Info::LoadStartedStatus;

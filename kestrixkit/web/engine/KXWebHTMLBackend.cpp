@@ -1,4 +1,4 @@
-#include <kestrixkit/web/KXWebHTMLBackend_p.h>
+#include <kestrixkit/web/engine/KXWebHTMLBackend_p.h>
 
 #include <QWebEnginePage>
 #include <QWebEngineSettings>

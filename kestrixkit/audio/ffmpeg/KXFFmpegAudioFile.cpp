@@ -1,6 +1,6 @@
 // Reading and seeking; opening and the facts of the file are in KXFFmpegAudioFileOpen.cpp.
 
-#include <kestrixkit/audio/KXFFmpegAudioFile_p.h>
+#include <kestrixkit/audio/ffmpeg/KXFFmpegAudioFile_p.h>
 
 #include <bit>
 #include <cstring>

@@ -1,6 +1,6 @@
 // Opening, and what is known about a file from then on.
 
-#include <kestrixkit/audio/KXFFmpegAudioFile_p.h>
+#include <kestrixkit/audio/ffmpeg/KXFFmpegAudioFile_p.h>
 
 #include <QFile>
 #include <QtEndian>
@@ -108,7 +108,8 @@ KXAudioFileStatus KXFFmpegAudioFile::open(const QUrl &url, const KXAudioFileOpti
         const bool followsPrivate = KXAudioFile::followsPrivateRedirects();
         if (!followsPrivate || m_options.mayLeadTo) {
             const KXAudioFileStatus status = KXStreamAddress::resolve(address, m_staysAtAddress,
-                { [this] { return isInterrupted(this) != 0; }, m_options.mayLeadTo, followsPrivate });
+                { [this] { return isInterrupted(this) != 0; }, m_options.mayLeadTo, followsPrivate,
+                    QStringLiteral(LIBAVFORMAT_IDENT) });
             if (status != KXAudioFileNoError)
                 return status;
         }

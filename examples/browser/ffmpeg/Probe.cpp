@@ -1,4 +1,4 @@
-#include "tags/AudioProbe.h"
+#include "ffmpeg/FFmpegModule.h"
 
 #include <memory>
 
@@ -29,9 +29,7 @@ bool hasSound(AVFormatContext *context, int index)
     return seconds >= 0.01;
 }
 
-} // namespace
-
-std::optional<AudioProbe> probeAudio(const std::string &path)
+std::optional<AudioProbe> probed(const std::string &path)
 {
     av_log_set_level(AV_LOG_QUIET);
     // Only formats of music files: others are recognised in nearly anything, text files for instance.
@@ -65,3 +63,7 @@ std::optional<AudioProbe> probeAudio(const std::string &path)
     collectTags(stream->metadata, probe.tags);
     return probe;
 }
+
+} // namespace
+
+void browserProbe(const std::string &path, std::optional<AudioProbe> &probe) { probe = probed(path); }
