@@ -72,6 +72,7 @@ void KXCoreAudioFileDecoder::setState(State state)
             || (current == KXCoreAudioFileDecoderStateFinished && state != KXCoreAudioFileDecoderStateCancelled))
             return;
         m_state = state;
+        m_hasDelivered |= state >= KXCoreAudioFileDecoderStateCancelled;
         if (state == KXCoreAudioFileDecoderStateCancelled)
             *m_cancelled = true;
     }
@@ -107,7 +108,7 @@ bool KXCoreAudioFileDecoder::decodeChunk()
         return m_staysAtEnd;
     }
     m_position += frames;
-    if (m_position > m_totalFrames)
+    if (m_promisedFrames > 0 && m_position > m_totalFrames)
         m_totalFrames = m_position;
     return deliver(frames);
 }
@@ -131,18 +132,22 @@ void KXCoreAudioFileDecoder::waitForSeek()
     if (isCancelled())
         return;
     m_state = KXCoreAudioFileDecoderStateWaiting;
-    m_state.notify_all();
+    m_hasDelivered = true;
+    m_changed.notify_all();
     m_changed.wait(lock, [this] { return isCancelled() || m_seekToFrame >= 0; });
 }
 
 void KXCoreAudioFileDecoder::findExactLength()
 {
-    if (m_totalFramesIsFinal)
+    if (m_totalFramesIsFinal || !m_fileURL.isLocalFile())
         return;
-    m_state.wait(KXCoreAudioFileDecoderStateRunning); // until there is enough to be heard first
+    {
+        std::unique_lock lock(m_mutex); // until there is enough to be heard first
+        m_changed.wait(lock, [this] { return m_hasDelivered; });
+    }
     KXAudioFile file;
     qint64 frames = 0;
-    if (!m_totalFramesIsFinal && file.open(m_fileURL, m_options) == KXAudioFileNoError
+    if (!isCancelled() && !m_totalFramesIsFinal && file.open(m_fileURL, m_options) == KXAudioFileNoError
         && file.findExactLength() == KXAudioFileNoError && file.lengthIsExact()
         && file.lengthInFrames(&frames) == KXAudioFileNoError && !m_totalFramesIsFinal)
         m_totalFrames = frames;
@@ -194,6 +199,8 @@ bool KXCoreAudioFileDecoder::waitForRoom()
         if (m_seekToFrame >= 0 || isCancelled())
             return !isCancelled();
         m_state = KXCoreAudioFileDecoderStateWaiting;
+        if (!std::exchange(m_hasDelivered, true))
+            m_changed.notify_all();
     }
     while (m_state == KXCoreAudioFileDecoderStateWaiting)
         m_state.wait(KXCoreAudioFileDecoderStateWaiting);

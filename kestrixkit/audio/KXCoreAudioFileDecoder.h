@@ -61,6 +61,7 @@ public:
     void setStaysAtEnd(bool stays) { m_staysAtEnd = stays; }
     /// Held weakly. To be set before decode(). A decoder whose delegate has gone ends.
     void setDelegate(const std::weak_ptr<KXCoreAudioFileDecoderDelegate> &delegate) { m_delegate = delegate; }
+    [[nodiscard]] std::shared_ptr<KXCoreAudioFileDecoderDelegate> delegate() const { return m_delegate.lock(); }
 
     /// Opens the file and starts decoding on a thread of its own. On failure the error has the code
     /// KXAudioFileErrorCode.
@@ -90,14 +91,14 @@ public:
             m_state.notify_one();
     }
 
-    /// Frames in the file, as far as is known; at the end of the file, what it really had.
+    /// Frames in the file, as far as is known, and 0 where nothing is; at the end of the file, what it really had.
     [[nodiscard]] qint64 totalFrames() const { return m_totalFrames; }
     void setTotalFrames(qint64 frames) { m_totalFrames = frames; }
     /// Whether totalFrames() will not change any more.
     [[nodiscard]] bool totalFramesIsFinal() const { return m_totalFramesIsFinal; }
 
-    /// Looks for the length of a local file that was only guessed, in the file opened once more. After decode(), on a
-    /// thread that may wait.
+    /// Looks for the length of a local file that was only guessed, in the file opened once more; first it waits until
+    /// the decoder waits for room or has come to the end. After decode(), on a thread that may wait.
     void findExactLength();
     /// What ended reading before the end of the file, 0 when nothing did. A seek tries again.
     [[nodiscard]] KXAudioFileStatus readStatus() const { return m_readStatus; }
@@ -139,6 +140,8 @@ private:
 
     std::mutex m_mutex; // held for every change of the state but the render thread's
     std::condition_variable m_changed;
+    bool m_hasDelivered = false; // as much as there was room for, or all; guarded by the mutex
+    /// Waited for by the decoding thread alone: the render thread wakes one.
     std::atomic<int> m_state = KXCoreAudioFileDecoderStateRunning;
     std::atomic<qint64> m_totalFrames = 0;
     std::atomic<bool> m_totalFramesIsFinal = false;

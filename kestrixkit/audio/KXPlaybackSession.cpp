@@ -105,11 +105,7 @@ bool KXPlaybackSession::setInputPan(qint64 input, float pan)
     return true;
 }
 
-void KXPlaybackSession::setRamp(const KXGainRamp &ramp)
-{
-    m_nextRamp = nullptr;
-    m_ramp = &m_ramps.emplace_back(ramp);
-}
+void KXPlaybackSession::setRamp(const KXGainRamp &ramp) { m_ramp = &m_ramps.emplace_back(ramp); }
 
 void KXPlaybackSession::setNextRamp(const KXGainRamp &ramp) { m_nextRamp = &m_ramps.emplace_back(ramp); }
 

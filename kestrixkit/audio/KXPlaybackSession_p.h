@@ -77,12 +77,13 @@ public:
     {
         m_gain.store(volume * volume * volume * gain, std::memory_order_relaxed);
     }
-    /// In place of the ramp before, and of one that was to be next. Any thread, one at a time.
+    /// In place of the ramp before. Any thread, one at a time.
     void setRamp(const KXGainRamp &ramp);
     /// Takes the place of the ramp when playing first reaches its start. As above.
     void setNextRamp(const KXGainRamp &ramp);
     /// Changes the next ramp, unless its time has come already. As above.
     void correctNextRamp(const KXGainRamp &ramp);
+    void dropNextRamp() { m_nextRamp = nullptr; }
 
     /// Requests a seek and wakes the decoder. Any thread.
     void seekToFrame(qint64 frame);

@@ -130,7 +130,11 @@ void KXStreamingPlayer::fadeOutAtEnd()
 
 void KXStreamingPlayer::applyFadeIn() { m_session->setRamp({ 0, qint64(streamingFadeSeconds * sampleRate()), 0, 1 }); }
 
-void KXStreamingPlayer::applyFadeOut() { m_session->setRamp(fadeOutRamp()); }
+void KXStreamingPlayer::applyFadeOut()
+{
+    m_session->dropNextRamp();
+    m_session->setRamp(fadeOutRamp());
+}
 
 KXStreamingPlayer::Event KXStreamingPlayer::takeEvent()
 {

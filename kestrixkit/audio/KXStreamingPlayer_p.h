@@ -48,6 +48,7 @@ public:
     void setVolume(float volume, float gain) { m_session->setVolume(volume, gain); }
     /// To silence over the item's last whole second, once playing comes there; beside the fade that there is.
     void fadeOutAtEnd();
+    /// In place of the fade that there is. The one at the end still comes after a fade in, and not after a fade out.
     void applyFadeIn();
     void applyFadeOut();
 

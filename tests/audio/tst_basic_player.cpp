@@ -361,6 +361,35 @@ TEST_F(BasicPlayer, playsFromServersOfAllKinds)
     player.reset();
 }
 
+TEST_F(BasicPlayer, whatEndsNobodyKnowsWhereDoesNotFadeBefore)
+{
+    const AudioSamples sound = makeSound(60 * basicRate, 1, basicRate);
+    HttpServer server(bytesOf(item(sound, { "endless", "aac", "adts", "aac", 64'000 })), HttpServer::NoLength);
+    player->setVolume(1);
+    play(std::make_shared<StreamItem>(server.url()));
+    EXPECT_EQ(player->duration(), 0);
+    const Stereo heard = hear(4 * basicRate);
+    double late = 0;
+    for (size_t i = 3 * basicRate; i < heard.left.size(); ++i)
+        late = std::max(late, std::abs(double(heard.left[i])));
+    EXPECT_GT(late, 0.1);
+    EXPECT_TRUE(crankUntil(KXAudioPlayerStateFinished));
+}
+
+TEST_F(BasicPlayer, fadesInAgainAndStillOutAtItsEnd)
+{
+    const AudioSamples sound = makeSound(4 * basicRate, 1, basicRate);
+    player->setVolume(1);
+    play(item(sound));
+    (void)hear(12'000);
+    player->applyFadeIn();
+    const Stereo heard = hear(4 * basicRate - 12'000);
+    for (size_t i = 0; i < heard.left.size(); ++i) {
+        const size_t at = 12'000 + i;
+        ASSERT_NEAR(heard.left[i], std::min(1.0, 4 - double(at) / basicRate) * sound.channels[0][at], 1e-6) << at;
+    }
+}
+
 TEST_F(BasicPlayer, playsAFileThatGrowsAndOneThatVanishes)
 {
     player->setVolume(1);

@@ -1,6 +1,7 @@
 // The decoder on a back end that does as it is told.
 
 #include <condition_variable>
+#include <thread>
 
 #include <QTest>
 #include <gmock/gmock.h>
@@ -92,6 +93,7 @@ public:
     void willSeekToFrame(KXCoreAudioFileDecoder &, qint64 frame) override { note("seek " + std::to_string(frame)); }
     bool didDecodeAudioData(KXCoreAudioFileDecoder &, const KXAudioBufferList &data, quint32 frames) override
     {
+        isHeld.wait(true);
         const bool room = allowed-- > 0;
         const int first = int(static_cast<const float *>(data.mBuffers[0].mData)[0]);
         note((room ? "took " : "refused ") + std::to_string(first) + "+" + std::to_string(frames));
@@ -104,6 +106,7 @@ public:
     }
     bool cancelAtStart = false;
     std::atomic<int> allowed = 1000;
+    std::atomic<bool> isHeld = false;
 
 private:
     void note(const std::string &text)
@@ -210,6 +213,42 @@ TEST_F(Decoder, waitsForRoomAndOffersTheSameChunkAgain)
     ASSERT_TRUE(waitForState(KXCoreAudioFileDecoderStateFinished));
     EXPECT_EQ(taker->notes(),
         (Notes { "took 0+4096", "refused 4096+4096", "refused 4096+4096", "took 4096+4096", "took 8192+1808" }));
+}
+
+TEST_F(Decoder, whoLooksForTheLengthTakesNobodysWaking)
+{
+    file->exact = false;
+    decoder = std::make_shared<KXCoreAudioFileDecoder>(QUrl::fromLocalFile(u"/fake"_s));
+    decoder->setDelegate(taker);
+    taker->allowed = 1;
+    taker->isHeld = true;
+    ASSERT_TRUE(decoder->decode());
+    std::thread looking([&] { decoder->findExactLength(); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50)); // it has been waiting first
+    taker->isHeld = false;
+    taker->isHeld.notify_all();
+    ASSERT_TRUE(waitForState(KXCoreAudioFileDecoderStateWaiting));
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    taker->allowed = 1000;
+    decoder->wakeFromRenderThread();
+    EXPECT_TRUE(waitForState(KXCoreAudioFileDecoderStateFinished));
+    decoder->setState(KXCoreAudioFileDecoderStateCancelled);
+    looking.join();
+}
+
+TEST_F(Decoder, aLengthThatIsNotKnownIsNoneUntilTheEnd)
+{
+    file->exact = false;
+    file->promised = 0;
+    taker->allowed = 2;
+    ASSERT_TRUE(decoder->decode());
+    ASSERT_TRUE(waitForState(KXCoreAudioFileDecoderStateWaiting));
+    EXPECT_EQ(decoder->totalFrames(), 0);
+    EXPECT_EQ(decoder->delegate(), taker);
+    taker->allowed = 1000;
+    decoder->setState(KXCoreAudioFileDecoderStateRunning);
+    ASSERT_TRUE(waitForState(KXCoreAudioFileDecoderStateFinished));
+    EXPECT_EQ(decoder->totalFrames(), 10'000);
 }
 
 TEST_F(Decoder, aSeekDropsTheChunkThatWaits)

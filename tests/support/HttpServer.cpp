@@ -77,7 +77,7 @@ void HttpServer::answer(int connection)
         m_heads.push_back(request);
     }
     const int number = ++m_requests;
-    const bool ranges = m_mode != NoRanges && m_mode != Lie;
+    const bool ranges = m_mode != NoRanges && m_mode != Lie && m_mode != NoLength;
     const qsizetype at = request.indexOf("bytes=");
     const qsizetype from = ranges && at > 0
         ? std::min<qsizetype>(request.mid(at + 6, request.indexOf('-', at) - at - 6).toLongLong(), m_body.size())
@@ -94,7 +94,9 @@ void HttpServer::answer(int connection)
     } else {
         QByteArray head = from > 0 || (ranges && at > 0) ? "HTTP/1.1 206 Partial Content\r\n" : "HTTP/1.1 200 OK\r\n";
         const qsizetype length = (m_body.size() - from) * (m_mode == Lie ? 2 : 1);
-        head += "Connection: close\r\nContent-Length: " + QByteArray::number(length) + "\r\n";
+        head += "Connection: close\r\n";
+        if (m_mode != NoLength)
+            head += "Content-Length: " + QByteArray::number(length) + "\r\n";
         if (ranges && at > 0)
             head += "Content-Range: bytes " + QByteArray::number(from) + '-' + QByteArray::number(m_body.size() - 1)
                 + '/' + QByteArray::number(m_body.size()) + "\r\n";

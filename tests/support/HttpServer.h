@@ -25,6 +25,7 @@ public:
         RedirectLater, ///< there from the second request on
         RedirectSeeks, ///< to `elsewhere`, who asks for the second half alone
         Lie, ///< promises twice the length, without ranges
+        NoLength, ///< ends where it ends, without ranges
     };
 
     HttpServer(QByteArray body, Mode mode, QByteArray elsewhere = {});

@@ -231,6 +231,9 @@ int KXFFmpegAudioFile::readPacket()
     // What fails behind the last packet does not matter.
     if (status < 0 && status != KXAudioFileInterruptedError && m_promise >= 0 && !isShortOfPromise(reached))
         return AVERROR_EOF;
+    // A server that does not say how much there is says with the connection's end that this was all.
+    if (status == AVERROR(EIO) && !isLocal && m_promise < 0 && avio_size(bytes) < 0)
+        return AVERROR_EOF;
     if (status == AVERROR_EOF) {
         if (isLocal && isShortOfPromise(reached) && isGrowing())
             return waitForGrowth();
