@@ -1,6 +1,7 @@
 #pragma once
 
 #include <kestrixkit/audio/KXAudioPlayer.h>
+#include <kestrixkit/foundation/KXWeakDelegate.h>
 
 class KXAudioPlayerManager;
 
@@ -58,9 +59,9 @@ public:
     /// Whether the last change of item was asked for by the user.
     [[nodiscard]] bool isUserInitiatedPlayerChange() const { return m_userInitiatedPlayerChange; }
     void setUserInitiatedPlayerChange(bool byUser) { m_userInitiatedPlayerChange = byUser; }
-    /// Borrowed; to be taken away before it goes.
-    [[nodiscard]] KXAudioPlayerManagerDelegate *delegate() const { return m_delegate; }
-    void setDelegate(KXAudioPlayerManagerDelegate *delegate) { m_delegate = delegate; }
+    /// Held as by KXWeakDelegate.
+    [[nodiscard]] KXAudioPlayerManagerDelegate *delegate() const { return m_delegate.get(); }
+    void setDelegate(KXAudioPlayerManagerDelegate *delegate) { m_delegate.set(delegate); }
     [[nodiscard]] std::shared_ptr<KXAudioPlayerQueueContentProvider> queueContentProvider() const { return m_provider; }
     void setQueueContentProvider(std::shared_ptr<KXAudioPlayerQueueContentProvider> provider)
     {
@@ -90,6 +91,6 @@ private:
     std::shared_ptr<KXAudioPlayer> m_audioPlayer;
     std::shared_ptr<KXAudioPlayerQueue> m_queue;
     std::shared_ptr<KXAudioPlayerQueueContentProvider> m_provider;
-    KXAudioPlayerManagerDelegate *m_delegate = nullptr;
+    KXWeakDelegate<KXAudioPlayerManagerDelegate> m_delegate;
     bool m_userInitiatedPlayerChange = false;
 };

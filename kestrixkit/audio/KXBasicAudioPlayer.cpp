@@ -128,7 +128,7 @@ void KXBasicAudioPlayer::becomeReady(const std::shared_ptr<KXPlaybackSession> &s
         return; // meanwhile; resume() plays it
     const QPointer<KXBasicAudioPlayer> alive(this);
     const bool plays = startPlaying();
-    if (alive)
+    if (alive && m_loader->session == session) // else whoever had the output asked for another item
         setState(plays ? KXAudioPlayerStatePlaying : KXAudioPlayerStateStopped);
 }
 

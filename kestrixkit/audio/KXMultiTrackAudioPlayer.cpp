@@ -62,6 +62,8 @@ bool KXMultiTrackAudioPlayer::willStartDecoding(const KXStreamFormat &format)
     const std::shared_ptr<KXPlaybackSession> session = m_session;
     const QPointer<KXMultiTrackAudioPlayer> alive(this);
     const bool ready = session->prepareBuffer(format) && setupCoreAudio(format);
+    if (alive && m_session == session)
+        Q_EMIT stemsChanged();
     return alive && m_session == session && setState(ready ? KXAudioPlayerStatePlaying : KXAudioPlayerStateStopped)
         && ready && m_session == session;
 }
@@ -112,10 +114,12 @@ bool KXMultiTrackAudioPlayer::takeOutput()
     return output->hasSource(session.get());
 }
 
-void KXMultiTrackAudioPlayer::startAudioQueue()
+bool KXMultiTrackAudioPlayer::startAudioQueue()
 {
-    if (!m_hasGraph || !m_session || !takeOutput() || m_output->isRunning())
-        return;
+    if (!m_hasGraph || !m_session || !takeOutput())
+        return false;
+    if (m_output->isRunning())
+        return true;
     // Another player may have needed another rate. Of a file that cannot be opened there is none.
     const double rate = m_session->decoder()->outputDescription().mSampleRate;
     int status = rate > 0 && rate != m_output->sampleRate() ? m_output->open(rate) : 0;
@@ -124,6 +128,7 @@ void KXMultiTrackAudioPlayer::startAudioQueue()
     if (status != 0)
         KXLogError(audio, "Couldn't start output (%i)", qint16(status));
     m_endTimer.start();
+    return true;
 }
 
 void KXMultiTrackAudioPlayer::stopAudioQueue()
@@ -145,7 +150,8 @@ bool KXMultiTrackAudioPlayer::resume()
         return false;
     (void)m_session->takeFinished(); // of the time before
     const QPointer<KXMultiTrackAudioPlayer> alive(this);
-    startAudioQueue();
+    if (!startAudioQueue())
+        return false;
     if (alive)
         setState(KXAudioPlayerStatePlaying);
     return true;
@@ -172,7 +178,7 @@ std::shared_ptr<KXCoreAudioFileDecoder> KXMultiTrackAudioPlayer::currentFileDeco
 
 qint64 KXMultiTrackAudioPlayer::framesRenderedLastPass() const
 {
-    return m_session ? m_session->framesRenderedLastPass() : 0;
+    return m_session && m_hasGraph ? m_session->framesRenderedLastPass() : 0;
 }
 
 double KXMultiTrackAudioPlayer::duration() const

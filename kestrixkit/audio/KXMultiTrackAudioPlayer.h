@@ -71,10 +71,11 @@ public:
     [[nodiscard]] std::shared_ptr<KXCoreAudioFileDecoder> currentFileDecoder() const;
     [[nodiscard]] KXAudioOutput &output() const { return *m_output; }
 
-    /// Frames of the last render pass. Any thread.
+    /// Frames of the last render pass; 0 after teardownCoreAudio().
     [[nodiscard]] qint64 framesRenderedLastPass() const;
 
-    void startAudioQueue();
+    /// False where there is nothing to be played, or whoever had the output took it back.
+    bool startAudioQueue();
     void stopAudioQueue();
     void teardownCoreAudio();
 

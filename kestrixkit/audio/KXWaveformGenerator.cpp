@@ -323,10 +323,12 @@ QList<QPainterPath> KXWaveformGenerator::waveformPaths() const
 {
     QList<QPainterPath> paths;
     for (const auto &picture : m_pictures) {
-        QPainterPath path(QPointF(0, 0));
         const std::vector<float> &peaks = picture->peaks();
+        QPolygonF points { QPointF(0, 0) }; // a path that is drawn line by line leaves out a first peak of 0
         for (size_t x = 0; x < peaks.size(); ++x)
-            path.lineTo(double(x), peaks[x]);
+            points.append(QPointF(double(x), peaks[x]));
+        QPainterPath path;
+        path.addPolygon(points);
         paths.append(path);
     }
     return paths;

@@ -331,7 +331,7 @@ void KXSourceListView::dropEvent(QDropEvent *event)
     showTarget({});
     stopAutoScroll();
     setState(NoState);
-    if (target.operation != Qt::IgnoreAction && m_delegate->acceptDrop(*this, drop, target)) {
+    if (target.operation != Qt::IgnoreAction && m_delegate && m_delegate->acceptDrop(*this, drop, target)) {
         event->setDropAction(target.operation);
         event->accept();
     } else {

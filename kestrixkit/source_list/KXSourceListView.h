@@ -6,6 +6,7 @@
 #include <QPointer>
 
 #include <kestrixkit/foundation/KXUndoManager.h>
+#include <kestrixkit/foundation/KXWeakDelegate.h>
 #include <kestrixkit/source_list/KXSourceListCell.h>
 #include <kestrixkit/theme/controls/KXBadge.h>
 #include <kestrixkit/theme/controls/KXThemeableOutlineView.h>
@@ -73,9 +74,9 @@ public:
     void setTreeController(KXTreeController *tree);
     [[nodiscard]] KXTreeController *treeController() const;
 
-    [[nodiscard]] KXSourceListViewDelegate *delegate() const { return m_delegate; }
-    /// Borrowed: taken away before it goes.
-    void setDelegate(KXSourceListViewDelegate *delegate) { m_delegate = delegate; }
+    [[nodiscard]] KXSourceListViewDelegate *delegate() const { return m_delegate.get(); }
+    /// Held as by KXWeakDelegate.
+    void setDelegate(KXSourceListViewDelegate *delegate) { m_delegate.set(delegate); }
 
     /// For what is done by dragging: the tree's, unless another is set.
     [[nodiscard]] KXUndoManager *undoManager() const;
@@ -138,7 +139,7 @@ private:
     void paintTarget(QPainter &painter) const;
     [[nodiscard]] QPixmap dragImage(const QModelIndexList &rows) const;
 
-    KXSourceListViewDelegate *m_delegate = nullptr;
+    KXWeakDelegate<KXSourceListViewDelegate> m_delegate;
     QPointer<QMenu> m_menu;
     QPointer<KXUndoManager> m_undoManager;
     KXBadgeCell *m_badges[2]; // of ordinary rows, of selected ones

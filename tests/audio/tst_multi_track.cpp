@@ -400,6 +400,8 @@ TEST_F(MultiTrack, playsWhatIsUnusual)
     EXPECT_NE(left[2047], 0);
     EXPECT_THAT(std::vector<float>(left.begin() + 2048, left.end()), ::testing::Each(0));
     EXPECT_DOUBLE_EQ(player->currentTime(), 2048 / 44'100.0);
+    player->teardownCoreAudio();
+    EXPECT_EQ(player->framesRenderedLastPass(), 0);
 }
 
 TEST_F(MultiTrack, playsAFileThatGrowsAndOneThatVanishes)

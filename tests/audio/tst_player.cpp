@@ -319,4 +319,13 @@ TEST_F(PlayerFixture, managerForwardsToItsPlayer)
     manager->setQueue(queue);
     manager->setQueue(nullptr);
     EXPECT_EQ(queue->manager, manager.get()); // the one before hears nothing
+
+    struct Delegate : QObject, KXAudioPlayerManagerDelegate
+    {
+    };
+    auto delegate = std::make_unique<Delegate>();
+    manager->setDelegate(delegate.get());
+    EXPECT_EQ(manager->delegate(), delegate.get());
+    delegate.reset();
+    EXPECT_EQ(manager->delegate(), nullptr);
 }

@@ -132,3 +132,43 @@ TEST_F(SharedOutput, mayBeTakenBackOrLeftByWhoHearsOfItsLoss)
         }
     }
 }
+
+TEST_F(SharedOutput, whoeverHearsOfItsLossMayAskForAnotherItem)
+{
+    for (const bool reversed : { false, true }) {
+        const Players both = players(reversed);
+        KXAudioPlayer &one = *both[0], &other = *both[1];
+        one.playItem(item(8000));
+        ASSERT_TRUE(waitFor(one, KXAudioPlayerStatePlaying));
+        const auto second = item(16'000);
+        const auto observer = one.onChangeOf(u"state"_s, [&](const KXKeyValueChange &) {
+            if (other.currentItem() != second)
+                other.playItem(second);
+        });
+        other.playItem(item(11'025));
+        EXPECT_TRUE(waitFor(other, KXAudioPlayerStatePlaying));
+        EXPECT_EQ(other.currentItem(), second);
+        EXPECT_GT(hear(other), 0);
+    }
+}
+
+TEST_F(SharedOutput, resumingSaysWhereItWasTakenBack)
+{
+    for (const bool reversed : { false, true }) {
+        const Players both = players(reversed);
+        KXAudioPlayer &one = *both[0], &other = *both[1];
+        other.playItem(item(16'000));
+        ASSERT_TRUE(waitFor(other, KXAudioPlayerStatePlaying));
+        one.playItem(item(8000));
+        ASSERT_TRUE(waitFor(one, KXAudioPlayerStatePlaying));
+        const auto observer = one.onChangeOf(u"state"_s, [&](const KXKeyValueChange &) {
+            if (one.state() == KXAudioPlayerStateStopped)
+                EXPECT_TRUE(one.resume());
+        });
+        EXPECT_FALSE(other.resume());
+        EXPECT_EQ(other.state(), KXAudioPlayerStateStopped);
+        EXPECT_EQ(one.state(), KXAudioPlayerStatePlaying);
+        EXPECT_GT(hear(one), 0);
+        one.removeKVOBlockObserver(observer);
+    }
+}

@@ -326,6 +326,12 @@ TEST_F(Waveform, whatCannotBeDrawnIsNoError)
         for (const QImage &image : events.success)
             EXPECT_EQ(image.pixel(0, 4), 0U);
     }
+    // Silence is a column like any other.
+    AudioSamples quiet = makeSound(1000, 1);
+    std::fill(quiet.channels[0].begin(), quiet.channels[0].end(), 0.0F);
+    const auto generator = make(quiet, { 100, 10 });
+    run(generator);
+    EXPECT_EQ(peaksOf(*generator, 0), std::vector<float>(100, 0));
     // What is too large is refused, and says so.
     for (const QSizeF &size : { QSizeF(1e12, 1e12), QSizeF(INFINITY, 10), QSizeF(INFINITY, 0), QSizeF(10, INFINITY),
              QSizeF(32'768, 10), QSizeF(32'767, 32'767) }) {

@@ -430,6 +430,16 @@ TEST_F(TableViewTest, menusConcernTheRowBelowThePointer)
     QApplication::sendEvent(table.viewport(), &leave);
     EXPECT_FALSE(table.currentTrackedCell().isValid());
     EXPECT_EQ(tracked.size(), 2);
+
+    struct Passing : QObject, KXTableViewDelegate
+    {
+    };
+    auto passing = std::make_unique<Passing>();
+    table.setDelegate(passing.get());
+    passing.reset();
+    EXPECT_EQ(table.delegate(), nullptr);
+    QTest::mouseClick(table.viewport(), Qt::LeftButton, {}, table.visualRect(model.index(1, 1)).center());
+    EXPECT_EQ(selected(), QList<int> { 1 });
 }
 
 TEST_F(TableViewTest, textsStandAtTheirSide)

@@ -7,6 +7,7 @@
 #include <QPointer>
 
 #include <kestrixkit/foundation/KXNotificationCenter.h>
+#include <kestrixkit/foundation/KXWeakDelegate.h>
 #include <kestrixkit/theme/controls/KXThemeableTableView.h>
 #include <kestrixkit/util/views/KXTableColumn.h>
 #include <kestrixkit/util/views/KXTableViewDelegate.h>
@@ -53,9 +54,9 @@ public:
 
     void setModel(QAbstractItemModel *model) override;
 
-    /// Borrowed; may be null.
-    [[nodiscard]] KXTableViewDelegate *delegate() const { return m_delegate; }
-    void setDelegate(KXTableViewDelegate *delegate) { m_delegate = delegate; }
+    /// Held as by KXWeakDelegate; may be null.
+    [[nodiscard]] KXTableViewDelegate *delegate() const { return m_delegate.get(); }
+    void setDelegate(KXTableViewDelegate *delegate) { m_delegate.set(delegate); }
 
     // Columns
 
@@ -192,7 +193,7 @@ private:
     bool m_sortDescriptorsHaveChanged = false;
     bool m_showingSort = false;
 
-    KXTableViewDelegate *m_delegate = nullptr;
+    KXWeakDelegate<KXTableViewDelegate> m_delegate;
     KXMenu *m_columnsMenu = nullptr; // made when first asked for
     QMenu *m_sortMenu = nullptr; // a part of it
     QPointer<QMenu> m_menu;

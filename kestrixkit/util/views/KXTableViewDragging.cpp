@@ -171,7 +171,7 @@ void KXTableView::dropEvent(QDropEvent *event)
     showDropRow(-1);
     stopAutoScroll();
     setState(NoState);
-    if (action != Qt::IgnoreAction && m_delegate->acceptRowDrop(this, *event->mimeData(), action, row)) {
+    if (action != Qt::IgnoreAction && m_delegate && m_delegate->acceptRowDrop(this, *event->mimeData(), action, row)) {
         event->setDropAction(action);
         event->accept();
     } else {
