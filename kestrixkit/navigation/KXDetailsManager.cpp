@@ -66,10 +66,12 @@ void KXDetailsManager::showDetailsViewController(KXViewController *controller)
     if (controller == m_current)
         return;
     const QPointer<KXViewController> wanted(controller);
-    if (const QPointer<KXViewController> before = std::exchange(m_current, wanted))
-        before->disappear();
-    if (m_current != wanted)
+    const quint32 request = ++m_requests;
+    if (m_current) // it still is while it is told that it goes
+        m_current->disappear();
+    if (m_requests != request)
         return; // whoever was told shows something else
+    m_current = wanted;
     if (wanted)
         connect(wanted, &QObject::destroyed, this, &KXDetailsManager::controllerDidEnd, Qt::UniqueConnection);
     fillContainer();

@@ -117,8 +117,12 @@ void KXInspectorViewController::viewDidLoad()
     const auto folded = [this](const QModelIndex &header, bool expanded) {
         const KXViewController *const controller = m_model->controller(header);
         const auto *const item = KXInspectorViewItem::inspectorViewItem(m_model->controller(header));
-        if (m_isReloading || !item || !item->showHeader())
+        if (m_isReloading || !item)
             return;
+        if (!item->showHeader()) { // keys of the tree's own may have folded it
+            m_outline->expand(header);
+            return;
+        }
         expanded ? (void)m_expanded.insert(controller) : (void)m_expanded.remove(controller);
         saveExpanded();
         updateAppearance();
@@ -148,11 +152,10 @@ void KXInspectorViewController::setViewControllers(const QList<KXViewController 
         gone.append(controller);
     }
     m_viewControllers = controllers;
-    for (qsizetype i = 0; i < controllers.size(); ++i) {
-        KXViewController *const controller = controllers.at(i);
+    for (KXViewController *const controller : std::as_const(controllers)) {
         KXAssociate(controller, KXInspectorViewControllerKey, this);
         connect(KXInspectorViewItem::inspectorViewItem(controller), &KXInspectorViewItem::didChange, this,
-            [this, i] { itemDidChange(i); });
+            [this, controller] { itemDidChange(m_viewControllers.indexOf(controller)); });
         connect(controller, &QObject::destroyed, this, [this, controller] {
             m_viewControllers.removeAll(controller); // of which only the address is left
             m_expanded.remove(controller);
@@ -168,8 +171,12 @@ void KXInspectorViewController::setViewControllers(const QList<KXViewController 
             controller->viewDidDisappear();
         }
     }
-    if (alive && m_outline && m_viewControllers == controllers)
+    if (!alive || m_viewControllers != controllers)
+        return;
+    if (m_outline)
         reload();
+    else
+        restoreExpanded();
 }
 
 KXViewController *KXInspectorViewController::viewControllerForItem(const KXInspectorViewItem *item) const
@@ -212,7 +219,7 @@ void KXInspectorViewController::reload()
 
 void KXInspectorViewController::itemDidChange(qsizetype index)
 {
-    if (!m_outline || index >= m_viewControllers.size())
+    if (!m_outline || index < 0)
         return;
     m_isReloading = true;
     m_outline->setExpanded(m_model->headerIndex(index), isOpen(index));

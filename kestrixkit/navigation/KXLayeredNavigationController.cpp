@@ -162,12 +162,9 @@ void KXLayeredNavigationController::pushViewController(KXViewController *control
     if (!alive || !pushed || m_layers.value(pushed) != layer)
         return; // it was popped again
     layer->setContentView(pushed->view());
-    m_arrangement->stackUp(layers(), bounds(), false);
-    if (animated) { // from the far side
-        const QRect target = layer->targetFrame();
-        layer->setFrame(target.translated(bounds().width() - target.x(), 0));
-        m_arrangement->move(layer, target, true);
-    }
+    m_arrangement->stackUp(layers(), bounds(), animated);
+    if (animated) // from the far side
+        layer->setFrame(layer->targetFrame().translated(bounds().width() - layer->targetFrame().x(), 0));
     adjustClipping(true);
     layer->show();
     layer->raise();

@@ -2,8 +2,10 @@
 
 #include <QAbstractItemView>
 #include <QApplication>
+#include <QLineEdit>
 #include <QMouseEvent>
 #include <QPainter>
+#include <QTableView>
 #include <QTextLayout>
 
 #include <kestrixkit/navigation/KXSearchViewController.h>
@@ -130,11 +132,14 @@ void KXSearchRowDelegate::paintResult(
 bool KXSearchRowDelegate::editorEvent(
     QEvent *event, QAbstractItemModel *, const QStyleOptionViewItem &option, const QModelIndex &index)
 {
-    if (event->type() != QEvent::MouseButtonRelease)
+    if (event->type() != QEvent::MouseButtonPress && event->type() != QEvent::MouseButtonRelease)
         return false;
     auto *mouse = static_cast<QMouseEvent *>(event);
     if (mouse->button() != Qt::LeftButton || !buttonRect(option, index.row()).contains(mouse->position().toPoint()))
         return false;
-    m_controller.pressButtonOfRow(index.row());
+    if (event->type() == QEvent::MouseButtonRelease)
+        m_controller.pressButtonOfRow(index.row());
+    else if (QLineEdit *const field = m_controller.searchField(); field && m_controller.tableView()->hasFocus())
+        field->setFocus(Qt::OtherFocusReason); // a button takes the keyboard from nobody, and so ends no search
     return true;
 }

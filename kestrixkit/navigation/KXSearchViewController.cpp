@@ -246,6 +246,15 @@ void KXSearchViewController::moveSelection(int step)
     }
 }
 
+void KXSearchViewController::pressButtonOfSelectedGroup()
+{
+    int row = std::max(0, selectedRow());
+    while (row > 0 && !isGroupRow(row))
+        --row;
+    pressButtonOfRow(row);
+    selectRow(row + 1);
+}
+
 // The field
 
 QLineEdit *KXSearchViewController::searchField() const { return m_field; }
@@ -336,6 +345,10 @@ bool KXSearchViewController::eventFilter(QObject *object, QEvent *event)
         constexpr Qt::KeyboardModifiers others = Qt::ShiftModifier | Qt::AltModifier | Qt::MetaModifier;
         if (!(key->modifiers() & others) && doCommand(key->key()))
             return true;
+        if (key->modifiers() & Qt::AltModifier && (key->key() == Qt::Key_Down || key->key() == Qt::Key_Up)) {
+            pressButtonOfSelectedGroup();
+            return true;
+        }
     } else if (event->type() == QEvent::FocusOut) {
         // A menu, or another window in front, does not end the editing.
         const Qt::FocusReason reason = static_cast<QFocusEvent *>(event)->reason();

@@ -80,6 +80,7 @@ public:
     [[nodiscard]] bool shouldSelectRow(int row) const;
     /// What the button of a group's row says; empty where it is hidden.
     [[nodiscard]] QString buttonTitleForRow(int row) const;
+    /// As a click does, and Alt with the keys up and down in the field for the group that the selection is in.
     void pressButtonOfRow(int row);
     /// -1 where none is selected.
     [[nodiscard]] int selectedRow() const;
@@ -117,6 +118,7 @@ private:
     void show(const QVariantList &rows);
     bool doCommand(int key);
     void moveSelection(int step);
+    void pressButtonOfSelectedGroup();
     void fieldDidEndEditing();
 
     const QVariant m_context;

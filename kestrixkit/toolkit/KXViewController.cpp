@@ -83,28 +83,37 @@ void KXViewController::appearIn(QWidget *container, const QMargins &margins)
         return;
     const QPointer<KXViewController> alive(this); // it may end whenever it is told something
     const QPointer<QWidget> place(container);
-    disappear();
-    if (alive)
+    const quint32 request = ++m_requests; // whoever is told something may ask for another place, or none
+    leave();
+    if (alive && m_requests == request)
         viewWillAppear();
-    if (!alive || !place || !m_view)
+    if (!alive || m_requests != request || !place || !m_view)
         return;
     QLayout *layout = container->layout();
     if (!layout)
         layout = new QVBoxLayout(container);
     layout->setContentsMargins(margins);
     layout->addWidget(ours);
+    m_isLeaving = false;
     ours->show();
     viewDidAppear();
 }
 
 void KXViewController::disappear()
 {
-    if (!m_view || !m_hasAppeared)
+    ++m_requests;
+    leave();
+}
+
+void KXViewController::leave()
+{
+    if (!m_view || !m_hasAppeared || m_isLeaving)
         return;
     const QPointer<KXViewController> alive(this);
+    m_isLeaving = true;
     viewWillDisappear();
-    if (!alive)
-        return;
+    if (!alive || !std::exchange(m_isLeaving, false))
+        return; // it has been put somewhere else
     if (m_view) {
         if (QWidget *parent = m_view->parentWidget(); parent && parent->layout())
             parent->layout()->removeWidget(m_view);

@@ -35,6 +35,7 @@ public:
     [[nodiscard]] bool hasAppeared() const { return m_hasAppeared; }
 
     /// Puts the view into the container, filling it, and tells the controller. Whatever its layout holds else stays.
+    /// Where whoever is told asks for another place, or for none, that holds.
     void appearIn(QWidget *container, const QMargins &margins = {});
     /// Takes the view out again, hidden. Harmless when it has not appeared.
     void disappear();
@@ -76,9 +77,13 @@ protected:
     }
 
 private:
+    void leave();
+
     QString m_title;
     QPointer<QWidget> m_view;
     KXNavigationStack *m_navigationStack = nullptr;
     QPointer<QObject> m_popover;
+    quint32 m_requests = 0; // to appear somewhere, or to disappear
+    bool m_isLeaving = false; // while it is told that it will disappear
     bool m_hasAppeared = false;
 };

@@ -124,8 +124,8 @@ TEST_F(DetailsTest, templatesOfHosts)
         QString html; ///< null: the framework's page
         qsizetype lines; ///< in the log
     };
-    const Case cases[] { { "{{#messages}}{{title}}|{{{infoAsHTMLString}}}|{{type}}{{/messages}}",
-                             u"a &amp; b|<b>i</b>|1"_s, 0 },
+    const Case cases[] { { "{{#messages}}{{title}}|{{{infoAsHTMLString}}}|{{info}}|{{type}}{{/messages}}",
+                             u"a &amp; b|<b>i</b>|&lt;b&gt;i&lt;/b&gt;|1"_s, 0 },
         { "{{#messages}}{{title}}", {}, 1 }, { "", {}, 0 } };
     for (const Case &one : cases) {
         write(u"message_details_template.html"_s, one.text);

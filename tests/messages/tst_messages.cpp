@@ -182,6 +182,8 @@ TEST_F(StripTest, showsTheNewestAndHowMany)
     strip->setMessage(u"<img src='http://127.0.0.1'>\nline"_s);
     EXPECT_TRUE(strip->messageButton()->toolTip().contains(u"&lt;img"_s));
     EXPECT_EQ(strip->messageButton()->accessibleName(), u"<img src='http://127.0.0.1'> line"_s);
+    strip->setMessage(u"Scanning"_s);
+    EXPECT_EQ(strip->messageButton()->toolTip(), u"Scanning"_s);
 
     // Placed by the pixel, mirrored where texts run from the right.
     const QSize hide = strip->hideButton()->size();

@@ -130,6 +130,43 @@ TEST(Details, mayEndWhileTheyAreShownOrToldToGo)
     };
     manager.showDetailsViewController(nullptr);
     EXPECT_EQ(manager.currentDetailsViewController(), &b);
+
+    // Whatever is asked for on the way, one is shown, and it is the current one.
+    const auto shown = [&] {
+        QString titles;
+        for (Page *page : { &a, &b }) {
+            if (page->view()->parentWidget() && page->hasAppeared())
+                titles += page->title();
+        }
+        return titles;
+    };
+    a.onHearing = [&](const QString &what) {
+        if (what == u"will appear"_s)
+            manager.showDetailsViewController(&b);
+    };
+    manager.showDetailsViewController(&a);
+    EXPECT_EQ(manager.currentDetailsViewController(), &b);
+    EXPECT_EQ(shown(), u"B"_s);
+    a.onHearing = [&](const QString &what) {
+        if (what == u"will disappear"_s)
+            manager.showDetailsViewController(&a); // which it still is
+    };
+    manager.showDetailsViewController(&a);
+    EXPECT_EQ(shown(), u"A"_s);
+    manager.showDetailsViewController(&b);
+    EXPECT_EQ(manager.currentDetailsViewController(), &b);
+    EXPECT_EQ(shown(), u"B"_s);
+    Page c(u"C"_s);
+    manager.showDetailsViewController(&a);
+    a.onHearing = [&](const QString &what) {
+        if (what == u"will disappear"_s)
+            manager.showDetailsViewController(&c);
+    };
+    manager.showDetailsViewController(&b);
+    EXPECT_EQ(manager.currentDetailsViewController(), &c);
+    EXPECT_EQ(shown(), QString());
+    EXPECT_TRUE(c.hasAppeared() && c.view()->isVisibleTo(&container));
+    a.onHearing = {};
     manager.setContentContainerView(nullptr);
     manager.showDetailsViewController(nullptr);
 }
@@ -172,6 +209,10 @@ TEST(Inspector, stacksSections)
     EXPECT_TRUE(inspector.isExpanded(&file));
     QTest::keyClick(outline, Qt::Key_Left);
     EXPECT_FALSE(inspector.isExpanded(&file));
+    click(4);
+    QTest::keyClick(outline, Qt::Key_Left);
+    QTest::qWait(20);
+    EXPECT_EQ(rowsOf(inspector), u"8 [60] 28 28"_s);
     // Heights follow the views.
     head.setHeight(90);
     QTest::qWait(20);
@@ -191,6 +232,12 @@ TEST(Inspector, stacksSections)
     EXPECT_EQ(inspector.viewControllers(), QList<KXViewController *> { &facts });
     QTest::qWait(1);
     EXPECT_EQ(rowsOf(inspector), u"28"_s);
+    brief = std::make_unique<Sheet>(u"Brief"_s, 30);
+    inspector.setViewControllers({ brief.get(), &facts });
+    brief.reset();
+    inspectorItem(facts)->setShowHeader(false); // whose place is another one now
+    QTest::qWait(1);
+    EXPECT_EQ(rowsOf(inspector), u"8 [100]"_s);
 }
 
 TEST(Inspector, remembersWhatIsOpenByItsPlace)
@@ -223,6 +270,14 @@ TEST(Inspector, remembersWhatIsOpenByItsPlace)
     }
     EXPECT_EQ(openIn({ &a, &b, &c }), u"o-o"_s);
     EXPECT_EQ(openIn({ &b, &a }), u"o-"_s); // the third place is not there
+    {
+        KXInspectorViewController inspector;
+        inspector.setAutosaveName(u"tracks"_s);
+        inspector.setViewControllers({ &a, &b, &c });
+        EXPECT_TRUE(inspector.isExpanded(&c));
+        inspector.setExpanded(&b, true); // before there is a view
+    }
+    EXPECT_EQ(openIn({ &a, &b, &c }), u"ooo"_s);
     for (const QVariant &rubbish : { QVariant(u"x"_s), QVariant(QVariantList { u"x"_s, QByteArray("x"), 7 }) }) {
         KXUserDefaults::standard().setValue(key, rubbish);
         EXPECT_EQ(openIn({ &a, &b }), u"--"_s);

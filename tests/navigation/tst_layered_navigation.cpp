@@ -128,6 +128,18 @@ TEST(Layers, tellAndPost)
     };
     navigation.pushViewController(stack.pages[0].get(), false);
     EXPECT_EQ(said(), u"will appear, did appear, pushed |  |  |  # Pus"_s);
+    // What is covered slides to its strip.
+    {
+        LayerStack moving;
+        moving.push(3, false);
+        moving.item(1)->setNextItemDistance(120);
+        moving.navigation.layoutLayers();
+        KXAnimationGroup::setAnimationsEnabled(true);
+        moving.navigation.pushViewController(moving.pages[3].get(), true);
+        EXPECT_EQ(moving.layer(2)->frame().x(), 145);
+        EXPECT_TRUE(QTest::qWaitFor([&] { return !moving.navigation.isPushing(); }));
+        EXPECT_EQ(moving.layer(2)->frame().x(), 50);
+    }
     // While a push runs: no peeking, and the end is told when it comes.
     KXAnimationGroup::setAnimationsEnabled(true);
     navigation.pushViewController(stack.pages[1].get(), true);

@@ -204,6 +204,21 @@ TEST(SearchView, isDrivenFromTheField)
     QTest::keyClicks(field, u"ab"_s);
     press(Qt::Key_Left);
     EXPECT_EQ(field->cursorPosition(), 1);
+    // A group's button is pressed with the mouse, at leisure, or by keys.
+    const QPoint button = [&] {
+        const QRect row = search.tableView()->visualRect(search.resultsContent()->index(3));
+        return QPoint(row.right() - 12, row.center().y());
+    }();
+    QTest::mousePress(search.tableView()->viewport(), Qt::LeftButton, {}, button);
+    QTest::qWait(20);
+    EXPECT_TRUE(field->hasFocus());
+    QTest::mouseRelease(search.tableView()->viewport(), Qt::LeftButton, {}, button);
+    EXPECT_EQ(rowsOf(search), u"b[All results] b1 b2 b3 b4 b5"_s);
+    QTest::keyClick(field, Qt::Key_Up, Qt::AltModifier);
+    EXPECT_EQ(search.selectedItem().toString(), u"a1"_s);
+    QTest::keyClick(field, Qt::Key_Down, Qt::AltModifier); // has no more
+    EXPECT_EQ(search.resultsContent()->rowCount(), 9);
+    EXPECT_TRUE(popover.isShown());
     // Whoever leaves the field closes the popover.
     field->clearFocus();
     QTest::qWait(20);

@@ -26,8 +26,15 @@ public:
         setIdentifier(name.toUpper());
     }
     int shown = 0;
+    std::function<void()> onAppearing;
 
 protected:
+    void viewWillAppear() override
+    {
+        KXPreferencesViewController::viewWillAppear();
+        if (onAppearing)
+            std::exchange(onAppearing, {})();
+    }
     void viewDidAppear() override
     {
         KXPreferencesViewController::viewDidAppear();
@@ -175,6 +182,27 @@ TEST_P(PreferencesTest, sectionsComeAndGo)
     preferences.setViewControllers({});
     EXPECT_FALSE(preferences.selectedViewController());
     EXPECT_FALSE(small.view()->isVisible());
+    QTest::qWait(0);
+    preferences.setViewControllers({ nullptr, &large });
+    EXPECT_EQ(preferences.selectedViewController(), &large);
+
+    // One that is told that it appears has another one selected, all of them removed, or ends.
+    preferences.setViewControllers({ &large, &small });
+    small.onAppearing = [&] { preferences.setSelectedViewController(&same); };
+    preferences.setViewControllers({ &large, &small, &same });
+    preferences.setSelectedViewController(&small);
+    EXPECT_EQ(preferences.selectedViewController(), &same);
+    EXPECT_TRUE(same.view()->isVisible());
+    EXPECT_FALSE(small.view()->isVisible());
+    small.onAppearing = [&] { preferences.setViewControllers({}); };
+    preferences.setSelectedViewController(&small);
+    EXPECT_FALSE(preferences.selectedViewController());
+    EXPECT_FALSE(small.view()->isVisible());
+    auto brief = std::make_unique<PaneViewController>(u"brief"_s, QSize(50, 50));
+    brief->onAppearing = [&] { brief.reset(); };
+    preferences.setViewControllers({ brief.get(), &large });
+    EXPECT_FALSE(preferences.selectedViewController());
+    preferences.setViewControllers({ &small });
     QTest::qWait(0);
 
     // A host's window that makes no sense: one without looks.

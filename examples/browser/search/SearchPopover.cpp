@@ -157,15 +157,6 @@ bool LibrarySearchViewController::eventFilter(QObject *object, QEvent *event)
                 Q_EMIT playRequested(found);
             return true;
         }
-        // More of the group that the selection is in, or all groups again.
-        if (key->modifiers() & Qt::AltModifier && (key->key() == Qt::Key_Down || key->key() == Qt::Key_Up)) {
-            int row = std::max(0, selectedRow());
-            while (row > 0 && !isGroupRow(row))
-                --row;
-            pressButtonOfRow(row);
-            selectRow(row + 1);
-            return true;
-        }
     }
     return KXSearchViewController::eventFilter(object, event);
 }

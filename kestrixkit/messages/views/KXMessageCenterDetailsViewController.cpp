@@ -150,6 +150,7 @@ QString KXMessageCenterDetailsViewController::page() const
         characters += info.size();
         mustache::data one;
         one["title"] = detailsCut(message.title(), detailsLongestTitle).toStdString();
+        one["info"] = detailsCut(message.info(), detailsLongestInfo).toStdString();
         one["timestampAsString"] = message.timestampAsString().toStdString();
         one["infoAsHTMLString"] = info.toStdString();
         one["hasInfo"] = !info.isEmpty();

@@ -9,10 +9,10 @@ class KXHTMLView;
 /// Shows all pending messages as a page, in a popover, and clears them when that closes.
 ///
 /// The page is made of a template (Mustache) by the name of "message_details_template.html", the host's or else the
-/// framework's. It is given "messages", each with title, timestampAsString, infoAsHTMLString,
-/// hasInfo, isError, kind and colour,
-/// and the theme's colours. Whatever messages hold, the page gets plain text with simple markup (b, i, code, lists …)
-/// and nothing that loads, runs or styles. Very many or very long messages are cut, and it says so.
+/// framework's. It is given "messages", each with title, info, infoAsHTMLString, timestampAsString, type,
+/// hasInfo, isError, kind and colour, and the theme's colours. Whatever messages hold, the page gets plain text with
+/// simple markup (b, i, code, lists …) and nothing that loads, runs or styles. Very many or very long messages are cut,
+/// and it says so.
 ///
 /// A message that is posted while the details are shown is not in them: it stays in the strip and in the center.
 /// Main thread.

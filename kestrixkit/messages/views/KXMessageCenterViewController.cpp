@@ -44,9 +44,11 @@ void KXMessageCenterViewController::viewDidLoad()
 
 void KXMessageCenterViewController::messageCenterDidPostMessage(const KXNotification &)
 {
+    const QPointer<KXMessageCenterViewController> alive(this);
     if (KXMessageCenterViewControllerDelegate *const host = delegate())
         host->messageCenterViewShouldBeShown(this);
-    updateMessageView();
+    if (alive)
+        updateMessageView();
 }
 
 void KXMessageCenterViewController::showNewest()

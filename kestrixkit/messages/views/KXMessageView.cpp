@@ -4,6 +4,7 @@
 #include <QKeyEvent>
 #include <QPainter>
 #include <QStyleOption>
+#include <QTextDocument>
 
 #include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/theme/KXPixelThickLine.h>
@@ -141,7 +142,7 @@ void KXMessageView::setMessage(const QString &message)
     // The accessible name is what is drawn: the text proper would take "&" for a mnemonic.
     m_messageButton->setAccessibleName(shown);
     m_messageButton->setText(QString(shown).replace(u'&', "&&"_L1));
-    m_messageButton->setToolTip(shown.isEmpty() ? QString() : "<qt>"_L1 + shown.toHtmlEscaped() + "</qt>"_L1);
+    m_messageButton->setToolTip(Qt::mightBeRichText(shown) ? "<qt>"_L1 + shown.toHtmlEscaped() + "</qt>"_L1 : shown);
     layoutSubviews();
     m_messageButton->update();
     if (QAccessible::isActive()) {

@@ -104,7 +104,7 @@ void KXPreferences::setViewControllers(const QList<KXPreferencesViewController *
     if (m_selected && !controllers.contains(m_selected))
         m_selected->disappear();
     fillToolbar();
-    setSelectedViewController(controllers.value(0));
+    setSelectedViewController(viewControllers().value(0));
 }
 
 void KXPreferences::removeViewController(KXPreferencesViewController *controller)
@@ -260,8 +260,12 @@ void KXPreferences::showSelected(bool animated)
             known = m_sizes.insert(
                 m_selected.data(), view->testAttribute(Qt::WA_Resized) ? view->size() : view->sizeHint());
         size = known->expandedTo(view->minimumSizeHint());
+        const QPointer<KXPreferencesViewController> shown = m_selected;
         m_selected->appearIn(m_activeContentView);
-        m_window->setWindowTitle(m_selected->preferencesSectionName());
+        if (m_selected != shown)
+            return; // whoever was told selects something else
+        if (shown)
+            m_window->setWindowTitle(shown->preferencesSectionName());
     }
     for (QAction *item : m_items->actions())
         item->setChecked(m_selected && item->data() == m_selected->preferencesSectionName());
