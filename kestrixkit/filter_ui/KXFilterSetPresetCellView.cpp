@@ -11,6 +11,8 @@ void KXFilterSetPresetCellView::setCountsContextIdentifier(const QString &identi
 
 void KXFilterSetPresetCellView::setFilterSetPreset(const KXFilterSetPreset &preset, bool isAvailable)
 {
+    if (!m_identifier.isNull() && !preset.isFolder()) // a folder's is the sum that the list has made
+        m_cell.count = preset.countForContextIdentifier(m_identifier).value_or(0);
     m_cell.isEditable = preset.isOverwritable();
     m_cell.isExpandable = preset.isFolder();
     m_cell.isEnabled = preset.isFolder() || isAvailable;

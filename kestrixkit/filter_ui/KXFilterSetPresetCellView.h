@@ -13,7 +13,7 @@ public:
     {
     }
 
-    /// Of the place whose counts are shown. A null one takes the count away.
+    /// Of the place whose counts are shown; the next preset that is set shows its own. A null one takes the count away.
     [[nodiscard]] const QString &countsContextIdentifier() const { return m_identifier; }
     void setCountsContextIdentifier(const QString &identifier);
     [[nodiscard]] qint64 count() const { return m_cell.count; }

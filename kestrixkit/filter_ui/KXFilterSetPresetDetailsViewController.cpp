@@ -244,6 +244,7 @@ QVariant KXFilterSetPresetDetailsViewController::cellFor(const QModelIndex &inde
 
 void KXFilterSetPresetDetailsViewController::menuNeedsUpdate(KXMenu &menu)
 {
+    menu.clear();
     if (!m_loadEnabled || !m_available)
         return;
     menu.addItem(

@@ -71,7 +71,7 @@ void KXFilterSetPresetSaveViewController::popoverWillShow()
     KXViewController::popoverWillShow();
     m_library->setPresentingPopoverController(popoverController());
     m_library->viewWillAppear();
-    updateFilterSetPresetName();
+    enablingMayHaveChanged();
 }
 
 void KXFilterSetPresetSaveViewController::popoverDidShow()

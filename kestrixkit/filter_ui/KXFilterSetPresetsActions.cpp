@@ -75,6 +75,7 @@ bool KXFilterSetPresetsViewController::validateMenuItem(MenuItem item) const
 
 void KXFilterSetPresetsViewController::menuNeedsUpdate(KXMenu &menu)
 {
+    menu.clear();
     const auto add = [&](const char *title, MenuItem item, void (KXFilterSetPresetsViewController::*act)()) {
         menu.addItem(
             KXLocalizedString(title), this, [this, act] { (this->*act)(); },

@@ -98,8 +98,9 @@ void KXFilterSetPresetsManagerViewController::load()
         popoverController()->close();
 }
 
-void KXFilterSetPresetsManagerViewController::loadPreset(const KXRef<KXFilterSetPreset> &preset)
+void KXFilterSetPresetsManagerViewController::loadPreset(const KXRef<KXFilterSetPreset> &given)
 {
+    const KXRef<KXFilterSetPreset> preset = given; // it may be the selected one, which another may become meanwhile
     if (!preset || !m_delegate || !m_delegate->loadFilterSet(*this, preset->filterSet()))
         return;
     // Whoever loaded it may have deleted it.

@@ -55,6 +55,7 @@ KXFilterSetPresetsViewController::KXFilterSetPresetsViewController(KXManagedObje
 
 KXFilterSetPresetsViewController::~KXFilterSetPresetsViewController()
 {
+    m_sourceList->saveState(); // while it has its tree and its view
     if (m_saveSplitSoon.isPending())
         saveSplit();
     m_changes = {};

@@ -284,6 +284,12 @@ TEST_F(DetailsTest, doWithoutWhatIsMissing)
         EXPECT_EQ(details.outlineView(), nullptr);
         details.setLoadEnabled(true);
         details.setAvailable(true);
+        KXMenu menu;
+        details.menuNeedsUpdate(menu);
+        details.setAvailable(false);
+        details.menuNeedsUpdate(menu);
+        EXPECT_TRUE(menu.actions().isEmpty());
+        details.setAvailable(true);
         details.reload();
         details.loadSelected();
         details.view()->show();

@@ -4,6 +4,7 @@
 #include <QComboBox>
 #include <QDateEdit>
 #include <QMimeData>
+#include <QSignalSpy>
 #include <QTest>
 #include <gtest/gtest.h>
 
@@ -130,6 +131,14 @@ TEST(FilterBarLayoutTest, rowsAndOrders)
 TEST_F(FilterBarTest, followsTheSetWhoeverChangesIt)
 {
     EXPECT_EQ(shown(), u"A0 B1 C2 D3"_s);
+    {
+        KXFilterBar other;
+        QSignalSpy changed(&other, &KXFilterBar::filterSetChanged);
+        other.setFilterSet(bar.filterSet());
+        other.setFilterSet(bar.filterSet());
+        other.setFilterSet({});
+        EXPECT_EQ(changed.size(), 2);
+    }
     const QPointer<KXFilterBarFilterView> first(view(0));
     const auto e = add(u"E"_s);
     EXPECT_EQ(bar.filterViews().size(), 5); // at once
@@ -348,6 +357,15 @@ TEST_F(RangeEditorTest, writesThroughAndTakesBackByEscape)
     EXPECT_EQ(filter->endValue()->toString(), u"128"_s);
     EXPECT_EQ(filter->endValueOperatorType(), KXPredicateOperator::LessThanOrEqual);
     EXPECT_FALSE(context->hasChanges() || context->undoManager()->canUndo());
+
+    // As assistive technology does it.
+    editor = open<KXRangeFilterViewController>(filter);
+    editor->startValueField()->setText(u"99"_s);
+    QTest::keyClick(editor->startValueField(), Qt::Key_Return);
+    EXPECT_EQ(filter->startValue()->toString(), u"99"_s);
+    KXDateFilterViewController nothing({});
+    nothing.view();
+    nothing.startDatePicker()->setDate(QDate(2000, 1, 1));
 
     // A comparison that is not offered stays.
     filter->setStartValueOperatorType(KXPredicateOperator::BeginsWith);

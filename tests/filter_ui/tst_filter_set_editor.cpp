@@ -318,6 +318,9 @@ TEST_F(PresetSaveTest, placesByWhatIsSelected)
     EXPECT_FALSE(popover().isSaveEnabled() || popover().saveButton()->isEnabled());
     popover().setFilterSetName(u"Locked too"_s);
     EXPECT_TRUE(popover().isSaveEnabled() && popover().saveButton()->isEnabled());
+    popover().cancel(); // what was typed is there the next time
+    editor->saveAsPreset(editor->saveButton());
+    EXPECT_EQ(popover().filterSetName(), u"Locked too"_s);
 }
 
 TEST_F(PresetSaveTest, overwritesAfterAQuestion)

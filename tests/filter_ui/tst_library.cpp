@@ -168,9 +168,12 @@ protected:
     bool loadFilterSet(Manager &, const KXRef<KXFilterSet> &set) override
     {
         loaded.append(set);
+        if (onLoading)
+            onLoading();
         return loads;
     }
 
+    std::function<void()> onLoading;
     KXFilterSetPresetsManager::Ref presetsManager;
     Preset a, b, c, d, f;
     std::unique_ptr<Library> library;
@@ -431,7 +434,6 @@ TEST_F(LibraryTest, rowsSayWhatIsOfUseAndWhatMayBeRenamed)
     library->menuNeedsUpdate(menu);
     EXPECT_EQ(menu.actions().size(), 3);
     library->setEditActionsEnabled(false);
-    menu.clear();
     library->menuNeedsUpdate(menu);
     EXPECT_EQ(menu.actions().size(), 1);
     EXPECT_FALSE(library->validateMenuItem(Item::Copy));
@@ -559,6 +561,11 @@ TEST_F(LibraryTest, remembersHowItWas)
     EXPECT_TRUE(list()->isExpanded(list()->model()->index(0, 0)));
     EXPECT_EQ(library->splitView()->sizes().first(), left);
     EXPECT_TRUE(library->currentDetailsViewController());
+    select({ u"a"_s });
+    turns();
+    select({ u"b"_s }); // soon after another
+    again();
+    EXPECT_EQ(library->selectedPreset(), b);
 
     // Without name nothing is remembered any more.
     library->setAutosaveName({});
@@ -674,6 +681,17 @@ TEST_F(LibraryPopoverTest, notesNoLoadingThatWasRefused)
     manager->loadPreset(b);
     EXPECT_EQ(loaded.size(), 1);
     EXPECT_FALSE(b->lastLoaded().isValid());
+    // Nor where the preset is gone by then, and another one selected.
+    loads = true;
+    own->sourceListTreeController()->setSelectedObjects({ a });
+    ASSERT_EQ(manager->selectedPreset(), a);
+    onLoading = [&] {
+        context->removeManagedObject(a);
+        context->save();
+    };
+    manager->loadPreset(manager->selectedPreset());
+    for (const Preset &other : { b, c, d })
+        EXPECT_FALSE(other->lastLoaded().isValid()) << other->title().toStdString();
 }
 
 TEST_F(LibraryTest, doesWithoutWhatIsMissing)

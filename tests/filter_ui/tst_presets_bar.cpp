@@ -199,6 +199,20 @@ TEST_F(PresetsBarTest, whatDoesNotFitIsInAMenu)
     EXPECT_EQ(items(*bar().overflowMenu()), u"Late night music with a long name|Mood && More>|No use-|House"_s);
     bar().resize(10, 30);
     EXPECT_TRUE(bar().overflowButton()->isVisible());
+    // A shorter title finds room, and a badge that came while the bar was hidden its own.
+    bar().resize(total - 1, 30);
+    EXPECT_EQ(visible(), 3);
+    late->setTitle(u"x"_s);
+    context->processPendingChanges();
+    QTest::qWait(0);
+    EXPECT_EQ(visible(), 4);
+    EXPECT_FALSE(bar().overflowButton()->isVisible());
+    EXPECT_LT(bar().sizeHint().width(), total);
+    bar().hide();
+    house->setCount(1500, u"here"_s);
+    bar().show();
+    const Button *const counted = bar().presetButtonForPreset(house.get());
+    EXPECT_EQ(counted->width(), counted->sizeHint().width());
 }
 
 TEST_F(PresetsBarTest, menusAndBadgesCount)

@@ -150,6 +150,8 @@ protected:
     void keepAs(const QString &name, const QString &folder = {})
     {
         KXFilterSetPresetSaveViewController &popover = openSave();
+        KXTreeController &tree = *popover.filterSetPresetsViewController()->sourceListTreeController();
+        tree.setSelectedObjects({}); // else it is what it was the last time
         if (!folder.isEmpty())
             select(popover,
                 KXFilterSetPreset::findFirstUsingPredicate(

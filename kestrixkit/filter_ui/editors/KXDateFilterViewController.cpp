@@ -130,7 +130,7 @@ void KXDateFilterViewController::dateRangeChanged()
 
 void KXDateFilterViewController::datesChanged()
 {
-    if (!m_startDatePicker || !m_endDatePicker)
+    if (!m_startDatePicker || !m_endDatePicker || !canEdit())
         return;
     const QDate start = m_startDatePicker->date(), end = m_endDatePicker->date();
     // Pickers know days, stored dates are moments.

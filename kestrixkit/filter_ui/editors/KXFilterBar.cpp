@@ -53,6 +53,7 @@ void KXFilterBar::setFilterSet(const KXRef<KXFilterSet> &set)
 {
     m_filtersObserver.reset();
     m_changes = {};
+    const bool isOther = set != m_set;
     m_set = set;
     const KXManagedObjectContext *const context = m_set ? m_set->managedObjectContext() : nullptr;
     m_filtersObserver = KXObserver::observerFor(m_set.get(), u"filters"_s, {}, [this](const KXKeyValueChange &change) {
@@ -61,7 +62,10 @@ void KXFilterBar::setFilterSet(const KXRef<KXFilterSet> &set)
     });
     // What is merged and undone comes whole by this.
     m_changes = KXManagedObjectContext::onChange(context, [this](const KXObjectsDidChange &did) { follow(did); });
+    const QPointer<KXFilterBar> alive(this);
     setupFilterViews();
+    if (alive && isOther)
+        Q_EMIT filterSetChanged();
 }
 
 void KXFilterBar::follow(const KXObjectsDidChange &did)

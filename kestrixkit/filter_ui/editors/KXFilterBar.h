@@ -98,6 +98,8 @@ public:
 Q_SIGNALS:
     /// Other filters are shown, or in another order.
     void filtersChanged();
+    /// setFilterSet() was given another one, or the set was deleted.
+    void filterSetChanged();
 
 protected:
     bool event(QEvent *event) override;

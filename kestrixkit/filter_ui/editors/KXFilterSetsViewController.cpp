@@ -49,6 +49,7 @@ KXFilterSetsViewController::KXFilterSetsViewController(KXManagedObjectContext::R
 
 KXFilterSetsViewController::~KXFilterSetsViewController()
 {
+    m_sourceList->saveState(); // while it has its tree and its view
     m_changes = {};
     m_popover.reset();
     m_sourceList->setDelegate(nullptr);
@@ -205,8 +206,10 @@ void KXFilterSetsViewController::enabledStateChanged(const QModelIndex &row)
 void KXFilterSetsViewController::menuNeedsUpdate(KXMenu &menu)
 {
     if (&menu == m_addMenu) {
+        menu.clear();
         addFilterMenuItems(menu);
     } else if (&menu == m_contextMenu) {
+        menu.clear();
         menu.addItem(
             KXLocalizedString("Delete"), this, [this] { deleteFilter(); },
             [this] { return !selectedFilters().isEmpty(); });

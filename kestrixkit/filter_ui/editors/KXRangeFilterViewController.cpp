@@ -110,7 +110,13 @@ void KXRangeFilterViewController::filterDidChange()
 
 void KXRangeFilterViewController::commitTyping()
 {
-    if (m_takeOverSoon.isPending())
+    const auto differs = [](const KXThemeableTextField *field, const std::optional<KXDecimal> &value) {
+        return field && field->text() != textOfNumber(value) && numberOfText(field->text()) != value;
+    };
+    // Assistive technology sets a text without typing it.
+    if (m_takeOverSoon.isPending()
+        || (canEdit()
+            && (differs(m_startValueField, m_filter->startValue()) || differs(m_endValueField, m_filter->endValue()))))
         rangeValuesChanged();
     // What is no number was taken for an open end, and shows as one.
     for (KXThemeableTextField *const field : { m_startValueField.data(), m_endValueField.data() }) {

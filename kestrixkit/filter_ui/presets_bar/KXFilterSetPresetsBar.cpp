@@ -197,15 +197,29 @@ bool KXFilterSetPresetsBar::concernsTopLevel(const KXObjectsDidChange &did) cons
 
 void KXFilterSetPresetsBar::follow(const KXObjectsDidChange &did)
 {
-    if (concernsTopLevel(did))
+    if (concernsTopLevel(did)) {
         setupPresetButtons();
-    else
+    } else {
         updateAvailabilityAfter(did);
+        if (changesTitles(did))
+            titlesDidChange();
+    }
     // A folder's number is of all that lies in it, and it is told of its own children's coming and going alone.
     for (Button *const button : std::as_const(m_buttons)) {
         if (button->filterSetPreset()->isFolder())
             button->setCountsContextIdentifier(m_identifier);
     }
+}
+
+/// Of presets without a button, or with one that is hidden: the others ask for another layout themselves.
+bool KXFilterSetPresetsBar::changesTitles(const KXObjectsDidChange &did) const
+{
+    const auto isRenamed = [&](const KXRef<KXManagedObject> &object) {
+        const Preset preset = KXFilterSetPreset::cast(object);
+        return preset && did.changedKeys.value(preset.get()).contains(u"title"_s) && m_presets.contains(preset);
+    };
+    return std::any_of(did.updated.begin(), did.updated.end(), isRenamed)
+        || std::any_of(did.refreshed.begin(), did.refreshed.end(), isRenamed);
 }
 
 /// A preset can be used or not by what its filters are.
@@ -260,6 +274,7 @@ bool KXFilterSetPresetsBar::eventFilter(QObject *object, QEvent *event)
 
 void KXFilterSetPresetsBar::menuNeedsUpdate(KXMenu &menu, const Preset &folder)
 {
+    menu.clear();
     if (!folder) {
         for (const Preset &preset : m_presets.mid(m_shownCount))
             addMenuItemForPreset(menu, preset);

@@ -83,6 +83,8 @@ private:
     void follow(const KXObjectsDidChange &did);
     [[nodiscard]] bool concernsTopLevel(const KXObjectsDidChange &did) const;
     void updateAvailabilityAfter(const KXObjectsDidChange &did);
+    [[nodiscard]] bool changesTitles(const KXObjectsDidChange &did) const;
+    void titlesDidChange();
     [[nodiscard]] QList<Preset> level(const Preset &folder) const;
     [[nodiscard]] Button *createPresetButtonForPreset(const Preset &preset);
     void updateAvailability(Button &button) const;

@@ -91,6 +91,13 @@ void KXFilterSetPresetsBar::restoreTabOrder()
         setTabOrder(last, m_overflowButton);
 }
 
+void KXFilterSetPresetsBar::titlesDidChange()
+{
+    m_width = -1;
+    arrange(false);
+    updateGeometry();
+}
+
 void KXFilterSetPresetsBar::resizeEvent(QResizeEvent *event)
 {
     QWidget::resizeEvent(event);
@@ -100,10 +107,9 @@ void KXFilterSetPresetsBar::resizeEvent(QResizeEvent *event)
 bool KXFilterSetPresetsBar::event(QEvent *event)
 {
     const bool handled = QWidget::event(event);
-    if (event->type() == QEvent::LayoutRequest) { // a title or a badge has another width
-        m_width = -1;
-        arrange(false);
-        updateGeometry();
+    // A title or a badge has another width, which nobody is told while the bar is hidden.
+    if (event->type() == QEvent::LayoutRequest || event->type() == QEvent::Show) {
+        titlesDidChange();
     } else if (event->type() == QEvent::LayoutDirectionChange) {
         arrange(false);
     }
