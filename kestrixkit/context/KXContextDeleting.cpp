@@ -126,13 +126,19 @@ void KXContextEditor::remove(std::vector<KXRef<Object>> doomed)
             read += count;
         }
         const KXRef<Object> next = doomed[i];
-        if (!next || next->managedObjectContext() != m_keeper.q || next->isDeleted() || !Access::loadedValues(next))
+        const auto isThere = [&] {
+            return next && next->managedObjectContext() == m_keeper.q && !next->isDeleted()
+                && Access::loadedValues(next);
+        };
+        if (!isThere())
             continue;
         Access::prepareForDeletion(next.get());
-        if (next->isDeleted())
-            continue; // by its own preparation
+        if (!isThere())
+            continue; // deleted by its own preparation, perhaps saved
+        Together together(*this);
         markDeleted(next);
         followDeleteRules(next.get(), doomed);
+        together.tell();
     }
 }
 

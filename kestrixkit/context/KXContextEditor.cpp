@@ -69,22 +69,46 @@ bool KXContextEditor::makesCircle(const Object *object, const KXPropertyDescript
     return false;
 }
 
+KXContextEditor::Together::Together(KXContextEditor &editor)
+    : m_editor(editor)
+    , m_isOutermost(!editor.m_together)
+{
+    if (m_isOutermost)
+        editor.m_together = &m_changes;
+}
+
+KXContextEditor::Together::~Together()
+{
+    if (m_isOutermost)
+        m_editor.m_together = nullptr;
+}
+
+void KXContextEditor::Together::tell()
+{
+    if (!std::exchange(m_isOutermost, false))
+        return;
+    m_editor.m_together = nullptr;
+    m_changes.tell(); // which may end the context
+}
+
 void KXContextEditor::assignToOne(Object *object, const KXPropertyDescription &property, qint64 key)
 {
     if (object->isDeleted() || !Access::loadedValues(object))
         return; // a deleted object keeps its values
-    object->willChangeValueForKey(property.name());
+    Together together(*this);
+    m_together->willSet(object, property);
     willChange(object, property.index());
     Access::values(object)->setToOne(property, key);
-    object->didChangeValueForKey(property.name());
+    together.tell();
 }
 
 void KXContextEditor::assign(Object *object, const KXPropertyDescription &property, const KXRowValues &from)
 {
-    object->willChangeValueForKey(property.name());
+    Together together(*this);
+    m_together->willSet(object, property);
     willChange(object, property.index());
     Access::values(object)->copy(from, property);
-    object->didChangeValueForKey(property.name());
+    together.tell();
 }
 
 void KXContextEditor::link(Object *object, const KXPropertyDescription &property, qint64 key, bool add)
@@ -96,11 +120,9 @@ void KXContextEditor::link(Object *object, const KXPropertyDescription &property
     if (known
         && (known->loaded ? known->members.contains(key) == add : (add ? known->added : known->removed).contains(key)))
         return;
-    const KXChangeKind kind = add ? KXChangeKind::Insertion : KXChangeKind::Removal;
-    const QVariantList member = object->isObserved()
-        ? QVariantList { KXVariantFromRef(m_reader.object(*property.destinationEntity(), key)) }
-        : QVariantList();
-    object->willChangeValueForKey(property.name(), kind, add ? QVariantList() : member);
+    Together together(*this);
+    if (object->isObserved())
+        m_together->willLink(object, property, m_reader.object(*property.destinationEntity(), key), add);
     willChange(object, property.index());
     m_recorder.willLink(object, property.index(), key, add);
     KXToManyKeys &keys = Access::values(object)->toMany(property);
@@ -113,32 +135,34 @@ void KXContextEditor::link(Object *object, const KXPropertyDescription &property
         else
             keys.members.remove(key);
     }
-    object->didChangeValueForKey(property.name(), kind, add ? QVariantList() : member, add ? member : QVariantList());
+    together.tell();
 }
 
 /// Of a many-to-many relationship. Where its ends were read at different times they may not agree on what there was:
 /// the word of the object counts, lest the change be one of the object alone.
 void KXContextEditor::linkEnds(Object *object, const KXPropertyDescription &property, Object *other, bool add)
 {
+    Together together(*this);
     link(object, property, Access::key(other), add);
     const KXPropertyDescription *inverse = property.inverse();
-    if (!inverse || (inverse == &property && other == object))
-        return;
-    const qint64 key = Access::key(object);
-    KXToManyKeys *keys = Access::values(other) ? Access::values(other)->existingToMany(*inverse) : nullptr;
-    if (keys && keys->loaded && !(add ? keys->added : keys->removed).contains(key)) {
-        if (add)
-            keys->members.remove(key);
-        else
-            keys->members.insert(key);
+    if (inverse && !(inverse == &property && other == object)) {
+        const qint64 key = Access::key(object);
+        KXToManyKeys *keys = Access::values(other) ? Access::values(other)->existingToMany(*inverse) : nullptr;
+        if (keys && keys->loaded && !(add ? keys->added : keys->removed).contains(key)) {
+            if (add)
+                keys->members.remove(key);
+            else
+                keys->members.insert(key);
+        }
+        link(other, *inverse, key, add);
     }
-    link(other, *inverse, key, add);
+    together.tell();
 }
 
 void KXContextEditor::setToOne(Object *object, const KXPropertyDescription &property, Object *other)
 {
     m_keeper.checkThread();
-    if (!mayConnect(object, property, other))
+    if (!mayConnect(object, property, other) || !Access::loadedValues(object))
         return;
     const qint64 before = Access::values(object)->toOne(property);
     const qint64 after = other ? Access::key(other) : 0;
@@ -146,12 +170,17 @@ void KXContextEditor::setToOne(Object *object, const KXPropertyDescription &prop
         Access::announceUnchanged(object, property);
         return;
     }
-    const KXRef<Object> held(object);
-    const KXRef<Object> heldOther(other);
+    Together together(*this);
     assignToOne(object, property, after);
+    if (property.inverse())
+        followToOne(object, property, before, other);
+    together.tell();
+}
+
+/// The ends that the object has left and come to.
+void KXContextEditor::followToOne(Object *object, const KXPropertyDescription &property, qint64 before, Object *other)
+{
     const KXPropertyDescription *inverse = property.inverse();
-    if (!inverse)
-        return;
     const KXRef<Object> partner = before ? m_reader.object(*property.destinationEntity(), before) : KXRef<Object>();
     if (inverse->isToMany()) {
         if (partner)
@@ -162,16 +191,16 @@ void KXContextEditor::setToOne(Object *object, const KXPropertyDescription &prop
     }
     if (partner && Access::loadedValues(partner) && Access::values(partner)->toOne(*inverse) == Access::key(object))
         assignToOne(partner.get(), *inverse, 0);
-    if (other) {
-        // Whoever was the partner of the new partner loses it, unless it has another one: one that comes back from its
-        // deletion remembers a partner that has gone on.
-        if (const qint64 robbed = Access::values(other)->toOne(*inverse); robbed && robbed != Access::key(object)) {
-            const KXRef<Object> loser = m_reader.object(*inverse->destinationEntity(), robbed);
-            if (loser && Access::loadedValues(loser) && Access::values(loser)->toOne(property) == Access::key(other))
-                assignToOne(loser.get(), property, 0);
-        }
-        assignToOne(other, *inverse, Access::key(object));
+    if (!other)
+        return;
+    // Whoever was the partner of the new partner loses it, unless it has another one: one that comes back from its
+    // deletion remembers a partner that has gone on.
+    if (const qint64 robbed = Access::values(other)->toOne(*inverse); robbed && robbed != Access::key(object)) {
+        const KXRef<Object> loser = m_reader.object(*inverse->destinationEntity(), robbed);
+        if (loser && Access::loadedValues(loser) && Access::values(loser)->toOne(property) == Access::key(other))
+            assignToOne(loser.get(), property, 0);
     }
+    assignToOne(other, *inverse, Access::key(object));
 }
 
 void KXContextEditor::addToMany(Object *object, const KXPropertyDescription &property, Object *other)

@@ -4,6 +4,7 @@
 #include <span>
 #include <vector>
 
+#include <kestrixkit/context/KXChangesTogether_p.h>
 #include <kestrixkit/context/KXContextAnnouncer_p.h>
 #include <kestrixkit/context/KXContextReader_p.h>
 #include <kestrixkit/context/KXContextRecorder_p.h>
@@ -24,6 +25,23 @@ public:
     {
     }
     Q_DISABLE_COPY_MOVE(KXContextEditor)
+
+    /// Holds back what observers of keys are to be told of until all ends of a change are settled: they may do as they
+    /// like then. Scopes nest, and the outermost tells.
+    class Together
+    {
+    public:
+        explicit Together(KXContextEditor &editor);
+        ~Together();
+        Q_DISABLE_COPY_MOVE(Together)
+        /// The last thing to be done: the context may be gone afterwards. Without it nobody is told.
+        void tell();
+
+    private:
+        KXContextEditor &m_editor;
+        KXChangesTogether m_changes;
+        bool m_isOutermost;
+    };
 
     // Values and relationships: KXContextEditor.cpp.
 
@@ -65,6 +83,8 @@ public:
     void letGo(KXManagedObject *object);
 
 private:
+    void followToOne(
+        KXManagedObject *object, const KXPropertyDescription &property, qint64 before, KXManagedObject *other);
     [[nodiscard]] static bool hasDeletionToFollow(const KXPropertyDescription &property);
     void readForDeletion(std::span<const KXRef<KXManagedObject>> doomed);
     void readForDeletion(const KXEntityDescription &entity, std::span<const KXRef<KXManagedObject>> objects,
@@ -76,4 +96,5 @@ private:
     KXContextReader &m_reader;
     KXContextRecorder &m_recorder;
     KXContextAnnouncer &m_announcer;
+    KXChangesTogether *m_together = nullptr; // of the outermost scope
 };

@@ -54,6 +54,12 @@ void KXContextFetcher::throwIfMistake(const KXError &error)
         throw KXException(QString(KXUnknownKeyException), error.localizedDescription());
 }
 
+void KXContextFetcher::reportOf(const QString &subject, const KXError &error)
+{
+    throwIfMistake(error);
+    KXLogError(store, "%@: %@", subject, error);
+}
+
 void KXContextFetcher::reportOf(const QString &name, const KXPredicate &predicate, const KXError &error)
 {
     throwIfMistake(error);

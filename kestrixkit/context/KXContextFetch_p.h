@@ -34,6 +34,7 @@ public:
     /// Logs why a fetch has failed, or throws for an unknown key: of who gave no error slot. The name is that of the
     /// entity or template.
     static void reportOf(const QString &name, const KXPredicate &predicate, const KXError &error);
+    static void reportOf(const QString &subject, const KXError &error);
     [[nodiscard]] const KXSortOrder &sortOrder() const { return m_sortOrder; }
 
     /// Whether a row is part of the result as the context sees it now; its object comes along.

@@ -6,6 +6,8 @@
 
 #include <kestrixkit/context/KXContextFetch_p.h>
 #include <kestrixkit/context/KXManagedObjectContext_p.h>
+#include <kestrixkit/foundation/KXException.h>
+#include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/foundation/KXUserDefaults.h>
 
 using namespace Qt::StringLiterals;
@@ -15,14 +17,18 @@ namespace {
 KXFetchRequest requestFromTemplate(
     const KXManagedObjectContextPrivate &context, const QString &name, const QVariantMap &variables)
 {
-    const KXFetchTemplate &fetch = context.coordinator->model()->fetchTemplate(name);
+    const auto model = context.coordinator->model();
+    if (!model)
+        throw KXException(
+            QString(KXInvalidArgumentException), KXStringWithFormat("There is no model for the template \"%@\"", name));
+    const KXFetchTemplate &fetch = model->fetchTemplate(name);
     return KXFetchRequest(fetch.entityName, fetch.predicate.predicateWithSubstitutionVariables(variables));
 }
 
 KXRef<KXManagedObject> firstOrLog(const KXFetchedList &list, const QString &templateName, const KXError &error)
 {
     if (list.isNull())
-        KXContextFetcher::reportOf(templateName, {}, error);
+        KXContextFetcher::reportOf(templateName, error);
     return list.first();
 }
 
@@ -35,7 +41,7 @@ qint64 KXManagedObjectContext::countFor(const QVariant &identifier, const QStrin
     const qint64 number = count(
         requestFromTemplate(*m_p, usingTemplate, { { u"IDENTIFIER"_s, identifier }, { u"USER"_s, user } }), &error);
     if (number < 0)
-        KXContextFetcher::reportOf(usingTemplate, {}, error);
+        KXContextFetcher::reportOf(usingTemplate, error);
     return number;
 }
 
@@ -44,7 +50,7 @@ qint64 KXManagedObjectContext::countUsingTemplate(const QString &templateName)
     KXError error;
     const qint64 number = count(requestFromTemplate(*m_p, templateName, {}), &error);
     if (number < 0)
-        KXContextFetcher::reportOf(templateName, {}, error);
+        KXContextFetcher::reportOf(templateName, error);
     return std::max<qint64>(0, number);
 }
 

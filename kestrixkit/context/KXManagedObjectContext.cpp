@@ -226,7 +226,7 @@ KXFetchedList KXManagedObjectContext::fetchAllForEntity(const QString &entityNam
     KXError error;
     const KXFetchedList list = fetch(KXFetchRequest(entityName), &error);
     if (list.isNull())
-        KXContextFetcher::reportOf(entityName, {}, error);
+        KXContextFetcher::reportOf(entityName, error);
     return list;
 }
 
@@ -254,7 +254,7 @@ qint64 KXManagedObjectContext::countForEntity(const QString &entityName, const K
     KXError error;
     const qint64 number = count(KXFetchRequest(entityName, usingPredicate), &error);
     if (number < 0)
-        KXContextFetcher::reportOf(entityName, usingPredicate, error);
+        KXContextFetcher::reportOf(usingPredicate.predicateFormat(), error);
     return std::max<qint64>(0, number);
 }
 

@@ -10,6 +10,7 @@
 #include <kestrixkit/foundation/KXLock_p.h>
 #include <kestrixkit/foundation/KXLog.h>
 #include <kestrixkit/foundation/KXMainThreadDictionary.h>
+#include <kestrixkit/foundation/KXRunCaught_p.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/migration/KXStoreMigration_p.h>
 #include <kestrixkit/store/KXPersistentStore.h>
@@ -75,12 +76,13 @@ QString KXPersistentStoreCoordinator::storePathForName(const QString &name)
 KXPersistentStoreCoordinator::Ref KXPersistentStoreCoordinator::persistentStoreCoordinatorWithName(const QString &name)
 {
     static std::mutex opening;
+    // Presenting may wait for the user, here as well as below: it happens without the lock.
+    const QString path = storePathForName(name);
     KXError error;
     Ref coordinator;
     {
         const std::lock_guard lock(opening);
         const KXManagedObjectModel::Ref model = KXManagedObjectModel::managedObjectModel();
-        const QString path = storePathForName(name);
         std::unique_ptr<KXPersistentStorePrivate> store;
         if (!model)
             error = KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::CannotOpen, u"There is no object model"_s);
@@ -90,7 +92,6 @@ KXPersistentStoreCoordinator::Ref KXPersistentStoreCoordinator::persistentStoreC
             model, store ? std::make_unique<KXPersistentStore>(std::move(store)) : nullptr));
         KXMainThreadDictionary::setValue(KLNSPersistentStoreCoordinatorMainThreadKey, coordinator);
     }
-    // Presenting may wait for the user, so it happens without the lock.
     if (error) {
         KXLogError(store, "Failed to create Persistent Store - %@", error.localizedDescription());
         KXApplication::presentError(error);
@@ -210,11 +211,7 @@ void KXPersistentStoreCoordinator::deliverChanges()
             const std::lock_guard calling(observer->calling);
             if (observer->ended)
                 continue;
-            try {
-                observer->function(change);
-            } catch (const std::exception &mistake) {
-                KXLogError(store, "An observer of saves threw: %s", mistake.what());
-            }
+            KXRunCaught("an observer of saves", [&] { observer->function(change); });
         }
         lock.lock();
     }

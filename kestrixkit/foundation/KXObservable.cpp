@@ -156,11 +156,11 @@ void KXObservable::removeKVOBlockObserver(const std::shared_ptr<KXObserver> &obs
     if (!observer || !m_data)
         return;
     const auto list = m_data->observers.find(observer->keypath());
-    if (list == m_data->observers.end() || !list->removeOne(observer))
-        return;
-    if (list->isEmpty())
+    const bool isHeld = list != m_data->observers.end() && list->removeOne(observer);
+    if (isHeld && list->isEmpty())
         m_data->observers.erase(list);
-    observer->stop(); // may end this object
+    if (isHeld || observer->observee() == this) // else it was made by observerFor() of another object
+        observer->stop(); // may end this object
 }
 
 void KXObservable::removeKVOBlockObservers()

@@ -105,7 +105,8 @@ public:
     /// object keeps the observer; the observation ends when it is removed or the object goes.
     std::shared_ptr<KXObserver> onChangeOf(const QString &keyPath, KXObserverBlock block);
     std::shared_ptr<KXObserver> onChangeOf(const QString &keyPath, KXObservingOptions options, KXObserverBlock block);
-    /// Nothing happens for an observer of another object or one already removed.
+    /// Also of one that was made by KXObserver::observerFor(). Nothing happens for an observer of another object or one
+    /// already removed.
     void removeKVOBlockObserver(const std::shared_ptr<KXObserver> &observer);
     void removeKVOBlockObservers();
     /// The observers that onChangeOf made, by key path.

@@ -187,6 +187,10 @@ TEST(StoreOperations, keepOneFlagAndAnnounceItsTwoKeysTogether)
     EXPECT_EQ(announced, on + on + off);
     EXPECT_TRUE(operation->isDone());
     EXPECT_EQ(std::make_shared<KXManagedObjectContextOperation>(nullptr)->localContext(), nullptr);
+    LibraryTest here; // on the main thread, whose contexts have one
+    ASSERT_TRUE(here.context->undoManager());
+    const auto ofHere = std::make_shared<KXManagedObjectContextOperation>(here.context);
+    EXPECT_EQ(ofHere->localContext()->undoManager(), nullptr);
 
     announced.clear();
     const auto throws = std::make_shared<Work>(nullptr, [](Work &) { throw std::runtime_error("in its work"); });

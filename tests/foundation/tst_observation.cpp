@@ -276,6 +276,11 @@ TEST_F(Observation, ObserversAreListedAndRemoved)
     object->removeKVOBlockObserver(one);
     object->setValueForKey(u"name"_s, 2);
     EXPECT_EQ(calls, 3);
+    const auto own = KXObserver::observerFor(object.get(), u"name"_s, {}, count());
+    other->removeKVOBlockObserver(own);
+    EXPECT_EQ(own->observee(), object.get());
+    object->removeKVOBlockObserver(own);
+    EXPECT_EQ(own->observee(), nullptr);
     object->removeKVOBlockObservers();
     object->removeKVOBlockObservers();
     EXPECT_TRUE(object->observers().isEmpty());

@@ -509,13 +509,21 @@ static void expectThatNothingCanBeDone(KXManagedObjectContext &context)
     EXPECT_FALSE(coordinator->managedObjectIDForURIRepresentation(QUrl(u"x-kestrix-store://a/Track/p1"_s)));
     if (!coordinator->model()) {
         EXPECT_THROW((void)context.fetchAllForEntity(u"Track"_s), KXException);
+        EXPECT_THROW((void)context.countUsingTemplate(u"loved"_s), KXException);
         return;
     }
     KXError error;
     EXPECT_TRUE(context.fetch(KXFetchRequest(u"Track"_s), &error).isNull());
     EXPECT_EQ(error.code(), KXStoreErrorCode::CannotOpen);
     EXPECT_EQ(context.count(KXFetchRequest(u"Track"_s)), -1);
-    EXPECT_EQ(context.countForEntity(u"Track"_s), 0);
+    const KXTestLog log;
+    EXPECT_EQ(context.countForEntity(u"Track"_s, KXPredicate::predicateWithFormat("plays > 5")), 0);
+    EXPECT_TRUE(context.fetchAllForEntity(u"Track"_s).isNull());
+    EXPECT_TRUE(context.fetchForEntity(u"Track"_s, KXPredicate::predicateWithFormat("plays > 5")).isNull());
+    const QString why = error.localizedDescription();
+    EXPECT_TRUE(log.contains(u": plays > 5: "_s + why));
+    EXPECT_TRUE(log.contains(u": Track: "_s + why));
+    EXPECT_TRUE(log.contains(u": Track: plays > 5 "_s + why));
     EXPECT_FALSE(context.fetchFirstForEntity(u"Track"_s, {}));
     EXPECT_FALSE(context.managedObjectForEntity(u"Track"_s, &error));
     EXPECT_TRUE(context.objectInstancesFromURIRepresentations({ QUrl(u"x-kestrix-store://a/Track/p1"_s) }).isEmpty());
@@ -525,6 +533,20 @@ static void expectThatNothingCanBeDone(KXManagedObjectContext &context)
     context.removeManagedObject(temporary);
     EXPECT_TRUE(context.save(&error)) << "nothing to save";
     context.rollback();
+}
+
+TEST_F(OpeningByName, whoIsToldThatTheFolderIsMissingMayOpenAnother)
+{
+    Library::write(data.filePath(u"plain"_s), {});
+    qputenv("XDG_DATA_HOME", data.filePath(u"plain"_s).toLocal8Bit());
+    Coordinator::Ref another;
+    const auto presenting = KXApplication::setPresentErrorHandler([&](const KXError &) {
+        qputenv("XDG_DATA_HOME", data.path().toLocal8Bit());
+        another = Coordinator::persistentStoreCoordinatorWithName(u"b.db"_s);
+    });
+    (void)Coordinator::persistentStoreCoordinatorWithName(u"a.db"_s);
+    ASSERT_TRUE(another);
+    EXPECT_TRUE(another->store());
 }
 
 TEST_F(OpeningByName, presentsWhyItCannotAndGoesOnWithoutStore)
