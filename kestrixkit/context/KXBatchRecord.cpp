@@ -178,8 +178,10 @@ KXBatchRecord::Undone KXBatchRecord::undo(KXManagedObjectContextPrivate &context
             keys.insert(row.key);
         }
     }
-    (void)KXContextReverter(context).revert(std::move(entries));
+    KXChangesTogether told;
+    (void)KXContextReverter(context).revert(std::move(entries), told);
     std::copy_if(m_keys.begin(), m_keys.end(), std::back_inserter(undone.keys),
         [&keys](qint64 key) { return keys.contains(key); });
+    told.tell();
     return undone;
 }

@@ -73,6 +73,7 @@ void KXContextSaver::pass(KXManagedObjectContextPrivate &parent, KXContextMerger
     const std::vector<Object *> inserted = m_inserted;
     finish(others);
 
+    KXContextEditor::Together together(parent.editor);
     // All new objects are there before anything refers to them, and all that go are marked before rules are followed.
     for (size_t i = 0; i < inserted.size(); ++i) {
         all[i].target = parent.reader.makeObject(*inserted[i]->entity(), Access::key(inserted[i]));
@@ -111,4 +112,5 @@ void KXContextSaver::pass(KXManagedObjectContextPrivate &parent, KXContextMerger
         parent.editor.followDeleteRules(object.get(), doomed);
     for (const KXRef<Object> &object : doomed)
         parent.editor.remove({ KXRef<Object>(object.get()) });
+    together.tell();
 }

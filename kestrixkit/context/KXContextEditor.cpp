@@ -83,12 +83,11 @@ KXContextEditor::Together::~Together()
         m_editor.m_together = nullptr;
 }
 
-void KXContextEditor::Together::tell()
+KXChangesTogether KXContextEditor::Together::take()
 {
-    if (!std::exchange(m_isOutermost, false))
-        return;
-    m_editor.m_together = nullptr;
-    m_changes.tell(); // which may end the context
+    if (std::exchange(m_isOutermost, false))
+        m_editor.m_together = nullptr;
+    return std::move(m_changes);
 }
 
 void KXContextEditor::assignToOne(Object *object, const KXPropertyDescription &property, qint64 key)
@@ -166,14 +165,14 @@ void KXContextEditor::setToOne(Object *object, const KXPropertyDescription &prop
         return;
     const qint64 before = Access::values(object)->toOne(property);
     const qint64 after = other ? Access::key(other) : 0;
-    if (before == after) {
-        Access::announceUnchanged(object, property);
-        return;
-    }
     Together together(*this);
-    assignToOne(object, property, after);
-    if (property.inverse())
-        followToOne(object, property, before, other);
+    if (before == after) {
+        m_together->willSet(object, property); // who observes it hears of each setting
+    } else {
+        assignToOne(object, property, after);
+        if (property.inverse())
+            followToOne(object, property, before, other);
+    }
     together.tell();
 }
 

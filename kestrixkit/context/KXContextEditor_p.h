@@ -35,7 +35,9 @@ public:
         ~Together();
         Q_DISABLE_COPY_MOVE(Together)
         /// The last thing to be done: the context may be gone afterwards. Without it nobody is told.
-        void tell();
+        void tell() { take().tell(); }
+        /// What is to be told, for the caller to do it later. Nothing within another scope.
+        [[nodiscard]] KXChangesTogether take();
 
     private:
         KXContextEditor &m_editor;

@@ -27,15 +27,18 @@ public:
         const auto context = m_context.lock();
         if (!context)
             return nullptr;
-        auto opposite = KXContextReverter(KXManagedObjectContextPrivate::of(*context)).revert(std::move(m_entries));
+        auto opposite
+            = KXContextReverter(KXManagedObjectContextPrivate::of(*context)).revert(std::move(m_entries), m_told);
         return std::make_unique<ContextFact>(m_context, m_target, std::move(opposite));
     }
+    void didRevert() override { m_told.tell(); }
     [[nodiscard]] const void *target() const override { return m_target; }
 
 private:
     std::weak_ptr<KXManagedObjectContext> m_context;
     const void *m_target;
     std::vector<Entry> m_entries;
+    KXChangesTogether m_told;
 };
 
 }
@@ -248,9 +251,10 @@ void KXContextReverter::findAgain(Entry &entry)
         entry.object = now;
 }
 
-std::vector<KXContextRecorder::Entry> KXContextReverter::revert(std::vector<Entry> entries)
+std::vector<KXContextRecorder::Entry> KXContextReverter::revert(std::vector<Entry> entries, KXChangesTogether &told)
 {
     m_context.recorder.flush();
+    KXContextEditor::Together together(m_context.editor);
     struct Guard
     {
         KXContextRecorder &recorder;
@@ -294,5 +298,6 @@ std::vector<KXContextRecorder::Entry> KXContextReverter::revert(std::vector<Entr
             std::swap(links.added, links.removed);
     }
     std::reverse(entries.begin(), entries.end());
+    told = together.take();
     return entries;
 }

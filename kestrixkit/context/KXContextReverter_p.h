@@ -18,8 +18,8 @@ public:
     [[nodiscard]] static std::unique_ptr<KXUndoFact> factOf(
         KXManagedObjectContext *context, std::vector<Entry> entries);
 
-    /// Answers entries that undo that.
-    [[nodiscard]] std::vector<Entry> revert(std::vector<Entry> entries);
+    /// Answers entries that undo that, and what observers are to be told of afterwards.
+    [[nodiscard]] std::vector<Entry> revert(std::vector<Entry> entries, KXChangesTogether &told);
 
 private:
     void findAgain(Entry &entry);

@@ -274,14 +274,17 @@ void KXUndoManager::revertLast(Stack &from, Stack &onto, State state)
     m_isOpen = true;
     m_ofTurn = false;
     m_state = state;
+    std::vector<std::unique_ptr<KXUndoFact>> reverted;
     while (!m_reverting.empty()) { // a function may remove actions
-        const std::unique_ptr<KXUndoFact> fact = std::move(m_reverting.back());
+        reverted.push_back(std::move(m_reverting.back()));
         m_reverting.pop_back();
         std::unique_ptr<KXUndoFact> opposite;
-        KXRunCaught("undoing", [&] { opposite = fact->revert(); });
+        KXRunCaught("undoing", [&] { opposite = reverted.back()->revert(); });
         if (opposite)
             m_step.facts.push_back(std::move(opposite));
     }
+    for (const std::unique_ptr<KXUndoFact> &fact : reverted)
+        KXRunCaught("undoing", [&] { fact->didRevert(); });
     boundary(); // what followed from it belongs to it
     if (m_depth > 0)
         KXLogWarning(foundation, "An undo group was left open while undoing");

@@ -28,6 +28,8 @@ public:
     /// Takes it back, once, and answers what takes that back in turn; null where nothing does. What it throws is
     /// logged.
     virtual std::unique_ptr<KXUndoFact> revert() = 0;
+    /// Called when all of its step has been taken back: the time to tell others, who may change things then.
+    virtual void didRevert() { }
     /// What it is about, as the address of the whole object; for removeAllActionsWithTarget() only.
     [[nodiscard]] virtual const void *target() const;
 };

@@ -48,7 +48,7 @@ public:
         const auto genre = any(m_genres);
         if (!one || !other || !album || !genre)
             return;
-        switch (m_random.below(17)) {
+        switch (m_random.below(18)) {
         case 0:
             one->setAlbum(m_random.chance(0.3) ? nullptr : album);
             break;
@@ -106,6 +106,9 @@ public:
             if (context->undoManager()->canRedo() && m_depth == 0)
                 context->undoManager()->redo();
             break;
+        case 17:
+            editElsewhere(one, other, album, genre);
+            break;
         }
     }
     void expectAgreement()
@@ -126,6 +129,39 @@ public:
     }
 
 private:
+    /// Another context saves something, which is merged at once.
+    void editElsewhere(
+        const KXRef<Track> &one, const KXRef<Track> &two, const KXRef<Album> &album, const KXRef<Genre> &genre)
+    {
+        const auto elsewhere = otherContext();
+        const auto track = in(elsewhere, one), remix = in(elsewhere, two);
+        const auto home = in(elsewhere, album);
+        const auto kind = in(elsewhere, genre);
+        if (!track || track->isMissing() || !remix || remix->isMissing())
+            return;
+        switch (m_random.below(5)) {
+        case 0:
+            track->setAlbum(home);
+            break;
+        case 1:
+            track->setRemix(remix);
+            break;
+        case 2:
+            m_random.chance(0.5) ? track->addToGenres(kind) : track->removeFromGenres(kind);
+            break;
+        case 3:
+            m_random.chance(0.5) ? track->addToNeighbours(remix) : track->removeFromNeighbours(remix);
+            break;
+        case 4:
+            if (m_random.chance(0.2))
+                elsewhere->removeManagedObject(track);
+            break;
+        }
+        const size_t before = saved.size();
+        EXPECT_TRUE(elsewhere->save());
+        for (size_t i = before; i < saved.size(); ++i)
+            context->mergeChangesFromStoreChange(saved[i]);
+    }
     template <class T> static QList<KXRef<T>> living(const QList<KXRef<T>> &all)
     {
         QList<KXRef<T>> living;
