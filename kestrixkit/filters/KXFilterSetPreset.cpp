@@ -134,11 +134,10 @@ KXRef<KXFilterSetPreset> KXFilterSetPreset::duplicateInContext(KXManagedObjectCo
     if (!copy)
         return {};
     copy->setIsFolder(isFolder());
-    copy->setTitle(title());
-    if (!isFolder()) {
-        copy->m_counts = m_counts;
+    copy->setValueForKey(u"title"_s, KXManagedObject::valueForKey(u"title"_s)); // none stays none
+    copy->m_counts = counts(); // of a folder its sums, should the copy become a preset
+    if (!isFolder())
         copy->m_countDates = m_countDates;
-    }
     const KXRef<KXFilterSet> set = filterSet();
     if (set && !set->isMissing()) {
         const KXRef<KXFilterSet> copiedSet = set->duplicateInContext(context);

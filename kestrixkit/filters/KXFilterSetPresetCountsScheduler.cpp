@@ -85,7 +85,10 @@ void KXFilterSetPresetCountsScheduler::loadCountsForAllPresets()
     const auto context = countsPresetsContext();
     if (!context)
         return;
+    const auto alive = m_alive.watch();
     for (const KXRef<KXManagedObject> &object : KXFilterSetPreset::findAllInContext(*context)) {
+        if (!alive)
+            return;
         const auto preset = KXFilterSetPreset::cast(object);
         if (preset && !preset->isFolder() && !preset->counts().value_or(KXCounts()).contains(m_identifier))
             enqueueCountsOperationForPreset(preset);
@@ -117,9 +120,10 @@ void KXFilterSetPresetCountsScheduler::enqueueCountsOperationForPreset(const KXR
             m_countOperations.remove(id);
         }
     }
+    const auto aliveYet = m_alive.watch(); // the host may end this
     const Provider operation
         = m_callbacks.countsProviderForFilterSetPreset ? m_callbacks.countsProviderForFilterSetPreset(preset) : nullptr;
-    if (!operation)
+    if (!aliveYet || !operation)
         return;
     operation->setCompletionBlock([this, weakOperation = std::weak_ptr(operation), alive = m_alive.watch(), title] {
         const auto finished = weakOperation.lock();
@@ -153,9 +157,12 @@ void KXFilterSetPresetCountsScheduler::setPresetAsNeedingCountUpdate(const KXRef
 
 void KXFilterSetPresetCountsScheduler::enqueuePresetsNeedingCountUpdate()
 {
+    const auto alive = m_alive.watch();
     const auto pending = m_presetsNeedingCountUpdate;
     for (const KXRef<KXFilterSetPreset> &preset : pending) {
         enqueueCountsOperationForPreset(preset);
+        if (!alive)
+            return;
         m_presetsNeedingCountUpdate.remove(preset);
     }
 }
@@ -197,6 +204,7 @@ void KXFilterSetPresetCountsScheduler::managedObjectContextObjectsDidChange(cons
     for (const KXRef<KXManagedObject> &object : did->deleted)
         dequeueCountsOperationForPreset(KXFilterSetPreset::cast(object));
 
+    const auto alive = m_alive.watch();
     QSet<QUrl> sets;
     QSet<KXRef<KXFilterSetPreset>> enqueued; // a new preset mostly comes with its filters: once is enough
     const auto collect = [&sets](const KXRef<KXManagedObject> &object) {
@@ -204,6 +212,8 @@ void KXFilterSetPresetCountsScheduler::managedObjectContextObjectsDidChange(cons
             sets.insert(set->objectID().URIRepresentation());
     };
     const auto insert = [&](const KXRef<KXManagedObject> &object) {
+        if (!alive)
+            return;
         if (const auto preset = KXFilterSetPreset::cast(object)) {
             enqueueCountsOperationForPreset(preset);
             enqueued.insert(preset);
@@ -214,18 +224,31 @@ void KXFilterSetPresetCountsScheduler::managedObjectContextObjectsDidChange(cons
     for (const auto *list : { &did->updated, &did->refreshed })
         std::for_each(list->begin(), list->end(), collect);
     std::for_each(did->inserted.begin(), did->inserted.end(), insert);
-    if (const KXStoreChange *others = did->merged.get()) {
-        // Rows that another context inserted are named by their keys alone.
+    if (const KXStoreChange *others = alive ? did->merged.get() : nullptr) {
+        // What another context saved of objects that are not in memory is named by keys alone.
         const auto coordinator = m_context->persistentStoreCoordinator();
-        const KXEntityChange *presets = others->changeOf(coordinator->model()->entity(KXFilterSetPreset::entityName));
-        for (const qint64 key : presets ? presets->inserted : QList<qint64>())
-            insert(m_context->objectWithID(KXManagedObjectID(coordinator->store()->identity(), presets->entity, key)));
+        const auto isOf = [&](const KXEntityChange &change, QLatin1StringView root) {
+            return change.entity->isKindOf(coordinator->model()->entity(root));
+        };
+        for (const KXEntityChange &change : others->entities()) {
+            const bool ofPresets = isOf(change, KXFilterSetPreset::entityName);
+            if (!ofPresets && !isOf(change, KXFilter::entityName) && !isOf(change, KXFilterSet::entityName)
+                && !isOf(change, KXFacetFilterValue::entityName))
+                continue;
+            const auto object = [&](qint64 key) {
+                return m_context->objectWithID(KXManagedObjectID(coordinator->store()->identity(), change.entity, key));
+            };
+            for (const qint64 key : alive ? change.inserted : QList<qint64>())
+                insert(object(key));
+            for (const KXRowChange &row : alive && !ofPresets ? change.updated : std::vector<KXRowChange>())
+                collect(object(row.key));
+        }
     }
-    if (sets.isEmpty())
+    if (!alive || sets.isEmpty())
         return;
     const auto ofSets = KXPredicate::predicateWithFormat("filterSetURI IN %@", sets);
     for (const KXRef<KXManagedObject> &object : KXFilterSetPreset::findUsingPredicate(ofSets, *m_context)) {
-        if (const auto preset = KXFilterSetPreset::cast(object); !enqueued.contains(preset))
+        if (const auto preset = KXFilterSetPreset::cast(object); alive && !enqueued.contains(preset))
             enqueueCountsOperationForPreset(preset);
     }
 }
@@ -233,8 +256,11 @@ void KXFilterSetPresetCountsScheduler::managedObjectContextObjectsDidChange(cons
 void KXFilterSetPresetCountsScheduler::managedObjectContextDidSave()
 {
     // Those that still wait will read what was saved.
-    for (const KXRef<KXFilterSetPreset> &preset : std::exchange(m_countedBeforeSave, {}))
-        enqueueCountsOperationForPreset(preset);
+    const auto alive = m_alive.watch();
+    for (const KXRef<KXFilterSetPreset> &preset : std::exchange(m_countedBeforeSave, {})) {
+        if (alive)
+            enqueueCountsOperationForPreset(preset);
+    }
 }
 
 QTimer *KXFilterSetPresetCountsScheduler::countUpdatesScheduleTimer() const { return m_timer; }

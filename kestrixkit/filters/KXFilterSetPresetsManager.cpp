@@ -45,6 +45,8 @@ void KXFilterSetPresetsManager::setupPresetCache()
 
 void KXFilterSetPresetsManager::updatePresetCache(const KXRef<KXFilterSetPreset> &preset)
 {
+    if (!preset)
+        return;
     if (preset->isDeleted())
         m_presetsCache.remove(preset);
     else if (preset->isInserted())

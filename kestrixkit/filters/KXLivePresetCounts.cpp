@@ -186,17 +186,16 @@ void KXLivePresetCounts::follow(const KXObjectsDidChange &did)
             }
         }
     }
-    const KXEntityChange *others = did.merged
-        ? did.merged->changeOf(
-            m_presetsContext->persistentStoreCoordinator()->model()->entity(KXFilterSetPreset::entityName))
-        : nullptr;
-    for (const qint64 key : others ? others->inserted : QList<qint64>()) {
-        const auto id = KXManagedObjectID(
-            m_presetsContext->persistentStoreCoordinator()->store()->identity(), others->entity, key);
-        const auto preset = KXFilterSetPreset::cast(m_presetsContext->objectWithID(id));
-        add(preset);
-        addFolder(preset);
-        mayChangeFolders = true;
+    const auto coordinator = m_presetsContext->persistentStoreCoordinator();
+    const KXEntityDescription *const presets = coordinator->model()->entity(KXFilterSetPreset::entityName);
+    for (const KXEntityChange &others : did.merged ? did.merged->entities() : std::vector<KXEntityChange>()) {
+        for (const qint64 key : others.entity->isKindOf(presets) ? others.inserted : QList<qint64>()) {
+            const auto id = KXManagedObjectID(coordinator->store()->identity(), others.entity, key);
+            const auto preset = KXFilterSetPreset::cast(m_presetsContext->objectWithID(id));
+            add(preset);
+            addFolder(preset);
+            mayChangeFolders = true;
+        }
     }
     if (edited.isEmpty()) {
         if (mayChangeFolders && !m_folders.empty()) {
@@ -216,6 +215,8 @@ void KXLivePresetCounts::follow(const KXObjectsDidChange &did)
 
 void KXLivePresetCounts::deliver(const QStringList &identifiers)
 {
+    const QPointer<KXLivePresetCounts> alive(this); // an observer may end it
+    const QString place = m_place.countsContextIdentifier;
     QSet<KXRef<KXFilterSetPreset>> around; // folders further up; a preset tells its own
     for (const QString &identifier : identifiers) {
         const std::optional<qint64> count = m_counts->count(identifier);
@@ -223,13 +224,17 @@ void KXLivePresetCounts::deliver(const QStringList &identifiers)
             continue;
         if (const auto found = m_folders.find(identifier); found != m_folders.end()) {
             const KXRef<KXFilterSetPreset> folder = found->second; // an observer may remove it
-            folder->setCount(*count, KXFolderCountIdentifier(m_place.countsContextIdentifier));
+            folder->setCount(*count, KXFolderCountIdentifier(place));
+            if (!alive)
+                return;
         }
         const auto found = m_entries.find(identifier);
         if (found == m_entries.end())
             continue;
         const KXRef<KXFilterSetPreset> preset = found->second.preset; // likewise
-        preset->setCount(*count, m_place.countsContextIdentifier);
+        preset->setCount(*count, place);
+        if (!alive)
+            return;
         const KXRef<KXFilterSetPreset> own = preset->parent();
         for (auto folder = own ? own->parent() : own; folder && !around.contains(folder); folder = folder->parent())
             around.insert(folder);

@@ -118,6 +118,51 @@ TEST_F(CataloguePresets, AreCountedWithTheCataloguesKeyPathsOnceInAWhile)
     EXPECT_EQ(titled->countNoteForContextIdentifier(u"shop"_s), u"counted an hour ago"_s);
 }
 
+TEST_F(CataloguePresets, WhatIsKnownOfOneSpanOfTimeIsNotGivenForAnother)
+{
+    const KXClockPin pin;
+    KXClock::setTimeZone(QTimeZone::utc()); // where the spans without end begin with a year
+    QList<KXRef<KXFilterSetPreset>> presets;
+    for (const auto range : { KXDateRange::All, KXDateRange::ThisYear, KXDateRange::Last7Days }) {
+        const auto filter = shelf->make<KXDateFilter>();
+        filter->setLocalValuePredicateKeyPath(u"added"_s);
+        filter->setRange(range);
+        filter->setEnabled(true);
+        presets.append(shelf->preset(QString::number(int(range)), shelf->set({ filter })));
+    }
+    // One that the table of key paths does not name, since the catalogue calls it the same.
+    const auto titled = shelf->facet({ u"a"_s });
+    titled->setLocalValuePredicateKeyPath(u"title"_s);
+    const auto sameName = shelf->set({ titled });
+    ASSERT_TRUE(mapper->canMapFilterSet(sameName));
+    EXPECT_EQ(mapper->createInstanceByMappingFilterSet(sameName, *shelf->context)
+                  ->representedRemotePredicateWithKeyPath()
+                  .keyPaths(),
+        QStringList { u"title"_s });
+    ASSERT_TRUE(shelf->context->save());
+    const auto counted = [&] {
+        const auto counting = scheduler();
+        QList<qint64> numbers;
+        for (const auto &preset : presets) {
+            preset->setCount(-1, u"shop"_s);
+            counting->enqueueCountsOperationForPreset(preset);
+            EXPECT_TRUE(QTest::qWaitFor([&] { return countOf(preset) != -1; }, 10'000));
+            numbers.append(countOf(preset).value_or(-1));
+        }
+        return numbers;
+    };
+    const QList<qint64> together = counted();
+    QList<qint64> apart;
+    for (const auto &preset : QList(presets)) {
+        cache = std::make_shared<KXCatalogueCountsCache>();
+        presets = { preset };
+        apart += counted();
+    }
+    EXPECT_EQ(together, apart);
+    EXPECT_GT(together[0], together[1]);
+    KXClock::setTimeZone({});
+}
+
 TEST_F(CataloguePresets, CancellingWakesWhatWaits)
 {
     const auto preset = shelf->preset(u"a"_s, shelf->set({ shelf->facet({ u"a"_s }) }));

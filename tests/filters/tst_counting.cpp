@@ -408,3 +408,52 @@ TEST(Counting, seesWhatIsEditedWhileItWaitsAndSavedAfterItCounted)
     EXPECT_EQ(place.madeFor(), (QStringList { u"copy"_s, u"p"_s }));
     EXPECT_EQ(countHere(preset), 0);
 }
+
+TEST(Counting, whoeverProvidesOperationsMayEndIt)
+{
+    Shelf shelf;
+    (void)shelf.preset(u"a"_s, shelf.set({ shelf.facet({ u"x"_s }) }));
+    (void)shelf.preset(u"b"_s, shelf.set({ shelf.facet({ u"x"_s }) }));
+    KXFilterSetPresetsManager::setSharedManager(std::make_shared<KXFilterSetPresetsManager>(shelf.context));
+    KXFilterSetPresetsManager::sharedManager()->updatePresetCache({}); // no preset at all
+    std::unique_ptr<KXFilterSetPresetCountsScheduler> scheduler;
+    int asked = 0;
+    scheduler = std::make_unique<KXFilterSetPresetCountsScheduler>(u"here"_s,
+        KXFilterSetPresetCountsScheduler::Callbacks { [] { return true; },
+            [&](const KXRef<KXFilterSetPreset> &) {
+                ++asked;
+                scheduler.reset();
+                return nullptr;
+            } });
+    scheduler->loadCountsForAllPresets();
+    EXPECT_EQ(asked, 1);
+    KXFilterSetPresetsManager::setSharedManager(nullptr);
+}
+
+TEST(Counting, followsWhatOthersChangeOfFiltersThatAreNotInMemory)
+{
+    Shelf shelf;
+    QUrl filter;
+    {
+        const auto range = shelf.range(u"1"_s, u"2"_s);
+        (void)shelf.preset(u"p"_s, shelf.set({ range }));
+        (void)shelf.preset(u"q"_s, shelf.set({ shelf.facet({ u"x"_s }) }));
+        ASSERT_TRUE(shelf.context->save());
+        filter = range->objectID().URIRepresentation();
+    }
+    shelf.reopen();
+    Place place(shelf);
+    place.scheduler->loadCountsForAllPresets();
+    place.settle();
+    place.made.clear();
+    std::shared_ptr<const KXStoreChange> saved;
+    const auto token = shelf.coordinator->addChangeObserver([&](const auto &change) { saved = change; });
+    const auto other = KXManagedObjectContext::contextWithPersistentStoreCoordinator(shelf.coordinator);
+    const auto id = shelf.coordinator->managedObjectIDForURIRepresentation(filter);
+    KXRangeFilter::cast(other->objectWithID(id))->setEndValue(KXDecimal::fromInteger(9));
+    ASSERT_TRUE(other->save());
+    shelf.context->mergeChangesFromStoreChange(saved);
+    shelf.context->processPendingChanges();
+    EXPECT_EQ(place.madeFor(), QStringList { u"p"_s });
+    place.settle();
+}

@@ -156,6 +156,24 @@ TEST_F(LivePresetCountsTest, areDeliveredByAnOperation)
     EXPECT_EQ(recent->counts()->value(u"mapped"_s), *mapped.count(*recent));
 }
 
+TEST_F(LivePresetCountsTest, mayEndWhileACountIsTold)
+{
+    auto live = std::make_unique<KXLivePresetCounts>(
+        shelf.context, Place { shelf.context, u"Thing"_s, u"brief"_s, {}, nullptr });
+    int told = 0;
+    std::vector<std::shared_ptr<KXObserver>> observers;
+    for (const auto &preset : { fast, minor, recent })
+        observers.push_back(preset->onChangeOf(u"counts"_s, [&](const KXKeyValueChange &) {
+            ++told;
+            live.reset();
+        }));
+    EXPECT_TRUE(QTest::qWaitFor([&] { return !live; }, 60'000));
+    QTest::qWait(1);
+    EXPECT_EQ(told, 1);
+    for (size_t i = 0; i < observers.size(); ++i)
+        (i == 0 ? fast : i == 1 ? minor : recent)->removeKVOBlockObserver(observers[i]);
+}
+
 TEST(LivePresetCounts, oneChangeEvaluatesOnlyTheRulesThatUseItAndAsksNoStore)
 {
     Shelf shelf;

@@ -164,6 +164,10 @@ TEST(Presets, areCopiedWithASetOfTheirOwn)
     const auto copiedFolder = folder->duplicateInContext(*shelf.context);
     EXPECT_TRUE(copiedFolder->isFolder() && copiedFolder->children().isEmpty() && !copiedFolder->filterSet());
     EXPECT_EQ(copiedFolder->counts(), KXCounts()); // the sums that were copied are not looked at
+    copiedFolder->setIsFolder(false);
+    EXPECT_EQ(copiedFolder->counts(), (KXCounts { { u"here"_s, 3 } })); // as long as it is one
+    const auto untitled = shelf.make<KXFilterSetPreset>();
+    EXPECT_FALSE(untitled->duplicateInContext(*shelf.context)->valueForKey(u"title"_s).isValid());
 }
 
 TEST(Presets, doNotKeepAChildContext)

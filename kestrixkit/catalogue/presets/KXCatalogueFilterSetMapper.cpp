@@ -63,11 +63,13 @@ bool KXCatalogueFilterSetMapper::giveRemoteKeyPath(KXFilter &filter) const
 {
     if (mapperHasRemoteKeyPath(filter))
         return true;
-    const auto mapped = m_keyPaths.constFind(filter.localValuePredicateKeyPath().value_or(QString()));
-    if (mapped == m_keyPaths.constEnd())
+    // As remotePredicate() took them: of a name that the catalogue has as well, there needs to be no entry.
+    const QString local = filter.localValuePredicateKeyPath().value_or(QString());
+    if (local.isEmpty() && !m_keyPaths.contains(local))
         return false;
-    filter.setRemoteValuePredicateKeyPath(mapped->remote);
-    filter.setRemoteValuePredicateModifier(mapped->modifier);
+    const KeyPath mapped = m_keyPaths.value(local, { local, filter.localValuePredicateModifier() });
+    filter.setRemoteValuePredicateKeyPath(mapped.remote);
+    filter.setRemoteValuePredicateModifier(mapped.modifier);
     return true;
 }
 

@@ -61,8 +61,9 @@ void KXFilterSetPresetCatalogueCountsProvider::loadCounts()
         return;
     KXPredicate timeless;
     {
-        // "The last 30 days" is another rule every moment, and the same one to whoever looks for it.
-        const KXClockMoment moment(QDateTime::fromMSecsSinceEpoch(0, Qt::UTC));
+        // "The last 30 days" is another rule every moment, and the same one to whoever looks for it. At this moment no
+        // two spans are one: it begins neither a day, a month nor a year in any zone.
+        const KXClockMoment moment(QDateTime(QDate(2001, 7, 18), QTime(10, 20, 30, 457), Qt::UTC));
         timeless = rule(set);
     }
     if (const auto known = m_cache->known(timeless, Young))
