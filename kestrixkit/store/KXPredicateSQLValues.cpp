@@ -6,6 +6,7 @@
 #include <cmath>
 
 #include <kestrixkit/predicate/KXPredicateEvaluator_p.h>
+#include <kestrixkit/predicate/KXTextWords_p.h>
 
 using namespace Qt::StringLiterals;
 
@@ -252,11 +253,17 @@ void KXPredicateSQLCompiler::textRelation(const Operand &operand, KXPredicateOpe
 {
     if (operand.kind == KXPredicateValue::Other)
         KXPredicateSQLRefusal::refuse(u"a value of any kind is compared"_s);
-    if (!hasText(operand, comparisonOperator, condition.reversed) || value.kind() != KXPredicateValue::Text) {
+    const auto kind = value.kind();
+    // On the left of BEGINSWORD stand numbers as well, as they are written.
+    const bool hasWords = condition.reversed && comparisonOperator == KXPredicateOperator::BeginsWord
+        && (kind == KXPredicateValue::Integer || kind == KXPredicateValue::Real);
+    if (!hasText(operand, comparisonOperator, condition.reversed) || (kind != KXPredicateValue::Text && !hasWords)) {
         m_text += '0';
         return;
     }
-    QString text = value.text();
+    QString text = kind == KXPredicateValue::Integer ? QString::number(value.integer())
+        : kind == KXPredicateValue::Real             ? QString::fromUtf8(KXTextWords::textOfNumber(value.real()))
+                                                     : value.text();
     if (comparisonOperator == KXPredicateOperator::Like && !condition.reversed) {
         // A pattern without wildcards, or with one at the end alone, is something simpler.
         QString literal;

@@ -481,3 +481,20 @@ TEST(PredicateSQL, manyWaysThroughRelationshipsAreNotAllGone)
     EXPECT_EQ(countOf("ANY genres.tracks.genres.tracks.genres.tracks.genres.tracks.title == title"), 30);
     EXPECT_EQ(countOf("ANY genres.tracks.genres.name == title"), 0);
 }
+
+TEST(PredicateSQL, numbersHaveWordsOnWhicheverSideTheyStand)
+{
+    LibraryTest library;
+    for (const QString &title : { u"5"_s, u"50.5"_s, u"51"_s, u""_s, u"a"_s })
+        library.track(title)->setPlays(50);
+    ASSERT_TRUE(library.context->save());
+    for (const char *format :
+        { "50.5 BEGINSWORD title", "50 BEGINSWORD title", "'50' BEGINSWORD title", "plays BEGINSWORD '5'" }) {
+        const auto predicate = KXPredicate::predicateWithFormat(format);
+        qint64 inMemory = 0;
+        for (const KXRef<KXManagedObject> &track : Track::findAllInContext(*library.context))
+            inMemory += predicate.evaluateWithObject(track.get());
+        EXPECT_GT(inMemory, 0) << format;
+        EXPECT_EQ(Track::countOfUsingPredicate(predicate, *library.context), inMemory) << format;
+    }
+}
