@@ -3,6 +3,7 @@
 #include <bit>
 #include <cmath>
 #include <cstring>
+#include <numeric>
 
 #include <QtEndian>
 
@@ -280,6 +281,7 @@ KXWaveformColumns KXWaveformPyramid::columnsOfStems(
     }
     // As if the stems had nothing to do with each other, corrected by how far that is right for all of them together.
     std::vector<std::vector<int>> lanes;
+    lanes.reserve(size_t(stems()));
     for (int stem = 0; stem < stems(); ++stem)
         lanes.push_back(lanesOfStem(stem));
     const std::vector<int> all = laneOf(KXWaveformLanes { m_channels }.allStems());
@@ -319,9 +321,8 @@ double KXWaveformPyramid::loudestTime(double seconds) const
 {
     if (m_cells == 0 || !(seconds > 0))
         return 0;
-    std::vector<int> lanes;
-    for (int c = 0; c < m_channels; ++c)
-        lanes.push_back(c);
+    std::vector<int> lanes(size_t(m_channels), 0);
+    std::iota(lanes.begin(), lanes.end(), 0);
     const auto width = qsizetype(std::clamp(seconds * m_sampleRate / double(m_framesPerCell), 1.0, double(m_cells)));
     std::vector<double> sums { 0 };
     for (qint64 cell = 0; cell < m_cells; ++cell) {

@@ -86,10 +86,9 @@ void KXFilterSetPresetCountsScheduler::loadCountsForAllPresets()
     if (!context)
         return;
     const auto alive = m_alive.watch();
-    for (const KXRef<KXManagedObject> &object : KXFilterSetPreset::findAllInContext(*context)) {
+    for (const auto &preset : KXFilterSetPreset::findAllInContext(*context)) {
         if (!alive)
             return;
-        const auto preset = KXFilterSetPreset::cast(object);
         if (preset && !preset->isFolder() && !preset->counts().value_or(KXCounts()).contains(m_identifier))
             enqueueCountsOperationForPreset(preset);
     }
@@ -247,8 +246,8 @@ void KXFilterSetPresetCountsScheduler::managedObjectContextObjectsDidChange(cons
     if (!alive || sets.isEmpty())
         return;
     const auto ofSets = KXPredicate::predicateWithFormat("filterSetURI IN %@", sets);
-    for (const KXRef<KXManagedObject> &object : KXFilterSetPreset::findUsingPredicate(ofSets, *m_context)) {
-        if (const auto preset = KXFilterSetPreset::cast(object); alive && !enqueued.contains(preset))
+    for (const auto &preset : KXFilterSetPreset::findUsingPredicate(ofSets, *m_context)) {
+        if (alive && !enqueued.contains(preset))
             enqueueCountsOperationForPreset(preset);
     }
 }

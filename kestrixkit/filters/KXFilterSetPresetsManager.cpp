@@ -37,8 +37,8 @@ void KXFilterSetPresetsManager::setupPresetCache()
     m_presetsCache.clear();
     if (!m_context)
         return;
-    for (const KXRef<KXManagedObject> &object : KXFilterSetPreset::findAllInContext(*m_context)) {
-        if (const auto preset = KXFilterSetPreset::cast(object))
+    for (const auto &preset : KXFilterSetPreset::findAllInContext(*m_context)) {
+        if (preset)
             m_presetsCache.insert(preset);
     }
 }

@@ -111,7 +111,7 @@ void KXDetailsManager::fillContainer()
 
 void KXDetailsManager::emptyContainer()
 {
-    delete m_holder;
+    delete std::exchange(m_holder, nullptr).data();
     if (std::exchange(m_limitsContainer, false) && m_container)
         m_container->setMaximumWidth(QWIDGETSIZE_MAX);
 }

@@ -27,7 +27,7 @@ KXLayeredNavigationController::KXLayeredNavigationController(KXViewController *r
 {
     connect(qApp, &QApplication::focusChanged, this, &KXLayeredNavigationController::focusDidMove);
     if (root)
-        pushViewController(root, false);
+        KXLayeredNavigationController::pushViewController(root, false);
 }
 
 KXLayeredNavigationController::~KXLayeredNavigationController()

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <compare>
 
 #include <kestrixkit/predicate/KXPredicateEvaluator_p.h>
 #include <kestrixkit/predicate/KXTextWords_p.h>
@@ -179,7 +180,7 @@ std::optional<KXSQLValue> KXPredicateSQLCompiler::storageForm(
         const double nearest = value.decimal().toDouble();
         const Value nearestValue { QVariant(nearest) };
         const std::partial_ordering order = Value::compare(nearestValue, value);
-        return order == 0 ? sqlReal(nearest) : between(sqlReal(nearest), order < 0);
+        return std::is_eq(order) ? sqlReal(nearest) : between(sqlReal(nearest), std::is_lt(order));
     }
     if (value.kind() != operand.kind)
         return std::nullopt;

@@ -97,8 +97,7 @@ QString Presets::path(const KXFilterSetPreset &preset)
 
 KXRef<KXFilterSetPreset> Presets::find(KXManagedObjectContext &context, const QString &path)
 {
-    for (const KXRef<KXManagedObject> &object : KXFilterSetPreset::findAllInContext(context)) {
-        const auto preset = KXFilterSetPreset::cast(object);
+    for (const auto &preset : KXFilterSetPreset::findAllInContext(context)) {
         if (preset && !preset->isFolder() && Presets::path(*preset) == path)
             return preset;
     }

@@ -69,8 +69,7 @@ KXRef<KXViewState> LibraryPlaces::make(const QString &title, qint64 tag, const K
 void LibraryPlaces::makePlaces()
 {
     const OwnChange change(*m_context);
-    for (const KXRef<KXManagedObject> &object : KXViewState::findAllInContext(*m_context)) {
-        const auto place = KXViewState::cast(object);
+    for (const auto &place : KXViewState::findAllInContext(*m_context)) {
         if (!place || place->parent())
             continue;
         if (m_places.contains(place->tag()))

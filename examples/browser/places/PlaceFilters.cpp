@@ -36,8 +36,7 @@ void PlaceFilters::removeForgotten()
 {
     const OwnChange change(*m_context);
     const auto titled = KXPredicate::predicateWithFormat("title != nil");
-    for (const KXRef<KXManagedObject> &object : KXFilterSet::findUsingPredicate(titled, *m_context)) {
-        const auto set = KXFilterSet::cast(object);
+    for (const auto &set : KXFilterSet::findUsingPredicate(titled, *m_context)) {
         const QUrl place = set ? placeOfWorkingSet(*set) : QUrl();
         if (place.isEmpty())
             continue;
