@@ -95,6 +95,7 @@ void KXFilterSetPresetDetailsViewController::viewDidLoad()
     if (m_outlineView) {
         KXSourceListView *const outline = m_outlineView;
         outline->setModel(m_model);
+        outline->expandAll(); // rows are there where an earlier view ended with its window
         outline->setItemDelegate(new DetailsRowDelegate(outline));
         outline->setUniformRowHeights(false);
         outline->setExpandsOnDoubleClick(false);

@@ -89,7 +89,7 @@ void KXViewState::setControllerClass(const QMetaObject *controllerClass)
 
 QObject *KXViewState::controllerObject() const
 {
-    if (m_controller || !m_controllerClass || isDeleted())
+    if (m_controller || !m_controllerClass || isDeleted() || !managedObjectContext())
         return m_controller;
     const auto make = viewStateFactories().value(m_controllerClass);
     m_controller = make ? make() : m_controllerClass->newInstance();
@@ -117,15 +117,19 @@ void KXViewState::setController(KXSourceListItemController *controller)
 
 void KXViewState::setControllerObject(QObject *controller)
 {
-    if (controller == m_controller)
-        return;
-    QObject *const before = m_controller;
+    if (controller != m_controller)
+        takeController(controller);
+}
+
+void KXViewState::takeController(QObject *controller)
+{
+    const QPointer<QObject> before(m_controller);
     willChangeValueForKey(u"controller");
     m_controller = controller;
     if (auto *const conforming = dynamic_cast<KXSourceListItemController *>(controller))
         conforming->setSourceItem(this);
     didChangeValueForKey(u"controller");
-    if (auto *const conforming = dynamic_cast<KXSourceListItemController *>(before))
+    if (auto *const conforming = dynamic_cast<KXSourceListItemController *>(before.data()))
         conforming->setSourceItem(nullptr);
     if (before && !before->parent())
         before->deleteLater();
@@ -139,9 +143,9 @@ void KXViewState::tearDownController()
     if (KXNavigationStack *const stack = shown ? shown->navigationStack() : nullptr) {
         for (KXViewController *controller : stack->viewControllers())
             controller->setNavigationStack(nullptr);
-        stack->removeAllViewControllers();
+        stack->removeAllViewControllers(); // which may have ended it
     }
-    setControllerObject(nullptr);
+    takeController(nullptr);
 }
 
 void KXViewState::prepareForDeletion()

@@ -87,6 +87,7 @@ protected:
 
 private:
     template <typename Value> void setInMemory(QStringView key, Value &member, const Value &value);
+    void takeController(QObject *controller);
 
     QIcon m_image;
     qint64 m_count = 0;

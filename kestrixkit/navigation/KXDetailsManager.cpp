@@ -65,11 +65,12 @@ void KXDetailsManager::showDetailsViewController(KXViewController *controller)
 {
     if (controller == m_current)
         return;
+    const QPointer<KXDetailsManager> alive(this);
     const QPointer<KXViewController> wanted(controller);
     const quint32 request = ++m_requests;
     if (m_current) // it still is while it is told that it goes
         m_current->disappear();
-    if (m_requests != request)
+    if (!alive || m_requests != request)
         return; // whoever was told shows something else
     m_current = wanted;
     if (wanted)

@@ -164,8 +164,7 @@ bool KXSourceListView::edit(const QModelIndex &index, EditTrigger trigger, QEven
 
 void KXSourceListView::commitEditing()
 {
-    QWidget *const editor = isEditing() && m_edited.isValid() ? indexWidget(m_edited) : nullptr;
-    if (editor) {
+    if (QWidget *const editor = isEditing() ? indexWidget(m_edited) : nullptr) {
         commitData(editor);
         closeEditor(editor, QAbstractItemDelegate::NoHint);
     }

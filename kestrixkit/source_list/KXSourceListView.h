@@ -99,7 +99,7 @@ public:
 
     /// Begins to edit the title of the row, if it can be; false otherwise.
     bool editTitle(const QModelIndex &row);
-    [[nodiscard]] bool isEditing() const { return state() == EditingState; }
+    [[nodiscard]] bool isEditing() const { return m_edited.isValid() && indexWidget(m_edited); }
     /// Takes over what has been typed so far and ends the editing.
     void commitEditing();
 

@@ -76,6 +76,8 @@ void KXSourceListViewController::setTreeController(KXTreeController *tree)
 {
     if (tree == m_tree)
         return;
+    saveState(); // what is due is of the tree before
+    m_isRestored = false;
     if (m_tree) {
         m_tree->setRowData({});
         m_tree->disconnect(this);

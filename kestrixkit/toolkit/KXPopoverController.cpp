@@ -77,8 +77,12 @@ void KXPopoverController::showRelativeTo(QWidget *anchor, const QRect &rect, Qt:
         return;
     }
 
+    // Whoever is told may end any of them, close the popover or show it elsewhere.
+    const QPointer<KXPopoverController> alive(this);
+    const quint32 request = ++m_requests;
+    const auto goesOn = [&] { return alive && m_requests == request && m_content && m_anchor; };
     m_content->popoverWillShow();
-    if (!m_content || !m_anchor)
+    if (!goesOn())
         return;
     if (!m_frame) {
         m_frame = std::make_unique<KXPopoverFrame>(nullptr, Qt::Tool | Qt::FramelessWindowHint);
@@ -89,7 +93,13 @@ void KXPopoverController::showRelativeTo(QWidget *anchor, const QRect &rect, Qt:
     }
     m_frame->setLayoutDirection(anchor->layoutDirection());
     m_frame->setAccessibleName(m_content->title());
-    m_content->appearIn(m_frame.get(), popoverPadding);
+    const QPointer<KXViewController> content(m_content);
+    content->appearIn(m_frame.get(), popoverPadding);
+    if (!goesOn()) {
+        if (content && !(alive && m_shown))
+            content->disappear();
+        return;
+    }
     // Kept in front of the window that it belongs to.
     m_frame->winId();
     anchor->window()->winId();
@@ -106,7 +116,8 @@ void KXPopoverController::showRelativeTo(QWidget *anchor, const QRect &rect, Qt:
         auto *const fade = new KXAnimationGroup(0.15, m_frame.get());
         fade->add(m_frame.get(), "windowOpacity", 1.0).start([fade] { fade->deleteLater(); });
     }
-    const QPointer<KXPopoverController> alive(this);
+    if (!goesOn())
+        return;
     m_content->popoverDidShow();
     if (const auto action = alive && m_shown ? m_didShowAction : nullptr)
         action(); // may end the popover
@@ -116,6 +127,7 @@ void KXPopoverController::showRelativeTo(QWidget *anchor, const QRect &rect, Qt:
 
 void KXPopoverController::close()
 {
+    ++m_requests;
     if (!m_shown)
         return;
     m_shown = false;
@@ -220,7 +232,7 @@ bool KXPopoverController::eventFilter(QObject *object, QEvent *event)
         break;
     case QEvent::Move:
     case QEvent::Resize:
-        if (widget == m_anchor || widget == m_anchor->window())
+        if (widget == m_anchor || widget->isAncestorOf(m_anchor))
             place();
         break;
     default:

@@ -71,6 +71,7 @@ private:
     std::function<void()> m_closeAction;
     std::function<void()> m_didShowAction;
     std::unique_ptr<KXPopoverFrame> m_frame; // no child of the anchor's window: its end must not take the content along
+    quint32 m_requests = 0; // to show or to close
     bool m_animates = true;
     bool m_shown = false;
 };

@@ -98,13 +98,21 @@ bool KXTreeController::removeObjectsAtIndexPaths(const QList<KXIndexPath> &paths
     const KXManagedObjectContext::Ref context = m_context.lock();
     if (!context || m_rearranging || paths.isEmpty())
         return false;
+    QList<KXRef<Object>> given; // the paths are of the tree as it is seen, before what is pending
+    for (const KXIndexPath &path : paths) {
+        const KXTreeNode *const present = nodeAtIndexPath(path);
+        if (!present || present == m_root.get())
+            return false;
+        given.append(present->m_object);
+    }
     context->processPendingChanges();
     QList<const KXTreeNode *> nodes;
-    for (const KXIndexPath &path : paths) {
-        nodes.append(nodeAtIndexPath(path));
-        if (!nodes.last() || nodes.last() == m_root.get())
-            return false;
+    for (const KXRef<Object> &object : given) {
+        if (const KXTreeNode *const present = node(object.get()); present && !object->isDeleted())
+            nodes.append(present);
     }
+    if (nodes.isEmpty())
+        return false;
     QList<KXRef<Object>> objects;
     QSet<const KXTreeNode *> left;
     for (const KXTreeNode *present : topmost(nodes)) {

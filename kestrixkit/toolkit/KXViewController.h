@@ -32,7 +32,7 @@ public:
     [[nodiscard]] QWidget *view();
     [[nodiscard]] bool isViewLoaded() const { return m_view; }
     /// Whether the view has appeared and not disappeared since.
-    [[nodiscard]] bool hasAppeared() const { return m_hasAppeared; }
+    [[nodiscard]] bool hasAppeared() const { return m_view && m_hasAppeared; }
 
     /// Puts the view into the container, filling it, and tells the controller. Whatever its layout holds else stays.
     /// Where whoever is told asks for another place, or for none, that holds.

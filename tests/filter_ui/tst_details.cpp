@@ -169,6 +169,19 @@ TEST_F(DetailsTest, showFiltersAndWhatIsBelowThem)
     EXPECT_EQ(resets.count(), 0);
 }
 
+TEST_F(DetailsTest, areAsTheyWereWhereTheirWindowHasEnded)
+{
+    const auto details = show(preset);
+    const QString all = detailsShown(*details);
+    auto other = std::make_unique<QWidget>();
+    details->appearIn(other.get());
+    other.reset();
+    EXPECT_FALSE(details->hasAppeared());
+    details->appearIn(&window);
+    EXPECT_TRUE(details->hasAppeared());
+    EXPECT_EQ(detailsShown(*details), all);
+}
+
 TEST_F(DetailsTest, loadWhatIsPicked)
 {
     auto details = show(preset);

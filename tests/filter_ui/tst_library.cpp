@@ -411,6 +411,17 @@ TEST_F(LibraryTest, showsDetailsOfTheSelected)
     EXPECT_EQ(library->currentDetailsViewController()->view()->geometry().topLeft(), QPoint(1, 1));
     EXPECT_TRUE(details->isLoadEnabled());
     EXPECT_EQ(details->countsContextIdentifier(), u"here"_s);
+
+    // The window that it was in has ended.
+    auto window = std::make_unique<QWidget>();
+    library->appearIn(window.get());
+    window.reset();
+    QWidget next;
+    library->appearIn(&next);
+    next.show();
+    EXPECT_EQ(shown(), u"a"_s);
+    EXPECT_TRUE(
+        library->filterSetDetailsContainerView()->isAncestorOf(library->currentDetailsViewController()->view()));
 }
 
 TEST_F(LibraryTest, rowsSayWhatIsOfUseAndWhatMayBeRenamed)

@@ -43,7 +43,13 @@ public:
         controller->setNavigationStack(this);
     }
     void popToViewController(KXViewController *, bool) override { }
-    void removeAllViewControllers() override { controllers.clear(); }
+    void removeAllViewControllers() override
+    {
+        if (ownsControllers)
+            qDeleteAll(controllers);
+        controllers.clear();
+    }
+    bool ownsControllers = false;
 
     QList<KXViewController *> controllers;
 };
@@ -120,6 +126,28 @@ TEST_F(ViewStateTest, controllersAreMadeWhenAskedForAndTornDown)
     EXPECT_TRUE(other->isControllerLoaded());
     delete plain;
     EXPECT_FALSE(other->isControllerLoaded());
+
+    // Whoever is told that there is another one deletes the one before; a stack ends with its controllers.
+    auto first = std::make_unique<Place>();
+    other->setControllerObject(first.get());
+    heard = 0;
+    const auto ending = other->onChangeOf(u"controller"_s, [&](const KXKeyValueChange &) {
+        ++heard;
+        first.reset();
+    });
+    other->setControllerClass(nullptr);
+    auto *const second = new Place;
+    other->setControllerObject(second);
+    EXPECT_FALSE(first);
+    stack.ownsControllers = true;
+    stack.pushViewController(second, false);
+    other->tearDownController();
+    EXPECT_EQ(heard, 2);
+    EXPECT_FALSE(other->isControllerLoaded());
+    other->setControllerClass(&Place::staticMetaObject);
+    context->removeManagedObject(other);
+    context->save();
+    EXPECT_FALSE(other->controllerObject()) << "one that was deleted, and saved so";
 }
 
 TEST_F(ViewStateTest, copiesAndCounts)

@@ -529,6 +529,21 @@ TEST_F(SourceListTest, renamingInPlace)
     EXPECT_EQ(list->selectedItem(), b.get());
     undo().undo();
     EXPECT_EQ(b->title(), u"b"_s);
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+
+    // Another row goes: what is typed is there to be taken over.
+    const auto c = preset(u"c"_s, {}, 2);
+    context->save(nullptr);
+    list->selectForEditing(b.get());
+    QTest::keyClicks(editor(), u"kept"_s);
+    other->removeManagedObject(there(c));
+    other->save(nullptr);
+    EXPECT_EQ(outline(), u"b"_s);
+    EXPECT_TRUE(view()->isEditing());
+    EXPECT_EQ(editor()->text(), u"kept"_s);
+    view()->commitEditing();
+    EXPECT_EQ(b->title(), u"kept"_s);
+    EXPECT_FALSE(view()->isEditing());
 }
 
 TEST_F(SourceListTest, remembersSelectionAndWhatIsOpen)
@@ -553,6 +568,18 @@ TEST_F(SourceListTest, remembersSelectionAndWhatIsOpen)
     endOfTurn();
     EXPECT_EQ(list->selectedItem(), a.get());
     list->selectItem(b.get());
+
+    // And to the tree that it was done in.
+    KXTreeRequest request { KXFilterSetPreset::entityName };
+    request.sortDescriptors = { { u"position"_s } };
+    KXTreeController second(context, request);
+    list->setTreeController(&second);
+    endOfTurn();
+    EXPECT_EQ(list->selectedItem(), b.get());
+    EXPECT_TRUE(view()->isExpanded(second.indexForNode(second.treeNodeForObject(f.get()))));
+    list->setTreeController(tree.get());
+    endOfTurn();
+    EXPECT_EQ(list->selectedItem(), b.get());
 
     // Deleted: the one before, then the folder.
     KXFilterSetPresetEditing::removePresets(*tree, { b });

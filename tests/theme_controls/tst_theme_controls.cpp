@@ -278,6 +278,20 @@ TEST_F(ThemeControls, stylesSetDeclaredPropertiesAndNothingElse)
     EXPECT_TRUE(log.contains(u"Cannot read the image :/no/such/image.svg"_s));
 }
 
+TEST_F(ThemeControls, aFieldThatIsEditedTakesAnotherThemeAtOnce)
+{
+    setStyle(u"styles"_s, { { u"editingTextColor"_s, QColor(Qt::red) } });
+    KXThemeableTextField field;
+    field.setThemeStyleName(u"styles"_s);
+    field.show();
+    field.activateWindow();
+    field.setFocus();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return field.hasFocus(); }));
+    EXPECT_EQ(field.palette().color(QPalette::Text), QColor(Qt::red));
+    setStyle(u"styles"_s, { { u"editingTextColor"_s, QColor(Qt::blue) } });
+    EXPECT_EQ(field.palette().color(QPalette::Text), QColor(Qt::blue));
+}
+
 TEST_F(ThemeControls, outliveWhatAThemeSetsOff)
 {
     // A style's value makes somebody destroy the control, in the midst of being applied.

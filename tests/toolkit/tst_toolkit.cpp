@@ -40,6 +40,13 @@ class BubbleViewController : public KXViewController
     Q_OBJECT
 public:
     QStringList heard;
+    std::function<void()> onAppearing;
+    void viewWillAppear() override
+    {
+        KXViewController::viewWillAppear();
+        if (onAppearing)
+            std::exchange(onAppearing, {})();
+    }
     void popoverWillShow() override { heard += u"will show"_s; }
     void popoverDidShow() override { heard += u"did show"_s; }
     void popoverWillClose() override { heard += u"will close"_s; }
@@ -193,6 +200,39 @@ TEST_F(PopoverTest, losesWhatItStandsOn)
     EXPECT_FALSE(empty.isShown());
     empty.showRelativeTo(&window, Qt::RightEdge);
     EXPECT_FALSE(empty.isShown());
+}
+
+TEST_F(PopoverTest, doesWhatItsContentAskedForLast)
+{
+    content.onAppearing = [&] { popover.close(); };
+    show(KXPopoverBehaviour::Transient);
+    EXPECT_FALSE(popover.isShown() || content.hasAppeared());
+    auto brief = std::make_unique<BubbleViewController>();
+    KXPopoverController ofBrief(brief.get());
+    brief->onAppearing = [&] { brief.reset(); };
+    ofBrief.showRelativeTo(anchor, Qt::BottomEdge);
+    EXPECT_FALSE(ofBrief.isShown());
+    BubbleViewController second;
+    auto ending = std::make_unique<KXPopoverController>(&second);
+    second.onAppearing = [&] { ending.reset(); };
+    ending->showRelativeTo(anchor, Qt::BottomEdge);
+    EXPECT_FALSE(ending || second.hasAppeared());
+    content.onAppearing = [&] { delete anchor; };
+    show(KXPopoverBehaviour::Transient);
+    EXPECT_FALSE(popover.isShown() || content.hasAppeared());
+}
+
+TEST_F(PopoverTest, goesWithItsAnchorInWhateverThatLies)
+{
+    auto *const pane = new QWidget(&window);
+    pane->resize(200, 100);
+    anchor->setParent(pane);
+    anchor->show();
+    pane->show();
+    show(KXPopoverBehaviour::ApplicationDefined);
+    const QPoint before = content.view()->window()->pos();
+    pane->move(pane->pos() + QPoint(0, 30));
+    EXPECT_EQ(content.view()->window()->pos(), before + QPoint(0, 30));
 }
 
 TEST(Popover, standsAtItsEdgeWithinTheScreen)

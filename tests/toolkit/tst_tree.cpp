@@ -284,6 +284,22 @@ TEST_F(TreeEditing, refusesWhatLeavesTheTreeOrIsNone)
     ASSERT_EQ(now(), u"a(b(d) c) e"_s);
 }
 
+// A path is of the tree as it is seen, whatever the objects have come to since.
+TEST_F(TreeEditing, removesWhatStoodAtThePath)
+{
+    context->removeManagedObject(b);
+    EXPECT_TRUE(tree.removeObjectsAtIndexPaths({ { 0, 1 } }));
+    EXPECT_EQ(now(), u"a e"_s);
+    e->setPosition(-1);
+    EXPECT_TRUE(tree.removeObjectsAtIndexPaths({ { 1 } }));
+    EXPECT_EQ(now(), u"a"_s);
+    const auto f = branch(u"f"_s, {}, 8);
+    now();
+    context->removeManagedObject(a);
+    EXPECT_FALSE(tree.removeObjectsAtIndexPaths({ { 0 } }));
+    EXPECT_EQ(now(), u"f"_s);
+}
+
 TEST_F(TreeEditing, movesInsertsAndRemovesWithUndo)
 {
     context->save();

@@ -26,7 +26,7 @@ public:
         setIdentifier(name.toUpper());
     }
     int shown = 0;
-    std::function<void()> onAppearing;
+    std::function<void()> onAppearing, onGoing;
 
 protected:
     void viewWillAppear() override
@@ -34,6 +34,12 @@ protected:
         KXPreferencesViewController::viewWillAppear();
         if (onAppearing)
             std::exchange(onAppearing, {})();
+    }
+    void viewWillDisappear() override
+    {
+        KXPreferencesViewController::viewWillDisappear();
+        if (onGoing)
+            std::exchange(onGoing, {})();
     }
     void viewDidAppear() override
     {
@@ -201,6 +207,24 @@ TEST_P(PreferencesTest, sectionsComeAndGo)
     auto brief = std::make_unique<PaneViewController>(u"brief"_s, QSize(50, 50));
     brief->onAppearing = [&] { brief.reset(); };
     preferences.setViewControllers({ brief.get(), &large });
+    EXPECT_FALSE(preferences.selectedViewController());
+    preferences.setViewControllers({ &small });
+    QTest::qWait(0);
+
+    // And one that is told that it goes.
+    preferences.setViewControllers({ &small, &large, &same });
+    small.onGoing = [&] { preferences.setSelectedViewController(&same); };
+    preferences.setSelectedViewController(&large);
+    EXPECT_EQ(preferences.selectedViewController(), &same);
+    EXPECT_TRUE(same.view()->isVisible() && !large.view()->isVisible() && !small.view()->isVisible());
+    same.onGoing = [&] { preferences.setViewControllers({}); };
+    preferences.setSelectedViewController(&large);
+    EXPECT_FALSE(preferences.selectedViewController());
+    EXPECT_FALSE(large.view()->isVisible() || same.view()->isVisible());
+    brief = std::make_unique<PaneViewController>(u"brief"_s, QSize(50, 50));
+    preferences.setViewControllers({ &small, brief.get() });
+    small.onGoing = [&] { brief.reset(); };
+    preferences.setSelectedViewController(brief.get());
     EXPECT_FALSE(preferences.selectedViewController());
     preferences.setViewControllers({ &small });
     QTest::qWait(0);

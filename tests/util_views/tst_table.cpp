@@ -3,6 +3,7 @@
 #include <QApplication>
 #include <QContextMenuEvent>
 #include <QHeaderView>
+#include <QLineEdit>
 #include <QPainter>
 #include <QScrollBar>
 #include <QSignalSpy>
@@ -231,6 +232,36 @@ TEST_F(TableViewTest, hundredTablesAreKeptInStep)
     writes = 0;
     last.resize(900, 300);
     EXPECT_EQ(writes, 0);
+}
+
+TEST_F(TableViewTest, aChangeBelongsToTheNameThatItWasMadeUnder)
+{
+    LettersTable table(&model), other(&model);
+    table.setColumnPresetsName(u"layout"_s);
+    table.hideColumn(1);
+    table.setColumnPresetsName(u"another layout"_s);
+    QTest::qWait(0);
+    EXPECT_FALSE(defaults.valueForKey(u"another layout"_s).isValid());
+    other.setColumnPresetsName(u"layout"_s);
+    EXPECT_TRUE(other.isColumnHidden(1));
+}
+
+TEST_F(TableViewTest, anEditorIsThereToBeTakenOverWhenOtherRowsGo)
+{
+    LettersTable table(&model);
+    table.show();
+    const QModelIndex cell = model.index(2, 0);
+    const QPersistentModelIndex edited(cell);
+    table.setCurrentIndex(cell);
+    table.edit(cell);
+    auto *const editor = table.viewport()->findChild<QLineEdit *>();
+    ASSERT_TRUE(editor);
+    editor->setText(u"typed"_s);
+    model.removeRow(5);
+    model.removeRow(0);
+    EXPECT_TRUE(editor->isVisible());
+    table.commitOpenEditor();
+    EXPECT_EQ(edited.data(), u"typed"_s);
 }
 
 TEST(TableViewChild, DISABLED_writesLayouts)

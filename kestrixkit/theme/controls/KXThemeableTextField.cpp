@@ -23,9 +23,31 @@ void fieldSet(QPalette &palette, QPalette::ColorRole role, const QColor &colour)
 
 }
 
+/// Another theme changes the colours of a field that is being edited at once.
+class KXThemeableTextField::FieldCell : public KXThemeableTextFieldCell
+{
+public:
+    explicit FieldCell(KXThemeableTextField *field)
+        : KXThemeableTextFieldCell(field)
+        , m_field(*field)
+    {
+    }
+
+protected:
+    void setNeedsDisplay() override
+    {
+        KXThemeableTextFieldCell::setNeedsDisplay();
+        if (m_field.hasFocus())
+            m_field.takeEditingColours();
+    }
+
+private:
+    KXThemeableTextField &m_field;
+};
+
 KXThemeableTextField::KXThemeableTextField(QWidget *parent)
     : QLineEdit(parent)
-    , m_cell(new KXThemeableTextFieldCell(this))
+    , m_cell(new FieldCell(this))
 {
     KXInstallControlAccessibility();
     setAttribute(Qt::WA_Hover);
@@ -75,20 +97,26 @@ QSize KXThemeableTextField::minimumSizeHint() const
     return m_isLabel ? sizeHint() : QSize(QLineEdit::minimumSizeHint().width(), sizeHint().height());
 }
 
+/// What the style says of editing is worked into the palette.
+void KXThemeableTextField::takeEditingColours()
+{
+    if (!m_cell->isThemed())
+        return;
+    QPalette colours = palette();
+    const QVariantMap &selected = m_cell->fieldEditorSelectedTextAttributes;
+    fieldSet(colours, QPalette::Text, KXControlPainter::firstOf({ m_cell->editingTextColor, m_cell->textColor }));
+    fieldSet(colours, QPalette::Highlight, selected.value(u"backgroundColor"_s).value<QColor>());
+    fieldSet(colours, QPalette::HighlightedText, selected.value(u"color"_s).value<QColor>());
+    fieldSet(colours, QPalette::PlaceholderText, m_cell->placeholderTextColor);
+    fieldSet(colours, QPalette::Base, m_cell->backgroundColor);
+    if (colours != palette())
+        setPalette(colours);
+}
+
 bool KXThemeableTextField::event(QEvent *event)
 {
-    // Before anything that asks for the palette: what the style says of editing is worked into it.
-    if (event->type() == QEvent::FocusIn && m_cell->isThemed()) {
-        QPalette colours = palette();
-        const QVariantMap &selected = m_cell->fieldEditorSelectedTextAttributes;
-        fieldSet(colours, QPalette::Text, KXControlPainter::firstOf({ m_cell->editingTextColor, m_cell->textColor }));
-        fieldSet(colours, QPalette::Highlight, selected.value(u"backgroundColor"_s).value<QColor>());
-        fieldSet(colours, QPalette::HighlightedText, selected.value(u"color"_s).value<QColor>());
-        fieldSet(colours, QPalette::PlaceholderText, m_cell->placeholderTextColor);
-        fieldSet(colours, QPalette::Base, m_cell->backgroundColor);
-        if (colours != palette())
-            setPalette(colours);
-    }
+    if (event->type() == QEvent::FocusIn) // before anything that asks for the palette
+        takeEditingColours();
     return QLineEdit::event(event);
 }
 

@@ -31,6 +31,9 @@ protected:
     void paintEvent(QPaintEvent *event) override;
 
 private:
+    class FieldCell;
+    void takeEditingColours();
+
     bool m_isLabel = false;
     bool m_isHighlighted = false;
 };

@@ -156,9 +156,14 @@ void KXPreferences::setSelectedViewController(KXPreferencesViewController *contr
 {
     if (controller == m_selected)
         return;
-    if (m_selected)
+    const QPointer<KXPreferences> alive(this);
+    const QPointer<KXPreferencesViewController> wanted(controller);
+    const quint32 request = ++m_requests;
+    if (m_selected) // it still is while it is told that it goes
         m_selected->disappear();
-    m_selected = controller;
+    if (!alive || m_requests != request)
+        return; // whoever was told selects something else
+    m_selected = wanted;
     if (m_window)
         showSelected(true);
 }

@@ -59,6 +59,7 @@ private:
 
     QList<QPointer<KXPreferencesViewController>> m_viewControllers;
     QPointer<KXPreferencesViewController> m_selected;
+    quint32 m_requests = 0; // to select
     QPointer<QWidget> m_window;
     QPointer<QToolBar> m_toolbar;
     QPointer<QWidget> m_activeContentView;

@@ -103,6 +103,8 @@ bool KXTableView::edit(const QModelIndex &index, EditTrigger trigger, QEvent *ev
 {
     const bool begins = KXThemeableTableView::edit(index, trigger, event);
     QWidget *const editor = begins ? indexWidget(index) : nullptr;
+    if (editor)
+        m_editedCell = index;
     if (editor && editor->accessibleName().isEmpty())
         editor->setAccessibleName(model()->headerData(index.column(), Qt::Horizontal).toString());
     return begins;
@@ -162,7 +164,8 @@ bool KXTableView::viewportEvent(QEvent *event)
 
 void KXTableView::commitOpenEditor()
 {
-    QWidget *const editor = state() == EditingState ? indexWidget(currentIndex()) : nullptr;
+    // Not asked of state(), which forgets the editor where other rows go.
+    QWidget *const editor = m_editedCell.isValid() ? indexWidget(m_editedCell) : nullptr;
     if (!editor)
         return;
     commitData(editor);

@@ -165,6 +165,7 @@ private:
     [[nodiscard]] KXTableLayout defaultLayout() const;
     void arrange(const KXTableLayout &layout);
     void columnWasResized(int column, int oldWidth, int width);
+    void saveDueColumnPresets();
     void fillColumnsMenu(KXMenu &menu);
     void columnPresetsDidChange(const KXNotification &notification);
     [[nodiscard]] const KXTableColumn *columnSortedBy(const QString &key) const;
@@ -198,6 +199,7 @@ private:
     QMenu *m_sortMenu = nullptr; // a part of it
     QPointer<QMenu> m_menu;
     QPersistentModelIndex m_trackedCell;
+    QPersistentModelIndex m_editedCell;
     QPersistentModelIndex m_clickedCell;
 
     int m_dropRow = -1; // in front of which something dragged would come; -1: nowhere

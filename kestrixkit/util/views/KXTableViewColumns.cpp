@@ -104,7 +104,7 @@ void KXTableView::columnWasResized(int column, int oldWidth, int width)
     if (oldWidth == 0 || width == 0) {
         // Somebody hides or shows it, and has not finished doing so.
         if (!std::exchange(m_saveDue, true))
-            QMetaObject::invokeMethod(this, &KXTableView::saveColumnPresets, Qt::QueuedConnection);
+            QMetaObject::invokeMethod(this, &KXTableView::saveDueColumnPresets, Qt::QueuedConnection);
         return;
     }
     const QHeaderView *const header = horizontalHeader();
@@ -174,6 +174,7 @@ void KXTableView::setColumnPresetsName(const QString &name)
 {
     if (name == m_columnPresetsName)
         return;
+    saveDueColumnPresets(); // under the name that they were changed under
     m_presetsToken.reset();
     m_columnPresetsName = name;
     if (name.isEmpty())
@@ -199,6 +200,12 @@ QVariantMap KXTableView::columnPresetDictionary(const QString &identifier) const
             return KXTableLayout::preset(layout.columns[i], i);
     }
     return {};
+}
+
+void KXTableView::saveDueColumnPresets()
+{
+    if (m_saveDue)
+        saveColumnPresets();
 }
 
 void KXTableView::saveColumnPresets()
