@@ -164,7 +164,7 @@ quint32 KXCountColumn::numberOfConstant(int path, const QVariant &constant)
     return number;
 }
 
-bool KXCountColumn::setKeys(size_t row, const std::vector<qint64> &keys)
+quint32 KXCountColumn::codeOfKeys(const std::vector<qint64> &keys)
 {
     const auto [found, isNew]
         = m_setCodes.try_emplace(KXCountBytes(keys.data(), keys.size() * sizeof(qint64)), quint32(m_sets.size()));
@@ -173,7 +173,31 @@ bool KXCountColumn::setKeys(size_t row, const std::vector<qint64> &keys)
         if (!m_putsOff)
             readSets();
     }
-    return setCode(row, found->second);
+    return found->second;
+}
+
+bool KXCountColumn::setKeys(size_t row, const std::vector<qint64> &keys) { return setCode(row, codeOfKeys(keys)); }
+
+void KXCountColumn::takeRows(std::span<const qint64> rows, const KXCountColumn &other)
+{
+    const auto each = [rows](auto &ours, auto &&value) {
+        for (size_t i = 0; i < rows.size(); ++i) {
+            if (rows[i] >= 0)
+                ours[size_t(rows[i])] = value(i);
+        }
+    };
+    if (m_isWide)
+        return each(m_wide, [&](size_t i) { return other.m_wide[i]; });
+    if (m_kind == Kind::Number)
+        return each(m_narrow, [&](size_t i) { return other.m_narrow[i]; });
+    std::vector<quint32> codes(other.codeCount(), 0); // ours by theirs; only those that occur
+    each(m_narrow, [&](size_t i) {
+        const quint32 theirs = other.codeAt(i);
+        if (theirs != 0 && codes[theirs] == 0)
+            codes[theirs] = m_kind == Kind::Value ? codeOfValue(other.m_paths[0].values.value(theirs))
+                                                  : codeOfKeys(other.m_sets[theirs]);
+        return qint32(codes[theirs]);
+    });
 }
 
 // Paths

@@ -82,6 +82,8 @@ public:
     void resize(size_t rows);
     /// Takes the place of another row, for closing gaps.
     void copyRow(size_t from, size_t to);
+    /// Takes over a column of the same property: our `rows[i]` becomes what its row i is. -1 is none of ours.
+    void takeRows(std::span<const qint64> rows, const KXCountColumn &other);
     [[nodiscard]] size_t bytesPerRow() const { return m_isWide ? 8 : 4; }
     /// An attribute's value in its public type. Answers whether that was news.
     bool setValue(size_t row, const QVariant &value);
@@ -213,6 +215,7 @@ private:
     [[nodiscard]] quint32 classOfBits(const quint64 *bits);
     void read(Path &path, quint32 set);
     void codeWasAdded();
+    [[nodiscard]] quint32 codeOfKeys(const std::vector<qint64> &keys);
 
     const KXPropertyDescription &m_property;
     const Kind m_kind;

@@ -4,12 +4,10 @@
 
 #include <algorithm>
 #include <numeric>
-#include <string_view>
-#include <unordered_map>
 
 #include <kestrixkit/context/KXContextRows_p.h>
-#include <kestrixkit/foundation/KXDecimal.h>
-#include <kestrixkit/store/KXRowReader_p.h>
+#include <kestrixkit/counts/KXCountFiller_p.h>
+#include <kestrixkit/counts/KXCountSecondReader_p.h>
 
 namespace {
 
@@ -23,41 +21,23 @@ struct CountMembers
     qint64 member;
 };
 
-struct CountBytesHash
+/// Rows up to somewhere by `take`, and those behind by the second reader.
+template <typename Take, typename RowFor>
+KXError countReadByTwo(KXRowReader &reader, KXRowReader &second, const KXEntityDescription &entity,
+    const KXRowReader::Properties &properties, KXRowReader::KeyRange range, const std::vector<KXCountColumn *> &into,
+    Take &&take, RowFor &&rowFor)
 {
-    using is_transparent = void;
-    size_t operator()(std::string_view bytes) const noexcept { return std::hash<std::string_view>()(bytes); }
-};
-/// Codes of a column's values by what the store has.
-using CountKnown = std::unordered_map<std::string, quint32, CountBytesHash, std::equal_to<>>;
-
+    KXCountParts parts(range);
+    KXCountSecondReader behind(second, entity, properties, parts);
+    while (const auto part = parts.takeFirst()) {
+        if (const KXError problem = reader.rowsWithin(entity, properties, *part, take)) {
+            parts.close();
+            return problem;
+        }
+    }
+    return behind.finish(into, rowFor);
 }
 
-/// A text or a decimal number; each is looked at as a value once.
-static quint32 countCodeOf(KXCountColumn &column, QByteArrayView utf8, CountKnown &known)
-{
-    const std::string_view bytes(utf8.data(), size_t(utf8.size()));
-    if (const auto found = known.find(bytes); found != known.end())
-        return found->second;
-    const QString text = QString::fromUtf8(utf8);
-    const bool isDecimal = column.property().type() == KXAttributeType::Decimal;
-    const quint32 code = column.codeOfValue(
-        isDecimal ? QVariant::fromValue(KXDecimal::fromString(text).value_or(KXDecimal())) : QVariant(text));
-    known.emplace(bytes, code);
-    return code;
-}
-
-static void countSet(KXCountColumn &column, size_t row, KXColumnValue value, CountKnown &known)
-{
-    if (column.kind() == KXCountColumn::Kind::Relation)
-        column.setKeys(row, value.isNull() ? std::vector<qint64>() : std::vector<qint64> { value.integer() });
-    else if (column.kind() == KXCountColumn::Kind::Number)
-        column.setNumber(row,
-            value.isNull()                                            ? KXCountColumn::absent
-                : column.property().type() == KXAttributeType::Double ? KXCountColumn::numberFromDouble(value.real())
-                                                                      : value.integer());
-    else
-        column.setCode(row, value.isNull() ? 0 : countCodeOf(column, value.utf8(), known));
 }
 
 /// The rows of the keys, or all; `addsRows` with those that the table does not have yet.
@@ -70,24 +50,36 @@ bool KXCountTable::read(const std::vector<size_t> &columns, const std::vector<qi
     if (stop)
         reader.stopWhen(*stop);
     std::vector<KXCountColumn *> wanted;
-    std::vector<const KXPropertyDescription *> properties;
+    KXRowReader::Properties properties;
     for (const size_t column : columns) {
         if (m_columns[column]->property().hasColumn()) {
             wanted.push_back(m_columns[column].get());
             properties.push_back(&m_columns[column]->property());
         }
     }
-    std::vector<CountKnown> known(wanted.size());
-    const auto take = [&](qint64 key, const auto &values) {
-        qint64 row = m_hasRows ? rowOf(key) : -1;
-        if (row < 0 && !addsRows)
-            return; // the context has not heard of it yet
-        if (addsRows && !has(row)) // new, or buried because it is read again
-            row = qint64(addRow(key));
-        for (size_t i = 0; i < wanted.size(); ++i)
-            countSet(*wanted[i], size_t(row), values(i), known[i]);
+    KXCountFiller filler(wanted);
+    const auto rowFor = [&](qint64 key) {
+        const qint64 row = m_hasRows ? rowOf(key) : -1;
+        // New, or buried because it is read again. What the context has not heard of yet is left out.
+        return addsRows && !has(row) ? qint64(addRow(key)) : row;
     };
-    if (const KXError problem = reader.rows(m_entity, properties, keys, take))
+    const auto take = [&](qint64 key, const auto &values) {
+        if (const qint64 row = rowFor(key); row >= 0)
+            filler.fill(size_t(row), values);
+    };
+    using KeyRange = KXRowReader::KeyRange;
+    const KeyRange range = keys ? KeyRange { 0, -1 } : reader.keyRange(m_entity).value_or(KeyRange { 0, -1 });
+    std::optional<KXRowReader> second;
+    if (range.first >= 0 && range.last - range.first >= countFewestForTwo && std::thread::hardware_concurrency() > 1)
+        second.emplace(KXContextRows(m_context).store());
+    if (second && stop)
+        second->stopWhen(*stop);
+    // Both must read the same state of the store.
+    const qint64 change = second && *second ? reader.changeNumber() : 0;
+    const KXError problem = change != 0 && second->changeNumber() == change
+        ? countReadByTwo(reader, *second, m_entity, properties, range, wanted, take, rowFor)
+        : reader.rows(m_entity, properties, keys, take);
+    if (problem)
         return KXSetError(error, problem);
     m_hasRows = true;
     for (const size_t column : columns) {

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <bit>
+#include <functional>
+#include <thread>
 
 namespace {
 
@@ -152,7 +154,7 @@ void KXCountTable::count(const quint64 *before, bool was, const quint64 *after, 
     }
 }
 
-void KXCountTable::scanLane(size_t lane, std::vector<qint64> &counts) const
+void KXCountTable::scanLane(size_t lane, size_t from, size_t to, std::vector<qint64> &counts) const
 {
     std::vector<const KXCountColumn *> used;
     for (const auto &column : m_columns) {
@@ -173,7 +175,7 @@ void KXCountTable::scanLane(size_t lane, std::vector<qint64> &counts) const
         }
         added = 0;
     };
-    for (size_t row = 0; row < m_keys.size(); ++row) {
+    for (size_t row = from; row < to; ++row) {
         if (!m_alive[row])
             continue;
         quint64 bits[countLane];
@@ -214,23 +216,34 @@ void KXCountTable::scan()
         else
             trees.push_back(int(i));
     }
-    std::vector<qint64> counts(m_words * 64);
-    for (size_t lane = 0; lane < lanes.size(); ++lane) {
-        if (lanes[lane])
-            scanLane(lane, counts);
-    }
     std::vector<CountTest> tests;
     tests.reserve(trees.size());
     for (const int tree : trees)
         tests.emplace_back(m_rules[size_t(tree)].tree);
-    std::vector<qint64> treeCounts(trees.size());
-    KXCountBits row(m_words);
-    for (size_t i = 0; i < m_keys.size() && !trees.empty(); ++i) {
-        if (!m_alive[i])
-            continue;
-        bits(qint64(i), row.data());
-        for (size_t tree = 0; tree < trees.size(); ++tree)
-            treeCounts[tree] += tests[tree].fits(row.data());
+    const auto countBetween = [&](size_t from, size_t to, std::vector<qint64> &slots, std::vector<qint64> &ofTrees) {
+        for (size_t lane = 0; lane < lanes.size(); ++lane) {
+            if (lanes[lane])
+                scanLane(lane, from, to, slots);
+        }
+        KXCountBits row(m_words);
+        for (size_t i = from; i < to && !trees.empty(); ++i) {
+            if (!m_alive[i])
+                continue;
+            bits(qint64(i), row.data());
+            for (size_t tree = 0; tree < trees.size(); ++tree)
+                ofTrees[tree] += tests[tree].fits(row.data());
+        }
+    };
+    std::vector<qint64> counts(m_words * 64), treeCounts(trees.size());
+    if (qint64(m_keys.size()) < countFewestForTwo || std::thread::hardware_concurrency() < 2) {
+        countBetween(0, m_keys.size(), counts, treeCounts);
+    } else { // half of them by another thread
+        std::vector<qint64> more(counts.size()), moreOfTrees(trees.size());
+        std::thread second([&] { countBetween(0, m_keys.size() / 2, more, moreOfTrees); });
+        countBetween(m_keys.size() / 2, m_keys.size(), counts, treeCounts);
+        second.join();
+        std::transform(counts.begin(), counts.end(), more.begin(), counts.begin(), std::plus());
+        std::transform(treeCounts.begin(), treeCounts.end(), moreOfTrees.begin(), treeCounts.begin(), std::plus());
     }
     const auto settle = [this](int number, qint64 count) {
         Rule &rule = m_rules[size_t(number)];

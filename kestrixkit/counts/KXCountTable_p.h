@@ -138,6 +138,8 @@ public:
 private:
     class RuleCompiler; // KXCountRules.cpp
     static constexpr size_t countDeadAllowed = 4096;
+    /// Two threads read and count where there may be as many rows.
+    static constexpr qint64 countFewestForTwo = 50'000;
 
     struct Rule
     {
@@ -189,7 +191,7 @@ private:
     template <typename Change> void changeRow(qint64 key, Change &&change);
     void noteChange(int rule);
     void scan();
-    void scanLane(size_t lane, std::vector<qint64> &counts) const;
+    void scanLane(size_t lane, size_t from, size_t to, std::vector<qint64> &counts) const;
 
     // What the context announces: KXCountFollowing.cpp.
     void followObjects(const KXObjectsDidChange &did);

@@ -52,8 +52,8 @@ static QByteArray rowReaderKeyList(const std::vector<qint64> &keys)
     return list + ']';
 }
 
-KXStatement KXRowReader::rowStatement(const KXEntityDescription &entity,
-    const std::vector<const KXPropertyDescription *> &properties, const Keys *keys, bool &isSparse)
+KXStatement KXRowReader::rowStatementWhere(
+    const KXEntityDescription &entity, const Properties &properties, const QByteArray &keyCondition)
 {
     QByteArray sql = "SELECT t0.kx_id";
     for (const KXPropertyDescription *property : properties)
@@ -62,29 +62,53 @@ KXStatement KXRowReader::rowStatement(const KXEntityDescription &entity,
     QByteArrayList conditions;
     if (const QByteArray condition = KXEntityCondition(entity); !condition.isEmpty())
         conditions.append(condition);
-    // Rows that were made together lie together, and are read with the few between them.
-    qint64 first = 0, last = -1;
-    if (keys && !keys->empty()) {
-        const auto [lowest, highest] = std::minmax_element(keys->begin(), keys->end());
-        first = *lowest;
-        last = *highest;
-    }
-    const bool isDense = keys && last - first < 2 * qint64(keys->size());
-    isSparse = isDense && last - first + 1 != qint64(keys->size());
-    if (keys)
-        conditions.append(isDense ? QByteArray("t0.kx_id BETWEEN ? AND ?")
-                                  : QByteArray("t0.kx_id IN (SELECT value FROM json_each(?))"));
+    if (!keyCondition.isEmpty())
+        conditions.append(keyCondition);
     if (!conditions.isEmpty())
         sql += " WHERE " + conditions.join(" AND ");
-    KXStatement statement = m_connection->prepare(sql + " ORDER BY t0.kx_id");
-    if (statement && isDense) {
-        statement.bind(1, first);
-        statement.bind(2, last);
-    } else if (statement && keys) {
+    return m_connection->prepare(sql + " ORDER BY t0.kx_id");
+}
+
+KXStatement KXRowReader::rowStatement(const KXEntityDescription &entity, const Properties &properties, KeyRange range)
+{
+    KXStatement statement = rowStatementWhere(entity, properties, "t0.kx_id BETWEEN ? AND ?");
+    if (statement) {
+        statement.bind(1, range.first);
+        statement.bind(2, range.last);
+    }
+    return statement;
+}
+
+KXStatement KXRowReader::rowStatement(
+    const KXEntityDescription &entity, const Properties &properties, const Keys *keys, bool &isSparse)
+{
+    if (!keys)
+        return rowStatementWhere(entity, properties, {});
+    // Rows that were made together lie together, and are read with the few between them.
+    KeyRange range { 0, -1 };
+    if (!keys->empty()) {
+        const auto [lowest, highest] = std::minmax_element(keys->begin(), keys->end());
+        range = { *lowest, *highest };
+    }
+    if (range.last - range.first < 2 * qint64(keys->size())) {
+        isSparse = range.last - range.first + 1 != qint64(keys->size());
+        return rowStatement(entity, properties, range);
+    }
+    KXStatement statement = rowStatementWhere(entity, properties, "t0.kx_id IN (SELECT value FROM json_each(?))");
+    if (statement) {
         m_keyList = rowReaderKeyList(*keys);
         statement.bindText(1, std::string_view(m_keyList.constData(), size_t(m_keyList.size())));
     }
     return statement;
+}
+
+std::optional<KXRowReader::KeyRange> KXRowReader::keyRange(const KXEntityDescription &entity)
+{
+    KXStatement statement = m_connection->prepare(
+        "SELECT (SELECT min(kx_id) FROM " + entity.table() + "), (SELECT max(kx_id) FROM " + entity.table() + ')');
+    if (!statement || statement.step() != SQLITE_ROW || statement.isNull(0))
+        return std::nullopt;
+    return KeyRange { statement.integer(0), statement.integer(1) };
 }
 
 KXStatement KXRowReader::linkStatement(

@@ -41,7 +41,7 @@ private:
 /// Reads many rows of an open store without making objects: what is made of all rows, such as counts.
 ///
 /// Borrows a connection, and reads one state of the store from the first row to its own end; not to be kept across
-/// calls. Of one thread; any thread.
+/// calls. Ends in the thread that made it; any one thread at a time may read with it.
 class KXRowReader
 {
 public:
@@ -58,28 +58,40 @@ public:
 
     /// Keys in any order; nullptr stands for all rows.
     using Keys = std::vector<qint64>;
+    /// From the first to the last, both included.
+    struct KeyRange
+    {
+        qint64 first;
+        qint64 last;
+    };
+    using Properties = std::vector<const KXPropertyDescription *>;
 
     /// Calls `take(key, values)` for rows of the entity and its descendants, in the order of their keys. `values(i)` is
     /// the KXColumnValue of the i-th property; each has a column. Not to be called within `take`.
     template <typename Take>
-    [[nodiscard]] KXError rows(const KXEntityDescription &entity,
-        const std::vector<const KXPropertyDescription *> &properties, const Keys *keys, Take &&take)
+    [[nodiscard]] KXError rows(
+        const KXEntityDescription &entity, const Properties &properties, const Keys *keys, Take &&take)
     {
         bool isSparse = false;
         KXStatement statement = rowStatement(entity, properties, keys, isSparse);
-        if (!statement)
-            return m_connection->lastError();
-        const std::vector<qint64> wanted = isSparse ? sorted(*keys) : std::vector<qint64>();
-        int code;
-        while ((code = step(statement)) == SQLITE_ROW) {
-            const qint64 key = statement.integer(0);
-            if (!isSparse || std::binary_search(wanted.begin(), wanted.end(), key))
-                take(key, [&statement](size_t i) {
-                    return KXColumnValue(sqlite3_column_value(statement.get(), int(i) + 1));
-                });
-        }
-        return code == SQLITE_DONE ? KXError() : m_connection->lastError();
+        if (!isSparse)
+            return eachRow(std::move(statement), take);
+        const std::vector<qint64> wanted = sorted(*keys);
+        return eachRow(std::move(statement), [&](qint64 key, const auto &values) {
+            if (std::binary_search(wanted.begin(), wanted.end(), key))
+                take(key, values);
+        });
     }
+    /// The same for rows by where their keys lie.
+    template <typename Take>
+    [[nodiscard]] KXError rowsWithin(
+        const KXEntityDescription &entity, const Properties &properties, KeyRange range, Take &&take)
+    {
+        return eachRow(rowStatement(entity, properties, range), take);
+    }
+    /// Where the keys of the entity's table lie, those of other entities of its family included. Absent where there are
+    /// none, or where that cannot be read.
+    [[nodiscard]] std::optional<KeyRange> keyRange(const KXEntityDescription &entity);
 
     using Path = std::vector<const KXPropertyDescription *>;
 
@@ -108,8 +120,22 @@ public:
 
 private:
     [[nodiscard]] int step(KXStatement &statement) { return m_stop && *m_stop ? SQLITE_DONE : statement.step(); }
-    [[nodiscard]] KXStatement rowStatement(const KXEntityDescription &entity,
-        const std::vector<const KXPropertyDescription *> &properties, const Keys *keys, bool &isSparse);
+    [[nodiscard]] KXStatement rowStatement(
+        const KXEntityDescription &entity, const Properties &properties, const Keys *keys, bool &isSparse);
+    [[nodiscard]] KXStatement rowStatement(
+        const KXEntityDescription &entity, const Properties &properties, KeyRange range);
+    [[nodiscard]] KXStatement rowStatementWhere(
+        const KXEntityDescription &entity, const Properties &properties, const QByteArray &keyCondition);
+    template <typename Take> [[nodiscard]] KXError eachRow(KXStatement statement, Take &&take)
+    {
+        if (!statement)
+            return m_connection->lastError();
+        int code;
+        while ((code = step(statement)) == SQLITE_ROW)
+            take(statement.integer(0),
+                [&statement](size_t i) { return KXColumnValue(sqlite3_column_value(statement.get(), int(i) + 1)); });
+        return code == SQLITE_DONE ? KXError() : m_connection->lastError();
+    }
     [[nodiscard]] KXStatement linkStatement(
         const KXEntityDescription &entity, const Path &path, const KXPropertyDescription *attribute, const Keys *keys);
     template <typename Take> [[nodiscard]] KXError eachLink(KXStatement statement, Take &&take)

@@ -1,5 +1,8 @@
 // Live counts against plain recounting: random predicates, edits, merges and steps of the clock.
 
+#include <atomic>
+#include <thread>
+
 #include <QCoreApplication>
 #include <QSignalSpy>
 #include <QThread>
@@ -7,6 +10,7 @@
 
 #include <kestrixkit/counts/KXLiveCounts.h>
 #include <kestrixkit/foundation/KXClock.h>
+#include <kestrixkit/foundation/KXMainQueue.h>
 #include <kestrixkit/foundation/KXNotificationCenter.h>
 #include <kestrixkit/foundation/KXUndoManager.h>
 #include <kestrixkit/predicate/KXPredicateCheck_p.h>
@@ -187,6 +191,70 @@ TEST(LiveCounts, whatIsReadBeforeItsMergeComesIsCountedOnce)
     library.context->mergeChangesFromStoreChange(saved);
     EXPECT_EQ(counts.count(u"all"_s), 2);
     EXPECT_EQ(counts.count(u"fast"_s), 1);
+}
+
+/// So many rows are read from both ends at once, while another thread saves: what the two find fits together, and
+/// equals what the store counts.
+TEST(LiveCounts, twoReadersFindWhatOneWould)
+{
+    constexpr int many = 60'000;
+    LibraryTest library;
+    KXTestRandom random;
+    {
+        const auto filling = library.otherContext();
+        const auto album = Album::createInContext(*filling);
+        album->setTitle(u"a1"_s);
+        for (int i = 0; i < many; ++i) {
+            const auto track = Track::createInContext(*filling);
+            track->setTitle(u"t%1"_s.arg(random.below(i < many / 2 ? 3 : 2000))); // the second half knows other texts
+            track->setComment(random.chance(0.3) ? std::nullopt : std::optional(track->title()));
+            track->setBpm(random.below(8) * 0.5);
+            track->setYear(random.between(-3, 3));
+            track->setPrice(random.chance(0.3) ? std::nullopt : KXDecimal::fromString(u"%1.50"_s.arg(random.below(4))));
+            track->setAlbum(random.chance(0.3) ? album : KXRef<Album>());
+        }
+        ASSERT_TRUE(filling->save());
+        const auto gone = Track::findUsingPredicate(KXPredicate::predicateWithFormat("title == 't1'"), *filling);
+        QList<KXRef<KXManagedObject>> all;
+        for (const auto &track : gone)
+            all.append(track);
+        filling->deleteObjects(all);
+        ASSERT_TRUE(filling->save());
+    }
+    const auto merging = library.coordinator->addChangeObserver([&](const auto &change) {
+        KXMainQueue::async([&library, change] { library.context->mergeChangesFromStoreChange(change); });
+    });
+    std::atomic<bool> isDone = false;
+    std::thread saving([&] {
+        const auto other = library.otherContext();
+        while (!isDone) {
+            const auto track = Track::createInContext(*other);
+            track->setTitle(u"t2"_s);
+            track->setBpm(1);
+            EXPECT_TRUE(other->save());
+        }
+    });
+    const QStringList rules { u"title == 't2'"_s, u"comment != nil"_s, u"bpm > 1"_s, u"year < 0"_s, u"price == 1.5"_s,
+        u"album.title == 'a1'"_s, u"bpm < 1 OR year == 2"_s, u"title BEGINSWITH 't19'"_s };
+    KXLiveCounts counts(library.context, u"Track"_s);
+    counts.setMostRowsAtOnce(0);
+    for (qsizetype i = 0; i < rules.size(); ++i) {
+        counts.setRule(rules[i], KXPredicate::predicateWithText(rules[i])); // some columns come to rows that are there
+        if (i % 3 == 2) {
+            counts.updateSoon();
+            while (counts.isCounting())
+                QCoreApplication::processEvents();
+        }
+    }
+    isDone = true;
+    saving.join();
+    while (counts.isCounting())
+        QCoreApplication::processEvents();
+    QCoreApplication::processEvents();
+    for (const QString &rule : rules)
+        EXPECT_EQ(
+            counts.count(rule), Track::countOfUsingPredicate(KXPredicate::predicateWithText(rule), *library.context))
+            << rule.toStdString();
 }
 
 /// Counts that another thread makes, of three tracks.
