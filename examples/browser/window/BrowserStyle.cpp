@@ -6,26 +6,27 @@
 #include <QApplication>
 #include <QFont>
 #include <QHash>
-#include <QStyleFactory>
+#include <QToolTip>
 
 #include <kestrixkit/theme/KXDarkTheme.h>
 #include <kestrixkit/theme/KXLightTheme.h>
 #include <kestrixkit/theme/KXThemeManager.h>
 #include <kestrixkit/theme/controls/KXBadge.h>
 
+#include "window/PanelStyle.h"
 #include "window/Settings.h"
 
 using namespace Qt::StringLiterals;
 
-namespace {
-
-const KXThemeColours &styleColours()
+const KXThemeColours &BrowserStyle::colours()
 {
     if (const auto *const theme = dynamic_cast<const KXStandardTheme *>(KXThemeManager::sharedManager().theme().get()))
         return theme->colours();
     static const KXDarkTheme dark; // where nothing was applied, as in tests of a table alone
     return dark.colours();
 }
+
+namespace {
 
 QColor styleLegible(const QColor &colour, const QColor &background, double ratio)
 {
@@ -48,15 +49,15 @@ QColor styleLegible(const QColor &colour, const QColor &background, double ratio
 
 } // namespace
 
-QColor BrowserStyle::row() { return styleColours().row; }
-QColor BrowserStyle::alternateRow() { return styleColours().alternateRow; }
-QColor BrowserStyle::selection() { return styleColours().selection; }
-QColor BrowserStyle::text() { return styleColours().text; }
-QColor BrowserStyle::selectedText() { return styleColours().selectedText; }
-QColor BrowserStyle::secondaryText() { return styleColours().secondaryText; }
-QColor BrowserStyle::missingText() { return styleColours().disabledText; }
-QColor BrowserStyle::accent() { return styleColours().accent; }
-QColor BrowserStyle::emptyStar() { return styleColours().controlPressed; }
+QColor BrowserStyle::row() { return colours().row; }
+QColor BrowserStyle::alternateRow() { return colours().alternateRow; }
+QColor BrowserStyle::selection() { return colours().selection; }
+QColor BrowserStyle::text() { return colours().text; }
+QColor BrowserStyle::selectedText() { return colours().selectedText; }
+QColor BrowserStyle::secondaryText() { return colours().secondaryText; }
+QColor BrowserStyle::missingText() { return colours().disabledText; }
+QColor BrowserStyle::accent() { return colours().accent; }
+QColor BrowserStyle::emptyStar() { return colours().controlPressed; }
 
 double BrowserStyle::contrast(const QColor &a, const QColor &b)
 {
@@ -98,7 +99,7 @@ QString BrowserStyle::timeText(double seconds)
 
 void BrowserStyle::apply(QApplication &application)
 {
-    QApplication::setStyle(QStyleFactory::create(u"Fusion"_s));
+    QApplication::setStyle(new PanelStyle);
     QFont font = QApplication::font();
     font.setFamilies({ u"Inter"_s, u"Noto Sans"_s, u"Cantarell"_s, u"DejaVu Sans"_s, font.family() });
     application.setFont(font);
@@ -106,7 +107,7 @@ void BrowserStyle::apply(QApplication &application)
     setDark(Settings::darkTheme());
 }
 
-bool BrowserStyle::isDark() { return styleColours().window.lightnessF() < 0.5F; }
+bool BrowserStyle::isDark() { return colours().window.lightnessF() < 0.5F; }
 
 void BrowserStyle::setDark(bool dark)
 {
@@ -115,26 +116,11 @@ void BrowserStyle::setDark(bool dark)
         theme = std::make_shared<KXDarkTheme>();
     else
         theme = std::make_shared<KXLightTheme>();
-    const KXThemeColours &c = theme->colours();
-    QApplication::setPalette(theme->palette());
-    qApp->setStyleSheet(uR"(
-        QMenuBar { background: %1; color: %4; padding: 2px 8px; border: none; }
-        QMenuBar::item { padding: 4px 10px; border-radius: 4px; background: transparent; }
-        QMenuBar::item:selected { background: %6; }
-        QMenu { background: %1; color: %4; border: 1px solid %7; padding: 4px; }
-        QMenu::item { padding: 5px 28px 5px 20px; border-radius: 3px; }
-        QMenu::item:selected { background: %8; color: %9; }
-        QMenu::item:disabled { color: %5; }
-        QMenu::separator { height: 1px; background: %2; margin: 4px 8px; }
-        QToolBar { background: %1; border: none; border-bottom: 1px solid %2; padding: 8px 14px; spacing: 6px; }
-        QStatusBar { background: %1; border-top: 1px solid %2; color: %3; min-height: 30px; }
-        QStatusBar QLabel { color: %3; }
-        QStatusBar::item { border: none; }
-        QCheckBox::indicator { width: 14px; height: 14px; border: 1px solid %11; border-radius: 3px; background: %6; }
-        QCheckBox::indicator:checked { image: url(:/kestrixkit/icons/check.svg); background: %10; border-color: %10; }
-        QToolTip { background: %1; color: %4; border: 1px solid %7; padding: 4px; }
-    )"_s.arg(c.panel.name(), c.line.name(), c.secondaryText.name(), c.text.name(), c.disabledText.name(),
-        c.controlPressed.name(), c.border.name(), c.selection.name(), c.selectedText.name(), c.accent.name(),
-        c.knob.name()));
+    const QPalette palette = theme->palette();
+    QApplication::setPalette(palette);
+    QPalette status(palette);
+    status.setColor(QPalette::WindowText, theme->colours().secondaryText);
+    QApplication::setPalette(status, "QStatusBar");
+    QToolTip::setPalette(palette);
     KXThemeManager::sharedManager().setTheme(theme); // last: what follows it finds the palette
 }

@@ -5,10 +5,13 @@
 #include "tags/TagValues.h"
 
 class QApplication;
+struct KXThemeColours;
 
 /// The window's colours and sizes in one place: those of the current theme, and what is the browser's own.
 namespace BrowserStyle {
 
+/// Of the current theme; the dark one's where there is none.
+const KXThemeColours &colours();
 QColor row();
 QColor alternateRow();
 QColor selection();
@@ -38,7 +41,7 @@ QString timeText(double seconds);
 /// Style, font and the theme that the user chose for the whole application.
 void apply(QApplication &application);
 
-/// The framework's theme, and a palette and a style sheet to go with it.
+/// The framework's theme, and palettes to go with it.
 void setDark(bool dark);
 bool isDark();
 

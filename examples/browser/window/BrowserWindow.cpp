@@ -277,6 +277,7 @@ void BrowserWindow::buildPlaces(QWidget *tracks, QMenu *view)
 void BrowserWindow::buildStatus()
 {
     statusBar()->setSizeGripEnabled(false);
+    statusBar()->setMinimumHeight(BrowserStyle::rowHeight);
     m_status->setContentsMargins(BrowserStyle::margin, 0, 0, 0);
     auto *const selected = new QLabel;
     selected->setAccessibleDescription(tr("Summary of the selected tracks"));

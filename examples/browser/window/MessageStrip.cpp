@@ -4,6 +4,7 @@
 #include <QCoreApplication>
 #include <QEvent>
 #include <QFileInfo>
+#include <QLayout>
 #include <QLocale>
 #include <QMainWindow>
 #include <QToolBar>
@@ -47,7 +48,7 @@ MessageStrip::MessageStrip(QMainWindow *window)
     m_bar->setMovable(false);
     m_bar->setContextMenuPolicy(Qt::PreventContextMenu);
     m_bar->addWidget(m_controller.view());
-    m_bar->setStyleSheet(u"QToolBar { padding: 0px; border: none; }"_s);
+    m_bar->layout()->setContentsMargins({});
     m_bar->hide();
     m_controller.setDelegate(this);
     if (KXMessageCenter::sharedInstance().messageCount() > 0) // from before the window
