@@ -176,6 +176,8 @@ void KXCountTable::compile(Rule &rule, int number)
     try {
         if (const QString misfit = KXPredicateCheck::misfit(rule.predicate, m_entity); !misfit.isEmpty()) {
             rule.isRefused = true;
+            if (std::exchange(rule.count, -1) != -1)
+                noteChange(number);
             KXLogError(filters, "Cannot count \"%@\": %@", m_entity.name(), misfit);
             throw misfit;
         }
@@ -293,6 +295,8 @@ bool KXCountTable::moveBounds(int number, const KXPredicate &predicate)
         return false;
     const int slot = rule.tree.slot;
     RuleCompiler::Part part;
+    if (!KXPredicateCheck::misfit(predicate, m_entity).isEmpty())
+        return false;
     try {
         part = RuleCompiler(*this).compile(predicate);
     } catch (const QString &) {

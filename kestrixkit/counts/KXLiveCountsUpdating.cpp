@@ -128,10 +128,14 @@ void KXLiveCountsPrivate::scheduleUpdate()
 {
     if (std::exchange(isScheduled, true))
         return;
-    KXMainQueue::async(q, [this, turn = ++lastTurn] {
+    const auto update = [this, turn = ++lastTurn] {
         if (isScheduled && turn == lastTurn)
             q->updateSoon();
-    });
+    };
+    if (KXMainQueue::isMainThread())
+        KXMainQueue::async(q, update);
+    else
+        QMetaObject::invokeMethod(q, update, Qt::QueuedConnection); // where the thread has turns
 }
 
 // The table on another thread

@@ -103,10 +103,11 @@ void KXWhatIfCountsPrivate::scheduleUpdate()
 {
     if (std::exchange(isScheduled, true))
         return;
-    KXMainQueue::async([guard = QPointer<KXWhatIfCounts>(q)] {
-        if (guard)
-            guard->update();
-    });
+    const auto update = [this] { q->update(); };
+    if (KXMainQueue::isMainThread())
+        KXMainQueue::async(q, update);
+    else
+        QMetaObject::invokeMethod(q, update, Qt::QueuedConnection); // where the thread has turns
 }
 
 bool KXWhatIfCountsPrivate::isByStore()
@@ -130,26 +131,30 @@ KXPredicate KXWhatIfCountsPrivate::predicateWith(const WhatIfPart *changed, cons
     return KXPredicate::andPredicate(all);
 }
 
-qint64 KXWhatIfCountsPrivate::countOf(const KXPredicate &predicate) const
+/// Absent where the store refuses the predicate, or does not answer.
+std::optional<qint64> KXWhatIfCountsPrivate::countOf(const KXPredicate &predicate) const
 {
     const QString text = predicate.predicateFormat();
-    const auto found = known.constFind(text);
-    if (found != known.constEnd())
-        return *found;
-    const qint64 count
-        = counts->managedObjectContext()->count(KXFetchRequest(counts->entityName(), predicate), nullptr);
-    known.insert(text, count);
-    return count;
+    auto found = known.constFind(text);
+    if (found == known.constEnd()) {
+        KXError error; // rather than an exception
+        found = known.insert(
+            text, counts->managedObjectContext()->count(KXFetchRequest(counts->entityName(), predicate), &error));
+    }
+    return *found < 0 ? std::nullopt : std::optional(*found);
 }
 
-KXWhatIfCounts::ValueCounts KXWhatIfCountsPrivate::valueCounts(WhatIfPart &part, const QVariant &value)
+std::optional<KXWhatIfCounts::ValueCounts> KXWhatIfCountsPrivate::valueCounts(WhatIfPart &part, const QVariant &value)
 {
     if (!countsByStore && part.rule < 0 && part.counts)
         return part.counts->valueCounts(value, total);
     const auto counted = [&](KXPredicateOperator comparisonOperator) {
         return countOf(predicateWith(&part, part.facet.predicateWithValue(value, comparisonOperator)));
     };
-    return { counted(KXPredicateOperator::Equal), counted(KXPredicateOperator::NotEqual) };
+    const auto added = counted(KXPredicateOperator::Equal), excluded = counted(KXPredicateOperator::NotEqual);
+    if (!added || !excluded)
+        return std::nullopt;
+    return KXWhatIfCounts::ValueCounts { *added, *excluded };
 }
 
 // The public face
@@ -256,8 +261,12 @@ QList<KXWhatIfCounts::ValueCounts> KXWhatIfCounts::valueCounts(const QString &id
     if (!part || !d->isReady || !d->counts)
         return counts;
     counts.reserve(part->facet.values.size());
-    for (const QVariant &value : std::as_const(part->facet.values))
-        counts.append(d->valueCounts(*part, value));
+    for (const QVariant &value : std::as_const(part->facet.values)) {
+        const auto counted = d->valueCounts(*part, value);
+        if (!counted)
+            return {};
+        counts.append(*counted);
+    }
     return counts;
 }
 

@@ -57,8 +57,8 @@ public:
     void finish();
     void count(size_t row, KXWhatIfState state, qint64 difference);
     [[nodiscard]] KXPredicate predicateWith(const Part *changed, const KXPredicate &predicate) const;
-    [[nodiscard]] qint64 countOf(const KXPredicate &predicate) const;
-    [[nodiscard]] KXWhatIfCounts::ValueCounts valueCounts(Part &part, const QVariant &value);
+    [[nodiscard]] std::optional<qint64> countOf(const KXPredicate &predicate) const;
+    [[nodiscard]] std::optional<KXWhatIfCounts::ValueCounts> valueCounts(Part &part, const QVariant &value);
 
     void rowLeaves(size_t row) override;
     void rowEnters(size_t row) override;

@@ -15,7 +15,10 @@ using namespace Qt::StringLiterals;
 KXRef<KXFilterSet> KXFilterSetPreset::filterSet() const
 {
     KXManagedObjectContext *context = managedObjectContext();
-    if (m_filterSet || !context)
+    // One that has been rolled back has left the context, and is not named any more.
+    const bool hasLeft = m_filterSet && context && !m_filterSet->managedObjectContext() && !m_filterSet->isDeleted()
+        && m_filterSet->objectID().URIRepresentation() != filterSetURI();
+    if ((m_filterSet && !hasLeft) || !context)
         return m_filterSet;
     const KXManagedObjectID id
         = context->persistentStoreCoordinator()->managedObjectIDForURIRepresentation(filterSetURI());
@@ -41,8 +44,10 @@ void KXFilterSetPreset::setFilterSet(const KXRef<KXFilterSet> &set)
             KXStringWithFormat("The preset \"%@\" cannot hold a filter set of another context", title()));
     }
     registerHeldSet();
-    setValueForKey(u"filterSetURI"_s, set ? QVariant(set->objectID().URIRepresentation()) : QVariant());
-    hold(set);
+    const KXRef<KXFilterSet> before = m_filterSet;
+    hold(set); // whoever is told of the URI asks for it
+    if (!setValueForKey(u"filterSetURI"_s, set ? QVariant(set->objectID().URIRepresentation()) : QVariant()))
+        hold(before);
 }
 
 /// What is held is no stored value, so taking back that another set was named has to take it back, too.

@@ -71,6 +71,18 @@ void KXFilterSetPresetCountsProvider::start()
 
 void KXFilterSetPresetCountsProvider::loadCounts() { setExecuting(false); }
 
+void KXFilterSetPresetCountsProvider::deliverCountFrom(
+    std::function<std::optional<qint64>(const KXFilterSetPreset &preset)> count)
+{
+    const auto self = std::static_pointer_cast<KXFilterSetPresetCountsProvider>(shared_from_this());
+    KXMainQueue::async([self, count = std::move(count)] {
+        const KXRef<KXFilterSetPreset> preset = self->m_preset;
+        const auto found = preset && !self->isCancelled() ? count(*preset) : std::nullopt;
+        if (found && !self->isCancelled())
+            preset->setCount(*found, self->m_contextIdentifier);
+    });
+}
+
 void KXFilterSetPresetCountsProvider::deliverCount(qint64 count, const QDateTime &counted)
 {
     const auto self = std::static_pointer_cast<KXFilterSetPresetCountsProvider>(shared_from_this());

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <functional>
+#include <optional>
+
 #include <kestrixkit/context/KXManagedObjectContextOperation.h>
 #include <kestrixkit/filters/KXFilterSetMapper.h>
 #include <kestrixkit/filters/KXFilterSetPreset.h>
@@ -48,6 +51,8 @@ protected:
     /// Has the main thread set the count on the preset in a later turn, unless the operation is cancelled by then. With
     /// a date it is one that grows old: see KXFilterSetPreset::setCount().
     void deliverCount(qint64 count, const QDateTime &counted = {});
+    /// The same for a count that is asked for on the main thread in that turn; an absent one is not set.
+    void deliverCountFrom(std::function<std::optional<qint64>(const KXFilterSetPreset &preset)> count);
     void setError(const KXError &error);
 
 private:

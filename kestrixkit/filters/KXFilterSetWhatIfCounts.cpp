@@ -13,7 +13,10 @@ QString whatIfSpreadIdentifier(const KXRef<KXFilter> &filter)
     return filter ? u"filter %1"_s.arg(filter->objectID().key()) : QString();
 }
 
-bool whatIfIsGone(const KXRef<KXManagedObject> &object) { return object->isDeleted() || object->isMissing(); }
+bool whatIfIsGone(const KXRef<KXManagedObject> &object)
+{
+    return object->isDeleted() || object->isMissing() || !object->managedObjectContext();
+}
 
 }
 

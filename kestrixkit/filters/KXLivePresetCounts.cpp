@@ -9,25 +9,27 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// The count is known when the operation is made; running it only hands it over in its turn.
+/// Hands over in its turn what the live counts say by then: what they said when it was made may be old.
 class LiveCountsProvider : public KXFilterSetPresetCountsProvider
 {
 public:
-    LiveCountsProvider(KXRef<KXFilterSetPreset> preset, const QString &contextIdentifier, std::optional<qint64> count)
+    LiveCountsProvider(
+        KXRef<KXFilterSetPreset> preset, const QString &contextIdentifier, const KXLivePresetCounts *counts)
         : KXFilterSetPresetCountsProvider(std::move(preset), contextIdentifier)
-        , m_count(count)
+        , m_counts(counts)
     {
     }
 
 protected:
     void loadCounts() override
     {
-        if (m_count && !isCancelled())
-            deliverCount(*m_count);
+        deliverCountFrom([counts = m_counts](const KXFilterSetPreset &preset) {
+            return counts ? counts->count(preset) : std::nullopt;
+        });
     }
 
 private:
-    const std::optional<qint64> m_count;
+    const QPointer<const KXLivePresetCounts> m_counts; // the main thread's
 };
 
 }
@@ -74,7 +76,7 @@ KXPredicate KXLivePresetCounts::predicateOf(const KXRef<KXFilterSet> &mapped)
 KXRef<KXFilterSet> KXLivePresetCounts::map(const KXRef<KXFilterSetPreset> &preset) const
 {
     const KXRef<KXFilterSet> set = preset->isDeleted() ? nullptr : preset->filterSet();
-    if (!set || set->isMissing() || set->isDeleted())
+    if (!set || set->isMissing() || set->isDeleted() || !set->managedObjectContext())
         return {};
     if (!m_place.mapper)
         return set;
@@ -250,10 +252,10 @@ std::shared_ptr<KXFilterSetPresetCountsProvider> KXLivePresetCounts::countsProvi
 {
     if (!preset)
         return nullptr;
-    if (!count(*preset))
-        m_counts->updateSoon(); // where that takes longer, the count is delivered when it is there
-    auto operation = std::make_shared<LiveCountsProvider>(preset, m_place.countsContextIdentifier, count(*preset));
+    auto operation = std::make_shared<LiveCountsProvider>(preset, m_place.countsContextIdentifier, this);
     operation->setBasePredicates(m_place.basePredicates);
     operation->setFilterSetMapper(m_place.mapper);
+    if (!count(*preset))
+        m_counts->updateSoon(); // where that takes longer, the count is delivered when it is there
     return operation;
 }

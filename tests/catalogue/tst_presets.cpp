@@ -101,6 +101,9 @@ TEST_F(CataloguePresets, AreCountedWithTheCataloguesKeyPathsOnceInAWhile)
     EXPECT_GT(countOf(titled).value_or(0), 0);
     ASSERT_TRUE(QTest::qWaitFor([&] { return counting->countOperations().isEmpty(); }, 10'000));
     EXPECT_FALSE(countOf(elsewhere));
+    counting->enqueueCountsOperationForPreset(elsewhere);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return counting->countOperations().isEmpty(); }, 10'000));
+    EXPECT_EQ(last->error().code(), KXCatalogueError::Refused);
 
     // What is known is not asked for again, also when its dates have moved on; after a while it is.
     server->stop();
@@ -176,6 +179,15 @@ TEST_F(CataloguePresets, CancellingWakesWhatWaits)
     }
     EXPECT_TRUE(QTest::qWaitFor([&] { return last->isDone(); }, 2000));
     EXPECT_FALSE(countOf(preset));
+
+    // So does a catalogue that goes while it is asked: it answers nobody any more.
+    const auto counting = scheduler();
+    counting->loadCountsForAllPresets();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return last->hasStarted(); }, 5000));
+    QTest::qWait(200); // the request is under way
+    ASSERT_FALSE(last->isDone());
+    catalogue.reset();
+    EXPECT_TRUE(QTest::qWaitFor([&] { return last->isDone(); }, 5000));
     PQfinish(lock);
 }
 

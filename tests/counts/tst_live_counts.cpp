@@ -4,6 +4,7 @@
 #include <thread>
 
 #include <QCoreApplication>
+#include <QSemaphore>
 #include <QSignalSpy>
 #include <QThread>
 #include <gtest/gtest.h>
@@ -16,6 +17,7 @@
 #include <kestrixkit/predicate/KXPredicateCheck_p.h>
 
 #include "Changing.h"
+#include "support/KXTestLog.h"
 
 using namespace Qt::StringLiterals;
 
@@ -391,6 +393,48 @@ TEST_F(AsideTest, itMayEndMeanwhileAndWhenItIsTold)
     QObject::connect(counts.get(), &KXLiveCounts::countsDidChange, [this] { counts.reset(); });
     comeToRest();
     EXPECT_FALSE(counts);
+}
+
+TEST(LiveCounts, aRuleThatBecomesOneThatIsRefusedHasNoCount)
+{
+    LibraryTest library;
+    for (int i = 0; i < 10; ++i)
+        Track::createInContext(*library.context)->setBpm(120 + i);
+    KXLiveCounts counts(library.context, u"Track"_s);
+    const KXTestLog log;
+    for (const char *before : { "bpm > 121", "bpm > 127" }) { // more than a quarter is counted anew, fewer are not
+        counts.setRule(u"r"_s, KXPredicate::predicateWithFormat(before));
+        EXPECT_TRUE(counts.update());
+        EXPECT_TRUE(counts.count(u"r"_s));
+        counts.setRule(u"r"_s, KXPredicate::predicateWithFormat("bpm == 'x'"));
+        EXPECT_TRUE(counts.update());
+        EXPECT_FALSE(counts.count(u"r"_s)) << before;
+        EXPECT_TRUE(counts.unsupported().contains(u"r"_s)) << before;
+    }
+}
+
+/// A context of another thread: nobody else looks at what belongs to that.
+TEST(LiveCounts, rulesAreAskedOnTheThreadOfTheirContext)
+{
+    LibraryTest library;
+    std::atomic<bool> isMainAsked = false;
+    QSemaphore isSet, isSeen;
+    std::thread worker([&] {
+        const auto context = library.otherContext();
+        KXLiveCounts counts(context, u"Track"_s);
+        counts.setRule(u"r"_s, [&] {
+            isMainAsked = isMainAsked || KXMainQueue::isMainThread();
+            return KXPredicate::truePredicate();
+        });
+        isSet.release();
+        isSeen.acquire();
+    });
+    isSet.acquire();
+    for (int i = 0; i < 5; ++i)
+        QCoreApplication::processEvents();
+    EXPECT_FALSE(isMainAsked);
+    isSeen.release();
+    worker.join();
 }
 
 TEST(LiveCounts, siblingsThatShareANameAreCountedEachByItsOwn)

@@ -7,6 +7,7 @@
 #include <kestrixkit/predicate/KXPredicateValue_p.h>
 
 #include "Changing.h"
+#include "support/KXTestLog.h"
 
 namespace {
 
@@ -227,6 +228,23 @@ TEST(WhatIfCounts, followsOneTrackAmongManyValues)
     EXPECT_EQ(counts.valueCounts(u"plays"_s), (Counts { { 0, 1 }, { 1, 0 } }));
     library.context->processPendingChanges();
     EXPECT_EQ(changed.size(), 1) << "nothing changed";
+}
+
+TEST(WhatIfCounts, areAbsentWhereTheStoreRefuses)
+{
+    LibraryTest library;
+    Track::createInContext(*library.context);
+    KXLiveCounts live(library.context, u"Track"_s);
+    KXWhatIfCounts counts(live);
+    counts.setFacet(u"plays"_s, { u"plays"_s, {}, { 0, 1 }, { { 1, KXPredicateOperator::Equal } }, {} });
+    const KXTestLog log;
+    for (const char *refused : { "bpm == 'x'", "nothing == 1" }) {
+        counts.setCondition(KXPredicate::predicateWithFormat(refused));
+        (void)counts.update();
+        EXPECT_FALSE(counts.count()) << refused;
+        EXPECT_TRUE(counts.valueCounts(u"plays"_s).isEmpty()) << refused;
+        EXPECT_FALSE(counts.valueCounts(u"plays"_s, 1)) << refused;
+    }
 }
 
 TEST(WhatIfCounts, spreadNumbersOverWhatFitsTheRest)

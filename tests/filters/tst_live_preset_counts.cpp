@@ -154,6 +154,17 @@ TEST_F(LivePresetCountsTest, areDeliveredByAnOperation)
     KXFilterSetPresetCountsScheduler::countsQueue().waitUntilAllOperationsAreFinished();
     QCoreApplication::processEvents();
     EXPECT_EQ(recent->counts()->value(u"mapped"_s), *mapped.count(*recent));
+
+    // What it delivers is what is right by then.
+    const auto operation = counts.countsProviderForFilterSetPreset(fast);
+    const qint64 before = shown(fast);
+    range->setEndValue(130);
+    turn();
+    EXPECT_GT(shown(fast), before);
+    KXFilterSetPresetCountsScheduler::countsQueue().addOperation(operation);
+    KXFilterSetPresetCountsScheduler::countsQueue().waitUntilAllOperationsAreFinished();
+    QCoreApplication::processEvents();
+    EXPECT_EQ(shown(fast), *counts.count(*fast));
 }
 
 TEST_F(LivePresetCountsTest, mayEndWhileACountIsTold)

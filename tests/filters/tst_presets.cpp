@@ -121,6 +121,18 @@ TEST(Presets, holdTheSetThatUndoAndRedoName)
         EXPECT_EQ(preset->filterSetURI(), b->objectID().URIRepresentation());
     }
 
+    // Whoever is told of another one may ask for it; what is rolled back names the one before.
+    const auto observer
+        = preset->onChangeOf(u"filterSetURI"_s, [&](const KXKeyValueChange &) { EXPECT_EQ(preset->filterSet(), a); });
+    preset->setFilterSet(a);
+    preset->removeKVOBlockObserver(observer);
+    ASSERT_TRUE(shelf.context->save());
+    preset->setFilterSet(shelf.set({}));
+    shelf.context->rollback();
+    EXPECT_EQ(preset->filterSet(), a);
+    preset->setFilterSet(b);
+    ASSERT_TRUE(shelf.context->save());
+
     const auto other = KXManagedObjectContext::contextWithPersistentStoreCoordinator(shelf.coordinator);
     EXPECT_THROW(preset->setFilterSet(KXFilterSet::cast(other->objectWithID(a->objectID()))), KXException);
     const auto gone = shelf.set({});

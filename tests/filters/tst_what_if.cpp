@@ -254,6 +254,18 @@ TEST(FilterSetWhatIfCounts, followSavesOfOthersAndTheEndOfTheSet)
     EXPECT_EQ(counts.filterOfFacet(u"tags.name"_s)->objectID(), added->objectID());
     shelf.expectEqual(counts, *set);
 
+    // One that is taken back with what made it finds nothing either.
+    const auto fresh = shelf.set({ shelf.range(u"100"_s, u"130"_s) });
+    shelf.context->processPendingChanges();
+    counts.setFilterSet(fresh);
+    ASSERT_TRUE(counts.update());
+    EXPECT_GT(*counts.count(), 0);
+    shelf.context->rollback();
+    ASSERT_TRUE(counts.update());
+    EXPECT_EQ(counts.count(), 0);
+    counts.setFilterSet(set);
+    ASSERT_TRUE(counts.update());
+
     shelf.context->removeManagedObject(set);
     ASSERT_TRUE(counts.update());
     EXPECT_EQ(counts.count(), 0);

@@ -1,8 +1,6 @@
 #include "window/MessageStrip.h"
 
 #include <QAction>
-#include <QCoreApplication>
-#include <QEvent>
 #include <QFileInfo>
 #include <QLayout>
 #include <QLocale>
@@ -61,9 +59,6 @@ void MessageStrip::messageCenterViewShouldBeShown(KXMessageCenterViewController 
     if (!m_bar || m_bar->isVisible())
         return;
     m_bar->show();
-    // A toolbar takes its margins from the application's style sheet until it is told.
-    QEvent restyled(QEvent::StyleChange);
-    QCoreApplication::sendEvent(m_bar, &restyled);
 }
 
 void MessageStrip::messageCenterViewShouldBeHidden(KXMessageCenterViewController *)

@@ -2,6 +2,7 @@
 
 #include <condition_variable>
 
+#include <kestrixkit/catalogue/presets/KXCatalogueFilterSetMapper.h>
 #include <kestrixkit/foundation/KXClock.h>
 #include <kestrixkit/foundation/KXLock_p.h>
 #include <kestrixkit/foundation/KXMainQueue.h>
@@ -48,6 +49,19 @@ KXPredicate KXFilterSetPresetCatalogueCountsProvider::rule(const KXRef<KXFilterS
     return KXPredicate::andPredicate(all);
 }
 
+/// Why the set cannot be mapped.
+KXError KXFilterSetPresetCatalogueCountsProvider::refusal(const KXRef<KXFilterSet> &set) const
+{
+    KXError reason;
+    const auto mapper = std::dynamic_pointer_cast<const KXCatalogueFilterSetMapper>(filterSetMapper());
+    for (const KXRef<KXFilter> &filter : mapper ? set->filters() : QList<KXRef<KXFilter>>()) {
+        if (filter->enabled() && !mapper->canMapFilter(*filter, &reason))
+            return reason;
+    }
+    return KXError(KXKestrixKitErrorDomain, KXCatalogueError::Refused,
+        KXLocalizedString("This preset is not available in the current selected section."));
+}
+
 void KXFilterSetPresetCatalogueCountsProvider::loadCounts()
 {
     const KXManagedObjectContext::Ref context = localContext();
@@ -55,10 +69,14 @@ void KXFilterSetPresetCatalogueCountsProvider::loadCounts()
         return;
     const auto id = context->persistentStoreCoordinator()->managedObjectIDForURIRepresentation(filterSetURI());
     KXRef<KXFilterSet> set = KXFilterSet::cast(context->objectWithID(id));
-    if (set && !set->isMissing() && filterSetMapper())
-        set = filterSetMapper()->createInstanceByMappingFilterSet(set, *context);
     if (!set || set->isMissing())
         return;
+    if (filterSetMapper()) {
+        const KXRef<KXFilterSet> local = std::exchange(
+            set, KXRef<KXFilterSet>(filterSetMapper()->createInstanceByMappingFilterSet(set, *context)));
+        if (!set)
+            return setError(refusal(local));
+    }
     KXPredicate timeless;
     {
         // "The last 30 days" is another rule every moment, and the same one to whoever looks for it. At this moment no
@@ -95,8 +113,13 @@ std::optional<KXCatalogueCounts> KXFilterSetPresetCatalogueCountsProvider::ask(c
         const auto catalogue = weakCatalogue.lock();
         if (!catalogue)
             return answer->end(std::nullopt);
-        answer->ticket = catalogue->count(
-            { .rule = rule, .timeLimit = TimeLimit }, [weak = std::weak_ptr(answer)](const KXCatalogueCounts &counts) {
+        // A catalogue that goes, or throws, answers nothing: then this goes with what it was to call.
+        const std::shared_ptr<void> asked(nullptr, [weak = std::weak_ptr(answer)](void *) {
+            if (const auto waiting = weak.lock())
+                waiting->end(std::nullopt);
+        });
+        answer->ticket = catalogue->count({ .rule = rule, .timeLimit = TimeLimit },
+            [weak = std::weak_ptr(answer), asked](const KXCatalogueCounts &counts) {
                 if (const auto waiting = weak.lock())
                     waiting->end(counts);
             });

@@ -29,6 +29,7 @@ protected:
     void loadCounts() override;
 
 private:
+    [[nodiscard]] KXError refusal(const KXRef<KXFilterSet> &set) const;
     [[nodiscard]] KXPredicate rule(const KXRef<KXFilterSet> &set) const;
     [[nodiscard]] std::optional<KXCatalogueCounts> ask(const KXPredicate &rule);
 
