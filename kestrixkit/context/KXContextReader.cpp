@@ -130,7 +130,7 @@ void KXContextReader::fillFault(Object *object)
     fill(*object->entity(), std::span(&key, 1));
 }
 
-void KXContextReader::fill(const KXEntityDescription &entity, std::span<const qint64> keys)
+KXError KXContextReader::fill(const KXEntityDescription &entity, std::span<const qint64> keys)
 {
     m_keeper.checkThread();
     std::vector<KXWantedRow> wanted;
@@ -141,14 +141,11 @@ void KXContextReader::fill(const KXEntityDescription &entity, std::span<const qi
             wanted.push_back({ key, object, false });
     }
     if (wanted.empty() || !m_store)
-        return;
-    if (m_parent)
-        fillFromParent(entity, keys);
-    else
-        fillFromStore(entity, wanted);
+        return {};
+    return m_parent ? fillFromParent(entity, keys) : fillFromStore(entity, wanted);
 }
 
-void KXContextReader::fillFromStore(const KXEntityDescription &entity, std::vector<KXWantedRow> &wanted)
+KXError KXContextReader::fillFromStore(const KXEntityDescription &entity, std::vector<KXWantedRow> &wanted)
 {
     const auto notAfter = [](const KXWantedRow &a, const KXWantedRow &b) { return a.key >= b.key; };
     if (std::adjacent_find(wanted.begin(), wanted.end(), notAfter) != wanted.end()) {
@@ -162,7 +159,7 @@ void KXContextReader::fillFromStore(const KXEntityDescription &entity, std::vect
     const KXStoreConnections::Reader reader = m_store->connections.reader(&error);
     if (!reader) {
         KXLogError(store, "Cannot read rows of \"%@\": %@", entity.name(), error);
-        return;
+        return error;
     }
     const KXRowCodec &codec = m_store->codec(entity);
     const bool discriminator = entity.hasDiscriminator();
@@ -182,15 +179,16 @@ void KXContextReader::fillFromStore(const KXEntityDescription &entity, std::vect
         (discriminator ? m_store->codec(*actual) : codec).read(row, *values);
     };
 
-    const int code = readerRows(*reader, codec.select(), wanted, take);
+    const bool isDone = readerRows(*reader, codec.select(), wanted, take) == SQLITE_DONE;
+    const KXError problem = isDone ? KXError() : reader->lastError();
     for (const KXRef<Object> &object : filled) {
         m_workingSet.keep(object.get());
         Access::awakeFromFetch(object.get()); // without a reading statement open: it may read
     }
-    if (code != SQLITE_DONE) {
+    if (!isDone) {
         // Not read is not gone: the objects stay faults and are asked for again.
-        KXLogError(store, "Cannot read rows of \"%@\": %s", entity.name(), sqlite3_errstr(code));
-        return;
+        KXLogError(store, "Cannot read rows of \"%@\": %@", entity.name(), problem);
+        return problem;
     }
     for (const KXWantedRow &one : wanted) {
         if (one.found)
@@ -203,11 +201,12 @@ void KXContextReader::fillFromStore(const KXEntityDescription &entity, std::vect
             m_workingSet.keep(gone.get());
         }
     }
+    return {};
 }
 
-void KXContextReader::fillFromParent(const KXEntityDescription &entity, std::span<const qint64> keys)
+KXError KXContextReader::fillFromParent(const KXEntityDescription &entity, std::span<const qint64> keys)
 {
-    m_parent->fill(entity, keys);
+    KXError problem = m_parent->fill(entity, keys);
     std::vector<KXRef<Object>> filled;
     for (const qint64 key : keys) {
         KXRef<Object> object(registered(key));
@@ -231,4 +230,5 @@ void KXContextReader::fillFromParent(const KXEntityDescription &entity, std::spa
     }
     for (const KXRef<Object> &object : filled)
         Access::awakeFromFetch(object.get());
+    return problem;
 }

@@ -28,8 +28,8 @@ public:
     /// A fault of exactly that entity.
     [[nodiscard]] KXRef<KXManagedObject> makeObject(const KXEntityDescription &entity, qint64 key);
     /// Reads the newest rows of those keys whose values are not in memory, making objects where needed. All are then
-    /// held for a while.
-    void fill(const KXEntityDescription &entity, std::span<const qint64> keys);
+    /// held for a while. An error where the store does not answer; that is in the log as well.
+    KXError fill(const KXEntityDescription &entity, std::span<const qint64> keys);
     void fillFault(KXManagedObject *object);
     /// One that turned out to name no row, or whose row is gone, leaves the context.
     void dismiss(KXManagedObject *object);
@@ -54,8 +54,8 @@ public:
     [[nodiscard]] bool isStoredMember(qint64 key, const KXPropertyDescription &property, qint64 other);
 
 private:
-    void fillFromStore(const KXEntityDescription &entity, std::vector<struct KXWantedRow> &wanted);
-    void fillFromParent(const KXEntityDescription &entity, std::span<const qint64> keys);
+    KXError fillFromStore(const KXEntityDescription &entity, std::vector<struct KXWantedRow> &wanted);
+    KXError fillFromParent(const KXEntityDescription &entity, std::span<const qint64> keys);
     bool readMembers(qint64 key, const KXPropertyDescription &property, QSet<qint64> &members);
 
     KXObjectKeeper &m_keeper;

@@ -18,9 +18,9 @@ KXRef<KXManagedObject> KXContextRows::object(const KXEntityDescription &entity, 
     return m_context.reader.object(entity, key);
 }
 
-void KXContextRows::fill(const KXEntityDescription &entity, std::span<const qint64> keys) const
+KXError KXContextRows::fill(const KXEntityDescription &entity, std::span<const qint64> keys) const
 {
-    m_context.reader.fill(entity, keys);
+    return m_context.reader.fill(entity, keys);
 }
 
 void KXContextRows::loadKeys(

@@ -24,8 +24,8 @@ public:
     [[nodiscard]] KXManagedObject *held(qint64 key) const;
     /// The object of the key, made where the context does not hold it; empty where a row of a family is gone.
     [[nodiscard]] KXRef<KXManagedObject> object(const KXEntityDescription &entity, qint64 key) const;
-    /// Brings values into memory, those of all the keys at once.
-    void fill(const KXEntityDescription &entity, std::span<const qint64> keys) const;
+    /// Brings values into memory, those of all the keys at once. An error where the store does not answer.
+    KXError fill(const KXEntityDescription &entity, std::span<const qint64> keys) const;
     /// Reads at once what keysOf() will be asked of many objects that have their values.
     void loadKeys(std::span<const KXRef<KXManagedObject>> objects, const KXPropertyDescription &relationship) const;
     /// Keys of the rows at the other end of a relationship, sorted; none of a missing object.

@@ -87,7 +87,8 @@ public:
     void setArrivalsPerTurn(qsizetype rows);
     /// Whether rows of a merge are still to come.
     [[nodiscard]] bool isSettling() const { return !m_arrivals.empty(); }
-    /// False where the last fetch failed, which was logged; the list is then as it was before.
+    /// False where the store did not answer the last time, which was logged; the list is then as it was before, and
+    /// fetched anew with the next change of its rows.
     [[nodiscard]] bool isValid() const { return m_valid; }
     /// How often everything was fetched so far.
     [[nodiscard]] int countOfFetches() const { return m_fetches; }

@@ -89,7 +89,7 @@ void KXLiveList::follow(const KXObjectsDidChange &did)
     std::vector<qint64> updated = touched.updated;
     updated.insert(updated.end(), touched.keys.begin(), touched.keys.end());
     KXSortUnique(updated);
-    if (touched.all || many || m_doubtful || isUnknown || (isWhole && rows > 0)) {
+    if (touched.all || many || m_doubtful || isUnknown || ((isWhole || !m_valid) && rows > 0)) {
         refetch();
     } else if (rows > 0) {
         m_arrivals.insert(m_arrivals.end(), touched.arrived.begin(), touched.arrived.end());
@@ -272,7 +272,9 @@ void KXLiveList::place(const Touched &touched)
         return found != olds.end() && found->key == key ? &*found : nullptr;
     };
 
-    m_borrowed->reader.fill(*m_entity, touched.keys);
+    m_valid = !m_borrowed->reader.fill(*m_entity, touched.keys);
+    if (!m_valid)
+        return; // rows that are not read are not gone
     std::vector<KXRef<Object>> wanted;
     std::vector<qint64> gone, come, moved;
     for (const qint64 key : touched.keys) {

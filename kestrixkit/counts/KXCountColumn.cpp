@@ -213,6 +213,17 @@ void KXCountColumn::readSets()
         codeWasAdded();
 }
 
+void KXCountColumn::forgetSets()
+{
+    if (m_kind != Kind::Relation)
+        return;
+    m_sets.resize(1); // the empty one
+    std::erase_if(m_setCodes, [](const auto &set) { return set.second != 0; });
+    for (Path &path : m_paths)
+        path.numbers.resize(std::min<size_t>(1, path.numbers.size()));
+    m_classes.resize(1);
+}
+
 int KXCountColumn::path(const QStringList &rest, bool isList)
 {
     for (size_t i = 0; i < m_paths.size(); ++i) {

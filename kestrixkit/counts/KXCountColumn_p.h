@@ -121,6 +121,8 @@ public:
     /// While that is put off, sets come without what their paths reach; readSets() makes up for it.
     void putOffReading() { m_putsOff = true; }
     void readSets();
+    /// What has happened meanwhile to what they reach, nobody knows. No row may have one.
+    void forgetSets();
     /// The keys behind the first one; empty for the relationship itself.
     [[nodiscard]] int path(const QStringList &rest, bool isList);
     [[nodiscard]] size_t pathCount() const { return m_paths.size(); }

@@ -184,10 +184,16 @@ bool KXCountTable::readRows(KXError *error, const std::atomic<bool> *stop)
     return read(m_reading, nullptr, m_isReadingRows, error, stop);
 }
 
+bool KXCountTable::joinContext(KXError *error)
+{
+    if (!m_missed && !(m_reading.empty() && !m_isReadingRows && m_arrivals.empty()))
+        joinContext();
+    const KXError missed = std::exchange(m_missed, {});
+    return !missed || KXSetError(error, missed);
+}
+
 void KXCountTable::joinContext()
 {
-    if (m_reading.empty() && !m_isReadingRows && m_arrivals.empty())
-        return;
     const Unsaved before = std::exchange(m_unsaved, {});
     overlay(m_reading, std::exchange(m_isReadingRows, false), before);
     for (const size_t column : m_reading) {
@@ -234,18 +240,27 @@ void KXCountTable::readSets(const std::vector<size_t> &columns)
         if (values.kind() != KXCountColumn::Kind::Relation)
             continue;
         if (values.pathCount() > 0)
-            KXContextRows(m_context).fill(*values.property().destinationEntity(), values.newKeys());
+            fillRelated(*values.property().destinationEntity(), values.newKeys());
         values.readSets();
     }
 }
 
-QVariant KXCountTable::objects(const KXPropertyDescription &relationship, const std::vector<qint64> &keys) const
+/// What it cannot read looks as if it had no values, so that what is made of it is no good.
+void KXCountTable::fillRelated(const KXEntityDescription &entity, const std::vector<qint64> &keys)
+{
+    if (KXError problem = KXContextRows(m_context).fill(entity, keys)) {
+        m_missed = problem;
+        m_isSettled = false;
+    }
+}
+
+QVariant KXCountTable::objects(const KXPropertyDescription &relationship, const std::vector<qint64> &keys)
 {
     const KXContextRows rows(m_context);
+    fillRelated(*relationship.destinationEntity(), keys);
     if (relationship.isToOne())
         return keys.empty() ? QVariant()
                             : KXVariantFromRef(rows.object(*relationship.destinationEntity(), keys.front()));
-    rows.fill(*relationship.destinationEntity(), keys);
     QVariantList list;
     for (const qint64 key : keys) {
         // Nothing tells a relationship without inverse that a member was deleted.

@@ -264,11 +264,10 @@ bool KXCountTable::update(KXError *error)
 {
     if (m_isSettled)
         return true;
-    if (!readRows(error)) {
+    if (!readRows(error) || !joinContext(error)) {
         forgetRows();
         return false;
     }
-    joinContext();
     countRows();
     m_isSettled = countByStore(error);
     return m_isSettled;

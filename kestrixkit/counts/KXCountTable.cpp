@@ -86,12 +86,18 @@ void KXCountTable::forgetRows()
     m_orders.clear();
     m_hasRows = false;
     m_room = 0;
-    for (const auto &column : m_columns)
+    for (const auto &column : m_columns) {
         column->resize(0);
+        column->forgetSets();
+    }
     m_isRead.assign(m_columns.size(), false);
     for (KXCountWatcher *watcher : m_watchers)
         watcher->rowsDidMove();
     forgetCounts();
+    for (size_t i = 0; i < m_rules.size(); ++i) {
+        if (std::exchange(m_rules[i].count, -1) != -1)
+            noteChange(int(i));
+    }
 }
 
 /// Closes the gaps of dead rows, and puts all rows in order of their keys.

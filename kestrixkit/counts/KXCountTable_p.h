@@ -112,8 +112,8 @@ public:
     /// Before readRows() is done elsewhere: what is unsaved in the context now, and may be saved before joinContext().
     /// The context's thread.
     void holdUnsaved();
-    /// Adds to what was read what only the context knows. Its thread.
-    void joinContext();
+    /// Adds to what was read what only the context knows. False as with readRows(). Its thread.
+    bool joinContext(KXError *error);
     /// Counts the rules that columns can hold and that are not counted yet.
     void countRows();
     void forgetRows();
@@ -214,7 +214,9 @@ private:
     void overlay(const std::vector<size_t> &columns, bool rowsToo, const Unsaved &before);
     void overlayArrivals(const Unsaved &before);
     bool countByStore(KXError *error);
-    [[nodiscard]] QVariant objects(const KXPropertyDescription &relationship, const std::vector<qint64> &keys) const;
+    void joinContext();
+    void fillRelated(const KXEntityDescription &entity, const std::vector<qint64> &keys);
+    [[nodiscard]] QVariant objects(const KXPropertyDescription &relationship, const std::vector<qint64> &keys);
 
     // Rules: KXCountRules.cpp.
     void compile(Rule &rule, int number);
@@ -233,6 +235,7 @@ private:
     std::vector<size_t> m_reading; // columns that joinContext() is to complete
     bool m_isReadingRows = false;
     Unsaved m_unsaved; // when reading began
+    KXError m_missed; // why related objects could not be read
     std::vector<qint64> m_arrivals; // keys of rows that are there and neither read nor counted
     bool m_isSettled = false; // nothing is to be read or counted: asked after each change
     std::vector<bool> m_isDirty; // by column: conditions changed since its rows of bits were made

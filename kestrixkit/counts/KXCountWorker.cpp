@@ -47,7 +47,11 @@ void KXCountWorker::proceed()
         m_stage = Home;
         return;
     }
-    m_table.joinContext();
+    m_hasAnswered = m_table.joinContext(&m_error);
+    if (!m_hasAnswered) {
+        m_stage = Home;
+        return;
+    }
     start(Counting, [this] {
         m_table.countRows();
         for (const QString &attribute : std::as_const(m_ordered))

@@ -107,15 +107,33 @@ QDateTime KXFilterSetPreset::countDateForContextIdentifier(const QString &identi
 
 void KXFilterSetPreset::setCount(qint64 count, const QString &forContextIdentifier, const QDateTime &counted)
 {
+    changeCounts([&] {
+        if (!m_counts)
+            m_counts.emplace();
+        m_counts->insert(forContextIdentifier, count);
+        if (counted.isValid())
+            m_countDates.insert(forContextIdentifier, counted);
+        else
+            m_countDates.remove(forContextIdentifier);
+    });
+}
+
+void KXFilterSetPreset::removeCount(const QString &forContextIdentifier)
+{
+    if (!m_counts || !m_counts->contains(forContextIdentifier))
+        return;
+    changeCounts([&] {
+        m_countDates.remove(forContextIdentifier);
+        if (m_counts && m_counts->remove(forContextIdentifier) > 0 && m_counts->isEmpty())
+            m_counts.reset();
+    });
+}
+
+void KXFilterSetPreset::changeCounts(const std::function<void()> &change)
+{
     KX_CHECK(KXMainQueue::isMainThread(), "The count of a preset was set outside the main thread");
     willChangeValueForKey(u"counts");
-    if (!m_counts)
-        m_counts.emplace();
-    m_counts->insert(forContextIdentifier, count);
-    if (counted.isValid())
-        m_countDates.insert(forContextIdentifier, counted);
-    else
-        m_countDates.remove(forContextIdentifier);
+    change();
     didChangeValueForKey(u"counts");
     if (const KXRef<KXFilterSetPreset> folder = parent()) {
         folder->willChangeValueForKey(u"counts");

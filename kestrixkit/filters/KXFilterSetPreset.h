@@ -46,6 +46,8 @@ public:
     /// Main thread. Announces the counts of the folder around it, too. The date is that of a count that grows old;
     /// none for one that is kept right.
     void setCount(qint64 count, const QString &forContextIdentifier, const QDateTime &counted = {});
+    /// As if nobody had counted for the place yet. Otherwise as setCount().
+    void removeCount(const QString &forContextIdentifier);
     /// Of a folder that of its oldest count. Invalid where there is none.
     [[nodiscard]] QDateTime countDateForContextIdentifier(const QString &identifier) const;
 
@@ -84,6 +86,7 @@ protected:
 private:
     void hold(const KXRef<KXFilterSet> &set) const;
     void registerHeldSet();
+    void changeCounts(const std::function<void()> &change);
     void visitCounted(const std::function<void(const KXFilterSetPreset &)> &visit) const;
 
     std::optional<KXCounts> m_counts;

@@ -184,7 +184,7 @@ void KXFilterSetPresetCountsScheduler::dequeueAllCountsOperations()
 {
     log("[%@] Dequeueing all preset count operations", {});
     const auto operations = std::exchange(m_countOperations, {});
-    m_countedBeforeSave.clear();
+    m_presetsNeedingCountUpdate.unite(std::exchange(m_countedBeforeSave, {}));
     for (const Provider &operation : operations) {
         operation->cancel();
         const KXRef<KXFilterSetPreset> preset = operation->filterSetPreset();

@@ -49,7 +49,7 @@ public:
     /// To be called when the presets have come on screen. Called off screen it forgets what was pending.
     void enqueuePresetsNeedingCountUpdate();
     void dequeueCountsOperationForPreset(const KXRef<KXFilterSetPreset> &preset);
-    /// Cancels everything and marks it as needing an update.
+    /// Cancels everything and marks it as needing an update, as well as what was counted with changes unsaved.
     void dequeueAllCountsOperations();
     /// Of the presets' context, what it merged included: new presets and those whose filters changed are enqueued,
     /// deleted ones dequeued.

@@ -126,9 +126,8 @@ void KXLivePresetCounts::addFolder(const KXRef<KXFilterSetPreset> &folder)
     m_folders.emplace(identifier, folder);
     m_counts->setRule(identifier, [this, identifier] {
         QList<KXPredicate> parts;
-        QSet<qint64> seen;
         if (const auto counted = m_folders.find(identifier); counted != m_folders.end())
-            addParts(*KXRef<KXFilterSetPreset>(counted->second), parts, seen);
+            parts = partsOf(KXRef<KXFilterSetPreset>(counted->second));
         return parts.isEmpty()  ? KXPredicate::falsePredicate()
             : parts.size() == 1 ? parts.first()
                                 : KXPredicate::orPredicate(parts);
@@ -136,20 +135,24 @@ void KXLivePresetCounts::addFolder(const KXRef<KXFilterSetPreset> &folder)
 }
 
 /// A preset without filters lets everything through, and says so.
-void KXLivePresetCounts::addParts(const KXFilterSetPreset &folder, QList<KXPredicate> &parts, QSet<qint64> &seen)
+QList<KXPredicate> KXLivePresetCounts::partsOf(const KXRef<KXFilterSetPreset> &folder)
 {
-    for (const KXRef<KXFilterSetPreset> &child : folder.children()) {
-        const qint64 key = child ? child->objectID().key() : 0;
-        if (key == 0 || child->isDeleted() || seen.contains(key))
-            continue;
-        seen.insert(key);
-        if (child->isFolder()) {
-            addParts(*child, parts, seen);
-            continue;
+    QList<KXPredicate> parts;
+    QSet<qint64> seen; // the mapper may move what it likes
+    for (QList<KXRef<KXFilterSetPreset>> folders { folder }; !folders.isEmpty();) {
+        for (const KXRef<KXFilterSetPreset> &child : folders.takeLast()->children()) {
+            if (!child || child->isDeleted() || seen.contains(child->objectID().key()))
+                continue;
+            seen.insert(child->objectID().key());
+            if (child->isFolder()) {
+                folders.append(child);
+                continue;
+            }
+            const KXPredicate part = predicate(identifierOf(*child));
+            parts.append(part ? part : KXPredicate::truePredicate());
         }
-        const KXPredicate part = predicate(identifierOf(*child));
-        parts.append(part ? part : KXPredicate::truePredicate());
     }
+    return parts;
 }
 
 void KXLivePresetCounts::foldersDidChange()
@@ -222,11 +225,15 @@ void KXLivePresetCounts::deliver(const QStringList &identifiers)
     QSet<KXRef<KXFilterSetPreset>> around; // folders further up; a preset tells its own
     for (const QString &identifier : identifiers) {
         const std::optional<qint64> count = m_counts->count(identifier);
-        if (!count)
-            continue;
+        const auto set = [&count](KXFilterSetPreset &preset, const QString &under) {
+            if (count)
+                preset.setCount(*count, under);
+            else
+                preset.removeCount(under);
+        };
         if (const auto found = m_folders.find(identifier); found != m_folders.end()) {
             const KXRef<KXFilterSetPreset> folder = found->second; // an observer may remove it
-            folder->setCount(*count, KXFolderCountIdentifier(place));
+            set(*folder, KXFolderCountIdentifier(place));
             if (!alive)
                 return;
         }
@@ -234,7 +241,7 @@ void KXLivePresetCounts::deliver(const QStringList &identifiers)
         if (found == m_entries.end())
             continue;
         const KXRef<KXFilterSetPreset> preset = found->second.preset; // likewise
-        preset->setCount(*count, place);
+        set(*preset, place);
         if (!alive)
             return;
         const KXRef<KXFilterSetPreset> own = preset->parent();

@@ -14,7 +14,8 @@
 /// the presets, their filters, the time. Sets them on the presets, so badges need to do nothing but observe "counts".
 ///
 /// Presets and filters are followed as their context announces them, saves of other contexts included. A preset
-/// whose filter set is gone, or that the mapper cannot map, matches nothing. Main thread.
+/// whose filter set is gone, or that the mapper cannot map, matches nothing; one that nobody can count, and all while
+/// the store does not answer, have no count. Main thread.
 class KX_CORE_EXPORT KXLivePresetCounts : public QObject
 {
     Q_OBJECT
@@ -64,7 +65,7 @@ private:
     [[nodiscard]] static KXPredicate predicateOf(const KXRef<KXFilterSet> &mapped);
     [[nodiscard]] KXRef<KXFilterSet> map(const KXRef<KXFilterSetPreset> &preset) const;
     void addFolder(const KXRef<KXFilterSetPreset> &folder);
-    void addParts(const KXFilterSetPreset &folder, QList<KXPredicate> &parts, QSet<qint64> &seen);
+    [[nodiscard]] QList<KXPredicate> partsOf(const KXRef<KXFilterSetPreset> &folder);
     void foldersDidChange();
     void follow(const KXObjectsDidChange &did);
     void deliver(const QStringList &identifiers);

@@ -22,6 +22,8 @@ namespace {
 
 constexpr int patience = 15'000; // in milliseconds
 
+} // namespace
+
 class AccessibleBrowserTest : public ::testing::Test
 {
 protected:
@@ -88,8 +90,6 @@ protected:
     static inline QString problem;
     QTemporaryDir folder;
 };
-
-} // namespace
 
 TEST_F(AccessibleBrowserTest, everyControlHasANameAndARole)
 {

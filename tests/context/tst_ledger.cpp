@@ -61,8 +61,9 @@ TEST(Ledger, endsTheProcessWhereATransitionBeginsWrongly)
     for (const Transition &transition : transitions) {
         for (const auto &[state, object] : states) {
             SCOPED_TRACE(state.toStdString());
-            if (!transition.from.contains(state))
+            if (!transition.from.contains(state)) {
                 EXPECT_DEATH(transition.begin(ledger, object), std::string("cannot be ") + transition.name);
+            }
         }
     }
 }

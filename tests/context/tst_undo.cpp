@@ -418,6 +418,8 @@ TEST(Undo, whoComesBackTakesNoPartnerFromOneThatHasAnother)
     }
 }
 
+namespace {
+
 /// Edits, undoes, redoes, saves and merges at random, and knows what the library has to look like at every mark.
 struct UndoWalk
 {
@@ -546,6 +548,8 @@ struct UndoWalk
     std::vector<QStringList> marks { dump() };
     size_t at = 0;
 };
+
+}
 
 TEST(Undo, randomWalksReturnToEqualDumps)
 {

@@ -251,6 +251,29 @@ TEST(Counting, countsWhatIsOnScreenAndNothingTwice)
     EXPECT_TRUE(place.scheduler->countOperations().isEmpty() && place.scheduler->presetsNeedingCountUpdate().isEmpty());
 }
 
+/// An operation reads what is saved: its number is an old one where it came before the save, shown or not.
+TEST(Counting, whatWasCountedBeforeASaveIsCountedAnewWhenItIsShownAgain)
+{
+    Shelf shelf;
+    const auto range = shelf.range({}, {});
+    const auto preset = shelf.preset(u"p"_s, shelf.set({ range }));
+    shelf.context->save();
+    Place place(shelf);
+    place.settle();
+    range->setEndValue(KXDecimal::fromInteger(1));
+    shelf.context->processPendingChanges();
+    place.settle();
+    place.made.clear();
+    place.scheduler->dequeueAllCountsOperations();
+    place.onScreen = false;
+    shelf.context->save();
+    EXPECT_TRUE(place.made.isEmpty());
+    place.onScreen = true;
+    place.scheduler->enqueuePresetsNeedingCountUpdate();
+    EXPECT_EQ(place.madeFor(), QStringList { u"p"_s });
+    place.settle();
+}
+
 TEST(Counting, oneThatHasJustEndedIsCountedAgain)
 {
     Shelf shelf;

@@ -2,6 +2,7 @@
 
 #include <QCoreApplication>
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 
 #include <kestrixkit/filters/KXFilterSetPresetCountsScheduler.h>
 #include <kestrixkit/filters/KXLivePresetCounts.h>
@@ -133,6 +134,39 @@ TEST_F(LivePresetCountsTest, areTheSumWhileAPresetIsAFolder)
     folder->setIsFolder(true);
     shelf.context->processPendingChanges();
     EXPECT_EQ(counts.count(*folder), std::nullopt);
+}
+
+/// A number that nobody could have counted is none, on badges as well.
+TEST_F(LivePresetCountsTest, areAbsentWhereNobodyCanCount)
+{
+    range->setLocalValuePredicateKeyPath(u"key"_s); // a text against numbers
+    turn();
+    EXPECT_EQ(shown(fast), -1);
+    range->setLocalValuePredicateKeyPath(u"bpm"_s);
+    turn();
+    EXPECT_EQ(shown(fast), 4);
+
+    const auto mark = shelf.make<Mark>();
+    mark->setName(u"x"_s);
+    mark->addToThings(Thing::findAllInContext(*shelf.context).first());
+    ASSERT_TRUE(shelf.context->save());
+    shelf.context->refreshObject(mark.get());
+    sqlite3 *file = nullptr;
+    ASSERT_EQ(sqlite3_open(shelf.path().toUtf8().constData(), &file), SQLITE_OK);
+    const auto run = [file](const char *sql) { return sqlite3_exec(file, sql, nullptr, nullptr, nullptr); };
+    const QString text = u"tags.name == 'x'"_s; // of a column that nobody has read yet
+    ASSERT_EQ(run("ALTER TABLE Mark RENAME TO Away"), SQLITE_OK);
+    counts.liveCounts().setRule(u"marked"_s, KXPredicate::predicateWithFormat(text));
+    KXError error;
+    EXPECT_FALSE(counts.update(&error));
+    EXPECT_TRUE(error);
+    EXPECT_EQ(shown(fast), -1);
+    EXPECT_EQ(shown(folder), -1);
+    ASSERT_EQ(run("ALTER TABLE Away RENAME TO Mark"), SQLITE_OK);
+    sqlite3_close(file);
+    EXPECT_TRUE(counts.update());
+    EXPECT_EQ(shown(fast), 4);
+    EXPECT_EQ(counts.liveCounts().count(u"marked"_s), 1);
 }
 
 TEST_F(LivePresetCountsTest, followTimeAlone)

@@ -3,6 +3,7 @@
 #include <QAbstractItemModelTester>
 #include <QSignalSpy>
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 
 #include <kestrixkit/foundation/KXClock.h>
 #include <kestrixkit/foundation/KXException.h>
@@ -156,6 +157,46 @@ TEST(LiveListModel, looksAtNoRowThatIsNotAskedFor)
     EXPECT_EQ(asked, 1);
     EXPECT_TRUE(model.match(model.index(0, 0), Qt::DisplayRole, u"2"_s, 1, Qt::MatchStartsWith).isEmpty());
     EXPECT_EQ(asked, 1);
+}
+
+/// Rows that somebody else saved while the store does not answer have neither come nor gone.
+TEST(LiveListModel, keepsRowsThatCannotBeRead)
+{
+    Grove grove;
+    for (int i = 0; i < 3; ++i)
+        grove.branch(u"b%1"_s.arg(i), {}, i);
+    ASSERT_TRUE(grove.context->save());
+    KXLiveListModel model(grove.context, u"Branch"_s, columnsOfBranches(), { { u"position"_s } });
+    const auto titles = [&] {
+        QStringList list;
+        for (int row = 0; row < model.rowCount(); ++row)
+            list.append(model.index(row, 0).data().toString());
+        return list;
+    };
+    const QStringList before = titles();
+    const auto other = KXManagedObjectContext::contextWithPersistentStoreCoordinator(grove.coordinator);
+    std::shared_ptr<const KXStoreChange> change;
+    const auto token = KXNotificationCenter::defaultCenter().addObserver(
+        QString(KXManagedObjectContextDidSaveNotification), other.get(),
+        [&](const KXNotification &saved) { change = *saved.payloadAs<std::shared_ptr<const KXStoreChange>>(); });
+    Branch::cast(other->objectWithID(model.object(0)->objectID()))->setPosition(7);
+    const auto added = Branch::createInContext(*other);
+    added->setTitle(u"new"_s);
+    added->setPosition(5);
+    ASSERT_TRUE(other->save());
+
+    sqlite3 *file = nullptr;
+    ASSERT_EQ(sqlite3_open(grove.folder.filePath(u"grove.db"_s).toUtf8().constData(), &file), SQLITE_OK);
+    const auto run = [file](const char *sql) { return sqlite3_exec(file, sql, nullptr, nullptr, nullptr); };
+    ASSERT_EQ(run("ALTER TABLE Branch RENAME TO Away"), SQLITE_OK);
+    grove.context->mergeChangesFromStoreChange(change);
+    EXPECT_EQ(model.rowCount(), 3);
+    ASSERT_EQ(run("ALTER TABLE Away RENAME TO Branch"), SQLITE_OK);
+    sqlite3_close(file);
+    EXPECT_EQ(titles(), before);
+    grove.branch(u"last"_s, {}, 9);
+    grove.context->processPendingChanges();
+    EXPECT_EQ(titles(), QStringList({ u"b1"_s, u"b2"_s, u"new"_s, u"b0"_s, u"last"_s }));
 }
 
 TEST(LiveListModel, keepsAnEditThatCannotBeSaved)

@@ -99,7 +99,7 @@ TEST_F(TreeTest, mayBeOfAnyDepthAndWidth)
     fill(width, false);
     KXTreeController tree(context, byPosition());
     EXPECT_EQ(tree.rootNodes().size(), width + 1);
-    context->managedObjectForEntity(u"Branch"_s);
+    EXPECT_TRUE(context->managedObjectForEntity(u"Branch"_s));
     context->processPendingChanges();
     EXPECT_EQ(tree.rootNodes().size(), width + 2);
 }
