@@ -810,5 +810,9 @@
         <source>Clear</source>
         <translation>Leeren</translation>
     </message>
+    <message>
+        <source>Shops cannot be used: a part of the program is missing. Install it anew.</source>
+        <translation>Shops lassen sich nicht nutzen: Ein Teil des Programms fehlt. Installieren Sie es neu.</translation>
+    </message>
 </context>
 </TS>

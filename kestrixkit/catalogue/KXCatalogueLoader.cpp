@@ -3,12 +3,11 @@
 #include <cmath>
 #include <set>
 
-#include <libpq-fe.h>
-
 #include <QDateTime>
 
 #include <kestrixkit/catalogue/KXCatalogueQuery.h>
 #include <kestrixkit/catalogue/KXPostgreSQLDialect.h>
+#include <kestrixkit/catalogue/KXPostgreSQLLibrary_p.h>
 #include <kestrixkit/catalogue/KXPostgreSQLTypes_p.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
 #include <kestrixkit/predicate/KXPredicate.h>
@@ -167,33 +166,37 @@ public:
     [[nodiscard]] bool fail(KXError *error)
     {
         hasFailed = true;
-        const QString said = connection ? QString::fromUtf8(PQerrorMessage(connection.get())).simplified() : QString();
+        const QString said
+            = connection ? QString::fromUtf8(KXLibpq().errorMessage(connection.get())).simplified() : QString();
         return KXSetError(error,
             KXError(KXKestrixKitErrorDomain, KXCatalogueError::Failed,
                 KXStringWithFormat(KXLocalizedString("The catalogue at %@ cannot be changed: %@"), server.name, said)));
     }
     [[nodiscard]] bool connect(KXError *error)
     {
-        if (connection && PQstatus(connection.get()) == CONNECTION_OK)
+        if (connection && KXLibpq().status(connection.get()) == CONNECTION_OK)
             return true;
         const char *const keywords[] = { "dbname", "client_encoding", "fallback_application_name", nullptr };
         const char *const values[] = { server.address.constData(), "UTF8", "KestrixKit loader", nullptr };
-        connection.reset(PQconnectdbParams(keywords, values, 1));
-        if (!connection || PQstatus(connection.get()) != CONNECTION_OK)
+        const KXPostgreSQLLibrary *const libpq = KXPostgreSQLLibrary::shared();
+        if (!libpq)
             return fail(error);
-        PQsetNoticeProcessor(
+        connection = { libpq->connectdbParams(keywords, values, 1), libpq->finish };
+        if (!connection || KXLibpq().status(connection.get()) != CONNECTION_OK)
+            return fail(error);
+        KXLibpq().setNoticeProcessor(
             connection.get(), [](void *, const char *) {}, nullptr);
         return run("SET TimeZone = 'UTC'; SET DateStyle = 'ISO'", error);
     }
     [[nodiscard]] bool run(const QByteArray &text, KXError *error, ExecStatusType wanted = PGRES_COMMAND_OK)
     {
         const std::unique_ptr<PGresult, decltype(&PQclear)> result(
-            PQexec(connection.get(), text.constData()), &PQclear);
-        return PQresultStatus(result.get()) == wanted || fail(error);
+            KXLibpq().exec(connection.get(), text.constData()), KXLibpq().clear);
+        return KXLibpq().resultStatus(result.get()) == wanted || fail(error);
     }
     [[nodiscard]] bool send(KXError *error)
     {
-        const bool done = PQputCopyData(connection.get(), lines.constData(), int(lines.size())) == 1;
+        const bool done = KXLibpq().putCopyData(connection.get(), lines.constData(), int(lines.size())) == 1;
         lines.clear();
         return done || fail(error);
     }
@@ -212,7 +215,7 @@ public:
     [[nodiscard]] QByteArray literal(const QByteArray &text) const
     {
         const std::unique_ptr<char, decltype(&PQfreemem)> escaped(
-            PQescapeLiteral(connection.get(), text.constData(), size_t(text.size())), &PQfreemem);
+            KXLibpq().escapeLiteral(connection.get(), text.constData(), size_t(text.size())), KXLibpq().freemem);
         return escaped ? QByteArray(escaped.get()) : QByteArray("''");
     }
     /// The columns with their types, or their names alone.
@@ -258,7 +261,7 @@ public:
     const KXCatalogueServers::Server server;
     const KXCatalogueSchema schema;
     const KXCatalogueLayout layout;
-    std::unique_ptr<PGconn, decltype(&PQfinish)> connection { nullptr, &PQfinish };
+    std::unique_ptr<PGconn, decltype(&PQfinish)> connection { nullptr, nullptr };
     QByteArray lines;
     bool hasFailed = false;
 };
@@ -354,13 +357,13 @@ bool KXCatalogueLoader::add(const QVariantList &values, KXError *error)
 
 bool KXCatalogueLoader::finish(KXError *error)
 {
-    if (d->hasFailed || !d->send(error) || PQputCopyEnd(d->connection.get(), nullptr) != 1)
+    if (d->hasFailed || !d->send(error) || KXLibpq().putCopyEnd(d->connection.get(), nullptr) != 1)
         return d->fail(error);
     bool done = true;
-    while (PGresult *result = PQgetResult(d->connection.get())) {
-        if (PQresultStatus(result) != PGRES_COMMAND_OK && done)
+    while (PGresult *result = KXLibpq().getResult(d->connection.get())) {
+        if (KXLibpq().resultStatus(result) != PGRES_COMMAND_OK && done)
             done = d->fail(error);
-        PQclear(result);
+        KXLibpq().clear(result);
     }
     return done;
 }

@@ -2,9 +2,8 @@
 
 #include <memory>
 
-#include <libpq-fe.h>
-
 #include <kestrixkit/catalogue/KXCatalogueQuery.h>
+#include <kestrixkit/catalogue/KXPostgreSQLLibrary_p.h>
 #include <kestrixkit/foundation/KXStringWithFormat.h>
 
 using namespace Qt::StringLiterals;
@@ -17,10 +16,16 @@ KXError serversError(const QString &text) { return KXError(KXKestrixKitErrorDoma
 /// place.
 std::optional<KXCatalogueServers::Server> serversRead(const QByteArray &address, KXError *error)
 {
+    if (!KXPostgreSQLLibrary::shared()) {
+        KXSetError(error,
+            serversError(
+                KXLocalizedString("Shops cannot be used: a part of the program is missing. Install it anew.")));
+        return std::nullopt;
+    }
     char *problem = nullptr;
     const std::unique_ptr<PQconninfoOption, decltype(&PQconninfoFree)> options(
-        PQconninfoParse(address.constData(), &problem), &PQconninfoFree);
-    PQfreemem(problem);
+        KXLibpq().conninfoParse(address.constData(), &problem), KXLibpq().conninfoFree);
+    KXLibpq().freemem(problem);
     QByteArray host;
     QByteArray port;
     QByteArray database;

@@ -70,10 +70,10 @@ KXError sessionError(int code, const QString &text) { return KXError(KXKestrixKi
 
 KXPostgreSQLReply sessionFailure(const PGresult *result, const QString &server)
 {
-    const char *const field = PQresultErrorField(result, PG_DIAG_SQLSTATE);
+    const char *const field = KXLibpq().resultErrorField(result, PG_DIAG_SQLSTATE);
     const QByteArray state = field ? field : "";
-    const char *const primary = PQresultErrorField(result, PG_DIAG_MESSAGE_PRIMARY);
-    const QString said = QString::fromUtf8(primary ? primary : PQresultErrorMessage(result)).trimmed();
+    const char *const primary = KXLibpq().resultErrorField(result, PG_DIAG_MESSAGE_PRIMARY);
+    const QString said = QString::fromUtf8(primary ? primary : KXLibpq().resultErrorMessage(result)).trimmed();
     const auto reply = [](int code, const QString &text, bool again) {
         return KXPostgreSQLReply { .error = sessionError(code, text), .mayBeAskedAgain = again };
     };
@@ -132,7 +132,9 @@ KXPostgreSQLSession::KXPostgreSQLSession(const KXCatalogueServers::Server &serve
         [this, life = std::weak_ptr(m_life), address = m_server.address, post = m_post]() mutable {
             const char *const keywords[] = { "dbname", "client_encoding", "fallback_application_name", nullptr };
             const char *const values[] = { address.constData(), "UTF8", "KestrixKit", nullptr };
-            const std::shared_ptr<PGconn> connection(PQconnectStartParams(keywords, values, 1), &PQfinish);
+            std::shared_ptr<PGconn> connection;
+            if (const KXPostgreSQLLibrary *const libpq = KXPostgreSQLLibrary::shared())
+                connection.reset(libpq->connectStartParams(keywords, values, 1), libpq->finish);
             post([this, life, connection] {
                 if (!life.expired())
                     begin(connection);
@@ -150,9 +152,9 @@ void KXPostgreSQLSession::begin(std::shared_ptr<PGconn> connection)
 {
     m_connection = std::move(connection);
     m_state = State::Connecting;
-    if (!m_connection || PQstatus(m_connection.get()) == CONNECTION_BAD)
+    if (!m_connection || KXLibpq().status(m_connection.get()) == CONNECTION_BAD)
         return breakWith(connectionError(), true);
-    PQsetNoticeProcessor(
+    KXLibpq().setNoticeProcessor(
         m_connection.get(), [](void *, const char *) {}, nullptr); // it prints by itself
     m_wantsToWrite = true;
 }
@@ -176,7 +178,7 @@ void KXPostgreSQLSession::proceed()
 
 void KXPostgreSQLSession::proceedConnecting()
 {
-    switch (PQconnectPoll(m_connection.get())) {
+    switch (KXLibpq().connectPoll(m_connection.get())) {
     case PGRES_POLLING_READING:
         m_wantsToWrite = false;
         return;
@@ -194,21 +196,21 @@ void KXPostgreSQLSession::proceedConnecting()
 void KXPostgreSQLSession::settle()
 {
     PGconn *const connection = m_connection.get();
-    const char *const encoding = PQparameterStatus(connection, "server_encoding");
+    const char *const encoding = KXLibpq().parameterStatus(connection, "server_encoding");
     if (qstrcmp(encoding, "UTF8") != 0)
         return breakWith(
             sessionError(KXCatalogueError::NoTable,
                 KXStringWithFormat(
                     KXLocalizedString("The catalogue at %@ is not in UTF8. It has to be made anew."), m_server.name)),
             false);
-    PQsetnonblocking(connection, 1);
+    KXLibpq().setnonblocking(connection, 1);
     QByteArray settings = "SET default_transaction_read_only = on; SET jit = off; SET DateStyle = 'ISO'; "
                           "SET TimeZone = 'UTC'; SET extra_float_digits = 1; SET statement_timeout = "
         + QByteArray::number(sessionStatementLimit) + "; SET lock_timeout = " + QByteArray::number(sessionLockLimit);
-    if (PQserverVersion(connection) >= 140000)
+    if (KXLibpq().serverVersion(connection) >= 140000)
         settings += "; SET client_connection_check_interval = 5000"; // milliseconds
     m_state = State::Settling;
-    if (!PQsendQuery(connection, settings.constData()))
+    if (!KXLibpq().sendQuery(connection, settings.constData()))
         return breakWith(connectionError(), true);
     read();
 }
@@ -224,7 +226,7 @@ void KXPostgreSQLSession::ask(const KXCatalogueStatement &statement)
     m_state = State::Asking;
     m_reply = {};
     // Unnamed, so that it is planned for these values each time.
-    if (!PQsendQueryParams(m_connection.get(), statement.text.constData(), int(values.size()), types.data(),
+    if (!KXLibpq().sendQueryParams(m_connection.get(), statement.text.constData(), int(values.size()), types.data(),
             values.data(), nullptr, nullptr, 0))
         return breakWith(connectionError(), true);
     read();
@@ -233,17 +235,17 @@ void KXPostgreSQLSession::ask(const KXCatalogueStatement &statement)
 void KXPostgreSQLSession::read()
 {
     PGconn *const connection = m_connection.get();
-    const int left = PQflush(connection);
+    const int left = KXLibpq().flush(connection);
     m_wantsToWrite = left > 0;
-    if (left < 0 || !PQconsumeInput(connection))
+    if (left < 0 || !KXLibpq().consumeInput(connection))
         return breakWith(connectionError(), true);
     if (m_state == State::Idle) {
-        if (PQstatus(connection) == CONNECTION_BAD)
+        if (KXLibpq().status(connection) == CONNECTION_BAD)
             breakWith(connectionError(), true);
         return;
     }
-    while (m_state != State::Broken && !PQisBusy(connection)) {
-        const std::shared_ptr<PGresult> result(PQgetResult(connection), &PQclear);
+    while (m_state != State::Broken && !KXLibpq().isBusy(connection)) {
+        const std::shared_ptr<PGresult> result(KXLibpq().getResult(connection), KXLibpq().clear);
         if (!result)
             return finishAnswer();
         take(result);
@@ -252,7 +254,7 @@ void KXPostgreSQLSession::read()
 
 void KXPostgreSQLSession::take(const std::shared_ptr<PGresult> &result)
 {
-    switch (PQresultStatus(result.get())) {
+    switch (KXLibpq().resultStatus(result.get())) {
     case PGRES_TUPLES_OK:
         m_reply.table = result;
         return;
@@ -266,7 +268,7 @@ void KXPostgreSQLSession::take(const std::shared_ptr<PGresult> &result)
 
 void KXPostgreSQLSession::finishAnswer()
 {
-    if (PQstatus(m_connection.get()) == CONNECTION_BAD)
+    if (KXLibpq().status(m_connection.get()) == CONNECTION_BAD)
         return breakWith(m_reply.error ? m_reply.error : connectionError(), true);
     if (m_state == State::Draining) {
         m_isDrained = true;
@@ -292,12 +294,12 @@ void KXPostgreSQLSession::cancel()
     m_state = State::Draining;
     m_isDrained = false;
     m_cancelIsUnderWay = true;
-    const std::shared_ptr<PGcancel> handle(PQgetCancel(m_connection.get()), &PQfreeCancel);
+    const std::shared_ptr<PGcancel> handle(KXLibpq().getCancel(m_connection.get()), KXLibpq().freeCancel);
     // A session that went on while its cancelling is under way would lose its next answer to it.
     KXPostgreSQLHelpers::cancel([this, life = std::weak_ptr(m_life), handle, post = m_post] {
         char problem[256];
         if (handle)
-            PQcancel(handle.get(), problem, sizeof problem);
+            KXLibpq().cancel(handle.get(), problem, sizeof problem);
         post([this, life] {
             if (life.expired())
                 return;
@@ -321,8 +323,8 @@ void KXPostgreSQLSession::breakWith(KXError error, bool mayBeAskedAgain)
 KXError KXPostgreSQLSession::connectionError() const
 {
     // libpq's text names the host and the user, never a password.
-    const QString text
-        = m_connection ? QString::fromUtf8(PQerrorMessage(m_connection.get())) : KXLocalizedString("out of memory");
+    const QString text = m_connection ? QString::fromUtf8(KXLibpq().errorMessage(m_connection.get()))
+                                      : KXLocalizedString("out of memory");
     const QString said = text.simplified();
     const bool isRefusal = said.contains("authentication"_L1) || said.contains("no password"_L1)
         || said.contains("pg_hba"_L1) || (said.contains("role "_L1) && said.contains("does not exist"_L1));

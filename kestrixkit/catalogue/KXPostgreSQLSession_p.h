@@ -4,10 +4,9 @@
 #include <memory>
 #include <optional>
 
-#include <libpq-fe.h>
-
 #include <kestrixkit/catalogue/KXCatalogueDialect.h>
 #include <kestrixkit/catalogue/KXCatalogueServers.h>
+#include <kestrixkit/catalogue/KXPostgreSQLLibrary_p.h>
 
 /// What a server said: a table of texts, or an error.
 struct KXPostgreSQLReply
@@ -16,14 +15,15 @@ struct KXPostgreSQLReply
     bool mayBeAskedAgain = false; ///< whether another server, or the same one later, may say better
     std::shared_ptr<const PGresult> table = {}; ///< any thread may read it
 
-    [[nodiscard]] int rowCount() const { return table ? PQntuples(table.get()) : 0; }
+    [[nodiscard]] int rowCount() const { return table ? KXLibpq().ntuples(table.get()) : 0; }
     /// Absent for NULL, and beyond the table. Lives as long as the table.
     [[nodiscard]] std::optional<QByteArrayView> text(int row, int field) const
     {
-        if (!table || row >= PQntuples(table.get()) || field >= PQnfields(table.get())
-            || PQgetisnull(table.get(), row, field))
+        if (!table || row >= KXLibpq().ntuples(table.get()) || field >= KXLibpq().nfields(table.get())
+            || KXLibpq().getisnull(table.get(), row, field))
             return std::nullopt;
-        return QByteArrayView(PQgetvalue(table.get(), row, field), PQgetlength(table.get(), row, field));
+        return QByteArrayView(
+            KXLibpq().getvalue(table.get(), row, field), KXLibpq().getlength(table.get(), row, field));
     }
 };
 
@@ -54,7 +54,7 @@ public:
     Q_DISABLE_COPY_MOVE(KXPostgreSQLSession)
 
     [[nodiscard]] State state() const { return m_state; }
-    [[nodiscard]] int socket() const { return m_connection ? PQsocket(m_connection.get()) : -1; }
+    [[nodiscard]] int socket() const { return m_connection ? KXLibpq().socket(m_connection.get()) : -1; }
     /// What to poll for; 0 while there is nothing to wait for.
     [[nodiscard]] short events() const;
     /// The socket is ready.
