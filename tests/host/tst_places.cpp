@@ -3,8 +3,10 @@
 #include <QAction>
 #include <QLabel>
 #include <QScrollBar>
+#include <QStandardPaths>
 #include <QTest>
 
+#include <kestrixkit/foundation/KXBundle.h>
 #include <kestrixkit/foundation/KXUserDefaults.h>
 #include <kestrixkit/source_list/KXSourceListView.h>
 #include <kestrixkit/toolkit/KXAnimationGroup.h>
@@ -235,6 +237,35 @@ TEST_F(PlacesTest, survivesARestartAndWhatIsGone)
         EXPECT_FALSE(places().backAction()->isEnabled());
         window->close();
     }
+}
+
+/// Nobody should wait for a disk before the window stands.
+TEST_F(PlacesTest, aStartThatEndsWhereTheLastOneDidWritesNothing)
+{
+    const auto sets = [this] { return KXFilterSet::countOfUsingPredicate({}, *window->context()); };
+    ASSERT_TRUE(window->context()->save());
+    const qint64 before = sets();
+    pickGenre(2);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return crumbs() == "Genre 2"; }));
+    EXPECT_EQ(sets(), before + 1) << "the filters of the place";
+    ASSERT_FALSE(window->context()->hasChanges());
+    window->close();
+    window.reset();
+    KXUserDefaults::standard().synchronize();
+    int saves = 0;
+    const auto token = KXNotificationCenter::defaultCenter().addObserver(
+        QString(KXManagedObjectContextDidSaveNotification), nullptr, [&](const KXNotification &) { ++saves; });
+    QFile settings(QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) + u'/'
+        + KXBundle::mainBundle().identifier() + u"/defaults.cbor"_s);
+    ASSERT_TRUE(settings.open(QIODevice::ReadWrite | QIODevice::ExistingOnly));
+    ASSERT_TRUE(settings.setFileTime(QDateTime::fromSecsSinceEpoch(1000), QFileDevice::FileModificationTime));
+    settings.close();
+    open();
+    QTest::qWait(20);
+    EXPECT_EQ(crumbs(), "Genre 2");
+    EXPECT_EQ(saves, 0);
+    EXPECT_EQ(sets(), before + 1);
+    EXPECT_EQ(QFileInfo(settings).lastModified().toSecsSinceEpoch(), 1000);
 }
 
 TEST_F(PlacesTest, bringTheOpenRowsBack)

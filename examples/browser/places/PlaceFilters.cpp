@@ -9,6 +9,8 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+constexpr double placePatience = 10; // seconds
+
 QString placeUriText(const QUrl &uri) { return QString::fromLatin1(uri.toEncoded()); }
 
 QString placeSetTitle(const QUrl &place, const KXRef<KXFilterSetPreset> &preset)
@@ -29,7 +31,7 @@ bool placeObjectIsThere(const KXManagedObject *object)
 PlaceFilters::PlaceFilters(KXManagedObjectContext::Ref context)
     : m_context(std::move(context))
 {
-    removeForgotten();
+    m_removing.start(placePatience, [this] { removeForgotten(); });
 }
 
 void PlaceFilters::removeForgotten()
@@ -41,8 +43,7 @@ void PlaceFilters::removeForgotten()
         if (place.isEmpty())
             continue;
         const auto of = m_context->objectInstancesFromURIRepresentations({ place });
-        const bool isEmpty = set->filters().isEmpty() && !presetOfSet(*set);
-        if (isEmpty || (!of.isEmpty() && !placeObjectIsThere(of.first().get())))
+        if (!of.isEmpty() && !placeObjectIsThere(of.first().get()))
             m_context->removeManagedObject(set);
     }
 }

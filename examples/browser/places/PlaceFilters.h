@@ -4,6 +4,7 @@
 
 #include <kestrixkit/filters/KXFilterSet.h>
 #include <kestrixkit/filters/KXFilterSetPreset.h>
+#include <kestrixkit/foundation/KXDelayedCall.h>
 
 /// The filters that the user is working with in each place of the library, kept in the library's store, so that they
 /// are there again after a restart; and which preset they were loaded from.
@@ -13,7 +14,8 @@
 class PlaceFilters
 {
 public:
-    /// Takes those away that are empty, and those whose places have gone.
+    /// A while later it takes those away whose places have gone. Empty ones stay: the next start finds them, and has
+    /// nothing to write before its window stands.
     explicit PlaceFilters(KXManagedObjectContext::Ref context);
 
     /// Made where there is none yet. Empty where the store takes none.
@@ -32,4 +34,5 @@ private:
     void removeForgotten();
 
     const KXManagedObjectContext::Ref m_context;
+    KXDelayedCall m_removing;
 };

@@ -291,7 +291,13 @@ void PlaceNavigator::commit()
     keep();
 }
 
-void PlaceNavigator::keep() { KXUserDefaults::standard().setValue(historyKey(), m_history.archived()); }
+/// A start that ends where the last one did writes nothing.
+void PlaceNavigator::keep()
+{
+    KXUserDefaults &defaults = KXUserDefaults::standard();
+    if (const QVariant now = m_history.archived(); defaults.valueForKey(historyKey()) != now)
+        defaults.setValue(historyKey(), now);
+}
 
 // Commands
 
