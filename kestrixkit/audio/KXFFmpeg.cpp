@@ -8,9 +8,6 @@ KXFFmpeg::~KXFFmpeg() = default;
 
 const KXFFmpeg *KXFFmpeg::shared()
 {
-    static const KXFFmpeg *const loaded = [] {
-        const auto function = KXModule::function("ffmpeg", "KXFFmpegModule");
-        return function ? reinterpret_cast<const KXFFmpeg *(*)()>(function)() : nullptr;
-    }();
+    static const KXFFmpeg *const loaded = KXModule::offer<KXFFmpeg>("ffmpeg", "KXFFmpegModule");
     return loaded;
 }

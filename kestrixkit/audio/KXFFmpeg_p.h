@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 
 #include <QByteArray>
@@ -36,6 +37,11 @@ public:
     [[nodiscard]] virtual QByteArray cover(const QString &path, qint64 mostBytes) const = 0;
     /// Not reset yet; nullptr where there cannot be one.
     [[nodiscard]] virtual std::unique_ptr<KXRateConverter> rateConverter(int from, int to) const = 0;
+
+    /// Whether the IP address is this machine's, or that of a network without a way to it from outside.
+    [[nodiscard]] virtual bool isPrivate(const QString &address) const = 0;
+    /// What counts as private instead, for tests, whose servers are all on loopback. Null: the rule again.
+    virtual void setPrivateRule(std::function<bool(const QUrl &)> rule) const = 0;
 
 protected:
     KXFFmpeg() = default;

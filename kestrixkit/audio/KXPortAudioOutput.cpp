@@ -3,10 +3,8 @@
 #include <chrono>
 #include <thread>
 
-#include <portaudio.h>
-
-#include <kestrixkit/audio/KXAudioProbeLog_p.h>
 #include <kestrixkit/audio/KXAudioResampler_p.h>
+#include <kestrixkit/audio/KXPortAudioLibrary_p.h>
 
 using namespace Qt::StringLiterals;
 
@@ -22,26 +20,28 @@ int portAudioStreams = 0; // open or being torn down; the main thread's
 /// to.
 PaError portAudioInitialise(bool again = false)
 {
+    if (!KXPortAudioLibrary::shared())
+        return paNotInitialized;
     static bool initialised = false;
     static std::chrono::steady_clock::time_point looked;
     const auto now = std::chrono::steady_clock::now();
-    const bool missing = initialised && (again || Pa_GetDefaultOutputDevice() == paNoDevice);
+    const bool missing = initialised && (again || KXPortAudio().getDefaultOutputDevice() == paNoDevice);
     if (missing && portAudioStreams == 0 && now - looked > portAudioRefresh) {
-        Pa_Terminate();
+        KXPortAudio().terminate();
         initialised = false;
     }
     if (initialised)
         return paNoError;
     looked = now;
-    KXAudioQuietenProbing();
-    const PaError error = Pa_Initialize();
+    KXPortAudio().quietenProbing();
+    const PaError error = KXPortAudio().initialize();
     initialised = error == paNoError;
     return error;
 }
 
 QString portAudioIdentifier(const PaDeviceInfo &info)
 {
-    const PaHostApiInfo *api = Pa_GetHostApiInfo(info.hostApi);
+    const PaHostApiInfo *api = KXPortAudio().getHostApiInfo(info.hostApi);
     return u"%1 (%2)"_s.arg(QString::fromUtf8(info.name), api ? QString::fromUtf8(api->name) : QString());
 }
 
@@ -97,11 +97,11 @@ QList<KXAudioDevice> KXPortAudioOutput::devices()
     QList<KXAudioDevice> devices;
     if (portAudioInitialise(true) != paNoError)
         return devices;
-    for (PaDeviceIndex i = 0; i < Pa_GetDeviceCount(); ++i) {
-        const PaDeviceInfo *info = Pa_GetDeviceInfo(i);
+    for (PaDeviceIndex i = 0; i < KXPortAudio().getDeviceCount(); ++i) {
+        const PaDeviceInfo *info = KXPortAudio().getDeviceInfo(i);
         if (info && info->maxOutputChannels >= 2)
             devices.append({ portAudioIdentifier(*info), QString::fromUtf8(info->name), info->defaultSampleRate,
-                i == Pa_GetDefaultOutputDevice() });
+                i == KXPortAudio().getDefaultOutputDevice() });
     }
     return devices;
 }
@@ -109,9 +109,9 @@ QList<KXAudioDevice> KXPortAudioOutput::devices()
 int KXPortAudioOutput::deviceIndex() const
 {
     if (m_device.isEmpty())
-        return Pa_GetDefaultOutputDevice();
-    for (PaDeviceIndex i = 0; i < Pa_GetDeviceCount(); ++i) {
-        const PaDeviceInfo *info = Pa_GetDeviceInfo(i);
+        return KXPortAudio().getDefaultOutputDevice();
+    for (PaDeviceIndex i = 0; i < KXPortAudio().getDeviceCount(); ++i) {
+        const PaDeviceInfo *info = KXPortAudio().getDeviceInfo(i);
         if (info && info->maxOutputChannels >= 2 && portAudioIdentifier(*info) == m_device)
             return i;
     }
@@ -143,7 +143,7 @@ KXAudioOutput::Status KXPortAudioOutput::open(double sampleRate)
     if (const Status status = prepare())
         return status;
     const PaDeviceIndex device = deviceIndex();
-    const PaDeviceInfo *info = Pa_GetDeviceInfo(device);
+    const PaDeviceInfo *info = KXPortAudio().getDeviceInfo(device);
     if (!info)
         return paDeviceUnavailable;
     PaStreamParameters parameters = {};
@@ -153,7 +153,7 @@ KXAudioOutput::Status KXPortAudioOutput::open(double sampleRate)
     parameters.suggestedLatency = info->defaultLowOutputLatency;
     auto stream = std::make_unique<Stream>();
     const auto openAt = [&](double rate) {
-        return Pa_OpenStream(
+        return KXPortAudio().openStream(
             &stream->stream, nullptr, &parameters, rate, FramesPerPass, paNoFlag, &Stream::render, stream.get());
     };
     PaError error = openAt(sampleRate);
@@ -164,9 +164,10 @@ KXAudioOutput::Status KXPortAudioOutput::open(double sampleRate)
     }
     if (error != paNoError)
         return error;
-    const PaHostApiInfo *api = Pa_GetHostApiInfo(info->hostApi);
+    const PaHostApiInfo *api = KXPortAudio().getHostApiInfo(info->hostApi);
     stream->isJACK = api && api->type == paJACK;
-    Pa_SetStreamFinishedCallback(stream->stream, [](void *self) { static_cast<Stream *>(self)->ended = true; });
+    KXPortAudio().setStreamFinishedCallback(
+        stream->stream, [](void *self) { static_cast<Stream *>(self)->ended = true; });
     ++portAudioStreams;
     m_stream = std::move(stream);
     setSampleRate(sampleRate);
@@ -177,7 +178,7 @@ void KXPortAudioOutput::close()
 {
     stop();
     if (m_stream) {
-        Pa_CloseStream(m_stream->stream);
+        KXPortAudio().closeStream(m_stream->stream);
         m_stream.reset();
         --portAudioStreams;
     }
@@ -198,7 +199,7 @@ KXAudioOutput::Status KXPortAudioOutput::start()
     m_stream->ended = false;
     if (m_stream->resampler)
         m_stream->resampler->reset();
-    if (const PaError error = Pa_StartStream(m_stream->stream))
+    if (const PaError error = KXPortAudio().startStream(m_stream->stream))
         return error;
     m_isRunning = true;
     m_passesSeen = m_stream->passes;
@@ -217,7 +218,7 @@ void KXPortAudioOutput::stop()
     if (m_stream->passes == m_passesSeen && m_idleTurns > 0)
         lose({});
     else
-        Pa_AbortStream(m_stream->stream);
+        KXPortAudio().abortStream(m_stream->stream);
 }
 
 void KXPortAudioOutput::watch()
@@ -241,8 +242,8 @@ void KXPortAudioOutput::lose(const QString &reason)
         (void)m_stream.release();
     } else {
         std::thread([stream = std::move(m_stream)] {
-            Pa_AbortStream(stream->stream);
-            Pa_CloseStream(stream->stream);
+            KXPortAudio().abortStream(stream->stream);
+            KXPortAudio().closeStream(stream->stream);
         }).detach();
     }
     if (!reason.isEmpty())

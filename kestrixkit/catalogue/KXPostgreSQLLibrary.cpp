@@ -4,9 +4,7 @@
 
 const KXPostgreSQLLibrary *KXPostgreSQLLibrary::shared()
 {
-    static const KXPostgreSQLLibrary *const loaded = [] {
-        const auto function = KXModule::function("postgresql", "KXPostgreSQLModule");
-        return function ? reinterpret_cast<const KXPostgreSQLLibrary *(*)()>(function)() : nullptr;
-    }();
+    static const KXPostgreSQLLibrary *const loaded
+        = KXModule::offer<KXPostgreSQLLibrary>("postgresql", "KXPostgreSQLModule");
     return loaded;
 }

@@ -12,4 +12,11 @@ namespace KXModule {
 /// and stays. nullptr with a line in the log where that cannot be. Any thread.
 [[nodiscard]] KX_CORE_EXPORT QFunctionPointer function(const char *module, const char *name);
 
+/// What that function answers, which lasts as long as the process. nullptr as above.
+template <typename Offer> [[nodiscard]] const Offer *offer(const char *module, const char *name)
+{
+    const QFunctionPointer found = function(module, name);
+    return found ? reinterpret_cast<const Offer *(*)()>(found)() : nullptr;
+}
+
 }

@@ -12,11 +12,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <archive.h>
-#include <archive_entry.h>
 #include <zlib.h>
 
 #include <kestrixkit/foundation/KXLog.h>
+#include <kestrixkit/migration/KXArchiveLibrary_p.h>
 #include <kestrixkit/store/KXSQLite_p.h>
 #include <kestrixkit/store/KXStoreReplacement_p.h>
 
@@ -39,7 +38,7 @@ using ArchiveWriter = std::unique_ptr<archive, decltype(&archive_write_free)>;
 KXError archiveError(archive *handle, const QString &path)
 {
     return KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::Damaged,
-        KXStringWithFormat("%@: %s", path, archive_error_string(handle)));
+        KXStringWithFormat("%@: %s", path, KXLibarchive().errorString(handle)));
 }
 
 /// Where libarchive's bytes go, with the error that stopped them.
@@ -54,7 +53,7 @@ struct ArchiveSink
         self->error = self->file.write(QByteArrayView(static_cast<const char *>(bytes), qsizetype(size)));
         if (!self->error)
             return la_ssize_t(size);
-        archive_set_error(handle, EIO, "cannot be written");
+        KXLibarchive().setError(handle, EIO, "cannot be written");
         return -1;
     }
 };
@@ -89,12 +88,20 @@ struct ArchiveSource
         const char *const text = gzerror(self->file, &problem);
         if (size >= 0 && problem == Z_OK && !gzdirect(self->file))
             return size;
-        archive_set_error(handle, EIO, "%s", problem == Z_OK ? "not compressed" : text);
+        KXLibarchive().setError(handle, EIO, "%s", problem == Z_OK ? "not compressed" : text);
         return -1;
     }
     gzFile file = nullptr;
     QByteArray block;
 };
+
+/// An error where there is no libarchive.
+KXError archiveLookForLibrary()
+{
+    return KXArchiveLibrary::shared() ? KXError()
+                                      : KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::CannotOpen,
+                                          u"A part of the program is missing, without which there are no backups"_s);
+}
 
 KXError archiveAdd(archive *handle, const ArchiveSink &sink, const QString &path, const QString &name,
     const std::function<void(qint64 bytes)> &added)
@@ -102,15 +109,15 @@ KXError archiveAdd(archive *handle, const ArchiveSink &sink, const QString &path
     KXPinnedFile file;
     if (KXError error = file.open(path))
         return error;
-    const ArchiveEntry entry(archive_entry_new(), archive_entry_free);
-    archive_entry_set_pathname(entry.get(), "./" + QFile::encodeName(name));
-    archive_entry_set_filetype(entry.get(), AE_IFREG);
-    archive_entry_set_perm(entry.get(), 0600);
-    archive_entry_set_nlink(entry.get(), 1); // or readers would take files with one number for links
-    archive_entry_set_mtime(entry.get(), file.modified(), 0);
-    archive_entry_set_size(entry.get(), file.size());
+    const ArchiveEntry entry(KXLibarchive().entryNew(), KXLibarchive().entryFree);
+    KXLibarchive().entrySetPathname(entry.get(), "./" + QFile::encodeName(name));
+    KXLibarchive().entrySetFiletype(entry.get(), AE_IFREG);
+    KXLibarchive().entrySetPerm(entry.get(), 0600);
+    KXLibarchive().entrySetNlink(entry.get(), 1); // or readers would take files with one number for links
+    KXLibarchive().entrySetMtime(entry.get(), file.modified(), 0);
+    KXLibarchive().entrySetSize(entry.get(), file.size());
     const auto fail = [&] { return sink.error ? sink.error : archiveError(handle, name); };
-    if (archive_write_header(handle, entry.get()) != ARCHIVE_OK)
+    if (KXLibarchive().writeHeader(handle, entry.get()) != ARCHIVE_OK)
         return fail();
     QByteArray block(archiveBlock, Qt::Uninitialized);
     for (qint64 offset = 0; offset < file.size();) {
@@ -122,7 +129,7 @@ KXError archiveAdd(archive *handle, const ArchiveSink &sink, const QString &path
         // A log may be emptied by its writers while it is read, when all of it is in the store: zeros say that it has
         // ended.
         std::fill(block.begin() + size, block.begin() + wanted, '\0');
-        if (archive_write_data(handle, block.constData(), size_t(wanted)) < 0)
+        if (KXLibarchive().writeData(handle, block.constData(), size_t(wanted)) < 0)
             return fail();
         offset += wanted;
         added(wanted);
@@ -136,12 +143,12 @@ KXError archiveWrite(const QString &folder, const QString &path, const KXStorePr
     if (KXError error = sink.file.create(path))
         return error;
     (void)sink.file.lock(); // nobody else knows it; while it is locked nobody takes it for one that was left behind
-    const ArchiveWriter handle(archive_write_new(), archive_write_free);
-    archive_write_add_filter_gzip(handle.get());
-    archive_write_set_format_cpio(handle.get());
-    archive_write_set_options(handle.get(), "gzip:compression-level=3");
-    archive_write_set_bytes_in_last_block(handle.get(), 1);
-    if (archive_write_open(handle.get(), &sink, nullptr, ArchiveSink::write, nullptr) != ARCHIVE_OK)
+    const ArchiveWriter handle(KXLibarchive().writeNew(), KXLibarchive().writeFree);
+    KXLibarchive().writeAddFilterGzip(handle.get());
+    KXLibarchive().writeSetFormatCpio(handle.get());
+    KXLibarchive().writeSetOptions(handle.get(), "gzip:compression-level=3");
+    KXLibarchive().writeSetBytesInLastBlock(handle.get(), 1);
+    if (KXLibarchive().writeOpen(handle.get(), &sink, nullptr, ArchiveSink::write, nullptr) != ARCHIVE_OK)
         return sink.error ? sink.error : archiveError(handle.get(), path);
     // In the order of names a store comes before its log, which is how both fit together in the end.
     const QFileInfoList files = QDir(folder).entryInfoList(QDir::Files | QDir::Hidden, QDir::Name);
@@ -157,7 +164,7 @@ KXError archiveWrite(const QString &folder, const QString &path, const KXStorePr
         if (KXError error = archiveAdd(handle.get(), sink, file.filePath(), file.fileName(), added))
             return error;
     }
-    if (archive_write_close(handle.get()) != ARCHIVE_OK)
+    if (KXLibarchive().writeClose(handle.get()) != ARCHIVE_OK)
         return sink.error ? sink.error : archiveError(handle.get(), path);
     return sink.file.sync();
 }
@@ -174,9 +181,11 @@ public:
         // Under its own name once it is whole: no half of an archive is ever taken for one.
         const QString part = QFileInfo(archive).path() + "/."_L1 + QFileInfo(archive).fileName() + u'-'
             + KXStorePath::newUUID() + ".part"_L1;
-        KXError error = QDir(folder).exists() ? archiveWrite(folder, part, progress)
-                                              : KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::CannotOpen,
-                                                  KXStringWithFormat("There is no folder %@", folder));
+        KXError error = archiveLookForLibrary();
+        if (!error)
+            error = QDir(folder).exists() ? archiveWrite(folder, part, progress)
+                                          : KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::CannotOpen,
+                                              KXStringWithFormat("There is no folder %@", folder));
         if (!error)
             error = KXStoreFiles::move(part, archive);
         if (!error)
@@ -205,34 +214,36 @@ void KXStoreArchiver::setShared(KXStoreArchiver *archiver) { archiveShared.store
 
 KXError KXStoreArchiver::unpack(const QString &path, const QString &folder, const KXStoreProgress &progress)
 {
+    if (KXError error = archiveLookForLibrary())
+        return error;
     const double packed = std::max(double(QFileInfo(path).size()), 1.0);
     qint64 room = archiveAlwaysUnpacked + archiveMostGrowth * QFileInfo(path).size();
     ArchiveSource source(path);
     if (!source.file)
         return KXError(
             KXKestrixKitErrorDomain, KXStoreErrorCode::CannotOpen, KXStringWithFormat("%@ cannot be opened", path));
-    const ArchiveReader handle(archive_read_new(), archive_read_free);
-    archive_read_support_format_cpio(handle.get());
-    if (archive_read_open(handle.get(), &source, nullptr, ArchiveSource::read, nullptr) != ARCHIVE_OK)
+    const ArchiveReader handle(KXLibarchive().readNew(), KXLibarchive().readFree);
+    KXLibarchive().readSupportFormatCpio(handle.get());
+    if (KXLibarchive().readOpen(handle.get(), &source, nullptr, ArchiveSource::read, nullptr) != ARCHIVE_OK)
         return archiveError(handle.get(), path);
     archive_entry *entry = nullptr;
     for (int entries = 0;; ++entries) {
-        const int code = archive_read_next_header(handle.get(), &entry);
+        const int code = KXLibarchive().readNextHeader(handle.get(), &entry);
         if (code == ARCHIVE_EOF)
             break;
         if (code != ARCHIVE_OK)
             return archiveError(handle.get(), path);
-        QByteArray name(archive_entry_pathname(entry));
+        QByteArray name(KXLibarchive().entryPathname(entry));
         if (name.startsWith("./"))
             name.remove(0, 2);
-        if (archive_entry_filetype(entry) == AE_IFDIR && (name.isEmpty() || name == "."))
+        if (KXLibarchive().entryFiletype(entry) == AE_IFDIR && (name.isEmpty() || name == "."))
             continue;
-        if (archive_entry_filetype(entry) != AE_IFREG || name.isEmpty() || name.contains('/') || name == ".."
+        if (KXLibarchive().entryFiletype(entry) != AE_IFREG || name.isEmpty() || name.contains('/') || name == ".."
             || entries == archiveMostEntries)
             return KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::NotAStore,
                 KXStringWithFormat("%@ is not a backup of a store", path));
         // The reader unpacks just the size that the entry names.
-        room -= archive_entry_size(entry);
+        room -= KXLibarchive().entrySize(entry);
         if (room < 0)
             return KXError(KXKestrixKitErrorDomain, KXStoreErrorCode::NotAStore,
                 KXStringWithFormat("%@ would unpack to more than a hundred times its size and 1 GiB", path));
@@ -241,7 +252,7 @@ KXError KXStoreArchiver::unpack(const QString &path, const QString &folder, cons
             return error;
         QByteArray block(archiveBlock, Qt::Uninitialized);
         la_ssize_t size = 0;
-        while ((size = archive_read_data(handle.get(), block.data(), archiveBlock)) > 0) {
+        while ((size = KXLibarchive().readData(handle.get(), block.data(), archiveBlock)) > 0) {
             if (KXError error = file.write(QByteArrayView(block.constData(), size)))
                 return error;
             if (progress)

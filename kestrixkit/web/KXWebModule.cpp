@@ -8,9 +8,6 @@ KXWebModule::~KXWebModule() = default;
 
 const KXWebModule *KXWebModule::shared()
 {
-    static const KXWebModule *const loaded = [] {
-        const auto function = KXModule::function("webengine", "KXWebEngineModule");
-        return function ? reinterpret_cast<const KXWebModule *(*)()>(function)() : nullptr;
-    }();
+    static const KXWebModule *const loaded = KXModule::offer<KXWebModule>("webengine", "KXWebEngineModule");
     return loaded;
 }

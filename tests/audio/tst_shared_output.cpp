@@ -38,7 +38,7 @@ protected:
         const double before = player.currentTime();
         float side[256];
         int frames = 0;
-        QTest::qWaitFor([&] { return (frames += output->crank(side, side, 256)) >= 256; }, 2000);
+        (void)QTest::qWaitFor([&] { return (frames += output->crank(side, side, 256)) >= 256; }, 2000);
         return player.currentTime() - before;
     }
 
@@ -162,8 +162,9 @@ TEST_F(SharedOutput, resumingSaysWhereItWasTakenBack)
         one.playItem(item(8000));
         ASSERT_TRUE(waitFor(one, KXAudioPlayerStatePlaying));
         const auto observer = one.onChangeOf(u"state"_s, [&](const KXKeyValueChange &) {
-            if (one.state() == KXAudioPlayerStateStopped)
+            if (one.state() == KXAudioPlayerStateStopped) {
                 EXPECT_TRUE(one.resume());
+            }
         });
         EXPECT_FALSE(other.resume());
         EXPECT_EQ(other.state(), KXAudioPlayerStateStopped);

@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <kestrixkit/audio/KXAudioFile.h>
-#include <kestrixkit/audio/KXStreamAddress_p.h>
+#include <kestrixkit/audio/KXFFmpeg_p.h>
 
 #include <support/AudioFiles.h>
 #include <support/HttpServer.h>
@@ -23,13 +23,16 @@ QByteArray musicBytes(int frames = 5000)
     return file.readAll();
 }
 
+}
+
 class StreamAddress : public ::testing::Test
 {
 protected:
     /// From here on the server counts as one of a private network, others as public.
     void makePrivate(const HttpServer &server)
     {
-        KXStreamAddress::setPrivateRule([port = server.url().port()](const QUrl &url) { return url.port() == port; });
+        KXFFmpeg::shared()->setPrivateRule(
+            [port = server.url().port()](const QUrl &url) { return url.port() == port; });
     }
     void SetUp() override
     {
@@ -39,7 +42,7 @@ protected:
     }
     void TearDown() override
     {
-        KXStreamAddress::setPrivateRule({});
+        KXFFmpeg::shared()->setPrivateRule({});
         KXAudioFile::setFollowsPrivateRedirects(false);
     }
     static KXAudioFileStatus open(const HttpServer &server, const KXAudioFileOptions &options = {})
@@ -57,17 +60,15 @@ protected:
     const QByteArray music = musicBytes();
 };
 
-}
-
 TEST(PrivateAddress, isKnown)
 {
     for (const auto &text : { "127.0.0.1", "127.9.9.9", "0.0.0.0", "10.1.2.3", "172.16.0.1", "172.31.255.255",
              "192.168.1.1", "169.254.169.254", "100.64.0.1", "224.0.0.251", "255.255.255.255", "::1", "::", "fe80::1",
              "fc00::1", "fd12:3456::1", "ff02::fb", "::ffff:127.0.0.1", "::ffff:192.168.0.1", "fec0::1" })
-        EXPECT_TRUE(KXStreamAddress::isPrivate(QHostAddress(QString::fromLatin1(text)))) << text;
+        EXPECT_TRUE(KXFFmpeg::shared()->isPrivate(QString::fromLatin1(text))) << text;
     for (const auto &text : { "8.8.8.8", "172.32.0.1", "172.15.0.1", "100.128.0.1", "192.169.0.1", "11.0.0.1",
              "2001:4860:4860::8888", "64:ff9b::808:808", "::ffff:8.8.8.8" })
-        EXPECT_FALSE(KXStreamAddress::isPrivate(QHostAddress(QString::fromLatin1(text)))) << text;
+        EXPECT_FALSE(KXFFmpeg::shared()->isPrivate(QString::fromLatin1(text))) << text;
 }
 
 TEST_F(StreamAddress, publicServersDoNotLeadInside)
@@ -130,7 +131,7 @@ TEST_F(StreamAddress, otherRedirectsAreFollowed)
     EXPECT_LT(open(other), 0);
     makePrivate(indirect); // which may lead anywhere, as it is our own
     EXPECT_EQ(open(indirect), 0);
-    KXStreamAddress::setPrivateRule({}); // and so is loopback
+    KXFFmpeg::shared()->setPrivateRule({}); // and so is loopback
     EXPECT_EQ(open(indirect), 0);
 }
 

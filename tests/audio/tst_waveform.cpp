@@ -335,10 +335,10 @@ TEST_F(Waveform, whatCannotBeDrawnIsNoError)
     // What is too large is refused, and says so.
     for (const QSizeF &size : { QSizeF(1e12, 1e12), QSizeF(INFINITY, 10), QSizeF(INFINITY, 0), QSizeF(10, INFINITY),
              QSizeF(32'768, 10), QSizeF(32'767, 32'767) }) {
-        const auto generator = make(makeSound(100, 2), size);
+        const auto tooLarge = make(makeSound(100, 2), size);
         Events events;
-        events.listenTo(*generator);
-        run(generator);
+        events.listenTo(*tooLarge);
+        run(tooLarge);
         ASSERT_EQ(events.names.size(), 1);
         EXPECT_TRUE(events.names.front().endsWith(u"pixels is too large"_s)) << events.names.front().toStdString();
     }

@@ -8,7 +8,7 @@
 #include <kestrixkit/audio/KXAudioFile.h>
 #include <kestrixkit/audio/KXAudioFileGrowth_p.h>
 #include <kestrixkit/audio/KXLocalPath_p.h>
-#include <kestrixkit/audio/KXStreamAddress_p.h>
+#include <kestrixkit/audio/ffmpeg/KXStreamAddress_p.h>
 #include <kestrixkit/foundation/KXLog.h>
 
 extern "C" {

@@ -11,4 +11,6 @@ public:
         const QUrl &url, const KXAudioFileOptions &options, qint64 bytes, QByteArray &hash) const override;
     [[nodiscard]] QByteArray cover(const QString &path, qint64 mostBytes) const override;
     [[nodiscard]] std::unique_ptr<KXRateConverter> rateConverter(int from, int to) const override;
+    [[nodiscard]] bool isPrivate(const QString &address) const override;
+    void setPrivateRule(std::function<bool(const QUrl &)> rule) const override;
 };

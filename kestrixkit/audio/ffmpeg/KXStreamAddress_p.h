@@ -27,12 +27,12 @@ struct Asker
 /// from there is led astray, which `isFinal` says. One of a private network may lead anywhere where nothing is refused,
 /// and is left alone. KXAudioFileForbiddenError where a public one leads to a private one, or any to what is refused.
 /// Any thread.
-KX_AUDIO_EXPORT KXAudioFileStatus resolve(QUrl &address, bool &isFinal, const Asker &asker);
+KXAudioFileStatus resolve(QUrl &address, bool &isFinal, const Asker &asker);
 
 /// Whether an address is this machine's, or that of a network without a way to it from outside.
-[[nodiscard]] KX_AUDIO_EXPORT bool isPrivate(const QHostAddress &address);
+[[nodiscard]] bool isPrivate(const QHostAddress &address);
 
 /// What counts as private instead, for tests, whose servers are all on loopback. Null: the rule again.
-KX_AUDIO_EXPORT void setPrivateRule(std::function<bool(const QUrl &)> rule);
+void setPrivateRule(std::function<bool(const QUrl &)> rule);
 
 }

@@ -1,4 +1,4 @@
-#include <kestrixkit/audio/KXAudioProbeLog_p.h>
+#include <kestrixkit/audio/KXPortAudioLibrary_p.h>
 
 #include <cstdarg>
 #include <cstdio>
@@ -31,7 +31,8 @@ void logProbeOfALSA(const char *file, int line, const char *function, int error,
     KXLogDebug(audio, "%s:%d %s (%d): %s", file, line, function, error, text);
 }
 
-/// A function of one of the libraries that PortAudio was built with; nullptr where it was built without.
+/// A function of one of the libraries that PortAudio was built with, which this module alone sees; nullptr where it was
+/// built without.
 template <typename Function> Function probedFunction(const char *name)
 {
     return reinterpret_cast<Function>(dlsym(RTLD_DEFAULT, name));

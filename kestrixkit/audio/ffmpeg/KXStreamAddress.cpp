@@ -1,4 +1,4 @@
-#include <kestrixkit/audio/KXStreamAddress_p.h>
+#include <kestrixkit/audio/ffmpeg/KXStreamAddress_p.h>
 
 #include <algorithm>
 #include <mutex>
@@ -12,6 +12,7 @@
 #include <QNetworkReply>
 #include <QTimer>
 
+#include <kestrixkit/audio/ffmpeg/KXFFmpegLibraries_p.h>
 #include <kestrixkit/foundation/KXLog.h>
 
 using namespace Qt::StringLiterals;
@@ -164,4 +165,14 @@ KXAudioFileStatus KXStreamAddress::resolve(QUrl &address, bool &isFinal, const A
         status = KXAudioFileConnectionError;
     }
     return status;
+}
+
+bool KXFFmpegLibraries::isPrivate(const QString &address) const
+{
+    return KXStreamAddress::isPrivate(QHostAddress(address));
+}
+
+void KXFFmpegLibraries::setPrivateRule(std::function<bool(const QUrl &)> rule) const
+{
+    KXStreamAddress::setPrivateRule(std::move(rule));
 }
