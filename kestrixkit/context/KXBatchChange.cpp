@@ -51,7 +51,9 @@ std::optional<size_t> KXBatchChangeOperation::carryOut(KXManagedObjectContext &c
     const KXEntityDescription &entity = rows.entity(m_change->entityName);
     const size_t count = std::min(most, changeMost);
     const std::span<const qint64> keys = std::span<const qint64>(m_keys).subspan(from, count);
-    rows.fill(entity, keys);
+    outcome->error = rows.fill(entity, keys);
+    if (outcome->error)
+        return std::nullopt;
     QList<KXRef<KXManagedObject>> objects;
     std::vector<qint64> changed;
     for (const qint64 key : keys) {

@@ -205,7 +205,9 @@ private:
         std::vector<qint64> keys;
         for (const Step &step : steps)
             keys.push_back(step.key);
-        rows.fill(entity, keys);
+        outcome->error = rows.fill(entity, keys);
+        if (outcome->error)
+            return false;
         std::vector<Step> done;
         qint64 kept = 0;
         for (const Step &step : steps) {

@@ -1,5 +1,7 @@
 #include <kestrixkit/context/KXChangesTogether_p.h>
 
+#include <exception>
+
 using Object = KXManagedObject;
 
 void KXChangesTogether::willSet(Object *object, const KXPropertyDescription &property)
@@ -22,10 +24,18 @@ void KXChangesTogether::willLink(
 
 void KXChangesTogether::tell()
 {
+    std::exception_ptr thrown;
     for (const Announced &one : std::exchange(m_announced, {})) {
-        if (one.kind == KXChangeKind::Setting)
-            one.object->didChangeValueForKey(one.property->name());
-        else
-            one.object->didChangeValueForKey(one.property->name(), one.kind, one.gone, one.come);
+        try {
+            if (one.kind == KXChangeKind::Setting)
+                one.object->didChangeValueForKey(one.property->name());
+            else
+                one.object->didChangeValueForKey(one.property->name(), one.kind, one.gone, one.come);
+        } catch (...) {
+            if (!thrown)
+                thrown = std::current_exception();
+        }
     }
+    if (thrown)
+        std::rethrow_exception(thrown);
 }

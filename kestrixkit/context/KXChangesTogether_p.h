@@ -16,6 +16,7 @@ public:
     /// The object must be observed.
     void willLink(
         KXManagedObject *object, const KXPropertyDescription &property, const KXRef<KXManagedObject> &member, bool add);
+    /// All of them; then what the first of them threw is thrown.
     void tell();
 
 private:

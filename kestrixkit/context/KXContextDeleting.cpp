@@ -118,6 +118,7 @@ void KXContextEditor::readForDeletion(std::span<const KXRef<Object>> doomed)
 void KXContextEditor::remove(std::vector<KXRef<Object>> doomed)
 {
     m_keeper.checkThread();
+    const auto held = m_keeper.hold();
     size_t read = 0;
     for (size_t i = 0; i < doomed.size(); ++i) { // with those that cascades reach, however deep
         if (i == read) {

@@ -149,7 +149,9 @@ bool KXContextFetcher::fetchInMemory(std::vector<qint64> &keys)
     constexpr size_t batch = 1000;
     for (size_t from = 0; from < all.size(); from += batch) {
         const auto part = std::span(all).subspan(from, std::min(batch, all.size() - from));
-        m_context.reader.fill(m_entity, part);
+        m_error = m_context.reader.fill(m_entity, part);
+        if (m_error)
+            return false;
         for (const qint64 key : part) {
             if (KXRef<Object> object; isWanted(key, object))
                 objects.push_back(object);
@@ -198,7 +200,9 @@ bool KXContextFetcher::fetch(std::vector<qint64> &keys)
     std::erase_if(keys, [this](qint64 key) { return m_affected.contains(key); });
     std::vector<qint64> affected(m_affected.begin(), m_affected.end());
     std::sort(affected.begin(), affected.end());
-    m_context.reader.fill(m_entity, affected);
+    m_error = m_context.reader.fill(m_entity, affected);
+    if (m_error)
+        return false;
     std::vector<KXRef<Object>> wanted;
     for (const qint64 key : affected) {
         if (KXRef<Object> object; isWanted(key, object))
@@ -261,7 +265,9 @@ bool KXContextFetcher::count(qint64 &number)
             return false;
         number -= numbers.front();
         const std::vector<qint64> affected(m_affected.begin(), m_affected.end());
-        m_context.reader.fill(m_entity, affected);
+        m_error = m_context.reader.fill(m_entity, affected);
+        if (m_error)
+            return false;
         for (const qint64 key : affected) {
             KXRef<Object> object;
             number += isWanted(key, object);

@@ -1,6 +1,7 @@
 #include <kestrixkit/context/KXContextMerger_p.h>
 
 #include <kestrixkit/foundation/KXLog.h>
+#include <kestrixkit/foundation/KXRunCaught_p.h>
 #include <kestrixkit/foundation/KXUndoGuards.h>
 #include <kestrixkit/foundation/KXUndoManager.h>
 
@@ -23,7 +24,10 @@ void KXContextMerger::noteRefreshed(Object *object, const KXPropertyDescription 
 
 void KXContextMerger::tell()
 {
-    m_together.tell();
+    // What was saved is to be told of, whatever one observer does.
+    KXRunCaught("observers of a merge", [this] { m_together.tell(); });
+    for (KXChangesTogether &changes : m_takenBack)
+        KXRunCaught("observers of a merge", [&changes] { changes.tell(); });
     m_context.announcer.announce(std::exchange(m_did, {}));
 }
 
@@ -178,7 +182,9 @@ void KXContextMerger::breakCircle(Object *object, const KXPropertyDescription &p
             const KXUndoRegistrationOff off(m_context.recorder.manager().get());
             const KXRef<Object> home = before ? m_context.reader.object(destination, before) : KXRef<Object>();
             const bool isFree = home && m_context.editor.mayConnect(mover.get(), moved, home.get());
+            KXContextEditor::Together together(m_context.editor);
             m_context.editor.setToOne(mover.get(), moved, isFree ? home.get() : nullptr);
+            m_takenBack.push_back(together.take());
             return;
         }
         mover = m_context.reader.object(destination, now);
@@ -385,6 +391,7 @@ void KXManagedObjectContextPrivate::mergeChanges(const KXStoreChange &change)
     checkThread();
     if (!store || parent || change.originatingContext() == q || change.store()->uuid != store->identity->uuid)
         return;
+    const auto held = hold();
     // What was done here before is told before.
     announcer.settle();
     // Another coordinator's saves are numbered otherwise.

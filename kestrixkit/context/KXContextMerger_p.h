@@ -77,4 +77,5 @@ private:
     KXObjectsDidChange m_did;
     QHash<const KXPropertyDescription *, QSet<QString>> m_alone; // what objects of which one property changed share
     KXChangesTogether m_together;
+    std::vector<KXChangesTogether> m_takenBack; // moves
 };

@@ -20,15 +20,16 @@ namespace {
 /// Rows between the first and the last key are read in one go when they are not many more than those wanted.
 constexpr qint64 readerDenseFactor = 4;
 
-/// Gives the rows of the keys, which are sorted, to `take`. Answers SQLITE_DONE or the code of what went wrong.
+/// Gives the rows of the keys, which are sorted, to `take`.
 template <typename Take>
-int readerRows(KXSQLiteConnection &connection, const QByteArray &select, std::vector<KXWantedRow> &wanted, Take &&take)
+KXError readerRows(
+    KXSQLiteConnection &connection, const QByteArray &select, std::vector<KXWantedRow> &wanted, Take &&take)
 {
     int code = SQLITE_DONE;
     if (wanted.size() > 1 && wanted.back().key - wanted.front().key < readerDenseFactor * qint64(wanted.size())) {
         KXStatement rows = connection.prepare(select + " WHERE t0.kx_id BETWEEN ? AND ?");
         if (!rows)
-            return SQLITE_ERROR;
+            return connection.lastError();
         rows.bind(1, wanted.front().key);
         rows.bind(2, wanted.back().key);
         auto next = wanted.begin();
@@ -39,22 +40,22 @@ int readerRows(KXSQLiteConnection &connection, const QByteArray &select, std::ve
             if (next != wanted.end() && next->key == key)
                 take(rows, *next);
         }
-        return code;
+        return code == SQLITE_DONE ? KXError() : connection.lastError();
     }
     const KXReadTransaction transaction(connection, wanted.size() > 1);
     KXStatement row = connection.prepare(select + " WHERE t0.kx_id = ?");
     if (!row)
-        return SQLITE_ERROR;
+        return connection.lastError();
     for (KXWantedRow &one : wanted) {
         row.bind(1, one.key);
         code = row.step();
         if (code == SQLITE_ROW)
             take(row, one);
         else if (code != SQLITE_DONE)
-            return code;
+            return connection.lastError(); // before the transaction's end says something else
         row.reset();
     }
-    return SQLITE_DONE;
+    return {};
 }
 
 }
@@ -179,13 +180,12 @@ KXError KXContextReader::fillFromStore(const KXEntityDescription &entity, std::v
         (discriminator ? m_store->codec(*actual) : codec).read(row, *values);
     };
 
-    const bool isDone = readerRows(*reader, codec.select(), wanted, take) == SQLITE_DONE;
-    const KXError problem = isDone ? KXError() : reader->lastError();
+    KXError problem = readerRows(*reader, codec.select(), wanted, take);
     for (const KXRef<Object> &object : filled) {
         m_workingSet.keep(object.get());
         Access::awakeFromFetch(object.get()); // without a reading statement open: it may read
     }
-    if (!isDone) {
+    if (problem) {
         // Not read is not gone: the objects stay faults and are asked for again.
         KXLogError(store, "Cannot read rows of \"%@\": %@", entity.name(), problem);
         return problem;

@@ -306,6 +306,7 @@ KXError KXContextSaver::write(KXSQLiteConnection &connection)
 
 bool KXManagedObjectContextPrivate::save(KXError *error)
 {
+    const KXManagedObjectContext::Ref held = q->weak_from_this().lock(); // whoever is told may let go of it
     announcer.settle();
     KXContextSaver saver(*this);
     if (!saver.collect())
@@ -314,7 +315,6 @@ bool KXManagedObjectContextPrivate::save(KXError *error)
         return KXSetError(error, KXPersistentStorePrivate::notOpen());
     if (KXError problem = saver.validate())
         return KXSetError(error, problem);
-    const KXManagedObjectContext::Ref held = q->weak_from_this().lock(); // whoever is told may let go of it
     KXContextMerger others(*this); // what their saves had to do with this one
     std::shared_ptr<const KXStoreChange> change;
     if (parent) {
@@ -340,8 +340,8 @@ bool KXManagedObjectContextPrivate::saveRows(const WriteRows &write, KXError *er
 {
     if (!store)
         return KXSetError(error, KXPersistentStorePrivate::notOpen());
-    announcer.settle();
     const KXManagedObjectContext::Ref held = q->weak_from_this().lock();
+    announcer.settle();
     std::vector<KXEntityChange> changes;
     KXStoreSchema::ChangeNumbers numbers;
     std::shared_ptr<const KXStoreChange> change;

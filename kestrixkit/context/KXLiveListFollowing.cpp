@@ -129,9 +129,13 @@ void KXLiveList::placeArrivals()
         m_borrowed->announcer.processPendingChanges(); // who is told may place them, or end the list
     if (!context || !alive || m_arrivals.empty())
         return;
-    Touched touched;
-    takeArrivals(m_arrivalsPerTurn > 0 ? size_t(m_arrivalsPerTurn) : m_arrivals.size(), touched);
-    place(touched);
+    if (m_valid) {
+        Touched touched;
+        takeArrivals(m_arrivalsPerTurn > 0 ? size_t(m_arrivalsPerTurn) : m_arrivals.size(), touched);
+        place(touched);
+    } else {
+        refetch(); // those of an earlier turn could not be read
+    }
     settle();
 }
 
@@ -272,9 +276,10 @@ void KXLiveList::place(const Touched &touched)
         return found != olds.end() && found->key == key ? &*found : nullptr;
     };
 
-    m_valid = !m_borrowed->reader.fill(*m_entity, touched.keys);
-    if (!m_valid)
-        return; // rows that are not read are not gone
+    if (m_borrowed->reader.fill(*m_entity, touched.keys)) {
+        m_valid = false; // rows that are not read are not gone
+        return;
+    }
     std::vector<KXRef<Object>> wanted;
     std::vector<qint64> gone, come, moved;
     for (const qint64 key : touched.keys) {

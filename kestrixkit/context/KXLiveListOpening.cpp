@@ -63,8 +63,15 @@ bool KXLiveList::openWithFirstRows()
 
 void KXLiveList::completeAside()
 {
-    if (m_complete || m_context.expired())
+    if (m_context.expired())
         return;
+    if (m_complete) { // who asked for all of them was faster
+        if (m_following)
+            m_due = true;
+        else if (m_doubtful)
+            refetch();
+        return;
+    }
     m_aside = std::make_shared<Aside>(*m_borrowed, m_request);
     Aside &aside = *m_aside;
     if (!aside.fetcher.isAnsweredByStore())
@@ -126,4 +133,6 @@ void KXLiveList::complete() const
         self->noteFetch();
     self->assume(keys);
     self->m_doubtful = keys != m_keys;
+    if (m_doubtful && m_later && !m_later->isPending())
+        m_later->start(liveListCompletesAfter, [self] { self->completeAside(); });
 }

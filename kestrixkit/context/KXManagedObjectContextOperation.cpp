@@ -24,6 +24,8 @@ KXManagedObjectContextOperation::~KXManagedObjectContextOperation()
 {
     m_saves.reset();
     operationLetGoOf(std::move(m_mainContext));
+    if (m_isLocalOfMainThread)
+        operationLetGoOf(std::move(m_localContext));
 }
 
 KXManagedObjectContext::Ref KXManagedObjectContextOperation::mainContext() const
@@ -47,6 +49,7 @@ KXManagedObjectContext::Ref KXManagedObjectContextOperation::localContext()
     if (!m_localContext && m_mainContext) {
         m_localContext = KXManagedObjectContext::contextWithPersistentStoreCoordinator(
             m_mainContext->persistentStoreCoordinator());
+        m_isLocalOfMainThread = KXMainQueue::isMainThread();
         m_localContext->setUndoManager(nullptr); // which it has on the main thread
         // A save may be announced on one thread while another lets go of the operation: it then stays until the call
         // has returned. One that nobody shares is safe as well, since the token's end waits for the call.

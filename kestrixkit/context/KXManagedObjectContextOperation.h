@@ -40,6 +40,7 @@ private:
     mutable std::mutex m_mutex;
     KXManagedObjectContext::Ref m_mainContext;
     KXManagedObjectContext::Ref m_localContext;
+    bool m_isLocalOfMainThread = false;
     std::atomic<bool> m_merges { false };
     KXNotificationToken m_saves;
 };

@@ -39,6 +39,12 @@ bool isIntegerType(int type)
     }
 }
 
+bool isBeyondSigned(const QVariant &value)
+{
+    return (value.typeId() == QMetaType::ULongLong || value.typeId() == QMetaType::ULong)
+        && value.toULongLong() > quint64(std::numeric_limits<qint64>::max());
+}
+
 QVariant integerInRange(const QVariant &value, qint64 lowest, qint64 highest)
 {
     bool ok = false;
@@ -52,7 +58,7 @@ QVariant integerInRange(const QVariant &value, qint64 lowest, qint64 highest)
         const KXDecimal decimal = value.value<KXDecimal>();
         number = QVariant(decimal.toString()).toLongLong(&ok);
     } else if (isIntegerType(type) || type == QMetaType::QString) {
-        if (type == QMetaType::ULongLong && value.toULongLong() > quint64(std::numeric_limits<qint64>::max()))
+        if (isBeyondSigned(value))
             return {};
         number = value.toLongLong(&ok);
     }
@@ -63,6 +69,8 @@ QVariant decimalFrom(const QVariant &value)
 {
     if (value.typeId() == qMetaTypeId<KXDecimal>())
         return value;
+    if (isBeyondSigned(value))
+        return QVariant::fromValue(KXDecimal::fromString(value.toString()).value_or(KXDecimal()));
     if (isIntegerType(value.typeId()))
         return QVariant::fromValue(KXDecimal::fromInteger(value.toLongLong()));
     if (value.typeId() == QMetaType::Double || value.typeId() == QMetaType::Float)

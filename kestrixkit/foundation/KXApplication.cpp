@@ -55,13 +55,15 @@ public:
         const std::lock_guard lock(m_mutex);
         return m_functions.empty() ? Function() : m_functions.rbegin()->second;
     }
-    std::vector<Function> newestFirst() const
+    std::vector<std::pair<quint64, Function>> newestFirst() const
     {
         const std::lock_guard lock(m_mutex);
-        std::vector<Function> functions;
-        for (auto at = m_functions.rbegin(); at != m_functions.rend(); ++at)
-            functions.push_back(at->second);
-        return functions;
+        return { m_functions.rbegin(), m_functions.rend() };
+    }
+    bool has(quint64 serial) const
+    {
+        const std::lock_guard lock(m_mutex);
+        return m_functions.contains(serial);
     }
 
 private:
@@ -127,8 +129,10 @@ KXScopeToken KXApplication::registerEditor(const void *subject, Editor editor)
 
 bool KXApplication::commitEditing(const void *subject)
 {
-    for (const ApplicationEditor &editor : applicationServices().editors.newestFirst()) {
-        if (editor.subject == subject && editor.commit && !editor.commit())
+    const auto &editors = applicationServices().editors;
+    for (const auto &[serial, editor] : editors.newestFirst()) {
+        // An earlier one may have ended others.
+        if (editor.subject == subject && editor.commit && editors.has(serial) && !editor.commit())
             return false;
     }
     return true;

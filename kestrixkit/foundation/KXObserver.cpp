@@ -66,28 +66,32 @@ void KXKeyPathChain::dropLinks(size_t from)
     }
 }
 
-void KXKeyPathChain::linkWillChange(const KXKeyAnnouncement &announcement)
+/// As the chain passes it on: members come and go only where the path itself ends at the to-many key.
+KXKeyAnnouncement KXKeyPathChain::passed(size_t index, const KXKeyAnnouncement &announcement) const
+{
+    const bool last = index + 1 == size_t(m_keys.size());
+    KXKeyAnnouncement passed = announcement;
+    if (!last || m_owner || announcement.key != m_keys.last())
+        passed.kind = KXChangeKind::Setting;
+    return passed;
+}
+
+void KXKeyPathChain::linkWillChange(size_t index, const KXKeyAnnouncement &announcement)
 {
     if (m_owner)
-        m_owner->willChange(announcement);
+        m_owner->willChange(passed(index, announcement));
     else
-        m_observer.willChange(announcement);
+        m_observer.willChange(passed(index, announcement));
 }
 
 void KXKeyPathChain::linkDidChange(size_t index, const KXKeyAnnouncement &announcement)
 {
-    const bool last = index + 1 == size_t(m_keys.size());
-    if (!last)
+    if (index + 1 < size_t(m_keys.size()))
         extend(index + 1);
-    // Members come and go only where the path itself ends at the to-many key.
-    const bool direct = last && !m_owner && announcement.key == m_keys.last();
-    KXKeyAnnouncement passed = announcement;
-    if (!direct)
-        passed.kind = KXChangeKind::Setting;
     if (m_owner)
-        m_owner->didChange(passed);
+        m_owner->didChange(passed(index, announcement));
     else
-        m_observer.didChange(passed);
+        m_observer.didChange(passed(index, announcement));
 }
 
 // ----------------------------------------------------------------------------------------------- the link
@@ -129,7 +133,7 @@ bool KXKeyPathLink::concerns(QStringView key) const
 void KXKeyPathLink::willChange(const KXKeyAnnouncement &announcement)
 {
     const KXObserverPrivate::Busy busy(m_chain.m_observer);
-    m_chain.linkWillChange(announcement);
+    m_chain.linkWillChange(m_index, announcement);
 }
 
 void KXKeyPathLink::didChange(const KXKeyAnnouncement &announcement)

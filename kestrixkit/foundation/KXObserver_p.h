@@ -75,11 +75,12 @@ public:
     // depend on each other in a ring.
     bool repeats(const KXObservable *root, const QString &keyPath) const;
 
-    void linkWillChange(const KXKeyAnnouncement &announcement);
+    void linkWillChange(size_t index, const KXKeyAnnouncement &announcement);
     void linkDidChange(size_t index, const KXKeyAnnouncement &announcement);
     void dropLinks(size_t from);
 
 private:
+    [[nodiscard]] KXKeyAnnouncement passed(size_t index, const KXKeyAnnouncement &announcement) const;
     void extend(size_t from);
 
     KXObserverPrivate &m_observer;

@@ -123,6 +123,37 @@ TEST(Folders, theLaterOfTwoMovesIntoEachOtherGivesWay)
     EXPECT_TRUE(Notes::isTree(*Context::contextWithPersistentStoreCoordinator(coordinator)));
 }
 
+/// Observers of a move that a merge takes back are told when all of the save has been merged.
+TEST(Folders, whoSeesAMoveTakenBackSeesAllOfTheSave)
+{
+    const QTemporaryDir folder;
+    const auto coordinator = KXPersistentStoreCoordinator::persistentStoreCoordinatorWithStoreURL(
+        QUrl::fromLocalFile(folder.filePath(u"notes"_s)), Notes::model());
+    const auto first = Context::contextWithPersistentStoreCoordinator(coordinator);
+    const auto second = Context::contextWithPersistentStoreCoordinator(coordinator);
+    const auto a = first->managedObjectForEntity(u"Folder"_s), b = first->managedObjectForEntity(u"Folder"_s),
+               gone = first->managedObjectForEntity(u"Folder"_s);
+    ASSERT_TRUE(first->save(nullptr));
+    EXPECT_TRUE(a->setValueForKey(u"parent"_s, Notes::keyed(b)));
+    first->processPendingChanges();
+    std::shared_ptr<const KXStoreChange> change;
+    const auto token = coordinator->addChangeObserver([&](const auto &news) { change = news; });
+    EXPECT_TRUE(second->objectWithID(b->objectID())
+                    ->setValueForKey(u"parent"_s, Notes::keyed(second->objectWithID(a->objectID()))));
+    second->removeManagedObject(second->objectWithID(gone->objectID()));
+    ASSERT_TRUE(second->save(nullptr));
+    int told = 0;
+    const auto observer = a->onChangeOf(u"parent"_s, [&](const KXKeyValueChange &) {
+        ++told;
+        EXPECT_FALSE(gone->managedObjectContext());
+    });
+    const KXTestLog log;
+    first->mergeChangesFromStoreChange(change);
+    EXPECT_TRUE(log.contains(u"another context has moved"_s));
+    EXPECT_GE(told, 1);
+    EXPECT_TRUE(Notes::isTree(*first));
+}
+
 /// A move that gave way has left nothing: who has moved the same folder, and not saved it, keeps that as an edit.
 TEST(Folders, ofAMoveThatGaveWayOthersHearNothing)
 {

@@ -2,12 +2,14 @@
 // that is gone is touched.
 
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 
 #include <kestrixkit/foundation/KXException.h>
 #include <kestrixkit/foundation/KXObserver.h>
 #include <kestrixkit/foundation/KXUndoManager.h>
 
 #include "context/Meeting.h"
+#include "support/KXTestLog.h"
 #include "support/KXTestRandom.h"
 
 using namespace Qt::StringLiterals;
@@ -276,4 +278,123 @@ TEST(Meddling, anObserverOfSavesThatThrowsStopsNobody)
         EXPECT_TRUE(library.context->save());
         EXPECT_EQ(heard, saves);
     }
+}
+
+/// Whoever is told may hold the last of the context.
+TEST(Meddling, anObserverMayLetGoOfTheContextThatTells)
+{
+    const auto letGo = [](const char *when,
+                           const std::function<void(KXManagedObjectContext &, const KXRef<Track> &)> &act) {
+        Meeting library;
+        const auto saved = library.track(u"a"_s);
+        const auto album = Album::createInContext(*library.context);
+        album->setTitle(u"One"_s);
+        saved->setAlbum(album);
+        ASSERT_TRUE(library.context->save());
+        KXManagedObjectContext::Ref context = library.otherContext();
+        context->setUndoManager(nullptr);
+        const auto track = in(context, saved);
+        const std::weak_ptr<KXManagedObjectContext> alive = context;
+        auto *const raw = context.get();
+        const auto all = KXManagedObjectContext::onChange(raw, [&](const KXObjectsDidChange &) { context.reset(); });
+        const auto one
+            = in(context, album)->onChangeOf(u"tracks"_s, [&](const KXKeyValueChange &) { context.reset(); });
+        const auto other = track->onChangeOf(u"title"_s, [&](const KXKeyValueChange &) { context.reset(); });
+        act(*raw, track);
+        EXPECT_TRUE(alive.expired()) << when;
+    };
+    letGo("saving", [&](KXManagedObjectContext &context, const KXRef<Track> &track) {
+        track->setBpm(99);
+        KXError error;
+        EXPECT_TRUE(context.save(&error)) << error.localizedDescription().toStdString();
+    });
+    letGo("deleting", [](KXManagedObjectContext &context, const KXRef<Track> &track) {
+        context.deleteObjects({ track, in(context.shared_from_this(), track) });
+    });
+    letGo("giving up", [&](KXManagedObjectContext &context, const KXRef<Track> &track) {
+        track->setBpm(99);
+        context.rollback();
+    });
+    letGo("merging", [&](KXManagedObjectContext &context, const KXRef<Track> &track) {
+        std::shared_ptr<const KXStoreChange> change;
+        const auto token
+            = context.persistentStoreCoordinator()->addChangeObserver([&](const auto &news) { change = news; });
+        const auto writer
+            = KXManagedObjectContext::contextWithPersistentStoreCoordinator(context.persistentStoreCoordinator());
+        in(writer, track)->setTitle(u"c"_s);
+        ASSERT_TRUE(writer->save());
+        track->setBpm(99);
+        context.mergeChangesFromStoreChange(change);
+    });
+}
+
+/// What was saved is told of, whatever a key's observer throws.
+TEST(Meddling, anObserverOfAKeyThatThrowsKeepsNobodyFromAMerge)
+{
+    Meeting library;
+    const auto a = library.track(u"a"_s), b = library.track(u"b"_s);
+    ASSERT_TRUE(library.context->save());
+    in(library.other, a)->setTitle(u"A"_s);
+    in(library.other, b)->setTitle(u"B"_s);
+    ASSERT_TRUE(library.other->save());
+    int heard = 0;
+    const auto throwing = a->onChangeOf(u"title"_s, [](const KXKeyValueChange &) { throw std::runtime_error("no"); });
+    const auto alsoThrowing = b->onChangeOf(u"title"_s, [&](const KXKeyValueChange &) {
+        ++heard;
+        throw 1;
+    });
+    Announced announced(library.context);
+    const KXTestLog log;
+    library.mergeInto(library.context, { 1 });
+    EXPECT_EQ(heard, 1);
+    EXPECT_EQ(announced.refreshed.size(), 2);
+    EXPECT_TRUE(log.contains(u"observers of a merge"_s));
+    EXPECT_EQ(a->title(), u"A"_s);
+}
+
+/// A fetch or a count that could not read what it has to look at has no answer, rather than a small one.
+TEST(Meddling, rowsThatCannotBeReadAreNoAnswer)
+{
+    Meeting library;
+    library.track(u"a"_s)->setExtra(5);
+    ASSERT_TRUE(library.context->save());
+    const auto fresh = library.otherContext();
+    sqlite3 *file = nullptr;
+    ASSERT_EQ(sqlite3_open(library.path().toUtf8().constData(), &file), SQLITE_OK);
+    const auto rename = [file](const char *from, const char *to, const char *version) {
+        const QByteArray sql = QByteArray("PRAGMA writable_schema=ON; UPDATE sqlite_master SET sql = replace(sql, '")
+            + from + "', '" + to
+            + "') WHERE name = 'Track'; PRAGMA writable_schema=RESET; PRAGMA schema_version=" + version;
+        return sqlite3_exec(file, sql.constData(), nullptr, nullptr, nullptr);
+    };
+    ASSERT_EQ(rename("\"extra\"", "\"away\"", "1001"), SQLITE_OK);
+    const KXTestLog log;
+    KXError error;
+    const KXFetchRequest inMemory(u"Track"_s, KXPredicate::predicateWithFormat("extra == 5"));
+    EXPECT_EQ(fresh->count(inMemory, &error), -1);
+    EXPECT_TRUE(error);
+    EXPECT_TRUE(log.contains(u"no such column"_s));
+    ASSERT_EQ(rename("\"away\"", "\"extra\"", "1002"), SQLITE_OK);
+    sqlite3_close(file);
+    EXPECT_EQ(fresh->count(inMemory, &error), 1);
+}
+
+/// Lists of members that a path leads through have been something before.
+TEST(Meddling, anObserverOfAPathThroughMembersIsGivenWhatItLedTo)
+{
+    LibraryTest library;
+    const auto album = Album::createInContext(*library.context);
+    album->setTitle(u"One"_s);
+    library.track(u"a"_s)->setAlbum(album);
+    QVariant before, after;
+    const auto observer = KXObserver::observerFor(album.get(), u"tracks.title"_s,
+        KXObservingOptionOld | KXObservingOptionNew, [&](const KXKeyValueChange &change) {
+            EXPECT_EQ(change.kind, KXChangeKind::Setting);
+            before = change.oldValue;
+            after = change.newValue;
+        });
+    const auto added = library.track(u"b"_s);
+    album->addToTracks(added);
+    EXPECT_EQ(before.toStringList(), QStringList { u"a"_s });
+    EXPECT_EQ(after.toStringList().size(), 2);
 }

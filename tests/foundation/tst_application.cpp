@@ -170,4 +170,15 @@ TEST_F(Application, AnEditorMayRefuseToEndItsEditing)
     EXPECT_EQ(asked, QStringList({ u"first"_s, u"veto"_s, u"first"_s }));
 }
 
+TEST_F(Application, AnEditorThatAnotherEndsIsNotAsked)
+{
+    const int subject = 0;
+    auto first = KXApplication::registerEditor(&subject, [] { return false; });
+    const auto second = KXApplication::registerEditor(&subject, [&] {
+        first.reset();
+        return true;
+    });
+    EXPECT_TRUE(KXApplication::commitEditing(&subject));
+}
+
 }

@@ -2,6 +2,7 @@
 
 #include <QAbstractItemModelTester>
 #include <QSignalSpy>
+#include <QTest>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
@@ -197,6 +198,33 @@ TEST(LiveListModel, keepsRowsThatCannotBeRead)
     grove.branch(u"last"_s, {}, 9);
     grove.context->processPendingChanges();
     EXPECT_EQ(titles(), QStringList({ u"b1"_s, u"b2"_s, u"new"_s, u"b0"_s, u"last"_s }));
+}
+
+/// Rows of a large merge come in several turns, of which one may fail.
+TEST(LiveListModel, rowsOfATurnThatCouldNotBeReadComeWithTheNext)
+{
+    Grove grove;
+    grove.branch(u"first"_s, {}, 0);
+    ASSERT_TRUE(grove.context->save());
+    KXLiveList list(grove.context, KXFetchRequest(u"Branch"_s).setSortDescriptors({ { u"position"_s } }));
+    list.setArrivalsPerTurn(10);
+    const auto other = KXManagedObjectContext::contextWithPersistentStoreCoordinator(grove.coordinator);
+    std::shared_ptr<const KXStoreChange> change;
+    const auto token = grove.coordinator->addChangeObserver([&](const auto &news) { change = news; });
+    for (int i = 1; i <= 20; ++i)
+        Branch::createInContext(*other)->setPosition(i);
+    ASSERT_TRUE(other->save());
+    sqlite3 *file = nullptr;
+    ASSERT_EQ(sqlite3_open(grove.folder.filePath(u"grove.db"_s).toUtf8().constData(), &file), SQLITE_OK);
+    const auto run = [file](const char *sql) { return sqlite3_exec(file, sql, nullptr, nullptr, nullptr); };
+    grove.context->mergeChangesFromStoreChange(change);
+    ASSERT_TRUE(list.isSettling());
+    ASSERT_EQ(run("ALTER TABLE Branch RENAME TO Away"), SQLITE_OK);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return !list.isValid(); }));
+    ASSERT_EQ(run("ALTER TABLE Away RENAME TO Branch"), SQLITE_OK);
+    sqlite3_close(file);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return list.isValid(); }));
+    EXPECT_EQ(list.size(), 21);
 }
 
 TEST(LiveListModel, keepsAnEditThatCannotBeSaved)
