@@ -226,9 +226,8 @@ void KXCountTable::markForStore(const KXObjectsDidChange &did)
         return std::any_of(keys.begin(), keys.end(), [&](const QString &key) { return rule.allKeys.contains(key); });
     };
     static const std::vector<KXEntityChange> none;
-    for (Rule &rule : m_rules) {
-        if (!rule.isUsed || rule.isCondition || rule.reason.isEmpty())
-            continue;
+    for (const int number : m_byStore) {
+        Rule &rule = m_rules[size_t(number)];
         bool concerned = !did.inserted.isEmpty() || !did.deleted.isEmpty();
         for (auto keys = did.changedKeys.cbegin(); keys != did.changedKeys.cend() && !concerned; ++keys)
             concerned = mentions(rule, *keys);

@@ -274,8 +274,11 @@ QVariant KXCountTable::objects(const KXPropertyDescription &relationship, const 
 bool KXCountTable::countByStore(KXError *error)
 {
     bool answered = true;
+    m_byStore.clear();
     for (size_t i = 0; i < m_rules.size(); ++i) {
         Rule &rule = m_rules[i];
+        if (rule.isUsed && !rule.isCondition && !rule.reason.isEmpty())
+            m_byStore.push_back(int(i));
         if (isSettled(rule) || rule.reason.isEmpty() || rule.isRefused)
             continue;
         const qint64 number = m_context.count(KXFetchRequest(m_entity.name(), rule.predicate), error);

@@ -251,6 +251,7 @@ private:
     std::vector<int> m_owners; // of slots; -1: free
     size_t m_words = 0; // of a row of bits
     std::vector<int> m_trees; // rules that are not one slot
+    std::vector<int> m_byStore; // rules that the store counts, as of the last update()
     std::vector<int> m_changed;
     std::map<size_t, Order> m_orders; // by column
     quint64 m_evaluations = 0;

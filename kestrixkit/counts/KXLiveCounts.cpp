@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include <QMetaMethod>
+
 KXLiveCounts::KXLiveCounts(const KXManagedObjectContext::Ref &context, const QString &entityName,
     const QList<KXPredicate> &basePredicates, QObject *parent)
     : QObject(parent)
@@ -37,9 +39,21 @@ void KXLiveCounts::removeRule(const QString &identifier)
         d->removed.push_back(entry.number);
     else if (entry.number >= 0)
         d->table.removeRule(entry.number);
-    d->identifiers.remove(entry.number);
+    if (entry.number >= 0)
+        d->numbered[size_t(entry.number)] = nullptr;
     d->entries.erase(found);
     d->scheduleUpdate();
+}
+
+void KXLiveCounts::setTag(const QString &identifier, qint64 tag)
+{
+    if (const auto found = d->entries.find(identifier); found != d->entries.end())
+        found->second.tag = tag;
+}
+
+void KXLiveCounts::connectNotify(const QMetaMethod &signal)
+{
+    d->areIdentifiersTold |= signal == QMetaMethod::fromSignal(&KXLiveCounts::countsDidChange);
 }
 
 QStringList KXLiveCounts::identifiers() const
@@ -95,17 +109,22 @@ void KXLiveCounts::removeCondition(int number)
 void KXLiveCounts::ruleDidChange(const QString &identifier)
 {
     if (const auto found = d->entries.find(identifier); found != d->entries.end())
-        d->becomesDue(identifier, found->second);
+        d->becomesDue(found->second);
 }
 
 std::optional<qint64> KXLiveCounts::count(const QString &identifier) const
 {
     const auto found = d->entries.find(identifier);
-    if (found == d->entries.end() || found->second.number < 0)
+    return found == d->entries.end() ? std::nullopt : d->countOf(found->second);
+}
+
+std::optional<qint64> KXLiveCountsPrivate::countOf(const Entry &entry) const
+{
+    if (entry.number < 0)
         return std::nullopt;
-    if (d->isAway())
-        return found->second.shown;
-    const qint64 count = d->table.count(found->second.number);
+    if (isAway())
+        return entry.shown;
+    const qint64 count = table.count(entry.number);
     return count < 0 ? std::nullopt : std::optional(count);
 }
 
@@ -140,7 +159,7 @@ void KXLiveCounts::advance()
         if (std::find(d->timed.begin(), d->timed.end(), entry) == d->timed.end())
             continue;
         if (d->isAway())
-            d->becomesDue(d->identifiers.value(entry->number), *entry);
+            d->becomesDue(*entry);
         else
             d->tell(*entry);
     }

@@ -12,6 +12,13 @@
 
 class KXCountTable;
 class KXLiveCountsPrivate;
+
+/// What is counted for who knows it by a number.
+struct KXTaggedCount
+{
+    qint64 tag;
+    std::optional<qint64> count; ///< as KXLiveCounts::count()
+};
 class KXWhatIfCountsPrivate;
 
 /// How many objects of an entity fit each of a number of predicates, always right: while objects are edited, imported,
@@ -53,6 +60,9 @@ public:
     void setRule(const QString &identifier, Rule rule);
     void setRule(const QString &identifier, const KXPredicate &predicate);
     void removeRule(const QString &identifier);
+    /// A number of the caller's, such as an object's key, by which it is told of the count: taggedCountsDidChange().
+    /// Nothing for an unknown identifier.
+    void setTag(const QString &identifier, qint64 tag);
     [[nodiscard]] QStringList identifiers() const;
     /// The rule will be asked again like a new one, because what its predicate is made of has changed. It alone is
     /// counted anew, and where only bounds of numbers or dates moved, only what lies between the old and the new ones.
@@ -96,10 +106,15 @@ public:
     void recount();
 
 Q_SIGNALS:
+    /// Before countsDidChange(), of those among them that have a tag: for who follows very many.
+    void taggedCountsDidChange(const QList<KXTaggedCount> &counts);
     /// The counts of these identifiers have become others, or were made for the first time.
     void countsDidChange(const QStringList &identifiers);
     /// Everything that was due has been counted, whether or not that changed a count. After countsDidChange().
     void didUpdate();
+
+protected:
+    void connectNotify(const QMetaMethod &signal) override;
 
 private:
     friend class KXWhatIfCountsPrivate;

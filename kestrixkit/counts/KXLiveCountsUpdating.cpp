@@ -87,16 +87,19 @@ void KXLiveCountsPrivate::setDependsOnTime(Entry &entry, bool depends)
 
 void KXLiveCountsPrivate::setRule(const QString &identifier, KXLiveCounts::Rule rule, bool isConstant)
 {
-    Entry &entry = entries[identifier];
+    const auto known = entries.try_emplace(identifier).first;
+    Entry &entry = known->second;
+    entry.identifier = &known->first;
     entry.rule = std::move(rule);
     entry.isConstant = isConstant;
-    becomesDue(identifier, entry);
+    becomesDue(entry);
 }
 
-void KXLiveCountsPrivate::becomesDue(const QString &identifier, Entry &entry)
+/// Of one that is counted; conditions are told at once.
+void KXLiveCountsPrivate::becomesDue(Entry &entry)
 {
-    if (!std::exchange(entry.isDue, true))
-        due.push_back(identifier);
+    if (entry.identifier && !std::exchange(entry.isDue, true))
+        due.push_back(*entry.identifier);
     scheduleUpdate();
 }
 
@@ -112,7 +115,9 @@ bool KXLiveCountsPrivate::tellDue(bool atOnce)
         if (found == entries.end() || !std::exchange(found->second.isDue, false))
             continue;
         tell(found->second);
-        identifiers.insert(found->second.number, identifier);
+        const auto number = size_t(found->second.number);
+        numbered.resize(std::max(numbered.size(), number + 1));
+        numbered[number] = &found->second;
     }
     areManyDue &= !due.empty();
     return due.empty();
@@ -147,7 +152,7 @@ bool KXLiveCountsPrivate::sendAway()
         return false;
     QSet<QString> ordered;
     for (auto &[identifier, entry] : entries) {
-        entry.shown = q->count(identifier);
+        entry.shown = countOf(entry);
         for (const MovingDate &date : entry.moving)
             ordered.insert(date.keyPath);
     }
@@ -251,10 +256,19 @@ void KXLiveCountsPrivate::scheduleTimer()
 void KXLiveCountsPrivate::publish()
 {
     QStringList changed;
-    for (const int number : table.takeChanged()) {
-        if (const auto found = identifiers.constFind(number); found != identifiers.constEnd())
-            changed.append(*found);
+    QList<KXTaggedCount> tagged;
+    const std::vector<int> numbers = table.takeChanged();
+    tagged.reserve(qsizetype(numbers.size()));
+    for (const int number : numbers) {
+        const Entry *const entry = size_t(number) < numbered.size() ? numbered[size_t(number)] : nullptr;
+        if (entry && entry->tag)
+            tagged.append({ *entry->tag, countOf(*entry) });
+        if (entry && areIdentifiersTold)
+            changed.append(*entry->identifier);
     }
-    if (!changed.isEmpty())
+    const QPointer<KXLiveCounts> guard(q);
+    if (!tagged.isEmpty())
+        Q_EMIT q->taggedCountsDidChange(tagged);
+    if (guard && !changed.isEmpty())
         Q_EMIT q->countsDidChange(changed);
 }

@@ -33,6 +33,8 @@ public:
         bool isConstant = false; ///< the rule says the same at any moment
         bool isDue = false; ///< the rule is to be asked, and the table to be told
         std::optional<qint64> shown; ///< while the table is away
+        const QString *identifier = nullptr; ///< of a rule that is counted
+        std::optional<qint64> tag;
     };
 
     KXLiveCountsPrivate(KXLiveCounts *counts, KXManagedObjectContext::Ref managedObjectContext, const QString &name,
@@ -62,7 +64,7 @@ public:
     void ask(Entry &entry);
     /// Asks, and tells the table, which must be here.
     void tell(Entry &entry);
-    void becomesDue(const QString &identifier, Entry &entry);
+    void becomesDue(Entry &entry);
     /// Tells what is due, or as much of it as a turn has time for. False where some is left.
     bool tellDue(bool atOnce);
     /// The table is here and knows all rules.
@@ -72,6 +74,7 @@ public:
     void scheduleUpdate();
     void scheduleTimer();
     void publish();
+    [[nodiscard]] std::optional<qint64> countOf(const Entry &entry) const;
     [[nodiscard]] qint64 nextBoundary();
 
     // The table on another thread.
@@ -93,7 +96,8 @@ public:
     KXTextMap<Entry> entries; // each stays where it is
     std::deque<QString> due; // entries, some of which may be gone or told
     bool areManyDue = false; // or were when the telling began
-    QHash<int, QString> identifiers; // by number in the table
+    std::vector<Entry *> numbered; // entries by their numbers in the table
+    bool areIdentifiersTold = false; // somebody listens to countsDidChange()
     std::unordered_map<int, Entry> conditions; // by number in the table
     std::vector<Entry *> timed; // those of both that depend on the time: few, and looked at after every change
     qint64 asOf = KXClock::now().toMSecsSinceEpoch();

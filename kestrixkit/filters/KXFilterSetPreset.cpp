@@ -107,38 +107,50 @@ QDateTime KXFilterSetPreset::countDateForContextIdentifier(const QString &identi
 
 void KXFilterSetPreset::setCount(qint64 count, const QString &forContextIdentifier, const QDateTime &counted)
 {
-    changeCounts([&] {
-        if (!m_counts)
-            m_counts.emplace();
-        m_counts->insert(forContextIdentifier, count);
-        if (counted.isValid())
-            m_countDates.insert(forContextIdentifier, counted);
-        else
-            m_countDates.remove(forContextIdentifier);
-    });
+    setOwnCount(count, forContextIdentifier, counted);
+    tellFolder();
 }
 
 void KXFilterSetPreset::removeCount(const QString &forContextIdentifier)
 {
     if (!m_counts || !m_counts->contains(forContextIdentifier))
         return;
-    changeCounts([&] {
-        m_countDates.remove(forContextIdentifier);
-        if (m_counts && m_counts->remove(forContextIdentifier) > 0 && m_counts->isEmpty())
-            m_counts.reset();
-    });
+    setOwnCount(std::nullopt, forContextIdentifier);
+    tellFolder();
 }
 
-void KXFilterSetPreset::changeCounts(const std::function<void()> &change)
+void KXFilterSetPreset::tellFolder()
+{
+    if (const KXRef<KXFilterSetPreset> folder = parent())
+        folder->countsInItDidChange();
+}
+
+void KXFilterSetPreset::setOwnCount(
+    std::optional<qint64> count, const QString &forContextIdentifier, const QDateTime &counted)
 {
     KX_CHECK(KXMainQueue::isMainThread(), "The count of a preset was set outside the main thread");
+    if (!count && !(m_counts && m_counts->contains(forContextIdentifier)))
+        return;
     willChangeValueForKey(u"counts");
-    change();
+    if (counted.isValid())
+        m_countDates.insert(forContextIdentifier, counted);
+    else
+        m_countDates.remove(forContextIdentifier);
+    if (!m_counts)
+        m_counts.emplace();
+    if (count)
+        m_counts->insert(forContextIdentifier, *count);
+    else
+        m_counts->remove(forContextIdentifier);
+    if (m_counts->isEmpty())
+        m_counts.reset();
     didChangeValueForKey(u"counts");
-    if (const KXRef<KXFilterSetPreset> folder = parent()) {
-        folder->willChangeValueForKey(u"counts");
-        folder->didChangeValueForKey(u"counts");
-    }
+}
+
+void KXFilterSetPreset::countsInItDidChange()
+{
+    willChangeValueForKey(u"counts");
+    didChangeValueForKey(u"counts");
 }
 
 std::optional<qint64> KXFilterSetPreset::countForContextIdentifier(const QString &identifier) const

@@ -48,6 +48,10 @@ public:
     void setCount(qint64 count, const QString &forContextIdentifier, const QDateTime &counted = {});
     /// As if nobody had counted for the place yet. Otherwise as setCount().
     void removeCount(const QString &forContextIdentifier);
+    /// Both of them without the folder around, which who sets very many counts tells by itself.
+    void setOwnCount(std::optional<qint64> count, const QString &forContextIdentifier, const QDateTime &counted = {});
+    /// Of a folder: its sums may have become others.
+    void countsInItDidChange();
     /// Of a folder that of its oldest count. Invalid where there is none.
     [[nodiscard]] QDateTime countDateForContextIdentifier(const QString &identifier) const;
 
@@ -86,7 +90,7 @@ protected:
 private:
     void hold(const KXRef<KXFilterSet> &set) const;
     void registerHeldSet();
-    void changeCounts(const std::function<void()> &change);
+    void tellFolder();
     void visitCounted(const std::function<void(const KXFilterSetPreset &)> &visit) const;
 
     std::optional<KXCounts> m_counts;

@@ -42,7 +42,7 @@ KXLivePresetCounts::KXLivePresetCounts(KXManagedObjectContext::Ref presetsContex
     , m_changes(KXManagedObjectContext::onChange(
           m_presetsContext.get(), [this](const KXObjectsDidChange &did) { follow(did); }))
 {
-    connect(m_counts.get(), &KXLiveCounts::countsDidChange, this, &KXLivePresetCounts::deliver);
+    connect(m_counts.get(), &KXLiveCounts::taggedCountsDidChange, this, &KXLivePresetCounts::deliver);
     for (const KXRef<KXFilterSetPreset> &preset : KXFilterSetPreset::findAllInContext(*m_presetsContext))
         add(preset);
 }
@@ -54,14 +54,14 @@ QString KXLivePresetCounts::identifierOf(const KXFilterSetPreset &preset)
     return QString::number(preset.objectID().key());
 }
 
-KXPredicate KXLivePresetCounts::predicate(const QString &identifier)
+KXPredicate KXLivePresetCounts::predicate(qint64 preset)
 {
-    const auto known = m_entries.find(identifier);
+    const auto known = m_entries.find(preset);
     const Entry entry = known == m_entries.end() ? Entry() : known->second;
     if (entry.isMapped || !entry.preset)
         return predicateOf(entry.mapped);
     const KXRef<KXFilterSet> mapped = map(entry.preset);
-    if (const auto found = m_entries.find(identifier); found != m_entries.end()) { // the mapper is the host's
+    if (const auto found = m_entries.find(preset); found != m_entries.end()) { // the mapper is the host's
         found->second.mapped = mapped;
         found->second.isMapped = true;
     }
@@ -93,18 +93,18 @@ void KXLivePresetCounts::add(const KXRef<KXFilterSetPreset> &preset)
 {
     if (!preset || preset->isFolder() || preset->isDeleted())
         return;
-    const QString identifier = identifierOf(*preset);
-    m_folders.erase(identifier); // it may have been one
-    m_entries[identifier] = { preset };
-    m_counts->setRule(identifier, [this, identifier] { return predicate(identifier); });
+    const qint64 key = preset->objectID().key();
+    m_folders.erase(key); // it may have been one
+    m_entries[key] = { preset };
+    m_counts->setRule(identifierOf(*preset), [this, key] { return predicate(key); });
+    m_counts->setTag(identifierOf(*preset), key);
 }
 
 void KXLivePresetCounts::remove(const KXFilterSetPreset &preset)
 {
-    const QString identifier = identifierOf(preset);
-    m_counts->removeRule(identifier);
-    m_entries.erase(identifier);
-    m_folders.erase(identifier);
+    m_counts->removeRule(identifierOf(preset));
+    m_entries.erase(preset.objectID().key());
+    m_folders.erase(preset.objectID().key());
 }
 
 // Folders
@@ -120,18 +120,18 @@ void KXLivePresetCounts::addFolder(const KXRef<KXFilterSetPreset> &folder)
 {
     if (!m_countsFolders || !folder || !folder->isFolder() || folder->isDeleted())
         return;
-    const QString identifier = identifierOf(*folder);
-    if (m_folders.contains(identifier))
+    const qint64 key = folder->objectID().key();
+    if (!m_folders.emplace(key, folder).second)
         return;
-    m_folders.emplace(identifier, folder);
-    m_counts->setRule(identifier, [this, identifier] {
+    m_counts->setRule(identifierOf(*folder), [this, key] {
         QList<KXPredicate> parts;
-        if (const auto counted = m_folders.find(identifier); counted != m_folders.end())
+        if (const auto counted = m_folders.find(key); counted != m_folders.end())
             parts = partsOf(KXRef<KXFilterSetPreset>(counted->second));
         return parts.isEmpty()  ? KXPredicate::falsePredicate()
             : parts.size() == 1 ? parts.first()
                                 : KXPredicate::orPredicate(parts);
     });
+    m_counts->setTag(identifierOf(*folder), key);
 }
 
 /// A preset without filters lets everything through, and says so.
@@ -148,7 +148,7 @@ QList<KXPredicate> KXLivePresetCounts::partsOf(const KXRef<KXFilterSetPreset> &f
                 folders.append(child);
                 continue;
             }
-            const KXPredicate part = predicate(identifierOf(*child));
+            const KXPredicate part = predicate(child->objectID().key());
             parts.append(part ? part : KXPredicate::truePredicate());
         }
     }
@@ -157,8 +157,8 @@ QList<KXPredicate> KXLivePresetCounts::partsOf(const KXRef<KXFilterSetPreset> &f
 
 void KXLivePresetCounts::foldersDidChange()
 {
-    for (const auto &[identifier, folder] : m_folders)
-        m_counts->ruleDidChange(identifier);
+    for (const auto &[key, folder] : m_folders)
+        m_counts->ruleDidChange(identifierOf(*folder));
 }
 
 void KXLivePresetCounts::follow(const KXObjectsDidChange &did)
@@ -167,6 +167,7 @@ void KXLivePresetCounts::follow(const KXObjectsDidChange &did)
     bool mayChangeFolders = false; // a preset came, went or was moved
     for (const KXRef<KXManagedObject> &object : did.deleted) {
         if (const auto preset = KXFilterSetPreset::cast(object)) {
+            ++m_shape;
             remove(*preset);
             mayChangeFolders = true;
         } else if (KXFilterSet::cast(object))
@@ -175,11 +176,12 @@ void KXLivePresetCounts::follow(const KXObjectsDidChange &did)
     for (const auto *list : { &did.inserted, &did.updated, &did.refreshed }) {
         for (const KXRef<KXManagedObject> &object : *list) {
             if (const auto preset = KXFilterSetPreset::cast(object)) {
+                ++m_shape;
                 const QSet<QString> changed = did.changedKeys.value(object.get());
                 mayChangeFolders |= list == &did.inserted || changed.contains(u"isFolder"_s)
                     || changed.contains(u"children"_s) || changed.contains(u"parent"_s);
                 if (preset->isFolder()) {
-                    if (!m_folders.contains(identifierOf(*preset)))
+                    if (!m_folders.contains(preset->objectID().key()))
                         remove(*preset); // it may have been a plain one
                     addFolder(preset);
                 } else if (list == &did.inserted || changed.contains(u"isFolder"_s))
@@ -209,49 +211,51 @@ void KXLivePresetCounts::follow(const KXObjectsDidChange &did)
         }
         return;
     }
-    for (auto &[identifier, entry] : m_entries) {
+    for (auto &[key, entry] : m_entries) {
         if (!edited.contains(entry.preset->filterSetURI()))
             continue;
         entry.isMapped = false;
-        m_counts->ruleDidChange(identifier);
+        m_counts->ruleDidChange(identifierOf(*entry.preset));
     }
     foldersDidChange();
 }
 
-void KXLivePresetCounts::deliver(const QStringList &identifiers)
+void KXLivePresetCounts::deliver(const QList<KXTaggedCount> &counts)
 {
     const QPointer<KXLivePresetCounts> alive(this); // an observer may end it
+    const quint64 delivery = ++m_deliveries;
     const QString place = m_place.countsContextIdentifier;
-    QSet<KXRef<KXFilterSetPreset>> around; // folders further up; a preset tells its own
-    for (const QString &identifier : identifiers) {
-        const std::optional<qint64> count = m_counts->count(identifier);
-        const auto set = [&count](KXFilterSetPreset &preset, const QString &under) {
-            if (count)
-                preset.setCount(*count, under);
-            else
-                preset.removeCount(under);
-        };
-        if (const auto found = m_folders.find(identifier); found != m_folders.end()) {
-            const KXRef<KXFilterSetPreset> folder = found->second; // an observer may remove it
-            set(*folder, KXFolderCountIdentifier(place));
-            if (!alive)
-                return;
-        }
-        const auto found = m_entries.find(identifier);
-        if (found == m_entries.end())
+    QList<KXRef<KXFilterSetPreset>> folders; // whose sums these are in
+    for (const auto &[key, told] : counts) {
+        const auto found = m_entries.find(key);
+        const auto counted = found == m_entries.end() ? m_folders.find(key) : m_folders.end();
+        if (found == m_entries.end() && counted == m_folders.end())
             continue;
-        const KXRef<KXFilterSetPreset> preset = found->second.preset; // likewise
-        set(*preset, place);
+        const bool isFolder = found == m_entries.end();
+        // An observer may remove it.
+        const KXRef<KXFilterSetPreset> preset = isFolder ? counted->second : found->second.preset;
+        const KXRef<KXFilterSetPreset> folder = isFolder ? preset->parent() : folderOf(found->second);
+        if (folder && (folders.isEmpty() || folders.constLast() != folder) && !folders.contains(folder))
+            folders.append(folder);
+        // What was told meanwhile is newer.
+        const std::optional<qint64> count = delivery == m_deliveries ? told : this->count(*preset);
+        preset->setOwnCount(count, isFolder ? KXFolderCountIdentifier(place) : place);
         if (!alive)
             return;
-        const KXRef<KXFilterSetPreset> own = preset->parent();
-        for (auto folder = own ? own->parent() : own; folder && !around.contains(folder); folder = folder->parent())
-            around.insert(folder);
     }
-    for (const KXRef<KXFilterSetPreset> &folder : std::as_const(around)) {
-        folder->willChangeValueForKey(u"counts");
-        folder->didChangeValueForKey(u"counts");
+    for (qsizetype i = 0; i < folders.size(); ++i) { // and those further up
+        const KXRef<KXFilterSetPreset> folder = folders[i];
+        if (const KXRef<KXFilterSetPreset> above = folder->parent(); above && !folders.contains(above))
+            folders.append(above);
+        folder->countsInItDidChange();
     }
+}
+
+const KXRef<KXFilterSetPreset> &KXLivePresetCounts::folderOf(Entry &entry) const
+{
+    if (std::exchange(entry.shape, m_shape) != m_shape)
+        entry.folder = entry.preset->parent();
+    return entry.folder;
 }
 
 std::shared_ptr<KXFilterSetPresetCountsProvider> KXLivePresetCounts::countsProviderForFilterSetPreset(

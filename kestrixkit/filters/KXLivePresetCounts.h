@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <unordered_map>
 
 #include <QObject>
 
@@ -8,7 +9,6 @@
 #include <kestrixkit/filters/KXFilterSetMapper.h>
 #include <kestrixkit/filters/KXFilterSetPresetCountsProvider.h>
 #include <kestrixkit/foundation/KXNotificationCenter.h>
-#include <kestrixkit/foundation/KXTextMap.h>
 
 /// Keeps the counts of all presets of a context right for one place of the application, whatever changes: the music,
 /// the presets, their filters, the time. Sets them on the presets, so badges need to do nothing but observe "counts".
@@ -57,24 +57,29 @@ private:
         KXRef<KXFilterSetPreset> preset;
         KXRef<KXFilterSet> mapped {}; ///< in a context of its own, which is never saved; empty where there is none
         bool isMapped = false; ///< once it is asked for
+        KXRef<KXFilterSetPreset> folder {}; ///< around it, as of the shape
+        quint64 shape = 0;
     };
 
     void add(const KXRef<KXFilterSetPreset> &preset);
     void remove(const KXFilterSetPreset &preset);
-    [[nodiscard]] KXPredicate predicate(const QString &identifier);
+    [[nodiscard]] KXPredicate predicate(qint64 preset);
     [[nodiscard]] static KXPredicate predicateOf(const KXRef<KXFilterSet> &mapped);
     [[nodiscard]] KXRef<KXFilterSet> map(const KXRef<KXFilterSetPreset> &preset) const;
     void addFolder(const KXRef<KXFilterSetPreset> &folder);
     [[nodiscard]] QList<KXPredicate> partsOf(const KXRef<KXFilterSetPreset> &folder);
     void foldersDidChange();
     void follow(const KXObjectsDidChange &did);
-    void deliver(const QStringList &identifiers);
+    void deliver(const QList<KXTaggedCount> &counts);
+    [[nodiscard]] const KXRef<KXFilterSetPreset> &folderOf(Entry &entry) const;
 
     const KXManagedObjectContext::Ref m_presetsContext;
     const Place m_place;
-    KXTextMap<Entry> m_entries;
+    std::unordered_map<qint64, Entry> m_entries; // by the presets' keys
     bool m_countsFolders = false;
-    KXTextMap<KXRef<KXFilterSetPreset>> m_folders; // that are counted
+    std::unordered_map<qint64, KXRef<KXFilterSetPreset>> m_folders; // that are counted
+    quint64 m_deliveries = 0;
+    quint64 m_shape = 1; // of the tree of presets; raised when it may have become another one
     std::unique_ptr<KXLiveCounts> m_counts;
     KXNotificationToken m_changes;
 };

@@ -413,6 +413,38 @@ TEST(LiveCounts, aRuleThatBecomesOneThatIsRefusedHasNoCount)
     }
 }
 
+TEST(LiveCounts, whoGaveATagIsToldByItFirst)
+{
+    LibraryTest library;
+    const auto track = Track::createInContext(*library.context);
+    track->setBpm(120);
+    KXLiveCounts counts(library.context, u"Track"_s);
+    counts.setRule(u"fast"_s, KXPredicate::predicateWithFormat("bpm > 100"));
+    counts.setRule(u"slow"_s, KXPredicate::predicateWithFormat("bpm <= 100"));
+    counts.setTag(u"fast"_s, 7);
+    counts.setTag(u"nobody"_s, 8);
+    QList<KXTaggedCount> told;
+    QObject::connect(
+        &counts, &KXLiveCounts::taggedCountsDidChange, &counts, [&](const QList<KXTaggedCount> &now) { told = now; });
+    EXPECT_TRUE(counts.update());
+    ASSERT_EQ(told.size(), 1);
+    EXPECT_EQ(told[0].tag, 7);
+    EXPECT_EQ(told[0].count, 1);
+    QStringList named;
+    QObject::connect(&counts, &KXLiveCounts::countsDidChange, &counts, [&](const QStringList &identifiers) {
+        EXPECT_EQ(told[0].count, counts.count(u"fast"_s));
+        named = identifiers;
+        named.sort();
+    });
+    track->setBpm(90);
+    library.context->processPendingChanges();
+    EXPECT_EQ(named, QStringList({ u"fast"_s, u"slow"_s }));
+    counts.setRule(u"fast"_s, KXPredicate::predicateWithFormat("bpm == 'x'")); // the tag stays
+    const KXTestLog log;
+    EXPECT_TRUE(counts.update());
+    EXPECT_EQ(told[0].count, std::nullopt);
+}
+
 /// A context of another thread: nobody else looks at what belongs to that.
 TEST(LiveCounts, rulesAreAskedOnTheThreadOfTheirContext)
 {

@@ -233,7 +233,7 @@ TEST(WhatIfCounts, followsOneTrackAmongManyValues)
 TEST(WhatIfCounts, areAbsentWhereTheStoreRefuses)
 {
     LibraryTest library;
-    Track::createInContext(*library.context);
+    (void)Track::createInContext(*library.context);
     KXLiveCounts live(library.context, u"Track"_s);
     KXWhatIfCounts counts(live);
     counts.setFacet(u"plays"_s, { u"plays"_s, {}, { 0, 1 }, { { 1, KXPredicateOperator::Equal } }, {} });
