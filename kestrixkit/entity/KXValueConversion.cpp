@@ -161,7 +161,8 @@ QVariant KXValueConversion::convert(const QVariant &value, KXAttributeType type)
         const double number = value.typeId() == qMetaTypeId<KXDecimal>()
             ? (ok = true, value.value<KXDecimal>().toDouble())
             : value.toDouble(&ok);
-        return ok ? QVariant(number) : QVariant();
+        const bool isWord = value.typeId() == QMetaType::QString && !std::isfinite(number); // "nan", "inf"
+        return ok && !isWord ? QVariant(number) : QVariant();
     }
     case KXAttributeType::Decimal:
         return decimalFrom(value);

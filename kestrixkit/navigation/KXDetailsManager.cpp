@@ -1,5 +1,7 @@
 #include <kestrixkit/navigation/KXDetailsManager.h>
 
+#include <memory>
+
 #include <QSplitter>
 #include <QVBoxLayout>
 
@@ -41,7 +43,7 @@ void KXDetailsManager::addDetailsViewController(KXViewController *controller, co
 void KXDetailsManager::removeDetailsViewControllerWithIdentifier(const QString &identifier)
 {
     const QPointer<KXViewController> removed = m_controllers.value(identifier);
-    if (removed && removed == m_current)
+    if (removed && removed == m_current && removed != m_going)
         showDetailsViewController(nullptr);
     if (m_controllers.value(identifier) != removed)
         return; // whoever was told has put another one there
@@ -68,10 +70,13 @@ void KXDetailsManager::showDetailsViewController(KXViewController *controller)
     const QPointer<KXDetailsManager> alive(this);
     const QPointer<KXViewController> wanted(controller);
     const quint32 request = ++m_requests;
-    if (m_current) // it still is while it is told that it goes
+    if (m_current) { // it still is while it is told that it goes
+        m_going = m_current;
         m_current->disappear();
+    }
     if (!alive || m_requests != request)
         return; // whoever was told shows something else
+    m_going = nullptr;
     m_current = wanted;
     if (wanted)
         connect(wanted, &QObject::destroyed, this, &KXDetailsManager::controllerDidEnd, Qt::UniqueConnection);
@@ -84,8 +89,11 @@ void KXDetailsManager::setContentContainerView(QWidget *container)
 {
     if (container == m_container)
         return;
+    const QPointer<QWidget> before = m_container;
     if (m_current)
         m_current->disappear();
+    if (m_container != before)
+        return; // whoever was told has named another one
     emptyContainer();
     m_container = container;
     fillContainer();
@@ -93,7 +101,7 @@ void KXDetailsManager::setContentContainerView(QWidget *container)
 
 void KXDetailsManager::fillContainer()
 {
-    if (!m_current || !m_container) {
+    if (!m_current || m_current == m_going || !m_container) {
         emptyContainer();
         return;
     }
@@ -112,7 +120,14 @@ void KXDetailsManager::fillContainer()
 
 void KXDetailsManager::emptyContainer()
 {
-    delete std::exchange(m_holder, nullptr).data();
+    const std::unique_ptr<QWidget> holder(std::exchange(m_holder, nullptr));
+    if (holder) {
+        // A controller that is being told that it goes has its view here still.
+        for (QWidget *const view : holder->findChildren<QWidget *>(Qt::FindDirectChildrenOnly)) {
+            view->hide();
+            view->setParent(nullptr);
+        }
+    }
     if (std::exchange(m_limitsContainer, false) && m_container)
         m_container->setMaximumWidth(QWIDGETSIZE_MAX);
 }

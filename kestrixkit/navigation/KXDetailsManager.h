@@ -49,6 +49,7 @@ private:
 
     Controllers m_controllers;
     QPointer<KXViewController> m_current;
+    QPointer<KXViewController> m_going; // the current one, while it is told so
     quint32 m_requests = 0; // to show another one
     QPointer<QWidget> m_container;
     QPointer<QWidget> m_holder; // in the container, while something is shown

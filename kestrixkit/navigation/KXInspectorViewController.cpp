@@ -130,6 +130,7 @@ void KXInspectorViewController::viewDidLoad()
     connect(m_outline, &QTreeView::expanded, this, [folded](const QModelIndex &header) { folded(header, true); });
     connect(m_outline, &QTreeView::collapsed, this, [folded](const QModelIndex &header) { folded(header, false); });
     connect(m_outline, &KXInspectorOutlineView::widthDidChange, this, &KXInspectorViewController::measureAll);
+    readExpanded();
     reload();
 }
 
@@ -160,7 +161,7 @@ void KXInspectorViewController::setViewControllers(const QList<KXViewController 
             m_viewControllers.removeAll(controller); // of which only the address is left
             m_expanded.remove(controller);
             takeViewsOut();
-            reload();
+            reload(); // what is remembered are places, which others have now
         });
     }
     if (m_outline)
@@ -173,10 +174,8 @@ void KXInspectorViewController::setViewControllers(const QList<KXViewController 
     }
     if (!alive || m_viewControllers != controllers)
         return;
-    if (m_outline)
-        reload();
-    else
-        restoreExpanded();
+    readExpanded();
+    reload();
 }
 
 KXViewController *KXInspectorViewController::viewControllerForItem(const KXInspectorViewItem *item) const
@@ -211,7 +210,7 @@ void KXInspectorViewController::reload()
         m_cells.append(cell);
         m_outline->setIndexWidget(m_model->contentIndex(i), cell); // owns it
     }
-    restoreExpanded();
+    showExpanded();
     m_isReloading = false;
     measureAll();
     updateAppearance();
@@ -314,8 +313,9 @@ void KXInspectorViewController::viewWillDisappear()
 void KXInspectorViewController::setAutosaveName(const QString &name)
 {
     m_autosaveName = name;
+    readExpanded();
     m_isReloading = true;
-    restoreExpanded();
+    showExpanded();
     m_isReloading = false;
     updateAppearance();
 }
@@ -349,20 +349,23 @@ void KXInspectorViewController::saveExpanded()
     KXUserDefaults::standard().setValue(KXStringWithFormat("%@ Expanded Items", m_autosaveName), open);
 }
 
-/// What is remembered, where there is something; and sections without header in any case.
-void KXInspectorViewController::restoreExpanded()
+/// What is remembered, where there is something.
+void KXInspectorViewController::readExpanded()
 {
     const auto open = m_autosaveName.isEmpty()
         ? std::nullopt
         : KXUserDefaults::standard().arrayForKey(KXStringWithFormat("%@ Expanded Items", m_autosaveName));
-    if (open) {
-        m_expanded.clear();
-        for (const QVariant &place : *open) {
-            if (const KXViewController *controller
-                = viewControllerForItem(itemForPersistentObject(place.toByteArray())))
-                m_expanded.insert(controller);
-        }
+    if (!open)
+        return;
+    m_expanded.clear();
+    for (const QVariant &place : *open) {
+        if (const KXViewController *controller = viewControllerForItem(itemForPersistentObject(place.toByteArray())))
+            m_expanded.insert(controller);
     }
+}
+
+void KXInspectorViewController::showExpanded()
+{
     for (qsizetype i = 0; m_outline && i < m_viewControllers.size(); ++i)
         m_outline->setExpanded(m_model->headerIndex(i), isOpen(i));
 }

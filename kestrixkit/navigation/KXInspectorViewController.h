@@ -66,7 +66,8 @@ private:
     void measureAll();
     void updateAppearance();
     void saveExpanded();
-    void restoreExpanded();
+    void readExpanded();
+    void showExpanded();
     void itemDidChange(qsizetype index);
 
     QList<KXViewController *> m_viewControllers;

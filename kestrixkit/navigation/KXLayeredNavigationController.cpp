@@ -458,10 +458,10 @@ void KXLayeredNavigationController::focusDidMove(QWidget *from, QWidget *to)
 
 // Appearing
 
-void KXLayeredNavigationController::tellAll(bool appeared, void (KXViewController::*message)())
+void KXLayeredNavigationController::tellAll(void (KXViewController::*message)())
 {
     for (const QPointer<KXViewController> &controller : heldViewControllers()) {
-        if (controller && controller->hasAppeared() == appeared)
+        if (controller && controller->hasAppeared())
             (controller->*message)();
     }
 }
@@ -469,23 +469,34 @@ void KXLayeredNavigationController::tellAll(bool appeared, void (KXViewControlle
 void KXLayeredNavigationController::viewWillAppear()
 {
     KXNavigationStackController::viewWillAppear();
-    tellAll(false, &KXViewController::viewWillAppear);
+    m_toldOfAppearance = heldViewControllers();
+    for (const QPointer<KXViewController> &controller : QList(m_toldOfAppearance)) {
+        if (controller && !controller->hasAppeared())
+            controller->viewWillAppear();
+    }
 }
 
+/// Whoever was told that it will appear may have pushed others, which nobody has told.
 void KXLayeredNavigationController::viewDidAppear()
 {
     KXNavigationStackController::viewDidAppear();
-    tellAll(false, &KXViewController::viewDidAppear);
+    const QList<QPointer<KXViewController>> told = std::exchange(m_toldOfAppearance, {});
+    for (const QPointer<KXViewController> &controller : heldViewControllers()) {
+        if (controller && !controller->hasAppeared() && !told.contains(controller))
+            controller->viewWillAppear();
+        if (controller && !controller->hasAppeared())
+            controller->viewDidAppear();
+    }
 }
 
 void KXLayeredNavigationController::viewWillDisappear()
 {
-    tellAll(true, &KXViewController::viewWillDisappear);
+    tellAll(&KXViewController::viewWillDisappear);
     KXNavigationStackController::viewWillDisappear();
 }
 
 void KXLayeredNavigationController::viewDidDisappear()
 {
-    tellAll(true, &KXViewController::viewDidDisappear);
+    tellAll(&KXViewController::viewDidDisappear);
     KXNavigationStackController::viewDidDisappear();
 }

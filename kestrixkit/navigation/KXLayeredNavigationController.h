@@ -116,12 +116,13 @@ private:
     void didPush(const QPointer<KXViewController> &controller);
     void didPopTo(const QPointer<KXViewController> &controller);
     void didDrop();
-    void tellAll(bool appeared, void (KXViewController::*message)());
+    void tellAll(void (KXViewController::*message)());
 
     QHash<const KXViewController *, QPointer<KXLayeredView>> m_layers;
     QList<Leaving> m_leaving;
     QPointer<KXViewController> m_peeking;
     bool m_pushing = false;
+    QList<QPointer<KXViewController>> m_toldOfAppearance; // and not yet that they did
     KXDelayedCall m_peekCall { this }; // of both beginning and ending
     std::unique_ptr<KXLayerArrangement> m_arrangement;
 };

@@ -251,8 +251,18 @@ void KXSearchViewController::pressButtonOfSelectedGroup()
     int row = std::max(0, selectedRow());
     while (row > 0 && !isGroupRow(row))
         --row;
+    if (buttonTitleForRow(row).isEmpty())
+        return;
+    const QVariant item = selectedItem();
+    const auto grouping = groupingAtRow(row);
+    const QPointer<KXSearchViewController> alive(this);
     pressButtonOfRow(row);
-    selectRow(row + 1);
+    if (!alive)
+        return;
+    // The rows lie elsewhere now; where the item is not among them its group's first one takes its place.
+    const QVariantList &rows = m_content->arrangedObjects();
+    const qsizetype kept = item.isValid() ? rows.indexOf(item) : -1;
+    selectRow(int(kept >= 0 ? kept : rows.indexOf(QVariant::fromValue(grouping)) + 1));
 }
 
 // The field
@@ -342,8 +352,10 @@ bool KXSearchViewController::eventFilter(QObject *object, QEvent *event)
         return KXViewController::eventFilter(object, event);
     if (event->type() == QEvent::KeyPress) {
         const auto *key = static_cast<QKeyEvent *>(event);
+        // With these the arrows are others' keys; Return confirms with whatever is held down.
         constexpr Qt::KeyboardModifiers others = Qt::ShiftModifier | Qt::AltModifier | Qt::MetaModifier;
-        if (!(key->modifiers() & others) && doCommand(key->key()))
+        const bool isArrow = key->key() == Qt::Key_Up || key->key() == Qt::Key_Down;
+        if (!(isArrow && key->modifiers() & others) && doCommand(key->key()))
             return true;
         if (key->modifiers() & Qt::AltModifier && (key->key() == Qt::Key_Down || key->key() == Qt::Key_Up)) {
             pressButtonOfSelectedGroup();

@@ -167,8 +167,15 @@ void KXSearchIndexPrivate::buildInBackground()
                 install(std::move(*built));
             if (std::exchange(buildAgain, false) && !failed)
                 buildInBackground();
-            if (isOpen && wanted.isWaiting)
+            if (!wanted.isWaiting)
+                return;
+            if (isOpen) {
                 startSearch();
+            } else if (failed) {
+                const Search search = std::exchange(wanted, {});
+                if (search.receiver)
+                    search.receiver({ search.term, {}, false });
+            }
         });
     });
 }

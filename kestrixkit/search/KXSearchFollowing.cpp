@@ -330,7 +330,10 @@ void KXSearchIndexPrivate::keepInBackground()
         return;
     keptNumber = changes->changeNumber;
     builder.addBlock([this, changes] {
-        if (const KXError error = file->writeChanges(*changes))
-            KXLogInfo(search, "The search index is not kept: %@", error);
+        const KXError error = file->writeChanges(*changes);
+        if (!error)
+            return;
+        keptNumber = -1; // to be tried again
+        KXLogInfo(search, "The search index is not kept: %@", error);
     });
 }

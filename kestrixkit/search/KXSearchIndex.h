@@ -41,7 +41,8 @@ struct KXSearchResults
     };
     QString term;
     QList<Group> groups; ///< in the order of the index's; empty where the store did not answer
-    /// False while many changes are still being read: didChange() follows, and with it the right results.
+    /// False while many changes are still being read: didChange() follows, and with it the right results. Also false
+    /// where the store did not answer: nothing follows then, the next search tries again.
     bool isCurrent = true;
 };
 

@@ -112,7 +112,7 @@ public:
     qint64 indexNumber = 0; ///< change number of what was read; 0 where the store has none
     qint64 knownNumber = 0; ///< what was saved up to this is in the index
     std::atomic<qint64> fileNumber { -1 }; ///< of the index that lies in the file
-    qint64 keptNumber = -1; ///< of what was last kept beside it
+    std::atomic<qint64> keptNumber { -1 }; ///< of what was last kept beside it
     quint64 cleanEvent = 0; ///< the last at which nothing was unsaved
     double lastBuildSeconds = 0;
     qint64 lastBuildEnd = 0; ///< milliseconds since 1970

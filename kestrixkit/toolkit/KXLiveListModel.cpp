@@ -1,6 +1,7 @@
 #include <kestrixkit/toolkit/KXLiveListModel.h>
 
 #include <algorithm>
+#include <cmath>
 
 #include <QLocale>
 
@@ -33,7 +34,7 @@ const KXEntityDescription *liveEntity(const KXManagedObjectContext::Ref &context
 
 bool liveIsAbsent(const QVariant &value) { return !value.isValid() || value.isNull(); }
 
-/// A number as the user's language writes it; a text that is none stays what it is, to be refused.
+/// A number as the user's language writes it; a text that is none stays what it is, for the store to look at.
 QVariant liveNumber(const QString &text, KXAttributeType type)
 {
     const QString trimmed = text.trimmed();
@@ -41,13 +42,17 @@ QVariant liveNumber(const QString &text, KXAttributeType type)
         return {};
     const QLocale locale = KXClock::locale();
     bool isNumber = false;
-    if (type == KXAttributeType::Decimal) {
-        QString plain = trimmed;
-        if (const auto decimal = KXDecimal::fromString(plain.replace(locale.decimalPoint(), u"."_s)))
-            return QVariant::fromValue(*decimal);
-    } else if (type == KXAttributeType::Double) {
-        if (const double number = locale.toDouble(trimmed, &isNumber); isNumber)
+    if (type == KXAttributeType::Decimal || type == KXAttributeType::Double) {
+        const double number = locale.toDouble(trimmed, &isNumber); // groups of digits in their places only
+        if (!isNumber || !std::isfinite(number))
+            return text;
+        if (type == KXAttributeType::Double)
             return number;
+        QString plain = trimmed;
+        plain.remove(locale.groupSeparator());
+        plain.replace(locale.decimalPoint(), u"."_s).replace(locale.negativeSign(), u"-"_s);
+        if (const auto decimal = KXDecimal::fromString(plain))
+            return QVariant::fromValue(*decimal);
     } else if (const qint64 number = locale.toLongLong(trimmed, &isNumber); isNumber) {
         return number;
     }

@@ -239,6 +239,26 @@ TEST_F(AnalysisTest, isOneStepToUndoWhichLeavesAloneWhatWasConfirmedSince)
     EXPECT_EQ(stored(u"c"_s)->bpm(), std::nullopt);
 }
 
+TEST_F(AnalysisTest, whatIsUndoneIsUndoneThoughAnotherIsCancelledAndTheWindowCloses)
+{
+    addFile(u"a"_s);
+    addFile(u"waits"_s);
+    save();
+    open();
+    window->table()->selectRow(0);
+    window->analysis()->selected->trigger();
+    waitForAnalysis();
+    EXPECT_EQ(stored(u"a"_s)->bpm(), 124);
+    window->table()->selectRow(1);
+    window->analysis()->selected->trigger();
+    QTest::qWait(50);
+    ASSERT_TRUE(window->analysis()->isBusy());
+    window->context()->undoManager()->undo();
+    window.reset();
+    EXPECT_EQ(stored(u"a"_s)->bpm(), std::nullopt);
+    EXPECT_EQ(stored(u"waits"_s)->bpm(), std::nullopt);
+}
+
 TEST_F(AnalysisTest, neverTakesThePlaceOfWhatTheUserEntersMeanwhile)
 {
     addFile(u"waits"_s);

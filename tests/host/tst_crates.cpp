@@ -508,6 +508,22 @@ TEST_F(CratesTest, foldersAreAddedByTheMenuAndByDroppingThem)
     // The preferences know both folders, and take one of them away.
     Settings::removeMusicFolder(one);
     EXPECT_EQ(Settings::musicFolders(), std::vector { two });
+    // One whose drive is unplugged is out of sight, whatever is added and taken away meanwhile.
+    const std::string away = music.filePath(u"away"_s).toStdString(), other = music.filePath(u"other"_s).toStdString();
+    std::filesystem::create_directory(other);
+    Settings::addMusicFolders({ one });
+    std::filesystem::rename(two, away);
+    Settings::addMusicFolders({ other });
+    EXPECT_EQ(Settings::musicFolders(), (std::vector { one, other }));
+    EXPECT_EQ(Settings::musicFolder(), one);
+    Settings::removeMusicFolder(other);
+    std::filesystem::rename(away, two);
+    EXPECT_EQ(Settings::musicFolders(), (std::vector { one, two }));
+    std::filesystem::rename(one, away);
+    Settings::removeMusicFolder(two);
+    EXPECT_TRUE(Settings::musicFolders().empty());
+    std::filesystem::rename(away, one);
+    EXPECT_EQ(Settings::musicFolders(), std::vector { one });
     for (const auto key : { Settings::musicFolderKey, Settings::moreMusicFoldersKey })
         KXUserDefaults::standard().remove(key);
     press(QKeySequence(u"Ctrl+W"_s));

@@ -249,3 +249,36 @@ TEST_F(ImporterTest, manyFilesAreSavedInSmallStepsAndCancellingKeepsWhatIsDone)
     EXPECT_EQ(inserted, files + 1) << "the tracks and one artist";
     EXPECT_EQ(countOf(u"Artist"_s), 1);
 }
+
+/// Whoever works on the library meanwhile makes what the files would have brought.
+TEST_F(ImporterTest, whatOthersMakeMeanwhileIsNotMadeAgain)
+{
+    for (int i = 0; i < 70; ++i)
+        makeMusic(file("m" + std::to_string(100 + i) + ".wav"), {}, AudioFormat::Wav);
+    makeMusic(file("z.flac"), { { "TITLE", "Z" }, { "ARTIST", "Ann" }, { "GENRE", "disco" } });
+    int called = 0;
+    const auto meanwhile = [&](qint64 done, qint64 total) {
+        if (done == total || called++ > 0)
+            return;
+        const auto other = KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator);
+        Genre::createInContext(*other)->setName(u"Disco"_s);
+        const auto track = Track::createInContext(*other);
+        track->setLocation(QUrl::fromLocalFile(QString::fromStdString(fs::canonical(root()).native() + "/z.flac")));
+        track->setTitle(u"Z"_s);
+        track->setAdded(QDateTime::currentDateTimeUtc());
+        track->setFileSize(0);
+        track->setFileModified(0);
+        KXError error;
+        ASSERT_TRUE(other->save(&error)) << error.localizedDescription().toStdString();
+    };
+    const ImportResult result
+        = Importer(KXManagedObjectContext::contextWithPersistentStoreCoordinator(coordinator), root())
+              .run({}, meanwhile);
+    EXPECT_FALSE(result.error);
+    EXPECT_GE(called, 1);
+    EXPECT_EQ(result.added, 70);
+    EXPECT_EQ(result.updated, 1);
+    EXPECT_EQ(countOf(u"Track"_s), 71);
+    EXPECT_EQ(countOf(u"Genre"_s), 1);
+    EXPECT_EQ(count("ANY genres.name == 'Disco'"), 1);
+}

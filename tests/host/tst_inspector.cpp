@@ -111,6 +111,22 @@ TEST_F(InspectorTest, showsAndEditsWhatIsSelected)
     EXPECT_EQ(track->rating(), 4);
 }
 
+/// The player goes on to the next track, and the selection with it.
+TEST_F(InspectorTest, whatIsTypedIsOfTheTrackAtWhichItBegan)
+{
+    show();
+    select(1, 1);
+    auto *const comment = find<QLineEdit>(1, u"Comment"_s);
+    comment->setFocus();
+    QTest::keyClicks(comment, u"about one"_s);
+    select(2, 2);
+    EXPECT_EQ(window->model()->track(1)->comment(), u"about one"_s);
+    QTest::keyClick(comment, Qt::Key_Return);
+    QTest::qWait(20);
+    EXPECT_NE(window->model()->track(2)->comment(), u"about one"_s);
+    EXPECT_EQ(window->model()->track(1)->comment(), u"about one"_s);
+}
+
 TEST_F(InspectorTest, editsSeveralTogether)
 {
     show();

@@ -2,6 +2,7 @@
 
 #include <QAction>
 #include <QLabel>
+#include <QLineEdit>
 #include <QMenu>
 #include <QPushButton>
 #include <QTest>
@@ -13,6 +14,7 @@
 #include <kestrixkit/audio/KXWaveformLibrary.h>
 #include <kestrixkit/audio/views/KXAudioPlayerWaveformView.h>
 
+#include <library/LibraryEditor.h>
 #include <player/PlayerStrip.h>
 #include <player/Preview.h>
 #include <player/WaveformMaker.h>
@@ -54,7 +56,8 @@ protected:
             add(QLatin1StringView(name))->setLocation(QUrl::fromLocalFile(path));
         }
         save();
-        model = std::make_unique<TrackTableModel>(context);
+        editor = std::make_unique<LibraryEditor>(context);
+        model = std::make_unique<TrackTableModel>(context, editor.get());
         model->sort(TrackTableModel::Title);
         view = std::make_unique<TrackTableView>();
         view->setModel(model.get());
@@ -95,6 +98,7 @@ protected:
     }
 
     std::shared_ptr<PreviewOutput> output = std::make_shared<PreviewOutput>();
+    std::unique_ptr<LibraryEditor> editor;
     std::unique_ptr<TrackTableModel> model;
     std::unique_ptr<TrackTableView> view;
     std::unique_ptr<Preview> preview;
@@ -114,6 +118,22 @@ TEST_F(PreviewTest, spacePlaysStopsAndStepsOn)
     EXPECT_EQ(view->currentIndex(), model->index(1, 1));
     ASSERT_TRUE(says(u"c.flac cannot be played"_s));
     EXPECT_EQ(view->currentIndex().row(), 2);
+
+    // The user writes into the row that plays: nothing is taken from under the fingers.
+    view->showColumn(TrackTableModel::Comment);
+    view->setCurrentIndex(model->index(0, TrackTableModel::Comment));
+    press(Qt::Key_Space);
+    ASSERT_TRUE(says(u"Playing a.flac"_s));
+    view->edit(view->currentIndex());
+    auto *const line = view->findChild<QLineEdit *>();
+    ASSERT_TRUE(line);
+    QTest::keyClicks(line, u"half"_s);
+    ASSERT_TRUE(says(u"Playing b.flac"_s));
+    QTest::keyClicks(QApplication::focusWidget(), u" and whole"_s);
+    QTest::keyClick(QApplication::focusWidget(), Qt::Key_Return);
+    QTest::qWait(0);
+    EXPECT_EQ(model->track(0)->comment(), u"half and whole"_s);
+    EXPECT_EQ(view->currentIndex().row(), 0);
 
     // The user has gone elsewhere: the selection stays. At the end of the table it ends.
     menu->actions().last()->setChecked(false);

@@ -407,10 +407,17 @@ TEST_F(ShopPlaceTest, CountsFacetsAndWordsAndKeepsItsFilters)
     ASSERT_TRUE(waitForAnswer(shop(), u"1,000 tracks"_s)) << qPrintable(stateOf(shop()));
     undo[1]->trigger();
     ASSERT_TRUE(waitForAnswer(shop(), house)) << qPrintable(stateOf(shop()));
+    window->shop()->setServers(address); // as if another shop were named
+    ASSERT_TRUE(waitForAnswer(shop(), house)) << qPrintable(stateOf(shop()));
+    shop().filters()->toggleValue(u"genres.name"_s, u"Genre"_s, { u"House"_s, u"House"_s });
+    ASSERT_TRUE(waitForAnswer(shop(), u"1,000 tracks"_s)) << qPrintable(stateOf(shop()));
+    EXPECT_TRUE(undo[0]->isEnabled());
+    undo[0]->trigger();
+    ASSERT_TRUE(waitForAnswer(shop(), house)) << qPrintable(stateOf(shop()));
     window->places()->goBack();
     EXPECT_FALSE(undo[0]->isEnabled()) << qPrintable(undo[0]->text());
     window->places()->goForward();
-    EXPECT_TRUE(undo[0]->isEnabled());
+    EXPECT_TRUE(undo[1]->isEnabled());
     QTest::keyClicks(shop().bars()->field(), u"nigh sig"_s);
     const qint64 both = inTable(u"genre = 'House' AND search @@ '''nigh'':* & ''sig'':*'"_s);
     const QString found = both == 1 ? u"1 track"_s : u"%1 tracks"_s.arg(both);

@@ -166,6 +166,33 @@ TEST(Details, mayEndWhileTheyAreShownOrToldToGo)
     EXPECT_EQ(manager.currentDetailsViewController(), &c);
     EXPECT_EQ(shown(), QString());
     EXPECT_TRUE(c.hasAppeared() && c.view()->isVisibleTo(&container));
+
+    // Whoever goes takes its name away, or empties the container, or names another one.
+    QWidget other;
+    const auto goingWith = [&](const std::function<void()> &does, KXViewController *next) {
+        a.onHearing = {};
+        manager.showDetailsViewController(&a);
+        manager.addDetailsViewController(&a, u"a"_s);
+        const QPointer<QWidget> view = a.view();
+        (void)a.said();
+        a.onHearing = [&](const QString &what) {
+            if (what == u"will disappear"_s)
+                does();
+        };
+        manager.showDetailsViewController(next);
+        EXPECT_TRUE(view && !view->parentWidget());
+        EXPECT_EQ(a.said(), u"will disappear, did disappear"_s);
+    };
+    goingWith([&] { manager.removeDetailsViewControllerWithIdentifier(u"a"_s); }, &b);
+    EXPECT_EQ(manager.currentDetailsViewController(), &b);
+    EXPECT_EQ(shown(), u"B"_s);
+    EXPECT_FALSE(manager.detailsViewControllers().contains(u"a"_s));
+    goingWith([&] { manager.showDetailsViewController(nullptr); }, &b);
+    EXPECT_EQ(manager.currentDetailsViewController(), nullptr);
+    goingWith([&] { manager.setContentContainerView(&other); }, &b);
+    EXPECT_EQ(manager.contentContainerView(), &other);
+    EXPECT_EQ(manager.currentDetailsViewController(), &b);
+    EXPECT_TRUE(other.isAncestorOf(b.view()));
     a.onHearing = {};
     manager.setContentContainerView(nullptr);
     manager.showDetailsViewController(nullptr);
@@ -278,6 +305,19 @@ TEST(Inspector, remembersWhatIsOpenByItsPlace)
         inspector.setExpanded(&b, true); // before there is a view
     }
     EXPECT_EQ(openIn({ &a, &b, &c }), u"ooo"_s);
+    {
+        // The place of one that ends is the next one's, which stays as it is.
+        auto brief = std::make_unique<Sheet>(u"Brief"_s, 10);
+        inspectorItem(*brief)->setShowHeader(true);
+        KXInspectorViewController inspector;
+        inspector.setAutosaveName(u"tracks"_s);
+        inspector.setViewControllers({ brief.get(), &a, &b });
+        (void)inspector.view();
+        inspector.setExpanded(&a, false);
+        brief.reset();
+        EXPECT_FALSE(inspector.isExpanded(&a));
+        EXPECT_TRUE(inspector.isExpanded(&b));
+    }
     for (const QVariant &rubbish : { QVariant(u"x"_s), QVariant(QVariantList { u"x"_s, QByteArray("x"), 7 }) }) {
         KXUserDefaults::standard().setValue(key, rubbish);
         EXPECT_EQ(openIn({ &a, &b }), u"--"_s);

@@ -160,6 +160,21 @@ TEST(Layers, tellAndPost)
         "pushed # Pus Pus"_s);
     EXPECT_FALSE(navigation.isPushing());
 
+    {
+        // Who hears that it will appear may push.
+        QWidget window;
+        Page root(u"root"_s), next(u"next"_s);
+        KXLayeredNavigationController embedded;
+        embedded.pushViewController(&root, false);
+        root.onHearing = [&](const QString &what) {
+            if (what == u"will appear"_s)
+                embedded.pushViewController(&next, false);
+        };
+        embedded.appearIn(&window);
+        window.show();
+        EXPECT_EQ(root.said(), u"pushed, will appear, child pushed, did appear"_s);
+        EXPECT_EQ(next.said(), u"pushed, will appear, did appear"_s);
+    }
     navigation.popToViewController(stack.pages[1].get(), true);
     EXPECT_EQ(said(), u" | revealed | will disappear, did disappear | will disappear, did disappear # Pop"_s);
     EXPECT_EQ(KXLayeredNavigationController::layeredNavigationController(stack.pages[3].get()), nullptr);

@@ -37,9 +37,11 @@ QString shown(const KXNavigationController &navigation)
     return titles.join(u' ');
 }
 
-struct Window
+}
+
+struct NavigationWindow
 {
-    Window()
+    NavigationWindow()
     {
         KXAnimationGroup::setAnimationsEnabled(false);
         widget.resize(600, 300);
@@ -48,17 +50,15 @@ struct Window
         widget.activateWindow();
         EXPECT_TRUE(QTest::qWaitForWindowActive(&widget));
     }
-    ~Window() { KXAnimationGroup::setAnimationsEnabled(true); }
+    ~NavigationWindow() { KXAnimationGroup::setAnimationsEnabled(true); }
     QWidget widget;
     Page root { u"Root"_s }, a { u"A"_s }, b { u"B"_s };
     KXNavigationController navigation { &root };
 };
 
-}
-
 TEST(Navigation, pushesAndPops)
 {
-    Window window;
+    NavigationWindow window;
     KXNavigationController &navigation = window.navigation;
     EXPECT_EQ(window.root.said(), u"will appear, did appear"_s);
     EXPECT_EQ(navigation.navigationBarVerticalLayoutConstraint(), -25);
@@ -155,7 +155,7 @@ protected:
         QCoreApplication::sendPostedEvents();
     }
 
-    Window window;
+    NavigationWindow window;
     KXNavigationController &navigation = window.navigation;
     std::vector<std::unique_ptr<Page>> pages;
     KXNavigationBar *const bar = navigation.navigationBar();

@@ -215,9 +215,27 @@ TEST(SearchView, isDrivenFromTheField)
     QTest::mouseRelease(search.tableView()->viewport(), Qt::LeftButton, {}, button);
     EXPECT_EQ(rowsOf(search), u"b[All results] b1 b2 b3 b4 b5"_s);
     QTest::keyClick(field, Qt::Key_Up, Qt::AltModifier);
-    EXPECT_EQ(search.selectedItem().toString(), u"a1"_s);
-    QTest::keyClick(field, Qt::Key_Down, Qt::AltModifier); // has no more
     EXPECT_EQ(search.resultsContent()->rowCount(), 9);
+    EXPECT_EQ(search.selectedItem().toString(), u"b1"_s);
+    // What is selected stays, wherever it lies then.
+    const auto toggle = [&] {
+        QTest::keyClick(field, Qt::Key_Down, Qt::AltModifier);
+        return u"%1 of %2"_s.arg(search.selectedRow()).arg(search.resultsContent()->rowCount());
+    };
+    EXPECT_EQ(press(Qt::Key_Up), u"a2"_s);
+    EXPECT_EQ(toggle(), u"2 of 9"_s); // "a" has no more
+    press(Qt::Key_Down);
+    EXPECT_EQ(press(Qt::Key_Down), u"b2"_s);
+    EXPECT_EQ(toggle(), u"2 of 6"_s);
+    EXPECT_EQ(toggle(), u"5 of 9"_s);
+    toggle();
+    for (int i = 0; i < 5; ++i)
+        press(Qt::Key_Down);
+    EXPECT_EQ(search.selectedItem().toString(), u"b5"_s);
+    EXPECT_EQ(toggle(), u"4 of 9"_s); // it has gone
+    search.shown.clear();
+    QTest::keyClick(field, Qt::Key_Return, Qt::ShiftModifier);
+    EXPECT_EQ(search.shown, QStringList { u"b1"_s });
     EXPECT_TRUE(popover.isShown());
     // Whoever leaves the field closes the popover.
     field->clearFocus();

@@ -2,6 +2,7 @@
 
 #include <QFile>
 #include <QFileInfo>
+#include <QTest>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -63,8 +64,15 @@ public:
         KXStoreFiles::setProbe(this);
     }
     ~FailingDisk() override { KXStoreFiles::setProbe(nullptr); }
-    int begin(const KXStoreFiles::Step &step) override { return step.path.contains("-search-") ? m_number : 0; }
+    int begin(const KXStoreFiles::Step &step) override
+    {
+        const bool isIndex = step.path.contains("-search-");
+        asked += isIndex;
+        return isIndex ? m_number : 0;
+    }
     void done(const KXStoreFiles::Step &) override { }
+
+    std::atomic<int> asked { 0 };
 
 private:
     int m_number;
@@ -199,6 +207,21 @@ TEST_F(SearchFiles, aDiskThatFailsCostsTheFileAlone)
     check();
     EXPECT_FALSE(QFileInfo::exists(left));
     EXPECT_TRUE(check());
+    // What could not be kept in the background is not taken for kept.
+    KXSearchIndex index(library.context, SearchedLibrary::groups(), u"main"_s);
+    ASSERT_TRUE(index.open());
+    library.track(u"to be kept"_s);
+    ASSERT_TRUE(library.context->save());
+    const QByteArray before = read(changesPath());
+    {
+        const FailingDisk disk(ENOSPC);
+        for (int i = 0; i < 1000 && disk.asked == 0; ++i)
+            QTest::qWait(10);
+        EXPECT_GT(disk.asked, 0);
+        QTest::qWait(20);
+    }
+    ASSERT_TRUE(index.keep());
+    EXPECT_NE(read(changesPath()), before);
 }
 
 TEST_F(SearchFiles, aStoreOfBeforeTheChangeNumberGetsOne)

@@ -5,6 +5,7 @@
 #include <QTest>
 #include <QThread>
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 
 #include <kestrixkit/foundation/KXException.h>
 #include <kestrixkit/foundation/KXNotificationCenter.h>
@@ -295,6 +296,38 @@ TEST(SearchIndex, anotherProcessIsNoticed)
     ASSERT_TRUE(folded.wait());
     EXPECT_EQ(index.results(u"three"_s, 4).groups[0].count, 1);
     EXPECT_EQ(index.results(u"four"_s, 4).groups[0].count, 1);
+}
+
+/// Whoever searched is told that nothing was found out, and may search again.
+TEST(SearchIndex, answersWhileItsStoreDoesNot)
+{
+    LibraryTest library;
+    library.track(u"love"_s);
+    ASSERT_TRUE(library.context->save());
+    KXSearchIndex index(library.context, SearchedLibrary::groups());
+    std::optional<KXSearchResults> found;
+    const auto search = [&] {
+        found.reset();
+        index.search(u"love"_s, 4, [&](const KXSearchResults &results) { found = results; });
+        for (int i = 0; i < 500 && !found; ++i)
+            QTest::qWait(10);
+    };
+    sqlite3 *file = nullptr;
+    ASSERT_EQ(sqlite3_open(library.path().toUtf8().constData(), &file), SQLITE_OK);
+    const auto run = [file](const char *sql) { return sqlite3_exec(file, sql, nullptr, nullptr, nullptr); };
+    const auto compare = [](void *, int, const void *, int, const void *) { return 0; };
+    ASSERT_EQ(sqlite3_create_collation(file, "KX_DECIMAL", SQLITE_UTF8, nullptr, compare), SQLITE_OK);
+    ASSERT_EQ(run("ALTER TABLE Person RENAME TO Away"), SQLITE_OK) << sqlite3_errmsg(file);
+    search();
+    ASSERT_TRUE(found);
+    EXPECT_TRUE(found->groups.isEmpty());
+    EXPECT_FALSE(found->isCurrent);
+    ASSERT_EQ(run("ALTER TABLE Away RENAME TO Person"), SQLITE_OK) << sqlite3_errmsg(file);
+    sqlite3_close(file);
+    search();
+    ASSERT_TRUE(found);
+    ASSERT_EQ(found->groups.size(), SearchedLibrary::groups().size());
+    EXPECT_EQ(found->groups[0].count, 1);
 }
 
 TEST(SearchIndex, manyChangesAreReadWithoutObjects)

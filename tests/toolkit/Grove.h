@@ -4,6 +4,7 @@
 #include <QTemporaryDir>
 
 #include <kestrixkit/context/KXManagedObjectOf.h>
+#include <kestrixkit/foundation/KXDecimal.h>
 #include <kestrixkit/foundation/KXUndoManager.h>
 
 class Branch : public KXManagedObjectOf<Branch>
@@ -12,6 +13,8 @@ public:
     static constexpr QLatin1StringView entityName { "Branch" };
     KX_ATTRIBUTE(QString, title, setTitle)
     KX_ATTRIBUTE(qint64, position, setPosition)
+    KX_ATTRIBUTE(std::optional<double>, height, setHeight)
+    KX_ATTRIBUTE(std::optional<KXDecimal>, price, setPrice)
     KX_TO_ONE(Branch, parent, setParent)
     KX_TO_MANY(Branch, children, Children)
 };
@@ -27,6 +30,8 @@ public:
             { KXEntityDescription(QStringLiteral("Branch"))
                     .add(Property::attribute(QStringLiteral("title"), KXAttributeType::String))
                     .add(Property::attribute(QStringLiteral("position"), KXAttributeType::Integer64).withDefault(0))
+                    .add(Property::attribute(QStringLiteral("height"), KXAttributeType::Double))
+                    .add(Property::attribute(QStringLiteral("price"), KXAttributeType::Decimal))
                     .add(
                         Property::toOne(QStringLiteral("parent"), QStringLiteral("Branch"), QStringLiteral("children")))
                     .add(

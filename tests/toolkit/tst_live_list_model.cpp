@@ -94,6 +94,39 @@ TEST(LiveListModel, showsEditsAndFollows)
     EXPECT_THROW(KXLiveListModel(grove.context, u"Twig"_s, {}), KXException);
 }
 
+TEST(LiveListModel, takesNumbersAsTheUserWritesThem)
+{
+    const KXClockPin pin;
+    KXClock::setLocale(QLocale(QLocale::German, QLocale::Germany));
+    Grove grove;
+    const auto branch = grove.branch(u"a"_s);
+    KXLiveListModel model(grove.context, u"Branch"_s,
+        { { .keyPath = u"height"_s, .isEditable = true }, { .keyPath = u"price"_s, .isEditable = true } });
+    const auto after = [&](const QString &text) {
+        branch->setHeight(std::nullopt);
+        branch->setPrice(std::nullopt);
+        QStringList values;
+        for (int column = 0; column < 2; ++column) {
+            if (!model.setData(model.index(0, column), text))
+                values.append(u"refused"_s);
+            else if (column == 0)
+                values.append(QString::number(branch->height().value_or(0)));
+            else
+                values.append(branch->price().value_or(KXDecimal()).toString());
+        }
+        return values.constFirst() == values.constLast() ? values.constFirst() : values.join(u" and "_s);
+    };
+    EXPECT_EQ(after(u" 1.234,5 "_s), u"1234.5"_s);
+    EXPECT_EQ(after(u"1.234"_s), u"1234"_s);
+    EXPECT_EQ(after(u"-0,25"_s), u"-0.25"_s);
+    EXPECT_EQ(after(u"1.5"_s), u"1.5"_s) << "no group of three digits";
+    for (const QString &wrong : { u"12,3,4"_s, u"nan"_s, u"-inf"_s, u"x"_s })
+        EXPECT_EQ(after(wrong), u"refused"_s) << wrong.toStdString();
+    KXClock::setLocale(QLocale(QLocale::Swedish, QLocale::Sweden));
+    EXPECT_EQ(after(u"\u22120,25"_s), u"-0.25"_s);
+    EXPECT_TRUE(grove.context->save());
+}
+
 TEST(LiveListModel, equalsItsFetchThroughRandomChanges)
 {
     KXTestRandom random;

@@ -25,8 +25,10 @@ AnalysisCommands::AnalysisCommands(BrowserWindow *window, LibraryEditor *editor,
     , m_window(window)
     , m_editor(editor)
     , m_bulk(bulk)
+    , m_steps(window->context()->persistentStoreCoordinator())
     , m_job(window->context()->persistentStoreCoordinator())
 {
+    m_steps.setFinishes(true);
     connect(all, &QAction::triggered, this, &AnalysisCommands::analyseAll);
     connect(selected, &QAction::triggered, this, &AnalysisCommands::analyseSelected);
     connect(confirm, &QAction::triggered, this, &AnalysisCommands::confirmSelected);
@@ -86,7 +88,7 @@ void AnalysisCommands::analyseSelected()
 void AnalysisCommands::analyse(const std::function<std::vector<qint64>(TrackAnalysis &)> &tracks)
 {
     m_window->table()->commitOpenEditor();
-    if (m_job.isBusy() || !m_analyser.isInstalled() || !m_editor->save())
+    if (isBusy() || !m_analyser.isInstalled() || !m_editor->save())
         return;
     const auto result = std::make_shared<TrackAnalysisResult>();
     m_cancel->show();
@@ -150,7 +152,7 @@ void AnalysisCommands::registerStep(const std::shared_ptr<const std::vector<Anal
         registerStep(found, !isUndo);
         if (!m_editor->save())
             return;
-        m_job.start([found, isUndo](const KXManagedObjectContext::Ref &context, const LibraryJob::Stop &) {
+        m_steps.start([found, isUndo](const KXManagedObjectContext::Ref &context, const LibraryJob::Stop &) {
             TrackAnalysis analysis(context);
             (void)(isUndo ? analysis.takeBack(*found) : analysis.putBack(*found)); // a store that fails has said so
         });

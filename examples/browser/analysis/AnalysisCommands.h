@@ -27,7 +27,7 @@ public:
 
     /// Another program than the one that is installed beside this one.
     void setAnalyser(const Analyser &analyser);
-    [[nodiscard]] bool isBusy() const { return m_job.isBusy(); }
+    [[nodiscard]] bool isBusy() const { return m_job.isBusy() || m_steps.isBusy(); }
 
 Q_SIGNALS:
     void said(const QString &what);
@@ -47,5 +47,6 @@ private:
     BulkEdits *const m_bulk;
     Analyser m_analyser;
     QPushButton *m_cancel;
-    LibraryJob m_job; // last: it is waited for
+    LibraryJob m_steps; // undo and redo: neither cancelled nor left out when the window closes
+    LibraryJob m_job; // last: they are waited for
 };

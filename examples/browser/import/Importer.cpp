@@ -110,15 +110,42 @@ private:
         const QUrl below = urlOfPath(m_scan.root.back() == '/' ? m_scan.root : m_scan.root + '/');
         const auto predicate
             = KXPredicate::predicateWithFormat("location BEGINSWITH %@", QString::fromLatin1(below.toEncoded()));
-        for (const KXRef<KXManagedObject> &object : m_context->fetchForEntity(QString(Track::entityName), predicate)) {
+        m_savesKnown = m_names.others.count();
+        know(m_context->fetchForEntity(QString(Track::entityName), predicate));
+        for (const ScannedFile &file : m_scan.files) {
+            if (const auto known = m_known.find(file.path); known != m_known.end())
+                known->second.found = true;
+        }
+    }
+
+    void know(const KXFetchedList &tracks)
+    {
+        for (const KXRef<KXManagedObject> &object : tracks) {
             const KXRef<Track> track = Track::cast(object);
             if (track)
                 m_known.insert({ pathOfUrl(track->location()),
                     { track->objectID(), track->fileSize(), track->fileModified(), track->soundHash(),
                         track->soundHead(), track->missing() } });
         }
-        for (const ScannedFile &file : m_scan.files) {
-            if (const auto known = m_known.find(file.path); known != m_known.end())
+    }
+
+    /// Another import may have brought some of the files by now, or somebody has located them.
+    void lookAgain(const std::vector<Arrival> &arrivals)
+    {
+        const int saves = m_names.others.count();
+        if (std::exchange(m_savesKnown, saves) == saves)
+            return;
+        QVariantList locations;
+        for (const Arrival &arrival : arrivals) {
+            if (!isKnown(*arrival.file))
+                locations.append(urlOfPath(arrival.file->path));
+        }
+        if (locations.isEmpty())
+            return;
+        know(m_context->fetchForEntity(
+            QString(Track::entityName), KXPredicate::predicateWithFormat("location IN %@", locations)));
+        for (const Arrival &arrival : arrivals) {
+            if (const auto known = m_known.find(arrival.file->path); known != m_known.end())
                 known->second.found = true;
         }
     }
@@ -163,6 +190,7 @@ private:
             m_wentAway = true; // what was read before is saved
             return;
         }
+        lookAgain(arrivals);
         for (Arrival &arrival : arrivals) {
             arrival.wantsSound = wantsSound(arrival);
             arrival.wantsHead = wantsHead(arrival);
@@ -392,6 +420,7 @@ private:
     qint64 m_done = 0;
     qint64 m_total = 0;
     int m_touched = 0; // objects changed since the last save, roughly
+    int m_savesKnown = 0; // of others, when it was looked which files are known
     bool m_isOfFiles = false, m_onlyFindsMissing = false;
     bool m_stopped = false, m_wentAway = false;
     Clock::time_point m_lastSave = Clock::now();

@@ -39,6 +39,15 @@ void TrackTagsSection::makeRows(QVBoxLayout &rows)
 
 void TrackTagsSection::showTracks()
 {
+    // What is being typed is meant for the tracks at which that began.
+    const QList<KXRef<Track>> before = std::exchange(m_shown, tracks());
+    for (const auto &[field, line] : std::as_const(m_fields)) {
+        if (before == tracks() || !line->hasFocus() || !line->isModified())
+            continue;
+        line->setModified(false);
+        if (!before.isEmpty() && before.size() < m_most)
+            m_editor->setField(before, field, line->text());
+    }
     m_stars->setEnabled(!tracks().isEmpty());
     m_stars->setRating(tracks().isEmpty() ? 0 : tracks().constFirst()->rating().value_or(0));
     for (const auto &[field, line] : std::as_const(m_fields)) {

@@ -34,5 +34,6 @@ private:
     const qsizetype m_most;
     const EditAll m_editAll;
     KXStarRating *m_stars = nullptr;
+    QList<KXRef<Track>> m_shown;
     QList<std::pair<TrackFields::Field, KXThemeableTextField *>> m_fields;
 };

@@ -11,7 +11,7 @@ LibraryJob::LibraryJob(KXPersistentStoreCoordinator::Ref coordinator, QObject *p
 
 LibraryJob::~LibraryJob()
 {
-    *m_stops = true;
+    *m_stops = !m_finishes;
     m_queue.waitUntilAllOperationsAreFinished();
 }
 

@@ -1,11 +1,12 @@
 #include "library/TrackNames.h"
 
 TrackNames::TrackNames(KXManagedObjectContext &context)
-    : artists(context)
-    , genres(context)
-    , labels(context)
-    , m_albums(context)
-    , m_keys(context)
+    : others(context)
+    , artists(context, others)
+    , genres(context, others)
+    , labels(context, others)
+    , m_albums(context, others)
+    , m_keys(context, others)
 {
 }
 

@@ -3,27 +3,31 @@
 #include <QHash>
 
 #include "library/Library.h"
+#include "library/OtherSaves.h"
 #include "tags/TrackTags.h"
 
 /// Objects of an entity by their names, made when a name is new. It keeps identifiers, not objects, and reads the names
-/// that there are when it is first asked.
+/// that there are when it is first asked, and when somebody else may have made one since.
 template <class Class> class NameIndex
 {
 public:
-    explicit NameIndex(KXManagedObjectContext &context)
+    NameIndex(KXManagedObjectContext &context, const OtherSaves &others)
         : m_context(context)
+        , m_others(others)
     {
     }
 
-    /// fill sets a new object's values. Empty where the store gives no identifier.
+    /// fill sets a new object's values. Empty where the store does not answer, or gives no identifier.
     template <class Fill> KXRef<Class> object(const QString &key, const Fill &fill, KXError *error)
     {
-        if (!std::exchange(m_isRead, true))
-            read();
-        if (const KXManagedObjectID id = m_ids.value(key)) {
-            if (const KXRef<Class> known = Class::cast(m_context.objectWithID(id));
-                known && !known->isMissing() && !known->isDeleted())
-                return known;
+        if (const KXRef<Class> found = known(key))
+            return found;
+        if (const int saves = m_others.count(); saves != m_savesRead) {
+            if (!read(error))
+                return {};
+            m_savesRead = saves;
+            if (const KXRef<Class> found = known(key))
+                return found;
         }
         const KXRef<Class> made = Class::createInContext(m_context, error);
         if (made) {
@@ -45,12 +49,23 @@ public:
     }
 
 private:
-    void read()
+    KXRef<Class> known(const QString &key)
     {
-        for (const KXRef<KXManagedObject> &object : m_context.fetchAllForEntity(QString(Class::entityName))) {
+        const KXManagedObjectID id = m_ids.value(key);
+        const KXRef<Class> object = id ? Class::cast(m_context.objectWithID(id)) : KXRef<Class>();
+        return object && !object->isMissing() && !object->isDeleted() ? object : KXRef<Class>();
+    }
+    bool read(KXError *error)
+    {
+        KXError problem;
+        const KXFetchedList all = m_context.fetch(KXFetchRequest(QString(Class::entityName)), &problem);
+        if (problem)
+            return KXSetError(error, problem);
+        for (const KXRef<KXManagedObject> &object : all) {
             if (const KXRef<Class> typed = Class::cast(object))
                 m_ids.insert(keyOf(*typed), typed->objectID());
         }
+        return true;
     }
     static QString keyOf(const Class &object)
     {
@@ -61,8 +76,9 @@ private:
     }
 
     KXManagedObjectContext &m_context;
+    const OtherSaves &m_others;
     QHash<QString, KXManagedObjectID> m_ids;
-    bool m_isRead = false;
+    int m_savesRead = -1; // of the others; none yet
 };
 
 /// What tracks refer to by name: artists, albums, genres, labels and keys. On the context's thread; the context is
@@ -71,6 +87,8 @@ class TrackNames
 {
 public:
     explicit TrackNames(KXManagedObjectContext &context);
+
+    const OtherSaves others;
 
     NameIndex<Artist> artists;
     NameIndex<Genre> genres;

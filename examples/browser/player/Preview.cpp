@@ -376,14 +376,16 @@ void Preview::start(const std::shared_ptr<PreviewItem> &item)
     play(item);
 }
 
-/// Where the player goes on by itself the selection goes along, unless the user has left the track.
+/// Where the player goes on by itself the selection goes along, unless the user has left the track or writes something
+/// into its row: the editor would close, and the rest of what is typed would be commands.
 void Preview::followItem()
 {
     const auto item = std::static_pointer_cast<PreviewItem>(player().currentItem());
-    const bool isFollowing
-        = m_followed && m_followed->index.isValid() && m_followed->index.row() == m_view->currentIndex().row();
+    const QModelIndex current = m_view->currentIndex();
+    const bool isFollowing = m_followed && m_followed->index.isValid() && m_followed->index.row() == current.row()
+        && !m_view->indexWidget(current);
     if (isFollowing && item && item->index.isValid())
-        m_view->setCurrentIndex(item->index.sibling(item->index.row(), m_view->currentIndex().column()));
+        m_view->setCurrentIndex(item->index.sibling(item->index.row(), current.column()));
     m_followed = item;
     Q_EMIT changed();
 }

@@ -82,6 +82,8 @@ bool ShopPlace::showPageOf(const QUrl &place)
     setCurrentWidget(isShop ? static_cast<QWidget *>(m_pane) : widget(0));
     setFocusProxy(currentWidget());
     updateCommands();
+    if (isShop)
+        Q_EMIT shown();
     return isShop;
 }
 

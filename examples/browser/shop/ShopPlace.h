@@ -52,6 +52,8 @@ Q_SIGNALS:
     void countDidChange();
     /// The page was made.
     void opened();
+    /// The page is what is seen from now on; it is another one where another shop was named meanwhile.
+    void shown();
 
 private:
     void followPreferences();

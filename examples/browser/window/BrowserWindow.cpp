@@ -219,6 +219,8 @@ void BrowserWindow::buildTable()
     tracks->setFocusProxy(m_table);
     m_shop = new ShopPlace(tracks, m_filterStrip, m_sources, m_preview, m_coordinator);
     m_shop->setFilterMenu(qobject_cast<QMenu *>(m_filterStrip->actions().constFirst()->associatedObjects().value(0)));
+    connect(m_shop, &ShopPlace::shown, this,
+        [this] { m_shop->pane()->undoManager()->driveActions(m_undoActions[0], m_undoActions[1]); });
     m_summary->setShop(m_shop);
     buildPlaces(m_shop, view);
     m_panes = m_sources->beside(m_places->view(), m_inspector->container());
@@ -352,8 +354,8 @@ void BrowserWindow::showPlace(
     m_placePredicate = predicate;
     m_bar->setTitle(title);
     const bool isShop = m_shop->showPageOf(filters);
-    KXUndoManager *const undo = isShop ? m_shop->pane()->undoManager() : m_context->undoManager();
-    undo->driveActions(m_undoActions[0], m_undoActions[1]);
+    if (!isShop)
+        m_context->undoManager()->driveActions(m_undoActions[0], m_undoActions[1]);
     m_filterStrip->setPlace(isShop ? QUrl() : filters, predicate);
     applyFilters();
 }

@@ -24,14 +24,51 @@ void settingsWrite(QLatin1StringView key, const QVariant &value)
     defaults.synchronize(); // a choice outlives whatever happens next
 }
 
+bool settingsIsFolder(const std::string &path)
+{
+    std::error_code error;
+    return std::filesystem::is_directory(path, error);
+}
+
+std::string settingsFirstFolder()
+{
+    return KXUserDefaults::standard().dataForKey(Settings::musicFolderKey).value_or(QByteArray()).toStdString();
+}
+
+/// There or not: a drive comes back.
+std::vector<std::string> settingsNamedFolders()
+{
+    std::vector<std::string> folders;
+    const auto take = [&](const std::string &folder) {
+        if (!folder.empty() && std::find(folders.begin(), folders.end(), folder) == folders.end())
+            folders.push_back(folder);
+    };
+    take(settingsFirstFolder());
+    const auto more = KXUserDefaults::standard().arrayForKey(Settings::moreMusicFoldersKey);
+    for (const QVariant &value : more.value_or(QVariantList()))
+        take(value.toByteArray().toStdString());
+    return folders;
+}
+
+/// The first one that is there comes first.
+void settingsNameFolders(std::vector<std::string> folders)
+{
+    const auto first = std::find_if(folders.begin(), folders.end(), settingsIsFolder);
+    if (first != folders.end())
+        std::rotate(folders.begin(), first, first + 1);
+    Settings::setMusicFolder(folders.empty() ? std::string() : folders.front());
+    QVariantList more;
+    for (size_t i = 1; i < folders.size(); ++i)
+        more.append(QByteArray::fromStdString(folders[i]));
+    settingsWrite(Settings::moreMusicFoldersKey, more);
+}
+
 } // namespace
 
 std::string Settings::musicFolder()
 {
-    const std::string folder
-        = KXUserDefaults::standard().dataForKey(musicFolderKey).value_or(QByteArray()).toStdString();
-    std::error_code error;
-    return std::filesystem::is_directory(folder, error) ? folder : std::string();
+    const std::string folder = settingsFirstFolder();
+    return settingsIsFolder(folder) ? folder : std::string();
 }
 
 void Settings::setMusicFolder(const std::string &folder)
@@ -41,17 +78,8 @@ void Settings::setMusicFolder(const std::string &folder)
 
 std::vector<std::string> Settings::musicFolders()
 {
-    std::vector<std::string> folders;
-    std::error_code error;
-    if (const std::string first = musicFolder(); !first.empty())
-        folders.push_back(first);
-    const auto more = KXUserDefaults::standard().arrayForKey(moreMusicFoldersKey);
-    for (const QVariant &value : more.value_or(QVariantList())) {
-        const std::string folder = value.toByteArray().toStdString();
-        if (std::filesystem::is_directory(folder, error)
-            && std::find(folders.begin(), folders.end(), folder) == folders.end())
-            folders.push_back(folder);
-    }
+    std::vector<std::string> folders = settingsNamedFolders();
+    std::erase_if(folders, [](const std::string &folder) { return !settingsIsFolder(folder); });
     return folders;
 }
 
@@ -66,25 +94,18 @@ void Settings::addMusicFolders(const std::vector<std::string> &folders)
         };
         if (std::any_of(known.begin(), known.end(), holds))
             continue;
-        if (musicFolder().empty()) {
-            setMusicFolder(folder);
-            continue;
-        }
-        QVariantList more = KXUserDefaults::standard().arrayForKey(moreMusicFoldersKey).value_or(QVariantList());
-        more.append(QByteArray::fromStdString(folder));
-        settingsWrite(moreMusicFoldersKey, more);
+        std::vector<std::string> named = settingsNamedFolders();
+        std::erase(named, folder);
+        named.push_back(folder);
+        settingsNameFolders(std::move(named));
     }
 }
 
 void Settings::removeMusicFolder(const std::string &folder)
 {
-    std::vector<std::string> kept = musicFolders();
+    std::vector<std::string> kept = settingsNamedFolders();
     std::erase(kept, folder);
-    setMusicFolder(kept.empty() ? std::string() : kept.front());
-    QVariantList more;
-    for (size_t i = 1; i < kept.size(); ++i)
-        more.append(QByteArray::fromStdString(kept[i]));
-    settingsWrite(moreMusicFoldersKey, more);
+    settingsNameFolders(std::move(kept));
 }
 
 bool Settings::darkTheme() { return KXUserDefaults::standard().boolForKey(darkThemeKey).value_or(true); }
