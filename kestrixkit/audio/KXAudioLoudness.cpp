@@ -19,7 +19,11 @@ struct KXAudioLoudness::State
         if (meter && sides == 1)
             ebur128_set_channel(meter, 0, EBUR128_DUAL_MONO);
     }
-    ~State() { ebur128_destroy(&meter); }
+    ~State()
+    {
+        if (meter)
+            ebur128_destroy(&meter);
+    }
     Q_DISABLE_COPY_MOVE(State)
 
     ebur128_state *meter; // null for rates that cannot be measured

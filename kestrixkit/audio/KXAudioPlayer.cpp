@@ -48,7 +48,8 @@ void KXAudioPlayer::playItem(const KXAudioPlayerItemPointer &) { }
 
 QUrl KXAudioPlayer::beginItem(KXAudioPlayerItemPointer item, const std::function<void()> &end)
 {
-    // Observers may ask for another item at any of these announcements; the newest one stays.
+    // Observers may ask for another item: this one follows what they ask for while the former one stops, and leaves
+    // standing what they ask for when they hear of it.
     const QPointer<KXAudioPlayer> alive(this);
     stop();
     if (!alive)

@@ -146,7 +146,8 @@ protected:
     /// False when an observer ended the player.
     bool storeCurrentItem(KXAudioPlayerItemPointer item);
     /// How playItem() begins: stops, lets `end` end what was played, and makes the item the current one. The file to be
-    /// played; empty where there is none, and where an observer asked for another item or destroyed the player.
+    /// played; empty where there is none, and where whoever hears of the current item asks for another one, or an
+    /// observer destroyed the player. An item that is asked for while the former one stops is followed by this one.
     [[nodiscard]] QUrl beginItem(KXAudioPlayerItemPointer item, const std::function<void()> &end = {});
     /// False when an observer ended the player.
     bool storeVolume(float volume);

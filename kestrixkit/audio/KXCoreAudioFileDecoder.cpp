@@ -160,7 +160,7 @@ void KXCoreAudioFileDecoder::carryOutSeek()
         return;
     if (m_readStatus != KXAudioFileNoError) { // there may be more than what could be had
         m_totalFramesIsFinal = false;
-        m_totalFrames = std::max<qint64>(m_promisedFrames, m_totalFrames);
+        m_totalFrames = m_promisedFrames > 0 ? std::max<qint64>(m_promisedFrames, m_totalFrames) : 0;
         m_readStatus = KXAudioFileNoError;
     }
     if (const auto delegate = m_delegate.lock())

@@ -62,10 +62,11 @@ bool KXMultiTrackAudioPlayer::willStartDecoding(const KXStreamFormat &format)
     const std::shared_ptr<KXPlaybackSession> session = m_session;
     const QPointer<KXMultiTrackAudioPlayer> alive(this);
     const bool ready = session->prepareBuffer(format) && setupCoreAudio(format);
-    if (alive && m_session == session)
-        Q_EMIT stemsChanged();
-    return alive && m_session == session && setState(ready ? KXAudioPlayerStatePlaying : KXAudioPlayerStateStopped)
-        && ready && m_session == session;
+    if (!alive || m_session != session || !setState(ready ? KXAudioPlayerStatePlaying : KXAudioPlayerStateStopped)
+        || m_session != session)
+        return false;
+    Q_EMIT stemsChanged(); // last: whoever hears of them may stop
+    return ready && alive && m_session == session;
 }
 
 bool KXMultiTrackAudioPlayer::setupCoreAudio(const KXStreamFormat &format)

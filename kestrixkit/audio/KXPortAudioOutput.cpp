@@ -14,7 +14,7 @@ constexpr int portAudioWatchMilliseconds = 250;
 constexpr int portAudioIdleTurns = 4; // a second without a pass
 constexpr auto portAudioRefresh = std::chrono::seconds(5); // looking for devices takes long
 
-int portAudioStreams = 0; // open or being torn down; the main thread's
+std::atomic<int> portAudioStreams = 0; // open or being torn down
 
 /// PortAudio knows the devices that were there when it was initialised. Looks again when there were none, or when asked
 /// to.
@@ -176,8 +176,11 @@ KXAudioOutput::Status KXPortAudioOutput::open(double sampleRate)
 
 void KXPortAudioOutput::close()
 {
+    const bool wasWatched = m_isRunning;
     stop();
-    if (m_stream) {
+    if (m_stream && m_stream->isJACK && !wasWatched && startStream(nullptr) != paNoError) {
+        abandon();
+    } else if (m_stream) {
         KXPortAudio().closeStream(m_stream->stream);
         m_stream.reset();
         --portAudioStreams;
@@ -185,22 +188,34 @@ void KXPortAudioOutput::close()
     KXAudioOutput::close();
 }
 
+PaError KXPortAudioOutput::startStream(std::shared_ptr<KXAudioRenderSource> source)
+{
+    m_stream->source.store(source.get(), std::memory_order_release);
+    m_stream->keptSource = std::move(source);
+    m_stream->ended = false;
+    if (m_stream->resampler)
+        m_stream->resampler->reset();
+    return KXPortAudio().startStream(m_stream->stream);
+}
+
 KXAudioOutput::Status KXPortAudioOutput::start()
 {
     if (m_isRunning)
         return 0;
-    if (!m_stream) { // lost earlier, perhaps back by now
-        const Status status = isOpen() ? open(sampleRate()) : Status(paBadStreamPtr);
-        if (status != 0)
-            return status;
+    if (!isOpen())
+        return paBadStreamPtr;
+    Status status = m_stream ? startStream(sharedSource()) : Status(paBadStreamPtr);
+    if (status != 0) { // lost, while it played or stood still, and perhaps back by now
+        const double rate = sampleRate();
+        if (m_stream && m_stream->isJACK)
+            abandon();
+        status = open(rate);
+        if (status == 0)
+            status = startStream(sharedSource());
+        setSampleRate(rate); // to be tried again
     }
-    m_stream->keptSource = sharedSource();
-    m_stream->source.store(source(), std::memory_order_release);
-    m_stream->ended = false;
-    if (m_stream->resampler)
-        m_stream->resampler->reset();
-    if (const PaError error = KXPortAudio().startStream(m_stream->stream))
-        return error;
+    if (status != 0)
+        return status;
     m_isRunning = true;
     m_passesSeen = m_stream->passes;
     m_idleTurns = 0;
@@ -231,21 +246,27 @@ void KXPortAudioOutput::watch()
         lose(u"the device asks for no more sound"_s);
 }
 
-/// Leaves the stream to a thread that nobody waits for: closing it may never return. Its source stays alive there.
 void KXPortAudioOutput::lose(const QString &reason)
 {
     m_isRunning = false;
     m_watchdog.stop();
+    abandon();
+    if (!reason.isEmpty())
+        announceLost(reason);
+}
+
+/// Leaves the stream to a thread that nobody waits for: closing it may never return. Its source stays alive there.
+void KXPortAudioOutput::abandon()
+{
     m_stream->source.store(nullptr, std::memory_order_release);
     if (m_stream->isJACK) {
         // PortAudio ends the process when it cannot take its ports back from a server that is gone.
         (void)m_stream.release();
-    } else {
-        std::thread([stream = std::move(m_stream)] {
-            KXPortAudio().abortStream(stream->stream);
-            KXPortAudio().closeStream(stream->stream);
-        }).detach();
+        return;
     }
-    if (!reason.isEmpty())
-        announceLost(reason);
+    std::thread([stream = std::move(m_stream)] {
+        KXPortAudio().abortStream(stream->stream);
+        KXPortAudio().closeStream(stream->stream);
+        --portAudioStreams;
+    }).detach();
 }

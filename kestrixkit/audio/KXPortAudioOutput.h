@@ -46,8 +46,10 @@ public:
 private:
     struct Stream;
     [[nodiscard]] int deviceIndex() const;
+    int startStream(std::shared_ptr<KXAudioRenderSource> source);
     void watch();
     void lose(const QString &reason);
+    void abandon();
 
     QString m_device; // empty: the default one
     std::unique_ptr<Stream> m_stream;

@@ -138,8 +138,11 @@ void KXStreamingPlayer::applyFadeOut()
 
 KXStreamingPlayer::Event KXStreamingPlayer::takeEvent()
 {
+    // Where reading broke off is no end. Asked on both sides: the decoder goes on by itself.
+    const bool wasWhole = decoder().readStatus() == KXAudioFileNoError;
     const qint64 total = decoder().totalFrames();
-    if (total != m_framesOfFade) { // it was a guess
+    const bool isWhole = wasWhole && decoder().readStatus() == KXAudioFileNoError;
+    if (isWhole && total != m_framesOfFade) { // it was a guess
         m_framesOfFade = total;
         m_session->correctNextRamp(fadeOutRamp());
     }

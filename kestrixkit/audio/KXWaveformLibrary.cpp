@@ -83,6 +83,8 @@ std::shared_ptr<const KXWaveformPyramid> KXWaveformLibrary::pyramid(const QUrl &
         m_pyramids.remove(file);
         m_overviews.remove(file);
     }
+    if (const auto without = m_without.constFind(file); without != m_without.cend() && *without != waveformStamp(file))
+        m_without.erase(without);
     ask(file);
     return nullptr;
 }
@@ -170,7 +172,8 @@ void KXWaveformLibrary::run(const QString &path)
             }
         }
         const auto stamp = waveformStamp(file); // before: a change meanwhile shows
-        const Kept kept { waveformOf(store, file, m_measuresLoudness, m_ends), stamp };
+        const bool measures = m_measuresLoudness;
+        const Kept kept { waveformOf(store, file, measures, m_ends), stamp, measures };
         KXMainQueue::async(this, [this, file, kept, wasAsked] { take(file, kept, wasAsked); });
     }
 }
@@ -182,11 +185,11 @@ void KXWaveformLibrary::take(const QUrl &file, const Kept &kept, bool wasAsked)
         const std::lock_guard lock(m_mutex);
         std::erase(m_asked, file);
     }
-    if (kept.pyramid && m_measuresLoudness && !kept.pyramid->loudness()) // it was being made when that was switched on
+    if (kept.pyramid && m_measuresLoudness && !kept.measured) // it was being made when that was switched on
         return isWanted ? ask(file) : prepare(file);
     const QPointer<KXWaveformLibrary> alive(this);
     if (!kept.pyramid) {
-        m_without.insert(file);
+        m_without.insert(file, kept.stamp);
     } else if (isWanted) {
         const KXWaveformPyramid &pyramid = *kept.pyramid;
         m_overviews.insert(

@@ -32,7 +32,7 @@ public:
     /// The whole file in few columns, for rows of a table; borrowed until the next turn. Null also for a file that has
     /// no waveform.
     [[nodiscard]] const KXWaveformColumns *overview(const QUrl &file);
-    /// Looks whether the file was changed since.
+    /// Looks whether the file was changed since, or can be read by now.
     [[nodiscard]] std::shared_ptr<const KXWaveformPyramid> pyramid(const QUrl &file);
 
     /// Whether loudness is measured with it, which takes half as long again. False at first. Waveforms that were made
@@ -55,11 +55,13 @@ Q_SIGNALS:
     void progressed(qsizetype pending);
 
 private:
-    /// With the file's size and last change at that time.
+    using Stamp = std::pair<qint64, qint64>; ///< a file's size and last change
+    /// What was made, and of what.
     struct Kept
     {
         std::shared_ptr<const KXWaveformPyramid> pyramid;
-        std::pair<qint64, qint64> stamp;
+        Stamp stamp;
+        bool measured; ///< whether loudness was wanted; of some sounds there is none
     };
 
     void ask(const QUrl &file);
@@ -69,7 +71,7 @@ private:
     QCache<QUrl, KXWaveformColumns> m_overviews { 4096 };
     QCache<QUrl, Kept> m_pyramids { 64 };
     QSet<QUrl> m_awaited; // asked for and not answered
-    QSet<QUrl> m_without; // cannot be read
+    QHash<QUrl, Stamp> m_without; // cannot be read
     mutable std::mutex m_mutex;
     std::condition_variable m_changed;
     std::deque<QUrl> m_asked; // the newest at the end

@@ -361,6 +361,36 @@ TEST_F(BasicPlayer, playsFromServersOfAllKinds)
     player.reset();
 }
 
+/// A connection that breaks off is not where the item ends: nothing fades there, and what comes then is heard.
+TEST_F(BasicPlayer, goesOnWhereAConnectionBrokeOff)
+{
+    constexpr size_t seconds = 20, all = seconds * basicRate;
+    const AudioSamples sound = makeSound(all, 1, basicRate);
+    HttpServer server(bytesOf(item(sound)), HttpServer::StallInBodyOnce);
+    player->setSecondsPerCall(0.5);
+    player->setVolume(1);
+    play(std::make_shared<StreamItem>(server.url()));
+    size_t at = 0;
+    const auto expectSound = [&](const Stereo &heard) {
+        for (const float sample : heard.left) {
+            const double gain = std::min({ 1.0, double(at) / basicRate, double(all - at) / basicRate });
+            ASSERT_NEAR(sample, gain * sound.channels[0][at], 1e-6) << at;
+            ++at;
+        }
+    };
+    while (player->state() == KXAudioPlayerStatePlaying) {
+        expectSound(hear(1000));
+        QTest::qWait(1);
+    }
+    EXPECT_EQ(player->state(), KXAudioPlayerStateStopped);
+    EXPECT_NEAR(double(at), double(all) / 2, 1000);
+    EXPECT_TRUE(player->resume());
+    ASSERT_TRUE(QTest::qWaitFor([&] { return player->duration() == double(seconds); }, patience));
+    expectSound(hear(all - at));
+    EXPECT_EQ(at, all);
+    EXPECT_TRUE(waitFor(KXAudioPlayerStateFinished));
+}
+
 TEST_F(BasicPlayer, whatEndsNobodyKnowsWhereDoesNotFadeBefore)
 {
     const AudioSamples sound = makeSound(60 * basicRate, 1, basicRate);

@@ -53,8 +53,9 @@ TEST_F(MultiTrack, mutesAndVolumeActFromTheNextPassOn)
     EXPECT_DOUBLE_EQ(player->currentTime(), 2000 / 44'100.0);
     constexpr size_t ramp = 221; // 5 ms
     for (size_t i = 0; i < 1000; ++i) {
-        if (i >= ramp)
+        if (i >= ramp) {
             ASSERT_NEAR(heard.left[i], 0.125 * sound.channels[0][1000 + i], 1e-6);
+        }
         ASSERT_NEAR(heard.right[i], 0.125 * (sound.channels[1][1000 + i] + sound.channels[3][1000 + i]), 1e-6);
     }
     player->unmuteChannel(2);
@@ -86,6 +87,14 @@ TEST_F(MultiTrack, stemsAreMixedAsTheyAreSet)
     player->playItem(item(sound));
     ASSERT_EQ(player->numberOfStems(), 4);
     int changes = 0;
+    {
+        const QObject listener;
+        QObject::connect(player.get(), &KXMultiTrackAudioPlayer::stemsChanged, &listener, [&] { player->stop(); });
+        player->playItem(item(sound));
+        EXPECT_EQ(player->state(), KXAudioPlayerStateStopped);
+        EXPECT_FALSE(output->isRunning());
+        EXPECT_TRUE(player->resume());
+    }
     QObject::connect(player.get(), &KXMultiTrackAudioPlayer::stemsChanged, [&] { ++changes; });
     // Before anything was heard there is nothing to fade from.
     player->setStemSoloed(3, true);

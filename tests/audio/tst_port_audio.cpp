@@ -100,10 +100,16 @@ TEST(PortAudio, playsThroughASoundServerAndSurvivesItsEnd)
     ASSERT_TRUE(QTest::qWaitFor([&] { return player.currentTime() > there + 0.1; }, smokePatience));
     expectToGoOnByAnotherDevice(player, *output, usual->identifier);
 
+    // One that stands still hears nothing of the end.
+    const bool standsStill = qEnvironmentVariableIsSet(sameRate);
+    if (standsStill)
+        player.stop();
     jack.kill();
     jack.waitForFinished();
     EXPECT_TRUE(QTest::qWaitFor([&] { return player.state() == KXAudioPlayerStateStopped; }, smokePatience));
-    EXPECT_TRUE(log.contains(u"Audio output lost"_s));
+    EXPECT_TRUE(log.contains(u"Audio output lost"_s) || standsStill);
+    if (standsStill)
+        EXPECT_NE(output->start(), 0);
     player.playItem(nullptr);
     EXPECT_EQ(player.state(), KXAudioPlayerStateIdle);
 }

@@ -51,7 +51,8 @@ TEST_F(WaveformLibrary, keepsWhatItMadeAndNoticesOtherSound)
         EXPECT_EQ(pyramid->frames(), 5000);
         EXPECT_EQ(library.overview(file)->size(), size_t(KXWaveformLibrary::OverviewColumns));
         fingerprint = pyramid->fingerprint();
-        EXPECT_FALSE(wait(library, QUrl::fromLocalFile(m_dir.filePath(u"absent.wav"_s))));
+        EXPECT_FALSE(wait(library, QUrl::fromLocalFile(m_dir.filePath(u"late.wav"_s))));
+        EXPECT_TRUE(wait(library, write("late", 3000))) << "its disk was not there yet";
         EXPECT_FALSE(library.pyramid(QUrl(u"http://example.com/a.wav"_s)));
     }
     // Moved and then replaced, in other processes. What is kept is what comes: a mark in it shows.
@@ -100,6 +101,14 @@ TEST_F(WaveformLibrary, measuresLoudnessOfWhatWasMadeWithoutIt)
     EXPECT_TRUE(wait(library, other)->loudness());
     KXWaveformLibrary later(m_path);
     EXPECT_TRUE(wait(later, file)->loudness()) << "it is kept";
+    // Of a rate that nothing can be heard at there is none.
+    QFile silent(write("c", 5000).toLocalFile());
+    ASSERT_TRUE(silent.open(QIODevice::ReadWrite) && silent.seek(24));
+    silent.write("\x00\x09\x3d\x00", 4); // 4,000,000
+    silent.close();
+    const auto pyramid = wait(library, QUrl::fromLocalFile(silent.fileName()));
+    ASSERT_TRUE(pyramid);
+    EXPECT_FALSE(pyramid->loudness());
 }
 
 TEST_F(WaveformLibrary, livesWithADamagedFileAndWithNone)

@@ -5,6 +5,7 @@
 #include <QApplication>
 #include <QEventLoop>
 #include <QPainter>
+#include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QWheelEvent>
@@ -172,6 +173,7 @@ TEST_F(Waveform, seeksAndZoomsUnderThePointer)
     EXPECT_EQ(picture(view).pixelColor(150, 2), picture(view).pixelColor(150, 25)); // nothing yet
     view.setPyramid(pyramid);
     view.show();
+    QSignalSpy sought(&view, &KXAudioPlayerWaveformView::sought);
     QTest::mouseClick(&view, Qt::LeftButton, {}, { 50, 20 });
     EXPECT_DOUBLE_EQ(player->time, 25);
     const QImage before = picture(view);
@@ -183,6 +185,9 @@ TEST_F(Waveform, seeksAndZoomsUnderThePointer)
     EXPECT_DOUBLE_EQ(player->time, 29);
     QTest::keyClick(&view, Qt::Key_End);
     EXPECT_DOUBLE_EQ(player->time, 100);
+    for (const Qt::Key key : { Qt::Key_Plus, Qt::Key_Minus, Qt::Key_0 })
+        QTest::keyClick(&view, key);
+    EXPECT_EQ(sought.size(), 4) << "each time that it was led elsewhere, and no other";
 
     double hovered = 0;
     QObject::connect(&view, &KXAudioPlayerWaveformView::hovered, [&](double time) { hovered = time; });

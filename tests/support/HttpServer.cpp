@@ -102,10 +102,11 @@ void HttpServer::answer(int connection)
                 + '/' + QByteArray::number(m_body.size()) + "\r\n";
         if (ranges)
             head += "Accept-Ranges: bytes\r\n";
-        const bool cuts = m_mode == Cut || m_mode == StallInBody || (m_mode == CutOnce && number == 1);
+        const bool stalls = m_mode == StallInBody || (m_mode == StallInBodyOnce && number == 1);
+        const bool cuts = m_mode == Cut || stalls || (m_mode == CutOnce && number == 1);
         const qsizetype end = cuts ? std::max(from, m_body.size() / 2) : m_body.size();
         sendAll(head + "\r\n" + m_body.mid(from, end - from));
-        if (m_mode == StallInBody)
+        if (stalls)
             waitForTheEnd();
     }
     forget(connection);

@@ -19,6 +19,7 @@ public:
         NotFound,
         Stall, ///< takes the request and says nothing
         StallInBody, ///< stops in the middle of the file, and keeps the connection
+        StallInBodyOnce, ///< and this one only the first time
         Cut, ///< closes the connection in the middle of the file, every time
         CutOnce, ///< and this one only the first time
         Redirect, ///< to the address that is its body

@@ -66,15 +66,15 @@ int KXFFmpegAudioFile::reposition(qint64 frame, bool mayDecodeAllTheWay)
     int status = 0;
     bool found = false;
     if (isSeekable()) {
-        // A used Ogg demuxer that has seen the last page delivers wrong samples.
-        if (m_isOgg && (status = openInput()) < 0)
+        // A used Ogg demuxer that has seen the last page delivers wrong samples. A connection that broke off stays so.
+        if ((m_isOgg || m_isBroken) && (status = openInput()) < 0)
             return status;
         const qint64 wanted
             = m_startTime + av_rescale_q_rnd(frame - m_preroll, { 1, m_rate }, m_timeBase, AV_ROUND_DOWN);
         const qint64 time = std::max(m_firstTime, wanted);
         status = avformat_seek_file(m_file.get(), m_stream->index, INT64_MIN, time, time, 0);
         found = status >= 0;
-    } else if (frame >= m_position && !m_isAtEnd && !m_waitsForGrowth) {
+    } else if (frame >= m_position && !m_isAtEnd && !m_waitsForGrowth && !m_isBroken) {
         // What lies between is read and dropped.
         const qint64 skipped = frame - m_position;
         const qint64 left = m_frame->nb_samples - m_frameOffset;
@@ -93,7 +93,7 @@ int KXFFmpegAudioFile::reposition(qint64 frame, bool mayDecodeAllTheWay)
     m_position = frame;
     m_silence = m_frameOffset = 0;
     m_decodedEnd = m_packetEnd = -1;
-    m_hasPacket = m_waitsForGrowth = m_isAtEnd = false;
+    m_hasPacket = m_waitsForGrowth = m_isAtEnd = m_isBroken = false;
     m_failure = 0;
     return 0;
 }
@@ -192,6 +192,7 @@ int KXFFmpegAudioFile::feedDecoder()
 {
     if (!m_hasPacket) {
         const int status = readPacket();
+        m_isBroken = status < 0 && status != AVERROR_EOF && status != KXAudioFileInvalidFileError;
         if (status == KXAudioFileInterruptedError || status == KXAudioFileInvalidFileError)
             return status;
         if (status < 0) {

@@ -108,5 +108,6 @@ private:
     bool m_hasPacket = false; // m_packet is still to be decoded
     bool m_waitsForGrowth = false; // the demuxer has met the present end and must be repositioned
     bool m_isAtEnd = false;
+    bool m_isBroken = false; // the input must be opened again
     int m_failure = 0; // what ended reading before the end
 };

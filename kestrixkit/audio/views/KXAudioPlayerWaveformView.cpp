@@ -266,11 +266,13 @@ void KXAudioPlayerWaveformView::keyPressEvent(QKeyEvent *event)
     const auto player = waveformViewPlayer();
     const double step = event->modifiers() & Qt::ShiftModifier ? 1 : 5;
     const double head = m_layer->playerHeadLayer().position.x() + 1;
+    bool isSought = false; // seekTo() says so itself
     // Time runs to the right in every language.
     switch (event->key()) {
     case Qt::Key_Left:
     case Qt::Key_Right:
-        if (player && player->currentItem() == m_layer->playerItem())
+        isSought = player && player->currentItem() == m_layer->playerItem();
+        if (isSought)
             event->key() == Qt::Key_Left ? player->scanBackward(step) : player->scanForward(step);
         break;
     case Qt::Key_Home:
@@ -292,7 +294,8 @@ void KXAudioPlayerWaveformView::keyPressEvent(QKeyEvent *event)
     }
     m_layer->display();
     update();
-    Q_EMIT sought();
+    if (isSought)
+        Q_EMIT sought();
 }
 
 bool KXAudioPlayerWaveformView::event(QEvent *event)
