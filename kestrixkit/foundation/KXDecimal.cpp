@@ -214,6 +214,30 @@ std::optional<KXDecimal> KXDecimal::fromString(QAnyStringView text)
     return KXDecimal(decimalCanonical(*parts));
 }
 
+std::optional<KXDecimal> KXDecimal::fromLocalText(const QString &text, const QLocale &locale)
+{
+    const QString typed = text.trimmed();
+    bool isNumber = false;
+    locale.toDouble(typed, &isNumber); // which looks where group separators stand
+    if (!isNumber || typed.contains(u'e', Qt::CaseInsensitive))
+        return fromString(typed);
+    QString plain = typed;
+    plain.remove(locale.groupSeparator());
+    plain.replace(locale.decimalPoint(), QStringLiteral(".")).replace(locale.negativeSign(), QStringLiteral("-"));
+    const char32_t zero = locale.zeroDigit().toUcs4().value(0);
+    for (QChar &c : plain) {
+        if (c.unicode() >= zero && c.unicode() <= zero + 9)
+            c = QChar(char16_t(u'0' + (c.unicode() - zero)));
+    }
+    // ".5" and "5." are numbers to those who type them.
+    if (plain.endsWith(u'.'))
+        plain.chop(1);
+    const qsizetype point = plain.indexOf(u'.');
+    if (point == 0 || (point == 1 && !plain[0].isDigit()))
+        plain.insert(point, u'0');
+    return fromString(plain);
+}
+
 KXDecimal KXDecimal::fromInteger(qint64 value) { return KXDecimal(value ? QByteArray::number(value) : QByteArray()); }
 
 KXDecimal KXDecimal::fromDouble(double value)

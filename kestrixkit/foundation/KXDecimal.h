@@ -10,6 +10,8 @@
 
 #include <kestrixkit/foundation/KXGlobal.h>
 
+class QLocale;
+
 /// A decimal number of up to 50 significant digits, for bounds and prices that must not drift.
 ///
 /// A value is kept as its canonical text, in which equal numbers are equal: no leading or trailing zeros, no
@@ -40,6 +42,9 @@ public:
 
     /// Reads "[+-]digits[.digits][E[+-]digits]" and nothing else: no spaces, no bare points, no group separators.
     [[nodiscard]] static std::optional<KXDecimal> fromString(QAnyStringView text);
+    /// Reads what somebody has typed, as the language writes it: "1.234,5", ".5" and "5.", spaces around it. What the
+    /// language does not read is read by fromString().
+    [[nodiscard]] static std::optional<KXDecimal> fromLocalText(const QString &text, const QLocale &locale);
     [[nodiscard]] static KXDecimal fromInteger(qint64 value);
     /// The shortest decimal number that reads back as this double: 0.1 becomes 0.1. NaN and infinities become 0.
     [[nodiscard]] static KXDecimal fromDouble(double value);

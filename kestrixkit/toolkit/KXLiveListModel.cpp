@@ -42,17 +42,12 @@ QVariant liveNumber(const QString &text, KXAttributeType type)
         return {};
     const QLocale locale = KXClock::locale();
     bool isNumber = false;
-    if (type == KXAttributeType::Decimal || type == KXAttributeType::Double) {
-        const double number = locale.toDouble(trimmed, &isNumber); // groups of digits in their places only
-        if (!isNumber || !std::isfinite(number))
-            return text;
-        if (type == KXAttributeType::Double)
-            return number;
-        QString plain = trimmed;
-        plain.remove(locale.groupSeparator());
-        plain.replace(locale.decimalPoint(), u"."_s).replace(locale.negativeSign(), u"-"_s);
-        if (const auto decimal = KXDecimal::fromString(plain))
+    if (type == KXAttributeType::Decimal) {
+        if (const auto decimal = KXDecimal::fromLocalText(trimmed, locale))
             return QVariant::fromValue(*decimal);
+    } else if (type == KXAttributeType::Double) {
+        if (const double number = locale.toDouble(trimmed, &isNumber); isNumber && std::isfinite(number))
+            return number;
     } else if (const qint64 number = locale.toLongLong(trimmed, &isNumber); isNumber) {
         return number;
     }

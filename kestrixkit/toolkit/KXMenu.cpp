@@ -44,6 +44,9 @@ void KXMenu::actionEvent(QActionEvent *event)
 void KXMenu::validate()
 {
     if (m_update) {
+        // Qt deletes the items, but not the menus below them; one of them may be what has led here.
+        for (KXMenu *const below : findChildren<KXMenu *>(Qt::FindDirectChildrenOnly))
+            below->deleteLater();
         clear();
         m_update(*this);
     }

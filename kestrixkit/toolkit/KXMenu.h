@@ -25,7 +25,8 @@ public:
     /// enabled. The menu owns it.
     QAction *addItem(const QString &title, QObject *target, std::function<void()> perform, Validator validate = {});
 
-    /// Called before the menu opens, to fill it: the menu is emptied first.
+    /// Called before the menu opens, to fill it: the menu is emptied first, and those below it that are its children
+    /// go.
     void setUpdater(std::function<void(KXMenu &)> update) { m_update = std::move(update); }
 
     /// Fills the menu and asks every item, as opening it does.

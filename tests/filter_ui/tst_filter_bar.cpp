@@ -200,6 +200,13 @@ TEST_F(FilterBarTest, wrapsByTheWidthsOfItsViews)
     bar.filters()[1]->setName(QString(60, u'x'));
     EXPECT_GT(view(1)->sizeHint().width(), view(1)->button()->sizeHint().width() + 10);
     EXPECT_EQ(view(2)->sizeHint().width(), view(2)->button()->sizeHint().width() + 10);
+    // While the bar is hidden, too.
+    bar.hide();
+    bar.filters()[0]->setLabel(u"y"_s);
+    context->processPendingChanges();
+    bar.show();
+    EXPECT_EQ(view(0)->width(), view(0)->sizeHint().width());
+    EXPECT_EQ(view(1)->x(), view(0)->sizeHint().width());
 }
 
 TEST_F(FilterBarTest, hundredsOfFiltersAndHugeTexts)
@@ -373,15 +380,50 @@ TEST_F(RangeEditorTest, writesThroughAndTakesBackByEscape)
     EXPECT_EQ(editor->startValueOperatorTypeButton()->currentIndex(), -1);
     editor->rangeValuesChanged();
     EXPECT_EQ(filter->startValueOperatorType(), KXPredicateOperator::BeginsWith);
+    // Whoever is told while the editor saves sets it right, and that stays.
+    {
+        const auto observer = filter->onChangeOf(u"startValue"_s, [&](const KXKeyValueChange &) {
+            if (filter->startValue() && filter->startValue()->toDouble() > 200)
+                filter->setStartValue(KXDecimal::fromInteger(200));
+        });
+        editor->startValueField()->setText(u"999"_s);
+        editor->commitTyping();
+        EXPECT_EQ(editor->startValueField()->text(), u"200"_s);
+        editor->commitTyping();
+        EXPECT_EQ(filter->startValue()->toString(), u"200"_s);
+        filter->removeKVOBlockObserver(observer);
+    }
     // Others change the filter, and delete it.
     filter->setEndValue(KXDecimal::fromString(u"99.5"_s));
     EXPECT_EQ(editor->endValueField()->text(), u"99.5"_s);
     QTest::keyClicks(editor->startValueField(), u"7"_s);
     context->removeManagedObject(filter);
     context->save();
+    EXPECT_FALSE(popover->isShown());
     editor->rangeValuesChanged();
-    popover->close();
     EXPECT_FALSE(context->hasChanges());
+}
+
+/// A host may take the popover away when it hears that something was saved.
+TEST_F(RangeEditorTest, mayEndWhileTheySave)
+{
+    const auto token = KXManagedObjectContext::onChange(context.get(), [&](const KXObjectsDidChange &) {
+        if (popover && popover->isShown())
+            popover.reset();
+    });
+    auto *const dates = open<KXDateFilterViewController>(make<KXDateFilter>());
+    dates->dateRangeControl()->buttons()[2]->click();
+    EXPECT_FALSE(popover);
+    const auto filter = range(u"120"_s, u"128"_s);
+    auto *const numbers = open<KXRangeFilterViewController>(filter);
+    numbers->startValueField()->setText(u"99"_s);
+    numbers->commitTyping();
+    EXPECT_FALSE(popover);
+    EXPECT_EQ(filter->startValue()->toString(), u"99"_s);
+    auto *const more = open<KXRangeFilterViewController>(filter);
+    filter->setStartValue(KXDecimal::fromInteger(1));
+    more->revert();
+    EXPECT_FALSE(popover);
 }
 
 TEST_F(RangeEditorTest, spansOfDatesAndDaysOfTheUsers)

@@ -222,6 +222,27 @@ TEST_F(FilterSetEditorTest, popoversEndWithWhatTheyShow)
     EXPECT_FALSE(nothing.validateMenuItem(MenuItem::DeleteAll));
 }
 
+/// What is pending is told before filters are removed, and whoever hears of it may show another set.
+TEST_F(FilterSetEditorTest, removesFromTheSetThatItShowsAlone)
+{
+    const auto second = set({ range(u"1"_s, u"2"_s), range(u"3"_s, u"4"_s) });
+    context->save();
+    for (const bool isAll : { true, false }) {
+        for (const KXRef<KXFilterSet> &next : { second, KXRef<KXFilterSet>() }) {
+            editor->setFilterSet(edited);
+            const auto exchange = QObject::connect(
+                editor.get(), &KXFilterSetViewController::filterSetDidChange, editor.get(),
+                [&] { editor->setFilterSet(next); }, Qt::SingleShotConnection);
+            editor->insertFilter(range(u"5"_s, u"6"_s));
+            isAll ? editor->removeAllFilters() : editor->removeFilter(filter(0));
+            EXPECT_EQ(editor->filterSet(), next);
+            EXPECT_EQ(second->filters().size(), 2);
+            QObject::disconnect(exchange);
+        }
+    }
+    EXPECT_EQ(edited->filters().size(), 7);
+}
+
 TEST_F(FilterSetEditorTest, saysWhatCannotBe)
 {
     const auto slow = range(QString(), u"100"_s), fast = range(u"140"_s, QString());

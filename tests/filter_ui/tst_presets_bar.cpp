@@ -94,6 +94,10 @@ protected:
     {
         return std::make_shared<CountToSeven>(preset, u"here"_s);
     }
+    void didLoadFilterSet(KXFilterSetPresetsBarViewController &, const Preset &preset) override
+    {
+        told += preset ? preset->title() : u"nothing"_s;
+    }
     Preset named(const QString &title)
     {
         return KXFilterSetPreset::findFirstUsingPredicate(
@@ -121,6 +125,7 @@ protected:
 
     KXFilterSetPresetsManager::Ref manager;
     Preset house, folder, nothing, late;
+    QStringList told;
     std::unique_ptr<KXFilterSetViewController> editor;
     std::unique_ptr<KXFilterSetPresetsBarViewController> controller;
 };
@@ -213,6 +218,29 @@ TEST_F(PresetsBarTest, whatDoesNotFitIsInAMenu)
     bar().show();
     const Button *const counted = bar().presetButtonForPreset(house.get());
     EXPECT_EQ(counted->width(), counted->sizeHint().width());
+    // The badge of one that is not seen goes, and with it the need to hide it.
+    named(u"x"_s)->setCount(1500, u"here"_s);
+    QTest::qWait(0);
+    bar().resize(bar().sizeHint().width() - 1, 30);
+    EXPECT_EQ(visible(), 3);
+    const int withBadge = bar().sizeHint().width();
+    bar().presets().constLast()->setCount(0, u"here"_s);
+    QTest::qWait(0);
+    EXPECT_LT(bar().sizeHint().width(), withBadge);
+    EXPECT_EQ(visible(), 4);
+}
+
+TEST_F(PresetsBarTest, buttonsSlideToTheirPlaces)
+{
+    KXAnimationGroup::setAnimationsEnabled(true);
+    const Button *const button = bar().presetButtons()[0];
+    EXPECT_EQ(button->x(), 0);
+    preset(u"First"_s, set({ facet({ u"x"_s }) }))->setPosition(-1);
+    context->processPendingChanges();
+    QTest::qWait(30);
+    const int place = bar().presetButtons()[0]->sizeHint().width() + Bar::spacing;
+    EXPECT_LT(button->x(), place);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return button->x() == place; }));
 }
 
 TEST_F(PresetsBarTest, menusAndBadgesCount)
@@ -245,6 +273,23 @@ TEST_F(PresetsBarTest, menusAndBadgesCount)
     context->save();
     item->trigger();
     EXPECT_FALSE(editor->filterSet());
+    // Or is of no use any more.
+    late->setParent(folder);
+    context->processPendingChanges();
+    menu()->validate();
+    QAction *const last = menu()->actions().constLast();
+    EXPECT_EQ(last->text(), late->title());
+    for (const auto &filter : late->filterSet()->filters())
+        context->removeManagedObject(filter);
+    context->processPendingChanges();
+    last->trigger();
+    EXPECT_FALSE(editor->filterSet());
+    EXPECT_FALSE(late->lastLoaded().isValid());
+    // However often it is filled, there is one menu for each folder below.
+    for (int i = 0; i < 5; ++i)
+        menu()->validate();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    EXPECT_EQ(menu()->findChildren<KXMenu *>(Qt::FindDirectChildrenOnly).size(), 1);
 }
 
 TEST_F(PresetsBarTest, countsThatGrowOldSaySoWhenTheyAreLookedAt)
@@ -296,6 +341,14 @@ TEST_F(PresetsBarTest, loadsWithoutAStepToUndo)
     const auto dark = editor->filterSet();
     QTest::keyClick(QApplication::focusWidget(), Qt::Key_Space);
     EXPECT_NE(editor->filterSet(), dark);
+
+    // The library says which one it was, selected or not.
+    told.clear();
+    for (QObject *child : controller->children()) {
+        if (auto *const library = qobject_cast<KXFilterSetPresetsManagerViewController *>(child))
+            library->loadPreset(house);
+    }
+    EXPECT_EQ(told, QStringList { u"House"_s });
 
     // A mapper that throws, no manager, no preset.
     const auto last = editor->filterSet();

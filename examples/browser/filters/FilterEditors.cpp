@@ -97,10 +97,7 @@ void TrackFacetEditor::offer(const QString &search)
 
 void TrackFacetEditor::takeFittingKeys()
 {
-    const QPointer<TrackFacetEditor> alive(this);
     change([this] { FilterTypes::setFittingKeys(*filter(), *m_keyOrder); });
-    if (alive && canEdit())
-        filterDidChange();
 }
 
 // Numbers
@@ -136,10 +133,7 @@ void TrackRangeEditor::viewDidLoad()
 
 void TrackRangeEditor::takeTempoAround()
 {
-    const QPointer<TrackRangeEditor> alive(this);
     change([this] { FilterTypes::setTempoAround(*filter(), *m_bpm); });
-    if (alive && canEdit())
-        filterDidChange();
 }
 
 // Texts

@@ -124,8 +124,6 @@ void KXDateFilterViewController::dateRangeChanged()
     if (!chosen)
         return;
     change([this, &chosen] { m_filter->setRange(KXDateRange(chosen->value.toInt())); });
-    if (canEdit())
-        updatePickers();
 }
 
 void KXDateFilterViewController::datesChanged()
@@ -144,6 +142,4 @@ void KXDateFilterViewController::datesChanged()
         m_filter->setStartDate(dateFilterStartOf(start));
         m_filter->setEndDate(dateFilterEndOf(end));
     });
-    if (differs && m_dateRangeControl)
-        m_dateRangeControl->deselectAll();
 }

@@ -135,6 +135,4 @@ void KXDistributionFilterViewController::take(const KXDistributionView::Bounds &
         filter()->setStartValue(distributionDecimal(bounds.lower));
         filter()->setEndValue(distributionDecimal(bounds.upper));
     });
-    if (canEdit())
-        filterDidChange();
 }

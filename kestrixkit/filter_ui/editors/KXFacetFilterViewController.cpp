@@ -203,15 +203,12 @@ void KXFacetFilterViewController::setState(const QVariant &value, State state)
         = std::find_if(offers.begin(), offers.end(), [&value](const Offer &each) { return each.value == value; });
     if (offer == offers.end() || (state == State::Excluded && offer->included != KXPredicateOperator::Equal))
         return;
-    const QPointer<KXFacetFilterViewController> alive(this);
     change([&] {
         if (state == State::NotChosen)
             take(value);
         else
             put(*offer, state == State::Excluded ? KXPredicateOperator::NotEqual : offer->included, true);
     });
-    if (alive && canEdit())
-        filterDidChange();
 }
 
 void KXFacetFilterViewController::toggleIncluded(int row)
@@ -240,7 +237,6 @@ QList<KXFacetFilterViewController::Choice> KXFacetFilterViewController::choices(
 /// Values that were deleted meanwhile are made anew.
 void KXFacetFilterViewController::revert()
 {
-    const QPointer<KXFacetFilterViewController> alive(this);
     change([this] {
         for (const Choice &now : choices()) {
             const auto isIt = [&now](const Choice &before) { return before.offer.value == now.offer.value; };
@@ -250,8 +246,6 @@ void KXFacetFilterViewController::revert()
         for (const Choice &before : m_before)
             put(before.offer, before.operatorType, before.enabled);
     });
-    if (alive && canEdit())
-        filterDidChange();
 }
 
 // Mouse and keyboard

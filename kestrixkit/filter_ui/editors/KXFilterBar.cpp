@@ -254,7 +254,9 @@ void KXFilterBar::resizeEvent(QResizeEvent *event)
 bool KXFilterBar::event(QEvent *event)
 {
     const bool handled = KXThemeableView::event(event);
-    if (event->type() == QEvent::LayoutRequest || event->type() == QEvent::LayoutDirectionChange)
+    // Nobody asks for a layout while the bar is hidden.
+    if (event->type() == QEvent::LayoutRequest || event->type() == QEvent::LayoutDirectionChange
+        || event->type() == QEvent::Show)
         arrange();
     return handled;
 }

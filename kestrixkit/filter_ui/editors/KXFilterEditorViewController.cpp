@@ -36,6 +36,11 @@ void KXFilterEditorViewController::viewDidLoad()
                 filterDidChange();
         }));
     }
+    m_changes = KXManagedObjectContext::onChange(
+        m_filter ? m_filter->managedObjectContext() : nullptr, [this](const KXObjectsDidChange &) {
+            if (KXPopoverController *const popover = canEdit() ? nullptr : popoverController())
+                popover->close();
+        });
     if (canEdit())
         filterDidChange();
 }
@@ -52,8 +57,11 @@ void KXFilterEditorViewController::change(const std::function<void()> &set)
         set();
         context->save();
     }
-    if (alive)
-        m_isChanging = false;
+    if (!alive)
+        return;
+    m_isChanging = false;
+    if (canEdit() && isViewLoaded())
+        filterDidChange(); // whoever was told may have set something else
 }
 
 void KXFilterEditorViewController::revert()
@@ -64,8 +72,6 @@ void KXFilterEditorViewController::revert()
                 m_filter->setValueForKey(entry.key(), entry.value());
         }
     });
-    if (canEdit() && isViewLoaded())
-        filterDidChange();
 }
 
 void KXFilterEditorViewController::popoverWillShow()

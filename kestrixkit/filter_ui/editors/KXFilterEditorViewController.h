@@ -1,6 +1,7 @@
 #pragma once
 
 #include <kestrixkit/filters/KXFilter.h>
+#include <kestrixkit/foundation/KXNotificationCenter.h>
 #include <kestrixkit/toolkit/KXViewController.h>
 
 class KXObserver;
@@ -33,11 +34,12 @@ public:
 protected:
     /// What the editor sets: the keys that are followed and reverted.
     [[nodiscard]] virtual QStringList editedKeys() const = 0;
-    /// Shows the filter as it is; not called while the editor itself changes it.
+    /// Shows the filter as it is; called once when the editor itself has changed it, not meanwhile.
     virtual void filterDidChange() = 0;
     /// What gets the focus when the popover has opened.
     [[nodiscard]] virtual QWidget *firstResponder() const { return nullptr; }
-    /// Runs the function with undo registration off and saves. Nothing for a filter that is gone.
+    /// Runs the function with undo registration off, saves, and shows what has become of it. Nothing for a filter that
+    /// is gone. Whoever is told may end the editor: do not look at it afterwards.
     void change(const std::function<void()> &set);
     void viewDidLoad() override;
     bool eventFilter(QObject *object, QEvent *event) override;
@@ -48,4 +50,5 @@ private:
     bool m_isChanging = false;
     bool m_isShown = false;
     QList<std::shared_ptr<KXObserver>> m_observers;
+    KXNotificationToken m_changes;
 };

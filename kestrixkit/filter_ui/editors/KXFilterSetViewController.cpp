@@ -224,38 +224,51 @@ void KXFilterSetViewController::removeFilter(const KXRef<KXFilter> &given)
     const KXRef<KXFilter> filter = given;
     if (!isOwn(filter))
         return;
-    if (filter == m_editedFilter)
-        closeFilterPopover();
-    m_context->processPendingChanges();
+    const KXRef<KXFilterSet> set = settled(filter == m_editedFilter);
+    if (!set || !isOwn(filter))
+        return;
+    const KXManagedObjectContext::Ref context = m_context;
     {
-        const KXUndoGroup group(m_context->undoManager(), KXLocalizedString("Delete Filter"));
-        m_set->removeFromFilters(filter);
-        m_context->removeManagedObject(filter);
+        const KXUndoGroup group(context->undoManager(), KXLocalizedString("Delete Filter"));
+        set->removeFromFilters(filter);
+        context->removeManagedObject(filter);
         qint64 position = 0;
-        for (const KXRef<KXFilter> &left : m_set->sortedFilters()) {
+        for (const KXRef<KXFilter> &left : set->sortedFilters()) {
             if (left->position() != position)
                 left->setPosition(position);
             ++position;
         }
     }
-    m_context->save();
+    context->save();
 }
 
 void KXFilterSetViewController::removeAllFilters()
 {
-    const QList<KXRef<KXFilter>> filters = canEdit() ? m_set->filters() : QList<KXRef<KXFilter>>();
+    const KXRef<KXFilterSet> set = canEdit() ? settled(true) : KXRef<KXFilterSet>();
+    const QList<KXRef<KXFilter>> filters = set ? set->filters() : QList<KXRef<KXFilter>>();
     if (filters.isEmpty())
         return;
-    closeFilterPopover();
-    m_context->processPendingChanges();
+    const KXManagedObjectContext::Ref context = m_context;
     {
-        const KXUndoGroup group(m_context->undoManager(), KXLocalizedString("Delete Filters"));
+        const KXUndoGroup group(context->undoManager(), KXLocalizedString("Delete Filters"));
         for (const KXRef<KXFilter> &filter : filters)
-            m_context->removeManagedObject(filter);
-        for (const KXRef<KXFilter> &filter : m_set->filters())
-            m_set->removeFromFilters(filter);
+            context->removeManagedObject(filter);
+        for (const KXRef<KXFilter> &filter : set->filters())
+            set->removeFromFilters(filter);
     }
-    m_context->save();
+    context->save();
+}
+
+/// The set, once nothing is being typed and nothing waits to be told; none where whoever was told shows another one.
+KXRef<KXFilterSet> KXFilterSetViewController::settled(bool closesPopover)
+{
+    const KXRef<KXFilterSet> set = m_set;
+    const KXManagedObjectContext::Ref context = m_context;
+    const QPointer<KXFilterSetViewController> alive(this);
+    if (closesPopover)
+        closeFilterPopover();
+    context->processPendingChanges();
+    return alive && m_set == set && canEdit() ? set : KXRef<KXFilterSet>();
 }
 
 std::unique_ptr<KXViewController> KXFilterSetViewController::filterViewControllerForFilter(const KXRef<KXFilter> &)

@@ -118,6 +118,7 @@ private:
     [[nodiscard]] bool isOwn(const KXRef<KXFilter> &filter) const;
     void setAllEnabled(bool enabled);
     void closeFilterPopover();
+    KXRef<KXFilterSet> settled(bool closesPopover);
     void follow(const KXObjectsDidChange &did);
     void setDidChange();
     void updateButtons();

@@ -216,7 +216,7 @@ void KXFilterSetsViewController::menuNeedsUpdate(KXMenu &menu)
         menu.addSeparator();
         auto *const add = new KXMenu(KXLocalizedString("Add"), &menu);
         addFilterMenuItems(*add);
-        connect(menu.addMenu(add), &QObject::destroyed, add, &QObject::deleteLater);
+        menu.addMenu(add);
     }
 }
 

@@ -113,11 +113,14 @@ void KXRangeFilterViewController::commitTyping()
     const auto differs = [](const KXThemeableTextField *field, const std::optional<KXDecimal> &value) {
         return field && field->text() != textOfNumber(value) && numberOfText(field->text()) != value;
     };
+    const QPointer<KXRangeFilterViewController> alive(this);
     // Assistive technology sets a text without typing it.
     if (m_takeOverSoon.isPending()
         || (canEdit()
             && (differs(m_startValueField, m_filter->startValue()) || differs(m_endValueField, m_filter->endValue()))))
         rangeValuesChanged();
+    if (!alive)
+        return;
     // What is no number was taken for an open end, and shows as one.
     for (KXThemeableTextField *const field : { m_startValueField.data(), m_endValueField.data() }) {
         if (field && !numberOfText(field->text()))
@@ -140,27 +143,7 @@ void KXRangeFilterViewController::rangeValuesChanged()
 
 std::optional<KXDecimal> KXRangeFilterViewController::numberOfText(const QString &text)
 {
-    const QString typed = text.trimmed();
-    const QLocale locale = KXClock::locale();
-    bool isNumber = false;
-    locale.toDouble(typed, &isNumber); // which looks where group separators stand
-    if (!isNumber || typed.contains(u'e', Qt::CaseInsensitive))
-        return KXDecimal::fromString(typed);
-    QString plain = typed;
-    plain.remove(locale.groupSeparator());
-    plain.replace(locale.decimalPoint(), u"."_s).replace(locale.negativeSign(), u"-"_s);
-    const char32_t zero = locale.zeroDigit().toUcs4().value(0);
-    for (QChar &c : plain) {
-        if (c.unicode() >= zero && c.unicode() <= zero + 9)
-            c = QChar(char16_t(u'0' + (c.unicode() - zero)));
-    }
-    // ".5" and "5." are numbers to those who type them.
-    if (plain.endsWith(u'.'))
-        plain.chop(1);
-    const qsizetype point = plain.indexOf(u'.');
-    if (point == 0 || (point == 1 && !plain[0].isDigit()))
-        plain.insert(point, u'0');
-    return KXDecimal::fromString(plain);
+    return KXDecimal::fromLocalText(text, KXClock::locale());
 }
 
 QString KXRangeFilterViewController::textOfNumber(const std::optional<KXDecimal> &number)

@@ -71,7 +71,7 @@ void KXFilterSetPresetsBar::setCountsContextIdentifier(const QString &identifier
     m_identifier = identifier;
     for (Button *const button : std::as_const(m_buttons))
         button->setCountsContextIdentifier(identifier);
-    m_width = -1;
+    titlesDidChange();
 }
 
 // Buttons
@@ -301,8 +301,6 @@ QAction *KXFilterSetPresetsBar::addMenuItemForPreset(KXMenu &menu, const Preset 
         below->setToolTipsVisible(true);
         below->setUpdater([this, preset](KXMenu &items) { menuNeedsUpdate(items, preset); });
         action = menu.addMenu(below);
-        // A menu that is filled anew drops its items, but not the menus below them.
-        connect(action, &QObject::destroyed, below, &QObject::deleteLater);
     } else {
         action = menu.addItem(title, this, {}, [this, preset] { return !preset->isDeleted() && isAvailable(preset); });
         connect(action, &QAction::triggered, this, [this, action] { loadPreset(action); });
@@ -329,7 +327,8 @@ BarPreset KXFilterSetPresetsBar::presetOfSender(const QObject *sender) const
 void KXFilterSetPresetsBar::loadPreset(const QObject *sender)
 {
     const Preset preset = presetOfSender(sender);
-    // It may have gone while its menu was open.
-    if (preset && !preset->isFolder() && !preset->isDeleted() && preset->managedObjectContext() && m_delegate)
+    // It may have gone, or be of no use any more, since its menu opened.
+    if (preset && !preset->isFolder() && !preset->isDeleted() && preset->managedObjectContext() && isAvailable(preset)
+        && m_delegate)
         m_delegate->loadPreset(*this, preset);
 }

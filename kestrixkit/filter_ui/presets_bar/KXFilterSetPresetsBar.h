@@ -2,6 +2,7 @@
 
 #include <kestrixkit/context/KXManagedObjectContext.h>
 #include <kestrixkit/filters/KXFilterSetPreset.h>
+#include <kestrixkit/foundation/KXDelayedCall.h>
 #include <kestrixkit/foundation/KXNotificationCenter.h>
 #include <kestrixkit/foundation/KXWeakDelegate.h>
 #include <kestrixkit/theme/controls/KXThemeableView.h>
@@ -10,6 +11,7 @@
 class KXFilterSetPresetsBar;
 class KXFilterSetPresetsBarPresetButton;
 class KXMenu;
+class KXObserver;
 class KXThemeableButton;
 QT_BEGIN_NAMESPACE
 class QAction;
@@ -92,6 +94,7 @@ private:
     void arrange(bool animated);
     [[nodiscard]] QSize sizeOf(const Preset &preset) const;
     [[nodiscard]] bool hasRoomForAll() const;
+    void watchHiddenCounts();
     void restoreTabOrder();
     void moveFocus(const QWidget *from, int step);
     [[nodiscard]] Preset presetOfSender(const QObject *sender) const;
@@ -106,7 +109,10 @@ private:
     mutable int m_width = -1; // of all buttons; -1: not known
     KXThemeableButton *m_overflowButton;
     KXMenu *m_overflowMenu;
+    QHash<const KXFilterSetPreset *, std::shared_ptr<KXObserver>> m_hiddenCounts; // of those that are not seen
+    KXDelayedCall m_layOutSoon { this };
     KXAnimationGroup m_slide;
+    bool m_layOutAfterSlide = false;
     KXNotificationToken m_changes;
     KXNotificationToken m_themeChanges;
 };

@@ -8,6 +8,9 @@
 #include <QStyle>
 
 #include <kestrixkit/filter_ui/presets_bar/KXFilterSetPresetsBarPresetButton.h>
+#include <kestrixkit/foundation/KXObserver.h>
+
+using namespace Qt::StringLiterals;
 
 QSize KXFilterSetPresetsBar::sizeOf(const Preset &preset) const
 {
@@ -72,11 +75,29 @@ void KXFilterSetPresetsBar::arrange(bool animated)
         if (!shown.contains(button))
             button->hide();
     }
-    m_slide.start();
+    m_slide.start([this] {
+        if (std::exchange(m_layOutAfterSlide, false))
+            titlesDidChange();
+    });
+    watchHiddenCounts();
     m_overflowButton->setGeometry(placed(width() - overflow.width(), overflow));
     m_overflowButton->setVisible(m_shownCount < m_presets.size());
     if (animated || m_buttons.size() != before)
         restoreTabOrder();
+}
+
+/// A badge that comes or goes has another width. Buttons that are seen ask for another layout themselves.
+void KXFilterSetPresetsBar::watchHiddenCounts()
+{
+    QHash<const KXFilterSetPreset *, std::shared_ptr<KXObserver>> watched;
+    for (const Preset &preset : m_presets.mid(m_shownCount)) {
+        auto observer = m_hiddenCounts.take(preset.get());
+        if (!observer)
+            observer = KXObserver::observerFor(preset.get(), u"counts"_s, {},
+                [this](const KXKeyValueChange &) { m_layOutSoon.start(0, [this] { titlesDidChange(); }); });
+        watched.insert(preset.get(), std::move(observer));
+    }
+    m_hiddenCounts = std::move(watched);
 }
 
 void KXFilterSetPresetsBar::restoreTabOrder()
@@ -107,8 +128,11 @@ void KXFilterSetPresetsBar::resizeEvent(QResizeEvent *event)
 bool KXFilterSetPresetsBar::event(QEvent *event)
 {
     const bool handled = QWidget::event(event);
-    // A title or a badge has another width, which nobody is told while the bar is hidden.
-    if (event->type() == QEvent::LayoutRequest || event->type() == QEvent::Show) {
+    // A title or a badge has another width, which nobody is told while the bar is hidden. Buttons that come and go ask
+    // for a layout as well, which would end the sliding of the others.
+    if (event->type() == QEvent::LayoutRequest && m_slide.isRunning()) {
+        m_layOutAfterSlide = true;
+    } else if (event->type() == QEvent::LayoutRequest || event->type() == QEvent::Show) {
         titlesDidChange();
     } else if (event->type() == QEvent::LayoutDirectionChange) {
         arrange(false);

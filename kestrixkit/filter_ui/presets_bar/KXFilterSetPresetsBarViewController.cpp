@@ -144,6 +144,16 @@ bool KXFilterSetPresetsBarViewController::loadFilterSet(const KXRef<KXFilterSet>
     return true;
 }
 
+KXFilterSetPresetsBarViewController::Preset KXFilterSetPresetsBarViewController::presetOfSet(
+    const KXRef<KXFilterSet> &set)
+{
+    KXManagedObjectContext *const context = set ? set->managedObjectContext() : nullptr;
+    if (!context)
+        return {};
+    const auto ofSet = KXPredicate::predicateWithFormat("filterSetURI == %@", set->objectID().URIRepresentation());
+    return KXFilterSetPreset::findFirstUsingPredicate(ofSet, *context);
+}
+
 void KXFilterSetPresetsBarViewController::tellLoaded(const Preset &preset)
 {
     if (m_delegate)
@@ -199,8 +209,9 @@ bool KXFilterSetPresetsBarViewController::loadFilterSet(
 {
     // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): whoever gave it may end
     const KXRef<KXFilterSet> set = given;
-    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): closing may end who has it
-    const Preset preset = manager.selectedPreset();
+    Preset preset = manager.selectedPreset();
+    if (!preset || preset->filterSet() != set)
+        preset = presetOfSet(set);
     closeManager();
     if (!loadFilterSet(set))
         return false;

@@ -118,6 +118,7 @@ protected:
 
 private:
     [[nodiscard]] bool arePresetsOnScreen() const;
+    [[nodiscard]] static Preset presetOfSet(const KXRef<KXFilterSet> &set);
     void tellLoaded(const Preset &preset);
     void closeManager();
 
