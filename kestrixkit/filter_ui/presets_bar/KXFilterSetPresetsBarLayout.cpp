@@ -91,11 +91,11 @@ void KXFilterSetPresetsBar::watchHiddenCounts()
 {
     QHash<const KXFilterSetPreset *, std::shared_ptr<KXObserver>> watched;
     for (const Preset &preset : m_presets.mid(m_shownCount)) {
-        auto observer = m_hiddenCounts.take(preset.get());
+        std::shared_ptr<KXObserver> &observer = watched[preset.get()];
+        observer = m_hiddenCounts.take(preset.get());
         if (!observer)
             observer = KXObserver::observerFor(preset.get(), u"counts"_s, {},
                 [this](const KXKeyValueChange &) { m_layOutSoon.start(0, [this] { titlesDidChange(); }); });
-        watched.insert(preset.get(), std::move(observer));
     }
     m_hiddenCounts = std::move(watched);
 }
