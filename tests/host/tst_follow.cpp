@@ -310,7 +310,8 @@ TEST_F(FollowTest, manyRowsOfAMergeComeAPartATurn)
     EXPECT_EQ(mirror.list.size(), 400) << "those behind a merge have a turn of their own";
     while (mirror.list.size() == 400)
         QTest::qWait(1);
-    EXPECT_EQ(mirror.list.size(), 420);
+    const qsizetype shown = mirror.list.size(); // a slow machine has had more than one turn
+    EXPECT_TRUE(shown > 400 && shown < 500 && shown % 20 == 0) << shown;
     // One goes that is still to come, one is renamed, and others come and go.
     Track::cast(window->objectWithID(added[98]->objectID()))->setTitle(u"A"_s);
     context->removeManagedObject(added[99]);
@@ -319,7 +320,7 @@ TEST_F(FollowTest, manyRowsOfAMergeComeAPartATurn)
     save();
     mergeAll();
     EXPECT_TRUE(mirror.list.isSettling());
-    EXPECT_EQ(mirror.list.size(), 421) << "the renamed one";
+    EXPECT_EQ(mirror.list.size(), shown + 1) << "the renamed one";
     while (mirror.list.isSettling())
         QTest::qWait(1);
     EXPECT_EQ(mirror.list.size(), 529);
